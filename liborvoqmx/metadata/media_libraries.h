@@ -1,0 +1,48 @@
+// FFmpeg's libraries, loaded when a media file is really opened. Most requests serve a stream that was
+// probed before; mapping 135 libraries would cost them thirty times their own start-up.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/display.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace LibOrvoQMX {
+
+// Reading codec parameters through these keeps the texts that older releases wrote.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#define ORVO_FFMPEG_FORMAT_FUNCTIONS(X) \
+  X(avformat_open_input)                \
+  X(avformat_find_stream_info)          \
+  X(avformat_close_input)               \
+  X(avformat_alloc_context)             \
+  X(av_stream_get_side_data)
+#define ORVO_FFMPEG_CODEC_FUNCTIONS(X) \
+  X(avcodec_find_decoder)              \
+  X(av_get_profile_name)               \
+  X(avcodec_descriptor_get)
+#define ORVO_FFMPEG_UTIL_FUNCTIONS(X) \
+  X(av_fourcc_make_string)            \
+  X(av_get_pix_fmt_name)              \
+  X(av_get_channel_layout_string)     \
+  X(av_display_rotation_get)          \
+  X(av_dict_get)                      \
+  X(av_strdup)
+
+struct MediaLibraries {
+#define ORVO_DECLARE(name) decltype(&::name) name = nullptr;
+  ORVO_FFMPEG_FORMAT_FUNCTIONS(ORVO_DECLARE)
+  ORVO_FFMPEG_CODEC_FUNCTIONS(ORVO_DECLARE)
+  ORVO_FFMPEG_UTIL_FUNCTIONS(ORVO_DECLARE)
+#undef ORVO_DECLARE
+
+  // The loaded libraries; null (and a log line) on a machine that lacks them. They stay loaded.
+  static const MediaLibraries* Get();
+};
+#pragma GCC diagnostic pop
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,300 @@
+// The probe: one media file in, its metadata document out.
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "metadata/media_libraries.h"
+#include "metadata/video_metadata.h"
+#include "platform/log.h"
+#include "platform/plat.h"
+#include "util/media_formats.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+constexpr int64_t kMicrosecondsPerSecond = 1000000;
+constexpr int kChannelLayoutSize = 1024;
+
+std::string TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
+
+const char* FindTag(const MediaLibraries& media, const AVStream& stream, const char* key) {
+  const AVDictionaryEntry* const entry = media.av_dict_get(stream.metadata, key, nullptr, 0);
+  return entry != nullptr ? entry->value : nullptr;
+}
+
+std::string Tag(const MediaLibraries& media, const AVStream& stream, const char* key) {
+  return TextOrEmpty(FindTag(media, stream, key));
+}
+
+std::string ProfileName(const MediaLibraries& media, const AVCodecParameters& codec) {
+  const AVCodec* const decoder = media.avcodec_find_decoder(codec.codec_id);
+  return decoder != nullptr ? TextOrEmpty(media.av_get_profile_name(decoder, codec.profile)) : "";
+}
+
+std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
+  const AVCodecDescriptor* const descriptor = media.avcodec_descriptor_get(id);
+  return descriptor != nullptr ? TextOrEmpty(descriptor->name) : "";
+}
+
+// Demuxers once told the rotation by a "rotate" tag and now by a display matrix. Its angle counts the
+// other way round and may be negative.
+int RotationOf(const MediaLibraries& media, const AVStream& stream) {
+  if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
+    return static_cast<int>(std::strtol(tag, nullptr, 10));
+  }
+  size_t size = 0;
+  const uint8_t* const matrix =
+      media.av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+  if (matrix == nullptr || size < 9 * sizeof(int32_t)) {
+    return 0;
+  }
+  const double angle = -media.av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
+  if (std::isnan(angle)) {
+    return 0;
+  }
+  return static_cast<int>(std::lround(angle < 0 ? angle + 360 : angle)) % 360;
+}
+
+int Truncate(float value) {
+  constexpr auto kLimit = static_cast<float>(std::numeric_limits<int>::max());
+  return std::isfinite(value) && std::fabs(value) < kLimit ? static_cast<int>(value) : 0;
+}
+
+struct Picture {
+  int width = 0;
+  int height = 0;
+  int aspectNum = 0;
+  int aspectDen = 0;
+  int displayWidth = 0;
+  int displayHeight = 0;
+};
+
+// The coded size and what the sample aspect ratio makes of it; the codec's own ratio goes before the
+// container's. All 0 where there is no width.
+Picture MeasurePicture(const AVStream& stream) {
+  const AVCodecParameters& codec = *stream.codecpar;
+  Picture picture;
+  if (codec.width < 1) {
+    return picture;
+  }
+  picture.width = picture.displayWidth = codec.width;
+  picture.height = picture.displayHeight = codec.height;
+  const AVRational aspect =
+      codec.sample_aspect_ratio.num < 1 ? stream.sample_aspect_ratio : codec.sample_aspect_ratio;
+  if (aspect.num < 1) {
+    return picture;
+  }
+  picture.aspectNum = aspect.num;
+  picture.aspectDen = aspect.den;
+  if (aspect.den == 0) {
+    return picture;
+  }
+  const auto width = static_cast<float>(codec.width);
+  const auto height = static_cast<float>(codec.height);
+  const float ratio =
+      (width / height) * (static_cast<float>(aspect.num) / static_cast<float>(aspect.den));
+  if (codec.width > codec.height) {
+    picture.displayWidth = Truncate(height * ratio);
+  } else {
+    picture.displayHeight = Truncate(width / ratio);
+  }
+  return picture;
+}
+
+// Uncompressed audio has the rate that its samples make; what the demuxer says of it is not reliable.
+// 24- and 32-bit kinds take the reported rate.
+int64_t AudioBitrate(const AVCodecParameters& codec) {
+  const int64_t samples = static_cast<int64_t>(codec.sample_rate) * codec.ch_layout.nb_channels;
+  switch (codec.codec_id) {
+    case AV_CODEC_ID_PCM_S16LE:
+    case AV_CODEC_ID_PCM_S16BE:
+    case AV_CODEC_ID_PCM_U16LE:
+    case AV_CODEC_ID_PCM_U16BE:
+      return samples * 16;
+    case AV_CODEC_ID_PCM_S8:
+    case AV_CODEC_ID_PCM_U8:
+    case AV_CODEC_ID_PCM_MULAW:
+    case AV_CODEC_ID_PCM_ALAW:
+      return samples * 8;
+    default:
+      return codec.bit_rate;
+  }
+}
+
+std::string ChannelLayout(const MediaLibraries& media, const AVChannelLayout& layout) {
+  std::array<char, kChannelLayoutSize> text{};
+  const uint64_t mask = layout.order == AV_CHANNEL_ORDER_NATIVE ? layout.u.mask : 0;
+  media.av_get_channel_layout_string(text.data(), text.size(), layout.nb_channels, mask);
+  return text.data();
+}
+
+// Truncated to whole seconds and to 32 bits, the demuxer's mark for an unknown time included.
+Json::UInt WholeSeconds(int64_t microseconds) {
+  return static_cast<Json::UInt>(microseconds / kMicrosecondsPerSecond);
+}
+
+// An opened media file; closed with its owner.
+class Input {
+ public:
+  explicit Input(const MediaLibraries& media) : media_(media) {}
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
+  ~Input() {
+    if (context_ != nullptr) {
+      media_.avformat_close_input(&context_);
+    }
+  }
+
+  bool Open(const std::string& path) {
+    context_ = media_.avformat_alloc_context();
+    if (context_ == nullptr) {
+      return false;
+    }
+    context_->format_whitelist = media_.av_strdup(orvo::kSelfContainedFormats);
+    context_->protocol_whitelist = media_.av_strdup("file");
+    // "file:" keeps a name with a colon from being taken for an address. A failure frees the context.
+    return media_.avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, nullptr) >= 0 &&
+           media_.avformat_find_stream_info(context_, nullptr) >= 0;
+  }
+
+  const AVFormatContext& Get() const { return *context_; }
+
+ private:
+  const MediaLibraries& media_;
+  AVFormatContext* context_ = nullptr;
+};
+
+void AppendTracks(const AVFormatContext& input, Json::Value& videos, Json::Value& audios,
+                  Json::Value& subtitles) {
+  unsigned id = 0;
+  const auto append = [&](Json::Value& list, Json::Value track, unsigned index) {
+    track["id"] = std::to_string(id++);
+    track["track"] = std::to_string(index);
+    list.append(std::move(track));
+  };
+  for (unsigned index = 0; index < input.nb_streams; ++index) {
+    const AVStream* const stream = input.streams[index];
+    switch (stream->codecpar->codec_type) {
+      case AVMEDIA_TYPE_AUDIO:
+        append(audios, ParseAudioCodec(stream), index);
+        break;
+      case AVMEDIA_TYPE_VIDEO:
+        append(videos, ParseVideoCodec(stream), index);
+        break;
+      case AVMEDIA_TYPE_SUBTITLE:
+        append(subtitles, ParseSubtitleCodec(stream), index);
+        break;
+      default:
+        break;
+    }
+  }
+}
+
+}  // namespace
+
+Json::Value ParseVideoCodec(const AVStream* stream) {
+  Json::Value track(Json::objectValue);
+  const MediaLibraries* const media = MediaLibraries::Get();
+  if (media == nullptr || stream == nullptr) {
+    return track;
+  }
+  const AVCodecParameters& codec = *stream->codecpar;
+  track["profile"] = ProfileName(*media, codec);
+  track["level"] = codec.level < 0 ? 0 : codec.level;
+  track["bitrate"] = static_cast<Json::Int64>(codec.bit_rate);
+  const AVRational& average = stream->avg_frame_rate;
+  if (average.num != 0 && average.den != 0) {
+    track["framerate"] =
+        static_cast<double>(static_cast<float>(average.num) / static_cast<float>(average.den));
+  }
+  track["framerate_num"] = stream->r_frame_rate.num;
+  track["framerate_den"] = stream->r_frame_rate.den;
+  track["language"] = Tag(*media, *stream, "language");
+  const int rotate = RotationOf(*media, *stream);
+  track["rotate"] = rotate;
+  track["codec"] = GetCodecName(codec.codec_id);
+  std::array<char, AV_FOURCC_MAX_STRING_SIZE> tag{};
+  track["codec_tag"] = media->av_fourcc_make_string(tag.data(), codec.codec_tag);
+  track["codec_raw"] = DescriptorName(*media, codec.codec_id);
+  const char* const pixelFormat =
+      media->av_get_pix_fmt_name(static_cast<AVPixelFormat>(codec.format));
+  track["pix_fmt"] = pixelFormat != nullptr ? pixelFormat : "none";
+  const Picture picture = MeasurePicture(*stream);
+  track["sample_aspect_ratio_num"] = static_cast<Json::UInt>(picture.aspectNum);
+  track["sample_aspect_ratio_den"] = static_cast<Json::UInt>(picture.aspectDen);
+  const bool upright = rotate != 90 && rotate != 270;
+  track["display_x"] = upright ? picture.displayWidth : picture.displayHeight;
+  track["display_y"] = upright ? picture.displayHeight : picture.displayWidth;
+  track["resolutionx"] = static_cast<Json::UInt>(picture.width);
+  track["resolutiony"] = static_cast<Json::UInt>(picture.height);
+  return track;
+}
+
+Json::Value ParseAudioCodec(const AVStream* stream) {
+  Json::Value track(Json::objectValue);
+  const MediaLibraries* const media = MediaLibraries::Get();
+  if (media == nullptr || stream == nullptr) {
+    return track;
+  }
+  const AVCodecParameters& codec = *stream->codecpar;
+  track["channel"] = codec.ch_layout.nb_channels;
+  track["streamid"] = stream->id;
+  track["channel_layout"] = ChannelLayout(*media, codec.ch_layout);
+  track["sample_rate"] = codec.sample_rate;
+  track["codec"] = GetCodecName(codec.codec_id);
+  track["is_default"] = (stream->disposition & AV_DISPOSITION_DEFAULT) != 0;
+  track["codec_raw"] = DescriptorName(*media, codec.codec_id);
+  track["language"] = Tag(*media, *stream, "language");
+  track["profile"] = ProfileName(*media, codec);
+  if (codec.sample_rate != 0) {
+    track["frequency"] = codec.sample_rate;
+  }
+  track["bitrate"] = static_cast<Json::Int64>(AudioBitrate(codec));
+  return track;
+}
+
+Json::Value ParseSubtitleCodec(const AVStream* stream) {
+  Json::Value track(Json::objectValue);
+  const MediaLibraries* const media = MediaLibraries::Get();
+  if (media == nullptr || stream == nullptr) {
+    return track;
+  }
+  track["language"] = Tag(*media, *stream, "language");
+  track["title"] = Tag(*media, *stream, "title");
+  track["codec"] = GetCodecName(stream->codecpar->codec_id);
+  return track;
+}
+
+bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document,
+                                  Json::Value& videos, Json::Value& audios,
+                                  Json::Value& subtitles) {
+  const MediaLibraries* const media = path.empty() ? nullptr : MediaLibraries::Get();
+  if (media == nullptr) {
+    return false;
+  }
+  Input input(*media);
+  if (!input.Open(path)) {
+    return false;
+  }
+  const AVFormatContext& context = input.Get();
+  document["duration"] = WholeSeconds(context.duration);
+  if (context.iformat == nullptr || context.iformat->name == nullptr) {
+    return false;
+  }
+  document["container_type"] = context.iformat->name;
+  document["start_time"] = WholeSeconds(context.start_time);
+  document["bitrate"] = static_cast<Json::Int64>(context.bit_rate);
+  AppendTracks(context, videos, audios, subtitles);
+  return true;
+}
+
+bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
+                                             Json::Value& videos, Json::Value& audios,
+                                             Json::Value& subtitles) {
+  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
+    return ParseMetaDataFromFFMPEG_Impl(path, document, videos, audios, subtitles);
+  });
+}
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,95 @@
+#include "metadata/qmxmetadata.h"
+
+#include <fstream>
+
+#include "platform/io.h"
+#include "platform/log.h"
+#include "util/json_utils.h"
+#include "util/system_files.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+std::string RecordPath(const std::string& kind, const std::string& streamId) {
+  return StreamPath(kind, streamId) + "/video_metadata";
+}
+
+}  // namespace
+
+QMXInitArgument::QMXInitArgument(const std::string& file, const std::string& kind,
+                                 const std::string& profileFile, const std::string& key)
+    : filePath(file), streamKind(kind), profilePath(profileFile), profileKey(key) {}
+
+QMXMetaData::QMXMetaData(const std::string& streamId, const std::string& streamKind)
+    : m_streamId(streamId), m_streamKind(streamKind) {}
+
+bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
+                                 bool hlsHeader) {
+  if (argument.filePath.empty() || argument.streamKind.empty() || argument.profilePath.empty() ||
+      argument.profileKey.empty() || streamId.empty()) {
+    return false;
+  }
+  Json::Value document(Json::objectValue);
+  if (!ReadMetaDataFromFFMPEG(argument.filePath, document)) {
+    return false;
+  }
+  if (!ReadTransProfile(argument.profilePath, argument.profileKey, document)) {
+    ORVO_LOG("Failed to copy transcoding profile [%s] in [%s]", argument.profileKey.c_str(),
+             argument.profilePath.c_str());
+    return false;
+  }
+  document["device"] = argument.device;
+  document["hls_header"] = hlsHeader;
+  document["use_pre_analysis"] = argument.usePreAnalysis;
+  return LibMirevo::WriteJsonToFile(RecordPath(argument.streamKind, streamId), document);
+}
+
+bool QMXMetaData::ReadTransProfile(const std::string& profilePath, const std::string& profileKey,
+                                   Json::Value& document) {
+  std::string value;
+  if (!ReadProfileValue(profilePath, profileKey, value)) {
+    return false;
+  }
+  document["profile_key"] = profileKey;
+  document["profile_value"] = value;
+  return true;
+}
+
+bool QMXMetaData::LoadMetaData() {
+  if (m_streamId.empty() || m_streamKind.empty()) {
+    return false;
+  }
+  std::ifstream file(RecordPath(m_streamKind, m_streamId), std::ios::binary);
+  std::string text;
+  if (!file.is_open() || !orvo::ReadAll(file, text)) {
+    return false;
+  }
+  m_document.clear();
+  if (!LibMirevo::ParseJson(text, m_document)) {
+    return false;
+  }
+  m_loaded = true;
+  return true;
+}
+
+std::string QMXMetaData::GetDevice() const { return GetMemberString("device"); }
+std::string QMXMetaData::GetProfileKey() const { return GetMemberString("profile_key"); }
+std::string QMXMetaData::GetProfileValue() const { return GetMemberString("profile_value"); }
+
+bool QMXMetaData::IsHLSHeader() const {
+  if (!m_loaded || !m_document.isObject() || !m_document.isMember("hls_header")) {
+    return false;
+  }
+  const Json::Value& flag = m_document["hls_header"];
+  return flag.isConvertibleTo(Json::booleanValue) && flag.asBool();
+}
+
+bool QMXMetaData::IsUsePreAnalysis() const {
+  if (!m_loaded || !m_document.isObject() || !m_document.isMember("use_pre_analysis")) {
+    return true;
+  }
+  const Json::Value& flag = m_document["use_pre_analysis"];
+  return !flag.isBool() || flag.asBool();
+}
+
+}  // namespace LibOrvoQMX

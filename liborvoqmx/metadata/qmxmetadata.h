@@ -1,0 +1,61 @@
+// What identifies a stream and what it remembers of its media file from request to request.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+
+#include "metadata/video_metadata.h"
+#include "platform/export.h"
+
+namespace LibOrvoQMX {
+
+// What a caller says to open a stream.
+struct ORVO_API QMXInitArgument {
+  QMXInitArgument(const std::string& file, const std::string& kind,
+                  const std::string& profileFile, const std::string& key);
+
+  std::string filePath;
+  std::string streamKind;   // "HTTP", "WEBM", "HLS" or "SS"
+  std::string profilePath;  // a JSON object of profile keys to profile values
+  std::string profileKey;
+  // The request's own arguments. Read here: "stream_id" (text: join that stream) and "hls_header"
+  // (boolean).
+  Json::Value args{Json::objectValue};
+  std::string device;
+  uint64_t needSpace = 0;  // bytes; 0 lets the library choose
+  bool usePreAnalysis = false;
+};
+
+// The record "video_metadata" of a stream: the metadata document, with "profile_key", "profile_value",
+// "device", "hls_header" and "use_pre_analysis". Written once, when the stream is opened.
+class ORVO_API QMXMetaData : public VideoMetaData {
+ public:
+  QMXMetaData(const std::string& streamId, const std::string& streamKind);
+
+  // Probes the file of `argument`, adds its profile and writes the record into the stream's directory,
+  // which must exist. False when an argument is missing or any of this fails.
+  static bool ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
+                             bool hlsHeader);
+
+  // Copies one profile from the profile file into `document`. False when the file cannot be read or has
+  // no such key.
+  static bool ReadTransProfile(const std::string& profilePath, const std::string& profileKey,
+                               Json::Value& document);
+
+  // Reads the record back. False when it is missing or damaged.
+  bool LoadMetaData();
+
+  std::string GetDevice() const;
+  std::string GetProfileKey() const;
+  std::string GetProfileValue() const;
+  bool IsHLSHeader() const;        // false unless the record says so
+  bool IsUsePreAnalysis() const;  // true unless the record says not to
+
+ private:
+  std::string m_streamId;
+  std::string m_streamKind;
+};
+
+}  // namespace LibOrvoQMX

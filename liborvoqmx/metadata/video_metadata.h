@@ -1,0 +1,107 @@
+// What a media file is: the metadata document that a probe writes, and typed answers from it.
+//
+// The document is a JSON object with "path", "filesize" (decimal text), "duration" (whole seconds),
+// "container_type", "start_time" (whole seconds), "bitrate" (bit/s) and "track_info", an object of the
+// arrays "video", "audio" and "subtitle" in container order. Each track has "track" (its index in the
+// container) and "id" (a running number over the kept tracks), both texts.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+#include <libavformat/avformat.h>
+}
+
+#include "platform/export.h"
+
+namespace LibOrvoQMX {
+
+class ORVO_API VideoMetaData {
+ public:
+  // Probes `path` unless it is the file already loaded. False, with an unloaded document, for an empty
+  // or missing path and for a file that is no media file.
+  bool LoadFile(const std::string& path);
+
+  // Fills `document` for `path`. The file's size is read with the caller's own rights, the content as
+  // root. On failure the document has no "track_info".
+  static bool ReadMetaDataFromFFMPEG(const std::string& path, Json::Value& document);
+
+  // Runs ParseMetaDataFromFFMPEG_Impl as root.
+  static bool ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
+                                       Json::Value& videos, Json::Value& audios,
+                                       Json::Value& subtitles);
+
+  // Every reader below answers 0, "" or null where nothing is loaded, the key is absent or the value is
+  // of another type.
+  unsigned GetMemberUI(const std::string& key) const;
+  std::string GetMemberString(const std::string& key) const;
+
+  // A copy of one track; null when there is none with that index.
+  Json::Value GetVideo(unsigned index) const;
+  Json::Value GetAudio(unsigned index) const;
+
+  unsigned GetFirstVideoMemberUI(const std::string& key) const;
+  int GetFirstVideoMemberInt(const std::string& key) const;
+  std::string GetFirstVideoMemberString(const std::string& key) const;
+  unsigned GetFirstAudioMemberUI(const std::string& key) const;
+  std::string GetFirstAudioMemberString(const std::string& key) const;
+
+  // Copies the track arrays. False when either is missing; `videos` is filled first.
+  bool GetTrackInfo(Json::Value& videos, Json::Value& audios) const;
+  bool GetSubtitleTrackInfo(Json::Value& subtitles) const;
+
+  std::string GetContainer() const;  // the demuxer's name, possibly a list of names
+  std::string GetFilePath() const;
+  unsigned GetStartTime() const;  // seconds
+  unsigned GetDuration() const;   // seconds
+  unsigned GetBitrate() const;    // bit/s, the whole container
+  uint64_t GetFileSize() const;   // bytes
+
+  unsigned GetAudioFreqency() const;  // Hz
+  unsigned GetAudioChannel() const;
+  unsigned GetAudioBitrate() const;  // bit/s
+  std::string GetAudioCodecName() const;
+
+  float GetVideoFramerate() const;  // frames per second, on average
+  int GetVideoFramerateDen() const;
+  int GetVideoFramerateNum() const;
+  int GetVideoSampleAspectRatioDen() const;
+  int GetVideoSampleAspectRatioNum() const;
+  unsigned GetVideoLevel() const;
+  unsigned GetVideoResolutionX() const;  // coded size, whatever the rotation
+  unsigned GetVideoResolutionY() const;
+  unsigned GetVideoDisplayX() const;  // display size, after aspect ratio and rotation
+  unsigned GetVideoDisplayY() const;
+  unsigned GetVideoRotate() const;   // degrees
+  unsigned GetVideoBitrate() const;  // bit/s
+  std::string GetVideoPixFmt() const;
+  std::string GetVideoProfile() const;
+  std::string GetVideoCodecTag() const;
+  std::string GetVideoCodecName() const;
+  float GetVideoRatio() const;  // coded width / height; 1.77 when unknown
+
+ protected:
+  bool m_loaded = false;
+  Json::Value m_document{Json::objectValue};
+};
+
+// Opens `path` and fills the container's keys into `document` and one object per track into the three
+// arrays. False when the file cannot be opened or analysed.
+ORVO_API bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document,
+                                           Json::Value& videos, Json::Value& audios,
+                                           Json::Value& subtitles);
+
+// One track's object, without "id" and "track".
+ORVO_API Json::Value ParseVideoCodec(const AVStream* stream);
+ORVO_API Json::Value ParseAudioCodec(const AVStream* stream);
+ORVO_API Json::Value ParseSubtitleCodec(const AVStream* stream);
+
+// The short name that every codec comparison uses; "" for a codec without one. FFmpeg's own names, but
+// for "mpeg2".
+ORVO_API std::string GetCodecName(AVCodecID id);
+
+}  // namespace LibOrvoQMX

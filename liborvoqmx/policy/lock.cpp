@@ -1,0 +1,77 @@
+#include "policy/lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/log.h"
+#include "platform/plat.h"
+
+namespace LibMirevo {
+namespace {
+
+// The service user and group of the appliance.
+constexpr uid_t kServiceUser = 1024;
+constexpr gid_t kServiceGroup = 100;
+
+bool MakeDirectoryOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    ORVO_LOG("Find dir path failed %s", path.c_str());
+    return false;
+  }
+  const std::string directory = path.substr(0, slash);
+  struct stat status {};
+  if (directory.empty() || stat(directory.c_str(), &status) == 0) {
+    return true;
+  }
+  if (PlatFSMkdirP(directory, 0, 1, kServiceUser, kServiceGroup, 0777) != 0) {
+    ORVO_LOG("Fail to create dir [%s]", directory.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+Lock::Lock(const std::string& path, bool blocking) : m_path(path), m_blocking(blocking) {
+  m_locked = LockFile();
+}
+
+Lock::~Lock() { UnlockFile(); }
+
+bool Lock::LockFile() {
+  if (!MakeDirectoryOf(m_path)) {
+    return false;
+  }
+  UnlockFile();
+  // The directory is one that everybody may write to: a link planted there is not followed.
+  m_fd = open(m_path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0777);
+  if (m_fd < 0) {
+    return false;
+  }
+  const int mode = m_blocking ? LOCK_EX : LOCK_EX | LOCK_NB;
+  int result = 0;
+  do {
+    result = flock(m_fd, mode);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+void Lock::UnlockFile() {
+  if (m_fd < 0) {
+    return;
+  }
+  if (m_locked) {
+    flock(m_fd, LOCK_UN);
+  }
+  close(m_fd);
+  m_fd = -1;
+}
+
+bool Lock::IsLockSucess() const { return m_locked && m_fd >= 0; }
+
+}  // namespace LibMirevo

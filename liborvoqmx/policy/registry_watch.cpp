@@ -1,0 +1,112 @@
+#include "policy/registry_watch.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/pidfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <vector>
+
+#include "platform/plat.h"
+#include "platform/unique_fd.h"
+#include "util/json_utils.h"
+#include "util/system_files.h"
+
+namespace LibMirevo {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds kAskAgain(1000);
+
+// What can end a wait: the register's file and the processes that an earlier look found in it.
+class RegistryWatch {
+ public:
+  explicit RegistryWatch(const Json::Value& seen)
+      : path_(orvo::SystemPath(LibOrvoQMX::kRegistryFile)),
+        seen_(seen),
+        changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    inotify_add_watch(changes_.Get(), path_.c_str(), IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE_SELF);
+    for (const Json::Value& entry : seen) {
+      processes_.emplace_back(pidfd_open(entry["PID"].asInt(), 0));
+    }
+  }
+
+  // True when something ended the wait before `deadline`. Other waiters write the same content back
+  // again and again, so only a different one counts.
+  bool Wait(Clock::time_point deadline) {
+    while (!HasChanged()) {
+      const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+      if (left.count() <= 0) {
+        return false;
+      }
+      if (Poll(static_cast<int>(left.count()))) {
+        return true;
+      }
+    }
+    return true;
+  }
+
+ private:
+  bool HasChanged() const {
+    Json::Value now;
+    return ReadJsonFromFile(path_, now) && now != seen_;
+  }
+
+  // True when a process ended; false when the file was touched or time is up.
+  bool Poll(int timeout) {
+    std::vector<pollfd> events{{changes_.Get(), POLLIN, 0}};
+    for (const orvo::UniqueFd& process : processes_) {
+      events.push_back({process.Get(), POLLIN, 0});
+    }
+    if (poll(events.data(), events.size(), timeout) <= 0) {
+      return false;
+    }
+    std::array<char, 4096> ignored{};
+    while (read(changes_.Get(), ignored.data(), ignored.size()) > 0) {
+    }
+    return std::any_of(events.begin() + 1, events.end(),
+                       [](const pollfd& process) { return process.revents != 0; });
+  }
+
+  std::string path_;
+  Json::Value seen_;
+  orvo::UniqueFd changes_;
+  std::vector<orvo::UniqueFd> processes_;
+};
+
+}  // namespace
+
+bool AskRegistryUntil(const std::function<bool(TransLoading&)>& question, int seconds) {
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+  bool early = false;
+  for (;;) {
+    const Clock::time_point asked = Clock::now();
+    Json::Value seen;
+    {
+      TransLoading registry;
+      if (question(registry)) {
+        return true;
+      }
+      seen = registry.GetEntries();
+    }
+    if (asked >= end) {
+      return false;
+    }
+    const Clock::time_point deadline = std::min(end, asked + kAskAgain);
+    if (early) {
+      // A register that cannot be written never equals what was read from it: twice in a row is a
+      // reason to wait the second out.
+      early = false;
+      poll(nullptr, 0, static_cast<int>((deadline - Clock::now()) / milliseconds(1)));
+    } else {
+      early = RegistryWatch(seen).Wait(deadline) && Clock::now() - asked < milliseconds(20);
+    }
+  }
+}
+
+}  // namespace LibMirevo

@@ -1,0 +1,112 @@
+#include "stream/adapt_stream.h"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <ctime>
+
+#include "platform/plat.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+// Parameters of the request that every fragment's request repeats.
+struct PassedParameter {
+  const char* name;
+  bool quoted;  // under the newer API
+};
+constexpr std::array kPassedTexts = {
+    PassedParameter{"method", false},
+    PassedParameter{"token", true},
+    PassedParameter{"_sid", true},
+    PassedParameter{"OrvoToken", false},
+    PassedParameter{"sharing_id", true},
+};
+
+// A text member of the request; null for one of any other type.
+const Json::Value* FindText(const Json::Value& request, const char* name) {
+  if (!request.isObject() || !request[name].isString()) {
+    return nullptr;
+  }
+  return &request[name];
+}
+
+std::string TextOf(const Json::Value& request, const char* name) {
+  const Json::Value* const text = FindText(request, name);
+  return text != nullptr ? text->asString() : "";
+}
+
+}  // namespace
+
+AdaptStream::AdaptStream(const std::string& streamId, const std::string& streamKind)
+    : QMXStream(streamId, streamKind) {}
+
+AdaptStream::~AdaptStream() = default;
+
+bool AdaptStream::Close() { return CloseStreamCommon(); }
+
+bool AdaptStream::InitAdaptStream(const Json::Value& request, const std::string& audioId) {
+  const bool force = request.isObject() && request["force_open_qmx"].isBool() &&
+                     request["force_open_qmx"].asBool();
+  return InitStreamCommon(audioId, force) && !TextOf(request, "url").empty();
+}
+
+bool AdaptStream::IsWebapi5(const Json::Value& request) {
+  return TextOf(request, "api").find("ORVO.Mirevo2") != std::string::npos;
+}
+
+std::string AdaptStream::GetStreamURL(const Json::Value& request) const {
+  const std::string url = TextOf(request, "url");
+  const std::string format = TextOf(request, "format");
+  if (url.empty() || format.empty() || m_streamKind.empty() || m_streamId.empty()) {
+    return "";
+  }
+  // The Smooth manifest carries the address in an XML attribute.
+  const std::string separator = m_streamKind == "SS" ? "&amp;" : "&";
+  const bool isNewer = IsWebapi5(request);
+  const std::string quote = isNewer ? "%22" : "";
+
+  std::string text = url + "?format=" + format + separator;
+  text += (isNewer ? "stream_id=" : "id=") + quote + m_streamId + quote;
+  if (const Json::Value* api = FindText(request, "api"); api != nullptr) {
+    text += separator + "api=" + api->asString();
+  }
+  if (request["version"].isIntegral()) {
+    text += separator + "version=" + request["version"].asString();
+  }
+  for (const PassedParameter& parameter : kPassedTexts) {
+    const Json::Value* const value = FindText(request, parameter.name);
+    if (value != nullptr) {
+      const std::string around = parameter.quoted ? quote : "";
+      text += separator + parameter.name + "=" + around + value->asString() + around;
+    }
+  }
+  return text;
+}
+
+bool AdaptStream::SeekingHandler() const {
+  if (m_streamId.empty() || m_streamKind.empty()) {
+    return false;
+  }
+  SaveMonitorPid(0, true);
+  const std::string pattern = m_streamKind == "HLS" ? "slice*" : "smooth";
+  // Depth first: otherwise find would walk into the directory that it has just deleted, and report
+  // that as a failure.
+  return PlatExecv("/bin/find", {"/bin/find", "-L", GetQMXFileFullPath(""), "-depth", "-name",
+                                 pattern, "-exec", "/bin/rm", "-rf", "{}", ";"}) == 0;
+}
+
+bool AdaptStream::QMXIsTimeout(unsigned long seconds) const {
+  if (m_streamId.empty()) {
+    return false;
+  }
+  struct stat status {};
+  if (stat(GetQMXFileFullPath("access_status").c_str(), &status) != 0) {
+    return false;
+  }
+  const auto idle =
+      static_cast<unsigned long>(time(nullptr)) - static_cast<unsigned long>(status.st_mtime);
+  return idle >= seconds;
+}
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,33 @@
+#include "util/system_files.h"
+
+#include <json/value.h>
+
+#include "platform/plat.h"
+#include "util/json_utils.h"
+
+namespace LibOrvoQMX {
+
+std::string StreamKindPath(const std::string& kind) {
+  return orvo::SystemPath(std::string(kTempRoot) + "/" + kind);
+}
+
+std::string StreamPath(const std::string& kind, const std::string& streamId) {
+  return StreamKindPath(kind) + "/" + streamId;
+}
+
+bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,
+                      std::string& value) {
+  if (profilePath.empty() || profileKey.empty()) {
+    return false;
+  }
+  Json::Value profiles;
+  if (!LibMirevo::ReadJsonFromFile(profilePath, profiles) || !profiles.isObject() ||
+      !profiles.isMember(profileKey)) {
+    return false;
+  }
+  const Json::Value& found = profiles[profileKey];
+  value = found.isConvertibleTo(Json::stringValue) ? found.asString() : "";
+  return true;
+}
+
+}  // namespace LibOrvoQMX

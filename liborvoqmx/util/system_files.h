@@ -1,0 +1,28 @@
+// Where the system keeps its files, and what they hold in common. One place for every fixed path.
+#pragma once
+
+#include <string>
+
+namespace LibOrvoQMX {
+
+inline constexpr char kTempRoot[] = "/tmp/Mirevo";
+inline constexpr char kVolumeTempRoot[] = "/@tmp/Mirevo";  // below a volume's mount path
+inline constexpr char kRegistryFile[] = "/tmp/Mirevo/enabled";
+inline constexpr char kOfflineConversionPidFile[] = "/run/orvovideoconversiond.pid";
+inline constexpr char kApplianceFile[] = "/etc.defaults/orvoinfo.conf";
+inline constexpr char kAdvancedFile[] = "/var/packages/Mirevo/etc/advanced.conf";
+inline constexpr char kVaapiFile[] = "/var/packages/Mirevo/etc/vaapi_ffmpeg";
+inline constexpr char kHostPlatformFile[] = "/proc/orvo_platform";
+inline constexpr char kCpuInfoFile[] = "/proc/cpuinfo";
+inline constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
+
+// The directory of the streams of one kind, and of one stream: "/tmp/Mirevo" / kind / stream id.
+std::string StreamKindPath(const std::string& kind);
+std::string StreamPath(const std::string& kind, const std::string& streamId);
+
+// The value of one key of a transcoding profile file, read as a text. False when the path or the key is
+// empty, the file cannot be read or it lacks the key.
+bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,
+                      std::string& value);
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,32 @@
+#include "platform/io.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+namespace orvo {
+
+bool WriteAll(int fd, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written = write(fd, content.data(), content.size());
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      return false;
+    }
+    content.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+bool ReadAll(std::istream& stream, std::string& content) {
+  std::array<char, 16384> buffer{};
+  while (stream.read(buffer.data(), buffer.size()) || stream.gcount() > 0) {
+    content.append(buffer.data(), static_cast<size_t>(stream.gcount()));
+  }
+  return !stream.bad();
+}
+
+}  // namespace orvo

@@ -1,0 +1,19 @@
+// Whole reads and writes.
+#pragma once
+
+#include <istream>
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+
+namespace orvo {
+
+// Writes all of `content`, through interruptions and short writes. False, with errno set, when the
+// descriptor takes no more.
+ORVO_API bool WriteAll(int fd, std::string_view content);
+
+// Appends what is left of `stream` to `content`. False on a read error.
+ORVO_API bool ReadAll(std::istream& stream, std::string& content);
+
+}  // namespace orvo

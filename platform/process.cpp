@@ -1,0 +1,128 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/pidfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+
+#include "platform/plat.h"
+#include "platform/unique_fd.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A pidfd becomes readable when its process has ended, reaped or not. That is the one test that a
+// zombie, a thread id and a reused number all answer rightly.
+bool HasEndedWithin(int pidfd, Clock::time_point deadline) {
+  for (;;) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd wait{pidfd, POLLIN, 0};
+    const int ready = poll(&wait, 1, left > 0 ? static_cast<int>(left) : 0);
+    if (ready > 0) {
+      return true;
+    }
+    if (ready == 0 || errno != EINTR) {
+      return false;
+    }
+  }
+}
+
+int WaitForStatus(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) {
+      return -1;
+    }
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace
+
+namespace orvo {
+
+bool WaitForExit(pid_t pid, int milliseconds) {
+  if (pid < 1) {
+    return true;
+  }
+  const UniqueFd process(pidfd_open(pid, 0));
+  if (process.IsOpen()) {
+    return HasEndedWithin(process.Get(), Clock::now() + std::chrono::milliseconds(milliseconds));
+  }
+  // Gone, or a thread's number, which is no process. Anything else (no descriptor left, say) must not
+  // make a living process look dead.
+  return errno == ESRCH || errno == EINVAL || errno == ENOENT ||
+         (kill(pid, 0) != 0 && errno == ESRCH);
+}
+
+}  // namespace orvo
+
+int PlatExecv(const std::string& program, const std::vector<std::string>& argv) {
+  std::vector<char*> arguments;
+  arguments.reserve(argv.size() + 1);
+  for (const std::string& argument : argv) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
+
+  // A caller's blocked signals and ignored SIGPIPE are its own business, not the program's.
+  sigset_t none;
+  sigset_t defaults;
+  sigemptyset(&none);
+  sigfillset(&defaults);
+  posix_spawnattr_t attributes;
+  if (posix_spawnattr_init(&attributes) != 0) {
+    return -1;
+  }
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  pid_t pid = -1;
+  const int failure =
+      posix_spawn(&pid, program.c_str(), nullptr, &attributes, arguments.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  return failure == 0 ? WaitForStatus(pid) : -1;
+}
+
+int PlatProcForkChildNoWait() {
+  const pid_t middle = fork();
+  if (middle < 0) {
+    return -1;
+  }
+  if (middle == 0) {
+    const pid_t child = fork();
+    if (child == 0) {
+      return 0;
+    }
+    _exit(child < 0 ? 1 : 0);
+  }
+  return WaitForStatus(middle) == 0 ? 1 : -1;
+}
+
+bool PlatProcAlive(pid_t pid) {
+  if (pid < 1) {
+    return false;
+  }
+  return !orvo::WaitForExit(pid, 0);
+}
+
+pid_t PlatReadPidFile(const std::string& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  const auto first = line.find_first_not_of(" \t");
+  if (first == std::string::npos) {
+    return -1;
+  }
+  pid_t pid = -1;
+  const auto parsed = std::from_chars(line.data() + first, line.data() + line.size(), pid);
+  return parsed.ec == std::errc() ? pid : -1;
+}
