@@ -4,6 +4,10 @@ namespace {
 thread_local int lastError = 0;
 }
 
-int PlatErrGet() { return lastError; }
+int PlatErrGet() {
+  return lastError;
+}
 
-void PlatErrSetEx(int code, const char* /*file*/, int /*line*/) { lastError = code; }
+void PlatErrSetEx(int code, const char* /*file*/, int /*line*/) {
+  lastError = code;
+}

@@ -11,8 +11,8 @@ namespace {
 
 constexpr char kBlanks[] = " \t\r";
 
-// The value that a shell would take from the text after "=": quoted and bare pieces joined, up to the
-// first bare blank or comment.
+// The value that a shell would take from the text after "=": quoted and bare pieces joined, up to
+// the first bare blank or comment.
 std::string Unquote(const std::string& text) {
   std::string value;
   char quote = '\0';

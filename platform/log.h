@@ -7,8 +7,8 @@
 
 namespace orvo {
 
-// Sends "source:line message" to the system log, where source is the base name of `file` without its
-// ending. The message is formatted as by printf.
+// Sends "source:line message" to the system log, where source is the base name of `file` without
+// its ending. The message is formatted as by printf.
 ORVO_API void Log(int priority, const char* file, int line, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 

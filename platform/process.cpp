@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,8 +10,13 @@
 #include <csignal>
 #include <fstream>
 
+#include "platform/pidfd.h"
 #include "platform/plat.h"
-#include "platform/unique_fd.h"
+
+// This header forgets to say that it is C.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 namespace {
 
@@ -49,16 +53,20 @@ int WaitForStatus(pid_t pid) {
 
 namespace orvo {
 
+UniqueFd OpenProcess(pid_t pid) {
+  return UniqueFd(pidfd_open(pid, 0));
+}
+
 bool WaitForExit(pid_t pid, int milliseconds) {
   if (pid < 1) {
     return true;
   }
-  const UniqueFd process(pidfd_open(pid, 0));
+  const UniqueFd process = OpenProcess(pid);
   if (process.IsOpen()) {
     return HasEndedWithin(process.Get(), Clock::now() + std::chrono::milliseconds(milliseconds));
   }
-  // Gone, or a thread's number, which is no process. Anything else (no descriptor left, say) must not
-  // make a living process look dead.
+  // Gone, or a thread's number, which is no process. Anything else (no descriptor left, say) must
+  // not make a living process look dead.
   return errno == ESRCH || errno == EINVAL || errno == ENOENT ||
          (kill(pid, 0) != 0 && errno == ESRCH);
 }

@@ -16,7 +16,8 @@ bool HasRoot() {
 }
 
 bool SetEffectiveIds(uid_t user, gid_t group) {
-  // Groups can only be changed while the effective user is root, so root comes first and the user last.
+  // Groups can only be changed while the effective user is root, so root comes first and the user
+  // last.
   return (geteuid() == 0 || seteuid(0) == 0) && setegid(group) == 0 && seteuid(user) == 0;
 }
 

@@ -8,8 +8,9 @@
 namespace orvo {
 
 // Switches the effective user and group for its life. A process that has root among its real,
-// effective or saved ids may switch; one that has not keeps its ids, and that is no failure. Failing
-// to switch or to switch back is logged with the authentication facility, under `file` and `line`.
+// effective or saved ids may switch; one that has not keeps its ids, and that is no failure.
+// Failing to switch or to switch back is logged with the authentication facility, under `file` and
+// `line`.
 class ORVO_API RunAs {
  public:
   RunAs(uid_t user, gid_t group, const char* file, int line);

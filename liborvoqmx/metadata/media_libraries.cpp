@@ -1,8 +1,7 @@
 #include "metadata/media_libraries.h"
 
-#include <dlfcn.h>
-
 #include "platform/log.h"
+#include "util/lazy_library.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -12,28 +11,18 @@ constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VER
 constexpr char kCodecLibrary[] = "libavcodec.so." AV_STRINGIFY(LIBAVCODEC_VERSION_MAJOR);
 constexpr char kUtilLibrary[] = "libavutil.so." AV_STRINGIFY(LIBAVUTIL_VERSION_MAJOR);
 
-template <typename Function>
-bool Find(void* library, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(dlsym(library, name));
-  return function != nullptr;
-}
-
 bool Load(MediaLibraries& media) {
-  void* const format = dlopen(kFormatLibrary, RTLD_NOW | RTLD_LOCAL);
-  void* const codec = dlopen(kCodecLibrary, RTLD_NOW | RTLD_LOCAL);
-  void* const util = dlopen(kUtilLibrary, RTLD_NOW | RTLD_LOCAL);
-  if (format == nullptr || codec == nullptr || util == nullptr) {
-    return false;
-  }
+  const orvo::LazyLibrary format(kFormatLibrary);
+  const orvo::LazyLibrary codec(kCodecLibrary);
+  const orvo::LazyLibrary util(kUtilLibrary);
   bool found = true;
-#define ORVO_FIND(name) found = Find(library, #name, media.name) && found;
-  void* library = format;
-  ORVO_FFMPEG_FORMAT_FUNCTIONS(ORVO_FIND)
-  library = codec;
-  ORVO_FFMPEG_CODEC_FUNCTIONS(ORVO_FIND)
-  library = util;
-  ORVO_FFMPEG_UTIL_FUNCTIONS(ORVO_FIND)
-#undef ORVO_FIND
+#define ORVO_FIND_IN(library, name) found = (library).Find(#name, media.name) && found;
+#define ORVO_FIND_FORMAT(name) ORVO_FIND_IN(format, name)
+#define ORVO_FIND_CODEC(name) ORVO_FIND_IN(codec, name)
+#define ORVO_FIND_UTIL(name) ORVO_FIND_IN(util, name)
+  ORVO_FFMPEG_FORMAT_FUNCTIONS(ORVO_FIND_FORMAT)
+  ORVO_FFMPEG_CODEC_FUNCTIONS(ORVO_FIND_CODEC)
+  ORVO_FFMPEG_UTIL_FUNCTIONS(ORVO_FIND_UTIL)
   return found;
 }
 

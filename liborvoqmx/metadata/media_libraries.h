@@ -1,5 +1,5 @@
-// FFmpeg's libraries, loaded when a media file is really opened. Most requests serve a stream that was
-// probed before; mapping 135 libraries would cost them thirty times their own start-up.
+// FFmpeg's libraries, loaded when a media file is really opened. Most requests serve a stream that
+// was probed before; mapping 135 libraries would cost them thirty times their own start-up.
 #pragma once
 
 extern "C" {

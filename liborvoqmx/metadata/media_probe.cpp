@@ -16,7 +16,9 @@ namespace {
 constexpr int64_t kMicrosecondsPerSecond = 1000000;
 constexpr int kChannelLayoutSize = 1024;
 
-std::string TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
+std::string TextOrEmpty(const char* text) {
+  return text != nullptr ? text : "";
+}
 
 const char* FindTag(const MediaLibraries& media, const AVStream& stream, const char* key) {
   const AVDictionaryEntry* const entry = media.av_dict_get(stream.metadata, key, nullptr, 0);
@@ -37,8 +39,8 @@ std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
   return descriptor != nullptr ? TextOrEmpty(descriptor->name) : "";
 }
 
-// Demuxers once told the rotation by a "rotate" tag and now by a display matrix. Its angle counts the
-// other way round and may be negative.
+// Demuxers once told the rotation by a "rotate" tag and now by a display matrix. Its angle counts
+// the other way round and may be negative.
 int RotationOf(const MediaLibraries& media, const AVStream& stream) {
   if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
     return static_cast<int>(std::strtol(tag, nullptr, 10));
@@ -70,8 +72,8 @@ struct Picture {
   int displayHeight = 0;
 };
 
-// The coded size and what the sample aspect ratio makes of it; the codec's own ratio goes before the
-// container's. All 0 where there is no width.
+// The coded size and what the sample aspect ratio makes of it; the codec's own ratio goes before
+// the container's. All 0 where there is no width.
 Picture MeasurePicture(const AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   Picture picture;
@@ -102,8 +104,8 @@ Picture MeasurePicture(const AVStream& stream) {
   return picture;
 }
 
-// Uncompressed audio has the rate that its samples make; what the demuxer says of it is not reliable.
-// 24- and 32-bit kinds take the reported rate.
+// Uncompressed audio has the rate that its samples make; what the demuxer says of it is not
+// reliable. 24- and 32-bit kinds take the reported rate.
 int64_t AudioBitrate(const AVCodecParameters& codec) {
   const int64_t samples = static_cast<int64_t>(codec.sample_rate) * codec.ch_layout.nb_channels;
   switch (codec.codec_id) {
@@ -153,7 +155,8 @@ class Input {
     }
     context_->format_whitelist = media_.av_strdup(orvo::kSelfContainedFormats);
     context_->protocol_whitelist = media_.av_strdup("file");
-    // "file:" keeps a name with a colon from being taken for an address. A failure frees the context.
+    // "file:" keeps a name with a colon from being taken for an address. A failure frees the
+    // context.
     return media_.avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, nullptr) >= 0 &&
            media_.avformat_find_stream_info(context_, nullptr) >= 0;
   }

@@ -72,9 +72,15 @@ bool QMXMetaData::LoadMetaData() {
   return true;
 }
 
-std::string QMXMetaData::GetDevice() const { return GetMemberString("device"); }
-std::string QMXMetaData::GetProfileKey() const { return GetMemberString("profile_key"); }
-std::string QMXMetaData::GetProfileValue() const { return GetMemberString("profile_value"); }
+std::string QMXMetaData::GetDevice() const {
+  return GetMemberString("device");
+}
+std::string QMXMetaData::GetProfileKey() const {
+  return GetMemberString("profile_key");
+}
+std::string QMXMetaData::GetProfileValue() const {
+  return GetMemberString("profile_value");
+}
 
 bool QMXMetaData::IsHLSHeader() const {
   if (!m_loaded || !m_document.isObject() || !m_document.isMember("hls_header")) {

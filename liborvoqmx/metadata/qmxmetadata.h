@@ -13,8 +13,8 @@ namespace LibOrvoQMX {
 
 // What a caller says to open a stream.
 struct ORVO_API QMXInitArgument {
-  QMXInitArgument(const std::string& file, const std::string& kind,
-                  const std::string& profileFile, const std::string& key);
+  QMXInitArgument(const std::string& file, const std::string& kind, const std::string& profileFile,
+                  const std::string& key);
 
   std::string filePath;
   std::string streamKind;   // "HTTP", "WEBM", "HLS" or "SS"
@@ -28,19 +28,20 @@ struct ORVO_API QMXInitArgument {
   bool usePreAnalysis = false;
 };
 
-// The record "video_metadata" of a stream: the metadata document, with "profile_key", "profile_value",
-// "device", "hls_header" and "use_pre_analysis". Written once, when the stream is opened.
+// The record "video_metadata" of a stream: the metadata document, with "profile_key",
+// "profile_value", "device", "hls_header" and "use_pre_analysis". Written once, when the stream is
+// opened.
 class ORVO_API QMXMetaData : public VideoMetaData {
  public:
   QMXMetaData(const std::string& streamId, const std::string& streamKind);
 
-  // Probes the file of `argument`, adds its profile and writes the record into the stream's directory,
-  // which must exist. False when an argument is missing or any of this fails.
+  // Probes the file of `argument`, adds its profile and writes the record into the stream's
+  // directory, which must exist. False when an argument is missing or any of this fails.
   static bool ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
                              bool hlsHeader);
 
-  // Copies one profile from the profile file into `document`. False when the file cannot be read or has
-  // no such key.
+  // Copies one profile from the profile file into `document`. False when the file cannot be read or
+  // has no such key.
   static bool ReadTransProfile(const std::string& profilePath, const std::string& profileKey,
                                Json::Value& document);
 
@@ -50,7 +51,7 @@ class ORVO_API QMXMetaData : public VideoMetaData {
   std::string GetDevice() const;
   std::string GetProfileKey() const;
   std::string GetProfileValue() const;
-  bool IsHLSHeader() const;        // false unless the record says so
+  bool IsHLSHeader() const;       // false unless the record says so
   bool IsUsePreAnalysis() const;  // true unless the record says not to
 
  private:

@@ -21,11 +21,17 @@ unsigned AsUnsigned(const Json::Value& value) {
   return value.isConvertibleTo(Json::uintValue) ? value.asUInt() : 0;
 }
 
-unsigned IntegralAsUnsigned(const Json::Value& value) { return value.isUInt() ? value.asUInt() : 0; }
+unsigned IntegralAsUnsigned(const Json::Value& value) {
+  return value.isUInt() ? value.asUInt() : 0;
+}
 
-int IntegralAsInt(const Json::Value& value) { return value.isInt() ? value.asInt() : 0; }
+int IntegralAsInt(const Json::Value& value) {
+  return value.isInt() ? value.asInt() : 0;
+}
 
-std::string AsText(const Json::Value& value) { return value.isString() ? value.asString() : ""; }
+std::string AsText(const Json::Value& value) {
+  return value.isString() ? value.asString() : "";
+}
 
 // Element `index` of one of the track arrays; null unless the document has both of them.
 const Json::Value& Track(const Json::Value& document, const char* kind, unsigned index) {
@@ -73,6 +79,11 @@ bool VideoMetaData::ReadMetaDataFromFFMPEG(const std::string& path, Json::Value&
   tracks["audio"] = audios;
   tracks["subtitle"] = subtitles;
   return true;
+}
+
+const Json::Value& VideoMetaData::GetDocument() const {
+  static const Json::Value nothing(Json::objectValue);
+  return m_loaded ? m_document : nothing;
 }
 
 unsigned VideoMetaData::GetMemberUI(const std::string& key) const {
@@ -133,20 +144,38 @@ bool VideoMetaData::GetSubtitleTrackInfo(Json::Value& subtitles) const {
   return true;
 }
 
-std::string VideoMetaData::GetContainer() const { return GetMemberString("container_type"); }
-std::string VideoMetaData::GetFilePath() const { return GetMemberString("path"); }
-unsigned VideoMetaData::GetStartTime() const { return GetMemberUI("start_time"); }
-unsigned VideoMetaData::GetDuration() const { return GetMemberUI("duration"); }
-unsigned VideoMetaData::GetBitrate() const { return GetMemberUI("bitrate"); }
+std::string VideoMetaData::GetContainer() const {
+  return GetMemberString("container_type");
+}
+std::string VideoMetaData::GetFilePath() const {
+  return GetMemberString("path");
+}
+unsigned VideoMetaData::GetStartTime() const {
+  return GetMemberUI("start_time");
+}
+unsigned VideoMetaData::GetDuration() const {
+  return GetMemberUI("duration");
+}
+unsigned VideoMetaData::GetBitrate() const {
+  return GetMemberUI("bitrate");
+}
 
 uint64_t VideoMetaData::GetFileSize() const {
   return std::strtoull(GetMemberString("filesize").c_str(), nullptr, 10);
 }
 
-unsigned VideoMetaData::GetAudioFreqency() const { return GetFirstAudioMemberUI("frequency"); }
-unsigned VideoMetaData::GetAudioChannel() const { return GetFirstAudioMemberUI("channel"); }
-unsigned VideoMetaData::GetAudioBitrate() const { return GetFirstAudioMemberUI("bitrate"); }
-std::string VideoMetaData::GetAudioCodecName() const { return GetFirstAudioMemberString("codec"); }
+unsigned VideoMetaData::GetAudioFreqency() const {
+  return GetFirstAudioMemberUI("frequency");
+}
+unsigned VideoMetaData::GetAudioChannel() const {
+  return GetFirstAudioMemberUI("channel");
+}
+unsigned VideoMetaData::GetAudioBitrate() const {
+  return GetFirstAudioMemberUI("bitrate");
+}
+std::string VideoMetaData::GetAudioCodecName() const {
+  return GetFirstAudioMemberString("codec");
+}
 
 float VideoMetaData::GetVideoFramerate() const {
   if (!m_loaded) {
@@ -156,27 +185,51 @@ float VideoMetaData::GetVideoFramerate() const {
   return rate.isNumeric() ? rate.asFloat() : 0;
 }
 
-int VideoMetaData::GetVideoFramerateDen() const { return GetFirstVideoMemberInt("framerate_den"); }
-int VideoMetaData::GetVideoFramerateNum() const { return GetFirstVideoMemberInt("framerate_num"); }
+int VideoMetaData::GetVideoFramerateDen() const {
+  return GetFirstVideoMemberInt("framerate_den");
+}
+int VideoMetaData::GetVideoFramerateNum() const {
+  return GetFirstVideoMemberInt("framerate_num");
+}
 int VideoMetaData::GetVideoSampleAspectRatioDen() const {
   return GetFirstVideoMemberInt("sample_aspect_ratio_den");
 }
 int VideoMetaData::GetVideoSampleAspectRatioNum() const {
   return GetFirstVideoMemberInt("sample_aspect_ratio_num");
 }
-unsigned VideoMetaData::GetVideoLevel() const { return GetFirstVideoMemberUI("level"); }
-unsigned VideoMetaData::GetVideoResolutionX() const { return GetFirstVideoMemberUI("resolutionx"); }
-unsigned VideoMetaData::GetVideoResolutionY() const { return GetFirstVideoMemberUI("resolutiony"); }
-unsigned VideoMetaData::GetVideoDisplayX() const { return GetFirstVideoMemberUI("display_x"); }
-unsigned VideoMetaData::GetVideoDisplayY() const { return GetFirstVideoMemberUI("display_y"); }
-unsigned VideoMetaData::GetVideoRotate() const { return GetFirstVideoMemberUI("rotate"); }
-unsigned VideoMetaData::GetVideoBitrate() const { return GetFirstVideoMemberUI("bitrate"); }
-std::string VideoMetaData::GetVideoPixFmt() const { return GetFirstVideoMemberString("pix_fmt"); }
-std::string VideoMetaData::GetVideoProfile() const { return GetFirstVideoMemberString("profile"); }
+unsigned VideoMetaData::GetVideoLevel() const {
+  return GetFirstVideoMemberUI("level");
+}
+unsigned VideoMetaData::GetVideoResolutionX() const {
+  return GetFirstVideoMemberUI("resolutionx");
+}
+unsigned VideoMetaData::GetVideoResolutionY() const {
+  return GetFirstVideoMemberUI("resolutiony");
+}
+unsigned VideoMetaData::GetVideoDisplayX() const {
+  return GetFirstVideoMemberUI("display_x");
+}
+unsigned VideoMetaData::GetVideoDisplayY() const {
+  return GetFirstVideoMemberUI("display_y");
+}
+unsigned VideoMetaData::GetVideoRotate() const {
+  return GetFirstVideoMemberUI("rotate");
+}
+unsigned VideoMetaData::GetVideoBitrate() const {
+  return GetFirstVideoMemberUI("bitrate");
+}
+std::string VideoMetaData::GetVideoPixFmt() const {
+  return GetFirstVideoMemberString("pix_fmt");
+}
+std::string VideoMetaData::GetVideoProfile() const {
+  return GetFirstVideoMemberString("profile");
+}
 std::string VideoMetaData::GetVideoCodecTag() const {
   return GetFirstVideoMemberString("codec_tag");
 }
-std::string VideoMetaData::GetVideoCodecName() const { return GetFirstVideoMemberString("codec"); }
+std::string VideoMetaData::GetVideoCodecName() const {
+  return GetFirstVideoMemberString("codec");
+}
 
 float VideoMetaData::GetVideoRatio() const {
   const unsigned width = GetVideoResolutionX();

@@ -1,9 +1,9 @@
 // What a media file is: the metadata document that a probe writes, and typed answers from it.
 //
 // The document is a JSON object with "path", "filesize" (decimal text), "duration" (whole seconds),
-// "container_type", "start_time" (whole seconds), "bitrate" (bit/s) and "track_info", an object of the
-// arrays "video", "audio" and "subtitle" in container order. Each track has "track" (its index in the
-// container) and "id" (a running number over the kept tracks), both texts.
+// "container_type", "start_time" (whole seconds), "bitrate" (bit/s) and "track_info", an object of
+// the arrays "video", "audio" and "subtitle" in container order. Each track has "track" (its index
+// in the container) and "id" (a running number over the kept tracks), both texts.
 #pragma once
 
 #include <json/value.h>
@@ -22,12 +22,12 @@ namespace LibOrvoQMX {
 
 class ORVO_API VideoMetaData {
  public:
-  // Probes `path` unless it is the file already loaded. False, with an unloaded document, for an empty
-  // or missing path and for a file that is no media file.
+  // Probes `path` unless it is the file already loaded. False, with an unloaded document, for an
+  // empty or missing path and for a file that is no media file.
   bool LoadFile(const std::string& path);
 
-  // Fills `document` for `path`. The file's size is read with the caller's own rights, the content as
-  // root. On failure the document has no "track_info".
+  // Fills `document` for `path`. The file's size is read with the caller's own rights, the content
+  // as root. On failure the document has no "track_info".
   static bool ReadMetaDataFromFFMPEG(const std::string& path, Json::Value& document);
 
   // Runs ParseMetaDataFromFFMPEG_Impl as root.
@@ -35,8 +35,11 @@ class ORVO_API VideoMetaData {
                                        Json::Value& videos, Json::Value& audios,
                                        Json::Value& subtitles);
 
-  // Every reader below answers 0, "" or null where nothing is loaded, the key is absent or the value is
-  // of another type.
+  // The whole document; an empty object where nothing is loaded.
+  const Json::Value& GetDocument() const;
+
+  // Every reader below answers 0, "" or null where nothing is loaded, the key is absent or the
+  // value is of another type.
   unsigned GetMemberUI(const std::string& key) const;
   std::string GetMemberString(const std::string& key) const;
 
@@ -89,8 +92,8 @@ class ORVO_API VideoMetaData {
   Json::Value m_document{Json::objectValue};
 };
 
-// Opens `path` and fills the container's keys into `document` and one object per track into the three
-// arrays. False when the file cannot be opened or analysed.
+// Opens `path` and fills the container's keys into `document` and one object per track into the
+// three arrays. False when the file cannot be opened or analysed.
 ORVO_API bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document,
                                            Json::Value& videos, Json::Value& audios,
                                            Json::Value& subtitles);
@@ -100,8 +103,8 @@ ORVO_API Json::Value ParseVideoCodec(const AVStream* stream);
 ORVO_API Json::Value ParseAudioCodec(const AVStream* stream);
 ORVO_API Json::Value ParseSubtitleCodec(const AVStream* stream);
 
-// The short name that every codec comparison uses; "" for a codec without one. FFmpeg's own names, but
-// for "mpeg2".
+// The short name that every codec comparison uses; "" for a codec without one. FFmpeg's own names,
+// but for "mpeg2".
 ORVO_API std::string GetCodecName(AVCodecID id);
 
 }  // namespace LibOrvoQMX

@@ -22,9 +22,8 @@ struct VideoSize {
   unsigned height;
 };
 constexpr std::array kVideoSizes = {
-    VideoSize{"hd480", 852, 480},    VideoSize{"hd720", 1280, 720},
-    VideoSize{"hd1080", 1920, 1080}, VideoSize{"320x240", 320, 240},
-    VideoSize{"480x360", 480, 360},
+    VideoSize{"hd480", 852, 480},   VideoSize{"hd720", 1280, 720},  VideoSize{"hd1080", 1920, 1080},
+    VideoSize{"320x240", 320, 240}, VideoSize{"480x360", 480, 360},
 };
 
 constexpr std::array<std::string_view, 5> kEvansportCodecs = {"mpeg4", "h264", "mpeg2", "vc1",
@@ -41,9 +40,13 @@ bool Is10Bit(const std::string& codec, const std::string& profile) {
   return (codec == "h264" && profile == "High 10") || (codec == "hevc" && profile == "Main 10");
 }
 
-bool IsTurned(unsigned rotate) { return rotate == 90 || rotate == 270; }
+bool IsTurned(unsigned rotate) {
+  return rotate == 90 || rotate == 270;
+}
 
-unsigned EvenBelow(float length) { return static_cast<unsigned>(length) & ~1U; }
+unsigned EvenBelow(float length) {
+  return static_cast<unsigned>(length) & ~1U;
+}
 
 std::string TextMember(const Json::Value& track, const char* key) {
   return track.isObject() && track[key].isConvertibleTo(Json::stringValue) ? track[key].asString()
@@ -54,8 +57,12 @@ std::string TextMember(const Json::Value& track, const char* key) {
 
 ArgumentHelper::ArgumentHelper(const VideoMetaData& metaData) : m_metaData(metaData) {}
 
-std::string ArgumentHelper::GetAACEncoder() { return "libfdk_aac"; }
-std::string ArgumentHelper::GetMP3Encoder() { return "libshine"; }
+std::string ArgumentHelper::GetAACEncoder() {
+  return "libfdk_aac";
+}
+std::string ArgumentHelper::GetMP3Encoder() {
+  return "libshine";
+}
 
 Json::Value ArgumentHelper::GetAudioTrackInfoByID(const std::string& id, unsigned& index) const {
   Json::Value videos;
@@ -97,7 +104,9 @@ bool ArgumentHelper::AbleToDecodeAudio(const std::string& id) const {
   return AbleToDecodeAudioById(id);
 }
 
-bool ArgumentHelper::AbleToDecodeAudioByCodec(const std::string& /*codec*/) { return true; }
+bool ArgumentHelper::AbleToDecodeAudioByCodec(const std::string& /*codec*/) {
+  return true;
+}
 
 bool ArgumentHelper::ZeroAudioTrack() const {
   Json::Value videos;
@@ -169,20 +178,16 @@ unsigned ArgumentHelper::MonacoAbleToHWTranscodeTheVideo(const std::string& code
   return answer;
 }
 
-unsigned ArgumentHelper::BraswellAbleToHWTranscodeTheVideo(const std::string& codec,
-                                                           unsigned width, unsigned height,
-                                                           float framerate,
+unsigned ArgumentHelper::BraswellAbleToHWTranscodeTheVideo(const std::string& codec, unsigned width,
+                                                           unsigned height, float framerate,
                                                            const std::string& codecTag,
                                                            const std::string& profile) {
   return ApolloLakeAbleToHWTranscodeTheVideo(codec, width, height, framerate, codecTag, profile);
 }
 
-unsigned ArgumentHelper::ApolloLakeAbleToHWTranscodeTheVideo(const std::string& /*codec*/,
-                                                             unsigned /*width*/,
-                                                             unsigned /*height*/,
-                                                             float /*framerate*/,
-                                                             const std::string& /*codecTag*/,
-                                                             const std::string& /*profile*/) {
+unsigned ArgumentHelper::ApolloLakeAbleToHWTranscodeTheVideo(
+    const std::string& /*codec*/, unsigned /*width*/, unsigned /*height*/, float /*framerate*/,
+    const std::string& /*codecTag*/, const std::string& /*profile*/) {
   // The VA-API path takes everything; what it cannot decode is sent to the software path later.
   return kHardwareAble;
 }
@@ -191,10 +196,9 @@ unsigned ArgumentHelper::AbleToTranscodeTheVideo(bool hardware) const {
   if (!hardware) {
     return kHardwareAble;
   }
-  return AbleToHWTranscodeTheVideo(
-      m_metaData.GetVideoCodecName(), m_metaData.GetVideoResolutionX(),
-      m_metaData.GetVideoResolutionY(), m_metaData.GetVideoFramerate(),
-      m_metaData.GetVideoCodecTag(), m_metaData.GetVideoProfile());
+  return AbleToHWTranscodeTheVideo(m_metaData.GetVideoCodecName(), m_metaData.GetVideoResolutionX(),
+                                   m_metaData.GetVideoResolutionY(), m_metaData.GetVideoFramerate(),
+                                   m_metaData.GetVideoCodecTag(), m_metaData.GetVideoProfile());
 }
 
 bool ArgumentHelper::MapVideoSize(const std::string& name, unsigned& width, unsigned& height) {
@@ -228,10 +232,9 @@ void ArgumentHelper::GetTransVideoSize(const std::string& name, bool exact, unsi
   }
   const auto aspectNum = static_cast<unsigned>(m_metaData.GetVideoSampleAspectRatioNum());
   const auto aspectDen = static_cast<unsigned>(m_metaData.GetVideoSampleAspectRatioDen());
-  float ratio = aspectNum == 0 || aspectDen == 0
-                    ? m_metaData.GetVideoRatio()
-                    : static_cast<float>(sourceWidth * aspectNum) /
-                          static_cast<float>(sourceHeight * aspectDen);
+  float ratio = aspectNum == 0 || aspectDen == 0 ? m_metaData.GetVideoRatio()
+                                                 : static_cast<float>(sourceWidth * aspectNum) /
+                                                       static_cast<float>(sourceHeight * aspectDen);
   if (IsTurned(rotate)) {
     ratio = 1 / ratio;
   }
@@ -249,8 +252,7 @@ unsigned ArgumentHelper::GetTransVideoBitrate(unsigned requested) const {
   const double codecFactor = m_metaData.GetVideoCodecName() == "hevc" ? 2.0 : 1.0;
   double overhead = 1.0;
   if (PlatformUtils::GetInst().IsSupportVaapi()) {
-    const bool is4k =
-        Is4kVideo(m_metaData.GetVideoResolutionX(), m_metaData.GetVideoResolutionY());
+    const bool is4k = Is4kVideo(m_metaData.GetVideoResolutionX(), m_metaData.GetVideoResolutionY());
     overhead = is4k ? 2.0 : 1.5;
     requested = is4k ? requested * 2 : requested;
   }

@@ -80,12 +80,12 @@ class ORVO_API ArgumentHelper {
   void GetTransVideoSize(const std::string& name, bool exact, unsigned rotate, unsigned& width,
                          unsigned& height) const;
 
-  // The bit rate (bit/s) to ask for where `requested` is wanted: never below 500000, and no more than
-  // the source can use.
+  // The bit rate (bit/s) to ask for where `requested` is wanted: never below 500000, and no more
+  // than the source can use.
   unsigned GetTransVideoBitrate(unsigned requested) const;
 
-  // "--aidx" and the track's position among the audio tracks, which is how the GStreamer wrapper counts;
-  // empty when there is no such track.
+  // "--aidx" and the track's position among the audio tracks, which is how the GStreamer wrapper
+  // counts; empty when there is no such track.
   std::vector<std::string> GetGstreamAudioMap(const std::string& id) const;
 
   // FFmpeg's "-map" arguments for the first video and that audio track, by container index; empty

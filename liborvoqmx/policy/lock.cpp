@@ -41,7 +41,9 @@ Lock::Lock(const std::string& path, bool blocking) : m_path(path), m_blocking(bl
   m_locked = LockFile();
 }
 
-Lock::~Lock() { UnlockFile(); }
+Lock::~Lock() {
+  UnlockFile();
+}
 
 bool Lock::LockFile() {
   if (!MakeDirectoryOf(m_path)) {
@@ -72,6 +74,8 @@ void Lock::UnlockFile() {
   m_fd = -1;
 }
 
-bool Lock::IsLockSucess() const { return m_locked && m_fd >= 0; }
+bool Lock::IsLockSucess() const {
+  return m_locked && m_fd >= 0;
+}
 
 }  // namespace LibMirevo

@@ -9,8 +9,8 @@ namespace LibMirevo {
 
 class ORVO_API Lock {
  public:
-  // Locks the file `path`, which is created with its directory where missing. `blocking`: waits until
-  // the lock is free; otherwise a lock that another holds is a failure.
+  // Locks the file `path`, which is created with its directory where missing. `blocking`: waits
+  // until the lock is free; otherwise a lock that another holds is a failure.
   Lock(const std::string& path, bool blocking);
   virtual ~Lock();
   Lock(const Lock&) = delete;

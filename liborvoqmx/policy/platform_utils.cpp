@@ -32,8 +32,8 @@ constexpr std::array kDockerHosts = {
     NameMapping{"BROMOLOW", "bromolow"},
 };
 
-// Platforms whose profiles are their own or another's. "alpine" models, evansport and containers are
-// not a matter of the name alone.
+// Platforms whose profiles are their own or another's. "alpine" models, evansport and containers
+// are not a matter of the name alone.
 constexpr std::array kProfileNames = {
     NameMapping{"cedarview", "cedarview"}, NameMapping{"kvmx64", "cedarview"},
     NameMapping{"bromolow", "bromolow"},   NameMapping{"broadwell", "bromolow"},
@@ -79,20 +79,36 @@ bool ReadSwitch(const char* path, const char* key, bool otherwise) {
 
 }  // namespace
 
-PlatformUtils::PlatformUtils() { GetPlatformName(); }
+PlatformUtils::PlatformUtils() {
+  GetPlatformName();
+}
 
 PlatformUtils& PlatformUtils::GetInst() {
   static PlatformUtils instance;
   return instance;
 }
 
-bool PlatformUtils::IsEvansport() const { return m_platform == "evansport"; }
-bool PlatformUtils::IsBraswell() const { return m_platform == "braswell"; }
-bool PlatformUtils::IsMonaco() const { return m_platform == "monaco"; }
-bool PlatformUtils::IsApolloLake() const { return m_platform == "apollolake"; }
-bool PlatformUtils::IsSupportVaapi() const { return IsBraswell() || IsApolloLake(); }
-bool PlatformUtils::IsSupportGstreamer() const { return IsSupportVaapi() || IsMonaco(); }
-bool PlatformUtils::IsSupportHWTranscode() const { return IsSupportGstreamer() || IsEvansport(); }
+bool PlatformUtils::IsEvansport() const {
+  return m_platform == "evansport";
+}
+bool PlatformUtils::IsBraswell() const {
+  return m_platform == "braswell";
+}
+bool PlatformUtils::IsMonaco() const {
+  return m_platform == "monaco";
+}
+bool PlatformUtils::IsApolloLake() const {
+  return m_platform == "apollolake";
+}
+bool PlatformUtils::IsSupportVaapi() const {
+  return IsBraswell() || IsApolloLake();
+}
+bool PlatformUtils::IsSupportGstreamer() const {
+  return IsSupportVaapi() || IsMonaco();
+}
+bool PlatformUtils::IsSupportHWTranscode() const {
+  return IsSupportGstreamer() || IsEvansport();
+}
 
 bool PlatformUtils::IsHWSettingEnabled() const {
   if (IsMonaco()) {

@@ -43,7 +43,8 @@ class ORVO_API PlatformUtils {
   // The name by which transcoding profiles are picked: a name, "_" and level 1 or 2.
   std::string GetTransPlatformName();
 
-  // The second "_"-separated field of `unique`. False, and `platform` unchanged, when there is none.
+  // The second "_"-separated field of `unique`. False, and `platform` unchanged, when there is
+  // none.
   bool ParsePlatform(const std::string& unique, std::string& platform) const;
 
   // Fills in the platform; what the constructor does.

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/pidfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <chrono>
 #include <vector>
 
+#include "platform/pidfd.h"
 #include "platform/plat.h"
 #include "platform/unique_fd.h"
 #include "util/json_utils.h"
@@ -32,7 +32,7 @@ class RegistryWatch {
         changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     inotify_add_watch(changes_.Get(), path_.c_str(), IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE_SELF);
     for (const Json::Value& entry : seen) {
-      processes_.emplace_back(pidfd_open(entry["PID"].asInt(), 0));
+      processes_.push_back(orvo::OpenProcess(entry["PID"].asInt()));
     }
   }
 

@@ -37,13 +37,17 @@ Limits PlatformLimits() {
   return platform.IsEvansport() ? Limits{1, 1} : Limits{1, 0};
 }
 
-std::string RegistryPath() { return orvo::SystemPath(LibOrvoQMX::kRegistryFile); }
+std::string RegistryPath() {
+  return orvo::SystemPath(LibOrvoQMX::kRegistryFile);
+}
 
 bool HasFlag(const Json::Value& entry, const char* key, bool value) {
   return entry.isObject() && entry[key].isBool() && entry[key].asBool() == value;
 }
 
-bool HasPid(const Json::Value& entry) { return entry.isObject() && entry[kPid].isInt(); }
+bool HasPid(const Json::Value& entry) {
+  return entry.isObject() && entry[kPid].isInt();
+}
 
 }  // namespace
 
@@ -106,7 +110,9 @@ bool TransLoading::TransEnable(bool hardware) {
   return hardware ? HardwareTransEnable() : SoftwareTransEnable();
 }
 
-bool TransLoading::SoftwareTransEnable() const { return CheckTransEnable(false); }
+bool TransLoading::SoftwareTransEnable() const {
+  return CheckTransEnable(false);
+}
 
 bool TransLoading::HardwareTransEnable() const {
   return PlatformUtils::GetInst().IsSupportHWTranscode() && CheckTransEnable(true);
@@ -158,7 +164,9 @@ bool TransLoading::RemoveTransPIDLock(int pid) {
   return true;
 }
 
-const Json::Value& TransLoading::GetEntries() const { return m_entries; }
+const Json::Value& TransLoading::GetEntries() const {
+  return m_entries;
+}
 
 unsigned TransLoading::GetLimit(bool hardware) const {
   return hardware ? m_hardwareLimit : m_softwareLimit;

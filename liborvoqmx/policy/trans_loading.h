@@ -1,8 +1,8 @@
 // The appliance's register of running transcoders.
 //
-// "/tmp/Mirevo/enabled" holds a JSON array of {"PID", "hardware_transcode", "offline_conversion"}. An
-// object of TransLoading holds the exclusive lock on that file from construction to destruction, so that
-// asking, starting and recording are one step; it must live only around these calls.
+// "/tmp/Mirevo/enabled" holds a JSON array of {"PID", "hardware_transcode", "offline_conversion"}.
+// An object of TransLoading holds the exclusive lock on that file from construction to destruction,
+// so that asking, starting and recording are one step; it must live only around these calls.
 #pragma once
 
 #include <json/value.h>
@@ -21,12 +21,12 @@ class ORVO_API TransLoading : public Lock {
   // Writes the entries back and releases the lock.
   ~TransLoading() override;
 
-  // Loads the file and keeps the live entries. False when it cannot be read or is no JSON; a missing
-  // content (an empty file) is no failure.
+  // Loads the file and keeps the live entries. False when it cannot be read or is no JSON; a
+  // missing content (an empty file) is no failure.
   bool ReadAndCheckAlive();
 
-  // May one more transcode of this kind start now? Always where nothing runs, if the platform has the
-  // kind at all.
+  // May one more transcode of this kind start now? Always where nothing runs, if the platform has
+  // the kind at all.
   bool TransEnable(bool hardware);
 
   // Is there room under this kind's limit?
@@ -53,8 +53,8 @@ class ORVO_API TransLoading : public Lock {
   unsigned m_hardwareLimit;
 };
 
-// What this machine can do: `hardware` transcoding, a `remux` at playing speed; `transcode` is false on
-// every machine.
+// What this machine can do: `hardware` transcoding, a `remux` at playing speed; `transcode` is
+// false on every machine.
 ORVO_API void GetMachineTranscodeAndRemux(bool& transcode, bool& remux, bool& hardware);
 
 // Must the software FFmpeg path be used instead of the hardware GStreamer pipeline for such a file?

@@ -16,10 +16,8 @@ struct PassedParameter {
   bool quoted;  // under the newer API
 };
 constexpr std::array kPassedTexts = {
-    PassedParameter{"method", false},
-    PassedParameter{"token", true},
-    PassedParameter{"_sid", true},
-    PassedParameter{"OrvoToken", false},
+    PassedParameter{"method", false},    PassedParameter{"token", true},
+    PassedParameter{"_sid", true},       PassedParameter{"OrvoToken", false},
     PassedParameter{"sharing_id", true},
 };
 
@@ -43,7 +41,9 @@ AdaptStream::AdaptStream(const std::string& streamId, const std::string& streamK
 
 AdaptStream::~AdaptStream() = default;
 
-bool AdaptStream::Close() { return CloseStreamCommon(); }
+bool AdaptStream::Close() {
+  return CloseStreamCommon();
+}
 
 bool AdaptStream::InitAdaptStream(const Json::Value& request, const std::string& audioId) {
   const bool force = request.isObject() && request["force_open_qmx"].isBool() &&

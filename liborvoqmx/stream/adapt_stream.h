@@ -34,7 +34,8 @@ class ORVO_API AdaptStream : public QMXStream {
   // parameters; "" when the request lacks what it needs. Values go in as they are.
   std::string GetStreamURL(const Json::Value& request) const;
 
-  // Before a restart elsewhere: stops the monitor and deletes the fragments. True when that succeeded.
+  // Before a restart elsewhere: stops the monitor and deletes the fragments. True when that
+  // succeeded.
   bool SeekingHandler() const;
 
   // Has no request touched "access_status" for `seconds`? False without that file.

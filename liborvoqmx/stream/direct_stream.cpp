@@ -7,6 +7,8 @@ DirectStream::DirectStream(const std::string& streamId, const std::string& strea
 
 DirectStream::~DirectStream() = default;
 
-bool DirectStream::Close() { return CloseStreamCommon(); }
+bool DirectStream::Close() {
+  return CloseStreamCommon();
+}
 
 }  // namespace LibOrvoQMX

@@ -54,8 +54,7 @@ void DetachStandardStreams() {
 }  // namespace
 
 HttpStream::HttpStream(const std::string& streamId)
-    : DirectStream(streamId, kKind),
-      m_isWmv2(m_profileValue.find("wmv2") != std::string::npos) {}
+    : DirectStream(streamId, kKind), m_isWmv2(m_profileValue.find("wmv2") != std::string::npos) {}
 
 HttpStream::~HttpStream() = default;
 
@@ -192,9 +191,13 @@ bool HttpStream::Close() {
   return !m_streamId.empty();
 }
 
-int HttpStream::GetSeekTimeInMillisecond() const { return m_startSeconds * 1000; }
+int HttpStream::GetSeekTimeInMillisecond() const {
+  return m_startSeconds * 1000;
+}
 
-unsigned HttpStream::GetMetaVideoRotate() const { return 0; }
+unsigned HttpStream::GetMetaVideoRotate() const {
+  return 0;
+}
 
 bool HttpStream::QMX_HTTP_SCALE_RESOLUTION(const std::string& requested, std::string& size) {
   size = requested;

@@ -16,13 +16,13 @@ class ORVO_API HttpStream : public DirectStream {
   explicit HttpStream(const std::string& streamId);
   ~HttpStream() override;
 
-  // Waits up to 60 seconds for room for one more transcoder ("TransEnable" after that) and keeps the
-  // wish for an audio track. A failure leaves no stream directory.
+  // Waits up to 60 seconds for room for one more transcoder ("TransEnable" after that) and keeps
+  // the wish for an audio track. A failure leaves no stream directory.
   bool Init(const std::string& audioId) override;
 
-  // Starts the transcoder in a detached process that writes into the pipe which Read drains. Returns at
-  // once. Where that process cannot become the transcoder it may return here too, with false: a caller
-  // whose pid is not what it was must leave without a trace.
+  // Starts the transcoder in a detached process that writes into the pipe which Read drains.
+  // Returns at once. Where that process cannot become the transcoder it may return here too, with
+  // false: a caller whose pid is not what it was must leave without a trace.
   bool Transcoding(const std::string& executable, int startSeconds) override;
 
   // The bytes read; -1 at the stream's end, on an error, and when nothing came for 30 seconds.
@@ -33,8 +33,8 @@ class ORVO_API HttpStream : public DirectStream {
   int GetSeekTimeInMillisecond() const override;
   unsigned GetMetaVideoRotate() const override;  // 0: the transcoder turns the picture
 
-  // `size` for a requested size: "hd480" and "hd720" take the film's shape, the width going up to the
-  // next multiple of 10; any other text stays. False for an empty request and an unknown shape.
+  // `size` for a requested size: "hd480" and "hd720" take the film's shape, the width going up to
+  // the next multiple of 10; any other text stays. False for an empty request and an unknown shape.
   bool QMX_HTTP_SCALE_RESOLUTION(const std::string& requested, std::string& size);
 
   // The rate that the profile key promises, in bit/s; -1 when it names none. "vb" and "ab" are in

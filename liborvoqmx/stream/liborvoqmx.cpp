@@ -11,6 +11,7 @@
 #include "platform/run_as.h"
 #include "policy/argument_helper.h"
 #include "policy/platform_utils.h"
+#include "policy/profile_traits.h"
 #include "policy/registry_watch.h"
 #include "policy/trans_loading.h"
 #include "util/md5.h"
@@ -52,10 +53,6 @@ const char* RefusalWord(unsigned capability) {
     }
   }
   return "TransVideoNotSupported";
-}
-
-bool Contains(const std::string& text, const char* piece) {
-  return text.find(piece) != std::string::npos;
 }
 
 void AskOfflineConversionToGiveWay() {
@@ -116,15 +113,11 @@ QMXStream::QMXStream(const std::string& streamId, const std::string& streamKind)
   if (m_profileValue.empty()) {
     return;
   }
-  m_isRemux = Contains(m_profileValue, "h264_mp4toannexb");
-  m_isVaapi = Contains(m_profileValue, "h264_vaapi");
-  const PlatformUtils& platform = PlatformUtils::GetInst();
-  if (platform.IsEvansport()) {
-    m_isHwTranscode = Contains(m_profileValue, "h264_smd");
-  } else if (platform.IsSupportGstreamer()) {
-    m_isGstreamer = Contains(m_profileValue, "--acodec");
-    m_isHwTranscode = m_isGstreamer || m_isVaapi;
-  }
+  const ProfileTraits traits = ProfileTraits::Of(m_profileValue);
+  m_isRemux = traits.remux;
+  m_isHwTranscode = traits.hardware;
+  m_isGstreamer = traits.gstreamer;
+  m_isVaapi = traits.vaapi;
 }
 
 std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
@@ -144,8 +137,7 @@ std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
                     argument.needSpace)) {
     return kNoSpace;
   }
-  const bool hlsHeader =
-      isObject && args["hls_header"].isBool() && args["hls_header"].asBool();
+  const bool hlsHeader = isObject && args["hls_header"].isBool() && args["hls_header"].asBool();
   if (!QMXMetaData::ParserMetaData(argument, streamId, hlsHeader)) {
     ORVO_LOG("QMXMetaData.ParserMetaData(%s, %s) failed", streamId.c_str(),
              argument.streamKind.c_str());
@@ -194,14 +186,20 @@ bool QMXStream::GetVolTmpAndSymlink(uint64_t space, const std::string& streamId,
 
 bool QMXStream::IsRemux(const std::string& profilePath, const std::string& profileKey) {
   std::string value;
-  return ReadProfileValue(profilePath, profileKey, value) && Contains(value, "h264_mp4toannexb");
+  return ReadProfileValue(profilePath, profileKey, value) && ProfileTraits::Of(value).remux;
 }
 
-unsigned QMXStream::GetMetaVideoRotate() const { return m_metaData.GetVideoRotate(); }
+unsigned QMXStream::GetMetaVideoRotate() const {
+  return m_metaData.GetVideoRotate();
+}
 
-std::string QMXStream::GetStreamID() const { return m_streamId; }
+std::string QMXStream::GetStreamID() const {
+  return m_streamId;
+}
 
-std::string QMXStream::GetErrorString() const { return m_errorString; }
+std::string QMXStream::GetErrorString() const {
+  return m_errorString;
+}
 
 bool QMXStream::SetError(const std::string& error) {
   if (error.empty()) {
@@ -219,7 +217,9 @@ std::string QMXStream::GetQMXFileFullPath(const std::string& name) const {
   return name.empty() ? directory : directory + "/" + name;
 }
 
-Json::Value QMXStream::GetFirstVideoInfo() const { return m_metaData.GetVideo(0); }
+Json::Value QMXStream::GetFirstVideoInfo() const {
+  return m_metaData.GetVideo(0);
+}
 
 std::string QMXStream::GetRequestAudioID() const {
   return ReadFile(GetQMXFileFullPath("audio_id"));

@@ -1,8 +1,9 @@
 // What all kinds of streams share.
 //
-// A stream is opened once (QMX_Init, which hands out its id) and rebuilt from that id by every request,
-// each in a process of its own. All that outlives a request lies in the stream's directory, "/tmp/Mirevo"
-// / kind / id: a directory for the kind "HTTP", a link to one on a data volume for the others.
+// A stream is opened once (QMX_Init, which hands out its id) and rebuilt from that id by every
+// request, each in a process of its own. All that outlives a request lies in the stream's
+// directory, "/tmp/Mirevo" / kind / id: a directory for the kind "HTTP", a link to one on a data
+// volume for the others.
 #pragma once
 
 #include <json/value.h>
@@ -16,8 +17,9 @@
 
 namespace LibOrvoQMX {
 
-// Makes the directory of a stream on a volume with `space` bytes free. False, with the platform error
-// set (0x2900 no volume is writable, 0x8300 there is none, 0xDD00 none has room), when it cannot.
+// Makes the directory of a stream on a volume with `space` bytes free. False, with the platform
+// error set (0x2900 no volume is writable, 0x8300 there is none, 0xDD00 none has room), when it
+// cannot.
 ORVO_API bool GetTmpDir(uint64_t space, const std::string& kind, const std::string& streamId,
                         std::string& dir);
 
@@ -26,8 +28,8 @@ class ORVO_API QMXStream {
   // Rebuilds a stream: loads its record and derives the flags below from its profile.
   QMXStream(const std::string& streamId, const std::string& streamKind);
 
-  // Opens a stream: its id, "" on failure, or "TransSapceNotEnough". A failure after the directory was
-  // made leaves it.
+  // Opens a stream: its id, "" on failure, or "TransSapceNotEnough". A failure after the directory
+  // was made leaves it.
   static std::string QMX_Init(const QMXInitArgument& argument);
 
   // 32 hexadecimal digits that depend on the path alone, "_", 8 random letters and digits.
@@ -49,7 +51,7 @@ class ORVO_API QMXStream {
   virtual unsigned GetMetaVideoRotate() const;
 
   std::string GetStreamID() const;
-  std::string GetErrorString() const;          // the word for the client; "" when there is none
+  std::string GetErrorString() const;       // the word for the client; "" when there is none
   bool SetError(const std::string& error);  // an empty word changes nothing and is false
 
   // A file of the stream's directory; the directory itself for an empty name.
@@ -58,8 +60,8 @@ class ORVO_API QMXStream {
   std::string GetRequestAudioID() const;  // what the client asked for; "" for no wish
   bool IsSourceAudioCodec(const std::string& codec) const;
 
-  // May this file be transcoded, and now? Sets the error word where it may not, and keeps the wish for
-  // an audio track. `force`: an offline conversion has to give way.
+  // May this file be transcoded, and now? Sets the error word where it may not, and keeps the wish
+  // for an audio track. `force`: an offline conversion has to give way.
   bool InitStreamCommon(const std::string& audioId, bool force);
   bool CheckTransLoading(bool force);
 
@@ -67,16 +69,16 @@ class ORVO_API QMXStream {
   bool CloseStreamCommon();
   bool RemoveTransDir();
 
-  // Complete the command line around `arguments`, register the transcoder and replace the process image
-  // with it. They return only on failure, with false.
+  // Complete the command line around `arguments`, register the transcoder and replace the process
+  // image with it. They return only on failure, with false.
   bool ExecuteTranscoding(bool copyTimestamps, const std::vector<std::string>& arguments,
                           const std::string& output, const std::string& executable);
   bool ExecuteGstreamerTranscoding(const std::string& output,
                                    const std::vector<std::string>& arguments,
                                    const std::string& executable, bool shiftTimestamps);
 
-  // Adjust a list of transcoder arguments: the first video bit rate, the audio encoder ("copy", "mp3",
-  // "aac"), the picture size.
+  // Adjust a list of transcoder arguments: the first video bit rate, the audio encoder ("copy",
+  // "mp3", "aac"), the picture size.
   void ForceTranscodeBitrate(std::vector<std::string>& arguments) const;
   std::vector<std::string> ForceFFmpegAudioFormat(const std::vector<std::string>& arguments,
                                                   const std::string& format);
@@ -84,8 +86,8 @@ class ORVO_API QMXStream {
                                                 bool keepAspect) const;
 
   // Makes `pid` the stream's monitor and ends the one before it; a pid of 0 or less only does the
-  // latter, and its number stays recorded. `wait`: until it is gone, about 5 seconds at most. False when
-  // the lock file cannot be opened.
+  // latter, and its number stays recorded. `wait`: until it is gone, about 5 seconds at most. False
+  // when the lock file cannot be opened.
   bool SaveMonitorPid(int pid, bool wait) const;
   bool IsFFmpegRun() const;  // the recorded monitor is alive
 

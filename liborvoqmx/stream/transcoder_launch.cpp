@@ -1,5 +1,5 @@
-// Completing a transcoder's command line, becoming that transcoder, and keeping track of the process
-// that watches it. These are members of the stream base, and log under its name.
+// Completing a transcoder's command line, becoming that transcoder, and keeping track of the
+// process that watches it. These are members of the stream base, and log under its name.
 #define ORVO_LOG_SOURCE "liborvoqmx.cpp"
 
 #include <fcntl.h>
@@ -48,7 +48,8 @@ bool Become(const char* action, const std::string& executable,
                                 [&] { return execvp(executable.c_str(), argv.data()) != -1; });
 }
 
-// Admission and entry under one lock, so that of two launches at the same instant one sees the other.
+// Admission and entry under one lock, so that of two launches at the same instant one sees the
+// other.
 bool Register(bool hardware) {
   TransLoading registry;
   if (!registry.TransEnable(hardware)) {
@@ -180,8 +181,7 @@ std::vector<std::string> QMXStream::ForceFFmpegAudioFormat(
     if (argument == "-acodec") {
       Append(adjusted, {argument, encoder});
       ++i;
-    } else if (format == "copy" &&
-               (argument == "-ab" || argument == "-ar" || argument == "-ac")) {
+    } else if (format == "copy" && (argument == "-ab" || argument == "-ar" || argument == "-ac")) {
       // A rate, a sample rate and a channel count make no sense for what is copied.
       ++i;
     } else {

@@ -81,7 +81,9 @@ bool ParseJson(const std::string& text, Json::Value& value) {
   }
 }
 
-std::string FormatJson(const Json::Value& value) { return Json::FastWriter().write(value); }
+std::string FormatJson(const Json::Value& value) {
+  return Json::FastWriter().write(value);
+}
 
 bool ReadJsonFromFile(const std::string& path, Json::Value& value) {
   if (!IsUsable(path)) {

@@ -71,7 +71,9 @@ bool SaveFile(const std::string& path, const std::string& content) {
   return true;
 }
 
-int KillProcess(int pid) { return pid < 1 ? -1 : kill(pid, SIGTERM); }
+int KillProcess(int pid) {
+  return pid < 1 ? -1 : kill(pid, SIGTERM);
+}
 
 std::vector<std::string> StringExplode(const std::string& text, const std::string& delimiters) {
   std::vector<std::string> pieces;
@@ -84,7 +86,9 @@ std::vector<std::string> StringExplode(const std::string& text, const std::strin
   return pieces;
 }
 
-std::string ToString(unsigned value) { return std::to_string(value); }
+std::string ToString(unsigned value) {
+  return std::to_string(value);
+}
 
 std::string ToString(float value) {
   std::ostringstream text;

@@ -26,7 +26,9 @@ namespace internal {
 
 RandomInt::RandomInt(int min, int max) : engine_(Seed()), range_(min, max) {}
 
-int RandomInt::next() { return range_(engine_); }
+int RandomInt::next() {
+  return range_(engine_);
+}
 
 }  // namespace internal
 

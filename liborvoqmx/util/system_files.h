@@ -20,8 +20,8 @@ inline constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 std::string StreamKindPath(const std::string& kind);
 std::string StreamPath(const std::string& kind, const std::string& streamId);
 
-// The value of one key of a transcoding profile file, read as a text. False when the path or the key is
-// empty, the file cannot be read or it lacks the key.
+// The value of one key of a transcoding profile file, read as a text. False when the path or the
+// key is empty, the file cannot be read or it lacks the key.
 bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,
                       std::string& value);
 

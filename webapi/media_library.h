@@ -1,0 +1,28 @@
+// The folders whose films may be seen.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "webapi/answer.h"
+
+namespace webapi {
+
+// The configured media roots: files and folders, absolute, links resolved. From the JSON array of
+// paths
+// "/var/packages/Mirevo/etc/media_roots"; entries that do not exist are left out.
+std::vector<std::string> MediaRoots();
+
+// The real path of what a client asks for; it lies in a media root, after links are resolved.
+// Nothing, with the answer in `refusal`, when there is no such path or it is not the client's to
+// see.
+std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal);
+
+// The same for a path that must name a playable file.
+std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal);
+
+// The folders and playable files in the folder `path` (the media roots for ""), sorted by name.
+Answer ListFolder(const std::string& path);
+
+}  // namespace webapi

@@ -1,0 +1,181 @@
+#include "webapi/request.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+
+#include "util/json_utils.h"
+
+namespace webapi {
+namespace {
+
+constexpr size_t kMaxBody = 65536;
+constexpr char kFormType[] = "application/x-www-form-urlencoded";
+
+std::string Environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+std::optional<int64_t> ParseNumber(std::string_view text) {
+  int64_t number = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < 0) {
+    return std::nullopt;
+  }
+  return number;
+}
+
+bool ReadBody(size_t length, std::string& body) {
+  body.resize(length);
+  size_t done = 0;
+  while (done < length) {
+    const ssize_t count = read(STDIN_FILENO, body.data() + done, length - done);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      return false;
+    }
+    done += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+bool IsAuthority(const std::string& text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '.' || c == ':' || c == '-' || c == '[' || c == ']';
+  });
+}
+
+}  // namespace
+
+std::optional<Request> Request::Read(std::string& error) {
+  Request request;
+  if (!request.AddParameters(Environment("QUERY_STRING"))) {
+    error = "The query of this address is malformed.";
+    return std::nullopt;
+  }
+  if (request.Method() != "POST") {
+    return request;
+  }
+  const auto length = ParseNumber(Environment("CONTENT_LENGTH"));
+  std::string body;
+  if (Environment("CONTENT_TYPE").rfind(kFormType, 0) != 0 || !length ||
+      static_cast<size_t>(*length) > kMaxBody || !ReadBody(static_cast<size_t>(*length), body) ||
+      !request.AddParameters(body)) {
+    error = "The form that was sent is malformed or too long.";
+    return std::nullopt;
+  }
+  return request;
+}
+
+bool Request::AddParameters(const std::string& query) {
+  size_t start = 0;
+  while (start < query.size()) {
+    const size_t end = std::min(query.find('&', start), query.size());
+    const std::string pair = query.substr(start, end - start);
+    start = end + 1;
+    if (pair.empty()) {
+      continue;
+    }
+    const size_t equals = std::min(pair.find('='), pair.size());
+    const auto name = DecodeQueryValue(pair.substr(0, equals));
+    const auto value =
+        DecodeQueryValue(equals < pair.size() ? pair.substr(equals + 1) : std::string());
+    if (!name || !value) {
+      return false;
+    }
+    parameters_.emplace(*name, *value);
+  }
+  return true;
+}
+
+bool Request::Has(const std::string& name) const {
+  return parameters_.count(name) > 0;
+}
+
+std::string Request::Text(const std::string& name) const {
+  const auto found = parameters_.find(name);
+  if (found == parameters_.end()) {
+    return "";
+  }
+  const std::string& text = found->second;
+  Json::Value value;
+  const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
+  return quoted && LibMirevo::ParseJson(text, value) && value.isString() ? value.asString() : text;
+}
+
+std::optional<int64_t> Request::Number(const std::string& name, int64_t max) const {
+  const auto number = ParseNumber(Text(name));
+  return number && *number <= max ? number : std::nullopt;
+}
+
+std::string Request::Method() const {
+  return Environment("REQUEST_METHOD");
+}
+
+std::string Request::Authority() const {
+  const std::string host = Environment("HTTP_HOST");
+  return IsAuthority(host) ? host : Environment("SERVER_NAME") + ":" + Environment("SERVER_PORT");
+}
+
+std::string Request::Scheme() const {
+  const std::string secure = Environment("HTTPS");
+  return secure == "on" || secure == "1" ? "https" : "http";
+}
+
+std::optional<int64_t> Request::RangeStart() const {
+  constexpr std::string_view kUnit = "bytes=";
+  const std::string range = Environment("HTTP_RANGE");
+  if (range.size() <= kUnit.size() + 1 || range.compare(0, kUnit.size(), kUnit) != 0 ||
+      range.back() != '-') {
+    return std::nullopt;
+  }
+  return ParseNumber(std::string_view(range).substr(kUnit.size(), range.size() - kUnit.size() - 1));
+}
+
+std::optional<std::string> DecodeQueryValue(const std::string& text) {
+  std::string value;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '+') {
+      value += ' ';
+    } else if (text[i] != '%') {
+      value += text[i];
+    } else {
+      unsigned byte = 0;
+      const char* const digits = text.data() + i + 1;
+      if (i + 2 >= text.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2 ||
+          byte == 0) {
+        return std::nullopt;
+      }
+      value += static_cast<char>(byte);
+      i += 2;
+    }
+  }
+  return value;
+}
+
+std::string EncodeQueryValue(const std::string& text) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  constexpr std::string_view kPlain = "-_.~/";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool isLetterOrDigit = byte < 128 && std::isalnum(byte) != 0;
+    if (isLetterOrDigit || kPlain.find(c) != std::string_view::npos) {
+      encoded += c;
+    } else {
+      encoded += '%';
+      encoded += kDigits[byte >> 4];
+      encoded += kDigits[byte & 0xf];
+    }
+  }
+  return encoded;
+}
+
+}  // namespace webapi

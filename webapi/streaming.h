@@ -1,0 +1,18 @@
+// Opening, playing and closing streams.
+#pragma once
+
+#include "webapi/answer.h"
+#include "webapi/request.h"
+
+namespace webapi {
+
+Answer OpenStream(const Request& request);
+// Sends the media itself; answers only where there is none to send.
+Answer PlayStream(const Request& request);
+Answer CloseStream(const Request& request);
+
+// Removes streams that were opened and left: without a viewer and untouched for a quarter of an
+// hour, and tickets untouched for a day.
+void SweepStreams();
+
+}  // namespace webapi

@@ -1,0 +1,62 @@
+// What the front end remembers of an open stream, longer than the stream's directory lives.
+//
+// The directory of a progressive stream goes with the request that plays it. Its address must work
+// again all the same: after a seek, after a pause that broke the connection, in a second player.
+// The ticket
+// "/tmp/Mirevo/tickets/<stream id>" keeps the record to make the directory anew without probing the
+// film again, and says which request owns the stream now. All changes are made under its lock.
+#pragma once
+
+#include <json/value.h>
+#include <sys/types.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "policy/lock.h"
+
+namespace webapi {
+
+// 32 hexadecimal digits, "_", 8 letters or digits.
+bool IsStreamId(const std::string& text);
+
+class Ticket {
+ public:
+  // Makes the ticket of a stream that was just opened, from its directory's record.
+  static bool Create(const std::string& streamId, const std::string& kind,
+                     const std::string& audioId);
+
+  // Holds the ticket's lock until the object's end. Nothing when there is no such ticket.
+  static std::optional<Ticket> Take(const std::string& streamId);
+
+  // The ids of all tickets.
+  static std::vector<std::string> All();
+
+  const std::string& StreamId() const { return streamId_; }
+  std::string Kind() const;
+  std::string AudioId() const;
+  const Json::Value& Record() const;  // the stream's metadata record
+  int StartSeconds() const;           // where the newest request started
+  time_t LastUse() const;             // when a request last changed the ticket
+
+  // The newest request that plays the stream. "" and -1 when none does.
+  std::string Owner() const;
+  pid_t OwnerPid() const;
+  bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
+
+  // Makes the stream's directory with its record where it is missing.
+  bool Revive() const;
+
+  void Remove();
+
+ private:
+  Ticket(std::string streamId, std::unique_ptr<LibMirevo::Lock> lock, Json::Value content);
+
+  std::string streamId_;
+  std::unique_ptr<LibMirevo::Lock> lock_;
+  Json::Value content_;
+};
+
+}  // namespace webapi
