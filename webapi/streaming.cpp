@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -332,6 +333,19 @@ void SweepStreams() {
     if (idle > kTicketSeconds) {
       ticket->Remove();
     }
+  }
+}
+
+void CloseAllStreams() {
+  for (const std::string& id : Ticket::All()) {
+    if (auto ticket = Ticket::Take(id)) {
+      ticket->Remove();
+    }
+  }
+  std::error_code failure;
+  const std::string folder = orvo::SystemPath(std::string("/tmp/Mirevo/") + kKind);
+  for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
+    HttpStream(entry.path().filename().string()).Close();
   }
 }
 

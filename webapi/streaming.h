@@ -15,4 +15,7 @@ Answer CloseStream(const Request& request);
 // hour, and tickets untouched for a day.
 void SweepStreams();
 
+// Closes every stream, with its ticket.
+void CloseAllStreams();
+
 }  // namespace webapi

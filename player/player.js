@@ -1,0 +1,242 @@
+// The page: lists the films and plays one.
+//
+// A progressive stream is one endless response that begins where it was asked to. So the page keeps the
+// film's clock itself: a seek is a new request with another start, and the stream's own time, which may
+// count from 0 or from that start, is only used relative to its first moment.
+
+const find = (id) => document.getElementById(id);
+const video = find('video');
+const position = find('position');
+
+class ApiError extends Error {
+  constructor(error) {
+    super(error.message);
+    this.reason = error.reason;
+  }
+}
+
+async function call(api, method, parameters) {
+  const query = new URLSearchParams({ api: `ORVO.Mirevo2.${api}`, version: 1, method, ...parameters });
+  const response = await fetch(`/webapi/entry.cgi?${query}`);
+  const answer = await response.json();
+  if (!answer.success) {
+    throw new ApiError(answer.error);
+  }
+  return answer.data;
+}
+
+function clockText(seconds) {
+  const whole = Math.max(0, Math.floor(seconds));
+  const pad = (number) => String(number).padStart(2, '0');
+  const minutes = Math.floor(whole / 60);
+  const rest = pad(whole % 60);
+  return minutes < 60 ? `${minutes}:${rest}` : `${Math.floor(minutes / 60)}:${pad(minutes % 60)}:${rest}`;
+}
+
+function sizeText(bytes) {
+  return bytes < 1e9 ? `${Math.ceil(bytes / 1e6)} MB` : `${(bytes / 1e9).toFixed(1)} GB`;
+}
+
+function say(text) {
+  find('message').textContent = text;
+}
+
+// The film that is open, and the one running request for it.
+const film = {
+  entry: null,
+  stream: null, // what open answered
+  start: 0, // second of the film at which the running request began
+  first: null, // the video element's time at that second
+
+  // The second of the film that is shown.
+  now() {
+    return this.first === null ? this.start : this.start + video.currentTime - this.first;
+  },
+};
+
+function showClock() {
+  const duration = film.stream?.duration ?? 0;
+  const now = Math.min(film.now(), duration);
+  if (!position.matches(':active')) {
+    position.value = String(now);
+  }
+  position.setAttribute('aria-valuetext', clockText(now));
+  find('clock').textContent = `${clockText(now)} / ${clockText(duration)}`;
+}
+
+function playFrom(second) {
+  film.start = Math.floor(second);
+  film.first = null;
+  video.src = `${new URL(film.stream.url).pathname}${new URL(film.stream.url).search}&start=${film.start}`;
+  video.play().catch((error) => {
+    if (error.name === 'NotAllowedError') {
+      say('Press Play to start.');
+    }
+  });
+  showClock();
+}
+
+async function closeStream() {
+  const stream = film.stream;
+  film.stream = null;
+  video.removeAttribute('src');
+  video.load();
+  if (stream) {
+    await call('Streaming', 'close', { format: stream.format, stream_id: stream.stream_id });
+  }
+}
+
+// Opens the film with what is chosen and plays it from `second`.
+async function openStream(second) {
+  await closeStream();
+  const parameters = { path: film.entry.path, format: 'http', device: 'browser' };
+  if (find('profile').value) {
+    parameters.profile = find('profile').value;
+  }
+  if (find('audio').value) {
+    parameters.audio_id = find('audio').value;
+  }
+  film.stream = await call('Streaming', 'open', parameters);
+  position.max = String(film.stream.duration);
+  playFrom(second);
+}
+
+function fill(select, options) {
+  select.replaceChildren(
+    ...options.map(({ value, text, chosen }) => new Option(text, value, chosen, chosen)),
+  );
+  select.disabled = options.length < 2;
+}
+
+function describeProfiles(profiles) {
+  const playable = profiles.filter(
+    (profile) => profile.method !== 'refused' && profile.content_type === 'video/mp4',
+  );
+  fill(
+    find('profile'),
+    playable.map((profile) => ({
+      value: profile.key,
+      text: profile.key.replace(/^http_mp4_/, '').replace(/_vb\d+_ab\d+$/, '').replace('_', ' '),
+      chosen: profile.default,
+    })),
+  );
+  return playable;
+}
+
+async function openFilm(entry) {
+  say('');
+  find('film').hidden = false;
+  find('title').textContent = entry.name;
+  await closeStream();
+  film.entry = entry;
+  const info = await call('Library', 'info', { path: entry.path });
+  film.profiles = describeProfiles(info.profiles);
+  fill(
+    find('audio'),
+    info.metadata.track_info.audio.map((track, index) => ({
+      value: track.id,
+      text: [track.language, track.codec || track.codec_raw].filter(Boolean).join(' ') || `Track ${index + 1}`,
+      chosen: index === 0,
+    })),
+  );
+  await openStream(0);
+  explain();
+}
+
+function explain() {
+  const profile = film.profiles.find((candidate) => candidate.key === film.stream?.profile);
+  find('why').textContent = profile ? profile.why : '';
+}
+
+function entryButton(entry, detail, action) {
+  const item = document.createElement('li');
+  const button = document.createElement('button');
+  button.type = 'button';
+  button.append(entry.name);
+  if (detail) {
+    const small = document.createElement('small');
+    small.textContent = detail;
+    button.append(small);
+  }
+  button.addEventListener('click', () => attempt(action));
+  item.append(button);
+  return item;
+}
+
+async function openFolder(path) {
+  const listing = await call('Library', 'list', { path });
+  find('folder').textContent = listing.path;
+  const items = [
+    ...listing.folders.map((entry) => entryButton(entry, 'folder', () => openFolder(entry.path))),
+    ...listing.files.map((entry) => entryButton(entry, sizeText(entry.size), () => openFilm(entry))),
+  ];
+  if (path) {
+    items.unshift(entryButton({ name: '↩ All folders' }, '', () => openFolder('')));
+  }
+  find('entries').replaceChildren(...items);
+}
+
+// Runs an action of the viewer's and says what went wrong with it.
+async function attempt(action) {
+  try {
+    await action();
+  } catch (error) {
+    say(error instanceof ApiError ? error.message : `The server does not answer (${error.message}).`);
+  }
+}
+
+video.addEventListener('loadedmetadata', () => {
+  film.first = video.currentTime;
+});
+video.addEventListener('timeupdate', showClock);
+video.addEventListener('play', () => {
+  find('play').textContent = 'Pause';
+});
+video.addEventListener('pause', () => {
+  find('play').textContent = 'Play';
+});
+video.addEventListener('error', () => {
+  if (film.stream && video.hasAttribute('src')) {
+    say(`Playing failed: ${video.error.message || 'the stream has broken off'}.`);
+  }
+});
+position.addEventListener('change', () => film.stream && playFrom(Number(position.value)));
+find('play').addEventListener('click', () => {
+  if (!film.stream) {
+    return;
+  }
+  if (video.ended || video.error) {
+    playFrom(0);
+  } else if (video.paused) {
+    video.play();
+  } else {
+    video.pause();
+  }
+});
+find('mute').addEventListener('click', () => {
+  video.muted = !video.muted;
+  find('mute').textContent = video.muted ? 'Unmute' : 'Mute';
+});
+find('full').addEventListener('click', () => video.requestFullscreen());
+for (const id of ['profile', 'audio']) {
+  find(id).addEventListener('change', () =>
+    attempt(async () => {
+      await openStream(film.now());
+      explain();
+    }),
+  );
+}
+window.addEventListener('pagehide', () => {
+  if (film.stream) {
+    const query = new URLSearchParams({
+      api: 'ORVO.Mirevo2.Streaming',
+      version: 1,
+      method: 'close',
+      format: film.stream.format,
+      stream_id: film.stream.stream_id,
+    });
+    navigator.sendBeacon('/webapi/entry.cgi', query);
+  }
+});
+
+attempt(() => openFolder(''));
