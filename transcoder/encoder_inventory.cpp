@@ -1,0 +1,249 @@
+// The cache file is text: a line "orvo-encoders SIZE MTIME CHECKSUM" (the executable's size, its
+// modification time in nanoseconds, and the checksum of what follows), then one encoder name a
+// line.
+#include "transcoder/encoder_inventory.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "platform/unique_fd.h"
+
+namespace orvo::transcoder {
+namespace {
+
+using Names = std::set<std::string, std::less<>>;
+
+constexpr size_t kLongestCache = 64 * 1024;
+constexpr mode_t kCacheMode = 0644;
+
+// Hardware encoders that FFmpeg lists on any machine, and the device that each one opens.
+struct Device {
+  std::string_view encoder;
+  const char* node;
+};
+
+constexpr auto kDevices = std::to_array<Device>({
+    {"h264_vaapi", "/dev/dri/renderD128"},
+    {"h264_qsv", "/dev/dri/renderD128"},
+    {"h264_nvenc", "/dev/nvidia0"},
+    {"h264_v4l2m2m", "/dev/video11"},
+    {"h264_omx", "/dev/vchiq"},
+});
+
+// --- The executable
+// -------------------------------------------------------------------------------
+
+// What tells one build of the executable from another; empty when there is none.
+std::string Identity(const std::string& executable) {
+  struct stat status {};
+  if (stat(executable.c_str(), &status) != 0) {
+    return "";
+  }
+  const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
+  return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
+}
+
+// Reads to the end of the file, but no more than `limit` bytes.
+std::string ReadUpTo(int fd, size_t limit) {
+  std::string content;
+  std::array<char, 4096> buffer;
+  while (content.size() < limit) {
+    const ssize_t count = read(fd, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      break;
+    }
+    content.append(buffer.data(), static_cast<size_t>(count));
+  }
+  return content;
+}
+
+class SpawnActions {
+ public:
+  SpawnActions() { posix_spawn_file_actions_init(&actions_); }
+  ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
+  SpawnActions(const SpawnActions&) = delete;
+  SpawnActions& operator=(const SpawnActions&) = delete;
+
+  void Null(int fd) { posix_spawn_file_actions_addopen(&actions_, fd, "/dev/null", O_RDWR, 0); }
+  void Duplicate(int from, int to) { posix_spawn_file_actions_adddup2(&actions_, from, to); }
+  const posix_spawn_file_actions_t* Get() const { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+// Starts the executable with its standard output on `output`. -1 when it cannot be started.
+pid_t StartListing(const std::string& executable, int output) {
+  SpawnActions actions;
+  actions.Null(STDIN_FILENO);
+  actions.Duplicate(output, STDOUT_FILENO);
+  actions.Null(STDERR_FILENO);
+  std::array<const char*, 6> argv = {executable.c_str(), "-nostdin", "-hide_banner",
+                                     "-loglevel",        "quiet",    "-encoders"};
+  std::array<char*, argv.size() + 1> arguments{};
+  std::transform(argv.begin(), argv.end(), arguments.begin(),
+                 [](const char* text) { return const_cast<char*>(text); });
+  pid_t pid = -1;
+  const int result =
+      posix_spawn(&pid, executable.c_str(), actions.Get(), nullptr, arguments.data(), environ);
+  return result == 0 ? pid : -1;
+}
+
+bool EndedWell(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) {
+      return false;
+    }
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// What the executable prints; nothing when it cannot be run or fails.
+std::optional<std::string> Listing(const std::string& executable) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return std::nullopt;
+  }
+  const UniqueFd readEnd(ends[0]);
+  UniqueFd writeEnd(ends[1]);
+  const pid_t pid = StartListing(executable, writeEnd.Get());
+  writeEnd.Reset();
+  if (pid < 0) {
+    return std::nullopt;
+  }
+  std::string text = ReadUpTo(readEnd.Get(), SIZE_MAX);
+  return EndedWell(pid) ? std::optional(std::move(text)) : std::nullopt;
+}
+
+// Each encoder's line is six letters of capabilities, its name and what it is; a line of dashes
+// ends the legend before them.
+Names ParseListing(const std::string& listing) {
+  Names names;
+  std::istringstream lines(listing);
+  bool legend = true;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string capabilities, name;
+    words >> capabilities >> name;
+    if (legend) {
+      legend = capabilities.rfind("---", 0) != 0;
+    } else if (!name.empty()) {
+      names.insert(name);
+    }
+  }
+  return names;
+}
+
+// --- The cache
+// ------------------------------------------------------------------------------------
+
+// FNV-1a: enough to notice damage.
+uint64_t Checksum(std::string_view text) {
+  uint64_t sum = UINT64_C(14695981039346656037);
+  for (const unsigned char c : text) {
+    sum = (sum ^ c) * UINT64_C(1099511628211);
+  }
+  return sum;
+}
+
+std::string Header(const std::string& identity, std::string_view body) {
+  return "orvo-encoders " + identity + " " + std::to_string(Checksum(body));
+}
+
+// The folder is open to others: only a plain file of this process's own user is believed.
+std::string ReadOwnFile(const std::string& path) {
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  struct stat status {};
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      status.st_uid != geteuid()) {
+    return "";
+  }
+  return ReadUpTo(file.Get(), kLongestCache);
+}
+
+std::optional<Names> ReadCache(const std::string& path, const std::string& identity) {
+  const std::string content = ReadOwnFile(path);
+  const auto end = content.find('\n');
+  if (end == std::string::npos) {
+    return std::nullopt;
+  }
+  const std::string body = content.substr(end + 1);
+  if (content.substr(0, end) != Header(identity, body)) {
+    return std::nullopt;
+  }
+  Names names;
+  std::istringstream lines(body);
+  for (std::string name; std::getline(lines, name);) {
+    names.insert(name);
+  }
+  return names;
+}
+
+// Written aside and renamed. Failure costs the next start a question, and nothing else.
+void WriteCache(const std::string& path, const std::string& identity, const Names& names) {
+  std::string body;
+  for (const std::string& name : names) {
+    body += name + "\n";
+  }
+  const std::string aside = path + "." + std::to_string(getpid());
+  const UniqueFd file(
+      open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kCacheMode));
+  if (!file.IsOpen()) {
+    return;
+  }
+  if (!WriteAll(file.Get(), Header(identity, body) + "\n" + body) ||
+      rename(aside.c_str(), path.c_str()) != 0) {
+    unlink(aside.c_str());
+  }
+}
+
+}  // namespace
+
+EncoderInventory::EncoderInventory(std::string executable, std::string cacheFile,
+                                   std::function<bool(const char* node)> nodeExists)
+    : executable_(std::move(executable)),
+      cacheFile_(std::move(cacheFile)),
+      nodeExists_(std::move(nodeExists)) {}
+
+bool EncoderInventory::CanEncode(std::string_view encoder) {
+  const auto device = std::find_if(kDevices.begin(), kDevices.end(),
+                                   [&](const Device& row) { return row.encoder == encoder; });
+  if (device != kDevices.end() && !nodeExists_(device->node)) {
+    return false;
+  }
+  Load();
+  return encoders_.find(encoder) != encoders_.end();
+}
+
+void EncoderInventory::Load() {
+  if (std::exchange(loaded_, true)) {
+    return;
+  }
+  const std::string identity = Identity(executable_);
+  if (std::optional<Names> cached = ReadCache(cacheFile_, identity)) {
+    encoders_ = std::move(*cached);
+  } else if (const std::optional<std::string> listing = Listing(executable_)) {
+    encoders_ = ParseListing(*listing);
+    WriteCache(cacheFile_, identity, encoders_);
+  }
+}
+
+}  // namespace orvo::transcoder

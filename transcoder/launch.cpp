@@ -1,0 +1,70 @@
+#include "transcoder/launch.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "platform/log.h"
+
+namespace orvo::transcoder {
+namespace {
+
+// The last one is for asking FFmpeg what it can do: a child that is ignored cannot be waited for.
+constexpr int kSignals[] = {SIGPIPE, SIGINT, SIGTERM, SIGCHLD};
+constexpr int kNiceness = 10;
+
+void ResetSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : kSignals) {
+    signal(number, SIG_DFL);
+    sigaddset(&set, number);
+  }
+  sigprocmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+// A descriptor opened later must not become standard output by accident.
+void OpenStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0) {
+      (void)open("/dev/null", O_RDWR);  // takes the lowest free number, which is fd
+    }
+  }
+}
+
+void LowerPriority() {
+  const int current = getpriority(PRIO_PROCESS, 0);
+  setpriority(PRIO_PROCESS, 0, std::max(current, kNiceness));
+}
+
+}  // namespace
+
+void PrepareProcess() {
+  OpenStandardDescriptors();
+  ResetSignals();
+  LowerPriority();
+}
+
+int OpenProgressFile() {
+  return memfd_create("orvo-progress", 0);
+}
+
+int Become(const std::vector<std::string>& command) {
+  std::vector<char*> argv;
+  argv.reserve(command.size() + 1);
+  for (const std::string& argument : command) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  execv(argv[0], argv.data());
+  ORVO_LOG("cannot start %s: %s. Install the ffmpeg package.", argv[0], strerror(errno));
+  return kExitNotFound;
+}
+
+}  // namespace orvo::transcoder

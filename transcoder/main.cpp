@@ -1,0 +1,70 @@
+// The transcoder: an FFmpeg command line with this system's own options in, stock FFmpeg in the
+// same process out.
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/log.h"
+#include "platform/plat.h"
+#include "transcoder/encoder_inventory.h"
+#include "transcoder/launch.h"
+#include "transcoder/translation.h"
+
+namespace {
+
+using namespace orvo::transcoder;
+
+constexpr char kExecutable[] = "/usr/bin/ffmpeg";
+constexpr char kCacheFolder[] = "/tmp/Mirevo";
+constexpr char kCacheName[] = "/transcoder_encoders";
+constexpr mode_t kCacheFolderMode = 0777;  // the request programs' folder, whoever makes it first
+
+bool NodeExists(const char* node) {
+  return access(node, F_OK) == 0;
+}
+
+EncoderInventory Inventory() {
+  const std::string folder = orvo::SystemPath(kCacheFolder);
+  return {kExecutable, folder + kCacheName, NodeExists};
+}
+
+bool CanEncode(std::string_view encoder) {
+  static EncoderInventory inventory = Inventory();
+  libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(orvo::SystemPath(kCacheFolder), kCacheFolderMode);
+  return inventory.CanEncode(encoder);
+}
+
+int Refuse(const std::string& error) {
+  ORVO_LOG("%s", error.c_str());
+  fprintf(stderr,
+          "ffmpeg: %s\nUsage: ffmpeg [--explain] [INPUT OPTIONS] -i FILM [OPTIONS] OUTPUT\n",
+          error.c_str());
+  return kExitUsage;
+}
+
+int Explain(const Translation& translation) {
+  return printf("%s\n", ShellLine(translation.command).c_str()) < 0 || fflush(stdout) != 0;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  const bool explain = !arguments.empty() && arguments.front() == "--explain";
+  if (explain) {
+    arguments.erase(arguments.begin());
+  }
+  PrepareProcess();
+  const Translation translation =
+      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode});
+  if (!translation.error.empty()) {
+    return Refuse(translation.error);
+  }
+  for (const std::string& note : translation.notes) {
+    orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "%s", note.c_str());
+  }
+  return explain ? Explain(translation) : Become(translation.command);
+}

@@ -1,0 +1,514 @@
+#include "transcoder/translation.h"
+
+#include <algorithm>
+#include <array>
+
+#include "liborvoqmx/util/media_formats.h"
+
+namespace orvo::transcoder {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// --- Encoders and what stands in for them
+// ---------------------------------------------------------
+
+enum class Kind { kSoftware, kFdkAac, kHardware, kVaapi };
+
+struct Encoder {
+  std::string_view name;
+  std::string_view replacement;
+  Kind kind;
+};
+
+constexpr auto kEncoders = std::to_array<Encoder>({
+    {"libfdk_aac", "aac", Kind::kFdkAac},
+    {"libshine", "libmp3lame", Kind::kSoftware},
+    {"h264_smd", "libx264", Kind::kHardware},
+    {"h264_vaapi", "libx264", Kind::kVaapi},
+    {"h264_qsv", "libx264", Kind::kHardware},
+    {"h264_nvenc", "libx264", Kind::kHardware},
+    {"h264_v4l2m2m", "libx264", Kind::kHardware},
+    {"h264_omx", "libx264", Kind::kHardware},
+});
+
+const Encoder* FindEncoder(std::string_view name) {
+  const auto row = std::find_if(kEncoders.begin(), kEncoders.end(),
+                                [&](const Encoder& encoder) { return encoder.name == name; });
+  return row == kEncoders.end() ? nullptr : &*row;
+}
+
+// Where VA-API frames come from when the command line names no device.
+constexpr char kVaapiDevice[] = "/dev/dri/renderD128";
+constexpr char kVaapiUpload[] = "format=nv12,hwupload";
+
+// Filters that need a hardware device, and what does the same without one.
+struct Filter {
+  std::string_view hardware;
+  std::string_view software;  // empty: nothing is needed
+};
+
+constexpr auto kHardwareFilters = std::to_array<Filter>({
+    {"format=nv12", ""},
+    {"hwupload", ""},
+    {"scale_vaapi", "scale"},
+    {"scale_qsv", "scale"},
+    {"deinterlace_vaapi", "yadif"},
+    {"deinterlace_qsv", "yadif"},
+});
+
+constexpr char kFallbackPreset[] = "veryfast";  // the default one is too slow for an appliance
+constexpr auto kSoftwarePresets =
+    std::to_array<std::string_view>({"ultrafast", "superfast", "veryfast", "faster", "fast",
+                                     "medium", "slow", "slower", "veryslow"});
+
+// --- What the command line as a whole says
+// --------------------------------------------------------
+
+struct Facts {
+  const Surroundings* surroundings = nullptr;
+  bool hasInput = false;
+  bool keepsFilmClock = false;
+  bool copiesVideo = false;
+  bool namesPreset = false;
+  bool hardwareLost = false;  // a hardware encoder was asked for and is not there
+  bool fdkLost = false;
+  bool vaapiUsed = false;
+  bool namesVaapiDevice = false;
+  bool namesFilter = false;
+  std::string seek;    // the input's start position, as given
+  std::string offset;  // where the output's clock starts, as given
+  std::string size;    // the picture size asked for
+  Strings lost;        // encoders that are replaced
+};
+
+struct Option;
+
+struct Argument {
+  const Option* option = nullptr;  // null for one that is passed on as it is
+  std::string name;
+  std::string value;
+};
+
+using Observe = void (*)(const Argument&, Facts&);
+using Emit = void (*)(const Argument&, const Facts&, Strings&);
+
+struct Option {
+  std::string_view name;  // also matches with a stream specifier after it: "-c:v" is "-c:v:0" too
+  bool takesValue;
+  Observe observe;  // what it tells about the command line
+  Emit emit;        // what it becomes
+};
+
+// --- What options tell
+// ----------------------------------------------------------------------------
+
+void Nothing(const Argument&, Facts&) {}
+void HasInput(const Argument&, Facts& facts) {
+  facts.hasInput = true;
+}
+void KeepsFilmClock(const Argument&, Facts& facts) {
+  facts.keepsFilmClock = true;
+}
+void NamesPreset(const Argument&, Facts& facts) {
+  facts.namesPreset = true;
+}
+void NamesVaapiDevice(const Argument&, Facts& facts) {
+  facts.namesVaapiDevice = true;
+}
+void NamesFilter(const Argument&, Facts& facts) {
+  facts.namesFilter = true;
+}
+void NamesSize(const Argument& argument, Facts& facts) {
+  facts.size = argument.value;
+}
+void NamesOffset(const Argument& argument, Facts& facts) {
+  facts.offset = argument.value;
+}
+
+// Behind the input the same option cuts the output, which moves no clock.
+void NamesSeek(const Argument& argument, Facts& facts) {
+  if (!facts.hasInput) {
+    facts.seek = argument.value;
+  }
+}
+
+bool IsLost(const Facts& facts, std::string_view encoder) {
+  return std::find(facts.lost.begin(), facts.lost.end(), encoder) != facts.lost.end();
+}
+
+void NamesEncoder(const Argument& argument, Facts& facts) {
+  const Encoder* encoder = FindEncoder(argument.value);
+  if (encoder == nullptr || IsLost(facts, encoder->name)) {
+    return;
+  }
+  if (facts.surroundings->canEncode(encoder->name)) {
+    facts.vaapiUsed |= encoder->kind == Kind::kVaapi;
+    return;
+  }
+  facts.lost.emplace_back(encoder->name);
+  facts.fdkLost |= encoder->kind == Kind::kFdkAac;
+  facts.hardwareLost |= encoder->kind == Kind::kHardware || encoder->kind == Kind::kVaapi;
+}
+
+void NamesVideoEncoder(const Argument& argument, Facts& facts) {
+  facts.copiesVideo |= argument.value == "copy";
+  NamesEncoder(argument, facts);
+}
+
+// --- What options become
+// --------------------------------------------------------------------------
+
+void Append(Strings& out, std::initializer_list<std::string> more) {
+  out.insert(out.end(), more.begin(), more.end());
+}
+
+void Same(const Argument& argument, const Facts&, Strings& out) {
+  Append(out, {argument.name, argument.value});
+}
+
+void Dropped(const Argument&, const Facts&, Strings&) {}
+
+void ReplacedEncoder(const Argument& argument, const Facts& facts, Strings& out) {
+  const bool lost = IsLost(facts, argument.value);
+  Append(out, {argument.name,
+               lost ? std::string(FindEncoder(argument.value)->replacement) : argument.value});
+}
+
+void UnlessHardwareLost(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.hardwareLost) {
+    Same(argument, facts, out);
+  }
+}
+
+void UnlessFdkLost(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.fdkLost) {
+    Same(argument, facts, out);
+  }
+}
+
+// Frames on the graphics card cannot pass the software scaler that this option would put behind the
+// upload: the size joins the filters before it.
+void SizeUnlessVaapi(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.vaapiUsed) {
+    Same(argument, facts, out);
+  }
+}
+
+void Preset(const Argument& argument, const Facts& facts, Strings& out) {
+  const bool known = std::find(kSoftwarePresets.begin(), kSoftwarePresets.end(), argument.value) !=
+                     kSoftwarePresets.end();
+  Append(out, {argument.name, facts.hardwareLost && !known ? kFallbackPreset : argument.value});
+}
+
+void VideoProfile(const Argument& argument, const Facts& facts, Strings& out) {
+  const bool rename = facts.hardwareLost && argument.value == "constrained_baseline";
+  Append(out, {argument.name, rename ? "baseline" : argument.value});
+}
+
+Strings SplitFilters(const std::string& chain) {
+  Strings filters(1);
+  bool quoted = false;
+  for (size_t i = 0; i < chain.size(); ++i) {
+    const char c = chain[i];
+    if (c == '\\' && i + 1 < chain.size()) {
+      filters.back() += c;
+      filters.back() += chain[++i];
+    } else if (c == ',' && !quoted) {
+      filters.emplace_back();
+    } else {
+      quoted ^= c == '\'';
+      filters.back() += c;
+    }
+  }
+  return filters;
+}
+
+std::string JoinFilters(const Strings& filters) {
+  std::string chain;
+  for (const std::string& filter : filters) {
+    if (!filter.empty()) {
+      chain += chain.empty() ? "" : ",";
+      chain += filter;
+    }
+  }
+  return chain;
+}
+
+std::string SoftwareFilter(const std::string& filter) {
+  for (const Filter& row : kHardwareFilters) {
+    if (filter.rfind(row.hardware, 0) != 0) {
+      continue;
+    }
+    const bool hasOptions = filter.size() > row.hardware.size() && !row.software.empty();
+    const bool keepsOptions = hasOptions && row.software == "scale";
+    return std::string(row.software) + (keepsOptions ? filter.substr(row.hardware.size()) : "");
+  }
+  return filter;
+}
+
+std::string SoftwareFilters(const std::string& chain) {
+  Strings filters = SplitFilters(chain);
+  std::transform(filters.begin(), filters.end(), filters.begin(), SoftwareFilter);
+  return JoinFilters(filters);
+}
+
+// "1280x720" as the scaler wants it; a name of a size is one word to both.
+std::string ScaleFilter(const std::string& size) {
+  if (size.empty()) {
+    return "";
+  }
+  const auto cross = size.find('x');
+  return cross == std::string::npos
+             ? "scale=" + size
+             : "scale=" + size.substr(0, cross) + ":" + size.substr(cross + 1);
+}
+
+std::string VaapiFilters(const std::string& chain, const Facts& facts) {
+  if (chain.find("hwupload") == std::string::npos) {
+    return JoinFilters({chain, ScaleFilter(facts.size), kVaapiUpload});
+  }
+  Strings filters = SplitFilters(chain);
+  const auto upload = std::find_if(filters.begin(), filters.end(), [](const std::string& filter) {
+    return filter.rfind("format=nv12", 0) == 0 || filter.rfind("hwupload", 0) == 0;
+  });
+  filters.insert(upload, ScaleFilter(facts.size));
+  return JoinFilters(filters);
+}
+
+void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
+  std::string chain = argument.value;
+  if (facts.hardwareLost) {
+    chain = SoftwareFilters(chain);
+  } else if (facts.vaapiUsed) {
+    chain = VaapiFilters(chain, facts);
+  }
+  if (!chain.empty()) {
+    Append(out, {argument.name, chain});
+  }
+}
+
+// A fragmented file carries the film's clock only when each fragment states it, and when the header
+// waits for the first packets to learn how far sound and picture start apart.
+void MovFlags(const Argument& argument, const Facts& facts, Strings& out) {
+  const char* clock = facts.keepsFilmClock ? "+frag_discont+delay_moov" : "";
+  Append(out, {argument.name, argument.value + clock});
+}
+
+bool IsDescriptor(const std::string& input) {
+  return input.rfind("pipe:", 0) == 0 || input.rfind("fd:", 0) == 0;
+}
+
+// The guards stand right before the input, so that they override whatever was said earlier. A name
+// is only ever a local file's name, whatever it looks like.
+void GuardedInput(const Argument& argument, const Facts& facts, Strings& out) {
+  if (facts.copiesVideo) {
+    // Copied pictures start at the key frame before the seek point; decoded sound shall start there
+    // too.
+    out.emplace_back("-noaccurate_seek");
+  }
+  const bool descriptor = IsDescriptor(argument.value);
+  Append(out, {"-protocol_whitelist", "file,pipe,fd", "-format_whitelist", kSelfContainedFormats});
+  Append(out, {"-i", descriptor ? argument.value : "file:" + argument.value});
+}
+
+// --- The table
+// ------------------------------------------------------------------------------------
+
+constexpr bool kValue = true;
+constexpr bool kNoValue = false;
+
+constexpr auto kOptions = std::to_array<Option>({
+    {"-i", kValue, HasInput, GuardedInput},
+    {"-ss", kValue, NamesSeek, Same},
+    {"-prefer_smd", kNoValue, Nothing, Dropped},
+    {"-copyts", kNoValue, KeepsFilmClock, Dropped},
+    {"-webm_seek_time", kValue, NamesOffset, Dropped},
+    {"-movflags", kValue, Nothing, MovFlags},
+    {"-vcodec", kValue, NamesVideoEncoder, ReplacedEncoder},
+    {"-c:v", kValue, NamesVideoEncoder, ReplacedEncoder},
+    {"-codec:v", kValue, NamesVideoEncoder, ReplacedEncoder},
+    {"-acodec", kValue, NamesEncoder, ReplacedEncoder},
+    {"-c:a", kValue, NamesEncoder, ReplacedEncoder},
+    {"-codec:a", kValue, NamesEncoder, ReplacedEncoder},
+    {"-preset", kValue, NamesPreset, Preset},
+    {"-profile:v", kValue, Nothing, VideoProfile},
+    {"-s", kValue, NamesSize, SizeUnlessVaapi},
+    {"-vf", kValue, NamesFilter, VideoFilters},
+    {"-filter:v", kValue, NamesFilter, VideoFilters},
+    {"-vaapi_device", kValue, NamesVaapiDevice, UnlessHardwareLost},
+    {"-qsv_device", kValue, Nothing, UnlessHardwareLost},
+    {"-init_hw_device", kValue, NamesVaapiDevice, UnlessHardwareLost},
+    {"-filter_hw_device", kValue, Nothing, UnlessHardwareLost},
+    {"-hwaccel", kValue, Nothing, UnlessHardwareLost},
+    {"-hwaccel_device", kValue, Nothing, UnlessHardwareLost},
+    {"-hwaccel_output_format", kValue, Nothing, UnlessHardwareLost},
+    {"-profile:a", kValue, Nothing, UnlessFdkLost},
+    {"-afterburner", kValue, Nothing, UnlessFdkLost},
+    {"-vbr", kValue, Nothing, UnlessFdkLost},
+    {"-signaling", kValue, Nothing, UnlessFdkLost},
+    {"-eld_sbr", kValue, Nothing, UnlessFdkLost},
+});
+
+bool Names(const Option& option, std::string_view text) {
+  const size_t length = option.name.size();
+  return text.substr(0, length) == option.name && (text.size() == length || text[length] == ':');
+}
+
+const Option* FindOption(std::string_view text) {
+  const auto row = std::find_if(kOptions.begin(), kOptions.end(),
+                                [&](const Option& option) { return Names(option, text); });
+  return row == kOptions.end() ? nullptr : &*row;
+}
+
+// --- Reading and writing the command line
+// ---------------------------------------------------------
+
+// All but the last argument, which is the output. Returns what is wrong, or an empty text.
+std::string Parse(const Strings& arguments, std::vector<Argument>& parsed) {
+  for (size_t i = 0; i + 1 < arguments.size(); ++i) {
+    Argument argument{FindOption(arguments[i]), arguments[i], ""};
+    if (argument.option != nullptr && argument.option->takesValue) {
+      if (i + 2 >= arguments.size()) {
+        return "no value for " + arguments[i] + ", or no output after it";
+      }
+      argument.value = arguments[++i];
+    }
+    parsed.push_back(std::move(argument));
+  }
+  return "";
+}
+
+Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surroundings) {
+  Facts facts;
+  facts.surroundings = &surroundings;
+  for (const Argument& argument : parsed) {
+    if (argument.option != nullptr) {
+      argument.option->observe(argument, facts);
+    }
+  }
+  return facts;
+}
+
+std::string Complaint(const Strings& arguments, const std::string& parseError, const Facts& facts) {
+  if (arguments.empty()) {
+    return "no arguments";
+  }
+  if (!parseError.empty()) {
+    return parseError;
+  }
+  if (FindOption(arguments.back()) != nullptr) {
+    return "no output: the command line ends with " + arguments.back();
+  }
+  return facts.hasInput ? "" : "no input: -i is missing";
+}
+
+// What holds for every command line. Nothing but the film may reach the stream's descriptors.
+void AppendGeneral(const Surroundings& surroundings, Strings& out) {
+  Append(out, {surroundings.executable, "-nostdin", "-hide_banner", "-loglevel", "warning",
+               "-nostats", "-y"});
+  if (surroundings.progressFd >= 0) {
+    Append(out,
+           {"-progress", "pipe:" + std::to_string(surroundings.progressFd), "-stats_period", "2"});
+  }
+}
+
+// What a hardware encoder needs that is there, and what stands in for one that is not.
+void AppendEncoderNeeds(const Facts& facts, Strings& out) {
+  if (facts.hardwareLost && !facts.namesPreset) {
+    Append(out, {"-preset", kFallbackPreset});
+  }
+  if (facts.vaapiUsed && !facts.namesFilter) {
+    Append(out, {"-vf", VaapiFilters("", facts)});
+  }
+}
+
+// FFmpeg starts every output at 0, wherever the source's clock stands; moving that by the seek
+// gives the film's own time line. The multiplexer's usual start-up delay would shift it again.
+void AppendClock(const Facts& facts, Strings& out) {
+  if (facts.keepsFilmClock) {
+    Append(out, {"-output_ts_offset", facts.seek.empty() ? "0" : facts.seek, "-muxdelay", "0"});
+  }
+  if (!facts.offset.empty()) {
+    Append(out, {"-output_ts_offset", facts.offset});
+  }
+}
+
+void EmitArgument(const Argument& argument, const Facts& facts, Strings& out) {
+  if (argument.option == nullptr) {
+    out.push_back(argument.name);
+  } else {
+    argument.option->emit(argument, facts, out);
+  }
+}
+
+Strings Command(const std::vector<Argument>& parsed, const Facts& facts,
+                const std::string& output) {
+  Strings out;
+  AppendGeneral(*facts.surroundings, out);
+  if (facts.vaapiUsed && !facts.namesVaapiDevice) {
+    Append(out, {"-vaapi_device", kVaapiDevice});
+  }
+  for (const Argument& argument : parsed) {
+    EmitArgument(argument, facts, out);
+  }
+  AppendEncoderNeeds(facts, out);
+  AppendClock(facts, out);
+  out.push_back(output);
+  return out;
+}
+
+Strings Notes(const Facts& facts) {
+  Strings notes;
+  for (const std::string& name : facts.lost) {
+    notes.push_back("this machine cannot encode with " + name + ": using " +
+                    std::string(FindEncoder(name)->replacement));
+  }
+  return notes;
+}
+
+// --- Quoting
+// --------------------------------------------------------------------------------------
+
+bool IsPlain(char c) {
+  constexpr std::string_view kPlain = "+-./:=@_%,";
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         kPlain.find(c) != std::string_view::npos;
+}
+
+std::string Quoted(const std::string& text) {
+  if (!text.empty() && std::all_of(text.begin(), text.end(), IsPlain)) {
+    return text;
+  }
+  std::string quoted = "'";
+  for (const char c : text) {
+    quoted += c == '\'' ? "'\\''" : std::string(1, c);
+  }
+  return quoted + "'";
+}
+
+}  // namespace
+
+Translation Translate(const std::vector<std::string>& arguments, const Surroundings& surroundings) {
+  std::vector<Argument> parsed;
+  const std::string parseError = Parse(arguments, parsed);
+  const Facts facts = Observed(parsed, surroundings);
+  Translation translation;
+  translation.error = Complaint(arguments, parseError, facts);
+  if (translation.error.empty()) {
+    translation.command = Command(parsed, facts, arguments.back());
+    translation.notes = Notes(facts);
+  }
+  return translation;
+}
+
+std::string ShellLine(const std::vector<std::string>& command) {
+  std::string line;
+  for (const std::string& argument : command) {
+    line += line.empty() ? "" : " ";
+    line += Quoted(argument);
+  }
+  return line;
+}
+
+}  // namespace orvo::transcoder

@@ -1,0 +1,34 @@
+// Turns the transcoder's command line into one that stock FFmpeg understands.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvo::transcoder {
+
+// What a translation needs to know of the machine.
+struct Surroundings {
+  std::string executable;  // the stock FFmpeg, argv[0] of the result
+  int progressFd = -1;     // an open descriptor for progress reports; below 0 for none
+  // True when the machine can encode with the named encoder. Asked only about encoders that have a
+  // replacement, so a command line without one costs nothing.
+  std::function<bool(std::string_view encoder)> canEncode;
+};
+
+struct Translation {
+  std::vector<std::string> command;  // the whole argument vector; empty when there is an error
+  std::vector<std::string> notes;    // one line for each encoder that was replaced
+  std::string error;                 // why nothing can be run; empty otherwise
+};
+
+// Translates `arguments`, the command line without the program's name: options before "-i" belong
+// to the input, those after it to the output, and the last argument is the output. An option that
+// is not in the table is passed on as it is.
+Translation Translate(const std::vector<std::string>& arguments, const Surroundings& surroundings);
+
+// The command as one line for a person to read or to paste into a shell.
+std::string ShellLine(const std::vector<std::string>& command);
+
+}  // namespace orvo::transcoder
