@@ -15,7 +15,7 @@ Machine = collections.namedtuple("Machine", "preset tallest encoder variants", d
 
 # The sizes are the names that the library knows and fits to the film.
 RENDITIONS = [
-    Rendition("240p", 240, "320x240", 300, 64),
+    Rendition("240p", 240, "320x240", 300, 96),
     Rendition("360p", 360, "480x360", 700, 96),
     Rendition("480p", 480, "hd480", 1200, 128),
     Rendition("720p", 720, "hd720", 2500, 128),
@@ -50,14 +50,17 @@ SOUND = "-acodec {encoder} -ab {rate}k -ar 48000 -ac 2 -af aresample=async=1"
 
 # Only pictures marked as interlaced are touched, and none is shown twice to fill a frame rate up. A
 # buffer of one second keeps the rate's promise, and key frames by the clock hold for any frame rate.
-# B-frames would make the picture start later than the sound.
+# B-frames would make the picture start later than the sound, and a clock that ticks once a picture would
+# move pictures by up to half of one from their sound.
 H264 = (
-    "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr -vf yadif=deint=interlaced -s {size}"
+    "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr -enc_time_base:v 1:90000"
+    " -vf yadif=deint=interlaced -s {size}"
     " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -bf 0 -g 250"
     " -force_key_frames expr:gte(t,n_forced*2)"
 )
 WMV = (
-    "-vcodec wmv2 -pix_fmt yuv420p -fps_mode vfr -vf yadif=deint=interlaced -s {size}"
+    "-vcodec wmv2 -pix_fmt yuv420p -fps_mode vfr -enc_time_base:v 1:90000"
+    " -vf yadif=deint=interlaced -s {size}"
     " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -g 50"
 )
 COPY = "-vcodec copy -bsf:v h264_mp4toannexb"
@@ -68,6 +71,8 @@ MP4 = (
     "-movflags frag_keyframe+delay_moov+default_base_moof -frag_duration 500000 -write_tmcd 0 -f mp4"
 )
 MPEGTS = "-f mpegts"
+# Transport packets are filled up per picture; that comes out of the picture's promised rate.
+MPEGTS_PICTURE_SHARE = 0.9
 ASF = "-f asf"
 REMUX_SOUND_RATE = 192
 
@@ -76,8 +81,8 @@ def sound(rate, encoder="aac"):
     return SOUND.format(encoder=encoder, rate=rate)
 
 
-def picture(template, rendition, **more):
-    return template.format(size=rendition.size, rate=rendition.video, **more)
+def picture(template, rendition, share=1, **more):
+    return template.format(size=rendition.size, rate=round(rendition.video * share), **more)
 
 
 def arguments(*parts):
@@ -93,8 +98,8 @@ def transcodes(machine, encoder, infix):
     for rendition in RENDITIONS:
         if rendition.height > machine.tallest:
             continue
-        video = picture(H264, rendition, encoder=encoder, preset=machine.preset)
-        for kind, container in (("mp4", MP4), ("ts", MPEGTS)):
+        for kind, container, share in (("mp4", MP4, 1), ("ts", MPEGTS, MPEGTS_PICTURE_SHARE)):
+            video = picture(H264, rendition, share, encoder=encoder, preset=machine.preset)
             key = f"http_{kind}_{rendition.name}_{infix}{rates(rendition)}"
             yield key, arguments(video, sound(rendition.audio), container)
 
