@@ -44,8 +44,7 @@ constexpr auto kDevices = std::to_array<Device>({
     {"h264_omx", "/dev/vchiq"},
 });
 
-// --- The executable
-// -------------------------------------------------------------------------------
+// --- The executable ---
 
 // What tells one build of the executable from another; empty when there is none.
 std::string Identity(const std::string& executable) {
@@ -152,8 +151,7 @@ Names ParseListing(const std::string& listing) {
   return names;
 }
 
-// --- The cache
-// ------------------------------------------------------------------------------------
+// --- The cache ---
 
 // FNV-1a: enough to notice damage.
 uint64_t Checksum(std::string_view text) {

@@ -10,7 +10,9 @@
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "transcoder/encoder_inventory.h"
+#include "transcoder/film_index.h"
 #include "transcoder/launch.h"
+#include "transcoder/shell_line.h"
 #include "transcoder/translation.h"
 
 namespace {
@@ -59,7 +61,7 @@ int main(int argc, char* argv[]) {
   }
   PrepareProcess();
   const Translation translation =
-      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode});
+      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }

@@ -2,16 +2,18 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cstdio>
 
 #include "liborvoqmx/util/media_formats.h"
+#include "transcoder/filters.h"
 
 namespace orvo::transcoder {
 namespace {
 
 using Strings = std::vector<std::string>;
 
-// --- Encoders and what stands in for them
-// ---------------------------------------------------------
+// --- Encoders and what stands in for them ---
 
 enum class Kind { kSoftware, kFdkAac, kHardware, kVaapi };
 
@@ -40,30 +42,14 @@ const Encoder* FindEncoder(std::string_view name) {
 
 // Where VA-API frames come from when the command line names no device.
 constexpr char kVaapiDevice[] = "/dev/dri/renderD128";
-constexpr char kVaapiUpload[] = "format=nv12,hwupload";
-
-// Filters that need a hardware device, and what does the same without one.
-struct Filter {
-  std::string_view hardware;
-  std::string_view software;  // empty: nothing is needed
-};
-
-constexpr auto kHardwareFilters = std::to_array<Filter>({
-    {"format=nv12", ""},
-    {"hwupload", ""},
-    {"scale_vaapi", "scale"},
-    {"scale_qsv", "scale"},
-    {"deinterlace_vaapi", "yadif"},
-    {"deinterlace_qsv", "yadif"},
-});
+constexpr double kPreroll = 3;  // seconds: most broadcasts have a key frame more often
 
 constexpr char kFallbackPreset[] = "veryfast";  // the default one is too slow for an appliance
 constexpr auto kSoftwarePresets =
     std::to_array<std::string_view>({"ultrafast", "superfast", "veryfast", "faster", "fast",
                                      "medium", "slow", "slower", "veryslow"});
 
-// --- What the command line as a whole says
-// --------------------------------------------------------
+// --- What the command line as a whole says ---
 
 struct Facts {
   const Surroundings* surroundings = nullptr;
@@ -76,7 +62,9 @@ struct Facts {
   bool vaapiUsed = false;
   bool namesVaapiDevice = false;
   bool namesFilter = false;
+  std::string input;
   std::string seek;    // the input's start position, as given
+  double preroll = 0;  // how much earlier the input is entered, in seconds; cut off again
   std::string offset;  // where the output's clock starts, as given
   std::string size;    // the picture size asked for
   Strings lost;        // encoders that are replaced
@@ -86,6 +74,7 @@ struct Option;
 
 struct Argument {
   const Option* option = nullptr;  // null for one that is passed on as it is
+  bool behindInput = false;
   std::string name;
   std::string value;
 };
@@ -100,12 +89,19 @@ struct Option {
   Emit emit;        // what it becomes
 };
 
-// --- What options tell
-// ----------------------------------------------------------------------------
+// A plain number of seconds; 0 for any other way to write a time.
+double ParseSeconds(const std::string& text) {
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  return error == std::errc() && end == text.data() + text.size() ? seconds : 0;
+}
+
+// --- What options tell ---
 
 void Nothing(const Argument&, Facts&) {}
-void HasInput(const Argument&, Facts& facts) {
+void HasInput(const Argument& argument, Facts& facts) {
   facts.hasInput = true;
+  facts.input = argument.value;
 }
 void KeepsFilmClock(const Argument&, Facts& facts) {
   facts.keepsFilmClock = true;
@@ -128,7 +124,7 @@ void NamesOffset(const Argument& argument, Facts& facts) {
 
 // Behind the input the same option cuts the output, which moves no clock.
 void NamesSeek(const Argument& argument, Facts& facts) {
-  if (!facts.hasInput) {
+  if (!argument.behindInput) {
     facts.seek = argument.value;
   }
 }
@@ -156,8 +152,7 @@ void NamesVideoEncoder(const Argument& argument, Facts& facts) {
   NamesEncoder(argument, facts);
 }
 
-// --- What options become
-// --------------------------------------------------------------------------
+// --- What options become ---
 
 void Append(Strings& out, std::initializer_list<std::string> more) {
   out.insert(out.end(), more.begin(), more.end());
@@ -168,6 +163,18 @@ void Same(const Argument& argument, const Facts&, Strings& out) {
 }
 
 void Dropped(const Argument&, const Facts&, Strings&) {}
+
+std::string Seconds(double seconds) {
+  std::array<char, 32> text;
+  snprintf(text.data(), text.size(), "%.3f", seconds);
+  return text.data();
+}
+
+void Seek(const Argument& argument, const Facts& facts, Strings& out) {
+  const bool earlier = facts.preroll > 0 && !argument.behindInput;
+  Append(out, {argument.name,
+               earlier ? Seconds(ParseSeconds(facts.seek) - facts.preroll) : argument.value});
+}
 
 void ReplacedEncoder(const Argument& argument, const Facts& facts, Strings& out) {
   const bool lost = IsLost(facts, argument.value);
@@ -206,82 +213,12 @@ void VideoProfile(const Argument& argument, const Facts& facts, Strings& out) {
   Append(out, {argument.name, rename ? "baseline" : argument.value});
 }
 
-Strings SplitFilters(const std::string& chain) {
-  Strings filters(1);
-  bool quoted = false;
-  for (size_t i = 0; i < chain.size(); ++i) {
-    const char c = chain[i];
-    if (c == '\\' && i + 1 < chain.size()) {
-      filters.back() += c;
-      filters.back() += chain[++i];
-    } else if (c == ',' && !quoted) {
-      filters.emplace_back();
-    } else {
-      quoted ^= c == '\'';
-      filters.back() += c;
-    }
-  }
-  return filters;
-}
-
-std::string JoinFilters(const Strings& filters) {
-  std::string chain;
-  for (const std::string& filter : filters) {
-    if (!filter.empty()) {
-      chain += chain.empty() ? "" : ",";
-      chain += filter;
-    }
-  }
-  return chain;
-}
-
-std::string SoftwareFilter(const std::string& filter) {
-  for (const Filter& row : kHardwareFilters) {
-    if (filter.rfind(row.hardware, 0) != 0) {
-      continue;
-    }
-    const bool hasOptions = filter.size() > row.hardware.size() && !row.software.empty();
-    const bool keepsOptions = hasOptions && row.software == "scale";
-    return std::string(row.software) + (keepsOptions ? filter.substr(row.hardware.size()) : "");
-  }
-  return filter;
-}
-
-std::string SoftwareFilters(const std::string& chain) {
-  Strings filters = SplitFilters(chain);
-  std::transform(filters.begin(), filters.end(), filters.begin(), SoftwareFilter);
-  return JoinFilters(filters);
-}
-
-// "1280x720" as the scaler wants it; a name of a size is one word to both.
-std::string ScaleFilter(const std::string& size) {
-  if (size.empty()) {
-    return "";
-  }
-  const auto cross = size.find('x');
-  return cross == std::string::npos
-             ? "scale=" + size
-             : "scale=" + size.substr(0, cross) + ":" + size.substr(cross + 1);
-}
-
-std::string VaapiFilters(const std::string& chain, const Facts& facts) {
-  if (chain.find("hwupload") == std::string::npos) {
-    return JoinFilters({chain, ScaleFilter(facts.size), kVaapiUpload});
-  }
-  Strings filters = SplitFilters(chain);
-  const auto upload = std::find_if(filters.begin(), filters.end(), [](const std::string& filter) {
-    return filter.rfind("format=nv12", 0) == 0 || filter.rfind("hwupload", 0) == 0;
-  });
-  filters.insert(upload, ScaleFilter(facts.size));
-  return JoinFilters(filters);
-}
-
 void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   std::string chain = argument.value;
   if (facts.hardwareLost) {
     chain = SoftwareFilters(chain);
   } else if (facts.vaapiUsed) {
-    chain = VaapiFilters(chain, facts);
+    chain = VaapiFilters(chain, facts.size);
   }
   if (!chain.empty()) {
     Append(out, {argument.name, chain});
@@ -312,15 +249,14 @@ void GuardedInput(const Argument& argument, const Facts& facts, Strings& out) {
   Append(out, {"-i", descriptor ? argument.value : "file:" + argument.value});
 }
 
-// --- The table
-// ------------------------------------------------------------------------------------
+// --- The table ---
 
 constexpr bool kValue = true;
 constexpr bool kNoValue = false;
 
 constexpr auto kOptions = std::to_array<Option>({
     {"-i", kValue, HasInput, GuardedInput},
-    {"-ss", kValue, NamesSeek, Same},
+    {"-ss", kValue, NamesSeek, Seek},
     {"-prefer_smd", kNoValue, Nothing, Dropped},
     {"-copyts", kNoValue, KeepsFilmClock, Dropped},
     {"-webm_seek_time", kValue, NamesOffset, Dropped},
@@ -361,13 +297,17 @@ const Option* FindOption(std::string_view text) {
   return row == kOptions.end() ? nullptr : &*row;
 }
 
-// --- Reading and writing the command line
-// ---------------------------------------------------------
+// --- Reading and writing the command line ---
 
 // All but the last argument, which is the output. Returns what is wrong, or an empty text.
 std::string Parse(const Strings& arguments, std::vector<Argument>& parsed) {
+  bool behindInput = false;
   for (size_t i = 0; i + 1 < arguments.size(); ++i) {
-    Argument argument{FindOption(arguments[i]), arguments[i], ""};
+    Argument argument;
+    argument.option = FindOption(arguments[i]);
+    argument.name = arguments[i];
+    argument.behindInput = behindInput;
+    behindInput |= arguments[i] == "-i";
     if (argument.option != nullptr && argument.option->takesValue) {
       if (i + 2 >= arguments.size()) {
         return "no value for " + arguments[i] + ", or no output after it";
@@ -379,6 +319,14 @@ std::string Parse(const Strings& arguments, std::vector<Argument>& parsed) {
   return "";
 }
 
+// A film without an index is entered early enough to meet a key frame before the seek point. Copied
+// pictures cannot be cut off again between key frames.
+double Preroll(const Facts& facts) {
+  const double seek = ParseSeconds(facts.seek);
+  const bool wanted = seek > 0 && !facts.copiesVideo && facts.surroundings->lacksIndex(facts.input);
+  return wanted ? std::min(seek, kPreroll) : 0;
+}
+
 Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surroundings) {
   Facts facts;
   facts.surroundings = &surroundings;
@@ -387,6 +335,7 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
       argument.option->observe(argument, facts);
     }
   }
+  facts.preroll = Preroll(facts);
   return facts;
 }
 
@@ -419,13 +368,16 @@ void AppendEncoderNeeds(const Facts& facts, Strings& out) {
     Append(out, {"-preset", kFallbackPreset});
   }
   if (facts.vaapiUsed && !facts.namesFilter) {
-    Append(out, {"-vf", VaapiFilters("", facts)});
+    Append(out, {"-vf", VaapiFilters("", facts.size)});
   }
 }
 
 // FFmpeg starts every output at 0, wherever the source's clock stands; moving that by the seek
 // gives the film's own time line. The multiplexer's usual start-up delay would shift it again.
 void AppendClock(const Facts& facts, Strings& out) {
+  if (facts.preroll > 0) {
+    Append(out, {"-ss", Seconds(facts.preroll)});
+  }
   if (facts.keepsFilmClock) {
     Append(out, {"-output_ts_offset", facts.seek.empty() ? "0" : facts.seek, "-muxdelay", "0"});
   }
@@ -467,26 +419,6 @@ Strings Notes(const Facts& facts) {
   return notes;
 }
 
-// --- Quoting
-// --------------------------------------------------------------------------------------
-
-bool IsPlain(char c) {
-  constexpr std::string_view kPlain = "+-./:=@_%,";
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         kPlain.find(c) != std::string_view::npos;
-}
-
-std::string Quoted(const std::string& text) {
-  if (!text.empty() && std::all_of(text.begin(), text.end(), IsPlain)) {
-    return text;
-  }
-  std::string quoted = "'";
-  for (const char c : text) {
-    quoted += c == '\'' ? "'\\''" : std::string(1, c);
-  }
-  return quoted + "'";
-}
-
 }  // namespace
 
 Translation Translate(const std::vector<std::string>& arguments, const Surroundings& surroundings) {
@@ -500,15 +432,6 @@ Translation Translate(const std::vector<std::string>& arguments, const Surroundi
     translation.notes = Notes(facts);
   }
   return translation;
-}
-
-std::string ShellLine(const std::vector<std::string>& command) {
-  std::string line;
-  for (const std::string& argument : command) {
-    line += line.empty() ? "" : " ";
-    line += Quoted(argument);
-  }
-  return line;
 }
 
 }  // namespace orvo::transcoder

@@ -15,6 +15,8 @@ struct Surroundings {
   // True when the machine can encode with the named encoder. Asked only about encoders that have a
   // replacement, so a command line without one costs nothing.
   std::function<bool(std::string_view encoder)> canEncode;
+  // True when a seek in this film lands between key frames. Asked only when there is a seek.
+  std::function<bool(const std::string& film)> lacksIndex;
 };
 
 struct Translation {
@@ -27,8 +29,5 @@ struct Translation {
 // to the input, those after it to the output, and the last argument is the output. An option that
 // is not in the table is passed on as it is.
 Translation Translate(const std::vector<std::string>& arguments, const Surroundings& surroundings);
-
-// The command as one line for a person to read or to paste into a shell.
-std::string ShellLine(const std::vector<std::string>& command);
 
 }  // namespace orvo::transcoder

@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Writes the transcoding profiles. Usage: make_profiles.py FOLDER
+
+Each file NAME_LEVEL.json is one JSON object: profile keys to FFmpeg arguments, separated by single
+blanks and without quoting. A key carries its rates in kbit/s as parts "vb..." and "ab...", from which
+the size of the whole stream is predicted; a remux has no rate to promise and so no such parts.
+"""
+import collections
+import json
+import pathlib
+import sys
+
+Rendition = collections.namedtuple("Rendition", "name height size video audio")
+Machine = collections.namedtuple("Machine", "preset tallest encoder variants", defaults=("libx264", ()))
+
+# The sizes are the names that the library knows and fits to the film.
+RENDITIONS = [
+    Rendition("240p", 240, "320x240", 300, 96),
+    Rendition("360p", 360, "480x360", 700, 96),
+    Rendition("480p", 480, "hd480", 1200, 128),
+    Rendition("720p", 720, "hd720", 2500, 128),
+    Rendition("1080p", 1080, "hd1080", 5000, 192),
+]
+
+# A machine's processor decides how hard its encoder may try, and up to which height it keeps up with
+# playing. Hardware encoders carry a preset for the day they are missing. A variant is a second set of
+# keys with its own encoder, named after it.
+WEAK = Machine("ultrafast", 480)
+MACHINES = {
+    "x86_1": WEAK,
+    "x86_2": Machine("veryfast", 1080),
+    "cedarview_1": WEAK,
+    "cedarview_2": WEAK,
+    "bromolow_1": Machine("superfast", 720),
+    "bromolow_2": Machine("veryfast", 1080),
+    "avoton_1": WEAK,
+    "avoton_2": Machine("superfast", 720),
+    "evansport_1": Machine("ultrafast", 1080, "h264_smd"),
+    "evansport_2": Machine("ultrafast", 1080, "h264_smd"),
+    "braswell_1": Machine("superfast", 1080, variants=(("vaapi", "h264_vaapi"),)),
+    "braswell_2": Machine("superfast", 1080, variants=(("vaapi", "h264_vaapi"),)),
+    "monaco_2": WEAK,
+}
+
+# Nothing but picture and sound: subtitles and chapters would become tracks that delay the start.
+COMMON = "-sn -dn -map_chapters -1 -max_muxing_queue_size 4096"
+
+# Gaps in the sound are filled, so that it stays in step.
+SOUND = "-acodec {encoder} -ab {rate}k -ar 48000 -ac 2 -af aresample=async=1"
+
+# Only pictures marked as interlaced are touched, and none is shown twice to fill a frame rate up. A
+# buffer of one second keeps the rate's promise, and key frames by the clock hold for any frame rate.
+# B-frames would make the picture start later than the sound, and a clock that ticks once a picture would
+# move pictures by up to half of one from their sound.
+H264 = (
+    "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr -enc_time_base:v 1:90000"
+    " -vf yadif=deint=interlaced -s {size}"
+    " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -bf 0 -g 250"
+    " -force_key_frames expr:gte(t,n_forced*2)"
+)
+WMV = (
+    "-vcodec wmv2 -pix_fmt yuv420p -fps_mode vfr -enc_time_base:v 1:90000"
+    " -vf yadif=deint=interlaced -s {size}"
+    " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -g 50"
+)
+COPY = "-vcodec copy -bsf:v h264_mp4toannexb"
+
+# Fragments of half a second, because a browser shows nothing of one that is not complete. The header
+# waits for the first packets: written before, it could not say how far the encoder delays the sound.
+MP4 = (
+    "-movflags frag_keyframe+delay_moov+default_base_moof -frag_duration 500000 -write_tmcd 0 -f mp4"
+)
+MPEGTS = "-f mpegts"
+# Transport packets are filled up per picture; that comes out of the picture's promised rate.
+MPEGTS_PICTURE_SHARE = 0.9
+ASF = "-f asf"
+REMUX_SOUND_RATE = 192
+
+
+def sound(rate, encoder="aac"):
+    return SOUND.format(encoder=encoder, rate=rate)
+
+
+def picture(template, rendition, share=1, **more):
+    return template.format(size=rendition.size, rate=round(rendition.video * share), **more)
+
+
+def arguments(*parts):
+    return " ".join((COMMON,) + parts)
+
+
+def rates(rendition):
+    return f"vb{rendition.video}_ab{rendition.audio}"
+
+
+def transcodes(machine, encoder, infix):
+    """The keys and arguments of the fragmented MP4 and MPEG-TS renditions with one encoder."""
+    for rendition in RENDITIONS:
+        if rendition.height > machine.tallest:
+            continue
+        for kind, container, share in (("mp4", MP4, 1), ("ts", MPEGTS, MPEGTS_PICTURE_SHARE)):
+            video = picture(H264, rendition, share, encoder=encoder, preset=machine.preset)
+            key = f"http_{kind}_{rendition.name}_{infix}{rates(rendition)}"
+            yield key, arguments(video, sound(rendition.audio), container)
+
+
+def windows_media():
+    rendition = next(r for r in RENDITIONS if r.name == "480p")
+    value = arguments(picture(WMV, rendition), sound(rendition.audio, "wmav2"), ASF)
+    yield f"http_wmv_{rendition.name}_{rates(rendition)}", value
+
+
+def remuxes():
+    for kind, container in (("mp4", MP4), ("ts", MPEGTS)):
+        yield f"http_{kind}_remux", arguments(COPY, sound(REMUX_SOUND_RATE), container)
+
+
+def profiles(machine):
+    result = dict(transcodes(machine, machine.encoder, ""))
+    for name, encoder in machine.variants:
+        result.update(transcodes(machine, encoder, f"{name}_"))
+    result.update(windows_media())
+    result.update(remuxes())
+    return result
+
+
+def main(folder):
+    for name, machine in MACHINES.items():
+        text = json.dumps(profiles(machine), indent=2) + "\n"
+        pathlib.Path(folder, f"{name}.json").write_text(text, encoding="ascii")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1])

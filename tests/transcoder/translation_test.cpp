@@ -1,0 +1,241 @@
+#include "transcoder/translation.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <sstream>
+
+#include "liborvoqmx/util/media_formats.h"
+#include "transcoder/shell_line.h"
+
+namespace orvo::transcoder {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// A machine with these encoders, on which the films named *.ts have no index.
+struct Machine {
+  std::set<std::string, std::less<>> encoders;
+  int progressFd = -1;
+
+  Translation Translate(const Strings& arguments) const {
+    Surroundings surroundings;
+    surroundings.executable = "/usr/bin/ffmpeg";
+    surroundings.progressFd = progressFd;
+    surroundings.canEncode = [this](std::string_view name) { return encoders.count(name) != 0; };
+    surroundings.lacksIndex = [](const std::string& film) {
+      return film.size() > 3 && film.compare(film.size() - 3, 3, ".ts") == 0;
+    };
+    return transcoder::Translate(arguments, surroundings);
+  }
+};
+
+Strings Words(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+const Strings kGeneral = {"/usr/bin/ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "warning",
+                          "-nostats",        "-y"};
+const Strings kGuards = {"-protocol_whitelist", "file,pipe,fd", "-format_whitelist",
+                         kSelfContainedFormats};
+
+Strings operator+(Strings left, const Strings& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+Strings Translated(const Strings& arguments, const Machine& machine = {}) {
+  return machine.Translate(arguments).command;
+}
+
+// What becomes of options behind the input.
+Strings Output(const Strings& options, const Machine& machine = {}) {
+  const Strings command = Translated(Strings{"-i", "f"} + options + Strings{"o"}, machine);
+  const auto input = std::find(command.begin(), command.end(), "file:f");
+  return input == command.end() ? Strings{} : Strings(input + 1, command.end() - 1);
+}
+
+bool Contains(const Strings& list, const Strings& part) {
+  return std::search(list.begin(), list.end(), part.begin(), part.end()) != list.end();
+}
+
+TEST(Translation, GuardsTheInputAndPassesOnWhatItDoesNotKnow) {
+  EXPECT_EQ(
+      Translated(Words("-ss 12.000 -i /film.mkv -vb 1k -new pipe:5")),
+      kGeneral + Words("-ss 12.000") + kGuards + Words("-i file:/film.mkv -vb 1k -new pipe:5"));
+}
+
+TEST(Translation, TakesEveryNameForALocalFile) {
+  for (const char* name : {"http://host/film", "concat:a|b", "data:x", "file:x", "-", "a b'c"}) {
+    EXPECT_TRUE(Contains(Translated({"-i", name, "o"}), {"-i", std::string("file:") + name}));
+  }
+}
+
+TEST(Translation, LetsDescriptorsIn) {
+  EXPECT_TRUE(Contains(Translated(Words("-i pipe:3 o")), Words("-i pipe:3")));
+  EXPECT_TRUE(Contains(Translated(Words("-i fd:3 o")), Words("-i fd:3")));
+}
+
+TEST(Translation, GuardsEveryInputBehindWhatTheCommandLineSays) {
+  const Strings command = Translated(Words("-protocol_whitelist http -i a -i b o"));
+  EXPECT_TRUE(Contains(command, Words("-protocol_whitelist http") + kGuards + Words("-i file:a") +
+                                    kGuards + Words("-i file:b")));
+}
+
+TEST(Translation, ReportsProgressOnTheDescriptorItIsGiven) {
+  EXPECT_TRUE(
+      Contains(Translated(Words("-i f o"), {{}, 7}), Words("-progress pipe:7 -stats_period 2")));
+  EXPECT_FALSE(Contains(Translated(Words("-i f o")), Words("-progress")));
+}
+
+TEST(Translation, DropsTheHardwarePreference) {
+  EXPECT_EQ(Translated(Words("-prefer_smd -i f o")), Translated(Words("-i f o")));
+}
+
+TEST(Translation, StartsTheClockOfAWebMStreamWhereItIsTold) {
+  EXPECT_EQ(Output(Words("-webm_seek_time 30 -avoid_negative_ts 0")),
+            (Words("-avoid_negative_ts 0 -output_ts_offset 30")));
+}
+
+TEST(Translation, KeepsTheFilmsClock) {
+  const Strings command = Translated(Words("-ss 12.000 -copyts -i f -f mpegts o"));
+  EXPECT_TRUE(Contains(command, Words("-f mpegts -output_ts_offset 12.000 -muxdelay 0")));
+  EXPECT_FALSE(Contains(command, Words("-copyts")));
+}
+
+TEST(Translation, KeepsTheFilmsClockFromItsStart) {
+  EXPECT_TRUE(Contains(Translated(Words("-copyts -i f o")), Words("-output_ts_offset 0")));
+}
+
+TEST(Translation, StatesTheClockInEachFragment) {
+  EXPECT_TRUE(Contains(Translated(Words("-copyts -i f -movflags frag_keyframe o")),
+                       Words("-movflags frag_keyframe+frag_discont+delay_moov")));
+  EXPECT_EQ(Output(Words("-movflags frag_keyframe")), (Words("-movflags frag_keyframe")));
+}
+
+TEST(Translation, StartsTheSoundOfARemuxAtItsFirstPicture) {
+  EXPECT_TRUE(Contains(Translated(Words("-ss 5 -i f -vcodec copy o")),
+                       Words("-ss 5 -noaccurate_seek") + kGuards));
+}
+
+TEST(Translation, EntersAFilmWithoutIndexEarlyAndCutsThatOff) {
+  const Strings command = Translated(Words("-ss 12.500 -copyts -i f.ts -an o"));
+  EXPECT_TRUE(Contains(command, Words("-ss 9.500") + kGuards));
+  EXPECT_TRUE(Contains(command, Words("-an -ss 3.000 -output_ts_offset 12.500")));
+}
+
+TEST(Translation, EntersAFilmWithoutIndexNoEarlierThanItsStart) {
+  const Strings command = Translated(Words("-ss 1.000 -i f.ts o"));
+  EXPECT_TRUE(Contains(command, Words("-ss 0.000") + kGuards));
+  EXPECT_TRUE(Contains(command, Words("-ss 1.000 o")));
+}
+
+TEST(Translation, LeavesSeeksAloneThatNeedNoHelp) {
+  for (const Strings& arguments :
+       {Words("-ss 0.000 -i f.ts o"), Words("-ss 1:00 -i f.ts o"), Words("-i f.ts -ss 5 o")}) {
+    const Strings command = Translated(arguments);
+    EXPECT_EQ(std::count(command.begin(), command.end(), "-ss"), 1);
+  }
+  EXPECT_TRUE(Contains(Translated(Words("-ss 9 -i f.ts -c:v copy o")), Words("-ss 9")));
+}
+
+struct Replacement {
+  const char* option;
+  const char* encoder;
+  const char* replacement;
+};
+
+constexpr Replacement kReplacements[] = {
+    {"-acodec", "libfdk_aac", "aac"},       {"-c:a", "libfdk_aac", "aac"},
+    {"-codec:a", "libfdk_aac", "aac"},      {"-c:a:1", "libshine", "libmp3lame"},
+    {"-vcodec", "h264_smd", "libx264"},     {"-c:v", "h264_vaapi", "libx264"},
+    {"-codec:v", "h264_qsv", "libx264"},    {"-c:v:0", "h264_nvenc", "libx264"},
+    {"-vcodec", "h264_v4l2m2m", "libx264"}, {"-vcodec", "h264_omx", "libx264"},
+};
+
+TEST(Translation, ReplacesEncodersThatTheMachineLacks) {
+  for (const Replacement& row : kReplacements) {
+    const Strings arguments = {"-i", "f", row.option, row.encoder, "o"};
+    const Translation translation = Machine().Translate(arguments);
+    EXPECT_TRUE(Contains(translation.command, {row.option, row.replacement})) << row.encoder;
+    ASSERT_EQ(translation.notes.size(), 1u) << row.encoder;
+    EXPECT_NE(translation.notes[0].find(row.encoder), std::string::npos);
+    EXPECT_NE(translation.notes[0].find(row.replacement), std::string::npos);
+  }
+}
+
+TEST(Translation, KeepsEncodersThatTheMachineHas) {
+  for (const Replacement& row : kReplacements) {
+    const Translation translation =
+        Machine{{row.encoder}}.Translate({"-i", "f", row.option, row.encoder, "o"});
+    EXPECT_TRUE(Contains(translation.command, {row.option, row.encoder})) << row.encoder;
+    EXPECT_TRUE(translation.notes.empty()) << row.encoder;
+  }
+}
+
+TEST(Translation, AsksOnlyAboutEncodersWithAReplacement) {
+  Surroundings surroundings;
+  surroundings.canEncode = [](std::string_view name) {
+    ADD_FAILURE() << name;
+    return false;
+  };
+  Translate({"-i", "f", "-vcodec", "libx264", "-acodec", "aac", "-c:v", "", "o"}, surroundings);
+}
+
+TEST(Translation, LeavesTheHardwareOutWithItsEncoder) {
+  EXPECT_EQ(Output(Words(
+                "-vaapi_device /dev/x -vf format=nv12,hwupload -vcodec h264_vaapi -preset fast")),
+            (Words("-vcodec libx264 -preset fast")));
+  EXPECT_EQ(
+      Output(Words("-vf deinterlace_vaapi=rate=1,scale_vaapi=w=640:h=360,hwupload -c:v h264_vaapi "
+                   "-preset p4 -profile:v constrained_baseline")),
+      (Words("-vf yadif,scale=w=640:h=360 -c:v libx264 -preset veryfast -profile:v baseline")));
+}
+
+TEST(Translation, EncodesFastInPlaceOfHardware) {
+  EXPECT_EQ(Output(Words("-vcodec h264_smd")), (Words("-vcodec libx264 -preset veryfast")));
+}
+
+TEST(Translation, LeavesOutWhatOnlyTheReplacedSoundEncoderKnows) {
+  EXPECT_EQ(Output(Words("-acodec libfdk_aac -afterburner 1 -profile:a aac_he")),
+            (Words("-acodec aac")));
+}
+
+TEST(Translation, BringsThePicturesToTheHardware) {
+  const Machine machine{{"h264_vaapi"}};
+  const Strings command = Translated(Words("-i f -vcodec h264_vaapi -s 1280x720 o"), machine);
+  EXPECT_TRUE(Contains(command, Words("-vaapi_device /dev/dri/renderD128")));
+  EXPECT_TRUE(Contains(command, Words("-vf scale=1280:720,format=nv12,hwupload")));
+  EXPECT_FALSE(Contains(command, Words("-s")));
+}
+
+TEST(Translation, AddsNothingToHardwareFiltersThatAreThere) {
+  const Machine machine{{"h264_vaapi"}};
+  EXPECT_EQ(
+      Output(
+          Words("-vaapi_device /dev/x -vf yadif,format=nv12,hwupload -vcodec h264_vaapi -s hd720"),
+          machine),
+      (Words(
+          "-vaapi_device /dev/x -vf yadif,scale=hd720,format=nv12,hwupload -vcodec h264_vaapi")));
+}
+
+TEST(Translation, RefusesWhatCannotBeRun) {
+  for (const Strings& arguments :
+       {Strings{}, Words("o"), Words("-ss 1 o"), Words("-i"), Words("-i f"), Words("-ss -i f"),
+        Words("-i f -vcodec o"), Words("-i f -copyts")}) {
+    const Translation translation = Machine().Translate(arguments);
+    EXPECT_FALSE(translation.error.empty()) << ShellLine(arguments);
+    EXPECT_TRUE(translation.command.empty()) << ShellLine(arguments);
+  }
+}
+
+TEST(ShellLine, QuotesWhatAShellWouldTouch) {
+  EXPECT_EQ(ShellLine({"a", "-b:v", "x y", "it's", "$(z)", ""}),
+            "a -b:v 'x y' 'it'\\''s' '$(z)' ''");
+}
+
+}  // namespace
+}  // namespace orvo::transcoder
