@@ -45,6 +45,9 @@ function say(text) {
 
 const FASTEST = 16; // what browsers play at the most
 
+// How fast to run through what is left to skip: slower towards its end, so as not to overrun it.
+const catchUpRate = (seconds) => Math.min(FASTEST, Math.max(2, seconds * 3));
+
 // The film that is open, and the one running request for it.
 const film = {
   entry: null,
@@ -69,7 +72,7 @@ function catchUp(stream, start) {
     return;
   }
   const early = film.isEarly();
-  video.playbackRate = early ? FASTEST : 1;
+  video.playbackRate = early ? catchUpRate(start - video.currentTime) : 1;
   video.classList.toggle('early', early);
   if (early && !video.paused) {
     requestAnimationFrame(() => catchUp(stream, start));
