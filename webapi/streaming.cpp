@@ -39,7 +39,6 @@ constexpr char kFormat[] = "http";
 constexpr char kBinFolder[] = "/var/packages/Mirevo/target/bin/";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr int kOwnerLength = 16;
-constexpr int64_t kMaxStart = 7 * 24 * 3600;  // no film lasts a week
 constexpr size_t kChunk = 65536;
 constexpr time_t kAbandonedSeconds = 900;
 constexpr time_t kTicketSeconds = 24 * 3600;

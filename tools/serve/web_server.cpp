@@ -66,7 +66,8 @@ std::string Configuration(const WebServer& server) {
     line("setenv.set-environment", "( \"ORVO_SYSROOT\" => " + Quoted(sysroot) + " )");
   }
   line("setenv.add-response-header",
-       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; style-src 'self' 'unsafe-inline'\", "
+       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; style-src "
+       "'self' 'unsafe-inline'\", "
        "\"Referrer-Policy\" => \"no-referrer\" )");
   // A film goes out as the viewer takes it, and a request whose viewer has left is ended.
   line("server.stream-response-body", "2");
