@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -48,6 +49,14 @@ void DetachStandardStreams() {
   }
   if (null > STDERR_FILENO) {
     close(null);
+  }
+}
+
+// A caller without standard streams would get their numbers for its pipe, and what becomes
+// "/dev/null" here would be the pipe. Moves a descriptor above them.
+void MoveAboveStandardStreams(orvo::UniqueFd& fd) {
+  if (fd.Get() <= STDERR_FILENO) {
+    fd.Reset(fcntl(fd.Get(), F_DUPFD, STDERR_FILENO + 1));
   }
 }
 
@@ -115,6 +124,11 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
   }
   orvo::UniqueFd readEnd(ends[0]);
   orvo::UniqueFd writeEnd(ends[1]);
+  MoveAboveStandardStreams(readEnd);
+  MoveAboveStandardStreams(writeEnd);
+  if (!readEnd.IsOpen() || !writeEnd.IsOpen()) {
+    return false;
+  }
   fcntl(readEnd.Get(), F_SETFD, FD_CLOEXEC);
 
   const pid_t child = fork();
@@ -192,7 +206,8 @@ bool HttpStream::Close() {
 }
 
 int HttpStream::GetSeekTimeInMillisecond() const {
-  return m_startSeconds * 1000;
+  constexpr int kMostSeconds = std::numeric_limits<int>::max() / 1000;
+  return std::clamp(m_startSeconds, -kMostSeconds, kMostSeconds) * 1000;
 }
 
 unsigned HttpStream::GetMetaVideoRotate() const {
@@ -251,7 +266,8 @@ int HttpStream::ConvertByteRangeToTimeRange(int64_t offset) {
   const int rate = GetTransBitRate();
   // An offset beyond what 64 bits of bits can count stands nowhere in any film.
   if (m_streamKind.empty() || m_profileValue.empty() || rate <= 0 ||
-      offset > std::numeric_limits<int64_t>::max() / 8) {
+      offset > std::numeric_limits<int64_t>::max() / 8 ||
+      offset < std::numeric_limits<int64_t>::min() / 8) {
     return -1;
   }
   return static_cast<int>(offset * 8 / rate);
