@@ -18,6 +18,7 @@
 #include "policy/registry_watch.h"
 #include "policy/trans_loading.h"
 #include "util/qmxutils.h"
+#include "util/system_files.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -107,9 +108,8 @@ bool HttpStream::FailInit() {
 }
 
 void HttpStream::RemoveDirectory() const {
-  const std::string directory = GetQMXFileFullPath("");
-  if (!directory.empty()) {
-    PlatExec("/bin/rm", "-rf", directory);
+  if (IsPlainName(m_streamId)) {
+    PlatExec("/bin/rm", "-rf", GetQMXFileFullPath(""));
   }
 }
 

@@ -140,7 +140,8 @@ test('another quality goes on where the film was', async () => {
     return video.videoHeight === 240 && video.readyState >= 3;
   });
   const { time } = await state();
-  assert.ok(time > 19 && time < 24, `goes on at ${time}`);
+  // The page asks for a whole second, and sound may begin a frame before it.
+  assert.ok(time > 18.5 && time < 24, `goes on at ${time}`);
   assert.match(await page.locator('#why').textContent(), /re-encoded/);
 });
 

@@ -304,6 +304,16 @@ TEST_F(Http, LeavesNoDirectoryWhenItIsNotAdmitted) {
   });
 }
 
+TEST_F(Http, RemovesNothingOutsideItsKind) {
+  Write("/tmp/Mirevo/HTTP/other/file", "x");
+  Write("/tmp/kept/file", "x");
+  HttpStream("../../kept").Close();
+  HttpStream("../../kept").Init("");
+  HttpStream("..").Close();
+  EXPECT_TRUE(Exists("/tmp/kept/file"));
+  EXPECT_TRUE(Exists("/tmp/Mirevo/HTTP/other/file"));
+}
+
 TEST_F(Http, IsAdmittedWithoutAnyOtherQuestion) {
   // Neither an unknown audio track nor an offline conversion of the other kind keeps it out.
   On("braswell", [this] {
