@@ -175,7 +175,9 @@ bool TakeOver(const std::string& streamId, int start, std::string& audioId) {
   if (!ticket || !ticket->Revive()) {
     return false;
   }
-  StopTranscoder(HttpStream(streamId));
+  const HttpStream stream(streamId);
+  StopTranscoder(stream);
+  LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("access_status"), "1");
   audioId = ticket->AudioId();
   return ticket->SetOwner(owner, getpid(), start);
 }
