@@ -16,7 +16,11 @@ constexpr char kBlanks[] = " \t\r";
 std::string Unquote(const std::string& text) {
   std::string value;
   char quote = '\0';
-  for (size_t i = text.find_first_not_of(kBlanks); i < text.size(); ++i) {
+  const size_t first = text.find_first_not_of(kBlanks);
+  if (first != 0 && first != std::string::npos && text[first] == '#') {
+    return value;
+  }
+  for (size_t i = first; i < text.size(); ++i) {
     const char c = text[i];
     if (quote == '\'') {
       if (c == quote) {

@@ -39,6 +39,31 @@ bool HasEndedWithin(int pidfd, Clock::time_point deadline) {
   }
 }
 
+// A program that ignores SIGCHLD has its children reaped before anyone can ask how they ended. For
+// this scope they wait to be asked.
+class AwaitedChildren {
+ public:
+  AwaitedChildren() {
+    struct sigaction keep {};
+    keep.sa_handler = SIG_DFL;
+    if (sigaction(SIGCHLD, nullptr, &previous_) == 0 &&
+        (previous_.sa_handler == SIG_IGN || (previous_.sa_flags & SA_NOCLDWAIT) != 0)) {
+      changed_ = sigaction(SIGCHLD, &keep, nullptr) == 0;
+    }
+  }
+  AwaitedChildren(const AwaitedChildren&) = delete;
+  AwaitedChildren& operator=(const AwaitedChildren&) = delete;
+  ~AwaitedChildren() {
+    if (changed_) {
+      sigaction(SIGCHLD, &previous_, nullptr);
+    }
+  }
+
+ private:
+  struct sigaction previous_ {};
+  bool changed_ = false;
+};
+
 int WaitForStatus(pid_t pid) {
   int status = 0;
   while (waitpid(pid, &status, 0) < 0) {
@@ -94,6 +119,7 @@ int PlatExecv(const std::string& program, const std::vector<std::string>& argv) 
   posix_spawnattr_setsigdefault(&attributes, &defaults);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   pid_t pid = -1;
+  const AwaitedChildren awaited;
   const int failure =
       posix_spawn(&pid, program.c_str(), nullptr, &attributes, arguments.data(), environ);
   posix_spawnattr_destroy(&attributes);
@@ -101,6 +127,7 @@ int PlatExecv(const std::string& program, const std::vector<std::string>& argv) 
 }
 
 int PlatProcForkChildNoWait() {
+  const AwaitedChildren awaited;
   const pid_t middle = fork();
   if (middle < 0) {
     return -1;

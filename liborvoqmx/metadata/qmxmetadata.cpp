@@ -64,7 +64,8 @@ bool QMXMetaData::LoadMetaData() {
   if (!file.is_open() || !orvo::ReadAll(file, text)) {
     return false;
   }
-  m_document.clear();
+  // An earlier record may have left a document of any type, which clear() would not take.
+  m_document = Json::Value(Json::objectValue);
   if (!LibMirevo::ParseJson(text, m_document)) {
     return false;
   }

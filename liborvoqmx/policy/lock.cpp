@@ -38,7 +38,7 @@ bool MakeDirectoryOf(const std::string& path) {
 }  // namespace
 
 Lock::Lock(const std::string& path, bool blocking) : m_path(path), m_blocking(blocking) {
-  m_locked = LockFile();
+  LockFile();
 }
 
 Lock::~Lock() {
@@ -60,7 +60,8 @@ bool Lock::LockFile() {
   do {
     result = flock(m_fd, mode);
   } while (result != 0 && errno == EINTR);
-  return result == 0;
+  m_locked = result == 0;
+  return m_locked;
 }
 
 void Lock::UnlockFile() {
@@ -72,6 +73,7 @@ void Lock::UnlockFile() {
   }
   close(m_fd);
   m_fd = -1;
+  m_locked = false;
 }
 
 bool Lock::IsLockSucess() const {

@@ -1,0 +1,428 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "metadata/video_metadata.h"
+#include "platform/plat.h"
+#include "support/log_capture.h"
+#include "support/processes.h"
+#include "support/sysroot.h"
+
+namespace {
+
+using LibOrvoQMX::VideoMetaData;
+using List = std::vector<std::string>;
+
+constexpr unsigned kUnknownTime = 2217714954;  // the demuxer's mark, in seconds, cut to 32 bits
+
+class FilmProbe : public test::Sysroot {
+ protected:
+  static Json::Value Probe(const std::string& path) {
+    Json::Value document(Json::objectValue);
+    EXPECT_TRUE(VideoMetaData::ReadMetaDataFromFFMPEG(path, document)) << path;
+    return document;
+  }
+
+  // Makes a film with ffmpeg and probes it.
+  Json::Value ProbeOf(const std::string& name, const List& arguments) const {
+    List line = {"ffmpeg", "-nostdin", "-loglevel", "fatal", "-y"};
+    line.insert(line.end(), arguments.begin(), arguments.end());
+    line.push_back(Path("/" + name));
+    EXPECT_EQ(PlatExecv("/usr/bin/ffmpeg", line), 0) << name;
+    return Probe(Path("/" + name));
+  }
+
+  static Json::Value Video(const Json::Value& document, unsigned index = 0) {
+    return document["track_info"]["video"][index];
+  }
+  static Json::Value Audio(const Json::Value& document, unsigned index = 0) {
+    return document["track_info"]["audio"][index];
+  }
+};
+
+TEST_F(FilmProbe, TellsEverythingOfAFilmInMp4) {
+  const std::string path = test::Film("h264_aac.mp4");
+  const Json::Value document = Probe(path);
+  EXPECT_EQ(document["path"], path);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(document["filesize"], std::to_string(status.st_size));
+  EXPECT_EQ(document["duration"], 60U);
+  EXPECT_EQ(document["container_type"], "mov,mp4,m4a,3gp,3g2,mj2");
+  EXPECT_EQ(document["start_time"], 0U);
+  EXPECT_GT(document["bitrate"].asInt(), 1000000);
+
+  const Json::Value video = Video(document);
+  EXPECT_EQ(video["profile"], "Constrained Baseline");
+  EXPECT_EQ(video["level"], 30);
+  EXPECT_GT(video["bitrate"].asInt(), 1000000);
+  EXPECT_EQ(video["framerate"], 25.0);
+  EXPECT_EQ(video["framerate_num"], 25);
+  EXPECT_EQ(video["framerate_den"], 1);
+  EXPECT_EQ(video["language"], "und");
+  EXPECT_EQ(video["rotate"], 0);
+  EXPECT_EQ(video["codec"], "h264");
+  EXPECT_EQ(video["codec_tag"], "avc1");
+  EXPECT_EQ(video["codec_raw"], "h264");
+  EXPECT_EQ(video["pix_fmt"], "yuv420p");
+  EXPECT_EQ(video["sample_aspect_ratio_num"], 1U);
+  EXPECT_EQ(video["sample_aspect_ratio_den"], 1U);
+  EXPECT_EQ(video["display_x"], 640);
+  EXPECT_EQ(video["display_y"], 360);
+  EXPECT_EQ(video["resolutionx"], 640U);
+  EXPECT_EQ(video["resolutiony"], 360U);
+  EXPECT_EQ(video["id"], "0");
+  EXPECT_EQ(video["track"], "0");
+  EXPECT_EQ(video.size(), 20U);
+
+  const Json::Value audio = Audio(document);
+  EXPECT_EQ(audio["channel"], 2);
+  EXPECT_EQ(audio["streamid"], 2) << "the container's own number, from 1";
+  EXPECT_EQ(audio["channel_layout"], "stereo");
+  EXPECT_EQ(audio["sample_rate"], 48000);
+  EXPECT_EQ(audio["codec"], "aac");
+  EXPECT_EQ(audio["is_default"], Json::Value(true));
+  EXPECT_EQ(audio["codec_raw"], "aac");
+  EXPECT_EQ(audio["language"], "und");
+  EXPECT_EQ(audio["profile"], "LC");
+  EXPECT_EQ(audio["frequency"], 48000);
+  EXPECT_GT(audio["bitrate"].asInt(), 60000);
+  EXPECT_EQ(audio["id"], "1");
+  EXPECT_EQ(audio["track"], "1");
+  EXPECT_EQ(audio.size(), 13U);
+  EXPECT_TRUE(document["track_info"]["subtitle"].isArray());
+  EXPECT_TRUE(document["track_info"]["subtitle"].empty());
+  EXPECT_TRUE(test::TakeLog().empty());
+}
+
+TEST_F(FilmProbe, TellsTheCodecsOfEveryFilm) {
+  const struct {
+    const char* film;
+    const char* container;
+    unsigned duration;
+    const char* video;
+    const char* audio;
+    const char* audioRaw;
+  } films[] = {
+      {"h264_ac3.mkv", "matroska,webm", 60, "h264", "ac3", "ac3"},
+      {"mpeg4_mp3.avi", "avi", 30, "mpeg4", "mp3", "mp3"},
+      {"mpeg2_mp2.ts", "mpegts", 30, "mpeg2", "mp2", "mp2"},
+      {"vp9_opus.webm", "matroska,webm", 30, "vp9", "", "opus"},
+      {"hevc10_aac.mov", "mov,mp4,m4a,3gp,3g2,mj2", 30, "hevc", "aac", "aac"},
+  };
+  for (const auto& row : films) {
+    const Json::Value document = Probe(test::Film(row.film));
+    EXPECT_EQ(document["container_type"], row.container) << row.film;
+    EXPECT_EQ(document["duration"], row.duration) << row.film;
+    EXPECT_EQ(Video(document)["codec"], row.video) << row.film;
+    EXPECT_EQ(Audio(document)["codec"], row.audio) << row.film;
+    EXPECT_EQ(Audio(document)["codec_raw"], row.audioRaw) << row.film;
+    EXPECT_EQ(Video(document)["resolutionx"], 640U) << row.film;
+    EXPECT_EQ(Video(document)["resolutiony"], 360U) << row.film;
+  }
+}
+
+TEST_F(FilmProbe, TellsTagsAsTheContainerWritesThem) {
+  EXPECT_EQ(Video(Probe(test::Film("mpeg4_mp3.avi")))["codec_tag"], "FMP4");
+  EXPECT_EQ(Video(Probe(test::Film("mpeg2_mp2.ts")))["codec_tag"], "[2][0][0][0]");
+  EXPECT_EQ(Video(Probe(test::Film("mpeg2_mp2.ts")))["codec_raw"], "mpeg2video");
+}
+
+TEST_F(FilmProbe, TellsTheTransportStreamsPidAndStartTime) {
+  const Json::Value document = Probe(test::Film("mpeg2_mp2.ts"));
+  EXPECT_EQ(Audio(document)["streamid"], 0x101);
+  EXPECT_EQ(document["start_time"], 1U);
+}
+
+TEST_F(FilmProbe, TellsTenBitHevc) {
+  const Json::Value video = Video(Probe(test::Film("hevc10_aac.mov")));
+  EXPECT_EQ(video["profile"], "Main 10");
+  EXPECT_EQ(video["pix_fmt"], "yuv420p10le");
+  EXPECT_EQ(video["codec_tag"], "hvc1");
+}
+
+TEST_F(FilmProbe, TakesAnUnknownLevelForZero) {
+  EXPECT_EQ(Video(Probe(test::Film("vp9_opus.webm")))["level"], 0);
+}
+
+TEST_F(FilmProbe, TurnsThePictureOfAPortraitFilm) {
+  const Json::Value video = Video(Probe(test::Film("portrait.mp4")));
+  EXPECT_EQ(video["rotate"], 270);
+  EXPECT_EQ(video["display_x"], 360);
+  EXPECT_EQ(video["display_y"], 640);
+  EXPECT_EQ(video["resolutionx"], 640U);
+  EXPECT_EQ(video["resolutiony"], 360U);
+}
+
+TEST_F(FilmProbe, TurnsThePictureByAQuarterOnly) {
+  const struct {
+    const char* written;  // which the writer turns the other way round
+    int rotate;
+    bool turned;
+  } cases[] = {{"90", 270, true}, {"270", 90, true}, {"180", 180, false}, {"0", 0, false}};
+  for (const auto& row : cases) {
+    const Json::Value video =
+        Video(ProbeOf("turned.mp4", {"-t", "1", "-i", test::Film("h264_aac.mp4"), "-c", "copy",
+                                     "-metadata:s:v", std::string("rotate=") + row.written}));
+    EXPECT_EQ(video["rotate"], row.rotate);
+    EXPECT_EQ(video["display_x"], row.turned ? 360 : 640) << row.rotate;
+    EXPECT_EQ(video["display_y"], row.turned ? 640 : 360) << row.rotate;
+  }
+}
+
+TEST_F(FilmProbe, ReadsARotationTagAsANumber) {
+  const struct {
+    const char* tag;
+    int rotate;
+    bool turned;
+  } cases[] = {{"90", 90, true},    {"270", 270, true},  {"-90", -90, false},
+               {"180", 180, false}, {"450", 450, false}, {"left", 0, false}};
+  for (const auto& row : cases) {
+    const Json::Value video =
+        Video(ProbeOf("turned.mkv", {"-t", "1", "-i", test::Film("h264_ac3.mkv"), "-c", "copy",
+                                     "-metadata:s:v", std::string("ROTATE=") + row.tag}));
+    EXPECT_EQ(video["rotate"], row.rotate);
+    EXPECT_EQ(video["display_x"], row.turned ? 360 : 640) << row.tag;
+    EXPECT_EQ(video["resolutionx"], 640U);
+  }
+}
+
+TEST_F(FilmProbe, MeasuresTheDisplayFromTheSampleAspectRatio) {
+  const struct {
+    const char* size;
+    const char* ratio;
+    unsigned num;
+    unsigned den;
+    int x;
+    int y;
+  } cases[] = {
+      {"720x576", "16/15", 16, 15, 768, 576}, {"720x480", "32/27", 32, 27, 853, 480},
+      {"1440x1080", "4/3", 4, 3, 1920, 1080}, {"1080x1920", "1/1", 1, 1, 1080, 1920},
+      {"480x480", "2/1", 2, 1, 480, 240},
+  };
+  for (const auto& row : cases) {
+    const Json::Value video = Video(
+        ProbeOf("shaped.mkv", {"-f", "lavfi", "-i", std::string("color=s=") + row.size + ":d=0.1",
+                               "-vf", std::string("setsar=") + row.ratio, "-c:v", "mpeg4"}));
+    EXPECT_EQ(video["sample_aspect_ratio_num"], row.num) << row.size;
+    EXPECT_EQ(video["sample_aspect_ratio_den"], row.den) << row.size;
+    EXPECT_EQ(video["display_x"], row.x) << row.size;
+    EXPECT_EQ(video["display_y"], row.y) << row.size;
+  }
+}
+
+TEST_F(FilmProbe, DividesTheFrameRateInSinglePrecision) {
+  const Json::Value video = Video(ProbeOf(
+      "ntsc.mkv", {"-f", "lavfi", "-i", "color=s=64x48:r=30000/1001:d=1", "-c:v", "mpeg4"}));
+  EXPECT_EQ(video["framerate"].asDouble(), 29.970029830932617);
+  EXPECT_EQ(video["framerate_num"], 30000);
+  EXPECT_EQ(video["framerate_den"], 1001);
+}
+
+TEST_F(FilmProbe, CountsTheBitsOfUncompressedSound) {
+  const struct {
+    const char* codec;
+    int bitrate;  // stereo at 48 kHz
+  } cases[] = {
+      {"pcm_s16le", 1536000}, {"pcm_s16be", 1536000}, {"pcm_u16le", 1536000},
+      {"pcm_u16be", 1536000}, {"pcm_s8", 768000},     {"pcm_u8", 768000},
+      {"pcm_mulaw", 768000},  {"pcm_alaw", 768000},   {"pcm_s24le", 2304000},
+      {"pcm_f32le", 3072000},
+  };
+  List arguments = {"-f", "lavfi", "-i", "sine=r=48000:d=0.2"};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    arguments.insert(arguments.end(), {"-map", "0", "-c:a:" + std::to_string(i), cases[i].codec});
+  }
+  arguments.insert(arguments.end(), {"-ac", "2"});
+  const Json::Value document = ProbeOf("sound.nut", arguments);
+  ASSERT_EQ(document["track_info"]["audio"].size(), std::size(cases));
+  for (unsigned i = 0; i < std::size(cases); ++i) {
+    EXPECT_EQ(Audio(document, i)["codec"], cases[i].codec);
+    EXPECT_EQ(Audio(document, i)["bitrate"], cases[i].bitrate) << cases[i].codec;
+  }
+}
+
+TEST_F(FilmProbe, NamesTheChannelLayout) {
+  const Json::Value document = ProbeOf(
+      "six.mkv", {"-f", "lavfi", "-i", "anullsrc=cl=5.1(side):r=48000:d=0.2", "-c:a", "ac3"});
+  EXPECT_EQ(Audio(document)["channel"], 6);
+  EXPECT_EQ(Audio(document)["channel_layout"], "5.1(side)");
+}
+
+TEST_F(FilmProbe, NumbersTheTracksThatItKeepsAndPointsIntoTheContainer) {
+  // Streams in the order video, sound, time code, sound.
+  ProbeOf("coded.mov", {"-f", "lavfi", "-i", "color=s=64x48:d=1", "-f", "lavfi", "-i", "sine=d=1",
+                        "-timecode", "00:00:00:00", "-c:v", "mpeg4", "-c:a", "pcm_s16le"});
+  const Json::Value document =
+      ProbeOf("gap.mov", {"-i", Path("/coded.mov"), "-map", "0:a", "-map", "0:d", "-map", "0:a",
+                          "-map", "0:v", "-c", "copy", "-write_tmcd", "0"});
+  const Json::Value& tracks = document["track_info"];
+  ASSERT_EQ(tracks["audio"].size(), 2U);
+  ASSERT_EQ(tracks["video"].size(), 1U);
+  EXPECT_EQ(Audio(document, 0)["id"], "0");
+  EXPECT_EQ(Audio(document, 0)["track"], "0");
+  EXPECT_EQ(Audio(document, 1)["id"], "1");
+  EXPECT_EQ(Audio(document, 1)["track"], "2");
+  EXPECT_EQ(Video(document)["id"], "2");
+  EXPECT_EQ(Video(document)["track"], "3");
+}
+
+TEST_F(FilmProbe, TellsSubtitlesWithTheirTitles) {
+  Write("/words.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
+  const Json::Value document = ProbeOf("words.mkv", {"-f",
+                                                     "lavfi",
+                                                     "-i",
+                                                     "sine=d=1",
+                                                     "-i",
+                                                     Path("/words.srt"),
+                                                     "-map",
+                                                     "1",
+                                                     "-map",
+                                                     "0",
+                                                     "-map",
+                                                     "1",
+                                                     "-c:s:0",
+                                                     "srt",
+                                                     "-c:s:1",
+                                                     "ass",
+                                                     "-c:a",
+                                                     "ac3",
+                                                     "-metadata:s:s:0",
+                                                     "language=eng",
+                                                     "-metadata:s:s:0",
+                                                     "title=Plain words"});
+  const Json::Value& subtitles = document["track_info"]["subtitle"];
+  ASSERT_EQ(subtitles.size(), 2U);
+  EXPECT_EQ(subtitles[0]["language"], "eng");
+  EXPECT_EQ(subtitles[0]["title"], "Plain words");
+  EXPECT_EQ(subtitles[0]["codec"], "subrip");
+  EXPECT_EQ(subtitles[0]["id"], "0");
+  EXPECT_EQ(subtitles[0]["track"], "0");
+  EXPECT_EQ(subtitles[1]["language"], "");
+  EXPECT_EQ(subtitles[1]["title"], "");
+  EXPECT_EQ(subtitles[1]["codec"], "ass");
+  EXPECT_EQ(subtitles[1]["id"], "2");
+  EXPECT_EQ(Audio(document)["id"], "1");
+}
+
+TEST_F(FilmProbe, TellsLanguagesAndDefaultTracks) {
+  const Json::Value document = Probe(test::Film("two_audio.mkv"));
+  EXPECT_EQ(Audio(document, 0)["language"], "eng");
+  EXPECT_EQ(Audio(document, 0)["is_default"], Json::Value(true));
+  EXPECT_EQ(Audio(document, 1)["language"], "fre");
+  EXPECT_EQ(Audio(document, 1)["is_default"], Json::Value(false));
+  EXPECT_EQ(Audio(document, 1)["codec"], "aac");
+  EXPECT_EQ(Audio(document, 1)["id"], "2");
+}
+
+TEST_F(FilmProbe, TellsFilmsWithoutSoundAndSoundWithoutAFilm) {
+  const Json::Value silent = Probe(test::Film("no_audio.mkv"));
+  EXPECT_EQ(silent["track_info"]["video"].size(), 1U);
+  EXPECT_EQ(silent["track_info"]["audio"].size(), 0U);
+  EXPECT_TRUE(silent["track_info"]["audio"].isArray());
+  const Json::Value dark = Probe(test::Film("no_video.mka"));
+  EXPECT_EQ(dark["track_info"]["video"].size(), 0U);
+  EXPECT_EQ(dark["track_info"]["audio"].size(), 1U);
+}
+
+TEST_F(FilmProbe, DoesNotClampUnknownTimes) {
+  const Json::Value document =
+      ProbeOf("raw.h264", {"-t", "1", "-i", test::Film("h264_ac3.mkv"), "-map", "0:v", "-c", "copy",
+                           "-bsf:v", "h264_mp4toannexb"});
+  EXPECT_EQ(document["container_type"], "h264");
+  EXPECT_EQ(document["duration"], kUnknownTime);
+  EXPECT_EQ(document["start_time"], kUnknownTime);
+}
+
+TEST_F(FilmProbe, ReadsWhatIsLeftOfACutFilm) {
+  EXPECT_EQ(Video(Probe(test::Film("truncated.mkv")))["codec"], "h264");
+}
+
+TEST_F(FilmProbe, RefusesWhatIsNoFilm) {
+  for (const char* name :
+       {"truncated.mp4", "zeros.mkv", "text.mkv", "empty.mkv", "playlist.mkv", "script.mkv"}) {
+    Json::Value document(Json::objectValue);
+    EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(test::Film(name), document)) << name;
+    EXPECT_EQ(document["path"], test::Film(name));
+    EXPECT_TRUE(document["filesize"].isString());
+    EXPECT_FALSE(document.isMember("track_info")) << name;
+    EXPECT_EQ(test::TakeLogTexts(), List{"video_metadata:N ParserMetaDataFromFFMPEG fail."})
+        << name;
+  }
+}
+
+TEST_F(FilmProbe, WritesTheSizeOfAnEmptyFileBeforeItFails) {
+  Json::Value document(Json::objectValue);
+  EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(test::Film("empty.mkv"), document));
+  EXPECT_EQ(document["filesize"], "0");
+}
+
+TEST_F(FilmProbe, TouchesNothingForAPathThatIsNotThere) {
+  for (const std::string& path : {std::string(), Path("/missing.mkv")}) {
+    Json::Value document(Json::objectValue);
+    EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(path, document));
+    EXPECT_TRUE(document.empty());
+    EXPECT_TRUE(test::TakeLog().empty());
+  }
+}
+
+TEST_F(FilmProbe, TakesAPathForAFileWhateverItLooksLike) {
+  const std::string content = test::ReadWhole(test::Film("vp9_opus.webm"));
+  for (const char* name :
+       {"/concat:a|b.webm", "/http:film.webm", "/%d film?x=1#y.webm", "/-i.webm"}) {
+    Write(name, content);
+    EXPECT_EQ(Video(Probe(Path(name)))["codec"], "vp9") << name;
+  }
+  ASSERT_EQ(chdir(Root().c_str()), 0);
+  EXPECT_EQ(Video(Probe("http:film.webm"))["codec"], "vp9");
+  ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST_F(FilmProbe, FollowsNoPlaylistWhateverItsName) {
+  for (const char* name : {"/list.m3u8", "/list.ffconcat", "/list.sdp", "/list.mpd", "/list.mp4"}) {
+    for (const char* source : {"playlist.mkv", "script.mkv"}) {
+      std::string content = test::ReadWhole(test::Film(source));
+      content.replace(content.find("h264_aac.mp4"), 12, test::Film("h264_aac.mp4"));
+      Write(name, content);
+      Json::Value document(Json::objectValue);
+      EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(Path(name), document)) << name;
+    }
+  }
+}
+
+TEST_F(FilmProbe, IsARootsRight) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root";
+  }
+  Write("/private.webm", test::ReadWhole(test::Film("vp9_opus.webm")));
+  ASSERT_EQ(chmod(Path("/private.webm").c_str(), 0600), 0);
+  test::InChild([this] {
+    ASSERT_EQ(setresuid(65534, 65534, 0), 0);
+    EXPECT_EQ(Video(Probe(Path("/private.webm")))["codec"], "vp9");
+    EXPECT_EQ(geteuid(), 65534U);
+  });
+  test::InChild([this] {
+    ASSERT_EQ(setresuid(65534, 65534, 65534), 0);
+    Json::Value document(Json::objectValue);
+    EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(Path("/private.webm"), document));
+  });
+}
+
+TEST_F(FilmProbe, LeavesNoDescriptorOpen) {
+  const auto count = [] {
+    int open = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+      open += access(("/proc/self/fd/" + std::to_string(fd)).c_str(), F_OK) == 0 ? 1 : 0;
+    }
+    return open;
+  };
+  Json::Value document(Json::objectValue);
+  VideoMetaData::ReadMetaDataFromFFMPEG(test::Film("h264_ac3.mkv"), document);
+  const int before = count();
+  for (const char* name : {"h264_ac3.mkv", "text.mkv", "truncated.mp4", "empty.mkv"}) {
+    VideoMetaData::ReadMetaDataFromFFMPEG(test::Film(name), document);
+  }
+  EXPECT_EQ(count(), before);
+}
+
+}  // namespace
