@@ -15,11 +15,9 @@ bool IsDirectory(const std::string& path) {
 // 0 when this call made the directory, 1 when it was there, -1 otherwise.
 int MakeOne(const std::string& path, uid_t owner, gid_t group, mode_t mode) {
   if (mkdir(path.c_str(), mode) == 0) {
-    // Only a privileged caller can give the directory away; for others it stays their own.
-    if (geteuid() == 0 && lchown(path.c_str(), owner, group) != 0) {
-      return -1;
-    }
-    return 0;
+    // Where the directory cannot be given away (no privilege, no such owner here) it stays the
+    // caller's.
+    return lchown(path.c_str(), owner, group) == 0 || errno == EPERM || errno == EINVAL ? 0 : -1;
   }
   if (errno == EEXIST && IsDirectory(path)) {
     return 1;

@@ -1,8 +1,8 @@
 // The page: lists the films and plays one.
 //
-// A progressive stream is one endless response that begins where it was asked to. So the page keeps the
-// film's clock itself: a seek is a new request with another start, and the stream's own time, which may
-// count from 0 or from that start, is only used relative to its first moment.
+// A progressive stream is one endless response that begins where it was asked to, so a seek is a new
+// request with another start. The stream keeps the film's clock. A copied picture can only begin at a
+// key frame, up to some seconds early: the page runs through those at once, without a sound.
 
 const find = (id) => document.getElementById(id);
 const video = find('video');
@@ -15,9 +15,11 @@ class ApiError extends Error {
   }
 }
 
-async function call(api, method, parameters) {
+// `path` is a path as the server has encoded it: a file's name need not be text.
+async function call(api, method, parameters, path) {
   const query = new URLSearchParams({ api: `ORVO.Mirevo2.${api}`, version: 1, method, ...parameters });
-  const response = await fetch(`/webapi/entry.cgi?${query}`);
+  const place = path === undefined ? '' : `&path=${path}`;
+  const response = await fetch(`/webapi/entry.cgi?${query}${place}`);
   const answer = await response.json();
   if (!answer.success) {
     throw new ApiError(answer.error);
@@ -41,18 +43,43 @@ function say(text) {
   find('message').textContent = text;
 }
 
+const FASTEST = 16; // what browsers play at the most
+
+// How fast to run through what is left to skip: slower towards its end, so as not to overrun it.
+const catchUpRate = (seconds) => Math.min(FASTEST, Math.max(2, seconds * 3));
+
 // The film that is open, and the one running request for it.
 const film = {
   entry: null,
   stream: null, // what open answered
-  start: 0, // second of the film at which the running request began
-  first: null, // the video element's time at that second
+  muted: false, // what the viewer wants
+  start: 0, // second of the film at which the running request was to begin
 
   // The second of the film that is shown.
   now() {
-    return this.first === null ? this.start : this.start + video.currentTime - this.first;
+    return video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA || this.isEarly() ? this.start : video.currentTime;
+  },
+
+  // Is the picture still before what was asked for?
+  isEarly() {
+    return video.currentTime < this.start - 0.1;
   },
 };
+
+// Hurries through what lies before the second that was asked for.
+function catchUp(stream, start) {
+  if (film.stream !== stream || film.start !== start) {
+    return;
+  }
+  const early = film.isEarly();
+  video.playbackRate = early ? catchUpRate(start - video.currentTime) : 1;
+  video.classList.toggle('early', early);
+  if (early && !video.paused) {
+    requestAnimationFrame(() => catchUp(stream, start));
+  } else {
+    video.muted = film.muted;
+  }
+}
 
 function showClock() {
   const duration = film.stream?.duration ?? 0;
@@ -66,7 +93,6 @@ function showClock() {
 
 function playFrom(second) {
   film.start = Math.floor(second);
-  film.first = null;
   video.src = `${new URL(film.stream.url).pathname}${new URL(film.stream.url).search}&start=${film.start}`;
   video.play().catch((error) => {
     if (error.name === 'NotAllowedError') {
@@ -89,14 +115,14 @@ async function closeStream() {
 // Opens the film with what is chosen and plays it from `second`.
 async function openStream(second) {
   await closeStream();
-  const parameters = { path: film.entry.path, format: 'http', device: 'browser' };
+  const parameters = { format: 'http', device: 'browser' };
   if (find('profile').value) {
     parameters.profile = find('profile').value;
   }
   if (find('audio').value) {
     parameters.audio_id = find('audio').value;
   }
-  film.stream = await call('Streaming', 'open', parameters);
+  film.stream = await call('Streaming', 'open', parameters, film.entry.encoded_path);
   position.max = String(film.stream.duration);
   playFrom(second);
 }
@@ -127,9 +153,10 @@ async function openFilm(entry) {
   say('');
   find('film').hidden = false;
   find('title').textContent = entry.name;
+  find('title').scrollIntoView({ block: 'start' });
   await closeStream();
   film.entry = entry;
-  const info = await call('Library', 'info', { path: entry.path });
+  const info = await call('Library', 'info', {}, entry.encoded_path);
   film.profiles = describeProfiles(info.profiles);
   fill(
     find('audio'),
@@ -164,14 +191,18 @@ function entryButton(entry, detail, action) {
 }
 
 async function openFolder(path) {
-  const listing = await call('Library', 'list', { path });
+  const listing = await call('Library', 'list', {}, path);
+  if (!path && listing.files.length === 0 && listing.folders.length === 1) {
+    await openFolder(listing.folders[0].encoded_path);
+    return;
+  }
   find('folder').textContent = listing.path;
   const items = [
-    ...listing.folders.map((entry) => entryButton(entry, 'folder', () => openFolder(entry.path))),
+    ...listing.folders.map((entry) => entryButton(entry, 'folder', () => openFolder(entry.encoded_path))),
     ...listing.files.map((entry) => entryButton(entry, sizeText(entry.size), () => openFilm(entry))),
   ];
-  if (path) {
-    items.unshift(entryButton({ name: '↩ All folders' }, '', () => openFolder('')));
+  if (listing.parent !== undefined) {
+    items.unshift(entryButton({ name: '↩ Up' }, '', () => openFolder(encodeURIComponent(listing.parent))));
   }
   find('entries').replaceChildren(...items);
 }
@@ -185,8 +216,11 @@ async function attempt(action) {
   }
 }
 
-video.addEventListener('loadedmetadata', () => {
-  film.first = video.currentTime;
+video.addEventListener('playing', () => {
+  if (film.isEarly()) {
+    video.muted = true;
+  }
+  catchUp(film.stream, film.start);
 });
 video.addEventListener('timeupdate', showClock);
 video.addEventListener('play', () => {
@@ -214,8 +248,9 @@ find('play').addEventListener('click', () => {
   }
 });
 find('mute').addEventListener('click', () => {
-  video.muted = !video.muted;
-  find('mute').textContent = video.muted ? 'Unmute' : 'Mute';
+  film.muted = !film.muted;
+  video.muted = film.muted;
+  find('mute').textContent = film.muted ? 'Unmute' : 'Mute';
 });
 find('full').addEventListener('click', () => video.requestFullscreen());
 for (const id of ['profile', 'audio']) {

@@ -50,17 +50,18 @@ SOUND = "-acodec {encoder} -ab {rate}k -ar 48000 -ac 2 -af aresample=async=1"
 
 # Only pictures marked as interlaced are touched, and none is shown twice to fill a frame rate up. A
 # buffer of one second keeps the rate's promise, and key frames by the clock hold for any frame rate.
-# B-frames would make the picture start later than the sound, and a clock that ticks once a picture would
-# move pictures by up to half of one from their sound.
+# B-frames would make the picture start later than the sound.
 H264 = (
-    "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr -enc_time_base:v 1:90000"
+    "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr{clock}"
     " -vf yadif=deint=interlaced -s {size}"
     " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -bf 0 -g 250"
     " -force_key_frames expr:gte(t,n_forced*2)"
 )
+# A clock that ticks once a picture moves pictures by up to half of one from their sound. Other encoders
+# take the tick for the frame rate when they share out their bits, and must keep it.
+FINE_CLOCKS = {"libx264": " -enc_time_base:v 1:90000"}
 WMV = (
-    "-vcodec wmv2 -pix_fmt yuv420p -fps_mode vfr -enc_time_base:v 1:90000"
-    " -vf yadif=deint=interlaced -s {size}"
+    "-vcodec wmv2 -pix_fmt yuv420p -fpsmax 30 -vf yadif=deint=interlaced -s {size}"
     " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -g 50"
 )
 COPY = "-vcodec copy -bsf:v h264_mp4toannexb"
@@ -99,7 +100,8 @@ def transcodes(machine, encoder, infix):
         if rendition.height > machine.tallest:
             continue
         for kind, container, share in (("mp4", MP4, 1), ("ts", MPEGTS, MPEGTS_PICTURE_SHARE)):
-            video = picture(H264, rendition, share, encoder=encoder, preset=machine.preset)
+            video = picture(H264, rendition, share, encoder=encoder, preset=machine.preset,
+                            clock=FINE_CLOCKS.get(encoder, ""))
             key = f"http_{kind}_{rendition.name}_{infix}{rates(rendition)}"
             yield key, arguments(video, sound(rendition.audio), container)
 

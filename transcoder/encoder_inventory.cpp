@@ -27,7 +27,7 @@ namespace {
 
 using Names = std::set<std::string, std::less<>>;
 
-constexpr size_t kLongestCache = 64 * 1024;
+constexpr size_t kLongestCache = 65536;
 constexpr mode_t kCacheMode = 0644;
 
 // Hardware encoders that FFmpeg lists on any machine, and the device that each one opens.

@@ -38,6 +38,7 @@ constexpr std::array kReasons = {
            "The hardware cannot transcode this film's frame rate at this size."},
     Reason{"TransVideoNotSupported", 415, "Unsupported Media Type",
            "This file holds no video that can be played."},
+    Reason{kRangeNotSatisfiable, 416, "Range Not Satisfiable", "The film ends before this byte."},
     Reason{"TransEnable", 503, "Service Unavailable",
            "Another film is being transcoded at the moment. Try again when it has ended."},
     Reason{"TransEnableOfflineConverting", 503, "Service Unavailable",

@@ -11,6 +11,7 @@ namespace webapi {
 inline constexpr char kBadRequest[] = "BadRequest";
 inline constexpr char kForbidden[] = "Forbidden";
 inline constexpr char kNotFound[] = "NotFound";
+inline constexpr char kRangeNotSatisfiable[] = "RangeNotSatisfiable";
 inline constexpr char kInternal[] = "Internal";
 
 class Answer {

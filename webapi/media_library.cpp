@@ -67,6 +67,16 @@ Json::Value Describe(const std::string& path, const struct stat& status) {
   return entry;
 }
 
+// The folder above, as far as it may be seen; above a root lies the list of roots, if it has
+// others.
+std::optional<std::string> ParentOf(const std::string& folder) {
+  const std::string parent = fs::path(folder).parent_path().string();
+  if (parent != folder && IsInRoots(parent)) {
+    return parent;
+  }
+  return MediaRoots().size() > 1 ? std::optional<std::string>("") : std::nullopt;
+}
+
 class Listing {
  public:
   // A root is listed whatever its name; inside a folder, hidden entries and other files are not
@@ -87,9 +97,12 @@ class Listing {
     }
   }
 
-  Answer Finish(const std::string& path) const {
+  Answer Finish(const std::string& path, const std::optional<std::string>& parent) const {
     Json::Value data(Json::objectValue);
     data["path"] = path;
+    if (parent) {
+      data["parent"] = *parent;
+    }
     data["folders"] = folders_;
     data["files"] = files_;
     return Answer::Success(data);
@@ -158,7 +171,7 @@ Answer ListFolder(const std::string& path) {
     for (const std::string& root : MediaRoots()) {
       listing.Add(root, true);
     }
-    return listing.Finish("");
+    return listing.Finish("", std::nullopt);
   }
   Answer refusal = Answer::Failure(kInternal);
   const auto folder = ResolveMediaPath(path, refusal);
@@ -181,7 +194,7 @@ Answer ListFolder(const std::string& path) {
   for (const std::string& entry : paths) {
     listing.Add(entry, false);
   }
-  return listing.Finish(*folder);
+  return listing.Finish(*folder, ParentOf(*folder));
 }
 
 }  // namespace webapi

@@ -22,7 +22,8 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
 // The same for a path that must name a playable file.
 std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal);
 
-// The folders and playable files in the folder `path` (the media roots for ""), sorted by name.
+// The folders and playable files in the folder `path` (the media roots for ""), sorted by name, and
+// the "parent" to go back to, if there is one.
 Answer ListFolder(const std::string& path);
 
 }  // namespace webapi

@@ -115,12 +115,16 @@ std::optional<int64_t> Request::Number(const std::string& name, int64_t max) con
   return number && *number <= max ? number : std::nullopt;
 }
 
+std::string Request::Header(const std::string& name) const {
+  return Environment(("HTTP_" + name).c_str());
+}
+
 std::string Request::Method() const {
   return Environment("REQUEST_METHOD");
 }
 
 std::string Request::Authority() const {
-  const std::string host = Environment("HTTP_HOST");
+  const std::string host = Header("HOST");
   return IsAuthority(host) ? host : Environment("SERVER_NAME") + ":" + Environment("SERVER_PORT");
 }
 
@@ -131,7 +135,7 @@ std::string Request::Scheme() const {
 
 std::optional<int64_t> Request::RangeStart() const {
   constexpr std::string_view kUnit = "bytes=";
-  const std::string range = Environment("HTTP_RANGE");
+  const std::string range = Header("RANGE");
   if (range.size() <= kUnit.size() + 1 || range.compare(0, kUnit.size(), kUnit) != 0 ||
       range.back() != '-') {
     return std::nullopt;

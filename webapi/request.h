@@ -25,6 +25,8 @@ class Request {
   // A non-negative whole number of at most `max`. Nothing when absent or of another form.
   std::optional<int64_t> Number(const std::string& name, int64_t max) const;
 
+  // A header of the request by its CGI name ("USER_AGENT"); "" when absent.
+  std::string Header(const std::string& name) const;
   std::string Method() const;     // "GET", "POST", "HEAD", ...
   std::string Authority() const;  // host and port that the client used
   std::string Scheme() const;

@@ -16,6 +16,7 @@
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "stream/http_stream.h"
+#include "util/json_utils.h"
 #include "util/md5.h"
 #include "util/qmxutils.h"
 #include "util/random_string.h"
@@ -38,7 +39,6 @@ constexpr char kFormat[] = "http";
 constexpr char kBinFolder[] = "/var/packages/Mirevo/target/bin/";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr int kOwnerLength = 16;
-constexpr int64_t kMaxStart = 7 * 24 * 3600;  // no film lasts a week
 constexpr size_t kChunk = 65536;
 constexpr time_t kAbandonedSeconds = 900;
 constexpr time_t kTicketSeconds = 24 * 3600;
@@ -104,6 +104,13 @@ std::optional<Profile> ProfileFor(const Request& request, const VideoMetaData& f
     return std::nullopt;
   }
   return *found;
+}
+
+// Records are JSON, which can hold no other bytes.
+bool IsUtf8(const std::string& text) {
+  Json::Value copy;
+  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
+         copy.asString() == text;
 }
 
 bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
@@ -173,34 +180,74 @@ bool TakeOver(const std::string& streamId, int start, std::string& audioId) {
   return ticket->SetOwner(owner, getpid(), start);
 }
 
-void SendHeaders(const std::string& contentType, int64_t predictedSize) {
-  std::string headers = "Status: 200 OK\r\nContent-Type: " + contentType + "\r\n";
-  headers += "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n";
-  if (predictedSize > 0) {
-    headers += "X-Predicted-Size: " + std::to_string(predictedSize) + "\r\n";
-  }
-  orvo::WriteAll(STDOUT_FILENO, headers + "\r\n");
+// Which part of the film a request is for.
+struct Part {
+  int second = 0;          // where the film begins
+  int64_t offset = 0;      // the byte of the announced resource that this second stands for
+  int64_t size = 0;        // the size that is announced; 0 for none
+  bool isPartial = false;  // the answer to a byte range
+};
+
+// Clients that take "bytes 0-99/*", a range of something of unknown size, for what it is. Others
+// read it as an empty resource.
+constexpr std::array kOpenSizeClients = {"Mozilla/", "VLC/"};
+
+bool TakesOpenSize(const Request& request) {
+  const std::string client = request.Header("USER_AGENT");
+  return std::any_of(kOpenSizeClients.begin(), kOpenSizeClients.end(),
+                     [&](const char* name) { return client.find(name) != std::string::npos; });
 }
 
-// The second of the film at which the request wants to begin: its start, or what its byte range
-// stands for.
-std::optional<int> StartOf(const Request& request, unsigned duration, HttpStream& stream) {
+// The whole size is never announced as exact: the real one differs, and browsers would fetch the
+// resource in pieces, each of which would be a new transcoder.
+void SendHeaders(const std::string& contentType, const Part& part) {
+  std::string headers = part.isPartial ? "Status: 206 Partial Content\r\nContent-Range: bytes " +
+                                             std::to_string(part.offset) + "-" +
+                                             std::to_string(part.size - 1) + "/*\r\n"
+                                       : "Status: 200 OK\r\n";
+  headers += "Content-Type: " + contentType + "\r\n";
+  headers += "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\n";
+  orvo::WriteAll(STDOUT_FILENO, headers);
+}
+
+// The part that a request asks for: from its start, if any, and from there the second that its byte
+// range stands for.
+std::optional<Part> FindPart(const Request& request, HttpStream& stream, unsigned duration,
+                             Answer& refusal) {
+  Part part;
   if (request.Has("start")) {
     const auto start = request.Number("start", duration);
-    return start ? std::optional<int>(static_cast<int>(*start)) : std::nullopt;
+    if (!start) {
+      refusal = Answer::Failure(kBadRequest, "The start must be a whole second of the film.");
+      return std::nullopt;
+    }
+    part.second = static_cast<int>(*start);
   }
-  const int second = stream.ConvertByteRangeToTimeRange(request.RangeStart().value_or(0));
-  return std::clamp(second, 0, static_cast<int>(duration));
+  const auto offset = request.RangeStart();
+  const int ahead = stream.ConvertByteRangeToTimeRange(offset.value_or(0));
+  if (!offset || ahead < 0) {
+    return part;
+  }
+  const int64_t bytesPerSecond = stream.GetTransBitRate() / 8;
+  part.size = stream.QMX_HTTP_PredictTransFileSize() - part.second * bytesPerSecond;
+  if (*offset > 0 && *offset >= part.size) {
+    refusal = Answer::Failure(kRangeNotSatisfiable);
+    return std::nullopt;
+  }
+  part.offset = *offset;
+  part.second += ahead;
+  part.isPartial = part.size > 0 && (*offset > 0 || TakesOpenSize(request));
+  return part;
 }
 
 // Copies the stream to the client until either ends.
-Answer Pump(HttpStream& stream, const std::string& contentType) {
+Answer Pump(HttpStream& stream, const std::string& contentType, const Part& part) {
   std::array<char, kChunk> buffer{};
   int count = stream.Read(buffer.data(), buffer.size());
   if (count < 0) {
     return Answer::Failure(kInternal, "The transcoder ended without a picture.");
   }
-  SendHeaders(contentType, stream.QMX_HTTP_PredictTransFileSize());
+  SendHeaders(contentType, part);
   while (count > 0 && orvo::WriteAll(STDOUT_FILENO, {buffer.data(), static_cast<size_t>(count)})) {
     count = stream.Read(buffer.data(), buffer.size());
   }
@@ -218,6 +265,10 @@ Answer OpenStream(const Request& request) {
   std::string streamId;
   if (!path || !JoinsStream(request, *path, streamId, refusal)) {
     return refusal;
+  }
+  if (!IsUtf8(*path)) {
+    return Answer::Failure(kBadRequest,
+                           "The name of this film is not written in UTF-8. Rename it to play it.");
   }
   // The film is judged before anything is made for it, so that a refusal leaves nothing behind.
   VideoMetaData film;
@@ -275,31 +326,31 @@ Answer PlayStream(const Request& request) {
   QMXMetaData record(streamId, kKind);
   record.LoadMetaData();
   HttpStream stream(streamId);
-  const auto start = StartOf(request, record.GetDuration(), stream);
-  if (!start) {
-    return Answer::Failure(kBadRequest, "The start must be a whole second of the film.");
+  const auto part = FindPart(request, stream, record.GetDuration(), refusal);
+  if (!part) {
+    return refusal;
   }
   const Profile profile = ProfileIn(record);
   if (request.Method() == "HEAD") {
-    SendHeaders(ContentTypeOf(profile), stream.QMX_HTTP_PredictTransFileSize());
+    SendHeaders(ContentTypeOf(profile), *part);
     return Answer::Sent();
   }
   std::string audioId;
-  if (!TakeOver(streamId, *start, audioId)) {
+  if (!TakeOver(streamId, part->second, audioId)) {
     return Answer::Failure(kInternal);
   }
   if (!stream.Init(audioId)) {
     return Answer::Failure(stream.GetErrorString());
   }
   const pid_t me = getpid();
-  if (!stream.Transcoding(TranscoderOf(profile), *start)) {
+  if (!stream.Transcoding(TranscoderOf(profile), part->second)) {
     if (getpid() != me) {
       // A launch that failed in the detached process came back here. The connection is not its own.
       _exit(1);
     }
     return Answer::Failure(kInternal, "The transcoder could not be started.");
   }
-  return Pump(stream, ContentTypeOf(profile));
+  return Pump(stream, ContentTypeOf(profile), *part);
 }
 
 Answer CloseStream(const Request& request) {

@@ -1,6 +1,9 @@
 #include "metadata/media_libraries.h"
 
+#include <unistd.h>
+
 #include "platform/log.h"
+#include "platform/run_as.h"
 #include "util/lazy_library.h"
 
 namespace LibOrvoQMX {
@@ -31,7 +34,12 @@ bool Load(MediaLibraries& media) {
 const MediaLibraries* MediaLibraries::Get() {
   static MediaLibraries media;
   static const bool loaded = [] {
-    const bool success = Load(media);
+    bool success = false;
+    // Among the libraries that they bring is one that sets the process's ids to its real user's for
+    // a moment as it is loaded. With root's effective id borrowed that is for good.
+    IF_RUN_AS(getuid(), getgid()) {
+      success = Load(media);
+    }
     if (!success) {
       const char* reason = dlerror();
       ORVO_LOG("Failed to load the media libraries: %s", reason != nullptr ? reason : "incomplete");

@@ -34,7 +34,7 @@ namespace LibOrvoQMX {
   X(av_strdup)
 
 struct MediaLibraries {
-#define ORVO_DECLARE(name) decltype(&::name) name = nullptr;
+#define ORVO_DECLARE(name) decltype(&::name) name = nullptr;  // NOLINT(bugprone-macro-parentheses)
   ORVO_FFMPEG_FORMAT_FUNCTIONS(ORVO_DECLARE)
   ORVO_FFMPEG_CODEC_FUNCTIONS(ORVO_DECLARE)
   ORVO_FFMPEG_UTIL_FUNCTIONS(ORVO_DECLARE)

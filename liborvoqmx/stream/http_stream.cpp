@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -18,6 +19,7 @@
 #include "policy/registry_watch.h"
 #include "policy/trans_loading.h"
 #include "util/qmxutils.h"
+#include "util/system_files.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -36,6 +38,14 @@ bool ParseRate(const std::string& part, const char* prefix, int& rate) {
   }
   rate = static_cast<int>(std::strtol(part.c_str() + 2, nullptr, 10));
   return true;
+}
+
+// A caller without standard streams would get their numbers for its pipe, and what becomes
+// "/dev/null" here would be the pipe. Moves a descriptor above them.
+void MoveAboveStandardStreams(orvo::UniqueFd& fd) {
+  if (fd.Get() <= STDERR_FILENO) {
+    fd.Reset(fcntl(fd.Get(), F_DUPFD, STDERR_FILENO + 1));
+  }
 }
 
 }  // namespace
@@ -85,9 +95,8 @@ bool HttpStream::FailInit() {
 }
 
 void HttpStream::RemoveDirectory() const {
-  const std::string directory = GetQMXFileFullPath("");
-  if (!directory.empty()) {
-    PlatExec("/bin/rm", "-rf", directory);
+  if (IsPlainName(m_streamId)) {
+    PlatExec("/bin/rm", "-rf", GetQMXFileFullPath(""));
   }
 }
 
@@ -102,6 +111,11 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
   }
   orvo::UniqueFd readEnd(ends[0]);
   orvo::UniqueFd writeEnd(ends[1]);
+  MoveAboveStandardStreams(readEnd);
+  MoveAboveStandardStreams(writeEnd);
+  if (!readEnd.IsOpen() || !writeEnd.IsOpen()) {
+    return false;
+  }
   fcntl(readEnd.Get(), F_SETFD, FD_CLOEXEC);
 
   const pid_t child = fork();
@@ -179,7 +193,8 @@ bool HttpStream::Close() {
 }
 
 int HttpStream::GetSeekTimeInMillisecond() const {
-  return m_startSeconds * 1000;
+  constexpr int kMostSeconds = std::numeric_limits<int>::max() / 1000;
+  return std::clamp(m_startSeconds, -kMostSeconds, kMostSeconds) * 1000;
 }
 
 unsigned HttpStream::GetMetaVideoRotate() const {
@@ -238,7 +253,8 @@ int HttpStream::ConvertByteRangeToTimeRange(int64_t offset) {
   const int rate = GetTransBitRate();
   // An offset beyond what 64 bits of bits can count stands nowhere in any film.
   if (m_streamKind.empty() || m_profileValue.empty() || rate <= 0 ||
-      offset > std::numeric_limits<int64_t>::max() / 8) {
+      offset > std::numeric_limits<int64_t>::max() / 8 ||
+      offset < std::numeric_limits<int64_t>::min() / 8) {
     return -1;
   }
   return static_cast<int>(offset * 8 / rate);

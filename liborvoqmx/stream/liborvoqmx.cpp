@@ -130,7 +130,8 @@ std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
   const bool joins = isObject && args["stream_id"].isString();
   const std::string streamId =
       joins ? args["stream_id"].asString() : GetRandStreamID(argument.filePath);
-  if (!joins && streamId.empty()) {
+  // The name comes from a client. An empty one is refused further down, with an error word.
+  if (!streamId.empty() ? !IsPlainName(streamId) : !joins) {
     return "";
   }
   if (!CreateTmpDir(streamId, argument.streamKind, argument.profilePath, argument.profileKey,
@@ -296,7 +297,7 @@ bool QMXStream::CloseStreamCommon() {
 }
 
 bool QMXStream::RemoveTransDir() {
-  if (m_streamId.empty() || m_streamKind.empty()) {
+  if (!IsPlainName(m_streamId) || m_streamKind.empty()) {
     return false;
   }
   const std::string link = GetQMXFileFullPath("");

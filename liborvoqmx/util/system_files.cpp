@@ -15,6 +15,10 @@ std::string StreamPath(const std::string& kind, const std::string& streamId) {
   return StreamKindPath(kind) + "/" + streamId;
 }
 
+bool IsPlainName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
 bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,
                       std::string& value) {
   if (profilePath.empty() || profileKey.empty()) {

@@ -23,6 +23,9 @@ inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orv
 std::string StreamKindPath(const std::string& kind);
 std::string StreamPath(const std::string& kind, const std::string& streamId);
 
+// May this name a directory of its own? Nothing that leads elsewhere may.
+bool IsPlainName(const std::string& name);
+
 // The value of one key of a transcoding profile file, read as a text. False when the path or the
 // key is empty, the file cannot be read or it lacks the key.
 bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,

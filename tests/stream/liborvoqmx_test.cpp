@@ -243,6 +243,15 @@ TEST_F(Stream, OpeningWhatIsNoFilmFailsAndLeavesTheDirectory) {
   EXPECT_TRUE(Exists("/tmp/Mirevo/HTTP/joined"));
 }
 
+TEST_F(Stream, AnIdThatLeadsElsewhereOpensNothing) {
+  QMXInitArgument argument(Path("/missing.mkv"), "HTTP", Path("/profiles"), "key");
+  for (const char* id : {"../escape", "a/b", "..", "."}) {
+    argument.args["stream_id"] = id;
+    EXPECT_EQ(QMXStream::QMX_Init(argument), "") << id;
+  }
+  EXPECT_FALSE(Exists("/tmp/Mirevo"));
+}
+
 TEST_F(Stream, AdmissionNeedsARecordAndADirectory) {
   On("avoton", [this] {
     PlainStream unknown("HLS");

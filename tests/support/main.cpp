@@ -30,6 +30,15 @@ int PrintSystemPath(const char* path) {
 
 }  // namespace
 
+#ifdef __SANITIZE_ADDRESS__
+// The media libraries are loaded on first use and stay; what they and the libraries that they bring
+// keep until the end of the process is theirs.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig.so\nleak:libglib-2.0.so\nleak:libgomp.so\nleak:libp11-kit.so\n"
+         "leak:dl_init\n";
+}
+#endif
+
 int main(int argc, char** argv) {
   if (const char* path = std::getenv("ORVO_TEST_PRINT_SYSTEM_PATH"); path != nullptr) {
     return PrintSystemPath(path);

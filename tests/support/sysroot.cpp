@@ -117,8 +117,7 @@ std::string ReadWhole(const std::string& path) {
 }
 
 std::string Film(const std::string& name) {
-  const char* const folder = std::getenv("ORVO_TEST_MEDIA");
-  return (folder != nullptr ? std::string(folder) : ".") + "/" + name;
+  return std::string(ORVO_TEST_MEDIA) + "/" + name;
 }
 
 }  // namespace test

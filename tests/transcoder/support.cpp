@@ -99,6 +99,7 @@ std::string Drain(int fd) {
 
 Child::Child(const std::vector<std::string>& command, const StartOptions& options) {
   std::vector<char*> argv;
+  argv.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }

@@ -66,12 +66,15 @@ std::string Configuration(const WebServer& server) {
     line("setenv.set-environment", "( \"ORVO_SYSROOT\" => " + Quoted(sysroot) + " )");
   }
   line("setenv.add-response-header",
-       "( \"Content-Security-Policy\" => \"default-src 'self'; style-src 'self' 'unsafe-inline'\", "
+       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; style-src "
+       "'self' 'unsafe-inline'\", "
        "\"Referrer-Policy\" => \"no-referrer\" )");
   // A film goes out as the viewer takes it, and a request whose viewer has left is ended.
   line("server.stream-response-body", "2");
   // A paused player takes nothing for hours. That is no reason to hang up on it.
   line("server.max-write-idle", "65535");
+  // A film's name may hold a newline; the request program looks at every character itself.
+  line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
   line("server.max-request-size", "128");
   return text;
 }

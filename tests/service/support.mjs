@@ -1,0 +1,150 @@
+// A service of its own for each test file: mirevo-serve in a system root that is removed afterwards.
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import readline from 'node:readline';
+
+export const build = process.env.ORVO_TEST_BUILD;
+export const media = process.env.ORVO_TEST_MEDIA;
+
+// Calls `look` until it gives a value other than undefined. For states of the outside world that can
+// announce nothing to this process; the time is a bound, not a wait.
+export async function eventually(look, milliseconds = 10000) {
+  const deadline = performance.now() + milliseconds;
+  for (;;) {
+    const found = await look();
+    if (found !== undefined) return found;
+    assert.ok(performance.now() < deadline, `not within ${milliseconds} ms: ${look}`);
+    await new Promise((resolve) => setImmediate(resolve));
+  }
+}
+
+// The command lines of all running processes that have `text` in them.
+export function processesWith(text) {
+  return fs
+    .readdirSync('/proc')
+    .filter((name) => /^\d+$/.test(name))
+    .flatMap((pid) => {
+      try {
+        const command = fs.readFileSync(`/proc/${pid}/cmdline`, 'latin1').replaceAll('\0', ' ');
+        const environment = fs.readFileSync(`/proc/${pid}/environ`, 'latin1');
+        const state = fs.readFileSync(`/proc/${pid}/stat`, 'latin1').replace(/.*\) /s, '')[0];
+        const ours = command.includes(text) || environment.includes(text);
+        return ours && state !== 'Z' && Number(pid) !== process.pid ? [{ pid: Number(pid), command }] : [];
+      } catch {
+        return []; // it ended meanwhile
+      }
+    });
+}
+
+export class Service {
+  // Serves `roots`; `platform` names the appliance.
+  static async start(roots, platform = 'x86') {
+    const service = new Service();
+    service.root = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-test-'));
+    const make = (name) => fs.mkdirSync(path.join(service.root, name), { recursive: true });
+    ['etc.defaults', 'volume1', 'var/packages/Mirevo'].forEach(make);
+    fs.writeFileSync(
+      path.join(service.root, 'etc.defaults/orvoinfo.conf'),
+      `unique="orvo_${platform}_unit"\n`,
+    );
+    fs.symlinkSync(path.join(build, 'target'), path.join(service.root, 'var/packages/Mirevo/target'));
+    service.process = spawn(
+      path.join(build, 'target/bin/mirevo-serve'),
+      ['--no-browser', '--port', '0', '--', ...roots],
+      { env: { ...process.env, ORVO_SYSROOT: service.root }, stdio: ['ignore', 'pipe', 'inherit'] },
+    );
+    for await (const line of readline.createInterface({ input: service.process.stdout })) {
+      service.address = line.match(/^listening on (http:\/\/127\.0\.0\.1:\d+)\/$/)?.[1];
+      break;
+    }
+    assert.ok(service.address, 'the service says where it listens');
+    return service;
+  }
+
+  // Ends it as Ctrl-C does, and makes sure that nothing of it is left.
+  async stop() {
+    this.process.kill('SIGINT');
+    const [code] = await once(this.process, 'exit');
+    assert.equal(code, 0);
+    assert.deepEqual(processesWith(this.root), []);
+    assert.deepEqual(this.streamFolders(), []);
+    fs.rmSync(this.root, { recursive: true });
+  }
+
+  query(api, method, parameters = {}) {
+    const query = new URLSearchParams({ api: `ORVO.Mirevo2.${api}`, version: 1, method, ...parameters });
+    return `${this.address}/webapi/entry.cgi?${query}`;
+  }
+
+  async call(api, method, parameters) {
+    const response = await fetch(this.query(api, method, parameters));
+    const answer = await response.json();
+    assert.equal(answer.success, response.ok);
+    if (!answer.success) {
+      assert.equal(answer.error.code, response.status);
+      assert.match(answer.error.message, /^[A-Z].*\.$/s, 'a sentence');
+    }
+    return { status: response.status, headers: response.headers, ...answer };
+  }
+
+  async open(film, parameters = {}) {
+    const answer = await this.call('Streaming', 'open', { format: 'http', path: film, ...parameters });
+    assert.ok(answer.success, JSON.stringify(answer.error));
+    return answer.data;
+  }
+
+  close(stream) {
+    return this.call('Streaming', 'close', { format: 'http', stream_id: stream.stream_id });
+  }
+
+  streamFolders() {
+    const folder = path.join(this.root, 'tmp/Mirevo/HTTP');
+    return fs.existsSync(folder) ? fs.readdirSync(folder) : [];
+  }
+
+  registry() {
+    const file = path.join(this.root, 'tmp/Mirevo/enabled');
+    return fs.existsSync(file) ? JSON.parse(fs.readFileSync(file, 'utf8')) : [];
+  }
+
+  requestProcesses() {
+    return processesWith(this.root).filter(({ command }) => command.includes('webapi/entry.cgi'));
+  }
+
+  transcoders() {
+    return processesWith(this.root).filter(({ command }) => command.includes('-progress pipe:'));
+  }
+
+  // Nothing runs, nothing is registered, no stream has a directory.
+  async isQuiet(milliseconds = 2000) {
+    await eventually(
+      () =>
+        this.requestProcesses().length === 0 &&
+        this.transcoders().length === 0 &&
+        this.streamFolders().length === 0 &&
+        this.registry().length === 0
+          ? true
+          : undefined,
+      milliseconds,
+    );
+  }
+}
+
+// Reads at least `length` bytes of a response that goes on.
+export async function readSome(response, length) {
+  const reader = response.body.getReader();
+  const chunks = [];
+  let size = 0;
+  while (size < length) {
+    const { done, value } = await reader.read();
+    if (done) break;
+    chunks.push(value);
+    size += value.length;
+  }
+  reader.releaseLock();
+  return Buffer.concat(chunks);
+}
