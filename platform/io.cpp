@@ -1,5 +1,6 @@
 #include "platform/io.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -27,6 +28,19 @@ bool ReadAll(std::istream& stream, std::string& content) {
     content.append(buffer.data(), static_cast<size_t>(stream.gcount()));
   }
   return !stream.bad();
+}
+
+void DetachStandardStreams() {
+  const int null = open("/dev/null", O_RDWR);
+  if (null < 0) {
+    return;
+  }
+  for (int standard = STDIN_FILENO; standard <= STDERR_FILENO; ++standard) {
+    dup2(null, standard);
+  }
+  if (null > STDERR_FILENO) {
+    close(null);
+  }
 }
 
 }  // namespace orvo

@@ -16,4 +16,8 @@ ORVO_API bool WriteAll(int fd, std::string_view content);
 // Appends what is left of `stream` to `content`. False on a read error.
 ORVO_API bool ReadAll(std::istream& stream, std::string& content);
 
+// Standard input, output and error become "/dev/null". For a process that outlives the request
+// whose client reads them.
+ORVO_API void DetachStandardStreams();
+
 }  // namespace orvo

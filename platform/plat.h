@@ -23,6 +23,10 @@ ORVO_API std::string SystemPath(const std::string& path);
 // True when it no longer runs. A pid below 1 names no process.
 ORVO_API bool WaitForExit(pid_t pid, int milliseconds);
 
+// In a forked child of `parent`: asks for SIGKILL when the parent ends. False when it is gone
+// already. A later change of the effective ids takes the wish back. Async-signal-safe.
+ORVO_API bool DieWithParent(pid_t parent);
+
 }  // namespace orvo
 
 // --- Processes ---------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -94,6 +95,11 @@ bool WaitForExit(pid_t pid, int milliseconds) {
   // not make a living process look dead.
   return errno == ESRCH || errno == EINVAL || errno == ENOENT ||
          (kill(pid, 0) != 0 && errno == ESRCH);
+}
+
+bool DieWithParent(pid_t parent) {
+  // A parent that ended before the wish was made is told by the child's having a new one.
+  return prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent;
 }
 
 }  // namespace orvo

@@ -12,6 +12,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "platform/unique_fd.h"
@@ -37,20 +38,6 @@ bool ParseRate(const std::string& part, const char* prefix, int& rate) {
   }
   rate = static_cast<int>(std::strtol(part.c_str() + 2, nullptr, 10));
   return true;
-}
-
-// Standard input, output and error become "/dev/null".
-void DetachStandardStreams() {
-  const int null = open("/dev/null", O_RDWR);
-  if (null < 0) {
-    return;
-  }
-  for (int standard = STDIN_FILENO; standard <= STDERR_FILENO; ++standard) {
-    dup2(null, standard);
-  }
-  if (null > STDERR_FILENO) {
-    close(null);
-  }
 }
 
 // A caller without standard streams would get their numbers for its pipe, and what becomes
@@ -142,7 +129,7 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
   }
 
   readEnd.Reset();
-  DetachStandardStreams();
+  orvo::DetachStandardStreams();
   const pid_t grandchild = fork();
   if (grandchild < 0) {
     return false;

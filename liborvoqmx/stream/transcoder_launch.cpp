@@ -2,20 +2,18 @@
 // process that watches it. These are members of the stream base, and log under its name.
 #define ORVO_LOG_SOURCE "liborvoqmx.cpp"
 
-#include <fcntl.h>
-#include <sys/file.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
 #include "platform/log.h"
 #include "platform/plat.h"
-#include "platform/unique_fd.h"
 #include "policy/argument_helper.h"
 #include "policy/trans_loading.h"
 #include "stream/liborvoqmx.h"
+#include "stream/stream_lock.h"
 #include "util/qmxutils.h"
 
 namespace LibOrvoQMX {
@@ -35,6 +33,22 @@ void Append(std::vector<std::string>& list, const std::vector<std::string>& more
   list.insert(list.end(), more.begin(), more.end());
 }
 
+// A wish to end with the parent that this process has made, and how to make it again.
+class ParentDeathWish {
+ public:
+  ParentDeathWish() : parent_(getppid()) { prctl(PR_GET_PDEATHSIG, &signal_); }
+  // Ends the process where the parent has gone meanwhile.
+  void Renew() const {
+    if (signal_ != 0 && !orvo::DieWithParent(parent_)) {
+      _exit(1);
+    }
+  }
+
+ private:
+  pid_t parent_;
+  int signal_ = 0;
+};
+
 // Replaces the process image, as root where root is to be had. Returns only on failure.
 bool Become(const char* action, const std::string& executable,
             const std::vector<std::string>& commandLine) {
@@ -44,8 +58,12 @@ bool Become(const char* action, const std::string& executable,
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
   argv.push_back(nullptr);
-  return libmrv::DoActionAsRoot(action,
-                                [&] { return execvp(executable.c_str(), argv.data()) != -1; });
+  const ParentDeathWish wish;
+  return libmrv::DoActionAsRoot(action, [&] {
+    // The kernel drops it when ids change.
+    wish.Renew();
+    return execvp(executable.c_str(), argv.data()) != -1;
+  });
 }
 
 // Admission and entry under one lock, so that of two launches at the same instant one sees the
@@ -62,20 +80,6 @@ bool Register(bool hardware) {
   }
   return true;
 }
-
-// The exclusive lock around a stream's monitor pid.
-class MonitorLock {
- public:
-  explicit MonitorLock(const std::string& path)
-      : file_(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0660)) {
-    while (file_.IsOpen() && flock(file_.Get(), LOCK_EX) != 0 && errno == EINTR) {
-    }
-  }
-  bool IsOpen() const { return file_.IsOpen(); }
-
- private:
-  orvo::UniqueFd file_;  // closing it releases the lock
-};
 
 int ParsePid(const std::string& text) {
   return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
@@ -219,7 +223,7 @@ std::vector<std::string> QMXStream::ForceFFmpegVideoSize(const std::vector<std::
 }
 
 bool QMXStream::SaveMonitorPid(int pid, bool wait) const {
-  const MonitorLock lock(GetQMXFileFullPath("filelock"));
+  const StreamLock lock(GetQMXFileFullPath("filelock"), 0660);
   if (!lock.IsOpen()) {
     return false;
   }

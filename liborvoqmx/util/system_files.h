@@ -14,7 +14,10 @@ inline constexpr char kAdvancedFile[] = "/var/packages/Mirevo/etc/advanced.conf"
 inline constexpr char kVaapiFile[] = "/var/packages/Mirevo/etc/vaapi_ffmpeg";
 inline constexpr char kHostPlatformFile[] = "/proc/orvo_platform";
 inline constexpr char kCpuInfoFile[] = "/proc/cpuinfo";
+inline constexpr char kNoPreAnalysisFile[] = "/var/packages/Mirevo/etc/not_using_pre_analysis";
 inline constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
+inline constexpr char kVaapiTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg_vaapi";
+inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orvo-gst";
 
 // The directory of the streams of one kind, and of one stream: "/tmp/Mirevo" / kind / stream id.
 std::string StreamKindPath(const std::string& kind);

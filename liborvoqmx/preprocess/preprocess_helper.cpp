@@ -1,0 +1,88 @@
+#include "preprocess/preprocess_helper.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "platform/plat.h"
+#include "util/saturate.h"
+
+namespace LibOrvoQMX::preprocess {
+namespace {
+
+constexpr double kEndTolerance = 60.0;       // seconds
+constexpr double kShortestFragment = 0.001;  // seconds
+
+}  // namespace
+
+PreprocessHelper::PreprocessHelper(const std::string& videoPath, int segmentLength)
+    : m_segmentLength(segmentLength) {
+  const std::string path = PreprocessUtil::GetPreprocessResultPath(videoPath);
+  // The folder belongs to the media indexer.
+  const bool isRead =
+      libmrv::DoActionAsRoot("GetPreprocessPath", [&] { return m_result.ReadFromFile(path); });
+  if (!isRead) {
+    return;
+  }
+  m_keyframeTimes = m_result.GetAllKeyframePtsTime();
+  if (!IsLastKeyframeTimestampReasonable()) {
+    return;
+  }
+  FetchAllFragment();
+  m_isAvailable = m_isDone;
+}
+
+bool PreprocessHelper::IsAvailable() const {
+  return m_isAvailable;
+}
+
+bool PreprocessHelper::WriteManifest(HLSHelper& manifest) const {
+  if (!m_isAvailable) {
+    return false;
+  }
+  manifest.WriteHeader(m_targetDuration);
+  for (const HLSFragment& fragment : m_fragments) {
+    manifest.WriteFragmentInfo(fragment);
+  }
+  manifest.WriteEnder();
+  return true;
+}
+
+int PreprocessHelper::GetSeekTime(unsigned n) const {
+  return m_isAvailable && n < m_fragments.size() ? SaturateToInt(m_fragments[n].startTime * 1000)
+                                                 : -1;
+}
+
+bool PreprocessHelper::IsLastKeyframeTimestampReasonable() const {
+  return m_result.end_time() > 0 && !m_keyframeTimes.empty() &&
+         std::fabs(m_result.end_time() - m_keyframeTimes.back()) < kEndTolerance;
+}
+
+void PreprocessHelper::FetchAllFragment() {
+  // Every fragment but the last uses up a key frame. More can only come from times that do not
+  // ascend, and with those there may be no end.
+  while (!m_isDone && m_fragments.size() <= m_keyframeTimes.size() && !m_keyframeTimes.empty()) {
+    FetchNextFragment();
+    m_fragments.push_back(m_current);
+  }
+}
+
+void PreprocessHelper::FetchNextFragment() {
+  const int id = m_current.fragmentId + 1;
+  const double start = m_current.endTime;
+  const double nominalEnd = (static_cast<double>(id) + 1) * m_segmentLength;
+  // Where key frames lie further apart than the nominal length, the start may be past the nominal
+  // end already.
+  const double threshold = std::max(nominalEnd, start + kShortestFragment);
+  const auto next = std::lower_bound(m_keyframeTimes.begin(), m_keyframeTimes.end(), threshold);
+  m_isDone = next == m_keyframeTimes.end();
+  UpdateCurrentFragment(start, m_isDone ? m_result.end_time() : *next, id);
+}
+
+int PreprocessHelper::UpdateCurrentFragment(double start, double end, int id) {
+  m_current = {end - start, start, end, id};
+  const int seconds = SaturateToInt(std::ceil(m_current.duration));
+  m_targetDuration = std::max(m_targetDuration, seconds);
+  return seconds;
+}
+
+}  // namespace LibOrvoQMX::preprocess

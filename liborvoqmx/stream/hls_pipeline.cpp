@@ -1,0 +1,359 @@
+// The processes of an HLS stream: the monitor, the transcoder that it watches and, where the
+// GStreamer wrapper transcodes, the segmenter behind it. Members of the stream, and logging under
+// its name.
+#define ORVO_LOG_SOURCE "http_live_stream.cpp"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "platform/io.h"
+#include "platform/log.h"
+#include "platform/pidfd.h"
+#include "platform/plat.h"
+#include "policy/argument_helper.h"
+#include "policy/trans_loading.h"
+#include "stream/http_live_stream.h"
+#include "stream/stream_lock.h"
+#include "stream/stream_watch.h"
+#include "util/qmxutils.h"
+#include "util/system_files.h"
+
+namespace LibOrvoQMX {
+
+// A process is the monitor of one stream at most.
+volatile sig_atomic_t gHLSSignal = 0;
+pid_t gPidHLSTransBin = 0;
+pid_t gPidHLSSegBin = 0;
+
+namespace {
+
+using LibMirevo::TransLoading;
+
+constexpr char kSegmentPattern[] = "slice-%05d.ts";
+constexpr int kWrapperSegmentSeconds = 5;  // the wrapper never copies video
+constexpr unsigned long kIdleSeconds = 900;
+constexpr int kIdleCheckMilliseconds = 2000;
+constexpr int kGraceMilliseconds = 1000;
+
+void Append(std::vector<std::string>& list, const std::vector<std::string>& more) {
+  list.insert(list.end(), more.begin(), more.end());
+}
+
+std::string ThreeDecimals(double value) {
+  char text[64];
+  snprintf(text, sizeof(text), "%.3f", value);
+  return text;
+}
+
+// What a request process may have changed and the processes of a pipeline must not inherit.
+void SetStopSignals(void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  sigset_t stop;
+  sigemptyset(&stop);
+  for (const int number : {SIGINT, SIGTERM}) {
+    sigaction(number, &action, nullptr);
+    sigaddset(&stop, number);
+  }
+  sigprocmask(SIG_UNBLOCK, &stop, nullptr);
+}
+
+// fork() for a process that ends with this one, however this one ends.
+pid_t ForkPipelineProcess() {
+  const pid_t monitor = getpid();
+  const pid_t child = fork();
+  if (child == 0) {
+    if (!orvo::DieWithParent(monitor)) {
+      _exit(1);
+    }
+    SetStopSignals(SIG_DFL);
+  }
+  return child;
+}
+
+// Reaps `pid`, waiting for it where `options` says so.
+bool Reap(pid_t pid, int options) {
+  pid_t reaped = 0;
+  do {
+    reaped = waitpid(pid, nullptr, options);
+  } while (reaped < 0 && errno == EINTR);
+  return reaped == pid;
+}
+
+}  // namespace
+
+bool HttpLiveStream::IsAACLCAudioCodec() const {
+  const Json::Value track = ArgumentHelper(m_metaData).GetAudioTrackInfoByID(GetRequestAudioID());
+  return track.isObject() && track["codec"] == "aac" && track["profile"] == "LC";
+}
+
+std::vector<std::string> HttpLiveStream::AdjustAudio(const std::vector<std::string>& arguments) {
+  const std::string format = ReadFile(GetQMXFileFullPath("audio_format"));
+  const bool isChromecast = m_metaData.GetDevice() == "chromecast";
+  if (format == "mp3") {
+    return ForceFFmpegAudioFormat(arguments, "mp3");
+  }
+  if (IsAACLCAudioCodec() || (!isChromecast && format == "ac3_copy" &&
+                              (IsSourceAudioCodec("ac3") || IsSourceAudioCodec("eac3")))) {
+    return ForceFFmpegAudioFormat(arguments, "copy");
+  }
+  if (isChromecast || format == "aac") {
+    return ForceFFmpegAudioFormat(arguments, "aac");
+  }
+  return arguments;
+}
+
+std::vector<std::string> HttpLiveStream::CalculateFFmpegArgument(const std::string& fragment) {
+  if (m_profileValue.empty() || fragment.empty() || m_metaData.GetVideoResolutionX() == 0) {
+    return {};
+  }
+  std::vector<std::string> arguments =
+      ForceFFmpegVideoSize(AdjustAudio(StringExplode(m_profileValue, " \n")), false);
+  if (!m_isRemux && m_metaData.GetVideoPixFmt() != "yuv420p") {
+    Append(arguments, {"-pix_fmt", "yuv420p"});
+  }
+  const auto number = static_cast<int>(std::strtol(fragment.c_str(), nullptr, 10));
+  Append(arguments, {"-segment_format", "mpegts", "-segment_list_type", "m3u8", "-hls_seek_time",
+                     std::to_string(m_seekTime), "-segment_time", std::to_string(SegmentLength()),
+                     "-segment_time_delta", ThreeDecimals(GetSegmentTimeDelta(number)),
+                     "-segment_start_number", fragment});
+  if (!m_metaData.IsHLSHeader()) {
+    Append(arguments, {"-individual_header_trailer", "0"});
+  }
+  Append(arguments,
+         {"-avoid_negative_ts", "0", "-break_non_keyframes", IsPreAnalysisAvailable() ? "0" : "1"});
+  return arguments;
+}
+
+std::vector<std::string> HttpLiveStream::CalculateGstreamerArgument() const {
+  return StringExplode(m_profileValue, " ");
+}
+
+void HttpLiveStream::ExecuteSegmenter(int readEnd, int fragment) {
+  const std::string program = orvo::SystemPath(kTranscoder);
+  const std::string input = "pipe:" + std::to_string(readEnd);
+  const std::string length = std::to_string(kWrapperSegmentSeconds);
+  const std::string number = std::to_string(fragment);
+  const std::string seekTime = std::to_string(int64_t{fragment} * kWrapperSegmentSeconds * 1000);
+  const std::string output = GetQMXFileFullPath(kSegmentPattern);
+  execlp(program.c_str(), program.c_str(), "-i", input.c_str(), "-map", "0", "-codec", "copy", "-f",
+         "segment", "-segment_time", length.c_str(), "-segment_start_number", number.c_str(),
+         "-hls_seek_time", seekTime.c_str(), output.c_str(), nullptr);
+}
+
+void HttpLiveStream::MointerSignalHandler(int /*signal*/) {
+  gHLSSignal = 1;
+}
+
+void HttpLiveStream::ExecuteMointer(const std::string& fragment) {
+  const int number = std::stoi(fragment);
+  if (!m_streamId.empty() && !m_profileValue.empty()) {
+    RunPipeline(fragment, number);
+  }
+  WaitAllChild();
+}
+
+void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
+  m_seekTime = CalculateSeekTime(number);
+  if (m_seekTime < 0) {
+    return;
+  }
+  int ends[2] = {-1, -1};
+  // Each end is for one of the programs: they have to survive the exec.
+  if (m_isGstreamer && pipe(ends) != 0) {
+    return;
+  }
+  orvo::UniqueFd readEnd(ends[0]);
+  orvo::UniqueFd writeEnd(ends[1]);
+  std::vector<std::string> arguments =
+      m_isGstreamer ? CalculateGstreamerArgument() : CalculateFFmpegArgument(fragment);
+  ForceTranscodeBitrate(arguments);
+  if (arguments.empty() || gHLSSignal != 0) {
+    return;
+  }
+
+  const pid_t transcoder = ForkPipelineProcess();
+  if (transcoder < 0) {
+    return;
+  }
+  if (transcoder == 0) {
+    if (m_isGstreamer) {
+      readEnd.Reset();
+      ExecuteGstreamerTranscoding("fd:" + std::to_string(writeEnd.Get()), arguments,
+                                  orvo::SystemPath(kGstreamerWrapper), false);
+    } else {
+      ExecuteTranscoding(false, arguments, GetQMXFileFullPath(kSegmentPattern),
+                         orvo::SystemPath(m_isVaapi ? kVaapiTranscoder : kTranscoder));
+    }
+    _exit(1);
+  }
+  gPidHLSTransBin = transcoder;
+
+  if (m_isGstreamer) {
+    const pid_t segmenter = ForkPipelineProcess();
+    if (segmenter < 0) {
+      kill(transcoder, SIGKILL);
+      return;
+    }
+    if (segmenter == 0) {
+      writeEnd.Reset();
+      ExecuteSegmenter(readEnd.Get(), number);
+      _exit(1);
+    }
+    gPidHLSSegBin = segmenter;
+    readEnd.Reset();
+    writeEnd.Reset();
+  }
+  WatchPipeline();
+}
+
+void HttpLiveStream::WatchPipeline() {
+  if (!WaitForTranscoder()) {
+    return;
+  }
+  if (!m_isRemux) {
+    TransLoading().RemoveTransPIDLock(gPidHLSTransBin);
+  }
+  gPidHLSTransBin = 0;
+  if (gPidHLSSegBin > 0) {
+    // It still has the end of the film to write.
+    orvo::WaitForExit(gPidHLSSegBin, kGraceMilliseconds);
+  }
+}
+
+// True when the transcoder ended by itself, and is reaped.
+bool HttpLiveStream::WaitForTranscoder() {
+  const orvo::UniqueFd transcoder = orvo::OpenProcess(gPidHLSTransBin);
+  const SignalGate gate;
+  for (;;) {
+    const pid_t ended = waitpid(-1, nullptr, WNOHANG);
+    if (ended < 0) {
+      return false;
+    }
+    if (ended == gPidHLSTransBin) {
+      return true;
+    }
+    if (ended > 0 && ended == gPidHLSSegBin) {
+      gPidHLSSegBin = 0;  // the number may be another's soon
+      continue;
+    }
+    if (QMXIsTimeout(kIdleSeconds)) {
+      ORVO_LOG("time out for access [%d seconds]", static_cast<int>(kIdleSeconds));
+      RemoveTransDir();
+      return false;
+    }
+    if (gHLSSignal != 0) {
+      return false;
+    }
+    gate.Wait(transcoder, kIdleCheckMilliseconds);
+  }
+}
+
+void HttpLiveStream::WaitAllChild() const {
+  if (gPidHLSTransBin > 0) {
+    kill(gPidHLSTransBin, SIGINT);
+    if (!m_isRemux) {
+      TransLoading().RemoveTransPIDLock(gPidHLSTransBin);
+    }
+    orvo::WaitForExit(gPidHLSTransBin, kGraceMilliseconds);
+    if (!Reap(gPidHLSTransBin, WNOHANG)) {
+      ORVO_LOG("Force Kill Transcoding Process %d", gPidHLSTransBin);
+      kill(gPidHLSTransBin, SIGKILL);
+      // Whoever waits for this process deletes the segments next: none may be written after that.
+      Reap(gPidHLSTransBin, 0);
+    }
+    gPidHLSTransBin = 0;
+  }
+  if (gPidHLSSegBin > 0) {
+    kill(gPidHLSSegBin, SIGINT);
+    if (Reap(gPidHLSSegBin, 0)) {
+      gPidHLSSegBin = 0;
+    }
+  }
+}
+
+bool HttpLiveStream::Transcoding(const std::string& fragment) {
+  if (m_streamId.empty() || m_streamKind.empty() || m_profileValue.empty() || fragment.empty()) {
+    return false;
+  }
+  if (!IsTransAndSegNeedToRestart(fragment) || IsResumeOnAppleTv(fragment)) {
+    return true;
+  }
+  SaveFile(GetQMXFileFullPath("seek_time"), fragment);
+  if (WriteSequence().empty()) {
+    ORVO_LOG("Failed to generate sequence");
+    return false;
+  }
+  if (!StopPreviousPipeline()) {
+    return false;
+  }
+  if (!CheckSequence()) {
+    return true;
+  }
+  const int forked = PlatProcForkChildNoWait();
+  if (forked == 0) {
+    BecomeMonitor(fragment);
+  }
+  return forked > 0;
+}
+
+// Keeps count of how such a player resumes: it asks for the place first, and then for the film's
+// start, only to look at it. True for that look, which must not move the transcoder.
+bool HttpLiveStream::IsResumeOnAppleTv(const std::string& fragment) const {
+  const std::string path = GetQMXFileFullPath("appletv_status");
+  const std::string status = ReadFile(path);
+  const long number = std::strtol(fragment.c_str(), nullptr, 10);
+  if (status == "Init" && number > 0) {
+    SaveFile(path, "Resume");
+    return false;
+  }
+  // No such file: not such a player.
+  (void)!truncate(path.c_str(), 0);
+  return status == "Resume" && number == 0;
+}
+
+// Stops the monitor and deletes its segments, unless a newer request has done so: then the segments
+// are that request's.
+bool HttpLiveStream::StopPreviousPipeline() const {
+  const StreamLock lock(GetQMXFileFullPath("seek_time"), 0666);
+  return !CheckSequence() || SeekingHandler();
+}
+
+void HttpLiveStream::BecomeMonitor(const std::string& fragment) {
+  gPidHLSTransBin = 0;
+  gPidHLSSegBin = 0;
+  gHLSSignal = 0;
+  signal(SIGCHLD, SIG_DFL);
+  SetStopSignals(MointerSignalHandler);
+  // The client of this request reads to the end of the streams, and this process stays.
+  orvo::DetachStandardStreams();
+  try {
+    if (TakeOver(fragment)) {
+      ExecuteMointer(fragment);
+    }
+  } catch (const std::exception&) {
+    // A fragment that is no number starts nothing.
+  }
+  _exit(0);
+}
+
+// Makes this process the stream's monitor unless a newer request came first.
+bool HttpLiveStream::TakeOver(const std::string& fragment) const {
+  const std::string path = GetQMXFileFullPath("seek_time");
+  const StreamLock lock(path, 0666);
+  if (!CheckSequence() || !SaveMonitorPid(getpid(), true)) {
+    return false;
+  }
+  // An older request may have put its own number there meanwhile.
+  return ReadFile(path) == fragment || SaveFile(path, fragment);
+}
+
+}  // namespace LibOrvoQMX

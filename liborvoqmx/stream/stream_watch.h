@@ -1,0 +1,47 @@
+// Waiting for what happens to a stream.
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <string>
+
+#include "platform/unique_fd.h"
+
+namespace LibOrvoQMX {
+
+// A descriptor of the process; not open when it has ended.
+orvo::UniqueFd OpenRunningProcess(pid_t pid);
+
+// Files that come, go or are complete in a stream directory. What happens after construction is
+// not missed: construct, look, wait.
+class StreamWatch {
+ public:
+  explicit StreamWatch(const std::string& directory);
+
+  // Returns when something happened in the directory, the process behind `process` ended or
+  // `milliseconds` have passed. A closed descriptor stands for no process.
+  void Wait(const orvo::UniqueFd& process, int milliseconds) const;
+
+ private:
+  orvo::UniqueFd changes_;
+};
+
+// For its life, SIGINT and SIGTERM reach this process only while it waits here. So a look at what
+// their handler left is never out of date when the wait begins.
+class SignalGate {
+ public:
+  SignalGate();
+  ~SignalGate();
+  SignalGate(const SignalGate&) = delete;
+  SignalGate& operator=(const SignalGate&) = delete;
+
+  // Returns when the process behind `process` ended, a signal was handled or `milliseconds` have
+  // passed. A closed descriptor stands for no process.
+  void Wait(const orvo::UniqueFd& process, int milliseconds) const;
+
+ private:
+  sigset_t previous_;
+};
+
+}  // namespace LibOrvoQMX
