@@ -29,8 +29,12 @@ constexpr double kLeadWithoutIndex = 3;
 // Seeks are given in milliseconds; in steps of these they are whole samples at every usual rate.
 constexpr long kSeekSteps = 25;  // a second
 
+// Beyond that, cuts are only as good as the encoder's own key frames. A longer list would not fit
+// into an argument.
+constexpr double kLongestRun = 12 * 3600;
+
 // Times of pictures are rounded on their way.
-constexpr char kRounding[] = "0.00001";
+constexpr double kRounding = 0.00001;
 
 double Number(const std::string& text, double otherwise = 0) {
   double number = 0;
@@ -38,9 +42,9 @@ double Number(const std::string& text, double otherwise = 0) {
   return error == std::errc() && end != text.data() ? number : otherwise;
 }
 
-std::string Seconds(double seconds) {
+std::string Seconds(double seconds, int digits = 3) {
   std::array<char, 32> text;
-  snprintf(text.data(), text.size(), "%.3f", seconds);
+  snprintf(text.data(), text.size(), "%.*f", digits, seconds);
   return text.data();
 }
 
@@ -67,10 +71,17 @@ Cuts CutsOf(const SegmentRequest& request) {
   return request.cutsAnywhere == "1" ? Cuts::kAnywhere : Cuts::kKeyFrames;
 }
 
-// Every run's key frames stand where those of a run over the whole film do.
+// Every run's key frames stand where those of a run over the whole film do. Only a list of times
+// can say so: an expression sees the time since the first picture, which is seldom exactly at the
+// start.
 std::string KeyFrames(const SegmentRequest& request, const SegmentEntry& entry) {
-  return "expr:gte(t-" + Seconds(entry.lead) + "+" + kRounding + ",n_forced*" +
-         Seconds(Length(request)) + ")";
+  const double length = std::max(1.0, Length(request));
+  std::string times;
+  for (double time = 0; time < kLongestRun; time += length) {
+    times += times.empty() ? "" : ",";
+    times += Seconds(std::max(0.0, entry.lead - kRounding + time), 5);
+  }
+  return times;
 }
 
 // The sound's clock counts samples from the film's start, through gaps in the film.
@@ -115,7 +126,7 @@ SegmentPlan PlanSegments(const SegmentRequest& request, const SegmentEntry& entr
 }
 
 std::string WithoutLead(const std::string& filters, const SegmentEntry& entry) {
-  return entry.lead > 0 ? Joined(filters, "trim=start=" + Seconds(entry.lead) + "-" + kRounding)
+  return entry.lead > 0 ? Joined(filters, "trim=start=" + Seconds(entry.lead - kRounding, 5))
                         : filters;
 }
 
