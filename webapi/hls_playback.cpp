@@ -21,13 +21,14 @@ constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
 
-// Playlists name what they list relative to their own address.
-constexpr char kProgram[] = "entry.cgi";
+// The request program, with a name behind it for players that judge a segment by its ending.
+constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
+constexpr char kSubtitleAddress[] = "/webapi/entry.cgi/subtitle.vtt";
 
 // What the segments' addresses repeat of a request.
 Json::Value StreamRequest(const Ticket& ticket) {
   Json::Value request(Json::objectValue);
-  request["url"] = kProgram;
+  request["url"] = kSegmentAddress;
   request["format"] = "hls";
   request["api"] = "ORVO.Mirevo2.Streaming";
   request["version"] = 1;
@@ -41,7 +42,7 @@ Json::Value SubtitleOptions(const Ticket& ticket) {
   Json::Value options(Json::objectValue);
   const std::string subtitleId = ticket.Parameter("subtitle_id");
   if (!subtitleId.empty()) {
-    options["url"] = kProgram;
+    options["url"] = kSubtitleAddress;
     options["id"] = ticket.StreamId();
     options["subtitle_id"] = subtitleId;
     options["uid"] = 0U;

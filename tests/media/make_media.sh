@@ -47,6 +47,10 @@ derive no_audio.mkv h264_ac3.mkv -map 0:v -c copy
 derive no_video.mka h264_ac3.mkv -map 0:a -c copy
 derive two_audio.mkv h264_ac3.mkv -map 0:v -map 0:a -map 0:a -c:v copy -c:a:0 copy -c:a:1 aac \
   -metadata:s:a:0 language=eng -metadata:s:a:1 language=fre
+[ -e "$folder/long.mkv" ] || {
+  ffmpeg -nostdin -hide_banner -loglevel error -y -stream_loop 4 -i "$folder/h264_ac3.mkv" -c copy \
+    "$folder/.$$.long.mkv" && mv "$folder/.$$.long.mkv" "$folder/long.mkv"
+}
 [ -e "$folder/truncated.mp4" ] || {
   head -c 60000 "$folder/h264_aac.mp4" > "$folder/.$$.t" && mv "$folder/.$$.t" "$folder/truncated.mp4"
 }

@@ -5,7 +5,7 @@ import { after, afterEach, before, beforeEach, test } from 'node:test';
 
 import { chromium } from 'playwright-core';
 
-import { media, Service } from './support.mjs';
+import { browserArguments, media, Service } from './support.mjs';
 
 let service;
 let browser;
@@ -16,16 +16,7 @@ before(async () => {
   service = await Service.start([media]);
   browser = await chromium.launch({
     executablePath: '/usr/bin/chromium',
-    args: [
-      '--no-sandbox',
-      '--disable-gpu',
-      '--disable-quic',
-      '--no-first-run',
-      '--disable-background-networking',
-      '--disable-component-update',
-      '--disable-sync',
-      '--autoplay-policy=no-user-gesture-required',
-    ],
+    args: browserArguments,
   });
 });
 after(async () => {

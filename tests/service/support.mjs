@@ -10,6 +10,18 @@ import readline from 'node:readline';
 export const build = process.env.ORVO_TEST_BUILD;
 export const media = process.env.ORVO_TEST_MEDIA;
 
+// How headless Chromium is started.
+export const browserArguments = [
+  '--no-sandbox',
+  '--disable-gpu',
+  '--disable-quic',
+  '--no-first-run',
+  '--disable-background-networking',
+  '--disable-component-update',
+  '--disable-sync',
+  '--autoplay-policy=no-user-gesture-required',
+];
+
 // Calls `look` until it gives a value other than undefined. For states of the outside world that can
 // announce nothing to this process; the time is a bound, not a wait.
 export async function eventually(look, milliseconds = 10000) {
@@ -102,8 +114,10 @@ export class Service {
   }
 
   streamFolders() {
-    const folder = path.join(this.root, 'tmp/Mirevo/HTTP');
-    return fs.existsSync(folder) ? fs.readdirSync(folder) : [];
+    return ['tmp/Mirevo/HTTP', 'tmp/Mirevo/HLS', 'volume1/@tmp/Mirevo/HLS'].flatMap((name) => {
+      const folder = path.join(this.root, name);
+      return fs.existsSync(folder) ? fs.readdirSync(folder) : [];
+    });
   }
 
   registry() {
@@ -119,13 +133,13 @@ export class Service {
     return processesWith(this.root).filter(({ command }) => command.includes('-progress pipe:'));
   }
 
-  // Nothing runs, nothing is registered, no stream has a directory.
-  async isQuiet(milliseconds = 2000) {
+  // Nothing runs, nothing is registered, no stream has a directory but those of `kept`.
+  async isQuiet(milliseconds = 2000, kept = []) {
     await eventually(
       () =>
         this.requestProcesses().length === 0 &&
         this.transcoders().length === 0 &&
-        this.streamFolders().length === 0 &&
+        this.streamFolders().every((name) => kept.includes(name)) &&
         this.registry().length === 0
           ? true
           : undefined,

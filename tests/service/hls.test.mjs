@@ -1,0 +1,183 @@
+// HTTP Live Streaming in real players, against a running service.
+import assert from 'node:assert/strict';
+import { execFile } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { after, afterEach, before, test } from 'node:test';
+import { promisify } from 'node:util';
+
+import { chromium } from 'playwright-core';
+
+import { browserArguments, eventually, media, Service } from './support.mjs';
+
+const run = promisify(execFile);
+const film = (name) => path.join(media, name);
+const transcode = { format: 'hls', profile: 'hls_240p_vb300_ab96' };
+let service;
+
+before(async () => {
+  service = await Service.start([media]);
+});
+after(() => service.stop());
+
+const opened = [];
+async function open(name, parameters) {
+  const stream = await service.open(film(name), parameters);
+  opened.push(stream);
+  return stream;
+}
+afterEach(async () => {
+  for (const { stream_id } of opened.splice(0)) {
+    await service.call('Streaming', 'close', { format: 'hls', stream_id });
+  }
+  await service.isQuiet(4000);
+});
+const segment = (stream, number) => fetch(`${stream.url}&fragment_id=%22${String(number).padStart(5, '0')}%22`);
+
+// Reads the whole presentation as a player does: the clock of every picture and sample, and complaints.
+async function readAll(url) {
+  const { stderr } = await run('ffmpeg', ['-v', 'warning', '-i', url, '-f', 'null', '-'], { maxBuffer: 1 << 26 });
+  const { stdout } = await run(
+    'ffprobe',
+    ['-v', 'error', '-show_entries', 'packet=stream_index,pts_time,duration_time', '-of', 'json', url],
+    { maxBuffer: 1 << 26 },
+  );
+  const tracks = new Map();
+  for (const { stream_index: index, pts_time: pts, duration_time: duration } of JSON.parse(stdout).packets) {
+    if (!tracks.has(index)) tracks.set(index, []);
+    tracks.get(index).push({ pts: Number(pts), end: Number(pts) + Number(duration ?? 0) });
+  }
+  return { complaints: stderr, tracks: [...tracks.values()] };
+}
+
+const films = {
+  'h264_ac3.mkv': {},
+  'mpeg4_mp3.avi': {},
+  'mpeg2_mp2.ts': {},
+  'vp9_opus.webm': {},
+  'hevc10_aac.mov': {},
+};
+for (const name of Object.keys(films)) {
+  test(`${name}: a player reads the whole presentation without a complaint`, async () => {
+    const stream = await open(name, transcode);
+    const { complaints, tracks } = await readAll(stream.url);
+    assert.equal(complaints, '');
+    assert.equal(tracks.length, 2);
+    for (const packets of tracks) {
+      const clock = packets.map(({ pts }) => pts).sort((a, b) => a - b);
+      assert.equal(new Set(clock).size, clock.length, 'no time stands twice');
+      const length = Math.max(...packets.map(({ end }) => end)) - clock[0];
+      assert.ok(Math.abs(length - stream.duration) < 0.1, `${length} of ${stream.duration} s`);
+    }
+    });
+}
+
+test('a copied picture reads through', async () => {
+  const stream = await open('h264_ac3.mkv', { format: 'hls', profile: 'hls_remux' });
+  const { tracks } = await readAll(stream.url);
+  const clock = tracks[0].map(({ pts }) => pts);
+  assert.ok(Math.abs(Math.max(...clock) - Math.min(...clock) - 60) < 0.2);
+});
+
+test('the answers have the types that players insist on', async () => {
+  const stream = await open('h264_ac3.mkv', transcode);
+  assert.equal(stream.content_type, 'application/vnd.apple.mpegurl');
+  const playlist = await fetch(stream.url);
+  assert.equal(playlist.headers.get('content-type'), 'application/vnd.apple.mpegurl');
+  const lines = (await playlist.text()).trim().split('\n');
+  assert.equal(lines[0], '#EXTM3U');
+  assert.equal(lines.at(-1), '#EXT-X-ENDLIST');
+  assert.equal(lines.filter((line) => line.startsWith('#EXTINF')).length, 12);
+  const first = await segment(stream, 0);
+  assert.equal(first.status, 200);
+  assert.equal(first.headers.get('content-type'), 'video/mp2t');
+  await first.arrayBuffer();
+});
+
+test('segments that do not exist are refused and start nothing', async () => {
+  const stream = await open('h264_ac3.mkv', transcode);
+  assert.equal((await segment(stream, 12)).status, 404);
+  for (const number of ['-1', 'x', '', '99999999999999999999', '1/../2']) {
+    assert.equal((await fetch(`${stream.url}&fragment_id=${encodeURIComponent(number)}`)).status, 400, number);
+  }
+  assert.equal((await fetch(`${stream.url}&playlist_type=subtitle&subtitle_id=..%2F..%2Fetc%2Fpasswd`)).status, 404);
+  assert.deepEqual(service.transcoders(), []);
+});
+
+test('of eight requests far apart the newest keeps the transcoder', async () => {
+  const stream = await open('long.mkv', transcode);
+  const places = [50, 7, 43, 14, 36, 21, 29, 57];
+  const answers = await Promise.all(
+    places.map(async (number) => {
+      const response = await segment(stream, number);
+      await response.arrayBuffer();
+      return response.status;
+    }),
+  );
+  assert.ok(answers.some((status) => status === 200), `${answers}`);
+  assert.ok(answers.every((status) => [200, 503, 504].includes(status)), `${answers}`);
+  assert.equal(service.transcoders().length, 1);
+});
+
+test('a stream whose directory an idle time has removed plays on', async () => {
+  const stream = await open('h264_ac3.mkv', transcode);
+  await (await segment(stream, 0)).arrayBuffer();
+  const link = path.join(service.root, 'tmp/Mirevo/HLS', stream.stream_id);
+  const monitor = Number(fs.readFileSync(path.join(link, 'monitor.pid'), 'utf8'));
+  process.kill(monitor, 'SIGTERM');
+  await service.isQuiet(5000, [stream.stream_id]);
+  fs.rmSync(fs.readlinkSync(link), { recursive: true });
+  fs.unlinkSync(link);
+  assert.equal((await segment(stream, 6)).status, 200);
+});
+
+test('a killed monitor takes its transcoder with it', async () => {
+  const stream = await open('long.mkv', transcode);
+  await (await segment(stream, 0)).arrayBuffer();
+  const monitor = fs.readFileSync(path.join(service.root, 'tmp/Mirevo/HLS', stream.stream_id, 'monitor.pid'), 'utf8');
+  process.kill(Number(monitor), 'SIGKILL');
+  await eventually(() => (service.transcoders().length === 0 ? true : undefined));
+  assert.equal((await segment(stream, 30)).status, 200, 'and the next request starts another');
+});
+
+test('hls.js plays, seeks anywhere, and mixes segments of different runs', async () => {
+  const stream = await open('long.mkv', transcode);
+  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
+  const context = await browser.newContext({ bypassCSP: true });
+  const page = await context.newPage();
+  await page.goto(service.address);
+  await page.addScriptTag({ path: new URL('node_modules/hls.js/dist/hls.min.js', import.meta.url).pathname });
+  await page.evaluate(async (url) => {
+    window.errors = [];
+    const video = document.getElementById('video');
+    document.getElementById('film').hidden = false;
+    window.hls = new window.Hls({ maxBufferLength: 10 });
+    window.hls.on(window.Hls.Events.ERROR, (_, data) => window.errors.push(`${data.fatal} ${data.details}`));
+    window.hls.loadSource(url);
+    window.hls.attachMedia(video);
+    await video.play();
+  }, stream.url);
+  const plays = (from) =>
+    page.waitForFunction((second) => document.getElementById('video').currentTime > second + 0.5, from);
+  await plays(0);
+  for (const second of [200, 30, 201, 140, 5, 250, 100, 290]) {
+    await page.evaluate((value) => {
+      document.getElementById('video').currentTime = value;
+    }, second);
+    await plays(second);
+  }
+  const { errors, dropped, frames, duration } = await page.evaluate(() => {
+    const video = document.getElementById('video');
+    const quality = video.getVideoPlaybackQuality();
+    return {
+      errors: window.errors,
+      dropped: quality.droppedVideoFrames,
+      frames: quality.totalVideoFrames,
+      duration: video.duration,
+    };
+  });
+  await browser.close();
+  assert.deepEqual(errors.filter((error) => error.startsWith('true')), [], 'no fatal error');
+  assert.ok(Math.abs(duration - 300) < 1);
+  assert.ok(frames > 50 && dropped < frames / 4, `${dropped} of ${frames} dropped`);
+});
