@@ -57,7 +57,7 @@ const film = {
 
   // The second of the film that is shown.
   now() {
-    return video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA || this.isEarly() ? this.start : video.currentTime;
+    return video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA ? this.start : Math.max(this.start, video.currentTime);
   },
 
   // Is the picture still before what was asked for?

@@ -75,6 +75,16 @@ MPEGTS = "-f mpegts"
 # Transport packets are filled up per picture; that comes out of the picture's promised rate.
 MPEGTS_PICTURE_SHARE = 0.9
 ASF = "-f asf"
+# A player that seeks waits for a whole segment, and the preset decides for how long: this one takes two
+# thirds of the time of the next better one. Where segments start, the transcoder says.
+SEGMENT_PRESET = "superfast"
+SEGMENT_PRESETS = {"ultrafast": "ultrafast"}
+SEGMENT_H264 = (
+    "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr"
+    " -vf yadif=deint=interlaced -s {size}"
+    " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -bf 0 -g 300"
+)
+SEGMENT_SOUND = "-acodec {encoder} -ab {rate}k -ac 2"
 REMUX_SOUND_RATE = 192
 
 
@@ -106,6 +116,21 @@ def transcodes(machine, encoder, infix):
             yield key, arguments(video, sound(rendition.audio), container)
 
 
+def segment_sound(rate):
+    return SEGMENT_SOUND.format(encoder="aac", rate=rate)
+
+
+def segments(machine, encoder, infix):
+    """The keys and arguments of the renditions that are cut into segments."""
+    preset = SEGMENT_PRESETS.get(machine.preset, SEGMENT_PRESET)
+    for rendition in RENDITIONS:
+        if rendition.height <= machine.tallest:
+            video = picture(SEGMENT_H264, rendition, MPEGTS_PICTURE_SHARE, encoder=encoder,
+                            preset=preset)
+            yield (f"hls_{rendition.name}_{infix}{rates(rendition)}",
+                   arguments(video, segment_sound(rendition.audio)))
+
+
 def windows_media():
     rendition = next(r for r in RENDITIONS if r.name == "480p")
     value = arguments(picture(WMV, rendition), sound(rendition.audio, "wmav2"), ASF)
@@ -115,12 +140,15 @@ def windows_media():
 def remuxes():
     for kind, container in (("mp4", MP4), ("ts", MPEGTS)):
         yield f"http_{kind}_remux", arguments(COPY, sound(REMUX_SOUND_RATE), container)
+    yield "hls_remux", arguments(COPY, segment_sound(REMUX_SOUND_RATE))
 
 
 def profiles(machine):
-    result = dict(transcodes(machine, machine.encoder, ""))
-    for name, encoder in machine.variants:
-        result.update(transcodes(machine, encoder, f"{name}_"))
+    result = {}
+    for name, encoder in (("", machine.encoder), *machine.variants):
+        infix = f"{name}_" if name else ""
+        result.update(transcodes(machine, encoder, infix))
+        result.update(segments(machine, encoder, infix))
     result.update(windows_media())
     result.update(remuxes())
     return result

@@ -12,6 +12,7 @@
 #include "transcoder/encoder_inventory.h"
 #include "transcoder/film_index.h"
 #include "transcoder/launch.h"
+#include "transcoder/segment_run.h"
 #include "transcoder/shell_line.h"
 #include "transcoder/translation.h"
 
@@ -51,6 +52,11 @@ int Explain(const Translation& translation) {
   return printf("%s\n", ShellLine(translation.command).c_str()) < 0 || fflush(stdout) != 0;
 }
 
+int Start(const Translation& translation) {
+  return translation.segments ? RunSegments(translation.command, *translation.segments)
+                              : Become(translation.command);
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -68,5 +74,5 @@ int main(int argc, char* argv[]) {
   for (const std::string& note : translation.notes) {
     orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "%s", note.c_str());
   }
-  return explain ? Explain(translation) : Become(translation.command);
+  return explain ? Explain(translation) : Start(translation);
 }

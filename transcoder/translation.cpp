@@ -7,6 +7,7 @@
 
 #include "liborvoqmx/util/media_formats.h"
 #include "transcoder/filters.h"
+#include "transcoder/segment_translation.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -44,6 +45,9 @@ const Encoder* FindEncoder(std::string_view name) {
 constexpr char kVaapiDevice[] = "/dev/dri/renderD128";
 constexpr double kPreroll = 3;  // seconds: most broadcasts have a key frame more often
 
+// Its clock may tick finer than once a picture without upsetting its rate control.
+constexpr std::string_view kFineClockEncoder = "libx264";
+
 constexpr char kFallbackPreset[] = "veryfast";  // the default one is too slow for an appliance
 constexpr auto kSoftwarePresets =
     std::to_array<std::string_view>({"ultrafast", "superfast", "veryfast", "faster", "fast",
@@ -68,6 +72,8 @@ struct Facts {
   std::string offset;  // where the output's clock starts, as given
   std::string size;    // the picture size asked for
   Strings lost;        // encoders that are replaced
+  SegmentRequest segments;
+  SegmentEntry entry;
 };
 
 struct Option;
@@ -115,6 +121,25 @@ void NamesVaapiDevice(const Argument&, Facts& facts) {
 void NamesFilter(const Argument&, Facts& facts) {
   facts.namesFilter = true;
 }
+void NamesSoundFilters(const Argument& argument, Facts& facts) {
+  facts.segments.soundFilters = argument.value;
+}
+void NamesSoundRate(const Argument& argument, Facts& facts) {
+  facts.segments.soundRate = argument.value;
+}
+void NamesSegmentStart(const Argument& argument, Facts& facts) {
+  facts.segments.isWanted = true;
+  facts.segments.start = argument.value;
+}
+void NamesSegmentLength(const Argument& argument, Facts& facts) {
+  facts.segments.length = argument.value;
+}
+void NamesSegmentNumber(const Argument& argument, Facts& facts) {
+  facts.segments.number = argument.value;
+}
+void NamesCuts(const Argument& argument, Facts& facts) {
+  facts.segments.cutsAnywhere = argument.value;
+}
 void NamesSize(const Argument& argument, Facts& facts) {
   facts.size = argument.value;
 }
@@ -149,13 +174,33 @@ void NamesEncoder(const Argument& argument, Facts& facts) {
 
 void NamesVideoEncoder(const Argument& argument, Facts& facts) {
   facts.copiesVideo |= argument.value == "copy";
+  facts.segments.takesFineClock |= argument.value == kFineClockEncoder;
   NamesEncoder(argument, facts);
+}
+
+void NamesSoundEncoder(const Argument& argument, Facts& facts) {
+  facts.segments.copiesSound |= argument.value == "copy";
+  NamesEncoder(argument, facts);
+}
+
+// Without a stream specifier, that is: "-c:s copy" is about neither.
+void NamesEveryEncoder(const Argument& argument, Facts& facts) {
+  if (argument.name == argument.option->name && argument.value == "copy") {
+    facts.copiesVideo = true;
+    facts.segments.copiesSound = true;
+  }
 }
 
 // --- What options become ---
 
 void Append(Strings& out, std::initializer_list<std::string> more) {
   out.insert(out.end(), more.begin(), more.end());
+}
+
+void AppendUnlessEmpty(const std::string& option, const std::string& value, Strings& out) {
+  if (!value.empty()) {
+    Append(out, {option, value});
+  }
 }
 
 void Same(const Argument& argument, const Facts&, Strings& out) {
@@ -170,7 +215,23 @@ std::string Seconds(double seconds) {
   return text.data();
 }
 
+// What segments need instead is said at the end of the command line.
+void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.segments.isWanted || !argument.behindInput) {
+    Same(argument, facts, out);
+  }
+}
+
+void BitStreamFilters(const Argument& argument, const Facts& facts, Strings& out) {
+  const bool cut = facts.segments.isWanted && facts.copiesVideo;
+  Append(out, {argument.name, cut ? Decodable(argument.value, facts.segments) : argument.value});
+}
+
 void Seek(const Argument& argument, const Facts& facts, Strings& out) {
+  if (facts.segments.isWanted && !argument.behindInput) {
+    Append(out, {argument.name, Seconds(facts.entry.seek)});
+    return;
+  }
   const bool earlier = facts.preroll > 0 && !argument.behindInput;
   Append(out, {argument.name,
                earlier ? Seconds(ParseSeconds(facts.seek) - facts.preroll) : argument.value});
@@ -220,9 +281,10 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   } else if (facts.vaapiUsed) {
     chain = VaapiFilters(chain, facts.size);
   }
-  if (!chain.empty()) {
-    Append(out, {argument.name, chain});
+  if (facts.segments.isWanted) {
+    chain = WithoutLead(chain, facts.entry);
   }
+  AppendUnlessEmpty(argument.name, chain, out);
 }
 
 // A fragmented file carries the film's clock only when each fragment states it, and when the header
@@ -264,14 +326,32 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-vcodec", kValue, NamesVideoEncoder, ReplacedEncoder},
     {"-c:v", kValue, NamesVideoEncoder, ReplacedEncoder},
     {"-codec:v", kValue, NamesVideoEncoder, ReplacedEncoder},
-    {"-acodec", kValue, NamesEncoder, ReplacedEncoder},
-    {"-c:a", kValue, NamesEncoder, ReplacedEncoder},
-    {"-codec:a", kValue, NamesEncoder, ReplacedEncoder},
+    {"-acodec", kValue, NamesSoundEncoder, ReplacedEncoder},
+    {"-c:a", kValue, NamesSoundEncoder, ReplacedEncoder},
+    {"-codec:a", kValue, NamesSoundEncoder, ReplacedEncoder},
+    {"-c", kValue, NamesEveryEncoder, Same},
+    {"-codec", kValue, NamesEveryEncoder, Same},
     {"-preset", kValue, NamesPreset, Preset},
     {"-profile:v", kValue, Nothing, VideoProfile},
     {"-s", kValue, NamesSize, SizeUnlessVaapi},
     {"-vf", kValue, NamesFilter, VideoFilters},
     {"-filter:v", kValue, NamesFilter, VideoFilters},
+    {"-bsf:v", kValue, Nothing, BitStreamFilters},
+    {"-ar", kValue, NamesSoundRate, UnlessSegments},
+    {"-af", kValue, NamesSoundFilters, UnlessSegments},
+    {"-filter:a", kValue, NamesSoundFilters, UnlessSegments},
+    {"-f", kValue, Nothing, UnlessSegments},
+    {"-force_key_frames", kValue, Nothing, UnlessSegments},
+    {"-enc_time_base", kValue, Nothing, UnlessSegments},
+    {"-avoid_negative_ts", kValue, Nothing, UnlessSegments},
+    {"-hls_seek_time", kValue, NamesSegmentStart, Dropped},
+    {"-segment_time", kValue, NamesSegmentLength, UnlessSegments},
+    {"-segment_start_number", kValue, NamesSegmentNumber, UnlessSegments},
+    {"-segment_format", kValue, Nothing, UnlessSegments},
+    {"-segment_list_type", kValue, Nothing, UnlessSegments},
+    {"-segment_time_delta", kValue, Nothing, UnlessSegments},
+    {"-individual_header_trailer", kValue, Nothing, UnlessSegments},
+    {"-break_non_keyframes", kValue, NamesCuts, UnlessSegments},
     {"-vaapi_device", kValue, NamesVaapiDevice, UnlessHardwareLost},
     {"-qsv_device", kValue, Nothing, UnlessHardwareLost},
     {"-init_hw_device", kValue, NamesVaapiDevice, UnlessHardwareLost},
@@ -323,8 +403,20 @@ std::string Parse(const Strings& arguments, std::vector<Argument>& parsed) {
 // pictures cannot be cut off again between key frames.
 double Preroll(const Facts& facts) {
   const double seek = ParseSeconds(facts.seek);
-  const bool wanted = seek > 0 && !facts.copiesVideo && facts.surroundings->lacksIndex(facts.input);
+  const bool wanted = seek > 0 && !facts.copiesVideo && !facts.segments.isWanted &&
+                      facts.surroundings->lacksIndex(facts.input);
   return wanted ? std::min(seek, kPreroll) : 0;
+}
+
+// A film that comes through a pipe was entered by whoever sends it.
+void EnterForSegments(Facts& facts) {
+  SegmentRequest& segments = facts.segments;
+  segments.isSeekable = !IsDescriptor(facts.input);
+  segments.copiesPictures = facts.copiesVideo;
+  segments.takesFineClock |= facts.hardwareLost;
+  segments.lacksIndex =
+      segments.isSeekable && segments.isWanted && facts.surroundings->lacksIndex(facts.input);
+  facts.entry = EnterFilm(segments);
 }
 
 Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surroundings) {
@@ -336,6 +428,9 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
     }
   }
   facts.preroll = Preroll(facts);
+  if (facts.segments.isWanted) {
+    EnterForSegments(facts);
+  }
   return facts;
 }
 
@@ -362,13 +457,20 @@ void AppendGeneral(const Surroundings& surroundings, Strings& out) {
   }
 }
 
+// The picture filters of a command line that has none.
+std::string AddedFilters(const Facts& facts) {
+  const std::string filters = facts.vaapiUsed ? VaapiFilters("", facts.size) : "";
+  const bool cut = facts.segments.isWanted && !facts.copiesVideo;
+  return cut ? WithoutLead(filters, facts.entry) : filters;
+}
+
 // What a hardware encoder needs that is there, and what stands in for one that is not.
 void AppendEncoderNeeds(const Facts& facts, Strings& out) {
   if (facts.hardwareLost && !facts.namesPreset) {
     Append(out, {"-preset", kFallbackPreset});
   }
-  if (facts.vaapiUsed && !facts.namesFilter) {
-    Append(out, {"-vf", VaapiFilters("", facts.size)});
+  if (!facts.namesFilter) {
+    AppendUnlessEmpty("-vf", AddedFilters(facts), out);
   }
 }
 
@@ -405,6 +507,11 @@ Strings Command(const std::vector<Argument>& parsed, const Facts& facts,
     EmitArgument(argument, facts, out);
   }
   AppendEncoderNeeds(facts, out);
+  if (facts.segments.isWanted) {
+    const Strings options = SegmentOptions(facts.segments, facts.entry);
+    out.insert(out.end(), options.begin(), options.end());
+    return out;
+  }
   AppendClock(facts, out);
   out.push_back(output);
   return out;
@@ -430,6 +537,9 @@ Translation Translate(const std::vector<std::string>& arguments, const Surroundi
   if (translation.error.empty()) {
     translation.command = Command(parsed, facts, arguments.back());
     translation.notes = Notes(facts);
+    if (facts.segments.isWanted) {
+      translation.segments = PlanSegments(facts.segments, facts.entry, arguments.back());
+    }
   }
   return translation;
 }

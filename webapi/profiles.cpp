@@ -104,6 +104,11 @@ Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
               OptionValue(profile, "-s") + "."};
 }
 
+// Every HLS profile is; of the progressive ones, the MP4 alone.
+bool IsForBrowsers(const std::string& format, const Profile& profile) {
+  return format != "http" || ContentTypeOf(profile) == "video/mp4";
+}
+
 }  // namespace
 
 std::string ProfileFile() {
@@ -141,7 +146,7 @@ std::optional<Profile> ChooseProfile(const std::string& format, const VideoMetaD
   std::optional<Profile> best;
   for (const Profile& profile : ProfilesOf(format)) {
     const Verdict verdict = Judge(profile, film);
-    if (ContentTypeOf(profile) != "video/mp4" || verdict.method == "refused") {
+    if (!IsForBrowsers(format, profile) || verdict.method == "refused") {
       continue;
     }
     if (verdict.method == "remux") {

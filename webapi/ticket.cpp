@@ -46,6 +46,11 @@ int NumberIn(const Json::Value& content, const char* key, int otherwise) {
   return content[key].isInt() ? content[key].asInt() : otherwise;
 }
 
+time_t ModifiedAt(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mtime : 0;
+}
+
 bool Exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
@@ -65,13 +70,13 @@ Ticket::Ticket(std::string streamId, std::unique_ptr<LibMirevo::Lock> lock, Json
     : streamId_(std::move(streamId)), lock_(std::move(lock)), content_(std::move(content)) {}
 
 bool Ticket::Create(const std::string& streamId, const std::string& kind,
-                    const std::string& audioId) {
+                    const Json::Value& parameters) {
   Json::Value content(Json::objectValue);
   if (!LibMirevo::ReadJsonFromFile(RecordPath(kind, streamId), content["record"])) {
     return false;
   }
   content["kind"] = kind;
-  content["audio_id"] = audioId;
+  content["parameters"] = parameters;
   const auto lock = std::make_unique<LibMirevo::Lock>(PathOf(streamId), true);
   return lock->IsLockSucess() && LibMirevo::WriteJsonToFileWithoutLock(PathOf(streamId), content);
 }
@@ -107,9 +112,12 @@ std::vector<std::string> Ticket::All() {
 std::string Ticket::Kind() const {
   return TextIn(content_, "kind");
 }
-std::string Ticket::AudioId() const {
-  return TextIn(content_, "audio_id");
+
+std::string Ticket::Parameter(const std::string& name) const {
+  const Json::Value& parameters = content_["parameters"];
+  return parameters.isObject() ? TextIn(parameters, name.c_str()) : "";
 }
+
 const Json::Value& Ticket::Record() const {
   return content_["record"];
 }
@@ -124,8 +132,8 @@ pid_t Ticket::OwnerPid() const {
 }
 
 time_t Ticket::LastUse() const {
-  struct stat status {};
-  return stat(PathOf(streamId_).c_str(), &status) == 0 ? status.st_mtime : 0;
+  return std::max(ModifiedAt(PathOf(streamId_)),
+                  ModifiedAt(StreamFolder(Kind(), streamId_) + "/access_status"));
 }
 
 bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
@@ -135,8 +143,12 @@ bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
   return LibMirevo::WriteJsonToFileWithoutLock(PathOf(streamId_), content_);
 }
 
+bool Ticket::HasDirectory() const {
+  return Exists(RecordPath(Kind(), streamId_));
+}
+
 bool Ticket::Revive() const {
-  if (Exists(RecordPath(Kind(), streamId_))) {
+  if (HasDirectory()) {
     return true;
   }
   return LibOrvoQMX::QMXStream::CreateTmpDir(streamId_, Kind(), ProfileFile(),
@@ -146,6 +158,11 @@ bool Ticket::Revive() const {
 
 void Ticket::Remove() {
   unlink(PathOf(streamId_).c_str());
+}
+
+bool ReviveDirectory(const std::string& streamId) {
+  const auto ticket = Ticket::Take(streamId);
+  return ticket && ticket->Revive();
 }
 
 }  // namespace webapi

@@ -22,11 +22,15 @@ namespace webapi {
 // 32 hexadecimal digits, "_", 8 letters or digits.
 bool IsStreamId(const std::string& text);
 
+// What a request for a stream without a ticket is told.
+inline constexpr char kStreamClosed[] = "This stream has been closed. Open the film again.";
+
 class Ticket {
  public:
   // Makes the ticket of a stream that was just opened, from its directory's record.
+  // `parameters`: what later requests need of the opening, as texts.
   static bool Create(const std::string& streamId, const std::string& kind,
-                     const std::string& audioId);
+                     const Json::Value& parameters);
 
   // Holds the ticket's lock until the object's end. Nothing when there is no such ticket.
   static std::optional<Ticket> Take(const std::string& streamId);
@@ -36,17 +40,19 @@ class Ticket {
 
   const std::string& StreamId() const { return streamId_; }
   std::string Kind() const;
-  std::string AudioId() const;
-  const Json::Value& Record() const;  // the stream's metadata record
-  int StartSeconds() const;           // where the newest request started
-  time_t LastUse() const;             // when a request last changed the ticket
+  std::string Parameter(const std::string& name) const;  // "" when there is none
+  const Json::Value& Record() const;                     // the stream's metadata record
+  int StartSeconds() const;                              // where the newest request started
+  time_t LastUse() const;                                // when a request last used the stream
 
   // The newest request that plays the stream. "" and -1 when none does.
   std::string Owner() const;
   pid_t OwnerPid() const;
   bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
 
-  // Makes the stream's directory with its record where it is missing.
+  // Is the stream's directory there, with its record?
+  bool HasDirectory() const;
+  // Makes it where it is missing.
   bool Revive() const;
 
   void Remove();
@@ -58,5 +64,8 @@ class Ticket {
   std::unique_ptr<LibMirevo::Lock> lock_;
   Json::Value content_;
 };
+
+// Sees to it that an open stream has its directory. False when there is no such stream.
+bool ReviveDirectory(const std::string& streamId);
 
 }  // namespace webapi

@@ -31,7 +31,7 @@ find_package(orvoqmx REQUIRED)
 add_executable(consumer consumer.cpp)
 target_link_libraries(consumer PRIVATE orvoqmx::orvoqmx)
 END
-  cmake -S "$work/source" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
+  cmake -G Ninja -S "$work/source" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_COMPILER="$compiler" > "$work/configure.log" 2>&1 || { cat "$work/configure.log"; exit 1; }
   cmake --build "$work/build" > "$work/build.log" 2>&1 || { cat "$work/build.log"; exit 1; }
   cp "$work/build/consumer" "$work/consumer"

@@ -168,8 +168,9 @@ int Serve(const Options& options) {
   serve::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string package = orvo::SystemPath(kPackageFolder);
-  const pid_t server =
-      serve::Start({package + "player", package + "webapi", state, port}, std::move(socket));
+  const pid_t server = serve::Start(
+      {package + "player", package + "webapi", state, orvo::SystemPath("/tmp/Mirevo"), port},
+      std::move(socket));
   if (server < 0) {
     std::cerr << "the web server could not be started: " << std::strerror(errno) << "\n";
     return 1;

@@ -62,9 +62,14 @@ std::string Configuration(const WebServer& server) {
        "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\" )");
   line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + " )");
   line("cgi.assign", "( \"entry.cgi\" => \"\" )");
+  // Segments go out by the web server itself, from the streams' directories and nowhere else.
+  std::string environment = "( \"MIREVO_SENDFILE\" => \"X-Sendfile\"";
   if (const char* sysroot = secure_getenv("ORVO_SYSROOT"); sysroot != nullptr) {
-    line("setenv.set-environment", "( \"ORVO_SYSROOT\" => " + Quoted(sysroot) + " )");
+    environment += ", \"ORVO_SYSROOT\" => " + Quoted(sysroot);
   }
+  line("setenv.set-environment", environment + " )");
+  line("cgi.x-sendfile", "\"enable\"");
+  line("cgi.x-sendfile-docroot", "( " + Quoted(server.streamFolder + "/") + " )");
   line("setenv.add-response-header",
        "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; style-src "
        "'self' 'unsafe-inline'\", "

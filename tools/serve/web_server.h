@@ -17,6 +17,7 @@ struct WebServer {
   std::string pageFolder;    // served as it is
   std::string webapiFolder;  // holds entry.cgi
   std::string stateFolder;   // for the configuration and the log
+  std::string streamFolder;  // what requests send by name lies here
   int port = 0;
 };
 

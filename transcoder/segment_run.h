@@ -1,0 +1,20 @@
+// A run of FFmpeg whose output becomes segments.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "transcoder/segment_cutter.h"
+
+namespace orvo::transcoder {
+
+// Runs `command`, which writes a transport stream to its standard output, and cuts that into
+// segments until it ends. This process stays, so that its process id is the transcoder's; SIGINT
+// and SIGTERM go on to FFmpeg, which does not outlive it in any case. Returns FFmpeg's exit code,
+// or 128 and the number of the signal that ended it.
+//
+// A segment that is cut short by a signal or by a failure to write loses its file. Where the film
+// has nothing to show, the first segment is an empty file, so that nobody waits for it.
+int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan);
+
+}  // namespace orvo::transcoder

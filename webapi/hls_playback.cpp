@@ -1,0 +1,143 @@
+#include "webapi/hls_playback.h"
+
+#include <algorithm>
+#include <cctype>
+#include <optional>
+
+#include "policy/profile_traits.h"
+#include "policy/trans_loading.h"
+#include "stream/http_live_stream.h"
+#include "util/qmxutils.h"
+#include "webapi/send_file.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::HttpLiveStream;
+using LibOrvoQMX::QMXMetaData;
+
+constexpr char kKind[] = "HLS";
+constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
+constexpr char kSegmentType[] = "video/mp2t";
+constexpr int64_t kMaxFragment = 9999999;
+
+// Playlists name what they list relative to their own address.
+constexpr char kProgram[] = "entry.cgi";
+
+// What the segments' addresses repeat of a request.
+Json::Value StreamRequest(const Ticket& ticket) {
+  Json::Value request(Json::objectValue);
+  request["url"] = kProgram;
+  request["format"] = "hls";
+  request["api"] = "ORVO.Mirevo2.Streaming";
+  request["version"] = 1;
+  request["method"] = "stream";
+  request["force_open_qmx"] = ticket.Parameter("force_open_qmx") == "true";
+  return request;
+}
+
+// What the subtitles' addresses consist of; without "subtitle_id" for a stream without subtitles.
+Json::Value SubtitleOptions(const Ticket& ticket) {
+  Json::Value options(Json::objectValue);
+  const std::string subtitleId = ticket.Parameter("subtitle_id");
+  if (!subtitleId.empty()) {
+    options["url"] = kProgram;
+    options["id"] = ticket.StreamId();
+    options["subtitle_id"] = subtitleId;
+    options["uid"] = 0U;
+    options["subtitle_codepage"] = ticket.Parameter("subtitle_codepage");
+    options["api"] = "ORVO.Mirevo2.Subtitle";
+    options["version"] = "1";
+    options["method"] = "get";
+  }
+  return options;
+}
+
+// Makes anew what an idle time has removed, so that a viewer may pause as long as he likes.
+Answer Revive(const std::string& streamId) {
+  const auto ticket = Ticket::Take(streamId);
+  if (!ticket || ticket->Kind() != kKind) {
+    return Answer::Failure(kNotFound, kStreamClosed);
+  }
+  if (ticket->HasDirectory()) {
+    return Answer::Sent();
+  }
+  Json::Value ignored;
+  return ticket->Revive() ? PrepareHls(*ticket, ignored) : Answer::Failure("TransSapceNotEnough");
+}
+
+// Tells the monitor that somebody is still watching.
+void MarkAccess(const HttpLiveStream& stream) {
+  LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("access_status"), "1");
+}
+
+Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
+  const std::string type = request.Text("playlist_type");
+  const std::string path = stream.GetMainfest(type, request.Text("subtitle_id"));
+  if (path.empty() || !SendFile(path, kPlaylistType, request.Method() == "HEAD")) {
+    return Answer::Failure(kNotFound, "This stream has no such playlist.");
+  }
+  return Answer::Sent();
+}
+
+// Is there a place for the transcoder that this stream needs?
+bool IsBusy(const std::string& profileValue) {
+  const auto traits = LibOrvoQMX::ProfileTraits::Of(profileValue);
+  return !traits.remux && !LibMirevo::TransLoading().TransEnable(traits.hardware);
+}
+
+Answer SendSegment(const Request& request, HttpLiveStream& stream) {
+  QMXMetaData record(stream.GetStreamID(), kKind);
+  record.LoadMetaData();
+  const auto number = request.Number("fragment_id", kMaxFragment);
+  if (!number) {
+    return Answer::Failure(kBadRequest, "The fragment_id must be the number of a segment.");
+  }
+  const int start = stream.CalculateSeekTime(static_cast<int>(*number));
+  if (start < 0 || start >= static_cast<int64_t>(record.GetDuration()) * 1000) {
+    return Answer::Failure(kNotFound, "The film ends before this segment.");
+  }
+  const std::string fragment = std::to_string(*number);
+  if (request.Method() == "HEAD") {
+    SendFileHeaders(kSegmentType);
+    return Answer::Sent();
+  }
+  if (!stream.Transcoding(fragment)) {
+    return Answer::Failure(kInternal, "The transcoder could not be started.");
+  }
+  const std::string path = stream.ReadFragment(fragment);
+  if (path.empty()) {
+    return Answer::Failure(IsBusy(record.GetProfileValue()) ? "TransEnable" : "NotReady");
+  }
+  return SendFile(path, kSegmentType, false) ? Answer::Sent() : Answer::Failure("NotReady");
+}
+
+}  // namespace
+
+Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
+  HttpLiveStream stream(ticket.StreamId());
+  if (stream.Init(StreamRequest(ticket), SubtitleOptions(ticket), ticket.Parameter("audio_id"),
+                  ticket.Parameter("audio_format"))) {
+    MarkAccess(stream);
+    data["content_type"] = kPlaylistType;
+    return Answer::Sent();
+  }
+  stream.Close();
+  return Answer::Failure(stream.GetErrorString());
+}
+
+Answer PlayHls(const Request& request, const std::string& streamId) {
+  const Answer revived = Revive(streamId);
+  if (revived.IsFailure()) {
+    return revived;
+  }
+  HttpLiveStream stream(streamId);
+  MarkAccess(stream);
+  return request.Has("fragment_id") ? SendSegment(request, stream) : SendPlaylist(request, stream);
+}
+
+void CloseHls(const std::string& streamId) {
+  HttpLiveStream(streamId).Close();
+}
+
+}  // namespace webapi
