@@ -10,6 +10,7 @@
 #include <ctime>
 #include <limits>
 
+#include "platform/plat.h"
 #include "stream/http_live_stream.h"
 #include "stream/stream_lock.h"
 #include "stream/stream_watch.h"
@@ -134,8 +135,13 @@ bool HttpLiveStream::VerifyFragmentIsReady(const std::string& fragment) const {
 // Is there nobody left who could produce another segment? The latest restart has named its monitor,
 // and that one has ended.
 bool HttpLiveStream::IsPipelineOver() const {
-  return !IsFFmpegRun() &&
-         IsYounger(GetQMXFileFullPath("monitor.pid"), GetQMXFileFullPath("request_sequence"));
+  const std::string path = GetQMXFileFullPath("monitor.pid");
+  if (!IsYounger(path, GetQMXFileFullPath("request_sequence"))) {
+    return false;
+  }
+  // Read after the look at its age, so that it is that monitor's. Empty while it is being written.
+  const std::string monitor = ReadFile(path);
+  return !monitor.empty() && !PlatProcAlive(ParseNumber(monitor));
 }
 
 std::string HttpLiveStream::ReadFragment(const std::string& fragment) {

@@ -54,163 +54,191 @@ class HlsSegments : public test::HlsTest {
 };
 
 TEST_F(HlsSegments, HaveFilesByNumber) {
-  const HttpLiveStream stream(kId);
-  EXPECT_EQ(stream.GetSegmentTsPath(7), Path(Slice(7)));
-  EXPECT_EQ(stream.GetSegmentTsPath(123456), Path(File("slice-123456.ts")));
+  On("avoton", [this] {
+    const HttpLiveStream stream(kId);
+    EXPECT_EQ(stream.GetSegmentTsPath(7), Path(Slice(7)));
+    EXPECT_EQ(stream.GetSegmentTsPath(123456), Path(File("slice-123456.ts")));
+  });
 }
 
 TEST_F(HlsSegments, BeginAtMultiplesOfTheirLength) {
-  HttpLiveStream stream(kId);
-  EXPECT_EQ(stream.CalculateSeekTime(0), 0);
-  EXPECT_EQ(stream.CalculateSeekTime(7), 35000);
-  EXPECT_EQ(stream.CalculateSeekTime(-1), -1);
-  EXPECT_EQ(stream.CalculateSeekTime(2147483647), -1);
-  EXPECT_EQ(stream.GetSegmentTimeDelta(0), 0);
-  EXPECT_EQ(stream.GetSegmentTimeDelta(2), -10);
-  EXPECT_EQ(stream.GetSeekTimeInMillisecond(), 0);
+  On("avoton", [this] {
+    HttpLiveStream stream(kId);
+    EXPECT_EQ(stream.CalculateSeekTime(0), 0);
+    EXPECT_EQ(stream.CalculateSeekTime(7), 35000);
+    EXPECT_EQ(stream.CalculateSeekTime(-1), -1);
+    EXPECT_EQ(stream.CalculateSeekTime(2147483647), -1);
+    EXPECT_EQ(stream.GetSegmentTimeDelta(0), 0);
+    EXPECT_EQ(stream.GetSegmentTimeDelta(2), -10);
+    EXPECT_EQ(stream.GetSeekTimeInMillisecond(), 0);
+  });
 }
 
 TEST_F(HlsSegments, OnTheirWayAreWaitedFor) {
-  const auto monitor = StartMonitor();
-  Write(File("seek_time"), "10");
-  const HttpLiveStream stream(kId);
-  for (const char* near : {"10", "11", "14"}) {
-    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart(near)) << near;
-  }
-  for (const char* far : {"15", "9", "0", "100000"}) {
-    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart(far)) << far;
-  }
-  Finish(11);
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("15"));
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("16"));
-  Finish(3);
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("3"));
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("4"));
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("7"));
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    Write(File("seek_time"), "10");
+    const HttpLiveStream stream(kId);
+    for (const char* near : {"10", "11", "14"}) {
+      EXPECT_FALSE(stream.IsTransAndSegNeedToRestart(near)) << near;
+    }
+    for (const char* far : {"15", "9", "0", "100000"}) {
+      EXPECT_TRUE(stream.IsTransAndSegNeedToRestart(far)) << far;
+    }
+    Finish(11);
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("15"));
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("16"));
+    Finish(3);
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("3"));
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("4"));
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("7"));
+  });
 }
 
 TEST_F(HlsSegments, NearTheStartAreReckonedFromTheFirst) {
-  const auto monitor = StartMonitor();
-  const HttpLiveStream stream(kId);
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("3"));
-  Finish(0);
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("3"));
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("4"));
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("5"));
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    const HttpLiveStream stream(kId);
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("3"));
+    Finish(0);
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("3"));
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("4"));
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("5"));
+  });
 }
 
 TEST_F(HlsSegments, ThatNobodyWritesNeedAStartUnlessTheyAreThere) {
-  const HttpLiveStream stream(kId);
-  Finish(3);
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("3"));
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("4"));
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart(""));
-  EXPECT_FALSE(HttpLiveStream("").IsTransAndSegNeedToRestart("4"));
-  // The rule about a near start asks nothing of the transcoder.
-  Write(File("seek_time"), "4");
-  EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("8"));
-  // What is no number counts as 0.
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("x"));
-  EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("99999999999999999999"));
+  On("avoton", [this] {
+    const HttpLiveStream stream(kId);
+    Finish(3);
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("3"));
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("4"));
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart(""));
+    EXPECT_FALSE(HttpLiveStream("").IsTransAndSegNeedToRestart("4"));
+    // The rule about a near start asks nothing of the transcoder.
+    Write(File("seek_time"), "4");
+    EXPECT_FALSE(stream.IsTransAndSegNeedToRestart("8"));
+    // What is no number counts as 0.
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("x"));
+    EXPECT_TRUE(stream.IsTransAndSegNeedToRestart("99999999999999999999"));
+  });
 }
 
 TEST_F(HlsSegments, AreCompleteOnceTheirSuccessorIsThere) {
-  const auto monitor = StartMonitor();
-  const HttpLiveStream stream(kId);
-  EXPECT_FALSE(stream.VerifyFragmentIsReady("7"));
-  Finish(7);
-  EXPECT_FALSE(stream.VerifyFragmentIsReady("7"));
-  Finish(8);
-  EXPECT_TRUE(stream.VerifyFragmentIsReady("7"));
-  EXPECT_FALSE(stream.VerifyFragmentIsReady("8"));
-  EXPECT_FALSE(stream.VerifyFragmentIsReady(""));
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    const HttpLiveStream stream(kId);
+    EXPECT_FALSE(stream.VerifyFragmentIsReady("7"));
+    Finish(7);
+    EXPECT_FALSE(stream.VerifyFragmentIsReady("7"));
+    Finish(8);
+    EXPECT_TRUE(stream.VerifyFragmentIsReady("7"));
+    EXPECT_FALSE(stream.VerifyFragmentIsReady("8"));
+    EXPECT_FALSE(stream.VerifyFragmentIsReady(""));
+  });
 }
 
 TEST_F(HlsSegments, AreCompleteOnceNobodyWritesAnyMore) {
-  const auto monitor = StartMonitor();
-  Finish(7);
-  const HttpLiveStream stream(kId);
-  EXPECT_FALSE(stream.VerifyFragmentIsReady("7"));
-  monitor->Kill(SIGKILL);
-  monitor->WaitUntilZombie();
-  EXPECT_TRUE(stream.VerifyFragmentIsReady("7"));
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    Finish(7);
+    const HttpLiveStream stream(kId);
+    EXPECT_FALSE(stream.VerifyFragmentIsReady("7"));
+    monitor->Kill(SIGKILL);
+    monitor->WaitUntilZombie();
+    EXPECT_TRUE(stream.VerifyFragmentIsReady("7"));
+  });
 }
 
 TEST_F(HlsSegments, AreServedTheMomentTheyAreComplete) {
-  const double start = test::Now();
-  for (int i = 0; i < 5; ++i) {
-    const auto monitor = StartMonitor();
-    Finish(7);
-    EXPECT_EQ(WaitFor([&] { Finish(8); }), Path(Slice(7)));
-    unlink(Path(Slice(8)).c_str());
-    EXPECT_EQ(WaitFor([&] { monitor->Kill(SIGKILL); }), Path(Slice(7)));
-  }
-  // Ten looks a second later would take ten seconds.
-  EXPECT_LT(test::Now() - start, 5);
+  On("avoton", [this] {
+    const double start = test::Now();
+    for (int i = 0; i < 5; ++i) {
+      const auto monitor = StartMonitor();
+      Finish(7);
+      EXPECT_EQ(WaitFor([&] { Finish(8); }), Path(Slice(7)));
+      unlink(Path(Slice(8)).c_str());
+      EXPECT_EQ(WaitFor([&] { monitor->Kill(SIGKILL); }), Path(Slice(7)));
+    }
+    // Ten looks a second later would take ten seconds.
+    EXPECT_LT(test::Now() - start, 5);
+  });
 }
 
 TEST_F(HlsSegments, AreGivenUpTheMomentANewerRequestRestartsTheStream) {
-  const auto monitor = StartMonitor();
-  Finish(7);
-  const double start = test::Now();
-  for (int i = 0; i < 5; ++i) {
-    EXPECT_EQ(WaitFor([] { HttpLiveStream(kId).WriteSequence(); }, "own"), "");
-  }
-  EXPECT_LT(test::Now() - start, 3);
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    Finish(7);
+    const double start = test::Now();
+    for (int i = 0; i < 5; ++i) {
+      EXPECT_EQ(WaitFor([] { HttpLiveStream(kId).WriteSequence(); }, "own"), "");
+    }
+    EXPECT_LT(test::Now() - start, 3);
+  });
 }
 
 TEST_F(HlsSegments, AreGivenUpWithTheStream) {
-  const auto monitor = StartMonitor();
-  EXPECT_EQ(WaitFor([&] {
-              std::filesystem::remove_all(Path("/volume1/@tmp/Mirevo/HLS/" + std::string(kId)));
-            }),
-            "");
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    EXPECT_EQ(WaitFor([&] {
+                std::filesystem::remove_all(Path("/volume1/@tmp/Mirevo/HLS/" + std::string(kId)));
+              }),
+              "");
+  });
 }
 
 TEST_F(HlsSegments, AreGivenUpWhenTheirMonitorHasEndedWithoutThem) {
-  HttpLiveStream(kId).WriteSequence();
-  const auto monitor = StartMonitor();
-  // The clock of files ticks coarsely.
-  struct stat sequence {};
-  ASSERT_EQ(stat(Path(File("request_sequence")).c_str(), &sequence), 0);
-  const timespec times[2] = {{0, UTIME_OMIT}, {sequence.st_mtim.tv_sec + 1, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, Path(File("monitor.pid")).c_str(), times, 0), 0);
-  EXPECT_EQ(WaitFor([&] { monitor->Kill(SIGKILL); }), "");
+  On("avoton", [this] {
+    HttpLiveStream(kId).WriteSequence();
+    const auto monitor = StartMonitor();
+    // The clock of files ticks coarsely.
+    struct stat sequence {};
+    ASSERT_EQ(stat(Path(File("request_sequence")).c_str(), &sequence), 0);
+    const timespec times[2] = {{0, UTIME_OMIT}, {sequence.st_mtim.tv_sec + 1, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, Path(File("monitor.pid")).c_str(), times, 0), 0);
+    EXPECT_EQ(WaitFor([&] { monitor->Kill(SIGKILL); }), "");
+  });
 }
 
 TEST_F(HlsSegments, OfNoStreamAreNotWaitedFor) {
-  EXPECT_EQ(HttpLiveStream("").ReadFragment("7"), "");
-  EXPECT_EQ(HttpLiveStream(kId).ReadFragment(""), "");
-  EXPECT_EQ(HttpLiveStream("unknown").ReadFragment("7"), "");
+  On("avoton", [this] {
+    EXPECT_EQ(HttpLiveStream("").ReadFragment("7"), "");
+    EXPECT_EQ(HttpLiveStream(kId).ReadFragment(""), "");
+    EXPECT_EQ(HttpLiveStream("unknown").ReadFragment("7"), "");
+  });
 }
 
 TEST_F(HlsSegments, AreAskedForInASequence) {
-  HttpLiveStream first(kId);
-  HttpLiveStream second(kId);
-  EXPECT_TRUE(first.CheckSequence());
-  const std::string text = first.WriteSequence();
-  EXPECT_TRUE(std::regex_match(text, std::regex("[0-9]+\\.[0-9]{9}"))) << text;
-  EXPECT_EQ(Read(File("request_sequence")), text);
-  EXPECT_TRUE(first.CheckSequence());
-  second.WriteSequence();
-  EXPECT_FALSE(first.CheckSequence());
-  EXPECT_TRUE(second.CheckSequence());
-  EXPECT_TRUE(HttpLiveStream(kId).CheckSequence());
+  On("avoton", [this] {
+    HttpLiveStream first(kId);
+    HttpLiveStream second(kId);
+    EXPECT_TRUE(first.CheckSequence());
+    const std::string text = first.WriteSequence();
+    EXPECT_TRUE(std::regex_match(text, std::regex("[0-9]+\\.[0-9]{9}"))) << text;
+    EXPECT_EQ(Read(File("request_sequence")), text);
+    EXPECT_TRUE(first.CheckSequence());
+    second.WriteSequence();
+    EXPECT_FALSE(first.CheckSequence());
+    EXPECT_TRUE(second.CheckSequence());
+    EXPECT_TRUE(HttpLiveStream(kId).CheckSequence());
+  });
 }
 
 TEST_F(HlsSegments, ComparesSequencesAsTexts) {
-  HttpLiveStream stream(kId);
-  const std::string own = stream.WriteSequence();
-  const struct {
-    std::string stored;
-    bool isLatest;
-  } rows[] = {{"", true},  {own, true},  {own.substr(0, own.size() - 1), true},
-              {"/", true}, {":", false}, {own + "0", false},
-              {"0", true}};
-  for (const auto& row : rows) {
-    Write(File("request_sequence"), row.stored);
-    EXPECT_EQ(stream.CheckSequence(), row.isLatest) << row.stored;
-  }
+  On("avoton", [this] {
+    HttpLiveStream stream(kId);
+    const std::string own = stream.WriteSequence();
+    const struct {
+      std::string stored;
+      bool isLatest;
+    } rows[] = {{"", true},  {own, true},  {own.substr(0, own.size() - 1), true},
+                {"/", true}, {":", false}, {own + "0", false},
+                {"0", true}};
+    for (const auto& row : rows) {
+      Write(File("request_sequence"), row.stored);
+      EXPECT_EQ(stream.CheckSequence(), row.isLatest) << row.stored;
+    }
+  });
 }
 
 }  // namespace

@@ -58,152 +58,176 @@ class HlsSubtitles : public test::HlsTest {
 constexpr char kVariant[] = "\n#EXT-X-STREAM-INF:BANDWIDTH=300000,CODECS=\"mp4a.40.2,avc1.42001e\"";
 
 TEST_F(HlsSubtitles, OfOneTrackMakeAnIndexWithOneRendition) {
-  EXPECT_EQ(Index("/volume1/video/a b.srt"),
-            "#EXTM3U\n\n" + Rendition("Undefined", "YES", "%2Fvolume1%2Fvideo%2Fa%20b.srt") +
-                kVariant + ",SUBTITLES=\"subs\"\n" + Address() +
-                "&playlist_type=video\n#EXT-X-ENDLIST");
+  On("avoton", [this] {
+    EXPECT_EQ(Index("/volume1/video/a b.srt"),
+              "#EXTM3U\n\n" + Rendition("Undefined", "YES", "%2Fvolume1%2Fvideo%2Fa%20b.srt") +
+                  kVariant + ",SUBTITLES=\"subs\"\n" + Address() +
+                  "&playlist_type=video\n#EXT-X-ENDLIST");
+  });
 }
 
 TEST_F(HlsSubtitles, ThatThereAreNotMakeAnIndexOfTheVideoAlone) {
-  EXPECT_EQ(Index("all"), std::string("#EXTM3U\n\n") + kVariant + "\n" + Address() +
-                              "&playlist_type=video\n#EXT-X-ENDLIST");
+  On("avoton", [this] {
+    EXPECT_EQ(Index("all"), std::string("#EXTM3U\n\n") + kVariant + "\n" + Address() +
+                                "&playlist_type=video\n#EXT-X-ENDLIST");
+  });
 }
 
 TEST_F(HlsSubtitles, OfOneLanguageGetNamesOfTheirOwn) {
-  AddFiles({"movie.eng.srt", "movie.eng.ass", "movie.shooter-1.srt"});
-  AddTrack("3", "subrip", "eng");
-  const std::string index = Index("all");
-  const size_t first = index.find("LANGUAGE=\"eng\",NAME=\"eng\",DEFAULT=YES");
-  const size_t second = index.find("LANGUAGE=\"eng-2\",NAME=\"eng-2\",DEFAULT=NO");
-  const size_t third = index.find("LANGUAGE=\"eng-3\",NAME=\"eng-3\",DEFAULT=NO");
-  EXPECT_LT(first, second);
-  EXPECT_LT(second, third);
-  EXPECT_NE(third, std::string::npos) << index;
-  EXPECT_NE(index.find("&subtitle_id=%223%22&playlist_type"), std::string::npos);
+  On("avoton", [this] {
+    AddFiles({"movie.eng.srt", "movie.eng.ass", "movie.shooter-1.srt"});
+    AddTrack("3", "subrip", "eng");
+    const std::string index = Index("all");
+    const size_t first = index.find("LANGUAGE=\"eng\",NAME=\"eng\",DEFAULT=YES");
+    const size_t second = index.find("LANGUAGE=\"eng-2\",NAME=\"eng-2\",DEFAULT=NO");
+    const size_t third = index.find("LANGUAGE=\"eng-3\",NAME=\"eng-3\",DEFAULT=NO");
+    EXPECT_LT(first, second);
+    EXPECT_LT(second, third);
+    EXPECT_NE(third, std::string::npos) << index;
+    EXPECT_NE(index.find("&subtitle_id=%223%22&playlist_type"), std::string::npos);
+  });
 }
 
 TEST_F(HlsSubtitles, UnderTheOlderApiAreNotQuoted) {
-  Json::Value request = Request();
-  request.removeMember("api");
-  Json::Value options;
-  options["subtitle_id"] = "abc-1_2.~x";
-  ASSERT_TRUE(Stream().GenIndexPlaylist(request, options));
-  EXPECT_NE(Read(File(std::string(kId) + ".m3u8")).find("&subtitle_id=abc-1_2.~x&playlist_type"),
-            std::string::npos);
+  On("avoton", [this] {
+    Json::Value request = Request();
+    request.removeMember("api");
+    Json::Value options;
+    options["subtitle_id"] = "abc-1_2.~x";
+    ASSERT_TRUE(Stream().GenIndexPlaylist(request, options));
+    EXPECT_NE(Read(File(std::string(kId) + ".m3u8")).find("&subtitle_id=abc-1_2.~x&playlist_type"),
+              std::string::npos);
+  });
 }
 
 TEST_F(HlsSubtitles, BesideTheFilmAreFoundWhateverTheirCase) {
-  AddFiles({"movie.ENG.SRT", "movie.shooter-10.sMi", "movie.en.ssa", "movie.ass", "other.srt",
-            "movie2.srt", "movie.txt", "movie.eng.srt.bak"});
-  EXPECT_EQ(Stream().GetExternalSubtitle(),
-            (Entries{{Beside("movie.ENG.SRT"), "ENG"},
-                     {Beside("movie.en.ssa"), "External"},
-                     {Beside("movie.ass"), "External"},
-                     {Beside("movie.shooter-10.sMi"), "External"}}));
+  On("avoton", [this] {
+    AddFiles({"movie.ENG.SRT", "movie.shooter-10.sMi", "movie.en.ssa", "movie.ass", "other.srt",
+              "movie2.srt", "movie.txt", "movie.eng.srt.bak"});
+    EXPECT_EQ(Stream().GetExternalSubtitle(),
+              (Entries{{Beside("movie.ENG.SRT"), "ENG"},
+                       {Beside("movie.en.ssa"), "External"},
+                       {Beside("movie.ass"), "External"},
+                       {Beside("movie.shooter-10.sMi"), "External"}}));
+  });
 }
 
 TEST_F(HlsSubtitles, InTheFilmAreTextOnly) {
-  AddTrack("3", "subrip", "ger");
-  AddTrack("4", "hdmv_pgs_subtitle", "eng");
-  AddTrack("5", "ass", "en");
-  AddTrack("6", "mov_text", "shooter-9");
-  EXPECT_EQ(Stream().GetInternalSubtitle(),
-            (Entries{{"3", "ger"}, {"5", "Internal"}, {"6", "shooter-9"}}));
-  record_["container_type"] = "mov,mp4,m4a,3gp,3g2,mj2";
-  EXPECT_EQ(Stream().GetInternalSubtitle().size(), 3U);
-  record_["container_type"] = "mpegts";
-  EXPECT_EQ(Stream().GetInternalSubtitle(), Entries());
+  On("avoton", [this] {
+    AddTrack("3", "subrip", "ger");
+    AddTrack("4", "hdmv_pgs_subtitle", "eng");
+    AddTrack("5", "ass", "en");
+    AddTrack("6", "mov_text", "shooter-9");
+    EXPECT_EQ(Stream().GetInternalSubtitle(),
+              (Entries{{"3", "ger"}, {"5", "Internal"}, {"6", "shooter-9"}}));
+    record_["container_type"] = "mov,mp4,m4a,3gp,3g2,mj2";
+    EXPECT_EQ(Stream().GetInternalSubtitle().size(), 3U);
+    record_["container_type"] = "mpegts";
+    EXPECT_EQ(Stream().GetInternalSubtitle(), Entries());
+  });
 }
 
 TEST_F(HlsSubtitles, OfAnIdAreThatOneOrAll) {
-  AddFiles({"movie.eng.srt"});
-  AddTrack("3", "ssa", "fre");
-  EXPECT_EQ(Stream().GetSubtitleMap(""), Entries());
-  EXPECT_EQ(Stream().GetSubtitleMap("3"), (Entries{{"3", "Undefined"}}));
-  EXPECT_EQ(Stream().GetSubtitleMap("all"),
-            (Entries{{Beside("movie.eng.srt"), "eng"}, {"3", "fre"}}));
+  On("avoton", [this] {
+    AddFiles({"movie.eng.srt"});
+    AddTrack("3", "ssa", "fre");
+    EXPECT_EQ(Stream().GetSubtitleMap(""), Entries());
+    EXPECT_EQ(Stream().GetSubtitleMap("3"), (Entries{{"3", "Undefined"}}));
+    EXPECT_EQ(Stream().GetSubtitleMap("all"),
+              (Entries{{Beside("movie.eng.srt"), "eng"}, {"3", "fre"}}));
+  });
 }
 
 TEST_F(HlsSubtitles, LanguagesAreCodesOrShooterTags) {
-  const struct {
-    const char* language;
-    const char* expected;
-  } rows[] = {{"eng", "eng"},
-              {"ENG", "ENG"},
-              {"en", "Internal"},
-              {"engl", "Internal"},
-              {"e1g", "Internal"},
-              {"\xC3\xA9g", "Internal"},
-              {"shooter-1", "shooter-1"},
-              {"shooter-10", "Internal"},
-              {"shooter-x", "Internal"},
-              {"shooter-", "Internal"},
-              {"", "Internal"}};
-  for (const auto& row : rows) {
-    record_["track_info"]["subtitle"] = Json::Value(Json::arrayValue);
-    AddTrack("3", "subrip", row.language);
-    EXPECT_EQ(Stream().GetInternalSubtitle(), (Entries{{"3", row.expected}})) << row.language;
-  }
-  record_["track_info"]["subtitle"][0]["language"] = 5;
-  EXPECT_EQ(Stream().GetInternalSubtitle(), (Entries{{"3", "Internal"}}));
+  On("avoton", [this] {
+    const struct {
+      const char* language;
+      const char* expected;
+    } rows[] = {{"eng", "eng"},
+                {"ENG", "ENG"},
+                {"en", "Internal"},
+                {"engl", "Internal"},
+                {"e1g", "Internal"},
+                {"\xC3\xA9g", "Internal"},
+                {"shooter-1", "shooter-1"},
+                {"shooter-10", "Internal"},
+                {"shooter-x", "Internal"},
+                {"shooter-", "Internal"},
+                {"", "Internal"}};
+    for (const auto& row : rows) {
+      record_["track_info"]["subtitle"] = Json::Value(Json::arrayValue);
+      AddTrack("3", "subrip", row.language);
+      EXPECT_EQ(Stream().GetInternalSubtitle(), (Entries{{"3", row.expected}})) << row.language;
+    }
+    record_["track_info"]["subtitle"][0]["language"] = 5;
+    EXPECT_EQ(Stream().GetInternalSubtitle(), (Entries{{"3", "Internal"}}));
+  });
 }
 
 TEST_F(HlsSubtitles, AreAddressedByTheOptions) {
-  Json::Value options = test::ParseText(R"({"url": "s.cgi", "id": 7, "subtitle_id": "x",
+  On("avoton", [this] {
+    Json::Value options = test::ParseText(R"({"url": "s.cgi", "id": 7, "subtitle_id": "x",
       "uid": 4294967295, "subtitle_codepage": "utf-8", "api": "ORVO.Mirevo2.Subtitle",
       "version": 2, "method": "get", "_sid": "s", "OrvoToken": "o"})");
-  const HttpLiveStream stream = Stream();
-  EXPECT_EQ(stream.GetSubtitleURL(options),
-            "s.cgi?id=7&subtitle_id=%22__ORVO_SUBTITLE_ID_PLACEHOLDER__%22&uid=4294967295"
-            "&subtitle_codepage=utf-8&api=ORVO.Mirevo2.Subtitle&version=2&method=get&_sid=s"
-            "&OrvoToken=o");
-  EXPECT_EQ(stream.GetSubtitleURL(test::ParseText(
-                R"({"url": "s?", "subtitle_id": "x", "uid": 1, "subtitle_codepage": ""})")),
-            "s?&subtitle_id=__ORVO_SUBTITLE_ID_PLACEHOLDER__&uid=1");
-  for (const char* member : {"url", "subtitle_id", "uid"}) {
-    Json::Value less = options;
-    less.removeMember(member);
-    EXPECT_EQ(stream.GetSubtitleURL(less), "") << member;
-  }
-  EXPECT_EQ(stream.GetSubtitleURL(Json::nullValue), "");
+    const HttpLiveStream stream = Stream();
+    EXPECT_EQ(stream.GetSubtitleURL(options),
+              "s.cgi?id=7&subtitle_id=%22__ORVO_SUBTITLE_ID_PLACEHOLDER__%22&uid=4294967295"
+              "&subtitle_codepage=utf-8&api=ORVO.Mirevo2.Subtitle&version=2&method=get&_sid=s"
+              "&OrvoToken=o");
+    EXPECT_EQ(stream.GetSubtitleURL(test::ParseText(
+                  R"({"url": "s?", "subtitle_id": "x", "uid": 1, "subtitle_codepage": ""})")),
+              "s?&subtitle_id=__ORVO_SUBTITLE_ID_PLACEHOLDER__&uid=1");
+    for (const char* member : {"url", "subtitle_id", "uid"}) {
+      Json::Value less = options;
+      less.removeMember(member);
+      EXPECT_EQ(stream.GetSubtitleURL(less), "") << member;
+    }
+    EXPECT_EQ(stream.GetSubtitleURL(Json::nullValue), "");
+  });
 }
 
 TEST_F(HlsSubtitles, OfATrackGetTheirPlaylistFromTheTemplate) {
-  const HttpLiveStream stream = Stream();
-  Write(File("subtitle.m3u8.tpl"),
-        "#EXTM3U\nu&subtitle_id=__ORVO_SUBTITLE_ID_PLACEHOLDER__&x\n"
-        "__ORVO_SUBTITLE_ID_PLACEHOLDER__ __ORVO_SUBTITLE_ID_PLACEHOLDER__\n");
-  EXPECT_EQ(stream.GetSubtitleManifestPath("/v/a b.srt"), Path(File("a b.srt.subtitle.m3u8")));
-  EXPECT_EQ(Read(File("a b.srt.subtitle.m3u8")),
-            "#EXTM3U\nu&subtitle_id=%2Fv%2Fa%20b.srt&x\n"
-            "%2Fv%2Fa%20b.srt __ORVO_SUBTITLE_ID_PLACEHOLDER__\n");
-  EXPECT_EQ(stream.GetSubtitleManifestPath("3"), Path(File("3.subtitle.m3u8")));
-  EXPECT_EQ(stream.GetSubtitleManifestPath(""), "");
-  EXPECT_EQ(stream.GetSubtitleManifestPath("/v/"), "");
-  EXPECT_EQ(test::TakeLogTexts(), List());
+  On("avoton", [this] {
+    const HttpLiveStream stream = Stream();
+    Write(File("subtitle.m3u8.tpl"),
+          "#EXTM3U\nu&subtitle_id=__ORVO_SUBTITLE_ID_PLACEHOLDER__&x\n"
+          "__ORVO_SUBTITLE_ID_PLACEHOLDER__ __ORVO_SUBTITLE_ID_PLACEHOLDER__\n");
+    EXPECT_EQ(stream.GetSubtitleManifestPath("/v/a b.srt"), Path(File("a b.srt.subtitle.m3u8")));
+    EXPECT_EQ(Read(File("a b.srt.subtitle.m3u8")),
+              "#EXTM3U\nu&subtitle_id=%2Fv%2Fa%20b.srt&x\n"
+              "%2Fv%2Fa%20b.srt __ORVO_SUBTITLE_ID_PLACEHOLDER__\n");
+    EXPECT_EQ(stream.GetSubtitleManifestPath("3"), Path(File("3.subtitle.m3u8")));
+    EXPECT_EQ(stream.GetSubtitleManifestPath(""), "");
+    EXPECT_EQ(stream.GetSubtitleManifestPath("/v/"), "");
+    EXPECT_EQ(test::TakeLogTexts(), List());
+  });
 }
 
 TEST_F(HlsSubtitles, WithoutATemplateOrAPlaceHaveNoPlaylist) {
-  const HttpLiveStream stream = Stream();
-  EXPECT_EQ(stream.GetSubtitleManifestPath("3"), "");
-  EXPECT_EQ(test::TakeLogTexts(),
-            List{"http_live_stream:N failed to open file " + Path(File("subtitle.m3u8.tpl"))});
-  Write(File("subtitle.m3u8.tpl"), "x\n");
-  MakeDirectory(File("3.subtitle.m3u8"));
-  EXPECT_EQ(stream.GetSubtitleManifestPath("3"), "");
-  EXPECT_EQ(test::TakeLogTexts(),
-            List{"http_live_stream:N failed to open output file " + Path(File("3.subtitle.m3u8"))});
+  On("avoton", [this] {
+    const HttpLiveStream stream = Stream();
+    EXPECT_EQ(stream.GetSubtitleManifestPath("3"), "");
+    EXPECT_EQ(test::TakeLogTexts(),
+              List{"http_live_stream:N failed to open file " + Path(File("subtitle.m3u8.tpl"))});
+    Write(File("subtitle.m3u8.tpl"), "x\n");
+    MakeDirectory(File("3.subtitle.m3u8"));
+    EXPECT_EQ(stream.GetSubtitleManifestPath("3"), "");
+    EXPECT_EQ(test::TakeLogTexts(), List{"http_live_stream:N failed to open output file " +
+                                         Path(File("3.subtitle.m3u8"))});
+  });
 }
 
 TEST_F(HlsSubtitles, AndVideoHavePlaylistsOfTheirOwn) {
-  HttpLiveStream stream = Stream();
-  Write(File("subtitle.m3u8.tpl"), "x\n");
-  EXPECT_EQ(stream.GetMainfest("video", "3"), Path(File("video.m3u8")));
-  EXPECT_EQ(stream.GetMainfest("subtitle", "3"), Path(File("3.subtitle.m3u8")));
-  for (const char* type : {"", "index", "Video"}) {
-    EXPECT_EQ(stream.GetMainfest(type, ""), Path(File(std::string(kId) + ".m3u8")));
-  }
-  EXPECT_EQ(HttpLiveStream("").GetMainfest("video", ""), "");
+  On("avoton", [this] {
+    HttpLiveStream stream = Stream();
+    Write(File("subtitle.m3u8.tpl"), "x\n");
+    EXPECT_EQ(stream.GetMainfest("video", "3"), Path(File("video.m3u8")));
+    EXPECT_EQ(stream.GetMainfest("subtitle", "3"), Path(File("3.subtitle.m3u8")));
+    for (const char* type : {"", "index", "Video"}) {
+      EXPECT_EQ(stream.GetMainfest(type, ""), Path(File(std::string(kId) + ".m3u8")));
+    }
+    EXPECT_EQ(HttpLiveStream("").GetMainfest("video", ""), "");
+  });
 }
 
 TEST(SubtitlePath, IsTakenApart) {

@@ -1,0 +1,130 @@
+// The program that stores key frame times, over real films.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "platform/unique_fd.h"
+#include "preprocess/preprocess_helper.h"
+#include "preprocess/preprocess_result.h"
+#include "support/processes.h"
+#include "support/sysroot.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using LibOrvoQMX::preprocess::PreprocessHelper;
+using LibOrvoQMX::preprocess::PreprocessResultWrapper;
+using LibOrvoQMX::preprocess::PreprocessUtil;
+using Times = std::vector<double>;
+
+class FilmAnalysis : public test::Sysroot {
+ protected:
+  // A film's copy, whose folder may be written to.
+  std::string Copy(const std::string& name) const {
+    fs::copy_file(test::Film(name), Path("/volume1/" + name));
+    return Path("/volume1/" + name);
+  }
+  int Analyze(const std::string& film) const {
+    test::Child program([&] {
+      const int log = open(Path("/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      dup2(log, STDERR_FILENO);
+      execl(ORVO_TEST_ANALYZE, ORVO_TEST_ANALYZE, film.c_str(), nullptr);
+    });
+    return program.Wait();
+  }
+  // The result of a film; the test fails where there is none.
+  PreprocessResultWrapper ResultOf(const std::string& name) const {
+    const std::string film = Copy(name);
+    EXPECT_EQ(Analyze(film), 0) << Read("/stderr");
+    PreprocessResultWrapper result;
+    const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
+    EXPECT_TRUE(result.ReadFromFile(path));
+    const auto folder = fs::directory_iterator(fs::path(path).parent_path());
+    EXPECT_EQ(std::distance(fs::begin(folder), fs::end(folder)), 1) << "nothing else is left";
+    return result;
+  }
+  // What ffprobe reads of a film's first video.
+  Times Probed(const std::string& name) const {
+    const std::string command =
+        "ffprobe -v error -select_streams v:0 -show_entries packet=pts_time,dts_time,flags "
+        "-of csv=p=0 '" +
+        test::Film(name) + "' | awk -F, '/K/ {print ($1 == \"N/A\" ? $2 : $1)}' > " +
+        Path("/probed");
+    EXPECT_EQ(PlatExec("/bin/sh", "-c", command), 0);
+    Times times;
+    std::istringstream lines(Read("/probed"));
+    for (double time = 0; lines >> time;) {
+      times.push_back(time);
+    }
+    return times;
+  }
+};
+
+TEST_F(FilmAnalysis, FindsEveryKeyFrameInEveryContainer) {
+  const struct {
+    const char* name;
+    double end;
+  } films[] = {{"h264_aac.mp4", 60}, {"h264_ac3.mkv", 60},  {"hevc10_aac.mov", 30},
+               {"mpeg2_mp2.ts", 30}, {"mpeg4_mp3.avi", 30}, {"vp9_opus.webm", 30},
+               {"portrait.mp4", 60}, {"two_audio.mkv", 60}};
+  for (const auto& film : films) {
+    SCOPED_TRACE(film.name);
+    const PreprocessResultWrapper result = ResultOf(film.name);
+    const Times probed = Probed(film.name);
+    const Times times = result.GetAllKeyframePtsTime();
+    ASSERT_EQ(times.size(), probed.size());
+    for (size_t i = 0; i < times.size(); ++i) {
+      EXPECT_NEAR(times[i], probed[i] - probed[0], 0.0001);
+    }
+    EXPECT_NEAR(result.end_time(), film.end, 0.05);
+    EXPECT_TRUE(PreprocessHelper(Path("/volume1/") + film.name, 8).IsAvailable());
+  }
+}
+
+TEST_F(FilmAnalysis, FindsWhatADamagedFilmStillHas) {
+  const PreprocessResultWrapper result = ResultOf("truncated.mkv");
+  EXPECT_EQ(result.GetAllKeyframePtsTime().size(), Probed("truncated.mkv").size());
+}
+
+TEST_F(FilmAnalysis, LeavesNothingForWhatIsNoFilm) {
+  for (const char* name : {"empty.mkv", "zeros.mkv", "text.mkv", "truncated.mp4", "no_video.mka",
+                           "playlist.mkv", "script.mkv"}) {
+    const std::string film = Copy(name);
+    EXPECT_EQ(Analyze(film), 1) << name;
+    EXPECT_EQ(Read("/stderr").rfind(film + ": ", 0), 0U) << Read("/stderr");
+  }
+  EXPECT_EQ(Analyze(Path("/volume1/missing.mkv")), 1);
+  EXPECT_FALSE(Exists("/volume1/@ea"));
+}
+
+TEST_F(FilmAnalysis, LeavesAnOlderResultWhereItCannotWrite) {
+  const std::string film = Copy("h264_aac.mp4");
+  Write("/volume1/@ea/h264_aac.mp4/ORVOVIDEO_PREPROCESS_V1/in_the_way", "");
+  EXPECT_EQ(Analyze(film), 1);
+  EXPECT_NE(Read("/stderr").find("cannot write"), std::string::npos);
+  EXPECT_TRUE(Exists("/volume1/@ea/h264_aac.mp4/ORVOVIDEO_PREPROCESS_V1/in_the_way"));
+  const auto folder = fs::directory_iterator(Path("/volume1/@ea/h264_aac.mp4"));
+  EXPECT_EQ(std::distance(fs::begin(folder), fs::end(folder)), 1);
+}
+
+TEST_F(FilmAnalysis, LeavesNothingWhenItIsInterrupted) {
+  const std::string film = Path("/volume1/film.ts");
+  ASSERT_EQ(mkfifo(film.c_str(), 0600), 0);
+  const orvo::UniqueFd feed(open(film.c_str(), O_RDWR | O_CLOEXEC));
+  test::Child program([&] { execl(ORVO_TEST_ANALYZE, ORVO_TEST_ANALYZE, film.c_str(), nullptr); });
+  // More than a pipe holds: when all of it is written, the program is reading.
+  ASSERT_TRUE(orvo::WriteAll(feed.Get(),
+                             test::ReadWhole(test::Film("mpeg2_mp2.ts")).substr(0, 1000 * 188)));
+  program.Kill(SIGTERM);
+  EXPECT_EQ(program.Wait(), 128 + SIGTERM);
+  EXPECT_FALSE(Exists("/volume1/@ea"));
+}
+
+}  // namespace
