@@ -1,0 +1,145 @@
+#include "transcoder/segment_translation.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <sstream>
+
+#include "transcoder/translation.h"
+
+namespace orvo::transcoder {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+Strings Words(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+Translation Translated(const std::string& line) {
+  Surroundings surroundings;
+  surroundings.executable = "/usr/bin/ffmpeg";
+  surroundings.canEncode = [](std::string_view) { return false; };
+  surroundings.lacksIndex = [](const std::string& film) { return film == "f.ts"; };
+  return Translate(Words(line), surroundings);
+}
+
+bool Contains(const Strings& list, const std::string& part) {
+  const Strings words = Words(part);
+  return std::search(list.begin(), list.end(), words.begin(), words.end()) != list.end();
+}
+
+std::string Value(const Strings& list, const std::string& option) {
+  const auto found = std::find(list.begin(), list.end(), option);
+  return found == list.end() || found + 1 == list.end() ? "" : *(found + 1);
+}
+
+constexpr char kSegmenting[] =
+    " -segment_format mpegts -segment_list_type m3u8 -hls_seek_time 10000 -segment_time 5"
+    " -segment_time_delta 0.000 -segment_start_number 2 -individual_header_trailer 0"
+    " -avoid_negative_ts 0 -break_non_keyframes 1 -map 0:v -map 0:a /d/slice-%05d.ts";
+
+Translation Transcode(const std::string& options, const std::string& film = "f.mkv") {
+  return Translated("-ss 10.000 -i " + film + " " + options + kSegmenting);
+}
+
+TEST(SegmentTranslation, WritesOneStreamForTheCutter) {
+  const Translation translation = Transcode("-vcodec libx264 -acodec aac -f segment");
+  ASSERT_TRUE(translation.segments);
+  EXPECT_EQ(translation.segments->pattern, "/d/slice-%05d.ts");
+  EXPECT_EQ(translation.segments->firstNumber, 2);
+  EXPECT_EQ(translation.segments->length, 5);
+  EXPECT_EQ(translation.segments->start, 10);
+  EXPECT_EQ(translation.segments->cuts, Cuts::kForced);
+  EXPECT_FALSE(translation.segments->startsAtOnce);
+  EXPECT_TRUE(Contains(translation.command, "-f mpegts pipe:1"));
+  for (const std::string& word : translation.command) {
+    EXPECT_EQ(word.find("segment"), std::string::npos) << word;
+    EXPECT_EQ(word.find("slice"), std::string::npos) << word;
+  }
+}
+
+TEST(SegmentTranslation, LeavesOtherOutputsAlone) {
+  const Translation translation = Translated("-i f -f segment -segment_time 5 -ar 8000 o");
+  EXPECT_FALSE(translation.segments);
+  EXPECT_TRUE(Contains(translation.command, "-f segment -segment_time 5 -ar 8000 o"));
+}
+
+TEST(SegmentTranslation, EntersTheFilmEarlyAndCutsThatOff) {
+  const Strings command = Transcode("-vcodec libx264 -vf yadif -acodec aac").command;
+  EXPECT_TRUE(Contains(command, "-ss 9.600"));
+  EXPECT_TRUE(Contains(command, "-vf yadif,trim=start=0.39999"));
+  EXPECT_TRUE(Contains(command, "-output_ts_offset 9.600"));
+  EXPECT_EQ(Value(command, "-force_key_frames").rfind("0.39999,5.39999,10.39999,", 0), 0u);
+}
+
+TEST(SegmentTranslation, StartsSoundOnTheSameGridInEveryRun) {
+  for (long milliseconds = 0; milliseconds < 3000000; milliseconds += 5000) {
+    for (const char* rate : {"48000", "44100", "32000", "22050"}) {
+      SegmentRequest request;
+      request.start = std::to_string(milliseconds);
+      request.soundRate = rate;
+      const SegmentEntry entry = EnterFilm(request);
+      const double sample = entry.seek * std::stod(rate) + static_cast<double>(entry.firstSample);
+      EXPECT_NEAR(sample / 18432, std::round(sample / 18432), 1e-6) << milliseconds << " " << rate;
+      EXPECT_GE(entry.firstSample, 0);
+      EXPECT_LE(static_cast<double>(entry.firstSample) / std::stod(rate),
+                std::max(0.0, entry.lead - 0.04));
+      EXPECT_LT(entry.lead, 1.1);
+    }
+  }
+}
+
+TEST(SegmentTranslation, EntersAFilmWithoutIndexEarlierStill) {
+  const Translation translation = Transcode("-vcodec libx264 -acodec aac", "f.ts");
+  EXPECT_TRUE(Contains(translation.command, "-ss 6.600"));
+  EXPECT_TRUE(Contains(translation.command, "-vf trim=start=3.39999"));
+}
+
+TEST(SegmentTranslation, StartsTheFilmAtItsStart) {
+  const Translation translation = Translated(
+      "-ss 0.000 -i f.ts -vcodec libx264 -hls_seek_time 0 -segment_start_number 0 /d/%d.ts");
+  ASSERT_TRUE(translation.segments);
+  EXPECT_TRUE(translation.segments->startsAtOnce);
+  EXPECT_TRUE(Contains(translation.command, "-ss 0.000"));
+  EXPECT_FALSE(Contains(translation.command, "-vf"));
+}
+
+TEST(SegmentTranslation, KeepsTheTickOfEncodersThatNeedIt) {
+  EXPECT_TRUE(Contains(Transcode("-vcodec libx264").command, "-enc_time_base:v 1:90000"));
+  EXPECT_TRUE(Contains(Transcode("-vcodec h264_smd").command, "-enc_time_base:v 1:90000"));
+  EXPECT_FALSE(Contains(Transcode("-vcodec other").command, "-enc_time_base:v"));
+}
+
+TEST(SegmentTranslation, CutsCopiedPicturesAtTheirKeyFramesOrAnywhere) {
+  const std::string remux =
+      "-ss 9.500 -i f -vcodec copy -bsf:v h264_mp4toannexb -acodec copy"
+      " -hls_seek_time 9500 -segment_time 8 -segment_start_number 1";
+  const Translation planned = Translated(remux + " -break_non_keyframes 0 /d/%d.ts");
+  ASSERT_TRUE(planned.segments);
+  EXPECT_EQ(planned.segments->cuts, Cuts::kKeyFrames);
+  EXPECT_EQ(planned.segments->start, 9.5);
+  EXPECT_TRUE(Contains(planned.command, "h264_mp4toannexb,dump_extra=freq=keyframe"));
+  EXPECT_FALSE(Contains(planned.command, "-force_key_frames"));
+  EXPECT_FALSE(Contains(planned.command, "-af"));
+  const Translation free = Translated(remux + " -break_non_keyframes 1 /d/%d.ts");
+  EXPECT_EQ(free.segments->cuts, Cuts::kAnywhere);
+  EXPECT_TRUE(Contains(free.command, "h264_mp4toannexb,dump_extra=freq=all"));
+}
+
+TEST(SegmentTranslation, TakesAStreamFromAPipeAsItComes) {
+  const Translation translation = Translated(
+      "-i pipe:9 -map 0 -codec copy -f segment -segment_time 5 -segment_start_number 3"
+      " -hls_seek_time 15000 /d/slice-%05d.ts");
+  ASSERT_TRUE(translation.segments);
+  EXPECT_TRUE(translation.segments->startsAtOnce);
+  EXPECT_EQ(translation.segments->cuts, Cuts::kForced);
+  EXPECT_TRUE(Contains(translation.command, "-output_ts_offset 15.000"));
+  EXPECT_FALSE(Contains(translation.command, "-af"));
+}
+
+}  // namespace
+}  // namespace orvo::transcoder
