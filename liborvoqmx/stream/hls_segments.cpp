@@ -27,6 +27,8 @@ constexpr int kReach = 4;
 constexpr std::chrono::seconds kReadTimeout(60);
 // A look now and then even where the file system tells nothing.
 constexpr milliseconds kLookAgain(1000);
+// A pipeline that looks ended has to do so for this long before a request gives up.
+constexpr milliseconds kSettled(500);
 
 // Below the largest int, so that a segment's successor has a number too.
 int ParseNumber(const std::string& text) {
@@ -152,11 +154,15 @@ std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
   const std::string directory = GetQMXFileFullPath("");
   const Clock::time_point end = Clock::now() + kReadTimeout;
   const StreamWatch watch(directory);
+  Clock::time_point lastRunning = Clock::now();
   for (bool isFirstLook = true;; isFirstLook = false) {
     const orvo::UniqueFd monitor =
         OpenRunningProcess(ParseNumber(ReadFile(GetQMXFileFullPath("monitor.pid"))));
     const bool isOvertaken = !CheckSequence();
-    const bool isOver = IsPipelineOver();
+    if (!IsPipelineOver()) {
+      lastRunning = Clock::now();
+    }
+    const bool isOver = Clock::now() - lastRunning >= kSettled;
     // A segment whose transcoder a newer request has just stopped may be half. Its successor tells.
     if (VerifyFragmentIsReady(fragment) &&
         (isFirstLook || !isOvertaken || HasSegment(number + 1))) {

@@ -41,8 +41,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool Transcoding(const std::string& fragment) override;
 
   // Waits, up to 60 seconds, until the segment is complete, and answers its path. "" when it is
-  // not, at once when a newer request has restarted the stream or nothing is left that could
-  // produce the segment.
+  // not, at once when a newer request has restarted the stream, and soon when nothing is left that
+  // could produce the segment.
   std::string ReadFragment(const std::string& fragment) override;
 
   int GetSeekTimeInMillisecond() const override;

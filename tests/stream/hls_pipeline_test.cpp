@@ -376,7 +376,7 @@ TEST_F(HlsPipeline, FailsWithoutAStream) {
   });
 }
 
-TEST_F(HlsPipeline, TellsASegmentsClientAtOnceThatTheTranscoderFailed) {
+TEST_F(HlsPipeline, TellsASegmentsClientSoonThatTheTranscoderFailed) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     WriteScript(kFfmpeg, "exit 1\n");
