@@ -103,6 +103,8 @@ Answer SendSegment(const Request& request, HttpLiveStream& stream) {
     SendFileHeaders(kSegmentType);
     return Answer::Sent();
   }
+  // How far the transcoder may run ahead depends on what has been asked for.
+  LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("requested"), fragment);
   if (!stream.Transcoding(fragment)) {
     return Answer::Failure(kInternal, "The transcoder could not be started.");
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <optional>
 
@@ -27,6 +28,7 @@ using LibOrvoQMX::QMXMetaData;
 constexpr char kKind[] = "HTTP";
 constexpr char kBinFolder[] = "/var/packages/Mirevo/target/bin/";
 constexpr int kOwnerLength = 16;
+constexpr int kPatienceMilliseconds = 1000;
 constexpr size_t kChunk = 65536;
 
 std::string TranscoderOf(const Profile& profile) {
@@ -52,7 +54,7 @@ void CloseIfMine(const std::string& streamId, const std::string& owner) {
   if (!ticket || ticket->Owner() != owner) {
     return;
   }
-  HttpStream(streamId).Close();
+  CloseHttp(streamId);
   ticket->SetOwner("", -1, ticket->StartSeconds());
 }
 
@@ -206,7 +208,14 @@ Answer PlayHttp(const Request& request, const std::string& streamId) {
 }
 
 void CloseHttp(const std::string& streamId) {
-  HttpStream(streamId).Close();
+  HttpStream stream(streamId);
+  const pid_t transcoder = PlatReadPidFile(stream.GetQMXFileFullPath("monitor.pid"));
+  stream.Close();
+  // A busy encoder finishes its picture before it looks at a signal. On a slow machine that is
+  // long.
+  if (!orvo::WaitForExit(transcoder, kPatienceMilliseconds)) {
+    kill(transcoder, SIGKILL);
+  }
 }
 
 }  // namespace webapi

@@ -76,26 +76,11 @@ Verdict JudgeRemux(const VideoMetaData& film) {
   return {"remux", "", "The video is copied as it is; the sound is made AAC."};
 }
 
-std::string RefusalWord(unsigned capability) {
-  switch (capability) {
-    case LibOrvoQMX::kHardwareCodec:
-      return "TransVideoNotHardwareSupported";
-    case LibOrvoQMX::kHardwareResolution:
-      return "TransVideoOutOfResolutionCapability";
-    case LibOrvoQMX::kHardwareProfile:
-      return "TransVideoOutOfProfileCapability";
-    case LibOrvoQMX::kHardwareFramerate:
-      return "TransVideoOutOfFramerateCapability";
-    default:
-      return "TransVideoNotSupported";
-  }
-}
-
 Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
   const bool hardware = ProfileTraits::Of(profile.value).hardware;
   const unsigned capability = ArgumentHelper(film).AbleToTranscodeTheVideo(hardware);
   if (capability != LibOrvoQMX::kHardwareAble) {
-    return Refuse(RefusalWord(capability),
+    return Refuse(ArgumentHelper::RefusalWord(capability),
                   "The hardware cannot transcode this film's " + CodecOf(film) + " video.");
   }
   return {"transcode", "",
@@ -134,6 +119,9 @@ std::vector<Profile> ProfilesOf(const std::string& format) {
 Verdict Judge(const Profile& profile, const VideoMetaData& film) {
   if (film.GetVideoResolutionX() == 0) {
     return Refuse("TransVideoNotSupported", "This file holds no video.");
+  }
+  if (profile.key.rfind("hls_", 0) == 0 && ArgumentHelper(film).ZeroAudioTrack()) {
+    return Refuse("TransAudioNotSupported", "HLS needs a sound track, and this film has none.");
   }
   if (CodecOf(film).empty()) {
     return Refuse("TransVideoNotSupported", "The codec of this film's video is unknown.");

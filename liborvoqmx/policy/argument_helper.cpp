@@ -36,6 +36,17 @@ bool Contains(const std::array<std::string_view, N>& list, const std::string& na
   return std::find(list.begin(), list.end(), name) != list.end();
 }
 
+struct Refusal {
+  unsigned capability;
+  const char* word;
+};
+constexpr std::array kRefusals = {
+    Refusal{kHardwareCodec, "TransVideoNotHardwareSupported"},
+    Refusal{kHardwareResolution, "TransVideoOutOfResolutionCapability"},
+    Refusal{kHardwareProfile, "TransVideoOutOfProfileCapability"},
+    Refusal{kHardwareFramerate, "TransVideoOutOfFramerateCapability"},
+};
+
 bool Is10Bit(const std::string& codec, const std::string& profile) {
   return (codec == "h264" && profile == "High 10") || (codec == "hevc" && profile == "Main 10");
 }
@@ -199,6 +210,15 @@ unsigned ArgumentHelper::AbleToTranscodeTheVideo(bool hardware) const {
   return AbleToHWTranscodeTheVideo(m_metaData.GetVideoCodecName(), m_metaData.GetVideoResolutionX(),
                                    m_metaData.GetVideoResolutionY(), m_metaData.GetVideoFramerate(),
                                    m_metaData.GetVideoCodecTag(), m_metaData.GetVideoProfile());
+}
+
+std::string ArgumentHelper::RefusalWord(unsigned capability) {
+  for (const Refusal& row : kRefusals) {
+    if (row.capability == capability) {
+      return row.word;
+    }
+  }
+  return "TransVideoNotSupported";
 }
 
 bool ArgumentHelper::MapVideoSize(const std::string& name, unsigned& width, unsigned& height) {

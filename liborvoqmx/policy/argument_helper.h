@@ -72,6 +72,9 @@ class ORVO_API ArgumentHelper {
   // The same for this file's first video track; always able without hardware.
   unsigned AbleToTranscodeTheVideo(bool hardware) const;
 
+  // The error word that tells a client of such an answer, for any but kHardwareAble.
+  static std::string RefusalWord(unsigned capability);
+
   // The box that a size name stands for. False, and both untouched, for any other name.
   static bool MapVideoSize(const std::string& name, unsigned& width, unsigned& height);
 

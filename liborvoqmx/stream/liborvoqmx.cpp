@@ -35,26 +35,6 @@ constexpr int kErrorNotWritable = 0x2900;
 constexpr int kErrorNoVolume = 0x8300;
 constexpr int kErrorNoRoom = 0xDD00;
 
-struct VideoRefusal {
-  unsigned capability;
-  const char* word;
-};
-constexpr std::array kVideoRefusals = {
-    VideoRefusal{kHardwareCodec, "TransVideoNotHardwareSupported"},
-    VideoRefusal{kHardwareResolution, "TransVideoOutOfResolutionCapability"},
-    VideoRefusal{kHardwareProfile, "TransVideoOutOfProfileCapability"},
-    VideoRefusal{kHardwareFramerate, "TransVideoOutOfFramerateCapability"},
-};
-
-const char* RefusalWord(unsigned capability) {
-  for (const VideoRefusal& row : kVideoRefusals) {
-    if (row.capability == capability) {
-      return row.word;
-    }
-  }
-  return "TransVideoNotSupported";
-}
-
 void AskOfflineConversionToGiveWay() {
   if (!TransLoading().IsOffineConverting()) {
     return;
@@ -251,7 +231,7 @@ bool QMXStream::InitStreamCommon(const std::string& audioId, bool force) {
   if (!m_isRemux) {
     const unsigned capability = policy.AbleToTranscodeTheVideo(m_isHwTranscode);
     if (capability != kHardwareAble) {
-      SetError(RefusalWord(capability));
+      SetError(ArgumentHelper::RefusalWord(capability));
       return false;
     }
     if (!CheckTransLoading(force)) {

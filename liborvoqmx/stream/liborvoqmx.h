@@ -101,6 +101,11 @@ class ORVO_API QMXStream {
   QMXMetaData m_metaData;
   bool m_isGstreamer = false;  // the profile is one of the GStreamer wrapper
   bool m_isVaapi = false;      // the profile uses the VA-API encoder
+
+ private:
+  // Has a launch all that it needs? Enters this process in the register, unless the video is
+  // copied.
+  bool MayLaunch(const std::string& executable, int start, const std::string& source) const;
 };
 
 }  // namespace LibOrvoQMX

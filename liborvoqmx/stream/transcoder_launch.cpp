@@ -87,16 +87,21 @@ int ParsePid(const std::string& text) {
 
 }  // namespace
 
+bool QMXStream::MayLaunch(const std::string& executable, int start,
+                          const std::string& source) const {
+  if (m_streamKind.empty() || m_streamId.empty() || executable.empty() || m_profileValue.empty() ||
+      start < 0 || source.empty()) {
+    return false;
+  }
+  return m_isRemux || Register(m_isHwTranscode);
+}
+
 bool QMXStream::ExecuteTranscoding(bool copyTimestamps, const std::vector<std::string>& arguments,
                                    const std::string& output, const std::string& executable) {
   const ArgumentHelper policy(m_metaData);
   const int start = GetSeekTimeInMillisecond();
   const std::string source = m_metaData.GetFilePath();
-  if (m_streamKind.empty() || m_streamId.empty() || executable.empty() || m_profileValue.empty() ||
-      start < 0 || source.empty()) {
-    return false;
-  }
-  if (!m_isRemux && !Register(m_isHwTranscode)) {
+  if (!MayLaunch(executable, start, source)) {
     return false;
   }
   std::vector<std::string> commandLine = {executable, "-ss", StartSeconds(start)};
@@ -125,11 +130,7 @@ bool QMXStream::ExecuteGstreamerTranscoding(const std::string& output,
   const ArgumentHelper policy(m_metaData);
   const int start = GetSeekTimeInMillisecond();
   const std::string source = m_metaData.GetFilePath();
-  if (m_streamKind.empty() || m_streamId.empty() || executable.empty() || m_profileValue.empty() ||
-      start < 0 || source.empty()) {
-    return false;
-  }
-  if (!m_isRemux && !Register(m_isHwTranscode)) {
+  if (!MayLaunch(executable, start, source)) {
     return false;
   }
   std::vector<std::string> commandLine = {executable, "-s", std::to_string(start / 1000), "-i",

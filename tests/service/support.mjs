@@ -134,7 +134,7 @@ export class Service {
   }
 
   // Nothing runs, nothing is registered, no stream has a directory but those of `kept`.
-  async isQuiet(milliseconds = 2000, kept = []) {
+  async isQuiet(milliseconds = 10000, kept = []) {
     await eventually(
       () =>
         this.requestProcesses().length === 0 &&
