@@ -14,7 +14,7 @@ import functools
 import json
 import os
 import pathlib
-import signal
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -24,6 +24,7 @@ TRANSCODED, REMUXED = 5, 8  # seconds
 WORKERS = 2
 
 TICK = 1 / 90000
+REORDERED = 4  # pictures: a stored one may be shown so many after the one that is stored next
 ROUNDING = 0.0011  # films that count in milliseconds
 
 Film = collections.namedtuple("Film", "name options rate starts", defaults=((2,),))
@@ -60,11 +61,17 @@ FILMS = [
     Film("hour.ts", pictures(25) + sound() + OPEN_GOPS + AAC + ["-output_ts_offset", "3601"], 25),
     Film("turn.ts", pictures(25) + sound() + B_FRAMES + AAC + ["-output_ts_offset", "95434"], 25),
     Film("late_sound.mkv", pictures(25) + ["-itsoffset", "0.7"] + sound() + B_FRAMES + AAC, 25),
+    Film("late_pictures.mkv", ["-itsoffset", "0.5"] + pictures(25) + sound() + X264 +
+         ["-g", "9", "-sc_threshold", "0"] + AAC, 25),
     Film("silent.mp4", pictures(25) + B_FRAMES, 25),
     Film("old.avi", pictures(25) + sound() + ["-c:v", "mpeg4", "-bf", "2", "-c:a", "libmp3lame"], 25),
 ]
 ENCODED_SOUND = {"cinema.mp4", "ntsc.mkv"}
-REMUXABLE = {"film.mkv", "cinema.mp4", "pal.mp4", "ntsc.mkv", "hour.ts", "silent.mp4", "uneven.mkv"}
+REMUXABLE = {"film.mkv", "cinema.mp4", "pal.mp4", "ntsc.mkv", "hour.ts", "silent.mp4", "uneven.mkv",
+             "late_pictures.mkv"}
+# In these a run in the middle must be told where the first key frame is.
+TOLD = {"late_pictures.mkv"}
+FIRST_KEY = "first_key_frame"
 
 
 def run(command, **more):
@@ -138,7 +145,7 @@ class Run:
         process = self.start()
         error = process.communicate()[1]
         assert process.returncode == 0, f"exit {process.returncode}: {error}"
-        return {int(path.stem[6:]): str(path) for path in sorted(pathlib.Path(self.folder).iterdir())}
+        return {int(path.stem[6:]): str(path) for path in sorted(pathlib.Path(self.folder).glob("slice-*"))}
 
 
 # --- What must hold ---
@@ -245,12 +252,31 @@ def remux_errors(options, film, path, folder):
         whole = Run(options, path, where + "0", 0, chosen, REMUXED, 0).finish()
         first = of_kind("video", packets(whole[0]))[0].pts - DELAY
         for number in range(1, len(starts)):
-            part = Run(options, path, f"{where}{number}", number, chosen, REMUXED,
-                       starts[number]).finish()
+            part = Run(options, path, f"{where}{number}", number, chosen, REMUXED, starts[number])
+            if film.name in TOLD:
+                shutil.copy(os.path.join(where + "0", FIRST_KEY), part.folder)
+            part = part.finish()
             for error in compare(film, whole, part, number, folder, [s + first for s in starts]):
                 yield f"remux with {name} sound: {error}"
         if len(whole) != len(starts):
             yield f"remux gives {len(whole)} segments, planned are {starts}"
+
+
+def free_cut_errors(options, film, path, folder):
+    """Copied pictures without a plan: cut in time, wherever the key frames are."""
+    chosen = profile(options, "hls_remux").replace("-acodec aac", "-acodec copy")
+    whole = Run(options, path, folder + "/f0", 0, chosen, REMUXED, 0, anywhere=True).finish()
+    part = Run(options, path, folder + "/f1", 1, chosen, REMUXED, REMUXED, anywhere=True).finish()
+    if set(part) != {1} or set(whole) != {0, 1}:
+        yield f"free cuts give {sorted(whole)} and {sorted(part)}"
+        return
+    for error in difference_errors(packets(whole[1]), packets(part[1])):
+        yield f"free cuts: segment 1 {error}"
+    if not has_parameter_sets(part[1]):
+        yield "free cuts: no parameter sets"
+    late = of_kind("video", packets(part[1]))[0].pts - DELAY - REMUXED
+    if not -ROUNDING <= late <= REORDERED / film.rate + ROUNDING:
+        yield f"free cuts: starts {late * 1000:.0f} ms late"
 
 
 def film_errors(options, film):
@@ -262,6 +288,7 @@ def film_errors(options, film):
         errors += transcode_errors(options, film, path, folder)
         if film.name in REMUXABLE:
             errors += remux_errors(options, film, path, folder)
+            errors += free_cut_errors(options, film, path, folder)
     except (AssertionError, subprocess.CalledProcessError) as error:
         errors.append(str(error))
     return [f"{film.name}: {error}" for error in errors]
