@@ -60,12 +60,14 @@ FILMS = [
     Film("interlaced.ts", pictures(25) + sound() + MPEG2 + ["-flags", "+ildct+ilme", "-g", "12"], 25),
     Film("hour.ts", pictures(25) + sound() + OPEN_GOPS + AAC + ["-output_ts_offset", "3601"], 25),
     Film("turn.ts", pictures(25) + sound() + B_FRAMES + AAC + ["-output_ts_offset", "95434"], 25),
+    Film("jump.ts", pictures(25, 30) + sound(30) + B_FRAMES + AAC + ["-b:v", "1M"], 25, (8,)),
     Film("late_sound.mkv", pictures(25) + ["-itsoffset", "0.7"] + sound() + B_FRAMES + AAC, 25),
     Film("late_pictures.mkv", ["-itsoffset", "0.5"] + pictures(25) + sound() + X264 +
          ["-g", "9", "-sc_threshold", "0"] + AAC, 25),
     Film("silent.mp4", pictures(25) + B_FRAMES, 25),
     Film("old.avi", pictures(25) + sound() + ["-c:v", "mpeg4", "-bf", "2", "-c:a", "libmp3lame"], 25),
 ]
+JUMPING = "jump.ts"
 ENCODED_SOUND = {"cinema.mp4", "ntsc.mkv"}
 REMUXABLE = {"film.mkv", "cinema.mp4", "pal.mp4", "ntsc.mkv", "hour.ts", "silent.mp4", "uneven.mkv",
              "late_pictures.mkv"}
@@ -78,8 +80,24 @@ def run(command, **more):
     return subprocess.run(command, capture_output=True, text=True, check=True, **more)
 
 
+def make_jumping(film, path):
+    """Two recordings in one, the second of which has an earlier clock than the first."""
+    with open(path, "wb") as out:
+        for offset in ("5000", "2000"):
+            part = run_binary(["ffmpeg", "-nostdin", "-v", "error", *film.options,
+                               "-output_ts_offset", offset, "-f", "mpegts", "pipe:1"])
+            out.write(part)
+    return path
+
+
+def run_binary(command):
+    return subprocess.run(command, capture_output=True, check=True).stdout
+
+
 def make(film, folder):
     path = os.path.join(folder, film.name)
+    if film.name == JUMPING:
+        return make_jumping(film, path)
     run(["ffmpeg", "-nostdin", "-v", "error", "-y", *film.options, path])
     return path
 
