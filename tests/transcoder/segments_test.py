@@ -24,6 +24,7 @@ TRANSCODED, REMUXED = 5, 8  # seconds
 WORKERS = 2
 
 TICK = 1 / 90000
+DIFFERENCE = 24  # of 255, between two encodings of a picture shrunk to a thumbnail
 REORDERED = 4  # pictures: a stored one may be shown so many after the one that is stored next
 ROUNDING = 0.0011  # films that count in milliseconds
 
@@ -216,6 +217,20 @@ def place_errors(film, number, found, expected):
         yield f"starts at {late + expected:.4f}, not {expected:.4f}"
 
 
+def thumbnails(path):
+    data = run_binary(["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-vf", "scale=16:12,format=gray",
+                       "-fps_mode", "passthrough", "-f", "rawvideo", "pipe:1"])
+    return [data[i:i + 192] for i in range(0, len(data), 192)]
+
+
+def content_errors(whole, part):
+    """Not only the times are the same, the pictures are."""
+    for ours, theirs in zip(thumbnails(part), thumbnails(whole)):
+        if max(abs(a - b) for a, b in zip(ours, theirs)) > DIFFERENCE:
+            yield "shows other pictures"
+            return
+
+
 def decoding_errors(paths, folder):
     joined = os.path.join(folder, "joined.ts")
     with open(joined, "wb") as out:
@@ -258,6 +273,7 @@ def transcode_errors(options, film, path, folder):
         part = Run(options, path, f"{folder}/t{number}", number, chosen, TRANSCODED,
                    number * TRANSCODED).finish()
         yield from compare(film, whole, part, number, folder, starts)
+        yield from content_errors(whole[number], part[number])
 
 
 def remux_errors(options, film, path, folder):
