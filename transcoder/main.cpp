@@ -10,6 +10,7 @@
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "transcoder/encoder_inventory.h"
+#include "transcoder/film_clock.h"
 #include "transcoder/film_index.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_run.h"
@@ -67,7 +68,7 @@ int main(int argc, char* argv[]) {
   }
   PrepareProcess();
   const Translation translation =
-      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex});
+      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex, ClockJumps});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }

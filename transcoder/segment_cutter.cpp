@@ -39,6 +39,8 @@ SegmentCutter::SegmentCutter(const SegmentPlan& plan, SegmentSink& sink)
       length_(std::max<int64_t>(1, ToTicks(plan.length))),
       start_(ToTicks(plan.start)),
       lastTime_(start_),
+      knowsFirstKey_(cuts_ != Cuts::kKeyFrames || plan.firstKey.has_value()),
+      firstKey_(cuts_ == Cuts::kKeyFrames ? plan.firstKey.value_or(0) : 0),
       number_(plan.firstNumber - 1) {}
 
 void SegmentCutter::Take(const Packet& packet) {
@@ -72,15 +74,27 @@ void SegmentCutter::Look(const Frame& frame) {
   }
   if (begun_ && frame.kind == Kind::kPicture && !hasPicture_) {
     hasPicture_ = true;
-    // The first picture of a plan tells where the film's first key frame must be.
-    firstKey_ = cuts_ == Cuts::kKeyFrames ? std::max<int64_t>(0, time - start_) : 0;
+    LookAtFirstPicture(time);
   }
+}
+
+// It is the first segment's key frame, so it tells where the film's first one is.
+void SegmentCutter::LookAtFirstPicture(int64_t time) {
+  if (!knowsFirstKey_) {
+    knowsFirstKey_ = true;
+    firstKey_ = std::max<int64_t>(0, time - start_);
+  }
+}
+
+std::optional<int64_t> SegmentCutter::FirstKey() const {
+  const bool seen = cuts_ == Cuts::kKeyFrames && startsAtOnce_ && hasPicture_;
+  return seen ? std::optional(firstKey_) : std::nullopt;
 }
 
 void SegmentCutter::LookAtStart(const Frame& frame, int64_t time) {
   const bool isPicture = frame.kind == Kind::kPicture;
   const bool opens = cuts_ == Cuts::kAnywhere || frame.isKey;
-  if (startsAtOnce_ || (isPicture && opens && time >= start_ - kTolerance)) {
+  if (startsAtOnce_ || (isPicture && opens && time >= firstKey_ + start_ - kTolerance)) {
     GoTo(cuts_ == Cuts::kKeyFrames ? number_ + 1 : std::max(number_ + 1, NumberAt(time)));
   } else if (!isPicture && cuts_ != Cuts::kKeyFrames && time >= start_ + kPatience) {
     GoTo(number_ + 1);

@@ -10,6 +10,7 @@
 #include <array>
 #include <bitset>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "transcoder/transport_stream.h"
@@ -28,7 +29,8 @@ struct SegmentPlan {
   double length = 0;  // seconds
   double start = 0;   // where the first segment starts in the film, in seconds
   Cuts cuts = Cuts::kForced;
-  bool startsAtOnce = false;  // nothing stands before the first segment
+  bool startsAtOnce = false;        // nothing stands before the first segment
+  std::optional<int64_t> firstKey;  // where the film's first key frame is, in ticks, once known
 };
 
 // Where segments go.
@@ -52,8 +54,13 @@ class SegmentCutter {
   int Number() const { return number_; }
   bool HasBegun() const { return begun_; }
 
+  // Where the film's first key frame is, from the run that starts the film. Only cuts at key frames
+  // ask for it.
+  std::optional<int64_t> FirstKey() const;
+
  private:
   void Look(const Frame& frame);
+  void LookAtFirstPicture(int64_t time);
   void LookAtStart(const Frame& frame, int64_t time);
   void LookAtPicture(const Frame& frame, int64_t time);
   void LookAtSound(int64_t time);
@@ -69,8 +76,9 @@ class SegmentCutter {
   bool startsAtOnce_;
   int64_t length_;
   int64_t start_;
-  int64_t lastTime_;      // for telling the clock's turns apart
-  int64_t firstKey_ = 0;  // in the film; what the cuts are counted from
+  int64_t lastTime_;  // for telling the clock's turns apart
+  bool knowsFirstKey_;
+  int64_t firstKey_;  // in the film; what the cuts are counted from
   bool hasPicture_ = false;
   bool begun_ = false;
   int number_;

@@ -15,6 +15,7 @@
 #include "platform/log.h"
 #include "platform/unique_fd.h"
 #include "transcoder/demand.h"
+#include "transcoder/first_key.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_files.h"
 
@@ -57,13 +58,19 @@ int ExitCode(pid_t pid) {
 
 // --- From the pipe to the segments ---
 
+std::string FolderOf(const std::string& pattern) {
+  const size_t slash = pattern.rfind('/');
+  return slash == std::string::npos ? "." : pattern.substr(0, slash + 1);
+}
+
 class Run {
  public:
   Run(const SegmentPlan& plan, UniqueFd stream, UniqueFd signals, pid_t child)
-      : firstNumber_(plan.firstNumber),
+      : folder_(FolderOf(plan.pattern)),
+        firstNumber_(plan.firstNumber),
         files_(plan.pattern),
         cutter_(plan, files_),
-        demand_(Folder(plan.pattern), plan.firstNumber),
+        demand_(folder_, plan.firstNumber),
         stream_(std::move(stream)),
         signals_(std::move(signals)),
         child_(child) {}
@@ -82,11 +89,6 @@ class Run {
   }
 
  private:
-  static std::string Folder(const std::string& pattern) {
-    const size_t slash = pattern.rfind('/');
-    return slash == std::string::npos ? "." : pattern.substr(0, slash + 1);
-  }
-
   bool IsPaused() const { return !stopped_ && !demand_.Wants(cutter_.Number()); }
 
   // Waits for something to do and does it. A paused run leaves the stream in the pipe, whose other
@@ -128,11 +130,20 @@ class Run {
     }
     if (!stopped_) {
       Cut(static_cast<size_t>(count));
+      Remember();
     }
     if (files_.HasFailed() && !stopped_) {
       Stop(SIGKILL);
     }
     return true;
+  }
+
+  void Remember() {
+    const auto firstKey = remembered_ ? std::nullopt : cutter_.FirstKey();
+    if (firstKey) {
+      remembered_ = true;
+      RememberFirstKey(folder_, *firstKey);
+    }
   }
 
   void Cut(size_t count) {
@@ -148,6 +159,7 @@ class Run {
     }
   }
 
+  std::string folder_;
   int firstNumber_;
   SegmentFiles files_;
   SegmentCutter cutter_;
@@ -156,6 +168,7 @@ class Run {
   UniqueFd signals_;
   pid_t child_;
   bool stopped_ = false;
+  bool remembered_ = false;
   Packet packet_{};
   size_t filled_ = 0;
   std::array<unsigned char, 65536> chunk_;
@@ -186,7 +199,9 @@ int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan
     ORVO_LOG("cannot fork: %s", strerror(errno));
     return kExitFailure;
   }
-  return Run(plan, std::move(stream), std::move(signals), child).Finish();
+  SegmentPlan known = plan;
+  known.firstKey = plan.startsAtOnce ? std::nullopt : RecallFirstKey(FolderOf(plan.pattern));
+  return Run(known, std::move(stream), std::move(signals), child).Finish();
 }
 
 }  // namespace orvo::transcoder

@@ -108,7 +108,8 @@ SegmentEntry EnterFilm(const SegmentRequest& request) {
                       kSoundGrid * kSoundGrid;
   const double earliest = static_cast<double>(sample) / static_cast<double>(rate) -
                           (request.lacksIndex ? kLeadWithoutIndex : 0);
-  const long steps = std::max(0L, static_cast<long>(std::floor(earliest * kSeekSteps)));
+  const double entry = request.clockJumps ? 0 : earliest;
+  const long steps = std::max(0L, static_cast<long>(std::floor(entry * kSeekSteps)));
   const double seek = static_cast<double>(steps) / kSeekSteps;
   return {seek, start - seek, sample - steps * rate / kSeekSteps};
 }

@@ -20,6 +20,7 @@ struct SegmentRequest {
   bool copiesPictures = false;
   bool copiesSound = false;
   bool lacksIndex = false;  // a seek lands between key frames
+  bool clockJumps = false;  // a seek lands anywhere
   bool isSeekable = true;
   bool takesFineClock =
       false;  // the encoder shares out its bits without looking at the clock's tick

@@ -416,6 +416,8 @@ void EnterForSegments(Facts& facts) {
   segments.takesFineClock |= facts.hardwareLost;
   segments.lacksIndex =
       segments.isSeekable && segments.isWanted && facts.surroundings->lacksIndex(facts.input);
+  segments.clockJumps = segments.lacksIndex && ParseSeconds(segments.start) > 0 &&
+                        facts.surroundings->clockJumps(facts.input);
   facts.entry = EnterFilm(segments);
 }
 

@@ -20,6 +20,9 @@ struct Surroundings {
   std::function<bool(std::string_view encoder)> canEncode;
   // True when a seek in this film lands between key frames. Asked only when there is a seek.
   std::function<bool(const std::string& film)> lacksIndex;
+  // True when a seek by time lands anywhere in this film. Asked only about films without an index
+  // that become segments.
+  std::function<bool(const std::string& film)> clockJumps;
 };
 
 struct Translation {

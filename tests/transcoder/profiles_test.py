@@ -32,7 +32,10 @@ SILENT_FILMS = {"no_audio.mkv"}
 SIZES = {"240p": (320, 240), "360p": (480, 360), "480p": (852, 480), "720p": (1280, 720),
          "1080p": (1920, 1080)}
 CODECS = {"mp4": ("h264", "aac"), "ts": ("h264", "aac"), "wmv": ("wmv2", "wmav2")}
-KEY = re.compile(r"http_(mp4|ts|wmv)_((\d+p)_(vaapi_)?vb(\d+)_ab(\d+)|remux)")
+KEY = re.compile(r"(http_mp4|http_ts|http_wmv|hls)_((\d+p)_(vaapi_)?vb(\d+)_ab(\d+)|remux)")
+# Where segments are cut is another test's; here their streams are played uncut.
+KINDS = {"http_mp4": "mp4", "http_ts": "ts", "http_wmv": "wmv", "hls": "ts"}
+CONTAINER = {"hls": ["-f", "mpegts"]}
 
 
 class Case:
@@ -42,7 +45,8 @@ class Case:
         self.key, self.arguments, self.film = key, arguments, film
         self.start = length - SPAN
         match = KEY.fullmatch(key)
-        self.kind, self.is_remux = match[1], match[2] == "remux"
+        self.kind, self.is_remux = KINDS[match[1]], match[2] == "remux"
+        self.container = CONTAINER.get(match[1], [])
         if not self.is_remux:
             self.size = SIZES[match[3]]
             self.rate = (int(match[5]) + 2 * int(match[6])) * 1024
@@ -60,7 +64,7 @@ def load(folder):
     seen = {}
     for path in sorted(pathlib.Path(folder).glob("*.json")):
         profiles = json.loads(path.read_text())
-        assert {"http_mp4_remux", "http_ts_remux"} <= profiles.keys(), path
+        assert {"http_mp4_remux", "http_ts_remux", "hls_remux"} <= profiles.keys(), path
         for key, arguments in profiles.items():
             check_text(path.name, key, arguments)
             seen.setdefault((key.replace("vaapi_", ""), arguments), key)
@@ -78,7 +82,7 @@ def check_text(name, key, arguments):
     assert is_remux == ("h264_mp4toannexb" in words), where
     assert is_remux != ("-s" in words), where
     assert is_remux == (not any(re.match("vb|ab", part) for part in key.split("_"))), where
-    assert ("wmv2" in arguments) == (match[1] == "wmv"), where
+    assert ("wmv2" in arguments) == (match[1] == "http_wmv"), where
 
 
 def cases(profiles):
@@ -94,7 +98,8 @@ def cases(profiles):
 def command(case, options, media, output):
     start = ["-ss", f"{case.start:.3f}"] + (["-copyts"] if case.keeps_clock() else [])
     film = str(pathlib.Path(media, case.film))
-    return [options.transcoder, *start, "-i", film, *case.arguments.split(" "), output]
+    return [options.transcoder, *start, "-i", film, *case.arguments.split(" "),
+            *case.container, output]
 
 
 def play(case, options, path):

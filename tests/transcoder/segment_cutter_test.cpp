@@ -175,6 +175,11 @@ TEST(SegmentCutter, CountsAPlanFromTheFirstKeyFrame) {
   Film part(Plan(Cuts::kKeyFrames, 8, 1, 8));
   part.Picture(7).Picture(8.5).Picture(16.4).Picture(16.5);
   EXPECT_EQ(part.Frames(), (Counts{{1, 2}, {2, 1}}));
+  SegmentPlan known = Plan(Cuts::kKeyFrames, 8, 1, 8);
+  known.firstKey = kTicks / 2;
+  Film exact(known);
+  exact.Picture(8.3).Picture(8.5).Picture(16.4).Picture(16.5);
+  EXPECT_EQ(exact.Frames(), (Counts{{1, 2}, {2, 1}}));
 }
 
 TEST(SegmentCutter, FollowsTheClockPastItsTurn) {

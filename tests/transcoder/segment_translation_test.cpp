@@ -23,7 +23,8 @@ Translation Translated(const std::string& line) {
   Surroundings surroundings;
   surroundings.executable = "/usr/bin/ffmpeg";
   surroundings.canEncode = [](std::string_view) { return false; };
-  surroundings.lacksIndex = [](const std::string& film) { return film == "f.ts"; };
+  surroundings.lacksIndex = [](const std::string& film) { return film != "f.mkv"; };
+  surroundings.clockJumps = [](const std::string& film) { return film == "jumps.ts"; };
   return Translate(Words(line), surroundings);
 }
 
@@ -97,6 +98,13 @@ TEST(SegmentTranslation, EntersAFilmWithoutIndexEarlierStill) {
   const Translation translation = Transcode("-vcodec libx264 -acodec aac", "f.ts");
   EXPECT_TRUE(Contains(translation.command, "-ss 6.600"));
   EXPECT_TRUE(Contains(translation.command, "-vf trim=start=3.39999"));
+}
+
+TEST(SegmentTranslation, ReadsAFilmWhoseClockJumpsFromItsStart) {
+  const Translation translation = Transcode("-vcodec libx264 -acodec aac", "jumps.ts");
+  EXPECT_TRUE(Contains(translation.command, "-ss 0.000"));
+  EXPECT_TRUE(Contains(translation.command, "-vf trim=start=9.99999"));
+  EXPECT_TRUE(Contains(translation.command, "-output_ts_offset 0.000"));
 }
 
 TEST(SegmentTranslation, StartsTheFilmAtItsStart) {

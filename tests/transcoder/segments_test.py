@@ -14,7 +14,7 @@ import functools
 import json
 import os
 import pathlib
-import signal
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -24,17 +24,19 @@ TRANSCODED, REMUXED = 5, 8  # seconds
 WORKERS = 2
 
 TICK = 1 / 90000
+DIFFERENCE = 24  # of 255, between two encodings of a picture shrunk to a thumbnail
+REORDERED = 4  # pictures: a stored one may be shown so many after the one that is stored next
 ROUNDING = 0.0011  # films that count in milliseconds
 
-Film = collections.namedtuple("Film", "name options rate starts", defaults=((1, 2),))
+Film = collections.namedtuple("Film", "name options rate starts", defaults=((2,),))
 Packet = collections.namedtuple("Packet", "kind pts duration is_key size")
 
 
-def pictures(rate, seconds=17, size="160x120"):
+def pictures(rate, seconds=13, size="160x120"):
     return ["-f", "lavfi", "-i", f"testsrc2=s={size}:r={rate}:d={seconds}"]
 
 
-def sound(seconds=17):
+def sound(seconds=13):
     return ["-f", "lavfi", "-i", f"sine=440:b=2:r=48000:d={seconds}"]
 
 
@@ -48,8 +50,8 @@ UNEVEN = "select='not(between(mod(n,11),3,5))'"
 # Each is made in a fraction of a second.
 FILMS = [
     Film("film.mkv", pictures("24000/1001") + sound() + B_FRAMES + AAC, 24000 / 1001),
-    Film("cinema.mp4", pictures(24) + sound() + OPEN_GOPS + AAC, 24, (1, 2, 3)),
-    Film("pal.mp4", pictures(25) + sound() + B_FRAMES + AAC, 25, (1, 3)),
+    Film("cinema.mp4", pictures(24) + sound() + OPEN_GOPS + AAC, 24, (2,)),
+    Film("pal.mp4", pictures(25) + sound() + B_FRAMES + AAC, 25, (1, 2)),
     Film("ntsc.mkv", pictures("30000/1001") + sound() + OPEN_GOPS + ["-c:a", "ac3"], 30000 / 1001),
     Film("fifty.mp4", pictures(50) + sound() + B_FRAMES + AAC, 50),
     Film("sixty.mkv", pictures(60) + sound() + B_FRAMES + ["-c:a", "libmp3lame"], 60),
@@ -59,19 +61,44 @@ FILMS = [
     Film("interlaced.ts", pictures(25) + sound() + MPEG2 + ["-flags", "+ildct+ilme", "-g", "12"], 25),
     Film("hour.ts", pictures(25) + sound() + OPEN_GOPS + AAC + ["-output_ts_offset", "3601"], 25),
     Film("turn.ts", pictures(25) + sound() + B_FRAMES + AAC + ["-output_ts_offset", "95434"], 25),
+    Film("jump.ts", pictures(25, 30) + sound(30) + B_FRAMES + AAC + ["-b:v", "1M"], 25, (8,)),
     Film("late_sound.mkv", pictures(25) + ["-itsoffset", "0.7"] + sound() + B_FRAMES + AAC, 25),
+    Film("late_pictures.mkv", ["-itsoffset", "0.5"] + pictures(25) + sound() + X264 +
+         ["-g", "9", "-sc_threshold", "0"] + AAC, 25),
     Film("silent.mp4", pictures(25) + B_FRAMES, 25),
     Film("old.avi", pictures(25) + sound() + ["-c:v", "mpeg4", "-bf", "2", "-c:a", "libmp3lame"], 25),
 ]
-REMUXABLE = {"film.mkv", "cinema.mp4", "pal.mp4", "ntsc.mkv", "hour.ts", "silent.mp4", "uneven.mkv"}
+JUMPING = "jump.ts"
+ENCODED_SOUND = {"cinema.mp4", "ntsc.mkv"}
+REMUXABLE = {"film.mkv", "cinema.mp4", "pal.mp4", "ntsc.mkv", "hour.ts", "silent.mp4", "uneven.mkv",
+             "late_pictures.mkv"}
+# In these a run in the middle must be told where the first key frame is.
+TOLD = {"late_pictures.mkv"}
+FIRST_KEY = "first_key_frame"
 
 
 def run(command, **more):
     return subprocess.run(command, capture_output=True, text=True, check=True, **more)
 
 
+def make_jumping(film, path):
+    """Two recordings in one, the second of which has an earlier clock than the first."""
+    with open(path, "wb") as out:
+        for offset in ("5000", "2000"):
+            part = run_binary(["ffmpeg", "-nostdin", "-v", "error", *film.options,
+                               "-output_ts_offset", offset, "-f", "mpegts", "pipe:1"])
+            out.write(part)
+    return path
+
+
+def run_binary(command):
+    return subprocess.run(command, capture_output=True, check=True).stdout
+
+
 def make(film, folder):
     path = os.path.join(folder, film.name)
+    if film.name == JUMPING:
+        return make_jumping(film, path)
     run(["ffmpeg", "-nostdin", "-v", "error", "-y", *film.options, path])
     return path
 
@@ -137,7 +164,7 @@ class Run:
         process = self.start()
         error = process.communicate()[1]
         assert process.returncode == 0, f"exit {process.returncode}: {error}"
-        return {int(path.stem[6:]): str(path) for path in sorted(pathlib.Path(self.folder).iterdir())}
+        return {int(path.stem[6:]): str(path) for path in sorted(pathlib.Path(self.folder).glob("slice-*"))}
 
 
 # --- What must hold ---
@@ -190,6 +217,20 @@ def place_errors(film, number, found, expected):
         yield f"starts at {late + expected:.4f}, not {expected:.4f}"
 
 
+def thumbnails(path):
+    data = run_binary(["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-vf", "scale=16:12,format=gray",
+                       "-fps_mode", "passthrough", "-f", "rawvideo", "pipe:1"])
+    return [data[i:i + 192] for i in range(0, len(data), 192)]
+
+
+def content_errors(whole, part):
+    """Not only the times are the same, the pictures are."""
+    for ours, theirs in zip(thumbnails(part), thumbnails(whole)):
+        if max(abs(a - b) for a, b in zip(ours, theirs)) > DIFFERENCE:
+            yield "shows other pictures"
+            return
+
+
 def decoding_errors(paths, folder):
     joined = os.path.join(folder, "joined.ts")
     with open(joined, "wb") as out:
@@ -232,22 +273,44 @@ def transcode_errors(options, film, path, folder):
         part = Run(options, path, f"{folder}/t{number}", number, chosen, TRANSCODED,
                    number * TRANSCODED).finish()
         yield from compare(film, whole, part, number, folder, starts)
+        yield from content_errors(whole[number], part[number])
 
 
 def remux_errors(options, film, path, folder):
     starts = plan(path)
-    for name, audio in (("copied", "-acodec copy"), ("encoded", "-acodec aac -ab 96k")):
-        chosen = profile(options, "hls_remux").replace("-acodec aac -ab 192k -ac 2", audio)
+    for name, audio in (("copied", "-acodec copy"), ("encoded", "-acodec aac")):
+        if name == "encoded" and film.name not in ENCODED_SOUND:
+            continue
+        chosen = profile(options, "hls_remux").replace("-acodec aac", audio)
         where = f"{folder}/r{name}"
         whole = Run(options, path, where + "0", 0, chosen, REMUXED, 0).finish()
         first = of_kind("video", packets(whole[0]))[0].pts - DELAY
         for number in range(1, len(starts)):
-            part = Run(options, path, f"{where}{number}", number, chosen, REMUXED,
-                       starts[number]).finish()
+            part = Run(options, path, f"{where}{number}", number, chosen, REMUXED, starts[number])
+            if film.name in TOLD:
+                shutil.copy(os.path.join(where + "0", FIRST_KEY), part.folder)
+            part = part.finish()
             for error in compare(film, whole, part, number, folder, [s + first for s in starts]):
                 yield f"remux with {name} sound: {error}"
         if len(whole) != len(starts):
             yield f"remux gives {len(whole)} segments, planned are {starts}"
+
+
+def free_cut_errors(options, film, path, folder):
+    """Copied pictures without a plan: cut in time, wherever the key frames are."""
+    chosen = profile(options, "hls_remux").replace("-acodec aac", "-acodec copy")
+    whole = Run(options, path, folder + "/f0", 0, chosen, REMUXED, 0, anywhere=True).finish()
+    part = Run(options, path, folder + "/f1", 1, chosen, REMUXED, REMUXED, anywhere=True).finish()
+    if set(part) != {1} or set(whole) != {0, 1}:
+        yield f"free cuts give {sorted(whole)} and {sorted(part)}"
+        return
+    for error in difference_errors(packets(whole[1]), packets(part[1])):
+        yield f"free cuts: segment 1 {error}"
+    if not has_parameter_sets(part[1]):
+        yield "free cuts: no parameter sets"
+    late = of_kind("video", packets(part[1]))[0].pts - DELAY - REMUXED
+    if not -ROUNDING <= late <= REORDERED / film.rate + ROUNDING:
+        yield f"free cuts: starts {late * 1000:.0f} ms late"
 
 
 def film_errors(options, film):
@@ -259,6 +322,7 @@ def film_errors(options, film):
         errors += transcode_errors(options, film, path, folder)
         if film.name in REMUXABLE:
             errors += remux_errors(options, film, path, folder)
+            errors += free_cut_errors(options, film, path, folder)
     except (AssertionError, subprocess.CalledProcessError) as error:
         errors.append(str(error))
     return [f"{film.name}: {error}" for error in errors]
