@@ -1,10 +1,15 @@
 #include "platform/io.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/unique_fd.h"
 
 namespace orvo {
 
@@ -20,6 +25,20 @@ bool WriteAll(int fd, std::string_view content) {
     content.remove_prefix(static_cast<size_t>(written));
   }
   return true;
+}
+
+bool ReplaceFile(const std::string& path, std::string_view content) {
+  std::string aside = path + ".XXXXXX";
+  const UniqueFd file(mkostemp(aside.data(), O_CLOEXEC));
+  if (!file.IsOpen()) {
+    return false;
+  }
+  if (fchmod(file.Get(), 0644) == 0 && WriteAll(file.Get(), content) &&
+      rename(aside.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  unlink(aside.c_str());
+  return false;
 }
 
 bool ReadAll(std::istream& stream, std::string& content) {

@@ -13,6 +13,10 @@ namespace orvo {
 // descriptor takes no more.
 ORVO_API bool WriteAll(int fd, std::string_view content);
 
+// Gives the file `path` this content all at once: a reader sees the old or the new one. False when
+// it cannot be written; the old content stays.
+ORVO_API bool ReplaceFile(const std::string& path, std::string_view content);
+
 // Appends what is left of `stream` to `content`. False on a read error.
 ORVO_API bool ReadAll(std::istream& stream, std::string& content);
 

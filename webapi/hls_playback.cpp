@@ -1,9 +1,8 @@
 #include "webapi/hls_playback.h"
 
-#include <algorithm>
-#include <cctype>
 #include <optional>
 
+#include "platform/io.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "stream/http_live_stream.h"
@@ -104,7 +103,7 @@ Answer SendSegment(const Request& request, HttpLiveStream& stream) {
     return Answer::Sent();
   }
   // How far the transcoder may run ahead depends on what has been asked for.
-  LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("requested"), fragment);
+  orvo::ReplaceFile(stream.GetQMXFileFullPath("requested"), fragment);
   if (!stream.Transcoding(fragment)) {
     return Answer::Failure(kInternal, "The transcoder could not be started.");
   }

@@ -71,7 +71,8 @@ std::string Configuration(const WebServer& server) {
   line("cgi.x-sendfile", "\"enable\"");
   line("cgi.x-sendfile-docroot", "( " + Quoted(server.streamFolder + "/") + " )");
   line("setenv.add-response-header",
-       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src 'self' blob:; style-src "
+       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
+       "'self' blob:; style-src "
        "'self' 'unsafe-inline'\", "
        "\"Referrer-Policy\" => \"no-referrer\" )");
   // A film goes out as the viewer takes it, and a request whose viewer has left is ended.
