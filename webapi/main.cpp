@@ -11,6 +11,7 @@
 #include "webapi/request.h"
 #include "webapi/status.h"
 #include "webapi/streaming.h"
+#include "webapi/subtitle.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},
+    Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); }},
 };
 
