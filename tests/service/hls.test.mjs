@@ -187,33 +187,50 @@ test('a killed monitor takes its transcoder with it', async () => {
   assert.equal((await segment(stream, 30)).status, 200, 'and the next request starts another');
 });
 
-test('hls.js plays, seeks anywhere, and mixes segments of different runs', async () => {
-  const stream = await open('long.mkv', transcode);
+// Has hls.js play a presentation; `use` drives the page.
+async function inBrowser(url, use) {
   const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
-  const context = await browser.newContext({ bypassCSP: true });
-  const page = await context.newPage();
-  await page.goto(service.address);
-  await page.addScriptTag({ path: new URL('node_modules/hls.js/dist/hls.min.js', import.meta.url).pathname });
-  await page.evaluate(async (url) => {
+  try {
+    const context = await browser.newContext({ bypassCSP: true });
+    const page = await context.newPage();
+    await page.goto(service.address);
+    await page.addScriptTag({ path: new URL('node_modules/hls.js/dist/hls.min.js', import.meta.url).pathname });
+    await play(page, url);
+    await use(page);
+  } finally {
+    await browser.close();
+  }
+}
+
+const play = (page, url) =>
+  page.evaluate(async (address) => {
     window.errors = [];
     const video = document.getElementById('video');
     document.getElementById('film').hidden = false;
     window.hls = new window.Hls({ maxBufferLength: 10 });
     window.hls.on(window.Hls.Events.ERROR, (_, data) => window.errors.push(`${data.fatal} ${data.details}`));
-    window.hls.loadSource(url);
+    window.hls.loadSource(address);
     window.hls.attachMedia(video);
     await video.play();
-  }, stream.url);
-  const plays = (from) =>
-    page.waitForFunction((second) => document.getElementById('video').currentTime > second + 0.5, from);
-  await plays(0);
+  }, url);
+
+const plays = (page, from) =>
+  page.waitForFunction((second) => document.getElementById('video').currentTime > second + 0.5, from);
+
+test('hls.js plays, seeks anywhere, and mixes segments of different runs', async () => {
+  const stream = await open('long.mkv', transcode);
+  await inBrowser(stream.url, seekAround);
+});
+
+async function seekAround(page) {
+  await plays(page, 0);
   // Twenty places, near and far, forwards and back.
   for (let step = 1, second = 0; step <= 20; ++step) {
     second = (second + step * 97) % 290;
     await page.evaluate((value) => {
       document.getElementById('video').currentTime = value;
     }, second);
-    await plays(second);
+    await plays(page, second);
   }
   const { errors, dropped, frames, duration } = await page.evaluate(() => {
     const video = document.getElementById('video');
@@ -225,8 +242,42 @@ test('hls.js plays, seeks anywhere, and mixes segments of different runs', async
       duration: video.duration,
     };
   });
-  await browser.close();
   assert.deepEqual(errors.filter((error) => error.startsWith('true')), [], 'no fatal error');
   assert.ok(Math.abs(duration - 300) < 1);
   assert.ok(frames > 50 && dropped < frames / 4, `${dropped} of ${frames} dropped`);
+}
+
+test('hls.js shows the subtitles that are chosen, in time', async () => {
+  const folder = fs.mkdtempSync(path.join(media, 'subtitled-'));
+  try {
+    const copy = path.join(folder, 'film.mkv');
+    fs.copyFileSync(film('h264_ac3.mkv'), copy);
+    const srt = (text) => `1\n00:00:02,500 --> 00:00:04,000\n${text}\n\n2\n00:00:31,000 --> 00:00:33,000\n${text} later\n`;
+    fs.writeFileSync(path.join(folder, 'film.eng.srt'), srt('English'));
+    fs.writeFileSync(path.join(folder, 'film.fre.srt'), srt('Français'));
+    const stream = await service.open(copy, { ...transcode, subtitle_id: 'all' });
+    opened.push(stream);
+    await inBrowser(stream.url, async (page) => {
+      await plays(page, 0);
+      const names = await page.evaluate(() => window.hls.subtitleTracks.map(({ name }) => name));
+      assert.deepEqual(names, ['eng', 'fre']);
+      for (const [index, text] of [[0, 'English'], [1, 'Français']]) {
+        await page.evaluate((track) => {
+          window.hls.subtitleDisplay = true;
+          window.hls.subtitleTrack = track;
+          document.getElementById('video').currentTime = 1;
+        }, index);
+        const cue = await page.waitForFunction((wanted) => {
+          const shown = [...document.getElementById('video').textTracks].filter(({ mode }) => mode === 'showing');
+          const cues = shown.flatMap(({ cues: list }) => [...(list ?? [])]);
+          const found = cues.find((candidate) => candidate.text === wanted);
+          return found && { start: found.startTime, end: found.endTime };
+        }, text);
+        const { start, end } = await cue.jsonValue();
+        assert.ok(Math.abs(start - 2.5) < 0.05 && Math.abs(end - 4) < 0.05, `${text} from ${start} to ${end}`);
+      }
+    });
+  } finally {
+    fs.rmSync(folder, { recursive: true });
+  }
 });
