@@ -26,7 +26,7 @@ int ReadNumber(int fd) {
 
 }  // namespace
 
-Demand::Demand(std::string folder, int firstNumber)
+Demand::Demand(const std::string& folder, int firstNumber)
     : path_(folder + kFile),
       firstNumber_(firstNumber),
       changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {

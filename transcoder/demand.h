@@ -17,7 +17,7 @@ inline constexpr int kLead = 12;
 class Demand {
  public:
   // `folder` is where the segments go; `firstNumber` counts as requested.
-  Demand(std::string folder, int firstNumber);
+  Demand(const std::string& folder, int firstNumber);
 
   // Becomes readable when something in the folder has changed; then Refresh() is due. Below 0 when
   // changes cannot be seen: then nothing is held back.

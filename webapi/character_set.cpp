@@ -61,6 +61,7 @@ class Converter {
     }
   }
 
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how iconv_open says no.
   bool IsOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
 
   // Appends the text; what cannot be converted as U+FFFD. How many bytes that were.
