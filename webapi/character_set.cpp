@@ -61,7 +61,7 @@ class Converter {
     }
   }
 
-  bool IsOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  bool IsOpen() const { return reinterpret_cast<intptr_t>(handle_) != -1; }
 
   // Appends the text; what cannot be converted as U+FFFD. How many bytes that were.
   size_t Append(std::string_view text, std::string& converted) {

@@ -249,7 +249,7 @@ Row RowOf(int alignment) {
 }
 
 int Percent(double share) {
-  return static_cast<int>(share * 100 + 0.5);
+  return static_cast<int>(std::lround(share * 100));
 }
 
 std::string LineOf(const Placement& placement, int alignment, int lines) {
@@ -377,7 +377,7 @@ void ScriptOverrides::Apply(std::string_view block, CueText& text) {
   while (!block.empty()) {
     const size_t end = TagEnd(block);
     std::string_view tag = block.substr(1, end - 1);
-    tag.remove_prefix(std::min(tag.find_first_not_of(" "), tag.size()));
+    tag.remove_prefix(std::min(tag.find_first_not_of(' '), tag.size()));
     ApplyTag(tag, text);
     block.remove_prefix(end);
   }

@@ -232,3 +232,38 @@ test('the subtitle addresses of a segmented stream work', async () => {
   }
   await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
 });
+
+test('the clock is mapped to that of the segments', async () => {
+  const film = await service.open(beside('film.mkv'), { format: 'hls', profile: 'hls_240p_vb300_ab96', subtitle_id: '2' });
+  const response = await fetch(`${film.url}&fragment_id=%2200001%22`);
+  const segment = path.join(folder, 'segment.ts');
+  fs.writeFileSync(segment, Buffer.from(await response.arrayBuffer()));
+  await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
+  await service.isQuiet(4000, [stream.stream_id]);
+  assert.equal(response.status, 200);
+  const { stdout } = await run('ffprobe', ['-v', 'error', '-select_streams', 'v', '-show_entries', 'packet=pts', '-of', 'csv=p=0', segment]);
+  const first = Math.min(...stdout.trim().split(/[\s,]+/).map(Number));
+  const [, offset] = header.match(/MPEGTS:(\d+)/);
+  // The segment begins with the first picture of its second.
+  const late = first - 5 * 90000 - Number(offset);
+  assert.ok(late >= 0 && late < 90000 / 23, `${late} / 90000 s after the subtitles' clock`);
+});
+
+test('a stream whose folder an idle time has removed gives its subtitles and plays on', async () => {
+  const film = await service.open(beside('film.mkv'), { format: 'hls', subtitle_id: 'all' });
+  for (const kind of ['tmp/Mirevo/HLS', 'volume1/@tmp/Mirevo/HLS']) {
+    fs.rmSync(path.join(service.root, kind, film.stream_id), { recursive: true, force: true });
+  }
+  assert.equal(await get(beside('film.marked.srt'), {}, film.stream_id), files['film.marked.srt']);
+  const playlist = await fetch(film.url);
+  assert.match(await playlist.text(), /^#EXTM3U/);
+  await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
+});
+
+test('a film that does not begin at zero has its subtitles at the times of its pictures', async () => {
+  const late = path.join(folder, 'late.mkv');
+  await ffmpeg('-i', path.join(folder, 'film.mkv'), '-map', '0', '-c', 'copy', '-output_ts_offset', '10', late);
+  const film = await service.open(late);
+  assert.match(await get('2', {}, film.stream_id), /^\n00:00:01\.000 --> 00:00:04\.500\n/);
+  await service.close(film);
+});
