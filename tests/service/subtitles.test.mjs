@@ -6,7 +6,9 @@ import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { media, Service } from './support.mjs';
+import { chromium } from 'playwright-core';
+
+import { browserArguments, media, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const header = 'WEBVTT\nX-TIMESTAMP-MAP=MPEGTS:126000,LOCAL:00:00:00.000\n';
@@ -266,4 +268,35 @@ test('a film that does not begin at zero has its subtitles at the times of its p
   const film = await service.open(late);
   assert.match(await get('2', {}, film.stream_id), /^\n00:00:01\.000 --> 00:00:04\.500\n/);
   await service.close(film);
+});
+
+test('a browser reads every cue with its style and place', async () => {
+  const name = path.join(folder, 'film.places.srt');
+  fs.writeFileSync(name, srt('{\\an7}a <i>b</i> & <c', '{\\an6}right', '{\\pos(192,144)}middle', 'usual'));
+  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
+  try {
+    const page = await browser.newPage();
+    await page.goto(service.address);
+    const cues = await page.evaluate(async (url) => {
+      const track = document.createElement('track');
+      const loaded = new Promise((resolve, reject) => {
+        track.onload = resolve;
+        track.onerror = () => reject(new Error('no track'));
+      });
+      track.src = url;
+      document.getElementById('video').append(track);
+      track.track.mode = 'hidden';
+      await loaded;
+      return [...track.track.cues].map((cue) => [cue.startTime, cue.getCueAsHTML().textContent, cue.line, cue.snapToLines, cue.align, cue.position]);
+    }, new URL(address(beside('film.places.srt'))).href.replace(service.address, ''));
+    assert.deepEqual(cues, [
+      [1, 'a b & <c', 0, true, 'left', 'auto'],
+      [5, 'right', 45, false, 'right', 'auto'],
+      [9, 'middle', 44, false, 'center', 50],
+      [13, 'usual', 'auto', true, 'center', 'auto'],
+    ]);
+  } finally {
+    await browser.close();
+    fs.unlinkSync(name);
+  }
 });
