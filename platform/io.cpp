@@ -41,6 +41,11 @@ bool ReplaceFile(const std::string& path, std::string_view content) {
   return false;
 }
 
+bool TouchFile(const std::string& path) {
+  const UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+  return file.IsOpen() && futimens(file.Get(), nullptr) == 0;
+}
+
 bool ReadAll(std::istream& stream, std::string& content) {
   std::array<char, 16384> buffer{};
   while (stream.read(buffer.data(), buffer.size()) || stream.gcount() > 0) {

@@ -17,6 +17,10 @@ ORVO_API bool WriteAll(int fd, std::string_view content);
 // it cannot be written; the old content stays.
 ORVO_API bool ReplaceFile(const std::string& path, std::string_view content);
 
+// Sets the file's modification time to now, creating it where it is missing. Writes nothing:
+// emptying a file that has content can wait for the disk.
+ORVO_API bool TouchFile(const std::string& path);
+
 // Appends what is left of `stream` to `content`. False on a read error.
 ORVO_API bool ReadAll(std::istream& stream, std::string& content);
 

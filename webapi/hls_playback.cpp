@@ -1,8 +1,11 @@
 #include "webapi/hls_playback.h"
 
+#include <fcntl.h>
+
 #include <optional>
 
 #include "platform/io.h"
+#include "platform/unique_fd.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "stream/http_live_stream.h"
@@ -19,6 +22,7 @@ constexpr char kKind[] = "HLS";
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
+constexpr size_t kMaxDigits = 7;
 
 // The request program, with a name behind it for players that judge a segment by its ending.
 constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
@@ -68,7 +72,7 @@ Answer Revive(const std::string& streamId) {
 
 // Tells the monitor that somebody is still watching.
 void MarkAccess(const HttpLiveStream& stream) {
-  LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("access_status"), "1");
+  orvo::TouchFile(stream.GetQMXFileFullPath("access_status"));
 }
 
 Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
@@ -84,6 +88,19 @@ Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
 bool IsBusy(const std::string& profileValue) {
   const auto traits = LibOrvoQMX::ProfileTraits::Of(profileValue);
   return !traits.remux && !LibMirevo::TransLoading().TransEnable(traits.hardware);
+}
+
+// Says which segment is wanted, which limits how far the transcoder runs ahead. In a fixed width:
+// the number is written over the older one at once, with nothing to cut off and no disk to wait
+// for.
+void AskFor(int64_t number, const HttpLiveStream& stream) {
+  const std::string path = stream.GetQMXFileFullPath("requested");
+  std::string text = std::to_string(number);
+  text.insert(0, kMaxDigits - text.size(), '0');
+  const orvo::UniqueFd file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  if (!file.IsOpen() || !orvo::WriteAll(file.Get(), text)) {
+    orvo::ReplaceFile(path, text);
+  }
 }
 
 Answer SendSegment(const Request& request, HttpLiveStream& stream) {
@@ -102,8 +119,7 @@ Answer SendSegment(const Request& request, HttpLiveStream& stream) {
     SendFileHeaders(kSegmentType);
     return Answer::Sent();
   }
-  // How far the transcoder may run ahead depends on what has been asked for.
-  orvo::ReplaceFile(stream.GetQMXFileFullPath("requested"), fragment);
+  AskFor(*number, stream);
   if (!stream.Transcoding(fragment)) {
     return Answer::Failure(kInternal, "The transcoder could not be started.");
   }

@@ -72,7 +72,7 @@ bool TakeOver(const std::string& streamId, int start, std::string& audioId) {
   }
   const HttpStream stream(streamId);
   StopTranscoder(stream);
-  LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("access_status"), "1");
+  orvo::TouchFile(stream.GetQMXFileFullPath("access_status"));
   audioId = ticket->Parameter("audio_id");
   return ticket->SetOwner(owner, getpid(), start);
 }

@@ -65,6 +65,13 @@ bool Revive(const Ticket& ticket) {
   return ticket.Revive() && (ticket.Kind() != "HLS" || !PrepareHls(ticket, ignored).IsFailure());
 }
 
+// A film lasts up to a second longer than its duration says in whole ones, and the last span of a
+// playlist ends with those.
+bool ReachesTheEnd(const Span& span, const Json::Value& film) {
+  const Json::Value& duration = film["duration"];
+  return duration.isUInt() && span.end >= int64_t{duration.asUInt()} * 1000;
+}
+
 std::optional<Stream> StreamOf(const std::string& id) {
   const auto ticket = Ticket::Take(id);
   if (!ticket) {
@@ -151,7 +158,7 @@ Answer GetSubtitle(const Request& request) {
   if (!IsStreamId(id)) {
     return Answer::Failure(kBadRequest, "This is not the id of a stream.");
   }
-  const auto span = SpanOf(request);
+  auto span = SpanOf(request);
   if (!span) {
     return Answer::Failure(kBadRequest,
                            "The times must be whole seconds, the end not before the start.");
@@ -168,6 +175,9 @@ Answer GetSubtitle(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   if (!GetTrack(*stream, request.Text("subtitle_id"), codepage, webVtt, refusal)) {
     return refusal;
+  }
+  if (ReachesTheEnd(*span, stream->film)) {
+    span->end = Span().end;
   }
   // Written anew even when it is all of it: anyone may have damaged what was kept.
   return Send(WriteWebVtt(Slice(ParseWebVtt(webVtt), span->start, span->end)),

@@ -29,6 +29,9 @@ constexpr int64_t kLargestFile = 20 << 20;
 // A film that takes more of the processor's time than this is made to take it.
 constexpr char kExtractionSeconds[] = "300";
 
+constexpr int kSignalled = 128;
+constexpr int kTimeLimitReached = 255;
+
 std::string TextIn(const Json::Value& object, const char* key) {
   return object.isObject() && object[key].isString() ? object[key].asString() : "";
 }
@@ -108,6 +111,11 @@ class SubtitleFile : public SubtitleSource {
 bool IsListed(const std::string& film, const std::string& id) {
   Json::Value files(Json::arrayValue);
   libmrv::subtitle::GetExternalSubtitle(film, files);
+  // The search went to the film's folder. Libraries are loaded from here on, and a search path with
+  // an empty entry in it would look for them among the films.
+  if (chdir("/") != 0) {
+    return false;
+  }
   return std::any_of(files.begin(), files.end(),
                      [&](const Json::Value& file) { return file.asString() == id; });
 }
@@ -192,7 +200,7 @@ class SubtitleTrack : public SubtitleSource {
       return false;
     }
     const int status = PlatExecv(kExtractor, CommandLine(pipe.Get()));
-    if (status < 0 || status >= 126) {
+    if (status < 0 || (status >= kSignalled && status != kTimeLimitReached)) {
       return false;
     }
     return lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text);

@@ -6,7 +6,9 @@ import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { media, Service } from './support.mjs';
+import { chromium } from 'playwright-core';
+
+import { browserArguments, media, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const header = 'WEBVTT\nX-TIMESTAMP-MAP=MPEGTS:126000,LOCAL:00:00:00.000\n';
@@ -231,4 +233,70 @@ test('the subtitle addresses of a segmented stream work', async () => {
     }
   }
   await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
+});
+
+test('the clock is mapped to that of the segments', async () => {
+  const film = await service.open(beside('film.mkv'), { format: 'hls', profile: 'hls_240p_vb300_ab96', subtitle_id: '2' });
+  const response = await fetch(`${film.url}&fragment_id=%2200001%22`);
+  const segment = path.join(folder, 'segment.ts');
+  fs.writeFileSync(segment, Buffer.from(await response.arrayBuffer()));
+  await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
+  await service.isQuiet(4000, [stream.stream_id]);
+  assert.equal(response.status, 200);
+  const { stdout } = await run('ffprobe', ['-v', 'error', '-select_streams', 'v', '-show_entries', 'packet=pts', '-of', 'csv=p=0', segment]);
+  const first = Math.min(...stdout.trim().split(/[\s,]+/).map(Number));
+  const [, offset] = header.match(/MPEGTS:(\d+)/);
+  // The segment begins with the first picture of its second.
+  const late = first - 5 * 90000 - Number(offset);
+  assert.ok(late >= 0 && late < 90000 / 23, `${late} / 90000 s after the subtitles' clock`);
+});
+
+test('a stream whose folder an idle time has removed gives its subtitles and plays on', async () => {
+  const film = await service.open(beside('film.mkv'), { format: 'hls', subtitle_id: 'all' });
+  for (const kind of ['tmp/Mirevo/HLS', 'volume1/@tmp/Mirevo/HLS']) {
+    fs.rmSync(path.join(service.root, kind, film.stream_id), { recursive: true, force: true });
+  }
+  assert.equal(await get(beside('film.marked.srt'), {}, film.stream_id), files['film.marked.srt']);
+  const playlist = await fetch(film.url);
+  assert.match(await playlist.text(), /^#EXTM3U/);
+  await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
+});
+
+test('a film that does not begin at zero has its subtitles at the times of its pictures', async () => {
+  const late = path.join(folder, 'late.mkv');
+  await ffmpeg('-i', path.join(folder, 'film.mkv'), '-map', '0', '-c', 'copy', '-output_ts_offset', '10', late);
+  const film = await service.open(late);
+  assert.match(await get('2', {}, film.stream_id), /^\n00:00:01\.000 --> 00:00:04\.500\n/);
+  await service.close(film);
+});
+
+test('a browser reads every cue with its style and place', async () => {
+  const name = path.join(folder, 'film.places.srt');
+  fs.writeFileSync(name, srt('{\\an7}a <i>b</i> & <c', '{\\an6}right', '{\\pos(192,144)}middle', 'usual'));
+  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
+  try {
+    const page = await browser.newPage();
+    await page.goto(service.address);
+    const cues = await page.evaluate(async (url) => {
+      const track = document.createElement('track');
+      const loaded = new Promise((resolve, reject) => {
+        track.onload = resolve;
+        track.onerror = () => reject(new Error('no track'));
+      });
+      track.src = url;
+      document.getElementById('video').append(track);
+      track.track.mode = 'hidden';
+      await loaded;
+      return [...track.track.cues].map((cue) => [cue.startTime, cue.getCueAsHTML().textContent, cue.line, cue.snapToLines, cue.align, cue.position]);
+    }, new URL(address(beside('film.places.srt'))).href.replace(service.address, ''));
+    assert.deepEqual(cues, [
+      [1, 'a b & <c', 0, true, 'left', 'auto'],
+      [5, 'right', 45, false, 'right', 'auto'],
+      [9, 'middle', 44, false, 'center', 50],
+      [13, 'usual', 'auto', true, 'center', 'auto'],
+    ]);
+  } finally {
+    await browser.close();
+    fs.unlinkSync(name);
+  }
 });

@@ -186,7 +186,7 @@ TEST(Formats, HostileFilesTakeTimeInProportionToTheirSize) {
   const auto repeated = [](const std::string& piece) {
     std::string text = "1\n00:00:01,000 --> 00:00:02,000\n<SYNC Start=1><P>";
     text += "[Events]\nDialogue: 0,0:00:01.00,0:00:02.00,Default,,0,0,0,,";
-    while (text.size() < 4 << 20) {
+    while (text.size() < 2 << 20) {
       text += piece;
     }
     return text;
