@@ -1,5 +1,6 @@
 #include "webapi/request.h"
 
+#include <json/reader.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,8 +8,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
-
-#include "util/json_utils.h"
+#include <sstream>
 
 namespace webapi {
 namespace {
@@ -19,6 +19,17 @@ constexpr char kFormType[] = "application/x-www-form-urlencoded";
 std::string Environment(const char* name) {
   const char* const value = std::getenv(name);
   return value != nullptr ? value : "";
+}
+
+// The text inside quotes. Playlists put them around a value as it is, so what is no JSON text is
+// taken literally.
+std::string Unquote(const std::string& text) {
+  Json::CharReaderBuilder strict;
+  strict["failIfExtra"] = true;
+  Json::Value value;
+  std::istringstream stream(text);
+  const bool isJson = Json::parseFromStream(strict, stream, &value, nullptr) && value.isString();
+  return isJson ? value.asString() : text.substr(1, text.size() - 2);
 }
 
 std::optional<int64_t> ParseNumber(std::string_view text) {
@@ -105,9 +116,7 @@ std::string Request::Text(const std::string& name) const {
     return "";
   }
   const std::string& text = found->second;
-  Json::Value value;
-  const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
-  return quoted && LibMirevo::ParseJson(text, value) && value.isString() ? value.asString() : text;
+  return text.size() >= 2 && text.front() == '"' && text.back() == '"' ? Unquote(text) : text;
 }
 
 std::optional<int64_t> Request::Number(const std::string& name, int64_t max) const {

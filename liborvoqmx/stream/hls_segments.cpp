@@ -151,11 +151,15 @@ std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
     return "";
   }
   const int number = ParseNumber(fragment);
+  // The kernel takes milliseconds to take a watch down: none for a segment that is there.
+  if (VerifyFragmentIsReady(fragment)) {
+    return GetSegmentTsPath(number);
+  }
   const std::string directory = GetQMXFileFullPath("");
   const Clock::time_point end = Clock::now() + kReadTimeout;
   const StreamWatch watch(directory);
   Clock::time_point lastRunning = Clock::now();
-  for (bool isFirstLook = true;; isFirstLook = false) {
+  for (;;) {
     const orvo::UniqueFd monitor =
         OpenRunningProcess(ParseNumber(ReadFile(GetQMXFileFullPath("monitor.pid"))));
     const bool isOvertaken = !CheckSequence();
@@ -164,8 +168,7 @@ std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
     }
     const bool isOver = Clock::now() - lastRunning >= kSettled;
     // A segment whose transcoder a newer request has just stopped may be half. Its successor tells.
-    if (VerifyFragmentIsReady(fragment) &&
-        (isFirstLook || !isOvertaken || HasSegment(number + 1))) {
+    if (VerifyFragmentIsReady(fragment) && (!isOvertaken || HasSegment(number + 1))) {
       return GetSegmentTsPath(number);
     }
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());

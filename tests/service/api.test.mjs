@@ -81,6 +81,12 @@ test('odd names play', async () => {
   }
 });
 
+test('quotes around a value that holds quotes are only quotes', async () => {
+  const name = 'a "b" & <c>\n%s.mkv';
+  const answer = await service.call('Library', 'info', { path: `"${path.join(folder, name)}"` });
+  assert.equal(answer.data.metadata.path, path.join(fs.realpathSync(folder), name));
+});
+
 test('a name that is not UTF-8 is refused with a sentence', async () => {
   const { data } = await service.call('Library', 'list', { path: folder });
   const entry = data.files.find(({ encoded_path: encoded }) => encoded.includes('%E9'));
