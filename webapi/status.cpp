@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -21,6 +22,17 @@ using libmrv::util::PlatformUtils;
 // The file in memory into which a transcoder writes its progress.
 constexpr char kProgressFile[] = "/memfd:orvo-progress";
 constexpr std::streamoff kProgressTail = 1024;
+
+// A stream whose last request is younger than this is being watched, in seconds.
+constexpr time_t kIdle = 30;
+
+// The first child of a process; -1 without any.
+pid_t ChildOf(pid_t pid) {
+  const std::string name = std::to_string(pid);
+  std::ifstream children("/proc/" + name + "/task/" + name + "/children");
+  pid_t child = -1;
+  return children >> child ? child : -1;
+}
 
 std::string FindProgress(pid_t pid) {
   std::error_code failure;
@@ -48,7 +60,10 @@ std::string Newest(const std::string& progress, const std::string& key) {
 
 // Adds how fast the transcoder works (1 is the film's own speed) and where in the film it is.
 void AddProgress(pid_t pid, Json::Value& transcoder) {
-  std::ifstream file(FindProgress(pid), std::ios::binary | std::ios::ate);
+  // A transcoder that cuts segments has FFmpeg as a child of its own.
+  const std::string own = FindProgress(pid);
+  std::ifstream file(own.empty() ? FindProgress(ChildOf(pid)) : own,
+                     std::ios::binary | std::ios::ate);
   if (!file.is_open()) {
     return;
   }
@@ -62,9 +77,12 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
   transcoder["position"] = std::strtod(Newest(progress, "\nout_time_us=").c_str(), nullptr) / 1e6;
 }
 
+// The stream's transcoder; -1 when none runs. That of a progressive stream is what "monitor.pid"
+// names, that of another kind a child of the monitor there.
 pid_t TranscoderOf(const Ticket& ticket) {
-  return PlatReadPidFile(
+  const pid_t monitor = PlatReadPidFile(
       orvo::SystemPath("/tmp/Mirevo/" + ticket.Kind() + "/" + ticket.StreamId() + "/monitor.pid"));
+  return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
 }
 
 Json::Value DescribeStream(const Ticket& ticket) {
@@ -75,7 +93,7 @@ Json::Value DescribeStream(const Ticket& ticket) {
   stream["path"] = record["path"];
   stream["profile"] = record["profile_key"];
   stream["start"] = ticket.StartSeconds();
-  stream["playing"] = PlatProcAlive(ticket.OwnerPid());
+  stream["playing"] = PlatProcAlive(ticket.OwnerPid()) || time(nullptr) - ticket.LastUse() < kIdle;
   return stream;
 }
 

@@ -141,6 +141,16 @@ test('the answers have the types that players insist on', async () => {
   await first.arrayBuffer();
 });
 
+test('the status shows the transcoder of a segmented stream', async () => {
+  const stream = await open('long.mkv', { format: 'hls', profile: 'hls_480p_vb1200_ab128' });
+  await (await segment(stream, 0)).arrayBuffer();
+  const { data } = await service.call('Status', 'get');
+  assert.deepEqual(data.transcoders.map(({ kind, pid }) => ({ kind, pid })), [
+    { kind: 'software', pid: service.registry()[0].PID },
+  ]);
+  assert.equal(data.streams.find(({ stream_id: id }) => id === stream.stream_id).playing, true);
+});
+
 test('segments that do not exist are refused and start nothing', async () => {
   const stream = await open('h264_ac3.mkv', transcode);
   assert.equal((await segment(stream, 12)).status, 404);
