@@ -57,19 +57,6 @@ Json::Value SubtitleOptions(const Ticket& ticket) {
   return options;
 }
 
-// Makes anew what an idle time has removed, so that a viewer may pause as long as he likes.
-Answer Revive(const std::string& streamId) {
-  const auto ticket = Ticket::Take(streamId);
-  if (!ticket || ticket->Kind() != kKind) {
-    return Answer::Failure(kNotFound, kStreamClosed);
-  }
-  if (ticket->HasDirectory()) {
-    return Answer::Sent();
-  }
-  Json::Value ignored;
-  return ticket->Revive() ? PrepareHls(*ticket, ignored) : Answer::Failure("TransSapceNotEnough");
-}
-
 // Tells the monitor that somebody is still watching.
 void MarkAccess(const HttpLiveStream& stream) {
   orvo::TouchFile(stream.GetQMXFileFullPath("access_status"));
@@ -144,11 +131,25 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   return Answer::Failure(stream.GetErrorString());
 }
 
+Answer ReviveHls(const Ticket& ticket) {
+  if (ticket.HasDirectory()) {
+    return Answer::Sent();
+  }
+  Json::Value ignored;
+  return ticket.Revive() ? PrepareHls(ticket, ignored) : Answer::Failure("TransSapceNotEnough");
+}
+
 Answer PlayHls(const Request& request, const std::string& streamId) {
-  const Answer revived = Revive(streamId);
+  auto ticket = Ticket::Take(streamId);
+  if (!ticket || ticket->Kind() != kKind) {
+    return Answer::Failure(kNotFound, kStreamClosed);
+  }
+  const Answer revived = ReviveHls(*ticket);
   if (revived.IsFailure()) {
     return revived;
   }
+  // The ticket's lock is not to be held while a segment is waited for.
+  ticket.reset();
   HttpLiveStream stream(streamId);
   MarkAccess(stream);
   return request.Has("fragment_id") ? SendSegment(request, stream) : SendPlaylist(request, stream);

@@ -80,8 +80,7 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
 // The stream's transcoder; -1 when none runs. That of a progressive stream is what "monitor.pid"
 // names, that of another kind a child of the monitor there.
 pid_t TranscoderOf(const Ticket& ticket) {
-  const pid_t monitor = PlatReadPidFile(
-      orvo::SystemPath("/tmp/Mirevo/" + ticket.Kind() + "/" + ticket.StreamId() + "/monitor.pid"));
+  const pid_t monitor = PlatReadPidFile(ticket.Folder() + "/monitor.pid");
   return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
 }
 

@@ -273,7 +273,7 @@ void CloseAllStreams() {
   }
   for (const StreamKind& kind : kStreamKinds) {
     std::error_code failure;
-    const std::string folder = orvo::SystemPath(std::string("/tmp/Mirevo/") + kind.kind);
+    const std::string folder = KindFolder(kind.kind);
     for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
       kind.close(entry.path().filename().string());
     }

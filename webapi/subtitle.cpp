@@ -1,9 +1,7 @@
 #include "webapi/subtitle.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -11,8 +9,6 @@
 #include <string>
 
 #include "platform/io.h"
-#include "platform/plat.h"
-#include "platform/unique_fd.h"
 #include "policy/lock.h"
 #include "util/md5.h"
 #include "webapi/character_set.h"
@@ -55,14 +51,15 @@ struct Stream {
   std::string folder;
 };
 
-// Makes anew what an idle time has removed: the folder keeps the converted track.
-bool Revive(const Ticket& ticket) {
-  if (ticket.HasDirectory()) {
-    return true;
-  }
-  Json::Value ignored;
+// Makes anew what an idle time has removed: the folder keeps the converted track. Without one there
+// is still a film to read.
+void Revive(const Ticket& ticket) {
   // This kind's folder is taken for complete as soon as it is there.
-  return ticket.Revive() && (ticket.Kind() != "HLS" || !PrepareHls(ticket, ignored).IsFailure());
+  if (ticket.Kind() == "HLS") {
+    ReviveHls(ticket);
+  } else {
+    ticket.Revive();
+  }
 }
 
 // A film lasts up to a second longer than its duration says in whole ones, and the last span of a
@@ -77,9 +74,8 @@ std::optional<Stream> StreamOf(const std::string& id) {
   if (!ticket) {
     return std::nullopt;
   }
-  // Without a folder there is still a film to read.
   Revive(*ticket);
-  return Stream{ticket->Record(), orvo::SystemPath("/tmp/Mirevo/" + ticket->Kind() + "/" + id)};
+  return Stream{ticket->Record(), ticket->Folder()};
 }
 
 // A converted track on disk. Another request may convert the same one at the same time: the name
@@ -98,16 +94,7 @@ class KeptTrack {
   }
 
   // Keeping it only saves time: a full disk and a folder removed meanwhile are no failures.
-  void Save(const std::string& webVtt) const {
-    const std::string aside = path_ + ".new";
-    orvo::UniqueFd file(
-        open(aside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
-    const bool written = file.IsOpen() && orvo::WriteAll(file.Get(), webVtt);
-    file.Reset();
-    if (!written || rename(aside.c_str(), path_.c_str()) != 0) {
-      unlink(aside.c_str());
-    }
-  }
+  void Save(const std::string& webVtt) const { orvo::ReplaceFile(path_, webVtt); }
 
   // Held while the track is converted. Nothing where there is no folder to keep it in: a lock would
   // make one that nobody removes.

@@ -21,16 +21,16 @@ constexpr char kFolder[] = "/tmp/Mirevo/tickets";
 constexpr size_t kDigestLength = 32;
 constexpr size_t kStreamIdLength = 41;
 
-std::string Folder() {
+std::string TicketFolder() {
   return orvo::SystemPath(kFolder);
 }
 
 std::string PathOf(const std::string& streamId) {
-  return Folder() + "/" + streamId;
+  return TicketFolder() + "/" + streamId;
 }
 
 std::string StreamFolder(const std::string& kind, const std::string& streamId) {
-  return orvo::SystemPath("/tmp/Mirevo/" + kind + "/" + streamId);
+  return KindFolder(kind) + "/" + streamId;
 }
 
 std::string RecordPath(const std::string& kind, const std::string& streamId) {
@@ -103,7 +103,7 @@ std::optional<Ticket> Ticket::Take(const std::string& streamId) {
 std::vector<std::string> Ticket::All() {
   std::vector<std::string> ids;
   std::error_code failure;
-  for (const auto& entry : std::filesystem::directory_iterator(Folder(), failure)) {
+  for (const auto& entry : std::filesystem::directory_iterator(TicketFolder(), failure)) {
     ids.push_back(entry.path().filename().string());
   }
   return ids;
@@ -132,8 +132,7 @@ pid_t Ticket::OwnerPid() const {
 }
 
 time_t Ticket::LastUse() const {
-  return std::max(ModifiedAt(PathOf(streamId_)),
-                  ModifiedAt(StreamFolder(Kind(), streamId_) + "/access_status"));
+  return std::max(ModifiedAt(PathOf(streamId_)), ModifiedAt(Folder() + "/access_status"));
 }
 
 bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
@@ -141,6 +140,10 @@ bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
   content_["owner_pid"] = pid;
   content_["start"] = startSeconds;
   return LibMirevo::WriteJsonToFileWithoutLock(PathOf(streamId_), content_);
+}
+
+std::string Ticket::Folder() const {
+  return StreamFolder(Kind(), streamId_);
 }
 
 bool Ticket::HasDirectory() const {
@@ -163,6 +166,10 @@ void Ticket::Remove() {
 bool ReviveDirectory(const std::string& streamId) {
   const auto ticket = Ticket::Take(streamId);
   return ticket && ticket->Revive();
+}
+
+std::string KindFolder(const std::string& kind) {
+  return orvo::SystemPath("/tmp/Mirevo/" + kind);
 }
 
 }  // namespace webapi

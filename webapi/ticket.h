@@ -50,7 +50,8 @@ class Ticket {
   pid_t OwnerPid() const;
   bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
 
-  // Is the stream's directory there, with its record?
+  std::string Folder() const;  // the stream's directory
+  // Is it there, with its record?
   bool HasDirectory() const;
   // Makes it where it is missing.
   bool Revive() const;
@@ -64,6 +65,9 @@ class Ticket {
   std::unique_ptr<LibMirevo::Lock> lock_;
   Json::Value content_;
 };
+
+// Where the directories of one kind of streams lie.
+std::string KindFolder(const std::string& kind);
 
 // Sees to it that an open stream has its directory. False when there is no such stream.
 bool ReviveDirectory(const std::string& streamId);

@@ -23,6 +23,7 @@
 #include "stream/http_live_stream.h"
 #include "stream/stream_lock.h"
 #include "stream/stream_watch.h"
+#include "util/lists.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 
@@ -42,10 +43,6 @@ constexpr int kWrapperSegmentSeconds = 5;  // the wrapper never copies video
 constexpr unsigned long kIdleSeconds = 900;
 constexpr int kIdleCheckMilliseconds = 2000;
 constexpr int kGraceMilliseconds = 1000;
-
-void Append(std::vector<std::string>& list, const std::vector<std::string>& more) {
-  list.insert(list.end(), more.begin(), more.end());
-}
 
 std::string ThreeDecimals(double value) {
   char text[64];

@@ -14,6 +14,7 @@
 #include "policy/trans_loading.h"
 #include "stream/liborvoqmx.h"
 #include "stream/stream_lock.h"
+#include "util/lists.h"
 #include "util/qmxutils.h"
 
 namespace LibOrvoQMX {
@@ -27,10 +28,6 @@ std::string StartSeconds(int milliseconds) {
   char text[32];
   snprintf(text, sizeof(text), "%.3f", milliseconds / 1000.0);
   return text;
-}
-
-void Append(std::vector<std::string>& list, const std::vector<std::string>& more) {
-  list.insert(list.end(), more.begin(), more.end());
 }
 
 // A wish to end with the parent that this process has made, and how to make it again.

@@ -1,0 +1,13 @@
+// Lists of texts, as command lines are built from.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace LibOrvoQMX {
+
+inline void Append(std::vector<std::string>& list, const std::vector<std::string>& more) {
+  list.insert(list.end(), more.begin(), more.end());
+}
+
+}  // namespace LibOrvoQMX
