@@ -107,27 +107,27 @@ export class Viewer {
   }
 
   // Waits until the film runs at this second or soon after it.
-  async runsFrom(second) {
+  async runsFrom(second, timeout = 30000) {
     await this.page.waitForFunction((value) => {
       const video = document.getElementById('video');
       return video.readyState >= 3 && !video.seeking && video.playbackRate === 1 && video.currentTime >= value - 0.2;
-    }, second);
+    }, second, { timeout });
   }
 
-  async seekTo(second) {
+  async seekTo(second, timeout) {
     await this.page.evaluate((value) => {
       const position = document.getElementById('position');
       position.value = String(value);
       position.dispatchEvent(new Event('change'));
     }, second);
-    await this.runsFrom(second);
+    await this.runsFrom(second, timeout);
   }
 
   // Chooses in the settings, which are opened for it.
   async set(label, option) {
     const settings = this.page.getByRole('button', { name: 'Settings' });
     if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.click();
-    await this.page.getByLabel(label, { exact: true }).selectOption(option);
+    await this.page.getByRole('combobox', { name: label, exact: true }).selectOption(option);
     await settings.click();
   }
 

@@ -132,7 +132,8 @@ export class Playback extends EventTarget {
   mark(name) {
     if (this.marks.start !== undefined && this.marks[name] === undefined) {
       this.marks[name] = performance.now() - this.marks.start;
-      this.phase = { open: 'manifest', manifest: 'media', media: 'frame', frame: 'buffering' }[name];
+      const isShown = this.marks.frame !== undefined;
+      this.phase = isShown ? 'buffering' : { open: 'manifest', manifest: 'media', media: 'frame' }[name];
       this.changed();
     }
   }

@@ -10,15 +10,17 @@ const PARTS = [
   ['frame', 'first frame'],
 ];
 
-// "1200 ms (opened 300 ms, manifest 20 ms, first media 700 ms, first frame 180 ms)"; '' before the first frame.
+// "1200 ms (opened 300 ms, manifest 20 ms, first media 700 ms, first frame 180 ms)", in the order in which it came to
+// pass; '' before the first frame.
 export function startText(marks) {
   let before = 0;
-  const parts = PARTS.filter(([name]) => marks[name] !== undefined).map(([name, text]) => {
+  const passed = PARTS.filter(([name]) => marks[name] !== undefined).sort(([a], [b]) => marks[a] - marks[b]);
+  const parts = passed.map(([name, text]) => {
     const part = marks[name] - before;
     before = marks[name];
     return `${text} ${millisecondsText(part)}`;
   });
-  return marks.frame === undefined ? '' : `${millisecondsText(marks.frame)} (${parts.join(', ')})`;
+  return marks.frame === undefined ? '' : `${millisecondsText(before)} (${parts.join(', ')})`;
 }
 
 function framesText(video) {
