@@ -34,6 +34,7 @@ function show({ title, nodes, keepsFocus }) {
 }
 
 async function go() {
+  clearTimeout(typing);
   leaving.abort();
   leaving = new AbortController();
   const { signal } = leaving;
@@ -78,8 +79,9 @@ async function leave() {
   await enter();
 }
 
+let typing; // when to search for what is being typed
+
 function listenToSearch() {
-  let typing;
   const words = find('words');
   const search = () => {
     const address = words.value.trim() ? `#/search?${new URLSearchParams({ q: words.value.trim() })}` : '#/';

@@ -33,6 +33,14 @@ export async function answerFor(page, answers) {
   );
 }
 
+// For the message of a failed test.
+function describe() {
+  const { buffered, currentTime, readyState, seeking, paused, playbackRate } = document.getElementById('video');
+  const parts = Array.from({ length: buffered.length }, (_, part) => [buffered.start(part), buffered.end(part)]);
+  const said = document.querySelector('.overlay').innerText;
+  return JSON.stringify({ currentTime, readyState, seeking, paused, playbackRate, parts, said });
+}
+
 // A page of the service. `complaints` collects what the browser reports. A picture that cannot be made of a file is no
 // fault of the page.
 export class Viewer {
@@ -108,10 +116,13 @@ export class Viewer {
 
   // Waits until the film runs at this second or soon after it.
   async runsFrom(second, timeout = 30000) {
-    await this.page.waitForFunction((value) => {
+    const runs = (value) => {
       const video = document.getElementById('video');
       return video.readyState >= 3 && !video.seeking && video.playbackRate === 1 && video.currentTime >= value - 0.2;
-    }, second, { timeout });
+    };
+    await this.page.waitForFunction(runs, second, { timeout }).catch(async () => {
+      assert.fail(`does not run from ${second}: ${await this.page.evaluate(describe)}`);
+    });
   }
 
   async seekTo(second, timeout) {

@@ -80,6 +80,7 @@ test('a film is found by a part of its name, and played', async () => {
   } });
   await viewer.go();
   await viewer.page.getByRole('searchbox', { name: 'Search films' }).fill('LON');
+  await viewer.page.getByText('1 film.').waitFor();
   await viewer.page.getByRole('link', { name: /long\.mkv/ }).click();
   await viewer.page.getByRole('heading', { name: 'long.mkv' }).waitFor();
   await viewer.page.getByRole('link', { name: 'Play', exact: true }).click();

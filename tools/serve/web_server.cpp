@@ -70,9 +70,10 @@ std::string Configuration(const WebServer& server) {
   line("setenv.set-environment", environment + " )");
   line("cgi.x-sendfile", "\"enable\"");
   line("cgi.x-sendfile-docroot", "( " + Quoted(server.streamFolder + "/") + " )");
+  // hls.js plays from objects of its own and lets its subtitle tracks begin as an empty text.
   line("setenv.add-response-header",
        "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
-       "'self' blob:; style-src "
+       "'self' blob: data:; style-src "
        "'self' 'unsafe-inline'\", "
        "\"Referrer-Policy\" => \"no-referrer\" )");
   // A film goes out as the viewer takes it, and a request whose viewer has left is ended.

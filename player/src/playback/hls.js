@@ -4,6 +4,7 @@ import workerPath from 'hls.js/dist/hls.worker.js?url';
 import { localAddress } from '../api.js';
 import { bufferedAhead } from './file.js';
 import { reasonOfStatus } from './status_codes.js';
+import { subtitleIdOf } from './subtitle_id.js';
 
 // A segment is made when it is asked for, so its first byte may take a while, and a busy server is asked again
 // until the viewer gives up.
@@ -27,11 +28,8 @@ const settings = {
   playlistLoadPolicy: playlistPolicy,
 };
 
-// The subtitle that a playlist's address stands for.
-export function subtitleIdOf(address) {
-  const id = new URL(address, 'http://localhost/').searchParams.get('subtitle_id') ?? '';
-  return id.startsWith('"') && id.endsWith('"') ? id.slice(1, -1) : id;
-}
+// What the server would say again, however often it is asked.
+const FINAL = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'TransSapceNotEnough']);
 
 export class Segments {
   constructor(video, hooks) {
@@ -64,9 +62,10 @@ export class Segments {
     this.hooks.play();
   }
 
-  judge(Hls, { type, details, fatal, response, networkDetails }) {
+  judge(Hls, { type, details, fatal, frag, response, networkDetails }) {
     const reason = reasonOfStatus(response?.code);
-    if (reason === 'Unauthorized') {
+    const isSubtitle = frag?.type === 'subtitle' || details.startsWith('subtitle');
+    if (FINAL.has(reason) && !isSubtitle) {
       this.hooks.fail({ reason });
     } else if (!fatal) {
       if (reason === 'TransEnable') {

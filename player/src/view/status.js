@@ -39,7 +39,7 @@ function streamsTable({ streams, transcoders }, refresh) {
       button('Stop', fileName(stream.path), stop),
     ];
   });
-  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Transcoder, speed', 'Processor', 'Load', ''];
+  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Transcoder, speed', 'Processor', 'Load', 'Action'];
   return rows.length > 0 ? table('Streams', headings, rows) : element('p', {}, 'Nobody is watching.');
 }
 
@@ -77,7 +77,7 @@ function history(items, refresh) {
     button('Forget', item.name, () => act(() => forget(item.encoded_path), refresh)),
   ]);
   const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, 'Forget all');
-  return rows.length > 0 ? [element('h2', {}, 'Watched'), table('Watched', ['When', 'Film', 'How far', ''], rows), element('p', { class: 'actions' }, all)] : [];
+  return rows.length > 0 ? [element('h2', {}, 'Watched'), table('Watched', ['When', 'Film', 'How far', 'Action'], rows), element('p', { class: 'actions' }, all)] : [];
 }
 
 function body(status, items, refresh) {

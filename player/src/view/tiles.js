@@ -65,7 +65,9 @@ export function observer(signal) {
         const entry = entries.get(target);
         waiting.push(async () => {
           if (!signal.aborted) {
-            await loadCard(target, entry, signal);
+            if (entry.size !== undefined) {
+              await loadCard(target, entry, signal);
+            }
             await loadPoster(target, entry, signal);
           }
         });
@@ -114,6 +116,6 @@ export function begunTile(entry, sight) {
   const left = Math.max(0, entry.duration - entry.position);
   const item = tile(entry, playAddress(entry, entry.position), 'film', `${clockText(left)} left`);
   item.querySelector('.facts').before(element('progress', { max: entry.duration || 1, value: entry.position, 'aria-label': 'Watched' }));
-  sight.watch(item, { encoded_path: entry.encoded_path });
+  sight.watch(item, { encoded_path: entry.encoded_path }); // its facts are known
   return item;
 }
