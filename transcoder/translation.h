@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "transcoder/fragment_cutter.h"
 #include "transcoder/segment_cutter.h"
 
 namespace orvo::transcoder {
@@ -26,10 +27,11 @@ struct Surroundings {
 };
 
 struct Translation {
-  std::vector<std::string> command;     // the whole argument vector; empty when there is an error
-  std::optional<SegmentPlan> segments;  // set when the output is to be cut into segments
-  std::vector<std::string> notes;       // one line for each encoder that was replaced
-  std::string error;                    // why nothing can be run; empty otherwise
+  std::vector<std::string> command;       // the whole argument vector; empty when there is an error
+  std::optional<SegmentPlan> segments;    // set when the output is to be cut into segments
+  std::optional<FragmentPlan> fragments;  // or into fragments
+  std::vector<std::string> notes;         // one line for each encoder that was replaced
+  std::string error;                      // why nothing can be run; empty otherwise
 };
 
 // Translates `arguments`, the command line without the program's name: options before "-i" belong

@@ -28,6 +28,10 @@ orvo::UniqueFd OpenRunningProcess(pid_t pid) {
 
 StreamWatch::StreamWatch(const std::string& directory)
     : changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+  Add(directory);
+}
+
+void StreamWatch::Add(const std::string& directory) const {
   inotify_add_watch(changes_.Get(), directory.c_str(), kEvents);
 }
 
