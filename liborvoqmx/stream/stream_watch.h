@@ -7,6 +7,7 @@
 #include <chrono>
 #include <string>
 
+#include "platform/export.h"
 #include "platform/unique_fd.h"
 
 namespace LibOrvoQMX {
@@ -23,7 +24,7 @@ inline constexpr std::chrono::milliseconds kLookAgain(1000);
 
 // Files that come, go or are complete in a stream directory. What happens after construction is
 // not missed: construct, look, wait.
-class StreamWatch {
+class ORVO_API StreamWatch {
  public:
   explicit StreamWatch(const std::string& directory);
 

@@ -141,7 +141,7 @@ test('fragments that the manifest does not name are refused and start nothing', 
 
 const players = {
   'dash.js': {
-    scripts: ['dashjs/dist/modern/umd/dash.all.min.js'],
+    scripts: ['dashjs/dist/modern/umd/dash.mediaplayer.min.js', 'dashjs/dist/modern/umd/dash.mss.min.js'],
     load: async (address) => {
       const player = window.dashjs.MediaPlayer().create();
       player.updateSettings({ streaming: { buffer: { bufferTimeDefault: 12, bufferTimeAtTopQuality: 12 } } });
