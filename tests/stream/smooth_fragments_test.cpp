@@ -240,6 +240,9 @@ TEST_F(SmoothFragments, WithoutATranscoderAreNotWaitedForLong) {
 
 TEST_F(SmoothFragments, AreWaitedForThroughARestart) {
   On("avoton", [this] {
+    // Forked before the pipe, whose end it would keep open.
+    const auto monitor = StartMonitor();
+    unlink(Path(File("monitor.pid")).c_str());
     Write(File("seek_time"), "0");
     const orvo::UniqueFd restart(open(Path(File("seek_time")).c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_EQ(flock(restart.Get(), LOCK_EX), 0);
@@ -247,7 +250,7 @@ TEST_F(SmoothFragments, AreWaitedForThroughARestart) {
     Child request([&] { answer.Write(SmoothStream(kId).ReadFragment(Id(10))); });
     pollfd early{answer.ReadEnd(), POLLIN, 0};
     EXPECT_EQ(poll(&early, 1, 700), 0);
-    const auto monitor = StartMonitor();
+    Write(File("monitor.pid"), std::to_string(monitor->Pid()));
     Finish(Id(10));
     Finish(Id(15));
     EXPECT_EQ(answer.ReadToEnd(), Path(File("smooth/" + Id(10))));

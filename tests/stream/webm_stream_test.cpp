@@ -89,7 +89,7 @@ TEST_F(WebM, CarriesWhatTheTranscoderWrites) {
   const std::string expected =
       Path(kFfmpeg) +
       "\n-ss\n83.000\n-i\n/volume1/video/film.mkv\n-vcodec\nlibvpx\n-s\n1280x720\n-vb\n1000k\n"
-      "-acodec\nlibmp3lame\n-ab\n128k\n-ac\n2\n-webm_seek_time\n83\n-avoid_negative_ts\n0\n"
+      "-acodec\nlibshine\n-ab\n128k\n-ac\n2\n-webm_seek_time\n83\n-avoid_negative_ts\n0\n"
       "-map\n0:0\n-map\n0:1\npipe:";
   EXPECT_EQ(Read("/argv").substr(0, expected.size()), expected);
 }
@@ -149,7 +149,7 @@ TEST_F(WebM, CopiesTheAudioThatItsPlayersKnow) {
     for (const char* codec : {"ac3", "vorbis"}) {
       const Json::Value track =
           test::ParseText(R"({"codec": ")" + std::string(codec) + R"(", "id": "1"})");
-      EXPECT_EQ(AudioOf(track), (List{"-acodec", "libmp3lame", "-ab", "128k"})) << codec;
+      EXPECT_EQ(AudioOf(track), (List{"-acodec", "libshine", "-ab", "128k"})) << codec;
     }
   });
 }
