@@ -48,6 +48,8 @@ constexpr double kPreroll = 3;  // seconds: most broadcasts have a key frame mor
 // Its clock may tick finer than once a picture without upsetting its rate control.
 constexpr std::string_view kFineClockEncoder = "libx264";
 
+constexpr char kSoundOfUnframed[] = "libmp3lame";
+
 constexpr char kFallbackPreset[] = "veryfast";  // the default one is too slow for an appliance
 constexpr auto kSoftwarePresets =
     std::to_array<std::string_view>({"ultrafast", "superfast", "veryfast", "faster", "fast",
@@ -63,6 +65,7 @@ struct Facts {
   bool namesPreset = false;
   bool hardwareLost = false;  // a hardware encoder was asked for and is not there
   bool fdkLost = false;
+  bool copiesUnframed = false;  // sound is copied from a film that does not describe it in a header
   bool vaapiUsed = false;
   bool namesVaapiDevice = false;
   bool namesFilter = false;
@@ -241,6 +244,13 @@ void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) 
   }
 }
 
+// Whoever copies the sound of a film may have left the filters of an encoder in place.
+void SoundFilters(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.segments.copiesSound) {
+    UnlessSegments(argument, facts, out);
+  }
+}
+
 void BitStreamFilters(const Argument& argument, const Facts& facts, Strings& out) {
   const bool cut = facts.segments.isWanted && (facts.copiesVideo || facts.segments.areFragments);
   Append(out, {argument.name, cut ? Decodable(argument.value, facts.segments) : argument.value});
@@ -260,6 +270,15 @@ void ReplacedEncoder(const Argument& argument, const Facts& facts, Strings& out)
   const bool lost = IsLost(facts, argument.value);
   Append(out, {argument.name,
                lost ? std::string(FindEncoder(argument.value)->replacement) : argument.value});
+}
+
+// Such AAC cannot be put into Matroska, and the command line does not tell whether it is AAC.
+void SoundEncoder(const Argument& argument, const Facts& facts, Strings& out) {
+  if (facts.copiesUnframed && argument.value == "copy") {
+    Append(out, {argument.name, kSoundOfUnframed});
+  } else {
+    ReplacedEncoder(argument, facts, out);
+  }
 }
 
 void UnlessHardwareLost(const Argument& argument, const Facts& facts, Strings& out) {
@@ -349,9 +368,9 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-vcodec", kValue, NamesVideoEncoder, ReplacedEncoder},
     {"-c:v", kValue, NamesVideoEncoder, ReplacedEncoder},
     {"-codec:v", kValue, NamesVideoEncoder, ReplacedEncoder},
-    {"-acodec", kValue, NamesSoundEncoder, ReplacedEncoder},
-    {"-c:a", kValue, NamesSoundEncoder, ReplacedEncoder},
-    {"-codec:a", kValue, NamesSoundEncoder, ReplacedEncoder},
+    {"-acodec", kValue, NamesSoundEncoder, SoundEncoder},
+    {"-c:a", kValue, NamesSoundEncoder, SoundEncoder},
+    {"-codec:a", kValue, NamesSoundEncoder, SoundEncoder},
     {"-c", kValue, NamesEveryEncoder, Same},
     {"-codec", kValue, NamesEveryEncoder, Same},
     {"-preset", kValue, NamesPreset, Preset},
@@ -361,8 +380,8 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-filter:v", kValue, NamesFilter, VideoFilters},
     {"-bsf:v", kValue, NamesBitStreamFilter, BitStreamFilters},
     {"-ar", kValue, NamesSoundRate, UnlessSegments},
-    {"-af", kValue, NamesSoundFilters, UnlessSegments},
-    {"-filter:a", kValue, NamesSoundFilters, UnlessSegments},
+    {"-af", kValue, NamesSoundFilters, SoundFilters},
+    {"-filter:a", kValue, NamesSoundFilters, SoundFilters},
     {"-f", kValue, Nothing, UnlessSegments},
     {"-force_key_frames", kValue, Nothing, UnlessSegments},
     {"-enc_time_base", kValue, Nothing, UnlessSegments},
@@ -436,6 +455,12 @@ double Preroll(const Facts& facts) {
   return wanted ? std::min(seek, kPreroll) : 0;
 }
 
+// Only what plays while it comes has a clock of its own and yet copies sound.
+bool CopiesUnframed(const Facts& facts) {
+  return facts.segments.copiesSound && !facts.copiesVideo && !facts.offset.empty() &&
+         facts.surroundings->lacksIndex(facts.input);
+}
+
 // A film that comes through a pipe was entered by whoever sends it.
 void EnterForSegments(Facts& facts) {
   SegmentRequest& segments = facts.segments;
@@ -461,6 +486,7 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
     }
   }
   facts.preroll = Preroll(facts);
+  facts.copiesUnframed = CopiesUnframed(facts);
   if (facts.segments.isWanted) {
     EnterForSegments(facts);
   }
@@ -535,6 +561,11 @@ void AppendClock(const Facts& facts, Strings& out) {
   }
   if (!facts.offset.empty()) {
     Append(out, {"-output_ts_offset", facts.offset});
+  }
+  // Pictures that are encoded start at the seek point; copied sound would start at the key frame
+  // before it.
+  if (facts.segments.copiesSound && !facts.copiesVideo && !facts.copiesUnframed) {
+    Append(out, {"-copypriorss:a", "0"});
   }
 }
 

@@ -146,7 +146,7 @@ std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
     return "";
   }
   const int number = ParseNumber(fragment);
-  // The kernel takes milliseconds to take a watch down: none for a segment that is there.
+  // No watch for a segment that is there.
   if (VerifyFragmentIsReady(fragment)) {
     return GetSegmentTsPath(number);
   }

@@ -171,12 +171,12 @@ std::string SmoothStream::ReadFragment(const std::string& fragment) {
 // That nothing runs counts for a fragment which is not there only once it has lasted.
 bool SmoothStream::AwaitFragment(const std::string& fragment) const {
   const std::string path = GetQMXFileFullPath("smooth/" + fragment);
-  // The kernel takes milliseconds to take a watch down: none for a fragment that is there.
+  // No watch for a fragment that is there.
   if (IsComplete(fragment, 0) || (!IsUnderWay() && VerifyFileExist(path, 0))) {
     return true;
   }
   const Clock::time_point end = Clock::now() + kFragmentTimeout;
-  const StreamWatch watch(GetQMXFileFullPath(""));
+  StreamWatch watch(GetQMXFileFullPath(""));
   Clock::time_point lastUnderWay = Clock::now();
   for (;;) {
     // Each is made by the transcoder, and gone with a restart.

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <set>
 #include <string>
 
 #include "platform/export.h"
@@ -27,17 +28,23 @@ inline constexpr std::chrono::milliseconds kLookAgain(1000);
 class ORVO_API StreamWatch {
  public:
   explicit StreamWatch(const std::string& directory);
+  ~StreamWatch();
+  StreamWatch(const StreamWatch&) = delete;
+  StreamWatch& operator=(const StreamWatch&) = delete;
 
   // Watches this directory too. One that is watched already or not there changes nothing: where its
   // parent is watched, wait and add it again.
-  void Add(const std::string& directory) const;
+  void Add(const std::string& directory);
 
   // Returns when something happened in a directory, the process behind `process` ended or
   // `milliseconds` have passed. A closed descriptor stands for no process.
   void Wait(const orvo::UniqueFd& process, int milliseconds) const;
 
  private:
-  orvo::UniqueFd changes_;
+  void Drain() const;
+
+  int changes_;
+  std::set<int> watches_;
 };
 
 // For its life, SIGINT and SIGTERM reach this process only while it waits here. So a look at what
