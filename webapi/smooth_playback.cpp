@@ -121,19 +121,16 @@ void LetVideoComeFirst(const SmoothStream& stream, const Fragment& fragment) {
   }
 }
 
-// Sees to it that a transcoder comes by the fragment. The library waits for one that begins up to
-// 50 seconds before it, whether it runs or not: where none does, its recorded start is moved behind
-// the fragment, which makes it begin there.
+// Sees to it that a transcoder comes by the fragment. The library takes one for granted that would
+// begin up to 50 seconds before it, whether it runs or not.
 bool StartTranscoder(SmoothStream& stream, const Fragment& fragment) {
+  // Of several requests one starts it, and the others find it started.
   const auto ticket = Ticket::Take(stream.GetStreamID());
   if (!ticket) {
     return false;
   }
-  if (NeedsStart(stream, fragment) && !stream.IsNeedToSeek(fragment.videoId)) {
-    const int64_t behind = fragment.start / kTicksPerSecond + 1;
-    LibOrvoQMX::SaveFile(stream.GetQMXFileFullPath("seek_time"), std::to_string(behind));
-  }
-  return stream.Transcoding(fragment.videoId);
+  const bool isForgotten = NeedsStart(stream, fragment) && !stream.IsNeedToSeek(fragment.videoId);
+  return isForgotten ? stream.Restart(fragment.videoId) : stream.Transcoding(fragment.videoId);
 }
 
 bool HasGoneElsewhere(const SmoothStream& stream, const Fragment& fragment) {
