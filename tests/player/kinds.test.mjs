@@ -30,9 +30,9 @@ test('the file itself is played where it can be, then segments, then one stream'
   assert.deepEqual(kindsFor({ ...info, direct: { fits: false } }, { ...can, mp4: false, segments: false }), ['webm']);
 });
 
-test('a server that tells of the progressive profiles alone can segment all the same', () => {
+test('a server that tells of the progressive profiles alone may have others all the same', () => {
   const old = { profiles: info.profiles.filter(({ format }) => format === 'http') };
-  assert.deepEqual(kindsFor(old, can), ['hls', 'http']);
+  assert.deepEqual(kindsFor(old, can), ['hls', 'http', 'webm', 'ss']);
 });
 
 test('a chosen way comes first, and the others stay behind it', () => {
@@ -51,9 +51,15 @@ test('qualities go from the original down, without those that are refused or for
   assert.deepEqual(qualities(info, 'http').map(({ text }) => text), ['480p']);
 });
 
+test('qualities of the same size are told apart by their rates', () => {
+  const keys = ['smoothstreaming_240p_x264_vb200_vf15_aac_ab40', 'smoothstreaming_hd480_x264_vb1000_vf15_aac_ab96', 'smoothstreaming_240p_x264_vb320_vf15_aac_ab40'];
+  const profiles = keys.map((key) => profile(key, 'transcode', { format: 'ss' }));
+  assert.deepEqual(qualities({ profiles }, 'ss').map(({ text }) => text), ['480p', '240p, 200 kbit/s', '240p, 320 kbit/s']);
+});
+
 test('a profile has a name for people', () => {
-  const names = ['http_mp4_remux', 'hls_720p_vaapi_vb2500_ab128', 'webm_360p_vb700_ab96', 'ss_480p_vb1200_ab128'];
-  assert.deepEqual(names.map((key) => profileText({ key })), ['Original picture', '720p vaapi', '360p', '480p']);
+  const names = ['http_mp4_remux', 'hls_720p_vaapi_vb2500_ab128', 'webm_vp9_360p_vb700_ab96', 'smoothstreaming_240p_x264_vb200_vf15_aac_ab40'];
+  assert.deepEqual(names.map((key) => profileText({ key })), ['Original picture', '720p vaapi', '360p vp9', '240p']);
 });
 
 test('a catch-up hurries, the slower the nearer', () => {

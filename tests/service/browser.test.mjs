@@ -36,7 +36,12 @@ const films = {
   'vp9_opus.webm': 15,
   'hevc10_aac.mov': 15,
 };
-const byKind = { http: Object.keys(films), hls: ['h264_ac3.mkv', 'mpeg4_mp3.avi', 'hevc10_aac.mov'] };
+const byKind = {
+  http: Object.keys(films),
+  hls: ['h264_ac3.mkv', 'mpeg4_mp3.avi', 'hevc10_aac.mov'],
+  webm: ['h264_ac3.mkv', 'vp9_opus.webm'],
+  ss: ['h264_ac3.mkv', 'hevc10_aac.mov'],
+};
 for (const [kind, names] of Object.entries(byKind)) {
   for (const name of names) {
     const middle = films[name];

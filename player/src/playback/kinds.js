@@ -23,8 +23,8 @@ export function profilesOf(info, kind) {
   );
 }
 
-// Does the server tell of profiles other than the progressive ones? One that does not can segment all the same.
-const tellsAll = (info) => info.profiles.some(({ format }) => format !== 'http');
+// A server that tells of the progressive profiles alone may have others all the same.
+export const mayHave = (info, kind) => profilesOf(info, kind).length > 0 || info.profiles.every(({ format }) => format === 'http');
 
 // What this browser plays. `video`: any video element.
 export function abilitiesOf(video) {
@@ -41,10 +41,10 @@ export function abilitiesOf(video) {
 
 const FITS = {
   direct: (info, can) => Boolean(info.direct?.fits) && (!info.direct.content_type || can.plays(info.direct.content_type)),
-  hls: (info, can) => (can.segments || can.nativeHls) && (!tellsAll(info) || profilesOf(info, 'hls').length > 0),
+  hls: (info, can) => (can.segments || can.nativeHls) && mayHave(info, 'hls'),
   http: (info, can) => can.mp4 && profilesOf(info, 'http').length > 0,
-  webm: (info, can) => can.webm && profilesOf(info, 'webm').length > 0,
-  ss: (info, can) => can.segments && profilesOf(info, 'ss').length > 0,
+  webm: (info, can) => can.webm && mayHave(info, 'webm'),
+  ss: (info, can) => can.segments && mayHave(info, 'ss'),
 };
 
 // The ways that are open to this film in this browser, best first.
@@ -60,23 +60,35 @@ export function plan(info, can, choice) {
   return [...chosen, ...open.filter((kind) => kind !== choice.kind)];
 }
 
+// What stands in a profile's key besides its size: how it is packed, and with what at which rates.
+const PACKING = /^(mp4|ts|webm|aac|vorbis|opus|x264|vp8|[av][bf]\d+)$/;
+const SIZE = /^(?:hd)?(\d{3,4})p?$/;
+const RATE = /_vb(\d+)/;
+
+const partsOf = (profile) => profile.key.split('_').slice(1).filter((part) => !PACKING.test(part));
+const heightOf = (profile) => profile.height || Number(partsOf(profile).map((part) => part.match(SIZE)?.[1]).find(Boolean) ?? 0);
+
 // A profile's name for people: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original picture".
 export function profileText(profile) {
-  const words = profile.key.replace(/_v[bq]\d+.*$/, '').split('_').slice(1);
-  const named = words.filter((word) => !['mp4', 'ts', 'webm'].includes(word));
-  if (named.includes('remux')) {
+  const parts = partsOf(profile);
+  if (parts.includes('remux')) {
     return 'Original picture';
   }
-  return named.join(' ') || (profile.height ? `${profile.height}p` : profile.key);
+  const height = heightOf(profile);
+  const others = parts.filter((part) => !SIZE.test(part));
+  return [height > 0 ? `${height}p` : '', ...others].filter(Boolean).join(' ') || profile.key;
 }
 
-const HEIGHT = /(\d+)p/;
-const heightOf = (profile) => profile.height || Number(profile.key.match(HEIGHT)?.[1] ?? 0);
-
-// The qualities of one way of playing, the largest first, a copied picture before all.
+// The qualities of one way of playing, the largest first, a copied picture before all. Where two have the same size,
+// their rates tell them apart.
 export function qualities(info, kind) {
   const rank = (profile) => (profile.method === 'transcode' ? heightOf(profile) : Infinity);
-  return [...profilesOf(info, kind)]
-    .sort((a, b) => (rank(a) === rank(b) ? 0 : rank(b) - rank(a)))
-    .map((profile) => ({ value: profile.key, text: profileText(profile), profile }));
+  const profiles = [...profilesOf(info, kind)].sort((a, b) => (rank(a) === rank(b) ? 0 : rank(b) - rank(a)));
+  const texts = profiles.map(profileText);
+  const isAlone = (text) => texts.indexOf(text) === texts.lastIndexOf(text);
+  return profiles.map((profile, index) => {
+    const text = texts[index];
+    const rate = isAlone(text) ? undefined : profile.key.match(RATE)?.[1];
+    return { value: profile.key, text: rate ? `${text}, ${rate} kbit/s` : text, profile };
+  });
 }

@@ -106,7 +106,7 @@ export class Playback extends EventTarget {
     return {
       format: kind,
       // A quality belongs to one way of playing.
-      profile: profile.startsWith(`${kind}_`) ? profile : '',
+      profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
     };

@@ -1,13 +1,12 @@
 // Playing a film in another player: an address that works alone, to copy, to open or to keep as a playlist.
 import { post } from '../api.js';
 import { element, openDialog } from '../dom.js';
-import { KINDS, profilesOf } from '../playback/kinds.js';
+import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
 import { wordsOf } from '../words.js';
 
 // The ways that other players know; what a browser plays does not matter to them.
 function waysFor(info) {
-  const tellsAll = info.profiles.some(({ format }) => format !== 'http');
-  const has = { direct: Boolean(info.direct), http: profilesOf(info, 'http').length > 0, hls: !tellsAll || profilesOf(info, 'hls').length > 0 };
+  const has = { direct: Boolean(info.direct), http: profilesOf(info, 'http').length > 0, hls: mayHave(info, 'hls') };
   return ['hls', 'http', 'direct'].filter((kind) => has[kind]);
 }
 

@@ -225,7 +225,8 @@ export class PlayerView {
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
     const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: 'Automatic' };
-    fill(this.quality, [automatic, ...others], choice.profile ? `${kind} ${choice.profile}` : automatic.value);
+    const isChosen = choice.profile && kind === choice.kind;
+    fill(this.quality, [automatic, ...others], isChosen ? `${kind} ${choice.profile}` : automatic.value);
     const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: KINDS[way] }));
     fill(this.kind, [{ value: '', text: 'Automatic' }, ...ways], choice.kind);
   }
