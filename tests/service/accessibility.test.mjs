@@ -48,6 +48,7 @@ const PAGES = [
   }, `#/film${filmPath('two_audio.mkv')}`],
   ['the player', async (viewer) => {
     await viewer.playing();
+    await viewer.wake();
     await viewer.page.getByRole('button', { name: 'Settings' }).click();
     await viewer.page.keyboard.press('k');
     await viewer.page.evaluate(() => document.activeElement.blur());

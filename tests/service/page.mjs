@@ -134,11 +134,18 @@ export class Viewer {
     await this.runsFrom(second, timeout);
   }
 
+  // Brings up the controls, which hide while a film runs.
+  wake() {
+    return this.page.locator('.stage').dispatchEvent('pointermove');
+  }
+
   // Chooses in the settings, which are opened for it.
   async set(label, option) {
+    await this.wake();
     const settings = this.page.getByRole('button', { name: 'Settings' });
     if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.click();
     await this.page.getByRole('combobox', { name: label, exact: true }).selectOption(option);
+    await this.wake();
     await settings.click();
   }
 

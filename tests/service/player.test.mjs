@@ -245,6 +245,7 @@ test('a film is handed to another player by its address', async () => {
   const viewer = await enter();
   await watch(viewer, 'film.mkv');
   await viewer.playing();
+  await viewer.wake();
   await viewer.page.getByRole('button', { name: 'Play elsewhere' }).click();
   const dialog = viewer.page.getByRole('dialog', { name: 'Play elsewhere' });
   await dialog.getByRole('button', { name: 'Segments (HLS)' }).click();
