@@ -5,6 +5,8 @@ const WORDS = {
   Unauthorized: ['You are not logged in.', 'Log in to go on.'],
   Forbidden: ['This is not among the films that you may see.', 'Choose another one from the library.'],
   NotFound: ['This is not there any more.', 'Open the film again from the library.'],
+  MethodNotAllowed: ['The server did not understand this request.', 'Reload the page; if it stays so, the server is newer than the page.'],
+  Busy: ['The server has its hands full.', 'Try again in a moment.'],
   TooManyRequests: ['There were too many attempts.', 'Wait a minute, then try again.'],
   RangeNotSatisfiable: ['The film ends before this place.', 'Choose an earlier one.'],
   NotReady: ['The server has not finished this part in time.', 'Choose a lower quality, or try again.'],

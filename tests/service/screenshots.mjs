@@ -43,7 +43,7 @@ async function shoot(page, name, parts = {}) {
 }
 
 async function postersAreThere({ page }) {
-  await page.waitForFunction(() => [...document.querySelectorAll('.tile')].filter((tile) => tile.querySelector('img')).length >= 5).catch(() => {});
+  await page.waitForFunction(() => [...document.querySelectorAll('.tile')].every((tile) => tile.querySelector('img') || tile.querySelector('.facts').textContent === 'Folder'));
 }
 
 const folder = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-pictures-')), 'films');
@@ -64,7 +64,7 @@ async function shootAll(browser, service) {
   await shoot(page, 'page-server');
   await viewer.go(place('film', 'Into the set.mkv'));
   await page.getByRole('heading', { name: 'Tracks' }).waitFor();
-  await page.waitForLoadState('networkidle');
+  await page.waitForFunction(() => document.querySelector('img.large')?.complete ?? true);
   await shoot(page, 'page-film');
   await viewer.go();
   await postersAreThere(viewer);
