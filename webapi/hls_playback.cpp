@@ -28,6 +28,13 @@ constexpr size_t kMaxDigits = 7;
 constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
 constexpr char kSubtitleAddress[] = "/webapi/entry.cgi/subtitle.vtt";
 
+void AddLink(const Ticket& ticket, Json::Value& parameters) {
+  const std::string link = StreamLink(ticket);
+  if (!link.empty()) {
+    parameters["_sid"] = link;
+  }
+}
+
 // What the segments' addresses repeat of a request.
 Json::Value StreamRequest(const Ticket& ticket) {
   Json::Value request(Json::objectValue);
@@ -37,6 +44,7 @@ Json::Value StreamRequest(const Ticket& ticket) {
   request["version"] = 1;
   request["method"] = "stream";
   request["force_open_qmx"] = ticket.Parameter("force_open_qmx") == "true";
+  AddLink(ticket, request);
   return request;
 }
 
@@ -53,6 +61,7 @@ Json::Value SubtitleOptions(const Ticket& ticket) {
     options["api"] = "ORVO.Mirevo2.Subtitle";
     options["version"] = "1";
     options["method"] = "get";
+    AddLink(ticket, options);
   }
   return options;
 }

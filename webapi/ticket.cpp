@@ -163,6 +163,10 @@ void Ticket::Remove() {
   unlink(PathOf(streamId_).c_str());
 }
 
+std::string StreamLink(const Ticket& ticket) {
+  return ticket.Parameter("link");
+}
+
 bool ReviveDirectory(const std::string& streamId) {
   const auto ticket = Ticket::Take(streamId);
   return ticket && ticket->Revive();
