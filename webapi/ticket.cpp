@@ -167,11 +167,6 @@ std::string StreamLink(const Ticket& ticket) {
   return ticket.Parameter("link");
 }
 
-bool ReviveDirectory(const std::string& streamId) {
-  const auto ticket = Ticket::Take(streamId);
-  return ticket && ticket->Revive();
-}
-
 std::string KindFolder(const std::string& kind) {
   return orvo::SystemPath("/tmp/Mirevo/" + kind);
 }

@@ -72,7 +72,4 @@ std::string StreamLink(const Ticket& ticket);
 // Where the directories of one kind of streams lie.
 std::string KindFolder(const std::string& kind);
 
-// Sees to it that an open stream has its directory. False when there is no such stream.
-bool ReviveDirectory(const std::string& streamId);
-
 }  // namespace webapi
