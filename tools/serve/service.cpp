@@ -1,17 +1,15 @@
-// mirevo-serve: the whole system on one machine, for the user who starts it.
+#include "tools/serve/service.h"
+
 #include <fcntl.h>
-#include <getopt.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,46 +22,13 @@
 #include "util/json_utils.h"
 #include "webapi/streaming.h"
 
+namespace serve {
 namespace {
 
 constexpr int kDefaultPort = 8096;
-constexpr int kUsage = 64;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
-
-struct Options {
-  std::vector<std::string> media;
-  std::optional<int> port;
-  bool browser = true;
-};
-
-std::optional<int> ParsePort(const char* text) {
-  int port = 0;
-  const char* const end = text + std::strlen(text);
-  const auto parsed = std::from_chars(text, end, port);
-  return parsed.ec == std::errc() && parsed.ptr == end && port >= 0 && port <= USHRT_MAX
-             ? std::optional<int>(port)
-             : std::nullopt;
-}
-
-std::optional<Options> Parse(int argc, char** argv) {
-  const option known[] = {{"port", required_argument, nullptr, 'p'},
-                          {"no-browser", no_argument, nullptr, 'n'},
-                          {nullptr, 0, nullptr, 0}};
-  Options options;
-  for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-    if (found == 'n') {
-      options.browser = false;
-    } else if (found == 'p' && ParsePort(optarg)) {
-      options.port = ParsePort(optarg);
-    } else {
-      return std::nullopt;
-    }
-  }
-  options.media.assign(argv + optind, argv + argc);
-  return options;
-}
 
 bool ConfigureMedia(const std::vector<std::string>& media) {
   Json::Value roots(Json::arrayValue);
@@ -128,7 +93,7 @@ bool ServeUntilStopped(int signals, int server) {
         received.ssi_signo != SIGCHLD) {
       return true;
     }
-    serve::ReapChildren();
+    ReapChildren();
     if (events[1].revents != 0) {
       return false;
     }
@@ -139,11 +104,13 @@ void Stop(pid_t server) {
   kill(server, SIGTERM);
   orvo::WaitForExit(server, kStopMilliseconds);
   webapi::CloseAllStreams();
-  serve::WaitForChildren(kStopMilliseconds);
+  WaitForChildren(kStopMilliseconds);
 }
 
+}  // namespace
+
 int Serve(const Options& options) {
-  const std::string state = orvo::SystemPath("/run/mirevo");
+  const std::string state = orvo::SystemPath(kStateFolder);
   if (PlatFSMkdirP(state, 0, 1, geteuid(), getegid(), 0755) != 0 ||
       !ConfigureMedia(options.media)) {
     return 1;
@@ -151,40 +118,42 @@ int Serve(const Options& options) {
   // Two services in one system would close each other's streams.
   const LibMirevo::Lock alone(state + "/serve.lock", false);
   if (!alone.IsLockSucess()) {
-    std::cerr << "mirevo-serve already runs here (" << state << ")\n";
+    std::cerr << "mirevo already serves here (" << state << ")\n";
     return 1;
   }
   int port = options.port.value_or(kDefaultPort);
-  orvo::UniqueFd socket = serve::ListenOnLoopback(port);
+  orvo::UniqueFd socket = ListenOnLoopback(port);
   if (!socket.IsOpen() && !options.port) {
     port = 0;
-    socket = serve::ListenOnLoopback(port);
+    socket = ListenOnLoopback(port);
   }
   if (!socket.IsOpen()) {
     std::cerr << "port " << port << ": " << std::strerror(errno) << "\n";
     return 1;
   }
   const orvo::UniqueFd browser = options.browser ? PrepareBrowser() : orvo::UniqueFd();
-  serve::AdoptOrphans();
+  AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string package = orvo::SystemPath(kPackageFolder);
-  const pid_t server = serve::Start(
-      {package + "player", package + "webapi", state, orvo::SystemPath("/tmp/Mirevo"), port},
-      std::move(socket));
+  const pid_t server =
+      Start({package + "player", package + "webapi", state, orvo::SystemPath("/tmp/Mirevo"), port},
+            std::move(socket));
   if (server < 0) {
     std::cerr << "the web server could not be started: " << std::strerror(errno) << "\n";
     return 1;
   }
   const orvo::UniqueFd process = orvo::OpenProcess(server);
-  if (!serve::Answers(port)) {
+  if (!Answers(port)) {
     std::cerr << "the web server does not answer; see " << state << "/lighttpd.log\n";
     Stop(server);
     return 1;
   }
   const std::string address = "http://127.0.0.1:" + std::to_string(port) + "/";
+  orvo::ReplaceFile(state + kAddressFile, address + "\n");
   std::cout << "listening on " << address << std::endl;
   orvo::WriteAll(browser.Get(), address);
   const bool told = ServeUntilStopped(signals.Get(), process.Get());
+  unlink((state + kAddressFile).c_str());
   Stop(server);
   if (!told) {
     std::cerr << "the web server has ended; see " << state << "/lighttpd.log\n";
@@ -192,13 +161,4 @@ int Serve(const Options& options) {
   return told ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  const auto options = Parse(argc, argv);
-  if (!options || options->media.empty()) {
-    std::cerr << "usage: mirevo-serve [--port N] [--no-browser] FILE-OR-FOLDER...\n";
-    return kUsage;
-  }
-  return Serve(*options);
-}
+}  // namespace serve
