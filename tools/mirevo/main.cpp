@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/mirevo/account_command.h"
 #include "tools/mirevo/exit_codes.h"
 #include "tools/mirevo/serve_command.h"
 #include "tools/mirevo/status_command.h"
@@ -41,7 +42,8 @@ int main(int argc, char** argv) {
   app.fallthrough();
   app.set_config("--config", "", "Take options from this file; [serve] begins those of a command");
   app.allow_config_extras(CLI::config_extras_mode::error);
-  for (const auto add : {mirevo::AddServeCommand, mirevo::AddStatusCommand}) {
+  for (const auto add :
+       {mirevo::AddServeCommand, mirevo::AddStatusCommand, mirevo::AddAccountCommand}) {
     add(app, exitCode);
   }
   try {

@@ -50,7 +50,7 @@ std::string Join(const std::vector<std::string>& parts, const std::string& separ
 
 // The names that an endpoint goes by without anybody having given it one.
 std::vector<std::string> OwnNames(const Endpoint& endpoint) {
-  const std::string port = ":" + std::to_string(endpoint.port);
+  const std::string port = std::string(":").append(std::to_string(endpoint.port));
   if (endpoint.IsAny()) {
     return {"localhost" + port, "*" + port};
   }
@@ -83,12 +83,14 @@ std::string PatternOf(const std::string& host, const std::string& usualPort) {
     }
   }
   const auto colon = host.rfind(':');
-  const bool hasPort = colon != std::string::npos && host.find(']', colon) == std::string::npos;
-  if (hasPort && host.substr(colon + 1) == usualPort) {
-    const std::string port = ":" + usualPort;
-    pattern.replace(pattern.size() - port.size(), port.size(), "(" + port + ")?");
+  if (colon == std::string::npos || host.find(']', colon) != std::string::npos) {
+    return pattern + "(:[0-9]+)?";
   }
-  return hasPort ? pattern : pattern + "(:[0-9]+)?";
+  if (host.substr(colon + 1) == usualPort) {
+    pattern.insert(pattern.rfind(':'), 1, '(');
+    pattern += ")?";
+  }
+  return pattern;
 }
 
 // For the pages, which no program of ours sends. A browser that was led here under a foreign name
