@@ -308,7 +308,9 @@ test('an account sees what its media folders hold, and so do its links', async (
   assert.equal(await alone(stream.url), 403);
   service.account(['grant', 'bob', path.join(folder, 'shared')]);
   assert.equal(await alone(stream.url), 200);
-  await bob.close(stream);
+  service.account(['grant', 'bob', path.join(folder, 'shared/deep')]);
+  await refuses(bob.close(stream), 200);
+  service.account(['grant', 'bob', path.join(folder, 'shared')]);
 });
 
 test('an account whose media folder is gone sees nothing', async () => {
