@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "accounts/ownership.h"
 #include "accounts/secrets.h"
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -93,6 +94,7 @@ std::string BeginSession(const Account& account, int64_t now) {
   if (path.empty() || PlatFSMkdirP(Folder(), 0, 1, geteuid(), getegid(), S_IRWXU) != 0) {
     return "";
   }
+  LeaveToFolderOwner(Folder());
   Sweep(account, now);
   Json::Value content(Json::objectValue);
   content["account"] = account.name;
@@ -101,6 +103,7 @@ std::string BeginSession(const Account& account, int64_t now) {
   if (!orvo::ReplaceFile(path, LibMirevo::FormatJson(content), S_IRUSR | S_IWUSR)) {
     return "";
   }
+  LeaveToFolderOwner(path);
   MarkUse(path, now);
   return id;
 }

@@ -32,8 +32,7 @@ struct Call {
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list",
          [](const Request& request) { return webapi::ListFolder(request.Text("path")); }},
-    Call{"ORVO.Mirevo2.Library", "info",
-         [](const Request& request) { return webapi::DescribeFilm(request.Text("path")); }},
+    Call{"ORVO.Mirevo2.Library", "info", webapi::DescribeFilm},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},

@@ -52,17 +52,6 @@ void AddVisible(const std::string& root, std::vector<std::string>& roots) {
                [&](const std::string& limit) { return IsBelow(limit, root); });
 }
 
-bool IsFilmName(const std::string& name) {
-  const auto dot = name.rfind('.');
-  if (dot == std::string::npos || name.front() == '.') {
-    return false;
-  }
-  std::string ending = name.substr(dot + 1);
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return std::find(kFilmEndings.begin(), kFilmEndings.end(), ending) != kFilmEndings.end();
-}
-
 // One entry of a listing. "path" is for people where a name is not UTF-8; "encoded_path" is the
 // exact bytes, ready to stand in a query.
 Json::Value Describe(const std::string& path, const struct stat& status) {
@@ -124,6 +113,17 @@ class Listing {
 };
 
 }  // namespace
+
+bool IsFilmName(const std::string& name) {
+  const auto dot = name.rfind('.');
+  if (dot == std::string::npos || name.front() == '.') {
+    return false;
+  }
+  std::string ending = name.substr(dot + 1);
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return std::find(kFilmEndings.begin(), kFilmEndings.end(), ending) != kFilmEndings.end();
+}
 
 std::vector<std::string> MediaRoots() {
   std::vector<std::string> roots;

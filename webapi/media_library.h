@@ -9,6 +9,9 @@
 
 namespace webapi {
 
+// Does a file of this name pass for a film? By its ending; a hidden file does not.
+bool IsFilmName(const std::string& name);
+
 // The configured media roots: files and folders, absolute, links resolved. From the JSON array of
 // paths
 // "/var/packages/Mirevo/etc/media_roots"; entries that do not exist are left out.
