@@ -73,6 +73,10 @@ void Sweep(const Account& account, int64_t now) {
   std::vector<std::pair<int64_t, std::string>> own;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(Folder(), failure)) {
+    // Another login is about to give it its name.
+    if (entry.path().has_extension()) {
+      continue;
+    }
     const auto session = Load(entry.path());
     if (!session || session->IsOver(now) || !AccountOf(*session)) {
       unlink(entry.path().c_str());
