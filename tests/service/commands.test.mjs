@@ -196,6 +196,29 @@ test('wrong command lines have an exit status of their own', async () => {
   assert.match((await mirevo(['--version'])).stdout, /^mirevo \d+\.\d+\.\d+\n$/);
 });
 
+test('serve tells a service manager when it answers', async () => {
+  const root = path.join(service.root, 'managed');
+  ['etc.defaults', 'volume1', 'var/packages/Mirevo'].forEach((name) => fs.mkdirSync(path.join(root, name), { recursive: true }));
+  fs.symlinkSync(path.join(build, 'target'), path.join(root, 'var/packages/Mirevo/target'));
+  // A manager: it waits for the word, and asks the service whether it is true.
+  const manager = `
+import os, signal, socket, subprocess, sys, urllib.request
+inbox = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+inbox.bind(os.environ["NOTIFY_SOCKET"])
+inbox.settimeout(60)
+service = subprocess.Popen(sys.argv[1:], stdout=subprocess.DEVNULL)
+lines = inbox.recv(1000).decode().splitlines()
+page = urllib.request.urlopen(lines[1].rpartition(" ")[2]).status
+service.send_signal(signal.SIGTERM)
+print(lines[0], page, service.wait())
+`;
+  const { stdout } = await new Promise((resolve) =>
+    execFile('python3', ['-c', manager, program, 'serve', '--no-browser', '--port', '0', media],
+      { env: { ...process.env, ORVO_SYSROOT: root, NOTIFY_SOCKET: path.join(root, 'notify') } },
+      (error, out) => resolve({ stdout: out })));
+  assert.equal(stdout, 'READY=1 200 0\n');
+});
+
 test('serve takes its options from a file too, and refuses unknown ones', async () => {
   const file = path.join(service.root, 'mirevo.conf');
   fs.writeFileSync(file, '[serve]\nnonsense = 1\n');

@@ -18,6 +18,7 @@
 #include "platform/plat.h"
 #include "policy/lock.h"
 #include "tools/serve/children.h"
+#include "tools/serve/readiness.h"
 #include "tools/serve/web_server.h"
 #include "util/json_utils.h"
 #include "webapi/streaming.h"
@@ -151,6 +152,7 @@ int Serve(const Options& options) {
   const std::string address = "http://127.0.0.1:" + std::to_string(port) + "/";
   orvo::ReplaceFile(state + kAddressFile, address + "\n");
   std::cout << "listening on " << address << std::endl;
+  AnnounceReadiness("listening on " + address);
   orvo::WriteAll(browser.Get(), address);
   const bool told = ServeUntilStopped(signals.Get(), process.Get());
   unlink((state + kAddressFile).c_str());
