@@ -5,11 +5,11 @@ fail() {
   echo "not so: $*" >&2
   exit 1
 }
-as_service() { setpriv --reuid mirevo --regid mirevo --init-groups -- "$@"; }
+as_service=(setpriv --reuid mirevo --regid mirevo --init-groups --)
 export DEBIAN_FRONTEND=noninteractive
 
 find / -xdev \( -path /proc -o -path /dev -o -path /tmp -o -path /root \) -prune -o -print | sort > /root/before
-apt-get install -y -qq --no-download /tmp/mirevo_*.deb /tmp/liborvoqmx1_*.deb > /root/log 2>&1 ||
+apt-get install -y -qq /tmp/mirevo_*.deb /tmp/liborvoqmx1_*.deb > /root/log 2>&1 ||
   { cat /root/log >&2; fail "the packages can be installed"; }
 
 mirevo --version | grep -q '^mirevo [0-9]' || fail "mirevo is in the path"
@@ -18,15 +18,16 @@ mirevo --version | grep -q '^mirevo [0-9]' || fail "mirevo is in the path"
 zgrep -q 'mirevo' /usr/share/man/man1/mirevo.1.gz 2> /dev/null || [ ! -d /usr/share/man/man1 ] ||
   fail "there is a manual"
 cp /root/film.mkv /var/lib/mirevo/films/film.mkv
-as_service mirevo doctor --json > /root/doctor || { cat /root/doctor >&2; fail "the machine is fit"; }
+"${as_service[@]}" mirevo doctor --json > /root/doctor || { cat /root/doctor >&2; fail "the machine is fit"; }
 
 # As the unit starts it.
 command=$(sed -n 's/^ExecStart=//p' /lib/systemd/system/mirevo.service)
 mkfifo /root/output
+exec {output}<> /root/output
 # shellcheck disable=SC2086
-as_service $command > /root/output 2>&1 &
+"${as_service[@]}" $command >&"$output" 2>&1 &
 service=$!
-read -r -t 60 line < <(exec cat /root/output) || fail "the service starts"
+read -r -t 60 -u "$output" line || fail "the service starts"
 case $line in "listening on http"*) ;; *) fail "the service listens: $line" ;; esac
 
 address=$(mirevo play /var/lib/mirevo/films/film.mkv) || fail "a film can be opened"
@@ -35,9 +36,9 @@ printf 'aac\nh264\n' | cmp - /root/played || fail "the film plays, as H.264 and 
 mirevo status --json | grep -q '"kind" : "HTTP"' || fail "the status shows the stream"
 
 kill -TERM "$service"
-wait "$service" || fail "the service ends well"
+wait "$service" || fail "the service ends well: $?"
 [ ! -e /run/mirevo/address ] || fail "the service takes its address away"
-pgrep -u mirevo > /root/left && fail "no process is left"
+grep -ls "^Uid:[[:space:]]$(id -u mirevo)[[:space:]]" /proc/[0-9]*/status && fail "no process is left"
 
 apt-get purge -y -qq mirevo liborvoqmx1 > /root/log 2>&1 || { cat /root/log >&2; fail "purging works"; }
 find / -xdev \( -path /proc -o -path /dev -o -path /tmp -o -path /root \) -prune -o -print | sort > /root/after

@@ -1,5 +1,6 @@
 #include "tools/mirevo/completion_command.h"
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -36,6 +37,21 @@ Words OptionsOf(const CLI::App& command) {
   return names;
 }
 
+// The commands below a command, its options, and theirs.
+Words WordsOf(const CLI::App& command) {
+  Words words = CommandsOf(command);
+  const Words options = OptionsOf(command);
+  words.insert(words.end(), options.begin(), options.end());
+  for (const CLI::App* below : command.get_subcommands(nullptr)) {
+    for (const std::string& word : WordsOf(*below)) {
+      if (std::find(words.begin(), words.end(), word) == words.end()) {
+        words.push_back(word);
+      }
+    }
+  }
+  return words;
+}
+
 void PrintBash(const CLI::App& app) {
   std::cout << "# Completion for mirevo in bash.\n"
                "_mirevo() {\n"
@@ -45,16 +61,15 @@ void PrintBash(const CLI::App& app) {
             << Joined(CommandsOf(app)) << " " << Joined(OptionsOf(app))
             << "'\n  else\n    case $command in\n";
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
-    std::cout << "      " << command->get_name() << ") words='" << Joined(OptionsOf(*command))
+    std::cout << "      " << command->get_name() << ") words='" << Joined(WordsOf(*command))
               << "' ;;\n";
   }
   std::cout << "    esac\n"
                "  fi\n"
-               "  if [[ $COMP_CWORD -eq 1 || $word == -* ]]; then\n"
-               "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$word\")\n"
-               "  else\n"
+               "  mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$word\")\n"
+               "  if [[ $COMP_CWORD -gt 1 && $word != -* ]]; then\n"
                "    compopt -o filenames 2> /dev/null\n"
-               "    mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n"
+               "    mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- \"$word\")\n"
                "  fi\n"
                "}\n"
                "complete -F _mirevo mirevo\n";
@@ -67,7 +82,7 @@ void PrintZsh(const CLI::App& app) {
                "  compadd -- "
             << Joined(CommandsOf(app)) << "\n  return\nfi\ncase $words[2] in\n";
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
-    std::cout << "  " << command->get_name() << ") compadd -- " << Joined(OptionsOf(*command))
+    std::cout << "  " << command->get_name() << ") compadd -- " << Joined(WordsOf(*command))
               << " ;;\n";
   }
   std::cout << "esac\n[[ $PREFIX == -* ]] || _files\n";
