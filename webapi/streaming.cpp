@@ -18,7 +18,9 @@
 #include "webapi/http_playback.h"
 #include "webapi/media_library.h"
 #include "webapi/profiles.h"
+#include "webapi/smooth_playback.h"
 #include "webapi/ticket.h"
+#include "webapi/webm_playback.h"
 
 namespace webapi {
 namespace {
@@ -44,6 +46,8 @@ struct StreamKind {
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
     StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
+    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
 };
 
 // Parameters of an opening that every later request of the stream needs.
