@@ -1,12 +1,16 @@
 // Smooth Streaming in real players, against a running service.
 import assert from 'node:assert/strict';
+import { execFile } from 'node:child_process';
 import fs from 'node:fs';
+import os from 'node:os';
 import path from 'node:path';
 import { after, afterEach, before, test } from 'node:test';
+import { promisify } from 'node:util';
 
 import { playback, plays, shownSecond, withBarePage } from './bare_page.mjs';
 import { eventually, media, Service } from './support.mjs';
 
+const run = promisify(execFile);
 const film = (name) => path.join(media, name);
 const format = 'ss';
 const profile = 'smoothstreaming_240p_x264_vb200_vf15_aac_ab40';
@@ -23,12 +27,13 @@ async function open(name, parameters = {}) {
   opened.push(stream);
   return stream;
 }
-afterEach(async () => {
+async function closeAll() {
   for (const { stream_id } of opened.splice(0)) {
     await service.call('Streaming', 'close', { format, stream_id });
   }
   await service.isQuiet(4000);
-});
+}
+afterEach(closeAll);
 
 const place = (type, second) =>
   `QualityLevels(${type === 'video' ? 200000 : 40000})/Fragments(${type}=${second * 10000000})`;
@@ -191,3 +196,77 @@ for (const [name, { scripts, load }] of Object.entries(players)) {
     });
   });
 }
+
+// The picture that the player shows after `second`, as a PNG, and its time.
+const shownPicture = (page, second) =>
+  page.evaluate(
+    (value) =>
+      new Promise((resolve) => {
+        const video = document.getElementById('video');
+        const look = (_, { mediaTime }) => {
+          if (Math.abs(mediaTime - value) > 1) {
+            video.requestVideoFrameCallback(look);
+            return;
+          }
+          const canvas = document.createElement('canvas');
+          canvas.width = video.videoWidth;
+          canvas.height = video.videoHeight;
+          canvas.getContext('2d').drawImage(video, 0, 0);
+          resolve({ time: mediaTime, png: canvas.toDataURL('image/png').split(',')[1] });
+        };
+        video.requestVideoFrameCallback(look);
+        video.currentTime = value;
+      }),
+    second,
+  );
+
+// How much a shown picture is like the film's picture of that time, scaled to its size; 1 is the same.
+async function likeness(name, { time, png }) {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-picture-'));
+  try {
+    const shown = path.join(folder, 'shown.png');
+    fs.writeFileSync(shown, Buffer.from(png, 'base64'));
+    const { stderr } = await run('ffmpeg', [
+      ...['-nostdin', '-v', 'info', '-i', shown, '-ss', (time - 0.02).toFixed(3), '-i', film(name)],
+      ...['-lavfi', '[1:v]format=yuv420p[film];[film][0:v]scale2ref=flags=bicubic[a][b];[b]format=yuv420p[c];[a][c]ssim'],
+      ...['-frames:v', '1', '-f', 'null', '-'],
+    ]);
+    return Number(stderr.match(/SSIM Y:([\d.]+)/)[1]);
+  } finally {
+    fs.rmSync(folder, { recursive: true });
+  }
+}
+
+// Each row of the manifest's table, and each shape of picture.
+const rows = [
+  ['smoothstreaming_240p_x264_vb200_vf15_aac_ab40', 'tv.mkv', 320, 240],
+  ['smoothstreaming_240p_x264_vb320_vf15_aac_ab40', 'h264_ac3.mkv', 430, 240],
+  ['smoothstreaming_320p_x264_vb500_vf15_aac_ab64', 'cinema.mkv', 750, 320],
+  ['smoothstreaming_320p_x264_vb720_vf15_aac_ab64', 'tv.mkv', 430, 320],
+  ['smoothstreaming_hd480_x264_vb1000_vf15_aac_ab96', 'h264_ac3.mkv', 850, 480],
+  ['smoothstreaming_hd720_x264_vb1500_vf15_aac_ab128', 'cinema.mkv', 1280, 540],
+];
+test('every rendition shows the pictures of the film in time', async () => {
+  const { scripts, load } = players['dash.js'];
+  for (const [key, name, width, height] of rows) {
+    const stream = await open(name, { profile: key });
+    await withBarePage(service, scripts, async (page) => {
+      await page.evaluate(() => {
+        window.errors = [];
+      });
+      await page.evaluate(load, stream.url);
+      await plays(page, 0);
+      for (const second of [11, 4]) {
+        const value = await likeness(name, await shownPicture(page, second));
+        assert.ok(value > 0.9, `${key} of ${name}: ${value}`);
+      }
+      const size = await page.evaluate(() => {
+        const video = document.getElementById('video');
+        return [video.videoWidth, video.videoHeight];
+      });
+      assert.deepEqual(size, [width, height]);
+      assert.deepEqual(await page.evaluate(() => window.errors), []);
+    });
+    await closeAll();
+  }
+});
