@@ -10,6 +10,8 @@
 #include "metadata/qmxmetadata.h"
 #include "stream/http_live_stream.h"
 #include "stream/http_stream.h"
+#include "stream/smooth_stream.h"
+#include "stream/webm_stream.h"
 #include "transcoder/shell_line.h"
 #include "webapi/direct_play.h"
 #include "webapi/ticket.h"
@@ -34,6 +36,14 @@ Command HttpCommand(const QMXMetaData& plan) {
   return stream.CommandLine(stream.GetTranscoder(), STDOUT_FILENO);
 }
 
+Command WebmCommand(const QMXMetaData& plan) {
+  return LibOrvoQMX::WebMStream(plan).CommandLine(STDOUT_FILENO);
+}
+
+Command SmoothCommand(const QMXMetaData& plan) {
+  return LibOrvoQMX::SmoothStream(plan).CommandLine(KindFolder("SS") + "/" + kNoId);
+}
+
 struct Format {
   const char* name;
   const char* contentType;  // null where it depends on the profile
@@ -42,6 +52,8 @@ struct Format {
 constexpr std::array kFormats = {
     Format{"hls", "application/vnd.apple.mpegurl", HlsCommand},
     Format{"http", nullptr, HttpCommand},
+    Format{"webm", nullptr, WebmCommand},
+    Format{"ss", "application/vnd.ms-sstr+xml", SmoothCommand},
 };
 
 const Format* FindFormat(const std::string& name) {
