@@ -272,78 +272,60 @@ test('the owner sees the streams and stops one', async () => {
   await viewer.says('Open the film again from the library.');
 });
 
-// Accounts, as a server has them that asks for a login.
-function accounts() {
-  const state = { account: '', calls: 0 };
-  const guard = (answer) => (parameters) => {
-    if (!state.account) throw { status: 401, error: { reason: 'Unauthorized', message: 'Log in first.' } };
-    return answer(parameters);
-  };
-  const answers = {
-    'Auth.who': () => ({ login_required: true, account: state.account || null, owner: false }),
-    'Auth.login': (parameters) => {
-      if (parameters.get('passwd') !== '"secret"') throw { status: 401, error: { reason: 'Unauthorized', message: 'Log in first.' } };
-      state.account = JSON.parse(parameters.get('account'));
-      return { _sid: 'x', account: state.account, owner: false, expires: 0 };
-    },
-    'Auth.logout': () => {
-      state.account = '';
-      return {};
-    },
-    'History.list': guard(() => ({ items: [] })),
-    'History.get': guard(() => ({ position: 0 })),
-    'History.save': guard(() => {
-      ++state.calls;
-      return {};
-    }),
-  };
-  return { state, answers };
+// A service with accounts: ann is the owner, bob is not.
+const PASSWORD = '"with quotes"';
+async function withAccounts(use) {
+  const guarded = Service.prepare();
+  guarded.account(['add', 'ann'], PASSWORD);
+  guarded.account(['add', 'bob'], PASSWORD);
+  await guarded.serve([folder]);
+  const viewer = await Viewer.open(browser, guarded);
+  try {
+    await use(viewer, guarded);
+  } finally {
+    await viewer.close();
+    await guarded.stop();
+  }
 }
 
-async function logIn({ page }, password) {
+async function logIn({ page }, name, password) {
   const dialog = page.getByRole('dialog', { name: 'Log in' });
-  await dialog.getByLabel('Account').fill('ann');
+  await dialog.getByLabel('Account').fill(name);
   await dialog.getByLabel('Password').fill(password);
   await page.keyboard.press('Enter');
   return dialog;
 }
 
-test('who must log in is asked to, and can log out', async () => {
-  const viewer = await enter(accounts().answers);
-  await viewer.go();
-  const dialog = await logIn(viewer, 'wrong');
-  await dialog.getByText('The account or the password is wrong.').waitFor();
-  await logIn(viewer, 'secret');
-  await viewer.page.getByRole('link', { name: /film\.mkv/ }).waitFor();
-  assert.equal(await viewer.page.getByRole('link', { name: 'Server' }).count(), 0, 'which is the owner’s');
-  assert.equal(await viewer.page.evaluate(() => document.cookie + JSON.stringify({ ...localStorage })), '{}');
-  await viewer.page.getByRole('button', { name: 'Log out ann' }).click();
-  await dialog.waitFor();
-  assert.equal(await viewer.page.getByRole('link', { name: /film\.mkv/ }).count(), 0);
-});
+test('who must log in is asked to, and can log out', () =>
+  withAccounts(async (viewer) => {
+    const { page } = viewer;
+    await viewer.go();
+    const dialog = await logIn(viewer, 'bob', 'wrong');
+    await dialog.getByText('The account or the password is wrong.').waitFor();
+    await logIn(viewer, 'bob', PASSWORD);
+    await page.getByRole('link', { name: /film\.mkv/ }).waitFor();
+    assert.equal(await page.getByRole('link', { name: 'Server' }).count(), 0, 'which is the owner’s');
+    assert.equal(await page.evaluate(() => document.cookie + JSON.stringify({ ...localStorage })), '{}');
+    await page.getByRole('button', { name: 'Log out bob' }).click();
+    await logIn(viewer, 'ann', PASSWORD);
+    await page.getByRole('link', { name: 'Server' }).waitFor();
+    await page.getByRole('link', { name: /film\.mkv/ }).waitFor();
+  }));
 
-test('a session that ends during the film leads to the login, and the film goes on', async () => {
-  const { state, answers } = accounts();
-  state.account = 'ann';
-  const viewer = await enter(answers);
-  let ended = false;
-  await viewer.page.route(/fragment_id=/, (route) =>
-    ended && !state.account ? route.fulfill({ status: 401, json: { success: false, error: { code: 401, reason: 'Unauthorized' } } }) : route.fallback(),
-  );
-  await viewer.page.route(
-    (url) => url.search.includes('method=list'),
-    (route) => (state.account ? route.fallback() : route.fulfill({ status: 401, json: { success: false, error: { code: 401, reason: 'Unauthorized' } } })),
-  );
-  await watch(viewer, 'long.mkv');
-  await viewer.playing();
-  ended = true;
-  state.account = '';
-  await viewer.page.evaluate(() => {
-    const position = document.getElementById('position');
-    position.value = '200';
-    position.dispatchEvent(new Event('change'));
-  });
-  await logIn(viewer, 'secret');
-  await viewer.runsFrom(200);
-  assert.ok((await viewer.state()).time < 220);
-});
+test('a session that ends during the film leads to the login, and the film goes on', () =>
+  withAccounts(async (viewer, guarded) => {
+    await viewer.go();
+    await logIn(viewer, 'bob', PASSWORD);
+    await viewer.page.getByRole('link', { name: /film\.mkv/ }).waitFor();
+    await viewer.go(`#/play${encode(path.join(folder, 'long.mkv'))}?t=0`);
+    await viewer.playing();
+    guarded.account(['passwd', 'bob'], 'another one');
+    await viewer.page.evaluate(() => {
+      const position = document.getElementById('position');
+      position.value = '200';
+      position.dispatchEvent(new Event('change'));
+    });
+    await logIn(viewer, 'bob', 'another one');
+    await viewer.runsFrom(200);
+    assert.ok((await viewer.state()).time < 220);
+  }));
