@@ -168,7 +168,7 @@ TEST(FragmentTranslation, PlansByTheRatesAndTheStart) {
 
 TEST(FragmentTranslation, WritesOneStreamForTheCutter) {
   const Strings command = Fragment("-acodec aac").command;
-  EXPECT_TRUE(Contains(command, "-output_ts_offset 19.560 -avoid_negative_ts disabled"));
+  EXPECT_TRUE(Contains(command, "-output_ts_offset 19.600 -avoid_negative_ts disabled"));
   EXPECT_TRUE(Contains(command, "-f nut pipe:1"));
   EXPECT_TRUE(Contains(command, "-bf 0"));
   for (const char* option : {"-fragment_length", "-seek_time", "-filled", "/d/smooth"}) {
@@ -184,7 +184,7 @@ TEST(FragmentTranslation, GivesEachKeyFrameItsParameterSets) {
 TEST(FragmentTranslation, FitsThePictureBehindItsFilters) {
   const Strings command = Fragment("-s 430x240 -vf yadif").command;
   const std::string chain = Value(command, "-vf");
-  EXPECT_EQ(chain.rfind("yadif,trim=start=0.43999,scale=", 0), 0U) << chain;
+  EXPECT_EQ(chain.rfind("yadif,trim=start=0.39999,scale=", 0), 0U) << chain;
   EXPECT_NE(chain.find("pad=430:240:-1:-1,setsar=0"), std::string::npos) << chain;
   EXPECT_FALSE(Contains(command, "-s"));
 }
