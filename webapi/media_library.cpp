@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
 
 #include "platform/plat.h"
@@ -36,10 +37,19 @@ bool IsBelow(const std::string& path, const std::string& root) {
          (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
 }
 
-bool IsInRoots(const std::string& path) {
-  const std::vector<std::string> roots = MediaRoots();
-  return std::any_of(roots.begin(), roots.end(),
-                     [&](const std::string& root) { return IsBelow(path, root); });
+// What an account may see; nothing where that is all.
+std::optional<std::vector<std::string>> limits;
+
+// A media root as far as it may be seen: all of it, the folders in it that may be, or nothing.
+void AddVisible(const std::string& root, std::vector<std::string>& roots) {
+  for (const std::string& limit : *limits) {
+    if (IsBelow(root, limit)) {
+      roots.push_back(root);
+      return;
+    }
+  }
+  std::copy_if(limits->begin(), limits->end(), std::back_inserter(roots),
+               [&](const std::string& limit) { return IsBelow(limit, root); });
 }
 
 // One entry of a listing. "path" is for people where a name is not UTF-8; "encoded_path" is the
@@ -60,7 +70,7 @@ Json::Value Describe(const std::string& path, const struct stat& status) {
 // others.
 std::optional<std::string> ParentOf(const std::string& folder) {
   const std::string parent = fs::path(folder).parent_path().string();
-  if (parent != folder && IsInRoots(parent)) {
+  if (parent != folder && MaySee(parent)) {
     return parent;
   }
   return MediaRoots().size() > 1 ? std::optional<std::string>("") : std::nullopt;
@@ -124,11 +134,28 @@ std::vector<std::string> MediaRoots() {
   }
   for (const Json::Value& root : configured) {
     const std::string path = root.isString() ? RealPath(root.asString()) : "";
-    if (!path.empty()) {
+    if (path.empty()) {
+      continue;
+    }
+    if (limits) {
+      AddVisible(path, roots);
+    } else {
       roots.push_back(path);
     }
   }
   return roots;
+}
+
+void LimitMediaRoots(const std::vector<std::string>& paths) {
+  limits.emplace();
+  std::transform(paths.begin(), paths.end(), std::back_inserter(*limits), RealPath);
+  std::erase(*limits, "");
+}
+
+bool MaySee(const std::string& path) {
+  const std::vector<std::string> roots = MediaRoots();
+  return std::any_of(roots.begin(), roots.end(),
+                     [&](const std::string& root) { return IsBelow(path, root); });
 }
 
 std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal) {
@@ -140,12 +167,12 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
   if (resolved.empty()) {
     // Whether something exists outside the roots is nobody's business.
     const std::string folder = RealPath(fs::path(path).lexically_normal().parent_path());
-    refusal = IsInRoots(folder.empty() ? path : folder) && errno != EACCES
+    refusal = MaySee(folder.empty() ? path : folder) && errno != EACCES
                   ? Answer::Failure(kNotFound, "There is no such file or folder.")
                   : Answer::Failure(kForbidden);
     return std::nullopt;
   }
-  if (!IsInRoots(resolved)) {
+  if (!MaySee(resolved)) {
     refusal = Answer::Failure(kForbidden);
     return std::nullopt;
   }
@@ -183,7 +210,7 @@ Answer ListFolder(const std::string& path) {
   for (fs::directory_iterator entry(*folder, failure), end; !failure && entry != end;
        entry.increment(failure)) {
     // A link that leads out of the roots is not there.
-    if (!entry->is_symlink() || IsInRoots(RealPath(entry->path().string()))) {
+    if (!entry->is_symlink() || MaySee(RealPath(entry->path().string()))) {
       paths.push_back(entry->path().string());
     }
   }

@@ -153,6 +153,10 @@ void ExamineLibraries(Findings& findings) {
       LibMirevo::GetMD5("").empty()
           ? Finding{"libcrypto", State::kMissing, "It cannot be loaded.", "apt install libssl3"}
           : Good("libcrypto", "loads"));
+  findings.push_back(
+      Loads("libsodium.so.23")
+          ? Good("libsodium", "loads")
+          : Finding{"libsodium", State::kWarning, "Nobody can log in.", "apt install libsodium23"});
   findings.push_back(Loads("libuchardet.so.0")
                          ? Good("libuchardet", "loads")
                          : Finding{"libuchardet", State::kWarning,

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/mirevo/account_command.h"
 #include "tools/mirevo/analyze_command.h"
 #include "tools/mirevo/completion_command.h"
 #include "tools/mirevo/doctor_command.h"
@@ -47,9 +48,9 @@ int Run(int argc, char** argv) {
   app.set_config("--config", "", "Take options from this file; [serve] begins those of a command");
   app.allow_config_extras(CLI::config_extras_mode::error);
   for (const auto add :
-       {mirevo::AddServeCommand, mirevo::AddPlayCommand, mirevo::AddStatusCommand,
-        mirevo::AddProbeCommand, mirevo::AddExplainCommand, mirevo::AddAnalyzeCommand,
-        mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
+       {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
+        mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
+        mirevo::AddAnalyzeCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {
