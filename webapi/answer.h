@@ -12,6 +12,7 @@ inline constexpr char kBadRequest[] = "BadRequest";
 inline constexpr char kForbidden[] = "Forbidden";
 inline constexpr char kNotFound[] = "NotFound";
 inline constexpr char kRangeNotSatisfiable[] = "RangeNotSatisfiable";
+inline constexpr char kBusy[] = "Busy";
 inline constexpr char kInternal[] = "Internal";
 
 class Answer {

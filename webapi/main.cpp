@@ -6,9 +6,12 @@
 #include <csignal>
 
 #include "webapi/answer.h"
+#include "webapi/film_card.h"
 #include "webapi/film_info.h"
 #include "webapi/media_library.h"
+#include "webapi/picture.h"
 #include "webapi/request.h"
+#include "webapi/search.h"
 #include "webapi/status.h"
 #include "webapi/streaming.h"
 #include "webapi/subtitle.h"
@@ -28,6 +31,10 @@ constexpr std::array kCalls = {
          [](const Request& request) { return webapi::ListFolder(request.Text("path")); }},
     Call{"ORVO.Mirevo2.Library", "info",
          [](const Request& request) { return webapi::DescribeFilm(request.Text("path")); }},
+    Call{"ORVO.Mirevo2.Library", "search", webapi::SearchFilms},
+    Call{"ORVO.Mirevo2.Library", "card", webapi::DescribeCard},
+    Call{"ORVO.Mirevo2.Library", "poster", webapi::SendPoster},
+    Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},

@@ -111,13 +111,6 @@ std::optional<Profile> ProfileFor(const Request& request, const std::string& for
   return *found;
 }
 
-// Records are JSON, which can hold no other bytes.
-bool IsUtf8(const std::string& text) {
-  Json::Value copy;
-  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
-         copy.asString() == text;
-}
-
 bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
   return id.empty() || !LibOrvoQMX::ArgumentHelper(film).GetAudioTrackInfoByID(id).isNull();
 }

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -22,6 +23,8 @@
 #include "tools/serve/children.h"
 #include "tools/serve/web_server.h"
 #include "util/json_utils.h"
+#include "webapi/film_cache.h"
+#include "webapi/media_library.h"
 #include "webapi/streaming.h"
 
 namespace {
@@ -142,6 +145,17 @@ void Stop(pid_t server) {
   serve::WaitForChildren(kStopMilliseconds);
 }
 
+// Where the files lie that requests send. A film that was given by itself is in a folder, too.
+std::vector<std::string> SendFolders() {
+  std::vector<std::string> folders = {orvo::SystemPath("/tmp/Mirevo"),
+                                      orvo::SystemPath(webapi::kCacheFolder)};
+  for (const std::string& root : webapi::MediaRoots()) {
+    const bool isFolder = std::filesystem::is_directory(root);
+    folders.push_back(isFolder ? root : std::filesystem::path(root).parent_path().string());
+  }
+  return folders;
+}
+
 int Serve(const Options& options) {
   const std::string state = orvo::SystemPath("/run/mirevo");
   if (PlatFSMkdirP(state, 0, 1, geteuid(), getegid(), 0755) != 0 ||
@@ -169,8 +183,7 @@ int Serve(const Options& options) {
   const orvo::UniqueFd signals = BlockSignals();
   const std::string package = orvo::SystemPath(kPackageFolder);
   const pid_t server = serve::Start(
-      {package + "player", package + "webapi", state, orvo::SystemPath("/tmp/Mirevo"), port},
-      std::move(socket));
+      {package + "player", package + "webapi", state, SendFolders(), port}, std::move(socket));
   if (server < 0) {
     std::cerr << "the web server could not be started: " << std::strerror(errno) << "\n";
     return 1;

@@ -45,6 +45,14 @@ std::string Quoted(const std::string& text) {
   return quoted + '"';
 }
 
+std::string List(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) {
+    list += (list.empty() ? "( " : ", ") + Quoted(text);
+  }
+  return list + " )";
+}
+
 std::string Configuration(const WebServer& server) {
   std::string text;
   const auto line = [&](const std::string& key, const std::string& value) {
@@ -59,17 +67,19 @@ std::string Configuration(const WebServer& server) {
   line("index-file.names", "( \"index.html\" )");
   line("mimetype.assign",
        "( \".html\" => \"text/html; charset=utf-8\", \".js\" => \"text/javascript\", "
-       "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\" )");
+       "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\", "
+       "\".json\" => \"application/json\" )");
   line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + " )");
   line("cgi.assign", "( \"entry.cgi\" => \"\" )");
-  // Segments go out by the web server itself, from the streams' directories and nowhere else.
+  // Segments, pictures and films that need no transcoder go out by the web server itself, from
+  // their folders and nowhere else.
   std::string environment = "( \"MIREVO_SENDFILE\" => \"X-Sendfile\"";
   if (const char* sysroot = secure_getenv("ORVO_SYSROOT"); sysroot != nullptr) {
     environment += ", \"ORVO_SYSROOT\" => " + Quoted(sysroot);
   }
   line("setenv.set-environment", environment + " )");
   line("cgi.x-sendfile", "\"enable\"");
-  line("cgi.x-sendfile-docroot", "( " + Quoted(server.streamFolder + "/") + " )");
+  line("cgi.x-sendfile-docroot", List(server.sendFolders));
   line("setenv.add-response-header",
        "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
        "'self' blob:; style-src "

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/unique_fd.h"
 
@@ -14,10 +15,10 @@ namespace serve {
 orvo::UniqueFd ListenOnLoopback(int& port);
 
 struct WebServer {
-  std::string pageFolder;    // served as it is
-  std::string webapiFolder;  // holds entry.cgi
-  std::string stateFolder;   // for the configuration and the log
-  std::string streamFolder;  // what requests send by name lies here
+  std::string pageFolder;                // served as it is
+  std::string webapiFolder;              // holds entry.cgi
+  std::string stateFolder;               // for the configuration and the log
+  std::vector<std::string> sendFolders;  // what requests send by name lies in one of these
   int port = 0;
 };
 
