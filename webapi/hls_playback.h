@@ -12,9 +12,6 @@ namespace webapi {
 // Writes the playlists of a stream that was just opened. A failure leaves no directory.
 Answer PrepareHls(const Ticket& ticket, Json::Value& data);
 
-// Makes anew what an idle time has removed, so that a viewer may pause as long as he likes.
-Answer ReviveHls(const Ticket& ticket);
-
 // Sends a playlist, or the segment "fragment_id" when it is complete.
 Answer PlayHls(const Request& request, const std::string& streamId);
 

@@ -30,7 +30,15 @@ constexpr std::array kMediaTypes = {
     MediaType{"mp4", "video/mp4"},
     MediaType{"mpegts", "video/mp2t"},
     MediaType{"asf", "video/x-ms-asf"},
+    // Browsers go by the name of the container's web form, and read the whole of it.
+    MediaType{"matroska", "video/webm"},
+    MediaType{"webm", "video/webm"},
 };
+
+// The first part of the keys of one format's profiles.
+std::string KeyPrefix(const std::string& format) {
+  return (format == "ss" ? "smoothstreaming" : format) + "_";
+}
 
 std::string PathOf(const std::string& platform) {
   return orvo::SystemPath(kProfileFolder + platform + ".json");
@@ -46,8 +54,10 @@ std::string OptionValue(const Profile& profile, const std::string& option) {
 unsigned HeightOf(const Profile& profile) {
   unsigned width = 0;
   unsigned height = 0;
-  ArgumentHelper::MapVideoSize(OptionValue(profile, "-s"), width, height);
-  return height;
+  const std::string size = OptionValue(profile, "-s");
+  ArgumentHelper::MapVideoSize(size, width, height);
+  // Some profiles ask for a height alone.
+  return height != 0 ? height : static_cast<unsigned>(std::strtoul(size.c_str(), nullptr, 10));
 }
 
 std::string CodecOf(const VideoMetaData& film) {
@@ -109,7 +119,7 @@ std::vector<Profile> ProfilesOf(const std::string& format) {
     return profiles;
   }
   for (const std::string& key : file.getMemberNames()) {
-    if (key.rfind(format + "_", 0) == 0 && file[key].isString()) {
+    if (key.rfind(KeyPrefix(format), 0) == 0 && file[key].isString()) {
       profiles.push_back({key, file[key].asString()});
     }
   }
@@ -122,6 +132,11 @@ Verdict Judge(const Profile& profile, const VideoMetaData& film) {
   }
   if (profile.key.rfind("hls_", 0) == 0 && ArgumentHelper(film).ZeroAudioTrack()) {
     return Refuse("TransAudioNotSupported", "HLS needs a sound track, and this film has none.");
+  }
+  if (profile.key.rfind(KeyPrefix("ss"), 0) == 0 &&
+      (film.GetVideoRatio() <= 0 || film.GetDuration() == 0)) {
+    return Refuse("TransVideoNotSupported",
+                  "The shape of this film's picture or its length is unknown.");
   }
   if (CodecOf(film).empty()) {
     return Refuse("TransVideoNotSupported", "The codec of this film's video is unknown.");

@@ -35,14 +35,15 @@ constexpr time_t kTicketSeconds = 24 * 3600;
 struct StreamKind {
   const char* format;  // what the API calls it
   const char* kind;    // what the library calls it
+  const char* name;    // behind the request program in an address, for players that look at it
   // Makes ready what was opened; adds to the answer what only this kind has to say.
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const std::string& streamId);
   void (*close)(const std::string& streamId);
 };
 constexpr std::array kStreamKinds = {
-    StreamKind{"http", "HTTP", PrepareHttp, PlayHttp, CloseHttp},
-    StreamKind{"hls", "HLS", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
+    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
 };
 
 // Parameters of an opening that every later request of the stream needs.
@@ -69,9 +70,9 @@ const StreamKind* KindOf(const Request& request, Answer& refusal) {
 }
 
 std::string AddressOf(const Request& request, const StreamKind& kind, const std::string& streamId) {
-  return request.Scheme() + "://" + request.Authority() +
-         "/webapi/entry.cgi?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" +
-         kind.format + "&stream_id=" + streamId;
+  return request.Scheme() + "://" + request.Authority() + "/webapi/entry.cgi" + kind.name +
+         "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
+         "&stream_id=" + streamId;
 }
 
 // The stream id of the newer or the older spelling; "" and a refusal when there is none of its
@@ -223,7 +224,21 @@ Answer PlayStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  return streamId.empty() ? refusal : kind->play(request, streamId);
+  if (streamId.empty()) {
+    return refusal;
+  }
+  {
+    // Not held for as long as the film is played.
+    const auto ticket = Ticket::Take(streamId);
+    if (!ticket || ticket->Kind() != kind->kind) {
+      return Answer::Failure(kNotFound, kStreamClosed);
+    }
+    const Answer revived = ReviveStream(*ticket);
+    if (revived.IsFailure()) {
+      return revived;
+    }
+  }
+  return kind->play(request, streamId);
 }
 
 Answer CloseStream(const Request& request) {
@@ -238,6 +253,15 @@ Answer CloseStream(const Request& request) {
   }
   kind->close(streamId);
   return Answer::Success(Json::Value(Json::objectValue));
+}
+
+Answer ReviveStream(const Ticket& ticket) {
+  const StreamKind* const kind = FindKind(ticket.Kind());
+  if (ticket.HasDirectory() || kind == nullptr) {
+    return Answer::Sent();
+  }
+  Json::Value ignored;
+  return ticket.Revive() ? kind->prepare(ticket, ignored) : Answer::Failure("TransSapceNotEnough");
 }
 
 void SweepStreams() {

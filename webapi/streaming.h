@@ -3,6 +3,7 @@
 
 #include "webapi/answer.h"
 #include "webapi/request.h"
+#include "webapi/ticket.h"
 
 namespace webapi {
 
@@ -10,6 +11,10 @@ Answer OpenStream(const Request& request);
 // Sends the media itself; answers only where there is none to send.
 Answer PlayStream(const Request& request);
 Answer CloseStream(const Request& request);
+
+// Makes anew what an idle time has removed of an open stream, so that a viewer may pause as long as
+// he likes.
+Answer ReviveStream(const Ticket& ticket);
 
 // Removes streams that were opened and left: without a viewer and untouched for a quarter of an
 // hour, and tickets untouched for a day.

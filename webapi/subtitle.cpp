@@ -12,7 +12,7 @@
 #include "policy/lock.h"
 #include "util/md5.h"
 #include "webapi/character_set.h"
-#include "webapi/hls_playback.h"
+#include "webapi/streaming.h"
 #include "webapi/subtitle_source.h"
 #include "webapi/ticket.h"
 #include "webapi/webvtt.h"
@@ -51,17 +51,6 @@ struct Stream {
   std::string folder;
 };
 
-// Makes anew what an idle time has removed: the folder keeps the converted track. Without one there
-// is still a film to read.
-void Revive(const Ticket& ticket) {
-  // This kind's folder is taken for complete as soon as it is there.
-  if (ticket.Kind() == "HLS") {
-    ReviveHls(ticket);
-  } else {
-    ticket.Revive();
-  }
-}
-
 // A film lasts up to a second longer than its duration says in whole ones, and the last span of a
 // playlist ends with those.
 bool ReachesTheEnd(const Span& span, const Json::Value& film) {
@@ -74,7 +63,8 @@ std::optional<Stream> StreamOf(const std::string& id) {
   if (!ticket) {
     return std::nullopt;
   }
-  Revive(*ticket);
+  // The folder keeps the converted track. Without one there is still a film to read.
+  ReviveStream(*ticket);
   return Stream{ticket->Record(), ticket->Folder()};
 }
 

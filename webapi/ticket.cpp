@@ -163,11 +163,6 @@ void Ticket::Remove() {
   unlink(PathOf(streamId_).c_str());
 }
 
-bool ReviveDirectory(const std::string& streamId) {
-  const auto ticket = Ticket::Take(streamId);
-  return ticket && ticket->Revive();
-}
-
 std::string KindFolder(const std::string& kind) {
   return orvo::SystemPath("/tmp/Mirevo/" + kind);
 }

@@ -69,7 +69,4 @@ class Ticket {
 // Where the directories of one kind of streams lie.
 std::string KindFolder(const std::string& kind);
 
-// Sees to it that an open stream has its directory. False when there is no such stream.
-bool ReviveDirectory(const std::string& streamId);
-
 }  // namespace webapi

@@ -6,9 +6,8 @@ import path from 'node:path';
 import { after, afterEach, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { chromium } from 'playwright-core';
-
-import { browserArguments, build, eventually, media, Service } from './support.mjs';
+import { playback, plays, withBarePage } from './bare_page.mjs';
+import { build, eventually, media, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const film = (name) => path.join(media, name);
@@ -198,34 +197,19 @@ test('a killed monitor takes its transcoder with it', async () => {
 });
 
 // Has hls.js play a presentation; `use` drives the page.
-async function inBrowser(url, use) {
-  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
-  try {
-    const context = await browser.newContext({ bypassCSP: true });
-    const page = await context.newPage();
-    await page.goto(service.address);
-    await page.addScriptTag({ path: new URL('node_modules/hls.js/dist/hls.min.js', import.meta.url).pathname });
-    await play(page, url);
+const inBrowser = (url, use) =>
+  withBarePage(service, ['hls.js/dist/hls.min.js'], async (page) => {
+    await page.evaluate(async (address) => {
+      window.errors = [];
+      const video = document.getElementById('video');
+      window.hls = new window.Hls({ maxBufferLength: 10 });
+      window.hls.on(window.Hls.Events.ERROR, (_, data) => window.errors.push(`${data.fatal} ${data.details}`));
+      window.hls.loadSource(address);
+      window.hls.attachMedia(video);
+      await video.play();
+    }, url);
     await use(page);
-  } finally {
-    await browser.close();
-  }
-}
-
-const play = (page, url) =>
-  page.evaluate(async (address) => {
-    window.errors = [];
-    const video = document.getElementById('video');
-    document.getElementById('film').hidden = false;
-    window.hls = new window.Hls({ maxBufferLength: 10 });
-    window.hls.on(window.Hls.Events.ERROR, (_, data) => window.errors.push(`${data.fatal} ${data.details}`));
-    window.hls.loadSource(address);
-    window.hls.attachMedia(video);
-    await video.play();
-  }, url);
-
-const plays = (page, from) =>
-  page.waitForFunction((second) => document.getElementById('video').currentTime > second + 0.5, from);
+  });
 
 test('hls.js plays, seeks anywhere, and mixes segments of different runs', async () => {
   const stream = await open('long.mkv', transcode);
@@ -242,16 +226,8 @@ async function seekAround(page) {
     }, second);
     await plays(page, second);
   }
-  const { errors, dropped, frames, duration } = await page.evaluate(() => {
-    const video = document.getElementById('video');
-    const quality = video.getVideoPlaybackQuality();
-    return {
-      errors: window.errors,
-      dropped: quality.droppedVideoFrames,
-      frames: quality.totalVideoFrames,
-      duration: video.duration,
-    };
-  });
+  const errors = await page.evaluate(() => window.errors);
+  const { dropped, frames, duration } = await playback(page);
   assert.deepEqual(errors.filter((error) => error.startsWith('true')), [], 'no fatal error');
   assert.ok(Math.abs(duration - 300) < 1);
   assert.ok(frames > 50 && dropped < frames / 4, `${dropped} of ${frames} dropped`);

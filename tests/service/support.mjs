@@ -114,7 +114,8 @@ export class Service {
   }
 
   streamFolders() {
-    return ['tmp/Mirevo/HTTP', 'tmp/Mirevo/HLS', 'volume1/@tmp/Mirevo/HLS'].flatMap((name) => {
+    const kinds = ['HTTP', 'HLS', 'WEBM', 'SS'];
+    return kinds.flatMap((kind) => [`tmp/Mirevo/${kind}`, `volume1/@tmp/Mirevo/${kind}`]).flatMap((name) => {
       const folder = path.join(this.root, name);
       return fs.existsSync(folder) ? fs.readdirSync(folder) : [];
     });

@@ -1,0 +1,65 @@
+// A page of the service's own origin with nothing on it but a video element, for players that bring
+// their own scripts.
+import { fileURLToPath } from 'node:url';
+
+import { chromium } from 'playwright-core';
+
+import { browserArguments } from './support.mjs';
+
+const html = '<!doctype html><title>Bare page</title><video id="video" style="width: 100%"></video>';
+
+// Opens the page with the scripts (files below node_modules) loaded; `use` drives it.
+export async function withBarePage(service, scripts, use) {
+  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
+  try {
+    const context = await browser.newContext({ bypassCSP: true });
+    const page = await context.newPage();
+    const address = `${service.address}/bare`;
+    await page.route(address, (route) => route.fulfill({ contentType: 'text/html', body: html }));
+    await page.goto(address);
+    for (const script of scripts) {
+      const path = fileURLToPath(new URL(`node_modules/${script}`, import.meta.url));
+      await page.addScriptTag({ path });
+    }
+    return await use(page);
+  } finally {
+    await browser.close();
+  }
+}
+
+// Returns when the film has been playing for half a second behind `second`.
+export const plays = (page, second) =>
+  page.waitForFunction((from) => document.getElementById('video').currentTime > from + 0.5, second);
+
+// The second of the film that the picture itself shows, and that of the player's clock at that moment:
+// the luma of the picture's upper edge is 16 + 3 a second.
+export const shownSecond = (page) =>
+  page.evaluate(
+    () =>
+      new Promise((resolve) => {
+        const video = document.getElementById('video');
+        video.requestVideoFrameCallback((_, { mediaTime }) => {
+          const canvas = document.createElement('canvas');
+          canvas.width = video.videoWidth;
+          canvas.height = video.videoHeight;
+          const context = canvas.getContext('2d');
+          context.drawImage(video, 0, 0);
+          const [red] = context.getImageData(canvas.width / 2, Math.round(canvas.height / 36), 1, 1).data;
+          resolve({ picture: (red * 219) / 255 / 3, clock: mediaTime });
+        });
+      }),
+  );
+
+// How the playing went so far.
+export const playback = (page) =>
+  page.evaluate(() => {
+    const video = document.getElementById('video');
+    const quality = video.getVideoPlaybackQuality();
+    return {
+      dropped: quality.droppedVideoFrames,
+      duration: video.duration,
+      frames: quality.totalVideoFrames,
+      sound: video.webkitAudioDecodedByteCount,
+      time: video.currentTime,
+    };
+  });
