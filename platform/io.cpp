@@ -27,13 +27,13 @@ bool WriteAll(int fd, std::string_view content) {
   return true;
 }
 
-bool ReplaceFile(const std::string& path, std::string_view content) {
+bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode) {
   std::string aside = path + ".XXXXXX";
   const UniqueFd file(mkostemp(aside.data(), O_CLOEXEC));
   if (!file.IsOpen()) {
     return false;
   }
-  if (fchmod(file.Get(), 0644) == 0 && WriteAll(file.Get(), content) &&
+  if (fchmod(file.Get(), mode) == 0 && WriteAll(file.Get(), content) &&
       rename(aside.c_str(), path.c_str()) == 0) {
     return true;
   }

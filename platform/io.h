@@ -1,6 +1,8 @@
 // Whole reads and writes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <istream>
 #include <string>
 #include <string_view>
@@ -13,9 +15,9 @@ namespace orvo {
 // descriptor takes no more.
 ORVO_API bool WriteAll(int fd, std::string_view content);
 
-// Gives the file `path` this content all at once: a reader sees the old or the new one. False when
-// it cannot be written; the old content stays.
-ORVO_API bool ReplaceFile(const std::string& path, std::string_view content);
+// Gives the file `path` this content and mode all at once: a reader sees the old or the new file.
+// False when it cannot be written; the old one stays.
+ORVO_API bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode = 0644);
 
 // Sets the file's modification time to now, creating it where it is missing. Writes nothing:
 // emptying a file that has content can wait for the disk.

@@ -32,7 +32,15 @@ Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
   request["version"] = 1;
   request["method"] = "stream";
   request["force_open_qmx"] = ticket.Parameter("force_open_qmx") == "true";
+  AddLink(ticket, request);
   return request;
+}
+
+void AddLink(const Ticket& ticket, Json::Value& parameters) {
+  const std::string link = StreamLink(ticket);
+  if (!link.empty()) {
+    parameters["_sid"] = link;
+  }
 }
 
 void MarkAccess(const QMXStream& stream) {

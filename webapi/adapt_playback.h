@@ -15,6 +15,9 @@ namespace webapi {
 Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
                          const std::string& format);
 
+// Lets an address with these parameters open the stream without a login.
+void AddLink(const Ticket& ticket, Json::Value& parameters);
+
 // Tells the monitor that somebody is still watching.
 void MarkAccess(const LibOrvoQMX::QMXStream& stream);
 

@@ -11,6 +11,7 @@ namespace webapi {
 namespace {
 
 constexpr int kOk = 200;
+constexpr int kNoContent = 204;
 constexpr int kRetrySeconds = 5;
 
 struct Reason {
@@ -23,9 +24,10 @@ struct Reason {
 // The last row stands for every word that is not named here.
 constexpr std::array kReasons = {
     Reason{kBadRequest, 400, "Bad Request", "The request is malformed."},
-    Reason{"Unauthorized", 401, "Unauthorized", "Log in first."},
+    Reason{kUnauthorized, 401, "Unauthorized", "Log in first."},
     Reason{kForbidden, 403, "Forbidden", "This path lies outside the media folders."},
     Reason{kNotFound, 404, "Not Found", "There is no such thing here."},
+    Reason{kMethodNotAllowed, 405, "Method Not Allowed", "This call is not made this way."},
     Reason{"TransAudioNotSupported", 415, "Unsupported Media Type",
            "The sound of this film cannot be decoded."},
     Reason{"TransVideoNotHardwareSupported", 415, "Unsupported Media Type",
@@ -39,6 +41,7 @@ constexpr std::array kReasons = {
     Reason{"TransVideoNotSupported", 415, "Unsupported Media Type",
            "This file holds no video that can be played."},
     Reason{kRangeNotSatisfiable, 416, "Range Not Satisfiable", "The film ends before this byte."},
+    Reason{kTooManyRequests, 429, "Too Many Requests", "Wait a moment before you try again."},
     Reason{"TransEnable", 503, "Service Unavailable",
            "Another film is being transcoded at the moment. Try again when it has ended."},
     Reason{"TransEnableOfflineConverting", 503, "Service Unavailable",
@@ -67,7 +70,7 @@ const char* StatusText(int code) {
       return row.status;
     }
   }
-  return "OK";
+  return code == kNoContent ? "No Content" : "OK";
 }
 
 }  // namespace
@@ -96,18 +99,32 @@ Answer Answer::Failure(const std::string& reason, const std::string& message) {
   return answer;
 }
 
+Answer Answer::NoContent() {
+  Answer answer;
+  answer.code_ = kNoContent;
+  return answer;
+}
+
 Answer Answer::Sent() {
   return {};
+}
+
+Answer& Answer::AddHeader(const std::string& name, const std::string& value) {
+  headers_ += name + ": " + value + "\r\n";
+  return *this;
 }
 
 void Answer::Send(bool headersOnly) const {
   if (code_ == 0) {
     return;
   }
-  const std::string body = LibMirevo::FormatJson(body_);
+  const std::string body = code_ == kNoContent ? "" : LibMirevo::FormatJson(body_);
   std::string text = "Status: " + std::to_string(code_) + " " + StatusText(code_) + "\r\n";
-  text += "Content-Type: application/json; charset=utf-8\r\n";
-  text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+  if (!body.empty()) {
+    text += "Content-Type: application/json; charset=utf-8\r\n";
+    text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+  }
+  text += headers_;
   text += "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n";
   if (retry_) {
     text += "Retry-After: " + std::to_string(kRetrySeconds) + "\r\n";

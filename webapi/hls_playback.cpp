@@ -34,6 +34,7 @@ Json::Value SubtitleOptions(const Ticket& ticket) {
     options["api"] = "ORVO.Mirevo2.Subtitle";
     options["version"] = "1";
     options["method"] = "get";
+    AddLink(ticket, options);
   }
   return options;
 }

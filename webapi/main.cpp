@@ -6,9 +6,12 @@
 #include <csignal>
 
 #include "webapi/answer.h"
+#include "webapi/caller.h"
 #include "webapi/film_card.h"
 #include "webapi/film_info.h"
+#include "webapi/login.h"
 #include "webapi/media_library.h"
+#include "webapi/origin.h"
 #include "webapi/picture.h"
 #include "webapi/request.h"
 #include "webapi/search.h"
@@ -20,11 +23,14 @@ namespace {
 
 using webapi::Answer;
 using webapi::Request;
+using webapi::Right;
 
 struct Call {
   const char* api;
   const char* method;
   Answer (*handle)(const Request& request);
+  Right right = Right::kAccount;
+  bool isPost = false;  // taken in the body of a request only, never from an address
 };
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list",
@@ -36,27 +42,61 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "poster", webapi::SendPoster},
     Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
-    Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream},
+    Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},
-    Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle},
-    Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); }},
+    Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle, Right::kLink},
+    Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
+         Right::kOwner},
+    Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},
+    Call{"ORVO.Mirevo2.Auth", "logout", webapi::LogOut, Right::kAnyone, true},
+    Call{"ORVO.Mirevo2.Auth", "who", webapi::DescribeCaller, Right::kAnyone},
 };
 
-Answer Dispatch(const Request& request) {
+// Makes the call, if its caller may.
+Answer Make(const Call& call, Request& request) {
+  if (call.isPost && request.Method() != "POST") {
+    return Answer::Failure(webapi::kMethodNotAllowed, "This call is made with POST.")
+        .AddHeader("Allow", "POST, OPTIONS");
+  }
+  request.SetCaller(webapi::FindCaller(request, call.right));
+  const webapi::Caller& caller = request.MadeBy();
+  Answer refusal = Answer::Failure(webapi::kInternal);
+  if (!caller.Has(call.right, refusal)) {
+    return refusal;
+  }
+  if (!caller.roots.empty()) {
+    webapi::LimitMediaRoots(caller.roots);
+  }
+  return call.handle(request);
+}
+
+Answer Dispatch(Request& request) {
   if (request.Text("version") != "1") {
     return Answer::Failure(webapi::kBadRequest, "This server speaks version 1 of the API.");
   }
   for (const Call& call : kCalls) {
     if (request.Text("api") == call.api && request.Text("method") == call.method) {
-      return call.handle(request);
+      return Make(call, request);
     }
   }
   return Answer::Failure(webapi::kBadRequest, "There is no such API method.");
 }
 
-Answer Serve() {
+Answer Serve(const Request& blank) {
+  const std::string method = blank.Method();
+  if (auto refusal = webapi::RefuseStranger(blank)) {
+    return *refusal;
+  }
+  webapi::SendOriginHeaders(blank);
+  if (method == "OPTIONS") {
+    return webapi::DescribeOptions(blank);
+  }
+  if (method != "GET" && method != "HEAD" && method != "POST") {
+    return Answer::Failure(webapi::kMethodNotAllowed, "There is no such method.")
+        .AddHeader("Allow", "GET, HEAD, POST, OPTIONS");
+  }
   std::string error;
-  const auto request = Request::Read(error);
+  auto request = Request::Read(error);
   return request ? Dispatch(*request) : Answer::Failure(webapi::kBadRequest, error);
 }
 
@@ -67,7 +107,7 @@ int main() {
   // A web server may hand these down ignored. A request has nothing to do once its client is gone.
   signal(SIGPIPE, SIG_DFL);
   signal(SIGTERM, SIG_DFL);
-  const char* const method = getenv("REQUEST_METHOD");
-  Serve().Send(method != nullptr && std::string(method) == "HEAD");
+  const Request blank;
+  Serve(blank).Send(blank.Method() == "HEAD");
   return 0;
 }

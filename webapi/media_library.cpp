@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
 
 #include "platform/plat.h"
@@ -31,15 +32,26 @@ bool IsBelow(const std::string& path, const std::string& root) {
          (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
 }
 
-bool IsInRoots(const std::string& path) {
-  return LiesIn(MediaRoots(), path);
+// What an account may see; nothing where that is all.
+std::optional<std::vector<std::string>> limits;
+
+// A media root as far as it may be seen: all of it, the folders in it that may be, or nothing.
+void AddVisible(const std::string& root, std::vector<std::string>& roots) {
+  for (const std::string& limit : *limits) {
+    if (IsBelow(root, limit)) {
+      roots.push_back(root);
+      return;
+    }
+  }
+  std::copy_if(limits->begin(), limits->end(), std::back_inserter(roots),
+               [&](const std::string& limit) { return IsBelow(limit, root); });
 }
 
 // The folder above, as far as it may be seen; above a root lies the list of roots, if it has
 // others.
 std::optional<std::string> ParentOf(const std::string& folder) {
   const std::string parent = fs::path(folder).parent_path().string();
-  if (parent != folder && IsInRoots(parent)) {
+  if (parent != folder && MaySee(parent)) {
     return parent;
   }
   return MediaRoots().size() > 1 ? std::optional<std::string>("") : std::nullopt;
@@ -125,11 +137,26 @@ std::vector<std::string> MediaRoots() {
   }
   for (const Json::Value& root : configured) {
     const std::string path = root.isString() ? RealPath(root.asString()) : "";
-    if (!path.empty()) {
+    if (path.empty()) {
+      continue;
+    }
+    if (limits) {
+      AddVisible(path, roots);
+    } else {
       roots.push_back(path);
     }
   }
   return roots;
+}
+
+void LimitMediaRoots(const std::vector<std::string>& paths) {
+  limits.emplace();
+  std::transform(paths.begin(), paths.end(), std::back_inserter(*limits), RealPath);
+  std::erase(*limits, "");
+}
+
+bool MaySee(const std::string& path) {
+  return LiesIn(MediaRoots(), path);
 }
 
 std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal) {
@@ -141,12 +168,12 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
   if (resolved.empty()) {
     // Whether something exists outside the roots is nobody's business.
     const std::string folder = RealPath(fs::path(path).lexically_normal().parent_path());
-    refusal = IsInRoots(folder.empty() ? path : folder) && errno != EACCES
+    refusal = MaySee(folder.empty() ? path : folder) && errno != EACCES
                   ? Answer::Failure(kNotFound, "There is no such file or folder.")
                   : Answer::Failure(kForbidden);
     return std::nullopt;
   }
-  if (!IsInRoots(resolved)) {
+  if (!MaySee(resolved)) {
     refusal = Answer::Failure(kForbidden);
     return std::nullopt;
   }
@@ -184,7 +211,7 @@ Answer ListFolder(const std::string& path) {
   for (fs::directory_iterator entry(*folder, failure), end; !failure && entry != end;
        entry.increment(failure)) {
     // A link that leads out of the roots is not there.
-    if (!entry->is_symlink() || IsInRoots(RealPath(entry->path().string()))) {
+    if (!entry->is_symlink() || MaySee(RealPath(entry->path().string()))) {
       paths.push_back(entry->path().string());
     }
   }

@@ -17,6 +17,13 @@ namespace webapi {
 // "/var/packages/Mirevo/etc/media_roots"; entries that do not exist are left out.
 std::vector<std::string> MediaRoots();
 
+// From now on this process sees no more of the media roots than what lies in these paths. A request
+// works for one account only.
+void LimitMediaRoots(const std::vector<std::string>& paths);
+
+// Does this real path lie in a media root?
+bool MaySee(const std::string& path);
+
 // The real path of what a client asks for; it lies in a media root, after links are resolved.
 // Nothing, with the answer in `refusal`, when there is no such path or it is not the client's to
 // see.

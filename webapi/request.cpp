@@ -153,6 +153,10 @@ std::string Request::Scheme() const {
   return secure == "on" || secure == "1" ? "https" : "http";
 }
 
+std::string Request::ClientAddress() const {
+  return Environment("REMOTE_ADDR");
+}
+
 std::optional<int64_t> Request::RangeStart() const {
   constexpr std::string_view kUnit = "bytes=";
   const std::string range = Header("RANGE");

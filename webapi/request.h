@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "webapi/caller.h"
+
 namespace webapi {
 
 class Request {
@@ -33,11 +35,17 @@ class Request {
   std::string Method() const;     // "GET", "POST", "HEAD", ...
   std::string Authority() const;  // host and port that the client used
   std::string Scheme() const;
+  std::string ClientAddress() const;
   // The first byte of an open "bytes=N-" range; nothing without one of that form.
   std::optional<int64_t> RangeStart() const;
 
+  // Who makes it. Until somebody has found out: nobody.
+  const Caller& MadeBy() const { return caller_; }
+  void SetCaller(const Caller& caller) { caller_ = caller; }
+
  private:
   std::map<std::string, std::string> parameters_;
+  Caller caller_;
 };
 
 // Undoes the encoding of a query value. Nothing for a broken escape or a zero byte.

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "accounts/secrets.h"
 #include "platform/plat.h"
 #include "policy/argument_helper.h"
 #include "policy/profile_traits.h"
@@ -14,6 +15,7 @@
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
+#include "webapi/caller.h"
 #include "webapi/hls_playback.h"
 #include "webapi/http_playback.h"
 #include "webapi/media_library.h"
@@ -69,10 +71,11 @@ const StreamKind* KindOf(const Request& request, Answer& refusal) {
   return nullptr;
 }
 
-std::string AddressOf(const Request& request, const StreamKind& kind, const std::string& streamId) {
+std::string AddressOf(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+  const std::string link = StreamLink(ticket);
   return request.Scheme() + "://" + request.Authority() + "/webapi/entry.cgi" + kind.name +
          "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
-         "&stream_id=" + streamId;
+         "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
 }
 
 // The stream id of the newer or the older spelling; "" and a refusal when there is none of its
@@ -135,7 +138,24 @@ bool JoinsStream(const Request& request, const std::string& path, std::string& s
     refusal = Answer::Failure(kBadRequest, "This is not the id of a stream of this film.");
     return false;
   }
-  return true;
+  return MayUse(request, streamId, refusal);
+}
+
+// Whose the stream is. One that is joined stays whose it was, and its addresses stay good.
+void AddOwnership(const Request& request, const std::string& streamId, Json::Value& parameters) {
+  const Caller& caller = request.MadeBy();
+  if (caller.account.empty()) {
+    return;
+  }
+  parameters["account"] = caller.account;
+  parameters["era"] = caller.era;
+  parameters["link"] = accounts::NewSecret();
+  const auto joined = Ticket::Take(streamId);
+  if (joined && !StreamLink(*joined).empty()) {
+    for (const char* name : {"account", "era", "link"}) {
+      parameters[name] = joined->Parameter(name);
+    }
+  }
 }
 
 Json::Value ParametersToKeep(const Request& request) {
@@ -155,7 +175,9 @@ Answer Open(const Request& request, const StreamKind& kind, QMXInitArgument& arg
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
   }
-  if (streamId.empty() || !Ticket::Create(streamId, kind.kind, ParametersToKeep(request))) {
+  Json::Value parameters = ParametersToKeep(request);
+  AddOwnership(request, streamId, parameters);
+  if (streamId.empty() || !Ticket::Create(streamId, kind.kind, parameters)) {
     return Answer::Failure(kInternal);
   }
   auto ticket = Ticket::Take(streamId);
@@ -172,7 +194,7 @@ Answer Open(const Request& request, const StreamKind& kind, QMXInitArgument& arg
   data["format"] = kind.format;
   data["profile"] = argument.profileKey;
   data["duration"] = film.GetDuration();
-  data["url"] = AddressOf(request, kind, streamId);
+  data["url"] = AddressOf(request, kind, *ticket);
   return Answer::Success(data);
 }
 
@@ -224,7 +246,7 @@ Answer PlayStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty()) {
+  if (streamId.empty() || !MayUse(request, streamId, refusal)) {
     return refusal;
   }
   {
@@ -245,7 +267,7 @@ Answer CloseStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty()) {
+  if (streamId.empty() || !MayUse(request, streamId, refusal)) {
     return refusal;
   }
   if (auto ticket = Ticket::Take(streamId)) {

@@ -11,6 +11,7 @@
 #include "platform/io.h"
 #include "policy/lock.h"
 #include "util/md5.h"
+#include "webapi/caller.h"
 #include "webapi/character_set.h"
 #include "webapi/streaming.h"
 #include "webapi/subtitle_source.h"
@@ -144,12 +145,15 @@ Answer GetSubtitle(const Request& request) {
   if (!codepage.empty() && !IsCharacterSet(codepage)) {
     return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
   }
+  Answer refusal = Answer::Failure(kInternal);
+  if (!MayUse(request, id, refusal)) {
+    return refusal;
+  }
   const auto stream = StreamOf(id);
   if (!stream) {
     return Answer::Failure(kNotFound, kStreamClosed);
   }
   std::string webVtt;
-  Answer refusal = Answer::Failure(kInternal);
   if (!GetTrack(*stream, request.Text("subtitle_id"), codepage, webVtt, refusal)) {
     return refusal;
   }

@@ -163,6 +163,10 @@ void Ticket::Remove() {
   unlink(PathOf(streamId_).c_str());
 }
 
+std::string StreamLink(const Ticket& ticket) {
+  return ticket.Parameter("link");
+}
+
 std::string KindFolder(const std::string& kind) {
   return orvo::SystemPath("/tmp/Mirevo/" + kind);
 }

@@ -66,6 +66,9 @@ class Ticket {
   Json::Value content_;
 };
 
+// What a player's addresses carry as "_sid" to open this stream; "" where no login is needed.
+std::string StreamLink(const Ticket& ticket);
+
 // Where the directories of one kind of streams lie.
 std::string KindFolder(const std::string& kind);
 

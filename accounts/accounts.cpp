@@ -1,0 +1,228 @@
+#include "accounts/accounts.h"
+
+#include <json/value.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <functional>
+#include <string_view>
+
+#include "accounts/secrets.h"
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "policy/lock.h"
+#include "util/json_utils.h"
+
+namespace accounts {
+namespace {
+
+constexpr char kFolder[] = "/var/packages/Mirevo/etc";
+constexpr char kFile[] = "/var/packages/Mirevo/etc/accounts";
+constexpr size_t kLongestName = 64;
+constexpr size_t kShortestPassword = 8;
+constexpr size_t kLongestPassword = 1024;
+
+std::string AccountsFile() {
+  return orvo::SystemPath(kFile);
+}
+
+bool IsName(const std::string& text) {
+  constexpr std::string_view kOthers = "._-@";
+  const auto isLetterOrDigit = [](unsigned char c) { return c < 128 && std::isalnum(c) != 0; };
+  return !text.empty() && text.size() <= kLongestName && isLetterOrDigit(text.front()) &&
+         std::all_of(text.begin(), text.end(), [&](char c) {
+           return isLetterOrDigit(c) || kOthers.find(c) != std::string_view::npos;
+         });
+}
+
+bool IsPassword(const std::string& text) {
+  return text.size() >= kShortestPassword && text.size() <= kLongestPassword;
+}
+
+bool IsAccount(const Json::Value& entry) {
+  return entry.isObject() && entry["password"].isString() && entry["era"].isString() &&
+         entry["owner"].isBool() && entry["roots"].isArray() &&
+         std::all_of(entry["roots"].begin(), entry["roots"].end(),
+                     [](const Json::Value& root) { return root.isString(); });
+}
+
+bool AreAccounts(const Json::Value& content) {
+  return content.isObject() && std::all_of(content.begin(), content.end(), IsAccount);
+}
+
+// An object of the accounts by name; empty where there is no file. Nothing for a damaged one.
+std::optional<Json::Value> Load() {
+  const std::string path = AccountsFile();
+  Json::Value content(Json::objectValue);
+  if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+    return content;
+  }
+  const bool isRead = LibMirevo::ReadJsonFromFileWithoutLock(path, content);
+  return isRead && AreAccounts(content) ? std::optional(content) : std::nullopt;
+}
+
+Account ToAccount(const std::string& name, const Json::Value& entry) {
+  Account account{name, entry["owner"].asBool(), {}, entry["era"].asString()};
+  for (const Json::Value& root : entry["roots"]) {
+    account.roots.push_back(root.asString());
+  }
+  return account;
+}
+
+// Makes one change to the accounts, unless `change` has an objection.
+Outcome Change(const std::function<Outcome(Json::Value& content)>& change) {
+  const std::string path = AccountsFile();
+  PlatFSMkdirP(orvo::SystemPath(kFolder), 0, 1, geteuid(), getegid(), 0755);
+  const LibMirevo::Lock lock(path + ".lock", true);
+  if (!lock.IsLockSucess()) {
+    return Outcome::kFailed;
+  }
+  auto content = Load();
+  if (!content) {
+    return Outcome::kDamaged;
+  }
+  const Outcome outcome = change(*content);
+  if (outcome != Outcome::kDone) {
+    return outcome;
+  }
+  return orvo::ReplaceFile(path, LibMirevo::FormatJson(*content), S_IRUSR | S_IWUSR)
+             ? Outcome::kDone
+             : Outcome::kFailed;
+}
+
+// The same for one account that must exist.
+Outcome ChangeOne(const std::string& name,
+                  const std::function<Outcome(Json::Value& entry)>& change) {
+  return Change([&](Json::Value& content) {
+    return content.isMember(name) ? change(content[name]) : Outcome::kUnknown;
+  });
+}
+
+bool Put(const std::string& password, Json::Value& entry) {
+  entry["password"] = HashPassword(password);
+  entry["era"] = NewSecret();
+  return !entry["password"].asString().empty() && !entry["era"].asString().empty();
+}
+
+// What the paths really are. False when one does not exist or is none from the root.
+bool Put(const std::vector<std::string>& roots, Json::Value& entry) {
+  entry["roots"] = Json::Value(Json::arrayValue);
+  return std::all_of(roots.begin(), roots.end(), [&](const std::string& root) {
+    char resolved[PATH_MAX];
+    if (root.empty() || root.front() != '/' || realpath(root.c_str(), resolved) == nullptr) {
+      return false;
+    }
+    entry["roots"].append(resolved);
+    return true;
+  });
+}
+
+}  // namespace
+
+const char* Describe(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kDone:
+      return "Done.";
+    case Outcome::kBadName:
+      return "A name has 1 to 64 letters, digits, dots, hyphens, underscores and @ signs, and "
+             "begins "
+             "with a letter or a digit.";
+    case Outcome::kBadPassword:
+      return "A password has 8 to 1024 characters.";
+    case Outcome::kBadRoot:
+      return "A media folder must be the absolute path of something that exists.";
+    case Outcome::kExists:
+      return "There is an account of this name.";
+    case Outcome::kUnknown:
+      return "There is no account of this name.";
+    case Outcome::kDamaged:
+      return "The accounts file is damaged. Restore it, or remove it to begin anew.";
+    case Outcome::kFailed:
+      break;
+  }
+  return "The accounts file could not be written.";
+}
+
+std::optional<std::vector<Account>> List() {
+  const auto content = Load();
+  if (!content) {
+    return std::nullopt;
+  }
+  std::vector<Account> accounts;
+  for (const std::string& name : content->getMemberNames()) {
+    accounts.push_back(ToAccount(name, (*content)[name]));
+  }
+  return accounts;
+}
+
+bool AreNeeded() {
+  const auto content = Load();
+  return !content || !content->empty();
+}
+
+std::optional<Account> Find(const std::string& name) {
+  const auto content = Load();
+  return content && content->isMember(name) ? std::optional(ToAccount(name, (*content)[name]))
+                                            : std::nullopt;
+}
+
+Outcome Create(const std::string& name, const std::string& password, bool owner,
+               const std::vector<std::string>& roots) {
+  if (!IsName(name)) {
+    return Outcome::kBadName;
+  }
+  if (!IsPassword(password)) {
+    return Outcome::kBadPassword;
+  }
+  Json::Value entry(Json::objectValue);
+  if (!Put(roots, entry)) {
+    return Outcome::kBadRoot;
+  }
+  if (!Put(password, entry)) {
+    return Outcome::kFailed;
+  }
+  return Change([&](Json::Value& content) {
+    if (content.isMember(name)) {
+      return Outcome::kExists;
+    }
+    entry["owner"] = owner || content.empty();
+    content[name] = entry;
+    return Outcome::kDone;
+  });
+}
+
+Outcome Remove(const std::string& name) {
+  return Change([&](Json::Value& content) {
+    return content.removeMember(name, nullptr) ? Outcome::kDone : Outcome::kUnknown;
+  });
+}
+
+Outcome SetPassword(const std::string& name, const std::string& password) {
+  if (!IsPassword(password)) {
+    return Outcome::kBadPassword;
+  }
+  return ChangeOne(name, [&](Json::Value& entry) {
+    return Put(password, entry) ? Outcome::kDone : Outcome::kFailed;
+  });
+}
+
+Outcome GrantRoots(const std::string& name, const std::vector<std::string>& roots) {
+  return ChangeOne(name, [&](Json::Value& entry) {
+    return Put(roots, entry) ? Outcome::kDone : Outcome::kBadRoot;
+  });
+}
+
+std::optional<Account> Verify(const std::string& name, const std::string& password) {
+  const auto content = Load();
+  const bool isKnown = content && IsPassword(password) && content->isMember(name);
+  const std::string hash = isKnown ? (*content)[name]["password"].asString() : "";
+  return MatchesPassword(hash, password) ? std::optional(ToAccount(name, (*content)[name]))
+                                         : std::nullopt;
+}
+
+}  // namespace accounts

@@ -1,0 +1,84 @@
+#include "accounts/attempts.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "accounts/secrets.h"
+#include "platform/plat.h"
+#include "policy/lock.h"
+#include "util/json_utils.h"
+
+namespace accounts {
+namespace {
+
+constexpr char kFolder[] = "/run/mirevo/attempts";
+constexpr int64_t kSweepSeconds = 24 * 3600;
+constexpr size_t kNetworkBytes = 8;
+
+std::string Folder() {
+  return orvo::SystemPath(kFolder);
+}
+
+// When the bucket is full again. One that would take longer than an empty one is damaged, or the
+// clock was set back.
+int64_t FullAt(const std::string& path, int64_t now, const Limit& limit) {
+  std::ifstream file(path);
+  int64_t full = 0;
+  file >> full;
+  return std::clamp(full, now, now + int64_t{limit.tries} * limit.secondsPerTry);
+}
+
+// In place, so that the locked file stays the same file.
+bool Save(const std::string& path, int64_t full) {
+  return LibMirevo::WriteJsonToFileWithoutLock(path, static_cast<Json::Int64>(full));
+}
+
+}  // namespace
+
+Attempts::Attempts(const std::string& key, Limit limit, int64_t now)
+    : path_(Folder() + "/" + DigestOf(key)), limit_(limit), now_(now) {
+  PlatFSMkdirP(Folder(), 0, 1, geteuid(), getegid(), S_IRWXU);
+}
+
+int64_t Attempts::Take() const {
+  const LibMirevo::Lock lock(path_, true);
+  const int64_t full = FullAt(path_, now_, limit_) + limit_.secondsPerTry;
+  const int64_t wait = full - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
+  // Nobody may guess because the tries cannot be counted.
+  const bool isCounted = wait <= 0 && lock.IsLockSucess() && Save(path_, full);
+  return isCounted ? 0 : std::max<int64_t>(wait, 1);
+}
+
+void Attempts::GiveBack() const {
+  const LibMirevo::Lock lock(path_, true);
+  Save(path_, FullAt(path_, now_, limit_) - limit_.secondsPerTry);
+}
+
+void Attempts::Sweep(int64_t now) {
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator(Folder(), failure)) {
+    struct stat status {};
+    if (stat(entry.path().c_str(), &status) == 0 && status.st_mtime < now - kSweepSeconds) {
+      unlink(entry.path().c_str());
+    }
+  }
+}
+
+std::string ClientOf(const std::string& address) {
+  in6_addr parsed{};
+  if (inet_pton(AF_INET6, address.c_str(), &parsed) != 1) {
+    return address;
+  }
+  std::fill(std::begin(parsed.s6_addr) + kNetworkBytes, std::end(parsed.s6_addr), uint8_t{0});
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  return inet_ntop(AF_INET6, &parsed, text.data(), text.size()) != nullptr ? text.data() : address;
+}
+
+}  // namespace accounts

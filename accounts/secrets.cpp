@@ -1,0 +1,140 @@
+#include "accounts/secrets.h"
+
+#include <sodium/core.h>
+#include <sodium/crypto_hash_sha256.h>
+#include <sodium/crypto_pwhash.h>
+#include <sys/random.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <string_view>
+
+#include "platform/log.h"
+#include "util/lazy_library.h"
+
+namespace accounts {
+namespace {
+
+constexpr char kSoname[] = "libsodium.so.23";
+constexpr size_t kSecretBytes = 32;
+constexpr size_t kSecretLength = 43;
+
+// The hash of no password: as expensive to compare with as any.
+constexpr char kNobody[] =
+    "$argon2id$v=19$m=65536,t=2,p=1$AAAAAAAAAAAAAAAAAAAAAA$"
+    "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA";
+
+// Loaded by the requests that bring a session or a password. Those of a running stream bring
+// neither.
+class Sodium {
+ public:
+  static const Sodium& Get() {
+    static const Sodium sodium;
+    return sodium;
+  }
+
+  bool IsLoaded() const { return loaded_; }
+
+  decltype(&crypto_hash_sha256) sha256 = nullptr;
+  decltype(&crypto_pwhash_str) hash = nullptr;
+  decltype(&crypto_pwhash_str_verify) verify = nullptr;
+
+ private:
+  Sodium() : library_(kSoname) {
+    decltype(&sodium_init) init = nullptr;
+    loaded_ = library_.Find("sodium_init", init) && library_.Find("crypto_hash_sha256", sha256) &&
+              library_.Find("crypto_pwhash_str", hash) &&
+              library_.Find("crypto_pwhash_str_verify", verify) && init() >= 0;
+    if (!loaded_) {
+      ORVO_LOG("Failed to load %s", kSoname);
+    }
+  }
+
+  orvo::LazyLibrary library_;
+  bool loaded_ = false;
+};
+
+// Without padding.
+std::string Base64Url(const unsigned char* bytes, size_t count) {
+  constexpr std::string_view kAlphabet =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+  std::string text;
+  unsigned pending = 0;
+  int bits = 0;
+  for (size_t i = 0; i < count; ++i) {
+    pending = (pending << 8) | bytes[i];
+    for (bits += 8; bits >= 6; bits -= 6) {
+      text += kAlphabet[(pending >> (bits - 6)) & 0x3f];
+    }
+  }
+  return bits > 0 ? text + kAlphabet[(pending << (6 - bits)) & 0x3f] : text;
+}
+
+std::string Hexadecimal(const unsigned char* bytes, size_t count) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (size_t i = 0; i < count; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 0xf];
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string NewSecret() {
+  std::array<unsigned char, kSecretBytes> bytes{};
+  ssize_t count = -1;
+  do {
+    count = getrandom(bytes.data(), bytes.size(), 0);
+  } while (count < 0 && errno == EINTR);
+  return count == static_cast<ssize_t>(bytes.size()) ? Base64Url(bytes.data(), bytes.size()) : "";
+}
+
+bool IsSecret(const std::string& text) {
+  return text.size() == kSecretLength && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+           return (c < 128 && std::isalnum(c) != 0) || c == '-' || c == '_';
+         });
+}
+
+std::string DigestOf(const std::string& secret) {
+  const Sodium& sodium = Sodium::Get();
+  std::array<unsigned char, crypto_hash_sha256_BYTES> digest{};
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(secret.data());
+  const bool done = sodium.IsLoaded() && sodium.sha256(digest.data(), bytes, secret.size()) == 0;
+  return done ? Hexadecimal(digest.data(), digest.size()) : "";
+}
+
+bool SameSecret(const std::string& one, const std::string& other) {
+  if (one.size() != other.size()) {
+    return false;
+  }
+  unsigned char difference = 0;
+  for (size_t i = 0; i < one.size(); ++i) {
+    difference = static_cast<unsigned char>(difference | (one[i] ^ other[i]));
+  }
+  return difference == 0;
+}
+
+std::string HashPassword(const std::string& password) {
+  const Sodium& sodium = Sodium::Get();
+  std::array<char, crypto_pwhash_STRBYTES> hash{};
+  const bool done = sodium.IsLoaded() && sodium.hash(hash.data(), password.data(), password.size(),
+                                                     crypto_pwhash_OPSLIMIT_INTERACTIVE,
+                                                     crypto_pwhash_MEMLIMIT_INTERACTIVE) == 0;
+  return done ? hash.data() : "";
+}
+
+bool MatchesPassword(const std::string& hash, const std::string& password) {
+  const Sodium& sodium = Sodium::Get();
+  // What is handed over has the length that the library reads, whatever the file held.
+  std::array<char, crypto_pwhash_STRBYTES> known{};
+  const std::string text = hash.empty() || hash.size() >= known.size() ? kNobody : hash;
+  std::copy(text.begin(), text.end(), known.begin());
+  return sodium.IsLoaded() && sodium.verify(known.data(), password.data(), password.size()) == 0 &&
+         text == hash;
+}
+
+}  // namespace accounts

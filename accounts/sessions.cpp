@@ -1,0 +1,130 @@
+#include "accounts/sessions.h"
+
+#include <fcntl.h>
+#include <json/value.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "accounts/secrets.h"
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "util/json_utils.h"
+
+namespace accounts {
+namespace {
+
+constexpr char kFolder[] = "/run/mirevo/sessions";
+// A last use need not be known more exactly.
+constexpr int64_t kTouchSeconds = 60;
+
+struct Session {
+  std::string account;
+  std::string era;
+  int64_t begun = 0;
+  int64_t used = 0;
+
+  bool IsOver(int64_t now) const {
+    return now - used > kSessionIdleSeconds || now - begun > kSessionSeconds;
+  }
+};
+
+std::string Folder() {
+  return orvo::SystemPath(kFolder);
+}
+
+// "" for what is no id: nothing that a client sends becomes a part of a path.
+std::string PathOf(const std::string& id) {
+  const std::string digest = IsSecret(id) ? DigestOf(id) : "";
+  return digest.empty() ? "" : Folder() + "/" + digest;
+}
+
+std::optional<Session> Load(const std::string& path) {
+  struct stat status {};
+  Json::Value content;
+  if (path.empty() || stat(path.c_str(), &status) != 0 ||
+      !LibMirevo::ReadJsonFromFileWithoutLock(path, content) || !content.isObject() ||
+      !content["account"].isString() || !content["era"].isString() || !content["begun"].isInt64()) {
+    return std::nullopt;
+  }
+  return Session{content["account"].asString(), content["era"].asString(),
+                 content["begun"].asInt64(), status.st_mtime};
+}
+
+void MarkUse(const std::string& path, int64_t now) {
+  const std::array<timespec, 2> times = {timespec{now, 0}, timespec{now, 0}};
+  utimensat(AT_FDCWD, path.c_str(), times.data(), 0);
+}
+
+// The account as it is now, if it is still the one that the session was begun by.
+std::optional<Account> AccountOf(const Session& session) {
+  auto account = Find(session.account);
+  return account && account->era == session.era ? account : std::nullopt;
+}
+
+// Makes room for one more session of the account, and removes those that have ended.
+void Sweep(const Account& account, int64_t now) {
+  std::vector<std::pair<int64_t, std::string>> own;
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator(Folder(), failure)) {
+    const auto session = Load(entry.path());
+    if (!session || session->IsOver(now) || !AccountOf(*session)) {
+      unlink(entry.path().c_str());
+    } else if (session->account == account.name) {
+      own.emplace_back(session->used, entry.path());
+    }
+  }
+  std::sort(own.begin(), own.end());
+  for (size_t i = 0; i + kSessionsPerAccount <= own.size(); ++i) {
+    unlink(own[i].second.c_str());
+  }
+}
+
+}  // namespace
+
+std::string BeginSession(const Account& account, int64_t now) {
+  const std::string id = NewSecret();
+  const std::string path = PathOf(id);
+  if (path.empty() || PlatFSMkdirP(Folder(), 0, 1, geteuid(), getegid(), S_IRWXU) != 0) {
+    return "";
+  }
+  Sweep(account, now);
+  Json::Value content(Json::objectValue);
+  content["account"] = account.name;
+  content["era"] = account.era;
+  content["begun"] = static_cast<Json::Int64>(now);
+  if (!orvo::ReplaceFile(path, LibMirevo::FormatJson(content), S_IRUSR | S_IWUSR)) {
+    return "";
+  }
+  MarkUse(path, now);
+  return id;
+}
+
+std::optional<Account> UseSession(const std::string& id, int64_t now) {
+  const std::string path = PathOf(id);
+  const auto session = Load(path);
+  if (!session) {
+    return std::nullopt;
+  }
+  auto account = session->IsOver(now) ? std::nullopt : AccountOf(*session);
+  if (!account) {
+    unlink(path.c_str());
+  } else if (now - session->used > kTouchSeconds) {
+    MarkUse(path, now);
+  }
+  return account;
+}
+
+void EndSession(const std::string& id) {
+  const std::string path = PathOf(id);
+  if (!path.empty()) {
+    unlink(path.c_str());
+  }
+}
+
+}  // namespace accounts

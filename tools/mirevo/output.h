@@ -1,0 +1,29 @@
+// What a command prints.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace mirevo {
+
+// Prints a document over several lines, keys sorted, for programs and curious people.
+void PrintJson(const Json::Value& document);
+
+// Prints rows of cells as columns, each as wide as its widest cell.
+void PrintTable(const std::vector<std::vector<std::string>>& rows);
+
+// "1:02:03" and "4:05".
+std::string Clock(unsigned seconds);
+
+// "3.4 GiB".
+std::string Size(uint64_t bytes);
+
+// The text as one terminal line: control characters become "?".
+std::string Printable(const std::string& text);
+
+// One line on standard error, after the program's name.
+void Complain(const std::string& text);
+
+}  // namespace mirevo
