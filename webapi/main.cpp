@@ -9,6 +9,7 @@
 #include "webapi/caller.h"
 #include "webapi/film_card.h"
 #include "webapi/film_info.h"
+#include "webapi/history.h"
 #include "webapi/login.h"
 #include "webapi/media_library.h"
 #include "webapi/origin.h"
@@ -44,7 +45,12 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},
+    Call{"ORVO.Mirevo2.Streaming", "state", webapi::DescribeStreamState},
     Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle, Right::kLink},
+    Call{"ORVO.Mirevo2.History", "list", webapi::ListHistory},
+    Call{"ORVO.Mirevo2.History", "get", webapi::GetHistory},
+    Call{"ORVO.Mirevo2.History", "save", webapi::SaveHistory, Right::kAccount, true},
+    Call{"ORVO.Mirevo2.History", "remove", webapi::RemoveHistory, Right::kAccount, true},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
     Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},
