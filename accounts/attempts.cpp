@@ -49,11 +49,13 @@ Attempts::Attempts(const std::string& key, Limit limit, int64_t now)
 
 int64_t Attempts::Take() const {
   const LibMirevo::Lock lock(path_, true);
-  const int64_t full = FullAt(path_, now_, limit_) + limit_.secondsPerTry;
-  const int64_t wait = full - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
+  const int64_t full = FullAt(path_, now_, limit_);
+  const int64_t wait =
+      full + limit_.secondsPerTry - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
+  const bool isKept =
+      lock.IsLockSucess() && Save(path_, wait > 0 ? full : full + limit_.secondsPerTry);
   // Nobody may guess because the tries cannot be counted.
-  const bool isCounted = wait <= 0 && lock.IsLockSucess() && Save(path_, full);
-  return isCounted ? 0 : std::max<int64_t>(wait, 1);
+  return isKept ? std::max<int64_t>(wait, 0) : limit_.secondsPerTry;
 }
 
 void Attempts::GiveBack() const {

@@ -68,6 +68,20 @@ bool MaySeeFilm(const Caller& caller, const Ticket& ticket) {
   return caller.roots.empty() || (path.isString() && MaySee(path.asString()));
 }
 
+bool IsAllowed(const Request& request, const std::string& streamId, Answer& refusal,
+               bool (*isGood)(const Caller& caller, const Ticket& ticket)) {
+  const Caller& caller = request.MadeBy();
+  if (!caller.isLoginRequired) {
+    return true;
+  }
+  const auto ticket = Ticket::Take(streamId);
+  if (!ticket || isGood(caller, *ticket)) {
+    return true;
+  }
+  refusal = Answer::Failure(kForbidden, "This stream belongs to another account.");
+  return false;
+}
+
 }  // namespace
 
 bool Caller::Has(Right right, Answer& refusal) const {
@@ -101,19 +115,13 @@ Caller FindCaller(const Request& request, Right right) {
 }
 
 bool MayUse(const Request& request, const std::string& streamId, Answer& refusal) {
-  const Caller& caller = request.MadeBy();
-  if (!caller.isLoginRequired) {
-    return true;
-  }
-  const auto ticket = Ticket::Take(streamId);
-  if (!ticket) {
-    return true;
-  }
-  if (IsHis(caller, *ticket) && MaySeeFilm(caller, *ticket)) {
-    return true;
-  }
-  refusal = Answer::Failure(kForbidden, "This stream belongs to another account.");
-  return false;
+  return IsAllowed(request, streamId, refusal, [](const Caller& caller, const Ticket& ticket) {
+    return IsHis(caller, ticket) && MaySeeFilm(caller, ticket);
+  });
+}
+
+bool MayClose(const Request& request, const std::string& streamId, Answer& refusal) {
+  return IsAllowed(request, streamId, refusal, IsHis);
 }
 
 std::string SessionCookie(const Request& request) {

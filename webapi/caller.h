@@ -34,9 +34,12 @@ struct Caller {
 // MIREVO_LOGIN is "required" in the environment.
 Caller FindCaller(const Request& request, Right right);
 
-// May the request's caller use the stream? A stream is its account's alone, and the owner's. True
-// also for one that is not open. Otherwise there is an answer in `refusal`.
+// Is the stream the request's caller's to use? It is its account's alone, and the owner's, as long
+// as they may see its film. True also for one that is not open. Otherwise there is an answer in
+// `refusal`.
 bool MayUse(const Request& request, const std::string& streamId, Answer& refusal);
+// The same to close it, whoever may see the film by now.
+bool MayClose(const Request& request, const std::string& streamId, Answer& refusal);
 
 // The session's id that the request's cookie holds; "" without one.
 std::string SessionCookie(const Request& request);

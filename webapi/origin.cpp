@@ -54,13 +54,14 @@ bool IsAddress(const std::string& name) {
                      : inet_pton(AF_INET, name.c_str(), &four) == 1;
 }
 
-bool IsOurs(const std::string& authority) {
+bool IsOurs(const std::string& authority, const std::string& usualPort) {
   const Host host = Split(LowerCase(authority));
+  const std::string port = host.port.empty() ? usualPort : host.port;
   const std::vector<std::string> known = ListIn("MIREVO_HOSTS", kUsualHosts);
   return std::any_of(known.begin(), known.end(), [&](const std::string& entry) {
     const Host allowed = Split(entry);
-    return (allowed.name == host.name || (allowed.name == "*" && IsAddress(host.name))) &&
-           (allowed.port.empty() || allowed.port == host.port);
+    return (allowed.name == "*" ? IsAddress(host.name) : allowed.name == host.name) &&
+           (allowed.port.empty() || allowed.port == port);
   });
 }
 
@@ -103,7 +104,8 @@ std::string PageOrigin(const Request& request) {
 std::optional<Answer> RefuseStranger(const Request& request) {
   const std::string host = request.Header("HOST");
   // Only programs that are no browsers leave it out.
-  if (!host.empty() && !IsOurs(host)) {
+  const std::string usualPort = request.Scheme() == "https" ? "443" : "80";
+  if (!host.empty() && !IsOurs(host, usualPort)) {
     return Answer::Failure(kForbidden, "This server does not go by the name of this address.");
   }
   const std::string page = PageOrigin(request);

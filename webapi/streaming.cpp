@@ -331,7 +331,7 @@ Answer CloseStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty() || !MayUse(request, streamId, refusal)) {
+  if (streamId.empty() || !MayClose(request, streamId, refusal)) {
     return refusal;
   }
   if (auto ticket = Ticket::Take(streamId)) {

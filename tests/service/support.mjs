@@ -1,6 +1,6 @@
 // A service of its own for each test file: mirevo-serve in a system root that is removed afterwards.
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
 import os from 'node:os';
@@ -53,8 +53,8 @@ export function processesWith(text) {
 }
 
 export class Service {
-  // Serves `roots`; `platform` names the appliance.
-  static async start(roots, platform = 'x86') {
+  // An appliance of this platform, with nothing running on it yet.
+  static prepare(platform = 'x86') {
     const service = new Service();
     service.root = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-test-'));
     const make = (name) => fs.mkdirSync(path.join(service.root, name), { recursive: true });
@@ -64,17 +64,39 @@ export class Service {
       `unique="orvo_${platform}_unit"\n`,
     );
     fs.symlinkSync(path.join(build, 'target'), path.join(service.root, 'var/packages/Mirevo/target'));
-    service.process = spawn(
+    return service;
+  }
+
+  // Serves `roots`; `platform` names the appliance.
+  static async start(roots, platform) {
+    const service = Service.prepare(platform);
+    await service.serve(roots);
+    return service;
+  }
+
+  // The environment of a program of this appliance.
+  get environment() {
+    return { ...process.env, ORVO_SYSROOT: this.root };
+  }
+
+  // Serves `roots`, with further options of "mirevo serve".
+  async serve(roots, options = []) {
+    this.process = spawn(
       path.join(build, 'target/bin/mirevo-serve'),
-      ['--no-browser', '--port', '0', '--', ...roots],
-      { env: { ...process.env, ORVO_SYSROOT: service.root }, stdio: ['ignore', 'pipe', 'inherit'] },
+      ['--no-browser', '--port', '0', ...options, '--', ...roots],
+      { env: this.environment, stdio: ['ignore', 'pipe', 'inherit'] },
     );
-    for await (const line of readline.createInterface({ input: service.process.stdout })) {
-      service.address = line.match(/^listening on (http:\/\/127\.0\.0\.1:\d+)\/$/)?.[1];
+    for await (const line of readline.createInterface({ input: this.process.stdout })) {
+      this.address = line.match(/^listening on (https?:\/\/[0-9a-f.:[\]]+:\d+)\/$/)?.[1];
       break;
     }
-    assert.ok(service.address, 'the service says where it listens');
-    return service;
+    assert.ok(this.address, 'the service says where it listens');
+  }
+
+  // Runs "mirevo account" with these arguments.
+  account(words, password = '') {
+    const program = path.join(build, 'target/bin/mirevo');
+    return execFileSync(program, ['account', ...words], { env: this.environment, input: password, encoding: 'utf8' });
   }
 
   // Ends it as Ctrl-C does, and makes sure that nothing of it is left.

@@ -127,7 +127,7 @@ void AddAccountCommand(CLI::App& app, int& exitCode) {
   add.add_option("--root", options->roots,
                  "Let it see this folder of the served ones; again for more")
       ->type_name("PATH")
-      ->expected(1);
+      ->allow_extra_args(false);
   add.callback([options, &exitCode] { exitCode = Add(*options); });
 
   AddOne(command, "remove", "Remove an account", options).callback([options, &exitCode] {

@@ -29,16 +29,16 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
                   "without it this machine only")
       ->check(Check(isAddress, "is no address of IPv4 or IPv6"))
       ->type_name("ADDRESS")
-      ->expected(1);
+      ->allow_extra_args(false);
   command.add_option("--host", options->hosts, "A name that browsers may call this server by")
       ->check(Check(serve::IsHost, "is no host name in lower case"))
       ->type_name("NAME[:PORT]")
-      ->expected(1);
+      ->allow_extra_args(false);
   command
       .add_option("--allow-origin", options->origins, "Another server whose pages may use this one")
       ->check(Check(serve::IsOrigin, "is not like https://tv.example"))
       ->type_name("URL")
-      ->expected(1);
+      ->allow_extra_args(false);
   auto* const certificate = command.add_option(
       "--certificate", options->certificate, "Encrypt with this certificate (PEM, chain included)");
   certificate->type_name("FILE");

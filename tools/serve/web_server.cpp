@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -25,7 +26,7 @@ constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
 constexpr int kPassedSocket = 3;  // where a server that is handed a socket looks for it
 constexpr int kAnswerSeconds = 10;
 constexpr std::string_view kQuestion = "HEAD / HTTP/1.0\r\n\r\n";
-// A greeting without content: a server that speaks TLS answers it with an alert.
+// A greeting without content: a server that speaks TLS answers it with an alert, and logs that.
 constexpr std::string_view kTlsQuestion("\x16\x03\x01\0\x04\x01\0\0\0", 9);
 
 // A text of lighttpd's configuration language.
@@ -68,12 +69,12 @@ std::vector<std::string> OwnNames(const Endpoint& endpoint) {
 
 // What the request program takes for a name of this server (webapi/origin.h).
 std::vector<std::string> HostsOf(const WebServer& server) {
-  std::vector<std::string> hosts = server.hosts;
+  std::set<std::string> hosts(server.hosts.begin(), server.hosts.end());
   for (const Endpoint& endpoint : server.endpoints) {
     const std::vector<std::string> names = OwnNames(endpoint);
-    hosts.insert(hosts.end(), names.begin(), names.end());
+    hosts.insert(names.begin(), names.end());
   }
-  return hosts;
+  return {hosts.begin(), hosts.end()};
 }
 
 // One of those names as a regular expression. Browsers leave out the port that is usual.

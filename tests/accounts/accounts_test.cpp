@@ -1,0 +1,166 @@
+#include "accounts/accounts.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <vector>
+
+#include "support/sysroot.h"
+
+namespace {
+
+using accounts::Account;
+using accounts::Outcome;
+
+constexpr char kFile[] = "/var/packages/Mirevo/etc/accounts";
+constexpr char kPassword[] = "right password";
+
+class Accounts : public test::Sysroot {
+ protected:
+  mode_t ModeOf(const std::string& path) const {
+    struct stat status {};
+    EXPECT_EQ(stat(Path(path).c_str(), &status), 0);
+    return status.st_mode & 07777;
+  }
+
+  std::string Folder(const std::string& path) const {
+    MakeDirectory(path);
+    return Path(path);
+  }
+};
+
+TEST_F(Accounts, NobodyNeedsToLogInWhereThereAreNone) {
+  EXPECT_FALSE(accounts::AreNeeded());
+  EXPECT_TRUE(accounts::List()->empty());
+  ASSERT_EQ(accounts::Create("anna", kPassword, false, {}), Outcome::kDone);
+  EXPECT_TRUE(accounts::AreNeeded());
+  ASSERT_EQ(accounts::Remove("anna"), Outcome::kDone);
+  EXPECT_FALSE(accounts::AreNeeded());
+}
+
+TEST_F(Accounts, TheFirstIsAnOwnerAndLaterOnesWhatIsSaid) {
+  accounts::Create("anna", kPassword, false, {});
+  accounts::Create("bob", kPassword, false, {});
+  accounts::Create("carl", kPassword, true, {});
+  EXPECT_TRUE(accounts::Find("anna")->owner);
+  EXPECT_FALSE(accounts::Find("bob")->owner);
+  EXPECT_TRUE(accounts::Find("carl")->owner);
+}
+
+TEST_F(Accounts, OnlyTheRightPasswordOfAnAccountIsItsOwn) {
+  accounts::Create("anna", kPassword, false, {});
+  accounts::Create("bob", "another password", false, {});
+  ASSERT_TRUE(accounts::Verify("anna", kPassword));
+  EXPECT_EQ(accounts::Verify("anna", kPassword)->name, "anna");
+  EXPECT_FALSE(accounts::Verify("bob", kPassword));
+  EXPECT_FALSE(accounts::Verify("anna", ""));
+  EXPECT_FALSE(accounts::Verify("Anna", kPassword));
+  EXPECT_FALSE(accounts::Verify("nobody", kPassword));
+}
+
+TEST_F(Accounts, TheFileIsItsOwnersAndHoldsNoPassword) {
+  accounts::Create("anna", kPassword, false, {});
+  EXPECT_EQ(ModeOf(kFile), 0600U);
+  EXPECT_EQ(Read(kFile).find(kPassword), std::string::npos);
+  EXPECT_EQ(ReadJson(kFile)["anna"]["password"].asString().rfind("$argon2id$", 0), 0U);
+}
+
+TEST_F(Accounts, EqualPasswordsHaveDifferentHashes) {
+  accounts::Create("anna", kPassword, false, {});
+  accounts::Create("bob", kPassword, false, {});
+  const Json::Value content = ReadJson(kFile);
+  EXPECT_NE(content["anna"]["password"], content["bob"]["password"]);
+}
+
+TEST_F(Accounts, NamesAndPasswordsThatWouldBeTroubleAreRefused) {
+  for (const std::string name :
+       {"", "a b", "../a", "a/b", ".a", "-a", "a\n", "\xc3\xa4", "a\"", "a;b"}) {
+    EXPECT_EQ(accounts::Create(name, kPassword, false, {}), Outcome::kBadName) << name;
+  }
+  EXPECT_EQ(accounts::Create(std::string(65, 'a'), kPassword, false, {}), Outcome::kBadName);
+  EXPECT_EQ(accounts::Create("anna", "1234567", false, {}), Outcome::kBadPassword);
+  EXPECT_EQ(accounts::Create("anna", std::string(1025, 'a'), false, {}), Outcome::kBadPassword);
+  EXPECT_EQ(accounts::Create("anna", kPassword, false, {"films"}), Outcome::kBadRoot);
+  EXPECT_EQ(accounts::Create("anna", kPassword, false, {"/no such folder"}), Outcome::kBadRoot);
+  EXPECT_FALSE(Exists(kFile));
+}
+
+TEST_F(Accounts, ANameIsTakenOnce) {
+  accounts::Create("anna", kPassword, false, {});
+  EXPECT_EQ(accounts::Create("anna", "another password", true, {}), Outcome::kExists);
+  EXPECT_TRUE(accounts::Verify("anna", kPassword));
+}
+
+TEST_F(Accounts, AnotherPasswordBeginsAnotherEra) {
+  accounts::Create("anna", kPassword, false, {});
+  const std::string before = accounts::Find("anna")->era;
+  ASSERT_EQ(accounts::SetPassword("anna", "another password"), Outcome::kDone);
+  EXPECT_NE(accounts::Find("anna")->era, before);
+  EXPECT_FALSE(accounts::Verify("anna", kPassword));
+  EXPECT_TRUE(accounts::Verify("anna", "another password"));
+}
+
+TEST_F(Accounts, RootsAreWhatThePathsReallyAre) {
+  const std::string films = Folder("/films");
+  ASSERT_EQ(symlink(films.c_str(), Path("/link").c_str()), 0);
+  accounts::Create("anna", kPassword, false, {});
+  ASSERT_EQ(accounts::GrantRoots("anna", {Path("/link")}), Outcome::kDone);
+  EXPECT_EQ(accounts::Find("anna")->roots, std::vector<std::string>{films});
+  ASSERT_EQ(accounts::GrantRoots("anna", {}), Outcome::kDone);
+  EXPECT_TRUE(accounts::Find("anna")->roots.empty());
+}
+
+TEST_F(Accounts, WhatDoesNotExistCannotBeChanged) {
+  EXPECT_EQ(accounts::Remove("anna"), Outcome::kUnknown);
+  EXPECT_EQ(accounts::SetPassword("anna", kPassword), Outcome::kUnknown);
+  EXPECT_EQ(accounts::GrantRoots("anna", {}), Outcome::kUnknown);
+}
+
+TEST_F(Accounts, ADamagedFileLetsNobodyInAndIsNotWrittenOver) {
+  for (const std::string damage :
+       {"", "{", "[]", "7", R"({"anna": 1})", R"({"anna": {"password": "x"}})",
+        R"({"anna": {"password": "x", "era": "", "owner": true, "roots": [1]}})"}) {
+    Write(kFile, damage);
+    EXPECT_TRUE(accounts::AreNeeded()) << damage;
+    EXPECT_FALSE(accounts::List()) << damage;
+    EXPECT_FALSE(accounts::Find("anna")) << damage;
+    EXPECT_EQ(accounts::GrantRoots("anna", {}), Outcome::kDamaged) << damage;
+    EXPECT_EQ(Read(kFile), damage);
+  }
+  EXPECT_FALSE(accounts::Verify("anna", kPassword));
+  EXPECT_EQ(accounts::Create("anna", kPassword, true, {}), Outcome::kDamaged);
+}
+
+TEST_F(Accounts, AHashThatIsNoneMatchesNothing) {
+  for (const std::string& hash : {std::string(), std::string("x"), std::string(5000, '$')}) {
+    Json::Value content;
+    content["anna"]["password"] = hash;
+    content["anna"]["era"] = "e";
+    content["anna"]["owner"] = true;
+    content["anna"]["roots"] = Json::Value(Json::arrayValue);
+    WriteJson(kFile, content);
+    ASSERT_TRUE(accounts::Find("anna"));
+    EXPECT_FALSE(accounts::Verify("anna", kPassword));
+  }
+}
+
+TEST_F(Accounts, ChangesOfSeveralProcessesAllCount) {
+  constexpr int kProcesses = 4;
+  std::vector<pid_t> children;
+  for (int i = 0; i < kProcesses; ++i) {
+    children.push_back(fork());
+    if (children.back() == 0) {
+      const Outcome outcome = accounts::Create("a" + std::to_string(i), kPassword, false, {});
+      _exit(outcome == Outcome::kDone ? 0 : 1);
+    }
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(accounts::List()->size(), static_cast<size_t>(kProcesses));
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+#include "accounts/attempts.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "support/sysroot.h"
+
+namespace {
+
+using accounts::Attempts;
+
+constexpr accounts::Limit kLimit{3, 10};
+constexpr int64_t kNow = 1700000000;
+constexpr char kFolder[] = "/run/mirevo/attempts";
+
+class Tries : public test::Sysroot {
+ protected:
+  static int64_t Take(const std::string& key, int64_t now) {
+    return Attempts(key, kLimit, now).Take();
+  }
+  static void Empty(const std::string& key, int64_t now) {
+    for (int i = 0; i < kLimit.tries; ++i) {
+      ASSERT_EQ(Take(key, now), 0);
+    }
+  }
+  std::string File() const {
+    const std::filesystem::directory_iterator first(Path(kFolder));
+    return std::string(kFolder) + "/" + first->path().filename().string();
+  }
+};
+
+TEST_F(Tries, AreLimitedAndSayWhenTheNextOneIsThere) {
+  Empty("anna", kNow);
+  EXPECT_EQ(Take("anna", kNow), 10);
+  EXPECT_EQ(Take("anna", kNow + 4), 6);
+  EXPECT_EQ(Take("anna", kNow + 10), 0);
+  EXPECT_EQ(Take("anna", kNow + 10), 10);
+}
+
+TEST_F(Tries, RefusedOnesCostNothing) {
+  Empty("anna", kNow);
+  for (int i = 0; i < 100; ++i) {
+    Take("anna", kNow);
+  }
+  EXPECT_EQ(Take("anna", kNow + 10), 0);
+}
+
+TEST_F(Tries, FillUpAgainAndNoFurther) {
+  Empty("anna", kNow);
+  Empty("anna", kNow + 1000);
+  EXPECT_GT(Take("anna", kNow + 1000), 0);
+}
+
+TEST_F(Tries, OfOneAreNoneOfAnother) {
+  Empty("anna", kNow);
+  EXPECT_EQ(Take("bob", kNow), 0);
+  EXPECT_EQ(Take("../../../anna", kNow), 0);
+  EXPECT_FALSE(Exists("/anna"));
+}
+
+TEST_F(Tries, OneThatWasRightIsGivenBack) {
+  for (int i = 0; i < 10; ++i) {
+    const Attempts attempts("anna", kLimit, kNow);
+    ASSERT_EQ(attempts.Take(), 0);
+    attempts.GiveBack();
+  }
+  Empty("anna", kNow);
+  EXPECT_GT(Take("anna", kNow), 0);
+}
+
+TEST_F(Tries, AClockThatWasSetBackKeepsNobodyOut) {
+  Empty("anna", kNow + 1000000);
+  EXPECT_EQ(Take("anna", kNow), 10);
+  EXPECT_EQ(Take("anna", kNow + 10), 0);
+}
+
+TEST_F(Tries, ADamagedFileIsAFullBucket) {
+  Empty("anna", kNow);
+  for (const std::string damage : {"", "x", "-99999999999999999999999999"}) {
+    Write(File(), damage);
+    EXPECT_EQ(Take("anna", kNow), 0) << damage;
+  }
+}
+
+TEST_F(Tries, OfSeveralProcessesAreNotShared) {
+  constexpr int kProcesses = 8;
+  std::vector<pid_t> children;
+  for (int i = 0; i < kProcesses; ++i) {
+    children.push_back(fork());
+    if (children.back() == 0) {
+      _exit(Take("anna", kNow) == 0 ? 1 : 0);
+    }
+  }
+  int taken = 0;
+  for (const pid_t child : children) {
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    taken += WEXITSTATUS(status);
+  }
+  EXPECT_EQ(taken, kLimit.tries);
+}
+
+TEST_F(Tries, OldBucketsAreSweptAway) {
+  Take("anna", kNow);
+  Attempts::Sweep(time(nullptr));
+  EXPECT_FALSE(std::filesystem::is_empty(Path(kFolder)));
+  Attempts::Sweep(time(nullptr) + 2 * 24 * 3600);
+  EXPECT_TRUE(std::filesystem::is_empty(Path(kFolder)));
+}
+
+TEST(Clients, AreTheirAddressOrTheirNetworkOfIpv6) {
+  EXPECT_EQ(accounts::ClientOf("192.0.2.7"), "192.0.2.7");
+  EXPECT_EQ(accounts::ClientOf("2001:db8:1:2:3:4:5:6"), accounts::ClientOf("2001:db8:1:2::9"));
+  EXPECT_NE(accounts::ClientOf("2001:db8:1:2::9"), accounts::ClientOf("2001:db8:1:3::9"));
+  EXPECT_EQ(accounts::ClientOf(""), "");
+}
+
+}  // namespace

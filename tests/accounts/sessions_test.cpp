@@ -1,0 +1,142 @@
+#include "accounts/sessions.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "accounts/secrets.h"
+#include "support/sysroot.h"
+
+namespace {
+
+using accounts::BeginSession;
+using accounts::UseSession;
+
+constexpr int64_t kNow = 1700000000;
+constexpr char kFolder[] = "/run/mirevo/sessions";
+constexpr char kPassword[] = "right password";
+
+class Sessions : public test::Sysroot {
+ protected:
+  void SetUp() override {
+    Sysroot::SetUp();
+    ASSERT_EQ(accounts::Create("anna", kPassword, true, {}), accounts::Outcome::kDone);
+  }
+
+  static std::string Begin(int64_t now = kNow) {
+    return BeginSession(*accounts::Find("anna"), now);
+  }
+
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(Path(kFolder))) {
+      names.push_back(entry.path().filename());
+    }
+    return names;
+  }
+};
+
+TEST_F(Sessions, AnIdStandsForItsAccount) {
+  const std::string id = Begin();
+  EXPECT_TRUE(accounts::IsSecret(id));
+  ASSERT_TRUE(UseSession(id, kNow));
+  EXPECT_EQ(UseSession(id, kNow)->name, "anna");
+  EXPECT_NE(Begin(), id);
+}
+
+TEST_F(Sessions, TheIdItselfIsNotKept) {
+  const std::string id = Begin();
+  ASSERT_EQ(Files().size(), 1U);
+  EXPECT_EQ(Files()[0], accounts::DigestOf(id));
+  EXPECT_EQ(Read(std::string(kFolder) + "/" + Files()[0]).find(id), std::string::npos);
+  struct stat status {};
+  ASSERT_EQ(stat(Path(kFolder).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0700U);
+}
+
+TEST_F(Sessions, UseKeepsOneAliveUntilItIsTooOld) {
+  const std::string id = Begin();
+  int64_t now = kNow;
+  while (now - kNow + accounts::kSessionIdleSeconds <= accounts::kSessionSeconds) {
+    now += accounts::kSessionIdleSeconds;
+    ASSERT_TRUE(UseSession(id, now));
+  }
+  EXPECT_FALSE(UseSession(id, kNow + accounts::kSessionSeconds + 1));
+}
+
+TEST_F(Sessions, AnUnusedOneEnds) {
+  const std::string id = Begin();
+  EXPECT_FALSE(UseSession(id, kNow + accounts::kSessionIdleSeconds + 1));
+  EXPECT_TRUE(Files().empty());
+  EXPECT_FALSE(UseSession(id, kNow));
+}
+
+TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
+  const std::string one = Begin();
+  const std::string other = Begin();
+  accounts::EndSession(one);
+  EXPECT_FALSE(UseSession(one, kNow));
+  EXPECT_TRUE(UseSession(other, kNow));
+}
+
+TEST_F(Sessions, AnotherPasswordEndsAll) {
+  const std::string id = Begin();
+  accounts::SetPassword("anna", "another password");
+  EXPECT_FALSE(UseSession(id, kNow));
+}
+
+TEST_F(Sessions, AnAccountOfTheSameNameDoesNotInheritThem) {
+  const std::string id = Begin();
+  accounts::Remove("anna");
+  accounts::Create("anna", kPassword, true, {});
+  EXPECT_FALSE(UseSession(id, kNow));
+}
+
+TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
+  const std::string oldest = Begin(kNow - 1);
+  for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
+    ASSERT_FALSE(Begin().empty());
+  }
+  EXPECT_EQ(Files().size(), static_cast<size_t>(accounts::kSessionsPerAccount));
+  EXPECT_FALSE(UseSession(oldest, kNow));
+}
+
+TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
+  Write("/run/mirevo/marker", "here");
+  Begin();
+  for (const std::string& id :
+       {std::string(), std::string("../marker"), std::string(43, '/'), std::string(44, 'a'),
+        std::string(43, 'a'), Files()[0], std::string(42, 'a') + "\n", std::string(43, '\0')}) {
+    EXPECT_FALSE(UseSession(id, kNow));
+    accounts::EndSession(id);
+  }
+  EXPECT_EQ(Read("/run/mirevo/marker"), "here");
+  EXPECT_EQ(Files().size(), 1U);
+}
+
+TEST_F(Sessions, ADamagedFileIsNoSession) {
+  const std::string id = Begin();
+  const std::string path = std::string(kFolder) + "/" + Files()[0];
+  for (const std::string damage :
+       {"", "[]", R"({"account": "anna"})", R"({"account": 1, "era": 2, "begun": "x"})"}) {
+    Write(path, damage);
+    EXPECT_FALSE(UseSession(id, kNow)) << damage;
+  }
+}
+
+TEST(Secrets, AreOfOneFormAndNeverTheSame) {
+  const std::string one = accounts::NewSecret();
+  EXPECT_TRUE(accounts::IsSecret(one));
+  EXPECT_NE(one, accounts::NewSecret());
+  EXPECT_TRUE(accounts::SameSecret(one, one));
+  EXPECT_FALSE(accounts::SameSecret(one, one.substr(1)));
+  EXPECT_FALSE(accounts::SameSecret(one, accounts::NewSecret()));
+}
+
+TEST(Secrets, ADigestIsSha256) {
+  EXPECT_EQ(accounts::DigestOf("abc"),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+}  // namespace
