@@ -143,6 +143,9 @@ Answer GetSubtitle(const Request& request) {
     return Answer::Failure(kBadRequest,
                            "The times must be whole seconds, the end not before the start.");
   }
+  if (request.Text("subtitle_id").empty()) {
+    return Answer::Failure(kBadRequest, "The parameter subtitle_id is missing.");
+  }
   const std::string codepage = request.Text("subtitle_codepage");
   if (!codepage.empty() && !IsCharacterSet(codepage)) {
     return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
