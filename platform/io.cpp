@@ -9,9 +9,17 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/unique_fd.h"
-
 namespace orvo {
+namespace {
+
+bool MoveAboveStandardStreams(UniqueFd& fd) {
+  if (fd.Get() <= STDERR_FILENO) {
+    fd.Reset(fcntl(fd.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  }
+  return fd.IsOpen();
+}
+
+}  // namespace
 
 bool WriteAll(int fd, std::string_view content) {
   while (!content.empty()) {
@@ -52,6 +60,16 @@ bool ReadAll(std::istream& stream, std::string& content) {
     content.append(buffer.data(), static_cast<size_t>(stream.gcount()));
   }
   return !stream.bad();
+}
+
+bool OpenPipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return false;
+  }
+  readEnd.Reset(ends[0]);
+  writeEnd.Reset(ends[1]);
+  return MoveAboveStandardStreams(readEnd) && MoveAboveStandardStreams(writeEnd);
 }
 
 void DetachStandardStreams() {

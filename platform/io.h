@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/export.h"
+#include "platform/unique_fd.h"
 
 namespace orvo {
 
@@ -25,6 +26,11 @@ ORVO_API bool TouchFile(const std::string& path);
 
 // Appends what is left of `stream` to `content`. False on a read error.
 ORVO_API bool ReadAll(std::istream& stream, std::string& content);
+
+// A pipe whose ends an exec closes. They never get the numbers of the standard streams, which in a
+// process without those would be free: whatever becomes "/dev/null" later would be the pipe. False,
+// with errno set, when there is none.
+ORVO_API bool OpenPipe(UniqueFd& readEnd, UniqueFd& writeEnd);
 
 // Standard input, output and error become "/dev/null". For a process that outlives the request
 // whose client reads them.

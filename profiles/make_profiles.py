@@ -89,6 +89,49 @@ SEGMENT_SOUND = "-acodec {encoder} -ab {rate}k -ac 2"
 FAST_SOUND = "-aac_coder fast"
 REMUX_SOUND_RATE = 192
 
+# A stream that a browser plays as it comes. The library copies AAC and MP3 into it, which WebM cannot
+# hold and its parent format can; browsers take that under the same name. Clusters are written when they are
+# complete, and the first picture waits for the first one.
+LIVE_MATROSKA = "-live 1 -cluster_time_limit 250 -flush_packets 1 -f matroska"
+# One thread for VP8: with two they spin while they wait for each other, six times the work in all and
+# slower for it. A negative speed is a fixed one; others follow the machine's load. Their clock ticks once
+# a picture, because they take the tick for the frame rate.
+VP8 = "-vcodec libvpx -deadline realtime -cpu-used -6 -threads 1"
+VP9 = "-vcodec libvpx-vp9 -deadline realtime -cpu-used 7 -row-mt 1 -tile-columns 2 -threads 2"
+WEBM_ENCODERS = (("", VP8), ("vp9_", VP9))
+WEBM = (
+    "{encoder} -pix_fmt yuv420p -fps_mode vfr -vf yadif=deint=interlaced -s {size}"
+    " -lag-in-frames 0 -auto-alt-ref 0 -vb {rate}k -maxrate {rate}k -bufsize {rate}k -g 250"
+    " -force_key_frames expr:gte(t,n_forced*2)"
+)
+WEBM_TALLEST = 720
+
+# Fragments: a manifest states their sizes, rates and H.264 parameter sets before there are any, so the rows
+# are fixed. With a quality and a highest rate instead of a rate the encoder writes the very sets of the
+# software rows; those of the hardware rows are another encoder's, and each key frame carries its own in any
+# case. The pictures' rate is the film's, although the names of the software rows say 15.
+Fragments = collections.namedtuple("Fragments", "name height video audio")
+FRAGMENTS = [
+    Fragments("240p_{}_vb200_{}aac_ab40", 240, 200, 40),
+    Fragments("240p_{}_vb320_{}aac_ab40", 240, 320, 40),
+    Fragments("320p_{}_vb500_{}aac_ab64", 320, 500, 64),
+    Fragments("320p_{}_vb720_{}aac_ab64", 320, 720, 64),
+    Fragments("hd480_{}_vb1000_{}aac_ab96", 480, 1000, 96),
+    Fragments("hd720_{}_vb1500_{}aac_ab128", 720, 1500, 128),
+]
+HARDWARE_FRAGMENTS = FRAGMENTS + [Fragments("hd1080_{}_vb4500_{}aac_ab128", 1080, 4500, 128)]
+FragmentKind = collections.namedtuple("FragmentKind", "encoder word pictures level rows")
+HARDWARE_ENCODER = "h264_smd"
+SOFTWARE_KIND = FragmentKind("libx264", "x264", "vf15_", "3.0", FRAGMENTS)
+HARDWARE_KIND = FragmentKind(HARDWARE_ENCODER, HARDWARE_ENCODER, "", "4.1", HARDWARE_FRAGMENTS)
+FRAGMENT = (
+    "-vcodec {encoder} -preset {preset} -profile:v baseline -level {level} -refs 1 -bf 0"
+    " -pix_fmt yuv420p -fps_mode vfr -vf yadif=deint=interlaced -s {size}"
+    " -vb {video} -crf 25 -maxrate {video} -bufsize {video} -g 300"
+    " -bsf:v h264_metadata=tick_rate=30/1:fixed_frame_rate_flag=0"
+    " -acodec aac -ab {audio} -ar 48000 -ac 2"
+)
+
 
 def sound(rate, encoder="aac"):
     return SOUND.format(encoder=encoder, rate=rate)
@@ -149,12 +192,34 @@ def remuxes():
     yield "hls_remux", arguments(COPY, remux_sound())
 
 
+def live_webm(machine):
+    for rendition in RENDITIONS:
+        if rendition.height <= min(machine.tallest, WEBM_TALLEST):
+            for infix, encoder in WEBM_ENCODERS:
+                yield (f"webm_{infix}{rendition.name}_{rates(rendition)}",
+                       arguments(picture(WEBM, rendition, encoder=encoder),
+                                 sound(rendition.audio, "libmp3lame"), LIVE_MATROSKA))
+
+
+def fragments(machine):
+    """The keys are the manifests'; the library puts the width beside the height."""
+    kind = HARDWARE_KIND if machine.encoder == HARDWARE_ENCODER else SOFTWARE_KIND
+    preset = SEGMENT_PRESETS.get(machine.preset, SEGMENT_PRESET)
+    for row in kind.rows:
+        if row.height <= machine.tallest:
+            value = FRAGMENT.format(encoder=kind.encoder, preset=preset, level=kind.level,
+                                    size=row.height, video=row.video * 1000, audio=row.audio * 1000)
+            yield "smoothstreaming_" + row.name.format(kind.word, kind.pictures), arguments(value)
+
+
 def profiles(machine):
     result = {}
     for name, encoder in (("", machine.encoder), *machine.variants):
         infix = f"{name}_" if name else ""
         result.update(transcodes(machine, encoder, infix))
         result.update(segments(machine, encoder, infix))
+    result.update(live_webm(machine))
+    result.update(fragments(machine))
     result.update(windows_media())
     result.update(remuxes())
     return result

@@ -12,6 +12,7 @@
 #include "transcoder/encoder_inventory.h"
 #include "transcoder/film_clock.h"
 #include "transcoder/film_index.h"
+#include "transcoder/fragment_run.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_run.h"
 #include "transcoder/shell_line.h"
@@ -54,6 +55,9 @@ int Explain(const Translation& translation) {
 }
 
 int Start(const Translation& translation) {
+  if (translation.fragments) {
+    return RunFragments(translation.command, *translation.fragments);
+  }
   return translation.segments ? RunSegments(translation.command, *translation.segments)
                               : Become(translation.command);
 }

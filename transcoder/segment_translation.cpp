@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "transcoder/fragment_format.h"
+
 namespace orvo::transcoder {
 namespace {
 
@@ -36,6 +38,11 @@ constexpr double kLongestRun = 12 * 3600;
 // Times of pictures are rounded on their way.
 constexpr double kRounding = 0.00001;
 
+constexpr double kFragmentLength = 5;  // seconds, where the command line does not say
+
+// By how much the shape of a picture may be changed, as a part of it.
+constexpr char kNearShape[] = "0.03";
+
 double Number(const std::string& text, double otherwise = 0) {
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -50,6 +57,15 @@ std::string Seconds(double seconds, int digits = 3) {
 
 std::string Joined(const std::string& chain, const std::string& filter) {
   return chain.empty() ? filter : chain + "," + filter;
+}
+
+// Digits, or digits and "k".
+std::string BitRate(const std::string& text) {
+  long rate = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rate);
+  const std::string_view unit(end, static_cast<size_t>(text.data() + text.size() - end));
+  const bool isValid = error == std::errc() && rate > 0 && (unit.empty() || unit == "k");
+  return isValid ? std::to_string(unit.empty() ? rate : rate * 1000) : "";
 }
 
 double Start(const SegmentRequest& request) {
@@ -126,6 +142,37 @@ SegmentPlan PlanSegments(const SegmentRequest& request, const SegmentEntry& entr
   return plan;
 }
 
+std::string FragmentStart(const std::string& start, const std::string& length) {
+  const double seconds = std::max(1.0, Number(length, kFragmentLength));
+  return std::to_string(std::lround(std::ceil(Number(start) / seconds) * seconds * 1000));
+}
+
+FragmentPlan PlanFragments(const SegmentRequest& request, const std::string& folder) {
+  FragmentPlan plan;
+  plan.folder = folder;
+  plan.videoRate = BitRate(request.pictureBits);
+  plan.audioRate = BitRate(request.soundBits);
+  plan.length = static_cast<int>(Length(request));
+  plan.firstNumber = static_cast<int>(std::lround(Start(request) / plan.length));
+  return plan;
+}
+
+std::string Fitted(const std::string& filters, const std::string& size) {
+  const size_t cross = size.find('x');
+  if (cross == std::string::npos) {
+    return filters;
+  }
+  const std::string width = size.substr(0, cross);
+  const std::string height = size.substr(cross + 1);
+  const std::string shape = "dar*" + height + "/" + width;
+  const std::string isNear = "lt(abs(" + shape + "-1)," + kNearShape + ")";
+  return Joined(filters, "scale=w='if(" + isNear + "," + width + ",max(2,min(" + width +
+                             ",2*round(" + height + "*dar/2))))':h='if(" + isNear + "," + height +
+                             ",max(2,min(" + height + ",2*round(" + width +
+                             "/dar/2))))',setsar=1,pad=" + width + ":" + height +
+                             ":-1:-1,setsar=0");
+}
+
 std::string WithoutLead(const std::string& filters, const SegmentEntry& entry) {
   return entry.lead > 0 ? Joined(filters, "trim=start=" + Seconds(entry.lead - kRounding, 5))
                         : filters;
@@ -137,7 +184,41 @@ std::string Decodable(const std::string& filters, const SegmentRequest& request)
   return Joined(filters, anywhere ? "dump_extra=freq=all" : "dump_extra=freq=keyframe");
 }
 
+namespace {
+
 // Frames of sound travel one by one: a bundle of them would cross the cuts.
+Strings TransportStream(const SegmentEntry& entry) {
+  return {"-output_ts_offset",
+          Seconds(entry.seek),
+          "-avoid_negative_ts",
+          "disabled",
+          "-pes_payload_size",
+          "0",
+          "-flush_packets",
+          "1",
+          "-f",
+          "mpegts",
+          "pipe:1"};
+}
+
+// A fragment's pictures are decoded without those of the one before, and in the order they are
+// stored in. The manifest was written before them: each key frame says what they need.
+Strings FragmentStream(const SegmentEntry& entry) {
+  return {"-bf",
+          "0",
+          "-output_ts_offset",
+          Seconds(entry.seek + kStreamDelay),
+          "-avoid_negative_ts",
+          "disabled",
+          "-flush_packets",
+          "1",
+          "-f",
+          "nut",
+          "pipe:1"};
+}
+
+}  // namespace
+
 Strings SegmentOptions(const SegmentRequest& request, const SegmentEntry& entry) {
   Strings out;
   if (!request.copiesPictures) {
@@ -149,8 +230,8 @@ Strings SegmentOptions(const SegmentRequest& request, const SegmentEntry& entry)
   if (!request.copiesSound) {
     Append(out, {"-ar", std::to_string(SoundRate(request)), "-af", SoundFilters(request, entry)});
   }
-  Append(out, {"-output_ts_offset", Seconds(entry.seek), "-avoid_negative_ts", "disabled",
-               "-pes_payload_size", "0", "-flush_packets", "1", "-f", "mpegts", "pipe:1"});
+  const Strings stream = request.areFragments ? FragmentStream(entry) : TransportStream(entry);
+  out.insert(out.end(), stream.begin(), stream.end());
   return out;
 }
 

@@ -4,19 +4,23 @@
 #include <string>
 #include <vector>
 
+#include "transcoder/fragment_cutter.h"
 #include "transcoder/segment_cutter.h"
 
 namespace orvo::transcoder {
 
-// What a command line says about the segments that it wants.
+// What a command line says about the segments, or the fragments, that it wants.
 struct SegmentRequest {
   bool isWanted = false;
+  bool areFragments = false;
   std::string start;   // milliseconds into the film
   std::string length;  // seconds
   std::string number;
   std::string cutsAnywhere;  // "1" when pictures that are no key frames may start a segment
   std::string soundRate;     // samples a second
   std::string soundFilters;
+  std::string pictureBits;  // a second, as given: what fragments are called by
+  std::string soundBits;
   bool copiesPictures = false;
   bool copiesSound = false;
   bool lacksIndex = false;  // a seek lands between key frames
@@ -36,6 +40,18 @@ struct SegmentEntry {
 SegmentEntry EnterFilm(const SegmentRequest& request);
 SegmentPlan PlanSegments(const SegmentRequest& request, const SegmentEntry& entry,
                          const std::string& pattern);
+
+// Fragments start at multiples of their length: the first one is the first that starts at or after
+// the start that was asked for, so that none is ever cut short at its beginning.
+std::string FragmentStart(const std::string& start, const std::string& length);
+
+// The plan for these fragments. A rate that is no number is an empty text in it.
+FragmentPlan PlanFragments(const SegmentRequest& request, const std::string& folder);
+
+// A chain of picture filters with the size at its end, as the manifest of fragments states it:
+// exactly this many square pixels. Pictures of another shape get bars; a shape that is nearly the
+// same does not.
+std::string Fitted(const std::string& filters, const std::string& size);
 
 // A chain of picture filters with the lead cut off at its end.
 std::string WithoutLead(const std::string& filters, const SegmentEntry& entry);

@@ -48,6 +48,8 @@ constexpr double kPreroll = 3;  // seconds: most broadcasts have a key frame mor
 // Its clock may tick finer than once a picture without upsetting its rate control.
 constexpr std::string_view kFineClockEncoder = "libx264";
 
+constexpr char kSoundOfUnframed[] = "libmp3lame";
+
 constexpr char kFallbackPreset[] = "veryfast";  // the default one is too slow for an appliance
 constexpr auto kSoftwarePresets =
     std::to_array<std::string_view>({"ultrafast", "superfast", "veryfast", "faster", "fast",
@@ -63,15 +65,18 @@ struct Facts {
   bool namesPreset = false;
   bool hardwareLost = false;  // a hardware encoder was asked for and is not there
   bool fdkLost = false;
+  bool copiesUnframed = false;  // sound is copied from a film that does not describe it in a header
   bool vaapiUsed = false;
   bool namesVaapiDevice = false;
   bool namesFilter = false;
+  bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;    // the input's start position, as given
-  double preroll = 0;  // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;  // where the output's clock starts, as given
-  std::string size;    // the picture size asked for
-  Strings lost;        // encoders that are replaced
+  std::string seek;           // the input's start position, as given
+  double preroll = 0;         // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;         // where the output's clock starts, as given
+  std::string size;           // the picture size asked for
+  std::string fragmentStart;  // where the first fragment is wanted, in seconds
+  Strings lost;               // encoders that are replaced
   SegmentRequest segments;
   SegmentEntry entry;
 };
@@ -118,6 +123,9 @@ void NamesPreset(const Argument&, Facts& facts) {
 void NamesVaapiDevice(const Argument&, Facts& facts) {
   facts.namesVaapiDevice = true;
 }
+void NamesBitStreamFilter(const Argument&, Facts& facts) {
+  facts.namesBitStreamFilter = true;
+}
 void NamesFilter(const Argument&, Facts& facts) {
   facts.namesFilter = true;
 }
@@ -136,6 +144,20 @@ void NamesSegmentLength(const Argument& argument, Facts& facts) {
 }
 void NamesSegmentNumber(const Argument& argument, Facts& facts) {
   facts.segments.number = argument.value;
+}
+void NamesFragmentLength(const Argument& argument, Facts& facts) {
+  facts.segments.isWanted = true;
+  facts.segments.areFragments = true;
+  facts.segments.length = argument.value;
+}
+void NamesFragmentStart(const Argument& argument, Facts& facts) {
+  facts.fragmentStart = argument.value;
+}
+void NamesPictureBits(const Argument& argument, Facts& facts) {
+  facts.segments.pictureBits = argument.value;
+}
+void NamesSoundBits(const Argument& argument, Facts& facts) {
+  facts.segments.soundBits = argument.value;
 }
 void NamesCuts(const Argument& argument, Facts& facts) {
   facts.segments.cutsAnywhere = argument.value;
@@ -222,8 +244,15 @@ void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) 
   }
 }
 
+// Whoever copies the sound of a film may have left the filters of an encoder in place.
+void SoundFilters(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.segments.copiesSound) {
+    UnlessSegments(argument, facts, out);
+  }
+}
+
 void BitStreamFilters(const Argument& argument, const Facts& facts, Strings& out) {
-  const bool cut = facts.segments.isWanted && facts.copiesVideo;
+  const bool cut = facts.segments.isWanted && (facts.copiesVideo || facts.segments.areFragments);
   Append(out, {argument.name, cut ? Decodable(argument.value, facts.segments) : argument.value});
 }
 
@@ -243,6 +272,15 @@ void ReplacedEncoder(const Argument& argument, const Facts& facts, Strings& out)
                lost ? std::string(FindEncoder(argument.value)->replacement) : argument.value});
 }
 
+// Such AAC cannot be put into Matroska, and the command line does not tell whether it is AAC.
+void SoundEncoder(const Argument& argument, const Facts& facts, Strings& out) {
+  if (facts.copiesUnframed && argument.value == "copy") {
+    Append(out, {argument.name, kSoundOfUnframed});
+  } else {
+    ReplacedEncoder(argument, facts, out);
+  }
+}
+
 void UnlessHardwareLost(const Argument& argument, const Facts& facts, Strings& out) {
   if (!facts.hardwareLost) {
     Same(argument, facts, out);
@@ -256,9 +294,9 @@ void UnlessFdkLost(const Argument& argument, const Facts& facts, Strings& out) {
 }
 
 // Frames on the graphics card cannot pass the software scaler that this option would put behind the
-// upload: the size joins the filters before it.
-void SizeUnlessVaapi(const Argument& argument, const Facts& facts, Strings& out) {
-  if (!facts.vaapiUsed) {
+// upload: the size joins the filters before it. That of fragments does so too.
+void Size(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.vaapiUsed && !facts.segments.areFragments) {
     Same(argument, facts, out);
   }
 }
@@ -274,6 +312,13 @@ void VideoProfile(const Argument& argument, const Facts& facts, Strings& out) {
   Append(out, {argument.name, rename ? "baseline" : argument.value});
 }
 
+// What is cut off is not scaled.
+std::string CutFilters(const std::string& chain, const Facts& facts) {
+  const bool isCut = facts.segments.isWanted && !facts.copiesVideo;
+  const std::string cut = isCut ? WithoutLead(chain, facts.entry) : chain;
+  return facts.segments.areFragments ? Fitted(cut, facts.size) : cut;
+}
+
 void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   std::string chain = argument.value;
   if (facts.hardwareLost) {
@@ -281,10 +326,7 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   } else if (facts.vaapiUsed) {
     chain = VaapiFilters(chain, facts.size);
   }
-  if (facts.segments.isWanted) {
-    chain = WithoutLead(chain, facts.entry);
-  }
-  AppendUnlessEmpty(argument.name, chain, out);
+  AppendUnlessEmpty(argument.name, CutFilters(chain, facts), out);
 }
 
 // A fragmented file carries the film's clock only when each fragment states it, and when the header
@@ -326,24 +368,29 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-vcodec", kValue, NamesVideoEncoder, ReplacedEncoder},
     {"-c:v", kValue, NamesVideoEncoder, ReplacedEncoder},
     {"-codec:v", kValue, NamesVideoEncoder, ReplacedEncoder},
-    {"-acodec", kValue, NamesSoundEncoder, ReplacedEncoder},
-    {"-c:a", kValue, NamesSoundEncoder, ReplacedEncoder},
-    {"-codec:a", kValue, NamesSoundEncoder, ReplacedEncoder},
+    {"-acodec", kValue, NamesSoundEncoder, SoundEncoder},
+    {"-c:a", kValue, NamesSoundEncoder, SoundEncoder},
+    {"-codec:a", kValue, NamesSoundEncoder, SoundEncoder},
     {"-c", kValue, NamesEveryEncoder, Same},
     {"-codec", kValue, NamesEveryEncoder, Same},
     {"-preset", kValue, NamesPreset, Preset},
     {"-profile:v", kValue, Nothing, VideoProfile},
-    {"-s", kValue, NamesSize, SizeUnlessVaapi},
+    {"-s", kValue, NamesSize, Size},
     {"-vf", kValue, NamesFilter, VideoFilters},
     {"-filter:v", kValue, NamesFilter, VideoFilters},
-    {"-bsf:v", kValue, Nothing, BitStreamFilters},
+    {"-bsf:v", kValue, NamesBitStreamFilter, BitStreamFilters},
     {"-ar", kValue, NamesSoundRate, UnlessSegments},
-    {"-af", kValue, NamesSoundFilters, UnlessSegments},
-    {"-filter:a", kValue, NamesSoundFilters, UnlessSegments},
+    {"-af", kValue, NamesSoundFilters, SoundFilters},
+    {"-filter:a", kValue, NamesSoundFilters, SoundFilters},
     {"-f", kValue, Nothing, UnlessSegments},
     {"-force_key_frames", kValue, Nothing, UnlessSegments},
     {"-enc_time_base", kValue, Nothing, UnlessSegments},
     {"-avoid_negative_ts", kValue, Nothing, UnlessSegments},
+    {"-fragment_length", kValue, NamesFragmentLength, Dropped},
+    {"-seek_time", kValue, NamesFragmentStart, Dropped},
+    {"-filled", kValue, Nothing, Dropped},
+    {"-vb", kValue, NamesPictureBits, Same},
+    {"-ab", kValue, NamesSoundBits, Same},
     {"-hls_seek_time", kValue, NamesSegmentStart, Dropped},
     {"-segment_time", kValue, NamesSegmentLength, UnlessSegments},
     {"-segment_start_number", kValue, NamesSegmentNumber, UnlessSegments},
@@ -408,9 +455,18 @@ double Preroll(const Facts& facts) {
   return wanted ? std::min(seek, kPreroll) : 0;
 }
 
+// Only what plays while it comes has a clock of its own and yet copies sound.
+bool CopiesUnframed(const Facts& facts) {
+  return facts.segments.copiesSound && !facts.copiesVideo && !facts.offset.empty() &&
+         facts.surroundings->lacksIndex(facts.input);
+}
+
 // A film that comes through a pipe was entered by whoever sends it.
 void EnterForSegments(Facts& facts) {
   SegmentRequest& segments = facts.segments;
+  if (segments.areFragments) {
+    segments.start = FragmentStart(facts.fragmentStart, segments.length);
+  }
   segments.isSeekable = !IsDescriptor(facts.input);
   segments.copiesPictures = facts.copiesVideo;
   segments.takesFineClock |= facts.hardwareLost;
@@ -430,10 +486,24 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
     }
   }
   facts.preroll = Preroll(facts);
+  facts.copiesUnframed = CopiesUnframed(facts);
   if (facts.segments.isWanted) {
     EnterForSegments(facts);
   }
   return facts;
+}
+
+// Fragments are called by their rates, and pictures that are copied cannot be cut where the
+// manifest says.
+std::string FragmentComplaint(const Facts& facts, const std::string& output) {
+  const FragmentPlan plan = PlanFragments(facts.segments, output);
+  if (plan.videoRate.empty() || plan.audioRate.empty()) {
+    return "no bit rates for fragments: -vb or -ab is missing";
+  }
+  if (facts.copiesVideo || facts.segments.copiesSound) {
+    return "fragments cannot be made of copied streams";
+  }
+  return output.empty() ? "no folder for the fragments" : "";
 }
 
 std::string Complaint(const Strings& arguments, const std::string& parseError, const Facts& facts) {
@@ -446,7 +516,10 @@ std::string Complaint(const Strings& arguments, const std::string& parseError, c
   if (FindOption(arguments.back()) != nullptr) {
     return "no output: the command line ends with " + arguments.back();
   }
-  return facts.hasInput ? "" : "no input: -i is missing";
+  if (!facts.hasInput) {
+    return "no input: -i is missing";
+  }
+  return facts.segments.areFragments ? FragmentComplaint(facts, arguments.back()) : "";
 }
 
 // What holds for every command line. Nothing but the film may reach the stream's descriptors.
@@ -461,9 +534,7 @@ void AppendGeneral(const Surroundings& surroundings, Strings& out) {
 
 // The picture filters of a command line that has none.
 std::string AddedFilters(const Facts& facts) {
-  const std::string filters = facts.vaapiUsed ? VaapiFilters("", facts.size) : "";
-  const bool cut = facts.segments.isWanted && !facts.copiesVideo;
-  return cut ? WithoutLead(filters, facts.entry) : filters;
+  return CutFilters(facts.vaapiUsed ? VaapiFilters("", facts.size) : "", facts);
 }
 
 // What a hardware encoder needs that is there, and what stands in for one that is not.
@@ -473,6 +544,9 @@ void AppendEncoderNeeds(const Facts& facts, Strings& out) {
   }
   if (!facts.namesFilter) {
     AppendUnlessEmpty("-vf", AddedFilters(facts), out);
+  }
+  if (facts.segments.areFragments && !facts.namesBitStreamFilter) {
+    Append(out, {"-bsf:v", Decodable("", facts.segments)});
   }
 }
 
@@ -487,6 +561,11 @@ void AppendClock(const Facts& facts, Strings& out) {
   }
   if (!facts.offset.empty()) {
     Append(out, {"-output_ts_offset", facts.offset});
+  }
+  // Pictures that are encoded start at the seek point; copied sound would start at the key frame
+  // before it.
+  if (facts.segments.copiesSound && !facts.copiesVideo && !facts.copiesUnframed) {
+    Append(out, {"-copypriorss:a", "0"});
   }
 }
 
@@ -539,7 +618,9 @@ Translation Translate(const std::vector<std::string>& arguments, const Surroundi
   if (translation.error.empty()) {
     translation.command = Command(parsed, facts, arguments.back());
     translation.notes = Notes(facts);
-    if (facts.segments.isWanted) {
+    if (facts.segments.areFragments) {
+      translation.fragments = PlanFragments(facts.segments, arguments.back());
+    } else if (facts.segments.isWanted) {
       translation.segments = PlanSegments(facts.segments, facts.entry, arguments.back());
     }
   }

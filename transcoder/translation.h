@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "transcoder/fragment_cutter.h"
 #include "transcoder/segment_cutter.h"
 
 namespace orvo::transcoder {
@@ -18,7 +19,8 @@ struct Surroundings {
   // True when the machine can encode with the named encoder. Asked only about encoders that have a
   // replacement, so a command line without one costs nothing.
   std::function<bool(std::string_view encoder)> canEncode;
-  // True when a seek in this film lands between key frames. Asked only when there is a seek.
+  // True when a seek in this film lands between key frames. Asked only when there is a seek or sound
+  // is copied beside encoded pictures.
   std::function<bool(const std::string& film)> lacksIndex;
   // True when a seek by time lands anywhere in this film. Asked only about films without an index
   // that become segments.
@@ -26,10 +28,11 @@ struct Surroundings {
 };
 
 struct Translation {
-  std::vector<std::string> command;     // the whole argument vector; empty when there is an error
-  std::optional<SegmentPlan> segments;  // set when the output is to be cut into segments
-  std::vector<std::string> notes;       // one line for each encoder that was replaced
-  std::string error;                    // why nothing can be run; empty otherwise
+  std::vector<std::string> command;       // the whole argument vector; empty when there is an error
+  std::optional<SegmentPlan> segments;    // set when the output is to be cut into segments
+  std::optional<FragmentPlan> fragments;  // or into fragments
+  std::vector<std::string> notes;         // one line for each encoder that was replaced
+  std::string error;                      // why nothing can be run; empty otherwise
 };
 
 // Translates `arguments`, the command line without the program's name: options before "-i" belong

@@ -15,6 +15,9 @@
 namespace webapi {
 namespace {
 
+// What is left of "&amp;" behind its "&". Some players take an address out of an XML attribute as
+// it stands there.
+constexpr char kEscapedSeparator[] = "amp;";
 constexpr size_t kMaxBody = 65536;
 constexpr char kFormType[] = "application/x-www-form-urlencoded";
 
@@ -91,8 +94,11 @@ bool Request::AddParameters(const std::string& query) {
   size_t start = 0;
   while (start < query.size()) {
     const size_t end = std::min(query.find('&', start), query.size());
-    const std::string pair = query.substr(start, end - start);
+    std::string pair = query.substr(start, end - start);
     start = end + 1;
+    if (pair.rfind(kEscapedSeparator, 0) == 0) {
+      pair.erase(0, sizeof(kEscapedSeparator) - 1);
+    }
     if (pair.empty()) {
       continue;
     }

@@ -17,6 +17,7 @@
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
 #include "stream/http_live_stream.h"
+#include "stream/smooth_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/adapt_playback.h"
 #include "webapi/direct_playback.h"
@@ -31,10 +32,13 @@ namespace fs = std::filesystem;
 using LibMirevo::TransLoading;
 using libmrv::util::PlatformUtils;
 using LibOrvoQMX::HttpLiveStream;
+using LibOrvoQMX::SmoothStream;
 
 // The file in memory into which a transcoder writes its progress.
 constexpr char kProgressFile[] = "/memfd:orvo-progress";
 constexpr std::streamoff kProgressTail = 1024;
+
+constexpr int64_t kFragmentSeconds = 5;  // of Smooth Streaming
 
 // A stream whose last request is younger than this is being watched, in seconds.
 constexpr time_t kIdle = 30;
@@ -142,6 +146,10 @@ double PositionOf(const Ticket& ticket) {
     HttpLiveStream stream(ticket.StreamId());
     const auto asked = static_cast<int>(std::max<int64_t>(LastAskedFor(stream), 0));
     return std::max(stream.CalculateSeekTime(asked), 0) / 1000.0;
+  }
+  if (ticket.Kind() == "SS") {
+    const SmoothStream stream(ticket.StreamId());
+    return static_cast<double>(std::max<int64_t>(LastAskedFor(stream), 0) * kFragmentSeconds);
   }
   Json::Value transcoder(Json::objectValue);
   AddProgress(TranscoderOf(ticket), transcoder);

@@ -23,7 +23,9 @@
 #include "webapi/media_library.h"
 #include "webapi/profiles.h"
 #include "webapi/recent_streams.h"
+#include "webapi/smooth_playback.h"
 #include "webapi/ticket.h"
+#include "webapi/webm_playback.h"
 
 namespace webapi {
 namespace {
@@ -49,6 +51,8 @@ struct StreamKind {
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
     StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
+    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
 };
 

@@ -3,26 +3,20 @@
 // its name.
 #define ORVO_LOG_SOURCE "http_live_stream.cpp"
 
-#include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 
-#include "platform/io.h"
 #include "platform/log.h"
-#include "platform/pidfd.h"
 #include "platform/plat.h"
 #include "policy/argument_helper.h"
 #include "policy/trans_loading.h"
 #include "stream/http_live_stream.h"
+#include "stream/monitor.h"
 #include "stream/stream_lock.h"
-#include "stream/stream_watch.h"
 #include "util/lists.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
@@ -40,49 +34,12 @@ using LibMirevo::TransLoading;
 
 constexpr char kSegmentPattern[] = "slice-%05d.ts";
 constexpr int kWrapperSegmentSeconds = 5;  // the wrapper never copies video
-constexpr unsigned long kIdleSeconds = 900;
-constexpr int kIdleCheckMilliseconds = 2000;
 constexpr int kGraceMilliseconds = 1000;
 
 std::string ThreeDecimals(double value) {
   char text[64];
   snprintf(text, sizeof(text), "%.3f", value);
   return text;
-}
-
-// What a request process may have changed and the processes of a pipeline must not inherit.
-void SetStopSignals(void (*handler)(int)) {
-  struct sigaction action {};
-  action.sa_handler = handler;
-  sigset_t stop;
-  sigemptyset(&stop);
-  for (const int number : {SIGINT, SIGTERM}) {
-    sigaction(number, &action, nullptr);
-    sigaddset(&stop, number);
-  }
-  sigprocmask(SIG_UNBLOCK, &stop, nullptr);
-}
-
-// fork() for a process that ends with this one, however this one ends.
-pid_t ForkPipelineProcess() {
-  const pid_t monitor = getpid();
-  const pid_t child = fork();
-  if (child == 0) {
-    if (!orvo::DieWithParent(monitor)) {
-      _exit(1);
-    }
-    SetStopSignals(SIG_DFL);
-  }
-  return child;
-}
-
-// Reaps `pid`, waiting for it where `options` says so.
-bool Reap(pid_t pid, int options) {
-  pid_t reaped = 0;
-  do {
-    reaped = waitpid(pid, nullptr, options);
-  } while (reaped < 0 && errno == EINTR);
-  return reaped == pid;
 }
 
 }  // namespace
@@ -177,7 +134,7 @@ void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
     return;
   }
 
-  const pid_t transcoder = ForkPipelineProcess();
+  const pid_t transcoder = ForkUnderMonitor();
   if (transcoder < 0) {
     return;
   }
@@ -195,7 +152,7 @@ void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
   gPidHLSTransBin = transcoder;
 
   if (m_isGstreamer) {
-    const pid_t segmenter = ForkPipelineProcess();
+    const pid_t segmenter = ForkUnderMonitor();
     if (segmenter < 0) {
       kill(transcoder, SIGKILL);
       return;
@@ -213,7 +170,15 @@ void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
 }
 
 void HttpLiveStream::WatchPipeline() {
-  if (!WaitForTranscoder()) {
+  const auto isAbandoned = [this] {
+    if (!QMXIsTimeout(kIdleSeconds)) {
+      return false;
+    }
+    ORVO_LOG("time out for access [%d seconds]", static_cast<int>(kIdleSeconds));
+    RemoveTransDir();
+    return true;
+  };
+  if (!AwaitChild(gPidHLSTransBin, gHLSSignal, isAbandoned, &gPidHLSSegBin)) {
     return;
   }
   if (!m_isRemux) {
@@ -226,52 +191,19 @@ void HttpLiveStream::WatchPipeline() {
   }
 }
 
-// True when the transcoder ended by itself, and is reaped.
-bool HttpLiveStream::WaitForTranscoder() {
-  const orvo::UniqueFd transcoder = orvo::OpenProcess(gPidHLSTransBin);
-  const SignalGate gate;
-  for (;;) {
-    const pid_t ended = waitpid(-1, nullptr, WNOHANG);
-    if (ended < 0) {
-      return false;
-    }
-    if (ended == gPidHLSTransBin) {
-      return true;
-    }
-    if (ended > 0 && ended == gPidHLSSegBin) {
-      gPidHLSSegBin = 0;  // the number may be another's soon
-      continue;
-    }
-    if (QMXIsTimeout(kIdleSeconds)) {
-      ORVO_LOG("time out for access [%d seconds]", static_cast<int>(kIdleSeconds));
-      RemoveTransDir();
-      return false;
-    }
-    if (gHLSSignal != 0) {
-      return false;
-    }
-    gate.Wait(transcoder, kIdleCheckMilliseconds);
-  }
-}
-
 void HttpLiveStream::WaitAllChild() const {
   if (gPidHLSTransBin > 0) {
     kill(gPidHLSTransBin, SIGINT);
     if (!m_isRemux) {
       TransLoading().RemoveTransPIDLock(gPidHLSTransBin);
     }
-    orvo::WaitForExit(gPidHLSTransBin, kGraceMilliseconds);
-    if (!Reap(gPidHLSTransBin, WNOHANG)) {
-      ORVO_LOG("Force Kill Transcoding Process %d", gPidHLSTransBin);
-      kill(gPidHLSTransBin, SIGKILL);
-      // Whoever waits for this process deletes the segments next: none may be written after that.
-      Reap(gPidHLSTransBin, 0);
-    }
+    EndChild(gPidHLSTransBin, kGraceMilliseconds,
+             [] { ORVO_LOG("Force Kill Transcoding Process %d", gPidHLSTransBin); });
     gPidHLSTransBin = 0;
   }
   if (gPidHLSSegBin > 0) {
     kill(gPidHLSSegBin, SIGINT);
-    if (Reap(gPidHLSSegBin, 0)) {
+    if (ReapChild(gPidHLSSegBin)) {
       gPidHLSSegBin = 0;
     }
   }
@@ -295,11 +227,12 @@ bool HttpLiveStream::Transcoding(const std::string& fragment) {
   if (!CheckSequence()) {
     return true;
   }
-  const int forked = PlatProcForkChildNoWait();
-  if (forked == 0) {
-    BecomeMonitor(fragment);
-  }
-  return forked > 0;
+  gPidHLSTransBin = 0;
+  gPidHLSSegBin = 0;
+  gHLSSignal = 0;
+  // A fragment that is no number starts nothing.
+  return StartMonitor(
+      MointerSignalHandler, [&] { return TakeOver(fragment); }, [&] { ExecuteMointer(fragment); });
 }
 
 // Keeps count of how such a player resumes: it asks for the place first, and then for the film's
@@ -322,24 +255,6 @@ bool HttpLiveStream::IsResumeOnAppleTv(const std::string& fragment) const {
 bool HttpLiveStream::StopPreviousPipeline() const {
   const StreamLock lock(GetQMXFileFullPath("seek_time"), 0666);
   return !CheckSequence() || SeekingHandler();
-}
-
-void HttpLiveStream::BecomeMonitor(const std::string& fragment) {
-  gPidHLSTransBin = 0;
-  gPidHLSSegBin = 0;
-  gHLSSignal = 0;
-  signal(SIGCHLD, SIG_DFL);
-  SetStopSignals(MointerSignalHandler);
-  // The client of this request reads to the end of the streams, and this process stays.
-  orvo::DetachStandardStreams();
-  try {
-    if (TakeOver(fragment)) {
-      ExecuteMointer(fragment);
-    }
-  } catch (const std::exception&) {
-    // A fragment that is no number starts nothing.
-  }
-  _exit(0);
 }
 
 // Makes this process the stream's monitor unless a newer request came first.

@@ -24,11 +24,6 @@ using std::chrono::milliseconds;
 
 // A transcoder that is at most this many segments behind is waited for.
 constexpr int kReach = 4;
-constexpr std::chrono::seconds kReadTimeout(60);
-// A look now and then even where the file system tells nothing.
-constexpr milliseconds kLookAgain(1000);
-// A pipeline that looks ended has to do so for this long before a request gives up.
-constexpr milliseconds kSettled(500);
 
 // Below the largest int, so that a segment's successor has a number too.
 int ParseNumber(const std::string& text) {
@@ -151,12 +146,12 @@ std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
     return "";
   }
   const int number = ParseNumber(fragment);
-  // The kernel takes milliseconds to take a watch down: none for a segment that is there.
+  // No watch for a segment that is there.
   if (VerifyFragmentIsReady(fragment)) {
     return GetSegmentTsPath(number);
   }
   const std::string directory = GetQMXFileFullPath("");
-  const Clock::time_point end = Clock::now() + kReadTimeout;
+  const Clock::time_point end = Clock::now() + kFragmentTimeout;
   const StreamWatch watch(directory);
   Clock::time_point lastRunning = Clock::now();
   for (;;) {

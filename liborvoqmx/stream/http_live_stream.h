@@ -124,11 +124,9 @@ class ORVO_API HttpLiveStream : public AdaptStream {
 
   bool IsResumeOnAppleTv(const std::string& fragment) const;
   bool StopPreviousPipeline() const;
-  [[noreturn]] void BecomeMonitor(const std::string& fragment);
   bool TakeOver(const std::string& fragment) const;
   void RunPipeline(const std::string& fragment, int number);
   void WatchPipeline();
-  bool WaitForTranscoder();
 
   bool HasSegment(int fragment) const;
   bool IsPipelineOver() const;

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -19,6 +18,7 @@
 #include "policy/registry_watch.h"
 #include "policy/trans_loading.h"
 #include "util/qmxutils.h"
+#include "util/saturate.h"
 #include "util/system_files.h"
 
 namespace LibOrvoQMX {
@@ -38,14 +38,6 @@ bool ParseRate(const std::string& part, const char* prefix, int& rate) {
   }
   rate = static_cast<int>(std::strtol(part.c_str() + 2, nullptr, 10));
   return true;
-}
-
-// A caller without standard streams would get their numbers for its pipe, and what becomes
-// "/dev/null" here would be the pipe. Moves a descriptor above them.
-void MoveAboveStandardStreams(orvo::UniqueFd& fd) {
-  if (fd.Get() <= STDERR_FILENO) {
-    fd.Reset(fcntl(fd.Get(), F_DUPFD, STDERR_FILENO + 1));
-  }
 }
 
 }  // namespace
@@ -104,20 +96,11 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
   if (m_streamId.empty() || executable.empty()) {
     return false;
   }
-  int ends[2] = {-1, -1};
-  // The write end is for the transcoder: it has to survive the exec.
-  if (pipe(ends) != 0) {
+  orvo::UniqueFd readEnd;
+  orvo::UniqueFd writeEnd;
+  if (!orvo::OpenPipe(readEnd, writeEnd)) {
     return false;
   }
-  orvo::UniqueFd readEnd(ends[0]);
-  orvo::UniqueFd writeEnd(ends[1]);
-  MoveAboveStandardStreams(readEnd);
-  MoveAboveStandardStreams(writeEnd);
-  if (!readEnd.IsOpen() || !writeEnd.IsOpen()) {
-    return false;
-  }
-  fcntl(readEnd.Get(), F_SETFD, FD_CLOEXEC);
-
   const pid_t child = fork();
   if (child < 0) {
     return false;
@@ -152,6 +135,7 @@ void HttpStream::ExecuteTranscoder(int writeEnd, const std::string& executable) 
   if (arguments.empty()) {
     return;
   }
+  fcntl(writeEnd, F_SETFD, 0);  // the transcoder's
   if (m_isGstreamer) {
     ExecuteGstreamerTranscoding("fd:" + std::to_string(writeEnd), arguments, executable, true);
   } else {
@@ -193,8 +177,7 @@ bool HttpStream::Close() {
 }
 
 int HttpStream::GetSeekTimeInMillisecond() const {
-  constexpr int kMostSeconds = std::numeric_limits<int>::max() / 1000;
-  return std::clamp(m_startSeconds, -kMostSeconds, kMostSeconds) * 1000;
+  return Milliseconds(m_startSeconds);
 }
 
 unsigned HttpStream::GetMetaVideoRotate() const {

@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <array>
-#include <climits>
 #include <csignal>
 
 #include "platform/log.h"
@@ -46,13 +44,6 @@ void AskOfflineConversionToGiveWay() {
   LibMirevo::AskRegistryUntil(
       [](const TransLoading& registry) { return !registry.IsOffineConverting(); },
       kOfflineGivesWaySeconds);
-}
-
-// Where a symbolic link leads; "" when the path is none.
-std::string LinkTarget(const std::string& path) {
-  std::array<char, PATH_MAX> target{};
-  const ssize_t length = readlink(path.c_str(), target.data(), target.size() - 1);
-  return length > 0 ? std::string(target.data(), static_cast<size_t>(length)) : "";
 }
 
 }  // namespace

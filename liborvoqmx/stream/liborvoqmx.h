@@ -80,8 +80,8 @@ class ORVO_API QMXStream {
   // Adjust a list of transcoder arguments: the first video bit rate, the audio encoder ("copy",
   // "mp3", "aac"), the picture size.
   void ForceTranscodeBitrate(std::vector<std::string>& arguments) const;
-  std::vector<std::string> ForceFFmpegAudioFormat(const std::vector<std::string>& arguments,
-                                                  const std::string& format);
+  static std::vector<std::string> ForceFFmpegAudioFormat(const std::vector<std::string>& arguments,
+                                                         const std::string& format);
   std::vector<std::string> ForceFFmpegVideoSize(const std::vector<std::string>& arguments,
                                                 bool keepAspect) const;
 

@@ -22,9 +22,17 @@ class StreamLock {
     }
   }
   bool IsOpen() const { return file_.IsOpen(); }
+  // For a forked child: the lock stays with the parent.
+  void Leave() { file_.Reset(); }
 
  private:
   orvo::UniqueFd file_;  // closing it releases the lock
 };
+
+// Does anyone hold that lock?
+inline bool IsStreamLocked(const std::string& path) {
+  const orvo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file.IsOpen() && flock(file.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
 
 }  // namespace LibOrvoQMX

@@ -1,6 +1,7 @@
 // Numbers that come from outside, brought into the range of an int.
 #pragma once
 
+#include <algorithm>
 #include <limits>
 
 namespace LibOrvoQMX {
@@ -13,6 +14,12 @@ constexpr int SaturateToInt(double value) {
     return value <= kLowest ? kLowest : 0;
   }
   return value < kHighest ? static_cast<int>(value) : kHighest;
+}
+
+// Seconds as milliseconds; the nearest whole second that fits.
+constexpr int Milliseconds(long seconds) {
+  constexpr long kMost = std::numeric_limits<int>::max() / 1000;
+  return static_cast<int>(std::clamp(seconds, -kMost, kMost)) * 1000;
 }
 
 }  // namespace LibOrvoQMX

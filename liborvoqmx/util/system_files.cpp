@@ -1,6 +1,10 @@
 #include "util/system_files.h"
 
 #include <json/value.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
 
 #include "platform/plat.h"
 #include "util/json_utils.h"
@@ -13,6 +17,12 @@ std::string StreamKindPath(const std::string& kind) {
 
 std::string StreamPath(const std::string& kind, const std::string& streamId) {
   return StreamKindPath(kind) + "/" + streamId;
+}
+
+std::string LinkTarget(const std::string& path) {
+  std::array<char, PATH_MAX> target{};
+  const ssize_t length = readlink(path.c_str(), target.data(), target.size() - 1);
+  return length > 0 ? std::string(target.data(), static_cast<size_t>(length)) : "";
 }
 
 bool IsPlainName(const std::string& name) {

@@ -23,6 +23,9 @@ inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orv
 std::string StreamKindPath(const std::string& kind);
 std::string StreamPath(const std::string& kind, const std::string& streamId);
 
+// Where a symbolic link leads; "" when the path is none.
+std::string LinkTarget(const std::string& path);
+
 // May this name a directory of its own? Nothing that leads elsewhere may.
 bool IsPlainName(const std::string& name);
 

@@ -43,6 +43,9 @@ film hevc10_aac.mov 30 24 -c:v libx265 -preset ultrafast -x265-params log-level=
   -pix_fmt yuv420p10le -tag:v hvc1 -c:a aac
 # A phone's portrait film: coded lying down, turned by the container.
 derive portrait.mp4 h264_aac.mp4 -c copy -metadata:s:v rotate=90
+# The shapes of old television and of the cinema.
+derive tv.mkv h264_ac3.mkv -t 20 -vf crop=480:360:0:0 $x264 -c:a copy
+derive cinema.mkv h264_ac3.mkv -t 20 -vf crop=640:272:0:0 $x264 -c:a copy
 derive no_audio.mkv h264_ac3.mkv -map 0:v -c copy
 derive no_video.mka h264_ac3.mkv -map 0:a -c copy
 derive two_audio.mkv h264_ac3.mkv -map 0:v -map 0:a -map 0:a -c:v copy -c:a:0 copy -c:a:1 aac \

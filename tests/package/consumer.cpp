@@ -13,6 +13,8 @@
 #include "stream/direct_stream.h"
 #include "stream/http_stream.h"
 #include "stream/liborvoqmx.h"
+#include "stream/smooth_stream.h"
+#include "stream/webm_stream.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "util/qmxutils.h"
@@ -56,6 +58,11 @@ int main() {
   LibOrvoQMX::DirectStream& direct = http;
   Expect(!direct.Init(""), "no record, no stream");
   Expect(direct.Close(), "closed");
+  LibOrvoQMX::WebMStream webm("id");
+  Expect(webm.Read(nullptr, 0) == 0, "a stream that has not begun is empty");
+  LibOrvoQMX::SmoothStream smooth("id");
+  Expect(smooth.GetMainfest() == orvo::SystemPath("/tmp/Mirevo/SS/id/manifest_predict"),
+         "a manifest");
   Json::Value document;
   Expect(!LibOrvoQMX::VideoMetaData::ReadMetaDataFromFFMPEG("/dev/null", document), "no film");
   return failures;

@@ -7,7 +7,10 @@
 #include "metadata/qmxmetadata.h"
 #include "policy/trans_loading.h"
 #include "stream/adapt_stream.h"
+#include "stream/http_live_stream.h"
 #include "stream/http_stream.h"
+#include "stream/smooth_stream.h"
+#include "stream/webm_stream.h"
 
 namespace {
 
@@ -25,6 +28,16 @@ static_assert(std::has_virtual_destructor_v<AdaptStream>);
 static_assert(sizeof(DirectStream) == sizeof(QMXStream), "the family bases add no data");
 static_assert(sizeof(AdaptStream) == sizeof(QMXStream));
 static_assert(std::is_base_of_v<DirectStream, HttpStream> && !std::is_abstract_v<HttpStream>);
+static_assert(std::is_base_of_v<DirectStream, WebMStream> && !std::is_abstract_v<WebMStream>);
+static_assert(std::is_base_of_v<AdaptStream, HttpLiveStream>);
+static_assert(std::is_base_of_v<AdaptStream, SmoothStream> && !std::is_abstract_v<SmoothStream>);
+static_assert(std::is_constructible_v<WebMStream, const std::string&>);
+static_assert(std::is_constructible_v<SmoothStream, const std::string&>);
+
+// Operations that take no part in the tables.
+static_assert(std::is_same_v<decltype(&WebMStream::MointerSignalHandler), void (*)(int)>);
+static_assert(std::is_same_v<decltype(&SmoothStream::MointerSignalHandler), void (*)(int)>);
+static_assert(std::is_same_v<decltype(&SmoothStream::WaitAllChild), void (*)()>);
 
 static_assert(!std::is_polymorphic_v<VideoMetaData>);
 static_assert(std::is_copy_constructible_v<VideoMetaData> &&

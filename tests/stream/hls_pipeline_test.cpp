@@ -11,12 +11,13 @@
 #include <csignal>
 #include <ctime>
 #include <memory>
+#include <optional>
 
 #include "platform/plat.h"
-#include "platform/unique_fd.h"
 #include "support/hls.h"
 #include "support/log_capture.h"
 #include "support/processes.h"
+#include "support/stand_in.h"
 #include "util/qmxutils.h"
 
 namespace {
@@ -24,39 +25,26 @@ namespace {
 using LibOrvoQMX::HttpLiveStream;
 using test::Child;
 using test::FilmRecord;
+using test::kFfmpeg;
 using test::kId;
 using test::kRemuxProfile;
+using test::kStandIn;
 using test::kTranscodeProfile;
 using test::Pipe;
 using List = std::vector<std::string>;
 
-constexpr char kFfmpeg[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 constexpr char kWrapper[] = "/var/packages/Mirevo/target/bin/orvo-gst";
-// Tells its pid, keeps its arguments and works until it is stopped.
-constexpr char kTranscoder[] =
-    "printf '%s\\n' \"$@\" > \"$ORVO_SYSROOT/argv.$$\"\n"
-    "echo $$ > \"$ORVO_SYSROOT/started\"\nexec sleep 1000\n";
 
 class HlsPipeline : public test::HlsTest {
  protected:
   void SetUp() override {
     HlsTest::SetUp();
-    WriteScript(kFfmpeg, kTranscoder);
-    ASSERT_EQ(mkfifo(Path("/started").c_str(), 0600), 0);
-    started_.Reset(open(Path("/started").c_str(), O_RDWR | O_CLOEXEC));
+    WriteScript(kFfmpeg, kStandIn);
+    standIn_.emplace(Root());
   }
 
-  // The pid of the next transcoder that starts.
-  pid_t NextStarted() const {
-    std::string line;
-    for (char character = 0; read(started_.Get(), &character, 1) == 1 && character != '\n';) {
-      line += character;
-    }
-    return static_cast<pid_t>(std::stol(line));
-  }
-  List Arguments(pid_t pid) const {
-    return LibOrvoQMX::StringExplode(Read("/argv." + std::to_string(pid)), "\n");
-  }
+  pid_t NextStarted() const { return standIn_->NextStarted(); }
+  List Arguments(pid_t pid) const { return standIn_->Arguments(pid); }
   static bool IsRunning(pid_t pid) { return PlatProcAlive(pid); }
 
   // A request in a process of its own.
@@ -75,7 +63,7 @@ class HlsPipeline : public test::HlsTest {
     });
   }
 
-  orvo::UniqueFd started_;
+  std::optional<test::StandIn> standIn_;
 };
 
 class HlsArguments : public HlsPipeline {
@@ -293,7 +281,7 @@ TEST_F(HlsPipeline, EndsWithTheMonitorAlsoAsAnotherUser) {
 TEST_F(HlsPipeline, KillsATranscoderThatWillNotEnd) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
-    WriteScript(kFfmpeg, std::string("trap '' INT\n") + kTranscoder);
+    WriteScript(kFfmpeg, std::string("trap '' INT\n") + kStandIn);
     Pipe log;
     const auto monitor = StartMonitor([&] {
       for (const std::string& line : test::TakeLogTexts()) {
@@ -357,9 +345,7 @@ TEST_F(HlsPipeline, StartsNothingWithoutAPictureOrBeyondThePlan) {
       unlink(Path(File("seek_time")).c_str());
     }
     // Nobody has announced itself.
-    ASSERT_EQ(fcntl(started_.Get(), F_SETFL, O_NONBLOCK), 0);
-    char byte = 0;
-    EXPECT_LT(read(started_.Get(), &byte, 1), 0);
+    EXPECT_FALSE(standIn_->HasStarted());
     for (const char* text : {"", "x"}) {
       EXPECT_THROW(HttpLiveStream(kId).ExecuteMointer(text), std::invalid_argument);
     }
@@ -520,7 +506,7 @@ TEST_F(HlsPipeline, OfTheWrapperEndsInASegmenter) {
 
 TEST_F(HlsPipeline, OfTheWrapperEndsWithASignalToTheMonitor) {
   Open("--vcodec h264 --acodec aac");
-  WriteScript(kWrapper, kTranscoder);
+  WriteScript(kWrapper, kStandIn);
   On("braswell", [this] {
     EXPECT_TRUE(HttpLiveStream(kId).Transcoding("3"));
     const pid_t one = NextStarted();

@@ -1,7 +1,5 @@
 #include "support/hls.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
 
@@ -10,10 +8,7 @@
 namespace test {
 
 void HlsTest::Open(const Json::Value& record) const {
-  const std::string data = "/volume1/@tmp/Mirevo/HLS/" + std::string(kId);
-  WriteJson(data + "/video_metadata", record);
-  MakeDirectory("/tmp/Mirevo/HLS");
-  ASSERT_EQ(symlink(Path(data).c_str(), Path(Directory("HLS")).c_str()), 0);
+  MakeStreamOnVolume("HLS", record);
 }
 
 std::string HlsTest::Slice(int number) {

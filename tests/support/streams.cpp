@@ -1,5 +1,7 @@
 #include "support/streams.h"
 
+#include <unistd.h>
+
 namespace test {
 
 Json::Value FilmRecord(const std::string& profileValue, const std::string& profileKey) {
@@ -22,6 +24,13 @@ Json::Value FilmRecord(const std::string& profileValue, const std::string& profi
   record["profile_key"] = profileKey;
   record["profile_value"] = profileValue;
   return record;
+}
+
+void StreamTest::MakeStreamOnVolume(const std::string& kind, const Json::Value& record) const {
+  const std::string data = "/volume1/@tmp/Mirevo/" + kind + "/" + kId;
+  WriteJson(data + "/video_metadata", record);
+  MakeDirectory("/tmp/Mirevo/" + kind);
+  ASSERT_EQ(symlink(Path(data).c_str(), Path(Directory(kind)).c_str()), 0);
 }
 
 }  // namespace test

@@ -30,6 +30,8 @@ class StreamTest : public Sysroot {
     MakeDirectory(Directory(kind, id));
     WriteJson(Directory(kind, id) + "/video_metadata", record);
   }
+  // The same on a data volume, where opening makes it, with a link in its place.
+  void MakeStreamOnVolume(const std::string& kind, const Json::Value& record) const;
   // A loaded record with this document.
   LibOrvoQMX::QMXMetaData Load(const Json::Value& document) const {
     MakeStream("HTTP", document, "loaded");

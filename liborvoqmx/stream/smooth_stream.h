@@ -1,0 +1,117 @@
+// One film as Smooth Streaming.
+//
+// Init predicts the manifest before anything has been transcoded: fragments of five seconds, and
+// from tables the size, the rates and the parameter sets that the profile's encoder will make. The
+// request for a fragment then calls Transcoding, which leaves a transcoder alone that will be there
+// soon and otherwise replaces it by one that starts at that fragment, and ReadFragment, which waits
+// for the fragment. The transcoder is watched by a process of its own, the monitor, that outlives
+// the request.
+//
+// A fragment's id is "QualityLevels(RATE)/Fragments(TYPE=START)": the type is "video" or "audio",
+// the start in units of 100 ns. Requests meet in files of the stream directory: "seek_time" (where
+// the transcoder began, in seconds), "monitor.pid", and the fragments, "smooth/" and the id.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/export.h"
+#include "stream/adapt_stream.h"
+
+namespace LibOrvoQMX {
+
+class StreamLock;
+
+class ORVO_API SmoothStream : public AdaptStream {
+ public:
+  explicit SmoothStream(const std::string& streamId);
+  ~SmoothStream() override;
+
+  // Writes the manifest. A failure leaves no stream directory. `options` and `audioFormat` are not
+  // read.
+  bool Init(const Json::Value& request, const Json::Value& options, const std::string& audioId,
+            const std::string& audioFormat) override;
+
+  // Sees to it that the transcoder, or a new one, will produce this fragment soon. Only video moves
+  // the transcoder: an audio fragment is true at once.
+  bool Transcoding(const std::string& fragment) override;
+
+  // Waits, up to 60 seconds, until the fragment is complete, and answers its path; "" when it is
+  // not. Where nothing runs that could produce it, its path too: there may be no file then.
+  std::string ReadFragment(const std::string& fragment) override;
+
+  int GetSeekTimeInMillisecond() const override;
+
+  // --- The manifest ---
+
+  std::string GetMainfest();  // its path
+
+  // The picture's size for a requested height ("240" to "1080") and the film's shape. False for any
+  // other.
+  bool GetTransResolution(const std::string& requestedHeight, std::string& width,
+                          std::string& height, std::string& size) const;
+
+  // What is known ahead of the stream's profile when the hardware encodes, or FFmpeg does. The
+  // rates are in bit/s, the codec's private data is hexadecimal.
+  bool ParseHWTransParameter(std::string& width, std::string& height, std::string& videoBitrate,
+                             std::string& audioBitrate, std::string& samplingRate,
+                             std::string& codecPrivateData) const;
+  bool ParseTransParameter(std::string& width, std::string& height, std::string& videoBitrate,
+                           std::string& audioBitrate, std::string& samplingRate,
+                           std::string& codecPrivateData) const;
+
+  bool Predict_Manifest(const Json::Value& request) const;
+
+  // --- Fragments ---
+
+  // Takes an id apart: `quality` "QualityLevels(RATE)", `type` "video=" or "audio=", `start` in
+  // digits; the latter two are "" where the id has none. False unless it has exactly two parts.
+  bool ParseFragId(const std::string& fragment, std::string& start, std::string& type,
+                   std::string& quality) const;
+
+  // Will the running transcoder not come to this fragment soon?
+  bool IsNeedToSeek(const std::string& fragment) const;
+
+  // The fragment's start in whole seconds, which also becomes the content of "seek_time".
+  long CalculateSeekTime(const std::string& fragment) const;
+
+  // Is the fragment complete, with the `lookAhead`-th behind its successor there? True also for a
+  // start that no fragment has, and when nothing runs.
+  bool VerifyFragmentIsReady(const std::string& fragment, unsigned lookAhead) const;
+
+  // --- The transcoder ---
+
+  // Starts a transcoder at this fragment, whatever there is: for a fragment that has not come and a
+  // transcoder that has ended.
+  bool Restart(const std::string& fragment);
+
+  // The transcoder's arguments; empty when this film cannot be transcoded.
+  std::vector<std::string> CalculateFFmpegArgument() const;
+
+  // What a monitor does: runs a transcoder until it ends, a signal comes or the client stays away.
+  void ExecuteMointer(const std::string& fragment);
+  static void MointerSignalHandler(int signal);
+
+  // Stops this process's transcoder: SIGINT, and SIGKILL four seconds later.
+  static void WaitAllChild();
+
+ private:
+  bool ParseParameters(bool hardware, std::string& width, std::string& height,
+                       std::string& videoBitrate, std::string& audioBitrate,
+                       std::string& samplingRate, std::string& codecPrivateData) const;
+
+  bool StartAt(const std::string& fragment, StreamLock& lock);
+  void RunTranscoder();
+  std::string OutputDirectory() const;
+
+  bool IsComplete(const std::string& fragment, unsigned lookAhead) const;
+  bool IsUnderWay() const;
+  bool AwaitFragment(const std::string& fragment) const;
+
+  std::string m_profileKey;
+  int m_seekSeconds = 0;
+};
+
+}  // namespace LibOrvoQMX

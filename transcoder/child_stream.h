@@ -1,0 +1,65 @@
+// FFmpeg as a child whose standard output this process reads.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/unique_fd.h"
+
+namespace orvo::transcoder {
+
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitSignal = 128;  // and the number of the signal that ended FFmpeg
+
+// This process stays, so that its process id is the transcoder's; SIGINT and SIGTERM go on to
+// FFmpeg, which does not outlive it in any case.
+class ChildStream {
+ public:
+  // Nothing, with the reason in the log, when FFmpeg cannot be started. From here on SIGINT and
+  // SIGTERM only arrive through Wait().
+  static std::optional<ChildStream> Start(const std::vector<std::string>& command);
+
+  struct Wake {
+    bool hasOutput = false;  // Read() is due: there is output, or it has ended
+    bool hasChange = false;  // `changes` is readable
+  };
+
+  // Waits for something to happen and passes a signal on. `changes` is one more descriptor to
+  // watch, below 0 for none. With `holdBack` output stays in the pipe, whose other end then waits;
+  // that it is closed is told all the same.
+  Wake Wait(int changes, bool holdBack);
+
+  // The same for one who has no use for output now: returns when `changes` is readable, a signal
+  // has come or FFmpeg has failed.
+  void WaitForChange(int changes);
+
+  // As read(2), but 0 also for a failure to read; -1 asks to wait again.
+  ssize_t Read(void* buffer, size_t size);
+
+  // Ends FFmpeg by this signal.
+  void Stop(int signalNumber);
+  bool IsStopped() const { return stopped_; }
+
+  // Waits for FFmpeg's end. Its exit code, or kExitSignal and the number of the signal.
+  int ExitCode();
+
+  // FFmpeg's output is wanted no more: what it still writes fails.
+  void Close() { stream_.Reset(); }
+
+ private:
+  ChildStream(pid_t child, UniqueFd stream, UniqueFd signals, UniqueFd process);
+  void PassOnSignal();
+  bool HasFailed() const;
+
+  pid_t child_;
+  UniqueFd stream_;
+  UniqueFd signals_;
+  UniqueFd process_;  // the child's pidfd
+  bool stopped_ = false;
+};
+
+}  // namespace orvo::transcoder

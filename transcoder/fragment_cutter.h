@@ -1,0 +1,130 @@
+// Cuts a picture and a sound stream into fragments that fit together with those of every other run
+// over the same film.
+//
+// Fragment n holds what is shown and heard from n to n + 1 times the length: pictures from the key
+// frame that the encoder puts there, frames of sound by their middle. Both streams are without
+// gaps, and both reach the end that was promised: a picture stands until the next one comes, and
+// missing sound is silence.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvo::transcoder {
+
+inline constexpr int64_t kFragmentTicks = 10'000'000;  // of the fragments' clock, a second
+
+// The sound of fragments: AAC frames at 48 kHz, the same in every row of the manifests.
+inline constexpr int kFragmentSoundRate = 48000;
+inline constexpr int kFragmentSoundFrame = 1024;
+
+enum class Track { kVideo, kAudio };
+
+// An encoded picture or frame of sound.
+struct Sample {
+  int64_t time = 0;  // in the film, in ticks
+  int64_t duration = 0;
+  bool isKey = false;
+  std::shared_ptr<const std::string> data;
+};
+
+struct FragmentPlan {
+  std::string folder;
+  std::string videoRate;  // bits a second, in decimal: what the folders are named by
+  std::string audioRate;
+  int firstNumber = 0;
+  int length = 5;           // seconds
+  std::optional<int> film;  // what the film's fragments shall reach up to, in seconds, once known
+};
+
+// Where fragments go: in order for each track, and sound before the pictures of the same number.
+class FragmentSink {
+ public:
+  virtual ~FragmentSink() = default;
+  virtual void Write(Track track, int number, const std::vector<Sample>& samples) = 0;
+};
+
+// A run of samples that belong to one fragment and what is known of those before.
+class PictureCutter {
+ public:
+  PictureCutter(const FragmentPlan& plan, FragmentSink& sink);
+
+  void Take(Sample sample);
+
+  // Makes the fragments that end before `time` complete: no picture will come for them.
+  void HoldUntil(int64_t time);
+  void Finish(int64_t end);
+
+  int64_t End() const;  // of the newest picture; 0 before there is one
+
+ private:
+  void Open(Sample first, int number);
+  void Close(int64_t end);
+  int64_t Boundary(int number) const { return number * length_; }
+
+  FragmentSink& sink_;
+  int64_t length_;
+  int firstNumber_;
+  int number_;
+  bool broken_ = false;  // a picture is missing: the following ones need a key frame
+  std::vector<Sample> samples_;
+};
+
+class SoundCutter {
+ public:
+  SoundCutter(const FragmentPlan& plan, FragmentSink& sink);
+
+  void Take(const Sample& sample);
+  void FillUntil(int64_t time);
+  void Finish(int64_t end);
+
+  int64_t End() const;
+
+ private:
+  void Append(std::shared_ptr<const std::string> data);
+  void Close();
+  int NumberOf(int64_t frame) const;
+
+  FragmentSink& sink_;
+  int64_t length_;
+  int number_;
+  int64_t next_ = 0;  // frames of sound up to here, counted from the film's start
+  std::vector<Sample> samples_;
+};
+
+class FragmentCutter : private FragmentSink {
+ public:
+  // `sink` outlives this. A film without sound is silent.
+  FragmentCutter(const FragmentPlan& plan, FragmentSink& sink);
+
+  void SetHasSound(bool hasSound) { hasSound_ = hasSound; }
+  void Take(Track track, const Sample& sample);
+
+  // The film is over: what was promised of it is made up for, and the last fragments are complete.
+  // Without a picture there is nothing to make.
+  void Finish();
+
+  bool HasPicture() const { return pictures_.End() > 0; }
+
+  // Whether both streams are beyond what was promised: nothing more is needed.
+  bool IsSated() const { return picturesSated_ && (soundSated_ || !hasSound_); }
+
+ private:
+  void Write(Track track, int number, const std::vector<Sample>& samples) override;
+
+  FragmentSink& sink_;
+  std::optional<int64_t> promised_;
+  bool hasSound_ = true;
+  bool picturesSated_ = false;
+  bool soundSated_ = false;
+  int soundDone_;  // fragments of sound up to here are complete
+  std::deque<std::pair<int, std::vector<Sample>>> waiting_;  // pictures whose sound is not
+  PictureCutter pictures_;
+  SoundCutter sound_;
+};
+
+}  // namespace orvo::transcoder

@@ -1,0 +1,319 @@
+#include "transcoder/fragment_format.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <utility>
+
+#include "liborvoqmx/util/lazy_library.h"
+#include "platform/log.h"
+#include "platform/run_as.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/mathematics.h>
+#include <libavutil/mem.h>
+}
+
+namespace orvo::transcoder {
+
+#define ORVO_FORMAT_FUNCTIONS(X)    \
+  X(av_find_input_format)           \
+  X(av_read_frame)                  \
+  X(av_write_frame)                 \
+  X(avformat_alloc_context)         \
+  X(avformat_alloc_output_context2) \
+  X(avformat_close_input)           \
+  X(avformat_free_context)          \
+  X(avformat_new_stream)            \
+  X(avformat_open_input)            \
+  X(avformat_write_header)          \
+  X(avio_alloc_context)             \
+  X(avio_close_dyn_buf)             \
+  X(avio_context_free)              \
+  X(avio_flush)                     \
+  X(avio_open_dyn_buf)              \
+  X(avio_seek)
+#define ORVO_CODEC_FUNCTIONS(X) \
+  X(av_packet_alloc)            \
+  X(av_packet_free)             \
+  X(av_packet_unref)            \
+  X(avcodec_parameters_copy)
+#define ORVO_UTIL_FUNCTIONS(X) \
+  X(av_dict_free)              \
+  X(av_dict_set)               \
+  X(av_free)                   \
+  X(av_log_set_level)          \
+  X(av_malloc)                 \
+  X(av_rescale_q)
+
+struct FormatLibraries {
+#define ORVO_DECLARE(name) decltype(&::name) name = nullptr;  // NOLINT(bugprone-macro-parentheses)
+  ORVO_FORMAT_FUNCTIONS(ORVO_DECLARE)
+  ORVO_CODEC_FUNCTIONS(ORVO_DECLARE)
+  ORVO_UTIL_FUNCTIONS(ORVO_DECLARE)
+#undef ORVO_DECLARE
+};
+
+namespace {
+
+// The release that this was compiled against: structures are read directly, so no other will do.
+constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VERSION_MAJOR);
+constexpr char kCodecLibrary[] = "libavcodec.so." AV_STRINGIFY(LIBAVCODEC_VERSION_MAJOR);
+constexpr char kUtilLibrary[] = "libavutil.so." AV_STRINGIFY(LIBAVUTIL_VERSION_MAJOR);
+
+constexpr AVRational kFragmentClock = {1, kFragmentTicks};
+constexpr int kBuffer = 65536;
+
+// A box of its own for each fragment, with its own clock; the file around it is thrown away.
+constexpr std::array<std::pair<const char*, const char*>, 3> kBoxOptions = {{
+    {"movflags", "empty_moov+default_base_moof+frag_custom+frag_discont+skip_trailer"},
+    {"use_editlist", "0"},
+    {"video_track_timescale", "10000000"},
+}};
+
+bool Load(FormatLibraries& libraries) {
+  const LazyLibrary format(kFormatLibrary);
+  const LazyLibrary codec(kCodecLibrary);
+  const LazyLibrary util(kUtilLibrary);
+  bool found = true;
+#define ORVO_FIND_IN(library, name) found = (library).Find(#name, libraries.name) && found;
+#define ORVO_FIND_FORMAT(name) ORVO_FIND_IN(format, name)
+#define ORVO_FIND_CODEC(name) ORVO_FIND_IN(codec, name)
+#define ORVO_FIND_UTIL(name) ORVO_FIND_IN(util, name)
+  ORVO_FORMAT_FUNCTIONS(ORVO_FIND_FORMAT)
+  ORVO_CODEC_FUNCTIONS(ORVO_FIND_CODEC)
+  ORVO_UTIL_FUNCTIONS(ORVO_FIND_UTIL)
+  return found;
+}
+
+const FormatLibraries* Libraries() {
+  static FormatLibraries libraries;
+  static const bool loaded = [] {
+    bool success = false;
+    // One of the libraries that they bring changes the process's ids for a moment as it is loaded,
+    // which with root's effective id borrowed is for good.
+    IF_RUN_AS(getuid(), getgid()) {
+      success = Load(libraries);
+    }
+    return success;
+  }();
+  if (!loaded) {
+    const char* reason = dlerror();
+    ORVO_LOG("cannot load libavformat: %s", reason != nullptr ? reason : "incomplete");
+    return nullptr;
+  }
+  libraries.av_log_set_level(AV_LOG_ERROR);
+  return &libraries;
+}
+
+// --- Boxes ---
+
+// One track of an MP4 file in memory.
+class Boxes {
+ public:
+  // `picture` for a track of pictures, null for one of sound.
+  Boxes(const FormatLibraries& libraries, const AVCodecParameters* picture, int number)
+      : libraries_(libraries), packet_(libraries.av_packet_alloc()) {
+    libraries_.avformat_alloc_output_context2(&context_, nullptr, "mp4", nullptr);
+    if (context_ != nullptr && libraries_.avio_open_dyn_buf(&context_->pb) == 0) {
+      isReady_ = packet_ != nullptr && AddTrack(picture) && WriteHeader(number);
+    }
+  }
+  ~Boxes() {
+    (void)TakeBytes();
+    libraries_.av_packet_free(&packet_);
+    libraries_.avformat_free_context(context_);
+  }
+  Boxes(const Boxes&) = delete;
+  Boxes& operator=(const Boxes&) = delete;
+
+  // Empty when something went wrong.
+  std::string Fragment(const std::vector<Sample>& samples) {
+    if (!isReady_) {
+      return "";
+    }
+    const auto header = static_cast<size_t>(libraries_.avio_seek(context_->pb, 0, SEEK_CUR));
+    bool isWritten = true;
+    for (const Sample& sample : samples) {
+      isWritten = Write(sample) && isWritten;
+    }
+    isWritten = libraries_.av_write_frame(context_, nullptr) >= 0 && isWritten;
+    const std::string bytes = TakeBytes();
+    return isWritten && bytes.size() > header ? bytes.substr(header) : "";
+  }
+
+ private:
+  bool AddTrack(const AVCodecParameters* picture) {
+    AVStream* stream = libraries_.avformat_new_stream(context_, nullptr);
+    if (stream == nullptr) {
+      return false;
+    }
+    stream->time_base = kFragmentClock;
+    if (picture == nullptr) {
+      DescribeSound(*stream->codecpar);
+      return true;
+    }
+    const bool copied = libraries_.avcodec_parameters_copy(stream->codecpar, picture) >= 0;
+    stream->codecpar->codec_tag = 0;
+    return copied;
+  }
+
+  // Clients count both tracks in the same ticks. The sound's clock follows its sample rate, which
+  // otherwise only the header states.
+  static void DescribeSound(AVCodecParameters& parameters) {
+    parameters.codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters.codec_id = AV_CODEC_ID_AAC;
+    parameters.sample_rate = kFragmentTicks;
+    parameters.frame_size = kFragmentSoundFrame;
+    parameters.ch_layout = AV_CHANNEL_LAYOUT_STEREO;
+  }
+
+  bool WriteHeader(int number) {
+    AVDictionary* options = nullptr;
+    for (const auto& [name, value] : kBoxOptions) {
+      libraries_.av_dict_set(&options, name, value, 0);
+    }
+    libraries_.av_dict_set(&options, "fragment_index", std::to_string(number + 1).c_str(), 0);
+    context_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+    const int result = libraries_.avformat_write_header(context_, &options);
+    libraries_.av_dict_free(&options);
+    libraries_.avio_flush(context_->pb);
+    return result >= 0;
+  }
+
+  bool Write(const Sample& sample) {
+    packet_->data =
+        reinterpret_cast<uint8_t*>(const_cast<char*>(sample.data->data()));  // it is only read
+    packet_->size = static_cast<int>(sample.data->size());
+    packet_->pts = packet_->dts = sample.time;
+    packet_->duration = sample.duration;
+    packet_->flags = sample.isKey ? AV_PKT_FLAG_KEY : 0;
+    return libraries_.av_write_frame(context_, packet_) >= 0;
+  }
+
+  std::string TakeBytes() {
+    uint8_t* bytes = nullptr;
+    std::string result;
+    if (context_ != nullptr && context_->pb != nullptr) {
+      const int size = libraries_.avio_close_dyn_buf(context_->pb, &bytes);
+      context_->pb = nullptr;
+      result.assign(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+      libraries_.av_free(bytes);
+    }
+    return result;
+  }
+
+  const FormatLibraries& libraries_;
+  AVFormatContext* context_ = nullptr;
+  AVPacket* packet_;
+  bool isReady_ = false;
+};
+
+}  // namespace
+
+// --- The stream ---
+
+class FormatReader {
+ public:
+  FormatReader(const FormatLibraries& libraries, FragmentFormat::Source& source)
+      : libraries_(libraries), source_(source), packet_(libraries.av_packet_alloc()) {
+    auto* buffer = static_cast<unsigned char*>(libraries_.av_malloc(kBuffer));
+    io_ = libraries_.avio_alloc_context(buffer, kBuffer, 0, this, ReadMore, nullptr, nullptr);
+  }
+  ~FormatReader() {
+    libraries_.av_packet_free(&packet_);
+    libraries_.avformat_close_input(&context_);
+    if (io_ != nullptr) {
+      libraries_.av_free(io_->buffer);
+      libraries_.avio_context_free(&io_);
+    }
+  }
+  FormatReader(const FormatReader&) = delete;
+  FormatReader& operator=(const FormatReader&) = delete;
+
+  bool Open() {
+    context_ = libraries_.avformat_alloc_context();
+    if (context_ == nullptr || io_ == nullptr || packet_ == nullptr) {
+      return false;
+    }
+    context_->pb = io_;
+    context_->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+    return libraries_.avformat_open_input(&context_, nullptr,
+                                          libraries_.av_find_input_format("nut"), nullptr) == 0;
+  }
+
+  const AVStream* StreamOf(Track track) const {
+    const auto type = track == Track::kVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
+    for (unsigned i = 0; i < context_->nb_streams; ++i) {
+      if (context_->streams[i]->codecpar->codec_type == type) {
+        return context_->streams[i];
+      }
+    }
+    return nullptr;
+  }
+
+  std::optional<FragmentFormat::Frame> Next() {
+    std::optional<FragmentFormat::Frame> frame;
+    while (!frame && libraries_.av_read_frame(context_, packet_) >= 0) {
+      for (const Track track : {Track::kVideo, Track::kAudio}) {
+        const AVStream* stream = StreamOf(track);
+        if (stream != nullptr && stream->index == packet_->stream_index) {
+          frame = {track, ToSample(*stream)};
+        }
+      }
+      libraries_.av_packet_unref(packet_);
+    }
+    return frame;
+  }
+
+ private:
+  static int ReadMore(void* reader, uint8_t* buffer, int size) {
+    const int count = static_cast<FormatReader*>(reader)->source_(buffer, size);
+    return count == 0 ? AVERROR_EOF : count < 0 ? AVERROR_EXIT : count;
+  }
+
+  Sample ToSample(const AVStream& stream) const {
+    const int64_t time = libraries_.av_rescale_q(packet_->pts, stream.time_base, kFragmentClock);
+    return {time - kStreamDelay * kFragmentTicks, 0, (packet_->flags & AV_PKT_FLAG_KEY) != 0,
+            std::make_shared<const std::string>(reinterpret_cast<const char*>(packet_->data),
+                                                static_cast<size_t>(packet_->size))};
+  }
+
+  const FormatLibraries& libraries_;
+  FragmentFormat::Source& source_;
+  AVFormatContext* context_ = nullptr;
+  AVIOContext* io_ = nullptr;
+  AVPacket* packet_;
+};
+
+FragmentFormat::FragmentFormat(Source source) : source_(std::move(source)) {}
+FragmentFormat::~FragmentFormat() = default;
+
+bool FragmentFormat::Open() {
+  libraries_ = Libraries();
+  if (libraries_ == nullptr) {
+    return false;
+  }
+  reader_ = std::make_unique<FormatReader>(*libraries_, source_);
+  return reader_->Open() && reader_->StreamOf(Track::kVideo) != nullptr;
+}
+
+bool FragmentFormat::HasSound() const {
+  return reader_->StreamOf(Track::kAudio) != nullptr;
+}
+
+std::optional<FragmentFormat::Frame> FragmentFormat::Next() {
+  return reader_->Next();
+}
+
+std::string FragmentFormat::Box(Track track, int number, const std::vector<Sample>& samples) const {
+  const AVCodecParameters* picture =
+      track == Track::kVideo ? reader_->StreamOf(track)->codecpar : nullptr;
+  return Boxes(*libraries_, picture, number).Fragment(samples);
+}
+
+}  // namespace orvo::transcoder
