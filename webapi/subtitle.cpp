@@ -143,7 +143,7 @@ Answer GetSubtitle(const Request& request) {
     return Answer::Failure(kBadRequest,
                            "The times must be whole seconds, the end not before the start.");
   }
-  if (request.Text("subtitle_id").empty()) {
+  if (!request.Has("subtitle_id")) {
     return Answer::Failure(kBadRequest, "The parameter subtitle_id is missing.");
   }
   const std::string codepage = request.Text("subtitle_codepage");
