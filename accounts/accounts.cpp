@@ -12,6 +12,7 @@
 #include <functional>
 #include <string_view>
 
+#include "accounts/ownership.h"
 #include "accounts/secrets.h"
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -90,9 +91,11 @@ Outcome Change(const std::function<Outcome(Json::Value& content)>& change) {
   if (outcome != Outcome::kDone) {
     return outcome;
   }
-  return orvo::ReplaceFile(path, LibMirevo::FormatJson(*content), S_IRUSR | S_IWUSR)
-             ? Outcome::kDone
-             : Outcome::kFailed;
+  if (!orvo::ReplaceFile(path, LibMirevo::FormatJson(*content), S_IRUSR | S_IWUSR)) {
+    return Outcome::kFailed;
+  }
+  LeaveToFolderOwner(path);
+  return Outcome::kDone;
 }
 
 // The same for one account that must exist.

@@ -36,6 +36,8 @@ class Sodium {
   }
 
   bool IsLoaded() const { return loaded_; }
+  // Passwords need more than its functions, and a digest shall not wait for that.
+  bool IsReady() const { return loaded_ && init_() >= 0; }
 
   decltype(&crypto_hash_sha256) sha256 = nullptr;
   decltype(&crypto_pwhash_str) hash = nullptr;
@@ -43,16 +45,16 @@ class Sodium {
 
  private:
   Sodium() : library_(kSoname) {
-    decltype(&sodium_init) init = nullptr;
-    loaded_ = library_.Find("sodium_init", init) && library_.Find("crypto_hash_sha256", sha256) &&
+    loaded_ = library_.Find("sodium_init", init_) && library_.Find("crypto_hash_sha256", sha256) &&
               library_.Find("crypto_pwhash_str", hash) &&
-              library_.Find("crypto_pwhash_str_verify", verify) && init() >= 0;
+              library_.Find("crypto_pwhash_str_verify", verify);
     if (!loaded_) {
       ORVO_LOG("Failed to load %s", kSoname);
     }
   }
 
   orvo::LazyLibrary library_;
+  decltype(&sodium_init) init_ = nullptr;
   bool loaded_ = false;
 };
 
@@ -121,9 +123,9 @@ bool SameSecret(const std::string& one, const std::string& other) {
 std::string HashPassword(const std::string& password) {
   const Sodium& sodium = Sodium::Get();
   std::array<char, crypto_pwhash_STRBYTES> hash{};
-  const bool done = sodium.IsLoaded() && sodium.hash(hash.data(), password.data(), password.size(),
-                                                     crypto_pwhash_OPSLIMIT_INTERACTIVE,
-                                                     crypto_pwhash_MEMLIMIT_INTERACTIVE) == 0;
+  const bool done = sodium.IsReady() && sodium.hash(hash.data(), password.data(), password.size(),
+                                                    crypto_pwhash_OPSLIMIT_INTERACTIVE,
+                                                    crypto_pwhash_MEMLIMIT_INTERACTIVE) == 0;
   return done ? hash.data() : "";
 }
 
@@ -133,7 +135,7 @@ bool MatchesPassword(const std::string& hash, const std::string& password) {
   std::array<char, crypto_pwhash_STRBYTES> known{};
   const std::string text = hash.empty() || hash.size() >= known.size() ? kNobody : hash;
   std::copy(text.begin(), text.end(), known.begin());
-  return sodium.IsLoaded() && sodium.verify(known.data(), password.data(), password.size()) == 0 &&
+  return sodium.IsReady() && sodium.verify(known.data(), password.data(), password.size()) == 0 &&
          text == hash;
 }
 

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "accounts/ownership.h"
 #include "accounts/secrets.h"
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -72,6 +73,10 @@ void Sweep(const Account& account, int64_t now) {
   std::vector<std::pair<int64_t, std::string>> own;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(Folder(), failure)) {
+    // Another login is about to give it its name.
+    if (entry.path().has_extension()) {
+      continue;
+    }
     const auto session = Load(entry.path());
     if (!session || session->IsOver(now) || !AccountOf(*session)) {
       unlink(entry.path().c_str());
@@ -93,6 +98,7 @@ std::string BeginSession(const Account& account, int64_t now) {
   if (path.empty() || PlatFSMkdirP(Folder(), 0, 1, geteuid(), getegid(), S_IRWXU) != 0) {
     return "";
   }
+  LeaveToFolderOwner(Folder());
   Sweep(account, now);
   Json::Value content(Json::objectValue);
   content["account"] = account.name;
@@ -101,6 +107,7 @@ std::string BeginSession(const Account& account, int64_t now) {
   if (!orvo::ReplaceFile(path, LibMirevo::FormatJson(content), S_IRUSR | S_IWUSR)) {
     return "";
   }
+  LeaveToFolderOwner(path);
   MarkUse(path, now);
   return id;
 }

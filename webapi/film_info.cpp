@@ -2,8 +2,8 @@
 
 #include "metadata/video_metadata.h"
 #include "util/subtitle.h"
+#include "webapi/explain.h"
 #include "webapi/media_library.h"
-#include "webapi/profiles.h"
 
 namespace webapi {
 namespace {
@@ -44,30 +44,11 @@ Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
   return found;
 }
 
-Json::Value JudgeProfiles(const VideoMetaData& film) {
-  const auto chosen = ChooseProfile("http", film);
-  Json::Value list(Json::arrayValue);
-  for (const Profile& profile : ProfilesOf("http")) {
-    const Verdict verdict = Judge(profile, film);
-    Json::Value& entry = list.append(Json::Value(Json::objectValue));
-    entry["key"] = profile.key;
-    entry["format"] = "http";
-    entry["content_type"] = ContentTypeOf(profile);
-    entry["method"] = verdict.method;
-    entry["why"] = verdict.why;
-    entry["default"] = chosen && chosen->key == profile.key;
-    if (!verdict.refusal.empty()) {
-      entry["reason"] = verdict.refusal;
-    }
-  }
-  return list;
-}
-
 }  // namespace
 
-Answer DescribeFilm(const std::string& path) {
+Answer DescribeFilm(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto resolved = ResolveFilm(path, refusal);
+  const auto resolved = ResolveFilm(request.Text("path"), refusal);
   if (!resolved) {
     return refusal;
   }
@@ -78,7 +59,9 @@ Answer DescribeFilm(const std::string& path) {
   Json::Value data(Json::objectValue);
   data["metadata"] = film.GetDocument();
   data["subtitles"] = FindSubtitles(*resolved, film);
-  data["profiles"] = JudgeProfiles(film);
+  const std::string device = request.Text("device");
+  data["profiles"] = ExplainProfiles(film, device);
+  data["direct"] = ExplainDirect(film, request.Header("USER_AGENT"), device);
   return Answer::Success(data);
 }
 

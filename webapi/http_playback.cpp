@@ -10,7 +10,6 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "stream/http_stream.h"
 #include "util/qmxutils.h"
@@ -25,14 +24,7 @@ using LibOrvoQMX::HttpStream;
 using LibOrvoQMX::QMXMetaData;
 
 constexpr char kKind[] = "HTTP";
-constexpr char kBinFolder[] = "/var/packages/Mirevo/target/bin/";
 constexpr int kPatienceMilliseconds = 1000;
-
-std::string TranscoderOf(const Profile& profile) {
-  const LibOrvoQMX::ProfileTraits traits = LibOrvoQMX::ProfileTraits::Of(profile.value);
-  const char* const name = traits.gstreamer ? "orvo-gst" : traits.vaapi ? "ffmpeg_vaapi" : "ffmpeg";
-  return orvo::SystemPath(kBinFolder + std::string(name));
-}
 
 // Ends the transcoder of the request before; the stream's directory stays.
 void StopTranscoder(const std::string& streamId) {
@@ -127,7 +119,7 @@ Answer PlayHttp(const Request& request, const std::string& streamId) {
     return Answer::Sent();
   }
   return PlayBytes(
-      {stream, TranscoderOf(profile), part->second, headers, StopTranscoder, CloseHttp});
+      {stream, stream.GetTranscoder(), part->second, headers, StopTranscoder, CloseHttp});
 }
 
 void CloseHttp(const std::string& streamId) {

@@ -36,8 +36,7 @@ struct Call {
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list",
          [](const Request& request) { return webapi::ListFolder(request.Text("path")); }},
-    Call{"ORVO.Mirevo2.Library", "info",
-         [](const Request& request) { return webapi::DescribeFilm(request.Text("path")); }},
+    Call{"ORVO.Mirevo2.Library", "info", webapi::DescribeFilm},
     Call{"ORVO.Mirevo2.Library", "search", webapi::SearchFilms},
     Call{"ORVO.Mirevo2.Library", "card", webapi::DescribeCard},
     Call{"ORVO.Mirevo2.Library", "poster", webapi::SendPoster},

@@ -12,6 +12,9 @@
 
 namespace webapi {
 
+// Does a file of this name pass for a film? By its ending; a hidden file does not.
+bool IsFilmName(const std::string& name);
+
 // The configured media roots: files and folders, absolute, links resolved. From the JSON array of
 // paths
 // "/var/packages/Mirevo/etc/media_roots"; entries that do not exist are left out.
@@ -37,9 +40,6 @@ bool LiesIn(const std::vector<std::string>& roots, const std::string& path);
 
 // Where a path leads, without links; "" when there is no such thing.
 std::string RealPath(const std::string& path);
-
-// Does a file of this name look like a film?
-bool IsFilmName(const std::string& name);
 
 // One entry of a listing. "path" is for people where a name is not UTF-8; "encoded_path" is the
 // exact bytes, ready to stand in a query.

@@ -141,6 +141,10 @@ std::optional<double> Request::Seconds(const std::string& name, double max) cons
   return isTime && seconds <= max ? std::optional(seconds) : std::nullopt;
 }
 
+std::string Request::StreamId() const {
+  return Text(Has("stream_id") ? "stream_id" : "id");
+}
+
 std::string Request::Header(const std::string& name) const {
   return Environment(("HTTP_" + name).c_str());
 }

@@ -30,6 +30,10 @@ class Request {
   // A non-negative time in seconds of at most `max`, whole or with a fraction. Likewise.
   std::optional<double> Seconds(const std::string& name, double max) const;
 
+  // The stream that it names, in the newer or the older spelling ("stream_id", "id"). One place, so
+  // that whoever looks whether it may be used looks at the one that is.
+  std::string StreamId() const;
+
   // A header of the request by its CGI name ("USER_AGENT"); "" when absent.
   std::string Header(const std::string& name) const;
   std::string Method() const;     // "GET", "POST", "HEAD", ...

@@ -256,7 +256,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
 }  // namespace
 
 std::string StreamIdOf(const Request& request, Answer& refusal) {
-  const std::string id = request.Text(request.Has("stream_id") ? "stream_id" : "id");
+  const std::string id = request.StreamId();
   if (IsStreamId(id)) {
     return id;
   }

@@ -55,6 +55,17 @@ bool QMXMetaData::ReadTransProfile(const std::string& profilePath, const std::st
   return true;
 }
 
+QMXMetaData QMXMetaData::Plan(const VideoMetaData& film, const std::string& profileKey,
+                              const std::string& profileValue, const std::string& device) {
+  QMXMetaData record("", "");
+  record.m_document = film.GetDocument();
+  record.m_document["profile_key"] = profileKey;
+  record.m_document["profile_value"] = profileValue;
+  record.m_document["device"] = device;
+  record.m_loaded = true;
+  return record;
+}
+
 bool QMXMetaData::LoadMetaData() {
   if (m_streamId.empty() || m_streamKind.empty()) {
     return false;

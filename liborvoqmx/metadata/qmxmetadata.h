@@ -45,6 +45,10 @@ class ORVO_API QMXMetaData : public VideoMetaData {
   static bool ReadTransProfile(const std::string& profilePath, const std::string& profileKey,
                                Json::Value& document);
 
+  // The record that a stream of `film` under one profile would have, before there is any stream.
+  static QMXMetaData Plan(const VideoMetaData& film, const std::string& profileKey,
+                          const std::string& profileValue, const std::string& device);
+
   // Reads the record back. False when it is missing or damaged.
   bool LoadMetaData();
 

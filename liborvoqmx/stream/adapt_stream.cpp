@@ -39,6 +39,9 @@ std::string TextOf(const Json::Value& request, const char* name) {
 AdaptStream::AdaptStream(const std::string& streamId, const std::string& streamKind)
     : QMXStream(streamId, streamKind) {}
 
+AdaptStream::AdaptStream(const QMXMetaData& plan, const std::string& streamKind)
+    : QMXStream(plan, streamKind) {}
+
 AdaptStream::~AdaptStream() = default;
 
 bool AdaptStream::Close() {

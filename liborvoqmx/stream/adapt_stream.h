@@ -13,6 +13,7 @@ namespace LibOrvoQMX {
 class ORVO_API AdaptStream : public QMXStream {
  public:
   AdaptStream(const std::string& streamId, const std::string& streamKind);
+  AdaptStream(const QMXMetaData& plan, const std::string& streamKind);
   virtual ~AdaptStream();
 
   virtual bool Init(const Json::Value& request, const Json::Value& options,

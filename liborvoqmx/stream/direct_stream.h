@@ -11,6 +11,7 @@ namespace LibOrvoQMX {
 class ORVO_API DirectStream : public QMXStream {
  public:
   DirectStream(const std::string& streamId, const std::string& streamKind);
+  DirectStream(const QMXMetaData& plan, const std::string& streamKind);
   virtual ~DirectStream();
 
   // Prepares the stream for an audio track ("" for the first).

@@ -33,6 +33,7 @@ namespace {
 using LibMirevo::TransLoading;
 
 constexpr char kSegmentPattern[] = "slice-%05d.ts";
+constexpr char kWrapperOutput[] = "fd:1";  // one end of a pipe, whichever its number
 constexpr int kWrapperSegmentSeconds = 5;  // the wrapper never copies video
 constexpr int kGraceMilliseconds = 1000;
 
@@ -115,9 +116,32 @@ void HttpLiveStream::ExecuteMointer(const std::string& fragment) {
   WaitAllChild();
 }
 
-void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
-  m_seekTime = CalculateSeekTime(number);
+// Settles where the segment begins. Empty where that is nowhere.
+std::vector<std::string> HttpLiveStream::PrepareArguments(const std::string& fragment) {
+  m_seekTime = CalculateSeekTime(std::stoi(fragment));
   if (m_seekTime < 0) {
+    return {};
+  }
+  std::vector<std::string> arguments =
+      m_isGstreamer ? CalculateGstreamerArgument() : CalculateFFmpegArgument(fragment);
+  ForceTranscodeBitrate(arguments);
+  return arguments;
+}
+
+std::vector<std::string> HttpLiveStream::CommandLine(const std::string& fragment,
+                                                     const std::string& folder) {
+  const std::vector<std::string> arguments = PrepareArguments(fragment);
+  if (arguments.empty()) {
+    return {};
+  }
+  return m_isGstreamer ? GstreamerCommand(kWrapperOutput, arguments, GetTranscoder(), false)
+                       : TranscodingCommand(false, arguments, folder + "/" + kSegmentPattern,
+                                            GetTranscoder());
+}
+
+void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
+  const std::vector<std::string> arguments = PrepareArguments(fragment);
+  if (arguments.empty()) {
     return;
   }
   int ends[2] = {-1, -1};
@@ -127,10 +151,7 @@ void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
   }
   orvo::UniqueFd readEnd(ends[0]);
   orvo::UniqueFd writeEnd(ends[1]);
-  std::vector<std::string> arguments =
-      m_isGstreamer ? CalculateGstreamerArgument() : CalculateFFmpegArgument(fragment);
-  ForceTranscodeBitrate(arguments);
-  if (arguments.empty() || gHLSSignal != 0) {
+  if (gHLSSignal != 0) {
     return;
   }
 
@@ -142,10 +163,9 @@ void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
     if (m_isGstreamer) {
       readEnd.Reset();
       ExecuteGstreamerTranscoding("fd:" + std::to_string(writeEnd.Get()), arguments,
-                                  orvo::SystemPath(kGstreamerWrapper), false);
+                                  GetTranscoder(), false);
     } else {
-      ExecuteTranscoding(false, arguments, GetQMXFileFullPath(kSegmentPattern),
-                         orvo::SystemPath(m_isVaapi ? kVaapiTranscoder : kTranscoder));
+      ExecuteTranscoding(false, arguments, GetQMXFileFullPath(kSegmentPattern), GetTranscoder());
     }
     _exit(1);
   }

@@ -25,6 +25,8 @@ bool IsAppleTv10(const char* userAgent) {
 
 HttpLiveStream::HttpLiveStream(const std::string& streamId) : AdaptStream(streamId, kKind) {}
 
+HttpLiveStream::HttpLiveStream(const QMXMetaData& plan) : AdaptStream(plan, kKind) {}
+
 HttpLiveStream::~HttpLiveStream() = default;
 
 bool HttpLiveStream::Init(const Json::Value& request, const Json::Value& options,

@@ -29,6 +29,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   using SubtitleList = std::vector<std::pair<std::string, std::string>>;
 
   explicit HttpLiveStream(const std::string& streamId);
+  // A stream that has not been opened.
+  explicit HttpLiveStream(const QMXMetaData& plan);
   ~HttpLiveStream() override;
 
   // Writes the playlists; with a "subtitle_id" among the options, also those of the subtitles. Once
@@ -83,6 +85,10 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   std::vector<std::string> CalculateFFmpegArgument(const std::string& fragment);
   std::vector<std::string> CalculateGstreamerArgument() const;
 
+  // The whole command line of the transcoder that starts at that segment and writes into `folder`;
+  // empty where there are no arguments or the film ends before.
+  std::vector<std::string> CommandLine(const std::string& fragment, const std::string& folder);
+
   // Becomes the segmenter that cuts what comes from `readEnd`. Returns only on failure.
   void ExecuteSegmenter(int readEnd, int fragment);
 
@@ -120,6 +126,7 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool GenSubtitlePlaylists(const Json::Value& request, const Json::Value& options);
   bool MarkAppleTv() const;
   std::string PlaylistName(ManifestType type) const;
+  std::vector<std::string> PrepareArguments(const std::string& fragment);
   std::vector<std::string> AdjustAudio(const std::vector<std::string>& arguments);
 
   bool IsResumeOnAppleTv(const std::string& fragment) const;

@@ -45,6 +45,9 @@ bool ParseRate(const std::string& part, const char* prefix, int& rate) {
 HttpStream::HttpStream(const std::string& streamId)
     : DirectStream(streamId, kKind), m_isWmv2(m_profileValue.find("wmv2") != std::string::npos) {}
 
+HttpStream::HttpStream(const QMXMetaData& plan)
+    : DirectStream(plan, kKind), m_isWmv2(m_profileValue.find("wmv2") != std::string::npos) {}
+
 HttpStream::~HttpStream() = default;
 
 bool HttpStream::Init(const std::string& audioId) {
@@ -130,16 +133,15 @@ void HttpStream::ExecuteTranscoder(int writeEnd, const std::string& executable) 
   if (!SaveFile(GetQMXFileFullPath("monitor.pid"), std::to_string(getpid()))) {
     return;
   }
-  const std::vector<std::string> arguments =
-      m_isGstreamer ? CalculateGstreamerArgument() : CalculateFFmpegArgument();
+  const std::vector<std::string> arguments = CalculateArgument();
   if (arguments.empty()) {
     return;
   }
   fcntl(writeEnd, F_SETFD, 0);  // the transcoder's
   if (m_isGstreamer) {
-    ExecuteGstreamerTranscoding("fd:" + std::to_string(writeEnd), arguments, executable, true);
+    ExecuteGstreamerTranscoding(OutputOf(writeEnd), arguments, executable, true);
   } else {
-    ExecuteTranscoding(!m_isWmv2, arguments, "pipe:" + std::to_string(writeEnd), executable);
+    ExecuteTranscoding(!m_isWmv2, arguments, OutputOf(writeEnd), executable);
   }
   _exit(1);
 }
@@ -241,6 +243,24 @@ int HttpStream::ConvertByteRangeToTimeRange(int64_t offset) {
     return -1;
   }
   return static_cast<int>(offset * 8 / rate);
+}
+
+std::vector<std::string> HttpStream::CommandLine(const std::string& executable,
+                                                 int descriptor) const {
+  const std::vector<std::string> arguments = CalculateArgument();
+  if (arguments.empty()) {
+    return {};
+  }
+  return m_isGstreamer ? GstreamerCommand(OutputOf(descriptor), arguments, executable, true)
+                       : TranscodingCommand(!m_isWmv2, arguments, OutputOf(descriptor), executable);
+}
+
+std::string HttpStream::OutputOf(int descriptor) const {
+  return (m_isGstreamer ? "fd:" : "pipe:") + std::to_string(descriptor);
+}
+
+std::vector<std::string> HttpStream::CalculateArgument() const {
+  return m_isGstreamer ? CalculateGstreamerArgument() : CalculateFFmpegArgument();
 }
 
 std::vector<std::string> HttpStream::CalculateFFmpegArgument() const {

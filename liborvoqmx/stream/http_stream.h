@@ -14,6 +14,8 @@ namespace LibOrvoQMX {
 class ORVO_API HttpStream : public DirectStream {
  public:
   explicit HttpStream(const std::string& streamId);
+  // A stream that has not been opened.
+  explicit HttpStream(const QMXMetaData& plan);
   ~HttpStream() override;
 
   // Waits up to 60 seconds for room for one more transcoder ("TransEnable" after that) and keeps
@@ -51,11 +53,17 @@ class ORVO_API HttpStream : public DirectStream {
   std::vector<std::string> CalculateFFmpegArgument() const;
   std::vector<std::string> CalculateGstreamerArgument() const;
 
+  // The whole command line of a transcoder that writes into `descriptor`; empty where there are no
+  // arguments.
+  std::vector<std::string> CommandLine(const std::string& executable, int descriptor) const;
+
  private:
   bool IsAdmitted();                             // waits for room
   bool SaveAudioId(const std::string& audioId);  // true also for no wish
   bool FailInit();                               // leaves no directory; false
   void RemoveDirectory() const;
+  std::vector<std::string> CalculateArgument() const;
+  std::string OutputOf(int descriptor) const;
   void ExecuteTranscoder(int writeEnd, const std::string& executable);
 
   bool m_isWmv2 = false;

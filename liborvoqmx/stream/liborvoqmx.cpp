@@ -80,6 +80,15 @@ QMXStream::QMXStream(const std::string& streamId, const std::string& streamKind)
     return;
   }
   m_metaData.LoadMetaData();
+  ReadProfile();
+}
+
+QMXStream::QMXStream(const QMXMetaData& plan, const std::string& streamKind)
+    : m_streamKind(streamKind), m_metaData(plan) {
+  ReadProfile();
+}
+
+void QMXStream::ReadProfile() {
   m_profileValue = m_metaData.GetProfileValue();
   if (m_profileValue.empty()) {
     return;
@@ -159,6 +168,12 @@ bool QMXStream::GetVolTmpAndSymlink(uint64_t space, const std::string& streamId,
 bool QMXStream::IsRemux(const std::string& profilePath, const std::string& profileKey) {
   std::string value;
   return ReadProfileValue(profilePath, profileKey, value) && ProfileTraits::Of(value).remux;
+}
+
+std::string QMXStream::GetTranscoder() const {
+  return orvo::SystemPath(m_isGstreamer ? kGstreamerWrapper
+                          : m_isVaapi   ? kVaapiTranscoder
+                                        : kTranscoder);
 }
 
 unsigned QMXStream::GetMetaVideoRotate() const {

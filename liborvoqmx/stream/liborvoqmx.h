@@ -28,6 +28,10 @@ class ORVO_API QMXStream {
   // Rebuilds a stream: loads its record and derives the flags below from its profile.
   QMXStream(const std::string& streamId, const std::string& streamKind);
 
+  // A stream that has not been opened: without an id and a directory, it can say what it would run
+  // and do nothing.
+  QMXStream(const QMXMetaData& plan, const std::string& streamKind);
+
   // Opens a stream: its id, "" on failure, or "TransSapceNotEnough". A failure after the directory
   // was made leaves it.
   static std::string QMX_Init(const QMXInitArgument& argument);
@@ -77,6 +81,20 @@ class ORVO_API QMXStream {
                                    const std::vector<std::string>& arguments,
                                    const std::string& executable, bool shiftTimestamps);
 
+  // The command lines that these run. That of FFmpeg is empty for an HLS stream whose film lacks
+  // sound or picture.
+  std::vector<std::string> TranscodingCommand(bool copyTimestamps,
+                                              const std::vector<std::string>& arguments,
+                                              const std::string& output,
+                                              const std::string& executable) const;
+  std::vector<std::string> GstreamerCommand(const std::string& output,
+                                            const std::vector<std::string>& arguments,
+                                            const std::string& executable,
+                                            bool shiftTimestamps) const;
+
+  // The companion program that the stream's profile is written for.
+  std::string GetTranscoder() const;
+
   // Adjust a list of transcoder arguments: the first video bit rate, the audio encoder ("copy",
   // "mp3", "aac"), the picture size.
   void ForceTranscodeBitrate(std::vector<std::string>& arguments) const;
@@ -103,9 +121,11 @@ class ORVO_API QMXStream {
   bool m_isVaapi = false;      // the profile uses the VA-API encoder
 
  private:
+  void ReadProfile();  // from the record
+
   // Has a launch all that it needs? Enters this process in the register, unless the video is
   // copied.
-  bool MayLaunch(const std::string& executable, int start, const std::string& source) const;
+  bool MayLaunch(const std::string& executable) const;
 };
 
 }  // namespace LibOrvoQMX

@@ -26,6 +26,7 @@ pid_t gPidSSFFMPEG = 0;
 namespace {
 
 constexpr char kFragmentSeconds[] = "5";
+constexpr char kFragmentFolder[] = "/smooth";
 
 void Unregister() {
   LibMirevo::TransLoading().RemoveTransPIDLock(gPidSSFFMPEG);
@@ -102,6 +103,14 @@ std::vector<std::string> SmoothStream::CalculateFFmpegArgument() const {
   return arguments;
 }
 
+std::vector<std::string> SmoothStream::CommandLine(const std::string& folder) const {
+  const std::vector<std::string> arguments = CalculateFFmpegArgument();
+  return arguments.empty()
+             ? arguments
+             : TranscodingCommand(m_isHwTranscode, arguments, folder + kFragmentFolder,
+                                  orvo::SystemPath(kTranscoder));
+}
+
 void SmoothStream::MointerSignalHandler(int /*signal*/) {
   gSSSignal = 1;
 }
@@ -145,7 +154,7 @@ void SmoothStream::RunTranscoder() {
 // On the data volume; "" where the stream directory is no link to one.
 std::string SmoothStream::OutputDirectory() const {
   const std::string target = LinkTarget(GetQMXFileFullPath(""));
-  return !target.empty() && VerifyFileExist(target, 0) ? target + "/smooth" : "";
+  return !target.empty() && VerifyFileExist(target, 0) ? target + kFragmentFolder : "";
 }
 
 void SmoothStream::WaitAllChild() {

@@ -14,6 +14,9 @@ constexpr char kKind[] = "SS";
 SmoothStream::SmoothStream(const std::string& streamId)
     : AdaptStream(streamId, kKind), m_profileKey(m_metaData.GetProfileKey()) {}
 
+SmoothStream::SmoothStream(const QMXMetaData& plan)
+    : AdaptStream(plan, kKind), m_profileKey(m_metaData.GetProfileKey()) {}
+
 SmoothStream::~SmoothStream() = default;
 
 bool SmoothStream::Init(const Json::Value& request, const Json::Value& /*options*/,

@@ -27,6 +27,8 @@ class StreamLock;
 class ORVO_API SmoothStream : public AdaptStream {
  public:
   explicit SmoothStream(const std::string& streamId);
+  // A stream that has not been opened.
+  explicit SmoothStream(const QMXMetaData& plan);
   ~SmoothStream() override;
 
   // Writes the manifest. A failure leaves no stream directory. `options` and `audioFormat` are not
@@ -89,6 +91,9 @@ class ORVO_API SmoothStream : public AdaptStream {
 
   // The transcoder's arguments; empty when this film cannot be transcoded.
   std::vector<std::string> CalculateFFmpegArgument() const;
+  // The whole command line of a transcoder that writes below `folder`; empty where there are no
+  // arguments.
+  std::vector<std::string> CommandLine(const std::string& folder) const;
 
   // What a monitor does: runs a transcoder until it ends, a signal comes or the client stays away.
   void ExecuteMointer(const std::string& fragment);

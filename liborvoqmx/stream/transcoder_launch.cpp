@@ -84,10 +84,9 @@ int ParsePid(const std::string& text) {
 
 }  // namespace
 
-bool QMXStream::MayLaunch(const std::string& executable, int start,
-                          const std::string& source) const {
+bool QMXStream::MayLaunch(const std::string& executable) const {
   if (m_streamKind.empty() || m_streamId.empty() || executable.empty() || m_profileValue.empty() ||
-      start < 0 || source.empty()) {
+      GetSeekTimeInMillisecond() < 0 || m_metaData.GetFilePath().empty()) {
     return false;
   }
   return m_isRemux || Register(m_isHwTranscode);
@@ -95,13 +94,20 @@ bool QMXStream::MayLaunch(const std::string& executable, int start,
 
 bool QMXStream::ExecuteTranscoding(bool copyTimestamps, const std::vector<std::string>& arguments,
                                    const std::string& output, const std::string& executable) {
-  const ArgumentHelper policy(m_metaData);
-  const int start = GetSeekTimeInMillisecond();
-  const std::string source = m_metaData.GetFilePath();
-  if (!MayLaunch(executable, start, source)) {
+  if (!MayLaunch(executable)) {
     return false;
   }
-  std::vector<std::string> commandLine = {executable, "-ss", StartSeconds(start)};
+  const std::vector<std::string> commandLine =
+      TranscodingCommand(copyTimestamps, arguments, output, executable);
+  return !commandLine.empty() && Become("Execute FFmpeg", executable, commandLine);
+}
+
+std::vector<std::string> QMXStream::TranscodingCommand(bool copyTimestamps,
+                                                       const std::vector<std::string>& arguments,
+                                                       const std::string& output,
+                                                       const std::string& executable) const {
+  std::vector<std::string> commandLine = {executable, "-ss",
+                                          StartSeconds(GetSeekTimeInMillisecond())};
   if (m_isHwTranscode && !m_isVaapi && m_metaData.GetContainer() != "flv" &&
       GetMetaVideoRotate() == 0) {
     commandLine.emplace_back("-prefer_smd");
@@ -109,29 +115,35 @@ bool QMXStream::ExecuteTranscoding(bool copyTimestamps, const std::vector<std::s
   if (copyTimestamps) {
     commandLine.emplace_back("-copyts");
   }
-  Append(commandLine, {"-i", source});
+  Append(commandLine, {"-i", m_metaData.GetFilePath()});
   Append(commandLine, arguments);
-  const std::vector<std::string> mapping = policy.GetVideoAudioMap(GetRequestAudioID());
+  const std::vector<std::string> mapping =
+      ArgumentHelper(m_metaData).GetVideoAudioMap(GetRequestAudioID());
   if (mapping.empty() && m_streamKind == "HLS") {
     ORVO_LOG("QMX - Fail GetVideoAudioMap.");
-    return false;
+    return {};
   }
   Append(commandLine, mapping);
   commandLine.push_back(output);
-  return Become("Execute FFmpeg", executable, commandLine);
+  return commandLine;
 }
 
 bool QMXStream::ExecuteGstreamerTranscoding(const std::string& output,
                                             const std::vector<std::string>& arguments,
                                             const std::string& executable, bool shiftTimestamps) {
+  return MayLaunch(executable) &&
+         Become("Execute GStreamer", executable,
+                GstreamerCommand(output, arguments, executable, shiftTimestamps));
+}
+
+std::vector<std::string> QMXStream::GstreamerCommand(const std::string& output,
+                                                     const std::vector<std::string>& arguments,
+                                                     const std::string& executable,
+                                                     bool shiftTimestamps) const {
   const ArgumentHelper policy(m_metaData);
-  const int start = GetSeekTimeInMillisecond();
-  const std::string source = m_metaData.GetFilePath();
-  if (!MayLaunch(executable, start, source)) {
-    return false;
-  }
-  std::vector<std::string> commandLine = {executable, "-s", std::to_string(start / 1000), "-i",
-                                          source};
+  std::vector<std::string> commandLine = {executable, "-s",
+                                          std::to_string(GetSeekTimeInMillisecond() / 1000), "-i",
+                                          m_metaData.GetFilePath()};
   Append(commandLine, arguments);
   if (shiftTimestamps) {
     commandLine.emplace_back("--shiftpts");
@@ -148,7 +160,7 @@ bool QMXStream::ExecuteGstreamerTranscoding(const std::string& output,
   } else if (isChromecast || format == "aac") {
     Append(commandLine, {"--acodec", "aac"});
   }
-  return Become("Execute GStreamer", executable, commandLine);
+  return commandLine;
 }
 
 void QMXStream::ForceTranscodeBitrate(std::vector<std::string>& arguments) const {

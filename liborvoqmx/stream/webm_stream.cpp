@@ -25,9 +25,15 @@ namespace {
 
 constexpr char kKind[] = "WEBM";
 
+std::string OutputOf(int descriptor) {
+  return "pipe:" + std::to_string(descriptor);
+}
+
 }  // namespace
 
 WebMStream::WebMStream(const std::string& streamId) : DirectStream(streamId, kKind) {}
+
+WebMStream::WebMStream(const QMXMetaData& plan) : DirectStream(plan, kKind) {}
 
 WebMStream::~WebMStream() = default;
 
@@ -93,6 +99,13 @@ std::vector<std::string> WebMStream::CalculateFFmpegArgument() const {
   return arguments;
 }
 
+std::vector<std::string> WebMStream::CommandLine(int descriptor) const {
+  const std::vector<std::string> arguments = CalculateFFmpegArgument();
+  return arguments.empty() ? arguments
+                           : TranscodingCommand(false, arguments, OutputOf(descriptor),
+                                                orvo::SystemPath(kTranscoder));
+}
+
 void WebMStream::MointerSignalHandler(int /*signal*/) {
   gWEBMSignal = 1;
 }
@@ -113,8 +126,7 @@ void WebMStream::RunTranscoder(orvo::UniqueFd writeEnd) {
   const pid_t transcoder = ForkUnderMonitor();
   if (transcoder == 0) {
     fcntl(writeEnd.Get(), F_SETFD, 0);  // the transcoder's
-    ExecuteTranscoding(false, arguments, "pipe:" + std::to_string(writeEnd.Get()),
-                       orvo::SystemPath(kTranscoder));
+    ExecuteTranscoding(false, arguments, OutputOf(writeEnd.Get()), orvo::SystemPath(kTranscoder));
     _exit(1);
   }
   gPidWEBMFFMPEG = transcoder;

@@ -17,6 +17,8 @@ namespace LibOrvoQMX {
 class ORVO_API WebMStream : public DirectStream {
  public:
   explicit WebMStream(const std::string& streamId);
+  // A stream that has not been opened.
+  explicit WebMStream(const QMXMetaData& plan);
   ~WebMStream() override;
 
   // The common admission.
@@ -35,6 +37,9 @@ class ORVO_API WebMStream : public DirectStream {
 
   // The transcoder's arguments; empty for a start beyond the end, and when the file has no picture.
   std::vector<std::string> CalculateFFmpegArgument() const;
+  // The whole command line of a transcoder that writes into `descriptor`; empty where there are no
+  // arguments.
+  std::vector<std::string> CommandLine(int descriptor) const;
 
   // What a monitor does: runs a transcoder that writes into `writeEnd`, which it takes, until it
   // ends or a signal comes.

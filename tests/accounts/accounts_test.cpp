@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <vector>
 
@@ -64,6 +65,19 @@ TEST_F(Accounts, TheFileIsItsOwnersAndHoldsNoPassword) {
   EXPECT_EQ(ModeOf(kFile), 0600U);
   EXPECT_EQ(Read(kFile).find(kPassword), std::string::npos);
   EXPECT_EQ(ReadJson(kFile)["anna"]["password"].asString().rfind("$argon2id$", 0), 0U);
+}
+
+TEST_F(Accounts, WhatRootMakesBelongsToTheFoldersOwner) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  constexpr uid_t kService = 1234;
+  MakeDirectory("/var/packages/Mirevo/etc");
+  ASSERT_EQ(chown(Path("/var/packages/Mirevo/etc").c_str(), kService, kService), 0);
+  accounts::Create("anna", kPassword, false, {});
+  struct stat status {};
+  ASSERT_EQ(stat(Path(kFile).c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, kService);
 }
 
 TEST_F(Accounts, EqualPasswordsHaveDifferentHashes) {

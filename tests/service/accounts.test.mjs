@@ -257,6 +257,17 @@ test('every address of a segmented stream carries its link', async () => {
   await service.isQuiet();
 });
 
+test('a Smooth manifest and a WebM stream are opened by their links', async () => {
+  const smooth = await bob.open('shared/film.mkv', { format: 'ss' });
+  const manifest = await (await fetch(smooth.url)).text();
+  assert.ok(manifest.includes(`_sid=%22${new URL(smooth.url).searchParams.get('_sid')}%22`), manifest);
+  await bob.close(smooth);
+  const webm = await bob.open('shared/film.mkv', { format: 'webm' });
+  assert.equal((await fetch(webm.url, { method: 'HEAD' })).status, 200);
+  await bob.close(webm);
+  assert.deepEqual([await alone(smooth.url), await alone(webm.url)], [401, 401]);
+});
+
 test('a joined stream keeps its link', async () => {
   const stream = await bob.open('shared/film.mkv', { format: 'hls' });
   const joined = await bob.open('shared/film.mkv', { format: 'hls', stream_id: stream.stream_id });

@@ -62,8 +62,8 @@ test('info says what each profile would do and why', async () => {
   assert.equal(remux.method, 'refused');
   assert.match(remux.why, /hevc/);
   const chosen = data.profiles.filter((profile) => profile.default);
-  assert.equal(chosen.length, 1);
-  assert.equal(chosen[0].method, 'transcode');
+  assert.deepEqual(chosen.map(({ format }) => format), [...new Set(data.profiles.map(({ format }) => format))]);
+  assert.ok(chosen.every(({ method }) => method === 'transcode'));
 });
 
 test('a film whose video can be copied is remuxed by default', async () => {

@@ -204,6 +204,24 @@ TEST_F(HlsPipeline, StartsATranscoderAtTheSegment) {
   });
 }
 
+TEST_F(HlsPipeline, SaysWhatItWouldRunBeforeItIsOpened) {
+  On("avoton", [this] {
+    const Json::Value record = FilmRecord(kTranscodeProfile);
+    const auto plan = LibOrvoQMX::QMXMetaData::Plan(Load(record), "key", kTranscodeProfile, "");
+    List expected = HttpLiveStream(plan).CommandLine("3", Path(Directory("HLS")));
+    ASSERT_FALSE(expected.empty());
+    EXPECT_EQ(expected.front(), Path(kFfmpeg));
+    EXPECT_FALSE(Exists(Directory("HLS"))) << "and makes nothing";
+
+    Open(kTranscodeProfile);
+    ASSERT_TRUE(Request("3"));
+    expected.erase(expected.begin());
+    EXPECT_EQ(Arguments(NextStarted()), expected);
+    EXPECT_TRUE(HttpLiveStream(kId).Close());
+    test::ReapAll();
+  });
+}
+
 TEST_F(HlsPipeline, LeavesATranscoderAloneThatWillBeThereSoon) {
   On("avoton", [this] {
     Open(kRemuxProfile);

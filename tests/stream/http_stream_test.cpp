@@ -16,6 +16,7 @@
 #include "support/log_capture.h"
 #include "support/processes.h"
 #include "support/streams.h"
+#include "util/qmxutils.h"
 
 namespace {
 
@@ -125,6 +126,41 @@ TEST_F(Http, OfWindowsMediaVideoKeepsTheShapeAndCopiesNoTimes) {
     test::ReapAll();
   });
   EXPECT_EQ(Read("/argv").substr(0, 30), "-ss\n0.000\n-i\n/volume1/video/fi");
+}
+
+TEST_F(Http, ThatIsNotOpenedSaysWhatItWouldRun) {
+  On("avoton", [this] {
+    const Json::Value record = FilmRecord("-vcodec libx264 -s hd720");
+    const auto plan =
+        LibOrvoQMX::QMXMetaData::Plan(Load(record), "key", record["profile_value"].asString(), "");
+    const std::string program = Transcoder("");
+    List expected = HttpStream(plan).CommandLine(program, 7);
+    ASSERT_FALSE(expected.empty());
+    EXPECT_EQ(expected.front(), program);
+    EXPECT_EQ(expected.back(), "pipe:7");
+    EXPECT_FALSE(Exists(Directory("HTTP"))) << "and makes nothing";
+
+    MakeStream("HTTP", record);
+    HttpStream stream(kId);
+    ASSERT_TRUE(Start(stream, program, 0));
+    ReadAll(stream);
+    stream.Close();
+    test::ReapAll();
+    List run = LibOrvoQMX::StringExplode(Read("/argv"), "\n");
+    run.back() = "pipe:7";
+    expected.erase(expected.begin());
+    EXPECT_EQ(run, expected);
+  });
+}
+
+TEST_F(Http, ThatIsNotOpenedRunsNothingWithoutAPicture) {
+  On("avoton", [this] {
+    Json::Value record = FilmRecord("-vcodec libx264");
+    record["track_info"]["video"] = Json::Value(Json::arrayValue);
+    const auto plan = LibOrvoQMX::QMXMetaData::Plan(Load(record), "key", "-vcodec libx264", "");
+    EXPECT_TRUE(HttpStream(plan).CommandLine("x", 1).empty());
+    EXPECT_FALSE(HttpStream(plan).Transcoding("x", 0)) << "it has no id";
+  });
 }
 
 TEST_F(Http, OfTheWrapperGetsADescriptor) {

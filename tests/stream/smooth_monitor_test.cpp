@@ -19,6 +19,7 @@
 
 namespace {
 
+using LibOrvoQMX::QMXMetaData;
 using LibOrvoQMX::SmoothStream;
 using test::Child;
 using test::FilmRecord;
@@ -71,6 +72,23 @@ TEST_F(SmoothMonitor, StartsATranscoderAtTheFragment) {
     test::ReapAll();
     EXPECT_FALSE(PlatProcAlive(transcoder));
     EXPECT_FALSE(Exists(Directory("SS")));
+  });
+}
+
+TEST_F(SmoothMonitor, SaysWhatItWouldRunBeforeItIsOpened) {
+  On("avoton", [this] {
+    QMXMetaData opened(kId, "SS");
+    ASSERT_TRUE(opened.LoadMetaData());
+    const auto plan =
+        QMXMetaData::Plan(opened, opened.GetProfileKey(), opened.GetProfileValue(), "");
+    List expected = SmoothStream(plan).CommandLine(Path("/volume1/@tmp/Mirevo/SS/") + kId);
+    ASSERT_FALSE(expected.empty());
+    EXPECT_EQ(expected.front(), Path(test::kFfmpeg));
+    expected.erase(expected.begin());
+    ASSERT_TRUE(Request(Id(0)));
+    EXPECT_EQ(standIn_->Arguments(NextStarted()), expected);
+    EXPECT_TRUE(SmoothStream(kId).Close());
+    test::ReapAll();
   });
 }
 

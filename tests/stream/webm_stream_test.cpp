@@ -13,6 +13,7 @@
 #include "support/processes.h"
 #include "support/stand_in.h"
 #include "support/streams.h"
+#include "util/qmxutils.h"
 
 namespace {
 
@@ -92,6 +93,23 @@ TEST_F(WebM, CarriesWhatTheTranscoderWrites) {
       "-acodec\nlibshine\n-ab\n128k\n-ac\n2\n-webm_seek_time\n83\n-avoid_negative_ts\n0\n"
       "-map\n0:0\n-map\n0:1\npipe:";
   EXPECT_EQ(Read("/argv").substr(0, expected.size()), expected);
+}
+
+TEST_F(WebM, SaysWhatItWouldRunBeforeItIsOpened) {
+  On("avoton", [this] {
+    WriteScript(kFfmpeg, "printf '%s\\n' \"$0\" \"$@\" > \"$ORVO_SYSROOT/argv\"\n");
+    const auto plan =
+        LibOrvoQMX::QMXMetaData::Plan(Load(FilmRecord(kProfile)), "key", kProfile, "");
+    const List expected = WebMStream(plan).CommandLine(7);
+    WebMStream stream(kId);
+    ASSERT_TRUE(stream.Transcoding("x", 0));
+    ReadToEnd(stream);
+    stream.Close();
+    test::ReapAll();
+    List run = LibOrvoQMX::StringExplode(Read("/argv"), "\n");
+    run.back() = "pipe:7";
+    EXPECT_EQ(run, expected);
+  });
 }
 
 TEST_F(WebM, BeginsAnywhereUpToTheEnd) {

@@ -1,9 +1,12 @@
-// mirevo-analyze FILE...: stores beside each film where its pictures can be entered, so that it can
-// be cut into segments without being encoded anew. Exit status 1 when a film could not be.
+// mirevo-analyze [--report] FILE...: stores beside each film where its pictures can be entered, so
+// that it can be cut into segments without being encoded anew. Exit status 1 when a film could not
+// be. With --report, lines on standard output tell another program how it goes: "progress" and the
+// part from 0 to 1, "keyframes" and their number, "error" and a reason.
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -50,43 +53,85 @@ bool Store(const orvo::analyze::FilmKeyframes& found, const std::string& path) {
   return false;
 }
 
-bool Analyze(const std::string& file) {
-  const bool isShown = isatty(STDERR_FILENO) != 0;
-  const auto progress = [&](double part) {
-    if (isShown) {
-      fprintf(stderr, "\r%s: %d %%", file.c_str(), static_cast<int>(part * 100));
+// Tells how it goes with one film.
+class Teller {
+ public:
+  virtual ~Teller() = default;
+  virtual void Progress(double part) = 0;
+  virtual void Success(size_t keyframes) = 0;
+  virtual void Failure(const std::string& reason) = 0;
+};
+
+class ToPeople : public Teller {
+ public:
+  explicit ToPeople(const std::string& file) : file_(file) {}
+  void Progress(double part) override {
+    if (isShown_) {
+      fprintf(stderr, "\r%s: %d %%", file_.c_str(), static_cast<int>(part * 100));
     }
-  };
-  const auto say = [&](const std::string& text) {
-    fprintf(stderr, "%s%s: %s\n", isShown ? "\r" : "", file.c_str(), text.c_str());
-  };
+  }
+  void Success(size_t keyframes) override { Say(std::to_string(keyframes) + " key frames"); }
+  void Failure(const std::string& reason) override { Say(reason); }
+
+ private:
+  void Say(const std::string& text) const {
+    fprintf(stderr, "%s%s: %s\n", isShown_ ? "\r" : "", file_.c_str(), text.c_str());
+  }
+
+  const std::string& file_;
+  bool isShown_ = isatty(STDERR_FILENO) != 0;
+};
+
+class ToProgram : public Teller {
+ public:
+  void Progress(double part) override { Say("progress", std::to_string(part)); }
+  void Success(size_t keyframes) override { Say("keyframes", std::to_string(keyframes)); }
+  void Failure(const std::string& reason) override { Say("error", reason); }
+
+ private:
+  static void Say(const char* word, const std::string& value) {
+    printf("%s %s\n", word, value.c_str());
+    fflush(stdout);
+  }
+};
+
+bool Analyze(const std::string& file, Teller& teller) {
   std::error_code failure;
   const std::string film = std::filesystem::absolute(file, failure);
   orvo::analyze::FilmKeyframes found;
   std::string error;
+  const auto progress = [&](double part) { teller.Progress(part); };
   if (!orvo::analyze::FindKeyframes(film, progress, found, error)) {
-    say(error);
+    teller.Failure(error);
     return false;
   }
   const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
   if (!Store(found, path)) {
-    say("cannot write " + path);
+    teller.Failure("cannot write " + path);
     return false;
   }
-  say(std::to_string(found.times.size()) + " key frames");
+  teller.Success(found.times.size());
   return true;
+}
+
+bool Analyze(const std::string& file, bool report) {
+  ToPeople people(file);
+  ToProgram program;
+  return Analyze(file, report ? static_cast<Teller&>(program) : people);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    fprintf(stderr, "usage: mirevo-analyze FILE...\n");
+  const bool report = argc > 1 && std::strcmp(argv[1], "--report") == 0;
+  const int first = report ? 2 : 1;
+  if (argc <= first) {
+    fprintf(stderr, "usage: mirevo-analyze [--report] FILE...\n");
     return 2;
   }
   bool succeeded = true;
-  for (int i = 1; i < argc; ++i) {
-    succeeded = Analyze(argv[i]) && succeeded;
+  for (int i = first; i < argc; ++i) {
+    succeeded = Analyze(argv[i], report) && succeeded;
   }
   return succeeded ? 0 : 1;
 }

@@ -9,7 +9,13 @@
 #include <vector>
 
 #include "tools/mirevo/account_command.h"
+#include "tools/mirevo/analyze_command.h"
+#include "tools/mirevo/completion_command.h"
+#include "tools/mirevo/doctor_command.h"
 #include "tools/mirevo/exit_codes.h"
+#include "tools/mirevo/explain_command.h"
+#include "tools/mirevo/play_command.h"
+#include "tools/mirevo/probe_command.h"
 #include "tools/mirevo/serve_command.h"
 #include "tools/mirevo/status_command.h"
 
@@ -43,7 +49,9 @@ int main(int argc, char** argv) {
   app.set_config("--config", "", "Take options from this file; [serve] begins those of a command");
   app.allow_config_extras(CLI::config_extras_mode::error);
   for (const auto add :
-       {mirevo::AddServeCommand, mirevo::AddStatusCommand, mirevo::AddAccountCommand}) {
+       {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
+        mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
+        mirevo::AddAnalyzeCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {

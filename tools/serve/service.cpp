@@ -22,6 +22,7 @@
 #include "platform/plat.h"
 #include "policy/lock.h"
 #include "tools/serve/children.h"
+#include "tools/serve/readiness.h"
 #include "tools/serve/web_server.h"
 #include "util/json_utils.h"
 #include "webapi/film_cache.h"
@@ -200,6 +201,7 @@ void Announce(const WebServer& server, int browser) {
     std::cout << "listening on " << server.Scheme() << "://" << endpoint.Authority() << "/\n";
   }
   std::cout << std::flush;
+  AnnounceReadiness("listening on " + address);
   orvo::WriteAll(browser, address);
 }
 
