@@ -23,6 +23,12 @@ ORVO_API std::string SystemPath(const std::string& path);
 // True when it no longer runs. A pid below 1 names no process.
 ORVO_API bool WaitForExit(pid_t pid, int milliseconds);
 
+// Runs `program` as PlatExecv does, with its standard streams at /dev/null, for `milliseconds` at
+// most; then, and when the caller ends, it is killed. Returns what PlatExecv returns, 128 + SIGKILL
+// when the time was over, and 127 when the program cannot be executed.
+ORVO_API int RunWithin(const std::string& program, const std::vector<std::string>& argv,
+                       int milliseconds);
+
 // In a forked child of `parent`: asks for SIGKILL when the parent ends. False when it is gone
 // already. A later change of the effective ids takes the wish back. Async-signal-safe.
 ORVO_API bool DieWithParent(pid_t parent);

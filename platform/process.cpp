@@ -11,6 +11,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "platform/io.h"
 #include "platform/pidfd.h"
 #include "platform/plat.h"
 
@@ -65,6 +66,31 @@ class AwaitedChildren {
   bool changed_ = false;
 };
 
+std::vector<char*> ArgumentVector(const std::vector<std::string>& argv) {
+  std::vector<char*> arguments;
+  arguments.reserve(argv.size() + 1);
+  for (const std::string& argument : argv) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
+  return arguments;
+}
+
+// In a forked child: the signals as a program expects them, nobody's streams, and the program.
+[[noreturn]] void BecomeBounded(pid_t parent, const std::string& program, char* const* arguments) {
+  for (int number = 1; number < NSIG; ++number) {
+    signal(number, SIG_DFL);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  orvo::DetachStandardStreams();
+  if (orvo::DieWithParent(parent)) {
+    execv(program.c_str(), arguments);
+  }
+  _exit(127);
+}
+
 int WaitForStatus(pid_t pid) {
   int status = 0;
   while (waitpid(pid, &status, 0) < 0) {
@@ -97,6 +123,24 @@ bool WaitForExit(pid_t pid, int milliseconds) {
          (kill(pid, 0) != 0 && errno == ESRCH);
 }
 
+int RunWithin(const std::string& program, const std::vector<std::string>& argv, int milliseconds) {
+  const std::vector<char*> arguments = ArgumentVector(argv);
+  const pid_t parent = getpid();
+  const AwaitedChildren awaited;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    BecomeBounded(parent, program, arguments.data());
+  }
+  if (pid < 0) {
+    return -1;
+  }
+  // Unreaped until the last line, so the number is still this child's.
+  if (!WaitForExit(pid, milliseconds)) {
+    kill(pid, SIGKILL);
+  }
+  return WaitForStatus(pid);
+}
+
 bool DieWithParent(pid_t parent) {
   // A parent that ended before the wish was made is told by the child's having a new one.
   return prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent;
@@ -105,12 +149,7 @@ bool DieWithParent(pid_t parent) {
 }  // namespace orvo
 
 int PlatExecv(const std::string& program, const std::vector<std::string>& argv) {
-  std::vector<char*> arguments;
-  arguments.reserve(argv.size() + 1);
-  for (const std::string& argument : argv) {
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  }
-  arguments.push_back(nullptr);
+  const std::vector<char*> arguments = ArgumentVector(argv);
 
   // A caller's blocked signals and ignored SIGPIPE are its own business, not the program's.
   sigset_t none;

@@ -6,8 +6,8 @@
 namespace orvo::transcoder {
 namespace {
 
-// Times of pictures are rounded on their way.
-constexpr int64_t kRounding = kFragmentTicks / 100000;
+// Times of pictures are rounded on their way, to ticks of 1/90000 s and more than once.
+constexpr int64_t kRounding = kFragmentTicks / 20000;
 
 // FFmpeg lets one stream run ahead of another by ten seconds before it stops waiting for it.
 constexpr int64_t kPatience = 12 * kFragmentTicks;
@@ -116,7 +116,10 @@ void PictureCutter::Finish(int64_t end) {
 // --- Sound ---
 
 SoundCutter::SoundCutter(const FragmentPlan& plan, FragmentSink& sink)
-    : sink_(sink), length_(LengthOf(plan)), number_(plan.firstNumber) {
+    : sink_(sink),
+      length_(LengthOf(plan)),
+      limit_(plan.film ? *plan.film * kFragmentTicks : INT64_MAX),
+      number_(plan.firstNumber) {
   next_ = FrameAt(number_ * length_);
   while (next_ > 0 && NumberOf(next_ - 1) >= number_) {
     --next_;
@@ -145,11 +148,15 @@ void SoundCutter::Take(const Sample& sample) {
 }
 
 void SoundCutter::Append(std::shared_ptr<const std::string> data) {
-  if (NumberOf(next_) > number_) {
-    Close();
-  }
+  const int number = NumberOf(next_);
   const int64_t time = TimeOfFrame(next_);
   ++next_;
+  if (number * length_ >= limit_) {
+    return;
+  }
+  if (number > number_) {
+    Close();
+  }
   samples_.push_back({time, TimeOfFrame(next_) - time, true, std::move(data)});
 }
 
@@ -166,6 +173,7 @@ void SoundCutter::FillUntil(int64_t time) {
 }
 
 void SoundCutter::Finish(int64_t end) {
+  limit_ = std::min(limit_, end);
   FillUntil(end);
   if (!samples_.empty()) {
     Close();
@@ -182,7 +190,7 @@ FragmentCutter::FragmentCutter(const FragmentPlan& plan, FragmentSink& sink)
 }
 
 void FragmentCutter::Take(Track track, const Sample& sample) {
-  if (promised_ && sample.time >= *promised_) {
+  if (promised_ && sample.time + kRounding >= *promised_) {
     (track == Track::kVideo ? picturesSated_ : soundSated_) = true;
   } else if (track == Track::kVideo) {
     pictures_.Take(sample);

@@ -91,6 +91,7 @@ class SoundCutter {
 
   FragmentSink& sink_;
   int64_t length_;
+  int64_t limit_;  // no fragment starts there or later
   int number_;
   int64_t next_ = 0;  // frames of sound up to here, counted from the film's start
   std::vector<Sample> samples_;

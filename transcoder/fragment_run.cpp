@@ -1,5 +1,6 @@
 #include "transcoder/fragment_run.h"
 
+#include <algorithm>
 #include <csignal>
 #include <utility>
 
@@ -54,9 +55,12 @@ class Run : private FragmentSink {
 
   // What FFmpeg still writes is wanted no more; how it takes that is no matter.
   int End() {
-    const bool isEnough = cutter_.IsSated() && !child_.IsStopped();
+    const bool isEnough = cutter_.IsSated();
     child_.Close();
     const int code = child_.ExitCode();
+    if (child_.IsStopped()) {
+      return std::max(code, kExitFailure);
+    }
     return isEnough ? 0 : code;
   }
 

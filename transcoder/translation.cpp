@@ -246,7 +246,7 @@ void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) 
 
 // Whoever copies the sound of a film may have left the filters of an encoder in place.
 void SoundFilters(const Argument& argument, const Facts& facts, Strings& out) {
-  if (!facts.segments.copiesSound) {
+  if (!facts.segments.copiesSound || facts.copiesUnframed) {
     UnlessSegments(argument, facts, out);
   }
 }

@@ -19,8 +19,8 @@ struct Surroundings {
   // True when the machine can encode with the named encoder. Asked only about encoders that have a
   // replacement, so a command line without one costs nothing.
   std::function<bool(std::string_view encoder)> canEncode;
-  // True when a seek in this film lands between key frames. Asked only when there is a seek or sound
-  // is copied beside encoded pictures.
+  // True when a seek in this film lands between key frames. Asked only when there is a seek or
+  // sound is copied beside encoded pictures.
   std::function<bool(const std::string& film)> lacksIndex;
   // True when a seek by time lands anywhere in this film. Asked only about films without an index
   // that become segments.

@@ -46,6 +46,8 @@ constexpr std::array kReasons = {
            "Another film is being transcoded at the moment. Try again when it has ended."},
     Reason{"TransEnableOfflineConverting", 503, "Service Unavailable",
            "A conversion is running at the moment. Try again when it has ended."},
+    Reason{kBusy, 503, "Service Unavailable",
+           "Many films are being looked at for the moment. Try again in a few seconds."},
     Reason{"NotReady", 504, "Gateway Timeout",
            "The transcoder has not produced this part in time."},
     Reason{"TransSapceNotEnough", 507, "Insufficient Storage",
@@ -91,6 +93,9 @@ Answer Answer::Failure(const std::string& reason, const std::string& message) {
   error["code"] = row.code;
   error["reason"] = row.word;
   error["message"] = message.empty() ? row.message : message;
+  if (answer.retry_) {
+    error["retry_after"] = kRetrySeconds;
+  }
   return answer;
 }
 

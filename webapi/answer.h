@@ -15,6 +15,7 @@ inline constexpr char kMethodNotAllowed[] = "MethodNotAllowed";
 inline constexpr char kTooManyRequests[] = "TooManyRequests";
 inline constexpr char kUnauthorized[] = "Unauthorized";
 inline constexpr char kRangeNotSatisfiable[] = "RangeNotSatisfiable";
+inline constexpr char kBusy[] = "Busy";
 inline constexpr char kInternal[] = "Internal";
 
 class Answer {

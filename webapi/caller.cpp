@@ -37,7 +37,7 @@ std::optional<Caller> ByLink(const Request& request, const std::string& link) {
   if (!accounts::IsSecret(link)) {
     return std::nullopt;
   }
-  const auto ticket = Ticket::Take(request.Text(request.Has("stream_id") ? "stream_id" : "id"));
+  const auto ticket = Ticket::Take(request.StreamId());
   if (!ticket || !accounts::SameSecret(ticket->Parameter("link"), link)) {
     return std::nullopt;
   }

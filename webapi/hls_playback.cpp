@@ -42,7 +42,7 @@ Json::Value SubtitleOptions(const Ticket& ticket) {
 Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
   const std::string type = request.Text("playlist_type");
   const std::string path = stream.GetMainfest(type, request.Text("subtitle_id"));
-  if (path.empty() || !SendFile(path, kPlaylistType, request.Method() == "HEAD")) {
+  if (path.empty() || !SendFile(request, path, kPlaylistType)) {
     return Answer::Failure(kNotFound, "This stream has no such playlist.");
   }
   return Answer::Sent();
@@ -72,7 +72,8 @@ Answer SendSegment(const Request& request, HttpLiveStream& stream) {
   if (path.empty()) {
     return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
   }
-  return SendFile(path, kSegmentType, false) ? Answer::Sent() : Answer::Failure("NotReady");
+  return SendFile(request, path, kSegmentType, kKeepSegment) ? Answer::Sent()
+                                                             : Answer::Failure("NotReady");
 }
 
 }  // namespace

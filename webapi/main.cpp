@@ -7,11 +7,15 @@
 
 #include "webapi/answer.h"
 #include "webapi/caller.h"
+#include "webapi/film_card.h"
 #include "webapi/film_info.h"
+#include "webapi/history.h"
 #include "webapi/login.h"
 #include "webapi/media_library.h"
 #include "webapi/origin.h"
+#include "webapi/picture.h"
 #include "webapi/request.h"
+#include "webapi/search.h"
 #include "webapi/status.h"
 #include "webapi/streaming.h"
 #include "webapi/subtitle.h"
@@ -33,10 +37,19 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list",
          [](const Request& request) { return webapi::ListFolder(request.Text("path")); }},
     Call{"ORVO.Mirevo2.Library", "info", webapi::DescribeFilm},
+    Call{"ORVO.Mirevo2.Library", "search", webapi::SearchFilms},
+    Call{"ORVO.Mirevo2.Library", "card", webapi::DescribeCard},
+    Call{"ORVO.Mirevo2.Library", "poster", webapi::SendPoster},
+    Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},
+    Call{"ORVO.Mirevo2.Streaming", "state", webapi::DescribeStreamState},
     Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle, Right::kLink},
+    Call{"ORVO.Mirevo2.History", "list", webapi::ListHistory},
+    Call{"ORVO.Mirevo2.History", "get", webapi::GetHistory},
+    Call{"ORVO.Mirevo2.History", "save", webapi::SaveHistory, Right::kAccount, true},
+    Call{"ORVO.Mirevo2.History", "remove", webapi::RemoveHistory, Right::kAccount, true},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
     Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},

@@ -27,11 +27,6 @@ constexpr std::array<std::string_view, 36> kFilmEndings = {
     "m2ts", "m2v", "m4v", "mkv", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mts",  "mxf", "nut",
     "ogm",  "ogv", "qt",  "rm",  "rmvb", "tp",   "trp", "ts",   "vob", "webm", "wmv", "wtv"};
 
-std::string RealPath(const std::string& path) {
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
-}
-
 bool IsBelow(const std::string& path, const std::string& root) {
   return path == root || root == "/" ||
          (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
@@ -50,20 +45,6 @@ void AddVisible(const std::string& root, std::vector<std::string>& roots) {
   }
   std::copy_if(limits->begin(), limits->end(), std::back_inserter(roots),
                [&](const std::string& limit) { return IsBelow(limit, root); });
-}
-
-// One entry of a listing. "path" is for people where a name is not UTF-8; "encoded_path" is the
-// exact bytes, ready to stand in a query.
-Json::Value Describe(const std::string& path, const struct stat& status) {
-  Json::Value entry(Json::objectValue);
-  entry["name"] = fs::path(path).filename().string();
-  entry["path"] = path;
-  entry["encoded_path"] = EncodeQueryValue(path);
-  entry["mtime"] = static_cast<Json::Int64>(status.st_mtime);
-  if (!S_ISDIR(status.st_mode)) {
-    entry["size"] = static_cast<Json::Int64>(status.st_size);
-  }
-  return entry;
 }
 
 // The folder above, as far as it may be seen; above a root lies the list of roots, if it has
@@ -90,9 +71,9 @@ class Listing {
       return;
     }
     if (S_ISDIR(status.st_mode)) {
-      folders_.append(Describe(path, status));
+      folders_.append(DescribeEntry(path, status));
     } else if (S_ISREG(status.st_mode) && (isRoot || IsFilmName(name))) {
-      files_.append(Describe(path, status));
+      files_.append(DescribeEntry(path, status));
     }
   }
 
@@ -114,6 +95,11 @@ class Listing {
 
 }  // namespace
 
+std::string RealPath(const std::string& path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
+}
+
 bool IsFilmName(const std::string& name) {
   const auto dot = name.rfind('.');
   if (dot == std::string::npos || name.front() == '.') {
@@ -123,6 +109,23 @@ bool IsFilmName(const std::string& name) {
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return std::find(kFilmEndings.begin(), kFilmEndings.end(), ending) != kFilmEndings.end();
+}
+
+Json::Value DescribeEntry(const std::string& path, const struct stat& status) {
+  Json::Value entry(Json::objectValue);
+  entry["name"] = fs::path(path).filename().string();
+  entry["path"] = path;
+  entry["encoded_path"] = EncodeQueryValue(path);
+  entry["mtime"] = static_cast<Json::Int64>(status.st_mtime);
+  if (!S_ISDIR(status.st_mode)) {
+    entry["size"] = static_cast<Json::Int64>(status.st_size);
+  }
+  return entry;
+}
+
+bool LiesIn(const std::vector<std::string>& roots, const std::string& path) {
+  return std::any_of(roots.begin(), roots.end(),
+                     [&](const std::string& root) { return IsBelow(path, root); });
 }
 
 std::vector<std::string> MediaRoots() {
@@ -153,9 +156,7 @@ void LimitMediaRoots(const std::vector<std::string>& paths) {
 }
 
 bool MaySee(const std::string& path) {
-  const std::vector<std::string> roots = MediaRoots();
-  return std::any_of(roots.begin(), roots.end(),
-                     [&](const std::string& root) { return IsBelow(path, root); });
+  return LiesIn(MediaRoots(), path);
 }
 
 std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal) {

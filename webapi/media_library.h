@@ -1,6 +1,9 @@
 // The folders whose films may be seen.
 #pragma once
 
+#include <json/value.h>
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,6 +34,16 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
 
 // The same for a path that must name a playable file.
 std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal);
+
+// Is a path without links one of `roots` or below one?
+bool LiesIn(const std::vector<std::string>& roots, const std::string& path);
+
+// Where a path leads, without links; "" when there is no such thing.
+std::string RealPath(const std::string& path);
+
+// One entry of a listing. "path" is for people where a name is not UTF-8; "encoded_path" is the
+// exact bytes, ready to stand in a query.
+Json::Value DescribeEntry(const std::string& path, const struct stat& status);
 
 // The folders and playable files in the folder `path` (the media roots for ""), sorted by name, and
 // the "parent" to go back to, if there is one.

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "util/json_utils.h"
+
 namespace webapi {
 namespace {
 
@@ -130,6 +132,19 @@ std::optional<int64_t> Request::Number(const std::string& name, int64_t max) con
   return number && *number <= max ? number : std::nullopt;
 }
 
+std::optional<double> Request::Seconds(const std::string& name, double max) const {
+  const std::string text = Text(name);
+  double seconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
+  const bool isTime = parsed.ec == std::errc() && parsed.ptr == end && seconds >= 0;
+  return isTime && seconds <= max ? std::optional(seconds) : std::nullopt;
+}
+
+std::string Request::StreamId() const {
+  return Text(Has("stream_id") ? "stream_id" : "id");
+}
+
 std::string Request::Header(const std::string& name) const {
   return Environment(("HTTP_" + name).c_str());
 }
@@ -199,6 +214,12 @@ std::string EncodeQueryValue(const std::string& text) {
     }
   }
   return encoded;
+}
+
+bool IsUtf8(const std::string& text) {
+  Json::Value copy;
+  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
+         copy.asString() == text;
 }
 
 }  // namespace webapi

@@ -27,6 +27,13 @@ class Request {
   // A non-negative whole number of at most `max`. Nothing when absent or of another form.
   std::optional<int64_t> Number(const std::string& name, int64_t max) const;
 
+  // A non-negative time in seconds of at most `max`, whole or with a fraction. Likewise.
+  std::optional<double> Seconds(const std::string& name, double max) const;
+
+  // The stream that it names, in the newer or the older spelling ("stream_id", "id"). One place, so
+  // that whoever looks whether it may be used looks at the one that is.
+  std::string StreamId() const;
+
   // A header of the request by its CGI name ("USER_AGENT"); "" when absent.
   std::string Header(const std::string& name) const;
   std::string Method() const;     // "GET", "POST", "HEAD", ...
@@ -50,5 +57,8 @@ std::optional<std::string> DecodeQueryValue(const std::string& text);
 
 // Makes any bytes fit a query: all but unreserved characters and "/" become %XX.
 std::string EncodeQueryValue(const std::string& text);
+
+// JSON, which records and answers are made of, can hold no other bytes.
+bool IsUtf8(const std::string& text);
 
 }  // namespace webapi

@@ -181,7 +181,7 @@ Answer SendFragment(const Request& request, SmoothStream& stream) {
   }
   AskFor(fragment->Number(), stream);
   const std::string path = Fetch(stream, *fragment);
-  if (!path.empty() && SendFile(path, type, false)) {
+  if (!path.empty() && SendFile(request, path, type, kKeepSegment)) {
     return Answer::Sent();
   }
   return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
@@ -189,7 +189,7 @@ Answer SendFragment(const Request& request, SmoothStream& stream) {
 
 Answer SendManifest(const Request& request, SmoothStream& stream) {
   const std::string path = stream.GetMainfest();
-  if (path.empty() || !SendFile(path, kManifestType, request.Method() == "HEAD")) {
+  if (path.empty() || !SendFile(request, path, kManifestType)) {
     return Answer::Failure(kNotFound, "This stream has no manifest.");
   }
   return Answer::Sent();

@@ -16,10 +16,13 @@
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "webapi/caller.h"
+#include "webapi/direct_play.h"
+#include "webapi/direct_playback.h"
 #include "webapi/hls_playback.h"
 #include "webapi/http_playback.h"
 #include "webapi/media_library.h"
 #include "webapi/profiles.h"
+#include "webapi/recent_streams.h"
 #include "webapi/smooth_playback.h"
 #include "webapi/ticket.h"
 #include "webapi/webm_playback.h"
@@ -50,6 +53,7 @@ constexpr std::array kStreamKinds = {
     StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
+    StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
 };
 
 // Parameters of an opening that every later request of the stream needs.
@@ -82,17 +86,6 @@ std::string AddressOf(const Request& request, const StreamKind& kind, const Tick
          "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
 }
 
-// The stream id of the newer or the older spelling; "" and a refusal when there is none of its
-// form.
-std::string StreamIdOf(const Request& request, Answer& refusal) {
-  const std::string id = request.Text(request.Has("stream_id") ? "stream_id" : "id");
-  if (IsStreamId(id)) {
-    return id;
-  }
-  refusal = Answer::Failure(kBadRequest, "This is not the id of a stream.");
-  return "";
-}
-
 // The profile that the request names, or the one to choose for it.
 std::optional<Profile> ProfileFor(const Request& request, const std::string& format,
                                   const VideoMetaData& film, Answer& refusal) {
@@ -119,11 +112,41 @@ std::optional<Profile> ProfileFor(const Request& request, const std::string& for
   return *found;
 }
 
-// Records are JSON, which can hold no other bytes.
-bool IsUtf8(const std::string& text) {
-  Json::Value copy;
-  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
-         copy.asString() == text;
+// What a stream will be, and why.
+struct Rendition {
+  Profile profile;
+  std::string method;
+  std::string why;
+  std::string contentType;  // where it is the film's
+};
+
+std::optional<Rendition> DirectRendition(const Request& request, const VideoMetaData& film,
+                                         Answer& refusal) {
+  const std::string key = request.Text("profile");
+  if (!key.empty() && key != kDirectProfile) {
+    refusal = Answer::Failure(kBadRequest, "There is no profile of this name.");
+    return std::nullopt;
+  }
+  const DirectVerdict verdict =
+      JudgeDirect(film, request.Header("USER_AGENT"), request.Text("device"));
+  if (!verdict.fits) {
+    refusal = Answer::Failure(kNoFilm, verdict.why);
+    return std::nullopt;
+  }
+  return Rendition{{kDirectProfile, ""}, kDirectProfile, verdict.why, verdict.contentType};
+}
+
+std::optional<Rendition> RenditionFor(const Request& request, const StreamKind& kind,
+                                      const VideoMetaData& film, Answer& refusal) {
+  if (kind.kind == std::string(kDirectKind)) {
+    return DirectRendition(request, film, refusal);
+  }
+  const auto profile = ProfileFor(request, kind.format, film, refusal);
+  if (!profile) {
+    return std::nullopt;
+  }
+  const Verdict verdict = Judge(*profile, film);
+  return Rendition{*profile, verdict.method, verdict.why, ""};
 }
 
 bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
@@ -132,9 +155,9 @@ bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
 
 // A copied video needs no place among the transcoders. The progressive kind asks for one all the
 // same.
-bool IsBusy(const StreamKind& kind, const Profile& profile) {
-  const auto traits = LibOrvoQMX::ProfileTraits::Of(profile.value);
-  const bool needsPlace = !traits.remux || kind.kind == std::string("HTTP");
+bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
+  const auto traits = LibOrvoQMX::ProfileTraits::Of(rendition.profile.value);
+  const bool needsPlace = rendition.method == "transcode" || kind.kind == std::string("HTTP");
   return needsPlace && !LibMirevo::TransLoading().TransEnable(traits.hardware);
 }
 
@@ -169,8 +192,11 @@ void AddOwnership(const Request& request, const std::string& streamId, Json::Val
   }
 }
 
-Json::Value ParametersToKeep(const Request& request) {
+Json::Value ParametersToKeep(const Request& request, const Rendition& rendition) {
   Json::Value parameters(Json::objectValue);
+  parameters["method"] = rendition.method;
+  parameters["why"] = rendition.why;
+  parameters["content_type"] = rendition.contentType;
   for (const char* name : kKeptParameters) {
     if (request.Has(name)) {
       parameters[name] = request.Text(name);
@@ -179,14 +205,31 @@ Json::Value ParametersToKeep(const Request& request) {
   return parameters;
 }
 
+// Makes the directory and the record of a stream, `streamId` or a new one. Its id, or a word for
+// the client.
+std::string Init(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+                 const Rendition& rendition, const std::string& streamId) {
+  if (rendition.method == kDirectProfile) {
+    return InitDirect(film, streamId);
+  }
+  QMXInitArgument argument(film.GetFilePath(), kind.kind, ProfileFile(), rendition.profile.key);
+  argument.device = request.Text("device");
+  argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
+  argument.args["hls_header"] = request.Text("hls_header") == "true";
+  if (!streamId.empty()) {
+    argument.args["stream_id"] = streamId;
+  }
+  return QMXStream::QMX_Init(argument);
+}
+
 // Opens the stream of a film that has been found fit for it.
-Answer Open(const Request& request, const StreamKind& kind, QMXInitArgument& argument,
-            const VideoMetaData& film) {
-  const std::string streamId = QMXStream::QMX_Init(argument);
+Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+            const Rendition& rendition, const std::string& joined) {
+  const std::string streamId = Init(request, kind, film, rendition, joined);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
   }
-  Json::Value parameters = ParametersToKeep(request);
+  Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, streamId, parameters);
   if (streamId.empty() || !Ticket::Create(streamId, kind.kind, parameters)) {
     return Answer::Failure(kInternal);
@@ -203,13 +246,37 @@ Answer Open(const Request& request, const StreamKind& kind, QMXInitArgument& arg
   }
   data["stream_id"] = streamId;
   data["format"] = kind.format;
-  data["profile"] = argument.profileKey;
+  data["profile"] = rendition.profile.key;
   data["duration"] = film.GetDuration();
   data["url"] = AddressOf(request, kind, *ticket);
+  RememberStream(*ticket, kOpened);
   return Answer::Success(data);
 }
 
 }  // namespace
+
+std::string StreamIdOf(const Request& request, Answer& refusal) {
+  const std::string id = request.StreamId();
+  if (IsStreamId(id)) {
+    return id;
+  }
+  refusal = Answer::Failure(kBadRequest, "This is not the id of a stream.");
+  return "";
+}
+
+std::optional<Ticket> TakeStream(const Request& request, Answer& refusal) {
+  const StreamKind* const kind = KindOf(request, refusal);
+  const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
+  if (streamId.empty() || !MayUse(request, streamId, refusal)) {
+    return std::nullopt;
+  }
+  auto ticket = Ticket::Take(streamId);
+  if (!ticket || ticket->Kind() != kind->kind) {
+    refusal = Answer::Failure(kNotFound, kStreamClosed);
+    return std::nullopt;
+  }
+  return ticket;
+}
 
 Answer OpenStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
@@ -231,46 +298,36 @@ Answer OpenStream(const Request& request) {
   if (!film.LoadFile(*path)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
-  const auto profile = ProfileFor(request, kind->format, film, refusal);
-  if (!profile) {
+  const auto rendition = RenditionFor(request, *kind, film, refusal);
+  if (!rendition) {
     return refusal;
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
     return Answer::Failure(kBadRequest, "The film has no audio track of this id.");
   }
   // A stream that is joined has its place already.
-  if (streamId.empty() && IsBusy(*kind, *profile)) {
+  if (streamId.empty() && IsBusy(*kind, *rendition)) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  QMXInitArgument argument(*path, kind->kind, ProfileFile(), profile->key);
-  argument.device = request.Text("device");
-  argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
-  argument.args["hls_header"] = request.Text("hls_header") == "true";
-  if (!streamId.empty()) {
-    argument.args["stream_id"] = streamId;
-  }
-  return Open(request, *kind, argument, film);
+  return Open(request, *kind, film, *rendition, streamId);
 }
 
 Answer PlayStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const StreamKind* const kind = KindOf(request, refusal);
-  const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty() || !MayUse(request, streamId, refusal)) {
+  auto ticket = TakeStream(request, refusal);
+  if (!ticket) {
     return refusal;
   }
-  {
-    // Not held for as long as the film is played.
-    const auto ticket = Ticket::Take(streamId);
-    if (!ticket || ticket->Kind() != kind->kind) {
-      return Answer::Failure(kNotFound, kStreamClosed);
-    }
-    const Answer revived = ReviveStream(*ticket);
-    if (revived.IsFailure()) {
-      return revived;
-    }
+  const Answer revived = ReviveStream(*ticket);
+  if (revived.IsFailure()) {
+    return revived;
   }
+  ticket->MarkUse();
+  const StreamKind* const kind = FindKind(ticket->Kind());
+  const std::string streamId = ticket->StreamId();
+  // Not held for as long as the film is played.
+  ticket.reset();
   return kind->play(request, streamId);
 }
 
@@ -282,6 +339,7 @@ Answer CloseStream(const Request& request) {
     return refusal;
   }
   if (auto ticket = Ticket::Take(streamId)) {
+    RememberStream(*ticket, kClosed);
     ticket->Remove();
   }
   kind->close(streamId);
@@ -310,6 +368,7 @@ void SweepStreams() {
       kind->close(id);
     }
     if (idle > kTicketSeconds) {
+      RememberStream(*ticket, kClosed);
       ticket->Remove();
     }
   }

@@ -1,11 +1,22 @@
 // Opening, playing and closing streams.
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "webapi/answer.h"
 #include "webapi/request.h"
 #include "webapi/ticket.h"
 
 namespace webapi {
+
+// The stream id that a request names, in the newer or the older spelling ("stream_id", "id"); "",
+// with the answer in `refusal`, when there is none of its form.
+std::string StreamIdOf(const Request& request, Answer& refusal);
+
+// The open stream that a request names by "format" and id, if its caller may use it. Nothing, with
+// the answer in `refusal`, otherwise.
+std::optional<Ticket> TakeStream(const Request& request, Answer& refusal);
 
 Answer OpenStream(const Request& request);
 // Sends the media itself; answers only where there is none to send.

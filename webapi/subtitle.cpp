@@ -66,6 +66,7 @@ std::optional<Stream> StreamOf(const std::string& id) {
   }
   // The folder keeps the converted track. Without one there is still a film to read.
   ReviveStream(*ticket);
+  ticket->MarkUse();
   return Stream{ticket->Record(), ticket->Folder()};
 }
 
@@ -132,20 +133,23 @@ Answer Send(const std::string& webVtt, bool headersOnly) {
 }  // namespace
 
 Answer GetSubtitle(const Request& request) {
-  const std::string id = request.Text("id");
-  if (!IsStreamId(id)) {
-    return Answer::Failure(kBadRequest, "This is not the id of a stream.");
+  Answer refusal = Answer::Failure(kInternal);
+  const std::string id = StreamIdOf(request, refusal);
+  if (id.empty()) {
+    return refusal;
   }
   auto span = SpanOf(request);
   if (!span) {
     return Answer::Failure(kBadRequest,
                            "The times must be whole seconds, the end not before the start.");
   }
+  if (!request.Has("subtitle_id")) {
+    return Answer::Failure(kBadRequest, "The parameter subtitle_id is missing.");
+  }
   const std::string codepage = request.Text("subtitle_codepage");
   if (!codepage.empty() && !IsCharacterSet(codepage)) {
     return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
   }
-  Answer refusal = Answer::Failure(kInternal);
   if (!MayUse(request, id, refusal)) {
     return refusal;
   }

@@ -57,13 +57,6 @@ std::string ConvertText(const std::string& text, const std::string& characterSet
 
 // --- Files
 
-std::string RealPath(const std::string& path) {
-  char* const resolved = realpath(path.c_str(), nullptr);
-  const std::string copy = resolved != nullptr ? resolved : "";
-  std::free(resolved);
-  return copy;
-}
-
 std::string FolderOf(const std::string& path) {
   return path.substr(0, path.rfind('/') + 1);
 }

@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <string_view>
 
+#include "platform/io.h"
 #include "platform/plat.h"
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
+#include "webapi/direct_playback.h"
 #include "webapi/profiles.h"
 
 namespace webapi {
@@ -135,6 +137,12 @@ time_t Ticket::LastUse() const {
   return std::max(ModifiedAt(PathOf(streamId_)), ModifiedAt(Folder() + "/access_status"));
 }
 
+void Ticket::MarkUse() const {
+  if (HasDirectory()) {
+    orvo::TouchFile(Folder() + "/access_status");
+  }
+}
+
 bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
   content_["owner"] = owner;
   content_["owner_pid"] = pid;
@@ -154,9 +162,12 @@ bool Ticket::Revive() const {
   if (HasDirectory()) {
     return true;
   }
-  return LibOrvoQMX::QMXStream::CreateTmpDir(streamId_, Kind(), ProfileFile(),
-                                             TextIn(Record(), "profile_key"), 0) &&
-         LibMirevo::WriteJsonToFile(RecordPath(Kind(), streamId_), Record());
+  // The library makes room for what its transcoders write.
+  const bool isMade = Kind() == kDirectKind
+                          ? libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(Folder(), 0777)
+                          : LibOrvoQMX::QMXStream::CreateTmpDir(streamId_, Kind(), ProfileFile(),
+                                                                TextIn(Record(), "profile_key"), 0);
+  return isMade && LibMirevo::WriteJsonToFile(RecordPath(Kind(), streamId_), Record());
 }
 
 void Ticket::Remove() {

@@ -45,6 +45,9 @@ class Ticket {
   int StartSeconds() const;                              // where the newest request started
   time_t LastUse() const;                                // when a request last used the stream
 
+  // Tells the stream's monitor, if it has one, that somebody is still watching.
+  void MarkUse() const;
+
   // The newest request that plays the stream. "" and -1 when none does.
   std::string Owner() const;
   pid_t OwnerPid() const;

@@ -30,6 +30,14 @@ service=$!
 read -r -t 60 -u "$output" line || fail "the service starts"
 case $line in "listening on http"*) ;; *) fail "the service listens: $line" ;; esac
 
+password=$(cat /etc/mirevo/first-password)
+[ "$(stat -c '%a %U' /etc/mirevo/first-password)" = "600 root" ] || fail "only root can read the first password"
+grep -qF "$password" /root/log || fail "the first password is shown"
+api="${line#listening on }webapi/entry.cgi?api=ORVO.Mirevo2"
+curl -s "$api.Library&version=1&method=list" | grep -q '"Unauthorized"' || fail "a login is needed"
+curl -s --data-urlencode "passwd=$password" "$api.Auth&version=1&method=login&account=owner" |
+  grep -q '"success":true' || fail "the first password is the owner's"
+
 address=$(mirevo play /var/lib/mirevo/films/film.mkv) || fail "a film can be opened"
 (ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$address" || true) | sort -u > /root/played
 printf 'aac\nh264\n' | cmp - /root/played || fail "the film plays, as H.264 and AAC"

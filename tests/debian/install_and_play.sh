@@ -18,8 +18,12 @@ for program in debootstrap dh dpkg-buildpackage zstd; do
 done
 
 mkdir -p "$folder"
-[ -e "$folder/base.tar.zst" ] || "$here/make_base.sh" "$folder/base.tar.zst" ||
-  skip "no plain Debian could be fetched"
+# Another recipe makes another base.
+base=$folder/base-$(sha256sum < "$here/make_base.sh" | cut -c 1-12).tar.zst
+if [ ! -e "$base" ]; then
+  rm -f "$folder"/base*.tar.zst
+  "$here/make_base.sh" "$base" || skip "no plain Debian could be fetched"
+fi
 rm -f "$folder"/*.deb
 "$here/../../tools/make-package" "$folder" "$build"
 
@@ -32,7 +36,7 @@ cleanup() {
 }
 trap cleanup EXIT
 mkdir "$root"
-tar --zstd -C "$root" -xf "$folder/base.tar.zst"
+tar --zstd -C "$root" -xf "$base"
 cp "$folder"/*.deb "$root/tmp"
 cp "$film" "$root/root/film.mkv"
 cp "$here/inside.sh" "$root/root"

@@ -44,6 +44,28 @@ TEST_F(Process, RunPassesArgumentsUntouchedByAnyShell) {
   EXPECT_EQ(Read("/shown"), "a b\n$HOME\n`id`\n;\n\n*\n'\"\n");
 }
 
+TEST_F(Process, ABoundedRunGivesTheExitStatus) {
+  EXPECT_EQ(orvo::RunWithin("/bin/sh", {"/bin/sh", "-c", "exit 37"}, 10000), 37);
+  EXPECT_EQ(orvo::RunWithin(Path("/missing"), {Path("/missing")}, 10000), 127);
+}
+
+TEST_F(Process, ABoundedRunIsKilledWhenItsTimeIsOver) {
+  EXPECT_EQ(orvo::RunWithin("/bin/sh", {"/bin/sh", "-c", "kill -STOP $$"}, 50), 128 + SIGKILL);
+}
+
+TEST_F(Process, ABoundedRunEndsWithItsCaller) {
+  Pipe pipe;
+  const std::string script = "echo x >&" + std::to_string(pipe.WriteEnd()) + "; kill -STOP $$";
+  Child caller([&] {
+    fcntl(pipe.WriteEnd(), F_SETFD, 0);
+    orvo::RunWithin("/bin/sh", {"/bin/sh", "-c", script}, 60000);
+  });
+  EXPECT_EQ(pipe.Read(2), "x\n");
+  caller.Kill(SIGKILL);
+  caller.Wait();
+  EXPECT_EQ(pipe.ReadToEnd(), "");
+}
+
 TEST_F(Process, RunLooksForNoProgramInThePath) {
   EXPECT_EQ(PlatExec("true"), -1);
 }

@@ -427,17 +427,20 @@ test('answers forbid what pages could be made to do with them', async () => {
 });
 
 test('whoever guesses has to wait, and nobody else', async () => {
-  service.account(['add', 'eve'], password('eve'));
-  const guess = () => post(service, 'Auth', 'login', { account: 'eve', passwd: 'a wrong guess' });
+  // One where nobody has guessed yet: the client's address has a limit of its own.
+  const own = Service.prepare();
+  for (const name of ['eve', 'bob']) own.account(['add', name], password(name));
+  await own.serve([folder]);
+  const guess = () => post(own, 'Auth', 'login', { account: 'eve', passwd: 'a wrong guess' });
   let answer = await guess();
   for (let i = 0; i < 15 && answer.status === 401; ++i) answer = await guess();
   assert.equal(answer.status, 429);
   assert.equal(answer.error.reason, 'TooManyRequests');
   const wait = Number(answer.headers.get('retry-after'));
   assert.ok(wait > 0 && wait <= 60, wait);
-  await refuses(post(service, 'Auth', 'login', { account: 'eve', passwd: password('eve') }), 429);
-  await refuses(post(service, 'Auth', 'login', { account: 'bob', passwd: password('bob') }), 200);
-  service.account(['remove', 'eve']);
+  await refuses(post(own, 'Auth', 'login', { account: 'eve', passwd: password('eve') }), 429);
+  await refuses(post(own, 'Auth', 'login', { account: 'bob', passwd: password('bob') }), 200);
+  await own.stop();
 });
 
 test('other machines are only let in where there are accounts', async () => {

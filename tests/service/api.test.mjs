@@ -4,7 +4,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { media, Service } from './support.mjs';
+import { eventually, media, Service } from './support.mjs';
 
 const film = path.join(media, 'h264_ac3.mkv');
 let service;
@@ -183,4 +183,223 @@ test('the page and nothing beside it is served', async () => {
   for (const outside of ['/webapi/../../../etc/passwd', '/..%2f..%2fetc/passwd', '/webapi/', '/etc/passwd']) {
     assert.ok((await fetch(`${service.address}${outside}`)).status >= 400, outside);
   }
+});
+
+const post = async (api, method, parameters) => {
+  const body = new URLSearchParams(parameters);
+  const response = await fetch(service.query(api, method), { method: 'POST', body });
+  return { status: response.status, ...(await response.json()) };
+};
+const player = { headers: { 'User-Agent': 'VLC/3.0.20 LibVLC/3.0.20' } };
+const openDirect = async (film_, options = player) =>
+  (await fetch(service.query('Streaming', 'open', { format: 'direct', path: film_ }), options)).json();
+
+test('a search finds films in any case below all roots, and says when it stops early', async () => {
+  const { data } = await service.call('Library', 'search', { q: 'H264' });
+  assert.ok(data.files.some(({ name }) => name === 'h264_ac3.mkv'));
+  assert.equal(data.truncated, false);
+  const below = await service.call('Library', 'search', { q: 'BLANKS', path: folder });
+  assert.deepEqual(below.data.files.map(({ name }) => name), ['two  blanks.mkv']);
+  const out = await service.call('Library', 'search', { q: 'leads' });
+  assert.deepEqual(out.data.files, [], 'a link out of the roots is not there');
+  await refuses(service.call('Library', 'search', { q: 'a', path: '/etc' }), 403, 'Forbidden');
+});
+
+test('a card has the facts of a film as it is displayed', async () => {
+  const { data } = await service.call('Library', 'card', { path: path.join(media, 'portrait.mp4') });
+  assert.deepEqual(data, { duration: 60, width: 360, height: 640, video: 'h264', audio: 'aac' });
+  await refuses(service.call('Library', 'card', { path: path.join(media, 'zeros.mkv') }), 415, 'TransVideoNotSupported');
+  await refuses(service.call('Library', 'card', { path: path.join(media, 'zeros.mkv') }), 415, 'TransVideoNotSupported');
+});
+
+test('a picture is made once and then asked for by its tag', async () => {
+  const address = service.query('Library', 'poster', { path: film, width: 64 });
+  const first = await fetch(address);
+  assert.equal(first.status, 200);
+  assert.equal(first.headers.get('content-type'), 'image/jpeg');
+  assert.match(first.headers.get('cache-control'), /max-age=\d+/);
+  const picture = Buffer.from(await first.arrayBuffer());
+  assert.equal(picture.readUInt16BE(0), 0xffd8, 'a JPEG');
+  const tag = first.headers.get('etag');
+  const again = await fetch(address, { headers: { 'If-None-Match': tag } });
+  assert.equal(again.status, 304);
+  const head = await fetch(address, { method: 'HEAD' });
+  assert.equal(head.headers.get('content-length'), String(picture.length));
+  assert.equal(head.headers.get('etag'), tag);
+});
+
+test('a thumbnail stands for ten seconds', async () => {
+  const at = async (time) => {
+    const response = await fetch(service.query('Library', 'thumbnail', { path: film, time }));
+    return Buffer.from(await response.arrayBuffer());
+  };
+  const picture = await at(21);
+  assert.deepEqual(await at('29.5'), picture);
+  assert.notDeepEqual(await at(31), picture);
+  for (const wrong of ['', '-1', '3600', 'now']) {
+    await refuses(service.call('Library', 'thumbnail', { path: film, time: wrong }), 400, 'BadRequest');
+  }
+  for (const width of ['0', '15', '321', 'wide']) {
+    await refuses(service.call('Library', 'thumbnail', { path: film, time: 1, width }), 400, 'BadRequest');
+  }
+});
+
+test('what a playlist names is no picture', async () => {
+  for (const name of ['playlist.mkv', 'script.mkv', 'no_video.mka']) {
+    await refuses(service.call('Library', 'poster', { path: path.join(media, name) }), 415, 'TransVideoNotSupported');
+  }
+});
+
+test('a page of posters is served however many are asked for at once', async () => {
+  const widths = Array.from({ length: 12 }, (_, index) => 100 + 2 * index);
+  const answers = await Promise.all(widths.map((width) => fetch(service.query('Library', 'poster', { path: film, width }))));
+  for (const answer of answers) {
+    assert.equal(answer.status, 200);
+    await answer.arrayBuffer();
+  }
+});
+
+test('what was watched is kept, newest first, until the film is gone', async () => {
+  const passing = path.join(folder, 'passing.mkv');
+  fs.copyFileSync(film, passing);
+  assert.deepEqual((await service.call('History', 'get', { path: passing })).data, { position: 0, duration: 0, finished: false });
+  await post('History', 'save', { path: film, position: '12.9', duration: 60 });
+  await post('History', 'save', { path: passing, position: 59, duration: 60 });
+  const names = async () => (await service.call('History', 'list')).data.items.map(({ name }) => name);
+  assert.deepEqual(await names(), ['passing.mkv', 'h264_ac3.mkv']);
+  assert.deepEqual((await service.call('History', 'get', { path: film })).data, { position: 12, duration: 60, finished: false });
+  assert.equal((await service.call('History', 'get', { path: passing })).data.finished, true);
+  fs.rmSync(passing);
+  assert.deepEqual(await names(), ['h264_ac3.mkv']);
+  await post('History', 'save', { path: film, position: 20, duration: 60 });
+  assert.deepEqual(await names(), ['h264_ac3.mkv'], 'one entry for a film');
+  await post('History', 'remove', { path: film });
+  assert.deepEqual(await names(), []);
+});
+
+test('a damaged history is an empty one', async () => {
+  const file = path.join(service.root, 'var/packages/Mirevo/etc/history/all.json');
+  for (const content of ['{', '[1,{"path":5}]', '"text"']) {
+    fs.writeFileSync(file, content);
+    assert.deepEqual((await service.call('History', 'list')).data, { items: [] });
+  }
+  await post('History', 'save', { path: film, position: 1, duration: 60 });
+  assert.equal((await service.call('History', 'list')).data.items.length, 1);
+  await post('History', 'remove', {});
+});
+
+test('what cannot be a position is not kept', async () => {
+  for (const wrong of [{ position: -1 }, { position: 70 }, { position: 'x' }, { duration: '' }]) {
+    assert.equal((await post('History', 'save', { path: film, position: 1, duration: 60, ...wrong })).status, 400);
+  }
+  assert.equal((await post('History', 'save', { path: '/etc/passwd', position: 1, duration: 2 })).status, 403);
+  assert.deepEqual((await service.call('History', 'list')).data, { items: [] });
+});
+
+test('a film plays directly whatever it is called, whole and in parts', async () => {
+  const whole = fs.readFileSync(film);
+  for (const name of ['a "b" & <c>\n%s.mkv', 'two  blanks.mkv', "it's.mkv"]) {
+    const { data } = await openDirect(path.join(folder, name));
+    assert.equal(data.content_type, 'video/x-matroska');
+    const head = await fetch(data.url, { method: 'HEAD' });
+    assert.equal(head.headers.get('content-length'), String(whole.length));
+    assert.equal(head.headers.get('accept-ranges'), 'bytes');
+    const tag = head.headers.get('etag');
+    assert.ok(head.headers.get('last-modified'));
+    const part = await fetch(data.url, { headers: { Range: 'bytes=1000-1999' } });
+    assert.equal(part.status, 206);
+    assert.equal(part.headers.get('content-range'), `bytes 1000-1999/${whole.length}`);
+    assert.deepEqual(Buffer.from(await part.arrayBuffer()), whole.subarray(1000, 2000));
+    const changed = await fetch(data.url, { headers: { Range: 'bytes=0-9', 'If-Range': '"other"' } });
+    assert.equal(changed.status, 200);
+    assert.deepEqual(Buffer.from(await changed.arrayBuffer()), whole);
+    const behind = await fetch(data.url, { headers: { Range: `bytes=${whole.length}-` } });
+    assert.equal(behind.status, 416);
+    await behind.arrayBuffer();
+    const same = await fetch(data.url, { headers: { 'If-None-Match': tag } });
+    assert.equal(same.status, 304);
+    await service.call('Streaming', 'close', { format: 'direct', stream_id: data.stream_id });
+    const gone = await fetch(data.url);
+    assert.equal(gone.status, 404);
+    await gone.arrayBuffer();
+  }
+});
+
+test('a client gets a film directly only if it plays it', async () => {
+  const { error } = await openDirect(path.join(media, 'mpeg4_mp3.avi'), { headers: { 'User-Agent': 'Mozilla/5.0 Firefox/120.0' } });
+  assert.equal(error.reason, 'TransVideoNotSupported');
+  assert.match(error.message, /avi/);
+  assert.deepEqual(service.streamFolders(), []);
+});
+
+test('a direct stream needs no transcoder and is told of like the others', async () => {
+  const { data: stream } = await openDirect(film);
+  const { data: state } = await service.call('Streaming', 'state', { format: 'direct', stream_id: stream.stream_id });
+  assert.deepEqual({ ...state, why: '' }, { method: 'direct', why: '', profile: 'direct', duration: 60, transcoder: null });
+  const response = await fetch(stream.url, { headers: { Range: `bytes=${Math.floor(stream.size / 2)}-` } });
+  await response.arrayBuffer();
+  const { data } = await service.call('Status', 'get');
+  const told = data.streams.find((entry) => entry.stream_id === stream.stream_id);
+  assert.equal(told.method, 'direct');
+  assert.ok(Math.abs(told.position - 30) <= 1, `at ${told.position}`);
+  assert.ok(told.idle_seconds < 30);
+  await service.call('Streaming', 'close', { format: 'direct', stream_id: stream.stream_id });
+  const { recent } = (await service.call('Status', 'get')).data;
+  assert.deepEqual(recent.slice(0, 2).map(({ event, kind }) => `${kind} ${event}`), ['DIRECT closed', 'DIRECT opened']);
+  assert.ok(recent.length <= 50);
+});
+
+test('a segment has a tag and its bytes, a playlist is asked for anew', async () => {
+  const { data: stream } = await service.call('Streaming', 'open', { format: 'hls', path: film });
+  const master = await fetch(stream.url);
+  assert.match(master.headers.get('cache-control'), /no-cache/);
+  assert.equal((await fetch(stream.url, { headers: { 'If-None-Match': master.headers.get('etag') } })).status, 304);
+  const address = service.query('Streaming', 'stream', { format: 'hls', stream_id: stream.stream_id, fragment_id: 0 });
+  const segment = await fetch(address);
+  assert.equal(segment.status, 200);
+  assert.match(segment.headers.get('cache-control'), /^private, max-age=\d+$/);
+  const bytes = Buffer.from(await segment.arrayBuffer());
+  const part = await fetch(address, { headers: { Range: 'bytes=188-375', 'If-Range': segment.headers.get('etag') } });
+  assert.equal(part.status, 206);
+  assert.deepEqual(Buffer.from(await part.arrayBuffer()), bytes.subarray(188, 376));
+  const { data: state } = await service.call('Streaming', 'state', { format: 'hls', id: JSON.stringify(stream.stream_id) });
+  assert.equal(state.method, 'remux');
+  assert.match(state.why, /^The video is copied/);
+  await service.call('Streaming', 'close', { format: 'hls', id: JSON.stringify(stream.stream_id) });
+  await service.isQuiet();
+});
+
+test('each request for a stream counts as its use', async () => {
+  for (const format of ['http', 'hls', 'direct']) {
+    const { data: stream } = await (
+      await fetch(service.query('Streaming', 'open', { format, path: film }), player)
+    ).json();
+    const kind = { http: 'HTTP', hls: 'HLS', direct: 'DIRECT' }[format];
+    const mark = path.join(service.root, 'tmp/Mirevo', kind, stream.stream_id, 'access_status');
+    for (const method of ['HEAD', 'GET']) {
+      if (fs.existsSync(mark)) fs.utimesSync(mark, 1, 1);
+      const response = await fetch(stream.url, { method });
+      assert.ok(fs.statSync(mark).mtimeMs > 1000, `${method} ${format}`);
+      await response.body?.cancel();
+    }
+    await service.call('Streaming', 'close', { format, stream_id: stream.stream_id });
+  }
+  await service.isQuiet();
+});
+
+test('who finds the transcoder taken is told when to come again', async () => {
+  const first = await service.open(path.join(media, 'vp9_opus.webm'));
+  const response = await fetch(first.url);
+  await eventually(() => (service.registry().length === 1 ? true : undefined));
+  const busy = await service.call('Streaming', 'open', { format: 'http', path: path.join(media, 'mpeg2_mp2.ts') });
+  assert.equal(busy.status, 503);
+  assert.equal(busy.headers.get('retry-after'), String(busy.error.retry_after));
+  assert.ok(busy.error.retry_after > 0);
+  const { data: state } = await service.call('Streaming', 'state', { format: 'http', stream_id: first.stream_id });
+  assert.equal(state.method, 'transcode');
+  assert.ok(state.transcoder.pid > 0);
+  assert.ok(state.transcoder.cpu_seconds >= 0);
+  await response.body.cancel();
+  await service.close(first);
+  await service.isQuiet();
 });

@@ -136,7 +136,7 @@ export class Service {
   }
 
   streamFolders() {
-    const kinds = ['HTTP', 'HLS', 'WEBM', 'SS'];
+    const kinds = ['HTTP', 'HLS', 'WEBM', 'SS', 'DIRECT'];
     return kinds.flatMap((kind) => [`tmp/Mirevo/${kind}`, `volume1/@tmp/Mirevo/${kind}`]).flatMap((name) => {
       const folder = path.join(this.root, name);
       return fs.existsSync(folder) ? fs.readdirSync(folder) : [];

@@ -28,13 +28,18 @@ H264_FILMS = {"h264_ac3.mkv": 60, "h264_aac.mp4": 60, "portrait.mp4": 60, "no_au
               "two_audio.mkv": 60}
 OTHER_FILMS = {"mpeg4_mp3.avi": 30, "mpeg2_mp2.ts": 30, "vp9_opus.webm": 30, "hevc10_aac.mov": 30}
 SILENT_FILMS = {"no_audio.mkv"}
+COPIED_SOUND = {"h264_aac.mp4": "aac", "mpeg4_mp3.avi": "mp3"}
 
 SIZES = {"240p": (320, 240), "360p": (480, 360), "480p": (852, 480), "720p": (1280, 720),
          "1080p": (1920, 1080)}
-CODECS = {"mp4": ("h264", "aac"), "ts": ("h264", "aac"), "wmv": ("wmv2", "wmav2")}
-KEY = re.compile(r"(http_mp4|http_ts|http_wmv|hls)_((\d+p)_(vaapi_)?vb(\d+)_ab(\d+)|remux)")
+CODECS = {"mp4": ("h264", "aac"), "ts": ("h264", "aac"), "wmv": ("wmv2", "wmav2"),
+          "webm": ("vp8", "mp3"), "webm_vp9": ("vp9", "mp3")}
+KEY = re.compile(r"(http_mp4|http_ts|http_wmv|hls|webm|webm_vp9)_((\d+p)_(vaapi_)?vb(\d+)_ab(\d+)|remux)")
+# What is in these is another test's.
+FRAGMENT_KEY = re.compile(r"smoothstreaming_(?:hd)?(\d+)p?_(x264|h264_smd)_vb(\d+)_(vf15_)?aac_ab(\d+)")
 # Where segments are cut is another test's; here their streams are played uncut.
-KINDS = {"http_mp4": "mp4", "http_ts": "ts", "http_wmv": "wmv", "hls": "ts"}
+KINDS = {"http_mp4": "mp4", "http_ts": "ts", "http_wmv": "wmv", "hls": "ts",
+         "webm": "webm", "webm_vp9": "webm"}
 CONTAINER = {"hls": ["-f", "mpegts"]}
 
 
@@ -46,6 +51,7 @@ class Case:
         self.start = length - SPAN
         match = KEY.fullmatch(key)
         self.kind, self.is_remux = KINDS[match[1]], match[2] == "remux"
+        self.codecs = CODECS.get(match[1], CODECS[self.kind])
         self.container = CONTAINER.get(match[1], [])
         if not self.is_remux:
             self.size = SIZES[match[3]]
@@ -66,9 +72,20 @@ def load(folder):
         profiles = json.loads(path.read_text())
         assert {"http_mp4_remux", "http_ts_remux", "hls_remux"} <= profiles.keys(), path
         for key, arguments in profiles.items():
+            if match := FRAGMENT_KEY.fullmatch(key):
+                check_fragments(f"{path.name}: {key}", match, arguments)
+                continue
             check_text(path.name, key, arguments)
             seen.setdefault((key.replace("vaapi_", ""), arguments), key)
     return [(key, arguments) for (_, arguments), key in seen.items()]
+
+
+def check_fragments(where, match, arguments):
+    """The manifest's rates are part of the fragments' names."""
+    words = arguments.split(" ")
+    value = {name: words[words.index(name) + 1] for name in ("-s", "-vb", "-ab")}
+    assert value == {"-s": match[1], "-vb": match[3] + "000", "-ab": match[5] + "000"}, where
+    assert (match[2] == "x264") == (match[4] is not None) == ("libx264" in words), where
 
 
 def check_text(name, key, arguments):
@@ -85,7 +102,23 @@ def check_text(name, key, arguments):
     assert ("wmv2" in arguments) == (match[1] == "http_wmv"), where
 
 
+def with_copied_sound(arguments):
+    """As the library changes the arguments where the film's sound needs no encoder."""
+    return re.sub(r" -a[brc] \S+", "", arguments).replace("-acodec libmp3lame", "-acodec copy")
+
+
+def copies(profiles):
+    """A live stream beside the films whose sound it takes as it is."""
+    key, arguments = next(profile for profile in profiles if profile[0].startswith("webm_240p"))
+    for film, codec in COPIED_SOUND.items():
+        length = {**H264_FILMS, **OTHER_FILMS}[film]
+        case = Case(key, with_copied_sound(arguments), film, length)
+        case.codecs = (case.codecs[0], codec)
+        yield case
+
+
 def cases(profiles):
+    yield from copies(profiles)
     films = itertools.cycle((OTHER_FILMS | H264_FILMS).items())
     for key, arguments in profiles:
         if key.endswith("remux"):
@@ -96,10 +129,12 @@ def cases(profiles):
 
 
 def command(case, options, media, output):
-    start = ["-ss", f"{case.start:.3f}"] + (["-copyts"] if case.keeps_clock() else [])
+    is_live = case.kind == "webm"
+    start = ["-ss", f"{case.start:.3f}"] + (["-copyts"] if case.keeps_clock() and not is_live else [])
+    clock = ["-webm_seek_time", f"{case.start}", "-avoid_negative_ts", "0"] if is_live else []
     film = str(pathlib.Path(media, case.film))
     return [options.transcoder, *start, "-i", film, *case.arguments.split(" "),
-            *case.container, output]
+            *case.container, *clock, output]
 
 
 def play(case, options, path):
@@ -141,7 +176,7 @@ def clock_errors(case, video, audio):
 
 
 def picture_errors(case, video):
-    if video["codec_name"] != CODECS[case.kind][0] or video["pix_fmt"] != "yuv420p":
+    if video["codec_name"] != case.codecs[0] or video["pix_fmt"] != "yuv420p":
         yield f"picture is {video['codec_name']} {video['pix_fmt']}"
     if not case.is_remux and (video["width"], video["height"]) != case.size:
         yield f"picture is {video['width']}x{video['height']}, not {case.size}"
@@ -150,8 +185,10 @@ def picture_errors(case, video):
 def sound_errors(case, audio):
     if (audio is None) != (case.film in SILENT_FILMS):
         yield f"sound is {audio}"
-    expected = (CODECS[case.kind][1], "48000", 2)
-    if audio and (audio["codec_name"], audio["sample_rate"], audio["channels"]) != expected:
+    expected = (case.codecs[1], "48000", 2)
+    found = audio and (audio["codec_name"], audio["sample_rate"], audio["channels"])
+    is_copied = "-acodec copy" in case.arguments
+    if audio and (found[0] != expected[0] if is_copied else found != expected):
         yield f"sound is {audio}"
 
 

@@ -149,5 +149,64 @@ TEST(SegmentTranslation, TakesAStreamFromAPipeAsItComes) {
   EXPECT_FALSE(Contains(translation.command, "-af"));
 }
 
+constexpr char kFragmenting[] = " -fragment_length 5 -seek_time 10 -filled 1 /d/smooth";
+
+Translation Fragment(const std::string& options) {
+  return Translated("-ss 10.000 -i f.mkv -vb 200000 -ab 40k " + options + kFragmenting);
+}
+
+TEST(FragmentTranslation, PlansByTheRatesAndTheStart) {
+  const Translation translation = Fragment("-acodec aac");
+  ASSERT_TRUE(translation.fragments.has_value());
+  EXPECT_FALSE(translation.segments.has_value());
+  EXPECT_EQ(translation.fragments->folder, "/d/smooth");
+  EXPECT_EQ(translation.fragments->videoRate, "200000");
+  EXPECT_EQ(translation.fragments->audioRate, "40000");
+  EXPECT_EQ(translation.fragments->firstNumber, 2);
+  EXPECT_EQ(translation.fragments->length, 5);
+}
+
+TEST(FragmentTranslation, WritesOneStreamForTheCutter) {
+  const Strings command = Fragment("-acodec aac").command;
+  EXPECT_TRUE(Contains(command, "-output_ts_offset 19.600 -avoid_negative_ts disabled"));
+  EXPECT_TRUE(Contains(command, "-f nut pipe:1"));
+  EXPECT_TRUE(Contains(command, "-bf 0"));
+  for (const char* option : {"-fragment_length", "-seek_time", "-filled", "/d/smooth"}) {
+    EXPECT_FALSE(Contains(command, option)) << option;
+  }
+}
+
+TEST(FragmentTranslation, GivesEachKeyFrameItsParameterSets) {
+  EXPECT_EQ(Value(Fragment("").command, "-bsf:v"), "dump_extra=freq=keyframe");
+  EXPECT_EQ(Value(Fragment("-bsf:v x=1").command, "-bsf:v"), "x=1,dump_extra=freq=keyframe");
+}
+
+TEST(FragmentTranslation, FitsThePictureBehindItsFilters) {
+  const Strings command = Fragment("-s 430x240 -vf yadif").command;
+  const std::string chain = Value(command, "-vf");
+  EXPECT_EQ(chain.rfind("yadif,trim=start=0.39999,scale=", 0), 0U) << chain;
+  EXPECT_NE(chain.find("pad=430:240:-1:-1,setsar=0"), std::string::npos) << chain;
+  EXPECT_FALSE(Contains(command, "-s"));
+}
+
+TEST(FragmentTranslation, StartsWithAFragmentThatIsWhole) {
+  const auto first = [](const std::string& start) {
+    return Translated("-ss 0 -i f.mkv -vb 1 -ab 1 -fragment_length 5 -seek_time " + start + " d")
+        .fragments->firstNumber;
+  };
+  EXPECT_EQ(first("0"), 0);
+  EXPECT_EQ(first("1"), 1);
+  EXPECT_EQ(first("5"), 1);
+  EXPECT_EQ(first("5.1"), 2);
+}
+
+TEST(FragmentTranslation, RefusesWhatCannotBecomeFragments) {
+  for (const char* options :
+       {"-vcodec copy", "-acodec copy", "-c copy", "-vb x", "-ab 0", "-vb 1M"}) {
+    EXPECT_FALSE(Fragment(options).error.empty()) << options;
+  }
+  EXPECT_FALSE(Translated("-i f.mkv -fragment_length 5 -seek_time 0 d").error.empty());
+}
+
 }  // namespace
 }  // namespace orvo::transcoder

@@ -100,6 +100,19 @@ TEST(Translation, StartsTheClockOfAWebMStreamWhereItIsTold) {
             (Words("-avoid_negative_ts 0 -output_ts_offset 30")));
 }
 
+TEST(Translation, StartsCopiedSoundWithTheEncodedPicture) {
+  EXPECT_EQ(Output(Words("-vcodec libvpx -acodec copy -af aresample -webm_seek_time 30")),
+            Words("-vcodec libvpx -acodec copy -output_ts_offset 30 -copypriorss:a 0"));
+  EXPECT_EQ(Output(Words("-vcodec copy -acodec copy")), Words("-vcodec copy -acodec copy"));
+}
+
+TEST(Translation, EncodesSoundThatALiveStreamCannotTakeAsItIs) {
+  const Strings command =
+      Translated(Words("-i f.ts -vcodec libvpx -acodec copy -af aresample -webm_seek_time 30 o"));
+  EXPECT_TRUE(Contains(command, Words("-acodec libmp3lame -af aresample")));
+  EXPECT_FALSE(Contains(command, Words("-copypriorss:a")));
+}
+
 TEST(Translation, KeepsTheFilmsClock) {
   const Strings command = Translated(Words("-ss 12.000 -copyts -i f -f mpegts o"));
   EXPECT_TRUE(Contains(command, Words("-f mpegts -output_ts_offset 12.000 -muxdelay 0")));

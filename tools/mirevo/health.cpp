@@ -157,6 +157,10 @@ void ExamineLibraries(Findings& findings) {
       Loads("libsodium.so.23")
           ? Good("libsodium", "loads")
           : Finding{"libsodium", State::kWarning, "Nobody can log in.", "apt install libsodium23"});
+  findings.push_back(Loads("libsodium.so.23")
+                         ? Good("libsodium", "loads")
+                         : Finding{"libsodium", State::kWarning, "There can be no accounts.",
+                                   "apt install libsodium23"});
   findings.push_back(Loads("libuchardet.so.0")
                          ? Good("libuchardet", "loads")
                          : Finding{"libuchardet", State::kWarning,

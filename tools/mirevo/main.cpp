@@ -4,6 +4,8 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cstdio>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,10 +38,7 @@ std::vector<std::string> Arguments(int argc, char** argv) {
   return {arguments.rbegin(), arguments.rend()};  // the parser takes them from the end
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  openlog("mirevo", LOG_PID, LOG_USER);
+int Run(int argc, char** argv) {
   int exitCode = mirevo::kOk;
   CLI::App app("Watch stored films from anywhere while they are being transcoded.", "mirevo");
   app.set_version_flag("--version", "mirevo " MIREVO_VERSION);
@@ -60,4 +59,16 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? mirevo::kOk : mirevo::kUsage;
   }
   return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("mirevo", LOG_PID, LOG_USER);
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "mirevo: %s\n", error.what());
+    return mirevo::kFailed;
+  }
 }

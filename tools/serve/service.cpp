@@ -25,6 +25,8 @@
 #include "tools/serve/readiness.h"
 #include "tools/serve/web_server.h"
 #include "util/json_utils.h"
+#include "webapi/film_cache.h"
+#include "webapi/media_library.h"
 #include "webapi/streaming.h"
 
 namespace serve {
@@ -234,6 +236,17 @@ bool IsHostCharacter(unsigned char c) {
          c == '[' || c == ']';
 }
 
+// Where the files lie that requests send. A film that was given by itself is in a folder, too.
+std::vector<std::string> SendFolders() {
+  std::vector<std::string> folders = {orvo::SystemPath("/tmp/Mirevo"),
+                                      orvo::SystemPath(webapi::kCacheFolder)};
+  for (const std::string& root : webapi::MediaRoots()) {
+    const bool isFolder = std::filesystem::is_directory(root);
+    folders.push_back(isFolder ? root : std::filesystem::path(root).parent_path().string());
+  }
+  return folders;
+}
+
 }  // namespace
 
 bool IsHost(const std::string& text) {
@@ -271,8 +284,8 @@ int Serve(const Options& options) {
   // The links of streams, which are as good as a login, are for this user's eyes.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
-  return Run({package + "player", package + "webapi", state, orvo::SystemPath("/tmp/Mirevo"),
-              endpoints, options.hosts, options.origins, options.certificate, options.key},
+  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
+              options.hosts, options.origins, options.certificate, options.key},
              std::move(sockets), browser.Get());
 }
 

@@ -49,6 +49,12 @@ std::string Join(const std::vector<std::string>& parts, const std::string& separ
   return text;
 }
 
+// A list of texts of that language.
+std::string List(std::vector<std::string> texts) {
+  std::transform(texts.begin(), texts.end(), texts.begin(), Quoted);
+  return "( " + Join(texts, ", ") + " )";
+}
+
 // The names that an endpoint goes by without anybody having given it one.
 std::vector<std::string> OwnNames(const Endpoint& endpoint) {
   const std::string port = std::string(":").append(std::to_string(endpoint.port));
@@ -112,7 +118,8 @@ bool IsFarther(const WebServer& server) {
 
 // What the request program finds in its environment.
 std::string EnvironmentOf(const WebServer& server) {
-  // Segments go out by the web server itself, from the streams' directories and nowhere else.
+  // Segments, pictures and films that need no transcoder go out by the web server itself, from
+  // their folders and nowhere else.
   std::string environment = "( \"MIREVO_SENDFILE\" => \"X-Sendfile\"";
   const auto add = [&](const std::string& name, const std::string& value) {
     environment += ", " + Quoted(name) + " => " + Quoted(value);
@@ -174,12 +181,13 @@ std::string Configuration(const WebServer& server) {
   line("index-file.names", "( \"index.html\" )");
   line("mimetype.assign",
        "( \".html\" => \"text/html; charset=utf-8\", \".js\" => \"text/javascript\", "
-       "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\" )");
+       "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\", "
+       "\".json\" => \"application/json\" )");
   line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + " )");
   line("cgi.assign", "( \"entry.cgi\" => \"\" )");
   line("setenv.set-environment", EnvironmentOf(server));
   line("cgi.x-sendfile", "\"enable\"");
-  line("cgi.x-sendfile-docroot", "( " + Quoted(server.streamFolder + "/") + " )");
+  line("cgi.x-sendfile-docroot", List(server.sendFolders));
   line("setenv.set-response-header", ResponseHeaders(server));
   // A film goes out as the viewer takes it, and a request whose viewer has left is ended.
   line("server.stream-response-body", "2");

@@ -12,10 +12,10 @@
 namespace serve {
 
 struct WebServer {
-  std::string pageFolder;    // served as it is
-  std::string webapiFolder;  // holds entry.cgi
-  std::string stateFolder;   // for the configuration and the log
-  std::string streamFolder;  // what requests send by name lies here
+  std::string pageFolder;                // served as it is
+  std::string webapiFolder;              // holds entry.cgi
+  std::string stateFolder;               // for the configuration and the log
+  std::vector<std::string> sendFolders;  // what requests send by name lies in one of these
   std::vector<Endpoint> endpoints;
   // What a browser may call this server, besides its addresses: names, with or without a port.
   std::vector<std::string> hosts;
