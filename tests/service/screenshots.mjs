@@ -42,8 +42,12 @@ async function shoot(page, name, parts = {}) {
   fs.unlinkSync(`${file}.full.png`);
 }
 
+// Every film in sight has its picture.
 async function postersAreThere({ page }) {
-  await page.waitForFunction(() => [...document.querySelectorAll('.tile')].every((tile) => tile.querySelector('img') || tile.querySelector('.facts').textContent === 'Folder'));
+  await page.waitForFunction(() => {
+    const tiles = [...document.querySelectorAll('.tile')].filter((tile) => tile.getBoundingClientRect().top < innerHeight);
+    return tiles.length > 0 && tiles.every((tile) => tile.querySelector('img') || tile.querySelector('.facts').textContent === 'Folder');
+  });
 }
 
 const folder = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-pictures-')), 'films');
