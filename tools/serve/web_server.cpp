@@ -137,9 +137,10 @@ std::string EnvironmentOf(const WebServer& server) {
 }
 
 std::string ResponseHeaders(const WebServer& server) {
+  // hls.js plays from objects of its own and lets its subtitle tracks begin as an empty text.
   std::string headers =
       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
-      "'self' blob:; style-src 'self' 'unsafe-inline'; object-src 'none'; base-uri 'none'; "
+      "'self' blob: data:; style-src 'self' 'unsafe-inline'; object-src 'none'; base-uri 'none'; "
       "form-action 'self'; frame-ancestors 'none'\", "
       "\"Referrer-Policy\" => \"same-origin\", \"X-Content-Type-Options\" => \"nosniff\", "
       "\"X-Frame-Options\" => \"DENY\"";

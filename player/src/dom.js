@@ -1,0 +1,94 @@
+// Making elements. Texts only ever become text nodes: a file's name may hold anything.
+
+const OWN = new Set(['hidden', 'disabled', 'checked', 'value', 'open', 'required', 'readOnly', 'muted']);
+
+function apply(node, name, value) {
+  if (name === 'on') {
+    Object.entries(value).forEach(([type, handler]) => node.addEventListener(type, handler));
+  } else if (OWN.has(name)) {
+    node[name] = value;
+  } else if (value !== undefined && value !== false) {
+    node.setAttribute(name, value === true ? '' : String(value));
+  }
+}
+
+// element('button', { type: 'button', on: { click } }, 'Play'). Children that are null or false are left out.
+export function element(name, attributes = {}, ...children) {
+  const node = document.createElement(name);
+  node.append(...children.flat().filter((child) => child !== null && child !== undefined && child !== false));
+  Object.entries(attributes).forEach(([key, value]) => apply(node, key, value));
+  return node;
+}
+
+const SVG = 'http://www.w3.org/2000/svg';
+
+// Outlines in a box of 24 x 24.
+const OUTLINES = {
+  play: 'M7 4v16l13-8z',
+  pause: 'M6 4h4v16H6zM14 4h4v16h-4z',
+  back: 'M11 5 4 12l7 7v-5h9v-4h-9z',
+  sound: 'M4 9v6h4l5 5V4L8 9zM16 8a5 5 0 0 1 0 8M18 5a9 9 0 0 1 0 14',
+  silent: 'M4 9v6h4l5 5V4L8 9zM16 9l6 6M22 9l-6 6',
+  full: 'M4 9V4h5M15 4h5v5M20 15v5h-5M9 20H4v-5',
+  settings: 'M4 7h9M17 7h3M4 12h3M11 12h9M4 17h9M17 17h3M15 5v4M9 10v4M15 15v4',
+  inset: 'M3 5h18v14H3zM12 12h7v5h-7z',
+  captions: 'M3 5h18v14H3zM7 11h4M13 11h4M7 15h7M16 15h1',
+  figures: 'M4 20V10M10 20V4M16 20v-7M21 20H3',
+  elsewhere: 'M14 4h6v6M20 4l-9 9M18 14v6H4V6h6',
+  help: 'M9 9a3 3 0 1 1 4 3c-1 .5-1 1-1 2M12 17.5v.5',
+  folder: 'M3 6h7l2 3h9v10H3z',
+  film: 'M4 5h16v14H4zM8 5v14M16 5v14M4 10h4M4 14h4M16 10h4M16 14h4',
+};
+const FILLED = new Set(['play', 'pause']);
+
+export function icon(name) {
+  const svg = document.createElementNS(SVG, 'svg');
+  svg.setAttribute('viewBox', '0 0 24 24');
+  svg.setAttribute('aria-hidden', 'true');
+  svg.classList.add('icon');
+  svg.classList.toggle('filled', FILLED.has(name));
+  const outline = document.createElementNS(SVG, 'path');
+  outline.setAttribute('d', OUTLINES[name]);
+  svg.append(outline);
+  return svg;
+}
+
+// A button that shows a sign and is called `label`.
+export function signButton(sign, label, click, attributes = {}) {
+  return element('button', { type: 'button', class: 'sign', 'aria-label': label, title: label, on: { click }, ...attributes }, icon(sign));
+}
+
+export function changeSign(button, sign, label) {
+  if (button.getAttribute('aria-label') !== label) {
+    button.replaceChildren(icon(sign));
+    button.setAttribute('aria-label', label);
+    button.title = label;
+  }
+}
+
+export const find = (id) => document.getElementById(id);
+
+// A dialog that is shown and, when it is closed, gone.
+export function openDialog(title, ...children) {
+  const close = element('button', { type: 'button', on: { click: () => dialog.close() } }, 'Close');
+  const heading = element('h2', {}, title);
+  const dialog = element('dialog', { 'aria-label': title }, heading, ...children, element('p', { class: 'actions' }, close));
+  dialog.addEventListener('close', () => dialog.remove());
+  (document.fullscreenElement ?? document.body).append(dialog);
+  dialog.showModal();
+  return dialog;
+}
+
+// A table with a heading row. Cells are texts or nodes.
+export function table(caption, headings, rows) {
+  return element(
+    'div',
+    { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': caption },
+    element(
+      'table',
+      {},
+      element('thead', {}, element('tr', {}, headings.map((text) => element('th', { scope: 'col' }, text)))),
+      element('tbody', {}, rows.map((cells) => element('tr', {}, cells.map((cell) => element('td', {}, cell ?? ''))))),
+    ),
+  );
+}

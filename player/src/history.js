@@ -1,0 +1,65 @@
+// Where the viewer stopped watching. A server without a history simply has none.
+import { get, post, postLastly } from './api.js';
+
+const SAVE_SECONDS = 10;
+
+// The films that were watched, newest first; [] without a history.
+export async function watched() {
+  const answer = await get('History', 'list', {}, undefined, { quiet: true }).catch(() => null);
+  return answer?.items ?? [];
+}
+
+// The second at which to go on; 0 for a film that is new or finished.
+export async function resumePoint(encodedPath) {
+  const entry = await get('History', 'get', {}, encodedPath, { quiet: true }).catch(() => null);
+  return entry && !entry.finished ? entry.position : 0;
+}
+
+export const forget = (encodedPath) => post('History', 'remove', {}, encodedPath);
+
+// Saves where a film is: every so often, on a pause, and when the page goes away.
+export class HistoryKeeper {
+  constructor(playback) {
+    this.playback = playback;
+    this.missing = false; // the server has no history
+    this.saved = -1;
+    playback.video.addEventListener('pause', () => this.save());
+    playback.video.addEventListener('timeupdate', () => Math.abs(playback.now() - this.saved) >= SAVE_SECONDS && this.save());
+    playback.addEventListener('ended', () => this.save());
+  }
+
+  // What is to be saved; nothing while no picture has been seen.
+  entry() {
+    const { playback } = this;
+    const second = Math.floor(playback.now());
+    if (this.missing || !playback.engine || playback.marks.frame === undefined || second === this.saved) {
+      return null;
+    }
+    const duration = Math.floor(playback.duration());
+    return { position: playback.video.ended ? duration : Math.min(second, duration), duration };
+  }
+
+  async save() {
+    const entry = this.entry();
+    if (!entry) {
+      return;
+    }
+    this.saved = entry.position;
+    try {
+      await post('History', 'save', entry, this.playback.film.entry.encoded_path);
+    } catch (error) {
+      this.missing = error.reason === 'BadRequest';
+    }
+  }
+
+  saveLastly() {
+    const entry = this.entry();
+    if (entry) {
+      postLastly('History', 'save', entry, this.playback.film.entry.encoded_path);
+    }
+  }
+
+  startAnew() {
+    this.saved = -1;
+  }
+}

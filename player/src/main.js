@@ -1,0 +1,116 @@
+// The page: finds the view that the address names and shows it.
+import { element, find } from './dom.js';
+import { nameOf } from './format.js';
+import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
+import { filmView } from './view/film.js';
+import { folderView, homeView, searchView } from './view/library.js';
+import { attempt, parseAddress, say, sayError } from './view/page.js';
+import { PlayerView } from './view/player.js';
+import { statusView } from './view/status.js';
+
+const TYPING_MILLISECONDS = 300;
+
+const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView };
+
+const player = new PlayerView();
+let leaving = new AbortController();
+
+async function playView({ path, parameters }, signal) {
+  const entry = { name: nameOf(path), encoded_path: path };
+  signal.addEventListener('abort', () => player.close());
+  show({ title: entry.name, nodes: [] });
+  const second = parameters.has('t') ? Number(parameters.get('t')) : NaN;
+  await player.open(entry, second, parameters.get('kind') ?? '', signal);
+  return null;
+}
+
+function show({ title, nodes, keepsFocus }) {
+  document.title = `${title} – Mirevo`;
+  find('view').replaceChildren(...nodes.filter(Boolean));
+  if (!keepsFocus && document.activeElement !== document.body) {
+    find('content').focus({ preventScroll: true });
+  }
+  window.scrollTo(0, 0);
+}
+
+async function go() {
+  clearTimeout(typing);
+  leaving.abort();
+  leaving = new AbortController();
+  const { signal } = leaving;
+  const address = parseAddress(window.location.hash || '#/');
+  say('');
+  try {
+    const shown = await (VIEWS[address.view] ?? homeView)(address, signal);
+    if (shown && !signal.aborted) {
+      show(shown);
+    }
+  } catch (error) {
+    if (!signal.aborted) {
+      find('view').replaceChildren();
+      sayError(error);
+    }
+  }
+}
+
+function showPlaces() {
+  const links = [element('a', { href: '#/' }, 'Library')];
+  if (session.owner) {
+    links.push(element('a', { href: '#/status' }, 'Server'));
+  }
+  if (session.loginRequired) {
+    const [text, action] = session.account ? [`Log out ${session.account}`, leave] : ['Log in', enter];
+    links.push(element('button', { type: 'button', on: { click: () => attempt(action) } }, text));
+  }
+  find('places').replaceChildren(...links);
+}
+
+async function enter() {
+  await logIn();
+  await go();
+}
+
+async function leave() {
+  leaving.abort();
+  await player.close();
+  await logOut();
+  find('view').replaceChildren();
+  window.location.hash = '#/';
+  await enter();
+}
+
+let typing; // when to search for what is being typed
+
+function listenToSearch() {
+  const words = find('words');
+  const search = () => {
+    const address = words.value.trim() ? `#/search?${new URLSearchParams({ q: words.value.trim() })}` : '#/';
+    // One entry in the browser's history for a whole word.
+    const isSearching = parseAddress(window.location.hash).view === 'search';
+    window.location[isSearching ? 'replace' : 'assign'](address);
+  };
+  words.addEventListener('input', () => {
+    clearTimeout(typing);
+    typing = setTimeout(search, TYPING_MILLISECONDS);
+  });
+  find('search').addEventListener('submit', (event) => {
+    event.preventDefault();
+    clearTimeout(typing);
+    search();
+  });
+}
+
+find('skip').addEventListener('click', (event) => {
+  event.preventDefault();
+  find('content').focus();
+});
+whenSessionChanges(showPlaces);
+window.addEventListener('hashchange', go);
+showPlaces();
+listenToSearch();
+try {
+  await learnWho();
+  await go();
+} catch (error) {
+  sayError(error);
+}

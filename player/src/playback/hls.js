@@ -1,0 +1,112 @@
+// HTTP Live Streaming by hls.js, which is fetched when it is first needed.
+import workerPath from 'hls.js/dist/hls.worker.js?url';
+
+import { localAddress } from '../api.js';
+import { bufferedAhead } from './file.js';
+import { reasonOfStatus } from './status_codes.js';
+import { subtitleIdOf } from './subtitle_id.js';
+
+// A segment is made when it is asked for, so its first byte may take a while, and a busy server is asked again
+// until the viewer gives up.
+const PATIENCE = { maxTimeToFirstByteMs: 60000, maxLoadTimeMs: 120000 };
+const RETRIES = { maxNumRetry: 4, retryDelayMs: 1000, maxRetryDelayMs: 4000 };
+const segmentPolicy = {
+  default: {
+    ...PATIENCE,
+    timeoutRetry: { ...RETRIES, maxNumRetry: 1 },
+    errorRetry: { ...RETRIES, shouldRetry: (_config, _count, _timeout, response, retry) => retry || response?.code === 503 },
+  },
+};
+const playlistPolicy = { default: { ...PATIENCE, timeoutRetry: RETRIES, errorRetry: RETRIES } };
+
+const settings = {
+  workerPath,
+  maxBufferLength: 30,
+  backBufferLength: 60,
+  fragLoadPolicy: segmentPolicy,
+  manifestLoadPolicy: playlistPolicy,
+  playlistLoadPolicy: playlistPolicy,
+};
+
+// What the server would say again, however often it is asked.
+const FINAL = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'TransSapceNotEnough']);
+
+export class Segments {
+  constructor(video, hooks) {
+    this.video = video;
+    this.hooks = hooks;
+    this.listening = new AbortController();
+    this.recovered = false;
+    this.wanted = 0;
+  }
+
+  async open(stream, second) {
+    this.wanted = second;
+    const { default: Hls } = await import('hls.js');
+    if (this.listening.signal.aborted) {
+      return;
+    }
+    const hls = new Hls({ ...settings, startPosition: second });
+    this.hls = hls;
+    hls.on(Hls.Events.MANIFEST_PARSED, () => this.hooks.mark('manifest'));
+    hls.on(Hls.Events.FRAG_BUFFERED, () => {
+      this.hooks.mark('media');
+      this.hooks.busy(null);
+    });
+    hls.on(Hls.Events.ERROR, (_, data) => this.judge(Hls, data));
+    this.video.addEventListener('ended', () => this.hooks.ended(), { signal: this.listening.signal });
+    hls.subtitleDisplay = false;
+    hls.loadSource(localAddress(stream.url));
+    hls.attachMedia(this.video);
+    this.video.playbackRate = this.hooks.wish.speed;
+    this.hooks.play();
+  }
+
+  judge(Hls, { type, details, fatal, frag, response, networkDetails }) {
+    const reason = reasonOfStatus(response?.code);
+    const isSubtitle = frag?.type === 'subtitle' || details.startsWith('subtitle');
+    if (FINAL.has(reason) && !isSubtitle) {
+      this.hooks.fail({ reason });
+    } else if (!fatal) {
+      if (reason === 'TransEnable') {
+        this.hooks.busy({ reason, retryAfter: Number(networkDetails?.getResponseHeader?.('retry-after')) || undefined });
+      }
+    } else if (type === Hls.ErrorTypes.MEDIA_ERROR && !this.recovered) {
+      this.recovered = true;
+      this.hls.recoverMediaError();
+    } else {
+      this.hooks.fail({ reason: reason ?? (type === Hls.ErrorTypes.NETWORK_ERROR ? 'Broken' : 'Undecodable'), details });
+    }
+  }
+
+  now() {
+    return this.video.readyState < HTMLMediaElement.HAVE_METADATA ? this.wanted : this.video.currentTime;
+  }
+
+  buffered() {
+    return bufferedAhead(this.video);
+  }
+
+  seek(second) {
+    this.wanted = second;
+    this.video.currentTime = second;
+  }
+
+  // Shows the subtitle of this id, '' for none. False where the presentation has no such one.
+  showSubtitle(id) {
+    if (!this.hls) {
+      return false;
+    }
+    const track = id === '' ? -1 : this.hls.subtitleTracks.findIndex(({ url }) => subtitleIdOf(url) === id);
+    this.hls.subtitleDisplay = track >= 0;
+    this.hls.subtitleTrack = track;
+    return id === '' || track >= 0;
+  }
+
+  close() {
+    this.listening.abort();
+    this.hls?.destroy();
+    this.video.removeAttribute('src');
+    this.video.load();
+  }
+}

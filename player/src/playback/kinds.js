@@ -1,0 +1,94 @@
+// The ways in which a film can be played, and which to try in which order.
+
+export const KINDS = {
+  direct: 'The file itself',
+  hls: 'Segments (HLS)',
+  http: 'One stream (MP4)',
+  webm: 'One stream (WebM)',
+  ss: 'Smooth Streaming',
+};
+
+const ORDER = ['direct', 'hls', 'http', 'webm', 'ss'];
+
+// What a progressive stream has to be for a browser.
+const PROGRESSIVE = { http: 'video/mp4', webm: 'video/webm' };
+
+// The profiles of a film that a browser could play in this way.
+export function profilesOf(info, kind) {
+  return info.profiles.filter(
+    (profile) =>
+      profile.format === kind &&
+      profile.method !== 'refused' &&
+      (!PROGRESSIVE[kind] || (profile.content_type ?? PROGRESSIVE[kind]) === PROGRESSIVE[kind]),
+  );
+}
+
+// A server that tells of the progressive profiles alone may have others all the same.
+export const mayHave = (info, kind) => profilesOf(info, kind).length > 0 || info.profiles.every(({ format }) => format === 'http');
+
+// What this browser plays. `video`: any video element.
+export function abilitiesOf(video) {
+  const source = globalThis.ManagedMediaSource ?? globalThis.MediaSource;
+  const plays = (type) => video.canPlayType(type) !== '';
+  return {
+    plays,
+    segments: Boolean(source?.isTypeSupported('video/mp4; codecs="avc1.42E01E,mp4a.40.2"')),
+    nativeHls: plays('application/vnd.apple.mpegurl'),
+    mp4: plays('video/mp4; codecs="avc1.42E01E,mp4a.40.2"'),
+    webm: plays('video/webm; codecs="vp8,vorbis"'),
+  };
+}
+
+const FITS = {
+  direct: (info, can) => Boolean(info.direct?.fits) && (!info.direct.content_type || can.plays(info.direct.content_type)),
+  hls: (info, can) => (can.segments || can.nativeHls) && mayHave(info, 'hls'),
+  http: (info, can) => can.mp4 && profilesOf(info, 'http').length > 0,
+  webm: (info, can) => can.webm && mayHave(info, 'webm'),
+  ss: (info, can) => can.segments && mayHave(info, 'ss'),
+};
+
+// The ways that are open to this film in this browser, best first.
+export const kindsFor = (info, can) => ORDER.filter((kind) => FITS[kind](info, can));
+
+// What to try for the viewer's choice { kind, profile, audio }: the way that was chosen first, then the others.
+// The file itself has no other quality than its own and plays its first sound track.
+export function plan(info, can, choice) {
+  const firstAudio = info.metadata?.track_info?.audio?.[0]?.id;
+  const otherSound = choice.audio && firstAudio !== undefined && choice.audio !== firstAudio;
+  const open = kindsFor(info, can).filter((kind) => kind !== 'direct' || (!otherSound && (!choice.profile || choice.kind === 'direct')));
+  const chosen = open.filter((kind) => kind === choice.kind);
+  return [...chosen, ...open.filter((kind) => kind !== choice.kind)];
+}
+
+// What stands in a profile's key besides its size: how it is packed, and with what at which rates.
+const PACKING = /^(mp4|ts|webm|aac|vorbis|opus|x264|vp8|[av][bf]\d+)$/;
+const SIZE = /^(?:hd)?(\d{3,4})p?$/;
+const RATE = /_vb(\d+)/;
+
+const partsOf = (profile) => profile.key.split('_').slice(1).filter((part) => !PACKING.test(part));
+const heightOf = (profile) => profile.height || Number(partsOf(profile).map((part) => part.match(SIZE)?.[1]).find(Boolean) ?? 0);
+
+// A profile's name for people: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original picture".
+export function profileText(profile) {
+  const parts = partsOf(profile);
+  if (parts.includes('remux')) {
+    return 'Original picture';
+  }
+  const height = heightOf(profile);
+  const others = parts.filter((part) => !SIZE.test(part));
+  return [height > 0 ? `${height}p` : '', ...others].filter(Boolean).join(' ') || profile.key;
+}
+
+// The qualities of one way of playing, the largest first, a copied picture before all. Where two have the same size,
+// their rates tell them apart.
+export function qualities(info, kind) {
+  const rank = (profile) => (profile.method === 'transcode' ? heightOf(profile) : Infinity);
+  const profiles = [...profilesOf(info, kind)].sort((a, b) => (rank(a) === rank(b) ? 0 : rank(b) - rank(a)));
+  const texts = profiles.map(profileText);
+  const isAlone = (text) => texts.indexOf(text) === texts.lastIndexOf(text);
+  return profiles.map((profile, index) => {
+    const text = texts[index];
+    const rate = isAlone(text) ? undefined : profile.key.match(RATE)?.[1];
+    return { value: profile.key, text: rate ? `${text}, ${rate} kbit/s` : text, profile };
+  });
+}

@@ -1,0 +1,389 @@
+// One film in one video element: what is open, in which way, and what happens when that fails.
+//
+// Events: "change" whenever something to be shown has changed; "ended".
+import { get, localAddress, post, postLastly } from '../api.js';
+import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
+import { BrowserFile } from './file.js';
+import { Segments } from './hls.js';
+import { abilitiesOf, KINDS, plan } from './kinds.js';
+import { Progressive } from './progressive.js';
+import { Smooth } from './smooth.js';
+import { SubtitleTrack } from './subtitle_track.js';
+
+const SLOW_SECONDS = 6; // after which the viewer is told why nothing moves
+const HOPELESS_SECONDS = 60; // after which it counts as a failure
+
+const isApple = () => navigator.vendor.startsWith('Apple');
+
+// Another way of playing may help against these no more than trying again.
+const SAME_EVERYWHERE = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'Unreachable']);
+
+export class Playback extends EventTarget {
+  constructor(video) {
+    super();
+    this.video = video;
+    this.can = abilitiesOf(video);
+    this.wish = { muted: video.muted, speed: 1 }; // what the viewer wants, whatever a catch-up does meanwhile
+    this.turn = 0; // raised by everything that makes what is under way pointless
+    this.clear();
+    video.addEventListener('loadeddata', () => this.mark('frame'));
+    for (const type of ['playing', 'pause', 'waiting', 'seeking', 'seeked', 'canplay', 'loadstart']) {
+      video.addEventListener(type, () => this.changed());
+    }
+  }
+
+  clear() {
+    this.film = null; // { entry, info }
+    this.stream = null; // what open answered
+    this.engine = null;
+    this.place = 0; // second of the film to begin at
+    this.error = null; // why nothing plays, in the end
+    this.queue = null; // { seconds, error } while waiting in line
+    this.notice = ''; // a sentence that does not stop the film
+    this.slow = ''; // why nothing moves
+    this.needsPress = false;
+    this.phase = '';
+    this.marks = {};
+  }
+
+  changed() {
+    this.dispatchEvent(new Event('change'));
+  }
+
+  // Plays a film from a second on. `choice`: { kind, profile, audio, subtitle }, each '' for the usual.
+  play(film, choice, second) {
+    this.film = film;
+    this.choice = choice;
+    this.notice = '';
+    this.kinds = plan(film.info, this.can, choice);
+    return this.reopen(second);
+  }
+
+  // Opens what is chosen anew, at this second.
+  async reopen(second) {
+    const turn = ++this.turn;
+    this.error = null;
+    this.place = second;
+    const closed = this.closeStream();
+    this.phase = 'opening';
+    this.changed();
+    await closed;
+    while (turn === this.turn) {
+      try {
+        await this.openKind(this.kinds[0], second, turn);
+        return;
+      } catch (error) {
+        await this.afterFailure(error, turn);
+      }
+    }
+  }
+
+  async openKind(kind, second, turn) {
+    if (kind === undefined) {
+      throw this.lastError ?? { reason: 'TransVideoNotSupported' };
+    }
+    this.kind = kind;
+    this.phase = 'opening';
+    this.marks = { start: performance.now() };
+    this.watch();
+    const stream = await post('Streaming', 'open', this.openParameters(kind), this.film.entry.encoded_path);
+    if (turn !== this.turn) {
+      this.closeOnServer(stream);
+      return;
+    }
+    this.stream = stream;
+    this.queue = null;
+    this.phase = 'manifest';
+    this.mark('open');
+    this.engine = this.engineOf(kind);
+    await this.engine.open(stream, Math.min(second, Math.max(0, stream.duration - 1)));
+    this.showSubtitle();
+    this.changed();
+  }
+
+  openParameters(kind) {
+    const { profile, audio } = this.choice;
+    return {
+      format: kind,
+      // A quality belongs to one way of playing.
+      profile: kind === this.choice.kind ? profile : '',
+      audio_id: kind === 'direct' ? '' : audio,
+      subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
+    };
+  }
+
+  engineOf(kind) {
+    const turn = this.turn;
+    const current = (action) => (...values) => turn === this.turn && action(...values);
+    const hooks = {
+      wish: this.wish,
+      mark: current((name) => this.mark(name)),
+      play: current(() => this.start()),
+      busy: current((error) => this.setBusy(error)),
+      ended: current(() => this.dispatchEvent(new Event('ended'))),
+      fail: current((error) => this.fail(error)),
+    };
+    const native = kind === 'direct' || (kind === 'hls' && (!this.can.segments || (this.can.nativeHls && isApple())));
+    const engines = { hls: Segments, ss: Smooth, http: Progressive, webm: Progressive };
+    return new (native ? BrowserFile : engines[kind])(this.video, hooks);
+  }
+
+  // What has come of opening: { open, manifest, media, frame }, in milliseconds since it began.
+  mark(name) {
+    if (this.marks.start !== undefined && this.marks[name] === undefined) {
+      this.marks[name] = performance.now() - this.marks.start;
+      const isShown = this.marks.frame !== undefined;
+      this.phase = isShown ? 'buffering' : { open: 'manifest', manifest: 'media', media: 'frame' }[name];
+      this.changed();
+    }
+  }
+
+  async start() {
+    try {
+      await this.video.play();
+      this.needsPress = false;
+    } catch (error) {
+      this.needsPress = error.name === 'NotAllowedError';
+    }
+    this.changed();
+  }
+
+  // An engine has given up.
+  async fail(error) {
+    const second = this.now();
+    const turn = ++this.turn;
+    this.place = second;
+    const closed = this.closeStream();
+    await this.afterFailure(error, turn);
+    await closed;
+    if (turn === this.turn && !this.error) {
+      await this.reopen(second);
+    }
+  }
+
+  // Makes ready for the next attempt, or settles for the error.
+  async afterFailure(error, turn) {
+    if (turn !== this.turn || error.name === 'AbortError') {
+      return;
+    }
+    if (isBusy(error)) {
+      await this.waitInLine(error, turn);
+    } else if (error.reason === 'Unauthorized') {
+      await this.logIn(turn);
+    } else if (SAME_EVERYWHERE.has(error.reason) || this.kinds.length <= 1) {
+      this.settle(error);
+    } else {
+      this.lastError = error;
+      this.queue = null;
+      const failed = this.kinds.shift();
+      this.notice = `${KINDS[failed]} did not work: ${wordsOf(error).sentence} Playing as “${KINDS[this.kinds[0]]}” instead.`;
+    }
+  }
+
+  settle(error) {
+    ++this.turn;
+    this.error = error;
+    this.phase = '';
+    this.queue = null;
+    this.unwatch();
+    this.changed();
+  }
+
+  async logIn(turn) {
+    try {
+      // Any call that needs a login asks for it.
+      await get('Library', 'list', {}, '');
+    } catch (error) {
+      if (turn === this.turn) {
+        this.settle(error);
+      }
+    }
+  }
+
+  // Counts down until the server may be asked again.
+  async waitInLine(error, turn) {
+    this.unwatch();
+    for (let seconds = retrySeconds(error); seconds > 0 && turn === this.turn; --seconds) {
+      this.queue = { seconds, error };
+      this.changed();
+      await new Promise((resolve) => {
+        setTimeout(resolve, 1000);
+      });
+    }
+  }
+
+  // A segment waits for room; its engine goes on asking.
+  setBusy(error) {
+    const queue = error && { seconds: 0, error };
+    if (Boolean(queue) !== Boolean(this.queue)) {
+      this.queue = queue;
+      this.changed();
+    }
+  }
+
+  now() {
+    return this.engine?.now() ?? this.place;
+  }
+
+  duration() {
+    return this.stream?.duration ?? this.film?.info.metadata.duration ?? 0;
+  }
+
+  buffered() {
+    return this.engine?.buffered() ?? 0;
+  }
+
+  seek(second) {
+    const place = Math.max(0, Math.min(second, this.duration()));
+    if (this.error || !this.engine) {
+      if (this.film && !this.queue) {
+        this.reopen(place);
+      }
+      return;
+    }
+    this.phase = 'buffering';
+    this.engine.seek(place);
+    this.changed();
+  }
+
+  isPlaying() {
+    return !this.video.paused && !this.video.ended && !this.error && Boolean(this.engine);
+  }
+
+  // Does the viewer wait for a picture?
+  isWaiting() {
+    const { readyState, paused, seeking } = this.video;
+    const starved = Boolean(this.engine) && readyState < HTMLMediaElement.HAVE_FUTURE_DATA && (!paused || seeking);
+    return !this.error && !this.needsPress && (this.phase === 'opening' || starved);
+  }
+
+  toggle() {
+    if (this.error || (this.video.ended && this.engine)) {
+      this.seek(this.error ? this.now() : 0);
+    } else if (this.video.paused) {
+      this.start();
+    } else {
+      this.video.pause();
+    }
+  }
+
+  setMuted(muted) {
+    this.wish.muted = muted;
+    this.video.muted = muted;
+    this.changed();
+  }
+
+  setSpeed(speed) {
+    this.wish.speed = speed;
+    this.video.playbackRate = speed;
+  }
+
+  // Another quality, sound or way of playing, at the same place.
+  change(changes) {
+    return this.play(this.film, { ...this.choice, ...changes }, this.now());
+  }
+
+  changeSubtitle(id) {
+    this.choice = { ...this.choice, subtitle: id };
+    this.showSubtitle();
+  }
+
+  // The presentation's own where it has it, else a track over the video.
+  showSubtitle() {
+    this.subtitle?.remove();
+    this.subtitle = null;
+    const id = this.choice.subtitle;
+    if (this.engine && !this.engine.showSubtitle?.(id) && id !== '') {
+      this.subtitle = new SubtitleTrack(this.video, this.stream.stream_id, id);
+    }
+  }
+
+  // Sees whether anything moves; says why not, and gives up in the end.
+  watch() {
+    this.unwatch();
+    let last = '';
+    let still = 0;
+    this.watching = setInterval(() => {
+      const sign = `${this.phase} ${this.video.currentTime} ${this.buffered()} ${this.video.readyState}`;
+      still = sign !== last || !this.isWaiting() || this.queue ? 0 : still + 1;
+      last = sign;
+      if (still === 0 && this.slow) {
+        this.slow = '';
+        this.changed();
+      } else if (still > 0 && still % SLOW_SECONDS === 0) {
+        this.explainSlowness(still);
+      }
+    }, 1000);
+  }
+
+  unwatch() {
+    clearInterval(this.watching);
+    this.slow = '';
+  }
+
+  async explainSlowness(seconds) {
+    const turn = this.turn;
+    if (seconds >= HOPELESS_SECONDS) {
+      this.fail({ reason: 'Stalled' });
+      return;
+    }
+    this.slow = slowWords(this.phase, this.stream && (await this.state().catch(() => null)));
+    if (turn === this.turn) {
+      this.changed();
+    }
+  }
+
+  // What the server says of the stream.
+  state() {
+    return get('Streaming', 'state', { format: this.stream.format, stream_id: this.stream.stream_id }, undefined, { quiet: true });
+  }
+
+  closeOnServer({ format, stream_id: id }) {
+    return post('Streaming', 'close', { format, stream_id: id }, undefined, { quiet: true }).catch(() => {});
+  }
+
+  closeStream() {
+    const { stream } = this;
+    this.unwatch();
+    this.subtitle?.remove();
+    this.subtitle = null;
+    this.engine?.close();
+    this.engine = null;
+    this.stream = null;
+    return stream ? this.closeOnServer(stream) : undefined;
+  }
+
+  // Ends it all, cancelling what is under way.
+  stop() {
+    ++this.turn;
+    const closed = this.closeStream();
+    this.clear();
+    this.changed();
+    return closed;
+  }
+
+  // Closes what is open; it can be opened again from where it was.
+  park() {
+    this.place = this.now();
+    this.settle({ reason: 'Parked' });
+    return this.closeStream();
+  }
+
+  // What the server does to the film: { method, why }.
+  methodOf() {
+    const { info } = this.film;
+    return this.kind === 'direct' ? { method: 'direct', why: info.direct?.why } : info.profiles.find(({ key }) => key === this.stream?.profile);
+  }
+
+  // The page goes away.
+  stopLastly() {
+    if (this.stream) {
+      postLastly('Streaming', 'close', { format: this.stream.format, stream_id: this.stream.stream_id });
+      this.stream = null;
+    }
+  }
+
+  address() {
+    return this.stream && new URL(localAddress(this.stream.url), window.location.href).href;
+  }
+}

@@ -1,0 +1,112 @@
+// One endless response that begins where it was asked to: MP4 or WebM, played by the browser itself.
+//
+// A seek is a new request with another start. The stream keeps the film's clock. A copied picture begins early:
+// it is run through at once, dimmed and without a sound.
+import { errorOf, localAddress } from '../api.js';
+import { catchUpRate, isEarly } from './catch_up.js';
+
+const NEAR_END = 3; // seconds that a film may be shorter than it says
+
+export class Progressive {
+  constructor(video, hooks) {
+    this.video = video;
+    this.hooks = hooks;
+    this.start = 0; // second of the film at which the running request was to begin
+    this.listening = new AbortController();
+    this.again = false; // has it broken off since it last played?
+  }
+
+  open(stream, second) {
+    this.stream = stream;
+    const { signal } = this.listening;
+    const on = (type, handler) => this.video.addEventListener(type, handler, { signal });
+    on('loadstart', () => this.hooks.mark('manifest'));
+    on('loadedmetadata', () => this.hooks.mark('media'));
+    on('playing', () => this.catchUp(this.start));
+    on('error', () => this.diagnose());
+    on('ended', () => this.checkEnd());
+    this.seek(second);
+  }
+
+  // The second of the film that is shown.
+  now() {
+    return this.video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA ? this.start : Math.max(this.start, this.video.currentTime);
+  }
+
+  // Seconds of the film that are there and not yet shown.
+  buffered() {
+    const { buffered, currentTime } = this.video;
+    return buffered.length > 0 ? Math.max(0, buffered.end(buffered.length - 1) - Math.max(currentTime, this.start)) : 0;
+  }
+
+  seek(second) {
+    this.start = Math.floor(Math.max(0, Math.min(second, this.stream.duration - 1)));
+    this.video.src = `${localAddress(this.stream.url)}&start=${this.start}`;
+    this.hooks.play();
+  }
+
+  isEarly() {
+    return isEarly(this.video.currentTime, this.start);
+  }
+
+  // Hurries through what lies before the second that was asked for.
+  catchUp(start) {
+    if (this.listening.signal.aborted || this.start !== start) {
+      return;
+    }
+    const { video } = this;
+    const early = this.isEarly();
+    video.muted = early || this.hooks.wish.muted;
+    video.playbackRate = early ? catchUpRate(start - video.currentTime) : this.hooks.wish.speed;
+    video.classList.toggle('early', early);
+    if (early && !video.paused) {
+      requestAnimationFrame(() => this.catchUp(start));
+    } else if (!early) {
+      this.again = false;
+    }
+  }
+
+  // A response that breaks off looks like a film that ends. It is asked for once more from there.
+  checkEnd() {
+    if (this.now() >= this.stream.duration - NEAR_END) {
+      this.hooks.ended();
+    } else if (this.again) {
+      this.hooks.fail({ reason: 'Broken' });
+    } else {
+      this.again = true;
+      this.seek(this.now());
+    }
+  }
+
+  // The browser does not say what the server answered, so the server is asked again.
+  async diagnose() {
+    if (!this.video.hasAttribute('src')) {
+      return;
+    }
+    const undecodable = this.video.error?.code === MediaError.MEDIA_ERR_DECODE;
+    const asking = new AbortController();
+    const { signal } = this.listening;
+    signal.addEventListener('abort', () => asking.abort());
+    try {
+      const response = await fetch(this.video.src, { signal: asking.signal });
+      const error = response.ok ? { reason: undecodable ? 'Undecodable' : 'Broken' } : await errorOf(response);
+      asking.abort();
+      if (!signal.aborted) {
+        this.hooks.fail(error);
+      }
+    } catch {
+      if (!signal.aborted) {
+        this.hooks.fail({ reason: 'Unreachable' });
+      }
+    }
+  }
+
+  close() {
+    this.listening.abort();
+    this.video.classList.remove('early');
+    this.video.playbackRate = this.hooks.wish.speed;
+    this.video.muted = this.hooks.wish.muted;
+    this.video.removeAttribute('src');
+    this.video.load();
+  }
+}

@@ -1,0 +1,72 @@
+// Smooth Streaming by dash.js and its module for it, which are fetched when they are first needed.
+import { localAddress } from '../api.js';
+import { bufferedAhead } from './file.js';
+import { reasonOfStatus } from './status_codes.js';
+
+const SETTINGS = {
+  debug: { logLevel: 0 },
+  streaming: {
+    // A fragment is made when it is asked for.
+    fragmentRequestTimeout: 60000,
+    buffer: { fastSwitchEnabled: false },
+    retryAttempts: { MediaSegment: 6 },
+    retryIntervals: { MediaSegment: 2000 },
+  },
+};
+
+export class Smooth {
+  constructor(video, hooks) {
+    this.video = video;
+    this.hooks = hooks;
+    this.listening = new AbortController();
+    this.wanted = 0;
+  }
+
+  async open(stream, second) {
+    this.wanted = second;
+    const { MediaPlayer } = await import('dashjs');
+    await import('dashjs/mss');
+    if (this.listening.signal.aborted) {
+      return;
+    }
+    const player = MediaPlayer().create();
+    this.player = player;
+    player.updateSettings(SETTINGS);
+    player.initialize(this.video, new URL(localAddress(stream.url), window.location.href).href, false, second);
+    const { events } = MediaPlayer;
+    player.on(events.MANIFEST_LOADED, () => this.hooks.mark('manifest'));
+    player.on(events.BUFFER_LOADED, () => {
+      this.hooks.mark('media');
+      this.hooks.busy(null);
+    });
+    player.on(events.ERROR, ({ error }) => this.judge(error));
+    this.video.addEventListener('ended', () => this.hooks.ended(), { signal: this.listening.signal });
+    this.video.playbackRate = this.hooks.wish.speed;
+    this.hooks.play();
+  }
+
+  judge(error) {
+    const status = error?.data?.response?.status;
+    this.hooks.fail({ reason: reasonOfStatus(status) ?? (status === undefined ? 'Undecodable' : 'Broken'), details: error?.message });
+  }
+
+  now() {
+    return this.video.readyState < HTMLMediaElement.HAVE_METADATA ? this.wanted : this.video.currentTime;
+  }
+
+  buffered() {
+    return bufferedAhead(this.video);
+  }
+
+  seek(second) {
+    this.wanted = second;
+    this.video.currentTime = second;
+  }
+
+  close() {
+    this.listening.abort();
+    this.player?.destroy();
+    this.video.removeAttribute('src');
+    this.video.load();
+  }
+}

@@ -1,0 +1,5 @@
+// The subtitle that a playlist's address stands for.
+export function subtitleIdOf(address) {
+  const id = new URL(address, 'http://localhost/').searchParams.get('subtitle_id') ?? '';
+  return id.startsWith('"') && id.endsWith('"') ? id.slice(1, -1) : id;
+}

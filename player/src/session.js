@@ -1,0 +1,89 @@
+// Who is watching. A cookie that scripts cannot read carries the session.
+import { ApiError, asText, get, post, whenUnauthorized } from './api.js';
+import { element } from './dom.js';
+import { wordsOf } from './words.js';
+
+export const session = { loginRequired: false, account: '', owner: true };
+
+const changes = new EventTarget();
+export const whenSessionChanges = (handler) => changes.addEventListener('change', handler);
+
+function become({ login_required: loginRequired = true, account = '', owner = false }) {
+  Object.assign(session, { loginRequired, account: account ?? '', owner });
+  changes.dispatchEvent(new Event('change'));
+}
+
+// Asks the server. One without accounts knows nobody, and everybody is its owner.
+export async function learnWho() {
+  try {
+    become(await get('Auth', 'who', {}, undefined, { quiet: true }));
+  } catch (error) {
+    if (error.reason === 'Unauthorized') {
+      become({});
+    }
+  }
+  if (session.loginRequired && !session.account) {
+    await logIn();
+  }
+}
+
+const field = (label, attributes) => element('label', {}, `${label} `, element('input', { required: true, ...attributes }));
+
+function loginForm(dialog, done) {
+  const complaint = element('p', { class: 'complaint', role: 'alert' });
+  const form = element(
+    'form',
+    {},
+    element('h2', {}, 'Log in'),
+    field('Account', { name: 'account', autocomplete: 'username', autocapitalize: 'none', autofocus: true }),
+    field('Password', { name: 'passwd', type: 'password', autocomplete: 'current-password' }),
+    complaint,
+    element(
+      'p',
+      { class: 'actions' },
+      element('button', { class: 'main' }, 'Log in'),
+      element('button', { type: 'button', on: { click: () => dialog.close() } }, 'Cancel'),
+    ),
+  );
+  form.addEventListener('submit', async (event) => {
+    event.preventDefault();
+    complaint.textContent = '';
+    const { account, passwd } = form.elements;
+    try {
+      const answer = await post('Auth', 'login', { account: asText(account.value), passwd: asText(passwd.value) }, undefined, { quiet: true });
+      become({ login_required: true, ...answer });
+      done();
+      dialog.close();
+    } catch (error) {
+      const { sentence, next } = wordsOf(error);
+      complaint.textContent = error.reason === 'Unauthorized' ? 'The account or the password is wrong.' : `${sentence} ${next}`;
+      passwd.select();
+    }
+  });
+  return form;
+}
+
+let asking = null;
+
+// Shows the login until it succeeds. Fails when the viewer gives up. Everyone who asks waits for the same one.
+export function logIn() {
+  asking ??= new Promise((resolve, reject) => {
+    const dialog = element('dialog', { id: 'login', 'aria-label': 'Log in' });
+    dialog.append(loginForm(dialog, resolve));
+    dialog.addEventListener('close', () => {
+      dialog.remove();
+      asking = null;
+      reject(new ApiError({ code: 401, reason: 'Unauthorized' })); // of no effect after a success
+    });
+    (document.fullscreenElement ?? document.body).append(dialog);
+    dialog.showModal();
+  });
+  return asking;
+}
+
+export async function logOut() {
+  await post('Auth', 'logout', {}, undefined, { quiet: true });
+  become({});
+}
+
+whenUnauthorized(logIn);

@@ -1,0 +1,67 @@
+// Playing a film in another player: an address that works alone, to copy, to open or to keep as a playlist.
+import { post } from '../api.js';
+import { element, openDialog } from '../dom.js';
+import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
+import { wordsOf } from '../words.js';
+
+// The ways that other players know; what a browser plays does not matter to them.
+function waysFor(info) {
+  const has = { direct: Boolean(info.direct), http: profilesOf(info, 'http').length > 0, hls: mayHave(info, 'hls') };
+  return ['hls', 'http', 'direct'].filter((kind) => has[kind]);
+}
+
+function playlist(name, address) {
+  const line = name.replace(/[\r\n]/g, ' ');
+  return new Blob([`#EXTM3U\n#EXTINF:-1,${line}\n${address}\n`], { type: 'audio/x-mpegurl' });
+}
+
+function keep(name, address) {
+  const file = URL.createObjectURL(playlist(name, address));
+  element('a', { href: file, download: `${name.replace(/[/\\\r\n]/g, '_')}.m3u` }).click();
+  setTimeout(() => URL.revokeObjectURL(file), 10000);
+}
+
+async function copy(input, told) {
+  input.select();
+  try {
+    await navigator.clipboard.writeText(input.value);
+    told.textContent = 'Copied.';
+  } catch {
+    told.textContent = 'Copy it from the field: the browser does not let this page do it.';
+  }
+}
+
+function links(entry, address, told) {
+  const input = element('input', { readOnly: true, value: address, 'aria-label': 'Address of the film' });
+  return [
+    input,
+    element(
+      'p',
+      { class: 'actions' },
+      element('button', { type: 'button', on: { click: () => copy(input, told) } }, 'Copy address'),
+      element('a', { class: 'button', href: `vlc://${address}` }, 'Open in VLC'),
+      element('button', { type: 'button', on: { click: () => keep(entry.name, address) } }, 'Save as playlist (.m3u)'),
+    ),
+  ];
+}
+
+// `before`: what to do before an address is made, such as making room for the other player.
+export function openElsewhere(entry, info, before = () => {}) {
+  const told = element('p', { role: 'status' });
+  const place = element('div');
+  const make = async (format) => {
+    told.textContent = 'Opening the film …';
+    place.replaceChildren();
+    try {
+      await before();
+      const { url } = await post('Streaming', 'open', { format }, entry.encoded_path);
+      told.textContent = 'This address plays the film in any player or cast device on this network.';
+      place.replaceChildren(...links(entry, url, told));
+    } catch (error) {
+      const { sentence, next } = wordsOf(error);
+      told.textContent = `${sentence} ${next}`;
+    }
+  };
+  const buttons = waysFor(info).map((kind) => element('button', { type: 'button', on: { click: () => make(kind) } }, KINDS[kind]));
+  return openDialog('Play elsewhere', element('p', {}, 'As what is it to be played?'), element('p', { class: 'actions' }, buttons), told, place);
+}

@@ -1,0 +1,115 @@
+// A film's own page: what is in it, what would be done to play it, and the ways to start.
+import { addressOf, get } from '../api.js';
+import { element, table } from '../dom.js';
+import { clockText, frameRateText, languageText, nameOf, rateText, sizeText } from '../format.js';
+import { resumePoint } from '../history.js';
+import { abilitiesOf, KINDS, kindsFor } from '../playback/kinds.js';
+import { openElsewhere } from './elsewhere.js';
+import { breadcrumbs, crumbsOf } from './library.js';
+import { playAddress } from './page.js';
+
+const POSTER_WIDTH = 640;
+
+const list = (...facts) => facts.filter(Boolean).join(', ');
+const codecOf = (track) => track.codec || track.codec_raw || 'unknown';
+
+const TRACKS = {
+  video: (track) =>
+    list(
+      codecOf(track),
+      track.profile,
+      track.resolutionx && `${track.resolutionx} × ${track.resolutiony}`,
+      frameRateText(track.framerate),
+      track.pix_fmt,
+      track.bitrate > 0 && rateText(track.bitrate),
+    ),
+  audio: (track) =>
+    list(codecOf(track), languageText(track.language), track.title, track.channel_layout || (track.channel && `${track.channel} channels`), track.bitrate > 0 && rateText(track.bitrate)),
+};
+
+export const audioText = (track, index) => list(languageText(track.language), track.title, codecOf(track)) || `Track ${index + 1}`;
+
+// A subtitle file's title is its name.
+export const subtitleText = (subtitle, index) => list(languageText(subtitle.language), subtitle.title) || `Subtitle ${index + 1}`;
+
+function tracksTable({ metadata, subtitles }) {
+  const { video = [], audio = [] } = metadata.track_info;
+  const rows = [
+    ...video.map((track) => ['Picture', TRACKS.video(track)]),
+    ...audio.map((track) => ['Sound', TRACKS.audio(track)]),
+    ...subtitles.map((subtitle, index) => ['Subtitle', subtitleText(subtitle, index)]),
+  ];
+  return table('What is in this film', ['Track', 'What it is'], rows);
+}
+
+const METHODS = { direct: 'Sent as it is', remux: 'Repacked', transcode: 'Converted', refused: 'Not possible' };
+const methodText = ({ method }) => METHODS[method] ?? method;
+
+// One sentence for what happens without any choice.
+function summary(info, kinds) {
+  const [kind] = kinds;
+  if (kind === undefined) {
+    return 'This browser has no way of playing this film.';
+  }
+  const chosen = kind === 'direct' ? { method: 'direct', why: info.direct.why } : info.profiles.find((profile) => profile.format === kind && profile.default);
+  const why = chosen ? `${methodText(chosen)}: ${chosen.why}` : '';
+  return `It would be played as “${KINDS[kind]}”. ${why}`;
+}
+
+function profilesTable(info) {
+  const direct = info.direct ? [[KINDS.direct, '', METHODS[info.direct.fits ? 'direct' : 'refused'], info.direct.why]] : [];
+  const rows = info.profiles.map((profile) => [
+    KINDS[profile.format] ?? profile.format,
+    profile.default ? element('strong', {}, `${profile.key} (usual)`) : profile.key,
+    methodText(profile),
+    profile.why,
+  ]);
+  return element(
+    'details',
+    {},
+    element('summary', {}, 'All ways of playing it, and why'),
+    table('Ways of playing this film', ['Way', 'Quality', 'What is done', 'Why'], [...direct, ...rows]),
+  );
+}
+
+function startButtons(entry, second, info) {
+  const from = (where, text, isMain) => element('a', { href: playAddress(entry, where), class: isMain ? 'button main' : 'button' }, text);
+  return element(
+    'p',
+    { class: 'actions' },
+    second > 0 ? [from(second, `Resume at ${clockText(second)}`, true), from(0, 'Play from the beginning')] : from(0, 'Play', true),
+    element('button', { type: 'button', on: { click: () => openElsewhere(entry, info) } }, 'Play elsewhere'),
+  );
+}
+
+function poster(entry) {
+  const image = element('img', { class: 'large', alt: '', src: addressOf('Library', 'poster', { width: POSTER_WIDTH }, entry.encoded_path) });
+  image.addEventListener('error', () => image.remove());
+  return image;
+}
+
+export async function filmView({ path }, signal) {
+  const entry = { name: nameOf(path), encoded_path: path };
+  const [roots, info, second] = await Promise.all([
+    get('Library', 'list', {}, '', { signal }),
+    get('Library', 'info', {}, path, { signal }),
+    resumePoint(path),
+  ]);
+  const kinds = kindsFor(info, abilitiesOf(document.createElement('video')));
+  const { duration, filesize } = info.metadata;
+  const crumbs = crumbsOf(path, [...roots.folders, ...roots.files]).slice(0, -1);
+  return {
+    title: entry.name,
+    nodes: [
+      breadcrumbs(crumbs, entry.name),
+      element('h1', {}, entry.name),
+      poster(entry),
+      element('p', {}, list(clockText(duration), filesize && sizeText(Number(filesize)))),
+      kinds.length > 0 ? startButtons(entry, second, info) : null,
+      element('p', {}, summary(info, kinds)),
+      element('h2', {}, 'Tracks'),
+      tracksTable(info),
+      profilesTable(info),
+    ],
+  };
+}

@@ -1,0 +1,109 @@
+// The library: folders and films, what was begun, and the search.
+import { asText, get } from '../api.js';
+import { element } from '../dom.js';
+import { nameOf } from '../format.js';
+import { watched } from '../history.js';
+import { folderAddress } from './page.js';
+import { begunTile, filmTile, folderTile, observer } from './tiles.js';
+
+const ROW = 12;
+
+const tiles = (items, label) => element('ul', { class: 'tiles', 'aria-label': label }, items);
+
+function listing({ folders = [], files = [] }, sight) {
+  const items = [...folders.map(folderTile), ...files.map((entry) => filmTile(entry, sight))];
+  return items.length > 0 ? tiles(items, 'Films and folders') : element('p', {}, 'There are no films here.');
+}
+
+// Library / root / folder / ... The part of a path above its root is nobody's to see.
+export function crumbsOf(path, roots) {
+  const root = roots.find(({ encoded_path: top }) => path === top || path.startsWith(`${top}/`));
+  if (!root) {
+    return [];
+  }
+  const steps = path.slice(root.encoded_path.length).split('/').filter(Boolean);
+  let place = root.encoded_path;
+  const below = steps.map((step) => {
+    place += `/${step}`;
+    return { name: nameOf(place), encoded_path: place };
+  });
+  return [{ name: root.name, encoded_path: root.encoded_path }, ...below];
+}
+
+export function breadcrumbs(crumbs, last) {
+  const links = [{ name: 'Library', address: '#/' }, ...crumbs.map((crumb) => ({ name: crumb.name, address: folderAddress(crumb) }))];
+  const steps = links.map(({ name, address }, index) => {
+    const isHere = last === undefined && index === links.length - 1;
+    return element('li', {}, isHere ? element('span', { 'aria-current': 'page' }, name) : element('a', { href: address }, name));
+  });
+  if (last !== undefined) {
+    steps.push(element('li', {}, element('span', { 'aria-current': 'page' }, last)));
+  }
+  return element('nav', { 'aria-label': 'Place in the library', class: 'crumbs' }, element('ol', {}, steps));
+}
+
+async function begunRow(sight) {
+  const begun = (await watched()).filter(({ finished, position }) => !finished && position > 0).slice(0, ROW);
+  if (begun.length === 0) {
+    return [];
+  }
+  const row = tiles(begun.map((entry) => begunTile(entry, sight)), 'Continue watching');
+  row.classList.add('row');
+  return [element('h2', {}, 'Continue watching'), row];
+}
+
+// The start page: what was begun and the media folders; the only one is shown at once.
+export async function homeView(_, signal) {
+  const sight = observer(signal);
+  const [roots, begun] = await Promise.all([get('Library', 'list', {}, '', { signal }), begunRow(sight)]);
+  const only = roots.files.length === 0 && roots.folders.length === 1;
+  const shown = only ? await get('Library', 'list', {}, roots.folders[0].encoded_path, { signal }) : roots;
+  const heading = element('h1', {}, 'Library');
+  const list = begun.length > 0 ? [element('h2', {}, 'Films'), listing(shown, sight)] : [listing(shown, sight)];
+  return { title: 'Library', nodes: [heading, ...begun, ...list] };
+}
+
+export async function folderView({ path }, signal) {
+  const [roots, shown] = await Promise.all([get('Library', 'list', {}, '', { signal }), get('Library', 'list', {}, path, { signal })]);
+  const name = nameOf(path);
+  return {
+    title: name,
+    nodes: [breadcrumbs(crumbsOf(path, roots.folders)), element('h1', {}, name), listing(shown, observer(signal))],
+  };
+}
+
+// A server without a search: what matches among the media roots and right below them.
+async function searchByHand(words, signal) {
+  const roots = await get('Library', 'list', {}, '', { signal });
+  const below = await Promise.all(roots.folders.map((folder) => get('Library', 'list', {}, folder.encoded_path, { signal })));
+  const wanted = words.toLowerCase();
+  const files = [roots, ...below].flatMap((list) => list.files);
+  return { files: files.filter(({ name }) => name.toLowerCase().includes(wanted)), truncated: below.some(({ folders }) => folders.length > 0) };
+}
+
+async function search(words, signal) {
+  try {
+    return await get('Library', 'search', { q: asText(words) }, undefined, { signal });
+  } catch (error) {
+    if (error.reason !== 'BadRequest') {
+      throw error;
+    }
+    return searchByHand(words, signal);
+  }
+}
+
+export async function searchView({ parameters }, signal) {
+  const words = parameters.get('q') ?? '';
+  const { files, truncated } = words ? await search(words, signal) : { files: [], truncated: false };
+  const count = files.length === 1 ? '1 film' : `${files.length} films`;
+  return {
+    title: `Search: ${words}`,
+    keepsFocus: true,
+    nodes: [
+      breadcrumbs([], 'Search'),
+      element('h1', {}, `Films called “${words}”`),
+      element('p', { role: 'status' }, truncated ? `${count}; there may be more. Search for more letters.` : `${count}.`),
+      files.length > 0 ? listing({ files }, observer(signal)) : null,
+    ],
+  };
+}

@@ -1,0 +1,430 @@
+// The player: the picture, its controls and what is said over it.
+import { get } from '../api.js';
+import { changeSign, element, find, signButton } from '../dom.js';
+import { clockText, nameOf, spokenTime } from '../format.js';
+import { HistoryKeeper, resumePoint } from '../history.js';
+import { abilitiesOf, KINDS, kindsFor, qualities } from '../playback/kinds.js';
+import { Playback } from '../playback/playback.js';
+import { wordsOf } from '../words.js';
+import { openElsewhere } from './elsewhere.js';
+import { audioText, subtitleText } from './film.js';
+import { handleKey, showHelp } from './keyboard.js';
+import { attempt, filmAddress, say } from './page.js';
+import { choiceOf, preferences, remember } from './preferences.js';
+import { Statistics } from './statistics.js';
+import { Thumbnails } from './thumbnails.js';
+
+const IDLE_MILLISECONDS = 3000;
+const SETTLE_MILLISECONDS = 300; // keys that come closer together are one seek
+const SPEEDS = [0.5, 0.75, 1, 1.25, 1.5, 1.75, 2];
+const CUE_SIZES = { small: 'Small', normal: 'Normal', large: 'Large', huge: 'Very large' };
+const CUE_LOOKS = { box: 'White on a dark box', shadow: 'White with a shadow', yellow: 'Yellow on a dark box' };
+
+function fill(select, options, chosen) {
+  select.replaceChildren(...options.map(({ value, text }) => new Option(text, value, value === chosen, value === chosen)));
+  select.disabled = options.length < 2;
+}
+
+const labelled = (text, control) => element('div', {}, element('label', { for: control.id }, text), control);
+
+export class PlayerView {
+  constructor() {
+    this.section = find('film');
+    this.video = find('video');
+    this.playback = new Playback(this.video);
+    this.keeper = new HistoryKeeper(this.playback);
+    this.statistics = new Statistics(this.playback);
+    this.thumbnails = new Thumbnails();
+    this.makeControls();
+    this.makeSettings();
+    this.makeOverlay();
+    this.assemble();
+    this.listen();
+    this.applyPreferences();
+  }
+
+  makeControls() {
+    this.position = element('input', { id: 'position', type: 'range', min: 0, max: 0, step: 1, value: '0', 'aria-label': 'Position' });
+    this.clock = element('output', { id: 'clock', for: 'position' }, '0:00');
+    this.playButton = signButton('play', 'Play', () => this.toggle(), { id: 'play' });
+    this.muteButton = signButton('sound', 'Mute', () => this.mute(), { id: 'mute' });
+    this.volume = element('input', { id: 'volume', type: 'range', min: 0, max: 1, step: 0.05, value: '1', 'aria-label': 'Volume' });
+    this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, element('span'));
+    this.settingsButton = signButton('settings', 'Settings', () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
+    this.insetButton = signButton('inset', 'Picture in picture', () => this.inset(), { hidden: !document.pictureInPictureEnabled });
+    this.captionsButton = signButton('captions', 'Subtitles', () => this.nextSubtitle());
+    this.controls = element(
+      'div',
+      { id: 'controls' },
+      element('div', { class: 'timeline' }, this.preview, this.position),
+      element(
+        'div',
+        { class: 'bar' },
+        this.playButton,
+        this.muteButton,
+        this.volume,
+        this.clock,
+        element('span', { class: 'gap' }),
+        this.captionsButton,
+        this.settingsButton,
+        signButton('figures', 'Statistics', () => this.figures()),
+        signButton('elsewhere', 'Play elsewhere', () => this.elsewhere()),
+        signButton('help', 'Keys', () => showHelp()),
+        this.insetButton,
+        signButton('full', 'Full screen', () => this.fullScreen(), { id: 'full' }),
+      ),
+    );
+  }
+
+  makeSettings() {
+    const select = (id, change) => element('select', { id, on: { change: ({ target }) => attempt(() => change(target.value)) } });
+    this.quality = select('profile', (value) => {
+      const [kind, profile] = value.split(' ');
+      return this.playback.change({ kind, profile });
+    });
+    this.audio = select('audio', (value) => this.playback.change({ audio: value }));
+    this.subtitle = select('subtitle', (value) => this.chooseSubtitle(value));
+    this.kind = select('kind', (value) => this.playback.change({ kind: value, profile: '' }));
+    this.speed = select('speed', (value) => this.playback.setSpeed(Number(value)));
+    this.cueSize = select('cue-size', (value) => this.prefer('cueSize', value));
+    this.cueLook = select('cue-look', (value) => this.prefer('cueLook', value));
+    fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? 'Normal' : `${speed} ×` })), '1');
+    this.panel = element(
+      'div',
+      { id: 'settings', role: 'group', 'aria-label': 'Settings', hidden: true },
+      labelled('Quality', this.quality),
+      labelled('Sound', this.audio),
+      labelled('Subtitles', this.subtitle),
+      labelled('Speed', this.speed),
+      labelled('Way of playing', this.kind),
+      labelled('Subtitle size', this.cueSize),
+      labelled('Subtitle look', this.cueLook),
+    );
+  }
+
+  makeOverlay() {
+    this.sentence = element('p');
+    this.next = element('p', { class: 'next' });
+    this.actions = element('p', { class: 'actions' });
+    this.spinner = element('div', { class: 'spinner', 'aria-hidden': 'true' });
+    this.overlay = element('div', { class: 'overlay', role: 'status' }, this.spinner, this.sentence, this.next, this.actions);
+  }
+
+  assemble() {
+    this.back = element('a', { href: '#/', class: 'back' }, 'Back');
+    this.title = element('h1', { id: 'title', tabindex: '-1' });
+    this.why = element('p', { id: 'why' });
+    const top = element('div', { class: 'top' }, this.back, this.title);
+    this.stage = element('div', { class: 'stage' });
+    this.section.prepend(this.stage);
+    this.stage.append(this.video, this.overlay, top, this.statistics.panel, this.panel, this.controls);
+    this.section.append(this.why);
+  }
+
+  listen() {
+    const { video, playback, position } = this;
+    playback.addEventListener('change', () => this.refresh());
+    playback.addEventListener('ended', () => this.refresh());
+    video.addEventListener('timeupdate', () => this.showClock());
+    video.addEventListener('progress', () => this.showClock());
+    video.addEventListener('volumechange', () => this.showVolume());
+    video.addEventListener('click', (event) => this.touch(event));
+    position.addEventListener('change', () => this.seek(Number(position.value)));
+    position.addEventListener('input', () => this.showPreview(Number(position.value)));
+    position.addEventListener('pointermove', (event) => this.showPreview(this.secondAt(event)));
+    for (const type of ['pointerleave', 'blur', 'change']) {
+      position.addEventListener(type, () => this.hidePreview());
+    }
+    this.volume.addEventListener('input', () => {
+      video.volume = Number(this.volume.value);
+      playback.setMuted(false);
+    });
+    for (const type of ['pointermove', 'pointerdown', 'keydown', 'focusin']) {
+      this.section.addEventListener(type, () => this.wake());
+    }
+    document.addEventListener('keydown', (event) => !this.section.hidden && handleKey(event, this));
+    window.addEventListener('pagehide', () => this.leaveLastly());
+    window.addEventListener('pageshow', ({ persisted }) => persisted && playback.film && playback.reopen(playback.place));
+  }
+
+  leaveLastly() {
+    const { playback } = this;
+    this.keeper.saveLastly();
+    playback.place = playback.now();
+    playback.stopLastly();
+  }
+
+  applyPreferences() {
+    const { cueSize, cueLook } = preferences();
+    fill(this.cueSize, Object.entries(CUE_SIZES).map(([value, text]) => ({ value, text })), cueSize);
+    fill(this.cueLook, Object.entries(CUE_LOOKS).map(([value, text]) => ({ value, text })), cueLook);
+    this.video.dataset.cueSize = cueSize;
+    this.video.dataset.cueLook = cueLook;
+  }
+
+  prefer(name, value) {
+    remember(name, value);
+    this.applyPreferences();
+  }
+
+  // Shows a film and plays it. `second`: where to begin, NaN for where the viewer left it; `kind`: the way of playing
+  // it, '' for the usual.
+  async open(entry, second, kind, signal) {
+    this.section.hidden = false;
+    this.title.textContent = entry.name;
+    this.back.href = filmAddress(entry);
+    this.why.textContent = '';
+    const info = await get('Library', 'info', {}, entry.encoded_path, { signal });
+    const start = Number.isNaN(second) ? await resumePoint(entry.encoded_path) : second;
+    if (signal.aborted) {
+      return;
+    }
+    // The stream before may hold the only place among the transcoders.
+    await this.closing;
+    this.keeper.startAnew();
+    this.thumbnails.forFilm(entry.encoded_path);
+    this.fillTracks(info);
+    this.announce(entry);
+    await this.playback.play({ entry, info }, { ...choiceOf(info), kind }, start);
+  }
+
+  // For the keys and screens of the device.
+  announce(entry) {
+    const keys = navigator.mediaSession;
+    if (!keys) {
+      return;
+    }
+    keys.metadata = new MediaMetadata({ title: nameOf(entry.encoded_path) });
+    keys.setActionHandler('seekbackward', () => this.skip(-10));
+    keys.setActionHandler('seekforward', () => this.skip(10));
+  }
+
+  close() {
+    this.keeper.saveLastly();
+    this.section.hidden = true;
+    if (document.fullscreenElement) {
+      document.exitFullscreen();
+    }
+    this.thumbnails.forFilm(null);
+    this.closing = this.playback.stop();
+    return this.closing;
+  }
+
+  fillTracks(info) {
+    const { audio } = info.metadata.track_info;
+    fill(this.audio, audio.map((track, index) => ({ value: track.id, text: audioText(track, index) })), audio[0]?.id);
+    const subtitles = info.subtitles.map((subtitle, index) => ({ value: String(subtitle.id), text: subtitleText(subtitle, index) }));
+    fill(this.subtitle, [{ value: '', text: 'None' }, ...subtitles], choiceOf(info).subtitle);
+    this.captionsButton.hidden = subtitles.length === 0;
+  }
+
+  // The qualities of the way in use. Those of the progressive way stand for one that does not tell its own.
+  fillQualities() {
+    const { film, kind, choice, can } = this.playback;
+    const list = (format) => qualities(film.info, format).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
+    const own = list(kind === 'direct' ? 'hls' : kind);
+    const others = own.length > 0 ? own : list('http');
+    const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: 'Automatic' };
+    const isChosen = choice.profile && kind === choice.kind;
+    fill(this.quality, [automatic, ...others], isChosen ? `${kind} ${choice.profile}` : automatic.value);
+    const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: KINDS[way] }));
+    fill(this.kind, [{ value: '', text: 'Automatic' }, ...ways], choice.kind);
+  }
+
+  refresh() {
+    const { playback } = this;
+    if (!playback.film) {
+      return;
+    }
+    const shown = `${playback.kind} ${JSON.stringify(playback.choice)} ${playback.film.entry.encoded_path}`;
+    if (playback.stream && shown !== this.shown) {
+      this.shown = shown;
+      this.fillQualities();
+    }
+    const isOver = this.video.ended && Boolean(playback.engine);
+    changeSign(this.playButton, playback.isPlaying() ? 'pause' : 'play', isOver ? 'Play again' : playback.isPlaying() ? 'Pause' : 'Play');
+    say(playback.notice);
+    this.why.textContent = playback.stream ? (playback.methodOf()?.why ?? '') : '';
+    this.refreshOverlay();
+    this.showClock();
+  }
+
+  refreshOverlay() {
+    const { playback } = this;
+    const [sentence, next, actions] = this.overlayText();
+    this.sentence.textContent = sentence;
+    this.next.textContent = next;
+    const wanted = actions.map(([text]) => text).join();
+    if (wanted !== this.actions.dataset.shown) {
+      this.actions.dataset.shown = wanted;
+      this.actions.replaceChildren(...actions.map(([text, click]) => element('button', { type: 'button', on: { click } }, text)));
+    }
+    this.spinner.hidden = !playback.isWaiting() || Boolean(playback.queue);
+    this.overlay.classList.toggle('said', sentence !== '');
+    this.stage.classList.toggle('still', sentence !== '' || !playback.isPlaying());
+  }
+
+  // The sentence over the picture, the one below it, and the buttons.
+  overlayText() {
+    const { playback } = this;
+    const leave = ['Back', () => window.location.assign(this.back.href)];
+    if (playback.error) {
+      const { sentence, next } = wordsOf(playback.error);
+      return [sentence, next, [['Try again', () => playback.reopen(playback.place)], leave]];
+    }
+    if (playback.queue) {
+      const { seconds, error } = playback.queue;
+      const when = seconds > 0 ? `The next attempt is in ${seconds} s.` : 'It is being tried again.';
+      return [`${wordsOf(error).sentence} You are waiting in line.`, `${when} ${wordsOf({ reason: error.reason }).next}`, [['Stop waiting', leave[1]]]];
+    }
+    if (playback.needsPress) {
+      return ['Press Play to start.', '', [['Play', () => playback.start()]]];
+    }
+    return [playback.slow, '', []];
+  }
+
+  showClock() {
+    const { playback, position } = this;
+    const duration = playback.duration();
+    const now = Math.min(playback.now(), duration);
+    position.max = String(Math.floor(duration));
+    if (!position.matches(':active')) {
+      position.value = String(now);
+    }
+    const share = (second) => `${duration > 0 ? (100 * Math.min(second, duration)) / duration : 0}%`;
+    position.style.setProperty('--played', share(now));
+    position.style.setProperty('--buffered', share(now + playback.buffered()));
+    position.setAttribute('aria-valuetext', `${spokenTime(now)} of ${spokenTime(duration)}`);
+    this.clock.textContent = `${clockText(now)} / ${clockText(duration)}`;
+  }
+
+  showVolume() {
+    const { muted } = this.playback.wish;
+    this.volume.value = String(muted ? 0 : this.video.volume);
+    changeSign(this.muteButton, muted ? 'silent' : 'sound', muted ? 'Unmute' : 'Mute');
+  }
+
+  secondAt({ clientX }) {
+    const { left, width } = this.position.getBoundingClientRect();
+    return Math.max(0, Math.min(1, (clientX - left) / width)) * this.playback.duration();
+  }
+
+  showPreview(second) {
+    const duration = this.playback.duration();
+    this.preview.hidden = false;
+    this.preview.style.setProperty('--place', String(duration > 0 ? second / duration : 0));
+    this.preview.lastChild.textContent = clockText(second);
+    this.thumbnails.show(second);
+  }
+
+  hidePreview() {
+    this.preview.hidden = true;
+  }
+
+  // Shows the controls, for a while when the film runs.
+  wake() {
+    this.stage.classList.remove('idle');
+    clearTimeout(this.idle);
+    this.idle = setTimeout(() => this.stage.classList.toggle('idle', this.playback.isPlaying() && this.panel.hidden), IDLE_MILLISECONDS);
+  }
+
+  // A finger first brings up the controls.
+  touch(event) {
+    const wasIdle = this.stage.classList.contains('idle');
+    this.wake();
+    if (event.pointerType !== 'touch' || !wasIdle) {
+      this.toggle();
+    }
+  }
+
+  // What the keys and buttons do.
+
+  toggle() {
+    this.playback.toggle();
+  }
+
+  seek(second) {
+    this.target = undefined;
+    this.playback.seek(second);
+    this.showClock();
+  }
+
+  seekTenth(tenth) {
+    this.seek((this.playback.duration() * tenth) / 10);
+  }
+
+  // Several steps in a row are one seek.
+  skip(seconds) {
+    const from = this.target ?? this.playback.now();
+    this.target = Math.max(0, Math.min(from + seconds, this.playback.duration()));
+    this.clock.textContent = `${clockText(this.target)} / ${clockText(this.playback.duration())}`;
+    clearTimeout(this.settling);
+    this.settling = setTimeout(() => this.target !== undefined && this.seek(this.target), SETTLE_MILLISECONDS);
+  }
+
+  mute() {
+    this.playback.setMuted(!this.playback.wish.muted);
+    this.showVolume();
+  }
+
+  louder(step) {
+    this.video.volume = Math.max(0, Math.min(1, this.video.volume + step));
+    this.playback.setMuted(false);
+    this.showVolume();
+  }
+
+  faster(step) {
+    const index = SPEEDS.indexOf(this.playback.wish.speed) + step;
+    const speed = SPEEDS[Math.max(0, Math.min(index, SPEEDS.length - 1))];
+    this.playback.setSpeed(speed);
+    this.speed.value = String(speed);
+  }
+
+  async fullScreen() {
+    if (document.fullscreenElement) {
+      await document.exitFullscreen();
+    } else if (this.stage.requestFullscreen) {
+      await this.stage.requestFullscreen().catch(() => {});
+    } else {
+      this.video.webkitEnterFullscreen?.(); // an iPhone has no other
+    }
+  }
+
+  inset() {
+    return attempt(() => (document.pictureInPictureElement ? document.exitPictureInPicture() : this.video.requestPictureInPicture()));
+  }
+
+  chooseSubtitle(id) {
+    this.subtitle.value = id;
+    const { info } = this.playback.film;
+    remember('subtitleLanguage', info.subtitles.find((subtitle) => String(subtitle.id) === id)?.language ?? '');
+    this.playback.changeSubtitle(id);
+  }
+
+  nextSubtitle() {
+    const options = [...this.subtitle.options];
+    const next = options[(this.subtitle.selectedIndex + 1) % options.length];
+    if (next && next.value !== this.subtitle.value) {
+      this.chooseSubtitle(next.value);
+    }
+  }
+
+  settings() {
+    this.panel.hidden = !this.panel.hidden;
+    this.settingsButton.setAttribute('aria-expanded', String(!this.panel.hidden));
+    (this.panel.hidden ? this.settingsButton : this.quality).focus();
+  }
+
+  figures() {
+    this.statistics.toggle();
+  }
+
+  // The film goes on in another player, which needs the room that this one takes.
+  elsewhere() {
+    const { film } = this.playback;
+    if (film) {
+      this.video.pause();
+      openElsewhere(film.entry, film.info, () => this.playback.park());
+    }
+  }
+}

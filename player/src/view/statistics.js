@@ -1,0 +1,88 @@
+// The panel of figures about the stream that is open.
+import { element } from '../dom.js';
+import { clockText, millisecondsText } from '../format.js';
+import { KINDS } from '../playback/kinds.js';
+
+const PARTS = [
+  ['open', 'opened'],
+  ['manifest', 'manifest'],
+  ['media', 'first media'],
+  ['frame', 'first frame'],
+];
+
+// "1200 ms (opened 300 ms, manifest 20 ms, first media 700 ms, first frame 180 ms)", in the order in which it came to
+// pass; '' before the first frame.
+export function startText(marks) {
+  let before = 0;
+  const passed = PARTS.filter(([name]) => marks[name] !== undefined).sort(([a], [b]) => marks[a] - marks[b]);
+  const parts = passed.map(([name, text]) => {
+    const part = marks[name] - before;
+    before = marks[name];
+    return `${text} ${millisecondsText(part)}`;
+  });
+  return marks.frame === undefined ? '' : `${millisecondsText(before)} (${parts.join(', ')})`;
+}
+
+function framesText(video) {
+  const { droppedVideoFrames: dropped, totalVideoFrames: total } = video.getVideoPlaybackQuality();
+  return `${dropped} of ${total} dropped`;
+}
+
+function encoderText(transcoder) {
+  if (transcoder === undefined) {
+    return '';
+  }
+  if (!transcoder) {
+    return 'none runs';
+  }
+  const { speed, position, cpu_seconds: cpu } = transcoder;
+  const facts = [speed && `${speed.toFixed(1)} times the film’s speed`, position !== undefined && `at ${clockText(position)}`, cpu !== undefined && `${cpu.toFixed(1)} s of processor`];
+  return facts.filter(Boolean).join(', ');
+}
+
+function rowsOf(playback, state) {
+  const { video, stream } = playback;
+  return [
+    ['Way', KINDS[playback.kind]],
+    ['What is done', state?.method ?? playback.methodOf()?.method],
+    ['Why', state?.why ?? playback.methodOf()?.why],
+    ['Quality', stream?.profile],
+    ['Encoder', encoderText(state?.transcoder)],
+    ['Picture', video.videoWidth && `${video.videoWidth} × ${video.videoHeight}`],
+    ['Buffer', `${playback.buffered().toFixed(1)} s`],
+    ['Frames', framesText(video)],
+    ['First picture', startText(playback.marks)],
+    ['Stream', stream?.stream_id],
+  ].filter(([, text]) => text);
+}
+
+export class Statistics {
+  constructor(playback) {
+    this.playback = playback;
+    this.panel = element('dl', { class: 'figures', 'aria-label': 'Statistics', hidden: true });
+    this.state = null;
+  }
+
+  toggle() {
+    this.panel.hidden = !this.panel.hidden;
+    clearInterval(this.timer);
+    if (!this.panel.hidden) {
+      this.timer = setInterval(() => this.refresh(), 1000);
+      this.refresh();
+    }
+    return !this.panel.hidden;
+  }
+
+  async refresh() {
+    const { stream } = this.playback;
+    if (stream && this.lacking !== stream.stream_id) {
+      this.state = await this.playback.state().catch((error) => {
+        // An older server has nothing to tell of a stream. It is not asked again.
+        this.lacking = error.reason === 'BadRequest' ? stream.stream_id : undefined;
+        return null;
+      });
+    }
+    const rows = rowsOf(this.playback, this.state);
+    this.panel.replaceChildren(...rows.flatMap(([name, text]) => [element('dt', {}, name), element('dd', {}, String(text))]));
+  }
+}

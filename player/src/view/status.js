@@ -1,0 +1,117 @@
+// The owner's page: what runs now, what it costs, what is left, what was watched.
+import { get, post } from '../api.js';
+import { element, table } from '../dom.js';
+import { clockText, nameOf, sizeText } from '../format.js';
+import { forget, watched } from '../history.js';
+import { filmAddress, sayError, say } from './page.js';
+
+const EVERY_MILLISECONDS = 2000;
+
+const number = (value, digits, unit) => (value === undefined || value === null ? '' : `${Number(value).toFixed(digits)}${unit}`);
+const fileName = (path) => (path ?? '').split('/').at(-1);
+
+// Runs an action of the owner's and shows what has become of it.
+async function act(action, refresh) {
+  try {
+    say('');
+    await action();
+  } catch (error) {
+    sayError(error);
+  }
+  await refresh();
+}
+
+const button = (text, name, click) => element('button', { type: 'button', 'aria-label': `${text} ${name}`, on: { click } }, text);
+
+function streamsTable({ streams, transcoders }, refresh) {
+  const rows = streams.map((stream) => {
+    const transcoder = transcoders.find(({ stream_id: id }) => id === stream.stream_id);
+    const stop = () => act(() => post('Streaming', 'close', { format: stream.kind.toLowerCase(), stream_id: stream.stream_id }), refresh);
+    return [
+      fileName(stream.path),
+      stream.account,
+      stream.kind,
+      stream.profile,
+      stream.playing ? 'playing' : number(stream.idle_seconds, 0, ' s idle') || 'idle',
+      transcoder ? `${transcoder.kind}, ${number(transcoder.speed, 1, ' ×')}` : 'none',
+      transcoder ? number(transcoder.cpu_seconds, 1, ' s') : '',
+      transcoder ? number(transcoder.cpu_percent, 0, ' %') : '',
+      button('Stop', fileName(stream.path), stop),
+    ];
+  });
+  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Transcoder, speed', 'Processor', 'Load', 'Action'];
+  return rows.length > 0 ? table('Streams', headings, rows) : element('p', {}, 'Nobody is watching.');
+}
+
+function limits({ limits: allowed, transcoders, platform }) {
+  const running = (kind) => transcoders.filter((transcoder) => transcoder.kind === kind).length;
+  const line = (kind, name) => element('li', {}, `${name}: ${running(kind)} of ${allowed[kind]} in use`);
+  return element(
+    'ul',
+    {},
+    line('software', 'Conversions by the processor'),
+    line('hardware', 'Conversions by the hardware'),
+    element('li', {}, `Profiles of ${platform?.profiles ?? 'an unknown machine'}; hardware ${platform?.hardware_enabled ? 'on' : 'off'}`),
+  );
+}
+
+const volumes = (list) =>
+  table(
+    'Disks',
+    ['Volume', 'Free', 'Size', 'Writable'],
+    list.map(({ path, free, total, writable }) => [path, sizeText(free), sizeText(total), writable ? 'yes' : 'no']),
+  );
+
+const when = (seconds) => (seconds ? new Date(seconds * 1000).toLocaleString() : '');
+
+function recent(list) {
+  const rows = list.map(({ path, account, kind, time }) => [when(time), fileName(path), account, kind]);
+  return rows.length > 0 ? [element('h2', {}, 'Lately'), table('Lately opened', ['When', 'Film', 'Account', 'Kind'], rows)] : [];
+}
+
+function history(items, refresh) {
+  const rows = items.map((item) => [
+    when(item.time),
+    element('a', { href: filmAddress(item) }, item.name || nameOf(item.encoded_path)),
+    item.finished ? 'to the end' : `${clockText(item.position)} of ${clockText(item.duration)}`,
+    button('Forget', item.name, () => act(() => forget(item.encoded_path), refresh)),
+  ]);
+  const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, 'Forget all');
+  return rows.length > 0 ? [element('h2', {}, 'Watched'), table('Watched', ['When', 'Film', 'How far', 'Action'], rows), element('p', { class: 'actions' }, all)] : [];
+}
+
+function body(status, items, refresh) {
+  return [
+    element('h2', {}, 'Streams'),
+    streamsTable(status, refresh),
+    element('h2', {}, 'Limits'),
+    limits(status),
+    element('h2', {}, 'Disks'),
+    volumes(status.volumes),
+    ...recent(status.recent ?? []),
+    ...history(items, refresh),
+  ];
+}
+
+// Does the keyboard's focus lie in the part that is to be replaced? It is put back on the button of the same name.
+function replace(place, nodes) {
+  const name = place.contains(document.activeElement) ? document.activeElement.getAttribute('aria-label') : null;
+  place.replaceChildren(...nodes);
+  if (name) {
+    [...place.querySelectorAll('[aria-label]')].find((node) => node.getAttribute('aria-label') === name)?.focus();
+  }
+}
+
+export async function statusView(_, signal) {
+  const place = element('div');
+  const refresh = async () => {
+    const [status, items] = await Promise.all([get('Status', 'get', {}, undefined, { signal }), watched()]);
+    if (!signal.aborted) {
+      replace(place, body(status, items, refresh));
+    }
+  };
+  await refresh();
+  const timer = setInterval(() => !document.hidden && refresh().catch(sayError), EVERY_MILLISECONDS);
+  signal.addEventListener('abort', () => clearInterval(timer));
+  return { title: 'Server', nodes: [element('h1', {}, 'Server'), place] };
+}

@@ -1,0 +1,42 @@
+// What the page says of errors and of waiting.
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import { test } from 'node:test';
+
+import { isBusy, REASONS, retrySeconds, slowWords, wordsOf } from '../../player/src/words.js';
+
+test('every reason that the server gives has a sentence and a next step', () => {
+  const source = fs.readFileSync(new URL('../../webapi/answer.cpp', import.meta.url), 'utf8');
+  const given = [...source.matchAll(/Reason\{(?:k(\w+)|"(\w+)"), \d/g)].map(([, constant, word]) => constant ?? word);
+  assert.ok(given.length > 10);
+  for (const reason of given) {
+    assert.ok(REASONS.includes(reason), reason);
+    const { sentence, next } = wordsOf({ reason, message: '' });
+    assert.match(sentence, /^[A-Z].*\.$/, reason);
+    assert.match(next, /^[A-Z].*\.$/, reason);
+  }
+});
+
+test('the server’s own sentence goes before the page’s', () => {
+  assert.deepEqual(wordsOf({ reason: 'NotFound', message: 'This stream has been closed.' }), {
+    sentence: 'This stream has been closed.',
+    next: 'Open the film again from the library.',
+  });
+});
+
+test('an unknown reason and a mistake of the page have words too', () => {
+  assert.equal(wordsOf({ reason: 'Strange', message: '' }).sentence, 'Something went wrong on the server.');
+  assert.match(wordsOf(new TypeError('no such thing')).next, /TypeError: no such thing/);
+});
+
+test('only a server without room is busy, and is asked again within bounds', () => {
+  assert.ok(isBusy({ reason: 'TransEnable' }) && isBusy({ reason: 'TransEnableOfflineConverting' }));
+  assert.ok(!isBusy({ reason: 'TransSapceNotEnough' }));
+  assert.deepEqual([{}, { retryAfter: 12.5 }, { retryAfter: 0 }, { retryAfter: 9999 }].map(retrySeconds), [5, 13, 1, 60]);
+});
+
+test('slowness is put down to the encoder where it is the cause', () => {
+  assert.match(slowWords('media', { transcoder: { speed: 0.62 } }), /0\.6 times/);
+  assert.match(slowWords('media', { transcoder: { speed: 3 } }), /first seconds/);
+  assert.match(slowWords('opening', null), /not opened/);
+});

@@ -1,0 +1,91 @@
+// Every page, in light and dark and on a phone, as axe judges it.
+import assert from 'node:assert/strict';
+import { createRequire } from 'node:module';
+import { after, before, test } from 'node:test';
+
+import { answerFor, filmPath, launch, standIns, Viewer } from './page.mjs';
+import { media, Service } from './support.mjs';
+
+const axe = createRequire(import.meta.url).resolve('axe-core/axe.min.js');
+
+const SCREENS = {
+  'in light': { colorScheme: 'light', viewport: { width: 1100, height: 800 } },
+  'in dark': { colorScheme: 'dark', viewport: { width: 1100, height: 800 } },
+  'on a phone': { colorScheme: 'light', viewport: { width: 360, height: 740 }, hasTouch: true, isMobile: true },
+};
+
+let service;
+let browser;
+
+before(async () => {
+  service = await Service.start([media]);
+  browser = await launch();
+});
+after(async () => {
+  await browser.close();
+  await service.isQuiet();
+  await service.stop();
+});
+
+// What axe finds serious or critical on the page as it is.
+async function faults(page) {
+  const found = await page.evaluate(async () => {
+    const { violations } = await window.axe.run(document, { resultTypes: ['violations'] });
+    return violations.map(({ id, impact, nodes }) => ({ id, impact, nodes: nodes.map(({ html }) => html.slice(0, 200)) }));
+  });
+  return found.filter(({ impact }) => ['serious', 'critical'].includes(impact));
+}
+
+const begun = { path: 'x', encoded_path: filmPath('long.mkv'), name: 'long.mkv', position: 100, duration: 300, finished: false, time: 1 };
+
+// The pages, each with how to come to it.
+const PAGES = [
+  ['the library', async ({ page }) => page.getByRole('link', { name: /h264_ac3/ }).waitFor(), ''],
+  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films called' }).waitFor(), '#/search?q=h264'],
+  ['a film', async ({ page }) => {
+    await page.getByText('All ways of playing it').click();
+    await page.getByRole('region', { name: 'Ways of playing this film' }).waitFor();
+  }, `#/film${filmPath('two_audio.mkv')}`],
+  ['the player', async (viewer) => {
+    await viewer.playing();
+    await viewer.wake();
+    await viewer.page.getByRole('button', { name: 'Settings' }).click();
+    await viewer.page.keyboard.press('k');
+    await viewer.page.evaluate(() => document.activeElement.blur());
+    await viewer.page.keyboard.press('s');
+    await viewer.page.getByText('First picture').waitFor();
+  }, `#/play${filmPath('two_audio.mkv')}?t=0`],
+  ['the help', async ({ page }) => {
+    await page.keyboard.press('?');
+    await page.getByRole('dialog', { name: 'Keys' }).waitFor();
+  }, null],
+  ['the server', async ({ page }) => page.getByRole('heading', { name: 'Disks' }).waitFor(), '#/status'],
+];
+
+for (const [name, options] of Object.entries(SCREENS)) {
+  test(`nothing serious is found ${name}`, async () => {
+    const viewer = await Viewer.open(browser, service, { ...options, bypassCSP: true });
+    await viewer.page.addInitScript({ path: axe });
+    await answerFor(viewer.page, { ...standIns().answers, 'History.list': () => ({ items: [begun] }) });
+    const found = {};
+    for (const [title, arrive, place] of PAGES) {
+      if (place !== null) await viewer.go(place);
+      await arrive(viewer);
+      found[title] = await faults(viewer.page);
+      const { scroll, width } = await viewer.page.evaluate(() => ({ scroll: document.documentElement.scrollWidth, width: window.innerWidth }));
+      assert.ok(scroll <= width, `${title} is ${scroll} wide on a screen of ${width}`);
+    }
+    assert.deepEqual(Object.entries(found).filter(([, list]) => list.length > 0), []);
+    await viewer.close();
+  });
+}
+
+test('nothing serious is found in the login', async () => {
+  const viewer = await Viewer.open(browser, service, { bypassCSP: true });
+  await viewer.page.addInitScript({ path: axe });
+  await answerFor(viewer.page, { ...standIns().answers, 'Auth.who': () => ({ login_required: true, account: null, owner: false }) });
+  await viewer.go();
+  await viewer.page.getByRole('dialog', { name: 'Log in' }).waitFor();
+  assert.deepEqual(await faults(viewer.page), []);
+  await viewer.close();
+});

@@ -1,0 +1,197 @@
+// Driving the page in headless Chromium.
+import assert from 'node:assert/strict';
+import path from 'node:path';
+
+import { chromium } from 'playwright-core';
+
+import { browserArguments, media } from './support.mjs';
+
+export const launch = () => chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
+
+export const encode = (name) => name.split('/').map(encodeURIComponent).join('/');
+export const filmPath = (name) => encode(path.join(media, name));
+
+// What the page is told by calls that a test answers itself: { 'History.list': (parameters, route) => data }. A handler
+// may also throw { status, error }.
+export async function answerFor(page, answers) {
+  await page.route(
+    (url) => url.pathname === '/webapi/entry.cgi',
+    async (route) => {
+      const request = route.request();
+      const parameters = new URLSearchParams(new URL(request.url()).search || request.postData() || '');
+      const name = `${parameters.get('api').replace('ORVO.Mirevo2.', '')}.${parameters.get('method')}`;
+      if (!(name in answers)) {
+        await route.fallback();
+        return;
+      }
+      try {
+        await route.fulfill({ json: { success: true, data: answers[name](parameters) } });
+      } catch ({ status, error, headers }) {
+        await route.fulfill({ status, headers, json: { success: false, error: { code: status, ...error } } });
+      }
+    },
+  );
+}
+
+// For the message of a failed test.
+function describe() {
+  const { buffered, currentTime, readyState, seeking, paused, playbackRate } = document.getElementById('video');
+  const parts = Array.from({ length: buffered.length }, (_, part) => [buffered.start(part), buffered.end(part)]);
+  const said = document.querySelector('.overlay').innerText;
+  return JSON.stringify({ currentTime, readyState, seeking, paused, playbackRate, parts, said });
+}
+
+// A page of the service. `complaints` collects what the browser reports. A picture that cannot be made of a file is no
+// fault of the page.
+export class Viewer {
+  static async open(browser, service, options = {}) {
+    const viewer = new Viewer();
+    viewer.service = service;
+    viewer.context = await browser.newContext(options);
+    viewer.page = await viewer.context.newPage();
+    viewer.complaints = [];
+    viewer.page.on('console', (message) => {
+      const isPicture = /method=(poster|card|thumbnail)/.test(message.location().url);
+      if (message.type() === 'error' && !isPicture) viewer.complaints.push(`${message.text()} ${message.location().url}`);
+    });
+    viewer.page.on('pageerror', (error) => viewer.complaints.push(error.message));
+    return viewer;
+  }
+
+  go(place = '') {
+    return this.page.goto(`${this.service.address}/${place}`);
+  }
+
+  // Opens a film in the player by its address.
+  watch(name, parameters = {}) {
+    return this.go(`#/play${filmPath(name)}?${new URLSearchParams({ t: 0, ...parameters })}`);
+  }
+
+  // Leaves the page as a viewer does. What it sends at the last moment is not to wait for a test to answer it.
+  async leave() {
+    await this.page.unrouteAll({ behavior: 'ignoreErrors' });
+    await this.page.goto('about:blank');
+  }
+
+  async close() {
+    await this.leave();
+    await this.context.close();
+  }
+
+  playing(frames = 5) {
+    return this.page.waitForFunction((least) => {
+      const video = document.getElementById('video');
+      return !video.paused && video.readyState >= 3 && video.getVideoPlaybackQuality().totalVideoFrames > least;
+    }, frames);
+  }
+
+  // The second of the film that the picture itself shows: the luma of its upper edge is 16 + 3 a second.
+  shownSecond() {
+    return this.page.evaluate(() => {
+      const video = document.getElementById('video');
+      const canvas = document.createElement('canvas');
+      canvas.width = video.videoWidth;
+      canvas.height = video.videoHeight;
+      const context = canvas.getContext('2d');
+      context.drawImage(video, 0, 0);
+      const [red] = context.getImageData(canvas.width / 2, Math.round(canvas.height / 36), 1, 1).data;
+      return ((red * 219) / 255) / 3;
+    });
+  }
+
+  state() {
+    return this.page.evaluate(() => {
+      const video = document.getElementById('video');
+      return {
+        time: video.currentTime,
+        height: video.videoHeight,
+        paused: video.paused,
+        sound: video.webkitAudioDecodedByteCount,
+        frames: video.getVideoPlaybackQuality().totalVideoFrames,
+        clock: document.getElementById('clock').textContent,
+        message: document.getElementById('message').textContent,
+      };
+    });
+  }
+
+  // Waits until the film runs at this second or soon after it.
+  async runsFrom(second, timeout = 30000) {
+    const runs = (value) => {
+      const video = document.getElementById('video');
+      return video.readyState >= 3 && !video.seeking && video.playbackRate === 1 && video.currentTime >= value - 0.2;
+    };
+    await this.page.waitForFunction(runs, second, { timeout }).catch(async () => {
+      assert.fail(`does not run from ${second}: ${await this.page.evaluate(describe)}`);
+    });
+  }
+
+  async seekTo(second, timeout) {
+    await this.page.evaluate((value) => {
+      const position = document.getElementById('position');
+      position.value = String(value);
+      position.dispatchEvent(new Event('change'));
+    }, second);
+    await this.runsFrom(second, timeout);
+  }
+
+  // Brings up the controls, which hide while a film runs.
+  wake() {
+    return this.page.locator('.stage').dispatchEvent('pointermove');
+  }
+
+  // Chooses in the settings, which are opened for it.
+  async set(label, option) {
+    await this.wake();
+    const settings = this.page.getByRole('button', { name: 'Settings' });
+    if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.click();
+    await this.page.getByRole('combobox', { name: label, exact: true }).selectOption(option);
+    await this.wake();
+    await settings.click();
+  }
+
+  // A sentence that the player shows over the picture.
+  says(text) {
+    return this.page.locator('.overlay', { hasText: text }).waitFor();
+  }
+
+  // The film shows the second that its clock says.
+  async isInStep() {
+    const [{ time }, second] = [await this.state(), await this.shownSecond()];
+    assert.ok(Math.abs(second - time) < 2, `the picture shows ${second} at ${time}`);
+  }
+}
+
+// What a server without these methods leaves out.
+export function standIns() {
+  const history = new Map();
+  const entryOf = (parameters) => history.get(parameters.get('path')) ?? { position: 0, duration: 0, finished: false };
+  return {
+    history,
+    answers: {
+      'Auth.who': () => ({ login_required: false, account: '', owner: true }),
+      'History.list': () => ({ items: [...history.values()].reverse() }),
+      'History.get': entryOf,
+      'History.save': (parameters) => {
+        const [name, position, duration] = ['path', 'position', 'duration'].map((key) => parameters.get(key));
+        history.delete(name);
+        history.set(name, {
+          path: name,
+          encoded_path: encode(name),
+          name: path.basename(name),
+          position: Number(position),
+          duration: Number(duration),
+          finished: Number(position) > 0.95 * Number(duration),
+          time: history.size,
+        });
+        return {};
+      },
+      'History.remove': (parameters) => {
+        if (parameters.has('path')) history.delete(parameters.get('path'));
+        else history.clear();
+        return {};
+      },
+      'Library.card': () => ({ duration: 60, width: 640, height: 360, video: 'h264', audio: 'aac' }),
+      'Streaming.state': () => ({ method: 'remux', why: 'The video is copied as it is.', transcoder: null }),
+    },
+  };
+}

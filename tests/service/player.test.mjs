@@ -1,0 +1,331 @@
+// What viewers do with the page: find a film, play it as they like, come back to it, wait for their turn.
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import { after, afterEach, before, beforeEach, test } from 'node:test';
+
+import { answerFor, encode, launch, standIns, Viewer } from './page.mjs';
+import { eventually, media, Service } from './support.mjs';
+
+const HOSTILE = '<img src=x onerror="document.title=\'taken\'">&amp;.mkv';
+
+let service;
+let browser;
+let folder;
+let viewers;
+
+const srt = (text) => `1\n00:00:01,000 --> 00:00:20,000\n${text}\n\n2\n00:00:31,000 --> 00:00:50,000\n${text} later\n`;
+
+// A folder of its own, for the subtitles and names that the other films do not have.
+function makeFilms() {
+  folder = fs.mkdtempSync(path.join(media, 'player-'));
+  fs.mkdirSync(path.join(folder, 'below'));
+  fs.linkSync(path.join(media, 'two_audio.mkv'), path.join(folder, 'film.mkv'));
+  fs.linkSync(path.join(media, 'long.mkv'), path.join(folder, 'long.mkv'));
+  fs.linkSync(path.join(media, 'h264_aac.mp4'), path.join(folder, 'below', HOSTILE));
+  fs.linkSync(path.join(media, 'h264_aac.mp4'), Buffer.concat([Buffer.from(`${folder}/below/Stra`), Buffer.from([0xdf]), Buffer.from('e.mp4')]));
+  fs.writeFileSync(path.join(folder, 'film.eng.srt'), srt('English'));
+  fs.writeFileSync(path.join(folder, 'film.fre.srt'), srt('Français'));
+}
+
+before(async () => {
+  makeFilms();
+  service = await Service.start([folder]);
+  browser = await launch();
+});
+after(async () => {
+  await browser.close();
+  await service.isQuiet();
+  await service.stop();
+  fs.rmSync(folder, { recursive: true });
+});
+beforeEach(() => {
+  viewers = [];
+});
+afterEach(async () => {
+  await Promise.all(viewers.map((viewer) => viewer.close()));
+  await service.isQuiet();
+});
+
+// A new viewer. `answers` stand for what the server would say.
+async function enter(answers = {}, options = {}) {
+  const viewer = await Viewer.open(browser, service, options);
+  viewers.push(viewer);
+  const { answers: usual, history } = standIns();
+  viewer.history = history;
+  await answerFor(viewer.page, { ...usual, ...answers });
+  return viewer;
+}
+
+const filmPlace = (name) => `#/film${encode(path.join(folder, name))}`;
+const watch = (viewer, name, parameters = {}) =>
+  viewer.go(`#/play${encode(path.join(folder, name))}?${new URLSearchParams({ t: 0, ...parameters })}`);
+const refuse = (status, reason, more = {}) => () => {
+  throw { status, error: { reason, message: '', ...more } };
+};
+const shownCues = (viewer) =>
+  viewer.page.evaluate(() =>
+    [...document.getElementById('video').textTracks]
+      .filter(({ mode }) => mode === 'showing')
+      .flatMap(({ activeCues }) => [...(activeCues ?? [])].map(({ text }) => text)),
+  );
+const cueIs = (viewer, text) =>
+  eventually(async () => ((await shownCues(viewer)).join() === text ? true : undefined));
+
+test('a film is found by a part of its name, and played', async () => {
+  const viewer = await enter({ 'Library.search': (parameters) => {
+    assert.equal(parameters.get('q'), '"LON"');
+    const name = path.join(folder, 'long.mkv');
+    return { files: [{ name: 'long.mkv', path: name, encoded_path: encode(name), size: 1, mtime: 0 }], truncated: false };
+  } });
+  await viewer.go();
+  await viewer.page.getByRole('searchbox', { name: 'Search films' }).fill('LON');
+  await viewer.page.getByText('1 film.').waitFor();
+  await viewer.page.getByRole('link', { name: /long\.mkv/ }).click();
+  await viewer.page.getByRole('heading', { name: 'long.mkv' }).waitFor();
+  await viewer.page.getByRole('link', { name: 'Play', exact: true }).click();
+  await viewer.playing();
+  assert.deepEqual(viewer.complaints, []);
+});
+
+test('names are shown as they are, whatever they hold, and their films play', async () => {
+  const viewer = await enter();
+  await viewer.go();
+  await viewer.page.getByRole('link', { name: /below/ }).click();
+  await viewer.page.getByRole('link', { name: HOSTILE }).click();
+  await viewer.page.getByRole('heading', { name: HOSTILE }).waitFor();
+  await viewer.page.getByRole('link', { name: 'Play', exact: true }).click();
+  await viewer.playing();
+  assert.ok((await viewer.page.title()).startsWith(HOSTILE));
+  await viewer.page.goBack();
+  await viewer.page.getByRole('link', { name: 'below' }).click();
+  await viewer.page.getByRole('link', { name: /Stra.*\.mp4/ }).click();
+  await viewer.page.getByRole('heading', { name: 'Stra�e.mp4' }).waitFor();
+  assert.equal(await viewer.page.getByText('It would be played as').count(), 1);
+});
+
+test('ten seeks land where they should', async () => {
+  const viewer = await enter();
+  await watch(viewer, 'long.mkv');
+  await viewer.playing();
+  for (let step = 1, second = 0; step <= 10; ++step) {
+    second = (second + step * 97) % 290;
+    await viewer.seekTo(second);
+    const { time } = await viewer.state();
+    assert.ok(time < second + 5, `${time} instead of ${second}`);
+  }
+  assert.deepEqual(viewer.complaints, []);
+});
+
+for (const kind of ['hls', 'http']) {
+  test(`sound, subtitle and quality change by ${kind} at the place of the film`, async () => {
+    const viewer = await enter();
+    await watch(viewer, 'film.mkv', { kind, t: 30 });
+    await viewer.playing();
+    await viewer.set('Sound', 'French, aac');
+    await viewer.runsFrom(30);
+    await viewer.set('Subtitles', 'English, film.eng.srt');
+    await cueIs(viewer, 'English later');
+    await viewer.set('Quality', '240p');
+    await viewer.page.waitForFunction(() => document.getElementById('video').videoHeight === 240);
+    await viewer.runsFrom(30);
+    assert.ok((await viewer.state()).time < 50);
+    await cueIs(viewer, 'English later');
+    await viewer.page.keyboard.press('c');
+    await cueIs(viewer, 'Français later');
+    await viewer.page.keyboard.press('c');
+    await cueIs(viewer, '');
+    assert.deepEqual(viewer.complaints, []);
+  });
+}
+
+test('a film goes on where it was left', async () => {
+  const viewer = await enter();
+  await watch(viewer, 'long.mkv');
+  await viewer.playing();
+  await viewer.seekTo(100);
+  await viewer.page.keyboard.press('k');
+  const saved = await eventually(() => [...viewer.history.values()].find(({ position }) => position >= 100));
+  await viewer.go(filmPlace('long.mkv'));
+  await viewer.page.getByRole('link', { name: 'Resume at 1:4' }).click();
+  await viewer.runsFrom(saved.position);
+  assert.ok((await viewer.state()).time < saved.position + 10);
+  await viewer.go();
+  await viewer.page.getByRole('list', { name: 'Continue watching' }).getByRole('link', { name: 'long.mkv' }).click();
+  await viewer.runsFrom(saved.position);
+});
+
+test('everything can be done with the keyboard', async () => {
+  const viewer = await enter();
+  const { page } = viewer;
+  await viewer.go(filmPlace('long.mkv'));
+  await page.getByRole('link', { name: 'Play', exact: true }).focus();
+  await page.keyboard.press('Enter');
+  await viewer.playing();
+  await page.keyboard.press(' ');
+  await eventually(async () => ((await viewer.state()).paused ? true : undefined));
+  await page.keyboard.press('k');
+  await page.keyboard.press('5');
+  await viewer.runsFrom(150);
+  await page.keyboard.press('l');
+  await page.keyboard.press('l');
+  await viewer.runsFrom(165);
+  await page.keyboard.press('ArrowLeft');
+  await page.keyboard.press('j');
+  await page.waitForFunction(() => document.getElementById('video').currentTime < 164);
+  await page.keyboard.press('m');
+  assert.equal(await page.evaluate(() => document.getElementById('video').muted), true);
+  await page.keyboard.press('>');
+  assert.equal(await page.evaluate(() => document.getElementById('video').playbackRate), 1.25);
+  await page.keyboard.press('f');
+  await page.waitForFunction(() => document.fullscreenElement !== null);
+  await page.keyboard.press('f');
+  await page.waitForFunction(() => document.fullscreenElement === null);
+  await page.keyboard.press('?');
+  await page.getByRole('dialog', { name: 'Keys' }).waitFor();
+  await page.keyboard.press('Escape');
+  await page.getByRole('dialog', { name: 'Keys' }).waitFor({ state: 'detached' });
+  await page.keyboard.press('s');
+  await page.getByText(/^\d+ ms \(opened \d+ ms, manifest \d+ ms, first \w+ \d+ ms, first \w+ \d+ ms\)$/).waitFor();
+});
+
+test('two viewers play at once, and a third waits in line until there is room', async () => {
+  const [first, second, third] = [await enter(), await enter(), await enter()];
+  await watch(first, 'long.mkv');
+  await first.playing();
+  await watch(second, 'long.mkv');
+  await second.playing();
+  await second.set('Quality', '1080p');
+  await second.page.waitForFunction(() => document.getElementById('video').videoHeight === 1080);
+  await watch(third, 'film.mkv', { kind: 'http' });
+  await third.says('You are waiting in line.');
+  await third.says('The next attempt is in');
+  await second.leave();
+  await third.playing();
+  await first.playing();
+  assert.equal((await third.state()).message, '');
+});
+
+test('waiting in line can be ended', async () => {
+  const viewer = await enter({ 'Streaming.open': refuse(503, 'TransEnableOfflineConverting', { retry_after: 30 }) });
+  await watch(viewer, 'film.mkv');
+  await viewer.says('The server is busy with a conversion. You are waiting in line.');
+  await viewer.page.getByRole('button', { name: 'Stop waiting' }).click();
+  await viewer.page.getByRole('heading', { name: 'film.mkv' }).waitFor();
+});
+
+test('a way that fails is followed by the next, and a sentence says so', async () => {
+  const viewer = await enter();
+  await answerFor(viewer.page, {});
+  await viewer.page.route(/playlist_type=video/, (route) => route.fulfill({ body: 'nonsense' }));
+  await watch(viewer, 'film.mkv');
+  await viewer.playing();
+  assert.match((await viewer.state()).message, /^Segments \(HLS\) did not work: .* Playing as “One stream \(MP4\)” instead\.$/);
+});
+
+test('a failure for good is told with what to do, and can be tried again', async () => {
+  let full = true;
+  const viewer = await enter();
+  await viewer.page.route(
+    (url) => url.pathname === '/webapi/entry.cgi',
+    (route) =>
+      full && route.request().postData()?.includes('method=open')
+        ? route.fulfill({ status: 507, json: { success: false, error: { code: 507, reason: 'TransSapceNotEnough', message: '' } } })
+        : route.fallback(),
+  );
+  await watch(viewer, 'film.mkv');
+  await viewer.says('The server’s disk is full.');
+  await viewer.says('Free some space');
+  full = false;
+  await viewer.page.getByRole('button', { name: 'Try again' }).click();
+  await viewer.playing();
+});
+
+test('a film is handed to another player by its address', async () => {
+  const viewer = await enter();
+  await watch(viewer, 'film.mkv');
+  await viewer.playing();
+  await viewer.wake();
+  await viewer.page.getByRole('button', { name: 'Play elsewhere' }).click();
+  const dialog = viewer.page.getByRole('dialog', { name: 'Play elsewhere' });
+  await dialog.getByRole('button', { name: 'Segments (HLS)' }).click();
+  const address = await dialog.getByRole('textbox', { name: 'Address of the film' }).inputValue();
+  assert.match(await (await fetch(address)).text(), /^#EXTM3U/);
+  const download = viewer.page.waitForEvent('download');
+  await dialog.getByRole('button', { name: 'Save as playlist (.m3u)' }).click();
+  const file = await download;
+  assert.equal(file.suggestedFilename(), 'film.mkv.m3u');
+  assert.match(fs.readFileSync(await file.path(), 'utf8'), new RegExp(`^#EXTM3U\n#EXTINF:-1,film.mkv\n${address.replace(/[?]/g, '\\?')}\n$`));
+  await service.call('Streaming', 'close', { format: 'hls', stream_id: new URL(address).searchParams.get('stream_id') });
+});
+
+test('the owner sees the streams and stops one', async () => {
+  const [viewer, owner] = [await enter(), await enter()];
+  await watch(viewer, 'long.mkv');
+  await viewer.playing();
+  await owner.go('#/status');
+  await owner.page.getByRole('button', { name: 'Stop long.mkv' }).click();
+  await owner.page.getByText('Nobody is watching.').waitFor();
+  await viewer.page.evaluate(() => {
+    document.getElementById('video').currentTime = 250;
+  });
+  await viewer.says('Open the film again from the library.');
+});
+
+// A service with accounts: ann is the owner, bob is not.
+const PASSWORD = '"with quotes"';
+async function withAccounts(use) {
+  const guarded = Service.prepare();
+  guarded.account(['add', 'ann'], PASSWORD);
+  guarded.account(['add', 'bob'], PASSWORD);
+  await guarded.serve([folder]);
+  const viewer = await Viewer.open(browser, guarded);
+  try {
+    await use(viewer, guarded);
+  } finally {
+    await viewer.close();
+    await guarded.stop();
+  }
+}
+
+async function logIn({ page }, name, password) {
+  const dialog = page.getByRole('dialog', { name: 'Log in' });
+  await dialog.getByLabel('Account').fill(name);
+  await dialog.getByLabel('Password').fill(password);
+  await page.keyboard.press('Enter');
+  return dialog;
+}
+
+test('who must log in is asked to, and can log out', () =>
+  withAccounts(async (viewer) => {
+    const { page } = viewer;
+    await viewer.go();
+    const dialog = await logIn(viewer, 'bob', 'wrong');
+    await dialog.getByText('The account or the password is wrong.').waitFor();
+    await logIn(viewer, 'bob', PASSWORD);
+    await page.getByRole('link', { name: /film\.mkv/ }).waitFor();
+    assert.equal(await page.getByRole('link', { name: 'Server' }).count(), 0, 'which is the owner’s');
+    assert.equal(await page.evaluate(() => document.cookie + JSON.stringify({ ...localStorage })), '{}');
+    await page.getByRole('button', { name: 'Log out bob' }).click();
+    await logIn(viewer, 'ann', PASSWORD);
+    await page.getByRole('link', { name: 'Server' }).waitFor();
+    await page.getByRole('link', { name: /film\.mkv/ }).waitFor();
+  }));
+
+test('a session that ends during the film leads to the login, and the film goes on', () =>
+  withAccounts(async (viewer, guarded) => {
+    await viewer.go();
+    await logIn(viewer, 'bob', PASSWORD);
+    await viewer.page.getByRole('link', { name: /film\.mkv/ }).waitFor();
+    await viewer.go(`#/play${encode(path.join(folder, 'long.mkv'))}?t=0`);
+    await viewer.playing();
+    guarded.account(['passwd', 'bob'], 'another one');
+    await viewer.page.evaluate(() => {
+      const position = document.getElementById('position');
+      position.value = '200';
+      position.dispatchEvent(new Event('change'));
+    });
+    await logIn(viewer, 'bob', 'another one');
+    await viewer.runsFrom(200);
+    assert.ok((await viewer.state()).time < 220);
+  }));
