@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
 import { after, before, test } from 'node:test';
 
-import { answerFor, filmPath, launch, standIns, Viewer } from './page.mjs';
+import { answerFor, filmPath, launch, Viewer } from './page.mjs';
 import { media, Service } from './support.mjs';
 
 const axe = createRequire(import.meta.url).resolve('axe-core/axe.min.js');
@@ -66,7 +66,7 @@ for (const [name, options] of Object.entries(SCREENS)) {
   test(`nothing serious is found ${name}`, async () => {
     const viewer = await Viewer.open(browser, service, { ...options, bypassCSP: true });
     await viewer.page.addInitScript({ path: axe });
-    await answerFor(viewer.page, { ...standIns().answers, 'History.list': () => ({ items: [begun] }) });
+    await answerFor(viewer.page, { 'History.list': () => ({ items: [begun] }) });
     const found = {};
     for (const [title, arrive, place] of PAGES) {
       if (place !== null) await viewer.go(place);
@@ -83,7 +83,7 @@ for (const [name, options] of Object.entries(SCREENS)) {
 test('nothing serious is found in the login', async () => {
   const viewer = await Viewer.open(browser, service, { bypassCSP: true });
   await viewer.page.addInitScript({ path: axe });
-  await answerFor(viewer.page, { ...standIns().answers, 'Auth.who': () => ({ login_required: true, account: null, owner: false }) });
+  await answerFor(viewer.page, { 'Auth.who': () => ({ login_required: true, account: null, owner: false }) });
   await viewer.go();
   await viewer.page.getByRole('dialog', { name: 'Log in' }).waitFor();
   assert.deepEqual(await faults(viewer.page), []);

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { after, afterEach, before, beforeEach, test } from 'node:test';
 
-import { answerFor, launch, standIns, Viewer } from './page.mjs';
+import { launch, Viewer } from './page.mjs';
 import { media, Service } from './support.mjs';
 
 let service;
@@ -20,7 +20,6 @@ after(async () => {
 });
 beforeEach(async () => {
   viewer = await Viewer.open(browser, service);
-  await answerFor(viewer.page, standIns().answers);
 });
 afterEach(async () => {
   await viewer.close();
@@ -37,6 +36,7 @@ const films = {
   'hevc10_aac.mov': 15,
 };
 const byKind = {
+  direct: ['h264_aac.mp4', 'vp9_opus.webm'],
   http: Object.keys(films),
   hls: ['h264_ac3.mkv', 'mpeg4_mp3.avi', 'hevc10_aac.mov'],
   webm: ['h264_ac3.mkv', 'vp9_opus.webm'],

@@ -160,38 +160,3 @@ export class Viewer {
     assert.ok(Math.abs(second - time) < 2, `the picture shows ${second} at ${time}`);
   }
 }
-
-// What a server without these methods leaves out.
-export function standIns() {
-  const history = new Map();
-  const entryOf = (parameters) => history.get(parameters.get('path')) ?? { position: 0, duration: 0, finished: false };
-  return {
-    history,
-    answers: {
-      'Auth.who': () => ({ login_required: false, account: '', owner: true }),
-      'History.list': () => ({ items: [...history.values()].reverse() }),
-      'History.get': entryOf,
-      'History.save': (parameters) => {
-        const [name, position, duration] = ['path', 'position', 'duration'].map((key) => parameters.get(key));
-        history.delete(name);
-        history.set(name, {
-          path: name,
-          encoded_path: encode(name),
-          name: path.basename(name),
-          position: Number(position),
-          duration: Number(duration),
-          finished: Number(position) > 0.95 * Number(duration),
-          time: history.size,
-        });
-        return {};
-      },
-      'History.remove': (parameters) => {
-        if (parameters.has('path')) history.delete(parameters.get('path'));
-        else history.clear();
-        return {};
-      },
-      'Library.card': () => ({ duration: 60, width: 640, height: 360, video: 'h264', audio: 'aac' }),
-      'Streaming.state': () => ({ method: 'remux', why: 'The video is copied as it is.', transcoder: null }),
-    },
-  };
-}

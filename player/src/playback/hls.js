@@ -37,6 +37,7 @@ export class Segments {
     this.hooks = hooks;
     this.listening = new AbortController();
     this.recovered = false;
+    this.knowsSubtitles = false;
     this.wanted = 0;
   }
 
@@ -48,7 +49,13 @@ export class Segments {
     }
     const hls = new Hls({ ...settings, startPosition: second });
     this.hls = hls;
-    hls.on(Hls.Events.MANIFEST_PARSED, () => this.hooks.mark('manifest'));
+    hls.on(Hls.Events.MANIFEST_PARSED, (_, { subtitleTracks }) => {
+      this.hooks.mark('manifest');
+      if (subtitleTracks.length === 0) {
+        this.learnSubtitles();
+      }
+    });
+    hls.on(Hls.Events.SUBTITLE_TRACKS_UPDATED, () => this.learnSubtitles());
     hls.on(Hls.Events.FRAG_BUFFERED, () => {
       this.hooks.mark('media');
       this.hooks.busy(null);
@@ -92,10 +99,16 @@ export class Segments {
     this.video.currentTime = second;
   }
 
-  // Shows the subtitle of this id, '' for none. False where the presentation has no such one.
+  learnSubtitles() {
+    this.knowsSubtitles = true;
+    this.hooks.subtitles();
+  }
+
+  // Shows the subtitle of this id, '' for none; once the subtitles are known, when it is asked for again. False where
+  // the presentation has no such one.
   showSubtitle(id) {
-    if (!this.hls) {
-      return false;
+    if (!this.knowsSubtitles) {
+      return true;
     }
     const track = id === '' ? -1 : this.hls.subtitleTracks.findIndex(({ url }) => subtitleIdOf(url) === id);
     this.hls.subtitleDisplay = track >= 0;

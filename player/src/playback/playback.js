@@ -120,6 +120,7 @@ export class Playback extends EventTarget {
       mark: current((name) => this.mark(name)),
       play: current(() => this.start()),
       busy: current((error) => this.setBusy(error)),
+      subtitles: current(() => this.showSubtitle()),
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
     };
