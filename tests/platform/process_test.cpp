@@ -64,6 +64,7 @@ TEST_F(Process, ABoundedRunEndsWithItsCaller) {
   caller.Kill(SIGKILL);
   caller.Wait();
   EXPECT_EQ(pipe.ReadToEnd(), "");
+  test::ReapAll();
 }
 
 TEST_F(Process, RunLooksForNoProgramInThePath) {
