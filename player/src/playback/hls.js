@@ -29,7 +29,7 @@ const settings = {
 };
 
 // What the server would say again, however often it is asked.
-const FINAL = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'TransSapceNotEnough']);
+const FINAL = new Set(['Unauthorized', 'Forbidden', 'TransSapceNotEnough']);
 
 export class Segments {
   constructor(video, hooks) {
@@ -75,7 +75,10 @@ export class Segments {
     if (FINAL.has(reason) && !isSubtitle) {
       this.hooks.fail({ reason });
     } else if (!fatal) {
-      if (reason === 'TransEnable') {
+      // A segment that is swept away as it is sent is there again for the next request; a closed stream is not.
+      if (reason === 'NotFound' && !isSubtitle) {
+        this.hooks.missing();
+      } else if (reason === 'TransEnable') {
         this.hooks.busy({ reason, retryAfter: Number(networkDetails?.getResponseHeader?.('retry-after')) || undefined });
       }
     } else if (type === Hls.ErrorTypes.MEDIA_ERROR && !this.recovered) {

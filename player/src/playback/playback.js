@@ -120,6 +120,7 @@ export class Playback extends EventTarget {
       mark: current((name) => this.mark(name)),
       play: current(() => this.start()),
       busy: current((error) => this.setBusy(error)),
+      missing: current(() => this.checkStream(turn)),
       subtitles: current(() => this.showSubtitle()),
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
@@ -331,6 +332,17 @@ export class Playback extends EventTarget {
     this.slow = slowWords(this.phase, this.stream && (await this.state().catch(() => null)));
     if (turn === this.turn) {
       this.changed();
+    }
+  }
+
+  // Fails at once where the server no longer knows the stream.
+  async checkStream(turn) {
+    try {
+      await this.state();
+    } catch (error) {
+      if (turn === this.turn && SAME_EVERYWHERE.has(error.reason)) {
+        this.fail(error);
+      }
     }
   }
 
