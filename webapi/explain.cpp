@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 
 #include "metadata/qmxmetadata.h"
@@ -13,6 +12,7 @@
 #include "stream/smooth_stream.h"
 #include "stream/webm_stream.h"
 #include "transcoder/shell_line.h"
+#include "util/qmxutils.h"
 #include "webapi/direct_play.h"
 #include "webapi/ticket.h"
 
@@ -71,25 +71,24 @@ std::string ValueOf(const Command& command, const std::string& option,
   return found == command.end() || found + 1 == command.end() ? "" : *(found + 1);
 }
 
+// The digits that a text begins with; 0 without any.
+unsigned Number(const std::string& text) {
+  return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
+}
+
 // "1200k" and "1200000" in bit/s; 0 for no number.
 unsigned BitRate(const std::string& text) {
-  const auto rate = static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
+  const unsigned rate = Number(text);
   return !text.empty() && text.back() == 'k' ? rate * 1000 : rate;
 }
 
 // What comes out: the size and rate that the command asks for, else those of the film.
 void DescribePicture(const Command& command, const VideoMetaData& film, Json::Value& entry) {
-  unsigned width = film.GetVideoResolutionX();
-  unsigned height = film.GetVideoResolutionY();
-  unsigned askedWidth = 0;
-  unsigned askedHeight = 0;
-  if (sscanf(ValueOf(command, "-s").c_str(), "%ux%u", &askedWidth, &askedHeight) == 2) {
-    width = askedWidth;
-    height = askedHeight;
-  }
+  const Command size = LibOrvoQMX::StringExplode(ValueOf(command, "-s"), "x");
+  const bool isAsked = size.size() == 2;
+  entry["width"] = isAsked ? Number(size[0]) : film.GetVideoResolutionX();
+  entry["height"] = isAsked ? Number(size[1]) : film.GetVideoResolutionY();
   const unsigned video = BitRate(ValueOf(command, "-vb", "--vb"));
-  entry["width"] = width;
-  entry["height"] = height;
   entry["bit_rate"] =
       video != 0 ? video + BitRate(ValueOf(command, "-ab", "--ab")) : film.GetBitrate();
 }
@@ -129,10 +128,9 @@ void ExplainFormat(const Format& format, const VideoMetaData& film, const std::s
 }  // namespace
 
 std::vector<std::string> Formats() {
-  std::vector<std::string> names;
-  for (const Format& format : kFormats) {
-    names.emplace_back(format.name);
-  }
+  std::vector<std::string> names(kFormats.size());
+  std::transform(kFormats.begin(), kFormats.end(), names.begin(),
+                 [](const Format& format) { return format.name; });
   return names;
 }
 
