@@ -25,9 +25,14 @@ ORVO_API bool WaitForExit(pid_t pid, int milliseconds);
 
 // Runs `program` as PlatExecv does, with its standard streams at /dev/null, for `milliseconds` at
 // most; then, and when the caller ends, it is killed. Returns what PlatExecv returns, 128 + SIGKILL
-// when the time was over, and 127 when the program cannot be executed.
+// when the time was over, and 127 when the program cannot be executed. What it writes to its
+// standard output is appended to `output` where there is one, all of it in memory.
 ORVO_API int RunWithin(const std::string& program, const std::vector<std::string>& argv,
-                       int milliseconds);
+                       int milliseconds, std::string* output = nullptr);
+
+// Waits for the end of a child and reaps it: its exit status, 128 + the number of the signal that
+// ended it, or -1 when `pid` is no child.
+ORVO_API int WaitForStatus(pid_t pid);
 
 // In a forked child of `parent`: asks for SIGKILL when the parent ends. False when it is gone
 // already. A later change of the effective ids takes the wish back. Async-signal-safe.

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -77,7 +78,9 @@ std::vector<char*> ArgumentVector(const std::vector<std::string>& argv) {
 }
 
 // In a forked child: the signals as a program expects them, nobody's streams, and the program.
-[[noreturn]] void BecomeBounded(pid_t parent, const std::string& program, char* const* arguments) {
+// `output`: the program's standard output; below 0 for none.
+[[noreturn]] void BecomeBounded(pid_t parent, const std::string& program, char* const* arguments,
+                                int output) {
   for (int number = 1; number < NSIG; ++number) {
     signal(number, SIG_DFL);
   }
@@ -85,11 +88,18 @@ std::vector<char*> ArgumentVector(const std::vector<std::string>& argv) {
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   orvo::DetachStandardStreams();
+  if (output >= 0) {
+    dup2(output, STDOUT_FILENO);
+  }
   if (orvo::DieWithParent(parent)) {
     execv(program.c_str(), arguments);
   }
   _exit(127);
 }
+
+}  // namespace
+
+namespace orvo {
 
 int WaitForStatus(pid_t pid) {
   int status = 0;
@@ -100,10 +110,6 @@ int WaitForStatus(pid_t pid) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
-
-}  // namespace
-
-namespace orvo {
 
 UniqueFd OpenProcess(pid_t pid) {
   return UniqueFd(pidfd_open(pid, 0));
@@ -123,13 +129,19 @@ bool WaitForExit(pid_t pid, int milliseconds) {
          (kill(pid, 0) != 0 && errno == ESRCH);
 }
 
-int RunWithin(const std::string& program, const std::vector<std::string>& argv, int milliseconds) {
+int RunWithin(const std::string& program, const std::vector<std::string>& argv, int milliseconds,
+              std::string* output) {
+  // In memory nothing is left of a caller that ends.
+  const UniqueFd file(output != nullptr ? memfd_create("output", MFD_CLOEXEC) : -1);
+  if (output != nullptr && !file.IsOpen()) {
+    return -1;
+  }
   const std::vector<char*> arguments = ArgumentVector(argv);
   const pid_t parent = getpid();
   const AwaitedChildren awaited;
   const pid_t pid = fork();
   if (pid == 0) {
-    BecomeBounded(parent, program, arguments.data());
+    BecomeBounded(parent, program, arguments.data(), file.Get());
   }
   if (pid < 0) {
     return -1;
@@ -138,7 +150,13 @@ int RunWithin(const std::string& program, const std::vector<std::string>& argv, 
   if (!WaitForExit(pid, milliseconds)) {
     kill(pid, SIGKILL);
   }
-  return WaitForStatus(pid);
+  const int status = WaitForStatus(pid);
+  if (output == nullptr) {
+    return status;
+  }
+  // Opened anew, it is read from its start.
+  std::ifstream written("/proc/self/fd/" + std::to_string(file.Get()), std::ios::binary);
+  return ReadAll(written, *output) ? status : -1;
 }
 
 bool DieWithParent(pid_t parent) {
@@ -168,7 +186,7 @@ int PlatExecv(const std::string& program, const std::vector<std::string>& argv) 
   const int failure =
       posix_spawn(&pid, program.c_str(), nullptr, &attributes, arguments.data(), environ);
   posix_spawnattr_destroy(&attributes);
-  return failure == 0 ? WaitForStatus(pid) : -1;
+  return failure == 0 ? orvo::WaitForStatus(pid) : -1;
 }
 
 int PlatProcForkChildNoWait() {
@@ -184,7 +202,7 @@ int PlatProcForkChildNoWait() {
     }
     _exit(child < 0 ? 1 : 0);
   }
-  return WaitForStatus(middle) == 0 ? 1 : -1;
+  return orvo::WaitForStatus(middle) == 0 ? 1 : -1;
 }
 
 bool PlatProcAlive(pid_t pid) {

@@ -1,21 +1,17 @@
 #include "webapi/picture.h"
 
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/io.h"
 #include "platform/plat.h"
-#include "platform/unique_fd.h"
 #include "util/media_formats.h"
 #include "webapi/film_cache.h"
 #include "webapi/film_card.h"
@@ -56,8 +52,7 @@ std::string Scale(int width) {
 }
 
 // Only key frames are decoded, and no more than a minute of film is read for them.
-std::vector<std::string> CommandLine(const std::string& film, int width, const Look& look,
-                                     int output) {
+std::vector<std::string> CommandLine(const std::string& film, int width, const Look& look) {
   return {kDecoder,
           "-nostdin",
           "-hide_banner",
@@ -94,7 +89,7 @@ std::vector<std::string> CommandLine(const std::string& film, int width, const L
           "4",
           "-f",
           "image2pipe",
-          "pipe:" + std::to_string(output)};
+          "pipe:1"};
 }
 
 // The picture; "" when there is none. False when the time was over before that was known.
@@ -102,19 +97,16 @@ bool Decode(const std::string& film, int width, const Look& look, Clock::time_po
             std::string& picture) {
   const auto left =
       std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  // The child finds it under the same number. In memory nothing is left of a request that ends.
-  const orvo::UniqueFd output(memfd_create("picture", 0));
   int status = kKilled;
-  if (left > 0 && output.IsOpen()) {
+  picture.clear();
+  if (left > 0) {
     libmrv::DoActionAsRoot("MakePicture", [&] {
-      status = orvo::RunWithin(kDecoder, CommandLine(film, width, look, output.Get()),
-                               static_cast<int>(left));
+      status = orvo::RunWithin(kDecoder, CommandLine(film, width, look), static_cast<int>(left),
+                               &picture);
       return true;
     });
   }
-  std::ifstream file("/proc/self/fd/" + std::to_string(output.Get()), std::ios::binary);
-  picture.clear();
-  if (!orvo::ReadAll(file, picture) || picture.rfind(kStartOfPicture, 0) != 0) {
+  if (picture.rfind(kStartOfPicture, 0) != 0) {
     picture.clear();
   }
   return status != kKilled;
@@ -178,10 +170,25 @@ std::optional<int> WidthOf(const Request& request, int64_t usual, int64_t larges
   return width && *width >= kSmallest ? std::optional(static_cast<int>(*width) & ~1) : std::nullopt;
 }
 
-Answer WrongWidth(int64_t largest) {
-  return Answer::Failure(kBadRequest, "The width must be a number from " +
-                                          std::to_string(kSmallest) + " to " +
-                                          std::to_string(largest) + ".");
+// The film of a request and the width of its picture.
+struct Subject {
+  std::string film;
+  int width;
+};
+std::optional<Subject> SubjectOf(const Request& request, int64_t usualWidth, int64_t largestWidth,
+                                 Answer& refusal) {
+  const auto film = ResolveFilm(request.Text("path"), refusal);
+  if (!film) {
+    return std::nullopt;
+  }
+  const auto width = WidthOf(request, usualWidth, largestWidth);
+  if (!width) {
+    refusal = Answer::Failure(kBadRequest, "The width must be a number from " +
+                                               std::to_string(kSmallest) + " to " +
+                                               std::to_string(largestWidth) + ".");
+    return std::nullopt;
+  }
+  return Subject{*film, *width};
 }
 
 }  // namespace
@@ -190,15 +197,15 @@ Answer SendPoster(const Request& request) {
   constexpr int64_t kUsual = 320;
   constexpr int64_t kLargest = 640;
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(request.Text("path"), refusal);
-  const auto width = WidthOf(request, kUsual, kLargest);
-  if (!film || !width) {
-    return film ? WrongWidth(kLargest) : refusal;
+  const auto subject = SubjectOf(request, kUsual, kLargest, refusal);
+  if (!subject) {
+    return refusal;
   }
-  Wish wish{*film, CachePath(*film, "poster " + std::to_string(*width), ".jpg"), *width, {}};
+  const auto& [film, width] = *subject;
+  Wish wish{film, CachePath(film, "poster " + std::to_string(width), ".jpg"), width, {}};
   bool ignored = false;
   if (!IsKept(wish.path, ignored)) {
-    const auto facts = FactsOf(*film, refusal);
+    const auto facts = FactsOf(film, refusal);
     if (!facts) {
       return refusal;
     }
@@ -213,12 +220,12 @@ Answer SendThumbnail(const Request& request) {
   constexpr int64_t kUsual = 160;
   constexpr int64_t kLargest = 320;
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(request.Text("path"), refusal);
-  const auto width = WidthOf(request, kUsual, kLargest);
-  if (!film || !width) {
-    return film ? WrongWidth(kLargest) : refusal;
+  const auto subject = SubjectOf(request, kUsual, kLargest, refusal);
+  if (!subject) {
+    return refusal;
   }
-  const auto facts = FactsOf(*film, refusal);
+  const auto& [film, width] = *subject;
+  const auto facts = FactsOf(film, refusal);
   if (!facts) {
     return refusal;
   }
@@ -227,11 +234,10 @@ Answer SendThumbnail(const Request& request) {
     return Answer::Failure(kBadRequest, "The time must be a second of the film.");
   }
   const int second = static_cast<int>(*time) / kSecondsEach * kSecondsEach;
-  const std::string what = "thumbnail " + std::to_string(*width) + " " + std::to_string(second);
-  return SendPicture(request, {*film,
-                               CachePath(*film, what, ".jpg"),
-                               *width,
-                               {{static_cast<double>(second), ""}, {0, ""}}});
+  const std::string what = "thumbnail " + std::to_string(width) + " " + std::to_string(second);
+  return SendPicture(
+      request,
+      {film, CachePath(film, what, ".jpg"), width, {{static_cast<double>(second), ""}, {0, ""}}});
 }
 
 }  // namespace webapi

@@ -49,6 +49,14 @@ TEST_F(Process, ABoundedRunGivesTheExitStatus) {
   EXPECT_EQ(orvo::RunWithin(Path("/missing"), {Path("/missing")}, 10000), 127);
 }
 
+TEST_F(Process, ABoundedRunAppendsWhatTheProgramWrites) {
+  std::string output = "before ";
+  const int status = orvo::RunWithin("/bin/sh", {"/bin/sh", "-c", "echo out; echo err >&2; exit 3"},
+                                     10000, &output);
+  EXPECT_EQ(status, 3);
+  EXPECT_EQ(output, "before out\n");
+}
+
 TEST_F(Process, ABoundedRunIsKilledWhenItsTimeIsOver) {
   EXPECT_EQ(orvo::RunWithin("/bin/sh", {"/bin/sh", "-c", "kill -STOP $$"}, 50), 128 + SIGKILL);
 }

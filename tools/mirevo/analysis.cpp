@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,16 +38,6 @@ sigset_t StopSignals() {
     execl(worker.c_str(), worker.c_str(), "--report", film.c_str(), nullptr);
   }
   _exit(127);
-}
-
-bool EndedWell(pid_t pid) {
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return false;
-    }
-  }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace
@@ -159,7 +148,7 @@ void Analysis::Take(Worker& worker, const std::string& line) {
 
 void Analysis::Finish(size_t index, const OnResult& onResult) {
   FilmResult result = std::move(workers_[index].result);
-  result.succeeded = EndedWell(workers_[index].pid);
+  result.succeeded = orvo::WaitForStatus(workers_[index].pid) == 0;
   if (!result.succeeded && result.reason.empty()) {
     result.reason = kNoReason;
   }
@@ -173,7 +162,7 @@ void Analysis::StopAll() {
     kill(worker.pid, SIGTERM);
   }
   for (const Worker& worker : workers_) {
-    EndedWell(worker.pid);
+    orvo::WaitForStatus(worker.pid);
   }
   workers_.clear();
 }
