@@ -5,7 +5,9 @@
 #include <array>
 #include <ctime>
 
+#include "platform/log.h"
 #include "platform/plat.h"
+#include "stream/monitor.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -110,6 +112,16 @@ bool AdaptStream::QMXIsTimeout(unsigned long seconds) const {
   const auto idle =
       static_cast<unsigned long>(time(nullptr)) - static_cast<unsigned long>(status.st_mtime);
   return idle >= seconds;
+}
+
+bool AdaptStream::RemoveWhenAbandoned(const char* source) {
+  if (!QMXIsTimeout(kIdleSeconds)) {
+    return false;
+  }
+  orvo::Log(LOG_ERR, source, __LINE__, "time out for access [%d seconds]",
+            static_cast<int>(kIdleSeconds));
+  RemoveTransDir();
+  return true;
 }
 
 }  // namespace LibOrvoQMX

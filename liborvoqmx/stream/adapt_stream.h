@@ -41,6 +41,10 @@ class ORVO_API AdaptStream : public QMXStream {
 
   // Has no request touched "access_status" for `seconds`? False without that file.
   bool QMXIsTimeout(unsigned long seconds) const;
+
+  // Has the stream lost its client? Then that is logged, as of the source file `source`, and the
+  // stream's directory is gone.
+  bool RemoveWhenAbandoned(const char* source);
 };
 
 }  // namespace LibOrvoQMX

@@ -190,14 +190,7 @@ void HttpLiveStream::RunPipeline(const std::string& fragment, int number) {
 }
 
 void HttpLiveStream::WatchPipeline() {
-  const auto isAbandoned = [this] {
-    if (!QMXIsTimeout(kIdleSeconds)) {
-      return false;
-    }
-    ORVO_LOG("time out for access [%d seconds]", static_cast<int>(kIdleSeconds));
-    RemoveTransDir();
-    return true;
-  };
+  const auto isAbandoned = [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); };
   if (!AwaitChild(gPidHLSTransBin, gHLSSignal, isAbandoned, &gPidHLSSegBin)) {
     return;
   }

@@ -138,14 +138,7 @@ void SmoothStream::RunTranscoder() {
     return;
   }
   gPidSSFFMPEG = transcoder;
-  const auto isAbandoned = [this] {
-    if (!QMXIsTimeout(kIdleSeconds)) {
-      return false;
-    }
-    ORVO_LOG("time out for access [%d seconds]", static_cast<int>(kIdleSeconds));
-    RemoveTransDir();
-    return true;
-  };
+  const auto isAbandoned = [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); };
   if (AwaitChild(transcoder, gSSSignal, isAbandoned)) {
     Unregister();
   }
