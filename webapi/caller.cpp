@@ -68,14 +68,8 @@ bool MaySeeFilm(const Caller& caller, const Ticket& ticket) {
   return caller.roots.empty() || (path.isString() && MaySee(path.asString()));
 }
 
-bool IsAllowed(const Request& request, const std::string& streamId, Answer& refusal,
-               bool (*isGood)(const Caller& caller, const Ticket& ticket)) {
-  const Caller& caller = request.MadeBy();
-  if (!caller.isLoginRequired) {
-    return true;
-  }
-  const auto ticket = Ticket::Take(streamId);
-  if (!ticket || isGood(caller, *ticket)) {
+bool IsAllowed(const Request& request, bool isGood, Answer& refusal) {
+  if (!request.MadeBy().isLoginRequired || isGood) {
     return true;
   }
   refusal = Answer::Failure(kForbidden, "This stream belongs to another account.");
@@ -114,14 +108,13 @@ Caller FindCaller(const Request& request, Right right) {
   return found.value_or(caller);
 }
 
-bool MayUse(const Request& request, const std::string& streamId, Answer& refusal) {
-  return IsAllowed(request, streamId, refusal, [](const Caller& caller, const Ticket& ticket) {
-    return IsHis(caller, ticket) && MaySeeFilm(caller, ticket);
-  });
+bool MayUse(const Request& request, const Ticket& stream, Answer& refusal) {
+  const Caller& caller = request.MadeBy();
+  return IsAllowed(request, IsHis(caller, stream) && MaySeeFilm(caller, stream), refusal);
 }
 
-bool MayClose(const Request& request, const std::string& streamId, Answer& refusal) {
-  return IsAllowed(request, streamId, refusal, IsHis);
+bool MayClose(const Request& request, const Ticket& stream, Answer& refusal) {
+  return IsAllowed(request, IsHis(request.MadeBy(), stream), refusal);
 }
 
 std::string SessionCookie(const Request& request) {

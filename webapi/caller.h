@@ -8,6 +8,7 @@ namespace webapi {
 
 class Answer;
 class Request;
+class Ticket;
 
 // What a call asks of who makes it.
 enum class Right {
@@ -35,11 +36,10 @@ struct Caller {
 Caller FindCaller(const Request& request, Right right);
 
 // Is the stream the request's caller's to use? It is its account's alone, and the owner's, as long
-// as they may see its film. True also for one that is not open. Otherwise there is an answer in
-// `refusal`.
-bool MayUse(const Request& request, const std::string& streamId, Answer& refusal);
+// as they may see its film. Otherwise there is an answer in `refusal`.
+bool MayUse(const Request& request, const Ticket& stream, Answer& refusal);
 // The same to close it, whoever may see the film by now.
-bool MayClose(const Request& request, const std::string& streamId, Answer& refusal);
+bool MayClose(const Request& request, const Ticket& stream, Answer& refusal);
 
 // The session's id that the request's cookie holds; "" without one.
 std::string SessionCookie(const Request& request);

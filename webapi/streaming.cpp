@@ -172,7 +172,8 @@ bool JoinsStream(const Request& request, const std::string& path, std::string& s
     refusal = Answer::Failure(kBadRequest, "This is not the id of a stream of this film.");
     return false;
   }
-  return MayUse(request, streamId, refusal);
+  const auto ticket = Ticket::Take(streamId);
+  return !ticket || MayUse(request, *ticket, refusal);
 }
 
 // Whose the stream is. One that is joined stays whose it was, and its addresses stay good.
@@ -267,10 +268,13 @@ std::string StreamIdOf(const Request& request, Answer& refusal) {
 std::optional<Ticket> TakeStream(const Request& request, Answer& refusal) {
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty() || !MayUse(request, streamId, refusal)) {
+  if (streamId.empty()) {
     return std::nullopt;
   }
   auto ticket = Ticket::Take(streamId);
+  if (ticket && !MayUse(request, *ticket, refusal)) {
+    return std::nullopt;
+  }
   if (!ticket || ticket->Kind() != kind->kind) {
     refusal = Answer::Failure(kNotFound, kStreamClosed);
     return std::nullopt;
@@ -335,10 +339,13 @@ Answer CloseStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty() || !MayClose(request, streamId, refusal)) {
+  if (streamId.empty()) {
     return refusal;
   }
   if (auto ticket = Ticket::Take(streamId)) {
+    if (!MayClose(request, *ticket, refusal)) {
+      return refusal;
+    }
     RememberStream(*ticket, kClosed);
     ticket->Remove();
   }

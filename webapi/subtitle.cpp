@@ -59,9 +59,13 @@ bool ReachesTheEnd(const Span& span, const Json::Value& film) {
   return duration.isUInt() && span.end >= int64_t{duration.asUInt()} * 1000;
 }
 
-std::optional<Stream> StreamOf(const std::string& id) {
+std::optional<Stream> StreamOf(const Request& request, const std::string& id, Answer& refusal) {
   const auto ticket = Ticket::Take(id);
   if (!ticket) {
+    refusal = Answer::Failure(kNotFound, kStreamClosed);
+    return std::nullopt;
+  }
+  if (!MayUse(request, *ticket, refusal)) {
     return std::nullopt;
   }
   // The folder keeps the converted track. Without one there is still a film to read.
@@ -150,12 +154,9 @@ Answer GetSubtitle(const Request& request) {
   if (!codepage.empty() && !IsCharacterSet(codepage)) {
     return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
   }
-  if (!MayUse(request, id, refusal)) {
-    return refusal;
-  }
-  const auto stream = StreamOf(id);
+  const auto stream = StreamOf(request, id, refusal);
   if (!stream) {
-    return Answer::Failure(kNotFound, kStreamClosed);
+    return refusal;
   }
   std::string webVtt;
   if (!GetTrack(*stream, request.Text("subtitle_id"), codepage, webVtt, refusal)) {
