@@ -2,15 +2,13 @@
 // their own scripts.
 import { fileURLToPath } from 'node:url';
 
-import { chromium } from 'playwright-core';
-
-import { browserArguments } from './support.mjs';
+import { launch } from './page.mjs';
 
 const html = '<!doctype html><title>Bare page</title><video id="video" style="width: 100%"></video>';
 
 // Opens the page with the scripts (files below node_modules) loaded; `use` drives it.
 export async function withBarePage(service, scripts, use) {
-  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
+  const browser = await launch();
   try {
     const context = await browser.newContext({ bypassCSP: true });
     const page = await context.newPage();

@@ -1,14 +1,8 @@
 // What the browser plays and seeks in by itself: the film's own file, and HLS where the browser knows it.
 import { errorOf, localAddress } from '../api.js';
+import { MediaPlayback } from './media_playback.js';
 
-export class BrowserFile {
-  constructor(video, hooks) {
-    this.video = video;
-    this.hooks = hooks;
-    this.listening = new AbortController();
-    this.wanted = 0;
-  }
-
+export class BrowserFile extends MediaPlayback {
   open(stream, second) {
     this.stream = stream;
     this.wanted = second;
@@ -27,14 +21,6 @@ export class BrowserFile {
     on('ended', () => this.hooks.ended());
     video.src = localAddress(stream.url);
     this.hooks.play();
-  }
-
-  now() {
-    return this.video.readyState < HTMLMediaElement.HAVE_METADATA ? this.wanted : this.video.currentTime;
-  }
-
-  buffered() {
-    return bufferedAhead(this.video);
   }
 
   seek(second) {
@@ -57,20 +43,4 @@ export class BrowserFile {
       this.hooks.fail(error);
     }
   }
-
-  close() {
-    this.listening.abort();
-    this.video.removeAttribute('src');
-    this.video.load();
-  }
-}
-
-// Seconds that are there after the one that is shown, without a hole.
-export function bufferedAhead({ buffered, currentTime }) {
-  for (let part = 0; part < buffered.length; ++part) {
-    if (buffered.start(part) <= currentTime + 0.2 && buffered.end(part) > currentTime) {
-      return buffered.end(part) - currentTime;
-    }
-  }
-  return 0;
 }

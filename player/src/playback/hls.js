@@ -2,7 +2,7 @@
 import workerPath from 'hls.js/dist/hls.worker.js?url';
 
 import { localAddress } from '../api.js';
-import { bufferedAhead } from './file.js';
+import { MediaPlayback } from './media_playback.js';
 import { reasonOfStatus } from './status_codes.js';
 import { subtitleIdOf } from './subtitle_id.js';
 
@@ -31,14 +31,11 @@ const settings = {
 // What the server would say again, however often it is asked.
 const FINAL = new Set(['Unauthorized', 'Forbidden', 'TransSapceNotEnough']);
 
-export class Segments {
+export class Segments extends MediaPlayback {
   constructor(video, hooks) {
-    this.video = video;
-    this.hooks = hooks;
-    this.listening = new AbortController();
+    super(video, hooks);
     this.recovered = false;
     this.knowsSubtitles = false;
-    this.wanted = 0;
   }
 
   async open(stream, second) {
@@ -89,19 +86,6 @@ export class Segments {
     }
   }
 
-  now() {
-    return this.video.readyState < HTMLMediaElement.HAVE_METADATA ? this.wanted : this.video.currentTime;
-  }
-
-  buffered() {
-    return bufferedAhead(this.video);
-  }
-
-  seek(second) {
-    this.wanted = second;
-    this.video.currentTime = second;
-  }
-
   learnSubtitles() {
     this.knowsSubtitles = true;
     this.hooks.subtitles();
@@ -119,10 +103,7 @@ export class Segments {
     return id === '' || track >= 0;
   }
 
-  close() {
-    this.listening.abort();
+  release() {
     this.hls?.destroy();
-    this.video.removeAttribute('src');
-    this.video.load();
   }
 }

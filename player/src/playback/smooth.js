@@ -1,6 +1,6 @@
 // Smooth Streaming by dash.js and its module for it, which are fetched when they are first needed.
 import { localAddress } from '../api.js';
-import { bufferedAhead } from './file.js';
+import { MediaPlayback } from './media_playback.js';
 import { reasonOfStatus } from './status_codes.js';
 
 const SETTINGS = {
@@ -14,14 +14,7 @@ const SETTINGS = {
   },
 };
 
-export class Smooth {
-  constructor(video, hooks) {
-    this.video = video;
-    this.hooks = hooks;
-    this.listening = new AbortController();
-    this.wanted = 0;
-  }
-
+export class Smooth extends MediaPlayback {
   async open(stream, second) {
     this.wanted = second;
     const { MediaPlayer } = await import('dashjs');
@@ -50,23 +43,7 @@ export class Smooth {
     this.hooks.fail({ reason: reasonOfStatus(status) ?? (status === undefined ? 'Undecodable' : 'Broken'), details: error?.message });
   }
 
-  now() {
-    return this.video.readyState < HTMLMediaElement.HAVE_METADATA ? this.wanted : this.video.currentTime;
-  }
-
-  buffered() {
-    return bufferedAhead(this.video);
-  }
-
-  seek(second) {
-    this.wanted = second;
-    this.video.currentTime = second;
-  }
-
-  close() {
-    this.listening.abort();
+  release() {
     this.player?.destroy();
-    this.video.removeAttribute('src');
-    this.video.load();
   }
 }
