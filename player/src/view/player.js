@@ -3,7 +3,7 @@ import { get } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, nameOf, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
-import { abilitiesOf, KINDS, kindsFor, qualities } from '../playback/kinds.js';
+import { KINDS, kindsFor, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
