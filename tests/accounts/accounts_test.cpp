@@ -11,7 +11,6 @@
 
 namespace {
 
-using accounts::Account;
 using accounts::Outcome;
 
 constexpr char kFile[] = "/var/packages/Mirevo/etc/accounts";
