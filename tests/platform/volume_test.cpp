@@ -36,6 +36,7 @@ class Volume : public test::Sysroot {
     std::vector<PlatVolume> volumes;
     EXPECT_TRUE(VolumeList(volumes));
     std::vector<std::string> paths;
+    paths.reserve(volumes.size());
     for (const PlatVolume& volume : volumes) {
       paths.push_back(volume.mountPath);
     }
