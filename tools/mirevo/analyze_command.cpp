@@ -16,7 +16,7 @@
 #include "tools/mirevo/exit_codes.h"
 #include "tools/mirevo/film_argument.h"
 #include "tools/mirevo/output.h"
-#include "webapi/media_library.h"
+#include "webapi/library/media_library.h"
 
 namespace mirevo {
 namespace {

@@ -8,7 +8,7 @@
 #include "tools/mirevo/film_argument.h"
 #include "tools/mirevo/output.h"
 #include "tools/mirevo/program_output.h"
-#include "webapi/explain.h"
+#include "webapi/choice/explain.h"
 
 namespace mirevo {
 namespace {

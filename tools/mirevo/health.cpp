@@ -19,7 +19,7 @@
 #include "tools/mirevo/program_output.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
-#include "webapi/profiles.h"
+#include "webapi/choice/profiles.h"
 
 namespace mirevo {
 namespace {
