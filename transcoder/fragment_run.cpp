@@ -9,6 +9,7 @@
 #include "transcoder/film_promise.h"
 #include "transcoder/fragment_files.h"
 #include "transcoder/fragment_format.h"
+#include "transcoder/launch.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -105,7 +106,7 @@ int RunFragments(const std::vector<std::string>& command, const FragmentPlan& pl
   auto child = ChildStream::Start(command);
   FragmentPlan promised = plan;
   promised.film = PromisedSeconds(ParentOf(plan.folder));
-  return child ? Run(promised, std::move(*child)).Finish() : kExitFailure;
+  return child ? Run(promised, std::move(*child)).Finish() : kExitNotFound;
 }
 
 }  // namespace orvo::transcoder
