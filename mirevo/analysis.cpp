@@ -1,0 +1,170 @@
+#include "mirevo/analysis.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+#include "platform/plat.h"
+
+namespace mirevo {
+namespace {
+
+constexpr int kNiceness = 10;  // a film that is being watched goes first
+constexpr char kNoReason[] = "the analysis ended without a result";
+
+sigset_t StopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&signals, number);
+  }
+  return signals;
+}
+
+[[noreturn]] void Become(const std::string& worker, const std::string& film, int output,
+                         pid_t parent) {
+  const sigset_t signals = StopSignals();
+  sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+  dup2(output, STDOUT_FILENO);
+  if (orvo::DieWithParent(parent) && nice(kNiceness) != -1) {
+    execl(worker.c_str(), worker.c_str(), "--report", film.c_str(), nullptr);
+  }
+  _exit(127);
+}
+
+}  // namespace
+
+Analysis::Analysis(std::string worker, unsigned jobs)
+    : worker_(std::move(worker)), jobs_(std::max(jobs, 1U)) {
+  const sigset_t signals = StopSignals();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  signals_.Reset(signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+Analysis::~Analysis() {
+  StopAll();
+}
+
+bool Analysis::Run(const std::vector<std::string>& films, const OnResult& onResult,
+                   const OnState& onState) {
+  AnalysisState state;
+  state.all = films.size();
+  size_t next = 0;
+  while (next < films.size() || !workers_.empty()) {
+    while (workers_.size() < jobs_ && next < films.size()) {
+      state.done += Start(films[next++], onResult) ? 0 : 1;
+    }
+    std::vector<size_t> ended;
+    if (!WaitAndRead(ended)) {
+      StopAll();
+      return false;
+    }
+    state.done += ended.size();
+    for (auto index = ended.rbegin(); index != ended.rend(); ++index) {
+      Finish(*index, onResult);
+    }
+    state.running.clear();
+    for (const Worker& worker : workers_) {
+      state.running.push_back(worker.part);
+    }
+    onState(state);
+  }
+  return true;
+}
+
+// Where the worker cannot be started, that is the film's result.
+bool Analysis::Start(const std::string& film, const OnResult& onResult) {
+  int ends[2] = {-1, -1};
+  const pid_t self = getpid();
+  const pid_t child = pipe2(ends, O_CLOEXEC) == 0 ? fork() : -1;
+  orvo::UniqueFd readEnd(ends[0]);
+  const orvo::UniqueFd writeEnd(ends[1]);
+  if (child == 0) {
+    Become(worker_, film, writeEnd.Get(), self);
+  }
+  if (child < 0) {
+    onResult({film, false, 0, "the analysis could not be started"});
+    return false;
+  }
+  workers_.push_back({child, std::move(readEnd), {film, false, 0, ""}, 0, ""});
+  return true;
+}
+
+// Waits until a worker says something; which have ended, in ascending order. False for a signal.
+bool Analysis::WaitAndRead(std::vector<size_t>& ended) {
+  std::vector<pollfd> events = {{signals_.Get(), POLLIN, 0}};
+  for (const Worker& worker : workers_) {
+    events.push_back({worker.output.Get(), POLLIN, 0});
+  }
+  if (poll(events.data(), events.size(), -1) < 0) {
+    return errno == EINTR;
+  }
+  for (size_t i = 0; i < workers_.size(); ++i) {
+    if (events[i + 1].revents != 0 && !Read(workers_[i])) {
+      ended.push_back(i);
+    }
+  }
+  return events[0].revents == 0;
+}
+
+// False at the end of what the worker has to say.
+bool Analysis::Read(Worker& worker) {
+  std::array<char, 4096> buffer{};
+  const ssize_t count = read(worker.output.Get(), buffer.data(), buffer.size());
+  if (count <= 0) {
+    return count < 0 && errno == EINTR;
+  }
+  for (const char c : std::string(buffer.data(), static_cast<size_t>(count))) {
+    if (c == '\n') {
+      Take(worker, worker.line);
+      worker.line.clear();
+    } else {
+      worker.line += c;
+    }
+  }
+  return true;
+}
+
+void Analysis::Take(Worker& worker, const std::string& line) {
+  const size_t blank = std::min(line.find(' '), line.size());
+  const std::string word = line.substr(0, blank);
+  const std::string value = blank < line.size() ? line.substr(blank + 1) : "";
+  if (word == "progress") {
+    worker.part = std::clamp(std::strtod(value.c_str(), nullptr), 0.0, 1.0);
+  } else if (word == "keyframes") {
+    worker.result.keyframes = std::strtoull(value.c_str(), nullptr, 10);
+  } else if (word == "error") {
+    worker.result.reason = value;
+  }
+}
+
+void Analysis::Finish(size_t index, const OnResult& onResult) {
+  FilmResult result = std::move(workers_[index].result);
+  result.succeeded = orvo::WaitForStatus(workers_[index].pid) == 0;
+  if (!result.succeeded && result.reason.empty()) {
+    result.reason = kNoReason;
+  }
+  workers_.erase(workers_.begin() + static_cast<std::ptrdiff_t>(index));
+  onResult(result);
+}
+
+// A worker that is writing its result finishes that first.
+void Analysis::StopAll() {
+  for (const Worker& worker : workers_) {
+    kill(worker.pid, SIGTERM);
+  }
+  for (const Worker& worker : workers_) {
+    orvo::WaitForStatus(worker.pid);
+  }
+  workers_.clear();
+}
+
+}  // namespace mirevo

@@ -1,0 +1,135 @@
+#include "mirevo/explain_command.h"
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include "mirevo/exit_codes.h"
+#include "mirevo/film_argument.h"
+#include "mirevo/output.h"
+#include "mirevo/program_output.h"
+#include "webapi/choice/explain.h"
+
+namespace mirevo {
+namespace {
+
+using LibOrvoQMX::VideoMetaData;
+using Rows = std::vector<std::vector<std::string>>;
+
+constexpr int kTranslationMilliseconds = 5000;
+
+struct Options {
+  std::string file;
+  std::string device;
+  std::string userAgent;
+  std::string format;
+  std::string profile;
+  bool json = false;
+};
+
+Json::Value Explain(const Options& options, const VideoMetaData& film) {
+  Json::Value document(Json::objectValue);
+  document["path"] = film.GetFilePath();
+  document["direct"] = webapi::ExplainDirect(film, options.userAgent, options.device);
+  document["profiles"] = Json::Value(Json::arrayValue);
+  for (const Json::Value& entry : webapi::ExplainProfiles(film, options.device, options.format)) {
+    if (options.profile.empty() || entry["key"] == options.profile) {
+      document["profiles"].append(entry);
+    }
+  }
+  return document;
+}
+
+std::string Picture(const Json::Value& entry) {
+  return entry["method"] == "refused"
+             ? ""
+             : entry["width"].asString() + "x" + entry["height"].asString();
+}
+
+void PrintProfiles(const Json::Value& profiles) {
+  Rows rows = {{"", "FORMAT", "PROFILE", "METHOD", "PICTURE", "KBIT/S", "WHY"}};
+  for (const Json::Value& entry : profiles) {
+    rows.push_back({entry["default"] == true ? "*" : "", entry["format"].asString(),
+                    entry["key"].asString(), entry["method"].asString(), Picture(entry),
+                    std::to_string(entry["bit_rate"].asUInt() / 1000), entry["why"].asString()});
+  }
+  PrintTable(rows);
+}
+
+// What the transcoder makes of its command line: the one of FFmpeg. "" when it does not say.
+std::string Translated(const Json::Value& entry, const VideoMetaData& film,
+                       const std::string& device) {
+  const std::string format = entry["format"].asString();
+  const std::vector<webapi::Profile> profiles = webapi::ProfilesOf(format);
+  const auto profile =
+      std::find_if(profiles.begin(), profiles.end(),
+                   [&](const webapi::Profile& row) { return entry["key"] == row.key; });
+  std::vector<std::string> command = profile == profiles.end()
+                                         ? std::vector<std::string>()
+                                         : webapi::CommandOf(format, *profile, film, device);
+  if (command.empty()) {
+    return "";
+  }
+  command.insert(command.begin() + 1, "--explain");
+  return OutputOf(command, kTranslationMilliseconds).value_or("");
+}
+
+void PrintCommand(const Json::Value& entry, const VideoMetaData& film, const std::string& device) {
+  std::cout << "\n"
+            << entry["key"].asString() << " runs\n  " << entry["command"].asString() << "\n";
+  if (const std::string command = Translated(entry, film, device); !command.empty()) {
+    std::cout << "which becomes\n  " << command;
+  }
+}
+
+void PrintForPeople(const Options& options, const VideoMetaData& film,
+                    const Json::Value& document) {
+  std::cout << film.GetFilePath() << "\n" << document["direct"]["why"].asString() << "\n\n";
+  PrintProfiles(document["profiles"]);
+  // One profile that was asked for is shown whatever the rest.
+  const bool isOne = document["profiles"].size() == 1;
+  for (const Json::Value& entry : document["profiles"]) {
+    if (entry["method"] != "refused" && (isOne || entry["default"] == true)) {
+      PrintCommand(entry, film, options.device);
+    }
+  }
+}
+
+int Run(const Options& options) {
+  VideoMetaData film;
+  const int loaded = LoadFilm(options.file, film);
+  if (loaded != kOk) {
+    return loaded;
+  }
+  const Json::Value document = Explain(options, film);
+  if (document["profiles"].empty()) {
+    Complain("there is no such profile on this machine");
+    return kFailed;
+  }
+  if (options.json) {
+    PrintJson(document);
+  } else {
+    PrintForPeople(options, film, document);
+  }
+  return kOk;
+}
+
+}  // namespace
+
+void AddExplainCommand(CLI::App& app, int& exitCode) {
+  auto options = std::make_shared<Options>();
+  CLI::App* const command =
+      app.add_subcommand("explain", "Say what would be done to a film, why, and by which command");
+  command->add_option("file", options->file, "The film")->required()->type_name("FILE");
+  command->add_option("--device", options->device, "The client: vlc, firefox, chromecast, ...")
+      ->type_name("NAME");
+  command->add_option("--user-agent", options->userAgent, "The client by its User-Agent")
+      ->type_name("TEXT");
+  command->add_option("--format", options->format, "Only the profiles of this format")
+      ->check(CLI::IsMember(webapi::Formats()));
+  command->add_option("--profile", options->profile, "Only this profile")->type_name("KEY");
+  command->add_flag("--json", options->json, "Print it as JSON");
+  command->callback([options, &exitCode] { exitCode = Run(*options); });
+}
+
+}  // namespace mirevo

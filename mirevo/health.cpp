@@ -1,0 +1,313 @@
+#include "mirevo/health.h"
+
+#include <dlfcn.h>
+#include <libavformat/version.h>
+#include <libavutil/macros.h>
+#include <sys/timex.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <sstream>
+
+#include "mirevo/output.h"
+#include "mirevo/program_output.h"
+#include "platform/plat.h"
+#include "policy/platform_utils.h"
+#include "policy/trans_loading.h"
+#include "util/json_utils.h"
+#include "util/md5.h"
+#include "webapi/choice/profiles.h"
+
+namespace mirevo {
+namespace {
+
+namespace fs = std::filesystem;
+using Findings = std::vector<Finding>;
+
+constexpr char kFFmpeg[] = "/usr/bin/ffmpeg";
+constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
+constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VERSION_MAJOR);
+constexpr char kInstallFFmpeg[] = "apt install ffmpeg";
+constexpr char kInstallLighttpd[] = "apt install lighttpd";
+constexpr char kReinstall[] = "Install the package mirevo again, or build the tree.";
+constexpr int kProgramMilliseconds = 10000;
+constexpr uint64_t kTightSpace = 4ULL << 30;    // two copied films in segments
+constexpr uint64_t kLeastSpace = 512ULL << 20;  // one encoded stream
+// Any clock that shows less has never been set.
+constexpr time_t kEarliestTime = 1767225600;  // 2026-01-01
+
+Finding Good(const std::string& check, const std::string& detail) {
+  return {check, State::kGood, detail, ""};
+}
+
+// --- Programs ---
+
+struct Codec {
+  const char* name;
+  State lack;
+  const char* purpose;
+};
+constexpr std::array kEncoders = {
+    Codec{"libx264", State::kMissing, "H.264 for every kind of stream"},
+    Codec{"aac", State::kMissing, "the sound of every kind of stream"},
+    Codec{"libmp3lame", State::kWarning, "MP3 sound"},
+    Codec{"wmv2", State::kWarning, "Windows Media streams"},
+};
+constexpr std::array kDecoders = {
+    Codec{"h264", State::kMissing, "most films"},
+    Codec{"aac", State::kMissing, "most films"},
+    Codec{"hevc", State::kWarning, "newer films"},
+    Codec{"vp9", State::kWarning, "WebM films"},
+    Codec{"mpeg2video", State::kWarning, "DVD films"},
+    Codec{"mpeg4", State::kWarning, "AVI films"},
+    Codec{"vc1", State::kWarning, "Windows Media films"},
+    Codec{"ac3", State::kWarning, "Dolby Digital sound"},
+    Codec{"dca", State::kWarning, "DTS sound"},
+};
+
+// Does a list of FFmpeg's, flags and name and description in each line, have the name?
+bool Lists(const std::string& listing, const std::string& name) {
+  std::istringstream lines(listing);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string flags;
+    std::string word;
+    if (words >> flags >> word && word == name) {
+      return true;
+    }
+  }
+  return false;
+}
+
+template <size_t kCount>
+void ExamineCodecs(const char* option, const std::string& kind,
+                   const std::array<Codec, kCount>& codecs, Findings& findings) {
+  const std::string listing =
+      OutputOf({kFFmpeg, "-hide_banner", "-loglevel", "quiet", option}, kProgramMilliseconds)
+          .value_or("");
+  for (const Codec& codec : codecs) {
+    const std::string check = kind + " " + codec.name;
+    if (Lists(listing, codec.name)) {
+      findings.push_back(Good(check, codec.purpose));
+    } else {
+      findings.push_back({check, codec.lack, "FFmpeg lacks it: " + std::string(codec.purpose),
+                          "Install an FFmpeg that has it; Debian's does."});
+    }
+  }
+}
+
+void ExamineFFmpeg(Findings& findings) {
+  const auto version = OutputOf({kFFmpeg, "-version"}, kProgramMilliseconds);
+  if (!version) {
+    findings.push_back(
+        {"ffmpeg", State::kMissing, std::string(kFFmpeg) + " does not run", kInstallFFmpeg});
+    return;
+  }
+  findings.push_back(Good("ffmpeg", version->substr(0, version->find(" Copyright"))));
+  ExamineCodecs("-encoders", "encoder", kEncoders, findings);
+  ExamineCodecs("-decoders", "decoder", kDecoders, findings);
+}
+
+void ExamineWebServer(Findings& findings) {
+  const auto version = OutputOf({kLighttpd, "-v"}, kProgramMilliseconds);
+  if (!version) {
+    findings.push_back(
+        {"lighttpd", State::kMissing, std::string(kLighttpd) + " does not run", kInstallLighttpd});
+    return;
+  }
+  findings.push_back(Good("lighttpd", version->substr(0, version->find(' '))));
+  struct Module {
+    const char* name;
+    State lack;
+    const char* package;
+  };
+  constexpr std::array kModules = {
+      Module{"mod_cgi", State::kMissing, kInstallLighttpd},
+      Module{"mod_openssl", State::kWarning, "For HTTPS: apt install lighttpd-mod-openssl"},
+  };
+  for (const Module& module : kModules) {
+    const std::string path = "/usr/lib/lighttpd/" + std::string(module.name) + ".so";
+    std::error_code failure;
+    findings.push_back(fs::exists(path, failure) ? Good(module.name, path)
+                                                 : Finding{module.name, module.lack,
+                                                           path + " is not there", module.package});
+  }
+}
+
+// --- Libraries ---
+
+bool Loads(const char* library) {
+  void* const handle = dlopen(library, RTLD_LAZY | RTLD_LOCAL);
+  if (handle != nullptr) {
+    dlclose(handle);
+  }
+  return handle != nullptr;
+}
+
+// Libraries that are loaded only where they are needed, so that their lack does not show at once.
+void ExamineLibraries(Findings& findings) {
+  findings.push_back(
+      LibMirevo::GetMD5("").empty()
+          ? Finding{"libcrypto", State::kMissing, "It cannot be loaded.", "apt install libssl3"}
+          : Good("libcrypto", "loads"));
+  findings.push_back(
+      Loads("libsodium.so.23")
+          ? Good("libsodium", "loads")
+          : Finding{"libsodium", State::kWarning, "Nobody can log in.", "apt install libsodium23"});
+  findings.push_back(Loads("libsodium.so.23")
+                         ? Good("libsodium", "loads")
+                         : Finding{"libsodium", State::kWarning, "There can be no accounts.",
+                                   "apt install libsodium23"});
+  findings.push_back(Loads("libuchardet.so.0")
+                         ? Good("libuchardet", "loads")
+                         : Finding{"libuchardet", State::kWarning,
+                                   "Subtitles that are not UTF-8 may show wrong characters.",
+                                   "apt install libuchardet0"});
+  findings.push_back(Loads(kFormatLibrary)
+                         ? Good("libavformat", kFormatLibrary)
+                         : Finding{"libavformat", State::kMissing,
+                                   std::string(kFormatLibrary) + " cannot be loaded.",
+                                   kInstallFFmpeg});
+}
+
+// --- This system's own files ---
+
+void ExaminePackage(Findings& findings) {
+  struct Part {
+    const char* path;
+    int access;
+  };
+  constexpr std::array kParts = {
+      Part{"bin/ffmpeg", X_OK},
+      Part{"webapi/entry.cgi", X_OK},
+      Part{"player/index.html", R_OK},
+      Part{"bin/mirevo-analyze", X_OK},
+  };
+  for (const Part& part : kParts) {
+    const std::string path = orvo::SystemPath("/var/packages/Mirevo/target/") + part.path;
+    const std::string check = std::string("file ") + part.path;
+    findings.push_back(access(path.c_str(), part.access) == 0
+                           ? Good(check, path)
+                           : Finding{check, State::kMissing, path + " is not there", kReinstall});
+  }
+  const size_t count = webapi::ProfilesOf("http").size();
+  findings.push_back(count > 0 ? Good("profiles", webapi::ProfileFile())
+                               : Finding{"profiles", State::kMissing,
+                                         webapi::ProfileFile() + " has none", kReinstall});
+}
+
+// Can the folder be written to, or made?
+bool IsUsable(fs::path folder) {
+  std::error_code failure;
+  while (!fs::exists(folder, failure) && folder.has_parent_path() &&
+         folder != folder.parent_path()) {
+    folder = folder.parent_path();
+  }
+  return fs::is_directory(folder, failure) && access(folder.c_str(), W_OK | X_OK) == 0;
+}
+
+void ExamineFolders(Findings& findings) {
+  for (const char* name : {"/tmp/Mirevo", "/run/mirevo", "/var/packages/Mirevo/etc"}) {
+    const std::string path = orvo::SystemPath(name);
+    const std::string check = std::string("folder ") + name;
+    findings.push_back(
+        IsUsable(path)
+            ? Good(check, path)
+            : Finding{
+                  check, State::kMissing, "You may not write to " + path + ".",
+                  "Run it as the service's user, or set ORVO_SYSROOT to a folder of your own."});
+  }
+}
+
+void ExamineVolumes(Findings& findings) {
+  std::vector<PlatVolume> volumes;
+  VolumeList(volumes);
+  bool isAnyUsable = false;
+  for (const PlatVolume& volume : volumes) {
+    const std::string check = "volume " + volume.mountPath;
+    const std::string free = Size(volume.freeBytes) + " free";
+    isAnyUsable = isAnyUsable || (volume.writable && volume.freeBytes >= kLeastSpace);
+    if (!volume.writable) {
+      findings.push_back({check, State::kWarning, "not writable", "Let the service write there."});
+    } else if (volume.freeBytes < kTightSpace) {
+      findings.push_back({check, State::kWarning, "only " + free, "Make room for segments."});
+    } else {
+      findings.push_back(Good(check, free));
+    }
+  }
+  if (!isAnyUsable) {
+    findings.push_back({"volumes", State::kMissing, "No volume has room for a segmented stream.",
+                        "Name one in /etc/orvo/volumes, a mount path a line, or make room."});
+  }
+}
+
+void ExamineMedia(Findings& findings) {
+  Json::Value roots;
+  LibMirevo::ReadJsonFromFile(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"), roots);
+  if (!roots.isArray()) {
+    return;  // no service has run yet
+  }
+  for (const Json::Value& root : roots) {
+    const std::string path = root.asString();
+    std::error_code failure;
+    const int wanted = fs::is_directory(path, failure) ? R_OK | X_OK : R_OK;
+    findings.push_back(access(path.c_str(), wanted) == 0
+                           ? Good("media " + path, "readable")
+                           : Finding{"media " + path, State::kWarning, "It cannot be read.",
+                                     "Let the service's user read it: chmod, or a group."});
+  }
+}
+
+// --- The machine ---
+
+void ExamineHardware(Findings& findings) {
+  auto& platform = libmrv::util::PlatformUtils::GetInst();
+  if (!platform.IsSupportVaapi()) {
+    findings.push_back(Good("hardware", "this platform encodes in software"));
+    return;
+  }
+  constexpr char kNode[] = "/dev/dri/renderD128";
+  findings.push_back(access(kNode, R_OK | W_OK) == 0
+                         ? Good("hardware", kNode)
+                         : Finding{"hardware", State::kWarning,
+                                   std::string(kNode) + " cannot be opened; software encodes.",
+                                   "Put the service's user into the group render."});
+}
+
+void ExamineClock(Findings& findings) {
+  if (time(nullptr) < kEarliestTime) {
+    findings.push_back({"clock", State::kMissing, "It shows a time in the past.",
+                        "Set it: timedatectl set-ntp true"});
+    return;
+  }
+  timex status{};
+  const bool isKept = adjtimex(&status) >= 0 && (status.status & STA_UNSYNC) == 0;
+  findings.push_back(isKept ? Good("clock", "kept right by the network")
+                            : Finding{"clock", State::kWarning, "Nothing keeps it right.",
+                                      "apt install systemd-timesyncd"});
+}
+
+constexpr std::array kExaminations = {
+    ExamineFFmpeg,  ExamineWebServer, ExamineLibraries, ExaminePackage, ExamineFolders,
+    ExamineVolumes, ExamineMedia,     ExamineHardware,  ExamineClock,
+};
+
+}  // namespace
+
+std::vector<Finding> ExamineMachine() {
+  Findings findings;
+  for (const auto examine : kExaminations) {
+    examine(findings);
+  }
+  return findings;
+}
+
+const char* NameOf(State state) {
+  constexpr std::array kNames = {"ok", "warning", "missing"};
+  return kNames[static_cast<size_t>(state)];
+}
+
+}  // namespace mirevo

@@ -1,0 +1,74 @@
+// mirevo: this system's program for people and scripts.
+#include <syslog.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mirevo/account_command.h"
+#include "mirevo/analyze_command.h"
+#include "mirevo/completion_command.h"
+#include "mirevo/doctor_command.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/explain_command.h"
+#include "mirevo/play_command.h"
+#include "mirevo/probe_command.h"
+#include "mirevo/serve_command.h"
+#include "mirevo/status_command.h"
+
+namespace {
+
+// The command that the program's own name stands for: "serve" for "mirevo-serve".
+std::string CommandInName(std::string_view program) {
+  constexpr std::string_view kPrefix = "mirevo-";
+  const std::string_view name = program.substr(program.rfind('/') + 1);
+  return std::string(name.substr(0, kPrefix.size()) == kPrefix ? name.substr(kPrefix.size()) : "");
+}
+
+std::vector<std::string> Arguments(int argc, char** argv) {
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (const std::string command = CommandInName(argv[0]); !command.empty()) {
+    arguments.insert(arguments.begin(), command);
+  }
+  return {arguments.rbegin(), arguments.rend()};  // the parser takes them from the end
+}
+
+int Run(int argc, char** argv) {
+  int exitCode = mirevo::kOk;
+  CLI::App app("Watch stored films from anywhere while they are being transcoded.", "mirevo");
+  app.set_version_flag("--version", "mirevo " MIREVO_VERSION);
+  app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.set_config("--config", "", "Take options from this file; [serve] begins those of a command");
+  app.allow_config_extras(CLI::config_extras_mode::error);
+  for (const auto add :
+       {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
+        mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
+        mirevo::AddAnalyzeCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
+    add(app, exitCode);
+  }
+  try {
+    app.parse(Arguments(argc, argv));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? mirevo::kOk : mirevo::kUsage;
+  }
+  return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("mirevo", LOG_PID, LOG_USER);
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "mirevo: %s\n", error.what());
+    return mirevo::kFailed;
+  }
+}

@@ -1,0 +1,292 @@
+#include "serve/service.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "accounts/accounts.h"
+#include "platform/io.h"
+#include "platform/pidfd.h"
+#include "platform/plat.h"
+#include "policy/lock.h"
+#include "serve/children.h"
+#include "serve/readiness.h"
+#include "serve/web_server.h"
+#include "util/json_utils.h"
+#include "webapi/library/film_cache.h"
+#include "webapi/library/media_library.h"
+#include "webapi/streams/streaming.h"
+
+namespace serve {
+namespace {
+
+constexpr int kDefaultPort = 8096;
+constexpr int kStopMilliseconds = 5000;
+constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
+constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
+
+bool ConfigureMedia(const std::vector<std::string>& media) {
+  Json::Value roots(Json::arrayValue);
+  for (const std::string& path : media) {
+    char resolved[PATH_MAX];
+    if (realpath(path.c_str(), resolved) == nullptr) {
+      std::cerr << path << ": there is no such file or folder\n";
+      return false;
+    }
+    roots.append(resolved);
+  }
+  const std::string folder = orvo::SystemPath("/var/packages/Mirevo/etc");
+  return PlatFSMkdirP(folder, 0, 1, geteuid(), getegid(), 0755) == 0 &&
+         LibMirevo::WriteJsonToFile(folder + "/media_roots", roots);
+}
+
+bool HasDesktop() {
+  return access(kBrowserOpener, X_OK) == 0 &&
+         (getenv("DISPLAY") != nullptr || getenv("WAYLAND_DISPLAY") != nullptr);
+}
+
+// A detached process that opens the address that it is told through the returned descriptor. It is
+// started before this process adopts orphans: the browser is to stay when the service ends.
+orvo::UniqueFd PrepareBrowser() {
+  int ends[2] = {-1, -1};
+  if (!HasDesktop() || pipe2(ends, O_CLOEXEC) != 0) {
+    return {};
+  }
+  const orvo::UniqueFd readEnd(ends[0]);
+  orvo::UniqueFd writeEnd(ends[1]);
+  if (PlatProcForkChildNoWait() == 0) {
+    writeEnd.Reset();
+    char address[128] = "";
+    if (read(readEnd.Get(), address, sizeof(address) - 1) > 0) {
+      execl(kBrowserOpener, kBrowserOpener, address, nullptr);
+    }
+    _exit(0);
+  }
+  return writeEnd;
+}
+
+// The signals that end the service and those of its children, as something to wait for.
+orvo::UniqueFd BlockSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
+    sigaddset(&signals, signal);
+  }
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+// Reaps what ends until the service is told to stop (true) or the web server ends (false).
+bool ServeUntilStopped(int signals, int server) {
+  for (;;) {
+    pollfd events[] = {{signals, POLLIN, 0}, {server, POLLIN, 0}};
+    if (poll(events, 2, -1) < 0) {
+      continue;
+    }
+    signalfd_siginfo received{};
+    if (events[0].revents != 0 && read(signals, &received, sizeof(received)) > 0 &&
+        received.ssi_signo != SIGCHLD) {
+      return true;
+    }
+    ReapChildren();
+    if (events[1].revents != 0) {
+      return false;
+    }
+  }
+}
+
+void Stop(pid_t server) {
+  kill(server, SIGTERM);
+  orvo::WaitForExit(server, kStopMilliseconds);
+  webapi::CloseAllStreams();
+  WaitForChildren(kStopMilliseconds);
+}
+
+bool Refuse(const std::string& reason) {
+  std::cerr << reason << "\n";
+  return false;
+}
+
+// How to call this program's command again from a shell.
+std::string CommandLine(const std::string& command) {
+  std::error_code failure;
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe", failure).string();
+  const char* const sysroot = secure_getenv("ORVO_SYSROOT");
+  return (sysroot != nullptr ? "ORVO_SYSROOT='" + std::string(sysroot) + "' " : "") + program +
+         " " + command;
+}
+
+// Without accounts everybody who comes as far as the service is its owner.
+bool MayListen(const std::vector<Endpoint>& endpoints) {
+  const auto farther =
+      std::find_if(endpoints.begin(), endpoints.end(),
+                   [](const Endpoint& endpoint) { return !endpoint.IsLoopback(); });
+  const auto accounts = accounts::List();
+  if (!accounts) {
+    return Refuse(accounts::Describe(accounts::Outcome::kDamaged));
+  }
+  return farther == endpoints.end() || !accounts->empty() ||
+         Refuse("Listening on " + farther->address + " needs an account; make one with " +
+                CommandLine("account add NAME"));
+}
+
+bool CanRead(const std::string& file) {
+  return file.empty() || access(file.c_str(), R_OK) == 0 ||
+         Refuse(file + ": " + std::strerror(errno));
+}
+
+// Opens a socket for each endpoint, all on the first one's port. None when one cannot be had.
+std::vector<orvo::UniqueFd> ListenAt(std::vector<Endpoint>& endpoints) {
+  std::vector<orvo::UniqueFd> sockets;
+  for (Endpoint& endpoint : endpoints) {
+    endpoint.port = endpoints.front().port;
+    sockets.push_back(Listen(endpoint));
+    if (!sockets.back().IsOpen()) {
+      return {};
+    }
+  }
+  return sockets;
+}
+
+// The same with the port that the options name. Where they name none, one that is taken is given up
+// for another, as long as nobody else has to know it.
+std::vector<orvo::UniqueFd> OpenSockets(const Options& options, std::vector<Endpoint>& endpoints) {
+  endpoints.front().port = options.port.value_or(kDefaultPort);
+  auto sockets = ListenAt(endpoints);
+  if (sockets.empty() && !options.port && options.listen.empty()) {
+    endpoints.front().port = 0;
+    sockets = ListenAt(endpoints);
+  }
+  if (sockets.empty()) {
+    std::cerr << endpoints.front().Authority() << ": " << std::strerror(errno) << "\n";
+  }
+  return sockets;
+}
+
+std::vector<Endpoint> EndpointsOf(const Options& options) {
+  std::vector<Endpoint> endpoints;
+  for (const std::string& address : options.listen) {
+    if (auto endpoint = ParseEndpoint(address, 0)) {
+      endpoints.push_back(*endpoint);
+    }
+  }
+  return endpoints.empty() ? std::vector<Endpoint>{{"127.0.0.1", 0}} : endpoints;
+}
+
+// What a program on this machine connects to.
+std::string LocalAddress(const WebServer& server) {
+  Endpoint endpoint = server.endpoints.front();
+  if (endpoint.IsAny()) {
+    endpoint.address = endpoint.address == "::" ? "::1" : "127.0.0.1";
+  }
+  return server.Scheme() + "://" + endpoint.Authority() + "/";
+}
+
+void Announce(const WebServer& server, int browser) {
+  const std::string address = LocalAddress(server);
+  orvo::ReplaceFile(server.stateFolder + kAddressFile, address + "\n");
+  for (const Endpoint& endpoint : server.endpoints) {
+    std::cout << "listening on " << server.Scheme() << "://" << endpoint.Authority() << "/\n";
+  }
+  std::cout << std::flush;
+  AnnounceReadiness("listening on " + address);
+  orvo::WriteAll(browser, address);
+}
+
+// Starts the web server and keeps it until the end.
+int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser) {
+  AdoptOrphans();
+  const orvo::UniqueFd signals = BlockSignals();
+  const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
+  const pid_t pid = Start(server, std::move(sockets));
+  if (pid < 0) {
+    std::cerr << "the web server could not be started: " << std::strerror(errno) << "\n";
+    return 1;
+  }
+  const orvo::UniqueFd process = orvo::OpenProcess(pid);
+  if (!Answers(server)) {
+    std::cerr << "the web server does not answer" << log;
+    Stop(pid);
+    return 1;
+  }
+  Announce(server, browser);
+  const bool told = ServeUntilStopped(signals.Get(), process.Get());
+  unlink((server.stateFolder + kAddressFile).c_str());
+  Stop(pid);
+  if (!told) {
+    std::cerr << "the web server has ended" << log;
+  }
+  return told ? 0 : 1;
+}
+
+bool IsHostCharacter(unsigned char c) {
+  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == ':' ||
+         c == '[' || c == ']';
+}
+
+// Where the files lie that requests send. A film that was given by itself is in a folder, too.
+std::vector<std::string> SendFolders() {
+  std::vector<std::string> folders = {orvo::SystemPath("/tmp/Mirevo"),
+                                      orvo::SystemPath(webapi::kCacheFolder)};
+  for (const std::string& root : webapi::MediaRoots()) {
+    const bool isFolder = std::filesystem::is_directory(root);
+    folders.push_back(isFolder ? root : std::filesystem::path(root).parent_path().string());
+  }
+  return folders;
+}
+
+}  // namespace
+
+bool IsHost(const std::string& text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), IsHostCharacter);
+}
+
+bool IsOrigin(const std::string& text) {
+  for (const std::string scheme : {"http://", "https://"}) {
+    if (text.rfind(scheme, 0) == 0) {
+      return IsHost(text.substr(scheme.size()));
+    }
+  }
+  return false;
+}
+
+int Serve(const Options& options) {
+  const std::string state = orvo::SystemPath(kStateFolder);
+  std::vector<Endpoint> endpoints = EndpointsOf(options);
+  if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key) ||
+      PlatFSMkdirP(state, 0, 1, geteuid(), getegid(), 0755) != 0 ||
+      !ConfigureMedia(options.media)) {
+    return 1;
+  }
+  // Two services in one system would close each other's streams.
+  const LibMirevo::Lock alone(state + "/serve.lock", false);
+  if (!alone.IsLockSucess()) {
+    std::cerr << "mirevo already serves here (" << state << ")\n";
+    return 1;
+  }
+  auto sockets = OpenSockets(options, endpoints);
+  if (sockets.empty()) {
+    return 1;
+  }
+  const orvo::UniqueFd browser = options.browser ? PrepareBrowser() : orvo::UniqueFd();
+  // The links of streams, which are as good as a login, are for this user's eyes.
+  umask(S_IRWXG | S_IRWXO);
+  const std::string package = orvo::SystemPath(kPackageFolder);
+  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
+              options.hosts, options.origins, options.certificate, options.key},
+             std::move(sockets), browser.Get());
+}
+
+}  // namespace serve

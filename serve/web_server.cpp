@@ -1,0 +1,281 @@
+#include "serve/web_server.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "platform/io.h"
+
+namespace serve {
+namespace {
+
+constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
+constexpr int kPassedSocket = 3;  // where a server that is handed a socket looks for it
+constexpr int kAnswerSeconds = 10;
+constexpr std::string_view kQuestion = "HEAD / HTTP/1.0\r\n\r\n";
+// A greeting without content: a server that speaks TLS answers it with an alert, and logs that.
+constexpr std::string_view kTlsQuestion("\x16\x03\x01\0\x04\x01\0\0\0", 9);
+
+// A text of lighttpd's configuration language.
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') {
+      quoted += '\\';
+    }
+    quoted += c;
+  }
+  return quoted + '"';
+}
+
+std::string Join(const std::vector<std::string>& parts, const std::string& separator) {
+  std::string text;
+  for (const std::string& part : parts) {
+    text += (text.empty() ? "" : separator) + part;
+  }
+  return text;
+}
+
+// A list of texts of that language.
+std::string List(std::vector<std::string> texts) {
+  std::transform(texts.begin(), texts.end(), texts.begin(), Quoted);
+  return "( " + Join(texts, ", ") + " )";
+}
+
+// The names that an endpoint goes by without anybody having given it one.
+std::vector<std::string> OwnNames(const Endpoint& endpoint) {
+  const std::string port = std::string(":").append(std::to_string(endpoint.port));
+  if (endpoint.IsAny()) {
+    return {"localhost" + port, "*" + port};
+  }
+  if (endpoint.IsLoopback()) {
+    return {"localhost" + port, "127.0.0.1" + port, "[::1]" + port, endpoint.Authority()};
+  }
+  return {endpoint.Authority()};
+}
+
+// What the request program takes for a name of this server (webapi/access/origin.h).
+std::vector<std::string> HostsOf(const WebServer& server) {
+  std::set<std::string> hosts(server.hosts.begin(), server.hosts.end());
+  for (const Endpoint& endpoint : server.endpoints) {
+    const std::vector<std::string> names = OwnNames(endpoint);
+    hosts.insert(names.begin(), names.end());
+  }
+  return {hosts.begin(), hosts.end()};
+}
+
+// One of those names as a regular expression. Browsers leave out the port that is usual.
+std::string PatternOf(const std::string& host, const std::string& usualPort) {
+  std::string pattern;
+  for (const char c : host) {
+    if (c == '*') {
+      pattern += "([0-9.]+|\\[[0-9a-f:.]+\\])";
+    } else if (c == '.' || c == '[' || c == ']') {
+      pattern += std::string("\\") + c;
+    } else {
+      pattern += c;
+    }
+  }
+  const auto colon = host.rfind(':');
+  if (colon == std::string::npos || host.find(']', colon) != std::string::npos) {
+    return pattern + "(:[0-9]+)?";
+  }
+  if (host.substr(colon + 1) == usualPort) {
+    pattern.insert(pattern.rfind(':'), 1, '(');
+    pattern += ")?";
+  }
+  return pattern;
+}
+
+// For the pages, which no program of ours sends. A browser that was led here under a foreign name
+// gets none of them.
+std::string HostCondition(const WebServer& server) {
+  std::vector<std::string> patterns;
+  for (const std::string& host : HostsOf(server)) {
+    patterns.push_back(PatternOf(host, server.certificate.empty() ? "80" : "443"));
+  }
+  return "$HTTP[\"url\"] !~ \"^/webapi/\" {\n  $HTTP[\"host\"] !~ \"^(" + Join(patterns, "|") +
+         ")$\" {\n    url.access-deny = ( \"\" )\n  }\n}\n";
+}
+
+bool IsFarther(const WebServer& server) {
+  return std::any_of(server.endpoints.begin(), server.endpoints.end(),
+                     [](const Endpoint& endpoint) { return !endpoint.IsLoopback(); });
+}
+
+// What the request program finds in its environment.
+std::string EnvironmentOf(const WebServer& server) {
+  // Segments, pictures and films that need no transcoder go out by the web server itself, from
+  // their folders and nowhere else.
+  std::string environment = "( \"MIREVO_SENDFILE\" => \"X-Sendfile\"";
+  const auto add = [&](const std::string& name, const std::string& value) {
+    environment += ", " + Quoted(name) + " => " + Quoted(value);
+  };
+  add("MIREVO_HOSTS", Join(HostsOf(server), " "));
+  add("MIREVO_ORIGINS", Join(server.origins, " "));
+  if (IsFarther(server)) {
+    // Also when the last account has been removed meanwhile.
+    add("MIREVO_LOGIN", "required");
+  }
+  if (const char* sysroot = secure_getenv("ORVO_SYSROOT"); sysroot != nullptr) {
+    add("ORVO_SYSROOT", sysroot);
+  }
+  return environment + " )";
+}
+
+std::string ResponseHeaders(const WebServer& server) {
+  // hls.js plays from objects of its own and lets its subtitle tracks begin as an empty text.
+  std::string headers =
+      "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
+      "'self' blob: data:; style-src 'self' 'unsafe-inline'; object-src 'none'; base-uri 'none'; "
+      "form-action 'self'; frame-ancestors 'none'\", "
+      "\"Referrer-Policy\" => \"same-origin\", \"X-Content-Type-Options\" => \"nosniff\", "
+      "\"X-Frame-Options\" => \"DENY\"";
+  if (server.origins.empty()) {
+    headers += ", \"Cross-Origin-Resource-Policy\" => \"same-origin\"";
+  }
+  if (!server.certificate.empty()) {
+    headers += ", \"Strict-Transport-Security\" => \"max-age=31536000\"";
+  }
+  return headers + " )";
+}
+
+std::string Encryption(const WebServer& server) {
+  if (server.certificate.empty()) {
+    return "";
+  }
+  std::string text = "server.modules += ( \"mod_openssl\" )\nssl.engine = \"enable\"\n";
+  text += "ssl.pemfile = " + Quoted(server.certificate) + "\n";
+  if (!server.key.empty()) {
+    text += "ssl.privkey = " + Quoted(server.key) + "\n";
+  }
+  return text + "ssl.openssl.ssl-conf-cmd = ( \"MinProtocol\" => \"TLSv1.2\" )\n";
+}
+
+std::string Configuration(const WebServer& server) {
+  std::string text;
+  const auto line = [&](const std::string& key, const std::string& value) {
+    text += key + " = " + value + "\n";
+  };
+  const Endpoint& first = server.endpoints.front();
+  const std::string authority = first.Authority();
+  line("server.systemd-socket-activation", "\"enable\"");
+  line("server.bind", Quoted(authority.substr(0, authority.rfind(':'))));
+  line("server.port", std::to_string(first.port));
+  line("server.document-root", Quoted(server.pageFolder));
+  line("server.errorlog", Quoted(server.stateFolder + "/lighttpd.log"));
+  line("server.modules", "( \"mod_access\", \"mod_setenv\", \"mod_alias\", \"mod_cgi\" )");
+  line("index-file.names", "( \"index.html\" )");
+  line("mimetype.assign",
+       "( \".html\" => \"text/html; charset=utf-8\", \".js\" => \"text/javascript\", "
+       "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\", "
+       "\".json\" => \"application/json\" )");
+  line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + " )");
+  line("cgi.assign", "( \"entry.cgi\" => \"\" )");
+  line("setenv.set-environment", EnvironmentOf(server));
+  line("cgi.x-sendfile", "\"enable\"");
+  line("cgi.x-sendfile-docroot", List(server.sendFolders));
+  line("setenv.set-response-header", ResponseHeaders(server));
+  // A film goes out as the viewer takes it, and a request whose viewer has left is ended.
+  line("server.stream-response-body", "2");
+  // One request at a time on a connection: a viewer who leaves closes it.
+  line("server.feature-flags", "( \"server.h2proto\" => \"disable\" )");
+  // A paused player takes nothing for hours. That is no reason to hang up on it.
+  line("server.max-write-idle", "65535");
+  // A film's name may hold a newline; the request program looks at every character itself.
+  line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
+  line("server.max-request-size", "128");
+  return text + Encryption(server) + HostCondition(server);
+}
+
+bool WriteConfiguration(const WebServer& server, const std::string& path) {
+  std::ofstream file(path, std::ios::trunc);
+  file << Configuration(server);
+  file.close();
+  return file.good();
+}
+
+// Puts the sockets where a server that is handed some looks for them.
+void HandOver(std::vector<int>& sockets) {
+  const int end = kPassedSocket + static_cast<int>(sockets.size());
+  // Out of the way first: each may stand where another belongs.
+  for (int& socket : sockets) {
+    socket = fcntl(socket, F_DUPFD_CLOEXEC, end);
+  }
+  for (size_t i = 0; i < sockets.size(); ++i) {
+    dup2(sockets[i], kPassedSocket + static_cast<int>(i));
+  }
+}
+
+// In the child: the sockets where they are looked for, the own pid in the environment, and the
+// program.
+[[noreturn]] void Become(std::vector<int>& sockets, pid_t parent, char* listenPid,
+                         char* const* argv, char* const* environment) {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != parent) {
+    _exit(1);
+  }
+  HandOver(sockets);
+  *std::to_chars(listenPid, listenPid + 16, getpid()).ptr = '\0';
+  execve(kLighttpd, argv, environment);
+  _exit(127);
+}
+
+}  // namespace
+
+pid_t Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets) {
+  const std::string path = server.stateFolder + "/lighttpd.conf";
+  if (!WriteConfiguration(server, path) || access(kLighttpd, X_OK) != 0) {
+    return -1;
+  }
+  std::array<char, 32> listenPid{"LISTEN_PID="};
+  std::string listenFds = "LISTEN_FDS=" + std::to_string(sockets.size());
+  std::vector<char*> environment;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    environment.push_back(*variable);
+  }
+  environment.insert(environment.end(), {listenPid.data(), listenFds.data(), nullptr});
+  std::vector<std::string> arguments = {kLighttpd, "-D", "-f", path};
+  std::vector<char*> argv;
+  std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
+                 [](std::string& argument) { return argument.data(); });
+  argv.push_back(nullptr);
+  std::vector<int> passed;
+  std::transform(sockets.begin(), sockets.end(), std::back_inserter(passed),
+                 [](const orvo::UniqueFd& socket) { return socket.Get(); });
+
+  const pid_t parent = getpid();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    char* const number = listenPid.data() + sizeof("LISTEN_PID=") - 1;
+    Become(passed, parent, number, argv.data(), environment.data());
+  }
+  return pid;
+}
+
+bool Answers(const WebServer& server) {
+  const orvo::UniqueFd connection = Connect(server.endpoints.front());
+  const timeval patience{kAnswerSeconds, 0};
+  setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+  char answer = '\0';
+  return orvo::WriteAll(connection.Get(), server.certificate.empty() ? kQuestion : kTlsQuestion) &&
+         read(connection.Get(), &answer, 1) == 1;
+}
+
+}  // namespace serve
