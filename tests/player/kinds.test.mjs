@@ -47,7 +47,7 @@ test('another sound track or another quality is none of the file itself', () => 
 });
 
 test('qualities go from the original down, without those that are refused or for other players', () => {
-  assert.deepEqual(qualities(info, 'hls').map(({ text }) => text), ['Original picture', '1080p', '240p']);
+  assert.deepEqual(qualities(info, 'hls').map(({ text }) => text), ['Original quality', '1080p', '240p']);
   assert.deepEqual(qualities(info, 'http').map(({ text }) => text), ['480p']);
 });
 
@@ -59,7 +59,7 @@ test('qualities of the same size are told apart by their rates', () => {
 
 test('a profile has a name for people', () => {
   const names = ['http_mp4_remux', 'hls_720p_vaapi_vb2500_ab128', 'webm_vp9_360p_vb700_ab96', 'smoothstreaming_240p_x264_vb200_vf15_aac_ab40'];
-  assert.deepEqual(names.map((key) => profileText({ key })), ['Original picture', '720p vaapi', '360p vp9', '240p']);
+  assert.deepEqual(names.map((key) => profileText({ key })), ['Original quality', '720p vaapi', '360p vp9', '240p']);
 });
 
 test('a catch-up hurries, the slower the nearer', () => {

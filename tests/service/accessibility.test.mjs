@@ -41,10 +41,10 @@ const begun = { path: 'x', encoded_path: filmPath('long.mkv'), name: 'long.mkv',
 // The pages, each with how to come to it.
 const PAGES = [
   ['the library', async ({ page }) => page.getByRole('link', { name: /h264_ac3/ }).waitFor(), ''],
-  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films called' }).waitFor(), '#/search?q=h264'],
+  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films named' }).waitFor(), '#/search?q=h264'],
   ['a film', async ({ page }) => {
-    await page.getByText('All ways of playing it').click();
-    await page.getByRole('region', { name: 'Ways of playing this film' }).waitFor();
+    await page.getByText('All playback methods and qualities').click();
+    await page.getByRole('region', { name: 'Playback methods of this film' }).waitFor();
   }, `#/film${filmPath('two_audio.mkv')}`],
   ['the player', async (viewer) => {
     await viewer.playing();
@@ -53,11 +53,11 @@ const PAGES = [
     await viewer.page.keyboard.press('k');
     await viewer.page.evaluate(() => document.activeElement.blur());
     await viewer.page.keyboard.press('s');
-    await viewer.page.getByText('First picture').waitFor();
+    await viewer.page.getByText('Startup time').waitFor();
   }, `#/play${filmPath('two_audio.mkv')}?t=0`],
   ['the help', async ({ page }) => {
     await page.keyboard.press('?');
-    await page.getByRole('dialog', { name: 'Keys' }).waitFor();
+    await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor();
   }, null],
   ['the server', async ({ page }) => page.getByRole('heading', { name: 'Disks' }).waitFor(), '#/status'],
 ];

@@ -102,7 +102,7 @@ test('names are shown as they are, whatever they hold, and their films play', as
   await viewer.page.getByRole('link', { name: 'below' }).click();
   await viewer.page.getByRole('link', { name: /Stra.*\.mp4/ }).click();
   await viewer.page.getByRole('heading', { name: 'Stra�e.mp4' }).waitFor();
-  assert.equal(await viewer.page.getByText('It would be played as').count(), 1);
+  assert.equal(await viewer.page.getByText('Plays as').count(), 1);
 });
 
 test('ten seeks land where they should', async () => {
@@ -138,7 +138,7 @@ for (const kind of ['hls', 'http']) {
     const viewer = await enter();
     await watch(viewer, 'film.mkv', { kind, t: 30 });
     await viewer.playing();
-    await viewer.set('Sound', 'French, aac');
+    await viewer.set('Audio track', 'French, aac');
     await viewer.runsFrom(30);
     await viewer.set('Subtitles', 'English, film.eng.srt');
     await cueIs(viewer, 'English later');
@@ -209,9 +209,9 @@ test('everything can be done with the keyboard', async () => {
   await page.keyboard.press('f');
   await page.waitForFunction(() => document.fullscreenElement === null);
   await page.keyboard.press('?');
-  await page.getByRole('dialog', { name: 'Keys' }).waitFor();
+  await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor();
   await page.keyboard.press('Escape');
-  await page.getByRole('dialog', { name: 'Keys' }).waitFor({ state: 'detached' });
+  await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor({ state: 'detached' });
   await page.keyboard.press('s');
   await page.getByText(/^\d+ ms \(opened \d+ ms, manifest \d+ ms, first \w+ \d+ ms, first \w+ \d+ ms\)$/).waitFor();
 });
@@ -247,7 +247,7 @@ test('a way that fails is followed by the next, and a sentence says so', async (
   await viewer.page.route(/playlist_type=video/, (route) => route.fulfill({ body: 'nonsense' }));
   await watch(viewer, 'film.mkv');
   await viewer.playing();
-  assert.match((await viewer.state()).message, /^Segments \(HLS\) did not work: .* Playing as “One stream \(MP4\)” instead\.$/);
+  assert.match((await viewer.state()).message, /^HLS failed: .* Trying MP4 stream instead\.$/);
 });
 
 test('a failure for good is told with what to do, and can be tried again', async () => {
@@ -275,7 +275,7 @@ test('a film is handed to another player by its address', async () => {
   await viewer.wake();
   await viewer.page.getByRole('button', { name: 'Play elsewhere' }).click();
   const dialog = viewer.page.getByRole('dialog', { name: 'Play elsewhere' });
-  await dialog.getByRole('button', { name: 'Segments (HLS)' }).click();
+  await dialog.getByRole('button', { name: 'HLS' }).click();
   const address = await dialog.getByRole('textbox', { name: 'Address of the film' }).inputValue();
   assert.match(await (await fetch(address)).text(), /^#EXTM3U/);
   const download = viewer.page.waitForEvent('download');

@@ -60,7 +60,7 @@ async function shootAll(browser, service) {
   await viewer.playing();
   await viewer.seekTo(8);
   await page.keyboard.press('s');
-  await page.getByText('First picture').waitFor();
+  await page.getByText('Startup time').waitFor();
   await page.keyboard.press('k');
   await shoot(page, 'player');
   await viewer.go('#/status');
