@@ -37,7 +37,7 @@ class Sessions : public test::Sysroot {
   }
 };
 
-TEST_F(Sessions, AnIdStandsForItsAccount) {
+TEST_F(Sessions, AnIdIdentifiesItsAccount) {
   const std::string id = Begin();
   EXPECT_TRUE(accounts::IsSecret(id));
   ASSERT_TRUE(UseSession(id, kNow));
@@ -45,7 +45,7 @@ TEST_F(Sessions, AnIdStandsForItsAccount) {
   EXPECT_NE(Begin(), id);
 }
 
-TEST_F(Sessions, TheIdItselfIsNotKept) {
+TEST_F(Sessions, TheIdItselfIsNotStored) {
   const std::string id = Begin();
   ASSERT_EQ(Files().size(), 1U);
   EXPECT_EQ(Files()[0], accounts::DigestOf(id));
@@ -55,7 +55,7 @@ TEST_F(Sessions, TheIdItselfIsNotKept) {
   EXPECT_EQ(status.st_mode & 07777, 0700U);
 }
 
-TEST_F(Sessions, UseKeepsOneAliveUntilItIsTooOld) {
+TEST_F(Sessions, UseExtendsASessionUntilItIsTooOld) {
   const std::string id = Begin();
   int64_t now = kNow;
   while (now - kNow + accounts::kSessionIdleSeconds <= accounts::kSessionSeconds) {
@@ -72,7 +72,7 @@ TEST_F(Sessions, AnUnusedOneEnds) {
   EXPECT_FALSE(UseSession(id, kNow));
 }
 
-TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
+TEST_F(Sessions, LoggingOutEndsOnlyThatSession) {
   const std::string one = Begin();
   const std::string other = Begin();
   accounts::EndSession(one);
@@ -80,7 +80,7 @@ TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
   EXPECT_TRUE(UseSession(other, kNow));
 }
 
-TEST_F(Sessions, AnotherPasswordEndsAll) {
+TEST_F(Sessions, ANewPasswordEndsAllSessions) {
   const std::string id = Begin();
   accounts::SetPassword("anna", "another password");
   EXPECT_FALSE(UseSession(id, kNow));
@@ -93,7 +93,7 @@ TEST_F(Sessions, AnAccountOfTheSameNameDoesNotInheritThem) {
   EXPECT_FALSE(UseSession(id, kNow));
 }
 
-TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
+TEST_F(Sessions, AnAccountHasALimitedNumber) {
   const std::string oldest = Begin(kNow - 1);
   for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
     ASSERT_FALSE(Begin().empty());
@@ -102,7 +102,7 @@ TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
   EXPECT_FALSE(UseSession(oldest, kNow));
 }
 
-TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
+TEST_F(Sessions, InvalidIdsTouchNothing) {
   Write("/run/mirevo/marker", "here");
   Begin();
   for (const std::string& id :
@@ -115,7 +115,7 @@ TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
   EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Sessions, ADamagedFileIsNoSession) {
+TEST_F(Sessions, ADamagedFileGivesNoSession) {
   const std::string id = Begin();
   const std::string path = std::string(kFolder) + "/" + Files()[0];
   for (const std::string damage :
@@ -125,7 +125,7 @@ TEST_F(Sessions, ADamagedFileIsNoSession) {
   }
 }
 
-TEST(Secrets, AreOfOneFormAndNeverTheSame) {
+TEST(Secrets, HaveOneFormAndNeverRepeat) {
   const std::string one = accounts::NewSecret();
   EXPECT_TRUE(accounts::IsSecret(one));
   EXPECT_NE(one, accounts::NewSecret());

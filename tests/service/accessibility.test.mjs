@@ -1,4 +1,4 @@
-// Every page, in light and dark and on a phone, as axe judges it.
+// axe checks every page, in light and dark mode and on a phone.
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
 import { after, before, test } from 'node:test';
@@ -27,7 +27,7 @@ after(async () => {
   await service.stop();
 });
 
-// What axe finds serious or critical on the page as it is.
+// The serious and critical findings of axe on the current page.
 async function faults(page) {
   const found = await page.evaluate(async () => {
     const { violations } = await window.axe.run(document, { resultTypes: ['violations'] });
@@ -38,7 +38,7 @@ async function faults(page) {
 
 const begun = { path: 'x', encoded_path: filmPath('long.mkv'), name: 'long.mkv', position: 100, duration: 300, finished: false, time: 1 };
 
-// The pages, each with how to come to it.
+// The pages: a name, a function that waits for the page, and its address.
 const PAGES = [
   ['the library', async ({ page }) => page.getByRole('link', { name: /h264_ac3/ }).waitFor(), ''],
   ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films named' }).waitFor(), '#/search?q=h264'],
@@ -80,7 +80,7 @@ for (const [name, options] of Object.entries(SCREENS)) {
   });
 }
 
-test('nothing serious is found in the login', async () => {
+test('axe finds nothing serious in the login dialog', async () => {
   const viewer = await Viewer.open(browser, service, { bypassCSP: true });
   await viewer.page.addInitScript({ path: axe });
   await answerFor(viewer.page, { 'Auth.who': () => ({ login_required: true, account: null, owner: false }) });
