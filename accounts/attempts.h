@@ -28,7 +28,7 @@ class Attempts {
   // Gives the try back after a right password.
   void GiveBack() const;
 
-  // Removes full buckets.
+  // Removes the buckets that nobody has used for a day; they are full again.
   static void Sweep(int64_t now);
 
  private:
