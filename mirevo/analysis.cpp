@@ -17,7 +17,7 @@
 namespace mirevo {
 namespace {
 
-constexpr int kNiceness = 10;  // a film that is being watched goes first
+constexpr int kNiceness = 10;  // transcoders for viewers have priority
 constexpr char kNoReason[] = "the analysis ended without a result";
 
 sigset_t StopSignals() {
@@ -79,7 +79,7 @@ bool Analysis::Run(const std::vector<std::string>& films, const OnResult& onResu
   return true;
 }
 
-// Where the worker cannot be started, that is the film's result.
+// Starts a worker. If that fails, reports the failure as the film's result and returns false.
 bool Analysis::Start(const std::string& film, const OnResult& onResult) {
   orvo::UniqueFd readEnd;
   orvo::UniqueFd writeEnd;
@@ -95,7 +95,8 @@ bool Analysis::Start(const std::string& film, const OnResult& onResult) {
   return true;
 }
 
-// Waits until a worker says something; which have ended, in ascending order. False for a signal.
+// Waits until a worker writes something or ends. `ended` gets the indices of the ended workers in
+// ascending order. False when a signal to stop has come.
 bool Analysis::WaitAndRead(std::vector<size_t>& ended) {
   std::vector<pollfd> events = {{signals_.Get(), POLLIN, 0}};
   for (const Worker& worker : workers_) {
@@ -112,7 +113,7 @@ bool Analysis::WaitAndRead(std::vector<size_t>& ended) {
   return events[0].revents == 0;
 }
 
-// False at the end of what the worker has to say.
+// Reads what the worker has written. False at the end of its output.
 bool Analysis::Read(Worker& worker) {
   std::array<char, 4096> buffer{};
   const ssize_t count = read(worker.output.Get(), buffer.data(), buffer.size());
@@ -153,7 +154,7 @@ void Analysis::Finish(size_t index, const OnResult& onResult) {
   onResult(result);
 }
 
-// A worker that is writing its result finishes that first.
+// Stops all workers and waits for them. A worker that is writing its result finishes that first.
 void Analysis::StopAll() {
   for (const Worker& worker : workers_) {
     worker.process.Signal(SIGTERM);

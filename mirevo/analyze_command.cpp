@@ -26,7 +26,7 @@ using LibOrvoQMX::preprocess::PreprocessResultWrapper;
 using LibOrvoQMX::preprocess::PreprocessUtil;
 
 constexpr char kWorker[] = "mirevo-analyze";
-constexpr char kIndexFolder[] = "@ea";  // what is known of films, beside them
+constexpr char kIndexFolder[] = "@ea";  // holds the stored results, beside the films
 constexpr size_t kBarLength = 30;
 constexpr unsigned kMaxJobs = 64;
 
@@ -64,7 +64,8 @@ void AddFolder(const std::string& folder, std::vector<std::string>& films) {
   std::sort(films.begin() + static_cast<std::ptrdiff_t>(before), films.end());
 }
 
-// The films that the paths name or hold; kOk, or the code for a path that is not there.
+// Appends the films that the paths name or contain. kOk, or the exit code for a path that does not
+// exist.
 int FindFilms(const std::vector<std::string>& paths, std::vector<std::string>& films) {
   for (const std::string& path : paths) {
     const std::string resolved = RealPath(path);
@@ -86,7 +87,7 @@ bool IsOlder(const struct stat& one, const struct stat& other) {
                                                     : one.st_mtim.tv_nsec < other.st_mtim.tv_nsec;
 }
 
-// Is the stored result one of the film as it is now?
+// Does the stored result match the film's current content?
 bool IsCurrent(const std::string& film) {
   struct stat filmStatus {};
   struct stat resultStatus {};
@@ -97,7 +98,7 @@ bool IsCurrent(const std::string& film) {
          !result.GetAllKeyframePtsTime().empty();
 }
 
-// --- What is told ---
+// --- Output ---
 
 class Report {
  public:
@@ -122,7 +123,7 @@ class Report {
       std::cout << Printable(result.path) << ": " << result.keyframes << " key frames\n";
     }
   }
-  // A bar on a terminal.
+  // Shows the progress as a bar, on a terminal only.
   void Show(const AnalysisState& state) {
     if (!isTerminal_) {
       return;
@@ -177,7 +178,7 @@ class Report {
   unsigned failed_ = 0;
 };
 
-// The worker lies beside this program.
+// The worker is in the same folder as this program.
 std::string WorkerPath() {
   std::error_code failure;
   return (fs::read_symlink("/proc/self/exe", failure).parent_path() / kWorker).string();
@@ -210,15 +211,18 @@ int Analyze(const Options& options) {
 void AddAnalyzeCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand(
-      "analyze", "Store where films can be cut, so that copied pictures make exact segments");
-  command->add_option("path", options->paths, "Films, and folders of films")
+      "analyze",
+      "Find and store the key frames of films, so that segments of copied video are exact");
+  command->add_option("path", options->paths, "Films and folders of films")
       ->required()
       ->type_name("FILE-OR-FOLDER");
   command
-      ->add_option("--jobs", options->jobs, "How many films at a time; by default one a processor")
+      ->add_option("--jobs", options->jobs,
+                   "How many films to analyze at the same time; default: one per processor")
       ->check(CLI::Range(1U, kMaxJobs))
       ->type_name("N");
-  command->add_flag("--force", options->force, "Also films whose stored result is current");
+  command->add_flag("--force", options->force,
+                    "Analyze films again whose stored result is current");
   command->add_flag("--json", options->json, "Print the results as JSON");
   command->callback([options, &exitCode] { exitCode = Analyze(*options); });
 }

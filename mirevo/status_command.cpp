@@ -77,8 +77,9 @@ int Status(bool json) {
 
 void AddStatusCommand(CLI::App& app, int& exitCode) {
   auto json = std::make_shared<bool>(false);
-  CLI::App* const command = app.add_subcommand("status", "Show what the running service is doing");
-  command->add_flag("--json", *json, "Print the service's own answer");
+  CLI::App* const command = app.add_subcommand(
+      "status", "Show the streams, transcoders and volumes of the running service");
+  command->add_flag("--json", *json, "Print the service's answer as JSON");
   command->callback([json, &exitCode] { exitCode = Status(*json); });
 }
 

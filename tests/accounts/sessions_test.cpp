@@ -45,7 +45,7 @@ class Sessions : public test::Sysroot {
   }
 };
 
-TEST_F(Sessions, AnIdStandsForItsAccount) {
+TEST_F(Sessions, AnIdIdentifiesItsAccount) {
   const std::string id = Begin();
   EXPECT_TRUE(accounts::IsSecret(id));
   ASSERT_TRUE(UseSession(id, kNow));
@@ -53,7 +53,7 @@ TEST_F(Sessions, AnIdStandsForItsAccount) {
   EXPECT_NE(Begin(), id);
 }
 
-TEST_F(Sessions, TheIdItselfIsNotKept) {
+TEST_F(Sessions, TheIdItselfIsNotStored) {
   const std::string id = Begin();
   ASSERT_EQ(Files().size(), 1U);
   EXPECT_EQ(Files()[0], accounts::DigestOf(id));
@@ -89,7 +89,7 @@ TEST_F(Sessions, ALinkIsGivenAwayAndNotWhatItLeadsTo) {
   EXPECT_EQ(StatusOf("/secret").st_uid, 0U);
 }
 
-TEST_F(Sessions, UseKeepsOneAliveUntilItIsTooOld) {
+TEST_F(Sessions, UseExtendsASessionUntilItIsTooOld) {
   const std::string id = Begin();
   int64_t now = kNow;
   while (now - kNow + accounts::kSessionIdleSeconds <= accounts::kSessionSeconds) {
@@ -106,7 +106,7 @@ TEST_F(Sessions, AnUnusedOneEnds) {
   EXPECT_FALSE(UseSession(id, kNow));
 }
 
-TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
+TEST_F(Sessions, LoggingOutEndsOnlyThatSession) {
   const std::string one = Begin();
   const std::string other = Begin();
   accounts::EndSession(one);
@@ -114,7 +114,7 @@ TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
   EXPECT_TRUE(UseSession(other, kNow));
 }
 
-TEST_F(Sessions, AnotherPasswordEndsAll) {
+TEST_F(Sessions, ANewPasswordEndsAllSessions) {
   const std::string id = Begin();
   accounts::SetPassword("anna", "another password");
   EXPECT_FALSE(UseSession(id, kNow));
@@ -127,7 +127,7 @@ TEST_F(Sessions, AnAccountOfTheSameNameDoesNotInheritThem) {
   EXPECT_FALSE(UseSession(id, kNow));
 }
 
-TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
+TEST_F(Sessions, AnAccountHasALimitedNumber) {
   const std::string oldest = Begin(kNow - 1);
   for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
     ASSERT_FALSE(Begin().empty());
@@ -136,7 +136,7 @@ TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
   EXPECT_FALSE(UseSession(oldest, kNow));
 }
 
-TEST_F(Sessions, OfOthersDoNotCountAndStay) {
+TEST_F(Sessions, OfOtherAccountsDoNotCountAndStay) {
   accounts::Create("bob", kPassword, false, {});
   const std::string bobs = BeginSession(*accounts::Find("bob"), kNow - 1);
   for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
@@ -145,7 +145,7 @@ TEST_F(Sessions, OfOthersDoNotCountAndStay) {
   EXPECT_TRUE(UseSession(bobs, kNow));
 }
 
-TEST_F(Sessions, ThatHaveEndedAreSweptAwayByTheNext) {
+TEST_F(Sessions, ALoginRemovesEndedSessions) {
   Begin();
   Write(std::string(kFolder) + "/damaged", "");
   Begin(kNow + accounts::kSessionIdleSeconds + 1);
@@ -160,7 +160,7 @@ TEST_F(Sessions, AnotherLoginsUnfinishedFileStays) {
   EXPECT_TRUE(Exists(unfinished));
 }
 
-TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
+TEST_F(Sessions, InvalidIdsTouchNothing) {
   Write("/run/mirevo/marker", "here");
   Begin();
   for (const std::string& id :
@@ -173,7 +173,7 @@ TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
   EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Sessions, ADamagedFileIsNoSession) {
+TEST_F(Sessions, ADamagedFileGivesNoSession) {
   const std::string id = Begin();
   const std::string path = std::string(kFolder) + "/" + Files()[0];
   for (const std::string damage :
@@ -183,7 +183,7 @@ TEST_F(Sessions, ADamagedFileIsNoSession) {
   }
 }
 
-TEST(Secrets, AreOfOneFormAndNeverTheSame) {
+TEST(Secrets, HaveOneFormAndNeverRepeat) {
   const std::string one = accounts::NewSecret();
   EXPECT_TRUE(accounts::IsSecret(one));
   EXPECT_NE(one, accounts::NewSecret());

@@ -1,4 +1,4 @@
-// How the page calls the server, and what it makes of an answer that is none.
+// The page's calls of the server, and its handling of invalid answers.
 import assert from 'node:assert/strict';
 import { afterEach, beforeEach, test } from 'node:test';
 
@@ -14,13 +14,13 @@ afterEach(() => whenUnauthorized(null));
 
 const reasonOf = (call) => call.then(() => 'none', ({ reason }) => reason);
 
-test('a path goes out as the server has encoded it, and what is empty stays away', () => {
+test('a path stays as the server has encoded it, and empty parameters are left out', () => {
   const query = queryOf('Streaming', 'open', { format: 'hls', profile: '', audio_id: undefined, title: 'a&b=c' }, '/films/Stra%DFe%26.mkv');
   assert.equal(query, 'api=ORVO.Mirevo2.Streaming&version=1&method=open&format=hls&title=a%26b%3Dc&path=/films/Stra%DFe%26.mkv');
   assert.equal(addressOf('Auth', 'who'), '/webapi/entry.cgi?api=ORVO.Mirevo2.Auth&version=1&method=who');
 });
 
-test('an address of the server’s is reached the way the page was', () => {
+test('an address of the server is reached through the host of the page', () => {
   assert.equal(localAddress('http://elsewhere:8096/webapi/a/b?c=d'), '/webapi/a/b?c=d');
 });
 
@@ -31,12 +31,12 @@ test('a call gives the answer’s data', async () => {
   assert.deepEqual(server.calls.map(({ verb, path }) => [verb, path]), [['GET', '/films'], ['POST', '/films']]);
 });
 
-test('a refusal says why, and how long to wait', async () => {
+test('a refusal has a reason and a time to wait', async () => {
   server.answers.open = refusal('TransEnable', { status: 503, message: 'Full.', retryAfter: 12 });
   await assert.rejects(post('Streaming', 'open'), { reason: 'TransEnable', message: 'Full.', retryAfter: 12, code: 503 });
 });
 
-test('an answer that is none has a reason of the page’s own', async () => {
+test('an invalid answer gets a reason from the page', async () => {
   const answer = (status, body, headers = {}) => () => ({ ok: status < 400, status, headers: new Headers(headers), json: async () => body });
   const broken = () => ({ ok: true, status: 200, headers: new Headers(), json: () => Promise.reject(new SyntaxError('no JSON')) });
   const reasons = [];
@@ -47,19 +47,19 @@ test('an answer that is none has a reason of the page’s own', async () => {
   assert.deepEqual(reasons, ['Unreachable', 'Unreadable', 'Unreadable', 'Unauthorized', 'Unreadable']);
 });
 
-test('the web server’s own word on how long to wait counts where the answer has none', async () => {
+test('the Retry-After header counts if the answer has no time to wait', async () => {
   server.answers.open = () => ({ ok: false, status: 503, headers: new Headers({ 'Retry-After': '7' }), json: async () => null });
   await assert.rejects(get('Streaming', 'open'), { reason: 'Unreadable', retryAfter: 7 });
 });
 
-test('a call that is given up is no failure of the server’s', async () => {
+test('an aborted call is not a failure of the server', async () => {
   server.answers.open = () => {
     throw Object.assign(new Error('given up'), { name: 'AbortError' });
   };
   await assert.rejects(get('Streaming', 'open'), { name: 'AbortError' });
 });
 
-test('a call that lacks a login is made again after it, once', async () => {
+test('a call that needs a login is repeated once after the login', async () => {
   let logins = 0;
   server.answers.open = refusal('Unauthorized', { status: 401 });
   whenUnauthorized(async () => {
@@ -69,7 +69,7 @@ test('a call that lacks a login is made again after it, once', async () => {
   assert.deepEqual([logins, server.calls.length], [1, 2]);
 });
 
-test('a quiet call asks for no login, and a login that is given up ends the call', async () => {
+test('a quiet call asks for no login, and a cancelled login ends the call', async () => {
   server.answers.open = refusal('Unauthorized', { status: 401 });
   whenUnauthorized(() => Promise.reject(Object.assign(new Error(), { reason: 'GivenUp' })));
   assert.equal(await reasonOf(get('Streaming', 'open', {}, undefined, { quiet: true })), 'Unauthorized');

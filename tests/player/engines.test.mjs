@@ -1,4 +1,4 @@
-// The engines that the browser itself plays: one endless stream, and a file that it seeks in.
+// The engines in which the browser itself plays: one endless stream, and a file in which it seeks.
 import assert from 'node:assert/strict';
 import { beforeEach, describe, test } from 'node:test';
 
@@ -10,9 +10,9 @@ import { settled, Video } from './fakes.mjs';
 const stream = { url: 'http://box:8096/film?id=s1', duration: 100 };
 
 let video;
-let told; // what the engine has said to its owner
+let told; // the calls that the engine has made to its owner
 let hooks;
-let frames; // what the browser does when it draws next
+let frames; // the callbacks for the next animation frame
 
 const draw = () => frames.splice(0).forEach((action) => action());
 
@@ -25,7 +25,7 @@ beforeEach(() => {
   hooks = { wish: { muted: false, speed: 1.5 }, mark: tell('mark'), play: tell('play'), ended: tell('ended'), fail: tell('fail') };
 });
 
-// What the server answers when it is asked again.
+// The server's answer to the repeated request.
 function answers(status, body = null) {
   const asked = [];
   globalThis.fetch = async (address, options) => {
@@ -43,13 +43,13 @@ describe('one endless stream', () => {
     engine.open(stream, 20.7);
   });
 
-  test('begins at a whole second, and says how far it has come', () => {
+  test('begins at a whole second and reports its steps', () => {
     assert.deepEqual([video.src, told], ['/film?id=s1&start=20', ['play']]);
     video.tell('loadstart', 'loadedmetadata');
     assert.deepEqual(told.slice(1), [['mark', 'manifest'], ['mark', 'media']]);
   });
 
-  test('a seek is another request, within the film', () => {
+  test('a seek is a new request within the film', () => {
     const places = [45, 500, -1].map((second) => {
       engine.seek(second);
       return video.src;
@@ -57,7 +57,7 @@ describe('one endless stream', () => {
     assert.deepEqual(places, ['/film?id=s1&start=45', '/film?id=s1&start=99', '/film?id=s1&start=0']);
   });
 
-  test('the place is the wanted one until pictures come, and never before it', () => {
+  test('the position is the requested one until pictures come, and never earlier', () => {
     assert.equal(engine.now(), 20);
     video.readyState = 4;
     assert.deepEqual([17, 25].map((second) => {
@@ -66,7 +66,7 @@ describe('one endless stream', () => {
     }), [20, 25]);
   });
 
-  test('what is buffered counts from the wanted second', () => {
+  test('the buffer counts from the requested second', () => {
     assert.equal(engine.buffered(), 0);
     video.ranges = [[10, 32]];
     video.currentTime = 15;
@@ -75,7 +75,7 @@ describe('one endless stream', () => {
     assert.equal(engine.buffered(), 0);
   });
 
-  test('what lies before the wanted second is run through fast, dimmed and silent', () => {
+  test('the part before the requested second plays fast, dimmed and silent', () => {
     video.paused = false;
     video.show(14);
     assert.deepEqual([video.muted, video.playbackRate, video.classes.has('early')], [true, 16, true]);
@@ -87,7 +87,7 @@ describe('one endless stream', () => {
     assert.deepEqual([video.muted, video.playbackRate, video.classes.has('early'), frames.length], [false, 1.5, false, 0]);
   });
 
-  test('a catch-up for a place that was left ends', () => {
+  test('a catch-up ends when the viewer seeks elsewhere', () => {
     video.paused = false;
     video.show(14);
     engine.seek(60);
@@ -96,13 +96,13 @@ describe('one endless stream', () => {
     assert.deepEqual([video.playbackRate, frames.length], [1, 0]);
   });
 
-  test('a sound that the viewer has switched off stays off after a catch-up', () => {
+  test('a muted film stays muted after a catch-up', () => {
     hooks.wish.muted = true;
     video.show(30);
     assert.equal(video.muted, true);
   });
 
-  test('a response that ends early is asked for once more from there, then it is broken', () => {
+  test('a response that ends early is requested once more, then it counts as broken', () => {
     video.show(50);
     video.tell('ended');
     assert.equal(video.src, '/film?id=s1&start=50');
@@ -135,14 +135,14 @@ describe('one endless stream', () => {
     });
   }
 
-  test('an error after which nobody answers is the server’s absence', async () => {
+  test('an error without an answer means that the server is unreachable', async () => {
     globalThis.fetch = () => Promise.reject(new TypeError('no network'));
     video.tell('error');
     await settled();
     assert.deepEqual(told.at(-1), ['fail', 'Unreachable']);
   });
 
-  test('closing gives the element back as the viewer wants it, and hears nothing more', async () => {
+  test('closing restores the viewer’s settings and ignores later events', async () => {
     video.paused = false;
     video.show(10);
     engine.close();
@@ -155,7 +155,7 @@ describe('one endless stream', () => {
   });
 });
 
-describe('a file that the browser seeks in', () => {
+describe('a file in which the browser seeks', () => {
   let engine;
 
   beforeEach(() => {
@@ -163,7 +163,7 @@ describe('a file that the browser seeks in', () => {
     engine.open(stream, 30);
   });
 
-  test('goes to the wanted second as soon as it knows the file', () => {
+  test('seeks to the requested second as soon as the metadata is there', () => {
     assert.deepEqual([video.src, video.currentTime, engine.now()], ['/film?id=s1', 0, 30]);
     engine.seek(44);
     assert.deepEqual([video.currentTime, engine.now()], [0, 44]);
@@ -175,7 +175,7 @@ describe('a file that the browser seeks in', () => {
     assert.deepEqual(told, ['play', ['mark', 'manifest'], ['mark', 'media']]);
   });
 
-  test('what is buffered ends at the first hole', () => {
+  test('the buffer ends at the first gap', () => {
     video.ranges = [[0, 10], [20, 35], [40, 50]];
     assert.deepEqual([5, 19.9, 25, 36].map((second) => {
       video.currentTime = second;
@@ -193,7 +193,7 @@ describe('a file that the browser seeks in', () => {
     });
   }
 
-  test('its end is the film’s, until it is closed', () => {
+  test('its end is the end of the film, until it is closed', () => {
     video.tell('ended');
     assert.equal(told.at(-1), 'ended');
     engine.close();
@@ -203,7 +203,7 @@ describe('a file that the browser seeks in', () => {
   });
 });
 
-test('Smooth Streaming’s failures are told by the server’s status where there is one', () => {
+test('a failure of Smooth Streaming gets the reason of the server’s status, if there is one', () => {
   const engine = new Smooth(video, hooks);
   const failure = (status) => ({ message: 'x', data: status && { response: { status } } });
   [failure(503), failure(404), failure(418), failure(undefined), undefined].forEach((error) => engine.judge(error));

@@ -1,9 +1,9 @@
-// What the page's modules need of a browser and of a server, for tests that look at it and hurry it.
+// Fakes of the browser and the server for tests of the page's modules. Tests control their time.
 
-// Lets everything run that waits for nothing but promises.
+// Runs all code that waits only for promises.
 export const settled = () => new Promise((resolve) => setImmediate(resolve));
 
-// Stands in for the timers. Time passes when a test says so.
+// Replaces the timers. Time passes only when a test advances it.
 export class Clock {
   constructor() {
     this.now = 0;
@@ -39,7 +39,7 @@ export class Clock {
     timer.action();
   }
 
-  // The timers of the page are whole seconds long.
+  // The timers of the page last whole seconds.
   async pass(seconds) {
     await settled();
     for (let second = 0; second < seconds; ++second) {
@@ -61,8 +61,8 @@ export class Video extends EventTarget {
     super();
     Object.assign(this, { muted: false, paused: true, ended: false, seeking: false, readyState: 0, currentTime: 0, playbackRate: 1 });
     this.error = null;
-    this.ranges = []; // [[start, end]] of what is buffered
-    this.refusal = ''; // the name of the error that play() ends in
+    this.ranges = []; // the buffered ranges, [[start, end]]
+    this.refusal = ''; // the name of the error with which play() rejects
     this.classes = new Set();
     this.classList = {
       toggle: (name, on) => (on ? this.classes.add(name) : this.classes.delete(name)),
@@ -111,7 +111,7 @@ export class Video extends EventTarget {
     types.forEach((type) => this.dispatchEvent(new Event(type)));
   }
 
-  // It has come to show a picture.
+  // Shows the first picture.
   show(second = this.currentTime) {
     this.currentTime = second;
     this.readyState = 4;
@@ -126,7 +126,7 @@ const response = (status, body, headers = {}) => ({
   json: async () => body,
 });
 
-// An answer that refuses. `retryAfter`: seconds.
+// A refusal. `retryAfter`: seconds.
 export function refusal(reason, { status = 500, message = '', retryAfter } = {}) {
   const error = { code: status, reason, message, ...(retryAfter && { retry_after: retryAfter }) };
   return () => response(status, { success: false, error });
@@ -136,10 +136,10 @@ export const unreachable = () => {
   throw new TypeError('no network');
 };
 
-// Stands in for the server: answers each method of the API with what `answers` has for it, and keeps what it was asked.
+// Replaces the server: answers each method of the API from `answers` and records the calls.
 export class Server {
   constructor(answers = {}) {
-    this.answers = answers; // method: data, or a function of the parameters that gives data or a response
+    this.answers = answers; // by method: data, or a function of the parameters that returns data or a response
     this.calls = [];
     this.beacons = [];
     globalThis.fetch = (address, options = {}) => this.answer(address, options);
@@ -160,7 +160,7 @@ export class Server {
     return this.calls.filter((call) => call.method === method);
   }
 
-  // Answers a method when the function that this returns is called, with what that is given.
+  // Returns a function; the method is answered with its argument when a test calls it.
   hold(method) {
     let release;
     const gate = new Promise((resolve) => {

@@ -1,11 +1,11 @@
-// Where a film was left: what is saved when, and where it goes on.
+// The history: when the page saves a position, and where a film resumes.
 import assert from 'node:assert/strict';
 import { beforeEach, test } from 'node:test';
 
 import { HistoryKeeper, resumePoint, watched } from '../../player/src/history.js';
 import { refusal, Server, settled, unreachable, Video } from './fakes.mjs';
 
-// What a keeper looks at: a film of a hundred seconds of which a picture has been seen.
+// The playback for a keeper: a film of a hundred seconds that has shown a picture.
 class Film extends EventTarget {
   constructor() {
     super();
@@ -39,7 +39,7 @@ beforeEach(() => {
   keeper = new HistoryKeeper(film);
 });
 
-test('a place is saved every ten seconds', async () => {
+test('the position is saved every ten seconds', async () => {
   for (const second of [9.5, 15, 19.4, 19.9, 12, 9, 3]) await film.show(second);
   assert.deepEqual(saved(), [9, 19, 9]);
   const [{ path, duration, verb }] = server.asked('save');
@@ -54,7 +54,7 @@ test('a pause saves at once, but the same second only once', async () => {
   assert.deepEqual(saved(), [20, 23]);
 });
 
-test('a film of which nothing has been seen is not saved', async () => {
+test('a film that has shown no picture is not saved', async () => {
   film.marks = {};
   await film.show(50);
   film.marks = { frame: 1 };
@@ -63,7 +63,7 @@ test('a film of which nothing has been seen is not saved', async () => {
   assert.deepEqual(saved(), []);
 });
 
-test('the end is saved as the whole film, and no place is behind it', async () => {
+test('the end is saved as the whole film, and no position exceeds it', async () => {
   await film.show(130);
   film.second = 98;
   film.video.ended = true;
@@ -79,7 +79,7 @@ test('another film begins with nothing saved', async () => {
   assert.deepEqual(saved(), [20, 20]);
 });
 
-test('a server without a history is not bothered again; one that fails is', async () => {
+test('a server without a history is not called again, one that fails is', async () => {
   server.answers.save = refusal('Internal');
   await film.show(20);
   server.answers.save = refusal('BadRequest', { status: 400 });
@@ -88,14 +88,14 @@ test('a server without a history is not bothered again; one that fails is', asyn
   assert.deepEqual(saved(), [20, 40]);
 });
 
-test('a page that goes away leaves the last place', async () => {
+test('a page that unloads saves the last position', async () => {
   film.second = 77;
   keeper.saveLastly();
   const [{ method, position, path }] = await Promise.all(server.beacons);
   assert.deepEqual([method, position, path], ['save', '77', '/a b.mkv']);
 });
 
-test('a film goes on where it was left, a finished or unknown one at its beginning', async () => {
+test('a film resumes where the viewer stopped, a finished or unknown one at its beginning', async () => {
   const places = [];
   for (const answer of [{ position: 33, finished: false }, { position: 99, finished: true }, refusal('NotFound', { status: 404 }), unreachable]) {
     server.answers.get = answer;
@@ -104,7 +104,7 @@ test('a film goes on where it was left, a finished or unknown one at its beginni
   assert.deepEqual(places, [33, 0, 0, 0]);
 });
 
-test('what was watched is a list, whatever the server knows', async () => {
+test('the watched films are a list, whatever the server answers', async () => {
   const lists = [];
   for (const answer of [{ items: [1, 2] }, {}, unreachable]) {
     server.answers.list = answer;

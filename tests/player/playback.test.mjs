@@ -1,4 +1,4 @@
-// How a film is opened, what happens when a way of playing fails, and what is closed when.
+// Playback: opening a film, falling back to the next method, waiting, and closing.
 import assert from 'node:assert/strict';
 import { afterEach, beforeEach, describe, test } from 'node:test';
 
@@ -20,7 +20,7 @@ const usual = { kind: '', profile: '', audio: '', subtitle: '' };
 let clock;
 let server;
 let video;
-let engines; // every engine that was made, in order
+let engines; // all created engines, in order
 let playback;
 
 class Engine {
@@ -79,7 +79,7 @@ afterEach(() => {
 });
 
 describe('opening', () => {
-  test('the best way is asked of the server and played from the second that was wanted', async () => {
+  test('the best method is opened and plays from the requested second', async () => {
     await playback.play(film, usual, 42);
     assert.deepEqual(opened(), ['direct']);
     assert.equal(server.asked('open')[0].path, '/films/a.mkv');
@@ -88,30 +88,30 @@ describe('opening', () => {
     assert.equal(playback.now(), 42);
   });
 
-  test('a place behind the end is the last second', async () => {
+  test('a position after the end becomes the last second', async () => {
     await playback.play(film, usual, 500);
     assert.equal(engine().second, 99);
   });
 
-  test('a quality goes out with the way of playing that it belongs to, and with no other', async () => {
+  test('a quality is sent only with its own playback method', async () => {
     server.answers.open = ({ format }) => (format === 'hls' ? refusal('Internal')() : { format, stream_id: 's', duration: 100, url: '/' });
     await playback.play(film, { ...usual, kind: 'hls', profile: 'hls_720p' }, 0);
     assert.deepEqual(server.asked('open').map(({ format, profile: key }) => [format, key]), [['hls', 'hls_720p'], ['http', undefined]]);
   });
 
-  test('a sound track is chosen of streams, not of the file itself', async () => {
+  test('an audio track is requested of streams, not of the original file', async () => {
     await playback.play(film, { ...usual, audio: '1' }, 0);
     await playback.play(film, { ...usual, audio: '2' }, 0);
     assert.deepEqual(server.asked('open').map(({ format, audio_id: id }) => [format, id]), [['direct', undefined], ['hls', '2']]);
   });
 
-  test('segments bring the subtitles of a film that has some', async () => {
+  test('HLS requests the subtitles of a film that has some', async () => {
     await playback.play(withSubtitles, { ...usual, kind: 'hls' }, 0);
     await playback.play(film, { ...usual, kind: 'hls' }, 0);
     assert.deepEqual(server.asked('open').map(({ subtitle_id: id }) => id), ['all', undefined]);
   });
 
-  test('the steps of opening are told in order, each once', async () => {
+  test('the steps of opening are reported in order, each once', async () => {
     const phases = [];
     playback.addEventListener('change', () => phases.at(-1) !== playback.phase && phases.push(playback.phase));
     await playback.play(film, usual, 0);
@@ -124,7 +124,7 @@ describe('opening', () => {
     assert.deepEqual(Object.keys(first), ['start', 'open', 'manifest', 'media', 'frame']);
   });
 
-  test('a browser that wants a key press is given one', async () => {
+  test('a browser that needs a key press gets a Play button', async () => {
     video.refusal = 'NotAllowedError';
     await playback.play(film, usual, 0);
     await engine().hooks.play();
@@ -147,7 +147,7 @@ describe('opening', () => {
     assert.deepEqual([closed(), opened()], [['s1'], ['direct', 'http']]);
   });
 
-  test('another choice goes on at the same place', async () => {
+  test('another choice keeps the position', async () => {
     await playback.play(film, usual, 10);
     engine().second = 33;
     await playback.change({ kind: 'hls', profile: 'hls_720p' });
@@ -156,16 +156,16 @@ describe('opening', () => {
 });
 
 describe('falling back', () => {
-  test('a way that the server refuses gives way to the next, with a sentence', async () => {
+  test('after a refusal the next method follows, with a sentence', async () => {
     const open = server.answers.open;
     server.answers.open = (parameters) => (parameters.format === 'direct' ? refusal('TransVideoNotSupported', { status: 415 })() : open(parameters));
     await playback.play(film, usual, 12);
     assert.deepEqual(opened(), ['direct', 'hls']);
     assert.deepEqual([engine().kind, engine().second, playback.error], ['hls', 12, null]);
-    assert.match(playback.notice, /^The file itself did not work: .* Playing as “Segments \(HLS\)” instead\.$/);
+    assert.match(playback.notice, /^Original file failed: .* Trying HLS instead\.$/);
   });
 
-  test('an engine that gives up gives way to the next way at its place, and its stream is closed', async () => {
+  test('after an engine fails its stream is closed, and the next method continues there', async () => {
     await playback.play(film, usual, 0);
     engine().second = 55;
     engine().hooks.fail({ reason: 'Undecodable' });
@@ -174,7 +174,7 @@ describe('falling back', () => {
     assert.deepEqual([engine().second, closed(), playback.error], [55, ['s1'], null]);
   });
 
-  test('the last way’s failure is the film’s', async () => {
+  test('the failure of the last method is shown', async () => {
     server.answers.open = refusal('Internal', { message: 'No such luck.' });
     await playback.play(film, usual, 7);
     assert.deepEqual(opened(), ['direct', 'hls', 'http']);
@@ -190,18 +190,18 @@ describe('falling back', () => {
     });
   }
 
-  test('a server that does not answer ends it at once', async () => {
+  test('an unreachable server ends the attempts at once', async () => {
     server.answers.open = unreachable;
     await playback.play(film, usual, 0);
     assert.deepEqual([opened(), playback.error.reason], [['direct'], 'Unreachable']);
   });
 
-  test('a film that no way is open to cannot be played', async () => {
+  test('a film without a playback method cannot be played', async () => {
     await playback.play({ ...film, info: { ...info, direct: null, profiles: [profile('hls_720p', 'hls', { method: 'refused' })] } }, usual, 0);
     assert.deepEqual([opened(), playback.error.reason], [[], 'TransVideoNotSupported']);
   });
 
-  test('an engine that cannot be loaded has its stream closed before the next way is opened', async () => {
+  test('if an engine cannot be loaded, its stream is closed before the next method opens', async () => {
     Engine.opening = async ({ kind }) => {
       if (kind === 'direct') throw new TypeError('failed to fetch a module');
     };
@@ -210,14 +210,14 @@ describe('falling back', () => {
     assert.deepEqual(server.calls.map(({ method, format }) => `${method} ${format}`), ['open direct', 'close direct', 'open hls']);
   });
 
-  test('the last way’s engine leaves no stream behind when it cannot be loaded', async () => {
+  test('the last engine leaves no stream behind if it cannot be loaded', async () => {
     Engine.opening = () => Promise.reject(new TypeError('failed to fetch a module'));
     await playback.play(film, usual, 0);
     assert.ok(playback.error instanceof TypeError);
     assert.deepEqual([closed(), engines.map(({ isClosed }) => isClosed)], [['s1', 's2', 's3'], [true, true, true]]);
   });
 
-  test('what an engine says after it was closed is not heard', async () => {
+  test('events of a closed engine are ignored', async () => {
     await playback.play(film, usual, 0);
     const first = engine();
     await playback.change({ kind: 'http' });
@@ -231,7 +231,7 @@ describe('falling back', () => {
 describe('waiting in line', () => {
   const busy = (seconds) => refusal('TransEnable', { status: 503, retryAfter: seconds });
 
-  test('a busy server is asked again after as long as it says, counted down, and in the same way', async () => {
+  test('a busy server is asked again with the same method after a countdown', async () => {
     const { open } = server.answers;
     server.answers.open = busy(3);
     playback.play(film, usual, 21);
@@ -246,7 +246,7 @@ describe('waiting in line', () => {
     assert.deepEqual([opened(), playback.queue, playback.error, engine().second], [['direct', 'direct'], null, null, 21]);
   });
 
-  test('the line is left when the film is', async () => {
+  test('leaving the film ends the wait', async () => {
     server.answers.open = busy(3);
     playback.play(film, usual, 0);
     await clock.pass(1);
@@ -255,7 +255,7 @@ describe('waiting in line', () => {
     assert.deepEqual([opened().length, playback.queue], [1, null]);
   });
 
-  test('a place that is chosen in the line is the one that is played', async () => {
+  test('a position that is chosen during the wait is played', async () => {
     const { open } = server.answers;
     server.answers.open = busy(3);
     playback.play(film, usual, 0);
@@ -267,7 +267,7 @@ describe('waiting in line', () => {
     assert.deepEqual([opened().length, engine().second], [2, 64]);
   });
 
-  test('an engine that is told to wait gives up its stream and waits in line', async () => {
+  test('an engine that must wait closes its stream and waits in line', async () => {
     await playback.play(film, usual, 0);
     engine().second = 30;
     engine().hooks.fail({ reason: 'TransEnable', retryAfter: 2 });
@@ -277,7 +277,7 @@ describe('waiting in line', () => {
     assert.deepEqual([opened(), engine().second], [['direct', 'direct'], 30]);
   });
 
-  test('a segment that waits for room shows the line until it has come', async () => {
+  test('a segment that waits for a transcoder shows the wait until it arrives', async () => {
     await playback.play(film, usual, 0);
     engine().hooks.busy({ reason: 'TransEnable' });
     assert.equal(playback.queue.error.reason, 'TransEnable');
@@ -287,7 +287,7 @@ describe('waiting in line', () => {
 });
 
 describe('logging in', () => {
-  test('the film goes on where it was after the login', async () => {
+  test('after the login the film continues at its position', async () => {
     let isKnown = true;
     const known = (answer) => (parameters) => (isKnown ? answer(parameters) : refusal('Unauthorized', { status: 401 })());
     server.answers.open = known(server.answers.open);
@@ -303,7 +303,7 @@ describe('logging in', () => {
     assert.deepEqual([engines.length, engine().kind, engine().second, playback.error], [2, 'direct', 48, null]);
   });
 
-  test('a viewer who does not log in is told so', async () => {
+  test('a viewer who cancels the login gets an error', async () => {
     server.answers.open = refusal('Unauthorized', { status: 401 });
     server.answers.list = server.answers.open;
     await playback.play(film, usual, 0);
@@ -311,8 +311,8 @@ describe('logging in', () => {
   });
 });
 
-describe('changing one’s mind while it opens', () => {
-  test('a stream that comes after the film was left is closed', async () => {
+describe('changes while a film opens', () => {
+  test('a stream that opens after the viewer has left is closed', async () => {
     const release = server.hold('open');
     const playing = playback.play(film, usual, 0);
     await settled();
@@ -322,7 +322,7 @@ describe('changing one’s mind while it opens', () => {
     assert.deepEqual([closed(), engines.length, playback.stream], [['late'], 0, null]);
   });
 
-  test('another place is opened instead, and what comes late is closed', async () => {
+  test('a seek opens the new position, and the late stream is closed', async () => {
     const { open } = server.answers;
     const release = server.hold('open');
     const playing = playback.play(film, usual, 5);
@@ -336,7 +336,7 @@ describe('changing one’s mind while it opens', () => {
     assert.deepEqual([closed(), engines.length, playback.stream.stream_id], [['late'], 1, 's1']);
   });
 
-  test('an engine whose modules come late does not touch what plays by then', async () => {
+  test('an engine that loads late does not disturb the current film', async () => {
     let load;
     Engine.opening = () => new Promise((resolve) => {
       load = resolve;
@@ -353,7 +353,7 @@ describe('changing one’s mind while it opens', () => {
 describe('seeking', () => {
   beforeEach(() => playback.play(film, usual, 0));
 
-  test('a place goes to the engine, within the film', () => {
+  test('a position within the film goes to the engine', () => {
     const places = [30, -5, 400].map((second) => {
       playback.seek(second);
       return engine().second;
@@ -361,7 +361,7 @@ describe('seeking', () => {
     assert.deepEqual([places, opened().length, playback.phase], [[30, 0, 100], 1, 'buffering']);
   });
 
-  test('after an error it is another attempt from there', async () => {
+  test('after an error a seek is a new attempt from there', async () => {
     engine().hooks.fail({ reason: 'NotFound' });
     await settled();
     assert.equal(playback.error.reason, 'NotFound');
@@ -370,7 +370,7 @@ describe('seeking', () => {
     assert.deepEqual([playback.error, engine().second, opened().length], [null, 80, 2]);
   });
 
-  test('Play after the end begins anew', () => {
+  test('Play after the end starts from the beginning', () => {
     engine().second = 100;
     video.ended = true;
     playback.toggle();
@@ -378,13 +378,13 @@ describe('seeking', () => {
   });
 });
 
-describe('nothing moves', () => {
+describe('waiting without progress', () => {
   beforeEach(async () => {
     await playback.play(film, usual, 0);
     video.paused = false;
   });
 
-  test('after six seconds the viewer is told why', async () => {
+  test('after six seconds the page explains the wait', async () => {
     server.answers.state = { transcoder: { speed: 0.5 } };
     await clock.pass(6);
     assert.equal(playback.slow, '');
@@ -403,7 +403,7 @@ describe('nothing moves', () => {
     assert.deepEqual([engines.length, engine().kind, closed()], [2, 'hls', ['s1']]);
   });
 
-  test('a film that is paused is not slow', async () => {
+  test('a paused film is not slow', async () => {
     video.paused = true;
     await clock.pass(120);
     assert.deepEqual([playback.slow, engines.length], ['', 1]);
@@ -415,7 +415,7 @@ describe('nothing moves', () => {
     assert.deepEqual([playback.slow, engines.length], ['', 1]);
   });
 
-  test('an explanation that comes after the film was left is not shown', async () => {
+  test('a late explanation of a closed film is not shown', async () => {
     const release = server.hold('state');
     await clock.pass(7);
     playback.stop();
@@ -428,20 +428,20 @@ describe('nothing moves', () => {
 describe('a segment is missing', () => {
   beforeEach(() => playback.play(film, usual, 0));
 
-  test('a stream that the server knows goes on', async () => {
+  test('a stream that the server knows continues', async () => {
     engine().hooks.missing();
     await settled();
     assert.deepEqual([playback.error, engine().isClosed], [null, false]);
   });
 
-  test('a stream that the server has closed has ended', async () => {
+  test('a stream that the server has closed ends', async () => {
     server.answers.state = refusal('NotFound', { status: 404 });
     engine().hooks.missing();
     await settled();
     assert.deepEqual([playback.error.reason, engine().isClosed, opened().length], ['NotFound', true, 1]);
   });
 
-  test('a state that cannot be told is no reason to end', async () => {
+  test('an unknown state does not end the stream', async () => {
     server.answers.state = refusal('Internal');
     engine().hooks.missing();
     await settled();
@@ -458,7 +458,7 @@ describe('closing', () => {
     assert.equal(clock.timers.size, 0);
   });
 
-  test('a parked film can be taken up where it was', async () => {
+  test('a parked film can resume at its position', async () => {
     engine().second = 61;
     await playback.park();
     assert.deepEqual([playback.error.reason, closed(), playback.now()], ['Parked', ['s1'], 61]);
@@ -466,14 +466,14 @@ describe('closing', () => {
     assert.deepEqual([playback.error, engine().second], [null, 61]);
   });
 
-  test('a page that goes away closes the stream once', async () => {
+  test('a page that unloads closes the stream once', async () => {
     playback.stopLastly();
     playback.stopLastly();
     const [call, ...others] = await Promise.all(server.beacons);
     assert.deepEqual([call.method, call.format, call.stream_id, others], ['close', 'direct', 's1', []]);
   });
 
-  test('a server that cannot be told does not keep the next film from being opened', async () => {
+  test('a failed close does not prevent the next film from opening', async () => {
     server.answers.close = unreachable;
     await playback.change({ kind: 'http' });
     assert.deepEqual([opened(), playback.error], [['direct', 'http'], null]);
@@ -495,7 +495,7 @@ describe('subtitles', () => {
   });
   afterEach(() => delete globalThis.document);
 
-  test('a presentation without its own has a track over the picture, and one at a time', async () => {
+  test('a presentation without subtitles gets one track over the picture at a time', async () => {
     await playback.play(withSubtitles, { ...usual, subtitle: '7' }, 0);
     const { searchParams } = new URL(tracks[0].src, 'http://box');
     assert.deepEqual(['id', 'subtitle_id', 'output_webvtt'].map((name) => searchParams.get(name)), ['s1', '"7"', 'true']);
@@ -506,7 +506,7 @@ describe('subtitles', () => {
     assert.deepEqual(video.children, []);
   });
 
-  test('a presentation’s own are shown by its engine', async () => {
+  test('the engine shows the subtitles of a presentation', async () => {
     await playback.play(withSubtitles, usual, 0);
     const shown = [];
     engine().showSubtitle = (id) => shown.push(id) > 0;
@@ -514,21 +514,21 @@ describe('subtitles', () => {
     assert.deepEqual([shown, video.children], [['7'], []]);
   });
 
-  test('a track goes with its stream', async () => {
+  test('a track is removed with its stream', async () => {
     await playback.play(withSubtitles, { ...usual, subtitle: '7' }, 0);
     playback.stop();
     assert.deepEqual(video.children, []);
   });
 });
 
-test('sound and speed are kept as the viewer wants them', async () => {
+test('the viewer’s sound and speed settings are kept', async () => {
   await playback.play(film, usual, 0);
   playback.setMuted(true);
   playback.setSpeed(1.5);
   assert.deepEqual([video.muted, video.playbackRate, engine().hooks.wish], [true, 1.5, { muted: true, speed: 1.5 }]);
 });
 
-test('what the server does to the film is known', async () => {
+test('the conversion of the film is known', async () => {
   await playback.play(film, usual, 0);
   assert.deepEqual(playback.methodOf(), { method: 'direct', why: 'it fits' });
   await playback.change({ kind: 'hls' });
@@ -536,7 +536,7 @@ test('what the server does to the film is known', async () => {
   assert.equal(playback.address(), 'http://box/hls');
 });
 
-test('the end of the film is told', async () => {
+test('the end of the film is reported', async () => {
   let ends = 0;
   playback.addEventListener('ended', () => ++ends);
   await playback.play(film, usual, 0);

@@ -1,4 +1,4 @@
-// What plays each kind of stream in this browser.
+// The engines that play each kind of stream in this browser.
 import { BrowserFile } from './file.js';
 import { Segments } from './hls.js';
 import { Progressive } from './progressive.js';
@@ -8,7 +8,7 @@ const ENGINES = { direct: BrowserFile, hls: Segments, http: Progressive, webm: P
 
 const isApple = () => navigator.vendor.startsWith('Apple');
 
-// `can`: what the browser plays, as abilitiesOf() gives it.
+// `can`: the browser's abilities from abilitiesOf().
 export function engineFor(kind, can) {
   const isNative = kind === 'hls' && (!can.segments || (can.nativeHls && isApple()));
   return isNative ? BrowserFile : ENGINES[kind];

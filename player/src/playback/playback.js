@@ -1,15 +1,15 @@
-// One film in one video element: what is open, in which way, and what happens when that fails.
+// One film in one video element: opens it with a playback method, and tries the next method after a failure.
 //
-// Events: "change" whenever something to be shown has changed; "ended".
+// Events: "change" when something visible has changed; "ended".
 import { get, localAddress, post, postLastly } from '../api.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
 import { abilitiesOf, KINDS, plan } from './kinds.js';
 import { SubtitleTrack } from './subtitle_track.js';
 
-const SLOW_SECONDS = 6; // after which the viewer is told why nothing moves
-const HOPELESS_SECONDS = 60; // after which it counts as a failure
+const SLOW_SECONDS = 6; // without progress, after which the page explains the wait
+const HOPELESS_SECONDS = 60; // without progress, after which the method has failed
 
-// Another way of playing may help against these no more than trying again.
+// Errors that every other playback method would report too.
 const SAME_EVERYWHERE = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'Unreachable']);
 
 export class Playback extends EventTarget {
@@ -19,8 +19,8 @@ export class Playback extends EventTarget {
     this.video = video;
     this.engineFor = engineFor;
     this.can = abilitiesOf(video);
-    this.wish = { muted: video.muted, speed: 1 }; // what the viewer wants, whatever a catch-up does meanwhile
-    this.turn = 0; // raised by everything that makes what is under way pointless
+    this.wish = { muted: video.muted, speed: 1 }; // the viewer's settings; a catch-up changes the element's for a while
+    this.turn = 0; // increases when the running operations become obsolete
     this.clear();
     video.addEventListener('loadeddata', () => this.mark('frame'));
     for (const type of ['playing', 'pause', 'waiting', 'seeking', 'seeked', 'canplay', 'loadstart']) {
@@ -30,13 +30,13 @@ export class Playback extends EventTarget {
 
   clear() {
     this.film = null; // { entry, info }
-    this.stream = null; // what open answered
+    this.stream = null; // the answer of open
     this.engine = null;
-    this.place = 0; // second of the film to begin at
-    this.error = null; // why nothing plays, in the end
+    this.place = 0; // the second of the film at which to begin
+    this.error = null; // the error after all attempts have failed
     this.queue = null; // { seconds, error } while waiting in line
     this.notice = ''; // a sentence that does not stop the film
-    this.slow = ''; // why nothing moves
+    this.slow = ''; // the reason for a wait
     this.needsPress = false;
     this.phase = '';
     this.marks = {};
@@ -46,7 +46,7 @@ export class Playback extends EventTarget {
     this.dispatchEvent(new Event('change'));
   }
 
-  // Plays a film from a second on. `choice`: { kind, profile, audio, subtitle }, each '' for the usual.
+  // Plays a film from this second on. `choice`: { kind, profile, audio, subtitle }, each '' for the default.
   play(film, choice, second) {
     this.film = film;
     this.choice = choice;
@@ -55,7 +55,7 @@ export class Playback extends EventTarget {
     return this.reopen(second);
   }
 
-  // Opens what is chosen anew, at this second.
+  // Closes the stream and opens the chosen one at this second.
   async reopen(second) {
     const turn = ++this.turn;
     this.error = null;
@@ -101,7 +101,7 @@ export class Playback extends EventTarget {
     const { profile, audio } = this.choice;
     return {
       format: kind,
-      // A quality belongs to one way of playing.
+      // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
@@ -125,7 +125,7 @@ export class Playback extends EventTarget {
     return new Engine(this.video, hooks);
   }
 
-  // What has come of opening: { open, manifest, media, frame }, in milliseconds since it began.
+  // Notes when a step of opening is done: open, manifest, media, frame, in milliseconds since the start.
   mark(name) {
     if (this.marks.start !== undefined && this.marks[name] === undefined) {
       this.marks[name] = performance.now() - this.marks.start;
@@ -145,7 +145,7 @@ export class Playback extends EventTarget {
     this.changed();
   }
 
-  // The server has refused, or the engine has not come; then its stream is open all the same.
+  // Handles a refusal of the server, or an engine that did not load; in that case its stream is open.
   async afterFailedOpening(error, turn) {
     if (turn === this.turn) {
       await this.closeStream();
@@ -153,7 +153,7 @@ export class Playback extends EventTarget {
     await this.afterFailure(error, turn);
   }
 
-  // An engine has given up.
+  // Handles the failure of an engine.
   async fail(error) {
     this.place = this.now();
     const turn = ++this.turn;
@@ -165,7 +165,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // Makes ready for the next attempt, or settles for the error.
+  // Prepares the next attempt, or reports the error.
   async afterFailure(error, turn) {
     if (turn !== this.turn || error.name === 'AbortError') {
       return;
@@ -180,7 +180,7 @@ export class Playback extends EventTarget {
       this.lastError = error;
       this.queue = null;
       const failed = this.kinds.shift();
-      this.notice = `${KINDS[failed]} did not work: ${wordsOf(error).sentence} Playing as “${KINDS[this.kinds[0]]}” instead.`;
+      this.notice = `${KINDS[failed]} failed: ${wordsOf(error).sentence} Trying ${KINDS[this.kinds[0]]} instead.`;
     }
   }
 
@@ -204,7 +204,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // Counts down until the server may be asked again.
+  // Counts down to the next attempt.
   async waitInLine(error, turn) {
     this.unwatch();
     for (let seconds = retrySeconds(error); seconds > 0 && turn === this.turn; --seconds) {
@@ -216,7 +216,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // A segment waits for room; its engine goes on asking.
+  // A segment waits for a free transcoder; its engine keeps asking.
   setBusy(error) {
     const queue = error && { seconds: 0, error };
     if (Boolean(queue) !== Boolean(this.queue)) {
@@ -259,7 +259,7 @@ export class Playback extends EventTarget {
     return !this.video.paused && !this.video.ended && !this.error && Boolean(this.engine);
   }
 
-  // Does the viewer wait for a picture?
+  // Is the viewer waiting for a picture?
   isWaiting() {
     const { readyState, paused, seeking } = this.video;
     const starved = Boolean(this.engine) && readyState < HTMLMediaElement.HAVE_FUTURE_DATA && (!paused || seeking);
@@ -287,7 +287,7 @@ export class Playback extends EventTarget {
     this.video.playbackRate = speed;
   }
 
-  // Another quality, sound or way of playing, at the same place.
+  // Changes quality, audio track or playback method at the same position.
   change(changes) {
     return this.play(this.film, { ...this.choice, ...changes }, this.now());
   }
@@ -297,7 +297,7 @@ export class Playback extends EventTarget {
     this.showSubtitle();
   }
 
-  // The presentation's own where it has it, else a track over the video.
+  // Shows the presentation's own subtitle if it has one, otherwise a track over the video.
   showSubtitle() {
     this.subtitle?.remove();
     this.subtitle = null;
@@ -307,7 +307,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // Sees whether anything moves; says why not, and gives up in the end.
+  // Watches the progress. Explains a wait, and fails after a long one.
   watch() {
     this.unwatch();
     let last = '';
@@ -343,7 +343,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // Fails at once where the server no longer knows the stream.
+  // Fails at once if the server no longer knows the stream.
   async checkStream(turn) {
     try {
       await this.state();
@@ -354,7 +354,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // What the server says of the stream.
+  // The server's state of the stream.
   state() {
     return get('Streaming', 'state', { format: this.stream.format, stream_id: this.stream.stream_id }, undefined, { quiet: true });
   }
@@ -374,7 +374,7 @@ export class Playback extends EventTarget {
     return stream ? this.closeOnServer(stream) : undefined;
   }
 
-  // Ends it all, cancelling what is under way.
+  // Closes the film and cancels running operations.
   stop() {
     ++this.turn;
     const closed = this.closeStream();
@@ -383,20 +383,20 @@ export class Playback extends EventTarget {
     return closed;
   }
 
-  // Closes what is open; it can be opened again from where it was.
+  // Closes the stream; it can be opened again at the same position.
   park() {
     this.place = this.now();
     this.settle({ reason: 'Parked' });
     return this.closeStream();
   }
 
-  // What the server does to the film: { method, why }.
+  // How the server processes the film: { method, why }.
   methodOf() {
     const { info } = this.film;
     return this.kind === 'direct' ? { method: 'direct', why: info.direct?.why } : info.profiles.find(({ key }) => key === this.stream?.profile);
   }
 
-  // The page goes away.
+  // Closes the stream while the page unloads.
   stopLastly() {
     if (this.stream) {
       postLastly('Streaming', 'close', { format: this.stream.format, stream_id: this.stream.stream_id });
