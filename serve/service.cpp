@@ -21,6 +21,7 @@
 #include "platform/pidfd.h"
 #include "platform/plat.h"
 #include "policy/lock.h"
+#include "serve/analysis.h"
 #include "serve/children.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
@@ -35,6 +36,7 @@ namespace {
 constexpr int kDefaultPort = 8096;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
+constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
 bool ConfigureMedia(const std::vector<std::string>& media) {
@@ -89,10 +91,12 @@ orvo::UniqueFd BlockSignals() {
 }
 
 // Reaps what ends until the service is told to stop (true) or the web server ends (false).
-bool ServeUntilStopped(int signals, int server) {
+bool ServeUntilStopped(int signals, int server, Analysis& analysis) {
   for (;;) {
-    pollfd events[] = {{signals, POLLIN, 0}, {server, POLLIN, 0}};
-    if (poll(events, 2, -1) < 0) {
+    analysis.Update();
+    pollfd events[] = {
+        {signals, POLLIN, 0}, {server, POLLIN, 0}, {analysis.Descriptor(), POLLIN, 0}};
+    if (poll(events, 3, analysis.Patience()) < 0) {
       continue;
     }
     signalfd_siginfo received{};
@@ -205,8 +209,9 @@ void Announce(const WebServer& server, int browser) {
   orvo::WriteAll(browser, address);
 }
 
-// Starts the web server and keeps it until the end.
-int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser) {
+// Starts the web server and keeps it until the end. `analyzed`: what to look for key frames in.
+int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
+        std::vector<std::string> analyzed) {
   AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -222,9 +227,12 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
     return 1;
   }
   Announce(server, browser);
-  const bool told = ServeUntilStopped(signals.Get(), process.Get());
+  Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
+  const bool told = ServeUntilStopped(signals.Get(), process.Get(), analysis);
+  analysis.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(pid);
+  unlink((server.stateFolder + kAnalysisFile).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
   }
@@ -286,7 +294,8 @@ int Serve(const Options& options) {
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
               options.hosts, options.origins, options.certificate, options.key},
-             std::move(sockets), browser.Get());
+             std::move(sockets), browser.Get(),
+             options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
 }
 
 }  // namespace serve
