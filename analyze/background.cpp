@@ -16,8 +16,8 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <memory>
 #include <unordered_map>
+#include <utility>
 
 #include "film_analysis.h"
 #include "film_queue.h"
@@ -109,7 +109,7 @@ class Background {
       StartNext();
       Tell();
       Wait();
-      if (worker_ != nullptr && HasEnded()) {
+      if (worker_ && worker_.HasEndedWithin(0)) {
         Finish();
       }
     }
@@ -126,7 +126,7 @@ class Background {
   }
 
   void StartNext() {
-    while (worker_ == nullptr) {
+    while (!worker_) {
       const auto film = queue_.TakeDue();
       if (!film) {
         return;
@@ -143,31 +143,24 @@ class Background {
   }
 
   void Start(const std::string& film) {
-    worker_ = std::make_unique<Worker>(film);
-    if (!worker_->IsRunning()) {
-      worker_.reset();
+    worker_ = StartWorker(film);
+    if (worker_) {
+      film_ = film;
+    } else {
       queue_.Put(film, Clock::now() + kStillOpen);
     }
   }
 
-  bool HasEnded() const {
-    pollfd end = {worker_->Descriptor(), POLLIN, 0};
-    return poll(&end, 1, 0) > 0;
-  }
-
   void Finish() {
-    const std::string film = worker_->Film();
-    const int status = worker_->Finish();
-    worker_.reset();
-    if (status == 0) {
-      attempts_.erase(film);
-      ++analyzed_;
-    } else if (status <= 128) {
-      attempts_.erase(film);
-      ++failed_;
-    } else {
+    const int status = worker_.Wait();
+    worker_ = Process();
+    const std::string film = std::exchange(film_, "");
+    if (status > 128) {
       Retry(film, status - 128);
+      return;
     }
+    attempts_.erase(film);
+    ++(status == 0 ? analyzed_ : failed_);
   }
 
   // What was ended by a signal is tried again, but for what the film itself has caused.
@@ -189,8 +182,8 @@ class Background {
     state["waiting"] = static_cast<Json::UInt64>(queue_.Size());
     state["analyzed"] = analyzed_;
     state["failed"] = failed_;
-    if (worker_ != nullptr) {
-      state["film"] = worker_->Film();
+    if (worker_) {
+      state["film"] = film_;
     }
     if (state != told_) {
       const Uninterrupted writing;
@@ -201,10 +194,9 @@ class Background {
 
   // For a change in the library, the worker's end or a film's time.
   void Wait() const {
-    pollfd events[] = {{library_.Descriptor(), POLLIN, 0},
-                       {worker_ != nullptr ? worker_->Descriptor() : -1, POLLIN, 0}};
+    pollfd events[] = {{library_.Descriptor(), POLLIN, 0}, {worker_.Descriptor().Get(), POLLIN, 0}};
     int patience = -1;
-    if (const auto due = queue_.NextDue(); due && worker_ == nullptr) {
+    if (const auto due = queue_.NextDue(); due && !worker_) {
       const auto left = std::chrono::ceil<milliseconds>(*due - Clock::now());
       patience = static_cast<int>(std::max(left, milliseconds(0)).count());
     }
@@ -213,7 +205,8 @@ class Background {
 
   FilmQueue queue_;
   LibraryWatch library_;
-  std::unique_ptr<Worker> worker_;
+  Process worker_;
+  std::string film_;  // that it is at
   std::unordered_map<std::string, int> attempts_;
   unsigned analyzed_ = 0;
   unsigned failed_ = 0;

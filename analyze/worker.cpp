@@ -1,6 +1,5 @@
 #include "worker.h"
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -8,8 +7,7 @@
 #include <cstdio>
 
 #include "film_analysis.h"
-#include "platform/pidfd.h"
-#include "platform/plat.h"
+#include "platform/process_launch.h"
 #include "preprocess/stored_result.h"
 
 namespace orvo::analyze {
@@ -19,7 +17,7 @@ using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
 
 // No film takes an hour of a processor to read through.
-constexpr rlimit kProcessorSeconds = {3600, 3600};
+constexpr rlimit kProcessorTime = {3600, 3600};  // seconds
 
 int Analyze(const std::string& film) {
   const std::string state = FilmState(film);
@@ -38,41 +36,15 @@ int Analyze(const std::string& film) {
   return 1;
 }
 
-[[noreturn]] void Run(const std::string& film, pid_t parent) {
-  // SIGTERM lets it finish a result that it is just writing.
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != parent) {
-    _exit(1);
-  }
-  setrlimit(RLIMIT_CPU, &kProcessorSeconds);
-  _exit(Analyze(film));
-}
-
 }  // namespace
 
-Worker::Worker(const std::string& film) : film_(film) {
-  const pid_t parent = getpid();
-  pid_ = fork();
-  if (pid_ == 0) {
-    Run(film_, parent);
-  }
-  if (pid_ > 0) {
-    process_ = OpenProcess(pid_);
-  }
-}
-
-Worker::~Worker() {
-  if (pid_ > 0) {
-    kill(pid_, SIGTERM);
-    Finish();
-  }
-}
-
-int Worker::Finish() {
-  const int status = WaitForStatus(pid_);
-  pid_ = -1;
-  process_.Reset();
-  return status;
+Process StartWorker(const std::string& film) {
+  LaunchOptions options;
+  options.streams = StandardStreams::kKept;
+  options.limits = {{RLIMIT_CPU, kProcessorTime}};
+  // This signal lets it finish a result that it is just writing.
+  options.parentDeath.signal = SIGTERM;
+  return Fork([&film] { return Analyze(film); }, options);
 }
 
 }  // namespace orvo::analyze

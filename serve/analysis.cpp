@@ -1,15 +1,11 @@
 #include "serve/analysis.h"
 
-#include <poll.h>
-#include <sys/prctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <utility>
 
-#include "platform/pidfd.h"
+#include "platform/process_launch.h"
 
 namespace serve {
 namespace {
@@ -20,30 +16,7 @@ constexpr seconds kShortestPause{1};
 constexpr seconds kLongestPause{300};
 // One that ran for so long has not failed because of how it was started.
 constexpr seconds kLongLife{600};
-
-[[noreturn]] void Become(pid_t parent, char* const* argv) {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() == parent) {
-    execv(argv[0], argv);
-  }
-  _exit(127);
-}
-
-pid_t Launch(std::vector<std::string> arguments) {
-  std::vector<char*> argv;
-  std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
-                 [](std::string& argument) { return argument.data(); });
-  argv.push_back(nullptr);
-  const pid_t parent = getpid();
-  const pid_t pid = fork();
-  if (pid == 0) {
-    Become(parent, argv.data());
-  }
-  return pid;
-}
+constexpr int kStopMilliseconds = 1000;
 
 }  // namespace
 
@@ -55,29 +28,29 @@ Analysis::~Analysis() {
 }
 
 void Analysis::Update() {
-  pollfd end = {process_.Get(), POLLIN, 0};
-  if (process_.IsOpen() && poll(&end, 1, 0) > 0) {
+  if (process_ && process_.HasEndedWithin(0)) {
     NoticeEnd();
   }
-  if (!process_.IsOpen() && !roots_.empty() && Clock::now() >= next_) {
+  if (!process_ && !roots_.empty() && Clock::now() >= next_) {
     Start();
   }
 }
 
 void Analysis::Start() {
-  std::vector<std::string> arguments = {program_, "--watch"};
-  arguments.insert(arguments.end(), roots_.begin(), roots_.end());
+  orvo::Program program{program_, {program_, "--watch"}};
+  program.arguments.insert(program.arguments.end(), roots_.begin(), roots_.end());
+  orvo::LaunchOptions options;
+  options.streams = orvo::StandardStreams::kKept;
+  options.parentDeath.signal = SIGTERM;
   started_ = Clock::now();
-  pid_ = Launch(std::move(arguments));
-  process_ = pid_ > 0 ? orvo::OpenProcess(pid_) : orvo::UniqueFd();
-  if (!process_.IsOpen()) {
+  process_ = orvo::Start(program, options);
+  if (!process_) {
     NoticeEnd();
   }
 }
 
 void Analysis::NoticeEnd() {
-  process_.Reset();
-  pid_ = -1;
+  process_ = orvo::Process();
   const bool wasLong = Clock::now() - started_ >= kLongLife;
   pause_ = wasLong ? kShortestPause : std::clamp(pause_ * 2, kShortestPause, kLongestPause);
   next_ = Clock::now() + pause_;
@@ -86,7 +59,7 @@ void Analysis::NoticeEnd() {
 }
 
 int Analysis::Patience() const {
-  if (process_.IsOpen() || roots_.empty()) {
+  if (process_ || roots_.empty()) {
     return -1;
   }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now());
@@ -95,11 +68,8 @@ int Analysis::Patience() const {
 
 void Analysis::Stop() {
   roots_.clear();
-  if (pid_ > 0) {
-    kill(pid_, SIGTERM);
-  }
-  pid_ = -1;
-  process_.Reset();
+  process_.End(SIGTERM, kStopMilliseconds);
+  process_ = orvo::Process();
 }
 
 }  // namespace serve

@@ -1,13 +1,11 @@
 // The process that looks for the key frames of the library's films in the background.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <string>
 #include <vector>
 
-#include "platform/unique_fd.h"
+#include "platform/process.h"
 
 namespace serve {
 
@@ -23,14 +21,14 @@ class Analysis {
   Analysis(const Analysis&) = delete;
   Analysis& operator=(const Analysis&) = delete;
 
-  // Starts it where its time has come, and notices its end. The caller reaps it.
+  // Starts it where its time has come, and notices its end.
   void Update();
   // What to wait for before the next Update(): the descriptor (-1 for none) or, where there is
   // none, the time in milliseconds (-1 for ever).
-  int Descriptor() const { return process_.Get(); }
+  int Descriptor() const { return process_.Descriptor().Get(); }
   int Patience() const;
 
-  // Tells it to end, which takes it an instant. It is not started again.
+  // Ends it, which takes it an instant and never more than a second. It is not started again.
   void Stop();
 
  private:
@@ -41,8 +39,7 @@ class Analysis {
 
   std::string program_;
   std::vector<std::string> roots_;
-  pid_t pid_ = -1;
-  orvo::UniqueFd process_;
+  orvo::Process process_;
   Clock::time_point started_;
   Clock::time_point next_ = Clock::now();
   std::chrono::seconds pause_{0};
