@@ -121,10 +121,10 @@ test('a film that is still being copied waits until it is closed', async () => {
   const film = path.join(films, 'slow.ts');
   const file = fs.openSync(film, 'w');
   fs.writeSync(file, content.subarray(0, content.length >> 1));
-  // It has come to this film and left it when the one that was added later is done.
   await eventually(() => (state()?.waiting > 0 ? true : undefined), patience);
   await result(put('h264_aac.mp4', 'later.mp4'));
-  assert.ok(!fs.existsSync(resultOf(film)));
+  await eventually(() => (state().waiting === 1 && !state().film ? true : undefined), patience);
+  assert.ok(!fs.existsSync(resultOf(film)), 'its turn came, and it was left');
   fs.writeSync(file, content.subarray(content.length >> 1));
   fs.closeSync(file);
   await result(film);
