@@ -1,7 +1,6 @@
 #include "mirevo/analyze_command.h"
 
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,18 +14,16 @@
 #include "mirevo/exit_codes.h"
 #include "mirevo/film_argument.h"
 #include "mirevo/output.h"
-#include "preprocess/preprocess_result.h"
-#include "webapi/library/media_library.h"
+#include "preprocess/stored_result.h"
+#include "util/media_names.h"
 
 namespace mirevo {
 namespace {
 
 namespace fs = std::filesystem;
-using LibOrvoQMX::preprocess::PreprocessResultWrapper;
-using LibOrvoQMX::preprocess::PreprocessUtil;
+using LibOrvoQMX::preprocess::HasCurrentResult;
 
 constexpr char kWorker[] = "mirevo-analyze";
-constexpr char kIndexFolder[] = "@ea";  // holds the stored results, beside the films
 constexpr size_t kBarLength = 30;
 constexpr unsigned kMaxJobs = 64;
 
@@ -39,11 +36,6 @@ struct Options {
 
 // --- Which films ---
 
-bool IsSkippedFolder(const fs::path& folder) {
-  const std::string name = folder.filename().string();
-  return name == kIndexFolder || name.front() == '.';
-}
-
 void AddFolder(const std::string& folder, std::vector<std::string>& films) {
   std::error_code failure;
   const size_t before = films.size();
@@ -53,11 +45,11 @@ void AddFolder(const std::string& folder, std::vector<std::string>& films) {
        !failure && entry != end; entry.increment(failure)) {
     std::error_code gone;
     if (entry->is_directory(gone)) {
-      if (IsSkippedFolder(entry->path())) {
+      if (orvo::IsSystemFolderName(entry->path().filename().string())) {
         entry.disable_recursion_pending();
       }
     } else if (entry->is_regular_file(gone) &&
-               webapi::IsFilmName(entry->path().filename().string())) {
+               orvo::IsFilmName(entry->path().filename().string())) {
       films.push_back(entry->path().string());
     }
   }
@@ -80,22 +72,6 @@ int FindFilms(const std::vector<std::string>& paths, std::vector<std::string>& f
     }
   }
   return kOk;
-}
-
-bool IsOlder(const struct stat& one, const struct stat& other) {
-  return one.st_mtim.tv_sec != other.st_mtim.tv_sec ? one.st_mtim.tv_sec < other.st_mtim.tv_sec
-                                                    : one.st_mtim.tv_nsec < other.st_mtim.tv_nsec;
-}
-
-// Does the stored result match the film's current content?
-bool IsCurrent(const std::string& film) {
-  struct stat filmStatus {};
-  struct stat resultStatus {};
-  const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
-  PreprocessResultWrapper result;
-  return stat(film.c_str(), &filmStatus) == 0 && stat(path.c_str(), &resultStatus) == 0 &&
-         !IsOlder(resultStatus, filmStatus) && result.ReadFromFile(path) && result.end_time() > 0 &&
-         !result.GetAllKeyframePtsTime().empty();
 }
 
 // --- Output ---
@@ -192,7 +168,7 @@ int Analyze(const Options& options) {
   Report report(options.json);
   std::vector<std::string> films;
   for (const std::string& film : found) {
-    if (!options.force && IsCurrent(film)) {
+    if (!options.force && HasCurrentResult(film)) {
       report.AddCurrent(film);
     } else {
       films.push_back(film);

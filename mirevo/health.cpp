@@ -17,6 +17,7 @@
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
+#include "preprocess/stored_result.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "webapi/choice/profiles.h"
@@ -262,6 +263,28 @@ void ExamineMedia(Findings& findings) {
   }
 }
 
+// What the service found out about films that it could not analyze.
+void ExamineAnalysis(Findings& findings) {
+  std::error_code failure;
+  size_t failures = 0;
+  std::string example;
+  const fs::path folder = orvo::SystemPath(LibOrvoQMX::preprocess::kOwnResults);
+  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    const auto record = LibOrvoQMX::preprocess::ReadFilmRecord(entry->path().string());
+    if (!record.reason.empty()) {
+      ++failures;
+      example = Printable(record.film) + ": " + record.reason;
+    }
+  }
+  findings.push_back(
+      failures == 0
+          ? Good("key frames", "no film has failed")
+          : Finding{"key frames", State::kWarning,
+                    "failed: " + std::to_string(failures) + ", such as " + example,
+                    "They are cut at fixed lengths. \"mirevo analyze FOLDER\" tries all of them."});
+}
+
 // --- The machine ---
 
 void ExamineHardware(Findings& findings) {
@@ -293,8 +316,8 @@ void ExamineClock(Findings& findings) {
 }
 
 constexpr std::array kExaminations = {
-    ExamineFFmpeg,  ExamineWebServer, ExamineLibraries, ExaminePackage, ExamineFolders,
-    ExamineVolumes, ExamineMedia,     ExamineHardware,  ExamineClock,
+    ExamineFFmpeg,  ExamineWebServer, ExamineLibraries, ExaminePackage,  ExamineFolders,
+    ExamineVolumes, ExamineMedia,     ExamineAnalysis,  ExamineHardware, ExamineClock,
 };
 
 }  // namespace

@@ -65,6 +65,9 @@ void AddServeCommand(CLI::App& app, int& exitCode) {
   AddReach(*command, options);
   command->add_flag_callback(
       "--no-browser", [options] { options->browser = false; }, "Do not open the page in a browser");
+  command->add_flag_callback(
+      "--no-analysis", [options] { options->analysis = false; },
+      "Do not look for films' key frames in the background");
   command->callback([options, &exitCode] { exitCode = serve::Serve(*options); });
 }
 

@@ -22,6 +22,7 @@
 #include "platform/plat.h"
 #include "platform/process_launch.h"
 #include "policy/lock.h"
+#include "serve/analysis.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "util/json_utils.h"
@@ -35,6 +36,7 @@ namespace {
 constexpr int kDefaultPort = 8096;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
+constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
 bool ConfigureMedia(const std::vector<std::string>& media) {
@@ -100,10 +102,12 @@ orvo::UniqueFd BlockSignals() {
 }
 
 // Reaps what ends until the service is told to stop (true) or the web server ends (false).
-bool ServeUntilStopped(int signals, int server) {
+bool ServeUntilStopped(int signals, int server, Analysis& analysis) {
   for (;;) {
-    pollfd events[] = {{signals, POLLIN, 0}, {server, POLLIN, 0}};
-    if (poll(events, 2, -1) < 0) {
+    analysis.Update();
+    pollfd events[] = {
+        {signals, POLLIN, 0}, {server, POLLIN, 0}, {analysis.Descriptor(), POLLIN, 0}};
+    if (poll(events, 3, analysis.Patience()) < 0) {
       continue;
     }
     signalfd_siginfo received{};
@@ -216,8 +220,9 @@ void Announce(const WebServer& server, int browser) {
   orvo::WriteAll(browser, address);
 }
 
-// Starts the web server and keeps it until the end.
-int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser) {
+// Starts the web server and keeps it until the end. `analyzed`: what to look for key frames in.
+int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
+        std::vector<std::string> analyzed) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -232,9 +237,12 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
     return 1;
   }
   Announce(server, browser);
-  const bool told = ServeUntilStopped(signals.Get(), process.Descriptor().Get());
+  Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
+  const bool told = ServeUntilStopped(signals.Get(), process.Descriptor().Get(), analysis);
+  analysis.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(process);
+  unlink((server.stateFolder + kAnalysisFile).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
   }
@@ -296,7 +304,8 @@ int Serve(const Options& options) {
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
               options.hosts, options.origins, options.certificate, options.key},
-             std::move(sockets), browser.Get());
+             std::move(sockets), browser.Get(),
+             options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
 }
 
 }  // namespace serve

@@ -213,7 +213,7 @@ service.send_signal(signal.SIGTERM)
 print(lines[0], page, service.wait())
 `;
   const { stdout } = await new Promise((resolve) =>
-    execFile('python3', ['-c', manager, program, 'serve', '--no-browser', '--port', '0', media],
+    execFile('python3', ['-c', manager, program, 'serve', '--no-browser', '--no-analysis', '--port', '0', media],
       { env: { ...process.env, ORVO_SYSROOT: root, NOTIFY_SOCKET: path.join(root, 'notify') } },
       (error, out) => resolve({ stdout: out })));
   assert.equal(stdout, 'READY=1 200 0\n');
@@ -225,7 +225,7 @@ test('serve reads options from a file and refuses unknown ones', async () => {
   assert.equal((await mirevo(['serve', '--config', file, film])).code, 64);
   // The second service is refused, but only after its options were accepted.
   fs.writeFileSync(file, `[serve]\nmedia = ["${media}"]\nport = 0\n`);
-  const { code, stderr } = await mirevo(['--config', file, 'serve', '--no-browser']);
+  const { code, stderr } = await mirevo(['--config', file, 'serve', '--no-browser', '--no-analysis']);
   assert.equal(code, 1);
   assert.match(stderr, /already serves/);
 });

@@ -79,11 +79,13 @@ export class Service {
     return { ...process.env, ORVO_SYSROOT: this.root };
   }
 
-  // Serves `roots`, with further options of "mirevo serve".
-  async serve(roots, options = []) {
+  // Serves `roots`, with further options of "mirevo serve". The films that all suites share get no
+  // results in the middle of a test.
+  async serve(roots, options = [], { analysis = false } = {}) {
+    const quiet = analysis ? [] : ['--no-analysis'];
     this.process = spawn(
       path.join(build, 'target/bin/mirevo-serve'),
-      ['--no-browser', '--port', '0', ...options, '--', ...roots],
+      ['--no-browser', '--port', '0', ...quiet, ...options, '--', ...roots],
       { env: this.environment, stdio: ['ignore', 'pipe', 'inherit'] },
     );
     for await (const line of readline.createInterface({ input: this.process.stdout })) {
