@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <istream>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,11 @@ ORVO_API bool WriteAll(int fd, std::string_view content);
 // Gives the file `path` this content and mode all at once: a reader sees the old or the new file.
 // False when it cannot be written; the old one stays.
 ORVO_API bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode = 0644);
+
+// The content of a plain file that this process's own user has and nobody else may write, for
+// places where others may put something else: links are not followed, pipes not waited for. Nothing
+// when it is anything else, or longer than `maxBytes`.
+ORVO_API std::optional<std::string> ReadOwnFile(const std::string& path, size_t maxBytes);
 
 // Sets the file's modification time to now, creating it where it is missing. Writes nothing:
 // emptying a file that has content can wait for the disk.
