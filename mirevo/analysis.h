@@ -1,13 +1,12 @@
 // Analyzing many films, each in a process of its own.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "platform/process.h"
 #include "platform/unique_fd.h"
 
 namespace mirevo {
@@ -43,7 +42,7 @@ class Analysis {
 
  private:
   struct Worker {
-    pid_t pid;
+    orvo::Process process;
     orvo::UniqueFd output;
     FilmResult result;
     double part = 0;

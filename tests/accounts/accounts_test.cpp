@@ -11,7 +11,6 @@
 
 namespace {
 
-using accounts::Account;
 using accounts::Outcome;
 
 constexpr char kFile[] = "/var/packages/Mirevo/etc/accounts";
@@ -100,6 +99,30 @@ TEST_F(Accounts, NamesAndPasswordsThatWouldBeTroubleAreRefused) {
   EXPECT_FALSE(Exists(kFile));
 }
 
+TEST_F(Accounts, NamesAndPasswordsMayBeAsLongAsIsSaid) {
+  EXPECT_EQ(accounts::Create(std::string(64, 'a'), "12345678", false, {}), Outcome::kDone);
+  EXPECT_EQ(accounts::Create("a.B-c_9@d", std::string(1024, 'a'), false, {}), Outcome::kDone);
+  EXPECT_TRUE(accounts::Verify("a.B-c_9@d", std::string(1024, 'a')));
+}
+
+TEST_F(Accounts, ARefusedChangeLeavesTheAccountAsItWas) {
+  const std::string films = Folder("/films");
+  accounts::Create("anna", kPassword, false, {films});
+  const std::string before = Read(kFile);
+  EXPECT_EQ(accounts::SetPassword("anna", "1234567"), Outcome::kBadPassword);
+  EXPECT_EQ(accounts::SetPassword("anna", std::string(1025, 'a')), Outcome::kBadPassword);
+  EXPECT_EQ(accounts::GrantRoots("anna", {films, "/no such folder"}), Outcome::kBadRoot);
+  EXPECT_EQ(accounts::GrantRoots("anna", {"."}), Outcome::kBadRoot);
+  EXPECT_EQ(accounts::GrantRoots("anna", {""}), Outcome::kBadRoot);
+  EXPECT_EQ(Read(kFile), before);
+}
+
+TEST_F(Accounts, NothingIsChangedWithoutTheLock) {
+  MakeDirectory(std::string(kFile) + ".lock");
+  EXPECT_EQ(accounts::Create("anna", kPassword, false, {}), Outcome::kFailed);
+  EXPECT_FALSE(Exists(kFile));
+}
+
 TEST_F(Accounts, ANameIsTakenOnce) {
   accounts::Create("anna", kPassword, false, {});
   EXPECT_EQ(accounts::Create("anna", "another password", true, {}), Outcome::kExists);
@@ -134,6 +157,10 @@ TEST_F(Accounts, WhatDoesNotExistCannotBeChanged) {
 TEST_F(Accounts, ADamagedFileLetsNobodyInAndIsNotWrittenOver) {
   for (const std::string damage :
        {"", "{", "[]", "7", R"({"anna": 1})", R"({"anna": {"password": "x"}})",
+        R"({"anna": {"password": 1, "era": "", "owner": true, "roots": []}})",
+        R"({"anna": {"password": "x", "era": 1, "owner": true, "roots": []}})",
+        R"({"anna": {"password": "x", "era": "", "owner": 1, "roots": []}})",
+        R"({"anna": {"password": "x", "era": "", "owner": true, "roots": {}}})",
         R"({"anna": {"password": "x", "era": "", "owner": true, "roots": [1]}})"}) {
     Write(kFile, damage);
     EXPECT_TRUE(accounts::AreNeeded()) << damage;

@@ -1,12 +1,14 @@
 #include "accounts/attempts.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <vector>
 
+#include "accounts/secrets.h"
 #include "support/sysroot.h"
 
 namespace {
@@ -104,17 +106,31 @@ TEST_F(Tries, OfSeveralProcessesAreNotShared) {
   EXPECT_EQ(taken, kLimit.tries);
 }
 
-TEST_F(Tries, OldBucketsAreSweptAway) {
+TEST_F(Tries, ThatCannotBeCountedAreNone) {
+  MakeDirectory(std::string(kFolder) + "/" + accounts::DigestOf("anna"));
+  EXPECT_EQ(Take("anna", kNow), 10);
+}
+
+TEST_F(Tries, AreCountedWhereOthersCannotLook) {
   Take("anna", kNow);
-  Attempts::Sweep(time(nullptr));
+  struct stat status {};
+  ASSERT_EQ(stat(Path(kFolder).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0700U);
+}
+
+TEST_F(Tries, ABucketIsSweptAwayAfterADay) {
+  constexpr int kDay = 24 * 3600;
+  constexpr int kSlack = 600;
+  Take("anna", kNow);
+  Attempts::Sweep(time(nullptr) + kDay - kSlack);
   EXPECT_FALSE(std::filesystem::is_empty(Path(kFolder)));
-  Attempts::Sweep(time(nullptr) + 2 * 24 * 3600);
+  Attempts::Sweep(time(nullptr) + kDay + kSlack);
   EXPECT_TRUE(std::filesystem::is_empty(Path(kFolder)));
 }
 
 TEST(Clients, AreTheirAddressOrTheirNetworkOfIpv6) {
   EXPECT_EQ(accounts::ClientOf("192.0.2.7"), "192.0.2.7");
-  EXPECT_EQ(accounts::ClientOf("2001:db8:1:2:3:4:5:6"), accounts::ClientOf("2001:db8:1:2::9"));
+  EXPECT_EQ(accounts::ClientOf("2001:db8:1:2:ff34:4:5:6"), accounts::ClientOf("2001:db8:1:2::9"));
   EXPECT_NE(accounts::ClientOf("2001:db8:1:2::9"), accounts::ClientOf("2001:db8:1:3::9"));
   EXPECT_EQ(accounts::ClientOf(""), "");
 }

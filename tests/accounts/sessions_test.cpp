@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
+#include "accounts/ownership.h"
 #include "accounts/secrets.h"
 #include "support/sysroot.h"
 
@@ -28,6 +30,12 @@ class Sessions : public test::Sysroot {
     return BeginSession(*accounts::Find("anna"), now);
   }
 
+  struct stat StatusOf(const std::string& path) const {
+    struct stat status {};
+    EXPECT_EQ(lstat(Path(path).c_str(), &status), 0) << path;
+    return status;
+  }
+
   std::vector<std::string> Files() const {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(Path(kFolder))) {
@@ -49,10 +57,36 @@ TEST_F(Sessions, TheIdItselfIsNotKept) {
   const std::string id = Begin();
   ASSERT_EQ(Files().size(), 1U);
   EXPECT_EQ(Files()[0], accounts::DigestOf(id));
-  EXPECT_EQ(Read(std::string(kFolder) + "/" + Files()[0]).find(id), std::string::npos);
-  struct stat status {};
-  ASSERT_EQ(stat(Path(kFolder).c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0700U);
+  const std::string file = std::string(kFolder) + "/" + Files()[0];
+  EXPECT_EQ(Read(file).find(id), std::string::npos);
+  EXPECT_EQ(StatusOf(kFolder).st_mode & 07777, 0700U);
+  EXPECT_EQ(StatusOf(file).st_mode & 07777, 0600U);
+}
+
+TEST_F(Sessions, WhatRootMakesBelongsToTheFoldersOwner) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  constexpr uid_t kService = 1234;
+  MakeDirectory("/run/mirevo");
+  ASSERT_EQ(chown(Path("/run/mirevo").c_str(), kService, kService), 0);
+  Begin();
+  EXPECT_EQ(StatusOf(kFolder).st_uid, kService);
+  EXPECT_EQ(StatusOf(std::string(kFolder) + "/" + Files().at(0)).st_uid, kService);
+}
+
+TEST_F(Sessions, ALinkIsGivenAwayAndNotWhatItLeadsTo) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  constexpr uid_t kService = 1234;
+  MakeDirectory("/service");
+  ASSERT_EQ(chown(Path("/service").c_str(), kService, kService), 0);
+  Write("/secret", "");
+  ASSERT_EQ(symlink(Path("/secret").c_str(), Path("/service/link").c_str()), 0);
+  accounts::LeaveToFolderOwner(Path("/service/link"));
+  EXPECT_EQ(StatusOf("/service/link").st_uid, kService);
+  EXPECT_EQ(StatusOf("/secret").st_uid, 0U);
 }
 
 TEST_F(Sessions, UseKeepsOneAliveUntilItIsTooOld) {
@@ -102,6 +136,30 @@ TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
   EXPECT_FALSE(UseSession(oldest, kNow));
 }
 
+TEST_F(Sessions, OfOthersDoNotCountAndStay) {
+  accounts::Create("bob", kPassword, false, {});
+  const std::string bobs = BeginSession(*accounts::Find("bob"), kNow - 1);
+  for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
+    ASSERT_FALSE(Begin().empty());
+  }
+  EXPECT_TRUE(UseSession(bobs, kNow));
+}
+
+TEST_F(Sessions, ThatHaveEndedAreSweptAwayByTheNext) {
+  Begin();
+  Write(std::string(kFolder) + "/damaged", "");
+  Begin(kNow + accounts::kSessionIdleSeconds + 1);
+  EXPECT_EQ(Files().size(), 1U);
+}
+
+TEST_F(Sessions, AnotherLoginsUnfinishedFileStays) {
+  Begin();
+  const std::string unfinished = std::string(kFolder) + "/" + Files()[0] + ".abc123";
+  Write(unfinished, "");
+  Begin();
+  EXPECT_TRUE(Exists(unfinished));
+}
+
 TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
   Write("/run/mirevo/marker", "here");
   Begin();
@@ -132,6 +190,16 @@ TEST(Secrets, AreOfOneFormAndNeverTheSame) {
   EXPECT_TRUE(accounts::SameSecret(one, one));
   EXPECT_FALSE(accounts::SameSecret(one, one.substr(1)));
   EXPECT_FALSE(accounts::SameSecret(one, accounts::NewSecret()));
+}
+
+TEST(Secrets, HaveNothingThatAnAddressOrAPathWouldRead) {
+  EXPECT_TRUE(accounts::IsSecret(std::string(41, 'a') + "-_"));
+  for (const char c : {'/', '+', '=', '.', '%', '\n', '\0', '\xe4'}) {
+    EXPECT_FALSE(accounts::IsSecret(std::string(42, 'a') + c)) << static_cast<int>(c);
+  }
+  for (int i = 0; i < 64; ++i) {
+    EXPECT_TRUE(accounts::IsSecret(accounts::NewSecret()));
+  }
 }
 
 TEST(Secrets, ADigestIsSha256) {

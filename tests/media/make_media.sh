@@ -33,9 +33,10 @@ derive() {
   mv "$temporary" "$folder/$name"
 }
 
-x264='-c:v libx264 -preset ultrafast -pix_fmt yuv420p -g 48'
-film h264_ac3.mkv 60 24 $x264 -ac 2 -c:a ac3 -b:a 192k
-film h264_aac.mp4 60 25 $x264 -ac 2 -c:a aac -b:a 128k
+# "$@" from here on: pictures that nearly every client plays.
+set -- -c:v libx264 -preset ultrafast -pix_fmt yuv420p -g 48
+film h264_ac3.mkv 60 24 "$@" -ac 2 -c:a ac3 -b:a 192k
+film h264_aac.mp4 60 25 "$@" -ac 2 -c:a aac -b:a 128k
 film mpeg4_mp3.avi 30 25 -c:v mpeg4 -q:v 5 -c:a libmp3lame -b:a 128k
 film mpeg2_mp2.ts 30 25 -c:v mpeg2video -q:v 5 -g 15 -bf 2 -c:a mp2 -b:a 192k
 film vp9_opus.webm 30 24 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 500k -c:a libopus
@@ -44,8 +45,8 @@ film hevc10_aac.mov 30 24 -c:v libx265 -preset ultrafast -x265-params log-level=
 # A phone's portrait film: coded lying down, turned by the container.
 derive portrait.mp4 h264_aac.mp4 -c copy -metadata:s:v rotate=90
 # The shapes of old television and of the cinema.
-derive tv.mkv h264_ac3.mkv -t 20 -vf crop=480:360:0:0 $x264 -c:a copy
-derive cinema.mkv h264_ac3.mkv -t 20 -vf crop=640:272:0:0 $x264 -c:a copy
+derive tv.mkv h264_ac3.mkv -t 20 -vf crop=480:360:0:0 "$@" -c:a copy
+derive cinema.mkv h264_ac3.mkv -t 20 -vf crop=640:272:0:0 "$@" -c:a copy
 derive no_audio.mkv h264_ac3.mkv -map 0:v -c copy
 derive no_video.mka h264_ac3.mkv -map 0:a -c copy
 derive two_audio.mkv h264_ac3.mkv -map 0:v -map 0:a -map 0:a -c:v copy -c:a:0 copy -c:a:1 aac \

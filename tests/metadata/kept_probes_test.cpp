@@ -168,7 +168,7 @@ TEST_F(FilmKept, GivesWayToItsNextState) {
 TEST_F(FilmKept, IsNotWhatChangedWhileItWasProbed) {
   KeepProbe(film_, {"as it was", true}, MadeUp());
   EXPECT_FALSE(IsKnown(film_));
-  EXPECT_FALSE(IsKept(film_));
+  EXPECT_FALSE(Exists(kFolder));
 }
 
 TEST_F(FilmKept, IsNotWhatHasJustChanged) {

@@ -25,9 +25,9 @@ class KeptFiles : public test::Sysroot {
   }
 
   // A file of some ten blocks that was changed at `second`.
-  void WriteOld(const std::string& name, time_t second) const {
+  void WriteOld(const std::string& name, time_t second, long nanosecond = 0) const {
     Write("/kept/" + name, std::string(40000, 'x'));
-    const timespec times[2] = {{second, 0}, {second, 0}};
+    const timespec times[2] = {{second, nanosecond}, {second, nanosecond}};
     utimensat(AT_FDCWD, (folder_ + "/" + name).c_str(), times, 0);
   }
 
@@ -57,6 +57,20 @@ TEST_F(KeptFiles, KeepTheirLocksAndWhatHasRoom) {
   EXPECT_EQ(Names(), (std::set<std::string>{".jobs", "a.jpg"}));
   orvo::TrimFolder(folder_, 0);
   EXPECT_EQ(Names(), (std::set<std::string>{".jobs"}));
+}
+
+TEST_F(KeptFiles, KnowTheOlderOfTwoOfOneSecond) {
+  WriteOld("a", 100, 2);
+  WriteOld("b", 100, 1);
+  orvo::TrimFolder(folder_, 50000);
+  EXPECT_EQ(Names(), std::set<std::string>{"a"});
+}
+
+TEST_F(KeptFiles, TakeUpRoomEvenWhenTheyAreEmptyAndLinksTakeNone) {
+  Write("/kept/empty", "");
+  fs::create_symlink(folder_ + "/empty", folder_ + "/link");
+  orvo::TrimFolder(folder_, 0);
+  EXPECT_EQ(Names(), std::set<std::string>{"link"});
 }
 
 TEST_F(KeptFiles, MakeRoomForTheNewestWithTheOldest) {

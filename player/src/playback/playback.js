@@ -3,25 +3,21 @@
 // Events: "change" whenever something to be shown has changed; "ended".
 import { get, localAddress, post, postLastly } from '../api.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
-import { BrowserFile } from './file.js';
-import { Segments } from './hls.js';
 import { abilitiesOf, KINDS, plan } from './kinds.js';
-import { Progressive } from './progressive.js';
-import { Smooth } from './smooth.js';
 import { SubtitleTrack } from './subtitle_track.js';
 
 const SLOW_SECONDS = 6; // after which the viewer is told why nothing moves
 const HOPELESS_SECONDS = 60; // after which it counts as a failure
 
-const isApple = () => navigator.vendor.startsWith('Apple');
-
 // Another way of playing may help against these no more than trying again.
 const SAME_EVERYWHERE = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'Unreachable']);
 
 export class Playback extends EventTarget {
-  constructor(video) {
+  // `engineFor`: gives the class that plays a kind in a browser with these abilities.
+  constructor(video, engineFor) {
     super();
     this.video = video;
+    this.engineFor = engineFor;
     this.can = abilitiesOf(video);
     this.wish = { muted: video.muted, speed: 1 }; // what the viewer wants, whatever a catch-up does meanwhile
     this.turn = 0; // raised by everything that makes what is under way pointless
@@ -70,15 +66,15 @@ export class Playback extends EventTarget {
     await closed;
     while (turn === this.turn) {
       try {
-        await this.openKind(this.kinds[0], second, turn);
+        await this.openKind(this.kinds[0], turn);
         return;
       } catch (error) {
-        await this.afterFailure(error, turn);
+        await this.afterFailedOpening(error, turn);
       }
     }
   }
 
-  async openKind(kind, second, turn) {
+  async openKind(kind, turn) {
     if (kind === undefined) {
       throw this.lastError ?? { reason: 'TransVideoNotSupported' };
     }
@@ -95,8 +91,8 @@ export class Playback extends EventTarget {
     this.queue = null;
     this.phase = 'manifest';
     this.mark('open');
-    this.engine = this.engineOf(kind);
-    await this.engine.open(stream, Math.min(second, Math.max(0, stream.duration - 1)));
+    this.engine = this.makeEngine(kind);
+    await this.engine.open(stream, Math.min(this.place, Math.max(0, stream.duration - 1)));
     this.showSubtitle();
     this.changed();
   }
@@ -112,7 +108,7 @@ export class Playback extends EventTarget {
     };
   }
 
-  engineOf(kind) {
+  makeEngine(kind) {
     const turn = this.turn;
     const current = (action) => (...values) => turn === this.turn && action(...values);
     const hooks = {
@@ -125,9 +121,8 @@ export class Playback extends EventTarget {
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
     };
-    const native = kind === 'direct' || (kind === 'hls' && (!this.can.segments || (this.can.nativeHls && isApple())));
-    const engines = { hls: Segments, ss: Smooth, http: Progressive, webm: Progressive };
-    return new (native ? BrowserFile : engines[kind])(this.video, hooks);
+    const Engine = this.engineFor(kind, this.can);
+    return new Engine(this.video, hooks);
   }
 
   // What has come of opening: { open, manifest, media, frame }, in milliseconds since it began.
@@ -150,16 +145,23 @@ export class Playback extends EventTarget {
     this.changed();
   }
 
+  // The server has refused, or the engine has not come; then its stream is open all the same.
+  async afterFailedOpening(error, turn) {
+    if (turn === this.turn) {
+      await this.closeStream();
+    }
+    await this.afterFailure(error, turn);
+  }
+
   // An engine has given up.
   async fail(error) {
-    const second = this.now();
+    this.place = this.now();
     const turn = ++this.turn;
-    this.place = second;
     const closed = this.closeStream();
     await this.afterFailure(error, turn);
     await closed;
     if (turn === this.turn && !this.error) {
-      await this.reopen(second);
+      await this.reopen(this.place);
     }
   }
 
@@ -237,12 +239,17 @@ export class Playback extends EventTarget {
 
   seek(second) {
     const place = Math.max(0, Math.min(second, this.duration()));
-    if (this.error || !this.engine) {
-      if (this.film && !this.queue) {
-        this.reopen(place);
-      }
-      return;
+    if (this.engine && !this.error) {
+      this.seekEngine(place);
+    } else if (this.queue) {
+      this.place = place; // for the next attempt
+      this.changed();
+    } else if (this.film) {
+      this.reopen(place);
     }
+  }
+
+  seekEngine(place) {
     this.phase = 'buffering';
     this.engine.seek(place);
     this.changed();
@@ -329,8 +336,9 @@ export class Playback extends EventTarget {
       this.fail({ reason: 'Stalled' });
       return;
     }
-    this.slow = slowWords(this.phase, this.stream && (await this.state().catch(() => null)));
+    const state = this.stream && (await this.state().catch(() => null));
     if (turn === this.turn) {
+      this.slow = slowWords(this.phase, state);
       this.changed();
     }
   }

@@ -3,7 +3,8 @@ import { get } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, nameOf, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
-import { abilitiesOf, KINDS, kindsFor, qualities } from '../playback/kinds.js';
+import { engineFor } from '../playback/engines.js';
+import { KINDS, kindsFor, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
@@ -31,7 +32,7 @@ export class PlayerView {
   constructor() {
     this.section = find('film');
     this.video = find('video');
-    this.playback = new Playback(this.video);
+    this.playback = new Playback(this.video, engineFor);
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();

@@ -89,7 +89,7 @@ export function observer(signal) {
   };
 }
 
-function tile(entry, address, sign, facts) {
+function makeTile(entry, address, sign, facts) {
   return element(
     'li',
     { class: 'tile' },
@@ -103,10 +103,10 @@ function tile(entry, address, sign, facts) {
   );
 }
 
-export const folderTile = (entry) => tile(entry, folderAddress(entry), 'folder', 'Folder');
+export const folderTile = (entry) => makeTile(entry, folderAddress(entry), 'folder', 'Folder');
 
 export function filmTile(entry, sight) {
-  const item = tile(entry, filmAddress(entry), 'film', entry.size ? sizeText(entry.size) : '');
+  const item = makeTile(entry, filmAddress(entry), 'film', entry.size ? sizeText(entry.size) : '');
   sight.watch(item, entry);
   return item;
 }
@@ -114,7 +114,7 @@ export function filmTile(entry, sight) {
 // A film that was begun; it goes on at once.
 export function begunTile(entry, sight) {
   const left = Math.max(0, entry.duration - entry.position);
-  const item = tile(entry, playAddress(entry, entry.position), 'film', `${clockText(left)} left`);
+  const item = makeTile(entry, playAddress(entry, entry.position), 'film', `${clockText(left)} left`);
   item.querySelector('.facts').before(element('progress', { max: entry.duration || 1, value: entry.position, 'aria-label': 'Watched' }));
   sight.watch(item, { encoded_path: entry.encoded_path }); // its facts are known
   return item;

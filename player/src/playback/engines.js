@@ -1,0 +1,15 @@
+// What plays each kind of stream in this browser.
+import { BrowserFile } from './file.js';
+import { Segments } from './hls.js';
+import { Progressive } from './progressive.js';
+import { Smooth } from './smooth.js';
+
+const ENGINES = { direct: BrowserFile, hls: Segments, http: Progressive, webm: Progressive, ss: Smooth };
+
+const isApple = () => navigator.vendor.startsWith('Apple');
+
+// `can`: what the browser plays, as abilitiesOf() gives it.
+export function engineFor(kind, can) {
+  const isNative = kind === 'hls' && (!can.segments || (can.nativeHls && isApple()));
+  return isNative ? BrowserFile : ENGINES[kind];
+}

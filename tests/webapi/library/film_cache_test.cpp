@@ -1,0 +1,59 @@
+#include "webapi/library/film_cache.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class FilmCache : public ::testing::Test {
+ protected:
+  FilmCache() {
+    std::string name = (fs::temp_directory_path() / "film-cache-XXXXXX").string();
+    folder_ = mkdtemp(name.data());
+  }
+  ~FilmCache() override { fs::remove_all(folder_); }
+
+  // A file that was changed at `second` and some nanoseconds.
+  std::string Write(const std::string& name, size_t size, time_t second,
+                    int64_t nanoseconds = 0) const {
+    const std::string path = folder_ + "/" + name;
+    std::ofstream(path) << std::string(size, 'x');
+    const timespec times[2] = {{second, nanoseconds}, {second, nanoseconds}};
+    utimensat(AT_FDCWD, path.c_str(), times, 0);
+    return path;
+  }
+
+  std::string folder_;
+};
+
+TEST_F(FilmCache, MakesItsFolderForWhatIsKept) {
+  EXPECT_TRUE(webapi::KeepInCache(folder_ + "/new/card.json", "{}"));
+  std::ifstream kept(folder_ + "/new/card.json");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
+}
+
+TEST_F(FilmCache, GivesAChangedFilmAnotherPlace) {
+  const std::string film = Write("film.mkv", 10, 100);
+  const std::string first = webapi::CachePath(film, "card", ".json");
+  EXPECT_EQ(first, webapi::CachePath(film, "card", ".json"));
+  EXPECT_NE(first, webapi::CachePath(film, "poster", ".json"));
+  Write("film.mkv", 11, 100);
+  const std::string larger = webapi::CachePath(film, "card", ".json");
+  EXPECT_NE(first, larger);
+  Write("film.mkv", 11, 101);
+  const std::string later = webapi::CachePath(film, "card", ".json");
+  EXPECT_NE(larger, later);
+  Write("film.mkv", 11, 101, 1);
+  EXPECT_NE(later, webapi::CachePath(film, "card", ".json"));
+  EXPECT_EQ(webapi::CachePath(folder_ + "/none.mkv", "card", ".json"), "");
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+#include "webapi/library/film_cache.h"
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <filesystem>
+
+#include "platform/plat.h"
+#include "util/kept_files.h"
+#include "util/md5.h"
+
+namespace webapi {
+namespace {
+
+constexpr int64_t kMaxBytes = 256 << 20;
+
+}  // namespace
+
+std::string CachePath(const std::string& film, const std::string& what, const std::string& ending) {
+  struct stat status {};
+  if (stat(film.c_str(), &status) != 0) {
+    return "";
+  }
+  // A zero byte stands in no path, so that no two films look alike.
+  const std::string key = film + '\0' + std::to_string(status.st_size) + ' ' +
+                          std::to_string(status.st_mtim.tv_sec) + '.' +
+                          std::to_string(status.st_mtim.tv_nsec) + ' ' + what;
+  return orvo::SystemPath(kCacheFolder) + "/" + LibMirevo::GetMD5(key) + ending;
+}
+
+bool KeepInCache(const std::string& path, const std::string& content) {
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, 0755) &&
+         orvo::KeepFile(path, content, 0644, kMaxBytes);
+}
+
+}  // namespace webapi
