@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <istream>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,11 @@ ORVO_API bool WriteAll(int fd, std::string_view content);
 // Replaces the file `path` by one with this content and mode in one step: a reader sees the old
 // file or the new one. False if the new file cannot be written; the old file stays.
 ORVO_API bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode = 0644);
+
+// The content of a regular file that belongs to this process's user and that no other user can
+// write. It is for places where others can put files: it follows no link and does not wait for a
+// pipe. Nothing for any other file, and for one longer than `maxBytes`.
+ORVO_API std::optional<std::string> ReadOwnFile(const std::string& path, size_t maxBytes);
 
 // Sets the file's modification time to now; creates the file if it does not exist. It does not
 // truncate the file, because that can wait for the disk.

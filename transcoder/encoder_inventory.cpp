@@ -54,11 +54,10 @@ std::string Identity(const std::string& executable) {
   return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
 }
 
-// Reads to the end of the file, but no more than `limit` bytes.
-std::string ReadUpTo(int fd, size_t limit) {
+std::string ReadToEnd(int fd) {
   std::string content;
   std::array<char, 4096> buffer;
-  while (content.size() < limit) {
+  while (true) {
     const ssize_t count = read(fd, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) {
       continue;
@@ -83,7 +82,7 @@ std::optional<std::string> Listing(const std::string& executable) {
   program.descriptors = {{writeEnd.Get(), STDOUT_FILENO}};
   Process process = Start(program);
   writeEnd.Reset();
-  std::string text = ReadUpTo(readEnd.Get(), SIZE_MAX);
+  std::string text = ReadToEnd(readEnd.Get());
   return process.Wait() == 0 ? std::optional(std::move(text)) : std::nullopt;
 }
 
@@ -121,19 +120,9 @@ std::string Header(const std::string& identity, std::string_view body) {
   return "orvo-encoders " + identity + " " + std::to_string(Checksum(body));
 }
 
-// The folder is open to others: only a plain file of this process's own user is believed.
-std::string ReadOwnFile(const std::string& path) {
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  struct stat status {};
-  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      status.st_uid != geteuid()) {
-    return "";
-  }
-  return ReadUpTo(file.Get(), kLongestCache);
-}
-
 std::optional<Names> ReadCache(const std::string& path, const std::string& identity) {
-  const std::string content = ReadOwnFile(path);
+  // The folder is open to others.
+  const std::string content = ReadOwnFile(path, kLongestCache).value_or("");
   const auto end = content.find('\n');
   if (end == std::string::npos) {
     return std::nullopt;

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <string>
 
 namespace {
@@ -32,52 +31,13 @@ class FilmCache : public ::testing::Test {
     return path;
   }
 
-  std::set<std::string> Names() const {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder_)) {
-      names.insert(entry.path().filename().string());
-    }
-    return names;
-  }
-
   std::string folder_;
 };
-
-TEST_F(FilmCache, LosesItsOldestFilesWhenItIsTooLarge) {
-  Write("old.jpg", 40000, 100);
-  Write("new.jpg", 40000, 300);
-  Write("middle.jpg", 40000, 200);
-  webapi::TrimFolder(folder_, 100000);
-  EXPECT_EQ(Names(), (std::set<std::string>{"middle.jpg", "new.jpg"}));
-}
-
-TEST_F(FilmCache, KnowsTheOlderOfTwoOfOneSecond) {
-  Write("a.jpg", 40000, 100, 2);
-  Write("b.jpg", 40000, 100, 1);
-  webapi::TrimFolder(folder_, 50000);
-  EXPECT_EQ(Names(), std::set<std::string>{"a.jpg"});
-}
-
-TEST_F(FilmCache, CountsEmptyFilesAndFollowsNoLinks) {
-  Write("empty.jpg", 0, 100);
-  fs::create_symlink(folder_ + "/empty.jpg", folder_ + "/link");
-  webapi::TrimFolder(folder_, 0);
-  EXPECT_EQ(Names(), std::set<std::string>{"link"});
-}
 
 TEST_F(FilmCache, MakesItsFolderForWhatIsKept) {
   EXPECT_TRUE(webapi::KeepInCache(folder_ + "/new/card.json", "{}"));
   std::ifstream kept(folder_ + "/new/card.json");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
-}
-
-TEST_F(FilmCache, KeepsItsLocksAndWhatHasRoom) {
-  Write(".jobs", 40000, 1);
-  Write("a.jpg", 40000, 2);
-  webapi::TrimFolder(folder_, 100000);
-  EXPECT_EQ(Names(), (std::set<std::string>{".jobs", "a.jpg"}));
-  webapi::TrimFolder(folder_, 0);
-  EXPECT_EQ(Names(), (std::set<std::string>{".jobs"}));
 }
 
 TEST_F(FilmCache, GivesAChangedFilmAnotherPlace) {
