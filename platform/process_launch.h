@@ -97,7 +97,7 @@ struct Program {
   // Exactly these, each NAME=value; the caller's where there is nothing.
   std::optional<std::vector<std::string>> environment = std::nullopt;
   // Besides those, this variable holds the program's own process id; "" for none.
-  std::string pidVariable = "";
+  std::string pidVariable = {};
   // The program has these, its standard streams and no others...
   std::vector<PassedDescriptor> descriptors = {};
   // ...and where this is set, also those of the caller's that are not close-on-exec.
