@@ -226,7 +226,8 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
-  const orvo::Process process = Start(server, std::move(sockets));
+  const orvo::Process process = Start(server, sockets);
+  sockets.clear();  // the web server's alone, so that they close when it ends
   if (!process) {
     std::cerr << "the web server could not be started: " << std::strerror(errno) << "\n";
     return 1;

@@ -216,7 +216,7 @@ std::vector<std::string> EnvironmentWith(size_t sockets) {
 
 }  // namespace
 
-orvo::Process Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets) {
+orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& sockets) {
   const std::string path = server.stateFolder + "/lighttpd.conf";
   if (!WriteConfiguration(server, path)) {
     return {};

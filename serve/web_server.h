@@ -25,9 +25,9 @@ struct WebServer {
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };
 
-// Starts the server on the sockets of its endpoints, which it takes over. It dies with this
-// process. No process, with errno set, when it cannot be started.
-orvo::Process Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets);
+// Starts the server on the sockets of its endpoints, which the caller closes afterwards. It dies
+// with this process. No process, with errno set, when it cannot be started.
+orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& sockets);
 
 // Waits for a first answer; false when the server ends instead.
 bool Answers(const WebServer& server);

@@ -15,7 +15,6 @@ namespace {
 using orvo::Process;
 using test::Child;
 using test::InChild;
-using test::Pipe;
 
 Process Shell(const std::string& script) {
   return orvo::Start({"/bin/sh", {"sh", "-c", script}});
