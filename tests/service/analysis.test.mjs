@@ -101,11 +101,18 @@ test('what is no film is tried once', async () => {
   const own = path.join(service.root, 'var/packages/Mirevo/cache/keyframes');
   const failures = fs.readdirSync(own).filter((name) => /\/text\.mkv$/.test(fs.readFileSync(path.join(own, name, 'film'), 'utf8')));
   assert.equal(failures.length, 1);
-  const before = fs.statSync(path.join(own, failures[0], 'film')).mtimeMs;
+  const tried = fs.statSync(path.join(own, failures[0], 'film')).mtimeMs;
   process.kill(watcher().pid, 'SIGKILL');
   await eventually(() => (watcher() ? true : undefined));
   await isIdle();
-  assert.equal(fs.statSync(path.join(own, failures[0], 'film')).mtimeMs, before);
+  assert.equal(fs.statSync(path.join(own, failures[0], 'film')).mtimeMs, tried);
+});
+
+test('status and doctor say how far it is and what has failed', () => {
+  const mirevo = (command) =>
+    execFileSync(path.join(build, 'target/bin/mirevo'), [command], { env: service.environment, encoding: 'utf8' });
+  assert.match(mirevo('status'), /^key frames: \d+ films analyzed, \d+ failed, \d+ in line/m);
+  assert.match(mirevo('doctor'), /key frames +failed: 1, such as \S+text\.mkv: Invalid data/);
 });
 
 test('a film that is added gets a result, in a new folder, too', async () => {
@@ -144,10 +151,10 @@ test('an open stream keeps its plan', async () => {
   const film = put('h264_aac.mp4', 'open.mp4');
   const { stream, segments, lengths } = await playlistOf(film);
   const sizeOf = () => fs.statSync(path.join(service.root, 'tmp/Mirevo/HLS', stream, 'pre_analysis')).size;
-  const before = sizeOf();
+  const size = sizeOf();
   await result(film);
   assert.equal((await fetch(new URL(segments.at(-1), service.address))).status, 200);
-  assert.equal(sizeOf(), before);
+  assert.equal(sizeOf(), size);
   assert.equal(segments.length, lengths.length);
   await close(stream);
 });
