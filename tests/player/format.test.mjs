@@ -4,7 +4,7 @@ import { test } from 'node:test';
 
 import { clockText, frameRateText, nameOf, rateText, sizeText, spokenTime } from '../../player/src/format.js';
 import { crumbsOf } from '../../player/src/view/library.js';
-import { parseAddress } from '../../player/src/view/page.js';
+import { addressAt, parseAddress } from '../../player/src/view/page.js';
 
 test('times have a short and a spoken form', () => {
   assert.deepEqual([0, 59.9, 61, 3725, NaN].map(clockText), ['0:00', '0:59', '1:01', '1:02:05', '0:00']);
@@ -26,6 +26,13 @@ test('an address contains a view, an encoded path and parameters', () => {
   const { view, path, parameters } = parseAddress('#/play/films/a%3Fb%2F.mkv?t=12&kind=hls');
   assert.deepEqual([view, path, parameters.get('t'), parameters.get('kind')], ['play', '/films/a%3Fb%2F.mkv', '12', 'hls']);
   assert.deepEqual(['#/', '#/search?q=a', 'nonsense'].map((hash) => parseAddress(hash).view), ['', 'search', '']);
+});
+
+test('the address follows the film that plays, and no other', () => {
+  const film = { encoded_path: '/films/a%20b.mkv' };
+  const addresses = ['#/play/films/a%20b.mkv?t=0', '#/play/films/c.mkv?t=0', '#/film/films/a%20b.mkv', '#/'];
+  assert.deepEqual(addresses.map((hash) => addressAt(hash, film, 61.9, '')), ['#/play/films/a%20b.mkv?t=61', '', '', '']);
+  assert.equal(addressAt('#/play/films/a%20b.mkv', film, 5, 'hls'), '#/play/films/a%20b.mkv?t=5&kind=hls');
 });
 
 test('the way to a folder begins at its media root', () => {

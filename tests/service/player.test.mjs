@@ -171,6 +171,38 @@ test('a film resumes where the viewer stopped', async () => {
   await viewer.runsFrom(saved.position);
 });
 
+test('a reload, and the back button after another page, return to the place of the film', async () => {
+  const viewer = await enter();
+  const { page } = viewer;
+  const isBack = async () => {
+    await viewer.runsFrom(100);
+    assert.ok((await viewer.state()).time < 115);
+  };
+  await watch(viewer, 'long.mkv');
+  await viewer.playing();
+  await viewer.seekTo(100);
+  await page.reload();
+  await isBack();
+  await viewer.wake();
+  await page.getByRole('link', { name: 'Back' }).click();
+  await page.getByRole('link', { name: /^Resume at 1:[45]/ }).waitFor();
+  assert.equal(await page.evaluate(() => window.location.hash), filmPlace('long.mkv'));
+  await page.goBack();
+  await isBack();
+  assert.deepEqual(viewer.complaints, []);
+});
+
+test('a page that is hidden has saved the place of its film', async () => {
+  const viewer = await enter();
+  await watch(viewer, 'long.mkv', { t: 50 });
+  await viewer.runsFrom(50);
+  await viewer.page.evaluate(() => {
+    Object.defineProperty(document, 'hidden', { value: true });
+    document.dispatchEvent(new Event('visibilitychange'));
+  });
+  await eventually(async () => (await service.call('History', 'list')).data.items.find(({ position }) => position >= 50));
+});
+
 test('the preview shows the position at the pointer', async () => {
   const viewer = await enter();
   await watch(viewer, 'long.mkv');

@@ -25,11 +25,18 @@ export async function attempt(action) {
 
 export const folderAddress = (entry) => `#/folder${entry.encoded_path}`;
 export const filmAddress = (entry) => `#/film${entry.encoded_path}`;
-// `second`: where to begin. An address may also contain "kind=", the playback method.
-export const playAddress = (entry, second = 0) => `#/play${entry.encoded_path}?t=${Math.floor(second)}`;
+// `second`: where to begin; `kind`: the playback method, '' for the default.
+export const playAddress = (entry, second = 0, kind = '') => `#/play${entry.encoded_path}?t=${Math.floor(second)}${kind && `&kind=${kind}`}`;
 
 // The parts of an address after "#": { view, path, parameters }. The path stays encoded.
 export function parseAddress(hash) {
   const [, view = '', path = '', query = ''] = hash.match(/^#\/([a-z]*)(\/[^?]*)?(?:\?(.*))?$/) ?? [];
   return { view, path, parameters: new URLSearchParams(query) };
+}
+
+// The address of the film that plays, with the second that it has reached. '' if `hash` names something else: the
+// browser changes the address before the page learns that the viewer has gone back.
+export function addressAt(hash, entry, second, kind) {
+  const { view, path } = parseAddress(hash);
+  return view === 'play' && path === entry.encoded_path ? playAddress(entry, second, kind) : '';
 }

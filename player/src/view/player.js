@@ -10,7 +10,7 @@ import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { audioText, subtitleText } from './film.js';
 import { handleKey, showHelp } from './keyboard.js';
-import { attempt, filmAddress, say } from './page.js';
+import { addressAt, attempt, filmAddress, say } from './page.js';
 import { choiceOf, preferences, remember } from './preferences.js';
 import { Statistics } from './statistics.js';
 import { Thumbnails } from './thumbnails.js';
@@ -145,6 +145,8 @@ export class PlayerView {
     }
     document.addEventListener('keydown', (event) => !this.section.hidden && handleKey(event, this));
     window.addEventListener('pagehide', () => this.leaveLastly());
+    // A browser discards hidden pages without telling them.
+    document.addEventListener('visibilitychange', () => document.hidden && this.keeper.saveLastly());
     window.addEventListener('pageshow', ({ persisted }) => persisted && playback.film && playback.reopen(playback.place));
   }
 
@@ -297,6 +299,16 @@ export class PlayerView {
     position.style.setProperty('--buffered', share(now + playback.buffered()));
     position.setAttribute('aria-valuetext', `${spokenTime(now)} of ${spokenTime(duration)}`);
     this.clock.textContent = `${clockText(now)} / ${clockText(duration)}`;
+    this.followPlace(now);
+  }
+
+  // Keeps the place in the address, so that a reload and the back button return to it.
+  followPlace(second) {
+    const { film, choice } = this.playback;
+    const address = film ? addressAt(window.location.hash, film.entry, second, choice.kind) : '';
+    if (address && address !== window.location.hash) {
+      window.history.replaceState(window.history.state, '', address);
+    }
   }
 
   showVolume() {
