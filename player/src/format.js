@@ -22,9 +22,29 @@ export function spokenTime(seconds) {
   return said.join(' ') || '0 seconds';
 }
 
+const UNITS = ['bytes', 'kB', 'MB', 'GB', 'TB'];
+
+// 100000 -> "100 kB", 4700000000 -> "4.7 GB"
 export function sizeText(bytes) {
-  return bytes < 1e9 ? `${Math.ceil(bytes / 1e6)} MB` : `${(bytes / 1e9).toFixed(1)} GB`;
+  let size = bytes;
+  let unit = 0;
+  // 999.5 would be shown as 1000.
+  while (size >= 999.5 && unit < UNITS.length - 1) {
+    size /= 1000;
+    ++unit;
+  }
+  return `${unit > 0 && size < 9.95 ? size.toFixed(1) : Math.round(size)} ${UNITS[unit]}`;
 }
+
+const collator = new Intl.Collator(undefined, { numeric: true });
+
+// The entries in the order of their names, as in the viewer's language; numbers count by their value.
+export const sortedByName = (entries) => [...entries].sort((a, b) => collator.compare(a.name, b.name));
+
+const folded = (text) => text.normalize('NFD').replace(/\p{M}/gu, '').toLowerCase();
+
+// Does the name contain every word, in any order and case, with or without accents?
+export const hasWords = (name, words) => folded(words).trim().split(/\s+/).every((word) => folded(name).includes(word));
 
 export function rateText(bitsPerSecond) {
   return bitsPerSecond < 1e6 ? `${Math.round(bitsPerSecond / 1000)} kbit/s` : `${(bitsPerSecond / 1e6).toFixed(1)} Mbit/s`;

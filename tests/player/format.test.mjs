@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { clockText, frameRateText, nameOf, rateText, sizeText, spokenTime } from '../../player/src/format.js';
+import { clockText, frameRateText, hasWords, nameOf, rateText, sizeText, sortedByName, spokenTime } from '../../player/src/format.js';
 import { crumbsOf } from '../../player/src/view/library.js';
 import { addressAt, parseAddress } from '../../player/src/view/page.js';
 
@@ -12,9 +12,21 @@ test('times have a short and a spoken form', () => {
 });
 
 test('sizes and rates have their units', () => {
-  assert.deepEqual([1, 12272151, 4.7e9].map(sizeText), ['1 MB', '13 MB', '4.7 GB']);
+  assert.deepEqual([0, 17, 999, 100000, 999600, 12272151].map(sizeText), ['0 bytes', '17 bytes', '999 bytes', '100 kB', '1.0 MB', '12 MB']);
+  assert.deepEqual([4.7e9, 99.96e9, 2.5e12].map(sizeText), ['4.7 GB', '100 GB', '2.5 TB']);
   assert.deepEqual([192000, 5e6].map(rateText), ['192 kbit/s', '5.0 Mbit/s']);
   assert.deepEqual(['24000/1001', 25, '', 0, 'x'].map(frameRateText), ['23.98 fps', '25 fps', '', '', '']);
+});
+
+test('names are sorted as people count and spell', () => {
+  const names = ['clip 1', 'Clip 2', 'clip 10', 'éclair', 'Eclipse', 'zebra'];
+  assert.deepEqual(sortedByName([...names].reverse().map((name) => ({ name }))).map(({ name }) => name), names);
+});
+
+test('words are found in any order, without accents', () => {
+  assert.ok(hasWords('Le Café du Soir 2.mkv', ' 2 CAFE '));
+  assert.ok(hasWords('Cafe.mkv', 'café'));
+  assert.ok(!hasWords('Le Café.mkv', 'cafe soir'));
 });
 
 test('an encoded path gives a name, whether it is valid text or not', () => {

@@ -41,7 +41,7 @@ const begun = { path: 'x', encoded_path: filmPath('long.mkv'), name: 'long.mkv',
 // The pages: a name, a function that waits for the page, and its address.
 const PAGES = [
   ['the library', async ({ page }) => page.getByRole('link', { name: /h264_ac3/ }).waitFor(), ''],
-  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films named' }).waitFor(), '#/search?q=h264'],
+  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films and folders named' }).waitFor(), '#/search?q=h264'],
   ['a film', async ({ page }) => {
     await page.getByText('All playback methods and qualities').click();
     await page.getByRole('region', { name: 'Playback methods of this film' }).waitFor();

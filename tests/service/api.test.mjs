@@ -205,6 +205,31 @@ test('a search finds films in any case below all roots, and says when it stops e
   await refuses(service.call('Library', 'search', { q: 'a', path: '/etc' }), 403, 'Forbidden');
 });
 
+test('a search finds words in any order, without accents, in the names of folders too', async () => {
+  const season = path.join(folder, 'sub/Éclair 2');
+  fs.mkdirSync(season);
+  for (const name of ['10 Café.mkv', '9 Café.mkv']) fs.linkSync(film, path.join(season, name));
+  const found = async (q) => {
+    const { data } = await service.call('Library', 'search', { q });
+    return [...data.folders, ...data.files].map(({ name }) => name);
+  };
+  assert.deepEqual(await found('2 eclair'), ['Éclair 2']);
+  assert.deepEqual(await found('CAFE eclair'), ['9 Café.mkv', '10 Café.mkv']);
+  assert.deepEqual(await found('cafe nowhere'), []);
+  assert.deepEqual(await found(' '), []);
+  fs.rmSync(season, { recursive: true });
+});
+
+test('a folder is listed as people count', async () => {
+  const names = ['clip 1.mkv', 'Clip 2.mkv', 'clip 10.mkv'];
+  const clips = path.join(folder, 'sub/clips');
+  fs.mkdirSync(clips);
+  for (const name of names) fs.linkSync(film, path.join(clips, name));
+  const { data } = await service.call('Library', 'list', { path: clips });
+  assert.deepEqual(data.files.map(({ name }) => name), names);
+  fs.rmSync(clips, { recursive: true });
+});
+
 test('a card has the facts of a film as it is displayed', async () => {
   const { data } = await service.call('Library', 'card', { path: path.join(media, 'portrait.mp4') });
   assert.deepEqual(data, { duration: 60, width: 360, height: 640, video: 'h264', audio: 'aac' });

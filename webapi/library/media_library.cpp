@@ -12,6 +12,7 @@
 #include "platform/plat.h"
 #include "util/json_utils.h"
 #include "util/media_names.h"
+#include "util/name_order.h"
 #include "util/system_files.h"
 #include "webapi/http/request.h"
 
@@ -199,7 +200,7 @@ Answer ListFolder(const std::string& path) {
   if (failure) {
     return Answer::Failure(kBadRequest, "This is not a folder that can be read.");
   }
-  std::sort(paths.begin(), paths.end());
+  std::sort(paths.begin(), paths.end(), orvo::NameComesBefore);
   for (const std::string& entry : paths) {
     listing.Add(entry, false);
   }

@@ -42,9 +42,9 @@ std::string RealPath(const std::string& path);
 // exact bytes, ready to stand in a query.
 Json::Value DescribeEntry(const std::string& path, const struct stat& status);
 
-// The folders and playable files in the folder `path` (the media roots for ""), sorted by name, and
-// the "parent" to go back to, if there is one. Folders that systems keep for themselves are left
-// out (util/media_names.h).
+// The folders and playable files in the folder `path` (the media roots for ""), sorted as people do
+// it (util/name_order.h), and the "parent" to go back to, if there is one. Folders that systems
+// keep for themselves are left out (util/media_names.h).
 Answer ListFolder(const std::string& path);
 
 }  // namespace webapi

@@ -4,16 +4,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <climits>
-#include <clocale>
-#include <cwchar>
-#include <cwctype>
 #include <filesystem>
-#include <set>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "util/media_names.h"
+#include "util/name_order.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -27,33 +25,29 @@ constexpr int kMaxEntries = 100000;
 constexpr int kMaxDepth = 32;
 constexpr auto kTimeLimit = std::chrono::seconds(2);
 
-// The calling thread's characters are UTF-8 for as long as this lives.
-class Utf8Scope {
- public:
-  Utf8Scope() : previous_(uselocale(Locale())) {}
-  Utf8Scope(const Utf8Scope&) = delete;
-  Utf8Scope& operator=(const Utf8Scope&) = delete;
-  ~Utf8Scope() { uselocale(previous_); }
+std::vector<std::string> WordsOf(const std::string& text) {
+  std::istringstream words(orvo::FoldName(text));
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
- private:
-  // It stays as it is where the system has no such locale.
-  static locale_t Locale() {
-    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    return locale;
-  }
+std::string NameOf(const std::string& path) {
+  return fs::path(path).filename().string();
+}
 
-  locale_t previous_;
-};
+bool NameComesBefore(const std::string& left, const std::string& right) {
+  const std::string names[] = {NameOf(left), NameOf(right)};
+  return names[0] != names[1] ? orvo::NameComesBefore(names[0], names[1]) : left < right;
+}
 
 class Search {
  public:
-  explicit Search(const std::string& text) : text_(FoldCase(text)) {}
+  explicit Search(const std::string& text) : words_(WordsOf(text)) {}
 
   // Looks through a folder and those below it. A root that is a file is looked at itself.
   void In(const std::string& root) {
     std::error_code failure;
     if (!fs::is_directory(root, failure)) {
-      Look(root);
+      LookAtFilm(root, fs::path(root).parent_path().string());
       return;
     }
     fs::recursive_directory_iterator entry(root, fs::directory_options::skip_permission_denied,
@@ -62,77 +56,83 @@ class Search {
          entry.increment(failure)) {
       // What hides is not listed either. A linked folder is not entered: what it leads to is found
       // where it is, and links may lead in circles.
-      const std::string name = entry->path().filename().string();
-      if (orvo::IsSystemFolderName(name) || entry.depth() >= kMaxDepth) {
+      const std::string path = entry->path().string();
+      const bool isSystemFolder = orvo::IsSystemFolderName(NameOf(path));
+      if (isSystemFolder || entry.depth() >= kMaxDepth) {
         entry.disable_recursion_pending();
       }
-      Look(entry->path().string());
+      std::error_code unknown;
+      if (!entry->is_directory(unknown)) {
+        LookAtFilm(path, root);
+      } else if (!isSystemFolder && !entry->is_symlink(unknown) && Matches(path, root)) {
+        folders_.push_back(path);
+      }
     }
     isTruncated_ = isTruncated_ || failure;
   }
 
-  Answer Finish() const {
+  Answer Finish() {
     Json::Value data(Json::objectValue);
-    data["files"] = Json::Value(Json::arrayValue);
-    for (const auto& [name, path] : found_) {
-      struct stat status {};
-      if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-        data["files"].append(DescribeEntry(path, status));
-      }
-    }
+    data["folders"] = Describe(folders_, S_IFDIR);
+    data["files"] = Describe(films_, S_IFREG);
     data["truncated"] = isTruncated_;
     return Answer::Success(data);
   }
 
  private:
   bool MayGoOn() {
-    isTruncated_ = isTruncated_ || ++entries_ > kMaxEntries || found_.size() >= kMaxFound ||
-                   Clock::now() > deadline_;
+    isTruncated_ = isTruncated_ || ++entries_ > kMaxEntries ||
+                   films_.size() + folders_.size() >= kMaxFound || Clock::now() > deadline_;
     return !isTruncated_;
   }
 
-  void Look(const std::string& path) {
-    const std::string name = fs::path(path).filename().string();
-    const std::string folded = FoldCase(name);
-    if (!orvo::IsFilmName(name) || folded.find(text_) == std::string::npos) {
+  // Do all words occur in the way from the root, and one of them in the name itself? The films in a
+  // folder that is found are not found for its name alone.
+  bool Matches(const std::string& path, const std::string& root) const {
+    const std::string name = orvo::FoldName(NameOf(path));
+    const std::string way = orvo::FoldName(fs::path(path).lexically_relative(root).string());
+    const auto isIn = [](const std::string& text) {
+      return [&](const std::string& word) { return text.find(word) != std::string::npos; };
+    };
+    return std::any_of(words_.begin(), words_.end(), isIn(name)) &&
+           std::all_of(words_.begin(), words_.end(), isIn(way));
+  }
+
+  void LookAtFilm(const std::string& path, const std::string& root) {
+    if (!orvo::IsFilmName(NameOf(path)) || !Matches(path, root)) {
       return;
     }
     // A link that leads out of the roots is not there.
     std::error_code failure;
     if (!fs::is_symlink(path, failure) || LiesIn(roots_, RealPath(path))) {
-      found_.emplace(folded, path);
+      films_.push_back(path);
     }
   }
 
-  std::string text_;
+  // Sorts the paths and describes those that are of this type.
+  static Json::Value Describe(std::vector<std::string>& paths, mode_t type) {
+    Json::Value entries(Json::arrayValue);
+    std::sort(paths.begin(), paths.end(), NameComesBefore);
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    for (const std::string& path : paths) {
+      struct stat status {};
+      if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == type) {
+        entries.append(DescribeEntry(path, status));
+      }
+    }
+    return entries;
+  }
+
+  std::vector<std::string> words_;
   std::vector<std::string> roots_ = MediaRoots();
   Clock::time_point deadline_ = Clock::now() + kTimeLimit;
   int entries_ = 0;
   bool isTruncated_ = false;
-  std::set<std::pair<std::string, std::string>> found_;  // folded name and path
+  std::vector<std::string> films_;
+  std::vector<std::string> folders_;
 };
 
 }  // namespace
-
-std::string FoldCase(const std::string& text) {
-  const Utf8Scope scope;
-  std::string folded;
-  std::mbstate_t state{};
-  for (size_t at = 0; at < text.size();) {
-    wchar_t letter = 0;
-    const size_t length = std::mbrtowc(&letter, text.data() + at, text.size() - at, &state);
-    if (length == 0 || length > text.size() - at) {
-      folded += text[at++];
-      state = {};
-      continue;
-    }
-    char bytes[MB_LEN_MAX];
-    std::mbstate_t out{};
-    folded.append(bytes, std::wcrtomb(bytes, std::towlower(letter), &out));
-    at += length;
-  }
-  return folded;
-}
 
 Answer SearchFilms(const Request& request) {
   const std::string text = request.Text("q");

@@ -6,11 +6,10 @@
 
 namespace webapi {
 
-// The text in lower case, the letters of all scripts; bytes that are no UTF-8 stay as they are.
-std::string FoldCase(const std::string& text);
-
-// The films below the roots (or "path") whose names contain "q" in any case, sorted by name.
-// "truncated" when there may be more than what was looked at in the time.
+// The films and folders below the roots (or "path"), sorted by name, in whose names the words of
+// "q" occur: in any order and case, with or without accents. Words may also stand in the names of
+// the folders above, but not all of them. "truncated" when there may be more than what was looked
+// at in the time.
 Answer SearchFilms(const Request& request);
 
 }  // namespace webapi

@@ -1,7 +1,7 @@
 // The library: folders and films, films to continue, and the search.
 import { asText, get } from '../api.js';
 import { element } from '../dom.js';
-import { nameOf } from '../format.js';
+import { hasWords, nameOf, sortedByName } from '../format.js';
 import { watched } from '../history.js';
 import { folderAddress } from './page.js';
 import { begunTile, filmTile, folderTile, observer } from './tiles.js';
@@ -11,7 +11,7 @@ const ROW = 12;
 const tiles = (items, label) => element('ul', { class: 'tiles', 'aria-label': label }, items);
 
 function listing({ folders = [], files = [] }, sight) {
-  const items = [...folders.map(folderTile), ...files.map((entry) => filmTile(entry, sight))];
+  const items = [...sortedByName(folders).map(folderTile), ...sortedByName(files).map((entry) => filmTile(entry, sight))];
   return items.length > 0 ? tiles(items, 'Films and folders') : element('p', {}, 'There are no films here.');
 }
 
@@ -76,9 +76,8 @@ export async function folderView({ path }, signal) {
 async function searchByHand(words, signal) {
   const roots = await get('Library', 'list', {}, '', { signal });
   const below = await Promise.all(roots.folders.map((folder) => get('Library', 'list', {}, folder.encoded_path, { signal })));
-  const wanted = words.toLowerCase();
-  const files = [roots, ...below].flatMap((list) => list.files);
-  return { files: files.filter(({ name }) => name.toLowerCase().includes(wanted)), truncated: below.some(({ folders }) => folders.length > 0) };
+  const found = (kind) => [roots, ...below].flatMap((list) => list[kind]).filter(({ name }) => hasWords(name, words));
+  return { folders: found('folders'), files: found('files'), truncated: below.some(({ folders }) => folders.length > 0) };
 }
 
 async function search(words, signal) {
@@ -92,18 +91,26 @@ async function search(words, signal) {
   }
 }
 
+const countText = (count, name) => `${count} ${name}${count === 1 ? '' : 's'}`;
+
+// "2 folders and 1 film"
+function foundText(folders, files) {
+  const texts = [folders.length > 0 && countText(folders.length, 'folder'), (files.length > 0 || folders.length === 0) && countText(files.length, 'film')];
+  return texts.filter(Boolean).join(' and ');
+}
+
 export async function searchView({ parameters }, signal) {
   const words = parameters.get('q') ?? '';
-  const { files, truncated } = words ? await search(words, signal) : { files: [], truncated: false };
-  const count = files.length === 1 ? '1 film' : `${files.length} films`;
+  const { folders = [], files, truncated } = words ? await search(words, signal) : { files: [], truncated: false };
+  const found = foundText(folders, files);
   return {
     title: `Search: ${words}`,
     keepsFocus: true,
     nodes: [
       breadcrumbs([], 'Search'),
-      element('h1', {}, `Films named “${words}”`),
-      element('p', { role: 'status' }, truncated ? `${count}. There may be more; type more letters.` : `${count}.`),
-      files.length > 0 ? listing({ files }, observer(signal)) : null,
+      element('h1', {}, `Films and folders named “${words}”`),
+      element('p', { role: 'status' }, truncated ? `${found}. There may be more; type more letters.` : `${found}.`),
+      folders.length + files.length > 0 ? listing({ folders, files }, observer(signal)) : null,
     ],
   };
 }
