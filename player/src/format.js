@@ -77,3 +77,32 @@ export function nameOf(encodedPath) {
   const bytes = [...text.matchAll(/%([0-9A-Fa-f]{2})|[^]/g)].map(([whole, digits]) => (digits ? parseInt(digits, 16) : whole.charCodeAt(0)));
   return new TextDecoder().decode(new Uint8Array(bytes));
 }
+
+const CODECS = {
+  h264: 'H.264',
+  hevc: 'HEVC',
+  mpeg1video: 'MPEG-1',
+  mpeg2video: 'MPEG-2',
+  mpeg4: 'MPEG-4',
+  aac: 'AAC',
+  ac3: 'AC-3',
+  eac3: 'E-AC-3',
+  truehd: 'TrueHD',
+  dts: 'DTS',
+  opus: 'Opus',
+  vorbis: 'Vorbis',
+};
+
+// The name of a codec as people write it; '' for none.
+export const codecText = (codec) => CODECS[codec] ?? (codec ?? '').toUpperCase();
+
+const USUAL_LINES = [240, 360, 480, 576, 720, 1080, 1440, 2160, 4320];
+
+// "1080p" for a picture of this size, whichever way it stands; '' without a size. A film that is wider than a screen is
+// named after the screen that it fills.
+export function sizeName(width, height) {
+  const lines = Math.min(width, height);
+  const ofScreen = Math.round((width * 9) / 16);
+  const named = ofScreen > lines && USUAL_LINES.includes(ofScreen) ? ofScreen : lines;
+  return named > 0 ? `${named}p` : '';
+}

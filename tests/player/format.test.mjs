@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { clockText, frameRateText, hasWords, nameOf, rateText, sizeText, sortedByName, spokenTime } from '../../player/src/format.js';
+import { clockText, codecText, frameRateText, hasWords, nameOf, rateText, sizeName, sizeText, sortedByName, spokenTime } from '../../player/src/format.js';
 import { crumbsOf } from '../../player/src/view/library.js';
 import { addressAt, parseAddress } from '../../player/src/view/page.js';
 
@@ -16,6 +16,12 @@ test('sizes and rates have their units', () => {
   assert.deepEqual([4.7e9, 99.96e9, 2.5e12].map(sizeText), ['4.7 GB', '100 GB', '2.5 TB']);
   assert.deepEqual([192000, 5e6].map(rateText), ['192 kbit/s', '5.0 Mbit/s']);
   assert.deepEqual(['24000/1001', 25, '', 0, 'x'].map(frameRateText), ['23.98 fps', '25 fps', '', '', '']);
+});
+
+test('a picture is named by its lines, a wide one by the screen that it fills', () => {
+  const sizes = [[1920, 1080], [1080, 1920], [1920, 800], [640, 272], [480, 360], [3440, 1440], [0, 0]];
+  assert.deepEqual(sizes.map(([width, height]) => sizeName(width, height)), ['1080p', '1080p', '1080p', '360p', '360p', '1440p', '']);
+  assert.deepEqual(['h264', 'vp9', '', undefined].map(codecText), ['H.264', 'VP9', '', '']);
 });
 
 test('names are sorted as people count and spell', () => {

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { catchUpRate, isEarly } from '../../player/src/playback/catch_up.js';
-import { kindsFor, plan, profileText, qualities } from '../../player/src/playback/kinds.js';
+import { kindsFor, plan, playsAs, profileText, qualities, qualityNamed } from '../../player/src/playback/kinds.js';
 import { subtitleIdOf } from '../../player/src/playback/subtitle_id.js';
 
 const profile = (key, method, more = {}) => ({ key, format: key.split('_')[0], method, ...more });
@@ -60,6 +60,27 @@ test('qualities of the same size show their rates', () => {
 test('a profile has a readable name', () => {
   const names = ['http_mp4_remux', 'hls_720p_vaapi_vb2500_ab128', 'webm_vp9_360p_vb700_ab96', 'smoothstreaming_240p_x264_vb200_vf15_aac_ab40'];
   assert.deepEqual(names.map((key) => profileText({ key })), ['Original quality', '720p vaapi', '360p vp9', '240p']);
+});
+
+test('a portrait film’s quality has the lines of its shorter side', () => {
+  assert.equal(profileText({ key: 'hls_1080p_vb5000', width: 1080, height: 1920 }), '1080p');
+  assert.equal(profileText({ key: 'hls_vb5000', width: 720, height: 1280 }), '720p');
+  assert.equal(profileText({ key: 'smoothstreaming_hd720_x264_vb1500', width: 1270, height: 720 }), '720p');
+});
+
+test('a quality is found by its text in the first method that has it', () => {
+  assert.deepEqual(qualityNamed(info, ['direct', 'hls', 'http'], '1080p'), { kind: 'hls', profile: 'hls_1080p_vb5000_ab192' });
+  assert.deepEqual(qualityNamed(info, ['direct', 'hls', 'http'], '480p'), { kind: 'http', profile: 'http_mp4_480p_vb1200_ab128' });
+  assert.equal(qualityNamed(info, ['direct', 'hls'], '2160p'), null);
+});
+
+test('a viewer reads the size, the codec and what the server does', () => {
+  const film = { metadata: { track_info: { video: [{ display_x: 1920, display_y: 800, codec: 'h264' }] } } };
+  assert.equal(playsAs(film, { method: 'direct' }), '1080p, H.264, plays as it is');
+  assert.equal(playsAs(film, { method: 'remux', key: 'hls_remux' }), '1080p, H.264, picture plays as it is, sound is converted on this server');
+  assert.equal(playsAs(film, { method: 'transcode', key: 'hls_720p_vb2500_ab128' }), '1080p, H.264, converted to 720p on this server');
+  assert.equal(playsAs(film, { key: 'hls_2160p_vb2500_ab128' }), '1080p, H.264, converted to 2160p on this server');
+  assert.equal(playsAs({}, undefined), '');
 });
 
 test('a catch-up is slower near its end', () => {

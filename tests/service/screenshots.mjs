@@ -67,7 +67,7 @@ async function shootAll(browser, service) {
   await page.getByRole('heading', { name: 'Disks' }).waitFor();
   await shoot(page, 'page-server');
   await viewer.go(place('film', 'Into the set.mkv'));
-  await page.getByRole('heading', { name: 'Tracks' }).waitFor();
+  await page.locator('summary').waitFor();
   await page.waitForFunction(() => document.querySelector('img.large')?.complete ?? true);
   await shoot(page, 'page-film');
   await viewer.go();

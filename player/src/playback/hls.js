@@ -52,7 +52,8 @@ export class Segments extends MediaPlayback {
         this.learnSubtitles();
       }
     });
-    hls.on(Hls.Events.SUBTITLE_TRACKS_UPDATED, () => this.learnSubtitles());
+    // After this event hls.js selects the default subtitle; the viewer's choice comes after that.
+    hls.on(Hls.Events.SUBTITLE_TRACKS_UPDATED, () => queueMicrotask(() => this.hls && this.learnSubtitles()));
     hls.on(Hls.Events.FRAG_BUFFERED, () => {
       this.hooks.mark('media');
       this.hooks.busy(null);
@@ -105,5 +106,6 @@ export class Segments extends MediaPlayback {
 
   release() {
     this.hls?.destroy();
+    this.hls = null;
   }
 }

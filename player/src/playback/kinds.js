@@ -1,4 +1,5 @@
 // The playback methods, and the order in which the page tries them.
+import { codecText, sizeName } from '../format.js';
 
 export const KINDS = {
   direct: 'Original file',
@@ -66,7 +67,9 @@ const SIZE = /^(?:hd)?(\d{3,4})p?$/;
 const RATE = /_vb(\d+)/;
 
 const partsOf = (profile) => profile.key.split('_').slice(1).filter((part) => !PACKING.test(part));
-const heightOf = (profile) => profile.height || Number(partsOf(profile).map((part) => part.match(SIZE)?.[1]).find(Boolean) ?? 0);
+const namedLines = (profile) => Number(partsOf(profile).map((part) => part.match(SIZE)?.[1]).find(Boolean) ?? 0);
+// A portrait film's quality has the lines of its shorter side.
+const linesOf = (profile) => namedLines(profile) || Math.min(profile.width ?? Infinity, profile.height ?? 0);
 
 // A profile's readable name: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original quality".
 export function profileText(profile) {
@@ -74,15 +77,15 @@ export function profileText(profile) {
   if (parts.includes('remux')) {
     return 'Original quality';
   }
-  const height = heightOf(profile);
+  const lines = linesOf(profile);
   const others = parts.filter((part) => !SIZE.test(part));
-  return [height > 0 ? `${height}p` : '', ...others].filter(Boolean).join(' ') || profile.key;
+  return [lines > 0 ? `${lines}p` : '', ...others].filter(Boolean).join(' ') || profile.key;
 }
 
 // The qualities of one playback method: copied video first, then the largest size first. If several have the same
 // size, their texts include the rate.
 export function qualities(info, kind) {
-  const rank = (profile) => (profile.method === 'transcode' ? heightOf(profile) : Infinity);
+  const rank = (profile) => (profile.method === 'transcode' ? linesOf(profile) : Infinity);
   const profiles = [...profilesOf(info, kind)].sort((a, b) => (rank(a) === rank(b) ? 0 : rank(b) - rank(a)));
   const texts = profiles.map(profileText);
   const isAlone = (text) => texts.indexOf(text) === texts.lastIndexOf(text);
@@ -91,4 +94,28 @@ export function qualities(info, kind) {
     const rate = isAlone(text) ? undefined : profile.key.match(RATE)?.[1];
     return { value: profile.key, text: rate ? `${text}, ${rate} kbit/s` : text, profile };
   });
+}
+
+// The quality with this text as { kind, profile }: of the first of these methods that has it. null if none does.
+export function qualityNamed(info, kinds, text) {
+  for (const kind of kinds.filter((name) => name !== 'direct')) {
+    const found = qualities(info, kind).find((quality) => quality.text === text);
+    if (found) {
+      return { kind, profile: found.value };
+    }
+  }
+  return null;
+}
+
+// How the film plays, in the viewer's words: "1080p, H.264, plays as it is". `used`: { method, key }, as the server
+// describes a profile, or with the method "direct". Profiles that it does not offer convert the picture.
+export function playsAs(info, used) {
+  const [track] = info.metadata?.track_info?.video ?? [];
+  const film = [sizeName(track?.display_x ?? track?.resolutionx ?? 0, track?.display_y ?? track?.resolutiony ?? 0), codecText(track?.codec || track?.codec_raw)];
+  const how = {
+    direct: 'plays as it is',
+    remux: 'picture plays as it is, sound is converted on this server',
+    transcode: used?.key && `converted to ${profileText(used)} on this server`,
+  };
+  return [...film, how[used?.method ?? 'transcode']].filter(Boolean).join(', ');
 }

@@ -390,10 +390,12 @@ export class Playback extends EventTarget {
     return this.closeStream();
   }
 
-  // How the server processes the film: { method, why }.
+  // How the server processes the film: { method, why, key }. A profile that the film's description does not offer has
+  // its key alone.
   methodOf() {
     const { info } = this.film;
-    return this.kind === 'direct' ? { method: 'direct', why: info.direct?.why } : info.profiles.find(({ key }) => key === this.stream?.profile);
+    const key = this.stream?.profile;
+    return this.kind === 'direct' ? { method: 'direct', why: info.direct?.why } : (info.profiles.find((profile) => profile.key === key) ?? { key });
   }
 
   // Closes the stream while the page unloads.

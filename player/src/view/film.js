@@ -1,17 +1,18 @@
 // The page of a film: its tracks, how it would be played, and the buttons that start it.
 import { addressOf, get } from '../api.js';
 import { element, table } from '../dom.js';
-import { clockText, frameRateText, languageText, nameOf, rateText, sizeText } from '../format.js';
+import { clockText, codecText, frameRateText, languageText, nameOf, rateText, sizeText } from '../format.js';
 import { resumePoint } from '../history.js';
-import { abilitiesOf, KINDS, kindsFor } from '../playback/kinds.js';
+import { abilitiesOf, KINDS, kindsFor, plan, playsAs } from '../playback/kinds.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
 import { playAddress } from './page.js';
+import { choiceOf } from './preferences.js';
 
 const POSTER_WIDTH = 640;
 
 const list = (...facts) => facts.filter(Boolean).join(', ');
-const codecOf = (track) => track.codec || track.codec_raw || 'unknown';
+const codecOf = (track) => codecText(track.codec || track.codec_raw) || 'unknown';
 
 const TRACKS = {
   video: (track) =>
@@ -45,15 +46,15 @@ function tracksTable({ metadata, subtitles }) {
 const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
 const methodText = ({ method }) => METHODS[method] ?? method;
 
-// How the film plays if the viewer chooses nothing.
-function summary(info, kinds) {
-  const [kind] = kinds;
-  if (kind === undefined) {
-    return 'This browser cannot play this film.';
-  }
-  const chosen = kind === 'direct' ? { method: 'direct', why: info.direct.why } : info.profiles.find((profile) => profile.format === kind && profile.default);
-  return `Plays as: ${KINDS[kind]}. ${chosen?.why ?? ''}`.trim();
+// How the film plays if the viewer chooses nothing: { kind, used }, `used` as for playsAs.
+function usualWay(info, kinds) {
+  const choice = choiceOf(info, kinds);
+  const [kind] = plan(info, abilitiesOf(document.createElement('video')), choice);
+  const isUsed = ({ format, key, default: isDefault }) => format === kind && (choice.profile ? key === choice.profile : isDefault);
+  return { kind, used: kind === 'direct' ? { method: 'direct', why: info.direct.why } : info.profiles.find(isUsed) };
 }
+
+const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, usualWay(info, kinds).used) : 'This browser cannot play this film.');
 
 function profilesTable(info) {
   const direct = info.direct ? [[KINDS.direct, '', METHODS[info.direct.fits ? 'direct' : 'refused'], info.direct.why]] : [];
@@ -63,11 +64,21 @@ function profilesTable(info) {
     methodText(profile),
     profile.why,
   ]);
+  return table('Playback methods of this film', ['Method', 'Quality', 'Conversion', 'Reason'], [...direct, ...rows]);
+}
+
+// What only the curious read.
+function details(info, kinds) {
+  const { kind, used } = kinds.length > 0 ? usualWay(info, kinds) : {};
   return element(
     'details',
     {},
-    element('summary', {}, 'All playback methods and qualities'),
-    table('Playback methods of this film', ['Method', 'Quality', 'Conversion', 'Reason'], [...direct, ...rows]),
+    element('summary', {}, 'Details'),
+    used ? element('p', {}, `${KINDS[kind]}: ${used.why ?? ''}`) : null,
+    element('h2', {}, 'Tracks'),
+    tracksTable(info),
+    element('h2', {}, 'All playback methods and qualities'),
+    profilesTable(info),
   );
 }
 
@@ -106,9 +117,7 @@ export async function filmView({ path }, signal) {
       element('p', {}, list(clockText(duration), filesize && sizeText(Number(filesize)))),
       kinds.length > 0 ? startButtons(entry, second, info) : null,
       element('p', {}, summary(info, kinds)),
-      element('h2', {}, 'Tracks'),
-      tracksTable(info),
-      profilesTable(info),
+      details(info, kinds),
     ],
   };
 }

@@ -4,7 +4,7 @@ import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, nameOf, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
 import { engineFor } from '../playback/engines.js';
-import { KINDS, kindsFor, qualities } from '../playback/kinds.js';
+import { KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
@@ -42,6 +42,7 @@ export class PlayerView {
     this.assemble();
     this.listen();
     this.applyPreferences();
+    this.restoreVolume();
   }
 
   makeControls() {
@@ -79,11 +80,8 @@ export class PlayerView {
 
   makeSettings() {
     const select = (id, change) => element('select', { id, on: { change: ({ target }) => attempt(() => change(target.value)) } });
-    this.quality = select('profile', (value) => {
-      const [kind, profile] = value.split(' ');
-      return this.playback.change({ kind, profile });
-    });
-    this.audio = select('audio', (value) => this.playback.change({ audio: value }));
+    this.quality = select('profile', (value) => this.chooseQuality(value));
+    this.audio = select('audio', (value) => this.chooseSound(value));
     this.subtitle = select('subtitle', (value) => this.chooseSubtitle(value));
     this.kind = select('kind', (value) => this.playback.change({ kind: value, profile: '' }));
     this.speed = select('speed', (value) => this.playback.setSpeed(Number(value)));
@@ -136,10 +134,7 @@ export class PlayerView {
     for (const type of ['pointerleave', 'blur', 'change']) {
       position.addEventListener(type, () => this.hidePreview());
     }
-    this.volume.addEventListener('input', () => {
-      video.volume = Number(this.volume.value);
-      playback.setMuted(false);
-    });
+    this.volume.addEventListener('input', () => this.setVolume(Number(this.volume.value)));
     for (const type of ['pointermove', 'pointerdown', 'keydown', 'focusin']) {
       this.section.addEventListener(type, () => this.wake());
     }
@@ -165,6 +160,13 @@ export class PlayerView {
     this.video.dataset.cueLook = cueLook;
   }
 
+  restoreVolume() {
+    const { volume, muted } = preferences();
+    this.video.volume = volume;
+    this.playback.setMuted(muted);
+    this.showVolume();
+  }
+
   prefer(name, value) {
     remember(name, value);
     this.applyPreferences();
@@ -186,9 +188,10 @@ export class PlayerView {
     await this.closing;
     this.keeper.startAnew();
     this.thumbnails.forFilm(entry.encoded_path);
-    this.fillTracks(info);
+    const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
+    this.fillTracks(info, choice);
     this.announce(entry);
-    await this.playback.play({ entry, info }, { ...choiceOf(info), kind }, start);
+    await this.playback.play({ entry, info }, choice, start);
   }
 
   // Tells the device what plays, for its media keys and its lock screen.
@@ -213,11 +216,11 @@ export class PlayerView {
     return this.closing;
   }
 
-  fillTracks(info) {
+  fillTracks(info, choice) {
     const { audio } = info.metadata.track_info;
-    fill(this.audio, audio.map((track, index) => ({ value: track.id, text: audioText(track, index) })), audio[0]?.id);
+    fill(this.audio, audio.map((track, index) => ({ value: track.id, text: audioText(track, index) })), choice.audio || audio[0]?.id);
     const subtitles = info.subtitles.map((subtitle, index) => ({ value: String(subtitle.id), text: subtitleText(subtitle, index) }));
-    fill(this.subtitle, [{ value: '', text: 'None' }, ...subtitles], choiceOf(info).subtitle);
+    fill(this.subtitle, [{ value: '', text: 'None' }, ...subtitles], choice.subtitle);
     this.captionsButton.hidden = subtitles.length === 0;
   }
 
@@ -247,7 +250,7 @@ export class PlayerView {
     const isOver = this.video.ended && Boolean(playback.engine);
     changeSign(this.playButton, playback.isPlaying() ? 'pause' : 'play', isOver ? 'Play again' : playback.isPlaying() ? 'Pause' : 'Play');
     say(playback.notice);
-    this.why.textContent = playback.stream ? (playback.methodOf()?.why ?? '') : '';
+    this.why.textContent = playback.stream ? playsAs(playback.film.info, playback.methodOf()) : '';
     this.refreshOverlay();
     this.showClock();
   }
@@ -376,13 +379,22 @@ export class PlayerView {
   }
 
   mute() {
-    this.playback.setMuted(!this.playback.wish.muted);
-    this.showVolume();
+    this.setMuted(!this.playback.wish.muted);
   }
 
   louder(step) {
-    this.video.volume = Math.max(0, Math.min(1, this.video.volume + step));
-    this.playback.setMuted(false);
+    this.setVolume(Math.max(0, Math.min(1, this.video.volume + step)));
+  }
+
+  setVolume(volume) {
+    this.video.volume = volume;
+    remember('volume', volume);
+    this.setMuted(false);
+  }
+
+  setMuted(muted) {
+    this.playback.setMuted(muted);
+    remember('muted', muted);
     this.showVolume();
   }
 
@@ -405,6 +417,19 @@ export class PlayerView {
 
   inset() {
     return attempt(() => (document.pictureInPictureElement ? document.exitPictureInPicture() : this.video.requestPictureInPicture()));
+  }
+
+  // `value`: the method and the key of a profile.
+  chooseQuality(value) {
+    const [kind, profile] = value.split(' ');
+    remember('quality', profile ? this.quality.selectedOptions[0].text : '');
+    return this.playback.change({ kind, profile });
+  }
+
+  chooseSound(id) {
+    const { audio } = this.playback.film.info.metadata.track_info;
+    remember('soundLanguage', audio.find((track) => track.id === id)?.language ?? '');
+    return this.playback.change({ audio: id });
   }
 
   chooseSubtitle(id) {

@@ -1,6 +1,9 @@
 // The viewer's preferences, stored by the browser. Nothing about sessions or films is stored.
 
-const USUAL = { cueSize: 'normal', cueLook: 'box', subtitleLanguage: '' };
+import { qualityNamed } from '../playback/kinds.js';
+
+// `quality`: its text, for example "720p"; '' for the default.
+const USUAL = { cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', soundLanguage: '', quality: '', volume: 1, muted: false };
 const NAME = 'mirevo';
 
 export function preferences() {
@@ -19,9 +22,12 @@ export function remember(name, value) {
   }
 }
 
-// The first choice for a film: the subtitle in the language that the viewer chose last.
-export function choiceOf(info) {
-  const { subtitleLanguage } = preferences();
+// The first choice for a film: sound, subtitle and quality as the viewer chose them last. `kinds`: the methods that the
+// page may use; `kind`: the one that the address names, or ''.
+export function choiceOf(info, kinds = [], kind = '') {
+  const { subtitleLanguage, soundLanguage, quality } = preferences();
   const subtitle = subtitleLanguage && info.subtitles.find(({ language }) => language === subtitleLanguage);
-  return { kind: '', profile: '', audio: '', subtitle: subtitle ? String(subtitle.id) : '' };
+  const sound = soundLanguage && info.metadata.track_info.audio.find(({ language }) => language === soundLanguage);
+  const named = quality && qualityNamed(info, kind ? [kind] : kinds, quality);
+  return { kind, profile: '', ...named, audio: sound ? sound.id : '', subtitle: subtitle ? String(subtitle.id) : '' };
 }
