@@ -32,8 +32,13 @@ Json::Value Explain(const Options& options, const VideoMetaData& film) {
   document["path"] = film.GetFilePath();
   document["direct"] = webapi::ExplainDirect(film, options.userAgent, options.device);
   document["profiles"] = Json::Value(Json::arrayValue);
-  for (const Json::Value& entry : webapi::ExplainProfiles(film, options.device, options.format)) {
-    if (options.profile.empty() || entry["key"] == options.profile) {
+  const Json::Value all = webapi::ExplainProfiles(film, options.device, options.format);
+  if (options.profile.empty()) {
+    document["profiles"] = webapi::Offers(all, film);
+    return document;
+  }
+  for (const Json::Value& entry : all) {
+    if (entry["key"] == options.profile) {
       document["profiles"].append(entry);
     }
   }
@@ -87,10 +92,13 @@ void PrintForPeople(const Options& options, const VideoMetaData& film,
                     const Json::Value& document) {
   std::cout << film.GetFilePath() << "\n" << document["direct"]["why"].asString() << "\n\n";
   PrintProfiles(document["profiles"]);
-  // A single profile is shown even if it is not the default.
-  const bool isOne = document["profiles"].size() == 1;
+  if (options.profile.empty()) {
+    std::cout
+        << "\n* is used unless another one is chosen. --profile KEY shows the command of one.\n";
+    return;
+  }
   for (const Json::Value& entry : document["profiles"]) {
-    if (entry["method"] != "refused" && (isOne || entry["default"] == true)) {
+    if (entry["method"] != "refused") {
       PrintCommand(entry, film, options.device);
     }
   }
@@ -120,7 +128,7 @@ int Run(const Options& options) {
 void AddExplainCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   CLI::App* const command =
-      app.add_subcommand("explain", "Show how a film would be played, why, and by which command");
+      app.add_subcommand("explain", "Show how a film would be played and why");
   command->add_option("file", options->file, "The film")->required()->type_name("FILE");
   command->add_option("--device", options->device, "The player: vlc, firefox, chromecast, ...")
       ->type_name("NAME");
@@ -128,7 +136,8 @@ void AddExplainCommand(CLI::App& app, int& exitCode) {
       ->type_name("TEXT");
   command->add_option("--format", options->format, "Show only the profiles of this format")
       ->check(CLI::IsMember(webapi::Formats()));
-  command->add_option("--profile", options->profile, "Show only this profile")->type_name("KEY");
+  command->add_option("--profile", options->profile, "Show only this profile, with its command")
+      ->type_name("KEY");
   command->add_flag("--json", options->json, "Print the result as JSON");
   command->callback([options, &exitCode] { exitCode = Run(*options); });
 }

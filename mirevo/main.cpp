@@ -16,6 +16,7 @@
 #include "mirevo/doctor_command.h"
 #include "mirevo/exit_codes.h"
 #include "mirevo/explain_command.h"
+#include "mirevo/output.h"
 #include "mirevo/play_command.h"
 #include "mirevo/probe_command.h"
 #include "mirevo/serve_command.h"
@@ -38,6 +39,18 @@ std::vector<std::string> Arguments(int argc, char** argv) {
   return {arguments.rbegin(), arguments.rend()};  // the parser expects them in reverse order
 }
 
+// A command line without a command: a word that is none is worth more to the user than the parser's
+// words.
+int ExitCodeOf(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> unknown = app.remaining();
+  if (app.get_subcommands().empty() && !unknown.empty()) {
+    mirevo::Complain("there is no command \"" + unknown.front() +
+                     "\"; mirevo --help lists the commands");
+    return mirevo::kUsage;
+  }
+  return app.exit(error) == 0 ? mirevo::kOk : mirevo::kUsage;
+}
+
 int Run(int argc, char** argv) {
   int exitCode = mirevo::kOk;
   CLI::App app("Watch stored films on any device while the server converts them.", "mirevo");
@@ -57,7 +70,7 @@ int Run(int argc, char** argv) {
   try {
     app.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? mirevo::kOk : mirevo::kUsage;
+    return ExitCodeOf(app, error);
   }
   return exitCode;
 }

@@ -57,13 +57,16 @@ test('probe prints a table for people', async () => {
   assert.match(stdout, /^1 +audio +ac3 +eng +2 channels 48000 Hz$/m);
 });
 
-test('explain shows the default, its command and FFmpeg\'s command', async () => {
+test('explain shows what is offered on one screen, and the command of one profile', async () => {
   const { code, stdout } = await mirevo(['explain', film, '--device', 'firefox']);
   assert.equal(code, 0);
   assert.match(stdout, /is not played by Firefox/);
   assert.match(stdout, /^\* +http +http_mp4_remux +remux +640x360/m);
-  assert.match(stdout, /^http_mp4_remux runs\n +\S+bin\/ffmpeg -ss .* pipe:1\nwhich becomes\n +\/usr\/bin\/ffmpeg /m);
-  assert.doesNotMatch(stdout, /STREAM_ID.*STREAM_ID/);
+  assert.doesNotMatch(stdout, /1080p| runs$/m);
+  assert.ok(stdout.length < 6000, `${stdout.length} bytes`);
+  const one = (await mirevo(['explain', film, '--profile', 'http_mp4_1080p_vb5000_ab192'])).stdout;
+  assert.match(one, /^http_mp4_1080p_vb5000_ab192 runs\n +\S+bin\/ffmpeg -ss .* pipe:1\nwhich becomes\n +\/usr\/bin\/ffmpeg /m);
+  assert.doesNotMatch(one, /STREAM_ID.*STREAM_ID/);
 });
 
 test('explain shows one profile, of one format', async () => {
@@ -194,6 +197,16 @@ test('wrong command lines have an exit status of their own', async () => {
     assert.equal((await mirevo(options)).code, 64, options.join(' '));
   }
   assert.match((await mirevo(['--version'])).stdout, /^mirevo \d+\.\d+\.\d+\n$/);
+});
+
+test('a word that is no command is named', async () => {
+  for (const options of [['bogus'], ['--config', '/dev/null', 'bogus', film]]) {
+    assert.deepEqual(await mirevo(options), {
+      code: 64,
+      stdout: '',
+      stderr: 'mirevo: there is no command "bogus"; mirevo --help lists the commands\n',
+    });
+  }
 });
 
 test('serve tells a service manager when it is ready', async () => {

@@ -107,3 +107,15 @@ test('the program gives the same answer as the service', async () => {
   const document = JSON.parse(told.stdout);
   assert.deepEqual({ profiles: document.profiles, direct: document.direct }, { profiles, direct });
 });
+
+test('a quality that is larger than the film is not offered, but opens by its name', async () => {
+  const lines = (data, kind) => data.profiles.filter(({ format, method }) => format === kind && method === 'transcode').map(({ key }) => Number(key.match(/_(?:hd)?(\d+)p?_/)[1]));
+  for (const name of ['h264_ac3.mkv', 'portrait.mp4']) {
+    const data = await info(name);
+    assert.deepEqual(['hls', 'http', 'webm', 'ss'].map((kind) => Math.max(...lines(data, kind))), [360, 360, 360, 320], name);
+  }
+  assert.deepEqual(lines(await info('cinema.mkv'), 'hls'), [240, 360], 'the picture fits into the size of the quality');
+  const stream = await service.open(film('h264_ac3.mkv'), { profile: 'http_mp4_1080p_vb5000_ab192' });
+  assert.equal(stream.profile, 'http_mp4_1080p_vb5000_ab192');
+  await service.close(stream);
+});

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <utility>
 
 #include "metadata/qmxmetadata.h"
 #include "stream/http_live_stream.h"
@@ -25,6 +26,9 @@ using Command = std::vector<std::string>;
 
 constexpr char kNoId[] = "STREAM_ID";
 constexpr char kFirstSegment[] = "0";
+// Encoders round the sides of a picture, so a quality of the film's own size may be a little
+// larger.
+constexpr double kRounding = 1.05;
 
 Command HlsCommand(const QMXMetaData& plan) {
   return LibOrvoQMX::HttpLiveStream(plan).CommandLine(kFirstSegment,
@@ -115,6 +119,18 @@ Json::Value Explain(const Format& format, const Profile& profile, const VideoMet
   return entry;
 }
 
+// Is the picture larger than the film's? It fits into the size that the profile names, whichever
+// way it stands.
+bool Enlarges(const Json::Value& entry, const VideoMetaData& film) {
+  const auto sides = [](unsigned a, unsigned b) {
+    return std::pair(std::min(a, b), std::max(a, b));
+  };
+  const auto [shorter, longer] = sides(entry["width"].asUInt(), entry["height"].asUInt());
+  const auto [filmShorter, filmLonger] =
+      sides(film.GetVideoResolutionX(), film.GetVideoResolutionY());
+  return shorter > kRounding * filmShorter && longer > kRounding * filmLonger;
+}
+
 void ExplainFormat(const Format& format, const VideoMetaData& film, const std::string& device,
                    Json::Value& list) {
   const auto chosen = ChooseProfile(format.name, film);
@@ -150,6 +166,16 @@ Json::Value ExplainProfiles(const VideoMetaData& film, const std::string& device
     }
   }
   return list;
+}
+
+Json::Value Offers(const Json::Value& profiles, const VideoMetaData& film) {
+  Json::Value offers(Json::arrayValue);
+  for (const Json::Value& entry : profiles) {
+    if (entry["default"].asBool() || !Enlarges(entry, film)) {
+      offers.append(entry);
+    }
+  }
+  return offers;
 }
 
 Json::Value ExplainDirect(const VideoMetaData& film, const std::string& userAgent,

@@ -28,6 +28,10 @@ std::vector<std::string> CommandOf(const std::string& format, const Profile& pro
 Json::Value ExplainProfiles(const LibOrvoQMX::VideoMetaData& film, const std::string& device,
                             const std::string& format = "");
 
+// The profiles among these (ExplainProfiles) that are worth offering: those whose pictures are not
+// larger than the film's, and the default of each format.
+Json::Value Offers(const Json::Value& profiles, const LibOrvoQMX::VideoMetaData& film);
+
 // An object of "fits", "why" and "content_type": can the client play the file as it is?
 Json::Value ExplainDirect(const LibOrvoQMX::VideoMetaData& film, const std::string& userAgent,
                           const std::string& device);

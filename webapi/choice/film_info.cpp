@@ -60,7 +60,7 @@ Answer DescribeFilm(const Request& request) {
   data["metadata"] = film.GetDocument();
   data["subtitles"] = FindSubtitles(*resolved, film);
   const std::string device = request.Text("device");
-  data["profiles"] = ExplainProfiles(film, device);
+  data["profiles"] = Offers(ExplainProfiles(film, device), film);
   data["direct"] = ExplainDirect(film, request.Header("USER_AGENT"), device);
   return Answer::Success(data);
 }
