@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "policy/profile_traits.h"
+#include "state/stream_watch.h"
 #include "stream/smooth_stream.h"
-#include "stream/stream_watch.h"
 #include "util/qmxutils.h"
 #include "webapi/adapt_playback.h"
 #include "webapi/send_file.h"

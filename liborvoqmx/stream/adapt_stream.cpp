@@ -7,7 +7,7 @@
 
 #include "platform/log.h"
 #include "platform/plat.h"
-#include "stream/monitor.h"
+#include "stream/pipeline/monitor.h"
 
 namespace LibOrvoQMX {
 namespace {

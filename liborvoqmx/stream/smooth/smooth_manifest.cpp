@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "platform/log.h"
-#include "stream/smooth_profiles.h"
+#include "stream/smooth/smooth_profiles.h"
 #include "stream/smooth_stream.h"
 
 namespace LibOrvoQMX {

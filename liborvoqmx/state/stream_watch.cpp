@@ -1,4 +1,4 @@
-#include "stream/stream_watch.h"
+#include "state/stream_watch.h"
 
 #include <poll.h>
 #include <sys/inotify.h>

@@ -1,4 +1,4 @@
-#include "stream/hls_helper.h"
+#include "playlist/hls_helper.h"
 
 #include <cstdio>
 #include <locale>

@@ -12,8 +12,8 @@
 #include "platform/plat.h"
 #include "policy/argument_helper.h"
 #include "policy/trans_loading.h"
+#include "state/stream_lock.h"
 #include "stream/liborvoqmx.h"
-#include "stream/stream_lock.h"
 #include "util/lists.h"
 #include "util/qmxutils.h"
 

@@ -1,4 +1,4 @@
-#include "stream/smooth_profiles.h"
+#include "stream/smooth/smooth_profiles.h"
 
 #include <algorithm>
 #include <array>

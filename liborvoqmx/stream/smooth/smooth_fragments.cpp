@@ -13,9 +13,9 @@
 
 #include "platform/log.h"
 #include "platform/plat.h"
+#include "state/stream_lock.h"
+#include "state/stream_watch.h"
 #include "stream/smooth_stream.h"
-#include "stream/stream_lock.h"
-#include "stream/stream_watch.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 

@@ -11,9 +11,9 @@
 #include <limits>
 
 #include "platform/plat.h"
+#include "state/stream_lock.h"
+#include "state/stream_watch.h"
 #include "stream/http_live_stream.h"
-#include "stream/stream_lock.h"
-#include "stream/stream_watch.h"
 #include "util/qmxutils.h"
 
 namespace LibOrvoQMX {

@@ -1,4 +1,4 @@
-#include "stream/monitor.h"
+#include "stream/pipeline/monitor.h"
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -11,7 +11,7 @@
 #include "platform/pidfd.h"
 #include "platform/plat.h"
 #include "platform/unique_fd.h"
-#include "stream/stream_watch.h"
+#include "state/stream_watch.h"
 
 namespace LibOrvoQMX {
 namespace {

@@ -9,7 +9,7 @@
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "policy/trans_loading.h"
-#include "stream/monitor.h"
+#include "stream/pipeline/monitor.h"
 #include "util/lists.h"
 #include "util/qmxutils.h"
 #include "util/saturate.h"
