@@ -1,4 +1,4 @@
-#include "tools/mirevo/service_client.h"
+#include "mirevo/service_client.h"
 
 #include <curl/curl.h>
 
@@ -10,9 +10,9 @@
 
 #include "accounts/accounts.h"
 #include "accounts/sessions.h"
+#include "mirevo/exit_codes.h"
 #include "platform/plat.h"
-#include "tools/mirevo/exit_codes.h"
-#include "tools/serve/service.h"
+#include "serve/service.h"
 #include "util/json_utils.h"
 #include "webapi/request.h"
 

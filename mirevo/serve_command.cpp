@@ -1,11 +1,11 @@
-#include "tools/mirevo/serve_command.h"
+#include "mirevo/serve_command.h"
 
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "tools/serve/endpoint.h"
-#include "tools/serve/service.h"
+#include "serve/endpoint.h"
+#include "serve/service.h"
 
 namespace mirevo {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/serve/readiness.h"
+#include "serve/readiness.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>

@@ -1,4 +1,4 @@
-#include "tools/mirevo/output.h"
+#include "mirevo/output.h"
 
 #include <json/writer.h>
 

@@ -1,12 +1,12 @@
-#include "tools/mirevo/doctor_command.h"
+#include "mirevo/doctor_command.h"
 
 #include <algorithm>
 #include <iostream>
 #include <memory>
 
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/health.h"
-#include "tools/mirevo/output.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/health.h"
+#include "mirevo/output.h"
 
 namespace mirevo {
 namespace {

@@ -1,13 +1,13 @@
-#include "tools/mirevo/play_command.h"
+#include "mirevo/play_command.h"
 
 #include <iostream>
 #include <map>
 #include <memory>
 
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/film_argument.h"
-#include "tools/mirevo/output.h"
-#include "tools/mirevo/service_client.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/film_argument.h"
+#include "mirevo/output.h"
+#include "mirevo/service_client.h"
 #include "util/json_utils.h"
 
 namespace mirevo {

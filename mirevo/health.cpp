@@ -1,4 +1,4 @@
-#include "tools/mirevo/health.h"
+#include "mirevo/health.h"
 
 #include <dlfcn.h>
 #include <libavformat/version.h>
@@ -12,11 +12,11 @@
 #include <filesystem>
 #include <sstream>
 
+#include "mirevo/output.h"
+#include "mirevo/program_output.h"
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
-#include "tools/mirevo/output.h"
-#include "tools/mirevo/program_output.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "webapi/profiles.h"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/unique_fd.h"
-#include "tools/serve/endpoint.h"
+#include "serve/endpoint.h"
 
 namespace serve {
 

@@ -1,10 +1,10 @@
-#include "tools/mirevo/film_argument.h"
+#include "mirevo/film_argument.h"
 
 #include <climits>
 #include <cstdlib>
 
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/output.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/output.h"
 
 namespace mirevo {
 

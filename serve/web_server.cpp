@@ -1,4 +1,4 @@
-#include "tools/serve/web_server.h"
+#include "serve/web_server.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>

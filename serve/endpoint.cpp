@@ -1,4 +1,4 @@
-#include "tools/serve/endpoint.h"
+#include "serve/endpoint.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>

@@ -1,4 +1,4 @@
-#include "tools/serve/service.h"
+#include "serve/service.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -21,9 +21,9 @@
 #include "platform/pidfd.h"
 #include "platform/plat.h"
 #include "policy/lock.h"
-#include "tools/serve/children.h"
-#include "tools/serve/readiness.h"
-#include "tools/serve/web_server.h"
+#include "serve/children.h"
+#include "serve/readiness.h"
+#include "serve/web_server.h"
 #include "util/json_utils.h"
 #include "webapi/film_cache.h"
 #include "webapi/media_library.h"

@@ -1,13 +1,13 @@
-#include "tools/mirevo/explain_command.h"
+#include "mirevo/explain_command.h"
 
 #include <algorithm>
 #include <iostream>
 #include <memory>
 
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/film_argument.h"
-#include "tools/mirevo/output.h"
-#include "tools/mirevo/program_output.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/film_argument.h"
+#include "mirevo/output.h"
+#include "mirevo/program_output.h"
 #include "webapi/explain.h"
 
 namespace mirevo {

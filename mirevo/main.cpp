@@ -10,16 +10,16 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/mirevo/account_command.h"
-#include "tools/mirevo/analyze_command.h"
-#include "tools/mirevo/completion_command.h"
-#include "tools/mirevo/doctor_command.h"
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/explain_command.h"
-#include "tools/mirevo/play_command.h"
-#include "tools/mirevo/probe_command.h"
-#include "tools/mirevo/serve_command.h"
-#include "tools/mirevo/status_command.h"
+#include "mirevo/account_command.h"
+#include "mirevo/analyze_command.h"
+#include "mirevo/completion_command.h"
+#include "mirevo/doctor_command.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/explain_command.h"
+#include "mirevo/play_command.h"
+#include "mirevo/probe_command.h"
+#include "mirevo/serve_command.h"
+#include "mirevo/status_command.h"
 
 namespace {
 

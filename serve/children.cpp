@@ -1,4 +1,4 @@
-#include "tools/serve/children.h"
+#include "serve/children.h"
 
 #include <poll.h>
 #include <sys/prctl.h>

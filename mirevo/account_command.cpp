@@ -1,4 +1,4 @@
-#include "tools/mirevo/account_command.h"
+#include "mirevo/account_command.h"
 
 #include <unistd.h>
 
@@ -9,8 +9,8 @@
 
 #include "accounts/accounts.h"
 #include "accounts/password_prompt.h"
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/output.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/output.h"
 
 namespace mirevo {
 namespace {

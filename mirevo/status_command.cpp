@@ -1,12 +1,12 @@
-#include "tools/mirevo/status_command.h"
+#include "mirevo/status_command.h"
 
 #include <cstdio>
 #include <iostream>
 #include <memory>
 
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/output.h"
-#include "tools/mirevo/service_client.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/output.h"
+#include "mirevo/service_client.h"
 
 namespace mirevo {
 namespace {

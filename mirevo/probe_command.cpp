@@ -1,11 +1,11 @@
-#include "tools/mirevo/probe_command.h"
+#include "mirevo/probe_command.h"
 
 #include <iostream>
 #include <memory>
 
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/film_argument.h"
-#include "tools/mirevo/output.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/film_argument.h"
+#include "mirevo/output.h"
 
 namespace mirevo {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/mirevo/program_output.h"
+#include "mirevo/program_output.h"
 
 #include "platform/plat.h"
 

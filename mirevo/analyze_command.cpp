@@ -1,4 +1,4 @@
-#include "tools/mirevo/analyze_command.h"
+#include "mirevo/analyze_command.h"
 
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -11,11 +11,11 @@
 #include <numeric>
 #include <thread>
 
+#include "mirevo/analysis.h"
+#include "mirevo/exit_codes.h"
+#include "mirevo/film_argument.h"
+#include "mirevo/output.h"
 #include "preprocess/preprocess_result.h"
-#include "tools/mirevo/analysis.h"
-#include "tools/mirevo/exit_codes.h"
-#include "tools/mirevo/film_argument.h"
-#include "tools/mirevo/output.h"
 #include "webapi/media_library.h"
 
 namespace mirevo {

@@ -1,4 +1,4 @@
-#include "tools/mirevo/analysis.h"
+#include "mirevo/analysis.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,10 +1,10 @@
-#include "tools/mirevo/completion_command.h"
+#include "mirevo/completion_command.h"
 
 #include <algorithm>
 #include <iostream>
 #include <memory>
 
-#include "tools/mirevo/exit_codes.h"
+#include "mirevo/exit_codes.h"
 
 namespace mirevo {
 namespace {
