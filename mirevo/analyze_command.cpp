@@ -16,7 +16,7 @@
 #include "mirevo/film_argument.h"
 #include "mirevo/output.h"
 #include "preprocess/preprocess_result.h"
-#include "webapi/media_library.h"
+#include "webapi/library/media_library.h"
 
 namespace mirevo {
 namespace {

@@ -8,7 +8,7 @@
 #include "mirevo/film_argument.h"
 #include "mirevo/output.h"
 #include "mirevo/program_output.h"
-#include "webapi/explain.h"
+#include "webapi/choice/explain.h"
 
 namespace mirevo {
 namespace {

@@ -19,7 +19,7 @@
 #include "policy/trans_loading.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
-#include "webapi/profiles.h"
+#include "webapi/choice/profiles.h"
 
 namespace mirevo {
 namespace {

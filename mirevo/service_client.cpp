@@ -14,7 +14,7 @@
 #include "platform/plat.h"
 #include "serve/service.h"
 #include "util/json_utils.h"
-#include "webapi/request.h"
+#include "webapi/http/request.h"
 
 namespace mirevo {
 namespace {

@@ -25,9 +25,9 @@
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "util/json_utils.h"
-#include "webapi/film_cache.h"
-#include "webapi/media_library.h"
-#include "webapi/streaming.h"
+#include "webapi/library/film_cache.h"
+#include "webapi/library/media_library.h"
+#include "webapi/streams/streaming.h"
 
 namespace serve {
 namespace {

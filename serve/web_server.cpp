@@ -67,7 +67,7 @@ std::vector<std::string> OwnNames(const Endpoint& endpoint) {
   return {endpoint.Authority()};
 }
 
-// What the request program takes for a name of this server (webapi/origin.h).
+// What the request program takes for a name of this server (webapi/access/origin.h).
 std::vector<std::string> HostsOf(const WebServer& server) {
   std::set<std::string> hosts(server.hosts.begin(), server.hosts.end());
   for (const Endpoint& endpoint : server.endpoints) {

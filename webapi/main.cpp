@@ -5,20 +5,20 @@
 #include <array>
 #include <csignal>
 
-#include "webapi/answer.h"
-#include "webapi/caller.h"
-#include "webapi/film_card.h"
-#include "webapi/film_info.h"
-#include "webapi/history.h"
-#include "webapi/login.h"
-#include "webapi/media_library.h"
-#include "webapi/origin.h"
-#include "webapi/picture.h"
-#include "webapi/request.h"
-#include "webapi/search.h"
-#include "webapi/status.h"
-#include "webapi/streaming.h"
-#include "webapi/subtitle.h"
+#include "webapi/access/identity.h"
+#include "webapi/access/login.h"
+#include "webapi/access/origin.h"
+#include "webapi/choice/film_info.h"
+#include "webapi/http/answer.h"
+#include "webapi/http/request.h"
+#include "webapi/library/film_card.h"
+#include "webapi/library/history.h"
+#include "webapi/library/media_library.h"
+#include "webapi/library/picture.h"
+#include "webapi/library/search.h"
+#include "webapi/streams/status.h"
+#include "webapi/streams/streaming.h"
+#include "webapi/subtitles/subtitle.h"
 
 namespace {
 
@@ -66,7 +66,7 @@ Answer Make(const Call& call, Request& request) {
   request.SetCaller(webapi::FindCaller(request, call.right));
   const webapi::Caller& caller = request.MadeBy();
   Answer refusal = Answer::Failure(webapi::kInternal);
-  if (!caller.Has(call.right, refusal)) {
+  if (!webapi::HasRight(caller, call.right, refusal)) {
     return refusal;
   }
   if (!caller.roots.empty()) {

@@ -6,7 +6,7 @@ import { test } from 'node:test';
 import { isBusy, REASONS, retrySeconds, slowWords, wordsOf } from '../../player/src/words.js';
 
 test('every reason that the server gives has a sentence and a next step', () => {
-  const source = fs.readFileSync(new URL('../../webapi/answer.cpp', import.meta.url), 'utf8');
+  const source = fs.readFileSync(new URL('../../webapi/http/answer.cpp', import.meta.url), 'utf8');
   const given = [...source.matchAll(/Reason\{(?:k(\w+)|"(\w+)"), \d/g)].map(([, constant, word]) => constant ?? word);
   assert.ok(given.length > 10);
   for (const reason of given) {

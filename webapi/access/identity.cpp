@@ -1,0 +1,104 @@
+#include "webapi/access/identity.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <string_view>
+
+#include "accounts/accounts.h"
+#include "accounts/secrets.h"
+#include "accounts/sessions.h"
+#include "webapi/access/ticket.h"
+
+namespace webapi {
+namespace {
+
+bool IsLoginRequired() {
+  const char* const setting = secure_getenv("MIREVO_LOGIN");
+  return (setting != nullptr && std::string_view(setting) == "required") || accounts::AreNeeded();
+}
+
+Caller ToCaller(const accounts::Account& account) {
+  Caller caller;
+  caller.isLoginRequired = true;
+  caller.account = account.name;
+  caller.era = account.era;
+  caller.isOwner = account.owner;
+  caller.roots = account.roots;
+  return caller;
+}
+
+// A link is as good as its account, and as old as the account's password at most.
+std::optional<Caller> ByLink(const Request& request, const std::string& link) {
+  if (!accounts::IsSecret(link)) {
+    return std::nullopt;
+  }
+  const auto ticket = Ticket::Take(request.StreamId());
+  if (!ticket || !accounts::SameSecret(ticket->Parameter("link"), link)) {
+    return std::nullopt;
+  }
+  const auto account = accounts::Find(ticket->Parameter("account"));
+  if (!account || account->era != ticket->Parameter("era")) {
+    return std::nullopt;
+  }
+  Caller caller = ToCaller(*account);
+  caller.isOwner = false;
+  caller.linkedStream = ticket->StreamId();
+  return caller;
+}
+
+std::optional<Caller> BySession(const std::string& id) {
+  const auto account = accounts::UseSession(id, time(nullptr));
+  return account ? std::optional(ToCaller(*account)) : std::nullopt;
+}
+
+}  // namespace
+
+Caller FindCaller(const Request& request, Right right) {
+  Caller caller;
+  caller.isLoginRequired = IsLoginRequired();
+  caller.isOwner = !caller.isLoginRequired;
+  if (!caller.isLoginRequired) {
+    return caller;
+  }
+  const std::string id = request.Text("_sid");
+  auto found = right == Right::kLink ? ByLink(request, id) : std::nullopt;
+  if (!found) {
+    found = BySession(id);
+  }
+  if (!found) {
+    found = BySession(SessionCookie(request));
+  }
+  return found.value_or(caller);
+}
+
+bool HasRight(const Caller& caller, Right right, Answer& refusal) {
+  if (!caller.isLoginRequired || right == Right::kAnyone ||
+      (right == Right::kLink && !caller.account.empty())) {
+    return true;
+  }
+  if (caller.account.empty() || !caller.linkedStream.empty()) {
+    refusal = Answer::Failure(kUnauthorized);
+    return false;
+  }
+  refusal = Answer::Failure(kForbidden, "This is for the owner of the system.");
+  return right == Right::kAccount || caller.isOwner;
+}
+
+std::string SessionCookie(const Request& request) {
+  constexpr std::string_view kName = "_sid=";
+  const std::string cookies = request.Header("COOKIE");
+  size_t start = 0;
+  while (start < cookies.size()) {
+    start = std::min(cookies.find_first_not_of(" ;", start), cookies.size());
+    const size_t end = std::min(cookies.find(';', start), cookies.size());
+    if (cookies.compare(start, kName.size(), kName) == 0) {
+      return cookies.substr(start + kName.size(), end - start - kName.size());
+    }
+    start = end;
+  }
+  return "";
+}
+
+}  // namespace webapi

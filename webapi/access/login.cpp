@@ -1,0 +1,86 @@
+#include "webapi/access/login.h"
+
+#include <ctime>
+#include <string>
+
+#include "accounts/attempts.h"
+#include "accounts/sessions.h"
+#include "webapi/access/identity.h"
+
+namespace webapi {
+namespace {
+
+using accounts::Attempts;
+
+// Scripts cannot read it, and no other site's page has it sent along.
+std::string CookieOf(const Request& request, const std::string& value, int64_t seconds) {
+  return "_sid=" + value + "; Path=/; Max-Age=" + std::to_string(seconds) +
+         "; HttpOnly; SameSite=Strict" + (request.Scheme() == "https" ? "; Secure" : "");
+}
+
+Answer AskForPatience(int64_t seconds) {
+  Answer answer = Answer::Failure(
+      kTooManyRequests, "There were too many logins. Wait a moment before you try again.");
+  answer.AddHeader("Retry-After", std::to_string(seconds));
+  return answer;
+}
+
+Answer Welcome(const Request& request, const accounts::Account& account, int64_t now) {
+  const std::string id = accounts::BeginSession(account, now);
+  if (id.empty()) {
+    return Answer::Failure(kInternal, "The session could not be kept.");
+  }
+  Json::Value data(Json::objectValue);
+  data["_sid"] = id;
+  data["account"] = account.name;
+  data["owner"] = account.owner;
+  data["expires"] = static_cast<Json::Int64>(now + accounts::kSessionIdleSeconds);
+  Answer answer = Answer::Success(data);
+  answer.AddHeader("Set-Cookie", CookieOf(request, id, accounts::kSessionSeconds));
+  return answer;
+}
+
+}  // namespace
+
+Answer LogIn(const Request& request) {
+  if (!accounts::AreNeeded()) {
+    return Answer::Failure(kBadRequest, "This server has no accounts.");
+  }
+  const int64_t now = time(nullptr);
+  const std::string name = request.Text("account");
+  const Attempts byAddress("address " + accounts::ClientOf(request.ClientAddress()),
+                           accounts::kPerAddress, now);
+  const Attempts byAccount("account " + name, accounts::kPerAccount, now);
+  int64_t wait = byAddress.Take();
+  wait = wait > 0 ? wait : byAccount.Take();
+  if (wait > 0) {
+    return AskForPatience(wait);
+  }
+  const auto account = accounts::Verify(name, request.Text("passwd"));
+  if (!account) {
+    return Answer::Failure(kUnauthorized, "The name or the password is wrong.");
+  }
+  byAddress.GiveBack();
+  byAccount.GiveBack();
+  Attempts::Sweep(now);
+  return Welcome(request, *account, now);
+}
+
+Answer LogOut(const Request& request) {
+  accounts::EndSession(request.Text("_sid"));
+  accounts::EndSession(SessionCookie(request));
+  Answer answer = Answer::Success(Json::Value(Json::objectValue));
+  answer.AddHeader("Set-Cookie", CookieOf(request, "", 0));
+  return answer;
+}
+
+Answer DescribeCaller(const Request& request) {
+  const Caller& caller = request.MadeBy();
+  Json::Value data(Json::objectValue);
+  data["login_required"] = caller.isLoginRequired;
+  data["account"] = caller.account;
+  data["owner"] = caller.isOwner;
+  return Answer::Success(data);
+}
+
+}  // namespace webapi

@@ -1,0 +1,165 @@
+#include "webapi/choice/explain.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+#include "metadata/qmxmetadata.h"
+#include "stream/http_live_stream.h"
+#include "stream/http_stream.h"
+#include "stream/smooth_stream.h"
+#include "stream/webm_stream.h"
+#include "transcoder/shell_line.h"
+#include "util/qmxutils.h"
+#include "webapi/access/ticket.h"
+#include "webapi/choice/client_support.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::QMXMetaData;
+using LibOrvoQMX::VideoMetaData;
+using Command = std::vector<std::string>;
+
+constexpr char kNoId[] = "STREAM_ID";
+constexpr char kFirstSegment[] = "0";
+
+Command HlsCommand(const QMXMetaData& plan) {
+  return LibOrvoQMX::HttpLiveStream(plan).CommandLine(kFirstSegment,
+                                                      KindFolder("HLS") + "/" + kNoId);
+}
+
+Command HttpCommand(const QMXMetaData& plan) {
+  const LibOrvoQMX::HttpStream stream(plan);
+  return stream.CommandLine(stream.GetTranscoder(), STDOUT_FILENO);
+}
+
+Command WebmCommand(const QMXMetaData& plan) {
+  return LibOrvoQMX::WebMStream(plan).CommandLine(STDOUT_FILENO);
+}
+
+Command SmoothCommand(const QMXMetaData& plan) {
+  return LibOrvoQMX::SmoothStream(plan).CommandLine(KindFolder("SS") + "/" + kNoId);
+}
+
+struct Format {
+  const char* name;
+  const char* contentType;  // null where it depends on the profile
+  Command (*command)(const QMXMetaData& plan);
+};
+constexpr std::array kFormats = {
+    Format{"hls", "application/vnd.apple.mpegurl", HlsCommand},
+    Format{"http", nullptr, HttpCommand},
+    Format{"webm", nullptr, WebmCommand},
+    Format{"ss", "application/vnd.ms-sstr+xml", SmoothCommand},
+};
+
+const Format* FindFormat(const std::string& name) {
+  const auto found = std::find_if(kFormats.begin(), kFormats.end(),
+                                  [&](const Format& format) { return name == format.name; });
+  return found == kFormats.end() ? nullptr : found;
+}
+
+// The value behind the first of an option's spellings; "" without it.
+std::string ValueOf(const Command& command, const std::string& option,
+                    const std::string& other = "") {
+  const auto found = std::find_if(command.begin(), command.end(), [&](const std::string& argument) {
+    return argument == option || (!other.empty() && argument == other);
+  });
+  return found == command.end() || found + 1 == command.end() ? "" : *(found + 1);
+}
+
+// The digits that a text begins with; 0 without any.
+unsigned Number(const std::string& text) {
+  return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
+}
+
+// "1200k" and "1200000" in bit/s; 0 for no number.
+unsigned BitRate(const std::string& text) {
+  const unsigned rate = Number(text);
+  return !text.empty() && text.back() == 'k' ? rate * 1000 : rate;
+}
+
+// What comes out: the size and rate that the command asks for, else those of the film.
+void DescribePicture(const Command& command, const VideoMetaData& film, Json::Value& entry) {
+  const Command size = LibOrvoQMX::StringExplode(ValueOf(command, "-s"), "x");
+  const bool isAsked = size.size() == 2;
+  entry["width"] = isAsked ? Number(size[0]) : film.GetVideoResolutionX();
+  entry["height"] = isAsked ? Number(size[1]) : film.GetVideoResolutionY();
+  const unsigned video = BitRate(ValueOf(command, "-vb", "--vb"));
+  entry["bit_rate"] =
+      video != 0 ? video + BitRate(ValueOf(command, "-ab", "--ab")) : film.GetBitrate();
+}
+
+Json::Value Explain(const Format& format, const Profile& profile, const VideoMetaData& film,
+                    const std::string& device) {
+  const Verdict verdict = Judge(profile, film);
+  Json::Value entry(Json::objectValue);
+  entry["key"] = profile.key;
+  entry["format"] = format.name;
+  entry["content_type"] =
+      format.contentType != nullptr ? format.contentType : ContentTypeOf(profile);
+  entry["method"] = verdict.method;
+  entry["why"] = verdict.why;
+  if (verdict.method == "refused") {
+    entry["reason"] = verdict.refusal;
+    entry["width"] = entry["height"] = entry["bit_rate"] = 0;
+    entry["command"] = "";
+    return entry;
+  }
+  const Command command = CommandOf(format.name, profile, film, device);
+  DescribePicture(command, film, entry);
+  entry["command"] = orvo::transcoder::ShellLine(command);
+  return entry;
+}
+
+void ExplainFormat(const Format& format, const VideoMetaData& film, const std::string& device,
+                   Json::Value& list) {
+  const auto chosen = ChooseProfile(format.name, film);
+  for (const Profile& profile : ProfilesOf(format.name)) {
+    Json::Value entry = Explain(format, profile, film, device);
+    entry["default"] = chosen && chosen->key == profile.key;
+    list.append(std::move(entry));
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> Formats() {
+  std::vector<std::string> names(kFormats.size());
+  std::transform(kFormats.begin(), kFormats.end(), names.begin(),
+                 [](const Format& format) { return format.name; });
+  return names;
+}
+
+Command CommandOf(const std::string& format, const Profile& profile, const VideoMetaData& film,
+                  const std::string& device) {
+  const Format* const row = FindFormat(format);
+  return row == nullptr ? Command()
+                        : row->command(QMXMetaData::Plan(film, profile.key, profile.value, device));
+}
+
+Json::Value ExplainProfiles(const VideoMetaData& film, const std::string& device,
+                            const std::string& format) {
+  Json::Value list(Json::arrayValue);
+  for (const Format& row : kFormats) {
+    if (format.empty() || format == row.name) {
+      ExplainFormat(row, film, device, list);
+    }
+  }
+  return list;
+}
+
+Json::Value ExplainDirect(const VideoMetaData& film, const std::string& userAgent,
+                          const std::string& device) {
+  const DirectVerdict verdict = JudgeDirect(film, userAgent, device);
+  Json::Value entry(Json::objectValue);
+  entry["fits"] = verdict.fits;
+  entry["why"] = verdict.why;
+  entry["content_type"] = verdict.contentType;
+  return entry;
+}
+
+}  // namespace webapi

@@ -1,0 +1,179 @@
+#include "webapi/choice/profiles.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "platform/plat.h"
+#include "policy/argument_helper.h"
+#include "policy/platform_utils.h"
+#include "policy/profile_traits.h"
+#include "util/json_utils.h"
+#include "util/qmxutils.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::ArgumentHelper;
+using LibOrvoQMX::ProfileTraits;
+using LibOrvoQMX::VideoMetaData;
+
+constexpr char kProfileFolder[] = "/var/packages/Mirevo/target/profiles/";
+constexpr char kFallbackPlatform[] = "x86_1";
+constexpr unsigned kDefaultMaxHeight = 720;
+
+struct MediaType {
+  const char* muxer;
+  const char* type;
+};
+constexpr std::array kMediaTypes = {
+    MediaType{"mp4", "video/mp4"},
+    MediaType{"mpegts", "video/mp2t"},
+    MediaType{"asf", "video/x-ms-asf"},
+    // Browsers go by the name of the container's web form, and read the whole of it.
+    MediaType{"matroska", "video/webm"},
+    MediaType{"webm", "video/webm"},
+};
+
+// The first part of the keys of one format's profiles.
+std::string KeyPrefix(const std::string& format) {
+  return (format == "ss" ? "smoothstreaming" : format) + "_";
+}
+
+std::string PathOf(const std::string& platform) {
+  return orvo::SystemPath(kProfileFolder + platform + ".json");
+}
+
+// The value that follows an option in a profile; "" without it.
+std::string OptionValue(const Profile& profile, const std::string& option) {
+  const std::vector<std::string> list = LibOrvoQMX::StringExplode(profile.value, " \n");
+  const auto found = std::find(list.begin(), list.end(), option);
+  return found == list.end() || found + 1 == list.end() ? "" : *(found + 1);
+}
+
+unsigned HeightOf(const Profile& profile) {
+  unsigned width = 0;
+  unsigned height = 0;
+  const std::string size = OptionValue(profile, "-s");
+  ArgumentHelper::MapVideoSize(size, width, height);
+  // Some profiles ask for a height alone.
+  return height != 0 ? height : static_cast<unsigned>(std::strtoul(size.c_str(), nullptr, 10));
+}
+
+std::string CodecOf(const VideoMetaData& film) {
+  const std::string name = film.GetVideoCodecName();
+  return name.empty() ? film.GetFirstVideoMemberString("codec_raw") : name;
+}
+
+bool IsEightBit420(const std::string& pixelFormat) {
+  return pixelFormat == "yuv420p" || pixelFormat == "yuvj420p";
+}
+
+Verdict Refuse(const std::string& word, const std::string& why) {
+  return {"refused", word, why};
+}
+
+Verdict JudgeRemux(const VideoMetaData& film) {
+  if (film.GetVideoCodecName() != "h264") {
+    return Refuse("TransVideoNotSupported",
+                  "Only H.264 video can be copied; this film's is " + CodecOf(film) + ".");
+  }
+  if (!IsEightBit420(film.GetVideoPixFmt())) {
+    return Refuse("TransVideoNotSupported", "Players do not decode H.264 video as " +
+                                                film.GetVideoPixFmt() +
+                                                "; it has to be re-encoded.");
+  }
+  return {"remux", "", "The video is copied as it is; the sound is made AAC."};
+}
+
+Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
+  const bool hardware = ProfileTraits::Of(profile.value).hardware;
+  const unsigned capability = ArgumentHelper(film).AbleToTranscodeTheVideo(hardware);
+  if (capability != LibOrvoQMX::kHardwareAble) {
+    return Refuse(ArgumentHelper::RefusalWord(capability),
+                  "The hardware cannot transcode this film's " + CodecOf(film) + " video.");
+  }
+  return {"transcode", "",
+          "The " + CodecOf(film) + " video of " + std::to_string(film.GetVideoResolutionX()) + "x" +
+              std::to_string(film.GetVideoResolutionY()) + " is re-encoded to " +
+              OptionValue(profile, "-s") + "."};
+}
+
+// Every HLS profile is; of the progressive ones, the MP4 alone.
+bool IsForBrowsers(const std::string& format, const Profile& profile) {
+  return format != "http" || ContentTypeOf(profile) == "video/mp4";
+}
+
+}  // namespace
+
+std::string ProfileFile() {
+  std::error_code failure;
+  const std::string own = PathOf(libmrv::util::PlatformUtils::GetInst().GetTransPlatformName());
+  return std::filesystem::exists(own, failure) ? own : PathOf(kFallbackPlatform);
+}
+
+std::vector<Profile> ProfilesOf(const std::string& format) {
+  std::vector<Profile> profiles;
+  Json::Value file;
+  if (!LibMirevo::ReadJsonFromFile(ProfileFile(), file) || !file.isObject()) {
+    return profiles;
+  }
+  for (const std::string& key : file.getMemberNames()) {
+    if (key.rfind(KeyPrefix(format), 0) == 0 && file[key].isString()) {
+      profiles.push_back({key, file[key].asString()});
+    }
+  }
+  return profiles;
+}
+
+Verdict Judge(const Profile& profile, const VideoMetaData& film) {
+  if (film.GetVideoResolutionX() == 0) {
+    return Refuse("TransVideoNotSupported", "This file holds no video.");
+  }
+  if (profile.key.rfind("hls_", 0) == 0 && ArgumentHelper(film).ZeroAudioTrack()) {
+    return Refuse("TransAudioNotSupported", "HLS needs a sound track, and this film has none.");
+  }
+  if (profile.key.rfind(KeyPrefix("ss"), 0) == 0 &&
+      (film.GetVideoRatio() <= 0 || film.GetDuration() == 0)) {
+    return Refuse("TransVideoNotSupported",
+                  "The shape of this film's picture or its length is unknown.");
+  }
+  if (CodecOf(film).empty()) {
+    return Refuse("TransVideoNotSupported", "The codec of this film's video is unknown.");
+  }
+  return ProfileTraits::Of(profile.value).remux ? JudgeRemux(film) : JudgeTranscode(profile, film);
+}
+
+std::optional<Profile> ChooseProfile(const std::string& format, const VideoMetaData& film) {
+  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
+  std::optional<Profile> best;
+  for (const Profile& profile : ProfilesOf(format)) {
+    const Verdict verdict = Judge(profile, film);
+    if (!IsForBrowsers(format, profile) || verdict.method == "refused") {
+      continue;
+    }
+    if (verdict.method == "remux") {
+      return profile;
+    }
+    const unsigned height = HeightOf(profile);
+    const unsigned bestHeight = best ? HeightOf(*best) : 0;
+    // Up to the limit larger is better; above it smaller is.
+    if (!best || (height <= limit ? bestHeight > limit || height > bestHeight
+                                  : bestHeight > limit && height < bestHeight)) {
+      best = profile;
+    }
+  }
+  return best;
+}
+
+std::string ContentTypeOf(const Profile& profile) {
+  const std::string muxer = OptionValue(profile, "-f");
+  for (const MediaType& row : kMediaTypes) {
+    if (muxer == row.muxer) {
+      return row.type;
+    }
+  }
+  return "application/octet-stream";
+}
+
+}  // namespace webapi

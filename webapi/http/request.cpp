@@ -1,0 +1,225 @@
+#include "webapi/http/request.h"
+
+#include <json/reader.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <sstream>
+
+#include "util/json_utils.h"
+
+namespace webapi {
+namespace {
+
+// What is left of "&amp;" behind its "&". Some players take an address out of an XML attribute as
+// it stands there.
+constexpr char kEscapedSeparator[] = "amp;";
+constexpr size_t kMaxBody = 65536;
+constexpr char kFormType[] = "application/x-www-form-urlencoded";
+
+std::string Environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+// The text inside quotes. Playlists put them around a value as it is, so what is no JSON text is
+// taken literally.
+std::string Unquote(const std::string& text) {
+  Json::CharReaderBuilder strict;
+  strict["failIfExtra"] = true;
+  Json::Value value;
+  std::istringstream stream(text);
+  const bool isJson = Json::parseFromStream(strict, stream, &value, nullptr) && value.isString();
+  return isJson ? value.asString() : text.substr(1, text.size() - 2);
+}
+
+std::optional<int64_t> ParseNumber(std::string_view text) {
+  int64_t number = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < 0) {
+    return std::nullopt;
+  }
+  return number;
+}
+
+bool ReadBody(size_t length, std::string& body) {
+  body.resize(length);
+  size_t done = 0;
+  while (done < length) {
+    const ssize_t count = read(STDIN_FILENO, body.data() + done, length - done);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      return false;
+    }
+    done += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+bool IsAuthority(const std::string& text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '.' || c == ':' || c == '-' || c == '[' || c == ']';
+  });
+}
+
+}  // namespace
+
+std::optional<Request> Request::Read(std::string& error) {
+  Request request;
+  if (!request.AddParameters(Environment("QUERY_STRING"))) {
+    error = "The query of this address is malformed.";
+    return std::nullopt;
+  }
+  if (request.Method() != "POST") {
+    return request;
+  }
+  const auto length = ParseNumber(Environment("CONTENT_LENGTH"));
+  std::string body;
+  if (Environment("CONTENT_TYPE").rfind(kFormType, 0) != 0 || !length ||
+      static_cast<size_t>(*length) > kMaxBody || !ReadBody(static_cast<size_t>(*length), body) ||
+      !request.AddParameters(body)) {
+    error = "The form that was sent is malformed or too long.";
+    return std::nullopt;
+  }
+  return request;
+}
+
+bool Request::AddParameters(const std::string& query) {
+  size_t start = 0;
+  while (start < query.size()) {
+    const size_t end = std::min(query.find('&', start), query.size());
+    std::string pair = query.substr(start, end - start);
+    start = end + 1;
+    if (pair.rfind(kEscapedSeparator, 0) == 0) {
+      pair.erase(0, sizeof(kEscapedSeparator) - 1);
+    }
+    if (pair.empty()) {
+      continue;
+    }
+    const size_t equals = std::min(pair.find('='), pair.size());
+    const auto name = DecodeQueryValue(pair.substr(0, equals));
+    const auto value =
+        DecodeQueryValue(equals < pair.size() ? pair.substr(equals + 1) : std::string());
+    if (!name || !value) {
+      return false;
+    }
+    parameters_.emplace(*name, *value);
+  }
+  return true;
+}
+
+bool Request::Has(const std::string& name) const {
+  return parameters_.count(name) > 0;
+}
+
+std::string Request::Text(const std::string& name) const {
+  const auto found = parameters_.find(name);
+  if (found == parameters_.end()) {
+    return "";
+  }
+  const std::string& text = found->second;
+  return text.size() >= 2 && text.front() == '"' && text.back() == '"' ? Unquote(text) : text;
+}
+
+std::optional<int64_t> Request::Number(const std::string& name, int64_t max) const {
+  const auto number = ParseNumber(Text(name));
+  return number && *number <= max ? number : std::nullopt;
+}
+
+std::optional<double> Request::Seconds(const std::string& name, double max) const {
+  const std::string text = Text(name);
+  double seconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
+  const bool isTime = parsed.ec == std::errc() && parsed.ptr == end && seconds >= 0;
+  return isTime && seconds <= max ? std::optional(seconds) : std::nullopt;
+}
+
+std::string Request::StreamId() const {
+  return Text(Has("stream_id") ? "stream_id" : "id");
+}
+
+std::string Request::Header(const std::string& name) const {
+  return Environment(("HTTP_" + name).c_str());
+}
+
+std::string Request::Method() const {
+  return Environment("REQUEST_METHOD");
+}
+
+std::string Request::Authority() const {
+  const std::string host = Header("HOST");
+  return IsAuthority(host) ? host : Environment("SERVER_NAME") + ":" + Environment("SERVER_PORT");
+}
+
+std::string Request::Scheme() const {
+  const std::string secure = Environment("HTTPS");
+  return secure == "on" || secure == "1" ? "https" : "http";
+}
+
+std::string Request::ClientAddress() const {
+  return Environment("REMOTE_ADDR");
+}
+
+std::optional<int64_t> Request::RangeStart() const {
+  constexpr std::string_view kUnit = "bytes=";
+  const std::string range = Header("RANGE");
+  if (range.size() <= kUnit.size() + 1 || range.compare(0, kUnit.size(), kUnit) != 0 ||
+      range.back() != '-') {
+    return std::nullopt;
+  }
+  return ParseNumber(std::string_view(range).substr(kUnit.size(), range.size() - kUnit.size() - 1));
+}
+
+std::optional<std::string> DecodeQueryValue(const std::string& text) {
+  std::string value;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '+') {
+      value += ' ';
+    } else if (text[i] != '%') {
+      value += text[i];
+    } else {
+      unsigned byte = 0;
+      const char* const digits = text.data() + i + 1;
+      if (i + 2 >= text.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2 ||
+          byte == 0) {
+        return std::nullopt;
+      }
+      value += static_cast<char>(byte);
+      i += 2;
+    }
+  }
+  return value;
+}
+
+std::string EncodeQueryValue(const std::string& text) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  constexpr std::string_view kPlain = "-_.~/";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool isLetterOrDigit = byte < 128 && std::isalnum(byte) != 0;
+    if (isLetterOrDigit || kPlain.find(c) != std::string_view::npos) {
+      encoded += c;
+    } else {
+      encoded += '%';
+      encoded += kDigits[byte >> 4];
+      encoded += kDigits[byte & 0xf];
+    }
+  }
+  return encoded;
+}
+
+bool IsUtf8(const std::string& text) {
+  Json::Value copy;
+  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
+         copy.asString() == text;
+}
+
+}  // namespace webapi

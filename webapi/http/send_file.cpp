@@ -1,0 +1,148 @@
+#include "webapi/http/send_file.h"
+
+#include <fcntl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+
+#include "platform/io.h"
+#include "platform/unique_fd.h"
+#include "webapi/http/byte_range.h"
+
+namespace webapi {
+namespace {
+
+constexpr char kEnd[] = "\r\n";
+constexpr char kNoStore[] = "no-store";
+
+std::string Header(const char* name, const std::string& value) {
+  return std::string(name) + ": " + value + kEnd;
+}
+
+std::string Headers(const char* status, const std::string& contentType, const char* cacheControl) {
+  return Header("Status", status) + Header("Content-Type", contentType) +
+         Header("Cache-Control", cacheControl) + Header("X-Content-Type-Options", "nosniff");
+}
+
+// Changes with the file and with its content.
+std::string TagOf(const struct stat& status) {
+  const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
+  return '"' + std::to_string(status.st_ino) + "-" + std::to_string(status.st_size) + "-" +
+         std::to_string(nanoseconds) + '"';
+}
+
+std::string HttpDate(time_t time) {
+  tm fields{};
+  gmtime_r(&time, &fields);
+  char text[40];
+  return std::string(text, strftime(text, sizeof(text), "%a, %d %b %Y %H:%M:%S GMT", &fields));
+}
+
+// The header by which the web server sends the file; "" where it cannot. It undoes the encoding of
+// the path, and takes neither control characters nor what is not UTF-8.
+std::string HandOver(const std::string& path) {
+  const char* const header = secure_getenv("MIREVO_SENDFILE");
+  const bool isPlain =
+      std::none_of(path.begin(), path.end(), [](unsigned char c) { return std::iscntrl(c) != 0; });
+  return header != nullptr && isPlain && IsUtf8(path) ? Header(header, EncodeQueryValue(path)) : "";
+}
+
+// A range of another version of the file is of no use to who holds a part of this one.
+bool IsRangeOfThis(const Request& request, const std::string& tag, const std::string& date) {
+  const std::string condition = request.Header("IF_RANGE");
+  return condition.empty() || condition == tag || condition == date;
+}
+
+void Copy(int file, const ByteRange& range) {
+  off_t offset = range.first;
+  while (offset <= range.last &&
+         sendfile(STDOUT_FILENO, file, &offset, static_cast<size_t>(range.last + 1 - offset)) > 0) {
+  }
+}
+
+class FileAnswer {
+ public:
+  FileAnswer(const Request& request, const struct stat& status, const std::string& contentType,
+             const char* cacheControl)
+      : request_(request),
+        size_(status.st_size),
+        tag_(TagOf(status)),
+        date_(HttpDate(status.st_mtime)),
+        contentType_(contentType),
+        cacheControl_(cacheControl) {}
+
+  // The whole file, which the web server sends, or a part of it.
+  void SendBy(const std::string& handOver) const { Write(Common("200 OK") + handOver + kEnd); }
+
+  void Send(int file) const {
+    bool outside = false;
+    const auto range = ParseByteRange(request_.Header("RANGE"), size_, outside);
+    if (NamesTag(request_.Header("IF_NONE_MATCH"), tag_)) {
+      Write(Common("304 Not Modified") + kEnd);
+    } else if (request_.Method() == "HEAD" || !IsRangeOfThis(request_, tag_, date_) ||
+               (!range && !outside)) {
+      SendBytes(file, Common("200 OK"), {0, size_ - 1});
+    } else if (outside) {
+      const std::string all = "bytes */" + std::to_string(size_);
+      Write(Common("416 Range Not Satisfiable") + Header("Content-Range", all) +
+            Header("Content-Length", "0") + kEnd);
+    } else {
+      const std::string part = "bytes " + std::to_string(range->first) + "-" +
+                               std::to_string(range->last) + "/" + std::to_string(size_);
+      SendBytes(file, Common("206 Partial Content") + Header("Content-Range", part), *range);
+    }
+  }
+
+ private:
+  static void Write(const std::string& text) { orvo::WriteAll(STDOUT_FILENO, text); }
+
+  std::string Common(const char* status) const {
+    return Headers(status, contentType_, cacheControl_) + Header("ETag", tag_) +
+           Header("Last-Modified", date_) + Header("Accept-Ranges", "bytes");
+  }
+
+  void SendBytes(int file, const std::string& headers, const ByteRange& range) const {
+    Write(headers + Header("Content-Length", std::to_string(range.Length())) + kEnd);
+    if (request_.Method() != "HEAD") {
+      Copy(file, range);
+    }
+  }
+
+  const Request& request_;
+  int64_t size_;
+  std::string tag_;
+  std::string date_;
+  const std::string& contentType_;
+  const char* cacheControl_;
+};
+
+}  // namespace
+
+void SendFileHeaders(const std::string& contentType) {
+  orvo::WriteAll(STDOUT_FILENO, Headers("200 OK", contentType, kNoStore) + kEnd);
+}
+
+bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
+              const char* cacheControl) {
+  const orvo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return false;
+  }
+  const FileAnswer answer(request, status, contentType, cacheControl);
+  const std::string handOver = request.Method() == "HEAD" ? "" : HandOver(path);
+  if (handOver.empty()) {
+    answer.Send(file.Get());
+  } else {
+    answer.SendBy(handOver);
+  }
+  return true;
+}
+
+}  // namespace webapi

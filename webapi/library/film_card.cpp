@@ -1,0 +1,77 @@
+#include "webapi/library/film_card.h"
+
+#include "metadata/video_metadata.h"
+#include "util/json_utils.h"
+#include "webapi/library/film_cache.h"
+#include "webapi/library/job_queue.h"
+#include "webapi/library/media_library.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::VideoMetaData;
+
+// An empty object for what is no film: that, too, is worth keeping.
+Json::Value Probe(const std::string& path) {
+  VideoMetaData film;
+  Json::Value facts(Json::objectValue);
+  if (film.LoadFile(path) && film.GetVideoResolutionX() > 0) {
+    facts["duration"] = film.GetDuration();
+    facts["width"] = film.GetVideoDisplayX();
+    facts["height"] = film.GetVideoDisplayY();
+    facts["video"] = film.GetVideoCodecName();
+    facts["audio"] = film.GetAudioCodecName();
+  }
+  return facts;
+}
+
+// Has what anyone may have damaged the form of facts?
+bool AreFacts(const Json::Value& facts) {
+  return facts.isObject() &&
+         (facts.empty() ||
+          (facts["duration"].isUInt() && facts["width"].isUInt() && facts["height"].isUInt() &&
+           facts["video"].isString() && facts["audio"].isString()));
+}
+
+bool Load(const std::string& kept, Json::Value& facts) {
+  return LibMirevo::ReadJsonFromFileWithoutLock(kept, facts) && AreFacts(facts);
+}
+
+bool LoadOrProbe(const std::string& film, Json::Value& facts) {
+  const std::string kept = CachePath(film, "card", ".json");
+  if (Load(kept, facts)) {
+    return true;
+  }
+  const auto place = JobPlace::Take();
+  // Others may have wanted the same and been first.
+  if (place && !Load(kept, facts)) {
+    facts = Probe(film);
+    KeepInCache(kept, LibMirevo::FormatJson(facts));
+  }
+  return place.has_value();
+}
+
+}  // namespace
+
+std::optional<Json::Value> FactsOf(const std::string& film, Answer& refusal) {
+  Json::Value facts;
+  if (!LoadOrProbe(film, facts)) {
+    refusal = Answer::Failure(kBusy);
+    return std::nullopt;
+  }
+  if (facts.empty()) {
+    refusal =
+        Answer::Failure("TransVideoNotSupported", "This file is not a film that can be played.");
+    return std::nullopt;
+  }
+  return facts;
+}
+
+Answer DescribeCard(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto film = ResolveFilm(request.Text("path"), refusal);
+  const auto facts = film ? FactsOf(*film, refusal) : std::nullopt;
+  return facts ? Answer::Success(*facts) : refusal;
+}
+
+}  // namespace webapi

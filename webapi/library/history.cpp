@@ -1,0 +1,179 @@
+#include "webapi/library/history.h"
+
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "policy/lock.h"
+#include "util/json_utils.h"
+#include "webapi/library/media_library.h"
+
+namespace webapi {
+namespace {
+
+constexpr char kFolder[] = "/var/packages/Mirevo/etc/history/";
+constexpr Json::ArrayIndex kMost = 500;
+constexpr double kLongest = 1000 * 3600;
+
+// A name for a file that any account's name can have; "all" where there are no accounts.
+std::string FileNameOf(const std::string& account) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string name = account.empty() ? "all" : "account-";
+  for (const unsigned char byte : account) {
+    name += kDigits[byte >> 4];
+    name += kDigits[byte & 0xf];
+  }
+  return name + ".json";
+}
+
+bool IsEntry(const Json::Value& entry) {
+  return entry.isObject() && entry["path"].isString() && entry["position"].isInt64() &&
+         entry["duration"].isInt64() && entry["time"].isInt64();
+}
+
+// One account's films: an array of {"path", "position", "duration", "time"}, the newest first.
+class History {
+ public:
+  explicit History(const Request& request)
+      : path_(orvo::SystemPath(kFolder + FileNameOf(request.MadeBy().account))) {}
+
+  // What anyone may have damaged counts as absent.
+  Json::Value Load() const {
+    Json::Value file;
+    Json::Value entries(Json::arrayValue);
+    if (LibMirevo::ReadJsonFromFileWithoutLock(path_, file) && file.isArray()) {
+      for (const Json::Value& entry : file) {
+        if (IsEntry(entry)) {
+          entries.append(entry);
+        }
+      }
+    }
+    return entries;
+  }
+
+  // Writes what `change` makes of the entries. False when that cannot be kept.
+  bool Change(const std::function<Json::Value(const Json::Value& entries)>& change) const {
+    const LibMirevo::Lock lock(path_ + ".lock", true);
+    return lock.IsLockSucess() && orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(Load())));
+  }
+
+ private:
+  std::string path_;
+};
+
+Json::Value Without(const Json::Value& entries, const std::string& path) {
+  Json::Value others(Json::arrayValue);
+  for (const Json::Value& entry : entries) {
+    if (entry["path"] != path) {
+      others.append(entry);
+    }
+  }
+  return others;
+}
+
+// The first place is the entry's.
+Json::Value Limit(const Json::Value& entry, const Json::Value& others) {
+  Json::Value entries(Json::arrayValue);
+  entries.append(entry);
+  for (const Json::Value& other : others) {
+    if (entries.size() < kMost) {
+      entries.append(other);
+    }
+  }
+  return entries;
+}
+
+void AddProgress(const Json::Value& entry, Json::Value& data) {
+  data["position"] = entry["position"];
+  data["duration"] = entry["duration"];
+  data["finished"] = IsFinished(entry["position"].asInt64(), entry["duration"].asInt64());
+}
+
+Answer Kept(bool isKept) {
+  return isKept ? Answer::Success(Json::Value(Json::objectValue)) : Answer::Failure(kInternal);
+}
+
+}  // namespace
+
+bool IsFinished(int64_t position, int64_t duration) {
+  // A minute before its end a film shows its credits, if it is long enough to have any.
+  constexpr int64_t kCredits = 60;
+  constexpr int64_t kWithCredits = 300;
+  return position * 100 > duration * 95 ||
+         (duration >= kWithCredits && duration - position < kCredits);
+}
+
+Answer ListHistory(const Request& request) {
+  const std::vector<std::string> roots = MediaRoots();
+  Json::Value data(Json::objectValue);
+  data["items"] = Json::Value(Json::arrayValue);
+  for (const Json::Value& entry : History(request).Load()) {
+    const std::string path = entry["path"].asString();
+    const std::string film = RealPath(path);
+    if (film.empty() || !LiesIn(roots, film)) {
+      continue;
+    }
+    Json::Value& item = data["items"].append(Json::Value(Json::objectValue));
+    item["path"] = path;
+    item["encoded_path"] = EncodeQueryValue(path);
+    item["name"] = std::filesystem::path(path).filename().string();
+    item["time"] = entry["time"];
+    AddProgress(entry, item);
+  }
+  return Answer::Success(data);
+}
+
+Answer GetHistory(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto film = ResolveFilm(request.Text("path"), refusal);
+  if (!film) {
+    return refusal;
+  }
+  Json::Value data(Json::objectValue);
+  data["position"] = 0;
+  data["duration"] = 0;
+  data["finished"] = false;
+  for (const Json::Value& entry : History(request).Load()) {
+    if (entry["path"] == *film) {
+      AddProgress(entry, data);
+    }
+  }
+  return Answer::Success(data);
+}
+
+Answer SaveHistory(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto film = ResolveFilm(request.Text("path"), refusal);
+  if (!film) {
+    return refusal;
+  }
+  const auto duration = request.Seconds("duration", kLongest);
+  const auto position = request.Seconds("position", kLongest);
+  if (!position || !duration || *position > *duration + 1) {
+    return Answer::Failure(kBadRequest, "The position must be a second of the film's duration.");
+  }
+  if (!IsUtf8(*film)) {
+    return Answer::Failure(kBadRequest, "The name of this film is not written in UTF-8.");
+  }
+  Json::Value entry(Json::objectValue);
+  entry["path"] = *film;
+  entry["position"] = static_cast<Json::Int64>(*position);
+  entry["duration"] = static_cast<Json::Int64>(*duration);
+  entry["time"] = static_cast<Json::Int64>(time(nullptr));
+  return Kept(History(request).Change(
+      [&](const Json::Value& entries) { return Limit(entry, Without(entries, *film)); }));
+}
+
+Answer RemoveHistory(const Request& request) {
+  const std::string path = request.Text("path");
+  const std::string film = RealPath(path);
+  return Kept(History(request).Change([&](const Json::Value& entries) {
+    return path.empty() ? Json::Value(Json::arrayValue)
+                        : Without(entries, film.empty() ? path : film);
+  }));
+}
+
+}  // namespace webapi

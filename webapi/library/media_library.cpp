@@ -1,0 +1,228 @@
+#include "webapi/library/media_library.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <string_view>
+
+#include "platform/plat.h"
+#include "util/json_utils.h"
+#include "util/system_files.h"
+#include "webapi/http/request.h"
+
+namespace webapi {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<std::string_view, 36> kFilmEndings = {
+    "3g2",  "3gp", "amv", "asf", "avi",  "divx", "dv",  "f4v",  "flv", "ifo",  "m1v", "m2t",
+    "m2ts", "m2v", "m4v", "mkv", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mts",  "mxf", "nut",
+    "ogm",  "ogv", "qt",  "rm",  "rmvb", "tp",   "trp", "ts",   "vob", "webm", "wmv", "wtv"};
+
+bool IsBelow(const std::string& path, const std::string& root) {
+  return path == root || root == "/" ||
+         (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
+}
+
+// What an account may see; nothing where that is all.
+std::optional<std::vector<std::string>> limits;
+
+// A media root as far as it may be seen: all of it, the folders in it that may be, or nothing.
+void AddVisible(const std::string& root, std::vector<std::string>& roots) {
+  for (const std::string& limit : *limits) {
+    if (IsBelow(root, limit)) {
+      roots.push_back(root);
+      return;
+    }
+  }
+  std::copy_if(limits->begin(), limits->end(), std::back_inserter(roots),
+               [&](const std::string& limit) { return IsBelow(limit, root); });
+}
+
+// The folder above, as far as it may be seen; above a root lies the list of roots, if it has
+// others.
+std::optional<std::string> ParentOf(const std::string& folder) {
+  const std::string parent = fs::path(folder).parent_path().string();
+  if (parent != folder && MaySee(parent)) {
+    return parent;
+  }
+  return MediaRoots().size() > 1 ? std::optional<std::string>("") : std::nullopt;
+}
+
+class Listing {
+ public:
+  // A root is listed whatever its name; inside a folder, hidden entries and other files are not
+  // films.
+  void Add(const std::string& path, bool isRoot) {
+    struct stat status {};
+    const std::string name = fs::path(path).filename().string();
+    if (name.empty() && !isRoot) {
+      return;
+    }
+    if (stat(path.c_str(), &status) != 0 || (!isRoot && name.front() == '.')) {
+      return;
+    }
+    if (S_ISDIR(status.st_mode)) {
+      folders_.append(DescribeEntry(path, status));
+    } else if (S_ISREG(status.st_mode) && (isRoot || IsFilmName(name))) {
+      files_.append(DescribeEntry(path, status));
+    }
+  }
+
+  Answer Finish(const std::string& path, const std::optional<std::string>& parent) const {
+    Json::Value data(Json::objectValue);
+    data["path"] = path;
+    if (parent) {
+      data["parent"] = *parent;
+    }
+    data["folders"] = folders_;
+    data["files"] = files_;
+    return Answer::Success(data);
+  }
+
+ private:
+  Json::Value folders_{Json::arrayValue};
+  Json::Value files_{Json::arrayValue};
+};
+
+}  // namespace
+
+std::string RealPath(const std::string& path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
+}
+
+bool IsFilmName(const std::string& name) {
+  const auto dot = name.rfind('.');
+  if (dot == std::string::npos || name.front() == '.') {
+    return false;
+  }
+  std::string ending = name.substr(dot + 1);
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return std::find(kFilmEndings.begin(), kFilmEndings.end(), ending) != kFilmEndings.end();
+}
+
+Json::Value DescribeEntry(const std::string& path, const struct stat& status) {
+  Json::Value entry(Json::objectValue);
+  entry["name"] = fs::path(path).filename().string();
+  entry["path"] = path;
+  entry["encoded_path"] = EncodeQueryValue(path);
+  entry["mtime"] = static_cast<Json::Int64>(status.st_mtime);
+  if (!S_ISDIR(status.st_mode)) {
+    entry["size"] = static_cast<Json::Int64>(status.st_size);
+  }
+  return entry;
+}
+
+bool LiesIn(const std::vector<std::string>& roots, const std::string& path) {
+  return std::any_of(roots.begin(), roots.end(),
+                     [&](const std::string& root) { return IsBelow(path, root); });
+}
+
+std::vector<std::string> MediaRoots() {
+  std::vector<std::string> roots;
+  Json::Value configured;
+  LibMirevo::ReadJsonFromFile(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"), configured);
+  if (!configured.isArray()) {
+    return roots;
+  }
+  for (const Json::Value& root : configured) {
+    const std::string path = root.isString() ? RealPath(root.asString()) : "";
+    if (path.empty()) {
+      continue;
+    }
+    if (limits) {
+      AddVisible(path, roots);
+    } else {
+      roots.push_back(path);
+    }
+  }
+  return roots;
+}
+
+void LimitMediaRoots(const std::vector<std::string>& paths) {
+  limits.emplace();
+  std::transform(paths.begin(), paths.end(), std::back_inserter(*limits), RealPath);
+  std::erase(*limits, "");
+}
+
+bool MaySee(const std::string& path) {
+  return LiesIn(MediaRoots(), path);
+}
+
+std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal) {
+  if (path.empty() || path.front() != '/') {
+    refusal = Answer::Failure(kBadRequest, "The path must be an absolute one.");
+    return std::nullopt;
+  }
+  const std::string resolved = RealPath(path);
+  if (resolved.empty()) {
+    // Whether something exists outside the roots is nobody's business.
+    const std::string folder = RealPath(fs::path(path).lexically_normal().parent_path());
+    refusal = MaySee(folder.empty() ? path : folder) && errno != EACCES
+                  ? Answer::Failure(kNotFound, "There is no such file or folder.")
+                  : Answer::Failure(kForbidden);
+    return std::nullopt;
+  }
+  if (!MaySee(resolved)) {
+    refusal = Answer::Failure(kForbidden);
+    return std::nullopt;
+  }
+  return resolved;
+}
+
+std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal) {
+  const auto resolved = ResolveMediaPath(path, refusal);
+  if (!resolved) {
+    return std::nullopt;
+  }
+  struct stat status {};
+  if (stat(resolved->c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    refusal = Answer::Failure(kBadRequest, "This is a folder, not a film.");
+    return std::nullopt;
+  }
+  return resolved;
+}
+
+Answer ListFolder(const std::string& path) {
+  Listing listing;
+  if (path.empty()) {
+    for (const std::string& root : MediaRoots()) {
+      listing.Add(root, true);
+    }
+    return listing.Finish("", std::nullopt);
+  }
+  Answer refusal = Answer::Failure(kInternal);
+  const auto folder = ResolveMediaPath(path, refusal);
+  if (!folder) {
+    return refusal;
+  }
+  std::error_code failure;
+  std::vector<std::string> paths;
+  for (fs::directory_iterator entry(*folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    // A link that leads out of the roots is not there.
+    if (!entry->is_symlink() || MaySee(RealPath(entry->path().string()))) {
+      paths.push_back(entry->path().string());
+    }
+  }
+  if (failure) {
+    return Answer::Failure(kBadRequest, "This is not a folder that can be read.");
+  }
+  std::sort(paths.begin(), paths.end());
+  for (const std::string& entry : paths) {
+    listing.Add(entry, false);
+  }
+  return listing.Finish(*folder, ParentOf(*folder));
+}
+
+}  // namespace webapi

@@ -1,0 +1,243 @@
+#include "webapi/library/picture.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/plat.h"
+#include "util/media_formats.h"
+#include "webapi/http/send_file.h"
+#include "webapi/library/film_cache.h"
+#include "webapi/library/film_card.h"
+#include "webapi/library/job_queue.h"
+#include "webapi/library/media_library.h"
+
+namespace webapi {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kDecoder[] = "/usr/bin/ffmpeg";
+constexpr char kPictureType[] = "image/jpeg";
+constexpr char kStartOfPicture[] = "\xff\xd8";
+constexpr auto kTimeLimit = std::chrono::seconds(10);
+constexpr int kNiceness = 10;
+constexpr int kKilled = 128 + SIGKILL;
+
+constexpr int64_t kSmallest = 16;
+constexpr int kSecondsEach = 10;  // how much of a film one thumbnail stands for
+
+// Drops pictures that are as good as black, and takes the most telling one of the next few.
+constexpr char kTelling[] =
+    ",signalstats,metadata=select:key=lavfi.signalstats.YAVG:value=20:function=greater,thumbnail=4";
+
+// Where in the film a picture is looked for, and how.
+struct Look {
+  double second;
+  const char* chooser;
+};
+
+// Tall films are cut down in size, not in shape, to twice the width.
+std::string Scale(int width) {
+  const std::string w = std::to_string(width);
+  return "scale=" + w + ":max(2\\,trunc(min(" + w + "/dar\\,2*" + w +
+         ")/2)*2):out_range=full,setsar=1,format=yuvj420p";
+}
+
+// Only key frames are decoded, and no more than a minute of film is read for them.
+std::vector<std::string> CommandLine(const std::string& film, int width, const Look& look) {
+  return {kDecoder,
+          "-nostdin",
+          "-hide_banner",
+          "-v",
+          "error",
+          "-filter_threads",
+          "1",
+          "-threads",
+          "1",
+          "-noaccurate_seek",
+          "-ss",
+          std::to_string(look.second),
+          "-t",
+          "60",
+          "-skip_frame",
+          "nokey",
+          "-protocol_whitelist",
+          "file",
+          "-format_whitelist",
+          orvo::kSelfContainedFormats,
+          "-i",
+          "file:" + film,
+          "-map",
+          "0:V:0",
+          "-frames:v",
+          "1",
+          "-vf",
+          Scale(width) + look.chooser,
+          "-threads",
+          "1",
+          "-c:v",
+          "mjpeg",
+          "-q:v",
+          "4",
+          "-f",
+          "image2pipe",
+          "pipe:1"};
+}
+
+// The picture; "" when there is none. False when the time was over before that was known.
+bool Decode(const std::string& film, int width, const Look& look, Clock::time_point deadline,
+            std::string& picture) {
+  const auto left =
+      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  int status = kKilled;
+  picture.clear();
+  if (left > 0) {
+    libmrv::DoActionAsRoot("MakePicture", [&] {
+      status = orvo::RunWithin(kDecoder, CommandLine(film, width, look), static_cast<int>(left),
+                               &picture);
+      return true;
+    });
+  }
+  if (picture.rfind(kStartOfPicture, 0) != 0) {
+    picture.clear();
+  }
+  return status != kKilled;
+}
+
+// What to make of which film, and where it is kept.
+struct Wish {
+  std::string film;
+  std::string path;
+  int width = 0;
+  std::vector<Look> looks;  // until one gives a picture
+};
+
+// Makes the picture. A film without one gets an empty file, so that it is not asked again.
+bool Make(const Wish& wish) {
+  const auto deadline = Clock::now() + kTimeLimit;
+  setpriority(PRIO_PROCESS, 0, kNiceness);
+  std::string picture;
+  bool isKnown = true;
+  for (const Look& look : wish.looks) {
+    isKnown = Decode(wish.film, wish.width, look, deadline, picture) && isKnown;
+    if (!picture.empty()) {
+      break;
+    }
+  }
+  return (isKnown || !picture.empty()) && KeepInCache(wish.path, picture);
+}
+
+bool IsKept(const std::string& path, bool& hasPicture) {
+  struct stat status {};
+  const bool isKept = stat(path.c_str(), &status) == 0;
+  hasPicture = isKept && status.st_size > 0;
+  return isKept;
+}
+
+Answer SendPicture(const Request& request, const Wish& wish) {
+  bool hasPicture = false;
+  if (!IsKept(wish.path, hasPicture)) {
+    const auto place = JobPlace::Take();
+    if (!place) {
+      return Answer::Failure(kBusy);
+    }
+    // Others may have wanted the same and been first.
+    if (!IsKept(wish.path, hasPicture) && !Make(wish)) {
+      return Answer::Failure(kInternal, "The picture could not be made in time.");
+    }
+  }
+  if (!IsKept(wish.path, hasPicture) || !hasPicture ||
+      !SendFile(request, wish.path, kPictureType, kKeepPicture)) {
+    return Answer::Failure(kNotFound, "There is no picture to be had of this film.");
+  }
+  return Answer::Sent();
+}
+
+// How wide the request wants it, an even number; nothing for a width out of bounds.
+std::optional<int> WidthOf(const Request& request, int64_t usual, int64_t largest) {
+  if (!request.Has("width")) {
+    return static_cast<int>(usual);
+  }
+  const auto width = request.Number("width", largest);
+  return width && *width >= kSmallest ? std::optional(static_cast<int>(*width) & ~1) : std::nullopt;
+}
+
+// The film of a request and the width of its picture.
+struct Subject {
+  std::string film;
+  int width;
+};
+std::optional<Subject> SubjectOf(const Request& request, int64_t usualWidth, int64_t largestWidth,
+                                 Answer& refusal) {
+  const auto film = ResolveFilm(request.Text("path"), refusal);
+  if (!film) {
+    return std::nullopt;
+  }
+  const auto width = WidthOf(request, usualWidth, largestWidth);
+  if (!width) {
+    refusal = Answer::Failure(kBadRequest, "The width must be a number from " +
+                                               std::to_string(kSmallest) + " to " +
+                                               std::to_string(largestWidth) + ".");
+    return std::nullopt;
+  }
+  return Subject{*film, *width};
+}
+
+}  // namespace
+
+Answer SendPoster(const Request& request) {
+  constexpr int64_t kUsual = 320;
+  constexpr int64_t kLargest = 640;
+  Answer refusal = Answer::Failure(kInternal);
+  const auto subject = SubjectOf(request, kUsual, kLargest, refusal);
+  if (!subject) {
+    return refusal;
+  }
+  const auto& [film, width] = *subject;
+  Wish wish{film, CachePath(film, "poster " + std::to_string(width), ".jpg"), width, {}};
+  bool ignored = false;
+  if (!IsKept(wish.path, ignored)) {
+    const auto facts = FactsOf(film, refusal);
+    if (!facts) {
+      return refusal;
+    }
+    const double duration = (*facts)["duration"].asUInt();
+    wish.looks = {
+        {duration * 0.15, kTelling}, {duration * 0.4, kTelling}, {duration * 0.15, ""}, {0, ""}};
+  }
+  return SendPicture(request, wish);
+}
+
+Answer SendThumbnail(const Request& request) {
+  constexpr int64_t kUsual = 160;
+  constexpr int64_t kLargest = 320;
+  Answer refusal = Answer::Failure(kInternal);
+  const auto subject = SubjectOf(request, kUsual, kLargest, refusal);
+  if (!subject) {
+    return refusal;
+  }
+  const auto& [film, width] = *subject;
+  const auto facts = FactsOf(film, refusal);
+  if (!facts) {
+    return refusal;
+  }
+  const auto time = request.Seconds("time", (*facts)["duration"].asUInt() + 1.0);
+  if (!time) {
+    return Answer::Failure(kBadRequest, "The time must be a second of the film.");
+  }
+  const int second = static_cast<int>(*time) / kSecondsEach * kSecondsEach;
+  const std::string what = "thumbnail " + std::to_string(width) + " " + std::to_string(second);
+  return SendPicture(
+      request,
+      {film, CachePath(film, what, ".jpg"), width, {{static_cast<double>(second), ""}, {0, ""}}});
+}
+
+}  // namespace webapi

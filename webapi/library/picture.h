@@ -1,0 +1,15 @@
+// Pictures of films: posters for lists, thumbnails for the seek bar.
+#pragma once
+
+#include "webapi/http/answer.h"
+#include "webapi/http/request.h"
+
+namespace webapi {
+
+// Sends a JPEG of a picture from inside the film that is not black, "width" pixels wide.
+Answer SendPoster(const Request& request);
+
+// Sends a JPEG of the picture near "time" (seconds): one stands for ten seconds of film.
+Answer SendThumbnail(const Request& request);
+
+}  // namespace webapi

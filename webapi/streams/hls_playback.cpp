@@ -1,0 +1,103 @@
+#include "webapi/streams/hls_playback.h"
+
+#include <optional>
+
+#include "stream/http_live_stream.h"
+#include "webapi/http/send_file.h"
+#include "webapi/streams/adapt_playback.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::HttpLiveStream;
+using LibOrvoQMX::QMXMetaData;
+
+constexpr char kKind[] = "HLS";
+constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
+constexpr char kSegmentType[] = "video/mp2t";
+constexpr int64_t kMaxFragment = 9999999;
+
+// The request program, with a name behind it for players that judge a segment by its ending.
+constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
+constexpr char kSubtitleAddress[] = "/webapi/entry.cgi/subtitle.vtt";
+
+// What the subtitles' addresses consist of; without "subtitle_id" for a stream without subtitles.
+Json::Value SubtitleOptions(const Ticket& ticket) {
+  Json::Value options(Json::objectValue);
+  const std::string subtitleId = ticket.Parameter("subtitle_id");
+  if (!subtitleId.empty()) {
+    options["url"] = kSubtitleAddress;
+    options["id"] = ticket.StreamId();
+    options["subtitle_id"] = subtitleId;
+    options["uid"] = 0U;
+    options["subtitle_codepage"] = ticket.Parameter("subtitle_codepage");
+    options["api"] = "ORVO.Mirevo2.Subtitle";
+    options["version"] = "1";
+    options["method"] = "get";
+    AddLink(ticket, options);
+  }
+  return options;
+}
+
+Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
+  const std::string type = request.Text("playlist_type");
+  const std::string path = stream.GetMainfest(type, request.Text("subtitle_id"));
+  if (path.empty() || !SendFile(request, path, kPlaylistType)) {
+    return Answer::Failure(kNotFound, "This stream has no such playlist.");
+  }
+  return Answer::Sent();
+}
+
+Answer SendSegment(const Request& request, HttpLiveStream& stream) {
+  QMXMetaData record(stream.GetStreamID(), kKind);
+  record.LoadMetaData();
+  const auto number = request.Number("fragment_id", kMaxFragment);
+  if (!number) {
+    return Answer::Failure(kBadRequest, "The fragment_id must be the number of a segment.");
+  }
+  const int start = stream.CalculateSeekTime(static_cast<int>(*number));
+  if (start < 0 || start >= static_cast<int64_t>(record.GetDuration()) * 1000) {
+    return Answer::Failure(kNotFound, "The film ends before this segment.");
+  }
+  const std::string fragment = std::to_string(*number);
+  if (request.Method() == "HEAD") {
+    SendFileHeaders(kSegmentType);
+    return Answer::Sent();
+  }
+  AskFor(*number, stream);
+  if (!stream.Transcoding(fragment)) {
+    return Answer::Failure(kInternal, "The transcoder could not be started.");
+  }
+  const std::string path = stream.ReadFragment(fragment);
+  if (path.empty()) {
+    return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
+  }
+  return SendFile(request, path, kSegmentType, kKeepSegment) ? Answer::Sent()
+                                                             : Answer::Failure("NotReady");
+}
+
+}  // namespace
+
+Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
+  HttpLiveStream stream(ticket.StreamId());
+  if (stream.Init(PieceRequest(ticket, kSegmentAddress, "hls"), SubtitleOptions(ticket),
+                  ticket.Parameter("audio_id"), ticket.Parameter("audio_format"))) {
+    MarkAccess(stream);
+    data["content_type"] = kPlaylistType;
+    return Answer::Sent();
+  }
+  stream.Close();
+  return Answer::Failure(stream.GetErrorString());
+}
+
+Answer PlayHls(const Request& request, const std::string& streamId) {
+  HttpLiveStream stream(streamId);
+  MarkAccess(stream);
+  return request.Has("fragment_id") ? SendSegment(request, stream) : SendPlaylist(request, stream);
+}
+
+void CloseHls(const std::string& streamId) {
+  HttpLiveStream(streamId).Close();
+}
+
+}  // namespace webapi

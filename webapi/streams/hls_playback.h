@@ -1,0 +1,20 @@
+// Playing an HTTP Live Streaming presentation.
+#pragma once
+
+#include <string>
+
+#include "webapi/access/ticket.h"
+#include "webapi/http/answer.h"
+#include "webapi/http/request.h"
+
+namespace webapi {
+
+// Writes the playlists of a stream that was just opened. A failure leaves no directory.
+Answer PrepareHls(const Ticket& ticket, Json::Value& data);
+
+// Sends a playlist, or the segment "fragment_id" when it is complete.
+Answer PlayHls(const Request& request, const std::string& streamId);
+
+void CloseHls(const std::string& streamId);
+
+}  // namespace webapi

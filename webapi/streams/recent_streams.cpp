@@ -1,0 +1,43 @@
+#include "webapi/streams/recent_streams.h"
+
+#include <ctime>
+
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "policy/lock.h"
+#include "util/json_utils.h"
+
+namespace webapi {
+namespace {
+
+constexpr char kFile[] = "/tmp/Mirevo/recent";
+constexpr Json::ArrayIndex kMost = 50;
+
+}  // namespace
+
+void RememberStream(const Ticket& ticket, const char* event) {
+  const std::string path = orvo::SystemPath(kFile);
+  const LibMirevo::Lock lock(path + ".lock", true);
+  Json::Value entry(Json::objectValue);
+  entry["event"] = event;
+  entry["path"] = ticket.Record()["path"];
+  entry["account"] = ticket.Parameter("account");
+  entry["kind"] = ticket.Kind();
+  entry["time"] = static_cast<Json::Int64>(time(nullptr));
+  Json::Value list(Json::arrayValue);
+  list.append(entry);
+  for (const Json::Value& older : RecentStreams()) {
+    if (list.size() < kMost) {
+      list.append(older);
+    }
+  }
+  orvo::ReplaceFile(path, LibMirevo::FormatJson(list));
+}
+
+Json::Value RecentStreams() {
+  Json::Value list;
+  const bool isRead = LibMirevo::ReadJsonFromFileWithoutLock(orvo::SystemPath(kFile), list);
+  return isRead && list.isArray() ? list : Json::Value(Json::arrayValue);
+}
+
+}  // namespace webapi

@@ -1,0 +1,29 @@
+#include "webapi/streams/revival.h"
+
+#include "platform/plat.h"
+#include "stream/liborvoqmx.h"
+#include "util/json_utils.h"
+#include "webapi/choice/profiles.h"
+#include "webapi/streams/direct_playback.h"
+
+namespace webapi {
+namespace {
+
+// The library makes room for what its transcoders write.
+bool MakeDirectory(const Ticket& ticket) {
+  const Json::Value& profile = ticket.Record()["profile_key"];
+  return ticket.Kind() == kDirectKind
+             ? libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(ticket.Folder(), 0777)
+             : LibOrvoQMX::QMXStream::CreateTmpDir(ticket.StreamId(), ticket.Kind(), ProfileFile(),
+                                                   profile.isString() ? profile.asString() : "", 0);
+}
+
+}  // namespace
+
+bool ReviveDirectory(const Ticket& ticket) {
+  return ticket.HasDirectory() ||
+         (MakeDirectory(ticket) &&
+          LibMirevo::WriteJsonToFile(ticket.RecordPath(), ticket.Record()));
+}
+
+}  // namespace webapi

@@ -1,0 +1,20 @@
+// Playing a Smooth Streaming presentation.
+#pragma once
+
+#include <string>
+
+#include "webapi/access/ticket.h"
+#include "webapi/http/answer.h"
+#include "webapi/http/request.h"
+
+namespace webapi {
+
+// Writes the manifest of a stream that was just opened. A failure leaves no directory.
+Answer PrepareSmooth(const Ticket& ticket, Json::Value& data);
+
+// Sends the manifest, or the fragment "fragment_id" when it is complete.
+Answer PlaySmooth(const Request& request, const std::string& streamId);
+
+void CloseSmooth(const std::string& streamId);
+
+}  // namespace webapi

@@ -1,0 +1,266 @@
+#include "webapi/streams/status.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/plat.h"
+#include "policy/platform_utils.h"
+#include "policy/trans_loading.h"
+#include "stream/http_live_stream.h"
+#include "stream/smooth_stream.h"
+#include "util/qmxutils.h"
+#include "webapi/access/ticket.h"
+#include "webapi/streams/adapt_playback.h"
+#include "webapi/streams/direct_playback.h"
+#include "webapi/streams/recent_streams.h"
+#include "webapi/streams/streaming.h"
+
+namespace webapi {
+namespace {
+
+namespace fs = std::filesystem;
+using LibMirevo::TransLoading;
+using libmrv::util::PlatformUtils;
+using LibOrvoQMX::HttpLiveStream;
+using LibOrvoQMX::SmoothStream;
+
+// The file in memory into which a transcoder writes its progress.
+constexpr char kProgressFile[] = "/memfd:orvo-progress";
+constexpr std::streamoff kProgressTail = 1024;
+
+constexpr int64_t kFragmentSeconds = 5;  // of Smooth Streaming
+
+// A stream whose last request is younger than this is being watched, in seconds.
+constexpr time_t kIdle = 30;
+
+// The first child of a process; -1 without any.
+pid_t ChildOf(pid_t pid) {
+  const std::string name = std::to_string(pid);
+  std::ifstream children("/proc/" + name + "/task/" + name + "/children");
+  pid_t child = -1;
+  return children >> child ? child : -1;
+}
+
+std::string FindProgress(pid_t pid) {
+  std::error_code failure;
+  const fs::path descriptors = "/proc/" + std::to_string(pid) + "/fd";
+  for (fs::directory_iterator entry(descriptors, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    std::error_code unreadable;
+    if (fs::read_symlink(entry->path(), unreadable).string().rfind(kProgressFile, 0) == 0) {
+      return entry->path().string();
+    }
+  }
+  return "";
+}
+
+// The newest value behind `key` ("\nname=") in the progress text, a list of name=value lines; ""
+// without one.
+std::string Newest(const std::string& progress, const std::string& key) {
+  const auto found = progress.rfind(key);
+  if (found == std::string::npos) {
+    return "";
+  }
+  const auto value = found + key.size();
+  return progress.substr(value, progress.find('\n', value) - value);
+}
+
+// Adds how fast the transcoder works (1 is the film's own speed) and where in the film it is.
+void AddProgress(pid_t pid, Json::Value& transcoder) {
+  // A transcoder that cuts segments has FFmpeg as a child of its own.
+  const std::string own = FindProgress(pid);
+  std::ifstream file(own.empty() ? FindProgress(ChildOf(pid)) : own,
+                     std::ios::binary | std::ios::ate);
+  if (!file.is_open()) {
+    return;
+  }
+  const std::streamoff size = file.tellg();
+  file.seekg(size > kProgressTail ? size - kProgressTail : 0);
+  std::array<char, kProgressTail> buffer{};
+  file.read(buffer.data(), buffer.size());
+  std::string progress(1, '\n');
+  progress.append(buffer.data(), static_cast<size_t>(file.gcount()));
+  transcoder["speed"] = std::strtod(Newest(progress, "\nspeed=").c_str(), nullptr);
+  transcoder["position"] = std::strtod(Newest(progress, "\nout_time_us=").c_str(), nullptr) / 1e6;
+}
+
+// The stream's transcoder; -1 when none runs. That of a progressive stream is what "monitor.pid"
+// names, that of another kind a child of the monitor there.
+pid_t TranscoderOf(const Ticket& ticket) {
+  const pid_t monitor = PlatReadPidFile(ticket.Folder() + "/monitor.pid");
+  return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
+}
+
+// How long a process and its first child have been computing, and for how long they are there; in
+// seconds.
+struct Effort {
+  double cpu = 0;
+  double age = 0;
+};
+
+// One process alone; zeros where it is gone.
+Effort EffortOf(pid_t pid) {
+  std::string line;
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::getline(file, line);
+  // The fields after the name, which may hold anything; the first of them is number 3.
+  std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
+  std::vector<std::string> words{std::istream_iterator<std::string>(fields), {}};
+  constexpr size_t kUser = 14 - 3;
+  constexpr size_t kSystem = 15 - 3;
+  constexpr size_t kStart = 22 - 3;
+  timespec now{};
+  if (words.size() <= kStart || clock_gettime(CLOCK_BOOTTIME, &now) != 0) {
+    return {};
+  }
+  const auto seconds = [&](size_t field) {
+    return std::strtod(words[field].c_str(), nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
+  };
+  return {seconds(kUser) + seconds(kSystem), static_cast<double>(now.tv_sec) - seconds(kStart)};
+}
+
+// As `ps` says it: over the process's life.
+void AddEffort(pid_t pid, Json::Value& transcoder) {
+  const Effort own = EffortOf(pid);
+  const double cpu = own.cpu + EffortOf(ChildOf(pid)).cpu;
+  transcoder["cpu_seconds"] = cpu;
+  transcoder["cpu_percent"] = cpu * 100 / std::max(own.age, 1.0);
+}
+
+// The second of the film that the viewer is at, about.
+double PositionOf(const Ticket& ticket) {
+  if (ticket.Kind() == kDirectKind) {
+    return DirectPosition(ticket);
+  }
+  if (ticket.Kind() == "HLS") {
+    HttpLiveStream stream(ticket.StreamId());
+    const auto asked = static_cast<int>(std::max<int64_t>(LastAskedFor(stream), 0));
+    return std::max(stream.CalculateSeekTime(asked), 0) / 1000.0;
+  }
+  if (ticket.Kind() == "SS") {
+    const SmoothStream stream(ticket.StreamId());
+    return static_cast<double>(std::max<int64_t>(LastAskedFor(stream), 0) * kFragmentSeconds);
+  }
+  Json::Value transcoder(Json::objectValue);
+  AddProgress(TranscoderOf(ticket), transcoder);
+  return ticket.StartSeconds() + transcoder["position"].asDouble();
+}
+
+Json::Value DescribeStream(const Ticket& ticket) {
+  const Json::Value& record = ticket.Record();
+  const time_t idle = std::max<time_t>(time(nullptr) - ticket.LastUse(), 0);
+  Json::Value stream(Json::objectValue);
+  stream["stream_id"] = ticket.StreamId();
+  stream["kind"] = ticket.Kind();
+  stream["path"] = record["path"];
+  stream["account"] = ticket.Parameter("account");
+  stream["profile"] = record["profile_key"];
+  stream["method"] = ticket.Parameter("method");
+  stream["start"] = ticket.StartSeconds();
+  stream["position"] = PositionOf(ticket);
+  stream["idle_seconds"] = static_cast<Json::Int64>(idle);
+  stream["playing"] = PlatProcAlive(ticket.OwnerPid()) || idle < kIdle;
+  return stream;
+}
+
+// A running transcoder, without saying whose it is.
+Json::Value DescribeWork(pid_t pid) {
+  Json::Value transcoder(Json::objectValue);
+  transcoder["pid"] = pid;
+  AddProgress(pid, transcoder);
+  AddEffort(pid, transcoder);
+  return transcoder;
+}
+
+Json::Value DescribeTranscoder(const Ticket& ticket, pid_t pid, const Json::Value& registered) {
+  Json::Value transcoder = DescribeWork(pid);
+  transcoder["stream_id"] = ticket.StreamId();
+  transcoder["kind"] = "remux";
+  for (const Json::Value& entry : registered) {
+    if (entry["PID"].asInt() == pid) {
+      transcoder["kind"] = entry["hardware_transcode"] == true ? "hardware" : "software";
+    }
+  }
+  return transcoder;
+}
+
+Json::Value DescribeVolumes() {
+  std::vector<PlatVolume> volumes;
+  VolumeList(volumes);
+  Json::Value list(Json::arrayValue);
+  for (const PlatVolume& volume : volumes) {
+    Json::Value& entry = list.append(Json::Value(Json::objectValue));
+    entry["path"] = volume.mountPath;
+    entry["free"] = static_cast<Json::UInt64>(volume.freeBytes);
+    entry["total"] = static_cast<Json::UInt64>(volume.totalBytes);
+    entry["writable"] = volume.writable;
+  }
+  return list;
+}
+
+Json::Value DescribePlatform() {
+  PlatformUtils& platform = PlatformUtils::GetInst();
+  Json::Value description(Json::objectValue);
+  description["profiles"] = platform.GetTransPlatformName();
+  description["hardware"] = platform.IsSupportHWTranscode();
+  description["hardware_enabled"] = platform.IsHWSettingEnabled();
+  return description;
+}
+
+}  // namespace
+
+Answer DescribeStatus() {
+  Json::Value data(Json::objectValue);
+  Json::Value registered;
+  {
+    const TransLoading registry;
+    registered = registry.GetEntries();
+    data["limits"]["software"] = registry.GetLimit(false);
+    data["limits"]["hardware"] = registry.GetLimit(true);
+  }
+  data["streams"] = Json::Value(Json::arrayValue);
+  data["transcoders"] = Json::Value(Json::arrayValue);
+  for (const std::string& id : Ticket::All()) {
+    const auto ticket = Ticket::Take(id);
+    if (!ticket) {
+      continue;
+    }
+    data["streams"].append(DescribeStream(*ticket));
+    const pid_t pid = TranscoderOf(*ticket);
+    if (PlatProcAlive(pid)) {
+      data["transcoders"].append(DescribeTranscoder(*ticket, pid, registered));
+    }
+  }
+  data["recent"] = RecentStreams();
+  data["volumes"] = DescribeVolumes();
+  data["platform"] = DescribePlatform();
+  return Answer::Success(data);
+}
+
+Answer DescribeStreamState(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto ticket = TakeStream(request, refusal);
+  if (!ticket) {
+    return refusal;
+  }
+  const pid_t pid = TranscoderOf(*ticket);
+  Json::Value data(Json::objectValue);
+  data["method"] = ticket->Parameter("method");
+  data["why"] = ticket->Parameter("why");
+  data["profile"] = ticket->Record()["profile_key"];
+  data["duration"] = ticket->Record()["duration"];
+  data["transcoder"] = PlatProcAlive(pid) ? DescribeWork(pid) : Json::Value();
+  return Answer::Success(data);
+}
+
+}  // namespace webapi

@@ -1,0 +1,400 @@
+#include "webapi/streams/streaming.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "accounts/secrets.h"
+#include "platform/plat.h"
+#include "policy/argument_helper.h"
+#include "policy/profile_traits.h"
+#include "policy/trans_loading.h"
+#include "stream/liborvoqmx.h"
+#include "util/json_utils.h"
+#include "util/md5.h"
+#include "webapi/access/ticket.h"
+#include "webapi/choice/client_support.h"
+#include "webapi/choice/profiles.h"
+#include "webapi/library/media_library.h"
+#include "webapi/streams/direct_playback.h"
+#include "webapi/streams/hls_playback.h"
+#include "webapi/streams/http_playback.h"
+#include "webapi/streams/recent_streams.h"
+#include "webapi/streams/revival.h"
+#include "webapi/streams/smooth_playback.h"
+#include "webapi/streams/webm_playback.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::QMXInitArgument;
+using LibOrvoQMX::QMXStream;
+using LibOrvoQMX::VideoMetaData;
+
+constexpr char kNoFilm[] = "TransVideoNotSupported";
+constexpr time_t kAbandonedSeconds = 900;
+constexpr time_t kTicketSeconds = 24 * 3600;
+
+// The kinds of streams that this server offers.
+struct StreamKind {
+  const char* format;  // what the API calls it
+  const char* kind;    // what the library calls it
+  const char* name;    // behind the request program in an address, for players that look at it
+  // Makes ready what was opened; adds to the answer what only this kind has to say.
+  Answer (*prepare)(const Ticket& ticket, Json::Value& data);
+  Answer (*play)(const Request& request, const std::string& streamId);
+  void (*close)(const std::string& streamId);
+};
+constexpr std::array kStreamKinds = {
+    StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
+    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
+    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
+    StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
+};
+
+// Parameters of an opening that every later request of the stream needs.
+constexpr std::array kKeptParameters = {"audio_id", "audio_format", "subtitle_id",
+                                        "subtitle_codepage", "force_open_qmx"};
+
+const StreamKind* FindKind(const std::string& kind) {
+  const auto found = std::find_if(kStreamKinds.begin(), kStreamKinds.end(),
+                                  [&](const StreamKind& row) { return kind == row.kind; });
+  return found == kStreamKinds.end() ? nullptr : found;
+}
+
+const StreamKind* KindOf(const Request& request, Answer& refusal) {
+  const std::string format = request.Text("format");
+  const auto found = std::find_if(kStreamKinds.begin(), kStreamKinds.end(),
+                                  [&](const StreamKind& row) { return format == row.format; });
+  if (found != kStreamKinds.end()) {
+    return found;
+  }
+  refusal = Answer::Failure(
+      kBadRequest, format.empty() ? "The parameter format is missing."
+                                  : "This server does not stream the format " + format + ".");
+  return nullptr;
+}
+
+std::string AddressOf(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+  const std::string link = StreamLink(ticket);
+  return request.Scheme() + "://" + request.Authority() + "/webapi/entry.cgi" + kind.name +
+         "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
+         "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
+}
+
+// The profile that the request names, or the one to choose for it.
+std::optional<Profile> ProfileFor(const Request& request, const std::string& format,
+                                  const VideoMetaData& film, Answer& refusal) {
+  const std::string key = request.Text("profile");
+  if (key.empty()) {
+    const auto chosen = ChooseProfile(format, film);
+    if (!chosen) {
+      refusal = Answer::Failure(kNoFilm);
+    }
+    return chosen;
+  }
+  const std::vector<Profile> profiles = ProfilesOf(format);
+  const auto found = std::find_if(profiles.begin(), profiles.end(),
+                                  [&](const Profile& profile) { return profile.key == key; });
+  if (found == profiles.end()) {
+    refusal = Answer::Failure(kBadRequest, "There is no profile of this name.");
+    return std::nullopt;
+  }
+  const Verdict verdict = Judge(*found, film);
+  if (verdict.method == "refused") {
+    refusal = Answer::Failure(verdict.refusal, verdict.why);
+    return std::nullopt;
+  }
+  return *found;
+}
+
+// What a stream will be, and why.
+struct Rendition {
+  Profile profile;
+  std::string method;
+  std::string why;
+  std::string contentType;  // where it is the film's
+};
+
+std::optional<Rendition> DirectRendition(const Request& request, const VideoMetaData& film,
+                                         Answer& refusal) {
+  const std::string key = request.Text("profile");
+  if (!key.empty() && key != kDirectProfile) {
+    refusal = Answer::Failure(kBadRequest, "There is no profile of this name.");
+    return std::nullopt;
+  }
+  const DirectVerdict verdict =
+      JudgeDirect(film, request.Header("USER_AGENT"), request.Text("device"));
+  if (!verdict.fits) {
+    refusal = Answer::Failure(kNoFilm, verdict.why);
+    return std::nullopt;
+  }
+  return Rendition{{kDirectProfile, ""}, kDirectProfile, verdict.why, verdict.contentType};
+}
+
+std::optional<Rendition> RenditionFor(const Request& request, const StreamKind& kind,
+                                      const VideoMetaData& film, Answer& refusal) {
+  if (kind.kind == std::string(kDirectKind)) {
+    return DirectRendition(request, film, refusal);
+  }
+  const auto profile = ProfileFor(request, kind.format, film, refusal);
+  if (!profile) {
+    return std::nullopt;
+  }
+  const Verdict verdict = Judge(*profile, film);
+  return Rendition{*profile, verdict.method, verdict.why, ""};
+}
+
+bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
+  return id.empty() || !LibOrvoQMX::ArgumentHelper(film).GetAudioTrackInfoByID(id).isNull();
+}
+
+// A copied video needs no place among the transcoders. The progressive kind asks for one all the
+// same.
+bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
+  const auto traits = LibOrvoQMX::ProfileTraits::Of(rendition.profile.value);
+  const bool needsPlace = rendition.method == "transcode" || kind.kind == std::string("HTTP");
+  return needsPlace && !LibMirevo::TransLoading().TransEnable(traits.hardware);
+}
+
+// The id of a stream that the request wants to join; "" for a new one.
+bool JoinsStream(const Request& request, const std::string& path, std::string& streamId,
+                 Answer& refusal) {
+  if (!request.Has("stream_id")) {
+    return true;
+  }
+  streamId = StreamIdOf(request, refusal);
+  if (streamId.empty() || streamId.rfind(LibMirevo::GetMD5(path) + "_", 0) != 0) {
+    refusal = Answer::Failure(kBadRequest, "This is not the id of a stream of this film.");
+    return false;
+  }
+  const auto ticket = Ticket::Take(streamId);
+  return !ticket || MayUse(request.MadeBy(), *ticket, refusal);
+}
+
+// Whose the stream is. One that is joined stays whose it was, and its addresses stay good.
+void AddOwnership(const Request& request, const std::string& streamId, Json::Value& parameters) {
+  const Caller& caller = request.MadeBy();
+  if (caller.account.empty()) {
+    return;
+  }
+  parameters["account"] = caller.account;
+  parameters["era"] = caller.era;
+  parameters["link"] = accounts::NewSecret();
+  const auto joined = Ticket::Take(streamId);
+  if (joined && !StreamLink(*joined).empty()) {
+    for (const char* name : {"account", "era", "link"}) {
+      parameters[name] = joined->Parameter(name);
+    }
+  }
+}
+
+Json::Value ParametersToKeep(const Request& request, const Rendition& rendition) {
+  Json::Value parameters(Json::objectValue);
+  parameters["method"] = rendition.method;
+  parameters["why"] = rendition.why;
+  parameters["content_type"] = rendition.contentType;
+  for (const char* name : kKeptParameters) {
+    if (request.Has(name)) {
+      parameters[name] = request.Text(name);
+    }
+  }
+  return parameters;
+}
+
+// Makes the directory and the record of a stream, `streamId` or a new one. Its id, or a word for
+// the client.
+std::string Init(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+                 const Rendition& rendition, const std::string& streamId) {
+  if (rendition.method == kDirectProfile) {
+    return InitDirect(film, streamId);
+  }
+  QMXInitArgument argument(film.GetFilePath(), kind.kind, ProfileFile(), rendition.profile.key);
+  argument.device = request.Text("device");
+  argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
+  argument.args["hls_header"] = request.Text("hls_header") == "true";
+  if (!streamId.empty()) {
+    argument.args["stream_id"] = streamId;
+  }
+  return QMXStream::QMX_Init(argument);
+}
+
+// Opens the stream of a film that has been found fit for it.
+Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+            const Rendition& rendition, const std::string& joined) {
+  const std::string streamId = Init(request, kind, film, rendition, joined);
+  if (streamId == "TransSapceNotEnough") {
+    return Answer::Failure(streamId);
+  }
+  Json::Value parameters = ParametersToKeep(request, rendition);
+  AddOwnership(request, streamId, parameters);
+  if (streamId.empty() || !Ticket::Create(streamId, kind.kind, parameters)) {
+    return Answer::Failure(kInternal);
+  }
+  auto ticket = Ticket::Take(streamId);
+  Json::Value data(Json::objectValue);
+  const Answer prepared = ticket ? kind.prepare(*ticket, data) : Answer::Failure(kInternal);
+  if (prepared.IsFailure()) {
+    if (ticket) {
+      ticket->Remove();
+    }
+    kind.close(streamId);
+    return prepared;
+  }
+  data["stream_id"] = streamId;
+  data["format"] = kind.format;
+  data["profile"] = rendition.profile.key;
+  data["duration"] = film.GetDuration();
+  data["url"] = AddressOf(request, kind, *ticket);
+  RememberStream(*ticket, kOpened);
+  return Answer::Success(data);
+}
+
+}  // namespace
+
+std::string StreamIdOf(const Request& request, Answer& refusal) {
+  const std::string id = request.StreamId();
+  if (IsStreamId(id)) {
+    return id;
+  }
+  refusal = Answer::Failure(kBadRequest, "This is not the id of a stream.");
+  return "";
+}
+
+std::optional<Ticket> TakeStream(const Request& request, Answer& refusal) {
+  const StreamKind* const kind = KindOf(request, refusal);
+  const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
+  if (streamId.empty()) {
+    return std::nullopt;
+  }
+  auto ticket = Ticket::Take(streamId);
+  if (ticket && !MayUse(request.MadeBy(), *ticket, refusal)) {
+    return std::nullopt;
+  }
+  if (!ticket || ticket->Kind() != kind->kind) {
+    refusal = Answer::Failure(kNotFound, kStreamClosed);
+    return std::nullopt;
+  }
+  return ticket;
+}
+
+Answer OpenStream(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const StreamKind* const kind = KindOf(request, refusal);
+  if (kind == nullptr) {
+    return refusal;
+  }
+  const auto path = ResolveFilm(request.Text("path"), refusal);
+  std::string streamId;
+  if (!path || !JoinsStream(request, *path, streamId, refusal)) {
+    return refusal;
+  }
+  if (!IsUtf8(*path)) {
+    return Answer::Failure(kBadRequest,
+                           "The name of this film is not written in UTF-8. Rename it to play it.");
+  }
+  // The film is judged before anything is made for it, so that a refusal leaves nothing behind.
+  VideoMetaData film;
+  if (!film.LoadFile(*path)) {
+    return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
+  }
+  const auto rendition = RenditionFor(request, *kind, film, refusal);
+  if (!rendition) {
+    return refusal;
+  }
+  if (!HasAudioTrack(film, request.Text("audio_id"))) {
+    return Answer::Failure(kBadRequest, "The film has no audio track of this id.");
+  }
+  // A stream that is joined has its place already.
+  if (streamId.empty() && IsBusy(*kind, *rendition)) {
+    return Answer::Failure("TransEnable");
+  }
+  SweepStreams();
+  return Open(request, *kind, film, *rendition, streamId);
+}
+
+Answer PlayStream(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  auto ticket = TakeStream(request, refusal);
+  if (!ticket) {
+    return refusal;
+  }
+  const Answer revived = ReviveStream(*ticket);
+  if (revived.IsFailure()) {
+    return revived;
+  }
+  ticket->MarkUse();
+  const StreamKind* const kind = FindKind(ticket->Kind());
+  const std::string streamId = ticket->StreamId();
+  // Not held for as long as the film is played.
+  ticket.reset();
+  return kind->play(request, streamId);
+}
+
+Answer CloseStream(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const StreamKind* const kind = KindOf(request, refusal);
+  const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
+  if (streamId.empty()) {
+    return refusal;
+  }
+  if (auto ticket = Ticket::Take(streamId)) {
+    if (!MayClose(request.MadeBy(), *ticket, refusal)) {
+      return refusal;
+    }
+    RememberStream(*ticket, kClosed);
+    ticket->Remove();
+  }
+  kind->close(streamId);
+  return Answer::Success(Json::Value(Json::objectValue));
+}
+
+Answer ReviveStream(const Ticket& ticket) {
+  const StreamKind* const kind = FindKind(ticket.Kind());
+  if (ticket.HasDirectory() || kind == nullptr) {
+    return Answer::Sent();
+  }
+  Json::Value ignored;
+  return ReviveDirectory(ticket) ? kind->prepare(ticket, ignored)
+                                 : Answer::Failure("TransSapceNotEnough");
+}
+
+void SweepStreams() {
+  const time_t now = time(nullptr);
+  for (const std::string& id : Ticket::All()) {
+    auto ticket = Ticket::Take(id);
+    if (!ticket || PlatProcAlive(ticket->OwnerPid())) {
+      continue;
+    }
+    const StreamKind* const kind = FindKind(ticket->Kind());
+    const time_t idle = now - ticket->LastUse();
+    if (idle > kAbandonedSeconds && kind != nullptr) {
+      kind->close(id);
+    }
+    if (idle > kTicketSeconds) {
+      RememberStream(*ticket, kClosed);
+      ticket->Remove();
+    }
+  }
+}
+
+void CloseAllStreams() {
+  for (const std::string& id : Ticket::All()) {
+    if (auto ticket = Ticket::Take(id)) {
+      ticket->Remove();
+    }
+  }
+  for (const StreamKind& kind : kStreamKinds) {
+    std::error_code failure;
+    const std::string folder = KindFolder(kind.kind);
+    for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
+      kind.close(entry.path().filename().string());
+    }
+  }
+}
+
+}  // namespace webapi

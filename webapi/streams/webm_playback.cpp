@@ -1,0 +1,60 @@
+#include "webapi/streams/webm_playback.h"
+
+#include <unistd.h>
+
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "stream/webm_stream.h"
+#include "webapi/choice/profiles.h"
+#include "webapi/streams/byte_playback.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::QMXMetaData;
+using LibOrvoQMX::WebMStream;
+
+constexpr char kKind[] = "WEBM";
+constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
+
+// Ends the monitor of the request before, and with it the transcoder: its place is free then.
+void StopMonitor(const std::string& streamId) {
+  WebMStream(streamId).SaveMonitorPid(0, true);
+}
+
+}  // namespace
+
+Answer PrepareWebm(const Ticket& ticket, Json::Value& data) {
+  const Json::Value& record = ticket.Record();
+  data["content_type"] =
+      ContentTypeOf({record["profile_key"].asString(), record["profile_value"].asString()});
+  return Answer::Sent();
+}
+
+Answer PlayWebm(const Request& request, const std::string& streamId) {
+  QMXMetaData record(streamId, kKind);
+  record.LoadMetaData();
+  Answer refusal = Answer::Failure(kInternal);
+  const auto start = StartSecond(request, record.GetDuration(), refusal);
+  if (!start) {
+    return refusal;
+  }
+  const std::string headers =
+      ByteHeaders("200 OK", ContentTypeOf({record.GetProfileKey(), record.GetProfileValue()}));
+  if (request.Method() == "HEAD") {
+    orvo::WriteAll(STDOUT_FILENO, headers + "\r\n");
+    return Answer::Sent();
+  }
+  WebMStream stream(streamId);
+  return PlayBytes(
+      {stream, orvo::SystemPath(kTranscoder), *start, headers, StopMonitor, CloseWebm});
+}
+
+void CloseWebm(const std::string& streamId) {
+  WebMStream stream(streamId);
+  // Waits for the transcoder's end, so that none is left when the answer is given.
+  stream.SaveMonitorPid(0, true);
+  stream.Close();
+}
+
+}  // namespace webapi

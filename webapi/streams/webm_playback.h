@@ -1,0 +1,21 @@
+// Playing a live WebM stream.
+#pragma once
+
+#include <string>
+
+#include "webapi/access/ticket.h"
+#include "webapi/http/answer.h"
+#include "webapi/http/request.h"
+
+namespace webapi {
+
+// Adds the media type to the answer of an opening.
+Answer PrepareWebm(const Ticket& ticket, Json::Value& data);
+
+// Sends the film from the second "start" on; answers only where there is nothing to send. The
+// stream is closed when the request ends, however it ends; its ticket stays.
+Answer PlayWebm(const Request& request, const std::string& streamId);
+
+void CloseWebm(const std::string& streamId);
+
+}  // namespace webapi

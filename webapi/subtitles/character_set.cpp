@@ -1,0 +1,186 @@
+#include "webapi/subtitles/character_set.h"
+
+#include <iconv.h>
+#include <uchardet.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <string_view>
+
+#include "util/lazy_library.h"
+
+namespace webapi {
+namespace {
+
+constexpr char kReplacement[] = "\xef\xbf\xbd";
+constexpr char kDetector[] = "libuchardet.so.0";
+constexpr size_t kLongestName = 40;
+// Enough to tell a language by, and a guess takes time in proportion.
+constexpr size_t kSample = 256 * 1024;
+// What western texts are written in when nothing else is known.
+constexpr char kUsualSet[] = "WINDOWS-1252";
+
+struct Mark {
+  std::string_view bytes;
+  const char* set;
+};
+// UTF-16's mark begins UTF-32's, which comes first therefore.
+constexpr std::array kMarks = {
+    Mark{{"\xff\xfe\0\0", 4}, "UTF-32LE"}, Mark{{"\0\0\xfe\xff", 4}, "UTF-32BE"},
+    Mark{"\xef\xbb\xbf", "UTF-8"},         Mark{"\xff\xfe", "UTF-16LE"},
+    Mark{"\xfe\xff", "UTF-16BE"},
+};
+
+// Detectors name the standards; files hold the supersets of them that are in use.
+struct Superset {
+  std::string_view standard;
+  const char* inUse;
+};
+constexpr std::array kSupersets = {
+    Superset{"ISO-8859-1", "WINDOWS-1252"},
+    Superset{"SHIFT_JIS", "CP932"},
+    Superset{"EUC-KR", "CP949"},
+    Superset{"GB2312", "GB18030"},
+    Superset{"BIG5", "BIG5-HKSCS"},
+    Superset{"ISO-8859-9", "WINDOWS-1254"},
+    Superset{"TIS-620", "CP874"},
+    Superset{"ASCII", "WINDOWS-1252"},
+};
+
+class Converter {
+ public:
+  explicit Converter(const std::string& set) : handle_(iconv_open("UTF-8", set.c_str())) {}
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+  ~Converter() {
+    if (IsOpen()) {
+      iconv_close(handle_);
+    }
+  }
+
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how iconv_open says no.
+  bool IsOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+
+  // Appends the text; what cannot be converted as U+FFFD. How many bytes that were.
+  size_t Append(std::string_view text, std::string& converted) {
+    std::array<char, 16384> buffer;
+    size_t broken = 0;
+    char* in = const_cast<char*>(text.data());
+    size_t left = text.size();
+    while (left > 0) {
+      char* out = buffer.data();
+      size_t room = buffer.size();
+      const bool done = iconv(handle_, &in, &left, &out, &room) != static_cast<size_t>(-1);
+      const int reason = done ? 0 : errno;
+      converted.append(buffer.data(), buffer.size() - room);
+      if (!done && reason != E2BIG) {
+        converted += kReplacement;
+        ++in;
+        --left;
+        ++broken;
+      }
+    }
+    // Some sets hold a character back until they have seen whether an accent follows.
+    char* out = buffer.data();
+    size_t room = buffer.size();
+    iconv(handle_, nullptr, nullptr, &out, &room);
+    converted.append(buffer.data(), buffer.size() - room);
+    return broken;
+  }
+
+ private:
+  iconv_t handle_;
+};
+
+// Nothing else looks like UTF-8 by chance.
+bool IsUtf8(const std::string& text) {
+  std::string ignored;
+  Converter converter("UTF-8");
+  return converter.IsOpen() && converter.Append(text, ignored) == 0;
+}
+
+// Latin text in UTF-16 has a zero in every other byte, and no other text has any.
+std::string GuessUtf16(std::string_view text) {
+  std::array<size_t, 2> zeros{};
+  for (size_t i = 0; i < text.size(); ++i) {
+    zeros[i % 2] += text[i] == '\0' ? 1 : 0;
+  }
+  const size_t few = text.size() / 10;
+  if (zeros[1] > few && zeros[0] < zeros[1] / 4) {
+    return "UTF-16LE";
+  }
+  return zeros[0] > few && zeros[1] < zeros[0] / 4 ? "UTF-16BE" : "";
+}
+
+// The library's guess; "" without one. Loaded here, since few requests convert anything.
+std::string Detect(std::string_view text) {
+  static const orvo::LazyLibrary library(kDetector);
+  decltype(&uchardet_new) create = nullptr;
+  decltype(&uchardet_delete) destroy = nullptr;
+  decltype(&uchardet_handle_data) handle = nullptr;
+  decltype(&uchardet_data_end) end = nullptr;
+  decltype(&uchardet_get_charset) get = nullptr;
+  if (!library.Find("uchardet_new", create) || !library.Find("uchardet_delete", destroy) ||
+      !library.Find("uchardet_handle_data", handle) || !library.Find("uchardet_data_end", end) ||
+      !library.Find("uchardet_get_charset", get)) {
+    return "";
+  }
+  const uchardet_t detector = create();
+  handle(detector, text.data(), text.size());
+  end(detector);
+  const std::string name = get(detector);
+  destroy(detector);
+  return name;
+}
+
+std::string SetInUse(const std::string& name) {
+  for (const Superset& row : kSupersets) {
+    if (name == row.standard) {
+      return row.inUse;
+    }
+  }
+  return IsCharacterSet(name) ? name : kUsualSet;
+}
+
+std::string Guess(const std::string& text) {
+  const std::string_view sample = std::string_view(text).substr(0, kSample);
+  const std::string wide = GuessUtf16(sample);
+  if (!wide.empty()) {
+    return wide;
+  }
+  return IsUtf8(text) ? "UTF-8" : SetInUse(Detect(sample));
+}
+
+}  // namespace
+
+bool IsCharacterSet(const std::string& name) {
+  constexpr std::string_view kOthers = "-_.:";
+  const auto isAllowed = [&](unsigned char c) {
+    return c < 128 && (std::isalnum(c) != 0 || kOthers.find(static_cast<char>(c)) != kOthers.npos);
+  };
+  return !name.empty() && name.size() <= kLongestName &&
+         std::all_of(name.begin(), name.end(), isAllowed) && Converter(name).IsOpen();
+}
+
+std::string ToUtf8(const std::string& text, const std::string& name) {
+  std::string_view content = text;
+  std::string set = name;
+  for (const Mark& mark : kMarks) {
+    if (content.substr(0, mark.bytes.size()) == mark.bytes) {
+      content.remove_prefix(mark.bytes.size());
+      set = mark.set;
+      break;
+    }
+  }
+  std::string converted;
+  Converter converter(set.empty() ? Guess(text) : set);
+  if (converter.IsOpen()) {
+    converter.Append(content, converted);
+  }
+  return converted;
+}
+
+}  // namespace webapi

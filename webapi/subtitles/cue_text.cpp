@@ -1,0 +1,88 @@
+#include "webapi/subtitles/cue_text.h"
+
+#include <algorithm>
+
+namespace webapi {
+namespace {
+
+constexpr std::array kLetters = {'b', 'i', 'u'};  // by Style
+
+constexpr bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7f;
+}
+
+}  // namespace
+
+void CueText::Put(std::string_view text) {
+  for (const char c : text) {
+    if (c == ' ' || c == '\t') {
+      blankPending_ = true;
+    } else if (!IsControl(c)) {
+      PutCharacter(c);
+    }
+  }
+}
+
+void CueText::Break() {
+  breakPending_ = true;
+}
+
+// Tags wait for a character that they apply to, so that none is empty; blanks between differently
+// written words stay outside of them.
+void CueText::PutCharacter(char c) {
+  CloseUnwanted();
+  if (text_.empty()) {
+    lines_ = 1;
+  } else if (breakPending_) {
+    text_ += '\n';
+    ++lines_;
+  } else if (blankPending_) {
+    text_ += ' ';
+  }
+  breakPending_ = false;
+  blankPending_ = false;
+  OpenWanted();
+  switch (c) {
+    case '&':
+      text_ += "&amp;";
+      break;
+    case '<':
+      text_ += "&lt;";
+      break;
+    case '>':
+      text_ += "&gt;";
+      break;
+    default:
+      text_ += c;
+  }
+}
+
+void CueText::CloseUnwanted() {
+  const auto unwanted =
+      std::find_if(open_.begin(), open_.end(), [this](Style style) { return !Has(style); });
+  CloseDownTo(static_cast<size_t>(unwanted - open_.begin()));
+}
+
+void CueText::OpenWanted() {
+  for (const Style style : {Style::kBold, Style::kItalic, Style::kUnderline}) {
+    if (Has(style) && std::find(open_.begin(), open_.end(), style) == open_.end()) {
+      text_ += std::string("<") + kLetters[static_cast<size_t>(style)] + ">";
+      open_.push_back(style);
+    }
+  }
+}
+
+void CueText::CloseDownTo(size_t depth) {
+  while (open_.size() > depth) {
+    text_ += std::string("</") + kLetters[static_cast<size_t>(open_.back())] + ">";
+    open_.pop_back();
+  }
+}
+
+std::string CueText::Finish() {
+  CloseDownTo(0);
+  return std::move(text_);
+}
+
+}  // namespace webapi

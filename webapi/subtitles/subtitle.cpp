@@ -1,0 +1,172 @@
+#include "webapi/subtitles/subtitle.h"
+
+#include <unistd.h>
+
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/io.h"
+#include "policy/lock.h"
+#include "util/md5.h"
+#include "webapi/access/ticket.h"
+#include "webapi/streams/streaming.h"
+#include "webapi/subtitles/character_set.h"
+#include "webapi/subtitles/subtitle_source.h"
+#include "webapi/subtitles/webvtt.h"
+
+namespace webapi {
+namespace {
+
+constexpr char kContentType[] = "text/vtt; charset=utf-8";
+constexpr int64_t kLastSecond = 1000 * 3600;
+
+struct Span {
+  int64_t start = 0;  // milliseconds
+  int64_t end = std::numeric_limits<int64_t>::max();
+};
+
+// Reads a time that may be absent into `milliseconds`. False when it is no whole second.
+bool ReadTime(const Request& request, const char* name, int64_t& milliseconds) {
+  if (!request.Has(name)) {
+    return true;
+  }
+  const auto seconds = request.Number(name, kLastSecond);
+  milliseconds = seconds.value_or(0) * 1000;
+  return seconds.has_value();
+}
+
+std::optional<Span> SpanOf(const Request& request) {
+  Span span;
+  const bool isRead = ReadTime(request, "webvtt_start_time", span.start) &&
+                      ReadTime(request, "webvtt_end_time", span.end);
+  return isRead && span.start <= span.end ? std::optional(span) : std::nullopt;
+}
+
+// What a request needs of the stream, so that the ticket need not be held while a film is read.
+struct Stream {
+  Json::Value film;
+  std::string folder;
+};
+
+// A film lasts up to a second longer than its duration says in whole ones, and the last span of a
+// playlist ends with those.
+bool ReachesTheEnd(const Span& span, const Json::Value& film) {
+  const Json::Value& duration = film["duration"];
+  return duration.isUInt() && span.end >= int64_t{duration.asUInt()} * 1000;
+}
+
+std::optional<Stream> StreamOf(const Request& request, const std::string& id, Answer& refusal) {
+  const auto ticket = Ticket::Take(id);
+  if (!ticket) {
+    refusal = Answer::Failure(kNotFound, kStreamClosed);
+    return std::nullopt;
+  }
+  if (!MayUse(request.MadeBy(), *ticket, refusal)) {
+    return std::nullopt;
+  }
+  // The folder keeps the converted track. Without one there is still a film to read.
+  ReviveStream(*ticket);
+  ticket->MarkUse();
+  return Stream{ticket->Record(), ticket->Folder()};
+}
+
+// A converted track on disk. Another request may convert the same one at the same time: the name
+// appears when all of it is there.
+class KeptTrack {
+ public:
+  KeptTrack(const std::string& folder, const std::string& subtitleId, const std::string& codepage)
+      : folder_(folder),
+        // A line end stands in no code page's name, so that no two pairs look alike.
+        path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt") {}
+
+  bool Load(std::string& webVtt) const {
+    webVtt.clear();
+    std::ifstream file(path_, std::ios::binary);
+    return orvo::ReadAll(file, webVtt) && !webVtt.empty();
+  }
+
+  // Keeping it only saves time: a full disk and a folder removed meanwhile are no failures.
+  void Save(const std::string& webVtt) const { orvo::ReplaceFile(path_, webVtt); }
+
+  // Held while the track is converted. Nothing where there is no folder to keep it in: a lock would
+  // make one that nobody removes.
+  std::unique_ptr<LibMirevo::Lock> Lock() const {
+    const bool hasFolder = access(folder_.c_str(), W_OK) == 0;
+    return hasFolder ? std::make_unique<LibMirevo::Lock>(path_ + ".lock", true) : nullptr;
+  }
+
+ private:
+  std::string folder_;
+  std::string path_;
+};
+
+// The whole track, kept or new. False with a refusal.
+bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::string& codepage,
+              std::string& webVtt, Answer& refusal) {
+  const KeptTrack kept(stream.folder, subtitleId, codepage);
+  if (kept.Load(webVtt)) {
+    return true;
+  }
+  const auto source = SubtitleSource::Find(stream.film, subtitleId, refusal);
+  if (source == nullptr) {
+    return false;
+  }
+  const auto lock = kept.Lock();
+  if (kept.Load(webVtt)) {
+    return true;
+  }
+  if (!source->Convert(codepage, webVtt, refusal)) {
+    return false;
+  }
+  kept.Save(webVtt);
+  return true;
+}
+
+Answer Send(const std::string& webVtt, bool headersOnly) {
+  std::string text = std::string("Status: 200 OK\r\nContent-Type: ") + kContentType;
+  text += "\r\nContent-Length: " + std::to_string(webVtt.size());
+  text += "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\n";
+  orvo::WriteAll(STDOUT_FILENO, headersOnly ? text : text + webVtt);
+  return Answer::Sent();
+}
+
+}  // namespace
+
+Answer GetSubtitle(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const std::string id = StreamIdOf(request, refusal);
+  if (id.empty()) {
+    return refusal;
+  }
+  auto span = SpanOf(request);
+  if (!span) {
+    return Answer::Failure(kBadRequest,
+                           "The times must be whole seconds, the end not before the start.");
+  }
+  if (!request.Has("subtitle_id")) {
+    return Answer::Failure(kBadRequest, "The parameter subtitle_id is missing.");
+  }
+  const std::string codepage = request.Text("subtitle_codepage");
+  if (!codepage.empty() && !IsCharacterSet(codepage)) {
+    return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
+  }
+  const auto stream = StreamOf(request, id, refusal);
+  if (!stream) {
+    return refusal;
+  }
+  std::string webVtt;
+  if (!GetTrack(*stream, request.Text("subtitle_id"), codepage, webVtt, refusal)) {
+    return refusal;
+  }
+  if (ReachesTheEnd(*span, stream->film)) {
+    span->end = Span().end;
+  }
+  // Written anew even when it is all of it: anyone may have damaged what was kept.
+  return Send(WriteWebVtt(Slice(ParseWebVtt(webVtt), span->start, span->end)),
+              request.Method() == "HEAD");
+}
+
+}  // namespace webapi
