@@ -7,13 +7,13 @@ namespace orvo::transcoder {
 namespace {
 
 // Times of pictures are rounded on their way, to ticks of 1/90000 s and more than once.
-constexpr int64_t kRounding = kFragmentTicks / 20000;
+constexpr int64_t kRounding = kTicksPerSecond / 20000;
 
 // FFmpeg lets one stream run ahead of another by ten seconds before it stops waiting for it.
-constexpr int64_t kPatience = 12 * kFragmentTicks;
+constexpr int64_t kPatience = 12 * kTicksPerSecond;
 
 // Pictures that are decoded only because the one behind them is shown.
-constexpr int64_t kUnseen = kFragmentTicks / 100000;
+constexpr int64_t kUnseen = kTicksPerSecond / 100000;
 
 // A frame of silence, as every AAC encoder writes it for two channels.
 const std::shared_ptr<const std::string>& Silence() {
@@ -22,16 +22,16 @@ const std::shared_ptr<const std::string>& Silence() {
 }
 
 int64_t TimeOfFrame(int64_t frame) {
-  return frame * kFragmentSoundFrame * kFragmentTicks / kFragmentSoundRate;
+  return frame * kFragmentSoundFrame * kTicksPerSecond / kFragmentSoundRate;
 }
 
 int64_t FrameAt(int64_t time) {
-  constexpr int64_t kScale = kFragmentSoundFrame * kFragmentTicks;
+  constexpr int64_t kScale = kFragmentSoundFrame * kTicksPerSecond;
   return (time * kFragmentSoundRate + kScale / 2) / kScale;
 }
 
 int64_t LengthOf(const FragmentPlan& plan) {
-  return plan.length * kFragmentTicks;
+  return plan.length * kTicksPerSecond;
 }
 
 }  // namespace
@@ -118,7 +118,7 @@ void PictureCutter::Finish(int64_t end) {
 SoundCutter::SoundCutter(const FragmentPlan& plan, FragmentSink& sink)
     : sink_(sink),
       length_(LengthOf(plan)),
-      limit_(plan.film ? *plan.film * kFragmentTicks : INT64_MAX),
+      limit_(plan.film ? *plan.film * kTicksPerSecond : INT64_MAX),
       number_(plan.firstNumber) {
   next_ = FrameAt(number_ * length_);
   while (next_ > 0 && NumberOf(next_ - 1) >= number_) {
@@ -185,7 +185,7 @@ void SoundCutter::Finish(int64_t end) {
 FragmentCutter::FragmentCutter(const FragmentPlan& plan, FragmentSink& sink)
     : sink_(sink), soundDone_(plan.firstNumber), pictures_(plan, *this), sound_(plan, *this) {
   if (plan.film) {
-    promised_ = *plan.film * kFragmentTicks;
+    promised_ = *plan.film * kTicksPerSecond;
   }
 }
 

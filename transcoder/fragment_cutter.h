@@ -14,15 +14,13 @@
 #include <string>
 #include <vector>
 
-namespace orvo::transcoder {
+#include "contract/fragments.h"
 
-inline constexpr int64_t kFragmentTicks = 10'000'000;  // of the fragments' clock, a second
+namespace orvo::transcoder {
 
 // The sound of fragments: AAC frames at 48 kHz, the same in every row of the manifests.
 inline constexpr int kFragmentSoundRate = 48000;
 inline constexpr int kFragmentSoundFrame = 1024;
-
-enum class Track { kVideo, kAudio };
 
 // An encoded picture or frame of sound.
 struct Sample {
@@ -37,7 +35,7 @@ struct FragmentPlan {
   std::string videoRate;  // bits a second, in decimal: what the folders are named by
   std::string audioRate;
   int firstNumber = 0;
-  int length = 5;           // seconds
+  int length = kFragmentSeconds;  // seconds
   std::optional<int> film;  // what the film's fragments shall reach up to, in seconds, once known
 };
 

@@ -65,7 +65,7 @@ constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VER
 constexpr char kCodecLibrary[] = "libavcodec.so." AV_STRINGIFY(LIBAVCODEC_VERSION_MAJOR);
 constexpr char kUtilLibrary[] = "libavutil.so." AV_STRINGIFY(LIBAVUTIL_VERSION_MAJOR);
 
-constexpr AVRational kFragmentClock = {1, kFragmentTicks};
+constexpr AVRational kFragmentClock = {1, kTicksPerSecond};
 constexpr int kBuffer = 65536;
 
 // A box of its own for each fragment, with its own clock; the file around it is thrown away.
@@ -167,7 +167,7 @@ class Boxes {
   static void DescribeSound(AVCodecParameters& parameters) {
     parameters.codec_type = AVMEDIA_TYPE_AUDIO;
     parameters.codec_id = AV_CODEC_ID_AAC;
-    parameters.sample_rate = kFragmentTicks;
+    parameters.sample_rate = kTicksPerSecond;
     parameters.frame_size = kFragmentSoundFrame;
     parameters.ch_layout = AV_CHANNEL_LAYOUT_STEREO;
   }
@@ -278,7 +278,7 @@ class FormatReader {
 
   Sample ToSample(const AVStream& stream) const {
     const int64_t time = libraries_.av_rescale_q(packet_->pts, stream.time_base, kFragmentClock);
-    return {time - kStreamDelay * kFragmentTicks, 0, (packet_->flags & AV_PKT_FLAG_KEY) != 0,
+    return {time - kStreamDelay * kTicksPerSecond, 0, (packet_->flags & AV_PKT_FLAG_KEY) != 0,
             std::make_shared<const std::string>(reinterpret_cast<const char*>(packet_->data),
                                                 static_cast<size_t>(packet_->size))};
   }

@@ -10,7 +10,7 @@
 namespace orvo::transcoder::test {
 namespace {
 
-constexpr int64_t kSecond = kFragmentTicks;
+constexpr int64_t kSecond = kTicksPerSecond;
 
 // Writes down what comes, in order: "a0 v0 a1 ..." and the samples.
 struct Written : FragmentSink {

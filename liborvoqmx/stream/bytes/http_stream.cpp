@@ -1,14 +1,9 @@
 #include "stream/http_stream.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <limits>
 #include <utility>
 
 #include "platform/io.h"
@@ -17,6 +12,10 @@
 #include "platform/unique_fd.h"
 #include "policy/registry_watch.h"
 #include "policy/trans_loading.h"
+#include "state/stream_directory.h"
+#include "stream/bytes/byte_arguments.h"
+#include "stream/bytes/predicted_size.h"
+#include "stream/pipeline/transcoder_launch.h"
 #include "util/qmxutils.h"
 #include "util/saturate.h"
 #include "util/system_files.h"
@@ -29,16 +28,6 @@ using LibMirevo::TransLoading;
 constexpr char kKind[] = "HTTP";
 constexpr int kAdmissionSeconds = 60;
 constexpr int kReadTimeoutSeconds = 30;
-constexpr int kBitsPerKilobit = 1024;
-
-// The number behind a two-letter prefix.
-bool ParseRate(const std::string& part, const char* prefix, int& rate) {
-  if (part.rfind(prefix, 0) != 0) {
-    return false;
-  }
-  rate = static_cast<int>(std::strtol(part.c_str() + 2, nullptr, 10));
-  return true;
-}
 
 }  // namespace
 
@@ -56,7 +45,7 @@ bool HttpStream::Init(const std::string& audioId) {
     return FailInit();
   }
   if (m_streamId.empty() || m_streamKind.empty() || m_profileValue.empty() ||
-      !VerifyFileExist(GetQMXFileFullPath(""), 0) || !IsAdmitted() || !SaveAudioId(audioId)) {
+      !Directory().Exists() || !IsAdmitted() || !SaveAudioId(audioId, ORVO_LOG_SOURCE)) {
     return FailInit();
   }
   return true;
@@ -73,15 +62,6 @@ bool HttpStream::IsAdmitted() {
   return admitted;
 }
 
-bool HttpStream::SaveAudioId(const std::string& audioId) {
-  const std::string path = GetQMXFileFullPath("audio_id");
-  if (audioId.empty() || SaveFile(path, audioId)) {
-    return true;
-  }
-  ORVO_LOG("Failed to save audio ID [%s] in [%s]", audioId.c_str(), path.c_str());
-  return false;
-}
-
 bool HttpStream::FailInit() {
   // The common removal knows links only; this kind's directory is a real one.
   RemoveTransDir();
@@ -91,7 +71,7 @@ bool HttpStream::FailInit() {
 
 void HttpStream::RemoveDirectory() const {
   if (IsPlainName(m_streamId)) {
-    PlatExec("/bin/rm", "-rf", GetQMXFileFullPath(""));
+    PlatExec("/bin/rm", "-rf", Directory().Path());
   }
 }
 
@@ -104,44 +84,35 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
   if (!orvo::OpenPipe(readEnd, writeEnd)) {
     return false;
   }
-  const pid_t child = fork();
-  if (child < 0) {
+  const int forked = PlatProcForkChildNoWait();
+  if (forked < 0) {
     return false;
   }
   m_startSeconds = startSeconds;
-  if (child > 0) {
+  if (forked > 0) {
     m_readEnd = std::move(readEnd);
     return true;
   }
-
   readEnd.Reset();
   orvo::DetachStandardStreams();
-  const pid_t grandchild = fork();
-  if (grandchild < 0) {
-    return false;
-  }
-  if (grandchild > 0) {
-    // Nothing of the caller's that an orderly exit would flush or destroy belongs to this process.
-    _exit(1);
-  }
-  ExecuteTranscoder(writeEnd.Get(), executable);
+  ExecuteTranscoder(writeEnd, executable);
   return false;
 }
 
 // Runs in the detached process. Returns where the launch could not even be prepared.
-void HttpStream::ExecuteTranscoder(int writeEnd, const std::string& executable) {
-  if (!SaveFile(GetQMXFileFullPath("monitor.pid"), std::to_string(getpid()))) {
+void HttpStream::ExecuteTranscoder(const orvo::UniqueFd& writeEnd, const std::string& executable) {
+  if (!Directory().MonitorPid().Write(getpid())) {
     return;
   }
   const std::vector<std::string> arguments = CalculateArgument();
   if (arguments.empty()) {
     return;
   }
-  fcntl(writeEnd, F_SETFD, 0);  // the transcoder's
+  KeepAcrossExec(writeEnd);
   if (m_isGstreamer) {
-    ExecuteGstreamerTranscoding(OutputOf(writeEnd), arguments, executable, true);
+    ExecuteGstreamerTranscoding(OutputOf(writeEnd.Get()), arguments, executable, true);
   } else {
-    ExecuteTranscoding(!m_isWmv2, arguments, OutputOf(writeEnd), executable);
+    ExecuteTranscoding(!m_isWmv2, arguments, OutputOf(writeEnd.Get()), executable);
   }
   _exit(1);
 }
@@ -152,8 +123,10 @@ int HttpStream::Read(char* buffer, int length) {
   }
   pollfd wait{m_readEnd.Get(), POLLIN, 0};
   const int ready = poll(&wait, 1, kReadTimeoutSeconds * 1000);
-  if (ready < 0) {
-    ORVO_LOG("Select error: %d", errno);
+  // poll reports a descriptor that somebody has closed as an event.
+  const bool isLost = ready > 0 && (wait.revents & POLLNVAL) != 0;
+  if (ready < 0 || isLost) {
+    ORVO_LOG("Select error: %d", isLost ? EBADF : errno);
     return -1;
   }
   if (ready == 0) {
@@ -166,11 +139,9 @@ int HttpStream::Read(char* buffer, int length) {
 
 bool HttpStream::Close() {
   if (!m_streamId.empty()) {
-    const std::string recorded = ReadFile(GetQMXFileFullPath("monitor.pid"));
-    if (!recorded.empty()) {
-      const int pid = static_cast<int>(std::strtol(recorded.c_str(), nullptr, 10));
-      KillProcess(pid);
-      TransLoading().RemoveTransPIDLock(pid);
+    if (const auto transcoder = Directory().Monitor(); transcoder) {
+      KillProcess(*transcoder);
+      TransLoading().RemoveTransPIDLock(*transcoder);
     }
     RemoveDirectory();
   }
@@ -195,54 +166,23 @@ bool HttpStream::QMX_HTTP_SCALE_RESOLUTION(const std::string& requested, std::st
   if (ratio <= 0) {
     return false;
   }
-  int height = 0;
-  if (requested == "hd480") {
-    height = 480;
-  } else if (requested == "hd720") {
-    height = 720;
-  } else {
-    return true;
-  }
-  const float exactWidth = ratio * static_cast<float>(height);
-  const int width = static_cast<int>(10 * std::ceil(static_cast<double>(exactWidth) / 10));
-  char text[64];
-  snprintf(text, sizeof(text), "%dx%d", width, height);
-  size = text;
+  size = ScaledSize(requested, ratio);
   return true;
 }
 
 int HttpStream::GetTransBitRate() {
-  int video = -1;
-  int audio = -1;
-  for (const std::string& part : StringExplode(m_metaData.GetProfileKey(), "_\n")) {
-    if (!ParseRate(part, "vb", video)) {
-      ParseRate(part, "ab", audio);
-    }
-  }
-  if (video == -1 || audio == -1) {
-    return -1;
-  }
-  return static_cast<int>((int64_t{video} + 2 * int64_t{audio}) * kBitsPerKilobit);
+  return PromisedBitRate(m_metaData.GetProfileKey());
 }
 
 int64_t HttpStream::QMX_HTTP_PredictTransFileSize() {
-  const auto duration = static_cast<float>(m_metaData.GetDuration());
-  const int rate = GetTransBitRate();
-  if (m_streamId.empty() || duration <= 0 || rate == -1) {
-    return 0;
-  }
-  return static_cast<int64_t>(static_cast<float>(rate) * duration * 0.125F);
+  return m_streamId.empty()
+             ? 0
+             : PredictedSize(GetTransBitRate(), static_cast<float>(m_metaData.GetDuration()));
 }
 
 int HttpStream::ConvertByteRangeToTimeRange(int64_t offset) {
-  const int rate = GetTransBitRate();
-  // An offset beyond what 64 bits of bits can count stands nowhere in any film.
-  if (m_streamKind.empty() || m_profileValue.empty() || rate <= 0 ||
-      offset > std::numeric_limits<int64_t>::max() / 8 ||
-      offset < std::numeric_limits<int64_t>::min() / 8) {
-    return -1;
-  }
-  return static_cast<int>(offset * 8 / rate);
+  return m_streamKind.empty() || m_profileValue.empty() ? -1
+                                                        : SecondOfByte(offset, GetTransBitRate());
 }
 
 std::vector<std::string> HttpStream::CommandLine(const std::string& executable,
@@ -264,10 +204,7 @@ std::vector<std::string> HttpStream::CalculateArgument() const {
 }
 
 std::vector<std::string> HttpStream::CalculateFFmpegArgument() const {
-  if (m_profileValue.empty() || m_metaData.GetVideoResolutionX() == 0) {
-    return {};
-  }
-  return ForceFFmpegVideoSize(StringExplode(m_profileValue, " \n"), m_isWmv2);
+  return ProgressiveArguments(m_metaData, {!m_isHwTranscode && !m_isWmv2, GetMetaVideoRotate()});
 }
 
 std::vector<std::string> HttpStream::CalculateGstreamerArgument() const {

@@ -1,6 +1,5 @@
 #include "stream/webm_stream.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -8,10 +7,11 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "policy/trans_loading.h"
+#include "platform/process.h"
+#include "stream/bytes/byte_arguments.h"
 #include "stream/pipeline/monitor.h"
-#include "util/lists.h"
-#include "util/qmxutils.h"
+#include "stream/pipeline/pipeline.h"
+#include "stream/pipeline/transcoder_launch.h"
 #include "util/saturate.h"
 #include "util/system_files.h"
 
@@ -19,7 +19,7 @@ namespace LibOrvoQMX {
 
 // A process is the monitor of one stream at most.
 volatile sig_atomic_t gWEBMSignal = 0;
-pid_t gPidWEBMFFMPEG = 0;
+orvo::Process gPidWEBMFFMPEG;
 
 namespace {
 
@@ -58,7 +58,7 @@ bool WebMStream::Transcoding(const std::string& executable, int startSeconds) {
   if (!orvo::OpenPipe(readEnd, writeEnd)) {
     return false;
   }
-  gPidWEBMFFMPEG = 0;
+  gPidWEBMFFMPEG = orvo::Process();
   gWEBMSignal = 0;
   const bool isStarted = StartMonitor(
       MointerSignalHandler,
@@ -88,15 +88,8 @@ int WebMStream::GetSeekTimeInMillisecond() const {
 }
 
 std::vector<std::string> WebMStream::CalculateFFmpegArgument() const {
-  if (m_profileValue.empty() || IsBeyondEnd(m_startSeconds) ||
-      m_metaData.GetVideoResolutionX() == 0) {
-    return {};
-  }
-  const bool isCopied = IsSourceAudioCodec("aac") || IsSourceAudioCodec("mp3");
-  std::vector<std::string> arguments = ForceFFmpegAudioFormat(
-      ForceFFmpegVideoSize(StringExplode(m_profileValue, " \n"), false), isCopied ? "copy" : "mp3");
-  Append(arguments, {"-webm_seek_time", std::to_string(m_startSeconds), "-avoid_negative_ts", "0"});
-  return arguments;
+  return WebMArguments(m_metaData, {!m_isHwTranscode, GetMetaVideoRotate()}, GetRequestAudioID(),
+                       m_startSeconds);
 }
 
 std::vector<std::string> WebMStream::CommandLine(int descriptor) const {
@@ -123,33 +116,20 @@ void WebMStream::RunTranscoder(orvo::UniqueFd writeEnd) {
   if (arguments.empty()) {
     return;
   }
-  const pid_t transcoder = ForkUnderMonitor();
-  if (transcoder == 0) {
-    fcntl(writeEnd.Get(), F_SETFD, 0);  // the transcoder's
+  Pipeline pipeline(gPidWEBMFFMPEG, {!m_isRemux});
+  const bool isStarted = pipeline.Start([&] {
+    KeepAcrossExec(writeEnd);
     ExecuteTranscoding(false, arguments, OutputOf(writeEnd.Get()), orvo::SystemPath(kTranscoder));
-    _exit(1);
-  }
-  gPidWEBMFFMPEG = transcoder;
+  });
   // The stream ends for its reader with the transcoder.
   writeEnd.Reset();
-  if (transcoder > 0 && AwaitChild(transcoder, gWEBMSignal)) {
-    Unregister();
+  if (isStarted) {
+    pipeline.Watch(gWEBMSignal);
   }
-}
-
-void WebMStream::Unregister() const {
-  if (!m_isRemux) {
-    LibMirevo::TransLoading().RemoveTransPIDLock(gPidWEBMFFMPEG);
-  }
-  gPidWEBMFFMPEG = 0;
 }
 
 void WebMStream::WaitAllChild() const {
-  if (gPidWEBMFFMPEG > 0) {
-    kill(gPidWEBMFFMPEG, SIGINT);
-    EndChild(gPidWEBMFFMPEG, kTranscoderGraceMilliseconds);
-    Unregister();
-  }
+  Pipeline(gPidWEBMFFMPEG, {!m_isRemux}).End();
 }
 
 bool WebMStream::KillMonitor() const {

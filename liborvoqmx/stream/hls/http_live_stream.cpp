@@ -1,10 +1,26 @@
-// Opening an HLS stream: its playlists. Its other tasks have files of their own.
 #include "stream/http_live_stream.h"
 
-#include <cstdlib>
+#include <unistd.h>
 
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+#include "contract/stream_files.h"
 #include "platform/log.h"
 #include "platform/plat.h"
+#include "playlist/address_text.h"
+#include "playlist/fixed_plan.h"
+#include "playlist/subtitle_playlist.h"
+#include "state/stream_directory.h"
+#include "stream/fetched_piece.h"
+#include "stream/hls/hls_arguments.h"
+#include "stream/hls/hls_pipeline.h"
+#include "stream/hls/hls_segments.h"
+#include "stream/hls/subtitle_tracks.h"
+#include "stream/pipeline/monitor.h"
+#include "stream/pipeline/transcoder_launch.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 
@@ -12,13 +28,19 @@ namespace LibOrvoQMX {
 namespace {
 
 constexpr char kKind[] = "HLS";
-// Copied video can be cut at its own key frames only, so its segments are longer.
-constexpr int kRemuxSegmentSeconds = 8;
-constexpr int kTranscodeSegmentSeconds = 5;
+constexpr char kWrapperOutput[] = "fd:1";  // one end of a pipe, whichever its number
+
+// What "appletv_status" holds: such a player has opened the stream; it has resumed.
+constexpr char kAppleTvInit[] = "Init";
+constexpr char kAppleTvResume[] = "Resume";
 
 bool IsAppleTv10(const char* userAgent) {
   const std::string agent = userAgent != nullptr ? userAgent : "";
   return agent.find("Apple TV") != std::string::npos && agent.find("OS 10") != std::string::npos;
+}
+
+std::string QuoteOf(const Json::Value& request) {
+  return AdaptStream::IsWebapi5(request) ? "%22" : "";
 }
 
 }  // namespace
@@ -28,6 +50,8 @@ HttpLiveStream::HttpLiveStream(const std::string& streamId) : AdaptStream(stream
 HttpLiveStream::HttpLiveStream(const QMXMetaData& plan) : AdaptStream(plan, kKind) {}
 
 HttpLiveStream::~HttpLiveStream() = default;
+
+// --- Opening ---
 
 bool HttpLiveStream::Init(const Json::Value& request, const Json::Value& options,
                           const std::string& audioId, const std::string& audioFormat) {
@@ -52,11 +76,11 @@ bool HttpLiveStream::FailInit() {
 }
 
 bool HttpLiveStream::SaveAudioFormat(const std::string& audioFormat) const {
-  const std::string path = GetQMXFileFullPath("audio_format");
-  if (audioFormat.empty() || SaveFile(path, audioFormat)) {
+  const StateFile file = Directory().AudioFormat();
+  if (audioFormat.empty() || file.Write(audioFormat)) {
     return true;
   }
-  ORVO_LOG("Failed to save audio format [%s] in [%s]", audioFormat.c_str(), path.c_str());
+  ORVO_LOG("Failed to save audio format [%s] in [%s]", audioFormat.c_str(), file.Path().c_str());
   return false;
 }
 
@@ -75,12 +99,14 @@ bool HttpLiveStream::GenSubtitlePlaylists(const Json::Value& request, const Json
 
 bool HttpLiveStream::MarkAppleTv() const {
   if (!IsAppleTv10(std::getenv("HTTP_USER_AGENT")) ||
-      SaveFile(GetQMXFileFullPath("appletv_status"), "Init")) {
+      Directory().AppleTvStatus().Write(kAppleTvInit)) {
     return true;
   }
   ORVO_LOG("Failed to generate stat file for apple tv 10");
   return false;
 }
+
+// --- Playlists ---
 
 bool HttpLiveStream::GenPlaylist(const Json::Value& request, ManifestType type) {
   const bool isVideo = type == MANIFEST_TYPE_VIDEO;
@@ -89,12 +115,12 @@ bool HttpLiveStream::GenPlaylist(const Json::Value& request, ManifestType type) 
   if (url.empty() || m_streamId.empty() || duration <= 0) {
     return false;
   }
-  HLSHelper manifest(GetQMXFileFullPath(PlaylistName(type)), type, url);
+  HLSHelper manifest(PlaylistPath(type), type, url);
   if (!manifest.is_open()) {
     return false;
   }
   if (isVideo) {
-    manifest.SetFragmentIdQuote(IsWebapi5(request) ? "%22" : "");
+    manifest.SetFragmentIdQuote(QuoteOf(request));
     if (IsPreAnalysisAvailable() && m_planner.WriteManifest(manifest)) {
       return true;
     }
@@ -103,32 +129,16 @@ bool HttpLiveStream::GenPlaylist(const Json::Value& request, ManifestType type) 
   return true;
 }
 
-std::string HttpLiveStream::PlaylistName(ManifestType type) const {
+std::string HttpLiveStream::PlaylistPath(ManifestType type) const {
+  const StreamDirectory directory = Directory();
   if (type == MANIFEST_TYPE_SUBTITLE) {
-    return "subtitle.m3u8.tpl";
+    return directory.SubtitleTemplatePath();
   }
-  return m_hasSubtitle ? "video.m3u8" : m_streamId + ".m3u8";
+  return m_hasSubtitle ? directory.VideoPlaylistPath() : directory.IndexPath();
 }
 
 void HttpLiveStream::WriteManifestByFixedSegmentTime(HLSHelper& manifest, int duration) const {
-  const int length = SegmentLength();
-  manifest.WriteHeader(length);
-  const int rest = duration % length;
-  const int count = duration / length + (rest == 0 ? 0 : 1);
-  for (int i = 0; i < count; ++i) {
-    const bool isShort = i == count - 1 && rest != 0;
-    const double start = static_cast<double>(i) * length;
-    const double end = start + (isShort ? rest : length);
-    manifest.WriteFragmentInfo({end - start, start, end, i});
-  }
-  if (count == 0) {
-    manifest.WriteFragmentInfo({0, 0, 0, 0});
-  }
-  manifest.WriteEnder();
-}
-
-int HttpLiveStream::SegmentLength() const {
-  return m_isRemux ? kRemuxSegmentSeconds : kTranscodeSegmentSeconds;
+  WriteFixedPlan(manifest, duration, SegmentSeconds(m_isRemux));
 }
 
 bool HttpLiveStream::IsPreAnalysisAvailable() {
@@ -137,9 +147,294 @@ bool HttpLiveStream::IsPreAnalysisAvailable() {
     return false;
   }
   if (!m_planner.IsAvailable()) {
-    m_planner = preprocess::PreprocessHelper(m_metaData.GetFilePath(), SegmentLength());
+    m_planner = preprocess::PreprocessHelper(m_metaData.GetFilePath(), SegmentSeconds(m_isRemux));
   }
   return m_planner.IsAvailable();
+}
+
+// --- Subtitles ---
+
+std::string HttpLiveStream::GetSubtitleURL(const Json::Value& options) const {
+  return SubtitleAddress(options, QuoteOf(options));
+}
+
+bool HttpLiveStream::GenIndexPlaylist(const Json::Value& request,
+                                      const Json::Value& options) const {
+  const std::string url = GetStreamURL(request);
+  if (url.empty() || m_streamId.empty()) {
+    return false;
+  }
+  std::ofstream index(Directory().IndexPath());
+  if (!index.is_open()) {
+    return false;
+  }
+  const std::string subtitleId = options.isObject() ? AddressText(options["subtitle_id"]) : "";
+  WriteIndexPlaylist(index, url, QuoteOf(request), SubtitlesOf(m_metaData, subtitleId));
+  return true;
+}
+
+std::string HttpLiveStream::GetSubtitleManifestPath(const std::string& subtitleId) const {
+  const StreamDirectory directory = Directory();
+  const std::string name = subtitleId.substr(subtitleId.rfind('/') + 1);
+  if (name.empty()) {
+    return "";
+  }
+  std::ifstream source(directory.SubtitleTemplatePath());
+  if (!source.is_open()) {
+    ORVO_LOG("failed to open file %s", directory.SubtitleTemplatePath().c_str());
+    return "";
+  }
+  const std::string path = directory.SubtitlePlaylistPath(name);
+  // Another request may be sending the same playlist just now.
+  const std::string temporary = directory.FilePath(".subtitle." + std::to_string(getpid()));
+  std::ofstream playlist(temporary);
+  WriteTrackPlaylist(playlist, source, subtitleId);
+  playlist.close();
+  if (!playlist || rename(temporary.c_str(), path.c_str()) != 0) {
+    unlink(temporary.c_str());
+    ORVO_LOG("failed to open output file %s", path.c_str());
+    return "";
+  }
+  return path;
+}
+
+std::string HttpLiveStream::GetMainfest(const std::string& type, const std::string& subtitleId) {
+  if (m_streamId.empty()) {
+    return "";
+  }
+  if (type == "subtitle") {
+    return GetSubtitleManifestPath(subtitleId);
+  }
+  return type == "video" ? Directory().VideoPlaylistPath() : Directory().IndexPath();
+}
+
+HttpLiveStream::SubtitleList HttpLiveStream::GetSubtitleMap(const std::string& subtitleId) const {
+  return SubtitlesOf(m_metaData, subtitleId);
+}
+
+HttpLiveStream::SubtitleList HttpLiveStream::GetExternalSubtitle() const {
+  return SubtitlesBeside(m_metaData);
+}
+
+HttpLiveStream::SubtitleList HttpLiveStream::GetInternalSubtitle() const {
+  return SubtitlesIn(m_metaData);
+}
+
+// --- Arguments ---
+
+bool HttpLiveStream::IsAACLCAudioCodec() const {
+  return IsAacLc(m_metaData, GetRequestAudioID());
+}
+
+std::vector<std::string> HttpLiveStream::CalculateFFmpegArgument(const std::string& fragment) {
+  return FfmpegArguments(Segment(fragment));
+}
+
+std::vector<std::string> HttpLiveStream::FfmpegArguments(const Segment& segment) {
+  return HlsArguments(m_metaData, {segment,
+                                   m_seekTime,
+                                   m_isRemux,
+                                   IsPreAnalysisAvailable(),
+                                   GetRequestAudioID(),
+                                   Directory().AudioFormat().Read(),
+                                   {!m_isHwTranscode, GetMetaVideoRotate()}});
+}
+
+std::vector<std::string> HttpLiveStream::CalculateGstreamerArgument() const {
+  return StringExplode(m_profileValue, " ");
+}
+
+// Settles where the segment begins. Returns an empty list if it lies outside the film.
+std::vector<std::string> HttpLiveStream::PrepareArguments(const Segment& segment) {
+  m_seekTime = CalculateSeekTime(segment.number);
+  if (m_seekTime < 0) {
+    return {};
+  }
+  std::vector<std::string> arguments =
+      m_isGstreamer ? CalculateGstreamerArgument() : FfmpegArguments(segment);
+  ForceTranscodeBitrate(arguments);
+  return arguments;
+}
+
+std::vector<std::string> HttpLiveStream::CommandLine(const std::string& fragment,
+                                                     const std::string& folder) {
+  const std::vector<std::string> arguments = PrepareArguments(Segment(fragment));
+  if (arguments.empty()) {
+    return {};
+  }
+  return m_isGstreamer ? GstreamerCommand(kWrapperOutput, arguments, GetTranscoder(), false)
+                       : TranscodingCommand(false, arguments, folder + "/" + orvo::kSegmentPattern,
+                                            GetTranscoder());
+}
+
+// --- The pipeline ---
+
+void HttpLiveStream::ExecuteSegmenter(int readEnd, int fragment) {
+  ReplaceProcess(SegmenterCommand(readEnd, fragment, Directory().SegmentPattern()));
+}
+
+void HttpLiveStream::MointerSignalHandler(int signal) {
+  OnHlsStopSignal(signal);
+}
+
+void HttpLiveStream::ExecuteMointer(const std::string& fragment) {
+  (void)std::stoi(fragment);  // throws for what is no number
+  Watch(Segment(fragment));
+}
+
+// What a monitor does.
+void HttpLiveStream::Watch(const Segment& segment) {
+  if (!m_streamId.empty() && !m_profileValue.empty() && segment.isNumber) {
+    RunPipeline(segment);
+  }
+  WaitAllChild();
+}
+
+void HttpLiveStream::RunPipeline(const Segment& segment) {
+  const std::vector<std::string> arguments = PrepareArguments(segment);
+  if (arguments.empty()) {
+    return;
+  }
+  HlsPrograms programs;
+  programs.becomeTranscoder = [&](int output) {
+    if (m_isGstreamer) {
+      ExecuteGstreamerTranscoding("fd:" + std::to_string(output), arguments, GetTranscoder(),
+                                  false);
+    } else {
+      ExecuteTranscoding(false, arguments, Directory().SegmentPattern(), GetTranscoder());
+    }
+  };
+  if (m_isGstreamer) {
+    programs.becomeSegmenter = [&](int input) { ExecuteSegmenter(input, segment.number); };
+  }
+  programs.isAbandoned = [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); };
+  programs.isRegistered = !m_isRemux;
+  RunHlsPipeline(programs);
+}
+
+void HttpLiveStream::WaitAllChild() const {
+  StopHlsPipeline(!m_isRemux);
+}
+
+bool HttpLiveStream::Transcoding(const std::string& fragment) {
+  return IsPlayable() && !fragment.empty() && Reach(Segment(fragment));
+}
+
+// Sees to it that a transcoder reaches the segment soon.
+bool HttpLiveStream::Reach(const Segment& segment) {
+  const StreamDirectory directory = Directory();
+  if (!HlsSegments(directory).NeedsRestart(segment) || IsResumeOnAppleTv(segment.number)) {
+    return true;
+  }
+  directory.SeekTime().Write(segment.text);
+  if (WriteSequence().empty()) {
+    ORVO_LOG("Failed to generate sequence");
+    return false;
+  }
+  if (!StopPreviousPipeline()) {
+    return false;
+  }
+  if (!CheckSequence()) {
+    return true;
+  }
+  ResetHlsPipeline();
+  return StartMonitor(
+      MointerSignalHandler, [&] { return BecomeMonitor(Directory(), segment, m_sequence); },
+      [&] { Watch(segment); });
+}
+
+// Keeps count of how such a player resumes: it asks for the place first, and then for the film's
+// start, only to look at it. True for that look, which must not move the transcoder.
+bool HttpLiveStream::IsResumeOnAppleTv(int number) const {
+  const StateFile file = Directory().AppleTvStatus();
+  const std::string status = file.Read();
+  if (status == kAppleTvInit && number > 0) {
+    file.Write(std::string(kAppleTvResume));
+    return false;
+  }
+  // No such file: not such a player.
+  file.Clear();
+  return status == kAppleTvResume && number == 0;
+}
+
+// Stops the monitor and deletes its segments, unless a newer request has done so: then the segments
+// are that request's.
+bool HttpLiveStream::StopPreviousPipeline() const {
+  const StreamLock lock = Directory().SeekTime().Lock();
+  return !CheckSequence() || SeekingHandler();
+}
+
+// --- Segments ---
+
+std::string HttpLiveStream::GetSegmentTsPath(int fragment) const {
+  return Directory().SegmentPath(fragment);
+}
+
+int HttpLiveStream::CalculateSeekTime(int fragment) {
+  if (fragment < 0) {
+    return -1;
+  }
+  if (IsPreAnalysisAvailable()) {
+    return m_planner.GetSeekTime(static_cast<unsigned>(fragment));
+  }
+  const int64_t start = int64_t{fragment} * SegmentSeconds(m_isRemux) * 1000;
+  return start <= std::numeric_limits<int>::max() ? static_cast<int>(start) : -1;
+}
+
+double HttpLiveStream::GetSegmentTimeDelta(int fragment) const {
+  return SegmentDelta(fragment, m_seekTime, m_isRemux);
+}
+
+int HttpLiveStream::GetSeekTimeInMillisecond() const {
+  return m_seekTime;
+}
+
+std::string HttpLiveStream::WriteSequence() {
+  m_sequence = LibOrvoQMX::WriteSequence(Directory());
+  return m_sequence;
+}
+
+bool HttpLiveStream::CheckSequence() const {
+  return IsLatestSequence(Directory(), m_sequence);
+}
+
+bool HttpLiveStream::IsTransAndSegNeedToRestart(const std::string& fragment) const {
+  return !m_streamId.empty() && !fragment.empty() &&
+         HlsSegments(Directory()).NeedsRestart(Segment(fragment));
+}
+
+bool HttpLiveStream::VerifyFragmentIsReady(const std::string& fragment) const {
+  return !fragment.empty() && HlsSegments(Directory()).IsComplete(Segment(fragment).number);
+}
+
+std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
+  if (!IsPlayable() || fragment.empty()) {
+    return "";
+  }
+  return Await(Segment(fragment).number, SeenSequence());
+}
+
+FetchedPiece HttpLiveStream::Fetch(int number) {
+  using State = FetchedPiece::State;
+  const std::string seen = SeenSequence();
+  if (!IsPlayable() || !Reach(Segment(number))) {
+    return {State::kNotStarted, ""};
+  }
+  const std::string path = Await(number, seen);
+  return {path.empty() ? State::kNotYet : State::kComplete, path};
+}
+
+bool HttpLiveStream::IsPlayable() const {
+  return !m_streamId.empty() && !m_streamKind.empty() && !m_profileValue.empty();
+}
+
+std::string HttpLiveStream::SeenSequence() const {
+  return Directory().RequestSequence().Read();
+}
+
+// A request that has restarted the stream itself knows its own sequence.
+std::string HttpLiveStream::Await(int number, const std::string& seen) const {
+  return HlsSegments(Directory()).Await(number, m_sequence, m_sequence.empty() ? seen : m_sequence);
 }
 
 }  // namespace LibOrvoQMX

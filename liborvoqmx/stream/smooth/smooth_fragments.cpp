@@ -1,21 +1,15 @@
-// The fragments of a Smooth Streaming stream: when a request may have one, and when the transcoder
-// has to start anew for it. Members of the stream, and logging under its name.
-#define ORVO_LOG_SOURCE "smooth_stream.cpp"
+#include "stream/smooth/smooth_fragments.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstdint>
-#include <cstdlib>
+#include <array>
 #include <filesystem>
 #include <limits>
 #include <optional>
 #include <system_error>
+#include <utility>
 
-#include "platform/log.h"
-#include "platform/plat.h"
-#include "state/stream_lock.h"
 #include "state/stream_watch.h"
-#include "stream/smooth_stream.h"
+#include "util/number.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 
@@ -23,25 +17,26 @@ namespace LibOrvoQMX {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using orvo::kTicksPerFragment;
+using orvo::kTicksPerSecond;
 using std::chrono::milliseconds;
 
-// In units of 100 ns.
-constexpr int64_t kSecond = 10000000;
-constexpr int64_t kFragment = 5 * kSecond;
 // A transcoder that is at most this far behind is waited for.
-constexpr int64_t kReach = 50 * kSecond;
+constexpr int64_t kReach = 50 * kTicksPerSecond;
 // Nothing is later, so that any reckoning from it fits.
 constexpr int64_t kLatest = std::numeric_limits<int64_t>::max() / 4;
 // What a part of an id may tell.
 constexpr size_t kPartLength = 127;
 
-int64_t ParseUnits(const std::string& digits, int64_t unit) {
-  const int64_t latest = kLatest / unit;
-  return unit * std::clamp<int64_t>(std::strtoll(digits.c_str(), nullptr, 10), -latest, latest);
+constexpr std::array kMarkers = {"video=", "audio="};
+
+int64_t InRange(int64_t start) {
+  return std::clamp(start, -kLatest, kLatest);
 }
 
-int64_t ParseStart(const std::string& digits) {
-  return ParseUnits(digits, 1);
+int64_t TicksOf(int64_t seconds) {
+  constexpr int64_t kLatestSecond = kLatest / kTicksPerSecond;
+  return std::clamp(seconds, -kLatestSecond, kLatestSecond) * kTicksPerSecond;
 }
 
 // "12" of "Fragments(video=12)" with the marker "video="; nothing where `text` lacks the marker.
@@ -63,45 +58,22 @@ std::optional<int64_t> LatestStart(const std::string& directory, const std::stri
   for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
     const auto digits = TextBehind(entry->path().filename().string(), marker);
     if (digits) {
-      latest = std::max(latest.value_or(-kLatest), ParseStart(*digits));
+      latest = std::max(latest.value_or(-kLatest), InRange(LeadingNumber(*digits)));
     }
   }
   return latest;
 }
 
-// Does an id name a file one directory below "smooth", and nothing else?
-bool IsPlainId(const std::string& fragment) {
-  const size_t slash = fragment.find('/');
-  return slash != std::string::npos && fragment.find('\0') == std::string::npos &&
-         IsPlainName(fragment.substr(0, slash)) && IsPlainName(fragment.substr(slash + 1));
-}
-
-// Where a fragment lies. One whose id cannot be read lies nowhere, and starts at 0.
-struct FragmentPlace {
-  FragmentPlace(const SmoothStream& stream, const std::string& fragment) {
-    std::string digits;
-    std::string quality;
-    if (stream.ParseFragId(fragment, digits, type, quality) && IsPlainName(quality)) {
-      directory = stream.GetQMXFileFullPath("smooth/" + quality);
-    }
-    start = ParseStart(digits);
-  }
-  int64_t start = 0;
-  std::string type;
-  std::string directory;
-};
-
 }  // namespace
 
-bool SmoothStream::ParseFragId(const std::string& fragment, std::string& start, std::string& type,
-                               std::string& quality) const {
-  const std::vector<std::string> parts = StringExplode(fragment, "/");
+bool TakeApart(const std::string& id, std::string& start, std::string& type, std::string& quality) {
+  const std::vector<std::string> parts = StringExplode(id, "/");
   if (parts.size() != 2) {
     return false;
   }
   quality = parts[0];
   const std::string name = parts[1].substr(0, kPartLength);
-  for (const char* marker : {"video=", "audio="}) {
+  for (const char* marker : kMarkers) {
     if (const auto digits = TextBehind(name, marker); digits) {
       start = *digits;
       type = marker;
@@ -110,92 +82,96 @@ bool SmoothStream::ParseFragId(const std::string& fragment, std::string& start, 
   return true;
 }
 
-long SmoothStream::CalculateSeekTime(const std::string& fragment) const {
-  const long seconds = static_cast<long>(FragmentPlace(*this, fragment).start / kSecond);
-  SaveFile(GetQMXFileFullPath("seek_time"), std::to_string(seconds));
-  return seconds;
+FragmentPlace::FragmentPlace(const StreamDirectory& directory, const orvo::FragmentId& fragment)
+    : id(fragment.Text()),
+      type(std::string(orvo::NameOf(fragment.track)) + "="),
+      folder(directory.FragmentPath(orvo::FragmentFolder(fragment.rate))),
+      start(InRange(fragment.start)) {}
+
+FragmentPlace::FragmentPlace(const StreamDirectory& directory, const std::string& text) : id(text) {
+  std::string digits;
+  std::string quality;
+  if (TakeApart(text, digits, type, quality) && IsPlainName(quality)) {
+    folder = directory.FragmentPath(quality);
+  }
+  start = InRange(LeadingNumber(digits));
 }
 
-bool SmoothStream::IsNeedToSeek(const std::string& fragment) const {
-  if (m_streamId.empty() || fragment.empty()) {
-    return false;
-  }
-  const FragmentPlace place(*this, fragment);
-  const std::string seekTime = ReadFile(GetQMXFileFullPath("seek_time"));
-  if (seekTime.empty() && place.start == 0) {
+bool FragmentPlace::IsPlain() const {
+  const size_t slash = id.find('/');
+  return slash != std::string::npos && id.find('\0') == std::string::npos &&
+         IsPlainName(id.substr(0, slash)) && IsPlainName(id.substr(slash + 1));
+}
+
+int64_t FragmentPlace::StartSecond() const {
+  return start / kTicksPerSecond;
+}
+
+SmoothFragments::SmoothFragments(StreamDirectory directory) : directory_(std::move(directory)) {}
+
+std::string SmoothFragments::PathOf(const FragmentPlace& place) const {
+  return directory_.FragmentPath(place.id);
+}
+
+bool SmoothFragments::IsThere(const FragmentPlace& place) const {
+  return VerifyFileExist(PathOf(place), 0);
+}
+
+bool SmoothFragments::NeedsSeek(const FragmentPlace& place) const {
+  const auto recorded = directory_.SeekTime().Number();
+  if (!recorded && place.start == 0) {
     return true;
   }
-  const int64_t seek = ParseUnits(seekTime, kSecond);
-  if (!seekTime.empty() && place.start == seek) {
+  const int64_t seek = TicksOf(recorded.value_or(0));
+  if (recorded && place.start == seek) {
     return false;
   }
-  const int64_t newest = LatestStart(place.directory, place.type).value_or(seek);
+  const int64_t newest = LatestStart(place.folder, place.type).value_or(seek);
   return place.start > newest + kReach || place.start < seek;
 }
 
-// Is the fragment's successor there, or is there no such fragment?
-bool SmoothStream::IsComplete(const std::string& fragment, unsigned lookAhead) const {
-  const FragmentPlace place(*this, fragment);
-  if (place.start % kFragment != 0) {
+bool SmoothFragments::IsComplete(const FragmentPlace& place, unsigned lookAhead) const {
+  if (place.start % kTicksPerFragment != 0) {
     return true;
   }
-  const auto latest = LatestStart(place.directory, place.type);
-  return latest && *latest >= place.start + kFragment * (1 + int64_t{lookAhead});
+  const auto latest = LatestStart(place.folder, place.type);
+  return latest && *latest >= place.start + kTicksPerFragment * (1 + int64_t{lookAhead});
 }
 
-bool SmoothStream::VerifyFragmentIsReady(const std::string& fragment, unsigned lookAhead) const {
-  if (m_streamId.empty() || fragment.empty()) {
-    return false;
-  }
-  return !IsFFmpegRun() || IsComplete(fragment, lookAhead);
+bool SmoothFragments::IsUnderWay() const {
+  return directory_.SeekTime().IsLocked() || directory_.IsMonitored();
 }
 
-// Does a transcoder run, or is a request about to start one?
-bool SmoothStream::IsUnderWay() const {
-  return IsStreamLocked(GetQMXFileFullPath("seek_time")) || IsFFmpegRun();
-}
-
-std::string SmoothStream::ReadFragment(const std::string& fragment) {
-  if (m_streamId.empty() || m_streamKind.empty() || m_profileValue.empty() ||
-      !IsPlainId(fragment)) {
-    ORVO_LOG("Bad parameter");
-    return "";
-  }
-  if (!AwaitFragment(fragment)) {
-    ORVO_LOG("ReadFragment: timeout file[%s]", fragment.c_str());
-    return "";
-  }
-  return GetQMXFileFullPath("smooth/" + fragment);
-}
-
-// That nothing runs counts for a fragment which is not there only once it has lasted.
-bool SmoothStream::AwaitFragment(const std::string& fragment) const {
-  const std::string path = GetQMXFileFullPath("smooth/" + fragment);
+SmoothFragments::Outcome SmoothFragments::Await(const FragmentPlace& place) const {
   // No watch for a fragment that is there.
-  if (IsComplete(fragment, 0) || (!IsUnderWay() && VerifyFileExist(path, 0))) {
-    return true;
+  if (IsComplete(place, 0)) {
+    return Outcome::kComplete;
+  }
+  if (!IsUnderWay() && IsThere(place)) {
+    return Outcome::kNobodyMakesIt;
   }
   const Clock::time_point end = Clock::now() + kFragmentTimeout;
-  StreamWatch watch(GetQMXFileFullPath(""));
+  StreamWatch watch(directory_.Path());
   Clock::time_point lastUnderWay = Clock::now();
   for (;;) {
     // Each is made by the transcoder, and gone with a restart.
-    watch.Add(GetQMXFileFullPath("smooth"));
-    watch.Add(std::filesystem::path(path).parent_path());
-    const orvo::UniqueFd monitor =
-        OpenRunningProcess(PlatReadPidFile(GetQMXFileFullPath("monitor.pid")));
+    watch.Add(directory_.FragmentsPath());
+    watch.Add(std::filesystem::path(PathOf(place)).parent_path());
+    const orvo::UniqueFd monitor = OpenRunningProcess(directory_.Monitor().value_or(-1));
     const bool isUnderWay = IsUnderWay();
     if (isUnderWay) {
       lastUnderWay = Clock::now();
     }
     const auto quiet = Clock::now() - lastUnderWay;
-    if (IsComplete(fragment, 0) ||
-        (!isUnderWay && (quiet >= kSettled || VerifyFileExist(path, 0)))) {
-      return true;
+    if (IsComplete(place, 0)) {
+      return Outcome::kComplete;
+    }
+    if (!isUnderWay && (quiet >= kSettled || IsThere(place))) {
+      return Outcome::kNobodyMakesIt;
     }
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
     if (left.count() <= 0) {
-      return false;
+      return Outcome::kTimeout;
     }
     const auto untilSettled = std::chrono::ceil<milliseconds>(kSettled - quiet);
     watch.Wait(monitor,

@@ -1,20 +1,19 @@
-// The manifest of a Smooth Streaming stream, predicted from tables. Members of the stream, and
-// logging under its name.
+// Logs under the name of the stream, whose members these were made for.
 #define ORVO_LOG_SOURCE "smooth_stream.cpp"
 
-#include <cstdint>
-#include <fstream>
-#include <limits>
+#include "stream/smooth/smooth_manifest.h"
 
+#include <cstdint>
+
+#include "contract/fragments.h"
 #include "platform/log.h"
 #include "stream/smooth/smooth_profiles.h"
-#include "stream/smooth_stream.h"
 
 namespace LibOrvoQMX {
 namespace {
 
-constexpr int kFragmentSeconds = 5;
-constexpr int64_t kUnitsPerSecond = 10000000;
+using orvo::kFragmentSeconds;
+using orvo::kTicksPerSecond;
 
 // Fragments of a film of that many seconds: all but the last are of full length.
 struct FragmentPlan {
@@ -25,28 +24,25 @@ struct FragmentPlan {
   int last;  // seconds
 };
 
-void WriteStreamIndex(std::ostream& manifest, const char* type, const FragmentPlan& plan,
+void WriteStreamIndex(std::ostream& manifest, orvo::Track track, const FragmentPlan& plan,
                       const std::string& url, const std::string& qualityLevel) {
+  const char* const type = orvo::NameOf(track);
   manifest << "<StreamIndex Type=\"" << type << "\" QualityLevels=\"1\" Chunks=\"" << plan.count
            << "\" Url=\"" << url << "&amp;fragment_id=QualityLevels({bitrate})/Fragments(" << type
            << "={start time})\">\n"
            << qualityLevel;
   for (int i = 0; i < plan.count; ++i) {
     const int length = i == plan.count - 1 ? plan.last : kFragmentSeconds;
-    manifest << "<c n=\"" << i << "\" d=\"" << length * kUnitsPerSecond << "\" />\n";
+    manifest << "<c n=\"" << i << "\" d=\"" << length * kTicksPerSecond << "\" />\n";
   }
   manifest << "</StreamIndex>\n";
 }
 
 }  // namespace
 
-std::string SmoothStream::GetMainfest() {
-  return GetQMXFileFullPath("manifest_predict");
-}
-
-bool SmoothStream::GetTransResolution(const std::string& requestedHeight, std::string& width,
-                                      std::string& height, std::string& size) const {
-  const auto ratio = static_cast<double>(m_metaData.GetVideoRatio());
+bool FindPicture(const QMXMetaData& record, const std::string& requestedHeight,
+                 SmoothPicture& picture) {
+  const auto ratio = static_cast<double>(record.GetVideoRatio());
   if (requestedHeight.empty() || ratio <= 0) {
     return false;
   }
@@ -55,93 +51,62 @@ bool SmoothStream::GetTransResolution(const std::string& requestedHeight, std::s
     ORVO_LOG("Error: Output resolution not support");
     return false;
   }
-  width = found->width;
-  height = found->height;
-  size = width + "x" + height;
+  picture.width = found->width;
+  picture.height = found->height;
+  picture.size = picture.width + "x" + picture.height;
   return true;
 }
 
-bool SmoothStream::ParseHWTransParameter(std::string& width, std::string& height,
-                                         std::string& videoBitrate, std::string& audioBitrate,
-                                         std::string& samplingRate,
-                                         std::string& codecPrivateData) const {
-  return ParseParameters(true, width, height, videoBitrate, audioBitrate, samplingRate,
-                         codecPrivateData);
-}
-
-bool SmoothStream::ParseTransParameter(std::string& width, std::string& height,
-                                       std::string& videoBitrate, std::string& audioBitrate,
-                                       std::string& samplingRate,
-                                       std::string& codecPrivateData) const {
-  return ParseParameters(false, width, height, videoBitrate, audioBitrate, samplingRate,
-                         codecPrivateData);
-}
-
-bool SmoothStream::ParseParameters(bool hardware, std::string& width, std::string& height,
-                                   std::string& videoBitrate, std::string& audioBitrate,
-                                   std::string& samplingRate, std::string& codecPrivateData) const {
-  if (m_profileKey.empty() || m_metaData.GetVideoRatio() <= 0) {
+bool FindRendition(const QMXMetaData& record, bool hardware, SmoothRendition& rendition) {
+  const std::string key = record.GetProfileKey();
+  if (key.empty() || record.GetVideoRatio() <= 0) {
     return false;
   }
-  const SmoothProfile* const profile = FindSmoothProfile(hardware, m_profileKey);
+  const SmoothProfile* const profile = FindSmoothProfile(hardware, key);
   if (profile == nullptr) {
     ORVO_LOG("Error: such transcoding profile not support for predect manifest");
     return false;
   }
-  std::string size;
-  GetTransResolution(profile->requestedHeight, width, height, size);
-  if (width.empty() || height.empty()) {
+  SmoothPicture& picture = rendition.picture;
+  FindPicture(record, profile->requestedHeight, picture);
+  if (picture.width.empty() || picture.height.empty()) {
     ORVO_LOG("Failed to calculate transcoding resolution");
     return false;
   }
-  videoBitrate = profile->videoBitrate;
-  audioBitrate = profile->audioBitrate;
-  samplingRate = kSmoothSamplingRate;
-  const char* const data = FindSmoothCodecData(hardware, size);
+  rendition.videoBitrate = profile->videoBitrate;
+  rendition.audioBitrate = profile->audioBitrate;
+  rendition.samplingRate = kSmoothSamplingRate;
+  const char* const data = FindSmoothCodecData(hardware, picture.size);
   if (data == nullptr) {
-    ORVO_LOG("Error: not support this resolution[%sx%s]", width.c_str(), height.c_str());
+    ORVO_LOG("Error: not support this resolution[%sx%s]", picture.width.c_str(),
+             picture.height.c_str());
     return false;
   }
-  codecPrivateData = data;
+  rendition.codecPrivateData = data;
   return true;
 }
 
-bool SmoothStream::Predict_Manifest(const Json::Value& request) const {
-  const std::string url = GetStreamURL(request);
-  const auto duration = static_cast<float>(m_metaData.GetDuration());
-  if (url.empty() || m_streamId.empty() || m_profileValue.empty() || duration <= 0 ||
-      duration >= static_cast<float>(std::numeric_limits<int>::max())) {
-    return false;
-  }
-  std::ofstream manifest(GetQMXFileFullPath("manifest_predict"));
+void WriteManifestHead(std::ostream& manifest, float seconds) {
   // In single precision, as clients have always had it.
   manifest << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
            << "<SmoothStreamingMedia MajorVersion=\"2\" MinorVersion=\"0\" Duration=\""
-           << static_cast<uint64_t>(duration * static_cast<float>(kUnitsPerSecond)) << "\">\n";
+           << static_cast<uint64_t>(seconds * static_cast<float>(kTicksPerSecond)) << "\">\n";
+}
 
-  std::string width;
-  std::string height;
-  std::string videoBitrate;
-  std::string audioBitrate;
-  std::string samplingRate;
-  std::string codecPrivateData;
-  if (!manifest.is_open() || !ParseParameters(m_isHwTranscode, width, height, videoBitrate,
-                                              audioBitrate, samplingRate, codecPrivateData)) {
-    return false;
-  }
-  const FragmentPlan plan(static_cast<int>(duration));
-  WriteStreamIndex(manifest, "video", plan, url,
-                   "<QualityLevel Index=\"0\" Bitrate=\"" + videoBitrate +
-                       "\" FourCC=\"H264\" MaxWidth=\"" + width + "\" MaxHeight=\"" + height +
-                       "\" CodecPrivateData=\"" + codecPrivateData + "\" />\n");
-  WriteStreamIndex(manifest, "audio", plan, url,
-                   "<QualityLevel Index=\"0\" Bitrate=\"" + audioBitrate +
-                       "\" FourCC=\"AACL\" SamplingRate=\"" + samplingRate +
+void WriteManifestBody(std::ostream& manifest, int seconds, const std::string& url,
+                       const SmoothRendition& rendition) {
+  const FragmentPlan plan(seconds);
+  WriteStreamIndex(manifest, orvo::Track::kVideo, plan, url,
+                   "<QualityLevel Index=\"0\" Bitrate=\"" + rendition.videoBitrate +
+                       "\" FourCC=\"H264\" MaxWidth=\"" + rendition.picture.width +
+                       "\" MaxHeight=\"" + rendition.picture.height + "\" CodecPrivateData=\"" +
+                       rendition.codecPrivateData + "\" />\n");
+  WriteStreamIndex(manifest, orvo::Track::kAudio, plan, url,
+                   "<QualityLevel Index=\"0\" Bitrate=\"" + rendition.audioBitrate +
+                       "\" FourCC=\"AACL\" SamplingRate=\"" + rendition.samplingRate +
                        "\" Channels=\"2\" BitsPerSample=\"16\" PacketSize=\"4\" AudioTag=\"255\" "
                        "CodecPrivateData=\"1190\" />\n");
   manifest << "</SmoothStreamingMedia>\n";
-  manifest.close();
-  return manifest.good();
 }
 
 }  // namespace LibOrvoQMX

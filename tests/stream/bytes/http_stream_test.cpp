@@ -7,9 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 
 #include "platform/plat.h"
 #include "policy/trans_loading.h"
@@ -85,6 +87,18 @@ class Http : public test::StreamTest {
   }
 
   Json::Value Entries() const { return Sysroot::Registry(); }
+
+  // The ends of pipes that this process has.
+  static std::set<int> Pipes() {
+    std::set<int> numbers;
+    std::error_code failure;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      if (std::filesystem::read_symlink(entry.path(), failure).string().rfind("pipe:", 0) == 0) {
+        numbers.insert(std::stoi(entry.path().filename()));
+      }
+    }
+    return numbers;
+  }
 };
 
 TEST_F(Http, CarriesWhatTheTranscoderWrites) {
@@ -178,6 +192,25 @@ TEST_F(Http, OfTheWrapperGetsADescriptor) {
       "-s\n61\n-i\n/volume1/video/film.mkv\n--acodec\naac\n--vb\n\n1000\n--shiftpts\n-o\nfd:";
   EXPECT_EQ(argv.substr(0, expected.size()), expected);
   EXPECT_NE(argv.find("\n--aidx\n0\n"), std::string::npos);
+}
+
+TEST_F(Http, WhoseDescriptorWasLostSaysSo) {
+  On("avoton", [this] {
+    MakeStream("HTTP", FilmRecord("-vcodec libx264"));
+    HttpStream stream(kId);
+    const std::set<int> before = Pipes();
+    ASSERT_TRUE(Start(stream, Transcoder("exit\n"), 0));
+    for (const int number : Pipes()) {
+      if (before.count(number) == 0) {
+        close(number);
+      }
+    }
+    char byte = 0;
+    EXPECT_EQ(stream.Read(&byte, 1), -1);
+    EXPECT_EQ(test::TakeLogTexts(), List{"http_stream:N Select error: " + std::to_string(EBADF)});
+    stream.Close();
+    test::ReapAll();
+  });
 }
 
 TEST_F(Http, RecordsTheTranscoderAndForgetsItWhenClosed) {

@@ -273,15 +273,19 @@ TEST_F(WebM, SeekIsAnotherTranscoder) {
 }
 
 TEST_F(WebM, CloseJustAfterTheStartFindsTheMonitor) {
-  On("avoton", [] {
+  On("avoton", [this] {
     for (int i = 0; i < 5; ++i) {
       WebMStream stream(kId);
-      if (stream.Transcoding("x", 0)) {
-        stream.Close();
-        ReadToEnd(stream);
-      }
+      ASSERT_TRUE(stream.Transcoding("x", 0));
+      ASSERT_TRUE(Exists(File("monitor.pid")));
+      const pid_t monitor = Monitor();
+      EXPECT_TRUE(stream.Close());
+      // Both end only when they are told to.
+      ReadToEnd(stream);
+      test::ReapAll();
+      EXPECT_FALSE(PlatProcAlive(monitor));
+      MakeStreamOnVolume("WEBM", FilmRecord(kProfile));
     }
-    test::ReapAll();
   });
 }
 

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,8 @@
 #include <memory>
 #include <regex>
 
+#include "stream/hls/hls_pipeline.h"
+#include "stream/hls/hls_segments.h"
 #include "support/hls.h"
 #include "support/processes.h"
 
@@ -174,6 +177,43 @@ TEST_F(HlsSegments, AreGivenUpTheMomentANewerRequestRestartsTheStream) {
       EXPECT_EQ(WaitFor([] { HttpLiveStream(kId).WriteSequence(); }, "own"), "");
     }
     EXPECT_LT(test::Now() - start, 3);
+  });
+}
+
+TEST_F(HlsSegments, ThatARestartLeavesHalfAreNotServed) {
+  On("avoton", [this] {
+    const auto monitor = StartMonitor();
+    const auto next = std::make_unique<Child>([] { test::SleepUntilKilled(); });
+    Finish(7);
+    const std::string path = WaitFor([&] {
+      HttpLiveStream(kId).WriteSequence();
+      monitor->Kill(SIGKILL);
+      // The half segment is looked at now, and the request goes on waiting.
+      test::Pipe unused;
+      pollfd quiet{unused.ReadEnd(), POLLIN, 0};
+      EXPECT_EQ(poll(&quiet, 1, 300), 0);
+      unlink(Path(Slice(7)).c_str());
+      Write(File("monitor.pid"), std::to_string(next->Pid()));
+      Write(Slice(7), "whole");
+      Finish(8);
+    });
+    EXPECT_EQ(path, Path(Slice(7)));
+    EXPECT_EQ(test::ReadWhole(path), "whole");
+  });
+}
+
+TEST_F(HlsSegments, AreNotAskedOfAMonitorThatANewerRequestOvertook) {
+  On("avoton", [this] {
+    const LibOrvoQMX::StreamDirectory directory("HLS", kId);
+    const std::string own = LibOrvoQMX::WriteSequence(directory);
+    const LibOrvoQMX::Segment segment(7);
+    EXPECT_TRUE(BecomeMonitor(directory, segment, own));
+    EXPECT_EQ(Read(File("monitor.pid")), std::to_string(getpid()));
+    EXPECT_EQ(Read(File("seek_time")), "7");
+    unlink(Path(File("monitor.pid")).c_str());
+    LibOrvoQMX::WriteSequence(directory);
+    EXPECT_FALSE(BecomeMonitor(directory, segment, own));
+    EXPECT_FALSE(Exists(File("monitor.pid")));
   });
 }
 

@@ -177,6 +177,9 @@ TEST_F(HlsSubtitles, AreAddressedByTheOptions) {
     EXPECT_EQ(stream.GetSubtitleURL(test::ParseText(
                   R"({"url": "s?", "subtitle_id": "x", "uid": 1, "subtitle_codepage": ""})")),
               "s?&subtitle_id=__ORVO_SUBTITLE_ID_PLACEHOLDER__&uid=1");
+    EXPECT_EQ(stream.GetSubtitleURL(test::ParseText(
+                  R"({"url": "s", "id": 7.0, "subtitle_id": 1, "uid": 1.0, "version": 1.5})")),
+              "s?id=7&subtitle_id=__ORVO_SUBTITLE_ID_PLACEHOLDER__&uid=1&version=1.5");
     for (const char* member : {"url", "subtitle_id", "uid"}) {
       Json::Value less = options;
       less.removeMember(member);
