@@ -4,9 +4,7 @@
 #include "transcoder/encoder_inventory.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,7 +17,7 @@
 #include <utility>
 
 #include "platform/io.h"
-#include "platform/plat.h"
+#include "platform/process_launch.h"
 #include "platform/unique_fd.h"
 
 namespace orvo::transcoder {
@@ -73,63 +71,20 @@ std::string ReadUpTo(int fd, size_t limit) {
   return content;
 }
 
-class SpawnActions {
- public:
-  SpawnActions() { posix_spawn_file_actions_init(&actions_); }
-  ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
-  SpawnActions(const SpawnActions&) = delete;
-  SpawnActions& operator=(const SpawnActions&) = delete;
-
-  void Null(int fd) { posix_spawn_file_actions_addopen(&actions_, fd, "/dev/null", O_RDWR, 0); }
-  void Duplicate(int from, int to) { posix_spawn_file_actions_adddup2(&actions_, from, to); }
-  const posix_spawn_file_actions_t* Get() const { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_;
-};
-
-// Starts the executable with its standard output on `output`. -1 when it cannot be started.
-pid_t StartListing(const std::string& executable, int output) {
-  SpawnActions actions;
-  actions.Null(STDIN_FILENO);
-  actions.Duplicate(output, STDOUT_FILENO);
-  actions.Null(STDERR_FILENO);
-  std::array<const char*, 6> argv = {executable.c_str(), "-nostdin", "-hide_banner",
-                                     "-loglevel",        "quiet",    "-encoders"};
-  std::array<char*, argv.size() + 1> arguments{};
-  std::transform(argv.begin(), argv.end(), arguments.begin(),
-                 [](const char* text) { return const_cast<char*>(text); });
-  pid_t pid = -1;
-  const int result =
-      posix_spawn(&pid, executable.c_str(), actions.Get(), nullptr, arguments.data(), environ);
-  return result == 0 ? pid : -1;
-}
-
-bool EndedWell(pid_t pid) {
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return false;
-    }
-  }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 // What the executable prints; nothing when it cannot be run or fails.
 std::optional<std::string> Listing(const std::string& executable) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) {
+  UniqueFd readEnd;
+  UniqueFd writeEnd;
+  if (!OpenPipe(readEnd, writeEnd)) {
     return std::nullopt;
   }
-  const UniqueFd readEnd(ends[0]);
-  UniqueFd writeEnd(ends[1]);
-  const pid_t pid = StartListing(executable, writeEnd.Get());
+  Program program{executable,
+                  {executable, "-nostdin", "-hide_banner", "-loglevel", "quiet", "-encoders"}};
+  program.descriptors = {{writeEnd.Get(), STDOUT_FILENO}};
+  Process process = Start(program);
   writeEnd.Reset();
-  if (pid < 0) {
-    return std::nullopt;
-  }
   std::string text = ReadUpTo(readEnd.Get(), SIZE_MAX);
-  return EndedWell(pid) ? std::optional(std::move(text)) : std::nullopt;
+  return process.Wait() == 0 ? std::optional(std::move(text)) : std::nullopt;
 }
 
 // Each encoder's line is six letters of capabilities, its name and what it is; a line of dashes

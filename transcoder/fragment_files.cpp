@@ -51,7 +51,7 @@ const std::string& FragmentFiles::FolderOf(Track track) const {
 }
 
 std::string FragmentFiles::PathOf(Track track, int number) const {
-  return FolderOf(track) + "/" + FragmentName(track, number * length_ * kTicksPerSecond);
+  return FolderOf(track) + "/" + FragmentName(track, number * length_);
 }
 
 bool FragmentFiles::Write(Track track, int number, std::string_view content) {

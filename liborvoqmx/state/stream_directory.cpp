@@ -153,6 +153,10 @@ std::string StreamDirectory::SubtitlePlaylistPath(const std::string& name) const
   return FilePath(name + ".subtitle.m3u8");
 }
 
+std::string StreamDirectory::KeptPlanPath() const {
+  return FilePath("pre_analysis");
+}
+
 std::string StreamDirectory::ManifestPath() const {
   return FilePath(orvo::kManifestFile);
 }

@@ -67,6 +67,7 @@ class ORVO_API StreamDirectory {
   std::string VideoPlaylistPath() const;
   std::string SubtitleTemplatePath() const;
   std::string SubtitlePlaylistPath(const std::string& name) const;
+  std::string KeptPlanPath() const;  // the key frames that the playlist was planned from
 
   // Smooth Streaming.
   std::string ManifestPath() const;

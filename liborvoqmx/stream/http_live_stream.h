@@ -145,6 +145,10 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   std::string SeenSequence() const;
   std::string Await(int number, const std::string& seen) const;
 
+  // The plan that the playlist was written from belongs to the stream: all its requests go by the
+  // copy in its directory, whatever is stored beside the film meanwhile.
+  bool KeepPlan(bool isPlanned) const;
+
   bool m_hasSubtitle = false;
   preprocess::PreprocessHelper m_planner;
   int m_seekTime = 0;  // milliseconds

@@ -9,6 +9,7 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
+#include "platform/process.h"
 #include "policy/trans_loading.h"
 #include "state/stream_directory.h"
 #include "stream/http_stream.h"
@@ -125,12 +126,13 @@ Answer PlayHttp(const Request& request, const std::string& streamId) {
 
 void CloseHttp(const std::string& streamId) {
   HttpStream stream(streamId);
-  const pid_t transcoder = StreamDirectory(kKind, streamId).Monitor().value_or(-1);
+  const auto transcoder =
+      orvo::Process::Open(StreamDirectory(kKind, streamId).Monitor().value_or(-1));
   stream.Close();
   // A busy encoder finishes its picture before it looks at a signal. On a slow machine that is
   // long.
-  if (!orvo::WaitForExit(transcoder, kPatienceMilliseconds)) {
-    kill(transcoder, SIGKILL);
+  if (!transcoder.HasEndedWithin(kPatienceMilliseconds)) {
+    transcoder.Signal(SIGKILL);
   }
 }
 

@@ -119,14 +119,28 @@ bool HttpLiveStream::GenPlaylist(const Json::Value& request, ManifestType type) 
   if (!manifest.is_open()) {
     return false;
   }
+  bool isPlanned = false;
   if (isVideo) {
     manifest.SetFragmentIdQuote(QuoteOf(request));
-    if (IsPreAnalysisAvailable() && m_planner.WriteManifest(manifest)) {
-      return true;
-    }
+    unlink(Directory().KeptPlanPath().c_str());
+    isPlanned = IsPreAnalysisAvailable() && m_planner.WriteManifest(manifest);
   }
-  WriteManifestByFixedSegmentTime(manifest, duration);
-  return true;
+  if (!isPlanned) {
+    WriteManifestByFixedSegmentTime(manifest, duration);
+  }
+  return !isVideo || !m_isRemux || KeepPlan(isPlanned);
+}
+
+bool HttpLiveStream::KeepPlan(bool isPlanned) const {
+  const std::string path = Directory().KeptPlanPath();
+  const std::string aside = path + ".new";
+  // A result without key frames makes no plan.
+  const auto& plan = isPlanned ? m_planner : preprocess::PreprocessHelper();
+  if (plan.SaveResult(aside) && rename(aside.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  unlink(aside.c_str());
+  return false;
 }
 
 std::string HttpLiveStream::PlaylistPath(ManifestType type) const {
@@ -147,7 +161,11 @@ bool HttpLiveStream::IsPreAnalysisAvailable() {
     return false;
   }
   if (!m_planner.IsAvailable()) {
-    m_planner = preprocess::PreprocessHelper(m_metaData.GetFilePath(), SegmentSeconds(m_isRemux));
+    const std::string kept = Directory().KeptPlanPath();
+    const int length = SegmentSeconds(m_isRemux);
+    m_planner = !kept.empty() && VerifyFileExist(kept, 0)
+                    ? preprocess::PreprocessHelper::FromResult(kept, length)
+                    : preprocess::PreprocessHelper(m_metaData.GetFilePath(), length);
   }
   return m_planner.IsAvailable();
 }

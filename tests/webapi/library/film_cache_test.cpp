@@ -22,11 +22,12 @@ class FilmCache : public ::testing::Test {
   }
   ~FilmCache() override { fs::remove_all(folder_); }
 
-  // A file that was changed at `second`.
-  std::string Write(const std::string& name, size_t size, time_t second) const {
+  // A file that was changed at `second` and some nanoseconds.
+  std::string Write(const std::string& name, size_t size, time_t second,
+                    int64_t nanoseconds = 0) const {
     const std::string path = folder_ + "/" + name;
     std::ofstream(path) << std::string(size, 'x');
-    const timespec times[2] = {{second, 0}, {second, 0}};
+    const timespec times[2] = {{second, nanoseconds}, {second, nanoseconds}};
     utimensat(AT_FDCWD, path.c_str(), times, 0);
     return path;
   }
@@ -50,6 +51,26 @@ TEST_F(FilmCache, LosesItsOldestFilesWhenItIsTooLarge) {
   EXPECT_EQ(Names(), (std::set<std::string>{"middle.jpg", "new.jpg"}));
 }
 
+TEST_F(FilmCache, KnowsTheOlderOfTwoOfOneSecond) {
+  Write("a.jpg", 40000, 100, 2);
+  Write("b.jpg", 40000, 100, 1);
+  webapi::TrimFolder(folder_, 50000);
+  EXPECT_EQ(Names(), std::set<std::string>{"a.jpg"});
+}
+
+TEST_F(FilmCache, CountsEmptyFilesAndFollowsNoLinks) {
+  Write("empty.jpg", 0, 100);
+  fs::create_symlink(folder_ + "/empty.jpg", folder_ + "/link");
+  webapi::TrimFolder(folder_, 0);
+  EXPECT_EQ(Names(), std::set<std::string>{"link"});
+}
+
+TEST_F(FilmCache, MakesItsFolderForWhatIsKept) {
+  EXPECT_TRUE(webapi::KeepInCache(folder_ + "/new/card.json", "{}"));
+  std::ifstream kept(folder_ + "/new/card.json");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
+}
+
 TEST_F(FilmCache, KeepsItsLocksAndWhatHasRoom) {
   Write(".jobs", 40000, 1);
   Write("a.jpg", 40000, 2);
@@ -68,7 +89,10 @@ TEST_F(FilmCache, GivesAChangedFilmAnotherPlace) {
   const std::string larger = webapi::CachePath(film, "card", ".json");
   EXPECT_NE(first, larger);
   Write("film.mkv", 11, 101);
-  EXPECT_NE(larger, webapi::CachePath(film, "card", ".json"));
+  const std::string later = webapi::CachePath(film, "card", ".json");
+  EXPECT_NE(larger, later);
+  Write("film.mkv", 11, 101, 1);
+  EXPECT_NE(later, webapi::CachePath(film, "card", ".json"));
   EXPECT_EQ(webapi::CachePath(folder_ + "/none.mkv", "card", ".json"), "");
 }
 
