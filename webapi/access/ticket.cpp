@@ -17,6 +17,8 @@
 namespace webapi {
 namespace {
 
+using LibOrvoQMX::StreamDirectory;
+
 constexpr char kFolder[] = "/tmp/Mirevo/tickets";
 constexpr size_t kDigestLength = 32;
 constexpr size_t kStreamIdLength = 41;
@@ -27,14 +29,6 @@ std::string TicketFolder() {
 
 std::string PathOf(const std::string& streamId) {
   return TicketFolder() + "/" + streamId;
-}
-
-std::string StreamFolder(const std::string& kind, const std::string& streamId) {
-  return KindFolder(kind) + "/" + streamId;
-}
-
-std::string RecordPathOf(const std::string& kind, const std::string& streamId) {
-  return StreamFolder(kind, streamId) + "/video_metadata";
 }
 
 // Anyone may have damaged a ticket: a member of the wrong type counts as absent.
@@ -92,7 +86,8 @@ Ticket::Ticket(std::string streamId, std::unique_ptr<LibMirevo::Lock> lock, Json
 bool Ticket::Create(const std::string& streamId, const std::string& kind,
                     const Json::Value& parameters) {
   Json::Value content(Json::objectValue);
-  if (!LibMirevo::ReadJsonFromFile(RecordPathOf(kind, streamId), content["record"])) {
+  if (!LibMirevo::ReadJsonFromFile(StreamDirectory(kind, streamId).RecordPath(),
+                                   content["record"])) {
     return false;
   }
   content["kind"] = kind;
@@ -152,12 +147,12 @@ pid_t Ticket::OwnerPid() const {
 }
 
 time_t Ticket::LastUse() const {
-  return std::max(ModifiedAt(PathOf(streamId_)), ModifiedAt(Folder() + "/access_status"));
+  return std::max(ModifiedAt(PathOf(streamId_)), Directory().LastAccess());
 }
 
 void Ticket::MarkUse() const {
   if (HasDirectory()) {
-    orvo::TouchFile(Folder() + "/access_status");
+    Directory().MarkAccess();
   }
 }
 
@@ -168,12 +163,16 @@ bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
   return LibMirevo::WriteJsonToFileWithoutLock(PathOf(streamId_), content_);
 }
 
+StreamDirectory Ticket::Directory() const {
+  return StreamDirectory(Kind(), streamId_);
+}
+
 std::string Ticket::Folder() const {
-  return StreamFolder(Kind(), streamId_);
+  return Directory().Path();
 }
 
 std::string Ticket::RecordPath() const {
-  return RecordPathOf(Kind(), streamId_);
+  return Directory().RecordPath();
 }
 
 bool Ticket::HasDirectory() const {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "policy/lock.h"
+#include "state/stream_directory.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/caller.h"
 
@@ -55,7 +56,8 @@ class Ticket {
   pid_t OwnerPid() const;
   bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
 
-  std::string Folder() const;      // the stream's directory
+  LibOrvoQMX::StreamDirectory Directory() const;
+  std::string Folder() const;      // its path
   std::string RecordPath() const;  // the record in it
   // Is it there, with its record?
   bool HasDirectory() const;

@@ -11,9 +11,12 @@
 #include <sstream>
 
 #include "util/json_utils.h"
+#include "util/number.h"
 
 namespace webapi {
 namespace {
+
+using LibOrvoQMX::ParseNumber;
 
 // What is left of "&amp;" behind its "&". Some players take an address out of an XML attribute as
 // it stands there.
@@ -35,15 +38,6 @@ std::string Unquote(const std::string& text) {
   std::istringstream stream(text);
   const bool isJson = Json::parseFromStream(strict, stream, &value, nullptr) && value.isString();
   return isJson ? value.asString() : text.substr(1, text.size() - 2);
-}
-
-std::optional<int64_t> ParseNumber(std::string_view text) {
-  int64_t number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < 0) {
-    return std::nullopt;
-  }
-  return number;
 }
 
 bool ReadBody(size_t length, std::string& body) {
@@ -217,9 +211,7 @@ std::string EncodeQueryValue(const std::string& text) {
 }
 
 bool IsUtf8(const std::string& text) {
-  Json::Value copy;
-  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
-         copy.asString() == text;
+  return LibMirevo::IsJsonText(text);
 }
 
 }  // namespace webapi

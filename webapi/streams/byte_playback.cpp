@@ -44,7 +44,7 @@ bool TakeOver(const BytePlayback& playback, std::string& audioId) {
     return false;
   }
   playback.stop(streamId);
-  orvo::TouchFile(ticket->Folder() + "/access_status");
+  ticket->Directory().MarkAccess();
   audioId = ticket->Parameter("audio_id");
   return ticket->SetOwner(owner, getpid(), playback.second);
 }

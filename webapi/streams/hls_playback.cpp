@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "state/stream_directory.h"
+#include "stream/fetched_piece.h"
 #include "stream/http_live_stream.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
@@ -9,8 +11,10 @@
 namespace webapi {
 namespace {
 
+using LibOrvoQMX::FetchedPiece;
 using LibOrvoQMX::HttpLiveStream;
 using LibOrvoQMX::QMXMetaData;
+using LibOrvoQMX::StreamDirectory;
 
 constexpr char kKind[] = "HLS";
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
@@ -59,21 +63,20 @@ Answer SendSegment(const Request& request, HttpLiveStream& stream) {
   if (start < 0 || start >= static_cast<int64_t>(record.GetDuration()) * 1000) {
     return Answer::Failure(kNotFound, "The film ends before this segment.");
   }
-  const std::string fragment = std::to_string(*number);
   if (request.Method() == "HEAD") {
     SendFileHeaders(kSegmentType);
     return Answer::Sent();
   }
-  AskFor(*number, stream);
-  if (!stream.Transcoding(fragment)) {
+  StreamDirectory(kKind, stream.GetStreamID()).AskFor(*number);
+  const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
+  if (piece.state == FetchedPiece::State::kNotStarted) {
     return Answer::Failure(kInternal, "The transcoder could not be started.");
   }
-  const std::string path = stream.ReadFragment(fragment);
-  if (path.empty()) {
+  if (piece.state != FetchedPiece::State::kComplete) {
     return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
   }
-  return SendFile(request, path, kSegmentType, kKeepSegment) ? Answer::Sent()
-                                                             : Answer::Failure("NotReady");
+  return SendFile(request, piece.path, kSegmentType, kKeepSegment) ? Answer::Sent()
+                                                                   : Answer::Failure("NotReady");
 }
 
 }  // namespace
@@ -82,7 +85,7 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   HttpLiveStream stream(ticket.StreamId());
   if (stream.Init(PieceRequest(ticket, kSegmentAddress, "hls"), SubtitleOptions(ticket),
                   ticket.Parameter("audio_id"), ticket.Parameter("audio_format"))) {
-    MarkAccess(stream);
+    ticket.Directory().MarkAccess();
     data["content_type"] = kPlaylistType;
     return Answer::Sent();
   }
@@ -92,7 +95,7 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
 
 Answer PlayHls(const Request& request, const std::string& streamId) {
   HttpLiveStream stream(streamId);
-  MarkAccess(stream);
+  StreamDirectory(kKind, streamId).MarkAccess();
   return request.Has("fragment_id") ? SendSegment(request, stream) : SendPlaylist(request, stream);
 }
 

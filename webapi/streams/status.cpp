@@ -13,11 +13,12 @@
 #include <string>
 #include <vector>
 
+#include "contract/fragments.h"
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
+#include "state/stream_directory.h"
 #include "stream/http_live_stream.h"
-#include "stream/smooth_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
 #include "webapi/streams/adapt_playback.h"
@@ -32,13 +33,10 @@ namespace fs = std::filesystem;
 using LibMirevo::TransLoading;
 using libmrv::util::PlatformUtils;
 using LibOrvoQMX::HttpLiveStream;
-using LibOrvoQMX::SmoothStream;
 
 // The file in memory into which a transcoder writes its progress.
 constexpr char kProgressFile[] = "/memfd:orvo-progress";
 constexpr std::streamoff kProgressTail = 1024;
-
-constexpr int64_t kFragmentSeconds = 5;  // of Smooth Streaming
 
 // A stream whose last request is younger than this is being watched, in seconds.
 constexpr time_t kIdle = 30;
@@ -94,10 +92,10 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
   transcoder["position"] = std::strtod(Newest(progress, "\nout_time_us=").c_str(), nullptr) / 1e6;
 }
 
-// The stream's transcoder; -1 when none runs. That of a progressive stream is what "monitor.pid"
-// names, that of another kind a child of the monitor there.
+// The stream's transcoder; -1 when none runs. That of a progressive stream is its monitor, that of
+// another kind a child of it.
 pid_t TranscoderOf(const Ticket& ticket) {
-  const pid_t monitor = PlatReadPidFile(ticket.Folder() + "/monitor.pid");
+  const pid_t monitor = ticket.Directory().Monitor().value_or(-1);
   return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
 }
 
@@ -137,6 +135,11 @@ void AddEffort(pid_t pid, Json::Value& transcoder) {
   transcoder["cpu_percent"] = cpu * 100 / std::max(own.age, 1.0);
 }
 
+// The piece that was asked for last; the first before any was.
+int64_t LastPiece(const Ticket& ticket) {
+  return std::max<int64_t>(ticket.Directory().LastAskedFor(), 0);
+}
+
 // The second of the film that the viewer is at, about.
 double PositionOf(const Ticket& ticket) {
   if (ticket.Kind() == kDirectKind) {
@@ -144,12 +147,11 @@ double PositionOf(const Ticket& ticket) {
   }
   if (ticket.Kind() == "HLS") {
     HttpLiveStream stream(ticket.StreamId());
-    const auto asked = static_cast<int>(std::max<int64_t>(LastAskedFor(stream), 0));
+    const auto asked = static_cast<int>(LastPiece(ticket));
     return std::max(stream.CalculateSeekTime(asked), 0) / 1000.0;
   }
   if (ticket.Kind() == "SS") {
-    const SmoothStream stream(ticket.StreamId());
-    return static_cast<double>(std::max<int64_t>(LastAskedFor(stream), 0) * kFragmentSeconds);
+    return static_cast<double>(LastPiece(ticket) * orvo::kFragmentSeconds);
   }
   Json::Value transcoder(Json::objectValue);
   AddProgress(TranscoderOf(ticket), transcoder);
