@@ -10,6 +10,7 @@
 #include "policy/profile_traits.h"
 #include "util/json_utils.h"
 #include "util/qmxutils.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
@@ -57,7 +58,7 @@ unsigned HeightOf(const Profile& profile) {
   const std::string size = OptionValue(profile, "-s");
   ArgumentHelper::MapVideoSize(size, width, height);
   // Some profiles ask for a height alone.
-  return height != 0 ? height : static_cast<unsigned>(std::strtoul(size.c_str(), nullptr, 10));
+  return height != 0 ? height : static_cast<unsigned>(ParseNumber(size).value_or(0));
 }
 
 std::string CodecOf(const VideoMetaData& film) {

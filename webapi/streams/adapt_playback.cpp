@@ -2,13 +2,12 @@
 
 #include <fcntl.h>
 
-#include <cstdlib>
-
 #include "platform/io.h"
 #include "platform/unique_fd.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "util/qmxutils.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
@@ -60,8 +59,7 @@ void AskFor(int64_t number, const QMXStream& stream) {
 }
 
 int64_t LastAskedFor(const QMXStream& stream) {
-  const std::string text = LibOrvoQMX::ReadFile(DemandPath(stream));
-  return text.empty() ? -1 : std::strtol(text.c_str(), nullptr, 10);
+  return ParseNumber(LibOrvoQMX::ReadFile(DemandPath(stream))).value_or(-1);
 }
 
 bool LacksTranscoder(const std::string& profileValue) {

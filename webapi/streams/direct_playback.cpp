@@ -1,7 +1,6 @@
 #include "webapi/streams/direct_playback.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
 #include "platform/io.h"
@@ -9,6 +8,7 @@
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
 #include "util/qmxutils.h"
+#include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
 #include "webapi/library/media_library.h"
 
@@ -83,14 +83,14 @@ void CloseDirect(const std::string& streamId) {
 }
 
 double DirectPosition(const Ticket& ticket) {
-  const std::string first = LibOrvoQMX::ReadFile(FirstBytePath(ticket.StreamId()));
+  const auto first = ParseNumber(LibOrvoQMX::ReadFile(FirstBytePath(ticket.StreamId())));
   std::error_code failure;
   const auto size = std::filesystem::file_size(ticket.Record()["path"].asString(), failure);
   const Json::Value& duration = ticket.Record()["duration"];
   if (failure || size == 0 || !duration.isUInt()) {
     return 0;
   }
-  const double part = std::strtod(first.c_str(), nullptr) / static_cast<double>(size);
+  const double part = static_cast<double>(first.value_or(0)) / static_cast<double>(size);
   return std::clamp(part, 0.0, 1.0) * duration.asUInt();
 }
 

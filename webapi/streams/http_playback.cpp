@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdlib>
 #include <optional>
 
 #include "platform/io.h"
@@ -29,7 +28,7 @@ constexpr int kPatienceMilliseconds = 1000;
 // Ends the transcoder of the request before; the stream's directory stays.
 void StopTranscoder(const std::string& streamId) {
   const std::string file = HttpStream(streamId).GetQMXFileFullPath("monitor.pid");
-  const int pid = static_cast<int>(std::strtol(LibOrvoQMX::ReadFile(file).c_str(), nullptr, 10));
+  const pid_t pid = PlatReadPidFile(file);
   if (pid > 0) {
     LibOrvoQMX::KillProcess(pid);
     LibMirevo::TransLoading().RemoveTransPIDLock(pid);

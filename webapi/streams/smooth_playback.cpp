@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <charconv>
 #include <chrono>
 #include <optional>
 #include <string_view>
@@ -11,6 +10,7 @@
 #include "stream/smooth_stream.h"
 #include "stream/stream_watch.h"
 #include "util/qmxutils.h"
+#include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
 
@@ -53,10 +53,9 @@ bool Skip(std::string_view& text, std::string_view token) {
 }
 
 bool SkipNumber(std::string_view& text, int64_t& number) {
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isNumber = parsed.ec == std::errc() && text.front() != '-';
-  text.remove_prefix(static_cast<size_t>(parsed.ptr - text.data()));
-  return isNumber;
+  const auto taken = TakeNumber(text);
+  number = taken.value_or(0);
+  return taken.has_value();
 }
 
 // The bit rates that the stream's manifest names.

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/plat.h"
@@ -20,6 +20,7 @@
 #include "stream/smooth_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
+#include "webapi/http/number.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/recent_streams.h"
@@ -75,6 +76,11 @@ std::string Newest(const std::string& progress, const std::string& key) {
   return progress.substr(value, progress.find('\n', value) - value);
 }
 
+// The number that a value begins with; 0 where it begins with none ("N/A").
+double NumberOf(std::string_view value) {
+  return TakeDecimal(value).value_or(0);
+}
+
 // Adds how fast the transcoder works (1 is the film's own speed) and where in the film it is.
 void AddProgress(pid_t pid, Json::Value& transcoder) {
   // A transcoder that cuts segments has FFmpeg as a child of its own.
@@ -90,8 +96,8 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
   file.read(buffer.data(), buffer.size());
   std::string progress(1, '\n');
   progress.append(buffer.data(), static_cast<size_t>(file.gcount()));
-  transcoder["speed"] = std::strtod(Newest(progress, "\nspeed=").c_str(), nullptr);
-  transcoder["position"] = std::strtod(Newest(progress, "\nout_time_us=").c_str(), nullptr) / 1e6;
+  transcoder["speed"] = NumberOf(Newest(progress, "\nspeed="));
+  transcoder["position"] = NumberOf(Newest(progress, "\nout_time_us=")) / 1e6;
 }
 
 // The stream's transcoder; -1 when none runs. That of a progressive stream is what "monitor.pid"
@@ -124,7 +130,7 @@ Effort EffortOf(pid_t pid) {
     return {};
   }
   const auto seconds = [&](size_t field) {
-    return std::strtod(words[field].c_str(), nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return NumberOf(words[field]) / static_cast<double>(sysconf(_SC_CLK_TCK));
   };
   return {seconds(kUser) + seconds(kSystem), static_cast<double>(now.tv_sec) - seconds(kStart)};
 }
