@@ -32,6 +32,14 @@ bool IsBelow(const std::string& path, const std::string& root) {
          (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
 }
 
+// Where a path leads, without links; "", with the reason as an errno in `failure`, when nowhere.
+std::string Resolve(const std::string& path, int& failure) {
+  char resolved[PATH_MAX];
+  const bool isResolved = realpath(path.c_str(), resolved) != nullptr;
+  failure = isResolved ? 0 : errno;
+  return isResolved ? resolved : "";
+}
+
 // What an account may see; nothing where that is all.
 std::optional<std::vector<std::string>> limits;
 
@@ -96,8 +104,8 @@ class Listing {
 }  // namespace
 
 std::string RealPath(const std::string& path) {
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
+  int ignored = 0;
+  return Resolve(path, ignored);
 }
 
 bool IsFilmName(const std::string& name) {
@@ -131,7 +139,8 @@ bool LiesIn(const std::vector<std::string>& roots, const std::string& path) {
 std::vector<std::string> MediaRoots() {
   std::vector<std::string> roots;
   Json::Value configured;
-  LibMirevo::ReadJsonFromFile(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"), configured);
+  LibMirevo::ReadJsonFromFileWithoutLock(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"),
+                                         configured);
   if (!configured.isArray()) {
     return roots;
   }
@@ -164,11 +173,12 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
     refusal = Answer::Failure(kBadRequest, "The path must be an absolute one.");
     return std::nullopt;
   }
-  const std::string resolved = RealPath(path);
+  int failure = 0;
+  const std::string resolved = Resolve(path, failure);
   if (resolved.empty()) {
     // Whether something exists outside the roots is nobody's business.
     const std::string folder = RealPath(fs::path(path).lexically_normal().parent_path());
-    refusal = MaySee(folder.empty() ? path : folder) && errno != EACCES
+    refusal = failure != EACCES && MaySee(folder.empty() ? path : folder)
                   ? Answer::Failure(kNotFound, "There is no such file or folder.")
                   : Answer::Failure(kForbidden);
     return std::nullopt;
