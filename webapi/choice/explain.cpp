@@ -94,9 +94,9 @@ void DescribePicture(const Command& command, const VideoMetaData& film, Json::Va
       video != 0 ? video + BitRate(ValueOf(command, "-ab", "--ab")) : film.GetBitrate();
 }
 
-Json::Value Explain(const Format& format, const Profile& profile, const VideoMetaData& film,
+Json::Value Explain(const Format& format, const JudgedProfile& judged, const VideoMetaData& film,
                     const std::string& device) {
-  const Verdict verdict = Judge(profile, film);
+  const auto& [profile, verdict] = judged;
   Json::Value entry(Json::objectValue);
   entry["key"] = profile.key;
   entry["format"] = format.name;
@@ -118,10 +118,11 @@ Json::Value Explain(const Format& format, const Profile& profile, const VideoMet
 
 void ExplainFormat(const Format& format, const VideoMetaData& film, const std::string& device,
                    Json::Value& list) {
-  const auto chosen = ChooseProfile(format.name, film);
-  for (const Profile& profile : ProfilesOf(format.name)) {
+  const std::vector<JudgedProfile> profiles = JudgeProfiles(format.name, film);
+  const JudgedProfile* const chosen = ChooseProfile(format.name, profiles, film);
+  for (const JudgedProfile& profile : profiles) {
     Json::Value entry = Explain(format, profile, film, device);
-    entry["default"] = chosen && chosen->key == profile.key;
+    entry["default"] = &profile == chosen;
     list.append(std::move(entry));
   }
 }

@@ -145,23 +145,33 @@ Verdict Judge(const Profile& profile, const VideoMetaData& film) {
   return ProfileTraits::Of(profile.value).remux ? JudgeRemux(film) : JudgeTranscode(profile, film);
 }
 
-std::optional<Profile> ChooseProfile(const std::string& format, const VideoMetaData& film) {
-  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
-  std::optional<Profile> best;
+std::vector<JudgedProfile> JudgeProfiles(const std::string& format, const VideoMetaData& film) {
+  std::vector<JudgedProfile> judged;
   for (const Profile& profile : ProfilesOf(format)) {
-    const Verdict verdict = Judge(profile, film);
+    judged.push_back({profile, Judge(profile, film)});
+  }
+  return judged;
+}
+
+const JudgedProfile* ChooseProfile(const std::string& format,
+                                   const std::vector<JudgedProfile>& profiles,
+                                   const VideoMetaData& film) {
+  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
+  const JudgedProfile* best = nullptr;
+  for (const JudgedProfile& candidate : profiles) {
+    const auto& [profile, verdict] = candidate;
     if (!IsForBrowsers(format, profile) || verdict.method == "refused") {
       continue;
     }
     if (verdict.method == "remux") {
-      return profile;
+      return &candidate;
     }
     const unsigned height = HeightOf(profile);
-    const unsigned bestHeight = best ? HeightOf(*best) : 0;
+    const unsigned bestHeight = best != nullptr ? HeightOf(best->profile) : 0;
     // Up to the limit larger is better; above it smaller is.
-    if (!best || (height <= limit ? bestHeight > limit || height > bestHeight
-                                  : bestHeight > limit && height < bestHeight)) {
-      best = profile;
+    if (best == nullptr || (height <= limit ? bestHeight > limit || height > bestHeight
+                                            : bestHeight > limit && height < bestHeight)) {
+      best = &candidate;
     }
   }
   return best;

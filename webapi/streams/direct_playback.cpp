@@ -24,8 +24,7 @@ std::string FirstBytePath(const std::string& streamId) {
 }
 
 // What is said of where a viewer is. It only informs: a full disk is no failure.
-void MarkAccess(const Request& request, const std::string& streamId) {
-  orvo::TouchFile(FolderOf(streamId) + "/access_status");
+void RememberPosition(const Request& request, const std::string& streamId) {
   if (request.Method() != "HEAD") {
     orvo::ReplaceFile(FirstBytePath(streamId), std::to_string(request.RangeStart().value_or(0)));
   }
@@ -50,29 +49,19 @@ Answer PrepareDirect(const Ticket& ticket, Json::Value& data) {
   orvo::TouchFile(ticket.Folder() + "/access_status");
   std::error_code failure;
   data["content_type"] = ticket.Parameter("content_type");
-  data["size"] = static_cast<Json::UInt64>(
-      std::filesystem::file_size(ticket.Record()["path"].asString(), failure));
+  data["size"] = static_cast<Json::UInt64>(std::filesystem::file_size(ticket.Path(), failure));
   return failure ? Answer::Failure(kNotFound) : Answer::Sent();
 }
 
-Answer PlayDirect(const Request& request, const std::string& streamId) {
-  std::string path;
-  std::string contentType;
-  {
-    const auto ticket = Ticket::Take(streamId);
-    if (!ticket || !ticket->Record()["path"].isString()) {
-      return Answer::Failure(kNotFound, kStreamClosed);
-    }
-    path = ticket->Record()["path"].asString();
-    contentType = ticket->Parameter("content_type");
-  }
+Answer PlayDirect(const Request& request, const Ticket& ticket) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(path, refusal);
+  const auto film = ResolveFilm(ticket.Path(), refusal);
   if (!film) {
     return refusal;
   }
-  MarkAccess(request, streamId);
-  return SendFile(request, *film, contentType) ? Answer::Sent() : Answer::Failure(kNotFound);
+  RememberPosition(request, ticket.StreamId());
+  return SendFile(request, *film, ticket.Parameter("content_type")) ? Answer::Sent()
+                                                                    : Answer::Failure(kNotFound);
 }
 
 void CloseDirect(const std::string& streamId) {
@@ -85,13 +74,12 @@ void CloseDirect(const std::string& streamId) {
 double DirectPosition(const Ticket& ticket) {
   const auto first = ParseNumber(LibOrvoQMX::ReadFile(FirstBytePath(ticket.StreamId())));
   std::error_code failure;
-  const auto size = std::filesystem::file_size(ticket.Record()["path"].asString(), failure);
-  const Json::Value& duration = ticket.Record()["duration"];
-  if (failure || size == 0 || !duration.isUInt()) {
+  const auto size = std::filesystem::file_size(ticket.Path(), failure);
+  if (failure || size == 0) {
     return 0;
   }
   const double part = static_cast<double>(first.value_or(0)) / static_cast<double>(size);
-  return std::clamp(part, 0.0, 1.0) * duration.asUInt();
+  return std::clamp(part, 0.0, 1.0) * ticket.Duration();
 }
 
 }  // namespace webapi

@@ -10,9 +10,7 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::HttpLiveStream;
-using LibOrvoQMX::QMXMetaData;
 
-constexpr char kKind[] = "HLS";
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
@@ -48,15 +46,13 @@ Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
   return Answer::Sent();
 }
 
-Answer SendSegment(const Request& request, HttpLiveStream& stream) {
-  QMXMetaData record(stream.GetStreamID(), kKind);
-  record.LoadMetaData();
+Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream& stream) {
   const auto number = request.Number("fragment_id", kMaxFragment);
   if (!number) {
     return Answer::Failure(kBadRequest, "The fragment_id must be the number of a segment.");
   }
   const int start = stream.CalculateSeekTime(static_cast<int>(*number));
-  if (start < 0 || start >= static_cast<int64_t>(record.GetDuration()) * 1000) {
+  if (start < 0 || start >= static_cast<int64_t>(ticket.Duration()) * 1000) {
     return Answer::Failure(kNotFound, "The film ends before this segment.");
   }
   const std::string fragment = std::to_string(*number);
@@ -70,7 +66,7 @@ Answer SendSegment(const Request& request, HttpLiveStream& stream) {
   }
   const std::string path = stream.ReadFragment(fragment);
   if (path.empty()) {
-    return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
+    return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
   }
   return SendFile(request, path, kSegmentType, kKeepSegment) ? Answer::Sent()
                                                              : Answer::Failure("NotReady");
@@ -90,10 +86,10 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   return Answer::Failure(stream.GetErrorString());
 }
 
-Answer PlayHls(const Request& request, const std::string& streamId) {
-  HttpLiveStream stream(streamId);
-  MarkAccess(stream);
-  return request.Has("fragment_id") ? SendSegment(request, stream) : SendPlaylist(request, stream);
+Answer PlayHls(const Request& request, const Ticket& ticket) {
+  HttpLiveStream stream(ticket.StreamId());
+  return request.Has("fragment_id") ? SendSegment(request, ticket, stream)
+                                    : SendPlaylist(request, stream);
 }
 
 void CloseHls(const std::string& streamId) {

@@ -18,11 +18,9 @@ namespace webapi {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using LibOrvoQMX::QMXMetaData;
 using LibOrvoQMX::SmoothStream;
 using std::chrono::milliseconds;
 
-constexpr char kKind[] = "SS";
 constexpr char kManifestType[] = "application/vnd.ms-sstr+xml";
 // Next to the manifest's own address: players put it behind that up to the last slash.
 constexpr char kFragmentAddress[] = "fragment.mp4";
@@ -124,7 +122,7 @@ void LetVideoComeFirst(const SmoothStream& stream, const Fragment& fragment) {
 // begin up to 50 seconds before it, whether it runs or not.
 bool StartTranscoder(SmoothStream& stream, const Fragment& fragment) {
   // Of several requests one starts it, and the others find it started.
-  const auto ticket = Ticket::Take(stream.GetStreamID());
+  const auto ticket = HeldTicket::Take(stream.GetStreamID());
   if (!ticket) {
     return false;
   }
@@ -157,12 +155,10 @@ std::string Fetch(SmoothStream& stream, const Fragment& fragment) {
   return "";
 }
 
-Answer SendFragment(const Request& request, SmoothStream& stream) {
-  QMXMetaData record(stream.GetStreamID(), kKind);
-  record.LoadMetaData();
+Answer SendFragment(const Request& request, const Ticket& ticket, SmoothStream& stream) {
   std::string videoRate;
   std::string audioRate;
-  if (!FindRates(stream, record.GetProfileValue(), videoRate, audioRate)) {
+  if (!FindRates(stream, ticket.ProfileValue(), videoRate, audioRate)) {
     return Answer::Failure(kInternal);
   }
   const auto fragment = ParseFragment(request.Text("fragment_id"), videoRate, audioRate);
@@ -170,7 +166,7 @@ Answer SendFragment(const Request& request, SmoothStream& stream) {
     return Answer::Failure(kBadRequest, "The fragment_id must be one that the manifest names.");
   }
   if (fragment->start % kFragmentTicks != 0 ||
-      fragment->start >= int64_t{record.GetDuration()} * kTicksPerSecond) {
+      fragment->start >= int64_t{ticket.Duration()} * kTicksPerSecond) {
     return Answer::Failure(kNotFound, "The film has no fragment at this time.");
   }
   const std::string type = fragment->isVideo ? "video/mp4" : "audio/mp4";
@@ -183,7 +179,7 @@ Answer SendFragment(const Request& request, SmoothStream& stream) {
   if (!path.empty() && SendFile(request, path, type, kKeepSegment)) {
     return Answer::Sent();
   }
-  return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
+  return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
 }
 
 Answer SendManifest(const Request& request, SmoothStream& stream) {
@@ -208,10 +204,10 @@ Answer PrepareSmooth(const Ticket& ticket, Json::Value& data) {
   return Answer::Failure(stream.GetErrorString());
 }
 
-Answer PlaySmooth(const Request& request, const std::string& streamId) {
-  SmoothStream stream(streamId);
-  MarkAccess(stream);
-  return request.Has("fragment_id") ? SendFragment(request, stream) : SendManifest(request, stream);
+Answer PlaySmooth(const Request& request, const Ticket& ticket) {
+  SmoothStream stream(ticket.StreamId());
+  return request.Has("fragment_id") ? SendFragment(request, ticket, stream)
+                                    : SendManifest(request, stream);
 }
 
 void CloseSmooth(const std::string& streamId) {

@@ -237,7 +237,7 @@ Answer DescribeStatus() {
   data["streams"] = Json::Value(Json::arrayValue);
   data["transcoders"] = Json::Value(Json::arrayValue);
   for (const std::string& id : Ticket::All()) {
-    const auto ticket = Ticket::Take(id);
+    const auto ticket = Ticket::Read(id);
     if (!ticket) {
       continue;
     }
@@ -255,7 +255,7 @@ Answer DescribeStatus() {
 
 Answer DescribeStreamState(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto ticket = TakeStream(request, refusal);
+  const auto ticket = FindStream(request, refusal);
   if (!ticket) {
     return refusal;
   }
