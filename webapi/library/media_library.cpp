@@ -40,6 +40,16 @@ std::string Resolve(const std::string& path, int& failure) {
   return isResolved ? resolved : "";
 }
 
+// The nearest folder above `path` that exists, without links.
+std::string NearestFolder(fs::path path) {
+  std::string found;
+  while (found.empty() && path.has_relative_path()) {
+    path = path.parent_path();
+    found = RealPath(path.string());
+  }
+  return found;
+}
+
 // What an account may see; nothing where that is all.
 std::optional<std::vector<std::string>> limits;
 
@@ -177,8 +187,7 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
   const std::string resolved = Resolve(path, failure);
   if (resolved.empty()) {
     // Whether something exists outside the roots is nobody's business.
-    const std::string folder = RealPath(fs::path(path).lexically_normal().parent_path());
-    refusal = failure != EACCES && MaySee(folder.empty() ? path : folder)
+    refusal = failure != EACCES && MaySee(NearestFolder(path))
                   ? Answer::Failure(kNotFound, "There is no such file or folder.")
                   : Answer::Failure(kForbidden);
     return std::nullopt;
