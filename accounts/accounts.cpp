@@ -56,7 +56,7 @@ bool AreAccounts(const Json::Value& content) {
   return content.isObject() && std::all_of(content.begin(), content.end(), IsAccount);
 }
 
-// An object of the accounts by name; empty where there is no file. Nothing for a damaged one.
+// The accounts as a JSON object by name; empty without a file. Nothing for a damaged file.
 std::optional<Json::Value> Load() {
   const std::string path = AccountsFile();
   Json::Value content(Json::objectValue);
@@ -75,7 +75,7 @@ Account ToAccount(const std::string& name, const Json::Value& entry) {
   return account;
 }
 
-// Makes one change to the accounts, unless `change` has an objection.
+// Applies `change` to the accounts and writes them, unless `change` returns a failure.
 Outcome Change(const std::function<Outcome(Json::Value& content)>& change) {
   const std::string path = AccountsFile();
   PlatFSMkdirP(orvo::SystemPath(kFolder), 0, 1, geteuid(), getegid(), 0755);
@@ -99,7 +99,7 @@ Outcome Change(const std::function<Outcome(Json::Value& content)>& change) {
   return Outcome::kDone;
 }
 
-// The same for one account that must exist.
+// The same for one account, which must exist.
 Outcome ChangeOne(const std::string& name,
                   const std::function<Outcome(Json::Value& entry)>& change) {
   return Change([&](Json::Value& content) {
@@ -113,7 +113,7 @@ bool Put(const std::string& password, Json::Value& entry) {
   return !entry["password"].asString().empty() && !entry["era"].asString().empty();
 }
 
-// What the paths really are. False when one does not exist or is none from the root.
+// Stores the paths with links resolved. False if a path is not absolute or does not exist.
 bool Put(const std::vector<std::string>& roots, Json::Value& entry) {
   entry["roots"] = Json::Value(Json::arrayValue);
   return std::all_of(roots.begin(), roots.end(), [&](const std::string& root) {
@@ -133,19 +133,19 @@ const char* Describe(Outcome outcome) {
     case Outcome::kDone:
       return "Done.";
     case Outcome::kBadName:
-      return "A name has 1 to 64 letters, digits, dots, hyphens, underscores and @ signs, and "
-             "begins "
-             "with a letter or a digit.";
+      return "A name must have 1 to 64 letters, digits, dots, hyphens, underscores and @ signs, "
+             "and "
+             "begin with a letter or a digit.";
     case Outcome::kBadPassword:
-      return "A password has 8 to 1024 characters.";
+      return "A password must have 8 to 1024 bytes.";
     case Outcome::kBadRoot:
-      return "A media folder must be the absolute path of something that exists.";
+      return "A media folder must be the absolute path of an existing file or folder.";
     case Outcome::kExists:
-      return "There is an account of this name.";
+      return "An account with this name exists already.";
     case Outcome::kUnknown:
-      return "There is no account of this name.";
+      return "No account has this name.";
     case Outcome::kDamaged:
-      return "The accounts file is damaged. Restore it, or remove it to begin anew.";
+      return "The accounts file is damaged. Restore it, or remove it to start without accounts.";
     case Outcome::kFailed:
       break;
   }

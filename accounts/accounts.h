@@ -1,8 +1,7 @@
-// The accounts: who may use the system, and which films are whose to see.
+// The accounts: who may use the system, and which films each account may see.
 //
-// They lie in "/var/packages/Mirevo/etc/accounts", which only its owner can read. Every change is
-// made under the lock "accounts.lock" beside it and replaces the file at once, so that a reader
-// needs none.
+// The file is "/var/packages/Mirevo/etc/accounts"; only its owner can read it. A change holds the
+// lock "accounts.lock" beside the file and replaces the file at once, so readers need no lock.
 #pragma once
 
 #include <optional>
@@ -14,43 +13,43 @@ namespace accounts {
 struct Account {
   std::string name;
   bool owner = false;              // sees the status, closes any stream
-  std::vector<std::string> roots;  // absolute paths; empty for all that the system serves
-  // Changes with the password, and ends what was begun before: sessions and links name the one they
-  // were made in.
+  std::vector<std::string> roots;  // absolute paths; empty for all served films
+  // Changes with the password. Sessions and links name the era in which they were made, so a new
+  // password ends them.
   std::string era;
 };
 
-// What came of a change. `Describe` says it in a sentence.
+// The result of a change. `Describe` returns a sentence for it.
 enum class Outcome {
   kDone,
-  kBadName,      // none of 1 to 64 letters, digits and ". _ - @", the first a letter or a digit
+  kBadName,      // not 1 to 64 letters, digits and ". _ - @", the first a letter or a digit
   kBadPassword,  // shorter than 8 bytes or longer than 1024
   kBadRoot,      // not an absolute path of an existing file or folder
   kExists,
   kUnknown,
-  kDamaged,  // the file is no list of accounts: nothing is written over it
-  kFailed,   // the file cannot be written, or there is no hash
+  kDamaged,  // the file is not a list of accounts; it stays as it is
+  kFailed,   // the file cannot be written, or the password cannot be hashed
 };
 const char* Describe(Outcome outcome);
 
-// The accounts by name. Nothing for a file that cannot be read as one.
+// The accounts in the order of their names. Nothing if the file is damaged.
 std::optional<std::vector<Account>> List();
 
-// Is a login needed? Also true for a damaged file: whoever broke it shall not be let in.
+// Is a login needed? Also true for a damaged file, so that damaging it opens nothing.
 bool AreNeeded();
 
 std::optional<Account> Find(const std::string& name);
 
-// Makes an account. The first is an owner, whatever `owner` says: somebody must be.
+// Creates an account. The first one is an owner, whatever `owner` says, because there must be one.
 Outcome Create(const std::string& name, const std::string& password, bool owner,
                const std::vector<std::string>& roots);
 Outcome Remove(const std::string& name);
 // Ends all the account's sessions and links.
 Outcome SetPassword(const std::string& name, const std::string& password);
-// Makes these the account's media roots; none of them for all that the system serves.
+// Sets the account's media roots; an empty list means all served films.
 Outcome GrantRoots(const std::string& name, const std::vector<std::string>& roots);
 
-// The account, if the password is its own. Takes as long for an account that does not exist.
+// The account, if the password is right. Takes the same time for an account that does not exist.
 std::optional<Account> Verify(const std::string& name, const std::string& password);
 
 }  // namespace accounts

@@ -28,8 +28,8 @@ std::string Folder() {
   return orvo::SystemPath(kFolder);
 }
 
-// When the bucket is full again. One that would take longer than an empty one is damaged, or the
-// clock was set back.
+// The time when the bucket is full again. If that is later than for an empty bucket, the file is
+// damaged or the clock was set back.
 int64_t FullAt(const std::string& path, int64_t now, const Limit& limit) {
   std::ifstream file(path);
   int64_t full = 0;
@@ -59,7 +59,7 @@ int64_t Attempts::Take() const {
   const int64_t wait =
       full + limit_.secondsPerTry - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
   const bool isKept = lock.IsHeld() && Save(path_, wait > 0 ? full : full + limit_.secondsPerTry);
-  // Nobody may guess because the tries cannot be counted.
+  // If tries cannot be counted, nobody may try.
   return isKept ? std::max<int64_t>(wait, 0) : limit_.secondsPerTry;
 }
 

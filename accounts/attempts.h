@@ -1,8 +1,7 @@
-// How often somebody may try a password.
+// Limits how often a client may try a password.
 //
-// Each account and each client address has a bucket of tries that fills up again with time, a file
-// in
-// "/run/mirevo/attempts" that says when it will be full.
+// Each account and each client address has a bucket of tries that fills up with time. Each bucket
+// is a file in "/run/mirevo/attempts" that says when it will be full.
 #pragma once
 
 #include <cstdint>
@@ -11,24 +10,25 @@
 namespace accounts {
 
 struct Limit {
-  int tries;          // of a full bucket
-  int secondsPerTry;  // until another one is there
+  int tries;          // in a full bucket
+  int secondsPerTry;  // for each new try
 };
 inline constexpr Limit kPerAccount{10, 60};
 inline constexpr Limit kPerAddress{20, 20};
 
 class Attempts {
  public:
-  // `key`: whose bucket; any text. `now`: seconds of the calendar.
+  // `key`: the name of the bucket, any text. `now`: seconds since the epoch.
   Attempts(const std::string& key, Limit limit, int64_t now);
 
-  // Takes a try: 0, or the seconds to wait for one. Concurrent requests never share one.
+  // Takes a try. Returns 0, or the seconds until the next try. Concurrent requests never share a
+  // try.
   int64_t Take() const;
 
-  // Gives it back, since the password was right.
+  // Gives the try back after a right password.
   void GiveBack() const;
 
-  // Removes the buckets that are full again.
+  // Removes the buckets that nobody has used for a day; they are full again.
   static void Sweep(int64_t now);
 
  private:
@@ -37,8 +37,8 @@ class Attempts {
   int64_t now_;
 };
 
-// The part of a client's address that stands for the client: who has one address of IPv6 has all
-// that begin with the same 64 bits.
+// The part of a client's address that identifies the client. For IPv6 these are the first 64 bits,
+// because a client usually has all addresses that begin with them.
 std::string ClientOf(const std::string& address);
 
 }  // namespace accounts

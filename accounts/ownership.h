@@ -1,12 +1,12 @@
-// Files that several users of the machine have a hand in.
+// Files that several users of the machine write.
 #pragma once
 
 #include <string>
 
 namespace accounts {
 
-// Gives what root has made to whom its folder belongs: the service, which root may not be, must be
-// able to read and remove it. Nothing for other users, whose files are their own.
+// Gives a file that root made to the owner of its folder: the service, which runs as another user,
+// must be able to read and remove it. Does nothing if this process is not root.
 void LeaveToFolderOwner(const std::string& path);
 
 }  // namespace accounts

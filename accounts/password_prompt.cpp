@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t kLongestLine = 4096;
 
-// A terminal that shows nothing of what is typed, for the object's life.
+// Hides text that is typed on a terminal, for the life of the object.
 class Silence {
  public:
   Silence() : isTerminal_(tcgetattr(STDIN_FILENO, &before_) == 0) {

@@ -1,4 +1,4 @@
-// Asking for a password.
+// Asks for a password.
 #pragma once
 
 #include <optional>
@@ -6,8 +6,9 @@
 
 namespace accounts {
 
-// One line of standard input, without its end. From a terminal `prompt` is shown there first and
-// what is typed is not. Nothing at the end of the input, or for a line of more than 4096 bytes.
+// Reads one line from standard input and returns it without its line end. On a terminal, shows
+// `prompt` first and hides the typed text. Nothing at the end of the input, or for a line of more
+// than 4096 bytes.
 std::optional<std::string> ReadPassword(const std::string& prompt);
 
 }  // namespace accounts

@@ -21,12 +21,12 @@ constexpr char kSoname[] = "libsodium.so.23";
 constexpr size_t kSecretBytes = 32;
 constexpr size_t kSecretLength = 43;
 
-// The hash of no password: as expensive to compare with as any.
+// A hash that matches no password; a comparison with it takes as long as with any other.
 constexpr char kNobody[] =
     "$argon2id$v=19$m=65536,t=2,p=1$AAAAAAAAAAAAAAAAAAAAAA$"
     "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA";
 
-// Loaded by the requests that bring a session or a password. Those of a running stream bring
+// Only requests with a session or a password load libsodium. Requests of a running stream have
 // neither.
 class Sodium {
  public:
@@ -36,7 +36,7 @@ class Sodium {
   }
 
   bool IsLoaded() const { return loaded_; }
-  // Passwords need more than its functions, and a digest shall not wait for that.
+  // Only passwords need the library's initialisation; a digest does not wait for it.
   bool IsReady() const { return loaded_ && init_() >= 0; }
 
   decltype(&crypto_hash_sha256) sha256 = nullptr;
@@ -58,7 +58,7 @@ class Sodium {
   bool loaded_ = false;
 };
 
-// Without padding.
+// Encodes without padding.
 std::string Base64Url(const unsigned char* bytes, size_t count) {
   constexpr std::string_view kAlphabet =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
@@ -131,7 +131,7 @@ std::string HashPassword(const std::string& password) {
 
 bool MatchesPassword(const std::string& hash, const std::string& password) {
   const Sodium& sodium = Sodium::Get();
-  // What is handed over has the length that the library reads, whatever the file held.
+  // The library reads a buffer of this length, so a shorter hash from the file is padded.
   std::array<char, crypto_pwhash_STRBYTES> known{};
   const std::string text = hash.empty() || hash.size() >= known.size() ? kNobody : hash;
   std::copy(text.begin(), text.end(), known.begin());

@@ -1,28 +1,28 @@
-// Passwords as they are kept, and secrets that nobody can guess.
+// Hashes of passwords, and random secrets.
 #pragma once
 
 #include <string>
 
 namespace accounts {
 
-// 256 bits from the kernel, as 43 characters of base64url. "" when the kernel has none to give.
+// 256 random bits from the kernel, as 43 characters of base64url. "" if the kernel provides none.
 std::string NewSecret();
 
-// Is this text of the form that NewSecret gives?
+// Does this text have the form of a secret from NewSecret?
 bool IsSecret(const std::string& text);
 
-// SHA-256 in hexadecimal digits: the name under which a secret is kept. "" without libsodium.
+// SHA-256 in hexadecimal digits; a secret is stored under this name. "" without libsodium.
 std::string DigestOf(const std::string& secret);
 
-// Takes the same time wherever two texts of one length differ.
+// Compares two texts. For texts of the same length, the time does not depend on where they differ.
 bool SameSecret(const std::string& one, const std::string& other);
 
-// Argon2id with a salt of its own, in the usual "$argon2id$..." form. "" when it cannot be
+// The Argon2id hash with a new salt, in the usual form "$argon2id$...". "" if it cannot be
 // computed.
 std::string HashPassword(const std::string& password);
 
-// Does the password belong to the hash? An empty hash stands for an account that does not exist:
-// false, after as long as it takes with any other.
+// Does the password match the hash? An empty hash stands for an account that does not exist; the
+// result is false after the same time as for any other hash.
 bool MatchesPassword(const std::string& hash, const std::string& password);
 
 }  // namespace accounts

@@ -22,7 +22,7 @@ namespace accounts {
 namespace {
 
 constexpr char kFolder[] = "/run/mirevo/sessions";
-// A last use need not be known more exactly.
+// The precision of the last use.
 constexpr int64_t kTouchSeconds = 60;
 
 struct Session {
@@ -40,7 +40,7 @@ std::string Folder() {
   return orvo::SystemPath(kFolder);
 }
 
-// "" for what is no id: nothing that a client sends becomes a part of a path.
+// "" if the text is not an id, so that no text of a client becomes part of a path.
 std::string PathOf(const std::string& id) {
   const std::string digest = IsSecret(id) ? DigestOf(id) : "";
   return digest.empty() ? "" : Folder() + "/" + digest;
@@ -63,18 +63,18 @@ void MarkUse(const std::string& path, int64_t now) {
   utimensat(AT_FDCWD, path.c_str(), times.data(), 0);
 }
 
-// The account as it is now, if it is still the one that the session was begun by.
+// The current account, if it is still the one that began the session.
 std::optional<Account> AccountOf(const Session& session) {
   auto account = Find(session.account);
   return account && account->era == session.era ? account : std::nullopt;
 }
 
-// Makes room for one more session of the account, and removes those that have ended.
+// Removes ended sessions, and the oldest one of the account if it has too many.
 void Sweep(const Account& account, int64_t now) {
   std::vector<std::pair<int64_t, std::string>> own;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(Folder(), failure)) {
-    // Another login is about to give it its name.
+    // Another login is about to rename this file.
     if (entry.path().has_extension()) {
       continue;
     }

@@ -2,56 +2,20 @@
 // that it can be cut into segments without being encoded anew. Exit status 1 when a film could not
 // be. With --report, lines on standard output tell another program how it goes: "progress" and the
 // part from 0 to 1, "keyframes" and their number, "error" and a reason.
+//
+// mirevo-analyze --watch FILE-OR-FOLDER...: does so in the background for all films that the
+// folders hold and for those that are added or changed, until it is ended.
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
 
-#include "film_keyframes.h"
-#include "platform/plat.h"
-#include "preprocess/preprocess_result.h"
+#include "background.h"
+#include "film_analysis.h"
 
 namespace {
-
-using LibOrvoQMX::preprocess::PreprocessResultWrapper;
-using LibOrvoQMX::preprocess::PreprocessUtil;
-
-// For its life, an interruption waits: it would leave a file behind that has no name yet.
-class Uninterrupted {
- public:
-  Uninterrupted() {
-    sigset_t all;
-    sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &previous_);
-  }
-  ~Uninterrupted() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
-  Uninterrupted(const Uninterrupted&) = delete;
-  Uninterrupted& operator=(const Uninterrupted&) = delete;
-
- private:
-  sigset_t previous_;
-};
-
-bool Store(const orvo::analyze::FilmKeyframes& found, const std::string& path) {
-  PreprocessResultWrapper result;
-  for (const double time : found.times) {
-    result.PushPtsTime(time);
-  }
-  result.set_end_time(found.endTime);
-
-  const Uninterrupted writing;
-  const std::string directory = std::filesystem::path(path).parent_path();
-  const std::string temporary = path + "." + std::to_string(getpid());
-  if (libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(directory, 0777) &&
-      result.WriteToFile(temporary) && rename(temporary.c_str(), path.c_str()) == 0) {
-    return true;
-  }
-  unlink(temporary.c_str());
-  return false;
-}
 
 // Tells how it goes with one film.
 class Teller {
@@ -98,19 +62,14 @@ class ToProgram : public Teller {
 bool Analyze(const std::string& file, Teller& teller) {
   std::error_code failure;
   const std::string film = std::filesystem::absolute(file, failure);
-  orvo::analyze::FilmKeyframes found;
+  size_t keyframes = 0;
   std::string error;
   const auto progress = [&](double part) { teller.Progress(part); };
-  if (!orvo::analyze::FindKeyframes(film, progress, found, error)) {
+  if (!orvo::analyze::AnalyzeFilm(film, progress, keyframes, error)) {
     teller.Failure(error);
     return false;
   }
-  const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
-  if (!Store(found, path)) {
-    teller.Failure("cannot write " + path);
-    return false;
-  }
-  teller.Success(found.times.size());
+  teller.Success(keyframes);
   return true;
 }
 
@@ -120,14 +79,25 @@ bool Analyze(const std::string& file, bool report) {
   return Analyze(file, report ? static_cast<Teller&>(program) : people);
 }
 
+int Usage() {
+  fprintf(stderr,
+          "usage: mirevo-analyze [--report] FILE...\n"
+          "       mirevo-analyze --watch FILE-OR-FOLDER...\n");
+  return 2;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool report = argc > 1 && std::strcmp(argv[1], "--report") == 0;
-  const int first = report ? 2 : 1;
+  const std::string option = argc > 1 ? argv[1] : "";
+  const bool report = option == "--report";
+  const bool watch = option == "--watch";
+  const int first = report || watch ? 2 : 1;
   if (argc <= first) {
-    fprintf(stderr, "usage: mirevo-analyze [--report] FILE...\n");
-    return 2;
+    return Usage();
+  }
+  if (watch) {
+    return orvo::analyze::AnalyzeInBackground({argv + first, argv + argc});
   }
   bool succeeded = true;
   for (int i = first; i < argc; ++i) {

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""What a request costs, side by side with the least that it could cost.
+"""Measures the time of requests, and compares each with a lower bound.
 
 Usage: bench/requests.py [BUILD]      (build/release or build/ci; default build/ci)
 
 Prints medians in milliseconds and ratios:
-  process   the request program answering a call     against  an empty C++ program
-  segment   a ready HLS segment                      against  the same file as a static one
-  playlist  opening a ten-hour title                 against  opening a one-minute one
+  process   the request program answers a call       against  an empty C++ program
+  segment   a complete HLS segment                   against  the same bytes as a static file
+  playlist  opening a ten-hour film                  against  opening a one-minute film
   first     the first bytes of a progressive stream  against  stock ffmpeg with the same arguments
 """
 import json

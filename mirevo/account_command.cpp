@@ -49,13 +49,13 @@ int Report(Outcome outcome) {
   return ExitCodeOf(outcome);
 }
 
-// Nothing, with a complaint, where there is none or somebody mistyped it.
+// The new password. Nothing, with a complaint, if there is none or the repetition differs.
 std::optional<std::string> NewPassword() {
   const auto password = accounts::ReadPassword("Password: ");
   const bool isMeant = password && (isatty(STDIN_FILENO) == 0 ||
-                                    accounts::ReadPassword("The same again: ") == password);
+                                    accounts::ReadPassword("Repeat the password: ") == password);
   if (!isMeant) {
-    Complain("This is no password.");
+    Complain("The password is missing, or the two entries differ.");
     return std::nullopt;
   }
   return password;
@@ -119,13 +119,13 @@ CLI::App& AddOne(CLI::App& command, const char* name, const char* help,
 
 void AddAccountCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
-  CLI::App& command = *app.add_subcommand("account", "Say who may use the service");
+  CLI::App& command = *app.add_subcommand("account", "Manage who may use the service");
   command.require_subcommand(1);
 
-  CLI::App& add = AddOne(command, "add", "Make an account; the first is an owner", options);
-  add.add_flag("--owner", options->owner, "Let it see the status and close all streams");
+  CLI::App& add = AddOne(command, "add", "Create an account; the first one is an owner", options);
+  add.add_flag("--owner", options->owner, "Let the account see the status and close all streams");
   add.add_option("--root", options->roots,
-                 "Let it see this folder of the served ones; again for more")
+                 "Let the account see only this folder; repeat the option for more folders")
       ->type_name("PATH")
       ->allow_extra_args(false);
   add.callback([options, &exitCode] { exitCode = Add(*options); });
@@ -133,11 +133,11 @@ void AddAccountCommand(CLI::App& app, int& exitCode) {
   AddOne(command, "remove", "Remove an account", options).callback([options, &exitCode] {
     exitCode = Report(accounts::Remove(options->name));
   });
-  AddOne(command, "passwd", "Give an account another password; its logins end", options)
+  AddOne(command, "passwd", "Set a new password; the account's sessions end", options)
       .callback([options, &exitCode] { exitCode = ChangePassword(*options); });
 
-  CLI::App& grant = AddOne(command, "grant", "Say which folders an account sees", options);
-  grant.add_option("paths", options->roots, "The folders; none for all that are served")
+  CLI::App& grant = AddOne(command, "grant", "Set which folders an account sees", options);
+  grant.add_option("paths", options->roots, "The folders; without one, all served folders")
       ->type_name("PATH");
   grant.callback([options, &exitCode] {
     exitCode = Report(accounts::GrantRoots(options->name, options->roots));

@@ -1,6 +1,5 @@
 #include "mirevo/analysis.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -12,12 +11,13 @@
 #include <cstdlib>
 #include <utility>
 
-#include "platform/plat.h"
+#include "platform/io.h"
+#include "platform/process_launch.h"
 
 namespace mirevo {
 namespace {
 
-constexpr int kNiceness = 10;  // a film that is being watched goes first
+constexpr int kNiceness = 10;  // transcoders for viewers have priority
 constexpr char kNoReason[] = "the analysis ended without a result";
 
 sigset_t StopSignals() {
@@ -29,15 +29,14 @@ sigset_t StopSignals() {
   return signals;
 }
 
-[[noreturn]] void Become(const std::string& worker, const std::string& film, int output,
-                         pid_t parent) {
-  const sigset_t signals = StopSignals();
-  sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-  dup2(output, STDOUT_FILENO);
-  if (orvo::DieWithParent(parent) && nice(kNiceness) != -1) {
-    execl(worker.c_str(), worker.c_str(), "--report", film.c_str(), nullptr);
-  }
-  _exit(127);
+orvo::Process StartWorker(const std::string& worker, const std::string& film, int output) {
+  orvo::Program program{worker, {worker, "--report", film}};
+  program.descriptors = {{output, STDOUT_FILENO}};
+  orvo::LaunchOptions options;
+  options.streams = orvo::StandardStreams::kKept;
+  options.niceness = kNiceness;
+  options.parentDeath.signal = SIGKILL;
+  return orvo::Start(program, options);
 }
 
 }  // namespace
@@ -80,25 +79,24 @@ bool Analysis::Run(const std::vector<std::string>& films, const OnResult& onResu
   return true;
 }
 
-// Where the worker cannot be started, that is the film's result.
+// Starts a worker. If that fails, reports the failure as the film's result and returns false.
 bool Analysis::Start(const std::string& film, const OnResult& onResult) {
-  int ends[2] = {-1, -1};
-  const pid_t self = getpid();
-  const pid_t child = pipe2(ends, O_CLOEXEC) == 0 ? fork() : -1;
-  orvo::UniqueFd readEnd(ends[0]);
-  const orvo::UniqueFd writeEnd(ends[1]);
-  if (child == 0) {
-    Become(worker_, film, writeEnd.Get(), self);
+  orvo::UniqueFd readEnd;
+  orvo::UniqueFd writeEnd;
+  orvo::Process process;
+  if (orvo::OpenPipe(readEnd, writeEnd)) {
+    process = StartWorker(worker_, film, writeEnd.Get());
   }
-  if (child < 0) {
+  if (!process) {
     onResult({film, false, 0, "the analysis could not be started"});
     return false;
   }
-  workers_.push_back({child, std::move(readEnd), {film, false, 0, ""}, 0, ""});
+  workers_.push_back({std::move(process), std::move(readEnd), {film, false, 0, ""}, 0, ""});
   return true;
 }
 
-// Waits until a worker says something; which have ended, in ascending order. False for a signal.
+// Waits until a worker writes something or ends. `ended` gets the indices of the ended workers in
+// ascending order. False when a signal to stop has come.
 bool Analysis::WaitAndRead(std::vector<size_t>& ended) {
   std::vector<pollfd> events = {{signals_.Get(), POLLIN, 0}};
   for (const Worker& worker : workers_) {
@@ -115,7 +113,7 @@ bool Analysis::WaitAndRead(std::vector<size_t>& ended) {
   return events[0].revents == 0;
 }
 
-// False at the end of what the worker has to say.
+// Reads what the worker has written. False at the end of its output.
 bool Analysis::Read(Worker& worker) {
   std::array<char, 4096> buffer{};
   const ssize_t count = read(worker.output.Get(), buffer.data(), buffer.size());
@@ -148,7 +146,7 @@ void Analysis::Take(Worker& worker, const std::string& line) {
 
 void Analysis::Finish(size_t index, const OnResult& onResult) {
   FilmResult result = std::move(workers_[index].result);
-  result.succeeded = orvo::WaitForStatus(workers_[index].pid) == 0;
+  result.succeeded = workers_[index].process.Wait() == 0;
   if (!result.succeeded && result.reason.empty()) {
     result.reason = kNoReason;
   }
@@ -156,13 +154,13 @@ void Analysis::Finish(size_t index, const OnResult& onResult) {
   onResult(result);
 }
 
-// A worker that is writing its result finishes that first.
+// Stops all workers and waits for them. A worker that is writing its result finishes that first.
 void Analysis::StopAll() {
   for (const Worker& worker : workers_) {
-    kill(worker.pid, SIGTERM);
+    worker.process.Signal(SIGTERM);
   }
-  for (const Worker& worker : workers_) {
-    orvo::WaitForStatus(worker.pid);
+  for (Worker& worker : workers_) {
+    worker.process.Wait();
   }
   workers_.clear();
 }

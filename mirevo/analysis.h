@@ -1,13 +1,12 @@
-// Analyzing many films, each in a process of its own.
+// Analyzes many films, each in a process of its own.
 #pragma once
-
-#include <sys/types.h>
 
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "platform/process.h"
 #include "platform/unique_fd.h"
 
 namespace mirevo {
@@ -15,11 +14,12 @@ namespace mirevo {
 struct FilmResult {
   std::string path;
   bool succeeded = false;
-  uint64_t keyframes = 0;  // of a success
-  std::string reason;      // of a failure
+  uint64_t keyframes = 0;  // after a success
+  std::string reason;      // after a failure
 };
 
-// How far the whole is: films done of all, and those at work, each with its part from 0 to 1.
+// The progress: the number of finished films, the number of all films, and for each running
+// analysis its progress from 0 to 1.
 struct AnalysisState {
   size_t done = 0;
   size_t all = 0;
@@ -31,23 +31,24 @@ class Analysis {
   using OnResult = std::function<void(const FilmResult&)>;
   using OnState = std::function<void(const AnalysisState&)>;
 
-  // `worker`: the program that analyzes one film. `jobs`: how many of them at a time, at least 1.
+  // `worker`: the program that analyzes one film. `jobs`: how many workers run at the same time, at
+  // least 1.
   Analysis(std::string worker, unsigned jobs);
   ~Analysis();
   Analysis(const Analysis&) = delete;
   Analysis& operator=(const Analysis&) = delete;
 
-  // Analyzes the films and tells of each as it ends. False when SIGINT, SIGTERM or SIGHUP came
-  // first; then no worker is left, and neither is anything half of the films that they were at.
+  // Analyzes the films and calls `onResult` for each when it ends. False when SIGINT, SIGTERM or
+  // SIGHUP came first; then no worker and no unfinished result is left.
   bool Run(const std::vector<std::string>& films, const OnResult& onResult, const OnState& onState);
 
  private:
   struct Worker {
-    pid_t pid;
+    orvo::Process process;
     orvo::UniqueFd output;
     FilmResult result;
     double part = 0;
-    std::string line;  // what has come of the next one
+    std::string line;  // the part of the next line that has arrived
   };
 
   bool Start(const std::string& film, const OnResult& onResult);

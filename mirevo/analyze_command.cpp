@@ -1,7 +1,6 @@
 #include "mirevo/analyze_command.h"
 
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,18 +14,16 @@
 #include "mirevo/exit_codes.h"
 #include "mirevo/film_argument.h"
 #include "mirevo/output.h"
-#include "preprocess/preprocess_result.h"
-#include "webapi/library/media_library.h"
+#include "preprocess/stored_result.h"
+#include "util/media_names.h"
 
 namespace mirevo {
 namespace {
 
 namespace fs = std::filesystem;
-using LibOrvoQMX::preprocess::PreprocessResultWrapper;
-using LibOrvoQMX::preprocess::PreprocessUtil;
+using LibOrvoQMX::preprocess::HasCurrentResult;
 
 constexpr char kWorker[] = "mirevo-analyze";
-constexpr char kIndexFolder[] = "@ea";  // what is known of films, beside them
 constexpr size_t kBarLength = 30;
 constexpr unsigned kMaxJobs = 64;
 
@@ -39,11 +36,6 @@ struct Options {
 
 // --- Which films ---
 
-bool IsSkippedFolder(const fs::path& folder) {
-  const std::string name = folder.filename().string();
-  return name == kIndexFolder || name.front() == '.';
-}
-
 void AddFolder(const std::string& folder, std::vector<std::string>& films) {
   std::error_code failure;
   const size_t before = films.size();
@@ -53,18 +45,19 @@ void AddFolder(const std::string& folder, std::vector<std::string>& films) {
        !failure && entry != end; entry.increment(failure)) {
     std::error_code gone;
     if (entry->is_directory(gone)) {
-      if (IsSkippedFolder(entry->path())) {
+      if (orvo::IsSystemFolderName(entry->path().filename().string())) {
         entry.disable_recursion_pending();
       }
     } else if (entry->is_regular_file(gone) &&
-               webapi::IsFilmName(entry->path().filename().string())) {
+               orvo::IsFilmName(entry->path().filename().string())) {
       films.push_back(entry->path().string());
     }
   }
   std::sort(films.begin() + static_cast<std::ptrdiff_t>(before), films.end());
 }
 
-// The films that the paths name or hold; kOk, or the code for a path that is not there.
+// Appends the films that the paths name or contain. kOk, or the exit code for a path that does not
+// exist.
 int FindFilms(const std::vector<std::string>& paths, std::vector<std::string>& films) {
   for (const std::string& path : paths) {
     const std::string resolved = RealPath(path);
@@ -81,23 +74,7 @@ int FindFilms(const std::vector<std::string>& paths, std::vector<std::string>& f
   return kOk;
 }
 
-bool IsOlder(const struct stat& one, const struct stat& other) {
-  return one.st_mtim.tv_sec != other.st_mtim.tv_sec ? one.st_mtim.tv_sec < other.st_mtim.tv_sec
-                                                    : one.st_mtim.tv_nsec < other.st_mtim.tv_nsec;
-}
-
-// Is the stored result one of the film as it is now?
-bool IsCurrent(const std::string& film) {
-  struct stat filmStatus {};
-  struct stat resultStatus {};
-  const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
-  PreprocessResultWrapper result;
-  return stat(film.c_str(), &filmStatus) == 0 && stat(path.c_str(), &resultStatus) == 0 &&
-         !IsOlder(resultStatus, filmStatus) && result.ReadFromFile(path) && result.end_time() > 0 &&
-         !result.GetAllKeyframePtsTime().empty();
-}
-
-// --- What is told ---
+// --- Output ---
 
 class Report {
  public:
@@ -122,7 +99,7 @@ class Report {
       std::cout << Printable(result.path) << ": " << result.keyframes << " key frames\n";
     }
   }
-  // A bar on a terminal.
+  // Shows the progress as a bar, on a terminal only.
   void Show(const AnalysisState& state) {
     if (!isTerminal_) {
       return;
@@ -177,7 +154,7 @@ class Report {
   unsigned failed_ = 0;
 };
 
-// The worker lies beside this program.
+// The worker is in the same folder as this program.
 std::string WorkerPath() {
   std::error_code failure;
   return (fs::read_symlink("/proc/self/exe", failure).parent_path() / kWorker).string();
@@ -191,7 +168,7 @@ int Analyze(const Options& options) {
   Report report(options.json);
   std::vector<std::string> films;
   for (const std::string& film : found) {
-    if (!options.force && IsCurrent(film)) {
+    if (!options.force && HasCurrentResult(film)) {
       report.AddCurrent(film);
     } else {
       films.push_back(film);
@@ -210,15 +187,18 @@ int Analyze(const Options& options) {
 void AddAnalyzeCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand(
-      "analyze", "Store where films can be cut, so that copied pictures make exact segments");
-  command->add_option("path", options->paths, "Films, and folders of films")
+      "analyze",
+      "Find and store the key frames of films, so that segments of copied video are exact");
+  command->add_option("path", options->paths, "Films and folders of films")
       ->required()
       ->type_name("FILE-OR-FOLDER");
   command
-      ->add_option("--jobs", options->jobs, "How many films at a time; by default one a processor")
+      ->add_option("--jobs", options->jobs,
+                   "How many films to analyze at the same time; default: one per processor")
       ->check(CLI::Range(1U, kMaxJobs))
       ->type_name("N");
-  command->add_flag("--force", options->force, "Also films whose stored result is current");
+  command->add_flag("--force", options->force,
+                    "Analyze films again whose stored result is current");
   command->add_flag("--json", options->json, "Print the results as JSON");
   command->callback([options, &exitCode] { exitCode = Analyze(*options); });
 }

@@ -37,7 +37,7 @@ Words OptionsOf(const CLI::App& command) {
   return names;
 }
 
-// The commands below a command, its options, and theirs.
+// The subcommands of a command, its options, and the options of its subcommands.
 Words WordsOf(const CLI::App& command) {
   Words words = CommandsOf(command);
   const Words options = OptionsOf(command);
@@ -88,7 +88,7 @@ void PrintZsh(const CLI::App& app) {
   std::cout << "esac\n[[ $PREFIX == -* ]] || _files\n";
 }
 
-// A description in fish's single quotes.
+// The description in single quotes, as fish reads them.
 std::string Quoted(const std::string& text) {
   std::string quoted = "'";
   for (const char c : text) {
@@ -130,7 +130,7 @@ void Print(const CLI::App& app, const std::string& name) {
 void AddCompletionCommand(CLI::App& app, int& exitCode) {
   auto shell = std::make_shared<std::string>();
   CLI::App* const command = app.add_subcommand(
-      "completion", "Print a script that completes this program's command lines");
+      "completion", "Print a script with which a shell completes command lines of mirevo");
   std::vector<std::string> names;
   for (const Shell& row : kShells) {
     names.emplace_back(row.name);

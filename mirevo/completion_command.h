@@ -4,7 +4,7 @@
 
 namespace mirevo {
 
-// To be called when all other commands are there.
+// Call this after all other commands have been added.
 void AddCompletionCommand(CLI::App& app, int& exitCode);
 
 }  // namespace mirevo

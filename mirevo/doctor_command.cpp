@@ -40,8 +40,9 @@ void PrintForPeople(const Findings& findings, bool all) {
     }
   }
   PrintTable(rows);
-  std::cout << (IsHealthy(findings) ? "Films can be served.\n"
-                                    : "Films cannot be served before what is missing is there.\n");
+  std::cout << (IsHealthy(findings)
+                    ? "Films can be served.\n"
+                    : "Films cannot be served until each line with \"missing\" is fixed.\n");
 }
 
 int Doctor(bool json, bool all) {
@@ -62,9 +63,9 @@ void AddDoctorCommand(CLI::App& app, int& exitCode) {
     bool all = false;
   };
   auto options = std::make_shared<Options>();
-  CLI::App* const command =
-      app.add_subcommand("doctor", "Say what this machine lacks to serve films, and the remedy");
-  command->add_flag("--all", options->all, "Also what is as it should be");
+  CLI::App* const command = app.add_subcommand(
+      "doctor", "Report what this machine lacks to serve films, and how to fix it");
+  command->add_flag("--all", options->all, "Show also the checks that passed");
   command->add_flag("--json", options->json, "Print all findings as JSON");
   command->callback([options, &exitCode] { exitCode = Doctor(options->json, options->all); });
 }

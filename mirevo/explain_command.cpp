@@ -56,7 +56,8 @@ void PrintProfiles(const Json::Value& profiles) {
   PrintTable(rows);
 }
 
-// What the transcoder makes of its command line: the one of FFmpeg. "" when it does not say.
+// The command line of FFmpeg into which the transcoder turns its own. "" when the transcoder does
+// not print it.
 std::string Translated(const Json::Value& entry, const VideoMetaData& film,
                        const std::string& device) {
   const std::string format = entry["format"].asString();
@@ -86,7 +87,7 @@ void PrintForPeople(const Options& options, const VideoMetaData& film,
                     const Json::Value& document) {
   std::cout << film.GetFilePath() << "\n" << document["direct"]["why"].asString() << "\n\n";
   PrintProfiles(document["profiles"]);
-  // One profile that was asked for is shown whatever the rest.
+  // A single profile is shown even if it is not the default.
   const bool isOne = document["profiles"].size() == 1;
   for (const Json::Value& entry : document["profiles"]) {
     if (entry["method"] != "refused" && (isOne || entry["default"] == true)) {
@@ -103,7 +104,7 @@ int Run(const Options& options) {
   }
   const Json::Value document = Explain(options, film);
   if (document["profiles"].empty()) {
-    Complain("there is no such profile on this machine");
+    Complain("this machine has no such profile");
     return kFailed;
   }
   if (options.json) {
@@ -119,16 +120,16 @@ int Run(const Options& options) {
 void AddExplainCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   CLI::App* const command =
-      app.add_subcommand("explain", "Say what would be done to a film, why, and by which command");
+      app.add_subcommand("explain", "Show how a film would be played, why, and by which command");
   command->add_option("file", options->file, "The film")->required()->type_name("FILE");
-  command->add_option("--device", options->device, "The client: vlc, firefox, chromecast, ...")
+  command->add_option("--device", options->device, "The player: vlc, firefox, chromecast, ...")
       ->type_name("NAME");
-  command->add_option("--user-agent", options->userAgent, "The client by its User-Agent")
+  command->add_option("--user-agent", options->userAgent, "The player's User-Agent header")
       ->type_name("TEXT");
-  command->add_option("--format", options->format, "Only the profiles of this format")
+  command->add_option("--format", options->format, "Show only the profiles of this format")
       ->check(CLI::IsMember(webapi::Formats()));
-  command->add_option("--profile", options->profile, "Only this profile")->type_name("KEY");
-  command->add_flag("--json", options->json, "Print it as JSON");
+  command->add_option("--profile", options->profile, "Show only this profile")->type_name("KEY");
+  command->add_flag("--json", options->json, "Print the result as JSON");
   command->callback([options, &exitCode] { exitCode = Run(*options); });
 }
 

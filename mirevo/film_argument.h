@@ -7,13 +7,13 @@
 
 namespace mirevo {
 
-// The absolute path with links resolved; "" when there is no such file or folder.
+// The absolute path with links resolved; "" if the file or folder does not exist.
 std::string RealPath(const std::string& path);
 
-// Probes the film. An exit code: not kOk, with a complaint, where there is none.
+// Probes the film. Returns kOk, or another exit code after a complaint if the file is not a film.
 int LoadFilm(const std::string& path, LibOrvoQMX::VideoMetaData& film);
 
-// Complains that there is no such file or folder; the exit code for that.
+// Complains that the file or folder does not exist, and returns the exit code for that.
 int NoSuchPath(const std::string& path);
 
 }  // namespace mirevo

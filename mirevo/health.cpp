@@ -17,6 +17,7 @@
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
+#include "preprocess/stored_result.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "webapi/choice/profiles.h"
@@ -32,11 +33,11 @@ constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
 constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VERSION_MAJOR);
 constexpr char kInstallFFmpeg[] = "apt install ffmpeg";
 constexpr char kInstallLighttpd[] = "apt install lighttpd";
-constexpr char kReinstall[] = "Install the package mirevo again, or build the tree.";
+constexpr char kReinstall[] = "Install the package mirevo again, or build the source tree.";
 constexpr int kProgramMilliseconds = 10000;
-constexpr uint64_t kTightSpace = 4ULL << 30;    // two copied films in segments
-constexpr uint64_t kLeastSpace = 512ULL << 20;  // one encoded stream
-// Any clock that shows less has never been set.
+constexpr uint64_t kTightSpace = 4ULL << 30;    // room for two copied films in segments
+constexpr uint64_t kLeastSpace = 512ULL << 20;  // room for one encoded stream
+// A clock that shows an earlier time was never set.
 constexpr time_t kEarliestTime = 1767225600;  // 2026-01-01
 
 Finding Good(const std::string& check, const std::string& detail) {
@@ -51,8 +52,8 @@ struct Codec {
   const char* purpose;
 };
 constexpr std::array kEncoders = {
-    Codec{"libx264", State::kMissing, "H.264 for every kind of stream"},
-    Codec{"aac", State::kMissing, "the sound of every kind of stream"},
+    Codec{"libx264", State::kMissing, "H.264 video"},
+    Codec{"aac", State::kMissing, "AAC sound"},
     Codec{"libmp3lame", State::kWarning, "MP3 sound"},
     Codec{"wmv2", State::kWarning, "Windows Media streams"},
 };
@@ -68,7 +69,7 @@ constexpr std::array kDecoders = {
     Codec{"dca", State::kWarning, "DTS sound"},
 };
 
-// Does a list of FFmpeg's, flags and name and description in each line, have the name?
+// Does a list that FFmpeg printed contain the name? Each line has flags, a name and a description.
 bool Lists(const std::string& listing, const std::string& name) {
   std::istringstream lines(listing);
   for (std::string line; std::getline(lines, line);) {
@@ -93,8 +94,8 @@ void ExamineCodecs(const char* option, const std::string& kind,
     if (Lists(listing, codec.name)) {
       findings.push_back(Good(check, codec.purpose));
     } else {
-      findings.push_back({check, codec.lack, "FFmpeg lacks it: " + std::string(codec.purpose),
-                          "Install an FFmpeg that has it; Debian's does."});
+      findings.push_back({check, codec.lack, "FFmpeg cannot process " + std::string(codec.purpose),
+                          "Install an FFmpeg that has it, such as Debian's."});
     }
   }
 }
@@ -131,9 +132,10 @@ void ExamineWebServer(Findings& findings) {
   for (const Module& module : kModules) {
     const std::string path = "/usr/lib/lighttpd/" + std::string(module.name) + ".so";
     std::error_code failure;
-    findings.push_back(fs::exists(path, failure) ? Good(module.name, path)
-                                                 : Finding{module.name, module.lack,
-                                                           path + " is not there", module.package});
+    findings.push_back(
+        fs::exists(path, failure)
+            ? Good(module.name, path)
+            : Finding{module.name, module.lack, path + " does not exist", module.package});
   }
 }
 
@@ -147,25 +149,23 @@ bool Loads(const char* library) {
   return handle != nullptr;
 }
 
-// Libraries that are loaded only where they are needed, so that their lack does not show at once.
+// Checks the libraries that are loaded on first use: without these checks their absence would show
+// only then.
 void ExamineLibraries(Findings& findings) {
+  findings.push_back(LibMirevo::GetMD5("").empty()
+                         ? Finding{"libcrypto", State::kMissing, "libcrypto cannot be loaded.",
+                                   "apt install libssl3"}
+                         : Good("libcrypto", "loads"));
+  findings.push_back(Loads("libsodium.so.23") ? Good("libsodium", "loads")
+                                              : Finding{"libsodium", State::kWarning,
+                                                        "Accounts do not work: nobody can log in.",
+                                                        "apt install libsodium23"});
   findings.push_back(
-      LibMirevo::GetMD5("").empty()
-          ? Finding{"libcrypto", State::kMissing, "It cannot be loaded.", "apt install libssl3"}
-          : Good("libcrypto", "loads"));
-  findings.push_back(
-      Loads("libsodium.so.23")
-          ? Good("libsodium", "loads")
-          : Finding{"libsodium", State::kWarning, "Nobody can log in.", "apt install libsodium23"});
-  findings.push_back(Loads("libsodium.so.23")
-                         ? Good("libsodium", "loads")
-                         : Finding{"libsodium", State::kWarning, "There can be no accounts.",
-                                   "apt install libsodium23"});
-  findings.push_back(Loads("libuchardet.so.0")
-                         ? Good("libuchardet", "loads")
-                         : Finding{"libuchardet", State::kWarning,
-                                   "Subtitles that are not UTF-8 may show wrong characters.",
-                                   "apt install libuchardet0"});
+      Loads("libuchardet.so.0")
+          ? Good("libuchardet", "loads")
+          : Finding{"libuchardet", State::kWarning,
+                    "Subtitles in other character sets than UTF-8 may show wrong characters.",
+                    "apt install libuchardet0"});
   findings.push_back(Loads(kFormatLibrary)
                          ? Good("libavformat", kFormatLibrary)
                          : Finding{"libavformat", State::kMissing,
@@ -191,15 +191,15 @@ void ExaminePackage(Findings& findings) {
     const std::string check = std::string("file ") + part.path;
     findings.push_back(access(path.c_str(), part.access) == 0
                            ? Good(check, path)
-                           : Finding{check, State::kMissing, path + " is not there", kReinstall});
+                           : Finding{check, State::kMissing, path + " does not exist", kReinstall});
   }
   const size_t count = webapi::ProfilesOf("http").size();
   findings.push_back(count > 0 ? Good("profiles", webapi::ProfileFile())
                                : Finding{"profiles", State::kMissing,
-                                         webapi::ProfileFile() + " has none", kReinstall});
+                                         webapi::ProfileFile() + " has no profiles", kReinstall});
 }
 
-// Can the folder be written to, or made?
+// Can this process write to the folder, or create it?
 bool IsUsable(fs::path folder) {
   std::error_code failure;
   while (!fs::exists(folder, failure) && folder.has_parent_path() &&
@@ -213,12 +213,11 @@ void ExamineFolders(Findings& findings) {
   for (const char* name : {"/tmp/Mirevo", "/run/mirevo", "/var/packages/Mirevo/etc"}) {
     const std::string path = orvo::SystemPath(name);
     const std::string check = std::string("folder ") + name;
-    findings.push_back(
-        IsUsable(path)
-            ? Good(check, path)
-            : Finding{
-                  check, State::kMissing, "You may not write to " + path + ".",
-                  "Run it as the service's user, or set ORVO_SYSROOT to a folder of your own."});
+    findings.push_back(IsUsable(path) ? Good(check, path)
+                                      : Finding{check, State::kMissing,
+                                                "This user cannot write to " + path + ".",
+                                                "Run mirevo as the service's user, or set "
+                                                "ORVO_SYSROOT to a folder of your own."});
   }
 }
 
@@ -231,16 +230,19 @@ void ExamineVolumes(Findings& findings) {
     const std::string free = Size(volume.freeBytes) + " free";
     isAnyUsable = isAnyUsable || (volume.writable && volume.freeBytes >= kLeastSpace);
     if (!volume.writable) {
-      findings.push_back({check, State::kWarning, "not writable", "Let the service write there."});
+      findings.push_back(
+          {check, State::kWarning, "not writable", "Let the service's user write there."});
     } else if (volume.freeBytes < kTightSpace) {
-      findings.push_back({check, State::kWarning, "only " + free, "Make room for segments."});
+      findings.push_back({check, State::kWarning, "only " + free, "Free space for segments."});
     } else {
       findings.push_back(Good(check, free));
     }
   }
   if (!isAnyUsable) {
-    findings.push_back({"volumes", State::kMissing, "No volume has room for a segmented stream.",
-                        "Name one in /etc/orvo/volumes, a mount path a line, or make room."});
+    findings.push_back(
+        {"volumes", State::kMissing, "No volume has room for a segmented stream.",
+         "Free space, or name another volume in /etc/orvo/volumes, one mount path on a "
+         "line."});
   }
 }
 
@@ -256,9 +258,31 @@ void ExamineMedia(Findings& findings) {
     const int wanted = fs::is_directory(path, failure) ? R_OK | X_OK : R_OK;
     findings.push_back(access(path.c_str(), wanted) == 0
                            ? Good("media " + path, "readable")
-                           : Finding{"media " + path, State::kWarning, "It cannot be read.",
-                                     "Let the service's user read it: chmod, or a group."});
+                           : Finding{"media " + path, State::kWarning, "This user cannot read it.",
+                                     "Let the service's user read it, with chmod or a group."});
   }
+}
+
+// What the service found out about films that it could not analyze.
+void ExamineAnalysis(Findings& findings) {
+  std::error_code failure;
+  size_t failures = 0;
+  std::string example;
+  const fs::path folder = orvo::SystemPath(LibOrvoQMX::preprocess::kOwnResults);
+  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    const auto record = LibOrvoQMX::preprocess::ReadFilmRecord(entry->path().string());
+    if (!record.reason.empty()) {
+      ++failures;
+      example = Printable(record.film) + ": " + record.reason;
+    }
+  }
+  findings.push_back(
+      failures == 0
+          ? Good("key frames", "no film has failed")
+          : Finding{"key frames", State::kWarning,
+                    "failed: " + std::to_string(failures) + ", such as " + example,
+                    "They are cut at fixed lengths. \"mirevo analyze FOLDER\" tries all of them."});
 }
 
 // --- The machine ---
@@ -270,29 +294,30 @@ void ExamineHardware(Findings& findings) {
     return;
   }
   constexpr char kNode[] = "/dev/dri/renderD128";
-  findings.push_back(access(kNode, R_OK | W_OK) == 0
-                         ? Good("hardware", kNode)
-                         : Finding{"hardware", State::kWarning,
-                                   std::string(kNode) + " cannot be opened; software encodes.",
-                                   "Put the service's user into the group render."});
+  findings.push_back(
+      access(kNode, R_OK | W_OK) == 0
+          ? Good("hardware", kNode)
+          : Finding{"hardware", State::kWarning,
+                    std::string(kNode) + " cannot be opened; films are encoded in software.",
+                    "Add the service's user to the group render."});
 }
 
 void ExamineClock(Findings& findings) {
   if (time(nullptr) < kEarliestTime) {
-    findings.push_back({"clock", State::kMissing, "It shows a time in the past.",
+    findings.push_back({"clock", State::kMissing, "The clock shows a time in the past.",
                         "Set it: timedatectl set-ntp true"});
     return;
   }
   timex status{};
   const bool isKept = adjtimex(&status) >= 0 && (status.status & STA_UNSYNC) == 0;
-  findings.push_back(isKept ? Good("clock", "kept right by the network")
-                            : Finding{"clock", State::kWarning, "Nothing keeps it right.",
+  findings.push_back(isKept ? Good("clock", "synchronized")
+                            : Finding{"clock", State::kWarning, "The clock is not synchronized.",
                                       "apt install systemd-timesyncd"});
 }
 
 constexpr std::array kExaminations = {
-    ExamineFFmpeg,  ExamineWebServer, ExamineLibraries, ExaminePackage, ExamineFolders,
-    ExamineVolumes, ExamineMedia,     ExamineHardware,  ExamineClock,
+    ExamineFFmpeg,  ExamineWebServer, ExamineLibraries, ExaminePackage,  ExamineFolders,
+    ExamineVolumes, ExamineMedia,     ExamineAnalysis,  ExamineHardware, ExamineClock,
 };
 
 }  // namespace

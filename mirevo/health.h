@@ -1,4 +1,4 @@
-// What this machine lacks to serve films.
+// Checks what this machine lacks to serve films.
 #pragma once
 
 #include <string>
@@ -9,13 +9,13 @@ namespace mirevo {
 enum class State { kGood, kWarning, kMissing };
 
 struct Finding {
-  std::string check;   // a name that stays, for programs: "ffmpeg", "volume /srv"
-  State state;         // without what is missing, nothing plays
-  std::string detail;  // what was found
-  std::string remedy;  // what to do; "" for kGood
+  std::string check;   // a name for programs, stable across releases: "ffmpeg", "volume /srv"
+  State state;         // kMissing: nothing plays until this is fixed
+  std::string detail;  // what the check found
+  std::string remedy;  // how to fix it; "" for kGood
 };
 
-// Looks at everything. Changes nothing.
+// Makes all checks. Changes nothing.
 std::vector<Finding> ExamineMachine();
 
 // "ok", "warning", "missing".

@@ -1,4 +1,4 @@
-// mirevo: this system's program for people and scripts.
+// mirevo: the program for people and scripts.
 #include <syslog.h>
 
 #include <CLI/App.hpp>
@@ -23,7 +23,7 @@
 
 namespace {
 
-// The command that the program's own name stands for: "serve" for "mirevo-serve".
+// The command in the program's own name: "serve" for "mirevo-serve", "" without one.
 std::string CommandInName(std::string_view program) {
   constexpr std::string_view kPrefix = "mirevo-";
   const std::string_view name = program.substr(program.rfind('/') + 1);
@@ -35,17 +35,18 @@ std::vector<std::string> Arguments(int argc, char** argv) {
   if (const std::string command = CommandInName(argv[0]); !command.empty()) {
     arguments.insert(arguments.begin(), command);
   }
-  return {arguments.rbegin(), arguments.rend()};  // the parser takes them from the end
+  return {arguments.rbegin(), arguments.rend()};  // the parser expects them in reverse order
 }
 
 int Run(int argc, char** argv) {
   int exitCode = mirevo::kOk;
-  CLI::App app("Watch stored films from anywhere while they are being transcoded.", "mirevo");
+  CLI::App app("Watch stored films on any device while the server converts them.", "mirevo");
   app.set_version_flag("--version", "mirevo " MIREVO_VERSION);
   app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
   app.require_subcommand(1);
   app.fallthrough();
-  app.set_config("--config", "", "Take options from this file; [serve] begins those of a command");
+  app.set_config("--config", "",
+                 "Read options from this file; a line such as [serve] names their command");
   app.allow_config_extras(CLI::config_extras_mode::error);
   for (const auto add :
        {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,

@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kGap = 2;
 
-// How many columns a UTF-8 text takes, near enough: continuation bytes take none.
+// The approximate number of terminal columns of a UTF-8 text: continuation bytes take none.
 size_t Width(const std::string& text) {
   return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
     return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
@@ -44,7 +44,7 @@ void PrintTable(const std::vector<std::vector<std::string>>& rows) {
   const std::vector<size_t> widths = Widths(rows);
   for (const auto& row : rows) {
     std::string line;
-    size_t owed = 0;  // blanks before the next cell that has something
+    size_t owed = 0;  // blanks before the next cell that is not empty
     for (size_t i = 0; i < row.size(); ++i) {
       const std::string cell = Printable(row[i]);
       if (!cell.empty()) {

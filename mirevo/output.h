@@ -1,4 +1,4 @@
-// What a command prints.
+// Output of the commands.
 #pragma once
 
 #include <json/value.h>
@@ -8,7 +8,7 @@
 
 namespace mirevo {
 
-// Prints a document over several lines, keys sorted, for programs and curious people.
+// Prints a document on several lines, with sorted keys.
 void PrintJson(const Json::Value& document);
 
 // Prints rows of cells as columns, each as wide as its widest cell.
@@ -23,7 +23,7 @@ std::string Size(uint64_t bytes);
 // The text as one terminal line: control characters become "?".
 std::string Printable(const std::string& text);
 
-// One line on standard error, after the program's name.
+// Prints the program's name and the text as one line on standard error.
 void Complain(const std::string& text);
 
 }  // namespace mirevo

@@ -15,7 +15,7 @@ namespace {
 
 struct Options {
   std::string file;
-  std::map<std::string, std::string> wishes = {{"format", "http"}};  // by the API's names
+  std::map<std::string, std::string> wishes = {{"format", "http"}};  // keys: the API's parameters
   bool json = false;
 };
 
@@ -26,10 +26,10 @@ struct Wish {
   const char* type;
 };
 constexpr Wish kWishes[] = {
-    {"--profile", "profile", "The rendition; mirevo explain lists them", "KEY"},
-    {"--audio", "audio_id", "The sound track by its id", "ID"},
-    {"--subtitle", "subtitle_id", "The subtitle by its id, or all (HLS)", "ID"},
-    {"--device", "device", "What will play it", "NAME"},
+    {"--profile", "profile", "The quality; mirevo explain lists the keys", "KEY"},
+    {"--audio", "audio_id", "The id of the audio track; mirevo probe lists the tracks", "ID"},
+    {"--subtitle", "subtitle_id", "The id of the subtitle, or all (HLS)", "ID"},
+    {"--device", "device", "The player that will open the address", "NAME"},
 };
 
 int Play(const Options& options) {
@@ -38,7 +38,7 @@ int Play(const Options& options) {
     return NoSuchPath(options.file);
   }
   std::map<std::string, std::string> parameters = options.wishes;
-  // As a JSON text, so that a name in quotes is not taken for one.
+  // Sent as a JSON text: the service would take a plain path in quotes for JSON.
   parameters["path"] = LibMirevo::FormatJson(Json::Value(path));
   parameters["path"].pop_back();
   const Reply reply = CallService("Streaming", "open", parameters);
@@ -57,7 +57,7 @@ int Play(const Options& options) {
 void AddPlayCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand(
-      "play", "Open a film on the running service and print the address for a player");
+      "play", "Open a film on the running service and print an address that a player can open");
   command->add_option("file", options->file, "The film")->required()->type_name("FILE");
   command->add_option("--format", options->wishes["format"], "The kind of stream")
       ->check(CLI::IsMember({"hls", "http", "webm", "ss", "direct"}))
@@ -72,7 +72,7 @@ void AddPlayCommand(CLI::App& app, int& exitCode) {
             wish.help)
         ->type_name(wish.type);
   }
-  command->add_flag("--json", options->json, "Print the service's whole answer");
+  command->add_flag("--json", options->json, "Print the service's answer as JSON");
   command->callback([options, &exitCode] { exitCode = Play(*options); });
 }
 

@@ -15,10 +15,10 @@ using Rows = std::vector<std::vector<std::string>>;
 struct Options {
   std::string file;
   bool table = false;
-  bool json = false;  // which it is anyway
+  bool json = false;  // the default anyway
 };
 
-// The library's name of a track's codec, else FFmpeg's.
+// The library's name of a track's codec, or FFmpeg's name if the library has none.
 std::string CodecOf(const Json::Value& track) {
   const std::string name = track["codec"].asString();
   return name.empty() ? track["codec_raw"].asString() : name;
@@ -87,11 +87,11 @@ int Probe(const Options& options) {
 
 void AddProbeCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("probe", "Print what a film's file consists of");
+  CLI::App* const command =
+      app.add_subcommand("probe", "Print the tracks and properties of a film");
   command->add_option("file", options->file, "The film")->required()->type_name("FILE");
-  CLI::Option* const table = command->add_flag("--table", options->table, "Print it for people");
-  command->add_flag("--json", options->json, "Print it as JSON, as without any option")
-      ->excludes(table);
+  CLI::Option* const table = command->add_flag("--table", options->table, "Print a table");
+  command->add_flag("--json", options->json, "Print JSON; this is the default")->excludes(table);
   command->callback([options, &exitCode] { exitCode = Probe(*options); });
 }
 

@@ -1,4 +1,4 @@
-// Asking another program.
+// Runs another program for its output.
 #pragma once
 
 #include <optional>
@@ -7,8 +7,8 @@
 
 namespace mirevo {
 
-// What the program at the path command[0] writes to its standard output with these arguments.
-// Nothing when it cannot be run, fails, or has not ended after `milliseconds`.
+// Runs the program at the path command[0] with these arguments and returns its standard output.
+// Nothing if the program cannot be run, fails, or does not end within `milliseconds`.
 std::optional<std::string> OutputOf(const std::vector<std::string>& command, int milliseconds);
 
 }  // namespace mirevo

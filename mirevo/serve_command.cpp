@@ -12,26 +12,26 @@ namespace {
 
 constexpr int kMaxPort = 65535;
 
-// A check of an option's text by a predicate.
+// A validator that accepts the option's texts for which `isGood` holds.
 CLI::Validator Check(const std::function<bool(const std::string&)>& isGood, const char* complaint) {
   return CLI::Validator(
       [=](const std::string& text) { return isGood(text) ? "" : text + " " + complaint; }, "");
 }
 
-// Who can reach the service, and how.
+// Adds the options that say who can reach the service, and how.
 void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options) {
   const auto isAddress = [](const std::string& text) {
     return serve::ParseEndpoint(text, 0).has_value();
   };
   command
       .add_option("--listen", options->listen,
-                  "An address to listen on (0.0.0.0 and :: for all), which needs an account; "
-                  "without it this machine only")
-      ->check(Check(isAddress, "is no address of IPv4 or IPv6"))
+                  "An address to listen on (0.0.0.0 and :: for all); beyond this machine it needs "
+                  "an account. Default: 127.0.0.1")
+      ->check(Check(isAddress, "is not an IPv4 or IPv6 address"))
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
-  command.add_option("--host", options->hosts, "A name that browsers may call this server by")
-      ->check(Check(serve::IsHost, "is no host name in lower case"))
+  command.add_option("--host", options->hosts, "A name by which browsers may call this server")
+      ->check(Check(serve::IsHost, "is not a host name in lower case"))
       ->type_name("NAME[:PORT]")
       ->allow_extra_args(false);
   command
@@ -39,11 +39,11 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->check(Check(serve::IsOrigin, "is not like https://tv.example"))
       ->type_name("URL")
       ->allow_extra_args(false);
-  auto* const certificate = command.add_option(
-      "--certificate", options->certificate, "Encrypt with this certificate (PEM, chain included)");
+  auto* const certificate =
+      command.add_option("--certificate", options->certificate,
+                         "Serve HTTPS with this certificate (PEM, with its chain)");
   certificate->type_name("FILE");
-  command
-      .add_option("--key", options->key, "The certificate's key, where it is not in the same file")
+  command.add_option("--key", options->key, "The certificate's key, if it is in a file of its own")
       ->type_name("FILE")
       ->needs(certificate);
 }
@@ -58,12 +58,16 @@ void AddServeCommand(CLI::App& app, int& exitCode) {
       ->type_name("FILE-OR-FOLDER");
   command
       ->add_option("--port", options->port,
-                   "The port to listen on; 0 for any free one. Without it 8096, or any free one")
+                   "The port to listen on; 0 for any free port. Default: 8096, or any free port if "
+                   "8096 is in use and --listen is not given")
       ->check(CLI::Range(0, kMaxPort))
       ->type_name("N");
   AddReach(*command, options);
   command->add_flag_callback(
       "--no-browser", [options] { options->browser = false; }, "Do not open the page in a browser");
+  command->add_flag_callback(
+      "--no-analysis", [options] { options->analysis = false; },
+      "Do not look for films' key frames in the background");
   command->callback([options, &exitCode] { exitCode = serve::Serve(*options); });
 }
 

@@ -20,14 +20,15 @@ namespace mirevo {
 namespace {
 
 constexpr long kTimeoutSeconds = 60;
-constexpr char kNotRunning[] = "No service runs here. Start one with \"mirevo serve FOLDER\".";
+constexpr char kNotRunning[] =
+    "No service is running here. Start one with \"mirevo serve FOLDER\".";
 
 struct EndTransfer {
   void operator()(CURL* transfer) const { curl_easy_cleanup(transfer); }
 };
 using Transfer = std::unique_ptr<CURL, EndTransfer>;
 
-// The address of the service's page; "" when none runs.
+// The address of the service's page; "" if no service runs.
 std::string Address() {
   std::ifstream file(orvo::SystemPath(std::string(serve::kStateFolder) + serve::kAddressFile));
   std::string address;
@@ -49,20 +50,21 @@ std::string Form(const std::string& api, const std::string& method,
   return form;
 }
 
-// Sends the form and collects the answer; "" or why that failed.
+// Sends the form and appends the answer to `body`. "" after a success, otherwise the reason of the
+// failure.
 std::string Send(const std::string& address, const std::string& form, std::string& body) {
   const Transfer transfer(curl_easy_init());
   if (transfer == nullptr) {
-    return "There is no memory for a request.";
+    return "not enough memory for a request";
   }
   const std::string url = address + "webapi/entry.cgi";
   curl_easy_setopt(transfer.get(), CURLOPT_URL, url.c_str());
   curl_easy_setopt(transfer.get(), CURLOPT_POSTFIELDS, form.c_str());
   curl_easy_setopt(transfer.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(form.size()));
   curl_easy_setopt(transfer.get(), CURLOPT_PROTOCOLS_STR, "http,https");
-  // The service is on this machine, whatever a proxy variable says.
+  // The service is on this machine, so variables that name a proxy do not apply.
   curl_easy_setopt(transfer.get(), CURLOPT_NOPROXY, "*");
-  // The certificate is made out to a name, not to this address.
+  // The certificate names a host, not this address, so it cannot be verified here.
   curl_easy_setopt(transfer.get(), CURLOPT_SSL_VERIFYPEER, 0L);
   curl_easy_setopt(transfer.get(), CURLOPT_SSL_VERIFYHOST, 0L);
   curl_easy_setopt(transfer.get(), CURLOPT_NOSIGNAL, 1L);
@@ -89,7 +91,8 @@ int ExitCodeOf(int status) {
   }
 }
 
-// A session for one call. Who may write where the sessions are kept needs no password.
+// An owner's session for one call. It needs no password: a user who can write the folder of the
+// sessions controls the service anyway.
 class OwnSession {
  public:
   OwnSession() {
@@ -104,7 +107,7 @@ class OwnSession {
   OwnSession& operator=(const OwnSession&) = delete;
   ~OwnSession() { accounts::EndSession(id_); }
 
-  const std::string& Id() const { return id_; }  // "" where there are no accounts
+  const std::string& Id() const { return id_; }  // "" if there are no accounts
 
  private:
   std::string id_;
@@ -127,7 +130,7 @@ Reply CallService(const std::string& api, const std::string& method,
   }
   Json::Value answer;
   if (!LibMirevo::ParseJson(body, answer) || !answer.isObject()) {
-    return {kFailed, "The service at " + address + " gave an answer that means nothing.", {}};
+    return {kFailed, "The service at " + address + " sent an answer that is not valid.", {}};
   }
   if (answer["success"] == true) {
     return {kOk, "", answer["data"]};

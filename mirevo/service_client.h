@@ -1,4 +1,4 @@
-// Talking to the service that runs on this machine.
+// Calls the service that runs on this machine.
 #pragma once
 
 #include <json/value.h>
@@ -9,9 +9,9 @@
 namespace mirevo {
 
 struct Reply {
-  int exitCode = 0;     // of exit_codes.h; 0 for a success
-  std::string message;  // what to tell the user of a failure
-  Json::Value data;     // of a success
+  int exitCode = 0;     // one of exit_codes.h; 0 after a success
+  std::string message;  // for the user, after a failure
+  Json::Value data;     // the service's data, after a success
 };
 
 // Calls a method of the web API ("Streaming", "open") of the running service.

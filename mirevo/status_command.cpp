@@ -7,6 +7,10 @@
 #include "mirevo/exit_codes.h"
 #include "mirevo/output.h"
 #include "mirevo/service_client.h"
+#include "platform/plat.h"
+#include "serve/analysis.h"
+#include "serve/service.h"
+#include "util/json_utils.h"
 
 namespace mirevo {
 namespace {
@@ -49,6 +53,23 @@ Rows Volumes(const Json::Value& status) {
   return rows;
 }
 
+// The analysis works for the service on this machine, and tells of itself in a file.
+void PrintAnalysis() {
+  Json::Value analysis;
+  LibMirevo::ReadJsonFromFile(orvo::SystemPath(serve::kStateFolder) + serve::kAnalysisFile,
+                              analysis);
+  if (!analysis.isObject()) {
+    return;
+  }
+  std::cout << "key frames: " << analysis["analyzed"].asUInt() << " films analyzed, "
+            << analysis["failed"].asUInt() << " failed, " << analysis["waiting"].asUInt()
+            << " in line";
+  if (analysis.isMember("film")) {
+    std::cout << ", at " << Printable(analysis["film"].asString());
+  }
+  std::cout << "\n";
+}
+
 void Print(const Json::Value& status) {
   for (const Rows& rows : {Streams(status), Transcoders(status), Volumes(status)}) {
     if (rows.size() > 1) {
@@ -59,6 +80,7 @@ void Print(const Json::Value& status) {
   std::cout << status["streams"].size() << " streams, " << status["transcoders"].size()
             << " transcoders (limits: " << status["limits"]["software"].asUInt() << " software, "
             << status["limits"]["hardware"].asUInt() << " hardware)\n";
+  PrintAnalysis();
 }
 
 int Status(bool json) {
@@ -77,8 +99,9 @@ int Status(bool json) {
 
 void AddStatusCommand(CLI::App& app, int& exitCode) {
   auto json = std::make_shared<bool>(false);
-  CLI::App* const command = app.add_subcommand("status", "Show what the running service is doing");
-  command->add_flag("--json", *json, "Print the service's own answer");
+  CLI::App* const command = app.add_subcommand(
+      "status", "Show the streams, transcoders and volumes of the running service");
+  command->add_flag("--json", *json, "Print the service's answer as JSON");
   command->callback([json, &exitCode] { exitCode = Status(*json); });
 }
 

@@ -1,4 +1,4 @@
-// What leaves the shared libraries: everything is hidden unless it says so.
+// Marks the symbols that the shared libraries export; all others are hidden.
 #pragma once
 
 #define ORVO_API __attribute__((visibility("default")))

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -17,6 +18,32 @@ bool MoveAboveStandardStreams(UniqueFd& fd) {
     fd.Reset(fcntl(fd.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   }
   return fd.IsOpen();
+}
+
+bool IsOwnFile(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// All that is left of a file, or its first `limit` bytes.
+std::optional<std::string> ReadUpTo(int fd, size_t limit) {
+  std::string content(limit, '\0');
+  size_t length = 0;
+  while (length < limit) {
+    const ssize_t count = read(fd, content.data() + length, limit - length);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count < 0) {
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    length += static_cast<size_t>(count);
+  }
+  content.resize(length);
+  return content;
 }
 
 }  // namespace
@@ -47,6 +74,17 @@ bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode)
   }
   unlink(aside.c_str());
   return false;
+}
+
+std::optional<std::string> ReadOwnFile(const std::string& path, size_t maxBytes) {
+  const UniqueFd file(
+      open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !IsOwnFile(status) ||
+      static_cast<uint64_t>(status.st_size) > maxBytes) {
+    return std::nullopt;
+  }
+  return ReadUpTo(file.Get(), static_cast<size_t>(status.st_size));
 }
 
 bool TouchFile(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <istream>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,19 +13,24 @@
 
 namespace orvo {
 
-// Writes all of `content`, through interruptions and short writes. False, with errno set, when the
-// descriptor takes no more.
+// Writes all of `content`, despite interruptions and short writes. False, with errno set, after a
+// write error.
 ORVO_API bool WriteAll(int fd, std::string_view content);
 
-// Gives the file `path` this content and mode all at once: a reader sees the old or the new file.
-// False when it cannot be written; the old one stays.
+// Replaces the file `path` by one with this content and mode in one step: a reader sees the old
+// file or the new one. False if the new file cannot be written; the old file stays.
 ORVO_API bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode = 0644);
 
-// Sets the file's modification time to now, creating it where it is missing. Writes nothing:
-// emptying a file that has content can wait for the disk.
+// The content of a regular file that belongs to this process's user and that no other user can
+// write. It is for places where others can put files: it follows no link and does not wait for a
+// pipe. Nothing for any other file, and for one longer than `maxBytes`.
+ORVO_API std::optional<std::string> ReadOwnFile(const std::string& path, size_t maxBytes);
+
+// Sets the file's modification time to now; creates the file if it does not exist. It does not
+// truncate the file, because that can wait for the disk.
 ORVO_API bool TouchFile(const std::string& path);
 
-// Appends what is left of `stream` to `content`. False on a read error.
+// Appends the rest of `stream` to `content`. False on a read error.
 ORVO_API bool ReadAll(std::istream& stream, std::string& content);
 
 // A pipe whose ends an exec closes. They never get the numbers of the standard streams, which in a
@@ -32,8 +38,8 @@ ORVO_API bool ReadAll(std::istream& stream, std::string& content);
 // with errno set, when there is none.
 ORVO_API bool OpenPipe(UniqueFd& readEnd, UniqueFd& writeEnd);
 
-// Standard input, output and error become "/dev/null". For a process that outlives the request
-// whose client reads them.
+// Redirects standard input, output and error to "/dev/null". For a process that outlives its
+// request: the client would otherwise wait for the end of its output.
 ORVO_API void DetachStandardStreams();
 
 }  // namespace orvo

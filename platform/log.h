@@ -14,7 +14,8 @@ ORVO_API void Log(int priority, const char* file, int line, const char* format, 
 
 }  // namespace orvo
 
-// The source that a line names. A file that holds a part of another's work defines it first.
+// The source file that a line names. A file that continues the work of another file defines it
+// first.
 #ifndef ORVO_LOG_SOURCE
 #define ORVO_LOG_SOURCE __FILE__
 #endif

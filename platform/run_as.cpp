@@ -39,7 +39,7 @@ RunAs::RunAs(uid_t user, gid_t group, const char* file, int line)
   if (!entered_) {
     Log(LOG_AUTH | LOG_ERR, file, line, "ERROR: %s(%d, %d)", "IF_RUN_AS", static_cast<int>(user),
         static_cast<int>(group));
-    // Half a switch must not stay either.
+    // A partial switch must not remain either.
     SetEffectiveIds(previousUser_, previousGroup_);
   }
 }

@@ -12,11 +12,10 @@ bool IsDirectory(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// 0 when this call made the directory, 1 when it was there, -1 otherwise.
+// 0 if this call made the directory, 1 if it existed, -1 otherwise.
 int MakeOne(const std::string& path, uid_t owner, gid_t group, mode_t mode) {
   if (mkdir(path.c_str(), mode) == 0) {
-    // Where the directory cannot be given away (no privilege, no such owner here) it stays the
-    // caller's.
+    // If the directory cannot be given away (no privilege, or no such owner), the caller keeps it.
     return lchown(path.c_str(), owner, group) == 0 || errno == EPERM || errno == EINVAL ? 0 : -1;
   }
   if (errno == EEXIST && IsDirectory(path)) {

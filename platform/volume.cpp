@@ -1,4 +1,4 @@
-// Which data volumes there are, and which of them has room.
+// Lists the data volumes and chooses one with enough free space.
 #include <fcntl.h>
 #include <mntent.h>
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ namespace {
 constexpr char kVolumesFile[] = "/etc/orvo/volumes";
 constexpr char kMountTable[] = "/proc/self/mounts";
 
-// File systems that keep their data on disk although their source is no device node.
+// File systems with data on disk whose source is not a device node.
 constexpr std::array kPooledFileSystems = {"btrfs", "overlay", "zfs"};
 
 bool IsVolumeName(const std::string& name) {

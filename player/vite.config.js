@@ -2,7 +2,7 @@ import { defineConfig } from 'vite';
 
 export default defineConfig({
   base: './',
-  // Everything comes from the page's own folder, and nothing is inlined: the server's policy forbids it.
+  // The server's policy allows only files of the page's own folder, so nothing is inlined.
   build: {
     assetsInlineLimit: 0,
     chunkSizeWarningLimit: 1000,

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Writes the transcoding profiles. Usage: make_profiles.py FOLDER
 
-Each file NAME_LEVEL.json is one JSON object: profile keys to FFmpeg arguments, separated by single
-blanks and without quoting. A key carries its rates in kbit/s as parts "vb..." and "ab...", from which
-the size of the whole stream is predicted; a remux has no rate to promise and so no such parts.
+Each file NAME_LEVEL.json is one JSON object that maps profile keys to FFmpeg arguments. Single blanks
+separate the arguments; there is no quoting. A key contains its rates in kbit/s as parts "vb..." and
+"ab..."; the library predicts the size of the stream from them. A remux has no fixed rate and no such parts.
 """
 import collections
 import json
@@ -13,7 +13,7 @@ import sys
 Rendition = collections.namedtuple("Rendition", "name height size video audio")
 Machine = collections.namedtuple("Machine", "preset tallest encoder variants", defaults=("libx264", ()))
 
-# The sizes are the names that the library knows and fits to the film.
+# The library knows these names of sizes and adapts them to the film.
 RENDITIONS = [
     Rendition("240p", 240, "320x240", 300, 96),
     Rendition("360p", 360, "480x360", 700, 96),
@@ -22,9 +22,9 @@ RENDITIONS = [
     Rendition("1080p", 1080, "hd1080", 5000, 192),
 ]
 
-# A machine's processor decides how hard its encoder may try, and up to which height it keeps up with
-# playing. Hardware encoders carry a preset for the day they are missing. A variant is a second set of
-# keys with its own encoder, named after it.
+# The processor determines the preset of the encoder and the greatest height that it encodes in real time.
+# Hardware encoders have a preset too, for the software encoder that replaces a missing one. A variant is a
+# second set of keys with its own encoder, whose name is part of the keys.
 WEAK = Machine("ultrafast", 480)
 MACHINES = {
     "x86_1": WEAK,
@@ -42,23 +42,23 @@ MACHINES = {
     "monaco_2": WEAK,
 }
 
-# Nothing but picture and sound: subtitles and chapters would become tracks that delay the start.
+# Only video and audio: subtitles and chapters would become tracks that delay the start.
 COMMON = "-sn -dn -map_chapters -1 -max_muxing_queue_size 4096"
 
-# Gaps in the sound are filled, so that it stays in step.
+# Fills gaps in the sound, so that it stays in sync.
 SOUND = "-acodec {encoder} -ab {rate}k -ar 48000 -ac 2 -af aresample=async=1"
 
-# Only pictures marked as interlaced are touched, and none is shown twice to fill a frame rate up. A
-# buffer of one second keeps the rate's promise, and key frames by the clock hold for any frame rate.
-# B-frames would make the picture start later than the sound.
+# Deinterlaces only pictures that are marked as interlaced, and repeats no picture to reach a frame rate. A
+# buffer of one second keeps the stated rate. Key frames at fixed times suit every frame rate. B-frames
+# would make the video start later than the sound.
 H264 = (
     "-vcodec {encoder} -preset {preset} -pix_fmt yuv420p -fps_mode vfr{clock}"
     " -vf yadif=deint=interlaced -s {size}"
     " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -bf 0 -g 250"
     " -force_key_frames expr:gte(t,n_forced*2)"
 )
-# A clock that ticks once a picture moves pictures by up to half of one from their sound. Other encoders
-# take the tick for the frame rate when they share out their bits, and must keep it.
+# With a clock of one tick per picture, a picture can be up to half a picture off its sound. Other encoders
+# use the tick as the frame rate for their rate control, so they keep it.
 FINE_CLOCKS = {"libx264": " -enc_time_base:v 1:90000"}
 WMV = (
     "-vcodec wmv2 -pix_fmt yuv420p -fpsmax 30 -vf yadif=deint=interlaced -s {size}"
@@ -66,17 +66,17 @@ WMV = (
 )
 COPY = "-vcodec copy -bsf:v h264_mp4toannexb"
 
-# Fragments of half a second, because a browser shows nothing of one that is not complete. The header
-# waits for the first packets: written before, it could not say how far the encoder delays the sound.
+# Fragments of half a second, because a browser shows only complete fragments. The header is written after
+# the first packets: before them, the encoder's delay of the sound is unknown.
 MP4 = (
     "-movflags frag_keyframe+delay_moov+default_base_moof -frag_duration 500000 -write_tmcd 0 -f mp4"
 )
 MPEGTS = "-f mpegts"
-# Transport packets are filled up per picture; that comes out of the picture's promised rate.
+# Padding of transport packets takes a part of the video's stated rate.
 MPEGTS_PICTURE_SHARE = 0.9
 ASF = "-f asf"
-# A player that seeks waits for a whole segment, and the preset decides for how long: this one takes two
-# thirds of the time of the next better one. Where segments start, the transcoder says.
+# After a seek the player waits for a whole segment, and the preset determines how long: this one takes two
+# thirds of the time of the next better one. The transcoder adds the key frames at which segments start.
 SEGMENT_PRESET = "superfast"
 SEGMENT_PRESETS = {"ultrafast": "ultrafast"}
 SEGMENT_H264 = (
@@ -85,17 +85,17 @@ SEGMENT_H264 = (
     " -vb {rate}k -maxrate {rate}k -bufsize {rate}k -bf 0 -g 300"
 )
 SEGMENT_SOUND = "-acodec {encoder} -ab {rate}k -ac 2"
-# Beside copied pictures sound is most of the work, and at a high rate the quicker search does.
+# With copied video, sound is most of the work. At a high rate the faster search is good enough.
 FAST_SOUND = "-aac_coder fast"
 REMUX_SOUND_RATE = 192
 
-# A stream that a browser plays as it comes. The library copies AAC and MP3 into it, which WebM cannot
-# hold and its parent format can; browsers take that under the same name. Clusters are written when they are
-# complete, and the first picture waits for the first one.
+# A live stream for browsers. The library copies AAC and MP3 sound, which Matroska can hold and WebM cannot;
+# browsers accept Matroska as WebM. A cluster is written when it is complete, so short clusters make the first
+# picture appear early.
 LIVE_MATROSKA = "-live 1 -cluster_time_limit 250 -flush_packets 1 -f matroska"
-# One thread for VP8: with two they spin while they wait for each other, six times the work in all and
-# slower for it. A negative speed is a fixed one; others follow the machine's load. Their clock ticks once
-# a picture, because they take the tick for the frame rate.
+# One thread for VP8: two threads spin while they wait for each other, which takes six times the processor
+# time and is slower. A negative speed is fixed; other speeds depend on the machine's load. The clock ticks
+# once per picture, because these encoders use the tick as the frame rate.
 VP8 = "-vcodec libvpx -deadline realtime -cpu-used -6 -threads 1"
 VP9 = "-vcodec libvpx-vp9 -deadline realtime -cpu-used 7 -row-mt 1 -tile-columns 2 -threads 2"
 WEBM_ENCODERS = (("", VP8), ("vp9_", VP9))
@@ -106,10 +106,10 @@ WEBM = (
 )
 WEBM_TALLEST = 720
 
-# Fragments: a manifest states their sizes, rates and H.264 parameter sets before there are any, so the rows
-# are fixed. With a quality and a highest rate instead of a rate the encoder writes the very sets of the
-# software rows; those of the hardware rows are another encoder's, and each key frame carries its own in any
-# case. The pictures' rate is the film's, although the names of the software rows say 15.
+# Fragments: the manifest states their sizes, rates and H.264 parameter sets before they exist, so the rows are
+# fixed. With a quality and a maximum rate instead of a rate, the encoder writes exactly the parameter sets of
+# the software rows. The sets of the hardware rows come from another encoder; each key frame carries its own
+# sets anyway. The frame rate is the film's, although the names of the software rows contain 15.
 Fragments = collections.namedtuple("Fragments", "name height video audio")
 FRAGMENTS = [
     Fragments("240p_{}_vb200_{}aac_ab40", 240, 200, 40),
@@ -202,7 +202,7 @@ def live_webm(machine):
 
 
 def fragments(machine):
-    """The keys are the manifests'; the library puts the width beside the height."""
+    """The keys are those of the manifests. The library adds the width to the height."""
     kind = HARDWARE_KIND if machine.encoder == HARDWARE_ENCODER else SOFTWARE_KIND
     preset = SEGMENT_PRESETS.get(machine.preset, SEGMENT_PRESET)
     for row in kind.rows:

@@ -1,12 +1,12 @@
 #include "serve/service.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -18,10 +18,11 @@
 #include <vector>
 
 #include "accounts/accounts.h"
+#include "platform/children.h"
 #include "platform/io.h"
-#include "platform/pidfd.h"
 #include "platform/plat.h"
-#include "serve/children.h"
+#include "platform/process_launch.h"
+#include "serve/analysis.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "util/file_lock.h"
@@ -36,6 +37,7 @@ namespace {
 constexpr int kDefaultPort = 8096;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
+constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
 bool ConfigureMedia(const std::vector<std::string>& media) {
@@ -58,23 +60,34 @@ bool HasDesktop() {
          (getenv("DISPLAY") != nullptr || getenv("WAYLAND_DISPLAY") != nullptr);
 }
 
+// Opens the address that comes through this descriptor, if one comes. Returns only on failure.
+int OpenBrowser(int descriptor) {
+  std::array<char, 128> address{};
+  if (read(descriptor, address.data(), address.size() - 1) <= 0) {
+    return 0;
+  }
+  orvo::LaunchOptions options;
+  options.streams = orvo::StandardStreams::kKept;
+  return orvo::Become({kBrowserOpener, {kBrowserOpener, address.data()}}, options);
+}
+
 // A detached process that opens the address that it is told through the returned descriptor. It is
 // started before this process adopts orphans: the browser is to stay when the service ends.
 orvo::UniqueFd PrepareBrowser() {
-  int ends[2] = {-1, -1};
-  if (!HasDesktop() || pipe2(ends, O_CLOEXEC) != 0) {
+  orvo::UniqueFd readEnd;
+  orvo::UniqueFd writeEnd;
+  if (!HasDesktop() || !orvo::OpenPipe(readEnd, writeEnd)) {
     return {};
   }
-  const orvo::UniqueFd readEnd(ends[0]);
-  orvo::UniqueFd writeEnd(ends[1]);
-  if (PlatProcForkChildNoWait() == 0) {
-    writeEnd.Reset();
-    char address[128] = "";
-    if (read(readEnd.Get(), address, sizeof(address) - 1) > 0) {
-      execl(kBrowserOpener, kBrowserOpener, address, nullptr);
-    }
-    _exit(0);
-  }
+  orvo::LaunchOptions options;
+  options.detached = true;
+  options.streams = orvo::StandardStreams::kKept;
+  orvo::Fork(
+      [&] {
+        writeEnd.Reset();
+        return OpenBrowser(readEnd.Get());
+      },
+      options);
   return writeEnd;
 }
 
@@ -90,10 +103,12 @@ orvo::UniqueFd BlockSignals() {
 }
 
 // Reaps what ends until the service is told to stop (true) or the web server ends (false).
-bool ServeUntilStopped(int signals, int server) {
+bool ServeUntilStopped(int signals, int server, Analysis& analysis) {
   for (;;) {
-    pollfd events[] = {{signals, POLLIN, 0}, {server, POLLIN, 0}};
-    if (poll(events, 2, -1) < 0) {
+    analysis.Update();
+    pollfd events[] = {
+        {signals, POLLIN, 0}, {server, POLLIN, 0}, {analysis.Descriptor(), POLLIN, 0}};
+    if (poll(events, 3, analysis.Patience()) < 0) {
       continue;
     }
     signalfd_siginfo received{};
@@ -101,18 +116,18 @@ bool ServeUntilStopped(int signals, int server) {
         received.ssi_signo != SIGCHLD) {
       return true;
     }
-    ReapChildren();
+    orvo::ReapChildren();
     if (events[1].revents != 0) {
       return false;
     }
   }
 }
 
-void Stop(pid_t server) {
-  kill(server, SIGTERM);
-  orvo::WaitForExit(server, kStopMilliseconds);
+void Stop(const orvo::Process& server) {
+  server.Signal(SIGTERM);
+  server.HasEndedWithin(kStopMilliseconds);
   webapi::CloseAllStreams();
-  WaitForChildren(kStopMilliseconds);
+  orvo::WaitForChildren(kStopMilliseconds);
 }
 
 bool Refuse(const std::string& reason) {
@@ -212,27 +227,30 @@ void Announce(const WebServer& server, int browser) {
   orvo::WriteAll(browser, address);
 }
 
-// Starts the web server and keeps it until the end.
-int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser) {
-  AdoptOrphans();
+// Starts the web server and keeps it until the end. `analyzed`: what to look for key frames in.
+int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
+        std::vector<std::string> analyzed) {
+  orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
-  const pid_t pid = Start(server, std::move(sockets));
-  if (pid < 0) {
+  const orvo::Process process = Start(server, std::move(sockets));
+  if (!process) {
     const int reason = errno;
     Refuse("the web server could not be started", reason);
     return 1;
   }
-  const orvo::UniqueFd process = orvo::OpenProcess(pid);
   if (!Answers(server)) {
     std::cerr << "the web server does not answer" << log;
-    Stop(pid);
+    Stop(process);
     return 1;
   }
   Announce(server, browser);
-  const bool told = ServeUntilStopped(signals.Get(), process.Get());
+  Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
+  const bool told = ServeUntilStopped(signals.Get(), process.Descriptor().Get(), analysis);
+  analysis.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
-  Stop(pid);
+  Stop(process);
+  unlink((server.stateFolder + kAnalysisFile).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
   }
@@ -296,7 +314,8 @@ int Serve(const Options& options) {
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
               options.hosts, options.origins, options.certificate, options.key},
-             std::move(sockets), browser.Get());
+             std::move(sockets), browser.Get(),
+             options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
 }
 
 }  // namespace serve

@@ -16,6 +16,7 @@ struct Options {
   std::vector<std::string> media;    // files and folders
   std::optional<int> port;           // 0 for any; without one the usual, or any where that is taken
   bool browser = true;               // open the page, where there is a desktop
+  bool analysis = true;              // look for films' key frames in the background
   std::vector<std::string> listen;   // addresses; without any this machine only
   std::vector<std::string> hosts;    // names that the service goes by (IsHost)
   std::vector<std::string> origins;  // foreign pages that may use it (IsOrigin)

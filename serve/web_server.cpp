@@ -1,23 +1,18 @@
 #include "serve/web_server.h"
 
-#include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <string_view>
 #include <vector>
 
 #include "platform/io.h"
+#include "platform/process_launch.h"
 
 namespace serve {
 namespace {
@@ -208,65 +203,35 @@ bool WriteConfiguration(const WebServer& server, const std::string& path) {
   return file.good();
 }
 
-// Puts the sockets where a server that is handed some looks for them.
-void HandOver(std::vector<int>& sockets) {
-  const int end = kPassedSocket + static_cast<int>(sockets.size());
-  // Out of the way first: each may stand where another belongs.
-  for (int& socket : sockets) {
-    socket = fcntl(socket, F_DUPFD_CLOEXEC, end);
+// The caller's, and how many sockets there are.
+std::vector<std::string> EnvironmentWith(size_t sockets) {
+  std::vector<std::string> environment = {"LISTEN_FDS=" + std::to_string(sockets)};
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::string_view(*variable).rfind("LISTEN_FDS=", 0) != 0) {
+      environment.emplace_back(*variable);
+    }
   }
-  for (size_t i = 0; i < sockets.size(); ++i) {
-    dup2(sockets[i], kPassedSocket + static_cast<int>(i));
-  }
-}
-
-// In the child: the sockets where they are looked for, the own pid in the environment, and the
-// program.
-[[noreturn]] void Become(std::vector<int>& sockets, pid_t parent, char* listenPid,
-                         char* const* argv, char* const* environment) {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != parent) {
-    _exit(1);
-  }
-  HandOver(sockets);
-  *std::to_chars(listenPid, listenPid + 16, getpid()).ptr = '\0';
-  execve(kLighttpd, argv, environment);
-  _exit(127);
+  return environment;
 }
 
 }  // namespace
 
-pid_t Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets) {
+orvo::Process Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets) {
   const std::string path = server.stateFolder + "/lighttpd.conf";
-  if (!WriteConfiguration(server, path) || access(kLighttpd, X_OK) != 0) {
-    return -1;
+  if (!WriteConfiguration(server, path)) {
+    return {};
   }
-  std::array<char, 32> listenPid{"LISTEN_PID="};
-  std::string listenFds = "LISTEN_FDS=" + std::to_string(sockets.size());
-  std::vector<char*> environment;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    environment.push_back(*variable);
+  orvo::Program program{kLighttpd, {kLighttpd, "-D", "-f", path}};
+  program.environment = EnvironmentWith(sockets.size());
+  program.pidVariable = "LISTEN_PID";
+  for (const orvo::UniqueFd& socket : sockets) {
+    const int number = kPassedSocket + static_cast<int>(program.descriptors.size());
+    program.descriptors.push_back({socket.Get(), number});
   }
-  environment.insert(environment.end(), {listenPid.data(), listenFds.data(), nullptr});
-  std::vector<std::string> arguments = {kLighttpd, "-D", "-f", path};
-  std::vector<char*> argv;
-  std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
-                 [](std::string& argument) { return argument.data(); });
-  argv.push_back(nullptr);
-  std::vector<int> passed;
-  std::transform(sockets.begin(), sockets.end(), std::back_inserter(passed),
-                 [](const orvo::UniqueFd& socket) { return socket.Get(); });
-
-  const pid_t parent = getpid();
-  const pid_t pid = fork();
-  if (pid == 0) {
-    char* const number = listenPid.data() + sizeof("LISTEN_PID=") - 1;
-    Become(passed, parent, number, argv.data(), environment.data());
-  }
-  return pid;
+  orvo::LaunchOptions options;
+  options.streams = orvo::StandardStreams::kKept;
+  options.parentDeath.signal = SIGTERM;
+  return orvo::Start(program, options);
 }
 
 bool Answers(const WebServer& server) {

@@ -1,11 +1,10 @@
 // The embedded web server: Debian's lighttpd with a configuration of its own.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
+#include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "serve/endpoint.h"
 
@@ -27,8 +26,8 @@ struct WebServer {
 };
 
 // Starts the server on the sockets of its endpoints, which it takes over. It dies with this
-// process. -1, with errno set, when it cannot be started.
-pid_t Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets);
+// process. No process, with errno set, when it cannot be started.
+orvo::Process Start(const WebServer& server, std::vector<orvo::UniqueFd> sockets);
 
 // Waits for a first answer; false when the server ends instead.
 bool Answers(const WebServer& server);

@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/prctl.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,8 +11,9 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/io.h"
 #include "platform/log.h"
-#include "platform/pidfd.h"
+#include "platform/process_launch.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -30,48 +29,39 @@ sigset_t StoppingSignals() {
   return set;
 }
 
-[[noreturn]] void BecomeChild(const std::vector<std::string>& command, int output, pid_t parent,
-                              const sigset_t& mask) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) {
-    _exit(kExitFailure);
-  }
-  dup2(output, STDOUT_FILENO);
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
-  _exit(Become(command));
+// It has what this process has, but for its output.
+Process StartWith(const std::vector<std::string>& command, int output) {
+  Program program{command.front(), command};
+  program.descriptors = {{output, STDOUT_FILENO}};
+  program.keepInheritable = true;
+  LaunchOptions options;
+  options.streams = StandardStreams::kKept;
+  options.parentDeath.signal = SIGKILL;
+  return orvo::Start(program, options);
 }
 
 }  // namespace
 
-ChildStream::ChildStream(pid_t child, UniqueFd stream, UniqueFd signals, UniqueFd process)
-    : child_(child),
-      stream_(std::move(stream)),
-      signals_(std::move(signals)),
-      process_(std::move(process)) {}
+ChildStream::ChildStream(Process child, UniqueFd stream, UniqueFd signals)
+    : child_(std::move(child)), stream_(std::move(stream)), signals_(std::move(signals)) {}
 
 std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& command) {
   const sigset_t stopping = StoppingSignals();
-  sigset_t mask;
-  sigprocmask(SIG_BLOCK, &stopping, &mask);
+  sigprocmask(SIG_BLOCK, &stopping, nullptr);
   UniqueFd signals(signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK));
-  int ends[2];
-  if (!signals.IsOpen() || pipe2(ends, O_CLOEXEC) != 0) {
+  UniqueFd stream;
+  UniqueFd output;
+  if (!signals.IsOpen() || !OpenPipe(stream, output)) {
     ORVO_LOG("cannot start a run: %s", strerror(errno));
     return std::nullopt;
   }
-  UniqueFd stream(ends[0]);
-  UniqueFd output(ends[1]);
   fcntl(stream.Get(), F_SETPIPE_SZ, kPipeSize);
-  const pid_t parent = getpid();
-  const pid_t child = fork();
-  if (child == 0) {
-    BecomeChild(command, output.Get(), parent, mask);
-  }
-  if (child < 0) {
-    ORVO_LOG("cannot fork: %s", strerror(errno));
+  Process child = StartWith(command, output.Get());
+  if (!child) {
+    RefuseToStart(command.front(), errno);
     return std::nullopt;
   }
-  return ChildStream(child, std::move(stream), std::move(signals), OpenProcess(child));
+  return ChildStream(std::move(child), std::move(stream), std::move(signals));
 }
 
 ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
@@ -88,8 +78,9 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
 }
 
 void ChildStream::WaitForChange(int changes) {
-  std::array<pollfd, 3> waits = {
-      {{signals_.Get(), POLLIN, 0}, {changes, POLLIN, 0}, {process_.Get(), POLLIN, 0}}};
+  std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
+                                  {changes, POLLIN, 0},
+                                  {hasEnded_ ? -1 : child_.Descriptor().Get(), POLLIN, 0}}};
   if (poll(waits.data(), waits.size(), -1) < 0) {
     return;
   }
@@ -97,15 +88,9 @@ void ChildStream::WaitForChange(int changes) {
     PassOnSignal();
   }
   if (waits[2].revents != 0) {
-    process_.Reset();  // told once; the rest of its output can still be wanted
-    stopped_ |= HasFailed();
+    hasEnded_ = true;  // told once; the rest of its output can still be wanted
+    stopped_ |= child_.Wait() != 0;
   }
-}
-
-bool ChildStream::HasFailed() const {
-  siginfo_t info{};
-  return waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-         info.si_pid == child_ && (info.si_code != CLD_EXITED || info.si_status != 0);
 }
 
 void ChildStream::PassOnSignal() {
@@ -117,7 +102,7 @@ void ChildStream::PassOnSignal() {
 
 void ChildStream::Stop(int signalNumber) {
   stopped_ = true;
-  kill(child_, signalNumber);
+  child_.Signal(signalNumber);
 }
 
 ssize_t ChildStream::Read(void* buffer, size_t size) {
@@ -129,13 +114,8 @@ ssize_t ChildStream::Read(void* buffer, size_t size) {
 }
 
 int ChildStream::ExitCode() {
-  int status = 0;
-  while (waitpid(child_, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return kExitFailure;
-    }
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : kExitSignal + WTERMSIG(status);
+  const int status = child_.Wait();
+  return status < 0 ? kExitFailure : status;
 }
 
 }  // namespace orvo::transcoder

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/process.h"
 #include "platform/unique_fd.h"
 
 namespace orvo::transcoder {
@@ -51,14 +52,13 @@ class ChildStream {
   void Close() { stream_.Reset(); }
 
  private:
-  ChildStream(pid_t child, UniqueFd stream, UniqueFd signals, UniqueFd process);
+  ChildStream(Process child, UniqueFd stream, UniqueFd signals);
   void PassOnSignal();
-  bool HasFailed() const;
 
-  pid_t child_;
+  Process child_;
   UniqueFd stream_;
   UniqueFd signals_;
-  UniqueFd process_;  // the child's pidfd
+  bool hasEnded_ = false;
   bool stopped_ = false;
 };
 

@@ -4,9 +4,7 @@
 #include "transcoder/encoder_inventory.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,7 +17,7 @@
 #include <utility>
 
 #include "platform/io.h"
-#include "platform/plat.h"
+#include "platform/process_launch.h"
 #include "platform/unique_fd.h"
 
 namespace orvo::transcoder {
@@ -56,11 +54,10 @@ std::string Identity(const std::string& executable) {
   return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
 }
 
-// Reads to the end of the file, but no more than `limit` bytes.
-std::string ReadUpTo(int fd, size_t limit) {
+std::string ReadToEnd(int fd) {
   std::string content;
   std::array<char, 4096> buffer;
-  while (content.size() < limit) {
+  while (true) {
     const ssize_t count = read(fd, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) {
       continue;
@@ -73,63 +70,20 @@ std::string ReadUpTo(int fd, size_t limit) {
   return content;
 }
 
-class SpawnActions {
- public:
-  SpawnActions() { posix_spawn_file_actions_init(&actions_); }
-  ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
-  SpawnActions(const SpawnActions&) = delete;
-  SpawnActions& operator=(const SpawnActions&) = delete;
-
-  void Null(int fd) { posix_spawn_file_actions_addopen(&actions_, fd, "/dev/null", O_RDWR, 0); }
-  void Duplicate(int from, int to) { posix_spawn_file_actions_adddup2(&actions_, from, to); }
-  const posix_spawn_file_actions_t* Get() const { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_;
-};
-
-// Starts the executable with its standard output on `output`. -1 when it cannot be started.
-pid_t StartListing(const std::string& executable, int output) {
-  SpawnActions actions;
-  actions.Null(STDIN_FILENO);
-  actions.Duplicate(output, STDOUT_FILENO);
-  actions.Null(STDERR_FILENO);
-  std::array<const char*, 6> argv = {executable.c_str(), "-nostdin", "-hide_banner",
-                                     "-loglevel",        "quiet",    "-encoders"};
-  std::array<char*, argv.size() + 1> arguments{};
-  std::transform(argv.begin(), argv.end(), arguments.begin(),
-                 [](const char* text) { return const_cast<char*>(text); });
-  pid_t pid = -1;
-  const int result =
-      posix_spawn(&pid, executable.c_str(), actions.Get(), nullptr, arguments.data(), environ);
-  return result == 0 ? pid : -1;
-}
-
-bool EndedWell(pid_t pid) {
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return false;
-    }
-  }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 // What the executable prints; nothing when it cannot be run or fails.
 std::optional<std::string> Listing(const std::string& executable) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) {
+  UniqueFd readEnd;
+  UniqueFd writeEnd;
+  if (!OpenPipe(readEnd, writeEnd)) {
     return std::nullopt;
   }
-  const UniqueFd readEnd(ends[0]);
-  UniqueFd writeEnd(ends[1]);
-  const pid_t pid = StartListing(executable, writeEnd.Get());
+  Program program{executable,
+                  {executable, "-nostdin", "-hide_banner", "-loglevel", "quiet", "-encoders"}};
+  program.descriptors = {{writeEnd.Get(), STDOUT_FILENO}};
+  Process process = Start(program);
   writeEnd.Reset();
-  if (pid < 0) {
-    return std::nullopt;
-  }
-  std::string text = ReadUpTo(readEnd.Get(), SIZE_MAX);
-  return EndedWell(pid) ? std::optional(std::move(text)) : std::nullopt;
+  std::string text = ReadToEnd(readEnd.Get());
+  return process.Wait() == 0 ? std::optional(std::move(text)) : std::nullopt;
 }
 
 // Each encoder's line is six letters of capabilities, its name and what it is; a line of dashes
@@ -166,19 +120,9 @@ std::string Header(const std::string& identity, std::string_view body) {
   return "orvo-encoders " + identity + " " + std::to_string(Checksum(body));
 }
 
-// The folder is open to others: only a plain file of this process's own user is believed.
-std::string ReadOwnFile(const std::string& path) {
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  struct stat status {};
-  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      status.st_uid != geteuid()) {
-    return "";
-  }
-  return ReadUpTo(file.Get(), kLongestCache);
-}
-
 std::optional<Names> ReadCache(const std::string& path, const std::string& identity) {
-  const std::string content = ReadOwnFile(path);
+  // The folder is open to others.
+  const std::string content = ReadOwnFile(path, kLongestCache).value_or("");
   const auto end = content.find('\n');
   if (end == std::string::npos) {
     return std::nullopt;

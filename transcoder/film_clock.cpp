@@ -21,7 +21,7 @@ constexpr size_t kLook = 131072;  // bytes; the clock is stated ten times a seco
 constexpr size_t kPacketsToCheck = 5;
 constexpr unsigned char kSyncByte = 0x47;
 constexpr int64_t kClockTurn = INT64_C(1) << 33;
-constexpr int64_t kLeastJump = 30 * kTicks;
+constexpr int64_t kLeastJump = 30 * kTransportClockRate;
 constexpr int64_t kUnevenness = 20;  // of the bit rate, before it is taken for a jump
 
 using Bytes = std::vector<unsigned char>;
@@ -107,7 +107,7 @@ bool ClockJumps(const std::string& path) {
   }
   std::sort(steps.begin(), steps.end());
   const int64_t usual = std::max<int64_t>(0, steps[steps.size() / 2]);
-  return steps.front() < -kTicks || steps.back() > kLeastJump + kUnevenness * usual;
+  return steps.front() < -kTransportClockRate || steps.back() > kLeastJump + kUnevenness * usual;
 }
 
 }  // namespace orvo::transcoder

@@ -34,7 +34,7 @@ std::optional<int> PromisedSeconds(const std::string& folder) {
   const char* value = text.data() + found + kDuration.size();
   const auto [end, error] = std::from_chars(value, text.data() + text.size(), ticks);
   // The manifest's duration is rounded where the film is long.
-  const int64_t seconds = (ticks + kFragmentTicks / 2) / kFragmentTicks;
+  const int64_t seconds = (ticks + kFragmentClockRate / 2) / kFragmentClockRate;
   const bool valid = error == std::errc() && seconds > 0 && seconds <= kLongest;
   return valid ? std::optional(static_cast<int>(seconds)) : std::nullopt;
 }

@@ -17,7 +17,7 @@ namespace {
 constexpr char kFile[] = "/first_key_frame";
 constexpr char kNewFile[] = "/first_key_frame.new";
 constexpr mode_t kMode = 0644;
-constexpr int64_t kLatest = 600 * kTicks;  // beyond that the file cannot be right
+constexpr int64_t kLatest = 600 * kTransportClockRate;  // beyond that the file cannot be right
 
 }  // namespace
 

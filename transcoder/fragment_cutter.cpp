@@ -7,13 +7,13 @@ namespace orvo::transcoder {
 namespace {
 
 // Times of pictures are rounded on their way, to ticks of 1/90000 s and more than once.
-constexpr int64_t kRounding = kFragmentTicks / 20000;
+constexpr int64_t kRounding = kFragmentClockRate / 20000;
 
 // FFmpeg lets one stream run ahead of another by ten seconds before it stops waiting for it.
-constexpr int64_t kPatience = 12 * kFragmentTicks;
+constexpr int64_t kPatience = 12 * kFragmentClockRate;
 
 // Pictures that are decoded only because the one behind them is shown.
-constexpr int64_t kUnseen = kFragmentTicks / 100000;
+constexpr int64_t kUnseen = kFragmentClockRate / 100000;
 
 // A frame of silence, as every AAC encoder writes it for two channels.
 const std::shared_ptr<const std::string>& Silence() {
@@ -22,16 +22,12 @@ const std::shared_ptr<const std::string>& Silence() {
 }
 
 int64_t TimeOfFrame(int64_t frame) {
-  return frame * kFragmentSoundFrame * kFragmentTicks / kFragmentSoundRate;
+  return frame * kFragmentSoundFrame * kFragmentClockRate / kFragmentSoundRate;
 }
 
 int64_t FrameAt(int64_t time) {
-  constexpr int64_t kScale = kFragmentSoundFrame * kFragmentTicks;
+  constexpr int64_t kScale = kFragmentSoundFrame * kFragmentClockRate;
   return (time * kFragmentSoundRate + kScale / 2) / kScale;
-}
-
-int64_t LengthOf(const FragmentPlan& plan) {
-  return plan.length * kFragmentTicks;
 }
 
 }  // namespace
@@ -40,7 +36,7 @@ int64_t LengthOf(const FragmentPlan& plan) {
 
 PictureCutter::PictureCutter(const FragmentPlan& plan, FragmentSink& sink)
     : sink_(sink),
-      length_(LengthOf(plan)),
+      length_(plan.length),
       firstNumber_(plan.firstNumber),
       number_(plan.firstNumber) {}
 
@@ -56,8 +52,10 @@ int64_t PictureCutter::End() const {
 void PictureCutter::Take(Sample sample) {
   const auto number = static_cast<int>((sample.time + kRounding) / length_);
   if (samples_.empty()) {
-    if (sample.isKey && number >= firstNumber_) {
-      Open(sample, number);
+    if (number < firstNumber_) {
+      Remember(std::move(sample));
+    } else if (sample.isKey) {
+      Open(std::move(sample), number);
     }
     return;
   }
@@ -69,6 +67,15 @@ void PictureCutter::Take(Sample sample) {
     samples_ = {std::move(sample)};
   } else if (!broken_ && sample.time > samples_.back().time) {
     samples_.push_back(std::move(sample));
+  }
+}
+
+void PictureCutter::Remember(Sample sample) {
+  if (sample.isKey) {
+    before_.clear();
+  }
+  if (sample.isKey || !before_.empty()) {
+    before_.push_back(std::move(sample));
   }
 }
 
@@ -98,14 +105,21 @@ void PictureCutter::Close(int64_t end) {
 void PictureCutter::HoldUntil(int64_t time) {
   while (!samples_.empty() && Boundary(number_ + 1) <= time) {
     Close(Boundary(number_ + 1));
-    int64_t place = Boundary(number_);
-    for (Sample& sample : samples_) {
-      sample.time = std::exchange(place, place + kUnseen);
-    }
+    ShowLastFrom(Boundary(number_));
+  }
+}
+
+void PictureCutter::ShowLastFrom(int64_t time) {
+  for (Sample& sample : samples_) {
+    sample.time = std::exchange(time, time + kUnseen);
   }
 }
 
 void PictureCutter::Finish(int64_t end) {
+  if (samples_.empty()) {
+    samples_ = std::move(before_);
+    ShowLastFrom(Boundary(number_));
+  }
   HoldUntil(end);
   if (!samples_.empty() && samples_.front().time < end) {
     Close(end);
@@ -117,8 +131,8 @@ void PictureCutter::Finish(int64_t end) {
 
 SoundCutter::SoundCutter(const FragmentPlan& plan, FragmentSink& sink)
     : sink_(sink),
-      length_(LengthOf(plan)),
-      limit_(plan.film ? *plan.film * kFragmentTicks : INT64_MAX),
+      length_(plan.length),
+      limit_(plan.film ? *plan.film * kFragmentClockRate : INT64_MAX),
       number_(plan.firstNumber) {
   next_ = FrameAt(number_ * length_);
   while (next_ > 0 && NumberOf(next_ - 1) >= number_) {
@@ -185,7 +199,7 @@ void SoundCutter::Finish(int64_t end) {
 FragmentCutter::FragmentCutter(const FragmentPlan& plan, FragmentSink& sink)
     : sink_(sink), soundDone_(plan.firstNumber), pictures_(plan, *this), sound_(plan, *this) {
   if (plan.film) {
-    promised_ = *plan.film * kFragmentTicks;
+    promised_ = *plan.film * kFragmentClockRate;
   }
 }
 

@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-namespace orvo::transcoder {
+#include "transcoder/lengths.h"
 
-inline constexpr int64_t kFragmentTicks = 10'000'000;  // of the fragments' clock, a second
+namespace orvo::transcoder {
 
 // The sound of fragments: AAC frames at 48 kHz, the same in every row of the manifests.
 inline constexpr int kFragmentSoundRate = 48000;
@@ -37,8 +37,11 @@ struct FragmentPlan {
   std::string videoRate;  // bits a second, in decimal: what the folders are named by
   std::string audioRate;
   int firstNumber = 0;
-  int length = 5;           // seconds
+  int64_t length = FragmentTicks(kUsualLength);
   std::optional<int> film;  // what the film's fragments shall reach up to, in seconds, once known
+  // Command lines for pictures alone, each from an earlier place in the film, the last from its
+  // start: for a run that has none of its own.
+  std::vector<std::vector<std::string>> searches;
 };
 
 // Where fragments go: in order for each track, and sound before the pictures of the same number.
@@ -55,6 +58,9 @@ class PictureCutter {
 
   void Take(Sample sample);
 
+  // Whether there is a picture to show: one of the run's own or one that stands before its start.
+  bool HasPicture() const { return !samples_.empty() || !before_.empty(); }
+
   // Makes the fragments that end before `time` complete: no picture will come for them.
   void HoldUntil(int64_t time);
   void Finish(int64_t end);
@@ -62,8 +68,10 @@ class PictureCutter {
   int64_t End() const;  // of the newest picture; 0 before there is one
 
  private:
+  void Remember(Sample sample);
   void Open(Sample first, int number);
   void Close(int64_t end);
+  void ShowLastFrom(int64_t time);
   int64_t Boundary(int number) const { return number * length_; }
 
   FragmentSink& sink_;
@@ -72,6 +80,7 @@ class PictureCutter {
   int number_;
   bool broken_ = false;  // a picture is missing: the following ones need a key frame
   std::vector<Sample> samples_;
+  std::vector<Sample> before_;  // the last picture before the run's start, from its key frame on
 };
 
 class SoundCutter {
@@ -109,7 +118,7 @@ class FragmentCutter : private FragmentSink {
   // Without a picture there is nothing to make.
   void Finish();
 
-  bool HasPicture() const { return pictures_.End() > 0; }
+  bool HasPicture() const { return pictures_.HasPicture(); }
 
   // Whether both streams are beyond what was promised: nothing more is needed.
   bool IsSated() const { return picturesSated_ && (soundSated_ || !hasSound_); }

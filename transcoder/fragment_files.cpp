@@ -52,8 +52,7 @@ const std::string& FragmentFiles::FolderOf(Track track) const {
 
 std::string FragmentFiles::PathOf(Track track, int number) const {
   const char* name = track == Track::kVideo ? "video" : "audio";
-  return FolderOf(track) + "/Fragments(" + name + "=" +
-         std::to_string(number * length_ * kFragmentTicks) + ")";
+  return FolderOf(track) + "/Fragments(" + name + "=" + std::to_string(number * length_) + ")";
 }
 
 bool FragmentFiles::Write(Track track, int number, std::string_view content) {

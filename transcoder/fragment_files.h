@@ -26,7 +26,7 @@ class FragmentFiles {
   std::string folder_;
   std::string videoFolder_;
   std::string audioFolder_;
-  int length_;
+  int64_t length_;
 };
 
 }  // namespace orvo::transcoder

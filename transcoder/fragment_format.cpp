@@ -9,6 +9,7 @@
 #include "liborvoqmx/util/lazy_library.h"
 #include "platform/log.h"
 #include "platform/run_as.h"
+#include "transcoder/transport_stream.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -65,7 +66,8 @@ constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VER
 constexpr char kCodecLibrary[] = "libavcodec.so." AV_STRINGIFY(LIBAVCODEC_VERSION_MAJOR);
 constexpr char kUtilLibrary[] = "libavutil.so." AV_STRINGIFY(LIBAVUTIL_VERSION_MAJOR);
 
-constexpr AVRational kFragmentClock = {1, kFragmentTicks};
+constexpr AVRational kFragmentClock = {1, kFragmentClockRate};
+constexpr AVRational kPictureClock = {1, kTransportClockRate};
 constexpr int kBuffer = 65536;
 
 // A box of its own for each fragment, with its own clock; the file around it is thrown away.
@@ -167,7 +169,7 @@ class Boxes {
   static void DescribeSound(AVCodecParameters& parameters) {
     parameters.codec_type = AVMEDIA_TYPE_AUDIO;
     parameters.codec_id = AV_CODEC_ID_AAC;
-    parameters.sample_rate = kFragmentTicks;
+    parameters.sample_rate = kFragmentClockRate;
     parameters.frame_size = kFragmentSoundFrame;
     parameters.ch_layout = AV_CHANNEL_LAYOUT_STEREO;
   }
@@ -276,9 +278,19 @@ class FormatReader {
     return count == 0 ? AVERROR_EOF : count < 0 ? AVERROR_EXIT : count;
   }
 
+  // Times of pictures carry the encoder's marks in what is finer than their clock.
+  int64_t FilmTime(const AVStream& stream) const {
+    int64_t time = packet_->pts;
+    AVRational clock = stream.time_base;
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+      time = libraries_.av_rescale_q(time, clock, kPictureClock);
+      clock = kPictureClock;
+    }
+    return libraries_.av_rescale_q(time, clock, kFragmentClock) - kStreamDelay * kFragmentClockRate;
+  }
+
   Sample ToSample(const AVStream& stream) const {
-    const int64_t time = libraries_.av_rescale_q(packet_->pts, stream.time_base, kFragmentClock);
-    return {time - kStreamDelay * kFragmentTicks, 0, (packet_->flags & AV_PKT_FLAG_KEY) != 0,
+    return {FilmTime(stream), 0, (packet_->flags & AV_PKT_FLAG_KEY) != 0,
             std::make_shared<const std::string>(reinterpret_cast<const char*>(packet_->data),
                                                 static_cast<size_t>(packet_->size))};
   }

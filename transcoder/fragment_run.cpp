@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <memory>
 #include <utility>
 
 #include "transcoder/child_stream.h"
@@ -9,6 +10,7 @@
 #include "transcoder/film_promise.h"
 #include "transcoder/fragment_files.h"
 #include "transcoder/fragment_format.h"
+#include "transcoder/launch.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -21,49 +23,17 @@ std::string ParentOf(const std::string& folder) {
   return slash == std::string::npos ? "." : folder.substr(0, slash + 1);
 }
 
-class Run : private FragmentSink {
+// An FFmpeg and the frames that it writes.
+class FrameSource {
  public:
-  Run(const FragmentPlan& plan, ChildStream child)
+  explicit FrameSource(ChildStream child)
       : child_(std::move(child)),
-        files_(plan),
-        demand_(ParentOf(plan.folder), plan.firstNumber),
-        cutter_(plan, *this),
         format_([this](unsigned char* buffer, int size) { return Read(buffer, size); }) {}
 
-  int Finish() {
-    if (files_.Prepare() && format_.Open()) {
-      cutter_.SetHasSound(format_.HasSound());
-      Cut();
-    }
-    const int code = End();
-    if (code == 0 && !child_.IsStopped()) {
-      cutter_.Finish();
-    }
-    return hasFailed_ ? kExitFailure : code;
-  }
+  ChildStream& Child() { return child_; }
+  FragmentFormat& Format() { return format_; }
 
  private:
-  void Cut() {
-    while (!child_.IsStopped() && !cutter_.IsSated()) {
-      const auto frame = format_.Next();
-      if (!frame) {
-        return;
-      }
-      cutter_.Take(frame->track, frame->sample);
-    }
-  }
-
-  // What FFmpeg still writes is wanted no more; how it takes that is no matter.
-  int End() {
-    const bool isEnough = cutter_.IsSated();
-    child_.Close();
-    const int code = child_.ExitCode();
-    if (child_.IsStopped()) {
-      return std::max(code, kExitFailure);
-    }
-    return isEnough ? 0 : code;
-  }
-
   // For libavformat: below 0 ends its reading.
   int Read(unsigned char* buffer, int size) {
     ssize_t count = kAgain;
@@ -75,27 +45,106 @@ class Run : private FragmentSink {
     return child_.IsStopped() ? kAgain : static_cast<int>(count);
   }
 
-  // Waits until somebody wants this fragment: the one before may be ahead as far as is allowed.
-  void Write(Track track, int number, const std::vector<Sample>& samples) override {
-    while (!child_.IsStopped() && !demand_.Wants(number - 1)) {
-      child_.WaitForChange(demand_.Descriptor());
-      demand_.Refresh();
+  ChildStream child_;
+  FragmentFormat format_;
+};
+
+class Run : private FragmentSink {
+ public:
+  Run(const FragmentPlan& plan, ChildStream child)
+      : searches_(plan.searches),
+        film_(std::move(child)),
+        files_(plan),
+        demand_(ParentOf(plan.folder), plan.firstNumber),
+        cutter_(plan, *this) {}
+
+  int Finish() {
+    hasFailed_ = !files_.Prepare();
+    int code = Cut();
+    if (code == 0 && !cutter_.HasPicture()) {
+      code = FindLastPicture();
     }
-    if (child_.IsStopped()) {
-      return;
+    if (code == 0) {
+      cutter_.Finish();
     }
-    const std::string box = format_.Box(track, number, samples);
-    if (box.empty() || !files_.Write(track, number, box)) {
-      hasFailed_ = true;
-      child_.Stop(SIGKILL);
+    return hasFailed_ ? kExitFailure : code;
+  }
+
+ private:
+  // Cuts what the newest source has. Returns how its FFmpeg took that.
+  int Cut() {
+    if (!hasFailed_ && source_->Format().Open()) {
+      if (source_ == &film_) {
+        cutter_.SetHasSound(film_.Format().HasSound());
+      }
+      TakeFrames();
+    }
+    return End();
+  }
+
+  void TakeFrames() {
+    while (!Child().IsStopped() && !cutter_.IsSated()) {
+      const auto frame = source_->Format().Next();
+      if (!frame) {
+        return;
+      }
+      cutter_.Take(frame->track, frame->sample);
     }
   }
 
-  ChildStream child_;
+  // What FFmpeg still writes is wanted no more; how it takes that is no matter.
+  int End() {
+    const bool isEnough = cutter_.IsSated();
+    Child().Close();
+    const int code = Child().ExitCode();
+    if (Child().IsStopped()) {
+      return std::max(code, kExitFailure);
+    }
+    return isEnough ? 0 : code;
+  }
+
+  // The film's pictures ended before the run's start: the last one stands.
+  int FindLastPicture() {
+    int code = 0;
+    for (auto search = searches_.begin();
+         code == 0 && search != searches_.end() && !cutter_.HasPicture(); ++search) {
+      PrepareProcess();  // the next child gets its signals as the first one did
+      auto child = ChildStream::Start(*search);
+      if (!child) {
+        return kExitFailure;
+      }
+      pictures_ = std::make_unique<FrameSource>(std::move(*child));
+      source_ = pictures_.get();
+      code = Cut();
+    }
+    return code;
+  }
+
+  // Waits until somebody wants this fragment: the one before may be ahead as far as is allowed.
+  void Write(Track track, int number, const std::vector<Sample>& samples) override {
+    while (!Child().IsStopped() && !demand_.Wants(number - 1)) {
+      Child().WaitForChange(demand_.Descriptor());
+      demand_.Refresh();
+    }
+    if (Child().IsStopped()) {
+      return;
+    }
+    const std::string box = source_->Format().Box(track, number, samples);
+    if (box.empty() || !files_.Write(track, number, box)) {
+      hasFailed_ = true;
+      Child().Stop(SIGKILL);
+    }
+  }
+
+  ChildStream& Child() { return source_->Child(); }
+
+  const std::vector<std::vector<std::string>> searches_;
+  FrameSource film_;
+  std::unique_ptr<FrameSource> pictures_;  // when the run itself has none
+  FrameSource* source_ = &film_;           // the newest
   FragmentFiles files_;
   Demand demand_;
   FragmentCutter cutter_;
-  FragmentFormat format_;
   bool hasFailed_ = false;
 };
 
@@ -105,7 +154,7 @@ int RunFragments(const std::vector<std::string>& command, const FragmentPlan& pl
   auto child = ChildStream::Start(command);
   FragmentPlan promised = plan;
   promised.film = PromisedSeconds(ParentOf(plan.folder));
-  return child ? Run(promised, std::move(*child)).Finish() : kExitFailure;
+  return child ? Run(promised, std::move(*child)).Finish() : kExitNotFound;
 }
 
 }  // namespace orvo::transcoder

@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 
 #include "platform/log.h"
+#include "platform/process_launch.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -56,14 +56,15 @@ int OpenProgressFile() {
 }
 
 int Become(const std::vector<std::string>& command) {
-  std::vector<char*> argv;
-  argv.reserve(command.size() + 1);
-  for (const std::string& argument : command) {
-    argv.push_back(const_cast<char*>(argument.c_str()));
-  }
-  argv.push_back(nullptr);
-  execv(argv[0], argv.data());
-  ORVO_LOG("cannot start %s: %s. Install the ffmpeg package.", argv[0], strerror(errno));
+  Program program{command.front(), command};
+  program.keepInheritable = true;  // the output, and the file for the progress
+  LaunchOptions options;
+  options.streams = StandardStreams::kKept;
+  return RefuseToStart(program.path, orvo::Become(program, options));
+}
+
+int RefuseToStart(const std::string& executable, int error) {
+  ORVO_LOG("cannot start %s: %s. Install the ffmpeg package.", executable.c_str(), strerror(error));
   return kExitNotFound;
 }
 

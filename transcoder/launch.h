@@ -24,4 +24,7 @@ int OpenProgressFile();
 // stays. Returns only on failure, with the exit code.
 int Become(const std::vector<std::string>& command);
 
+// Logs why this FFmpeg cannot be started. Returns the exit code.
+int RefuseToStart(const std::string& executable, int error);
+
 }  // namespace orvo::transcoder

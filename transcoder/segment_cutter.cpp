@@ -12,16 +12,16 @@ constexpr int kServicesPid = 0x11;
 constexpr int kStreamsPid = 0x1000;
 
 // Start times come in milliseconds, rounded down, and so do the times of many films.
-constexpr int64_t kTolerance = kTicks / 1000 * 3 / 2;
+constexpr int64_t kTolerance = kTransportClockRate / 1000 * 3 / 2;
 
 // Sound this far behind a cut without a picture: none will come before it any more. The film shows
 // one picture for long, or its pictures have ended.
-constexpr int64_t kPatience = kTicks / 2;
+constexpr int64_t kPatience = kTransportClockRate / 2;
 
 constexpr int64_t kClockTurn = INT64_C(1) << 33;
 
 int64_t ToTicks(double seconds) {
-  return std::llround(seconds * kTicks);
+  return std::llround(seconds * kTransportClockRate);
 }
 
 // The time nearest to `near` that the clock shows as `pts`.

@@ -42,7 +42,7 @@ class SegmentSink {
 };
 
 // How much later the multiplexer makes everything.
-inline constexpr int64_t kMultiplexerDelay = kTicks * 14 / 10;
+inline constexpr int64_t kMultiplexerDelay = kTransportClockRate * 14 / 10;
 
 class SegmentCutter {
  public:

@@ -7,6 +7,7 @@
 #include "transcoder/child_stream.h"
 #include "transcoder/demand.h"
 #include "transcoder/first_key.h"
+#include "transcoder/launch.h"
 #include "transcoder/segment_files.h"
 
 namespace orvo::transcoder {
@@ -110,7 +111,7 @@ class Run {
 int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan) {
   auto child = ChildStream::Start(command);
   if (!child) {
-    return kExitFailure;
+    return kExitNotFound;
   }
   SegmentPlan known = plan;
   known.firstKey = plan.startsAtOnce ? std::nullopt : RecallFirstKey(FolderOf(plan.pattern));

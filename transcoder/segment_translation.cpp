@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <string_view>
 
 #include "transcoder/fragment_format.h"
+#include "transcoder/option_values.h"
+#include "transcoder/transport_stream.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -17,7 +18,6 @@ using Strings = std::vector<std::string>;
 // Encoders take sound in frames. Those of every run must start at the same samples, and this is a
 // multiple of each frame length there is: 1024, 1152, 1536 and 2048.
 constexpr long kSoundGrid = 18432;
-constexpr long kSoundRate = 48000;
 
 // Decoders and encoders of sound need some to get into step. Copied pictures are stored up to a few
 // frames ahead of their time, and the sound that belongs beside them comes that much earlier too.
@@ -31,23 +31,21 @@ constexpr double kLeadWithoutIndex = 3;
 // Seeks are given in milliseconds; in steps of these they are whole samples at every usual rate.
 constexpr long kSeekSteps = 25;  // a second
 
-// Beyond that, cuts are only as good as the encoder's own key frames. A longer list would not fit
-// into an argument.
-constexpr double kLongestRun = 12 * 3600;
+// A list of key frames beyond that would not fit into an argument.
+constexpr size_t kLongestList = 120'000;  // bytes
+
+// Times of pictures carry marks in ticks that are finer than any output's.
+constexpr long kMarkRate = 4L * kTransportClockRate;
 
 // Times of pictures are rounded on their way.
 constexpr double kRounding = 0.00001;
 
-constexpr double kFragmentLength = 5;  // seconds, where the command line does not say
+// The clock of a film may tick coarser than the seeks: a picture that starts a segment may come
+// half of a tick early. The cutters forgive a little more than this.
+constexpr double kEarlyPicture = 0.000045;
 
 // By how much the shape of a picture may be changed, as a part of it.
 constexpr char kNearShape[] = "0.03";
-
-double Number(const std::string& text, double otherwise = 0) {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end != text.data() ? number : otherwise;
-}
 
 std::string Seconds(double seconds, int digits = 3) {
   std::array<char, 32> text;
@@ -56,46 +54,34 @@ std::string Seconds(double seconds, int digits = 3) {
 }
 
 std::string Joined(const std::string& chain, const std::string& filter) {
-  return chain.empty() ? filter : chain + "," + filter;
+  return chain.empty() || filter.empty() ? chain + filter : chain + "," + filter;
 }
 
-// Digits, or digits and "k".
-std::string BitRate(const std::string& text) {
-  long rate = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rate);
-  const std::string_view unit(end, static_cast<size_t>(text.data() + text.size() - end));
-  const bool isValid = error == std::errc() && rate > 0 && (unit.empty() || unit == "k");
-  return isValid ? std::to_string(unit.empty() ? rate : rate * 1000) : "";
-}
-
-double Start(const SegmentRequest& request) {
-  return Number(request.start) / 1000;
-}
-
-double Length(const SegmentRequest& request) {
-  return Number(request.length, 5);
-}
-
-long SoundRate(const SegmentRequest& request) {
-  return std::max(1000L, std::lround(Number(request.soundRate, kSoundRate)));
+std::string BitRate(long bits) {
+  return bits > 0 ? std::to_string(bits) : "";
 }
 
 Cuts CutsOf(const SegmentRequest& request) {
   if (!request.copiesPictures || !request.isSeekable) {
     return Cuts::kForced;
   }
-  return request.cutsAnywhere == "1" ? Cuts::kAnywhere : Cuts::kKeyFrames;
+  return request.cutsAnywhere ? Cuts::kAnywhere : Cuts::kKeyFrames;
 }
 
-// Every run's key frames stand where those of a run over the whole film do. Only a list of times
-// can say so: an expression sees the time since the first picture, which is seldom exactly at the
-// start.
-std::string KeyFrames(const SegmentRequest& request, const SegmentEntry& entry) {
-  const double length = std::max(1.0, Length(request));
+// Every run's key frames stand where those of a run over the whole film do. FFmpeg's expressions
+// see the time since the first picture, which is seldom exactly at the start; so the filters find
+// the pictures and mark them, and an expression finds the marks: the first picture has one, and
+// another marked one is a whole number of the output's ticks away from it.
+constexpr char kMarkedPictures[] = "expr:not(mod(round(t*360000),4))";
+static_assert(kMarkRate == 360000);
+
+// For encoders that cannot see marks: where segments start, as far as an argument takes it.
+std::string KeyFrameList(const SegmentRequest& request, const SegmentEntry& entry) {
   std::string times;
-  for (double time = 0; time < kLongestRun; time += length) {
+  for (long number = 0; times.size() < kLongestList; ++number) {
+    const double time = entry.lead - kRounding + static_cast<double>(number) * request.length;
     times += times.empty() ? "" : ",";
-    times += Seconds(std::max(0.0, entry.lead - kRounding + time), 5);
+    times += Seconds(std::max(0.0, time), 5);
   }
   return times;
 }
@@ -103,7 +89,7 @@ std::string KeyFrames(const SegmentRequest& request, const SegmentEntry& entry) 
 // The sound's clock counts samples from the film's start, through gaps in the film.
 std::string SoundFilters(const SegmentRequest& request, const SegmentEntry& entry) {
   return Joined(request.soundFilters,
-                "aresample=" + std::to_string(SoundRate(request)) +
+                "aresample=" + std::to_string(request.soundRate) +
                     ":async=1:first_pts=" + std::to_string(entry.firstSample));
 }
 
@@ -114,11 +100,11 @@ void Append(Strings& out, std::initializer_list<std::string> more) {
 }  // namespace
 
 SegmentEntry EnterFilm(const SegmentRequest& request) {
-  const double start = Start(request);
+  const double start = request.start;
   if (!request.isSeekable) {
     return {start, 0, 0};
   }
-  const long rate = SoundRate(request);
+  const long rate = request.soundRate;
   const double lead = request.copiesPictures ? kLeadOfCopy : kLead;
   const long sample = static_cast<long>(std::max(0.0, start - lead) * static_cast<double>(rate)) /
                       kSoundGrid * kSoundGrid;
@@ -134,17 +120,16 @@ SegmentPlan PlanSegments(const SegmentRequest& request, const SegmentEntry& entr
                          const std::string& pattern) {
   SegmentPlan plan;
   plan.pattern = pattern;
-  plan.firstNumber = static_cast<int>(Number(request.number));
-  plan.length = Length(request);
-  plan.start = Start(request);
+  plan.firstNumber = request.number;
+  plan.length = request.length;
+  plan.start = request.start;
   plan.cuts = CutsOf(request);
   plan.startsAtOnce = entry.lead <= 0;
   return plan;
 }
 
-std::string FragmentStart(const std::string& start, const std::string& length) {
-  const double seconds = std::max(1.0, Number(length, kFragmentLength));
-  return std::to_string(std::lround(std::ceil(Number(start) / seconds) * seconds * 1000));
+double FragmentStart(double start, double length) {
+  return std::ceil(start / length - kRounding) * length;
 }
 
 FragmentPlan PlanFragments(const SegmentRequest& request, const std::string& folder) {
@@ -152,18 +137,18 @@ FragmentPlan PlanFragments(const SegmentRequest& request, const std::string& fol
   plan.folder = folder;
   plan.videoRate = BitRate(request.pictureBits);
   plan.audioRate = BitRate(request.soundBits);
-  plan.length = static_cast<int>(Length(request));
-  plan.firstNumber = static_cast<int>(std::lround(Start(request) / plan.length));
+  plan.length = FragmentTicks(request.length);
+  plan.firstNumber = static_cast<int>(std::lround(request.start / request.length));
   return plan;
 }
 
 std::string Fitted(const std::string& filters, const std::string& size) {
-  const size_t cross = size.find('x');
-  if (cross == std::string::npos) {
+  const auto fixed = ParseSize(size);
+  if (!fixed) {
     return filters;
   }
-  const std::string width = size.substr(0, cross);
-  const std::string height = size.substr(cross + 1);
+  const std::string width = std::to_string(fixed->width);
+  const std::string height = std::to_string(fixed->height);
   const std::string shape = "dar*" + height + "/" + width;
   const std::string isNear = "lt(abs(" + shape + "-1)," + kNearShape + ")";
   return Joined(filters, "scale=w='if(" + isNear + "," + width + ",max(2,min(" + width +
@@ -171,6 +156,22 @@ std::string Fitted(const std::string& filters, const std::string& size) {
                              ",max(2,min(" + height + ",2*round(" + width +
                              "/dar/2))))',setsar=1,pad=" + width + ":" + height +
                              ":-1:-1,setsar=0");
+}
+
+std::string WithPixelShape(const std::string& filters) {
+  return Joined("setsar=sar=sar:max=65535", filters);
+}
+
+std::string Marked(const std::string& filters, const SegmentRequest& request,
+                   const SegmentEntry& entry) {
+  if (!request.takesFineClock) {
+    return filters;
+  }
+  // Register 0 holds the newest segment with a mark, 1 the time, 2 the segment and 3 the mark.
+  const std::string segment = "1+floor((ld(1)/90000-" + Seconds(entry.lead - kEarlyPicture, 6) +
+                              ")/" + Seconds(request.length, 7) + ")";
+  return Joined(filters, "settb=1/360000,setpts='st(1,round(PTS/4));st(2,max(1," + segment +
+                             "));st(3,gt(ld(2),ld(0)));st(0,max(ld(0),ld(2)));4*ld(1)+ld(3)'");
 }
 
 std::string WithoutLead(const std::string& filters, const SegmentEntry& entry) {
@@ -222,13 +223,16 @@ Strings FragmentStream(const SegmentEntry& entry) {
 Strings SegmentOptions(const SegmentRequest& request, const SegmentEntry& entry) {
   Strings out;
   if (!request.copiesPictures) {
-    Append(out, {"-force_key_frames", KeyFrames(request, entry)});
-    if (request.takesFineClock) {
-      Append(out, {"-enc_time_base:v", "1:90000"});
+    const bool seesMarks = request.takesFineClock;
+    Append(out, {"-force_key_frames", seesMarks ? kMarkedPictures : KeyFrameList(request, entry)});
+    if (seesMarks) {
+      Append(out, {"-enc_time_base:v", "1:360000"});
     }
   }
-  if (!request.copiesSound) {
-    Append(out, {"-ar", std::to_string(SoundRate(request)), "-af", SoundFilters(request, entry)});
+  if (request.isSilent) {
+    Append(out, {"-an"});
+  } else if (!request.copiesSound) {
+    Append(out, {"-ar", std::to_string(request.soundRate), "-af", SoundFilters(request, entry)});
   }
   const Strings stream = request.areFragments ? FragmentStream(entry) : TransportStream(entry);
   out.insert(out.end(), stream.begin(), stream.end());

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "transcoder/fragment_cutter.h"
+#include "transcoder/lengths.h"
 #include "transcoder/segment_cutter.h"
 
 namespace orvo::transcoder {
@@ -13,16 +14,17 @@ namespace orvo::transcoder {
 struct SegmentRequest {
   bool isWanted = false;
   bool areFragments = false;
-  std::string start;   // milliseconds into the film
-  std::string length;  // seconds
-  std::string number;
-  std::string cutsAnywhere;  // "1" when pictures that are no key frames may start a segment
-  std::string soundRate;     // samples a second
+  double start = 0;              // seconds into the film
+  double length = kUsualLength;  // seconds
+  int number = 0;
+  bool cutsAnywhere = false;  // pictures that are no key frames may start a segment
+  long soundRate = 48000;     // samples a second
   std::string soundFilters;
-  std::string pictureBits;  // a second, as given: what fragments are called by
-  std::string soundBits;
+  long pictureBits = 0;  // a second: what fragments are called by; 0 when not given
+  long soundBits = 0;
   bool copiesPictures = false;
   bool copiesSound = false;
+  bool isSilent = false;    // only the pictures are wanted
   bool lacksIndex = false;  // a seek lands between key frames
   bool clockJumps = false;  // a seek lands anywhere
   bool isSeekable = true;
@@ -42,16 +44,25 @@ SegmentPlan PlanSegments(const SegmentRequest& request, const SegmentEntry& entr
                          const std::string& pattern);
 
 // Fragments start at multiples of their length: the first one is the first that starts at or after
-// the start that was asked for, so that none is ever cut short at its beginning.
-std::string FragmentStart(const std::string& start, const std::string& length);
+// the start that was asked for, so that none is ever cut short at its beginning. All in seconds.
+double FragmentStart(double start, double length);
 
-// The plan for these fragments. A rate that is no number is an empty text in it.
+// The plan for these fragments. A rate that is not known is an empty text in it.
 FragmentPlan PlanFragments(const SegmentRequest& request, const std::string& folder);
 
 // A chain of picture filters with the size at its end, as the manifest of fragments states it:
 // exactly this many square pixels. Pictures of another shape get bars; a shape that is nearly the
 // same does not.
 std::string Fitted(const std::string& filters, const std::string& size);
+
+// A chain of picture filters at whose start pixels are square where the film does not say
+// otherwise.
+std::string WithPixelShape(const std::string& filters);
+
+// A chain of picture filters at whose end the pictures that start a segment are marked for the
+// encoder, as SegmentOptions() tells it. Nothing is added for an encoder that cannot see marks.
+std::string Marked(const std::string& filters, const SegmentRequest& request,
+                   const SegmentEntry& entry);
 
 // A chain of picture filters with the lead cut off at its end.
 std::string WithoutLead(const std::string& filters, const SegmentEntry& entry);

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <cmath>
 #include <cstdio>
 
 #include "liborvoqmx/util/media_formats.h"
 #include "transcoder/filters.h"
+#include "transcoder/option_values.h"
 #include "transcoder/segment_translation.h"
 
 namespace orvo::transcoder {
@@ -69,14 +70,16 @@ struct Facts {
   bool vaapiUsed = false;
   bool namesVaapiDevice = false;
   bool namesFilter = false;
+  bool resizes = false;
   bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;           // the input's start position, as given
-  double preroll = 0;         // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;         // where the output's clock starts, as given
-  std::string size;           // the picture size asked for
-  std::string fragmentStart;  // where the first fragment is wanted, in seconds
-  Strings lost;               // encoders that are replaced
+  std::string seek;          // the input's start position, as given
+  double start = 0;          // the same in seconds
+  double preroll = 0;        // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;        // where the output's clock starts, as given
+  std::string size;          // the picture size asked for
+  double fragmentStart = 0;  // where the first fragment is wanted, in seconds
+  Strings lost;              // encoders that are replaced
   SegmentRequest segments;
   SegmentEntry entry;
 };
@@ -95,16 +98,14 @@ using Emit = void (*)(const Argument&, const Facts&, Strings&);
 
 struct Option {
   std::string_view name;  // also matches with a stream specifier after it: "-c:v" is "-c:v:0" too
-  bool takesValue;
-  Observe observe;  // what it tells about the command line
-  Emit emit;        // what it becomes
+  std::optional<ValueKind> value;  // nothing for an option that takes none
+  Observe observe;                 // what it tells about the command line
+  Emit emit;                       // what it becomes
 };
 
-// A plain number of seconds; 0 for any other way to write a time.
-double ParseSeconds(const std::string& text) {
-  double seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  return error == std::errc() && end == text.data() + text.size() ? seconds : 0;
+// Values are checked as they are read from the command line.
+double ValueOf(const Argument& argument) {
+  return ParseValue(*argument.option->value, argument.value).value_or(0);
 }
 
 // --- What options tell ---
@@ -126,44 +127,49 @@ void NamesVaapiDevice(const Argument&, Facts& facts) {
 void NamesBitStreamFilter(const Argument&, Facts& facts) {
   facts.namesBitStreamFilter = true;
 }
-void NamesFilter(const Argument&, Facts& facts) {
+void NamesFilter(const Argument& argument, Facts& facts) {
   facts.namesFilter = true;
+  facts.resizes |= argument.value.find("scale") != std::string::npos;
 }
 void NamesSoundFilters(const Argument& argument, Facts& facts) {
   facts.segments.soundFilters = argument.value;
 }
 void NamesSoundRate(const Argument& argument, Facts& facts) {
-  facts.segments.soundRate = argument.value;
+  facts.segments.soundRate = std::lround(ValueOf(argument));
 }
 void NamesSegmentStart(const Argument& argument, Facts& facts) {
   facts.segments.isWanted = true;
-  facts.segments.start = argument.value;
+  facts.segments.start = ValueOf(argument);
 }
 void NamesSegmentLength(const Argument& argument, Facts& facts) {
-  facts.segments.length = argument.value;
+  facts.segments.length = ValueOf(argument);
 }
 void NamesSegmentNumber(const Argument& argument, Facts& facts) {
-  facts.segments.number = argument.value;
+  facts.segments.number = static_cast<int>(ValueOf(argument));
 }
 void NamesFragmentLength(const Argument& argument, Facts& facts) {
   facts.segments.isWanted = true;
   facts.segments.areFragments = true;
-  facts.segments.length = argument.value;
+  facts.segments.length = ValueOf(argument);
 }
 void NamesFragmentStart(const Argument& argument, Facts& facts) {
-  facts.fragmentStart = argument.value;
+  facts.fragmentStart = ValueOf(argument);
 }
 void NamesPictureBits(const Argument& argument, Facts& facts) {
-  facts.segments.pictureBits = argument.value;
+  facts.segments.pictureBits = std::lround(ValueOf(argument));
 }
 void NamesSoundBits(const Argument& argument, Facts& facts) {
-  facts.segments.soundBits = argument.value;
+  facts.segments.soundBits = std::lround(ValueOf(argument));
 }
 void NamesCuts(const Argument& argument, Facts& facts) {
-  facts.segments.cutsAnywhere = argument.value;
+  facts.segments.cutsAnywhere = ValueOf(argument) > 0;
 }
 void NamesSize(const Argument& argument, Facts& facts) {
   facts.size = argument.value;
+  facts.resizes = true;
+}
+void NamesAspect(const Argument&, Facts& facts) {
+  facts.resizes = true;
 }
 void NamesOffset(const Argument& argument, Facts& facts) {
   facts.offset = argument.value;
@@ -173,6 +179,7 @@ void NamesOffset(const Argument& argument, Facts& facts) {
 void NamesSeek(const Argument& argument, Facts& facts) {
   if (!argument.behindInput) {
     facts.seek = argument.value;
+    facts.start = ValueOf(argument);
   }
 }
 
@@ -256,14 +263,18 @@ void BitStreamFilters(const Argument& argument, const Facts& facts, Strings& out
   Append(out, {argument.name, cut ? Decodable(argument.value, facts.segments) : argument.value});
 }
 
+// A seek to the start is none: it would lose what a film without an index has before its first
+// entry.
 void Seek(const Argument& argument, const Facts& facts, Strings& out) {
-  if (facts.segments.isWanted && !argument.behindInput) {
-    Append(out, {argument.name, Seconds(facts.entry.seek)});
+  if (argument.behindInput) {
+    Same(argument, facts, out);
     return;
   }
-  const bool earlier = facts.preroll > 0 && !argument.behindInput;
-  Append(out, {argument.name,
-               earlier ? Seconds(ParseSeconds(facts.seek) - facts.preroll) : argument.value});
+  const double seek = facts.segments.isWanted ? facts.entry.seek : facts.start - facts.preroll;
+  const bool asGiven = !facts.segments.isWanted && facts.preroll <= 0;
+  if (seek > 0) {
+    Append(out, {argument.name, asGiven ? argument.value : Seconds(seek)});
+  }
 }
 
 void ReplacedEncoder(const Argument& argument, const Facts& facts, Strings& out) {
@@ -312,11 +323,25 @@ void VideoProfile(const Argument& argument, const Facts& facts, Strings& out) {
   Append(out, {argument.name, rename ? "baseline" : argument.value});
 }
 
+// The shape follows from the film whatever the size: pixels are square where the film does not say
+// otherwise, and a scaler keeps the shape of what it knows.
+std::string Shaped(const std::string& chain, const Facts& facts) {
+  return facts.resizes && !facts.copiesVideo ? WithPixelShape(chain) : chain;
+}
+
 // What is cut off is not scaled.
 std::string CutFilters(const std::string& chain, const Facts& facts) {
   const bool isCut = facts.segments.isWanted && !facts.copiesVideo;
   const std::string cut = isCut ? WithoutLead(chain, facts.entry) : chain;
-  return facts.segments.areFragments ? Fitted(cut, facts.size) : cut;
+  const std::string fitted = facts.segments.areFragments ? Fitted(cut, facts.size) : cut;
+  return isCut ? Marked(fitted, facts.segments, facts.entry) : fitted;
+}
+
+// The shape of encoded pictures comes from the film, not from what was asked for.
+void Aspect(const Argument& argument, const Facts& facts, Strings& out) {
+  if (facts.copiesVideo || !argument.behindInput) {
+    Same(argument, facts, out);
+  }
 }
 
 void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
@@ -326,7 +351,7 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   } else if (facts.vaapiUsed) {
     chain = VaapiFilters(chain, facts.size);
   }
-  AppendUnlessEmpty(argument.name, CutFilters(chain, facts), out);
+  AppendUnlessEmpty(argument.name, CutFilters(Shaped(chain, facts), facts), out);
 }
 
 // A fragmented file carries the film's clock only when each fragment states it, and when the header
@@ -355,62 +380,66 @@ void GuardedInput(const Argument& argument, const Facts& facts, Strings& out) {
 
 // --- The table ---
 
-constexpr bool kValue = true;
-constexpr bool kNoValue = false;
+using V = ValueKind;
+constexpr std::nullopt_t kNoValue = std::nullopt;
 
 constexpr auto kOptions = std::to_array<Option>({
-    {"-i", kValue, HasInput, GuardedInput},
-    {"-ss", kValue, NamesSeek, Seek},
+    {"-i", V::kAny, HasInput, GuardedInput},
+    {"-ss", V::kTime, NamesSeek, Seek},
     {"-prefer_smd", kNoValue, Nothing, Dropped},
     {"-copyts", kNoValue, KeepsFilmClock, Dropped},
-    {"-webm_seek_time", kValue, NamesOffset, Dropped},
-    {"-movflags", kValue, Nothing, MovFlags},
-    {"-vcodec", kValue, NamesVideoEncoder, ReplacedEncoder},
-    {"-c:v", kValue, NamesVideoEncoder, ReplacedEncoder},
-    {"-codec:v", kValue, NamesVideoEncoder, ReplacedEncoder},
-    {"-acodec", kValue, NamesSoundEncoder, SoundEncoder},
-    {"-c:a", kValue, NamesSoundEncoder, SoundEncoder},
-    {"-codec:a", kValue, NamesSoundEncoder, SoundEncoder},
-    {"-c", kValue, NamesEveryEncoder, Same},
-    {"-codec", kValue, NamesEveryEncoder, Same},
-    {"-preset", kValue, NamesPreset, Preset},
-    {"-profile:v", kValue, Nothing, VideoProfile},
-    {"-s", kValue, NamesSize, Size},
-    {"-vf", kValue, NamesFilter, VideoFilters},
-    {"-filter:v", kValue, NamesFilter, VideoFilters},
-    {"-bsf:v", kValue, NamesBitStreamFilter, BitStreamFilters},
-    {"-ar", kValue, NamesSoundRate, UnlessSegments},
-    {"-af", kValue, NamesSoundFilters, SoundFilters},
-    {"-filter:a", kValue, NamesSoundFilters, SoundFilters},
-    {"-f", kValue, Nothing, UnlessSegments},
-    {"-force_key_frames", kValue, Nothing, UnlessSegments},
-    {"-enc_time_base", kValue, Nothing, UnlessSegments},
-    {"-avoid_negative_ts", kValue, Nothing, UnlessSegments},
-    {"-fragment_length", kValue, NamesFragmentLength, Dropped},
-    {"-seek_time", kValue, NamesFragmentStart, Dropped},
-    {"-filled", kValue, Nothing, Dropped},
-    {"-vb", kValue, NamesPictureBits, Same},
-    {"-ab", kValue, NamesSoundBits, Same},
-    {"-hls_seek_time", kValue, NamesSegmentStart, Dropped},
-    {"-segment_time", kValue, NamesSegmentLength, UnlessSegments},
-    {"-segment_start_number", kValue, NamesSegmentNumber, UnlessSegments},
-    {"-segment_format", kValue, Nothing, UnlessSegments},
-    {"-segment_list_type", kValue, Nothing, UnlessSegments},
-    {"-segment_time_delta", kValue, Nothing, UnlessSegments},
-    {"-individual_header_trailer", kValue, Nothing, UnlessSegments},
-    {"-break_non_keyframes", kValue, NamesCuts, UnlessSegments},
-    {"-vaapi_device", kValue, NamesVaapiDevice, UnlessHardwareLost},
-    {"-qsv_device", kValue, Nothing, UnlessHardwareLost},
-    {"-init_hw_device", kValue, NamesVaapiDevice, UnlessHardwareLost},
-    {"-filter_hw_device", kValue, Nothing, UnlessHardwareLost},
-    {"-hwaccel", kValue, Nothing, UnlessHardwareLost},
-    {"-hwaccel_device", kValue, Nothing, UnlessHardwareLost},
-    {"-hwaccel_output_format", kValue, Nothing, UnlessHardwareLost},
-    {"-profile:a", kValue, Nothing, UnlessFdkLost},
-    {"-afterburner", kValue, Nothing, UnlessFdkLost},
-    {"-vbr", kValue, Nothing, UnlessFdkLost},
-    {"-signaling", kValue, Nothing, UnlessFdkLost},
-    {"-eld_sbr", kValue, Nothing, UnlessFdkLost},
+    {"-webm_seek_time", V::kSeconds, NamesOffset, Dropped},
+    {"-movflags", V::kAny, Nothing, MovFlags},
+    {"-vcodec", V::kAny, NamesVideoEncoder, ReplacedEncoder},
+    {"-c:v", V::kAny, NamesVideoEncoder, ReplacedEncoder},
+    {"-codec:v", V::kAny, NamesVideoEncoder, ReplacedEncoder},
+    {"-acodec", V::kAny, NamesSoundEncoder, SoundEncoder},
+    {"-c:a", V::kAny, NamesSoundEncoder, SoundEncoder},
+    {"-codec:a", V::kAny, NamesSoundEncoder, SoundEncoder},
+    {"-c", V::kAny, NamesEveryEncoder, Same},
+    {"-codec", V::kAny, NamesEveryEncoder, Same},
+    {"-preset", V::kAny, NamesPreset, Preset},
+    {"-profile:v", V::kAny, Nothing, VideoProfile},
+    {"-s", V::kSize, NamesSize, Size},
+    {"-aspect", V::kAspect, NamesAspect, Aspect},
+    {"-maxrate", V::kBitRate, Nothing, Same},
+    {"-bufsize", V::kBitRate, Nothing, Same},
+    {"-ac", V::kChannels, Nothing, Same},
+    {"-vf", V::kAny, NamesFilter, VideoFilters},
+    {"-filter:v", V::kAny, NamesFilter, VideoFilters},
+    {"-bsf:v", V::kAny, NamesBitStreamFilter, BitStreamFilters},
+    {"-ar", V::kSampleRate, NamesSoundRate, UnlessSegments},
+    {"-af", V::kAny, NamesSoundFilters, SoundFilters},
+    {"-filter:a", V::kAny, NamesSoundFilters, SoundFilters},
+    {"-f", V::kAny, Nothing, UnlessSegments},
+    {"-force_key_frames", V::kAny, Nothing, UnlessSegments},
+    {"-enc_time_base", V::kAny, Nothing, UnlessSegments},
+    {"-avoid_negative_ts", V::kAny, Nothing, UnlessSegments},
+    {"-fragment_length", V::kLength, NamesFragmentLength, Dropped},
+    {"-seek_time", V::kSeconds, NamesFragmentStart, Dropped},
+    {"-filled", V::kFlag, Nothing, Dropped},
+    {"-vb", V::kBitRate, NamesPictureBits, Same},
+    {"-ab", V::kBitRate, NamesSoundBits, Same},
+    {"-hls_seek_time", V::kMilliseconds, NamesSegmentStart, Dropped},
+    {"-segment_time", V::kLength, NamesSegmentLength, UnlessSegments},
+    {"-segment_start_number", V::kNumber, NamesSegmentNumber, UnlessSegments},
+    {"-segment_format", V::kAny, Nothing, UnlessSegments},
+    {"-segment_list_type", V::kAny, Nothing, UnlessSegments},
+    {"-segment_time_delta", V::kDifference, Nothing, UnlessSegments},
+    {"-individual_header_trailer", V::kFlag, Nothing, UnlessSegments},
+    {"-break_non_keyframes", V::kFlag, NamesCuts, UnlessSegments},
+    {"-vaapi_device", V::kAny, NamesVaapiDevice, UnlessHardwareLost},
+    {"-qsv_device", V::kAny, Nothing, UnlessHardwareLost},
+    {"-init_hw_device", V::kAny, NamesVaapiDevice, UnlessHardwareLost},
+    {"-filter_hw_device", V::kAny, Nothing, UnlessHardwareLost},
+    {"-hwaccel", V::kAny, Nothing, UnlessHardwareLost},
+    {"-hwaccel_device", V::kAny, Nothing, UnlessHardwareLost},
+    {"-hwaccel_output_format", V::kAny, Nothing, UnlessHardwareLost},
+    {"-profile:a", V::kAny, Nothing, UnlessFdkLost},
+    {"-afterburner", V::kAny, Nothing, UnlessFdkLost},
+    {"-vbr", V::kAny, Nothing, UnlessFdkLost},
+    {"-signaling", V::kAny, Nothing, UnlessFdkLost},
+    {"-eld_sbr", V::kAny, Nothing, UnlessFdkLost},
 });
 
 bool Names(const Option& option, std::string_view text) {
@@ -435,11 +464,16 @@ std::string Parse(const Strings& arguments, std::vector<Argument>& parsed) {
     argument.name = arguments[i];
     argument.behindInput = behindInput;
     behindInput |= arguments[i] == "-i";
-    if (argument.option != nullptr && argument.option->takesValue) {
+    if (argument.option != nullptr && argument.option->value) {
       if (i + 2 >= arguments.size()) {
         return "no value for " + arguments[i] + ", or no output after it";
       }
       argument.value = arguments[++i];
+      const std::string error =
+          ValueComplaint(argument.name, *argument.option->value, argument.value);
+      if (!error.empty()) {
+        return error;
+      }
     }
     parsed.push_back(std::move(argument));
   }
@@ -449,7 +483,7 @@ std::string Parse(const Strings& arguments, std::vector<Argument>& parsed) {
 // A film without an index is entered early enough to meet a key frame before the seek point. Copied
 // pictures cannot be cut off again between key frames.
 double Preroll(const Facts& facts) {
-  const double seek = ParseSeconds(facts.seek);
+  const double seek = facts.start;
   const bool wanted = seek > 0 && !facts.copiesVideo && !facts.segments.isWanted &&
                       facts.surroundings->lacksIndex(facts.input);
   return wanted ? std::min(seek, kPreroll) : 0;
@@ -472,8 +506,8 @@ void EnterForSegments(Facts& facts) {
   segments.takesFineClock |= facts.hardwareLost;
   segments.lacksIndex =
       segments.isSeekable && segments.isWanted && facts.surroundings->lacksIndex(facts.input);
-  segments.clockJumps = segments.lacksIndex && ParseSeconds(segments.start) > 0 &&
-                        facts.surroundings->clockJumps(facts.input);
+  segments.clockJumps =
+      segments.lacksIndex && segments.start > 0 && facts.surroundings->clockJumps(facts.input);
   facts.entry = EnterFilm(segments);
 }
 
@@ -506,13 +540,7 @@ std::string FragmentComplaint(const Facts& facts, const std::string& output) {
   return output.empty() ? "no folder for the fragments" : "";
 }
 
-std::string Complaint(const Strings& arguments, const std::string& parseError, const Facts& facts) {
-  if (arguments.empty()) {
-    return "no arguments";
-  }
-  if (!parseError.empty()) {
-    return parseError;
-  }
+std::string Complaint(const Strings& arguments, const Facts& facts) {
   if (FindOption(arguments.back()) != nullptr) {
     return "no output: the command line ends with " + arguments.back();
   }
@@ -534,7 +562,8 @@ void AppendGeneral(const Surroundings& surroundings, Strings& out) {
 
 // The picture filters of a command line that has none.
 std::string AddedFilters(const Facts& facts) {
-  return CutFilters(facts.vaapiUsed ? VaapiFilters("", facts.size) : "", facts);
+  const std::string chain = facts.vaapiUsed ? VaapiFilters("", facts.size) : "";
+  return CutFilters(Shaped(chain, facts), facts);
 }
 
 // What a hardware encoder needs that is there, and what stands in for one that is not.
@@ -607,22 +636,51 @@ Strings Notes(const Facts& facts) {
   return notes;
 }
 
+// Nothing is asked of the machine for a command line that cannot be read.
+std::string Read(const Strings& arguments, std::vector<Argument>& parsed) {
+  return arguments.empty() ? "no arguments" : Parse(arguments, parsed);
+}
+
+// Further and further ahead of the fragments, each time twice as far: the film's last picture is
+// seldom far from them.
+constexpr double kFirstSearch = 8;  // seconds
+
+std::vector<Strings> PictureSearches(const std::vector<Argument>& parsed, Facts facts) {
+  const double start = facts.segments.start;
+  std::vector<Strings> searches;
+  facts.segments.isSilent = true;
+  for (double back = kFirstSearch; facts.entry.seek > 0; back *= 2) {
+    facts.entry = {std::max(0.0, start - back), 0, 0};
+    searches.push_back(Command(parsed, facts, ""));
+  }
+  return searches;
+}
+
+void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const std::string& output,
+                Translation& translation) {
+  if (facts.segments.areFragments) {
+    translation.fragments = PlanFragments(facts.segments, output);
+    translation.fragments->searches = PictureSearches(parsed, facts);
+  } else if (facts.segments.isWanted) {
+    translation.segments = PlanSegments(facts.segments, facts.entry, output);
+  }
+}
+
 }  // namespace
 
 Translation Translate(const std::vector<std::string>& arguments, const Surroundings& surroundings) {
-  std::vector<Argument> parsed;
-  const std::string parseError = Parse(arguments, parsed);
-  const Facts facts = Observed(parsed, surroundings);
   Translation translation;
-  translation.error = Complaint(arguments, parseError, facts);
+  std::vector<Argument> parsed;
+  translation.error = Read(arguments, parsed);
+  if (!translation.error.empty()) {
+    return translation;
+  }
+  const Facts facts = Observed(parsed, surroundings);
+  translation.error = Complaint(arguments, facts);
   if (translation.error.empty()) {
     translation.command = Command(parsed, facts, arguments.back());
     translation.notes = Notes(facts);
-    if (facts.segments.areFragments) {
-      translation.fragments = PlanFragments(facts.segments, arguments.back());
-    } else if (facts.segments.isWanted) {
-      translation.segments = PlanSegments(facts.segments, facts.entry, arguments.back());
-    }
+    PlanOutput(parsed, facts, arguments.back(), translation);
   }
   return translation;
 }

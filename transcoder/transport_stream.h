@@ -9,7 +9,7 @@
 namespace orvo::transcoder {
 
 inline constexpr size_t kPacketSize = 188;
-inline constexpr int kTicks = 90000;  // of the stream's clock, a second
+inline constexpr int kTransportClockRate = 90000;  // of the stream's clock, a second
 inline constexpr int kPids = 8192;
 
 using Packet = std::array<unsigned char, kPacketSize>;

@@ -29,6 +29,14 @@ bool Load(MediaLibraries& media) {
   return found;
 }
 
+// The file that a function was loaded from; "" when it is not known.
+template <typename Function>
+std::string FileOf(Function function) {
+  Dl_info info{};
+  const bool isKnown = dladdr(reinterpret_cast<const void*>(function), &info) != 0;
+  return isKnown && info.dli_fname != nullptr ? info.dli_fname : "";
+}
+
 }  // namespace
 
 const MediaLibraries* MediaLibraries::Get() {
@@ -47,6 +55,15 @@ const MediaLibraries* MediaLibraries::Get() {
     return success;
   }();
   return loaded ? &media : nullptr;
+}
+
+std::vector<std::string> MediaLibraries::Files() {
+  const MediaLibraries* const media = Get();
+  if (media == nullptr) {
+    return {};
+  }
+  return {FileOf(media->avformat_open_input), FileOf(media->avcodec_find_decoder),
+          FileOf(media->av_dict_get), FileOf(&MediaLibraries::Get)};
 }
 
 }  // namespace LibOrvoQMX

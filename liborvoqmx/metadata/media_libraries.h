@@ -2,6 +2,9 @@
 // was probed before; mapping 135 libraries would cost them thirty times their own start-up.
 #pragma once
 
+#include <string>
+#include <vector>
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -9,6 +12,8 @@ extern "C" {
 #include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 }
+
+#include "platform/export.h"
 
 namespace LibOrvoQMX {
 
@@ -31,6 +36,8 @@ namespace LibOrvoQMX {
   X(av_get_channel_layout_string)     \
   X(av_display_rotation_get)          \
   X(av_dict_get)                      \
+  X(av_log_get_level)                 \
+  X(av_log_set_level)                 \
   X(av_strdup)
 
 struct MediaLibraries {
@@ -41,7 +48,10 @@ struct MediaLibraries {
 #undef ORVO_DECLARE
 
   // The loaded libraries; null (and a log line) on a machine that lacks them. They stay loaded.
-  static const MediaLibraries* Get();
+  ORVO_API static const MediaLibraries* Get();
+
+  // The files of these libraries, and of this one that reads them. Empty where Get() is null.
+  static std::vector<std::string> Files();
 };
 #pragma GCC diagnostic pop
 

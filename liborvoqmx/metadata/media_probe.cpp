@@ -136,6 +136,23 @@ Json::UInt WholeSeconds(int64_t microseconds) {
   return static_cast<Json::UInt>(microseconds / kMicrosecondsPerSecond);
 }
 
+// FFmpeg says nothing on the standard error output for its life. A file that is no film is a result
+// here, and the libraries would print all the formats that it could have been.
+class QuietMediaLibraries {
+ public:
+  explicit QuietMediaLibraries(const MediaLibraries& media)
+      : media_(media), level_(media.av_log_get_level()) {
+    media_.av_log_set_level(AV_LOG_QUIET);
+  }
+  QuietMediaLibraries(const QuietMediaLibraries&) = delete;
+  QuietMediaLibraries& operator=(const QuietMediaLibraries&) = delete;
+  ~QuietMediaLibraries() { media_.av_log_set_level(level_); }
+
+ private:
+  const MediaLibraries& media_;
+  int level_;
+};
+
 // An opened media file; closed with its owner.
 class Input {
  public:
@@ -276,6 +293,7 @@ bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document
   if (media == nullptr) {
     return false;
   }
+  const QuietMediaLibraries quiet(*media);
   Input input(*media);
   if (!input.Open(path)) {
     return false;

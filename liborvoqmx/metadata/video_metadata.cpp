@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "metadata/kept_probes.h"
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "util/qmxutils.h"
@@ -70,6 +71,10 @@ bool VideoMetaData::ReadMetaDataFromFFMPEG(const std::string& path, Json::Value&
   }
   document["path"] = path;
   document["filesize"] = std::to_string(size);
+  const auto state = orvo::FileState::Of(path);
+  if (state && FindProbe(path, *state, document)) {
+    return true;
+  }
   if (!ParserMetaDataFromFFMPEG(path, document, videos, audios, subtitles)) {
     ORVO_LOG("ParserMetaDataFromFFMPEG fail.");
     return false;
@@ -78,6 +83,9 @@ bool VideoMetaData::ReadMetaDataFromFFMPEG(const std::string& path, Json::Value&
   tracks["video"] = videos;
   tracks["audio"] = audios;
   tracks["subtitle"] = subtitles;
+  if (state) {
+    KeepProbe(path, *state, document);
+  }
   return true;
 }
 

@@ -27,7 +27,8 @@ class ORVO_API VideoMetaData {
   bool LoadFile(const std::string& path);
 
   // Fills `document` for `path`. The file's size is read with the caller's own rights, the content
-  // as root. On failure the document has no "track_info".
+  // as root. A film that has not changed since it was probed is not opened again. On failure the
+  // document has no "track_info".
   static bool ReadMetaDataFromFFMPEG(const std::string& path, Json::Value& document);
 
   // Runs ParseMetaDataFromFFMPEG_Impl as root.

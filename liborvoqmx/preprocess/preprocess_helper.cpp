@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/plat.h"
+#include "preprocess/stored_result.h"
 #include "util/saturate.h"
 
 namespace LibOrvoQMX::preprocess {
@@ -16,13 +16,25 @@ constexpr double kShortestFragment = 0.001;  // seconds
 
 PreprocessHelper::PreprocessHelper(const std::string& videoPath, int segmentLength)
     : m_segmentLength(segmentLength) {
-  const std::string path = PreprocessUtil::GetPreprocessResultPath(videoPath);
-  // The folder belongs to the media indexer.
-  const bool isRead =
-      libmrv::DoActionAsRoot("GetPreprocessPath", [&] { return m_result.ReadFromFile(path); });
-  if (!isRead) {
-    return;
+  if (ReadCurrentResult(videoPath, m_result)) {
+    Plan();
   }
+}
+
+PreprocessHelper PreprocessHelper::FromResult(const std::string& resultPath, int segmentLength) {
+  PreprocessHelper helper;
+  helper.m_segmentLength = segmentLength;
+  if (helper.m_result.ReadFromFile(resultPath)) {
+    helper.Plan();
+  }
+  return helper;
+}
+
+bool PreprocessHelper::SaveResult(const std::string& resultPath) const {
+  return m_result.WriteToFile(resultPath);
+}
+
+void PreprocessHelper::Plan() {
   m_keyframeTimes = m_result.GetAllKeyframePtsTime();
   if (!IsLastKeyframeTimestampReasonable()) {
     return;

@@ -17,8 +17,15 @@ class ORVO_API PreprocessHelper {
   // No plan.
   PreprocessHelper() = default;
   // Plans the film `videoPath` in fragments of about `segmentLength` seconds, from the stored
-  // result. No plan where there is none or it does not fit the film.
+  // result that belongs to the film as it is now. No plan where there is none or it does not fit
+  // the film.
   PreprocessHelper(const std::string& videoPath, int segmentLength);
+
+  // The same from a copy of the result, as SaveResult() made it.
+  static PreprocessHelper FromResult(const std::string& resultPath, int segmentLength);
+
+  // Stores a copy of the result that the plan was made from. False when it cannot be written.
+  bool SaveResult(const std::string& resultPath) const;
 
   bool IsAvailable() const;  // there is a plan
 
@@ -38,6 +45,8 @@ class ORVO_API PreprocessHelper {
   int UpdateCurrentFragment(double start, double end, int id);
 
  private:
+  void Plan();
+
   std::vector<HLSFragment> m_fragments;
   PreprocessResultWrapper m_result;
   bool m_isAvailable = false;

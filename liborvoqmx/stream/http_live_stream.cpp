@@ -1,6 +1,9 @@
 // Opening an HLS stream: its playlists. Its other tasks have files of their own.
 #include "stream/http_live_stream.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 
 #include "platform/log.h"
@@ -93,14 +96,36 @@ bool HttpLiveStream::GenPlaylist(const Json::Value& request, ManifestType type) 
   if (!manifest.is_open()) {
     return false;
   }
+  bool isPlanned = false;
   if (isVideo) {
     manifest.SetFragmentIdQuote(IsWebapi5(request) ? "%22" : "");
-    if (IsPreAnalysisAvailable() && m_planner.WriteManifest(manifest)) {
-      return true;
-    }
+    ForgetPlan();
+    isPlanned = IsPreAnalysisAvailable() && m_planner.WriteManifest(manifest);
   }
-  WriteManifestByFixedSegmentTime(manifest, duration);
-  return true;
+  if (!isPlanned) {
+    WriteManifestByFixedSegmentTime(manifest, duration);
+  }
+  return !isVideo || !m_isRemux || KeepPlan(isPlanned);
+}
+
+std::string HttpLiveStream::KeptPlanPath() const {
+  return GetQMXFileFullPath("pre_analysis");
+}
+
+void HttpLiveStream::ForgetPlan() const {
+  unlink(KeptPlanPath().c_str());
+}
+
+bool HttpLiveStream::KeepPlan(bool isPlanned) const {
+  const std::string path = KeptPlanPath();
+  const std::string aside = path + ".new";
+  // A result without key frames makes no plan.
+  const auto& plan = isPlanned ? m_planner : preprocess::PreprocessHelper();
+  if (plan.SaveResult(aside) && rename(aside.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  unlink(aside.c_str());
+  return false;
 }
 
 std::string HttpLiveStream::PlaylistName(ManifestType type) const {
@@ -137,7 +162,10 @@ bool HttpLiveStream::IsPreAnalysisAvailable() {
     return false;
   }
   if (!m_planner.IsAvailable()) {
-    m_planner = preprocess::PreprocessHelper(m_metaData.GetFilePath(), SegmentLength());
+    const std::string kept = KeptPlanPath();
+    m_planner = !kept.empty() && VerifyFileExist(kept, 0)
+                    ? preprocess::PreprocessHelper::FromResult(kept, SegmentLength())
+                    : preprocess::PreprocessHelper(m_metaData.GetFilePath(), SegmentLength());
   }
   return m_planner.IsAvailable();
 }

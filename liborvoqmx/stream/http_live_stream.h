@@ -138,6 +138,12 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool HasSegment(int fragment) const;
   bool IsPipelineOver() const;
 
+  // The plan that the playlist was written from belongs to the stream: all its requests go by the
+  // copy in its directory, whatever is stored beside the film meanwhile.
+  std::string KeptPlanPath() const;
+  void ForgetPlan() const;
+  bool KeepPlan(bool isPlanned) const;
+
   bool m_hasSubtitle = false;
   preprocess::PreprocessHelper m_planner;
   int m_seekTime = 0;  // milliseconds

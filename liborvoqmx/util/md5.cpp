@@ -1,6 +1,10 @@
+// The plain function takes as long as the digest; the one that replaces it makes the library read
+// its configuration and choose a provider first, and that takes a millisecond.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 #include "util/md5.h"
 
-#include <openssl/evp.h>
+#include <openssl/md5.h>
 #include <openssl/opensslv.h>
 
 #include <array>
@@ -26,38 +30,35 @@ class Crypto {
     return crypto;
   }
 
-  // The length of the digest; 0 on failure.
-  unsigned Md5(const std::string& text, unsigned char* digest) const {
-    unsigned length = 0;
-    const bool done =
-        loaded_ && digest_(text.data(), text.size(), digest, &length, md5_(), nullptr) == 1;
-    return done ? length : 0;
+  // False on failure.
+  bool Md5(const std::string& text, unsigned char* digest) const {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    return md5_ != nullptr && md5_(bytes, text.size(), digest) != nullptr;
   }
 
  private:
   Crypto() : library_("libcrypto.so." ORVO_CRYPTO_SOVERSION) {
-    loaded_ = library_.Find("EVP_Digest", digest_) && library_.Find("EVP_md5", md5_);
-    if (!loaded_) {
+    if (!library_.Find("MD5", md5_)) {
       ORVO_LOG("Failed to load libcrypto");
     }
   }
 
   orvo::LazyLibrary library_;
-  decltype(&EVP_Digest) digest_ = nullptr;
-  decltype(&EVP_md5) md5_ = nullptr;
-  bool loaded_ = false;
+  decltype(&::MD5) md5_ = nullptr;
 };
 
 }  // namespace
 
 std::string GetMD5(const std::string& text) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  const unsigned length = Crypto::Get().Md5(text, digest.data());
+  std::array<unsigned char, MD5_DIGEST_LENGTH> digest{};
+  if (!Crypto::Get().Md5(text, digest.data())) {
+    return "";
+  }
   constexpr char kDigits[] = "0123456789abcdef";
   std::string hex;
-  for (unsigned i = 0; i < length; ++i) {
-    hex += kDigits[digest[i] >> 4];
-    hex += kDigits[digest[i] & 0xf];
+  for (const unsigned char byte : digest) {
+    hex += kDigits[byte >> 4];
+    hex += kDigits[byte & 0xf];
   }
   return hex;
 }

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "platform/io.h"
+#include "platform/process.h"
 #include "platform/run_as.h"
 #include "platform/unique_fd.h"
 
@@ -72,7 +73,7 @@ bool SaveFile(const std::string& path, const std::string& content) {
 }
 
 int KillProcess(int pid) {
-  return pid < 1 ? -1 : kill(pid, SIGTERM);
+  return orvo::SendSignal(pid, SIGTERM);
 }
 
 std::vector<std::string> StringExplode(const std::string& text, const std::string& delimiters) {

@@ -1,5 +1,6 @@
 #include "util/subtitle.h"
 
+#include <fcntl.h>
 #include <glob.h>
 #include <unistd.h>
 
@@ -42,6 +43,11 @@ bool Contains(const std::array<std::string_view, N>& list, const std::string& te
   return std::find(list.begin(), list.end(), text) != list.end();
 }
 
+// With the effective ids, which may be borrowed.
+bool IsReadable(const char* name) {
+  return faccessat(AT_FDCWD, name, R_OK, AT_EACCESS) == 0;
+}
+
 }  // namespace
 
 Json::Value PathInfo(const std::string& path) {
@@ -80,7 +86,7 @@ int GetExternalSubtitleImp(const std::string& path, Json::Value& files) {
   }
   for (const char* pattern : kPatterns) {
     for (const char* name : Matches(pattern)) {
-      if (std::string_view(name).substr(0, prefix.size()) == prefix && access(name, R_OK) == 0) {
+      if (std::string_view(name).substr(0, prefix.size()) == prefix && IsReadable(name)) {
         files.append(directory + "/" + name);
       }
     }

@@ -14,6 +14,7 @@ inline constexpr char kAdvancedFile[] = "/var/packages/Mirevo/etc/advanced.conf"
 inline constexpr char kVaapiFile[] = "/var/packages/Mirevo/etc/vaapi_ffmpeg";
 inline constexpr char kHostPlatformFile[] = "/proc/orvo_platform";
 inline constexpr char kCpuInfoFile[] = "/proc/cpuinfo";
+inline constexpr char kCacheFolder[] = "/var/packages/Mirevo/cache";  // may be emptied at any time
 inline constexpr char kNoPreAnalysisFile[] = "/var/packages/Mirevo/etc/not_using_pre_analysis";
 inline constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 inline constexpr char kVaapiTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg_vaapi";

@@ -1,17 +1,17 @@
 // Calls of the web API.
 //
-// A path goes out as the server has encoded it ("encoded_path"): a file's name need not be text.
+// The page sends a path as the server has encoded it ("encoded_path"), because a file's name need not be valid text.
 
 const ENTRY = '/webapi/entry.cgi';
 const FORM = 'application/x-www-form-urlencoded';
 
 export class ApiError extends Error {
-  // `error`: what a failed answer says of itself. Reasons of the page's own: "Unreachable", "Unreadable".
+  // `error`: the error object of a failed answer. The page itself sets the reasons "Unreachable" and "Unreadable".
   constructor({ code = 0, reason = 'Internal', message = '', retry_after: retryAfter } = {}) {
     super(message);
     this.code = code;
     this.reason = reason;
-    this.retryAfter = retryAfter; // seconds; undefined where waiting does not help
+    this.retryAfter = retryAfter; // seconds; undefined if waiting does not help
   }
 }
 
@@ -27,16 +27,16 @@ export function queryOf(api, method, parameters = {}, path = undefined) {
 
 export const addressOf = (...call) => `${ENTRY}?${queryOf(...call)}`;
 
-// A text parameter that the server does not take for quoted when it happens to begin and end so.
+// Encodes a text parameter as JSON: the server would take a plain text in quotes for JSON.
 export const asText = (text) => JSON.stringify(text);
 
-// An address of the server's, as this page reaches it.
+// The path and query of one of the server's addresses, for requests from this page.
 export function localAddress(address) {
   const url = new URL(address, window.location.href);
   return url.pathname + url.search;
 }
 
-// The error that a failed answer stands for.
+// The error in a failed answer.
 export async function errorOf(response) {
   const retryAfter = Number(response.headers.get('retry-after')) || undefined;
   const answer = await response.json().catch(() => null);
@@ -66,7 +66,7 @@ async function send(address, options) {
 
 let logIn = null;
 
-// `handler` is called when a call lacks a login; the call is made again when its promise is kept.
+// Sets the handler for calls that need a login. When its promise resolves, the call is repeated.
 export function whenUnauthorized(handler) {
   logIn = handler;
 }
@@ -83,18 +83,18 @@ async function withLogin(request, quiet) {
   }
 }
 
-// Reads. Options: `signal`; `quiet`, not to ask for a login.
+// Makes a call that reads. Options: `signal`; `quiet`: do not ask for a login.
 export function get(api, method, parameters, path, { signal, quiet } = {}) {
   return withLogin(() => send(addressOf(api, method, parameters, path), { signal }), quiet);
 }
 
-// Changes something.
+// Makes a call that changes something.
 export function post(api, method, parameters, path, { signal, quiet } = {}) {
   const options = { method: 'POST', body: queryOf(api, method, parameters, path), headers: { 'Content-Type': FORM } };
   return withLogin(() => send(ENTRY, { ...options, signal }), quiet);
 }
 
-// Changes something while the page goes away; nobody is there to hear the answer.
+// Makes a call that changes something while the page unloads. The answer is lost.
 export function postLastly(api, method, parameters, path) {
   navigator.sendBeacon(ENTRY, new Blob([queryOf(api, method, parameters, path)], { type: FORM }));
 }

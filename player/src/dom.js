@@ -1,4 +1,4 @@
-// Making elements. Texts only ever become text nodes: a file's name may hold anything.
+// Creates elements. Every text becomes a text node, because a file's name may contain markup.
 
 const OWN = new Set(['hidden', 'disabled', 'checked', 'value', 'open', 'required', 'readOnly', 'muted']);
 
@@ -53,7 +53,7 @@ export function icon(name) {
   return svg;
 }
 
-// A button that shows a sign and is called `label`.
+// A button that shows an icon; `label` is its accessible name.
 export function signButton(sign, label, click, attributes = {}) {
   return element('button', { type: 'button', class: 'sign', 'aria-label': label, title: label, on: { click }, ...attributes }, icon(sign));
 }
@@ -68,7 +68,7 @@ export function changeSign(button, sign, label) {
 
 export const find = (id) => document.getElementById(id);
 
-// A dialog that is shown and, when it is closed, gone.
+// Shows a dialog and removes it when it is closed.
 export function openDialog(title, ...children) {
   const close = element('button', { type: 'button', on: { click: () => dialog.close() } }, 'Close');
   const heading = element('h2', {}, title);

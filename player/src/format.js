@@ -1,4 +1,4 @@
-// Numbers as people read them.
+// Texts for numbers, languages and names.
 
 const pad = (number) => String(number).padStart(2, '0');
 
@@ -10,7 +10,7 @@ export function clockText(seconds) {
   return minutes < 60 ? `${minutes}:${rest}` : `${Math.floor(minutes / 60)}:${pad(minutes % 60)}:${rest}`;
 }
 
-// The same for ears: "1 hour 2 minutes 5 seconds".
+// The same for screen readers: "1 hour 2 minutes 5 seconds".
 export function spokenTime(seconds) {
   const whole = Math.max(0, Math.floor(seconds || 0));
   const parts = [
@@ -32,14 +32,14 @@ export function rateText(bitsPerSecond) {
 
 export const millisecondsText = (milliseconds) => `${Math.round(milliseconds)} ms`;
 
-// "25000/1001" or 23.976 -> "24 fps"; '' for what is no rate.
+// "24000/1001" or 23.976 -> "23.98 fps"; '' if `rate` is not a rate.
 export function frameRateText(rate) {
   const [above, below = 1] = String(rate ?? '').split('/').map(Number);
   const frames = above / below;
   return Number.isFinite(frames) && frames > 0 ? `${Number(frames.toFixed(2))} fps` : '';
 }
 
-// The name of a language code as the viewer's own language calls it; the code itself where it has no name.
+// The name of a language in the viewer's own language; the code itself if it has no name.
 export function languageText(code) {
   if (!code || code === 'und') {
     return '';
@@ -51,7 +51,7 @@ export function languageText(code) {
   }
 }
 
-// The last part of an encoded path, for people.
+// The readable last part of an encoded path.
 export function nameOf(encodedPath) {
   const text = encodedPath.split('/').at(-1);
   const bytes = [...text.matchAll(/%([0-9A-Fa-f]{2})|[^]/g)].map(([whole, digits]) => (digits ? parseInt(digits, 16) : whole.charCodeAt(0)));

@@ -1,15 +1,15 @@
-// Where the viewer stopped watching. A server without a history simply has none.
+// The position at which the viewer stopped each film. Older servers have no history.
 import { get, post, postLastly } from './api.js';
 
 const SAVE_SECONDS = 10;
 
-// The films that were watched, newest first; [] without a history.
+// The watched films, newest first; [] without a history.
 export async function watched() {
   const answer = await get('History', 'list', {}, undefined, { quiet: true }).catch(() => null);
   return answer?.items ?? [];
 }
 
-// The second at which to go on; 0 for a film that is new or finished.
+// The second at which to resume; 0 for a film that is new or finished.
 export async function resumePoint(encodedPath) {
   const entry = await get('History', 'get', {}, encodedPath, { quiet: true }).catch(() => null);
   return entry && !entry.finished ? entry.position : 0;
@@ -17,7 +17,7 @@ export async function resumePoint(encodedPath) {
 
 export const forget = (encodedPath) => post('History', 'remove', {}, encodedPath);
 
-// Saves where a film is: every so often, on a pause, and when the page goes away.
+// Saves a film's position: every few seconds, on a pause, and when the page unloads.
 export class HistoryKeeper {
   constructor(playback) {
     this.playback = playback;
@@ -28,7 +28,7 @@ export class HistoryKeeper {
     playback.addEventListener('ended', () => this.save());
   }
 
-  // What is to be saved; nothing while no picture has been seen.
+  // The entry to save; null before the first picture.
   entry() {
     const { playback } = this;
     const second = Math.floor(playback.now());

@@ -79,13 +79,13 @@ async function leave() {
   await enter();
 }
 
-let typing; // when to search for what is being typed
+let typing; // the timer that starts a search after the viewer stops typing
 
 function listenToSearch() {
   const words = find('words');
   const search = () => {
     const address = words.value.trim() ? `#/search?${new URLSearchParams({ q: words.value.trim() })}` : '#/';
-    // One entry in the browser's history for a whole word.
+    // All letters of one search share one entry in the browser's history.
     const isSearching = parseAddress(window.location.hash).view === 'search';
     window.location[isSearching ? 'replace' : 'assign'](address);
   };

@@ -1,4 +1,4 @@
-// Who is watching. A cookie that scripts cannot read carries the session.
+// The logged-in account. The session itself is in a cookie that scripts cannot read.
 import { ApiError, asText, get, post, whenUnauthorized } from './api.js';
 import { element } from './dom.js';
 import { wordsOf } from './words.js';
@@ -13,7 +13,7 @@ function become({ login_required: loginRequired = true, account = '', owner = fa
   changes.dispatchEvent(new Event('change'));
 }
 
-// Asks the server. One without accounts knows nobody, and everybody is its owner.
+// Asks the server for the account. Without accounts, every viewer is an owner.
 export async function learnWho() {
   try {
     become(await get('Auth', 'who', {}, undefined, { quiet: true }));
@@ -65,7 +65,7 @@ function loginForm(dialog, done) {
 
 let asking = null;
 
-// Shows the login until it succeeds. Fails when the viewer gives up. Everyone who asks waits for the same one.
+// Shows the login dialog until the login succeeds. Rejects when the viewer cancels. All callers share one dialog.
 export function logIn() {
   asking ??= new Promise((resolve, reject) => {
     const dialog = element('dialog', { id: 'login', 'aria-label': 'Log in' });
@@ -73,7 +73,7 @@ export function logIn() {
     dialog.addEventListener('close', () => {
       dialog.remove();
       asking = null;
-      reject(new ApiError({ code: 401, reason: 'Unauthorized' })); // of no effect after a success
+      reject(new ApiError({ code: 401, reason: 'Unauthorized' })); // no effect after a success
     });
     (document.fullscreenElement ?? document.body).append(dialog);
     dialog.showModal();

@@ -11,7 +11,6 @@
 
 namespace {
 
-using accounts::Account;
 using accounts::Outcome;
 
 constexpr char kFile[] = "/var/packages/Mirevo/etc/accounts";
@@ -31,7 +30,7 @@ class Accounts : public test::Sysroot {
   }
 };
 
-TEST_F(Accounts, NobodyNeedsToLogInWhereThereAreNone) {
+TEST_F(Accounts, WithoutAccountsNobodyNeedsToLogIn) {
   EXPECT_FALSE(accounts::AreNeeded());
   EXPECT_TRUE(accounts::List()->empty());
   ASSERT_EQ(accounts::Create("anna", kPassword, false, {}), Outcome::kDone);
@@ -40,7 +39,7 @@ TEST_F(Accounts, NobodyNeedsToLogInWhereThereAreNone) {
   EXPECT_FALSE(accounts::AreNeeded());
 }
 
-TEST_F(Accounts, TheFirstIsAnOwnerAndLaterOnesWhatIsSaid) {
+TEST_F(Accounts, TheFirstIsAnOwnerAndLaterOnesOnlyOnRequest) {
   accounts::Create("anna", kPassword, false, {});
   accounts::Create("bob", kPassword, false, {});
   accounts::Create("carl", kPassword, true, {});
@@ -49,7 +48,7 @@ TEST_F(Accounts, TheFirstIsAnOwnerAndLaterOnesWhatIsSaid) {
   EXPECT_TRUE(accounts::Find("carl")->owner);
 }
 
-TEST_F(Accounts, OnlyTheRightPasswordOfAnAccountIsItsOwn) {
+TEST_F(Accounts, OnlyTheRightPasswordVerifiesAnAccount) {
   accounts::Create("anna", kPassword, false, {});
   accounts::Create("bob", "another password", false, {});
   ASSERT_TRUE(accounts::Verify("anna", kPassword));
@@ -60,14 +59,14 @@ TEST_F(Accounts, OnlyTheRightPasswordOfAnAccountIsItsOwn) {
   EXPECT_FALSE(accounts::Verify("nobody", kPassword));
 }
 
-TEST_F(Accounts, TheFileIsItsOwnersAndHoldsNoPassword) {
+TEST_F(Accounts, OnlyTheOwnerReadsTheFileAndItHoldsNoPassword) {
   accounts::Create("anna", kPassword, false, {});
   EXPECT_EQ(ModeOf(kFile), 0600U);
   EXPECT_EQ(Read(kFile).find(kPassword), std::string::npos);
   EXPECT_EQ(ReadJson(kFile)["anna"]["password"].asString().rfind("$argon2id$", 0), 0U);
 }
 
-TEST_F(Accounts, WhatRootMakesBelongsToTheFoldersOwner) {
+TEST_F(Accounts, AFileMadeByRootBelongsToTheFoldersOwner) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root may give files away";
   }
@@ -87,7 +86,7 @@ TEST_F(Accounts, EqualPasswordsHaveDifferentHashes) {
   EXPECT_NE(content["anna"]["password"], content["bob"]["password"]);
 }
 
-TEST_F(Accounts, NamesAndPasswordsThatWouldBeTroubleAreRefused) {
+TEST_F(Accounts, InvalidNamesAndPasswordsAreRefused) {
   for (const std::string name :
        {"", "a b", "../a", "a/b", ".a", "-a", "a\n", "\xc3\xa4", "a\"", "a;b"}) {
     EXPECT_EQ(accounts::Create(name, kPassword, false, {}), Outcome::kBadName) << name;
@@ -100,13 +99,37 @@ TEST_F(Accounts, NamesAndPasswordsThatWouldBeTroubleAreRefused) {
   EXPECT_FALSE(Exists(kFile));
 }
 
+TEST_F(Accounts, NamesAndPasswordsMayBeAsLongAsIsSaid) {
+  EXPECT_EQ(accounts::Create(std::string(64, 'a'), "12345678", false, {}), Outcome::kDone);
+  EXPECT_EQ(accounts::Create("a.B-c_9@d", std::string(1024, 'a'), false, {}), Outcome::kDone);
+  EXPECT_TRUE(accounts::Verify("a.B-c_9@d", std::string(1024, 'a')));
+}
+
+TEST_F(Accounts, ARefusedChangeLeavesTheAccountAsItWas) {
+  const std::string films = Folder("/films");
+  accounts::Create("anna", kPassword, false, {films});
+  const std::string before = Read(kFile);
+  EXPECT_EQ(accounts::SetPassword("anna", "1234567"), Outcome::kBadPassword);
+  EXPECT_EQ(accounts::SetPassword("anna", std::string(1025, 'a')), Outcome::kBadPassword);
+  EXPECT_EQ(accounts::GrantRoots("anna", {films, "/no such folder"}), Outcome::kBadRoot);
+  EXPECT_EQ(accounts::GrantRoots("anna", {"."}), Outcome::kBadRoot);
+  EXPECT_EQ(accounts::GrantRoots("anna", {""}), Outcome::kBadRoot);
+  EXPECT_EQ(Read(kFile), before);
+}
+
+TEST_F(Accounts, NothingIsChangedWithoutTheLock) {
+  MakeDirectory(std::string(kFile) + ".lock");
+  EXPECT_EQ(accounts::Create("anna", kPassword, false, {}), Outcome::kFailed);
+  EXPECT_FALSE(Exists(kFile));
+}
+
 TEST_F(Accounts, ANameIsTakenOnce) {
   accounts::Create("anna", kPassword, false, {});
   EXPECT_EQ(accounts::Create("anna", "another password", true, {}), Outcome::kExists);
   EXPECT_TRUE(accounts::Verify("anna", kPassword));
 }
 
-TEST_F(Accounts, AnotherPasswordBeginsAnotherEra) {
+TEST_F(Accounts, ANewPasswordBeginsANewEra) {
   accounts::Create("anna", kPassword, false, {});
   const std::string before = accounts::Find("anna")->era;
   ASSERT_EQ(accounts::SetPassword("anna", "another password"), Outcome::kDone);
@@ -115,7 +138,7 @@ TEST_F(Accounts, AnotherPasswordBeginsAnotherEra) {
   EXPECT_TRUE(accounts::Verify("anna", "another password"));
 }
 
-TEST_F(Accounts, RootsAreWhatThePathsReallyAre) {
+TEST_F(Accounts, RootsAreStoredWithLinksResolved) {
   const std::string films = Folder("/films");
   ASSERT_EQ(symlink(films.c_str(), Path("/link").c_str()), 0);
   accounts::Create("anna", kPassword, false, {});
@@ -125,15 +148,19 @@ TEST_F(Accounts, RootsAreWhatThePathsReallyAre) {
   EXPECT_TRUE(accounts::Find("anna")->roots.empty());
 }
 
-TEST_F(Accounts, WhatDoesNotExistCannotBeChanged) {
+TEST_F(Accounts, AnUnknownAccountCannotBeChanged) {
   EXPECT_EQ(accounts::Remove("anna"), Outcome::kUnknown);
   EXPECT_EQ(accounts::SetPassword("anna", kPassword), Outcome::kUnknown);
   EXPECT_EQ(accounts::GrantRoots("anna", {}), Outcome::kUnknown);
 }
 
-TEST_F(Accounts, ADamagedFileLetsNobodyInAndIsNotWrittenOver) {
+TEST_F(Accounts, ADamagedFileLetsNobodyInAndStaysUnchanged) {
   for (const std::string damage :
        {"", "{", "[]", "7", R"({"anna": 1})", R"({"anna": {"password": "x"}})",
+        R"({"anna": {"password": 1, "era": "", "owner": true, "roots": []}})",
+        R"({"anna": {"password": "x", "era": 1, "owner": true, "roots": []}})",
+        R"({"anna": {"password": "x", "era": "", "owner": 1, "roots": []}})",
+        R"({"anna": {"password": "x", "era": "", "owner": true, "roots": {}}})",
         R"({"anna": {"password": "x", "era": "", "owner": true, "roots": [1]}})"}) {
     Write(kFile, damage);
     EXPECT_TRUE(accounts::AreNeeded()) << damage;
@@ -146,7 +173,7 @@ TEST_F(Accounts, ADamagedFileLetsNobodyInAndIsNotWrittenOver) {
   EXPECT_EQ(accounts::Create("anna", kPassword, true, {}), Outcome::kDamaged);
 }
 
-TEST_F(Accounts, AHashThatIsNoneMatchesNothing) {
+TEST_F(Accounts, AnInvalidHashMatchesNoPassword) {
   for (const std::string& hash : {std::string(), std::string("x"), std::string(5000, '$')}) {
     Json::Value content;
     content["anna"]["password"] = hash;
@@ -159,7 +186,7 @@ TEST_F(Accounts, AHashThatIsNoneMatchesNothing) {
   }
 }
 
-TEST_F(Accounts, ChangesOfSeveralProcessesAllCount) {
+TEST_F(Accounts, SimultaneousChangesAreAllKept) {
   constexpr int kProcesses = 4;
   std::vector<pid_t> children;
   for (int i = 0; i < kProcesses; ++i) {

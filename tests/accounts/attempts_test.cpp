@@ -1,12 +1,14 @@
 #include "accounts/attempts.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <vector>
 
+#include "accounts/secrets.h"
 #include "support/sysroot.h"
 
 namespace {
@@ -33,7 +35,7 @@ class Tries : public test::Sysroot {
   }
 };
 
-TEST_F(Tries, AreLimitedAndSayWhenTheNextOneIsThere) {
+TEST_F(Tries, AreLimitedAndReportTheWaitForTheNextOne) {
   Empty("anna", kNow);
   EXPECT_EQ(Take("anna", kNow), 10);
   EXPECT_EQ(Take("anna", kNow + 4), 6);
@@ -41,7 +43,7 @@ TEST_F(Tries, AreLimitedAndSayWhenTheNextOneIsThere) {
   EXPECT_EQ(Take("anna", kNow + 10), 10);
 }
 
-TEST_F(Tries, RefusedOnesCostNothing) {
+TEST_F(Tries, RefusedOnesDoNotCount) {
   Empty("anna", kNow);
   for (int i = 0; i < 100; ++i) {
     Take("anna", kNow);
@@ -49,20 +51,20 @@ TEST_F(Tries, RefusedOnesCostNothing) {
   EXPECT_EQ(Take("anna", kNow + 10), 0);
 }
 
-TEST_F(Tries, FillUpAgainAndNoFurther) {
+TEST_F(Tries, FillUpAgainToTheLimit) {
   Empty("anna", kNow);
   Empty("anna", kNow + 1000);
   EXPECT_GT(Take("anna", kNow + 1000), 0);
 }
 
-TEST_F(Tries, OfOneAreNoneOfAnother) {
+TEST_F(Tries, AreCountedForEachKey) {
   Empty("anna", kNow);
   EXPECT_EQ(Take("bob", kNow), 0);
   EXPECT_EQ(Take("../../../anna", kNow), 0);
   EXPECT_FALSE(Exists("/anna"));
 }
 
-TEST_F(Tries, OneThatWasRightIsGivenBack) {
+TEST_F(Tries, ARightPasswordUsesUpNone) {
   for (int i = 0; i < 10; ++i) {
     const Attempts attempts("anna", kLimit, kNow);
     ASSERT_EQ(attempts.Take(), 0);
@@ -72,13 +74,13 @@ TEST_F(Tries, OneThatWasRightIsGivenBack) {
   EXPECT_GT(Take("anna", kNow), 0);
 }
 
-TEST_F(Tries, AClockThatWasSetBackKeepsNobodyOut) {
+TEST_F(Tries, AClockThatIsSetBackLocksNobodyOut) {
   Empty("anna", kNow + 1000000);
   EXPECT_EQ(Take("anna", kNow), 10);
   EXPECT_EQ(Take("anna", kNow + 10), 0);
 }
 
-TEST_F(Tries, ADamagedFileIsAFullBucket) {
+TEST_F(Tries, ADamagedFileCountsAsAFullBucket) {
   Empty("anna", kNow);
   for (const std::string damage : {"", "x", "-99999999999999999999999999"}) {
     Write(File(), damage);
@@ -86,7 +88,7 @@ TEST_F(Tries, ADamagedFileIsAFullBucket) {
   }
 }
 
-TEST_F(Tries, OfSeveralProcessesAreNotShared) {
+TEST_F(Tries, SimultaneousRequestsNeverShareOne) {
   constexpr int kProcesses = 8;
   std::vector<pid_t> children;
   for (int i = 0; i < kProcesses; ++i) {
@@ -104,17 +106,31 @@ TEST_F(Tries, OfSeveralProcessesAreNotShared) {
   EXPECT_EQ(taken, kLimit.tries);
 }
 
-TEST_F(Tries, OldBucketsAreSweptAway) {
+TEST_F(Tries, AreRefusedIfTheyCannotBeCounted) {
+  MakeDirectory(std::string(kFolder) + "/" + accounts::DigestOf("anna"));
+  EXPECT_EQ(Take("anna", kNow), 10);
+}
+
+TEST_F(Tries, AreCountedInAFolderThatOthersCannotRead) {
   Take("anna", kNow);
-  Attempts::Sweep(time(nullptr));
+  struct stat status {};
+  ASSERT_EQ(stat(Path(kFolder).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0700U);
+}
+
+TEST_F(Tries, ABucketIsRemovedAfterADayWithoutUse) {
+  constexpr int kDay = 24 * 3600;
+  constexpr int kSlack = 600;
+  Take("anna", kNow);
+  Attempts::Sweep(time(nullptr) + kDay - kSlack);
   EXPECT_FALSE(std::filesystem::is_empty(Path(kFolder)));
-  Attempts::Sweep(time(nullptr) + 2 * 24 * 3600);
+  Attempts::Sweep(time(nullptr) + kDay + kSlack);
   EXPECT_TRUE(std::filesystem::is_empty(Path(kFolder)));
 }
 
-TEST(Clients, AreTheirAddressOrTheirNetworkOfIpv6) {
+TEST(Clients, AreIdentifiedByAddressOrIpv6Network) {
   EXPECT_EQ(accounts::ClientOf("192.0.2.7"), "192.0.2.7");
-  EXPECT_EQ(accounts::ClientOf("2001:db8:1:2:3:4:5:6"), accounts::ClientOf("2001:db8:1:2::9"));
+  EXPECT_EQ(accounts::ClientOf("2001:db8:1:2:ff34:4:5:6"), accounts::ClientOf("2001:db8:1:2::9"));
   EXPECT_NE(accounts::ClientOf("2001:db8:1:2::9"), accounts::ClientOf("2001:db8:1:3::9"));
   EXPECT_EQ(accounts::ClientOf(""), "");
 }

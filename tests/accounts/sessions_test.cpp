@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
+#include "accounts/ownership.h"
 #include "accounts/secrets.h"
 #include "support/sysroot.h"
 
@@ -28,6 +30,12 @@ class Sessions : public test::Sysroot {
     return BeginSession(*accounts::Find("anna"), now);
   }
 
+  struct stat StatusOf(const std::string& path) const {
+    struct stat status {};
+    EXPECT_EQ(lstat(Path(path).c_str(), &status), 0) << path;
+    return status;
+  }
+
   std::vector<std::string> Files() const {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(Path(kFolder))) {
@@ -37,7 +45,7 @@ class Sessions : public test::Sysroot {
   }
 };
 
-TEST_F(Sessions, AnIdStandsForItsAccount) {
+TEST_F(Sessions, AnIdIdentifiesItsAccount) {
   const std::string id = Begin();
   EXPECT_TRUE(accounts::IsSecret(id));
   ASSERT_TRUE(UseSession(id, kNow));
@@ -45,17 +53,43 @@ TEST_F(Sessions, AnIdStandsForItsAccount) {
   EXPECT_NE(Begin(), id);
 }
 
-TEST_F(Sessions, TheIdItselfIsNotKept) {
+TEST_F(Sessions, TheIdItselfIsNotStored) {
   const std::string id = Begin();
   ASSERT_EQ(Files().size(), 1U);
   EXPECT_EQ(Files()[0], accounts::DigestOf(id));
-  EXPECT_EQ(Read(std::string(kFolder) + "/" + Files()[0]).find(id), std::string::npos);
-  struct stat status {};
-  ASSERT_EQ(stat(Path(kFolder).c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0700U);
+  const std::string file = std::string(kFolder) + "/" + Files()[0];
+  EXPECT_EQ(Read(file).find(id), std::string::npos);
+  EXPECT_EQ(StatusOf(kFolder).st_mode & 07777, 0700U);
+  EXPECT_EQ(StatusOf(file).st_mode & 07777, 0600U);
 }
 
-TEST_F(Sessions, UseKeepsOneAliveUntilItIsTooOld) {
+TEST_F(Sessions, WhatRootMakesBelongsToTheFoldersOwner) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  constexpr uid_t kService = 1234;
+  MakeDirectory("/run/mirevo");
+  ASSERT_EQ(chown(Path("/run/mirevo").c_str(), kService, kService), 0);
+  Begin();
+  EXPECT_EQ(StatusOf(kFolder).st_uid, kService);
+  EXPECT_EQ(StatusOf(std::string(kFolder) + "/" + Files().at(0)).st_uid, kService);
+}
+
+TEST_F(Sessions, ALinkIsGivenAwayAndNotWhatItLeadsTo) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  constexpr uid_t kService = 1234;
+  MakeDirectory("/service");
+  ASSERT_EQ(chown(Path("/service").c_str(), kService, kService), 0);
+  Write("/secret", "");
+  ASSERT_EQ(symlink(Path("/secret").c_str(), Path("/service/link").c_str()), 0);
+  accounts::LeaveToFolderOwner(Path("/service/link"));
+  EXPECT_EQ(StatusOf("/service/link").st_uid, kService);
+  EXPECT_EQ(StatusOf("/secret").st_uid, 0U);
+}
+
+TEST_F(Sessions, UseExtendsASessionUntilItIsTooOld) {
   const std::string id = Begin();
   int64_t now = kNow;
   while (now - kNow + accounts::kSessionIdleSeconds <= accounts::kSessionSeconds) {
@@ -72,7 +106,7 @@ TEST_F(Sessions, AnUnusedOneEnds) {
   EXPECT_FALSE(UseSession(id, kNow));
 }
 
-TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
+TEST_F(Sessions, LoggingOutEndsOnlyThatSession) {
   const std::string one = Begin();
   const std::string other = Begin();
   accounts::EndSession(one);
@@ -80,7 +114,7 @@ TEST_F(Sessions, LoggingOutEndsOneAndNoOther) {
   EXPECT_TRUE(UseSession(other, kNow));
 }
 
-TEST_F(Sessions, AnotherPasswordEndsAll) {
+TEST_F(Sessions, ANewPasswordEndsAllSessions) {
   const std::string id = Begin();
   accounts::SetPassword("anna", "another password");
   EXPECT_FALSE(UseSession(id, kNow));
@@ -93,7 +127,7 @@ TEST_F(Sessions, AnAccountOfTheSameNameDoesNotInheritThem) {
   EXPECT_FALSE(UseSession(id, kNow));
 }
 
-TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
+TEST_F(Sessions, AnAccountHasALimitedNumber) {
   const std::string oldest = Begin(kNow - 1);
   for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
     ASSERT_FALSE(Begin().empty());
@@ -102,7 +136,31 @@ TEST_F(Sessions, AnAccountHasSoManyAndNoMore) {
   EXPECT_FALSE(UseSession(oldest, kNow));
 }
 
-TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
+TEST_F(Sessions, OfOtherAccountsDoNotCountAndStay) {
+  accounts::Create("bob", kPassword, false, {});
+  const std::string bobs = BeginSession(*accounts::Find("bob"), kNow - 1);
+  for (int i = 0; i < accounts::kSessionsPerAccount; ++i) {
+    ASSERT_FALSE(Begin().empty());
+  }
+  EXPECT_TRUE(UseSession(bobs, kNow));
+}
+
+TEST_F(Sessions, ALoginRemovesEndedSessions) {
+  Begin();
+  Write(std::string(kFolder) + "/damaged", "");
+  Begin(kNow + accounts::kSessionIdleSeconds + 1);
+  EXPECT_EQ(Files().size(), 1U);
+}
+
+TEST_F(Sessions, AnotherLoginsUnfinishedFileStays) {
+  Begin();
+  const std::string unfinished = std::string(kFolder) + "/" + Files()[0] + ".abc123";
+  Write(unfinished, "");
+  Begin();
+  EXPECT_TRUE(Exists(unfinished));
+}
+
+TEST_F(Sessions, InvalidIdsTouchNothing) {
   Write("/run/mirevo/marker", "here");
   Begin();
   for (const std::string& id :
@@ -115,7 +173,7 @@ TEST_F(Sessions, TextsThatAreNoIdsTouchNothing) {
   EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Sessions, ADamagedFileIsNoSession) {
+TEST_F(Sessions, ADamagedFileGivesNoSession) {
   const std::string id = Begin();
   const std::string path = std::string(kFolder) + "/" + Files()[0];
   for (const std::string damage :
@@ -125,13 +183,23 @@ TEST_F(Sessions, ADamagedFileIsNoSession) {
   }
 }
 
-TEST(Secrets, AreOfOneFormAndNeverTheSame) {
+TEST(Secrets, HaveOneFormAndNeverRepeat) {
   const std::string one = accounts::NewSecret();
   EXPECT_TRUE(accounts::IsSecret(one));
   EXPECT_NE(one, accounts::NewSecret());
   EXPECT_TRUE(accounts::SameSecret(one, one));
   EXPECT_FALSE(accounts::SameSecret(one, one.substr(1)));
   EXPECT_FALSE(accounts::SameSecret(one, accounts::NewSecret()));
+}
+
+TEST(Secrets, HaveNothingThatAnAddressOrAPathWouldRead) {
+  EXPECT_TRUE(accounts::IsSecret(std::string(41, 'a') + "-_"));
+  for (const char c : {'/', '+', '=', '.', '%', '\n', '\0', '\xe4'}) {
+    EXPECT_FALSE(accounts::IsSecret(std::string(42, 'a') + c)) << static_cast<int>(c);
+  }
+  for (int i = 0; i < 64; ++i) {
+    EXPECT_TRUE(accounts::IsSecret(accounts::NewSecret()));
+  }
 }
 
 TEST(Secrets, ADigestIsSha256) {

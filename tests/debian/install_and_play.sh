@@ -41,6 +41,7 @@ cp "$folder"/*.deb "$root/tmp"
 cp "$film" "$root/root/film.mkv"
 cp "$here/inside.sh" "$root/root"
 
+# shellcheck disable=SC2016 # the inner shell expands its own argument
 unshare --mount --pid --fork --kill-child --net bash -c '
   mount --make-rprivate /
   mount -t proc proc "$1/proc"

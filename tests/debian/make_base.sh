@@ -9,6 +9,7 @@ work=$(mktemp -d "$tarball.XXXXXX")
 trap 'rm -rf --one-file-system "$work"' EXIT
 
 # Where this machine's own packages come from.
+# shellcheck disable=SC2016 # apt-get expands these itself
 mirror=$(apt-get indextargets --format '$(CODENAME) $(REPO_URI)' 'Created-By: Packages' |
   sed -n "s/^$VERSION_CODENAME //p" | head -n 1)
 # Packages that this machine has downloaded already need not come again.

@@ -1,8 +1,8 @@
 #!/bin/sh
 # Makes the films that the tests play, with Debian's ffmpeg. Usage: make_media.sh FOLDER
 #
-# A film that exists is left alone; a new one is written aside and renamed, so an interrupted run leaves
-# nothing half and two runs at once do no harm. Every picture carries its time: the luma of the 40 pixel
+# The script keeps films that exist. It writes a new film under another name and renames it, so interrupted
+# and simultaneous runs leave only complete films. Every picture contains its time: the luma of the 40 pixel
 # strip at its top is 16 + 3 per second. The sound is a tone that beeps once a second.
 set -eu
 folder=$1
@@ -23,7 +23,7 @@ film() {
   mv "$temporary" "$folder/$name"
 }
 
-# derive NAME SOURCE OPTIONS...: another film made from one that is there.
+# derive NAME SOURCE OPTIONS...: makes a film from an existing one.
 derive() {
   name=$1 source=$2
   shift 2
@@ -33,19 +33,20 @@ derive() {
   mv "$temporary" "$folder/$name"
 }
 
-x264='-c:v libx264 -preset ultrafast -pix_fmt yuv420p -g 48'
-film h264_ac3.mkv 60 24 $x264 -ac 2 -c:a ac3 -b:a 192k
-film h264_aac.mp4 60 25 $x264 -ac 2 -c:a aac -b:a 128k
+# "$@" from here on: pictures that nearly every client plays.
+set -- -c:v libx264 -preset ultrafast -pix_fmt yuv420p -g 48
+film h264_ac3.mkv 60 24 "$@" -ac 2 -c:a ac3 -b:a 192k
+film h264_aac.mp4 60 25 "$@" -ac 2 -c:a aac -b:a 128k
 film mpeg4_mp3.avi 30 25 -c:v mpeg4 -q:v 5 -c:a libmp3lame -b:a 128k
 film mpeg2_mp2.ts 30 25 -c:v mpeg2video -q:v 5 -g 15 -bf 2 -c:a mp2 -b:a 192k
 film vp9_opus.webm 30 24 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 500k -c:a libopus
 film hevc10_aac.mov 30 24 -c:v libx265 -preset ultrafast -x265-params log-level=error \
   -pix_fmt yuv420p10le -tag:v hvc1 -c:a aac
-# A phone's portrait film: coded lying down, turned by the container.
+# A phone's portrait film: coded in landscape, rotated by the container.
 derive portrait.mp4 h264_aac.mp4 -c copy -metadata:s:v rotate=90
-# The shapes of old television and of the cinema.
-derive tv.mkv h264_ac3.mkv -t 20 -vf crop=480:360:0:0 $x264 -c:a copy
-derive cinema.mkv h264_ac3.mkv -t 20 -vf crop=640:272:0:0 $x264 -c:a copy
+# The aspect ratios of old television and of the cinema.
+derive tv.mkv h264_ac3.mkv -t 20 -vf crop=480:360:0:0 "$@" -c:a copy
+derive cinema.mkv h264_ac3.mkv -t 20 -vf crop=640:272:0:0 "$@" -c:a copy
 derive no_audio.mkv h264_ac3.mkv -map 0:v -c copy
 derive no_video.mka h264_ac3.mkv -map 0:a -c copy
 derive two_audio.mkv h264_ac3.mkv -map 0:v -map 0:a -map 0:a -c:v copy -c:a:0 copy -c:a:1 aac \
@@ -65,7 +66,7 @@ derive two_audio.mkv h264_ac3.mkv -map 0:v -map 0:a -map 0:a -c:v copy -c:a:0 co
 }
 [ -e "$folder/text.mkv" ] || printf 'This is no film.\n' > "$folder/text.mkv"
 [ -e "$folder/empty.mkv" ] || : > "$folder/empty.mkv"
-# A playlist dressed up as a film.
+# A playlist with the name of a film.
 [ -e "$folder/playlist.mkv" ] ||
   printf '#EXTM3U\n#EXT-X-TARGETDURATION:60\n#EXTINF:60,\nh264_aac.mp4\n#EXT-X-ENDLIST\n' > "$folder/playlist.mkv"
 [ -e "$folder/script.mkv" ] ||

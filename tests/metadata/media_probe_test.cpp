@@ -2,18 +2,84 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <utility>
+
+#include "metadata/media_libraries.h"
 #include "metadata/video_metadata.h"
 #include "platform/plat.h"
 #include "support/log_capture.h"
 #include "support/processes.h"
 #include "support/sysroot.h"
+#include "util/media_formats.h"
 
 namespace {
 
+using LibOrvoQMX::MediaLibraries;
 using LibOrvoQMX::VideoMetaData;
 using List = std::vector<std::string>;
 
 constexpr unsigned kUnknownTime = 2217714954;  // the demuxer's mark, in seconds, cut to 32 bits
+
+// One track as a container could describe it.
+struct Track {
+  AVCodecParameters parameters{};
+  AVStream stream{};
+
+  Track() { stream.codecpar = &parameters; }
+  Track(const Track&) = delete;
+  Track& operator=(const Track&) = delete;
+};
+
+struct Sound : Track {
+  explicit Sound(AVCodecID codec) {
+    parameters.codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters.codec_id = codec;
+    parameters.sample_rate = 48000;
+    parameters.ch_layout = AV_CHANNEL_LAYOUT_STEREO;
+  }
+};
+
+struct Picture : Track {
+  Picture() {
+    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters.codec_id = AV_CODEC_ID_MPEG4;
+    parameters.width = 720;
+    parameters.height = 576;
+  }
+};
+
+// Looks on while the probe opens a file.
+class Opening {
+ public:
+  Opening() : media_(const_cast<MediaLibraries&>(*MediaLibraries::Get())) {
+    open_ = std::exchange(media_.avformat_open_input, Look);
+    count = 0;
+  }
+  Opening(const Opening&) = delete;
+  Opening& operator=(const Opening&) = delete;
+  ~Opening() { media_.avformat_open_input = open_; }
+
+  static inline int count = 0;
+  static inline std::string address;
+  static inline std::string formats;
+  static inline std::string protocols;
+
+ private:
+  static int Look(AVFormatContext** context, const char* url, const AVInputFormat* format,
+                  AVDictionary** options) {
+    ++count;
+    address = url;
+    formats = (*context)->format_whitelist;
+    protocols = (*context)->protocol_whitelist;
+    EXPECT_EQ(format, nullptr);
+    EXPECT_EQ(options, nullptr);
+    return open_(context, url, format, options);
+  }
+
+  static inline decltype(MediaLibraries::avformat_open_input) open_ = nullptr;
+  MediaLibraries& media_;
+};
 
 class FilmProbe : public test::Sysroot {
  protected:
@@ -219,27 +285,107 @@ TEST_F(FilmProbe, DividesTheFrameRateInSinglePrecision) {
   EXPECT_EQ(video["framerate_den"], 1001);
 }
 
+// What a container says of uncompressed sound is often wrong.
 TEST_F(FilmProbe, CountsTheBitsOfUncompressedSound) {
+  constexpr int64_t kSaid = 12345;
   const struct {
-    const char* codec;
-    int bitrate;  // stereo at 48 kHz
+    AVCodecID codec;
+    int64_t bitrate;  // stereo at 48 kHz
   } cases[] = {
-      {"pcm_s16le", 1536000}, {"pcm_s16be", 1536000}, {"pcm_u16le", 1536000},
-      {"pcm_u16be", 1536000}, {"pcm_s8", 768000},     {"pcm_u8", 768000},
-      {"pcm_mulaw", 768000},  {"pcm_alaw", 768000},   {"pcm_s24le", 2304000},
-      {"pcm_f32le", 3072000},
+      {AV_CODEC_ID_PCM_S16LE, 1536000}, {AV_CODEC_ID_PCM_S16BE, 1536000},
+      {AV_CODEC_ID_PCM_U16LE, 1536000}, {AV_CODEC_ID_PCM_U16BE, 1536000},
+      {AV_CODEC_ID_PCM_S8, 768000},     {AV_CODEC_ID_PCM_U8, 768000},
+      {AV_CODEC_ID_PCM_MULAW, 768000},  {AV_CODEC_ID_PCM_ALAW, 768000},
+      {AV_CODEC_ID_PCM_S24LE, kSaid},   {AV_CODEC_ID_PCM_S32LE, kSaid},
+      {AV_CODEC_ID_PCM_F32LE, kSaid},   {AV_CODEC_ID_PCM_BLURAY, kSaid},
+      {AV_CODEC_ID_PCM_DVD, kSaid},     {AV_CODEC_ID_AAC, kSaid},
   };
-  List arguments = {"-f", "lavfi", "-i", "sine=r=48000:d=0.2"};
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    arguments.insert(arguments.end(), {"-map", "0", "-c:a:" + std::to_string(i), cases[i].codec});
+  for (const auto& row : cases) {
+    Sound sound(row.codec);
+    sound.parameters.bit_rate = kSaid;
+    EXPECT_EQ(LibOrvoQMX::ParseAudioCodec(&sound.stream)["bitrate"].asInt64(), row.bitrate)
+        << row.codec;
   }
-  arguments.insert(arguments.end(), {"-ac", "2"});
-  const Json::Value document = ProbeOf("sound.nut", arguments);
-  ASSERT_EQ(document["track_info"]["audio"].size(), std::size(cases));
-  for (unsigned i = 0; i < std::size(cases); ++i) {
-    EXPECT_EQ(Audio(document, i)["codec"], cases[i].codec);
-    EXPECT_EQ(Audio(document, i)["bitrate"], cases[i].bitrate) << cases[i].codec;
+}
+
+TEST_F(FilmProbe, TellsSoundWithoutASampleRate) {
+  Sound sound(AV_CODEC_ID_AAC);
+  sound.parameters.sample_rate = 0;
+  const Json::Value track = LibOrvoQMX::ParseAudioCodec(&sound.stream);
+  EXPECT_EQ(track["sample_rate"], 0);
+  EXPECT_FALSE(track.isMember("frequency"));
+}
+
+TEST_F(FilmProbe, TellsAPictureWithoutASize) {
+  Picture picture;
+  picture.parameters.width = 0;
+  picture.parameters.sample_aspect_ratio = {4, 3};
+  picture.stream.sample_aspect_ratio = {4, 3};
+  const Json::Value track = LibOrvoQMX::ParseVideoCodec(&picture.stream);
+  for (const char* key : {"resolutionx", "resolutiony", "display_x", "display_y",
+                          "sample_aspect_ratio_num", "sample_aspect_ratio_den"}) {
+    EXPECT_EQ(track[key].asInt(), 0) << key;
   }
+}
+
+TEST_F(FilmProbe, TakesTheCodecsAspectRatioBeforeTheContainers) {
+  Picture picture;
+  picture.parameters.sample_aspect_ratio = {16, 15};
+  picture.stream.sample_aspect_ratio = {4, 3};
+  const auto numerator = [&] {
+    return LibOrvoQMX::ParseVideoCodec(&picture.stream)["sample_aspect_ratio_num"].asInt();
+  };
+  EXPECT_EQ(numerator(), 16);
+  picture.parameters.sample_aspect_ratio = {0, 1};
+  EXPECT_EQ(numerator(), 4);
+  picture.stream.sample_aspect_ratio = {-1, 1};
+  EXPECT_EQ(numerator(), 0);
+}
+
+TEST_F(FilmProbe, LeavesTheDisplayAloneWhereTheAspectRatioIsNone) {
+  Picture picture;
+  picture.stream.sample_aspect_ratio = {4, 0};
+  const Json::Value track = LibOrvoQMX::ParseVideoCodec(&picture.stream);
+  EXPECT_EQ(track["sample_aspect_ratio_num"], 4U);
+  EXPECT_EQ(track["sample_aspect_ratio_den"], 0U);
+  EXPECT_EQ(track["display_x"], 720);
+  EXPECT_EQ(track["display_y"], 576);
+}
+
+TEST_F(FilmProbe, TellsAFrameRateOnlyWhereThereIsOne) {
+  Picture picture;
+  const struct {
+    AVRational average;
+    bool isTold;
+  } cases[] = {{{25, 1}, true}, {{0, 1}, false}, {{25, 0}, false}};
+  for (const auto& row : cases) {
+    picture.stream.avg_frame_rate = row.average;
+    EXPECT_EQ(LibOrvoQMX::ParseVideoCodec(&picture.stream).isMember("framerate"), row.isTold);
+  }
+}
+
+TEST_F(FilmProbe, TakesNegativeLevelsForZeroAndNoOthers) {
+  Picture picture;
+  for (const int level : {-99, -1, 0, 1, 41}) {
+    picture.parameters.level = level;
+    EXPECT_EQ(LibOrvoQMX::ParseVideoCodec(&picture.stream)["level"], std::max(level, 0));
+  }
+}
+
+TEST_F(FilmProbe, NamesAPixelFormatThatIsUnset) {
+  Picture picture;
+  picture.parameters.format = AV_PIX_FMT_NONE;
+  EXPECT_EQ(LibOrvoQMX::ParseVideoCodec(&picture.stream)["pix_fmt"], "none");
+}
+
+TEST_F(FilmProbe, TellsNothingOfACodecThatIsUnknown) {
+  Picture picture;
+  picture.parameters.codec_id = AV_CODEC_ID_NONE;
+  const Json::Value track = LibOrvoQMX::ParseVideoCodec(&picture.stream);
+  EXPECT_EQ(track["profile"], "");
+  EXPECT_EQ(track["codec"], "");
+  EXPECT_EQ(track["codec_raw"], "");
+  EXPECT_EQ(track["language"], "");
 }
 
 TEST_F(FilmProbe, NamesTheChannelLayout) {
@@ -376,6 +522,81 @@ TEST_F(FilmProbe, TakesAPathForAFileWhateverItLooksLike) {
   ASSERT_EQ(chdir(Root().c_str()), 0);
   EXPECT_EQ(Video(Probe("http:film.webm"))["codec"], "vp9");
   ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST_F(FilmProbe, OpensFilesOnlyAndOnlyFilms) {
+  const Opening opening;
+  Write("/film.webm", test::ReadWhole(test::Film("vp9_opus.webm")));
+  Probe(Path("/film.webm"));
+  EXPECT_EQ(Opening::address, "file:" + Path("/film.webm"));
+  EXPECT_EQ(Opening::protocols, "file");
+  EXPECT_EQ(Opening::formats, orvo::kSelfContainedFormats);
+}
+
+TEST_F(FilmProbe, OpensAFilmOnce) {
+  const Opening opening;
+  Write("/film.webm", test::ReadWhole(test::Film("vp9_opus.webm")));
+  const Json::Value first = Probe(Path("/film.webm"));
+  EXPECT_EQ(Probe(Path("/film.webm")), first);
+  EXPECT_EQ(Opening::count, 1);
+  Write("/film.webm", test::ReadWhole(test::Film("h264_ac3.mkv")));
+  EXPECT_EQ(Video(Probe(Path("/film.webm")))["codec"], "h264");
+  EXPECT_EQ(Opening::count, 2);
+}
+
+// The description that a well-known server puts first into a recording. FFmpeg reads these with a
+// demuxer of their own.
+std::string LiveDescription() {
+  using namespace std::string_literals;
+  const std::string server = "NGINX RTMP (github.com/arut/nginx-rtmp-module)";
+  const std::string data = "\x02\0\x0aonMetaData\x03\0\x06Server\x02\0"s +
+                           static_cast<char>(server.size()) + server + "\0\0\x09"s;
+  const auto size = static_cast<char>(data.size());
+  return "\x12\0\0"s + size + "\0\0\0\0\0\0\0"s + data + "\0\0\0"s +
+         static_cast<char>(data.size() + 11);
+}
+
+TEST_F(FilmProbe, ReadsWhatALiveRecorderWrote) {
+  ProbeOf("live.flv", {"-t", "1", "-i", test::Film("h264_aac.mp4"), "-c", "copy"});
+  std::string content = Read("/live.flv");
+  constexpr size_t kHeader = 13;
+  Write("/live.flv", content.insert(kHeader, LiveDescription()));
+  const Json::Value document = Probe(Path("/live.flv"));
+  EXPECT_EQ(document["container_type"], "live_flv");
+  EXPECT_EQ(Video(document)["codec"], "h264");
+  EXPECT_EQ(Audio(document)["codec"], "aac");
+}
+
+TEST_F(FilmProbe, ReadsTheSoundOfOldCinemasAndConsoles) {
+  const struct {
+    const char* name;
+    const char* rate;
+    const char* channels;
+    const char* codec;
+  } cases[] = {{"cinema.302", "96000", "6", "pcm_s24daud"},
+               {"console.adx", "44100", "2", "adpcm_adx"}};
+  for (const auto& row : cases) {
+    const Json::Value document =
+        ProbeOf(row.name, {"-f", "lavfi", "-i", "sine=d=1", "-ar", row.rate, "-ac", row.channels});
+    EXPECT_EQ(Audio(document)["codec"], row.codec);
+  }
+}
+
+TEST_F(FilmProbe, RefusesInSilence) {
+  testing::internal::CaptureStderr();
+  for (const char* name : {"playlist.mkv", "script.mkv", "text.mkv", "truncated.mp4"}) {
+    Json::Value document(Json::objectValue);
+    VideoMetaData::ReadMetaDataFromFFMPEG(test::Film(name), document);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(FilmProbe, LeavesTheLibrariesAsTalkativeAsTheyWere) {
+  const MediaLibraries& media = *MediaLibraries::Get();
+  media.av_log_set_level(AV_LOG_WARNING);
+  Probe(test::Film("h264_aac.mp4"));
+  EXPECT_EQ(media.av_log_get_level(), AV_LOG_WARNING);
+  media.av_log_set_level(AV_LOG_INFO);
 }
 
 TEST_F(FilmProbe, FollowsNoPlaylistWhateverItsName) {

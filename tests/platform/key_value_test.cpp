@@ -34,6 +34,12 @@ TEST_F(KeyValue, ReadsValuesAsAShellWould) {
       {"unique=a # comment\n", "a"},
       {"unique=\"a # b\"\n", "a # b"},
       {"unique=a#b\n", "a#b"},
+      {"unique=#b\n", "#b"},
+      {"unique=a\\ b\n", "a b"},
+      {"unique=a\\", "a\\"},
+      {"unique=\"\\$a\\`b\\\\c\\d\"\n", "$a`b\\c\\d"},
+      {"unique='a\\b'\n", "a\\b"},
+      {"exported unique=a\n", "(none)"},
       {"unique= # nothing but a comment\n", "(none)"},
       {"  unique=a\n", "a"},
       {"export unique=a\n", "a"},
@@ -65,6 +71,8 @@ TEST_F(KeyValue, RefusesAValueThatDoesNotFitWithItsEnd) {
   EXPECT_EQ(PlatFileGetKeyValue(Path("/conf"), "a", buffer, 4, 0), 3);
   EXPECT_STREQ(buffer, "123");
   EXPECT_EQ(PlatFileGetKeyValue(Path("/conf"), "b", buffer, 4, 0), -1);
+  EXPECT_EQ(PlatFileGetKeyValue(Path("/conf"), "a", buffer, 0, 0), -1);
+  EXPECT_EQ(PlatFileGetKeyValue(Path("/conf"), "a", nullptr, 4, 0), -1);
 }
 
 TEST_F(KeyValue, ChecksAValueExactlyOrWithoutCase) {

@@ -50,13 +50,16 @@ TEST_F(Storage, AnExistingDirectoryIsFineUnlessItMustBeNew) {
   EXPECT_EQ(PlatFSMkdirP(Path("/a"), 1, 1, 0, 0, 0700), -1);
   EXPECT_EQ(errno, EEXIST);
   EXPECT_NE(ModeOf("/a"), 0700U) << "what was there stays as it was";
+  EXPECT_EQ(PlatFSMkdirP(Path("/b/c"), 1, 1, geteuid(), getegid(), 0700), 0);
 }
 
 TEST_F(Storage, AFileInTheWayIsAFailure) {
   Write("/a", "file");
   EXPECT_EQ(PlatFSMkdirP(Path("/a"), 0, 1, 0, 0, 0777), -1);
   EXPECT_EQ(PlatFSMkdirP(Path("/a/b"), 0, 1, 0, 0, 0777), -1);
+  errno = 0;
   EXPECT_EQ(PlatFSMkdirP("", 0, 1, 0, 0, 0777), -1);
+  EXPECT_EQ(errno, EINVAL);
 }
 
 TEST_F(Storage, RootGivesNewDirectoriesAway) {

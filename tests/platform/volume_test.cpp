@@ -36,6 +36,7 @@ class Volume : public test::Sysroot {
     std::vector<PlatVolume> volumes;
     EXPECT_TRUE(VolumeList(volumes));
     std::vector<std::string> paths;
+    paths.reserve(volumes.size());
     for (const PlatVolume& volume : volumes) {
       paths.push_back(volume.mountPath);
     }
@@ -61,10 +62,11 @@ class Volume : public test::Sysroot {
     }
   }
 
-  void MountMemory(const std::string& path, int megabytes, unsigned long flags = 0) const {
+  void MountMemory(const std::string& path, int megabytes, unsigned long flags = 0,
+                   const char* source = "memory") const {
     MakeDirectory(path);
     const std::string size = "size=" + std::to_string(megabytes) + "m";
-    ASSERT_EQ(mount("memory", Path(path).c_str(), "tmpfs", flags, size.c_str()), 0);
+    ASSERT_EQ(mount(source, Path(path).c_str(), "tmpfs", flags, size.c_str()), 0);
   }
 };
 
@@ -80,7 +82,7 @@ TEST_F(Volume, IsADirectoryOfTheSysrootNamedVolumeAndANumber) {
 
 TEST_F(Volume, ListIsTakenFromTheAppliancesFileWhereThereIsOne) {
   MakeDirectory("/mnt/disk");
-  Write("/etc/orvo/volumes", "/mnt/disk\n/mnt/missing\n\nrelative\n/mnt/disk\n");
+  Write("/etc/orvo/volumes", "/mnt/disk\n/mnt/missing\n\n.\n/mnt/disk\n");
   EXPECT_EQ(Listed(), std::vector{Path("/mnt/disk")});
   EXPECT_EQ(Ask(0), (Answer{1, Path("/mnt/disk"), kVolumeExists}));
 }
@@ -115,7 +117,8 @@ TEST_F(Volume, WithTheMostFreeSpaceIsChosen) {
     MountMemory("/volume3", 16);
     EXPECT_EQ(Ask(1 * kMegabyte), (Answer{1, Path("/volume2"), kVolumeExists}));
     EXPECT_EQ(Ask(31 * kMegabyte), (Answer{1, Path("/volume2"), kVolumeExists}));
-    EXPECT_EQ(Ask(33 * kMegabyte), (Answer{0, "", kVolumeExists}));
+    EXPECT_EQ(Ask(32 * kMegabyte), (Answer{1, Path("/volume2"), kVolumeExists}));
+    EXPECT_EQ(Ask(32 * kMegabyte + 1), (Answer{0, "", kVolumeExists}));
     Write("/volume2/filler", std::string(24 * kMegabyte, 'x'));
     EXPECT_EQ(Ask(1 * kMegabyte), (Answer{1, Path("/volume3"), kVolumeExists}));
   });
@@ -131,7 +134,25 @@ TEST_F(Volume, ThatIsReadOnlyIsNotChosenEvenByRoot) {
   });
 }
 
-TEST_F(Volume, IsAMountedDiskWhereThereIsNoSysroot) {
+TEST_F(Volume, IsAMountedDiskThatCanBeWrittenWhereThereIsNoSysroot) {
+  WithMounts([this] {
+    constexpr char kDisk[] = "/dev/disk-of-the-test";
+    MountMemory("/disk", 1, 0, kDisk);
+    MountMemory("/read only", 1, MS_RDONLY, kDisk);
+    MountMemory("/memory", 1);
+    const std::string root = Root();
+    unsetenv("ORVO_SYSROOT");
+    std::vector<std::string> own;
+    for (const std::string& path : Listed()) {
+      if (path.rfind(root, 0) == 0) {
+        own.push_back(path.substr(root.size()));
+      }
+    }
+    EXPECT_EQ(own, std::vector<std::string>{"/disk"});
+  });
+}
+
+TEST_F(Volume, IsNoneOfTheKernelsFileSystems) {
   unsetenv("ORVO_SYSROOT");
   std::vector<PlatVolume> volumes;
   ASSERT_TRUE(VolumeList(volumes));

@@ -1,4 +1,4 @@
-// The ways of playing that are open to a film, and their order.
+// The playback methods of a film, and their order.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
@@ -23,51 +23,51 @@ const info = {
 const can = { plays: () => true, segments: true, nativeHls: false, mp4: true, webm: true };
 const choice = { kind: '', profile: '', audio: '', subtitle: '' };
 
-test('the file itself is played where it can be, then segments, then one stream', () => {
+test('the original file comes first, then HLS, then one stream', () => {
   assert.deepEqual(kindsFor(info, can), ['direct', 'hls', 'http', 'webm']);
   assert.deepEqual(kindsFor(info, { ...can, plays: () => false }), ['hls', 'http', 'webm']);
   assert.deepEqual(kindsFor(info, { ...can, segments: false }), ['direct', 'http', 'webm']);
   assert.deepEqual(kindsFor({ ...info, direct: { fits: false } }, { ...can, mp4: false, segments: false }), ['webm']);
 });
 
-test('a server that tells of the progressive profiles alone may have others all the same', () => {
+test('a server that lists only progressive profiles may still have others', () => {
   const old = { profiles: info.profiles.filter(({ format }) => format === 'http') };
   assert.deepEqual(kindsFor(old, can), ['hls', 'http', 'webm', 'ss']);
 });
 
-test('a chosen way comes first, and the others stay behind it', () => {
+test('a chosen method comes first, and the others follow', () => {
   assert.deepEqual(plan(info, can, { ...choice, kind: 'http' }), ['http', 'direct', 'hls', 'webm']);
   assert.deepEqual(plan(info, can, { ...choice, kind: 'ss' }), ['direct', 'hls', 'http', 'webm']);
 });
 
-test('another sound track or another quality is none of the file itself', () => {
+test('another audio track or quality rules out the original file', () => {
   assert.equal(plan(info, can, { ...choice, audio: '1' })[0], 'direct');
   assert.equal(plan(info, can, { ...choice, audio: '2' })[0], 'hls');
   assert.equal(plan(info, can, { ...choice, kind: 'hls', profile: 'hls_remux' })[0], 'hls');
 });
 
-test('qualities go from the original down, without those that are refused or for other players', () => {
-  assert.deepEqual(qualities(info, 'hls').map(({ text }) => text), ['Original picture', '1080p', '240p']);
+test('qualities go from the original down, without refused ones and those for other players', () => {
+  assert.deepEqual(qualities(info, 'hls').map(({ text }) => text), ['Original quality', '1080p', '240p']);
   assert.deepEqual(qualities(info, 'http').map(({ text }) => text), ['480p']);
 });
 
-test('qualities of the same size are told apart by their rates', () => {
+test('qualities of the same size show their rates', () => {
   const keys = ['smoothstreaming_240p_x264_vb200_vf15_aac_ab40', 'smoothstreaming_hd480_x264_vb1000_vf15_aac_ab96', 'smoothstreaming_240p_x264_vb320_vf15_aac_ab40'];
   const profiles = keys.map((key) => profile(key, 'transcode', { format: 'ss' }));
   assert.deepEqual(qualities({ profiles }, 'ss').map(({ text }) => text), ['480p', '240p, 200 kbit/s', '240p, 320 kbit/s']);
 });
 
-test('a profile has a name for people', () => {
+test('a profile has a readable name', () => {
   const names = ['http_mp4_remux', 'hls_720p_vaapi_vb2500_ab128', 'webm_vp9_360p_vb700_ab96', 'smoothstreaming_240p_x264_vb200_vf15_aac_ab40'];
-  assert.deepEqual(names.map((key) => profileText({ key })), ['Original picture', '720p vaapi', '360p vp9', '240p']);
+  assert.deepEqual(names.map((key) => profileText({ key })), ['Original quality', '720p vaapi', '360p vp9', '240p']);
 });
 
-test('a catch-up hurries, the slower the nearer', () => {
+test('a catch-up is slower near its end', () => {
   assert.ok(isEarly(10, 12) && !isEarly(12, 12) && !isEarly(11.95, 12));
   assert.deepEqual([0.1, 2, 30].map(catchUpRate), [2, 6, 16]);
 });
 
-test('a subtitle is known by its playlist’s address, quoted or not', () => {
+test('the address of a playlist contains the subtitle’s id, quoted or not', () => {
   assert.equal(subtitleIdOf('/a?subtitle_id=%22%2Ffilms%2Fa%20b.srt%22&x=1'), '/films/a b.srt');
   assert.equal(subtitleIdOf('http://h/a?subtitle_id=3'), '3');
   assert.equal(subtitleIdOf('/a'), '');

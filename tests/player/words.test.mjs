@@ -1,4 +1,4 @@
-// What the page says of errors and of waiting.
+// The page’s texts for errors and for waiting.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import { test } from 'node:test';
@@ -17,25 +17,25 @@ test('every reason that the server gives has a sentence and a next step', () => 
   }
 });
 
-test('the server’s own sentence goes before the page’s', () => {
+test('the server’s own sentence replaces the page’s', () => {
   assert.deepEqual(wordsOf({ reason: 'NotFound', message: 'This stream has been closed.' }), {
     sentence: 'This stream has been closed.',
     next: 'Open the film again from the library.',
   });
 });
 
-test('an unknown reason and a mistake of the page have words too', () => {
+test('an unknown reason and an error in the page have texts too', () => {
   assert.equal(wordsOf({ reason: 'Strange', message: '' }).sentence, 'Something went wrong on the server.');
   assert.match(wordsOf(new TypeError('no such thing')).next, /TypeError: no such thing/);
 });
 
-test('only a server without room is busy, and is asked again within bounds', () => {
+test('only a server without a free transcoder is busy, and the wait has bounds', () => {
   assert.ok(isBusy({ reason: 'TransEnable' }) && isBusy({ reason: 'TransEnableOfflineConverting' }));
   assert.ok(!isBusy({ reason: 'TransSapceNotEnough' }));
   assert.deepEqual([{}, { retryAfter: 12.5 }, { retryAfter: 0 }, { retryAfter: 9999 }].map(retrySeconds), [5, 13, 1, 60]);
 });
 
-test('slowness is put down to the encoder where it is the cause', () => {
+test('a slow encoder is named as the cause', () => {
   assert.match(slowWords('media', { transcoder: { speed: 0.62 } }), /0\.6 times/);
   assert.match(slowWords('media', { transcoder: { speed: 3 } }), /first seconds/);
   assert.match(slowWords('opening', null), /not opened/);

@@ -224,7 +224,10 @@ TEST_F(Policy, TheBitRateIsWhatTheSourceCanUse) {
     On(platform, [&] {
       EXPECT_EQ(rate("h264", 1920, 1080, 2000000, 3000000), 3000000U);
       EXPECT_EQ(rate("h264", 1920, 1080, 2000000, 3000001), 3000000U);
+      EXPECT_EQ(rate("h264", 1920, 1080, 2500000, 3000000), 3000000U) << "compared after the cut";
       EXPECT_EQ(rate("h264", 1920, 1080, 1000000, 3000000), 1500000U);
+      EXPECT_EQ(rate("hevc", 1920, 1080, 900000, 3000000), 2700000U);
+      EXPECT_EQ(rate("hevc", 1920, 1080, 1100000, 3000000), 3000000U);
       EXPECT_EQ(rate("hevc", 1920, 1080, 1000000, 9000000), 3000000U);
       EXPECT_EQ(rate("h264", 3840, 2160, 9000000, 3000000), 6000000U);
       EXPECT_EQ(rate("h264", 3840, 2160, 2000000, 3000000), 4000000U);

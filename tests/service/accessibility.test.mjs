@@ -1,4 +1,4 @@
-// Every page, in light and dark and on a phone, as axe judges it.
+// axe checks every page, in light and dark mode and on a phone.
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
 import { after, before, test } from 'node:test';
@@ -27,7 +27,7 @@ after(async () => {
   await service.stop();
 });
 
-// What axe finds serious or critical on the page as it is.
+// The serious and critical findings of axe on the current page.
 async function faults(page) {
   const found = await page.evaluate(async () => {
     const { violations } = await window.axe.run(document, { resultTypes: ['violations'] });
@@ -38,13 +38,13 @@ async function faults(page) {
 
 const begun = { path: 'x', encoded_path: filmPath('long.mkv'), name: 'long.mkv', position: 100, duration: 300, finished: false, time: 1 };
 
-// The pages, each with how to come to it.
+// The pages: a name, a function that waits for the page, and its address.
 const PAGES = [
   ['the library', async ({ page }) => page.getByRole('link', { name: /h264_ac3/ }).waitFor(), ''],
-  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films called' }).waitFor(), '#/search?q=h264'],
+  ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films named' }).waitFor(), '#/search?q=h264'],
   ['a film', async ({ page }) => {
-    await page.getByText('All ways of playing it').click();
-    await page.getByRole('region', { name: 'Ways of playing this film' }).waitFor();
+    await page.getByText('All playback methods and qualities').click();
+    await page.getByRole('region', { name: 'Playback methods of this film' }).waitFor();
   }, `#/film${filmPath('two_audio.mkv')}`],
   ['the player', async (viewer) => {
     await viewer.playing();
@@ -53,11 +53,11 @@ const PAGES = [
     await viewer.page.keyboard.press('k');
     await viewer.page.evaluate(() => document.activeElement.blur());
     await viewer.page.keyboard.press('s');
-    await viewer.page.getByText('First picture').waitFor();
+    await viewer.page.getByText('Startup time').waitFor();
   }, `#/play${filmPath('two_audio.mkv')}?t=0`],
   ['the help', async ({ page }) => {
     await page.keyboard.press('?');
-    await page.getByRole('dialog', { name: 'Keys' }).waitFor();
+    await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor();
   }, null],
   ['the server', async ({ page }) => page.getByRole('heading', { name: 'Disks' }).waitFor(), '#/status'],
 ];
@@ -80,7 +80,7 @@ for (const [name, options] of Object.entries(SCREENS)) {
   });
 }
 
-test('nothing serious is found in the login', async () => {
+test('axe finds nothing serious in the login dialog', async () => {
   const viewer = await Viewer.open(browser, service, { bypassCSP: true });
   await viewer.page.addInitScript({ path: axe });
   await answerFor(viewer.page, { 'Auth.who': () => ({ login_required: true, account: null, owner: false }) });

@@ -1,4 +1,4 @@
-// Who may use a running service, from where, and under which name.
+// Access to a running service: accounts, sessions, links, foreign pages and addresses.
 import assert from 'node:assert/strict';
 import { execFile, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
@@ -14,12 +14,12 @@ const run = promisify(execFile);
 const transcode = { profile: 'http_mp4_240p_vb300_ab96' };
 const password = (name) => `${name}'s "pass" & word`;
 const foreign = 'https://tv.example';
-let folder; // holds a media root of anna's and one that bob sees too
+let folder; // contains a media root that only anna sees, and one that bob sees too
 let service;
 let anna;
 let bob;
 
-// Somebody who has logged in.
+// A client that has logged in.
 class Viewer {
   constructor(where, name, login) {
     Object.assign(this, { where, name, sid: login?._sid ?? '' });
@@ -50,7 +50,7 @@ async function post(where, api, method, parameters = {}, headers = {}) {
   return { status: response.status, headers: response.headers, ...(await response.json()) };
 }
 
-// A request with exactly these headers, as no fetch would send it.
+// Sends a request with exactly these headers; fetch would not allow that.
 async function raw(address, { method = 'GET', headers = {} } = {}) {
   const request = http.request(address, { method, headers }).end();
   const [response] = await once(request, 'response');
@@ -58,7 +58,7 @@ async function raw(address, { method = 'GET', headers = {} } = {}) {
   return { status: response.statusCode, headers: response.headers, text: Buffer.concat(chunks).toString() };
 }
 
-// The status with which the address answers somebody who has nothing else.
+// The status of a request for the address without any session.
 async function alone(address) {
   const response = await fetch(address);
   await response.body.cancel();
@@ -96,7 +96,7 @@ after(async () => {
   fs.rmSync(folder, { recursive: true });
 });
 
-test('without a login there is only the page and the question who one is', async () => {
+test('without a login the page and who answer, and other calls are refused', async () => {
   assert.equal(await alone(`${service.address}/`), 200);
   const { data } = await service.call('Auth', 'who');
   assert.deepEqual(data, { login_required: true, account: '', owner: false });
@@ -116,7 +116,7 @@ test('without a login there is only the page and the question who one is', async
   assert.deepEqual(service.streamFolders(), []);
 });
 
-test('a login gives a session that proves itself as a parameter and as a cookie', async () => {
+test('a login gives a session that works as a parameter and as a cookie', async () => {
   const { status, data, headers } = await post(service, 'Auth', 'login', { account: 'bob', passwd: password('bob') });
   assert.equal(status, 200);
   assert.match(data._sid, /^[\w-]{43}$/);
@@ -141,13 +141,13 @@ test('a wrong password and a wrong name get the same answer', async () => {
   assert.equal(wrong.headers.get('set-cookie'), null);
 });
 
-test('a login never stands in an address', async () => {
+test('a login is refused in an address', async () => {
   const answer = await service.call('Auth', 'login', { account: 'bob', passwd: password('bob') });
   assert.equal(answer.status, 405);
   assert.match(answer.headers.get('allow'), /POST/);
 });
 
-test('a logout ends the session and takes the cookie back', async () => {
+test('a logout ends the session and deletes the cookie', async () => {
   const viewer = await Viewer.login(service, 'bob');
   await refuses(viewer.call('Auth', 'logout'), 405);
   const { headers } = await refuses(post(service, 'Auth', 'logout', { _sid: viewer.sid }), 200);
@@ -156,7 +156,7 @@ test('a logout ends the session and takes the cookie back', async () => {
   await refuses(bob.call('Library', 'list'), 200);
 });
 
-test('a session that nobody has used for a month has ended', async () => {
+test('a session ends after a month without use', async () => {
   const known = sessionFiles();
   const viewer = await Viewer.login(service, 'bob');
   await refuses(viewer.call('Library', 'list'), 200);
@@ -167,7 +167,7 @@ test('a session that nobody has used for a month has ended', async () => {
   assert.ok(!sessionFiles().includes(file));
 });
 
-test('another password ends the sessions and the links of an account', async () => {
+test('a new password ends the sessions and the links of an account', async () => {
   service.account(['add', 'carl'], password('carl'));
   const carl = await Viewer.login(service, 'carl');
   const stream = await carl.open('shared/film.mkv', { format: 'hls' });
@@ -181,7 +181,7 @@ test('another password ends the sessions and the links of an account', async () 
   await refuses(again.call('Library', 'list'), 401);
 });
 
-test('ids that are none let nobody in and touch nothing', async () => {
+test('invalid ids give no access and touch nothing', async () => {
   const marker = path.join(service.root, 'run/mirevo/marker');
   fs.writeFileSync(marker, 'here');
   const sessions = sessionFiles();
@@ -227,7 +227,7 @@ test('the link of a progressive stream plays it and opens nothing else', async (
   ]) {
     await refuses(service.call(api, method, { ...parameters, _sid: link }), status);
   }
-  // Of two names the one counts that the link is looked at for.
+  // If a request has two names for the stream, the link is checked against the one that is used.
   const { status } = await service.call('Streaming', 'close', { ...both, stream_id: other.stream_id, id });
   assert.equal(status, 401);
   assert.equal(await alone(service.query('Subtitle', 'get', { ...both, subtitle_id: subtitle })), 200);
@@ -250,7 +250,7 @@ test('every address of a segmented stream carries its link', async () => {
     seen.push(address);
     if (!text.startsWith('#EXTM3U')) return;
     const next = [...text.matchAll(/^[^#\n].*$|URI="([^"]*)"/gm)].map(([line, uri]) => uri ?? line);
-    // A film's first pieces tell enough.
+    // The first segments are enough for this check.
     for (const piece of next.slice(0, 3)) await visit(new URL(piece, address).href);
   };
   await visit(stream.url);
@@ -282,7 +282,7 @@ test('a joined stream keeps its link', async () => {
   await bob.close(stream);
 });
 
-test('a stream is its account\'s alone, and the owner\'s', async () => {
+test('only its account and an owner can use a stream', async () => {
   service.account(['add', 'dora'], password('dora'));
   const dora = await Viewer.login(service, 'dora');
   const stream = await bob.open('shared/film.mkv', { format: 'hls' });
@@ -304,7 +304,7 @@ test('a stream is its account\'s alone, and the owner\'s', async () => {
   service.account(['remove', 'dora']);
 });
 
-test('an account sees what its media folders hold, and so do its links', async () => {
+test('an account and its links reach only its media folders', async () => {
   const { data } = await bob.call('Library', 'list');
   assert.deepEqual(data.folders.map(({ path: name }) => name), [path.join(folder, 'shared')]);
   const shared = await bob.call('Library', 'list', { path: path.join(folder, 'shared') });
@@ -340,14 +340,14 @@ test('an account whose media folder is gone sees nothing', async () => {
   service.account(['grant', 'bob', path.join(folder, 'shared')]);
 });
 
-test('the status is for the owner', async () => {
+test('only an owner sees the status', async () => {
   await refuses(bob.call('Status', 'get'), 403);
   await refuses(anna.call('Status', 'get'), 200);
   const { stdout } = await run(path.join(build, 'target/bin/mirevo'), ['status'], { env: service.environment });
-  assert.match(stdout, /0 streams/, 'whoever runs the service needs no password on its machine');
+  assert.match(stdout, /0 streams/, 'the user who runs the service needs no password on its machine');
 });
 
-test('a name that is not the server\'s gets neither page nor answer', async () => {
+test('a request under a foreign host name gets neither page nor answer', async () => {
   const { port } = new URL(service.address);
   const status = async (host, address) => (await raw(address, { headers: { Host: host } })).status;
   for (const host of [`localhost:${port}`, `127.0.0.1:${port}`, `[::1]:${port}`, 'films.lan', 'Films.LAN:1']) {
@@ -361,7 +361,7 @@ test('a name that is not the server\'s gets neither page nor answer', async () =
   }
 });
 
-test('pages of other servers reach nothing, whatever the browser says of them', async () => {
+test('pages of other servers reach nothing, whichever headers the browser sends', async () => {
   const open = service.query('Streaming', 'open', { format: 'http', path: path.join(folder, 'shared/film.mkv') });
   const cookie = { Cookie: `_sid=${bob.sid}` };
   for (const headers of [
@@ -395,13 +395,13 @@ test('a page on the list plays a link and reads the answers', async () => {
     assert.equal(headers.vary, 'Origin');
     assert.equal(headers['access-control-allow-credentials'], undefined);
   }
-  // A media element says what its page is, if anything, in the Referer.
+  // A media element names its page in the Referer, if at all.
   const embedded = { 'Sec-Fetch-Site': 'cross-site', 'Sec-Fetch-Mode': 'no-cors', Referer: `${foreign}/` };
   assert.equal((await raw(stream.url, { headers: embedded })).status, 200);
   await bob.close(stream);
 });
 
-test('OPTIONS says what may be asked, and by whom', async () => {
+test('OPTIONS names the allowed methods, headers and origins', async () => {
   const address = `${service.address}/webapi/entry.cgi`;
   const plain = await raw(address, { method: 'OPTIONS' });
   assert.equal(plain.status, 204);
@@ -421,7 +421,7 @@ test('OPTIONS says what may be asked, and by whom', async () => {
   }
 });
 
-test('answers forbid what pages could be made to do with them', async () => {
+test('answers carry the headers that protect pages', async () => {
   for (const address of [`${service.address}/`, service.query('Auth', 'who')]) {
     const { headers } = await raw(address);
     assert.equal(headers['x-content-type-options'], 'nosniff');
@@ -431,8 +431,8 @@ test('answers forbid what pages could be made to do with them', async () => {
   }
 });
 
-test('whoever guesses has to wait, and nobody else', async () => {
-  // One where nobody has guessed yet: the client's address has a limit of its own.
+test('a client that guesses passwords must wait, and no other client', async () => {
+  // A new service, because the client's address has a limit of its own too.
   const own = Service.prepare();
   for (const name of ['eve', 'bob']) own.account(['add', name], password(name));
   await own.serve([folder]);
@@ -448,7 +448,7 @@ test('whoever guesses has to wait, and nobody else', async () => {
   await own.stop();
 });
 
-test('other machines are only let in where there are accounts', async () => {
+test('the service listens beyond this machine only with accounts', async () => {
   const own = Service.prepare();
   const refused = spawnSync(
     path.join(build, 'target/bin/mirevo-serve'),
@@ -471,7 +471,7 @@ test('other machines are only let in where there are accounts', async () => {
   await own.stop();
 });
 
-test('a service without accounts asks for none, and still nothing of foreign pages', async () => {
+test('a service without accounts needs no login and still refuses foreign pages', async () => {
   const own = await Service.start([folder]);
   assert.deepEqual((await own.call('Auth', 'who')).data, { login_required: false, account: '', owner: true });
   await refuses(post(own, 'Auth', 'login', { account: 'anna', passwd: password('anna') }), 400);
@@ -486,7 +486,7 @@ test('a service without accounts asks for none, and still nothing of foreign pag
   await own.stop();
 });
 
-test('with a certificate everything is encrypted, and players play', async () => {
+test('with a certificate the service speaks only HTTPS, and players play', async () => {
   const own = Service.prepare();
   const certificate = path.join(own.root, 'certificate.pem');
   const key = path.join(own.root, 'key.pem');

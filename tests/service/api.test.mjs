@@ -8,7 +8,7 @@ import { eventually, media, Service } from './support.mjs';
 
 const film = path.join(media, 'h264_ac3.mkv');
 let service;
-let folder; // a media root with odd names, inside the service's own root
+let folder; // a media root with odd names, inside the service's root
 
 before(async () => {
   folder = fs.mkdtempSync(path.join(media, '../odd-'));
@@ -55,7 +55,7 @@ test('a folder lists its folders and films with size and time', async () => {
   assert.ok(data.files[0].mtime > 0);
 });
 
-test('info says what each profile would do and why', async () => {
+test('info explains what each profile does and why', async () => {
   const { data } = await service.call('Library', 'info', { path: path.join(media, 'hevc10_aac.mov') });
   assert.equal(data.metadata.track_info.video[0].codec, 'hevc');
   const remux = data.profiles.find(({ key }) => key === 'http_mp4_remux');
@@ -81,13 +81,13 @@ test('odd names play', async () => {
   }
 });
 
-test('quotes around a value that holds quotes are only quotes', async () => {
+test('quotes around a value that contains quotes are plain characters', async () => {
   const name = 'a "b" & <c>\n%s.mkv';
   const answer = await service.call('Library', 'info', { path: `"${path.join(folder, name)}"` });
   assert.equal(answer.data.metadata.path, path.join(fs.realpathSync(folder), name));
 });
 
-test('a name that is not UTF-8 is refused with a sentence', async () => {
+test('a name that is not UTF-8 is refused with a clear message', async () => {
   const { data } = await service.call('Library', 'list', { path: folder });
   const entry = data.files.find(({ encoded_path: encoded }) => encoded.includes('%E9'));
   const response = await fetch(`${service.query('Streaming', 'open', { format: 'http' })}&path=${entry.encoded_path}`);
@@ -95,7 +95,7 @@ test('a name that is not UTF-8 is refused with a sentence', async () => {
   assert.match((await response.json()).error.message, /UTF-8/);
 });
 
-test('paths are only served from below a media root', async () => {
+test('only paths below a media root are served', async () => {
   await refuses(open({ path: '/etc/passwd' }), 403, 'Forbidden');
   await refuses(open({ path: '/etc/nothing' }), 403, 'Forbidden');
   await refuses(open({ path: `${media}/../../../../../../../../etc/passwd` }), 403, 'Forbidden');
@@ -104,7 +104,7 @@ test('paths are only served from below a media root', async () => {
   await refuses(service.call('Library', 'info', { path: '/etc/passwd' }), 403, 'Forbidden');
 });
 
-test('what is no film is refused', async () => {
+test('a file that is not a film is refused', async () => {
   await refuses(open({ path: `${media}/nothing.mkv` }), 404, 'NotFound');
   await refuses(open({ path: media }), 400, 'BadRequest');
   await refuses(open({ path: 'h264_ac3.mkv' }), 400, 'BadRequest');
@@ -114,7 +114,7 @@ test('what is no film is refused', async () => {
   }
 });
 
-test('calls that are not calls are refused', async () => {
+test('unknown and malformed calls are refused', async () => {
   const get = async (query) => {
     const response = await fetch(`${service.address}/webapi/entry.cgi?${query}`);
     return { status: response.status, ...(await response.json()) };
@@ -131,7 +131,7 @@ test('calls that are not calls are refused', async () => {
   await refuses(open({ path: path.join(media, 'vp9_opus.webm'), profile: 'http_mp4_remux' }), 415, 'TransVideoNotSupported');
 });
 
-test('ids that are not ids touch nothing', async () => {
+test('invalid ids touch nothing', async () => {
   const marker = path.join(service.root, 'marker');
   fs.writeFileSync(marker, 'here');
   const foreign = `${'0'.repeat(32)}_AAAAAAAA`;
@@ -146,14 +146,14 @@ test('ids that are not ids touch nothing', async () => {
   assert.equal(fs.readFileSync(marker, 'utf8'), 'here');
 });
 
-test('a form says the same as a query, plain or as JSON texts', async () => {
+test('a form means the same as a query, plain or as JSON texts', async () => {
   const body = new URLSearchParams({ api: '"ORVO.Mirevo2.Library"', version: 1, method: 'info', path: JSON.stringify(film) });
   const response = await fetch(`${service.address}/webapi/entry.cgi`, { method: 'POST', body });
   const { data } = await response.json();
   assert.equal(data.metadata.path, fs.realpathSync(film));
 });
 
-test('a body that is no form, or too long, is refused', async () => {
+test('a body that is not a form, or is too long, is refused', async () => {
   const post = async (headers, body) =>
     (await fetch(`${service.address}/webapi/entry.cgi`, { method: 'POST', headers, body })).status;
   assert.equal(await post({ 'Content-Type': 'application/json' }, '{}'), 400);
@@ -176,7 +176,7 @@ test('the status names platform, limits and volumes', async () => {
   assert.equal(data.volumes[0].path, path.join(service.root, 'volume1'));
 });
 
-test('the page and nothing beside it is served', async () => {
+test('the page is served and no other file', async () => {
   const page = await fetch(`${service.address}/`);
   assert.equal(page.status, 200);
   assert.match(page.headers.get('content-type'), /^text\/html/);
@@ -212,7 +212,7 @@ test('a card has the facts of a film as it is displayed', async () => {
   await refuses(service.call('Library', 'card', { path: path.join(media, 'zeros.mkv') }), 415, 'TransVideoNotSupported');
 });
 
-test('a picture is made once and then asked for by its tag', async () => {
+test('a picture is made once and then checked by its tag', async () => {
   const address = service.query('Library', 'poster', { path: film, width: 64 });
   const first = await fetch(address);
   assert.equal(first.status, 200);
@@ -228,7 +228,7 @@ test('a picture is made once and then asked for by its tag', async () => {
   assert.equal(head.headers.get('etag'), tag);
 });
 
-test('a thumbnail stands for ten seconds', async () => {
+test('a thumbnail covers ten seconds', async () => {
   const at = async (time) => {
     const response = await fetch(service.query('Library', 'thumbnail', { path: film, time }));
     return Buffer.from(await response.arrayBuffer());
@@ -244,13 +244,13 @@ test('a thumbnail stands for ten seconds', async () => {
   }
 });
 
-test('what a playlist names is no picture', async () => {
+test('a playlist gives no picture', async () => {
   for (const name of ['playlist.mkv', 'script.mkv', 'no_video.mka']) {
     await refuses(service.call('Library', 'poster', { path: path.join(media, name) }), 415, 'TransVideoNotSupported');
   }
 });
 
-test('a page of posters is served however many are asked for at once', async () => {
+test('all posters of a page are served, however many are requested at once', async () => {
   const widths = Array.from({ length: 12 }, (_, index) => 100 + 2 * index);
   const answers = await Promise.all(widths.map((width) => fetch(service.query('Library', 'poster', { path: film, width }))));
   for (const answer of answers) {
@@ -259,7 +259,7 @@ test('a page of posters is served however many are asked for at once', async () 
   }
 });
 
-test('what was watched is kept, newest first, until the film is gone', async () => {
+test('the history lists watched films, newest first, until they are deleted', async () => {
   const passing = path.join(folder, 'passing.mkv');
   fs.copyFileSync(film, passing);
   assert.deepEqual((await service.call('History', 'get', { path: passing })).data, { position: 0, duration: 0, finished: false });
@@ -277,7 +277,7 @@ test('what was watched is kept, newest first, until the film is gone', async () 
   assert.deepEqual(await names(), []);
 });
 
-test('a damaged history is an empty one', async () => {
+test('a damaged history counts as empty', async () => {
   const file = path.join(service.root, 'var/packages/Mirevo/etc/history/all.json');
   for (const content of ['{', '[1,{"path":5}]', '"text"']) {
     fs.writeFileSync(file, content);
@@ -288,7 +288,7 @@ test('a damaged history is an empty one', async () => {
   await post('History', 'remove', {});
 });
 
-test('what cannot be a position is not kept', async () => {
+test('an invalid position is not saved', async () => {
   for (const wrong of [{ position: -1 }, { position: 70 }, { position: 'x' }, { duration: '' }]) {
     assert.equal((await post('History', 'save', { path: film, position: 1, duration: 60, ...wrong })).status, 400);
   }
@@ -296,7 +296,7 @@ test('what cannot be a position is not kept', async () => {
   assert.deepEqual((await service.call('History', 'list')).data, { items: [] });
 });
 
-test('a film plays directly whatever it is called, whole and in parts', async () => {
+test('a film with any name plays directly, whole and in ranges', async () => {
   const whole = fs.readFileSync(film);
   for (const name of ['a "b" & <c>\n%s.mkv', 'two  blanks.mkv', "it's.mkv"]) {
     const { data } = await openDirect(path.join(folder, name));
@@ -325,14 +325,14 @@ test('a film plays directly whatever it is called, whole and in parts', async ()
   }
 });
 
-test('a client gets a film directly only if it plays it', async () => {
+test('a client gets the original file only if it can play it', async () => {
   const { error } = await openDirect(path.join(media, 'mpeg4_mp3.avi'), { headers: { 'User-Agent': 'Mozilla/5.0 Firefox/120.0' } });
   assert.equal(error.reason, 'TransVideoNotSupported');
   assert.match(error.message, /avi/);
   assert.deepEqual(service.streamFolders(), []);
 });
 
-test('a direct stream needs no transcoder and is told of like the others', async () => {
+test('a direct stream needs no transcoder and appears in the status', async () => {
   const { data: stream } = await openDirect(film);
   const { data: state } = await service.call('Streaming', 'state', { format: 'direct', stream_id: stream.stream_id });
   assert.deepEqual({ ...state, why: '' }, { method: 'direct', why: '', profile: 'direct', duration: 60, transcoder: null });
@@ -349,7 +349,7 @@ test('a direct stream needs no transcoder and is told of like the others', async
   assert.ok(recent.length <= 50);
 });
 
-test('a segment has a tag and its bytes, a playlist is asked for anew', async () => {
+test('a segment has a tag and ranges, a playlist is not cached', async () => {
   const { data: stream } = await service.call('Streaming', 'open', { format: 'hls', path: film });
   const master = await fetch(stream.url);
   assert.match(master.headers.get('cache-control'), /no-cache/);
@@ -387,7 +387,7 @@ test('each request for a stream counts as its use', async () => {
   await service.isQuiet();
 });
 
-test('who finds the transcoder taken is told when to come again', async () => {
+test('a viewer who finds no free transcoder is told when to try again', async () => {
   const first = await service.open(path.join(media, 'vp9_opus.webm'));
   const response = await fetch(first.url);
   await eventually(() => (service.registry().length === 1 ? true : undefined));

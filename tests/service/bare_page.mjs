@@ -1,12 +1,12 @@
-// A page of the service's own origin with nothing on it but a video element, for players that bring
-// their own scripts.
+// A page of the service's origin that contains only a video element, for players with scripts of their
+// own.
 import { fileURLToPath } from 'node:url';
 
 import { launch } from './page.mjs';
 
 const html = '<!doctype html><title>Bare page</title><video id="video" style="width: 100%"></video>';
 
-// Opens the page with the scripts (files below node_modules) loaded; `use` drives it.
+// Opens the page, loads the scripts (files below node_modules) and calls `use` with it.
 export async function withBarePage(service, scripts, use) {
   const browser = await launch();
   try {
@@ -25,12 +25,12 @@ export async function withBarePage(service, scripts, use) {
   }
 }
 
-// Returns when the film has been playing for half a second behind `second`.
+// Returns when the film has played for half a second after `second`.
 export const plays = (page, second) =>
   page.waitForFunction((from) => document.getElementById('video').currentTime > from + 0.5, second);
 
-// The second of the film that the picture itself shows, and that of the player's clock at that moment:
-// the luma of the picture's upper edge is 16 + 3 a second.
+// The second of the film in the picture itself, and on the player's clock at that moment. The luma of the
+// picture's upper edge is 16 + 3 per second.
 export const shownSecond = (page) =>
   page.evaluate(
     () =>
@@ -48,7 +48,7 @@ export const shownSecond = (page) =>
       }),
   );
 
-// How the playing went so far.
+// Statistics of the playback so far.
 export const playback = (page) =>
   page.evaluate(() => {
     const video = document.getElementById('video');

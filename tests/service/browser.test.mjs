@@ -1,4 +1,4 @@
-// Films in a real browser, in every way in which the page plays them.
+// Films in a real browser, with each playback method of the page.
 import assert from 'node:assert/strict';
 import { after, afterEach, before, beforeEach, test } from 'node:test';
 
@@ -53,7 +53,7 @@ for (const [kind, names] of Object.entries(byKind)) {
       assert.ok(Math.abs(landed.time - middle) < 1, `landed at ${landed.time}`);
       assert.match(landed.clock, new RegExp(`^0:${middle}|^0:${middle + 1}`));
       if (name !== 'portrait.mp4') {
-        // A turned picture has its clock at the side.
+        // A rotated picture has its clock at the side.
         await viewer.isInStep();
       }
       await viewer.page.waitForFunction((from) => document.getElementById('video').currentTime > from + 1, landed.time);
@@ -73,7 +73,7 @@ test('a film without sound plays', async () => {
   await viewer.playing();
 });
 
-test('another quality goes on where the film was', async () => {
+test('a change of quality keeps the position', async () => {
   await viewer.watch('h264_ac3.mkv', { kind: 'http' });
   await viewer.playing();
   await viewer.seekTo(20);
@@ -83,12 +83,12 @@ test('another quality goes on where the film was', async () => {
     return video.videoHeight === 240 && video.readyState >= 3;
   });
   const { time } = await viewer.state();
-  // The page asks for a whole second, and sound may begin a frame before it.
+  // The page requests a whole second, and sound may begin one frame earlier.
   assert.ok(time > 18.5 && time < 24, `goes on at ${time}`);
   assert.match(await viewer.page.locator('#why').textContent(), /re-encoded/);
 });
 
-test('what cannot be played is said in a sentence', async () => {
+test('a file that cannot be played gets a clear message', async () => {
   await viewer.go();
   await viewer.page.getByRole('link', { name: 'text.mkv' }).click();
   await viewer.page.waitForFunction(() => document.getElementById('message').textContent !== '');

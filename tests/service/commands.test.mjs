@@ -1,4 +1,4 @@
-// The program mirevo, as people and scripts use it.
+// The program mirevo, as people and scripts call it.
 import assert from 'node:assert/strict';
 import { execFile, spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -11,7 +11,7 @@ import { build, eventually, media, processesWith, Service } from './support.mjs'
 const program = path.join(build, 'target/bin/mirevo');
 const film = path.join(media, 'h264_ac3.mkv');
 let service;
-let films; // a folder that may be written to
+let films; // a writable folder
 
 before(async () => {
   service = await Service.start([media]);
@@ -21,7 +21,7 @@ before(async () => {
 
 after(() => service.stop());
 
-// Runs a command to its end, in the service's system root or another.
+// Runs a command to its end, in the service's system root or in another one.
 function mirevo(options, root = service.root) {
   return new Promise((resolve) => {
     execFile(program, options, { env: { ...process.env, ORVO_SYSROOT: root } }, (error, stdout, stderr) =>
@@ -35,7 +35,7 @@ async function json(options) {
   return { code, stderr, data: stdout ? JSON.parse(stdout) : undefined };
 }
 
-// The commands and their long options, as the help prints them.
+// The commands and their long options from the help.
 async function helpOf(command) {
   const { stdout } = await mirevo([...command, '--help']);
   return {
@@ -57,7 +57,7 @@ test('probe prints a table for people', async () => {
   assert.match(stdout, /^1 +audio +ac3 +eng +2 channels 48000 Hz$/m);
 });
 
-test('explain names the default, its command and what that becomes', async () => {
+test('explain shows the default, its command and FFmpeg\'s command', async () => {
   const { code, stdout } = await mirevo(['explain', film, '--device', 'firefox']);
   assert.equal(code, 0);
   assert.match(stdout, /is not played by Firefox/);
@@ -72,7 +72,7 @@ test('explain shows one profile, of one format', async () => {
   assert.equal((await mirevo(['explain', film, '--profile', 'nonsense'])).code, 1);
 });
 
-test('play opens a stream whose address plays', async () => {
+test('play opens a stream and prints an address that plays', async () => {
   const { code, stdout } = await mirevo(['play', film]);
   assert.equal(code, 0);
   const response = await fetch(stdout.trim(), { method: 'HEAD' });
@@ -85,7 +85,7 @@ test('play opens a stream whose address plays', async () => {
   }
 });
 
-test('play says why it cannot', async () => {
+test('play reports the reason of a failure', async () => {
   const outside = path.join(service.root, 'outside.mkv');
   fs.copyFileSync(film, outside);
   const rows = [
@@ -103,7 +103,7 @@ test('play says why it cannot', async () => {
   }
 });
 
-test('without a service, play and status say how to start one', async () => {
+test('without a service, play and status explain how to start one', async () => {
   const empty = path.join(service.root, 'empty');
   fs.mkdirSync(path.join(empty, 'run/mirevo'), { recursive: true });
   for (const options of [['play', film], ['status']]) {
@@ -111,18 +111,18 @@ test('without a service, play and status say how to start one', async () => {
     assert.equal(code, 69);
     assert.match(stderr, /mirevo serve/);
   }
-  // One that was killed has left its address behind.
+  // A killed service leaves its address behind.
   fs.writeFileSync(path.join(empty, 'run/mirevo/address'), 'http://127.0.0.1:1/\n');
   assert.equal((await mirevo(['status'], empty)).code, 69);
 });
 
-test('status is the service\'s own', async () => {
+test('status prints the service\'s answer', async () => {
   const { data } = await json(['status']);
   assert.deepEqual(Object.keys(data), Object.keys((await service.call('Status', 'get')).data));
   assert.match((await mirevo(['status'])).stdout, /^0 streams, 0 transcoders/m);
 });
 
-test('analyze does a folder, in parallel, and passes over what is current', async () => {
+test('analyze processes a folder in parallel and skips current films', async () => {
   for (const name of ['h264_aac.mp4', 'mpeg2_mp2.ts']) fs.copyFileSync(path.join(media, name), path.join(films, name));
   fs.copyFileSync(film, path.join(films, 'sub/a.mkv'));
   for (const odd of ['sub/@ea/hidden.mkv', '.hidden.mkv', 'notes.txt']) fs.writeFileSync(path.join(films, odd), 'x');
@@ -140,7 +140,7 @@ test('analyze does a folder, in parallel, and passes over what is current', asyn
   assert.equal((await json(['analyze', films, '--force'])).data.analyzed, 3);
 });
 
-test('analyze goes on after a file that is no film, and says which', async () => {
+test('analyze reports a file that is not a film and continues', async () => {
   const bad = path.join(films, 'bad.mkv');
   fs.writeFileSync(bad, 'This is no film.\n');
   const { code, data } = await json(['analyze', bad, path.join(films, 'mpeg2_mp2.ts'), '--force']);
@@ -151,9 +151,9 @@ test('analyze goes on after a file that is no film, and says which', async () =>
   assert.equal((await mirevo(['analyze', '/no/such/folder'])).code, 66);
 });
 
-test('an interrupted analysis leaves no process and nothing half', async () => {
+test('an interrupted analysis leaves no process and no unfinished file', async () => {
   const pipe = path.join(films, 'endless.ts');
-  // A film whose reading never ends.
+  // Reading this film never ends.
   await new Promise((resolve) => execFile('mkfifo', [pipe], resolve));
   const analysis = spawn(program, ['analyze', '--json', pipe], {
     env: { ...process.env, ORVO_SYSROOT: service.root },
@@ -170,19 +170,19 @@ test('an interrupted analysis leaves no process and nothing half', async () => {
   assert.deepEqual(workers(), []);
 });
 
-test('doctor finds this machine fit', async () => {
+test('doctor finds nothing missing on this machine', async () => {
   const { code, data } = await json(['doctor']);
   assert.equal(code, 0, JSON.stringify(data.findings.filter(({ state }) => state === 'missing')));
   assert.equal(data.ok, true);
   assert.ok(data.findings.every(({ state, remedy }) => (state === 'ok') === (remedy === '')));
 });
 
-test('doctor says what is missing and how to get it', async () => {
+test('doctor names what is missing and the remedy', async () => {
   const bare = path.join(service.root, 'bare');
   fs.mkdirSync(bare);
   const { code, stdout } = await mirevo(['doctor'], bare);
   assert.equal(code, 1);
-  assert.match(stdout, /^missing +file webapi\/entry\.cgi .* is not there +Install the package/m);
+  assert.match(stdout, /^missing +file webapi\/entry\.cgi .* does not exist +Install the package/m);
   assert.match(stdout, /^missing +profiles /m);
   assert.match(stdout, /^missing +volumes /m);
   assert.doesNotMatch(stdout, /^ok /m);
@@ -196,11 +196,11 @@ test('wrong command lines have an exit status of their own', async () => {
   assert.match((await mirevo(['--version'])).stdout, /^mirevo \d+\.\d+\.\d+\n$/);
 });
 
-test('serve tells a service manager when it answers', async () => {
+test('serve tells a service manager when it is ready', async () => {
   const root = path.join(service.root, 'managed');
   ['etc.defaults', 'volume1', 'var/packages/Mirevo'].forEach((name) => fs.mkdirSync(path.join(root, name), { recursive: true }));
   fs.symlinkSync(path.join(build, 'target'), path.join(root, 'var/packages/Mirevo/target'));
-  // A manager: it waits for the word, and asks the service whether it is true.
+  // A service manager: it waits for the notification, then requests the page.
   const manager = `
 import os, signal, socket, subprocess, sys, urllib.request
 inbox = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -213,24 +213,24 @@ service.send_signal(signal.SIGTERM)
 print(lines[0], page, service.wait())
 `;
   const { stdout } = await new Promise((resolve) =>
-    execFile('python3', ['-c', manager, program, 'serve', '--no-browser', '--port', '0', media],
+    execFile('python3', ['-c', manager, program, 'serve', '--no-browser', '--no-analysis', '--port', '0', media],
       { env: { ...process.env, ORVO_SYSROOT: root, NOTIFY_SOCKET: path.join(root, 'notify') } },
       (error, out) => resolve({ stdout: out })));
   assert.equal(stdout, 'READY=1 200 0\n');
 });
 
-test('serve takes its options from a file too, and refuses unknown ones', async () => {
+test('serve reads options from a file and refuses unknown ones', async () => {
   const file = path.join(service.root, 'mirevo.conf');
   fs.writeFileSync(file, '[serve]\nnonsense = 1\n');
   assert.equal((await mirevo(['serve', '--config', file, film])).code, 64);
-  // The same service twice: the options have been understood by then.
+  // The second service is refused, but only after its options were accepted.
   fs.writeFileSync(file, `[serve]\nmedia = ["${media}"]\nport = 0\n`);
-  const { code, stderr } = await mirevo(['--config', file, 'serve', '--no-browser']);
+  const { code, stderr } = await mirevo(['--config', file, 'serve', '--no-browser', '--no-analysis']);
   assert.equal(code, 1);
   assert.match(stderr, /already serves/);
 });
 
-test('the manual and the completions have every command and option', async () => {
+test('the manual and the completions contain every command and option', async () => {
   const manual = fs.readFileSync(path.join(build, 'mirevo.1'), 'utf8').replaceAll('\\-', '-');
   const completions = ['bash', 'zsh', 'fish'].map((shell) =>
     fs.readFileSync(path.join(build, 'completion', shell), 'utf8'));

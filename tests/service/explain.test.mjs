@@ -1,4 +1,4 @@
-// What a viewer is told of a film before it is opened.
+// The information about a film before it is opened.
 import assert from 'node:assert/strict';
 import { execFile, spawn } from 'node:child_process';
 import fs from 'node:fs';
@@ -29,7 +29,7 @@ async function info(name, parameters = {}, userAgent = vlc) {
 
 const formats = (data) => [...new Set(data.profiles.map(({ format }) => format))];
 
-test('every profile of every format says what it would do', async () => {
+test('every profile of every format describes its conversion', async () => {
   const data = await info('h264_ac3.mkv');
   assert.deepEqual(formats(data), ['hls', 'http', 'webm', 'ss']);
   for (const profile of data.profiles) {
@@ -43,7 +43,7 @@ test('every profile of every format says what it would do', async () => {
   }
 });
 
-test('the picture that comes out is that of the command', async () => {
+test('the picture has the size in the command', async () => {
   const { profiles } = await info('h264_ac3.mkv');
   const small = profiles.find(({ key }) => /^http_mp4_240p/.test(key));
   assert.match(small.command, new RegExp(` -s ${small.width}x${small.height} `));
@@ -52,7 +52,7 @@ test('the picture that comes out is that of the command', async () => {
   assert.deepEqual([copied.width, copied.height], [640, 360]);
 });
 
-test('a film that cannot be copied says so, with the word for programs', async () => {
+test('a film that cannot be copied has a reason and an error word', async () => {
   const { profiles } = await info('hevc10_aac.mov');
   for (const { method, reason } of profiles.filter(({ key }) => key.endsWith('_remux'))) {
     assert.deepEqual({ method, reason }, { method: 'refused', reason: 'TransVideoNotSupported' });
@@ -77,20 +77,20 @@ test('a command works when it is pasted into a shell', async () => {
   assert.match(streams, /codec_name=aac/);
 });
 
-test('HLS starts at the first segment and would write into a stream folder', async () => {
+test('the HLS command starts at the first segment and names a stream folder', async () => {
   const { profiles } = await info('h264_ac3.mkv');
   const { command } = profiles.find(({ key }) => key === 'hls_remux');
   assert.match(command, / -segment_start_number 0 .*\/tmp\/Mirevo\/HLS\/STREAM_ID\/slice-%05d\.ts$/);
 });
 
-test('asking leaves nothing behind', async () => {
+test('explaining leaves nothing behind', async () => {
   await info('h264_ac3.mkv');
   assert.deepEqual(service.streamFolders(), []);
   assert.deepEqual(service.transcoders(), []);
   assert.ok(!fs.existsSync(path.join(service.root, 'tmp/Mirevo/tickets')));
 });
 
-test('whether the file plays as it is depends on who asks', async () => {
+test('the client decides whether the original file plays', async () => {
   assert.equal((await info('h264_ac3.mkv', {}, vlc)).direct.fits, true);
   const refused = (await info('h264_ac3.mkv', {}, firefox)).direct;
   assert.deepEqual([refused.fits, refused.content_type], [false, 'video/x-matroska']);
@@ -99,7 +99,7 @@ test('whether the file plays as it is depends on who asks', async () => {
   assert.equal((await info('h264_aac.mp4', {}, firefox)).direct.fits, true);
 });
 
-test('the program tells the same as the service', async () => {
+test('the program gives the same answer as the service', async () => {
   const told = await run(path.join(service.root, 'var/packages/Mirevo/target/bin/mirevo'),
     ['explain', '--json', '--device', 'vlc', film('h264_ac3.mkv')],
     { env: { ...process.env, ORVO_SYSROOT: service.root } });

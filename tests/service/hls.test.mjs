@@ -33,7 +33,7 @@ afterEach(async () => {
 });
 const segment = (stream, number) => fetch(`${stream.url}&fragment_id=%22${String(number).padStart(5, '0')}%22`);
 
-// Reads the whole presentation as a player does: the clock of every picture and sample, and complaints.
+// Reads the whole presentation as a player does. Returns the time of every picture and sample, and errors.
 async function readAll(url) {
   const { stderr } = await run('ffmpeg', ['-v', 'warning', '-i', url, '-f', 'null', '-'], { maxBuffer: 1 << 26 });
   const { stdout } = await run(
@@ -71,14 +71,14 @@ for (const name of Object.keys(films)) {
     });
 }
 
-test('a copied picture reads through', async () => {
+test('a presentation with copied video reads to its end', async () => {
   const stream = await open('h264_ac3.mkv', { format: 'hls', profile: 'hls_remux' });
   const { tracks } = await readAll(stream.url);
   const clock = tracks[0].map(({ pts }) => pts);
   assert.ok(Math.abs(Math.max(...clock) - Math.min(...clock) - 60) < 0.2);
 });
 
-test('a copied picture is cut where its key frames are, once they are known', async () => {
+test('copied video is cut at its key frames once they are stored', async () => {
   const folder = fs.mkdtempSync(path.join(media, 'planned-'));
   try {
     const copy = path.join(folder, 'film.mkv');
@@ -125,7 +125,7 @@ test('a film without sound is refused with a reason', async () => {
   assert.equal(answer.error.reason, 'TransAudioNotSupported');
 });
 
-test('the answers have the types that players insist on', async () => {
+test('the answers have the content types that players need', async () => {
   const stream = await open('h264_ac3.mkv', transcode);
   assert.equal(stream.content_type, 'application/vnd.apple.mpegurl');
   const playlist = await fetch(stream.url);
@@ -160,7 +160,7 @@ test('segments that do not exist are refused and start nothing', async () => {
   assert.deepEqual(service.transcoders(), []);
 });
 
-test('of eight requests far apart the newest keeps the transcoder', async () => {
+test('the newest of eight distant requests keeps the transcoder', async () => {
   const stream = await open('long.mkv', transcode);
   const places = [50, 7, 43, 14, 36, 21, 29, 57];
   const answers = await Promise.all(
@@ -175,7 +175,7 @@ test('of eight requests far apart the newest keeps the transcoder', async () => 
   assert.equal(service.transcoders().length, 1);
 });
 
-test('a stream whose directory an idle time has removed plays on', async () => {
+test('a stream plays again after its directory was removed for idleness', async () => {
   const stream = await open('h264_ac3.mkv', transcode);
   await (await segment(stream, 0)).arrayBuffer();
   const link = path.join(service.root, 'tmp/Mirevo/HLS', stream.stream_id);
@@ -187,7 +187,7 @@ test('a stream whose directory an idle time has removed plays on', async () => {
   assert.equal((await segment(stream, 6)).status, 200);
 });
 
-test('a killed monitor takes its transcoder with it', async () => {
+test('a killed monitor ends its transcoder', async () => {
   const stream = await open('long.mkv', transcode);
   await (await segment(stream, 0)).arrayBuffer();
   const monitor = fs.readFileSync(path.join(service.root, 'tmp/Mirevo/HLS', stream.stream_id, 'monitor.pid'), 'utf8');
@@ -196,7 +196,7 @@ test('a killed monitor takes its transcoder with it', async () => {
   assert.equal((await segment(stream, 30)).status, 200, 'and the next request starts another');
 });
 
-// Has hls.js play a presentation; `use` drives the page.
+// Plays a presentation with hls.js and calls `use` with the page.
 const inBrowser = (url, use) =>
   withBarePage(service, ['hls.js/dist/hls.min.js'], async (page) => {
     await page.evaluate(async (address) => {
@@ -218,7 +218,7 @@ test('hls.js plays, seeks anywhere, and mixes segments of different runs', async
 
 async function seekAround(page) {
   await plays(page, 0);
-  // Twenty places, near and far, forwards and back.
+  // Twenty positions, near and far, forwards and backwards.
   for (let step = 1, second = 0; step <= 20; ++step) {
     second = (second + step * 97) % 290;
     await page.evaluate((value) => {
@@ -233,7 +233,7 @@ async function seekAround(page) {
   assert.ok(frames > 50 && dropped < frames / 4, `${dropped} of ${frames} dropped`);
 }
 
-test('hls.js shows the subtitles that are chosen, in time', async () => {
+test('hls.js shows the chosen subtitles at the right times', async () => {
   const folder = fs.mkdtempSync(path.join(media, 'subtitled-'));
   try {
     const copy = path.join(folder, 'film.mkv');

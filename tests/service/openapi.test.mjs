@@ -1,5 +1,5 @@
-// The API's description (docs/openapi.json) against a running service: it names each call, its parameters
-// and its answers, and nothing else is offered.
+// Compares the API's description (docs/openapi.json) with a running service: calls, parameters and answers
+// must match, and the service must offer nothing else.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
@@ -38,7 +38,7 @@ after(async () => {
 const resolve = (entry) =>
   entry.$ref ? entry.$ref.slice(2).split('/').reduce((place, key) => place[key], description) : entry;
 
-// One entry for each operation: what to send, and what may come back.
+// One entry for each operation: the request and the possible answers.
 const operations = Object.entries(description.paths).flatMap(([place, item]) =>
   Object.entries(item).map(([verb, operation]) => {
     const query = operation.parameters.map(resolve);
@@ -65,7 +65,7 @@ async function request({ verb, fixed }, parameters) {
   return fetch(`${service.address}/webapi/entry.cgi?${query}`, { method: verb, body });
 }
 
-// Is this answer one that the description has? Gives what it says, if that is JSON.
+// Checks that the description contains this answer. Returns the content, if it is JSON.
 async function check(entry, response, why) {
   const where = `${entry.verb} ${entry.place}, ${why}: ${response.status}`;
   const documented = entry.operation.responses[response.status];
@@ -88,7 +88,7 @@ async function check(entry, response, why) {
   return answer;
 }
 
-// A schema that stands in an operation, with references that are good outside of it.
+// A schema from an operation, with references that are valid outside of it.
 const inApi = (schema) => JSON.parse(JSON.stringify(schema).replaceAll('"#/components', '"api#/components'));
 
 async function isGood(entry, parameters) {
@@ -104,7 +104,7 @@ const closeOpened = async (answer) => {
   }
 };
 
-// Parameters with which each call succeeds.
+// Parameters for which each call succeeds.
 const good = {
   'Library.list': () => ({ path: media }),
   'Library.info': () => ({ path: film }),
@@ -122,7 +122,7 @@ const good = {
   'History.save': () => ({ path: film, position: '12.5', duration: '60' }),
   'History.remove': () => ({ path: film }),
   'Status.get': () => ({}),
-  'Auth.login': () => undefined, // a service without accounts lets nobody log in
+  'Auth.login': () => undefined, // without accounts nobody can log in
   'Auth.logout': () => ({}),
   'Auth.who': () => ({}),
 };
@@ -140,7 +140,7 @@ const hostile = [
   'x'.repeat(5000),
 ];
 
-test('the server offers the calls of the description and no others', () => {
+test('the server offers exactly the calls of the description', () => {
   const source = fs.readFileSync(path.join(here, '../../webapi/main.cpp'), 'utf8');
   const offered = [...source.matchAll(/Call\{\s*"ORVO\.Mirevo2\.(\w+)",\s*"(\w+)"([^}]*)\}/g)];
   assert.deepEqual(
@@ -155,7 +155,7 @@ test('the description is served', async () => {
   assert.deepEqual(await response.json(), description);
 });
 
-test('each operation names its call and has its schemas', () => {
+test('each operation has its call and its schemas', () => {
   const names = new Set();
   for (const { operation, place, fixed } of operations) {
     assert.ok(!names.has(operation.operationId), operation.operationId);
@@ -169,7 +169,7 @@ test('each operation names its call and has its schemas', () => {
   }
 });
 
-test('calls that change something only by POST say so to GET', async () => {
+test('calls that need POST refuse GET and name POST', async () => {
   for (const entry of operations) {
     if (Object.keys(description.paths[entry.place]).join() !== 'post') continue;
     const response = await request({ ...entry, verb: 'GET' }, goodFor(entry) ?? {});
@@ -181,7 +181,7 @@ test('calls that change something only by POST say so to GET', async () => {
 for (const entry of operations) {
   const name = `${entry.verb} ${entry.operation.operationId}`;
   const base = () => goodFor(entry) ?? {};
-  // Each opening looks into the film, which takes its time.
+  // Each opening probes the film, which takes a while.
   const bad = entry.place.endsWith('.open') ? ['nonsense', '-1', hostile[0], hostile[5]] : [...wrong, ...hostile];
 
   test(`${name} answers as described`, async () => {
@@ -189,7 +189,7 @@ for (const entry of operations) {
     if (parameters === undefined) return;
     const answer = await isGood(entry, parameters);
     await closeOpened(answer);
-    // The same as JSON texts, and with the older name of a stream's id.
+    // The same parameters as JSON texts, and with the old name of the stream id.
     const { stream_id: id, ...others } = parameters;
     const quoted = Object.entries({ ...others, ...(id ? { id } : {}) }).map(([key, value]) => [key, JSON.stringify(value)]);
     await closeOpened(await isGood(entry, Object.fromEntries(quoted)));
@@ -214,7 +214,7 @@ for (const entry of operations) {
   });
 
   test(`${name} survives wrong and hostile parameters`, async () => {
-    // The other way of sending the same has been through this.
+    // The other form of the parameters has already been checked.
     if (entry.operation.operationId.endsWith('.post')) return;
     for (const { name: parameter } of entry.parameters) {
       for (const value of bad) {

@@ -11,8 +11,8 @@ export const launch = () => chromium.launch({ executablePath: '/usr/bin/chromium
 export const encode = (name) => name.split('/').map(encodeURIComponent).join('/');
 export const filmPath = (name) => encode(path.join(media, name));
 
-// What the page is told by calls that a test answers itself: { 'History.list': (parameters, route) => data }. A handler
-// may also throw { status, error }.
+// Answers that a test gives in place of the server: { 'History.list': (parameters, route) => data }. A handler may also
+// throw { status, error }.
 export async function answerFor(page, answers) {
   await page.route(
     (url) => url.pathname === '/webapi/entry.cgi',
@@ -33,7 +33,7 @@ export async function answerFor(page, answers) {
   );
 }
 
-// For the message of a failed test.
+// The state of the video, for the message of a failed test.
 function describe() {
   const { buffered, currentTime, readyState, seeking, paused, playbackRate } = document.getElementById('video');
   const parts = Array.from({ length: buffered.length }, (_, part) => [buffered.start(part), buffered.end(part)]);
@@ -41,8 +41,8 @@ function describe() {
   return JSON.stringify({ currentTime, readyState, seeking, paused, playbackRate, parts, said });
 }
 
-// A page of the service. `complaints` collects what the browser reports. A picture that cannot be made of a file is no
-// fault of the page.
+// A page of the service. `complaints` collects the errors that the browser reports, except for pictures: some files have
+// none.
 export class Viewer {
   static async open(browser, service, options = {}) {
     const viewer = new Viewer();
@@ -67,7 +67,7 @@ export class Viewer {
     return this.go(`#/play${filmPath(name)}?${new URLSearchParams({ t: 0, ...parameters })}`);
   }
 
-  // Leaves the page as a viewer does. What it sends at the last moment is not to wait for a test to answer it.
+  // Leaves the page as a viewer does. Requests that the page sends while it unloads do not wait for a test's answer.
   async leave() {
     await this.page.unrouteAll({ behavior: 'ignoreErrors' });
     await this.page.goto('about:blank');
@@ -85,7 +85,7 @@ export class Viewer {
     }, frames);
   }
 
-  // The second of the film that the picture itself shows: the luma of its upper edge is 16 + 3 a second.
+  // The second of the film in the picture itself: the luma of its upper edge is 16 + 3 per second.
   shownSecond() {
     return this.page.evaluate(() => {
       const video = document.getElementById('video');
@@ -114,7 +114,7 @@ export class Viewer {
     });
   }
 
-  // Waits until the film runs at this second or soon after it.
+  // Waits until the film plays at this second or shortly after it.
   async runsFrom(second, timeout = 30000) {
     const runs = (value) => {
       const video = document.getElementById('video');
@@ -134,12 +134,12 @@ export class Viewer {
     await this.runsFrom(second, timeout);
   }
 
-  // Brings up the controls, which hide while a film runs.
+  // Shows the controls, which hide while a film plays.
   wake() {
     return this.page.locator('.stage').dispatchEvent('pointermove');
   }
 
-  // Chooses in the settings, which are opened for it.
+  // Opens the settings if necessary, and chooses an option.
   async set(label, option) {
     await this.wake();
     const settings = this.page.getByRole('button', { name: 'Settings' });
@@ -149,12 +149,12 @@ export class Viewer {
     await settings.click();
   }
 
-  // A sentence that the player shows over the picture.
+  // Waits for this sentence over the picture.
   says(text) {
     return this.page.locator('.overlay', { hasText: text }).waitFor();
   }
 
-  // The film shows the second that its clock says.
+  // Checks that the picture shows the second on the clock.
   async isInStep() {
     const [{ time }, second] = [await this.state(), await this.shownSecond()];
     assert.ok(Math.abs(second - time) < 2, `the picture shows ${second} at ${time}`);

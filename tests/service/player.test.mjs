@@ -1,4 +1,4 @@
-// What viewers do with the page: find a film, play it as they like, come back to it, wait for their turn.
+// The page as viewers use it: they find a film, play it, resume it, and wait for a free transcoder.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
@@ -16,7 +16,7 @@ let viewers;
 
 const srt = (text) => `1\n00:00:01,000 --> 00:00:20,000\n${text}\n\n2\n00:00:28,000 --> 00:00:59,000\n${text} later\n`;
 
-// A folder of its own, for the subtitles and names that the other films do not have.
+// A separate folder with subtitles and unusual names.
 function makeFilms() {
   folder = fs.mkdtempSync(path.join(media, 'player-'));
   fs.mkdirSync(path.join(folder, 'below'));
@@ -48,13 +48,13 @@ afterEach(async () => {
   await service.isQuiet();
 });
 
-// What one test has watched is not to be begun in the next.
+// Clears the history, so that no test sees the films of another.
 async function forgetAll() {
   const body = new URLSearchParams({ api: 'ORVO.Mirevo2.History', version: 1, method: 'remove' });
   await fetch(`${service.address}/webapi/entry.cgi`, { method: 'POST', body });
 }
 
-// A new viewer. `answers` stand for what the server would say.
+// A new viewer. `answers` replace the server's answers.
 async function enter(answers = {}, options = {}) {
   const viewer = await Viewer.open(browser, service, options);
   viewers.push(viewer);
@@ -77,7 +77,7 @@ const shownCues = (viewer) =>
 const cueIs = (viewer, text) =>
   eventually(async () => ((await shownCues(viewer)).join() === text ? true : undefined));
 
-test('a film is found by a part of its name, and played', async () => {
+test('a film is found by a part of its name and plays', async () => {
   const viewer = await enter();
   await viewer.go();
   await viewer.page.getByRole('searchbox', { name: 'Search films' }).fill('LON');
@@ -89,7 +89,7 @@ test('a film is found by a part of its name, and played', async () => {
   assert.deepEqual(viewer.complaints, []);
 });
 
-test('names are shown as they are, whatever they hold, and their films play', async () => {
+test('any name is shown unchanged, and its film plays', async () => {
   const viewer = await enter();
   await viewer.go();
   await viewer.page.getByRole('link', { name: /below/ }).click();
@@ -102,10 +102,10 @@ test('names are shown as they are, whatever they hold, and their films play', as
   await viewer.page.getByRole('link', { name: 'below' }).click();
   await viewer.page.getByRole('link', { name: /Stra.*\.mp4/ }).click();
   await viewer.page.getByRole('heading', { name: 'Stra�e.mp4' }).waitFor();
-  assert.equal(await viewer.page.getByText('It would be played as').count(), 1);
+  assert.equal(await viewer.page.getByText('Plays as').count(), 1);
 });
 
-test('ten seeks land where they should', async () => {
+test('ten seeks reach their positions', async () => {
   const viewer = await enter();
   await watch(viewer, 'long.mkv');
   await viewer.playing();
@@ -115,11 +115,11 @@ test('ten seeks land where they should', async () => {
     const { time } = await viewer.state();
     assert.ok(time < second + 5, `${time} instead of ${second}`);
   }
-  // A segment may be late or swept away while the transcoder moves; it is asked for again.
+  // A segment may be late or removed while the transcoder restarts; the page requests it again.
   assert.deepEqual(viewer.complaints.filter((text) => !/status of (404|503|504)/.test(text)), []);
 });
 
-test('a segment that is missing once is asked for again', async () => {
+test('a segment that is missing once is requested again', async () => {
   const viewer = await enter();
   let missing = true;
   await viewer.page.route(/fragment_id=/, (route) => {
@@ -138,7 +138,7 @@ for (const kind of ['hls', 'http']) {
     const viewer = await enter();
     await watch(viewer, 'film.mkv', { kind, t: 30 });
     await viewer.playing();
-    await viewer.set('Sound', 'French, aac');
+    await viewer.set('Audio track', 'French, aac');
     await viewer.runsFrom(30);
     await viewer.set('Subtitles', 'English, film.eng.srt');
     await cueIs(viewer, 'English later');
@@ -155,7 +155,7 @@ for (const kind of ['hls', 'http']) {
   });
 }
 
-test('a film goes on where it was left', async () => {
+test('a film resumes where the viewer stopped', async () => {
   const viewer = await enter();
   await watch(viewer, 'long.mkv');
   await viewer.playing();
@@ -171,7 +171,7 @@ test('a film goes on where it was left', async () => {
   await viewer.runsFrom(saved.position);
 });
 
-test('the place that the pointer is at is shown before it is chosen', async () => {
+test('the preview shows the position at the pointer', async () => {
   const viewer = await enter();
   await watch(viewer, 'long.mkv');
   await viewer.playing();
@@ -182,7 +182,7 @@ test('the place that the pointer is at is shown before it is chosen', async () =
   assert.deepEqual(viewer.complaints, []);
 });
 
-test('everything can be done with the keyboard', async () => {
+test('the keyboard controls everything', async () => {
   const viewer = await enter();
   const { page } = viewer;
   await viewer.go(filmPlace('long.mkv'));
@@ -209,14 +209,14 @@ test('everything can be done with the keyboard', async () => {
   await page.keyboard.press('f');
   await page.waitForFunction(() => document.fullscreenElement === null);
   await page.keyboard.press('?');
-  await page.getByRole('dialog', { name: 'Keys' }).waitFor();
+  await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor();
   await page.keyboard.press('Escape');
-  await page.getByRole('dialog', { name: 'Keys' }).waitFor({ state: 'detached' });
+  await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor({ state: 'detached' });
   await page.keyboard.press('s');
   await page.getByText(/^\d+ ms \(opened \d+ ms, manifest \d+ ms, first \w+ \d+ ms, first \w+ \d+ ms\)$/).waitFor();
 });
 
-test('two viewers play at once, and a third waits in line until there is room', async () => {
+test('two viewers play at once, and a third waits in line for a free transcoder', async () => {
   const [first, second, third] = [await enter(), await enter(), await enter()];
   await watch(first, 'long.mkv');
   await first.playing();
@@ -233,7 +233,7 @@ test('two viewers play at once, and a third waits in line until there is room', 
   assert.equal((await third.state()).message, '');
 });
 
-test('waiting in line can be ended', async () => {
+test('a viewer can stop waiting in line', async () => {
   const viewer = await enter({ 'Streaming.open': refuse(503, 'TransEnableOfflineConverting', { retry_after: 30 }) });
   await watch(viewer, 'film.mkv');
   await viewer.says('The server is busy with a conversion. You are waiting in line.');
@@ -241,16 +241,16 @@ test('waiting in line can be ended', async () => {
   await viewer.page.getByRole('heading', { name: 'film.mkv' }).waitFor();
 });
 
-test('a way that fails is followed by the next, and a sentence says so', async () => {
+test('after a failure the page names it and tries the next method', async () => {
   const viewer = await enter();
   await answerFor(viewer.page, {});
   await viewer.page.route(/playlist_type=video/, (route) => route.fulfill({ body: 'nonsense' }));
   await watch(viewer, 'film.mkv');
   await viewer.playing();
-  assert.match((await viewer.state()).message, /^Segments \(HLS\) did not work: .* Playing as “One stream \(MP4\)” instead\.$/);
+  assert.match((await viewer.state()).message, /^HLS failed: .* Trying MP4 stream instead\.$/);
 });
 
-test('a failure for good is told with what to do, and can be tried again', async () => {
+test('a final failure has a next step and can be tried again', async () => {
   let full = true;
   const viewer = await enter();
   await viewer.page.route(
@@ -268,14 +268,14 @@ test('a failure for good is told with what to do, and can be tried again', async
   await viewer.playing();
 });
 
-test('a film is handed to another player by its address', async () => {
+test('another player gets the address of a film', async () => {
   const viewer = await enter();
   await watch(viewer, 'film.mkv');
   await viewer.playing();
   await viewer.wake();
   await viewer.page.getByRole('button', { name: 'Play elsewhere' }).click();
   const dialog = viewer.page.getByRole('dialog', { name: 'Play elsewhere' });
-  await dialog.getByRole('button', { name: 'Segments (HLS)' }).click();
+  await dialog.getByRole('button', { name: 'HLS' }).click();
   const address = await dialog.getByRole('textbox', { name: 'Address of the film' }).inputValue();
   assert.match(await (await fetch(address)).text(), /^#EXTM3U/);
   const download = viewer.page.waitForEvent('download');
@@ -299,7 +299,7 @@ test('the owner sees the streams and stops one', async () => {
   await viewer.says('Open the film again from the library.');
 });
 
-// A service with accounts: ann is the owner, bob is not.
+// A service with accounts: ann is an owner, bob is not.
 const PASSWORD = '"with quotes"';
 async function withAccounts(use) {
   const guarded = Service.prepare();
@@ -323,7 +323,7 @@ async function logIn({ page }, name, password) {
   return dialog;
 }
 
-test('who must log in is asked to, and can log out', () =>
+test('the page asks for a login if it is needed, and offers a logout', () =>
   withAccounts(async (viewer) => {
     const { page } = viewer;
     await viewer.go();
@@ -331,7 +331,7 @@ test('who must log in is asked to, and can log out', () =>
     await dialog.getByText('The account or the password is wrong.').waitFor();
     await logIn(viewer, 'bob', PASSWORD);
     await page.getByRole('link', { name: /film\.mkv/ }).waitFor();
-    assert.equal(await page.getByRole('link', { name: 'Server' }).count(), 0, 'which is the owner’s');
+    assert.equal(await page.getByRole('link', { name: 'Server' }).count(), 0, 'the page of the owner');
     assert.equal(await page.evaluate(() => document.cookie + JSON.stringify({ ...localStorage })), '{}');
     await page.getByRole('button', { name: 'Log out bob' }).click();
     await logIn(viewer, 'ann', PASSWORD);
@@ -339,7 +339,7 @@ test('who must log in is asked to, and can log out', () =>
     await page.getByRole('link', { name: /film\.mkv/ }).waitFor();
   }));
 
-test('a session that ends during the film leads to the login, and the film goes on', () =>
+test('after a session ends during a film, the viewer logs in and the film continues', () =>
   withAccounts(async (viewer, guarded) => {
     await viewer.go();
     await logIn(viewer, 'bob', PASSWORD);

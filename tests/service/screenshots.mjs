@@ -1,4 +1,4 @@
-// Takes the pictures of the page that the documents show, with films made for it:
+// Takes the screenshots of the page for the documents, with films made for this purpose:
 //
 //   ORVO_TEST_BUILD=$PWD/build/ci node tests/service/screenshots.mjs
 import { execFile } from 'node:child_process';
@@ -36,13 +36,13 @@ async function makeFilm(file, picture) {
 async function shoot(page, name, parts = {}) {
   const file = path.join(docs, `${name}.png`);
   await page.screenshot({ path: `${file}.full.png`, ...parts });
-  // Few colours make a small file.
+  // Few colours keep the file small.
   const palette = 'split[a][b];[a]palettegen=max_colors=128[p];[b][p]paletteuse=dither=none';
   await run('ffmpeg', ['-nostdin', '-v', 'error', '-y', '-i', `${file}.full.png`, '-vf', palette, file]);
   fs.unlinkSync(`${file}.full.png`);
 }
 
-// Every film in sight has its picture.
+// Waits until every visible film has its picture.
 async function postersAreThere({ page }) {
   await page.waitForFunction(() => {
     const tiles = [...document.querySelectorAll('.tile')].filter((tile) => tile.getBoundingClientRect().top < innerHeight);
@@ -60,7 +60,7 @@ async function shootAll(browser, service) {
   await viewer.playing();
   await viewer.seekTo(8);
   await page.keyboard.press('s');
-  await page.getByText('First picture').waitFor();
+  await page.getByText('Startup time').waitFor();
   await page.keyboard.press('k');
   await shoot(page, 'player');
   await viewer.go('#/status');

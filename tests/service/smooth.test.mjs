@@ -40,7 +40,7 @@ const place = (type, second) =>
 const ask = (stream, id, options) => fetch(`${stream.url}&fragment_id=${encodeURIComponent(id)}`, options);
 const fragment = (stream, type, second) => ask(stream, place(type, second));
 
-// The names and sizes of the boxes of the outermost level.
+// The names and sizes of the outermost boxes.
 function boxesOf(bytes) {
   const boxes = [];
   for (let offset = 0; offset < bytes.length; ) {
@@ -60,7 +60,7 @@ async function assertFragment(stream, type, second) {
   assert.deepEqual(boxesOf(bytes), ['moof', 'mdat']);
 }
 
-// Where the transcoder that runs now began, in seconds.
+// The start of the running transcoder, in seconds.
 const startOf = ({ stream_id: id }) =>
   fs.readFileSync(path.join(service.root, 'tmp/Mirevo/SS', id, 'seek_time'), 'utf8');
 
@@ -80,24 +80,24 @@ for (const name of filmWithEveryKindOfSound) {
   });
 }
 
-test('a viewer who resumes in the middle is served from there', async () => {
+test('a viewer who resumes in the middle gets fragments from there', async () => {
   const stream = await open('long.mkv');
   await assertFragment(stream, 'video', 30);
   assert.equal(startOf(stream), '30');
 });
 
-test('sound that is asked for first does not move the transcoder away from the picture', async () => {
+test('an early request for sound does not move the transcoder away from the picture', async () => {
   const stream = await open('long.mkv');
   await Promise.all([assertFragment(stream, 'audio', 100), assertFragment(stream, 'video', 100)]);
   assert.equal(startOf(stream), '100');
 });
 
-test('sound alone is served', async () => {
+test('sound alone plays', async () => {
   const stream = await open('long.mkv');
   await assertFragment(stream, 'audio', 40);
 });
 
-test('what lies within reach is waited for, what does not restarts the transcoder', async () => {
+test('a near fragment is waited for, a distant one restarts the transcoder', async () => {
   const stream = await open('long.mkv');
   await assertFragment(stream, 'video', 100);
   await assertFragment(stream, 'video', 125);
@@ -112,7 +112,7 @@ test('what lies within reach is waited for, what does not restarts the transcode
   await assertFragment(stream, 'audio', 295);
 });
 
-test('a transcoder that was killed is started again where it is needed', async () => {
+test('a killed transcoder starts again at the requested fragment', async () => {
   const stream = await open('long.mkv');
   await assertFragment(stream, 'video', 50);
   const monitor = path.join(service.root, 'tmp/Mirevo/SS', stream.stream_id, 'monitor.pid');
@@ -122,7 +122,7 @@ test('a transcoder that was killed is started again where it is needed', async (
   await assertFragment(stream, 'video', 90);
 });
 
-test('fragments that the manifest does not name are refused and start nothing', async () => {
+test('fragments outside the manifest are refused and start nothing', async () => {
   const stream = await open('h264_ac3.mkv');
   for (const id of [
     '',
@@ -220,7 +220,7 @@ const shownPicture = (page, second) =>
     second,
   );
 
-// How much a shown picture is like the film's picture of that time, scaled to its size; 1 is the same.
+// The similarity of a shown picture to the film's picture at that time, scaled to the same size; 1 means equal.
 async function likeness(name, { time, png }) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-picture-'));
   try {
@@ -237,7 +237,7 @@ async function likeness(name, { time, png }) {
   }
 }
 
-// Each row of the manifest's table, and each shape of picture.
+// Each row of the manifest's table, and each aspect ratio.
 const rows = [
   ['smoothstreaming_240p_x264_vb200_vf15_aac_ab40', 'tv.mkv', 320, 240],
   ['smoothstreaming_240p_x264_vb320_vf15_aac_ab40', 'h264_ac3.mkv', 430, 240],
@@ -246,7 +246,7 @@ const rows = [
   ['smoothstreaming_hd480_x264_vb1000_vf15_aac_ab96', 'h264_ac3.mkv', 850, 480],
   ['smoothstreaming_hd720_x264_vb1500_vf15_aac_ab128', 'cinema.mkv', 1280, 540],
 ];
-test('every rendition shows the pictures of the film in time', async () => {
+test('every rendition shows the pictures of the film at the right times', async () => {
   const { scripts, load } = players['dash.js'];
   for (const [key, name, width, height] of rows) {
     const stream = await open(name, { profile: key });

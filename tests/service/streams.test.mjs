@@ -54,7 +54,7 @@ for (const [name, seconds] of Object.entries(films)) {
   });
 }
 
-test('the whole of a stream arrives and leaves nothing behind', async () => {
+test('a stream arrives completely and leaves nothing behind', async () => {
   const stream = await service.open(film('h264_ac3.mkv'), { profile: 'http_mp4_remux' });
   const bytes = Buffer.from(await (await fetch(`${stream.url}&start=50`)).arrayBuffer());
   const { format } = await probe(bytes);
@@ -62,7 +62,7 @@ test('the whole of a stream arrives and leaves nothing behind', async () => {
   await service.isQuiet();
 });
 
-test('a damaged film gives what it can and ends', async () => {
+test('a damaged film plays as far as possible and ends', async () => {
   const stream = await service.open(film('truncated.mkv'), transcode);
   const bytes = Buffer.from(await (await fetch(stream.url)).arrayBuffer());
   assert.ok(Number((await probe(bytes)).format.duration) > 20);
@@ -78,7 +78,7 @@ test('closing stops the transcoder', async () => {
   await response.body.cancel().catch(() => {});
 });
 
-test('a client that goes away stops the transcoder, and its address plays again', async () => {
+test('the transcoder stops when the client leaves, and the address plays again', async () => {
   const stream = await service.open(film('h264_ac3.mkv'), transcode);
   const first = await fetch(stream.url);
   await readSome(first, 20000);
@@ -125,7 +125,7 @@ test('a newer request takes the stream over', async () => {
   await newer.body.cancel();
 });
 
-test('the second viewer is told to come back, and is served when the first has left', async () => {
+test('the second viewer is told to wait, and plays after the first has left', async () => {
   const first = await service.open(film('h264_ac3.mkv'), transcode);
   const playing = await fetch(first.url);
   await readSome(playing, 20000);
@@ -141,13 +141,13 @@ test('the second viewer is told to come back, and is served when the first has l
   await response.body.cancel();
 });
 
-test('a stalled client holds the transcoder back instead of filling memory or disk', async () => {
-  // More than all buffers on the way hold, as fast as it can be copied.
+test('a stalled client pauses the transcoder and fills neither memory nor disk', async () => {
+  // A film larger than all buffers on the way, copied at full speed.
   const stream = await service.open(film('long.mkv'), { profile: 'http_ts_remux' });
   const response = await fetch(stream.url);
   await readSome(response, 20000);
   const [{ pid }] = service.transcoders();
-  // It is held back when it waits in a write to its full pipe.
+  // A paused transcoder waits in a write to its full pipe.
   await eventually(() => (fs.readFileSync(`/proc/${pid}/wchan`, 'latin1').includes('pipe') ? true : undefined), 30000)
     .catch(() => assert.fail('the transcoder never waited'));
   await response.body.cancel();
@@ -165,7 +165,7 @@ test('a byte range becomes a time', async () => {
   await response.body.cancel();
 });
 
-test('a range behind the end, and a start that is none, are refused', async () => {
+test('a range after the end and an invalid start are refused', async () => {
   const stream = await service.open(film('h264_ac3.mkv'), transcode);
   const beyond = await fetch(stream.url, { headers: { Range: `bytes=${stream.size}-` } });
   assert.equal(beyond.status, 416);
@@ -178,7 +178,7 @@ test('a range behind the end, and a start that is none, are refused', async () =
   await service.close(stream);
 });
 
-test('HEAD tells the type and starts nothing', async () => {
+test('HEAD returns the content type and starts nothing', async () => {
   const stream = await service.open(film('h264_ac3.mkv'), { profile: 'http_ts_240p_vb300_ab96' });
   const response = await fetch(stream.url, { method: 'HEAD' });
   assert.equal(response.status, 200);
@@ -187,7 +187,7 @@ test('HEAD tells the type and starts nothing', async () => {
   await service.close(stream);
 });
 
-test('the chosen audio track is the one that is heard', async () => {
+test('the stream contains the chosen audio track', async () => {
   const { data } = await service.call('Library', 'info', { path: film('two_audio.mkv') });
   const tracks = data.metadata.track_info.audio;
   const stream = await service.open(film('two_audio.mkv'), { ...transcode, audio_id: tracks[1].id });

@@ -1,4 +1,4 @@
-// Subtitles as WebVTT, against a running service: files of many habits beside a film, and tracks in it.
+// Subtitles as WebVTT, against a running service: files in many formats beside a film, and tracks in it.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import fs from 'node:fs';
@@ -40,7 +40,7 @@ const sami =
   '<SYNC Start=1000><P Class=KRCC>안녕하세요<br><font color=red>여러분</font>\n<SYNC Start=3000><P Class=KRCC>&nbsp;\n' +
   '<SYNC Start=4000><P Class=KRCC>만나서 <b>반갑습니다</b> &amp; 감사합니다\n<SYNC Start=6000><P Class=KRCC>&nbsp;\n</BODY></SAMI>\n';
 
-// Node writes no other sets.
+// Node supports no other character sets.
 function encode(text, set) {
   const file = path.join(folder, 'text');
   fs.writeFileSync(file, text);
@@ -124,7 +124,7 @@ for (const [name, expected] of Object.entries(files)) {
   });
 }
 
-test('an id may be a JSON text, as playlists have it', async () => {
+test('an id may be a JSON text, as in playlists', async () => {
   assert.equal(await get(JSON.stringify(beside('film.marked.srt'))), files['film.marked.srt']);
 });
 
@@ -147,7 +147,7 @@ test('a track of an MP4 film is shown', async () => {
   await service.close(film);
 });
 
-test('a span holds the cues that are seen in it, whole', async () => {
+test('a span contains every cue that is visible in it, uncut', async () => {
   const id = beside('film.western.srt');
   const all = await get(id);
   assert.equal(await get(id, span(0, 3)), all.slice(0, all.indexOf('\n00:00:05')));
@@ -158,13 +158,13 @@ test('a span holds the cues that are seen in it, whole', async () => {
   assert.equal(await get(id, { webvtt_start_time: 6 }), await get(id, span(6, 9)));
 });
 
-test('times that are none are refused', async () => {
+test('invalid times are refused', async () => {
   for (const [start, end] of [[5, 4], ['x', 5], [0, '5s'], [-1, 5], ['1.5', 3], ['', 3], [0, '99999999999999999999']]) {
     await refuses(beside('film.srt'), span(start, end), 400, 'BadRequest');
   }
 });
 
-test('a code page that is named is taken, a wrong name refused', async () => {
+test('a named code page is used, an unknown name is refused', async () => {
   const id = beside('film.western.srt');
   assert.match(await get(id, { subtitle_codepage: 'WINDOWS-1251' }), /Oщ est passй/);
   for (const name of ['klingon', 'UTF-8//TRANSLIT', '../../x', '-f', 'a\nb']) {
@@ -172,7 +172,7 @@ test('a code page that is named is taken, a wrong name refused', async () => {
   }
 });
 
-test('only subtitles of the film are given', async () => {
+test('only subtitles of the film are served', async () => {
   for (const id of [
     '/etc/passwd',
     beside('other.srt'),
@@ -194,7 +194,7 @@ test('only subtitles of the film are given', async () => {
   }
 });
 
-test('streams that are none are refused', async () => {
+test('unknown streams are refused', async () => {
   await refuses('2', {}, 400, 'BadRequest', '../../etc');
   await refuses('2', {}, 404, 'NotFound', `${'0'.repeat(32)}_AAAAAAAA`);
 });
@@ -209,7 +209,7 @@ test('a HEAD request gets the headers', async () => {
   assert.equal(Number(response.headers.get('content-length')), Buffer.byteLength(header + files['film.marked.srt']));
 });
 
-test('requests at the same time get the same, and one copy of it is kept', async () => {
+test('simultaneous requests get the same answer, and one copy is stored', async () => {
   const film = await service.open(beside('film.mkv'));
   const answers = await Promise.all(Array.from({ length: 8 }, () => get('3', {}, film.stream_id)));
   assert.equal(new Set(answers).size, 1);
@@ -235,7 +235,7 @@ test('the subtitle addresses of a segmented stream work', async () => {
   await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
 });
 
-test('the clock is mapped to that of the segments', async () => {
+test('cue times are mapped to the clock of the segments', async () => {
   const film = await service.open(beside('film.mkv'), { format: 'hls', profile: 'hls_240p_vb300_ab96', subtitle_id: '2' });
   const response = await fetch(`${film.url}&fragment_id=%2200001%22`);
   const segment = path.join(folder, 'segment.ts');
@@ -251,7 +251,7 @@ test('the clock is mapped to that of the segments', async () => {
   assert.ok(late >= 0 && late < 90000 / 23, `${late} / 90000 s after the subtitles' clock`);
 });
 
-test('a stream whose folder an idle time has removed gives its subtitles and plays on', async () => {
+test('a stream gives subtitles and plays again after its folder was removed for idleness', async () => {
   const film = await service.open(beside('film.mkv'), { format: 'hls', subtitle_id: 'all' });
   for (const kind of ['tmp/Mirevo/HLS', 'volume1/@tmp/Mirevo/HLS']) {
     fs.rmSync(path.join(service.root, kind, film.stream_id), { recursive: true, force: true });
@@ -262,7 +262,7 @@ test('a stream whose folder an idle time has removed gives its subtitles and pla
   await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
 });
 
-test('a film that does not begin at zero has its subtitles at the times of its pictures', async () => {
+test('a film that does not start at zero has its subtitles at the times of its pictures', async () => {
   const late = path.join(folder, 'late.mkv');
   await ffmpeg('-i', path.join(folder, 'film.mkv'), '-map', '0', '-c', 'copy', '-output_ts_offset', '10', late);
   const film = await service.open(late);
@@ -270,7 +270,7 @@ test('a film that does not begin at zero has its subtitles at the times of its p
   await service.close(film);
 });
 
-test('a browser reads every cue with its style and place', async () => {
+test('a browser reads every cue with its style and position', async () => {
   const name = path.join(folder, 'film.places.srt');
   fs.writeFileSync(name, srt('{\\an7}a <i>b</i> & <c', '{\\an6}right', '{\\pos(192,144)}middle', 'usual'));
   const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });

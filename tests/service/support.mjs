@@ -1,4 +1,4 @@
-// A service of its own for each test file: mirevo-serve in a system root that is removed afterwards.
+// A separate service for each test file: mirevo-serve in a system root that is removed afterwards.
 import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -10,7 +10,7 @@ import readline from 'node:readline';
 export const build = process.env.ORVO_TEST_BUILD;
 export const media = process.env.ORVO_TEST_MEDIA;
 
-// How headless Chromium is started.
+// The arguments of headless Chromium.
 export const browserArguments = [
   '--no-sandbox',
   '--disable-gpu',
@@ -22,8 +22,8 @@ export const browserArguments = [
   '--autoplay-policy=no-user-gesture-required',
 ];
 
-// Calls `look` until it gives a value other than undefined. For states of the outside world that can
-// announce nothing to this process; the time is a bound, not a wait.
+// Calls `look` until it returns a value other than undefined. For states that send no event to this process.
+// The time is an upper bound.
 export async function eventually(look, milliseconds = 10000) {
   const deadline = performance.now() + milliseconds;
   for (;;) {
@@ -34,7 +34,7 @@ export async function eventually(look, milliseconds = 10000) {
   }
 }
 
-// The command lines of all running processes that have `text` in them.
+// The command lines of all running processes that contain `text`.
 export function processesWith(text) {
   return fs
     .readdirSync('/proc')
@@ -47,13 +47,13 @@ export function processesWith(text) {
         const ours = command.includes(text) || environment.includes(text);
         return ours && state !== 'Z' && Number(pid) !== process.pid ? [{ pid: Number(pid), command }] : [];
       } catch {
-        return []; // it ended meanwhile
+        return []; // the process has ended
       }
     });
 }
 
 export class Service {
-  // An appliance of this platform, with nothing running on it yet.
+  // An appliance of this platform without a running service.
   static prepare(platform = 'x86') {
     const service = new Service();
     service.root = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-test-'));
@@ -67,23 +67,25 @@ export class Service {
     return service;
   }
 
-  // Serves `roots`; `platform` names the appliance.
+  // Serves `roots` on an appliance of this platform.
   static async start(roots, platform) {
     const service = Service.prepare(platform);
     await service.serve(roots);
     return service;
   }
 
-  // The environment of a program of this appliance.
+  // The environment for programs of this appliance.
   get environment() {
     return { ...process.env, ORVO_SYSROOT: this.root };
   }
 
-  // Serves `roots`, with further options of "mirevo serve".
-  async serve(roots, options = []) {
+  // Serves `roots`, with further options of "mirevo serve". The films that all suites share get no
+  // results in the middle of a test.
+  async serve(roots, options = [], { analysis = false } = {}) {
+    const quiet = analysis ? [] : ['--no-analysis'];
     this.process = spawn(
       path.join(build, 'target/bin/mirevo-serve'),
-      ['--no-browser', '--port', '0', ...options, '--', ...roots],
+      ['--no-browser', '--port', '0', ...quiet, ...options, '--', ...roots],
       { env: this.environment, stdio: ['ignore', 'pipe', 'inherit'] },
     );
     for await (const line of readline.createInterface({ input: this.process.stdout })) {
@@ -99,7 +101,7 @@ export class Service {
     return execFileSync(program, ['account', ...words], { env: this.environment, input: password, encoding: 'utf8' });
   }
 
-  // Ends it as Ctrl-C does, and makes sure that nothing of it is left.
+  // Ends the service as Ctrl-C does, and checks that it leaves nothing behind.
   async stop() {
     this.process.kill('SIGINT');
     const [code] = await once(this.process, 'exit');
@@ -156,7 +158,7 @@ export class Service {
     return processesWith(this.root).filter(({ command }) => command.includes('-progress pipe:'));
   }
 
-  // Nothing runs, nothing is registered, no stream has a directory but those of `kept`.
+  // Checks that nothing runs, nothing is registered, and only the streams in `kept` have directories.
   async isQuiet(milliseconds = 10000, kept = []) {
     await eventually(
       () =>
@@ -171,7 +173,7 @@ export class Service {
   }
 }
 
-// Reads at least `length` bytes of a response that goes on.
+// Reads at least `length` bytes of an endless response.
 export async function readSome(response, length) {
   const reader = response.body.getReader();
   const chunks = [];

@@ -1,4 +1,4 @@
-// Live WebM in a browser and its life in a running service.
+// Live WebM in a browser and in a running service.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
@@ -28,7 +28,7 @@ const play = (page, address) =>
     video.play();
   }, address);
 
-// Sound as it is copied (AAC, MP3) and as it is made MP3 (AC-3, Opus).
+// Sound that is copied (AAC, MP3) and sound that is converted to MP3 (AC-3, Opus).
 for (const [name, middle] of [
   ['h264_aac.mp4', 30],
   ['mpeg4_mp3.avi', 15],
@@ -62,11 +62,11 @@ test('closing the page ends the transcoder and empties the register', async () =
   await service.isQuiet(2000);
 });
 
-// The monitor is what the stream's directory names.
+// The stream's directory names the monitor.
 const monitorOf = ({ stream_id: id }) =>
   Number(fs.readFileSync(path.join(service.root, 'tmp/Mirevo/WEBM', id, 'monitor.pid'), 'utf8'));
 
-test('a monitor that is told to stop ends the transcoder, and the stream ends', async () => {
+test('a monitor that gets SIGTERM ends the transcoder, and the stream ends', async () => {
   const stream = await open('long.mkv');
   const response = await fetch(stream.url);
   await readSome(response, 1000);
@@ -77,7 +77,7 @@ test('a monitor that is told to stop ends the transcoder, and the stream ends', 
   await service.isQuiet(2000);
 });
 
-test('a seek takes the stream over from the request before', async () => {
+test('a seek takes the stream over from the earlier request', async () => {
   const stream = await open('long.mkv');
   const first = await fetch(stream.url);
   await readSome(first, 1000);
@@ -89,7 +89,7 @@ test('a seek takes the stream over from the request before', async () => {
   await Promise.all([first, second].map(({ body }) => body.cancel()));
 });
 
-test('the answer has the type that browsers insist on, and a start outside the film is refused', async () => {
+test('the answer has the content type that browsers need, and a start outside the film is refused', async () => {
   const stream = await open('h264_ac3.mkv');
   assert.equal(stream.content_type, 'video/webm');
   const head = await fetch(stream.url, { method: 'HEAD' });

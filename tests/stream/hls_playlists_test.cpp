@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "support/hls.h"
 #include "support/log_capture.h"
@@ -132,6 +133,28 @@ TEST_F(HlsPlaylists, FollowStoredKeyFrames) {
     EXPECT_FALSE(stream.IsPreAnalysisAvailable());
     EXPECT_EQ(stream.CalculateSeekTime(3), 24000);
     EXPECT_EQ(stream.CalculateSeekTime(-1), -1);
+  });
+}
+
+TEST_F(HlsPlaylists, AndTheRequestsAfterThemGoByTheSamePlan) {
+  On("avoton", [this] {
+    const std::string film = Path("/volume1/film.mkv");
+    Json::Value record = FilmRecord(kRemuxProfile);
+    record["path"] = film;
+    record["use_pre_analysis"] = true;
+    Open(record);
+    ASSERT_TRUE(HttpLiveStream(kId).GenPlaylist(Request(), MANIFEST_TYPE_VIDEO));
+    EXPECT_EQ(HttpLiveStream(kId).CalculateSeekTime(1), 8000);
+    StoreKeyframes(film, {0, 3, 9, 20}, 26);
+    EXPECT_FALSE(HttpLiveStream(kId).IsPreAnalysisAvailable()) << "it came after the playlist";
+    EXPECT_EQ(HttpLiveStream(kId).CalculateSeekTime(1), 8000);
+
+    ASSERT_TRUE(HttpLiveStream(kId).GenPlaylist(Request(), MANIFEST_TYPE_VIDEO));
+    EXPECT_EQ(HttpLiveStream(kId).CalculateSeekTime(1), 9000) << "a playlist anew";
+    StoreKeyframes(film, {0, 10, 20}, 26);
+    EXPECT_EQ(HttpLiveStream(kId).CalculateSeekTime(1), 9000);
+    std::filesystem::remove_all(Path("/volume1/@ea"));
+    EXPECT_EQ(HttpLiveStream(kId).CalculateSeekTime(1), 9000);
   });
 }
 

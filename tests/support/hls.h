@@ -24,11 +24,11 @@ class HlsTest : public StreamTest {
            "%22&api=ORVO.Mirevo2.Stream&version=1";
   }
 
-  // Makes the stream on a data volume, as opening one does.
+  // Makes the stream on a data volume, as opening a film does.
   void Open(const char* profile) const { Open(FilmRecord(profile)); }
   void Open(const Json::Value& record) const;
 
-  // A file of the stream directory, as the appliance names it.
+  // The path of a file in the stream directory, without the sysroot.
   static std::string File(const std::string& name) { return Directory("HLS") + "/" + name; }
   static std::string Slice(int number);
 

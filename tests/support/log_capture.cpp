@@ -1,4 +1,5 @@
-// A fortified syslog would be another function than the one that is replaced here.
+// Without fortification: a fortified build calls another function than the one that is replaced
+// here.
 #undef _FORTIFY_SOURCE
 
 #include "support/log_capture.h"

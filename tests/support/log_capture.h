@@ -1,5 +1,5 @@
-// What the library writes to the system log. The test program provides syslog and vsyslog itself,
-// so the lines of the library end here.
+// Captures the library's lines to the system log: the test program provides its own syslog and
+// vsyslog.
 #pragma once
 
 #include <string>

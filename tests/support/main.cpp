@@ -1,5 +1,5 @@
-// The test program: a subreaper, so that whatever a test leaves running ends up here and is
-// noticed.
+// The test program. It is a subreaper, so it adopts and detects every process that a test leaves
+// running.
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -18,8 +18,8 @@ class NothingLeft : public testing::EmptyTestEventListener {
   }
 };
 
-// What a set-uid copy of this program is for: it prints where a system path lies. 126: it is not
-// set-uid.
+// The task of a set-uid copy of this program: it prints the real location of a system path. Exits
+// with 126 if it is not set-uid.
 int PrintSystemPath(const char* path) {
   if (geteuid() == getuid()) {
     return 126;
@@ -31,8 +31,8 @@ int PrintSystemPath(const char* path) {
 }  // namespace
 
 #ifdef __SANITIZE_ADDRESS__
-// The media libraries are loaded on first use and stay; what they and the libraries that they bring
-// keep until the end of the process is theirs.
+// The media libraries are loaded on first use and stay loaded. Memory that they keep until the end
+// of the process is not a leak of the code under test.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
   return "leak:libfontconfig.so\nleak:libglib-2.0.so\nleak:libgomp.so\nleak:libp11-kit.so\n"
          "leak:dl_init\n";

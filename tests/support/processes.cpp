@@ -26,7 +26,7 @@ int StatusOf(int status) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Runs `body` in a process that is about to end, and answers its exit status.
+// Runs `body` in a process that ends afterwards, and returns its exit status.
 int RunGuarded(const std::function<void()>& body) {
   try {
     body();
@@ -40,7 +40,7 @@ int RunGuarded(const std::function<void()>& body) {
   const pid_t self = getpid();
   int status = RunGuarded(body);
   if (getpid() != self) {
-    _exit(99);  // a fork inside the body came back
+    _exit(99);  // a fork inside the body returned to here
   }
   if (!HasNoChild()) {
     std::cout << "a child was left behind\n";

@@ -1,5 +1,5 @@
-// Tests that take several processes. Everything waits for an event: the end of a process, its
-// stopping, the end of a pipe.
+// Tools for tests with several processes. Every wait is for an event: a process ends or stops, or a
+// pipe closes.
 #pragma once
 
 #include <sys/types.h>
@@ -9,17 +9,17 @@
 
 namespace test {
 
-// Runs `body` in a forked child and fails the calling test when the body fails, dies or leaves a
-// child of its own behind. What only lives once per process (the platform) is new in it.
+// Runs `body` in a forked child. Fails the calling test if the body fails, dies or leaves a child
+// process behind. Values that exist once per process (the platform) are new in the child.
 void InChild(const std::function<void()>& body);
 
-// Reaps children, adopted ones included, until there are none. They must be about to end.
+// Reaps children, adopted ones included, until none is left. They must be about to end.
 void ReapAll();
 
-// True when this process has no child left, dead or alive.
+// True if this process has no child, dead or alive.
 bool HasNoChild();
 
-// A forked process. Killed and reaped with its owner.
+// A forked process. The destructor kills and reaps it.
 class Child {
  public:
   explicit Child(const std::function<void()>& body);
@@ -29,13 +29,13 @@ class Child {
 
   pid_t Pid() const { return pid_; }
 
-  // Waits for the child to call StopHere; false when it ended instead.
+  // Waits until the child calls StopHere; false if it ended instead.
   bool WaitUntilStopped();
   void Continue() const;
   void Kill(int signal) const;
-  // Waits for the end: the exit status, or 128 + signal.
+  // Waits for the end and returns the exit status, or 128 + signal.
   int Wait();
-  // Waits for the end but leaves the zombie for Wait.
+  // Waits for the end, but leaves the zombie for Wait.
   void WaitUntilZombie() const;
 
  private:
@@ -43,13 +43,14 @@ class Child {
   bool reaped_ = false;
 };
 
-// In a child: stops until the parent continues it.
+// In a child: stops the process until the parent continues it.
 void StopHere();
 
 // A process that does nothing until it is killed.
 [[noreturn]] void SleepUntilKilled();
 
-// A pipe whose ends close with it. The end of the reading side tells that no writer lives any more.
+// A pipe that closes its ends in the destructor. End of file on the read end means that no writer
+// is left.
 class Pipe {
  public:
   Pipe();
@@ -62,9 +63,9 @@ class Pipe {
   void CloseRead();
   void CloseWrite();
   void Write(const std::string& text) const;
-  // Everything up to the end of the pipe. Closes this process's write end first.
+  // Closes this process's write end, then reads to the end of the pipe.
   std::string ReadToEnd();
-  // Exactly `length` bytes, or less at the end.
+  // Reads exactly `length` bytes, or fewer at the end.
   std::string Read(size_t length) const;
 
  private:

@@ -1,4 +1,4 @@
-// A script in a transcoder's place.
+// A script that replaces a transcoder.
 #pragma once
 
 #include <sys/types.h>
@@ -12,19 +12,19 @@ namespace test {
 
 inline constexpr char kFfmpeg[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 
-// Tells its pid, keeps its arguments and works until it is stopped.
+// Writes its arguments and its pid to files, then runs until it is stopped.
 inline constexpr char kStandIn[] =
     "printf '%s\\n' \"$@\" > \"$ORVO_SYSROOT/argv.$$\"\n"
     "echo $$ > \"$ORVO_SYSROOT/started\"\nexec sleep 1000\n";
 
-// Hears of such scripts below one sysroot.
+// Observes such scripts below one sysroot.
 class StandIn {
  public:
   explicit StandIn(const std::string& root);
 
-  // Waits for the pid of the next one that starts.
+  // Waits for the next script to start and returns its pid.
   pid_t NextStarted() const;
-  // Has one started that was not asked for yet?
+  // Has a script started that NextStarted has not returned yet?
   bool HasStarted() const;
   std::vector<std::string> Arguments(pid_t pid) const;
 

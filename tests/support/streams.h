@@ -1,4 +1,4 @@
-// Streams made without a probe: a directory and a record written by the test.
+// Streams without a probe: the test writes the directory and the record.
 #pragma once
 
 #include <json/value.h>
@@ -20,7 +20,7 @@ Json::Value FilmRecord(const std::string& profileValue, const std::string& profi
 
 class StreamTest : public Sysroot {
  protected:
-  // The directory of a stream below the sysroot, without it.
+  // The directory of a stream, without the sysroot.
   static std::string Directory(const std::string& kind, const std::string& id = kId) {
     return "/tmp/Mirevo/" + kind + "/" + id;
   }
@@ -30,9 +30,9 @@ class StreamTest : public Sysroot {
     MakeDirectory(Directory(kind, id));
     WriteJson(Directory(kind, id) + "/video_metadata", record);
   }
-  // The same on a data volume, where opening makes it, with a link in its place.
+  // The same on a data volume with a link to it, as opening a film makes it.
   void MakeStreamOnVolume(const std::string& kind, const Json::Value& record) const;
-  // A loaded record with this document.
+  // A record that was loaded from this document.
   LibOrvoQMX::QMXMetaData Load(const Json::Value& document) const {
     MakeStream("HTTP", document, "loaded");
     LibOrvoQMX::QMXMetaData record("loaded", "HTTP");

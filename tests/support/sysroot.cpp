@@ -22,7 +22,7 @@ void Sysroot::SetUp() {
   std::string pattern = std::string(base != nullptr ? base : "/tmp") + "/orvo-test-XXXXXX";
   ASSERT_NE(mkdtemp(pattern.data()), nullptr);
   root_ = pattern;
-  // Services with other ids work in it too.
+  // Services with other ids use the directory too.
   ASSERT_EQ(chmod(root_.c_str(), 0755), 0);
   ASSERT_EQ(setenv("ORVO_SYSROOT", root_.c_str(), 1), 0);
   SetPlatform("avoton");

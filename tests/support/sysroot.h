@@ -1,4 +1,4 @@
-// An appliance in a directory of its own.
+// An appliance in its own directory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,35 +11,35 @@
 
 namespace test {
 
-// Every test gets a fresh directory with "/etc.defaults/orvoinfo.conf" for the platform "avoton"
-// (software only) and one volume, and ORVO_SYSROOT pointing to it. All of it is removed at the end.
+// Every test gets a new directory with "/etc.defaults/orvoinfo.conf" for the platform "avoton"
+// (software only) and with one volume. ORVO_SYSROOT points to it. The end of the test removes it.
 class Sysroot : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  // Makes the appliance one of this platform.
+  // Changes the platform of the appliance.
   void SetPlatform(const std::string& platform) const;
 
-  // Runs `body` in a process of its own on an appliance of this platform, which a process settles
-  // once.
+  // Runs `body` in a new process on an appliance of this platform. A new process is necessary
+  // because a process reads the platform once.
   void On(const std::string& platform, const std::function<void()>& body) const;
 
   const std::string& Root() const { return root_; }
-  // Where a path of the appliance lies.
+  // The real path of a path of the appliance.
   std::string Path(const std::string& path) const { return root_ + path; }
 
-  // Files of the appliance. Missing directories are made.
+  // Files of the appliance. The functions create missing directories.
   void Write(const std::string& path, const std::string& content) const;
   void WriteJson(const std::string& path, const Json::Value& value) const;
   std::string Read(const std::string& path) const;
   Json::Value ReadJson(const std::string& path) const;
   bool Exists(const std::string& path) const;
   void MakeDirectory(const std::string& path) const;
-  // An executable shell script; its full path.
+  // Writes an executable shell script and returns its full path.
   std::string WriteScript(const std::string& path, const std::string& body) const;
 
-  // The registry as it stands on disk, and as it shall stand.
+  // Reads and replaces the registry on disk.
   Json::Value Registry() const { return ReadJson("/tmp/Mirevo/enabled"); }
   void SetRegistry(const Json::Value& entries) const;
 
@@ -52,10 +52,10 @@ Json::Value RegistryEntry(pid_t pid, bool hardware, bool offline = false);
 Json::Value JsonArray(const std::vector<Json::Value>& elements);
 Json::Value ParseText(const std::string& text);
 
-// All of a file; "" when it is not there.
+// The content of a file; "" if it does not exist.
 std::string ReadWhole(const std::string& path);
 
-// The media folder that make_media.sh filled, and one film in it.
+// The path of a film in the folder that make_media.sh filled.
 std::string Film(const std::string& name);
 
 }  // namespace test

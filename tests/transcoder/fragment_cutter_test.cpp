@@ -10,7 +10,7 @@
 namespace orvo::transcoder::test {
 namespace {
 
-constexpr int64_t kSecond = kFragmentTicks;
+constexpr int64_t kSecond = kFragmentClockRate;
 
 // Writes down what comes, in order: "a0 v0 a1 ..." and the samples.
 struct Written : FragmentSink {
@@ -153,6 +153,32 @@ TEST_F(FragmentCutterTest, SoundDoesNotWaitForPicturesThatHaveEnded) {
   Picture(0, true);
   Sound(0, 29.9);
   EXPECT_EQ(written.order, "a0 a1 a2 v0 a3 v1 a4 v2 ");
+}
+
+TEST_F(FragmentCutterTest, ARunBehindTheLastPictureShowsThatOne) {
+  Start(2, 20);
+  Sound(10, 20);
+  EXPECT_FALSE(cutter->HasPicture());
+  Picture(4, true);
+  Picture(6, true);
+  Picture(6.5);
+  EXPECT_TRUE(cutter->HasPicture());
+  cutter->Finish();
+  EXPECT_EQ(written.order, "a2 a3 v2 v3 ");
+  for (const auto& held : written.pictures) {
+    ASSERT_EQ(held.size(), 2U);
+    EXPECT_TRUE(held[0].isKey);
+    EXPECT_LT(held[0].duration, kSecond / 1000);
+  }
+  EXPECT_EQ(written.pictures[0][0].time, 10 * kSecond);
+  EXPECT_EQ(EndOf(written.pictures[0]), 15 * kSecond);
+  EXPECT_EQ(EndOf(written.pictures[1]), 20 * kSecond);
+}
+
+TEST_F(FragmentCutterTest, PicturesBeforeTheStartNeedTheirKeyFrame) {
+  Start(2, 20);
+  Picture(6.5);
+  EXPECT_FALSE(cutter->HasPicture());
 }
 
 TEST_F(FragmentCutterTest, AFilmWithoutPicturesGivesNothing) {

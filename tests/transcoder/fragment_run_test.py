@@ -35,8 +35,9 @@ class FragmentRun(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = pathlib.Path(tempfile.mkdtemp())
         os.environ["ORVO_SYSROOT"] = str(cls.folder)
-        cls.film = make(cls.folder / "film.mp4", "-f", "lavfi", "-i", f"color=s=128x96:r=5:d={SECONDS},noise=alls=100:allf=t", "-c:v",
-                        "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p")
+        cls.film = make(cls.folder / "film.mp4",
+                        "-f", "lavfi", "-i", f"color=s=128x96:r=5:d={SECONDS},noise=alls=100:allf=t",
+                        "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p")
         cls.runs = 0
 
     @classmethod

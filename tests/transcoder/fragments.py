@@ -89,14 +89,14 @@ def adts(samples):
 class Run:
     """One start of the transcoder, the way the library starts it."""
 
-    def __init__(self, transcoder, film, folder, arguments, start=0, seconds=None, maps=()):
-        self.folder = pathlib.Path(folder)
+    def __init__(self, transcoder, film, folder, arguments, start=0, seconds=None, maps=(), length=LENGTH):
+        self.folder, self.length = pathlib.Path(folder), length
         self.folder.mkdir()
         if seconds:
             text = f'<?xml version="1.0"?>\n<SmoothStreamingMedia MajorVersion="2" Duration="{seconds * TICKS}">\n'
             (self.folder / "manifest_predict").write_text(text)
         self.command = [transcoder, "-ss", f"{start}.000", "-i", film, *arguments, "-fragment_length",
-                        f"{LENGTH}", "-seek_time", f"{start}", *maps, f"{self.folder}/smooth"]
+                        f"{length}", "-seek_time", f"{start}", *maps, f"{self.folder}/smooth"]
 
     def start(self):
         self.process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
@@ -114,7 +114,7 @@ class Run:
         for path in self.folder.glob("smooth/*/*"):
             match = NAME.fullmatch(path.name)
             assert match, path
-            found[match[1], int(match[2]) / (LENGTH * TICKS)] = path
+            found[match[1], int(match[2]) / (self.length * TICKS)] = path
         return dict(sorted(found.items()))
 
     def numbers(self, track="video"):

@@ -39,8 +39,8 @@ Packet FramePacket(int pid, unsigned char streamId, double seconds, bool isKey) 
   packet[3] = 0x3F;
   packet[4] = 1;
   packet[5] = isKey ? 0x40 : 0;
-  const auto pts =
-      (static_cast<int64_t>(seconds * kTicks) + kMultiplexerDelay) & ((INT64_C(1) << 33) - 1);
+  const auto pts = (static_cast<int64_t>(seconds * kTransportClockRate) + kMultiplexerDelay) &
+                   ((INT64_C(1) << 33) - 1);
   const unsigned char pes[] = {0,
                                0,
                                1,
@@ -176,14 +176,14 @@ TEST(SegmentCutter, CountsAPlanFromTheFirstKeyFrame) {
   part.Picture(7).Picture(8.5).Picture(16.4).Picture(16.5);
   EXPECT_EQ(part.Frames(), (Counts{{1, 2}, {2, 1}}));
   SegmentPlan known = Plan(Cuts::kKeyFrames, 8, 1, 8);
-  known.firstKey = kTicks / 2;
+  known.firstKey = kTransportClockRate / 2;
   Film exact(known);
   exact.Picture(8.3).Picture(8.5).Picture(16.4).Picture(16.5);
   EXPECT_EQ(exact.Frames(), (Counts{{1, 2}, {2, 1}}));
 }
 
 TEST(SegmentCutter, FollowsTheClockPastItsTurn) {
-  const double turn = static_cast<double>(INT64_C(1) << 33) / kTicks;
+  const double turn = static_cast<double>(INT64_C(1) << 33) / kTransportClockRate;
   const int number = static_cast<int>(turn / 5) - 1;
   Film film(Plan(Cuts::kForced, 5, number, number * 5.0));
   film.Picture(number * 5.0).Picture(number * 5.0 + 5).Picture(number * 5.0 + 10);

@@ -72,23 +72,21 @@ TEST(SegmentTranslation, LeavesOtherOutputsAlone) {
 TEST(SegmentTranslation, EntersTheFilmEarlyAndCutsThatOff) {
   const Strings command = Transcode("-vcodec libx264 -vf yadif -acodec aac").command;
   EXPECT_TRUE(Contains(command, "-ss 9.600"));
-  EXPECT_TRUE(Contains(command, "-vf yadif,trim=start=0.39999"));
+  EXPECT_EQ(Value(command, "-vf").rfind("yadif,trim=start=0.39999,settb=", 0), 0U);
   EXPECT_TRUE(Contains(command, "-output_ts_offset 9.600"));
-  EXPECT_EQ(Value(command, "-force_key_frames").rfind("0.39999,5.39999,10.39999,", 0), 0u);
 }
 
 TEST(SegmentTranslation, StartsSoundOnTheSameGridInEveryRun) {
-  for (long milliseconds = 0; milliseconds < 3000000; milliseconds += 5000) {
-    for (const char* rate : {"48000", "44100", "32000", "22050"}) {
+  for (int start = 0; start < 3000; start += 5) {
+    for (const int rate : {48000, 44100, 32000, 22050}) {
       SegmentRequest request;
-      request.start = std::to_string(milliseconds);
+      request.start = start;
       request.soundRate = rate;
       const SegmentEntry entry = EnterFilm(request);
-      const double sample = entry.seek * std::stod(rate) + static_cast<double>(entry.firstSample);
-      EXPECT_NEAR(sample / 18432, std::round(sample / 18432), 1e-6) << milliseconds << " " << rate;
+      const double sample = entry.seek * rate + static_cast<double>(entry.firstSample);
+      EXPECT_NEAR(sample / 18432, std::round(sample / 18432), 1e-6) << start << " " << rate;
       EXPECT_GE(entry.firstSample, 0);
-      EXPECT_LE(static_cast<double>(entry.firstSample) / std::stod(rate),
-                std::max(0.0, entry.lead - 0.04));
+      EXPECT_LE(static_cast<double>(entry.firstSample) / rate, std::max(0.0, entry.lead - 0.04));
       EXPECT_LT(entry.lead, 1.1);
     }
   }
@@ -97,13 +95,13 @@ TEST(SegmentTranslation, StartsSoundOnTheSameGridInEveryRun) {
 TEST(SegmentTranslation, EntersAFilmWithoutIndexEarlierStill) {
   const Translation translation = Transcode("-vcodec libx264 -acodec aac", "f.ts");
   EXPECT_TRUE(Contains(translation.command, "-ss 6.600"));
-  EXPECT_TRUE(Contains(translation.command, "-vf trim=start=3.39999"));
+  EXPECT_EQ(Value(translation.command, "-vf").rfind("trim=start=3.39999,", 0), 0U);
 }
 
 TEST(SegmentTranslation, ReadsAFilmWhoseClockJumpsFromItsStart) {
   const Translation translation = Transcode("-vcodec libx264 -acodec aac", "jumps.ts");
-  EXPECT_TRUE(Contains(translation.command, "-ss 0.000"));
-  EXPECT_TRUE(Contains(translation.command, "-vf trim=start=9.99999"));
+  EXPECT_FALSE(Contains(translation.command, "-ss"));
+  EXPECT_EQ(Value(translation.command, "-vf").rfind("trim=start=9.99999,", 0), 0U);
   EXPECT_TRUE(Contains(translation.command, "-output_ts_offset 0.000"));
 }
 
@@ -112,14 +110,43 @@ TEST(SegmentTranslation, StartsTheFilmAtItsStart) {
       "-ss 0.000 -i f.ts -vcodec libx264 -hls_seek_time 0 -segment_start_number 0 /d/%d.ts");
   ASSERT_TRUE(translation.segments);
   EXPECT_TRUE(translation.segments->startsAtOnce);
-  EXPECT_TRUE(Contains(translation.command, "-ss 0.000"));
-  EXPECT_FALSE(Contains(translation.command, "-vf"));
+  EXPECT_FALSE(Contains(translation.command, "-ss"));
+  EXPECT_EQ(Value(translation.command, "-vf").find("trim"), std::string::npos);
 }
 
-TEST(SegmentTranslation, KeepsTheTickOfEncodersThatNeedIt) {
-  EXPECT_TRUE(Contains(Transcode("-vcodec libx264").command, "-enc_time_base:v 1:90000"));
-  EXPECT_TRUE(Contains(Transcode("-vcodec h264_smd").command, "-enc_time_base:v 1:90000"));
-  EXPECT_FALSE(Contains(Transcode("-vcodec other").command, "-enc_time_base:v"));
+TEST(SegmentTranslation, MarksThePicturesThatStartSegments) {
+  for (const char* encoder : {"libx264", "h264_smd"}) {
+    const Strings command = Transcode(std::string("-vcodec ") + encoder).command;
+    EXPECT_TRUE(Contains(command, "-enc_time_base:v 1:360000")) << encoder;
+    EXPECT_TRUE(Contains(command, "-force_key_frames expr:not(mod(round(t*360000),4))"));
+    EXPECT_NE(Value(command, "-vf").find("(ld(1)/90000-0.399955)/5.0000000"), std::string::npos);
+  }
+}
+
+TEST(SegmentTranslation, ListsTheSegmentsForEncodersThatNeedTheirTick) {
+  const Strings command = Transcode("-vcodec other").command;
+  EXPECT_FALSE(Contains(command, "-enc_time_base:v"));
+  EXPECT_EQ(Value(command, "-vf").find("settb"), std::string::npos);
+  EXPECT_EQ(Value(command, "-force_key_frames").rfind("0.39999,5.39999,10.39999,", 0), 0U);
+}
+
+// What the kernel takes as one argument.
+constexpr size_t kLongestArgument = 131072;
+
+TEST(SegmentTranslation, EveryArgumentFitsWhateverTheLength) {
+  for (const char* encoder : {"libx264", "other"}) {
+    for (const char* length : {"0.5", "1", "2", "2.5", "3", "5", "600"}) {
+      for (const char* start : {"0", "36000000", "360000000"}) {
+        const Translation translation =
+            Translated(std::string("-ss 5 -i f.mkv -vcodec ") + encoder + " -hls_seek_time " +
+                       start + " -segment_time " + length + " /d/%d.ts");
+        ASSERT_FALSE(translation.command.empty()) << translation.error;
+        for (const std::string& argument : translation.command) {
+          EXPECT_LT(argument.size(), kLongestArgument) << encoder << " " << length << " " << start;
+        }
+      }
+    }
+  }
 }
 
 TEST(SegmentTranslation, CutsCopiedPicturesAtTheirKeyFramesOrAnywhere) {
@@ -163,7 +190,7 @@ TEST(FragmentTranslation, PlansByTheRatesAndTheStart) {
   EXPECT_EQ(translation.fragments->videoRate, "200000");
   EXPECT_EQ(translation.fragments->audioRate, "40000");
   EXPECT_EQ(translation.fragments->firstNumber, 2);
-  EXPECT_EQ(translation.fragments->length, 5);
+  EXPECT_EQ(translation.fragments->length, 5 * kFragmentClockRate);
 }
 
 TEST(FragmentTranslation, WritesOneStreamForTheCutter) {
@@ -184,7 +211,8 @@ TEST(FragmentTranslation, GivesEachKeyFrameItsParameterSets) {
 TEST(FragmentTranslation, FitsThePictureBehindItsFilters) {
   const Strings command = Fragment("-s 430x240 -vf yadif").command;
   const std::string chain = Value(command, "-vf");
-  EXPECT_EQ(chain.rfind("yadif,trim=start=0.39999,scale=", 0), 0U) << chain;
+  EXPECT_EQ(chain.rfind("setsar=sar=sar:max=65535,yadif,trim=start=0.39999,scale=", 0), 0U)
+      << chain;
   EXPECT_NE(chain.find("pad=430:240:-1:-1,setsar=0"), std::string::npos) << chain;
   EXPECT_FALSE(Contains(command, "-s"));
 }
@@ -200,9 +228,42 @@ TEST(FragmentTranslation, StartsWithAFragmentThatIsWhole) {
   EXPECT_EQ(first("5.1"), 2);
 }
 
+TEST(FragmentTranslation, TakesLengthsThatAreNoWholeSeconds) {
+  const auto planned = [](const std::string& length, const std::string& start) {
+    return *Translated("-ss 0 -i f.mkv -vb 1 -ab 1 -fragment_length " + length + " -seek_time " +
+                       start + " d")
+                .fragments;
+  };
+  EXPECT_EQ(planned("0.5", "0").length, kFragmentClockRate / 2);
+  EXPECT_EQ(planned("2.5", "0").length, kFragmentClockRate * 5 / 2);
+  EXPECT_EQ(planned("0.5", "3").firstNumber, 6);
+  EXPECT_EQ(planned("2.5", "3").firstNumber, 2);
+}
+
+TEST(FragmentTranslation, LooksForALastPictureFurtherAndFurtherBack) {
+  const Translation translation =
+      Translated("-ss 30 -i f.mkv -vb 1 -ab 1 -fragment_length 5 -seek_time 30 d");
+  const auto& searches = translation.fragments->searches;
+  ASSERT_EQ(searches.size(), 3U);
+  EXPECT_TRUE(Contains(searches[0], "-ss 22.000"));
+  EXPECT_TRUE(Contains(searches[1], "-ss 14.000"));
+  EXPECT_FALSE(Contains(searches[2], "-ss"));
+  for (const Strings& search : searches) {
+    EXPECT_TRUE(Contains(search, "-an"));
+    EXPECT_FALSE(Contains(search, "-af"));
+    EXPECT_EQ(Value(search, "-vf").find("trim"), std::string::npos);
+  }
+  EXPECT_FALSE(Contains(translation.command, "-an"));
+}
+
+TEST(FragmentTranslation, NothingStandsBeforeTheFilmsStart) {
+  EXPECT_TRUE(Translated("-ss 0 -i f.mkv -vb 1 -ab 1 -fragment_length 5 -seek_time 0 d")
+                  .fragments->searches.empty());
+}
+
 TEST(FragmentTranslation, RefusesWhatCannotBecomeFragments) {
   for (const char* options :
-       {"-vcodec copy", "-acodec copy", "-c copy", "-vb x", "-ab 0", "-vb 1M"}) {
+       {"-vcodec copy", "-acodec copy", "-c copy", "-vb x", "-ab 0", "-vb 1G"}) {
     EXPECT_FALSE(Fragment(options).error.empty()) << options;
   }
   EXPECT_FALSE(Translated("-i f.mkv -fragment_length 5 -seek_time 0 d").error.empty());

@@ -237,7 +237,8 @@ def decoding_errors(paths, folder):
         for path in paths:
             out.write(pathlib.Path(path).read_bytes())
     result = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-xerror", "-i", joined,
-                             "-fps_mode", "passthrough", "-f", "null", "-"], capture_output=True, text=True, check=False)
+                             "-fps_mode", "passthrough", "-f", "null", "-"],
+                            capture_output=True, text=True, check=False)
     lines = [line for line in result.stderr.splitlines() if "Application provided" not in line]
     return [f"decoding runs one behind the other: {line}" for line in lines[:3]]
 

@@ -142,17 +142,44 @@ TEST(Translation, EntersAFilmWithoutIndexEarlyAndCutsThatOff) {
 
 TEST(Translation, EntersAFilmWithoutIndexNoEarlierThanItsStart) {
   const Strings command = Translated(Words("-ss 1.000 -i f.ts o"));
-  EXPECT_TRUE(Contains(command, Words("-ss 0.000") + kGuards));
+  EXPECT_EQ(std::count(command.begin(), command.end(), "-ss"), 1);
   EXPECT_TRUE(Contains(command, Words("-ss 1.000 o")));
 }
 
 TEST(Translation, LeavesSeeksAloneThatNeedNoHelp) {
-  for (const Strings& arguments :
-       {Words("-ss 0.000 -i f.ts o"), Words("-ss 1:00 -i f.ts o"), Words("-i f.ts -ss 5 o")}) {
-    const Strings command = Translated(arguments);
-    EXPECT_EQ(std::count(command.begin(), command.end(), "-ss"), 1);
-  }
+  const Strings command = Translated(Words("-i f.ts -ss 5 o"));
+  EXPECT_EQ(std::count(command.begin(), command.end(), "-ss"), 1);
   EXPECT_TRUE(Contains(Translated(Words("-ss 9 -i f.ts -c:v copy o")), Words("-ss 9")));
+}
+
+TEST(Translation, ReadsAFilmFromItsStartWithoutASeek) {
+  for (const char* start : {"0", "0.000", "00:00:00"}) {
+    for (const char* film : {"f.ts", "f.flv"}) {
+      const Strings command = Translated({"-ss", start, "-copyts", "-i", film, "o"});
+      EXPECT_FALSE(Contains(command, {"-ss"})) << start << " " << film;
+      EXPECT_TRUE(Contains(command, {"-output_ts_offset", start})) << start << " " << film;
+    }
+  }
+}
+
+TEST(Translation, ReadsTimesAsFFmpegDoes) {
+  const Strings command = Translated(Words("-ss 1:02:05.5 -i f.ts o"));
+  EXPECT_TRUE(Contains(command, Words("-ss 3722.500") + kGuards));
+}
+
+TEST(Translation, TellsTheScalerTheShapeOfPixels) {
+  for (const char* options :
+       {"-s 640x480", "-s 640x480 -aspect 1.77778", "-aspect 4:3", "-vf scale=640:480"}) {
+    const Strings output = Output(Words(options));
+    const auto chain = std::find(output.begin(), output.end(), "-vf");
+    ASSERT_LT(chain + 1, output.end()) << options;
+    EXPECT_EQ((chain + 1)->rfind("setsar=sar=sar", 0), 0U) << options;
+    EXPECT_FALSE(Contains(output, {"-aspect"})) << options;
+  }
+}
+
+TEST(Translation, LeavesTheShapeOfCopiedPicturesAlone) {
+  EXPECT_EQ(Output(Words("-vcodec copy -aspect 16:9")), Words("-vcodec copy -aspect 16:9"));
 }
 
 struct Replacement {
@@ -205,7 +232,8 @@ TEST(Translation, LeavesTheHardwareOutWithItsEncoder) {
   EXPECT_EQ(
       Output(Words("-vf deinterlace_vaapi=rate=1,scale_vaapi=w=640:h=360,hwupload -c:v h264_vaapi "
                    "-preset p4 -profile:v constrained_baseline")),
-      (Words("-vf yadif,scale=w=640:h=360 -c:v libx264 -preset veryfast -profile:v baseline")));
+      (Words("-vf setsar=sar=sar:max=65535,yadif,scale=w=640:h=360 -c:v libx264 -preset veryfast "
+             "-profile:v baseline")));
 }
 
 TEST(Translation, EncodesFastInPlaceOfHardware) {
@@ -221,7 +249,8 @@ TEST(Translation, BringsThePicturesToTheHardware) {
   const Machine machine{{"h264_vaapi"}};
   const Strings command = Translated(Words("-i f -vcodec h264_vaapi -s 1280x720 o"), machine);
   EXPECT_TRUE(Contains(command, Words("-vaapi_device /dev/dri/renderD128")));
-  EXPECT_TRUE(Contains(command, Words("-vf scale=1280:720,format=nv12,hwupload")));
+  EXPECT_TRUE(
+      Contains(command, Words("-vf setsar=sar=sar:max=65535,scale=1280:720,format=nv12,hwupload")));
   EXPECT_FALSE(Contains(command, Words("-s")));
 }
 
@@ -231,8 +260,9 @@ TEST(Translation, AddsNothingToHardwareFiltersThatAreThere) {
       Output(
           Words("-vaapi_device /dev/x -vf yadif,format=nv12,hwupload -vcodec h264_vaapi -s hd720"),
           machine),
-      (Words(
-          "-vaapi_device /dev/x -vf yadif,scale=hd720,format=nv12,hwupload -vcodec h264_vaapi")));
+      (Words("-vaapi_device /dev/x -vf "
+             "setsar=sar=sar:max=65535,yadif,scale=hd720,format=nv12,hwupload "
+             "-vcodec h264_vaapi")));
 }
 
 TEST(Translation, RefusesWhatCannotBeRun) {

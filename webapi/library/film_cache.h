@@ -5,12 +5,13 @@
 // the oldest do. Nothing here is missed when it is deleted.
 #pragma once
 
-#include <cstdint>
 #include <string>
+
+#include "util/system_files.h"
 
 namespace webapi {
 
-inline constexpr char kCacheFolder[] = "/var/packages/Mirevo/cache";
+using LibOrvoQMX::kCacheFolder;
 
 // Where `what` of a film is kept, for the state that the film is in now; `ending` with its dot. ""
 // when there is no such film.
@@ -19,8 +20,5 @@ std::string CachePath(const std::string& film, const std::string& what, const st
 // Keeps a file, and removes the oldest ones where that is too much. False when it cannot be
 // written.
 bool KeepInCache(const std::string& path, const std::string& content);
-
-// Removes the oldest files of a folder until those that are left take up `maxBytes` at most.
-void TrimFolder(const std::string& folder, int64_t maxBytes);
 
 }  // namespace webapi

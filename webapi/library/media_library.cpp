@@ -3,17 +3,15 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
-#include <string_view>
 
 #include "platform/plat.h"
 #include "util/json_utils.h"
+#include "util/media_names.h"
 #include "util/system_files.h"
 #include "webapi/http/request.h"
 
@@ -21,11 +19,6 @@ namespace webapi {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::array<std::string_view, 36> kFilmEndings = {
-    "3g2",  "3gp", "amv", "asf", "avi",  "divx", "dv",  "f4v",  "flv", "ifo",  "m1v", "m2t",
-    "m2ts", "m2v", "m4v", "mkv", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mts",  "mxf", "nut",
-    "ogm",  "ogv", "qt",  "rm",  "rmvb", "tp",   "trp", "ts",   "vob", "webm", "wmv", "wtv"};
 
 bool IsBelow(const std::string& path, const std::string& root) {
   return path == root || root == "/" ||
@@ -77,20 +70,19 @@ std::optional<std::string> ParentOf(const std::string& folder) {
 
 class Listing {
  public:
-  // A root is listed whatever its name; inside a folder, hidden entries and other files are not
-  // films.
+  // A root is listed whatever its name.
   void Add(const std::string& path, bool isRoot) {
     struct stat status {};
     const std::string name = fs::path(path).filename().string();
     if (name.empty() && !isRoot) {
       return;
     }
-    if (stat(path.c_str(), &status) != 0 || (!isRoot && name.front() == '.')) {
+    if (stat(path.c_str(), &status) != 0) {
       return;
     }
-    if (S_ISDIR(status.st_mode)) {
+    if (S_ISDIR(status.st_mode) && (isRoot || !orvo::IsSystemFolderName(name))) {
       folders_.append(DescribeEntry(path, status));
-    } else if (S_ISREG(status.st_mode) && (isRoot || IsFilmName(name))) {
+    } else if (S_ISREG(status.st_mode) && (isRoot || orvo::IsFilmName(name))) {
       files_.append(DescribeEntry(path, status));
     }
   }
@@ -116,17 +108,6 @@ class Listing {
 std::string RealPath(const std::string& path) {
   int ignored = 0;
   return Resolve(path, ignored);
-}
-
-bool IsFilmName(const std::string& name) {
-  const auto dot = name.rfind('.');
-  if (dot == std::string::npos || name.front() == '.') {
-    return false;
-  }
-  std::string ending = name.substr(dot + 1);
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return std::find(kFilmEndings.begin(), kFilmEndings.end(), ending) != kFilmEndings.end();
 }
 
 Json::Value DescribeEntry(const std::string& path, const struct stat& status) {

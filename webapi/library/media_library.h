@@ -12,9 +12,6 @@
 
 namespace webapi {
 
-// Does a file of this name pass for a film? By its ending; a hidden file does not.
-bool IsFilmName(const std::string& name);
-
 // The configured media roots: files and folders, absolute, links resolved. From the JSON array of
 // paths
 // "/var/packages/Mirevo/etc/media_roots"; entries that do not exist are left out.
@@ -46,7 +43,8 @@ std::string RealPath(const std::string& path);
 Json::Value DescribeEntry(const std::string& path, const struct stat& status);
 
 // The folders and playable files in the folder `path` (the media roots for ""), sorted by name, and
-// the "parent" to go back to, if there is one.
+// the "parent" to go back to, if there is one. Folders that systems keep for themselves are left
+// out (util/media_names.h).
 Answer ListFolder(const std::string& path);
 
 }  // namespace webapi

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "util/media_names.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -61,13 +62,11 @@ class Search {
          entry.increment(failure)) {
       // What hides is not listed either. A linked folder is not entered: what it leads to is found
       // where it is, and links may lead in circles.
-      const bool isHidden = entry->path().filename().string().front() == '.';
-      if (isHidden || entry.depth() >= kMaxDepth) {
+      const std::string name = entry->path().filename().string();
+      if (orvo::IsSystemFolderName(name) || entry.depth() >= kMaxDepth) {
         entry.disable_recursion_pending();
       }
-      if (!isHidden) {
-        Look(entry->path().string());
-      }
+      Look(entry->path().string());
     }
     isTruncated_ = isTruncated_ || failure;
   }
@@ -95,7 +94,7 @@ class Search {
   void Look(const std::string& path) {
     const std::string name = fs::path(path).filename().string();
     const std::string folded = FoldCase(name);
-    if (!IsFilmName(name) || folded.find(text_) == std::string::npos) {
+    if (!orvo::IsFilmName(name) || folded.find(text_) == std::string::npos) {
       return;
     }
     // A link that leads out of the roots is not there.

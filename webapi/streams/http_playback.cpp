@@ -9,6 +9,7 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
+#include "platform/process.h"
 #include "policy/trans_loading.h"
 #include "stream/http_stream.h"
 #include "util/qmxutils.h"
@@ -116,12 +117,13 @@ Answer PlayHttp(const Request& request, const Ticket& ticket) {
 
 void CloseHttp(const std::string& streamId) {
   HttpStream stream(streamId);
-  const pid_t transcoder = PlatReadPidFile(stream.GetQMXFileFullPath("monitor.pid"));
+  const auto transcoder =
+      orvo::Process::Open(PlatReadPidFile(stream.GetQMXFileFullPath("monitor.pid")));
   stream.Close();
   // A busy encoder finishes its picture before it looks at a signal. On a slow machine that is
   // long.
-  if (!orvo::WaitForExit(transcoder, kPatienceMilliseconds)) {
-    kill(transcoder, SIGKILL);
+  if (!transcoder.HasEndedWithin(kPatienceMilliseconds)) {
+    transcoder.Signal(SIGKILL);
   }
 }
 

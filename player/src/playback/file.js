@@ -1,4 +1,4 @@
-// What the browser plays and seeks in by itself: the film's own file, and HLS where the browser knows it.
+// Streams that the browser plays and seeks by itself: the original file, and HLS in browsers that support it.
 import { errorOf, localAddress } from '../api.js';
 import { MediaPlayback } from './media_playback.js';
 

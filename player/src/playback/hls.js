@@ -1,4 +1,4 @@
-// HTTP Live Streaming by hls.js, which is fetched when it is first needed.
+// HTTP Live Streaming by hls.js, which the page loads when it first needs it.
 import workerPath from 'hls.js/dist/hls.worker.js?url';
 
 import { localAddress } from '../api.js';
@@ -6,8 +6,8 @@ import { MediaPlayback } from './media_playback.js';
 import { reasonOfStatus } from './status_codes.js';
 import { subtitleIdOf } from './subtitle_id.js';
 
-// A segment is made when it is asked for, so its first byte may take a while, and a busy server is asked again
-// until the viewer gives up.
+// The server makes a segment on request, so its first byte may take a while. The player asks a busy server again
+// until the viewer stops it.
 const PATIENCE = { maxTimeToFirstByteMs: 60000, maxLoadTimeMs: 120000 };
 const RETRIES = { maxNumRetry: 4, retryDelayMs: 1000, maxRetryDelayMs: 4000 };
 const segmentPolicy = {
@@ -28,7 +28,7 @@ const settings = {
   playlistLoadPolicy: playlistPolicy,
 };
 
-// What the server would say again, however often it is asked.
+// Errors that repeat, however often the player asks.
 const FINAL = new Set(['Unauthorized', 'Forbidden', 'TransSapceNotEnough']);
 
 export class Segments extends MediaPlayback {
@@ -72,7 +72,7 @@ export class Segments extends MediaPlayback {
     if (FINAL.has(reason) && !isSubtitle) {
       this.hooks.fail({ reason });
     } else if (!fatal) {
-      // A segment that is swept away as it is sent is there again for the next request; a closed stream is not.
+      // A segment that was removed while it was sent exists again for the next request; a closed stream does not.
       if (reason === 'NotFound' && !isSubtitle) {
         this.hooks.missing();
       } else if (reason === 'TransEnable') {
@@ -91,8 +91,8 @@ export class Segments extends MediaPlayback {
     this.hooks.subtitles();
   }
 
-  // Shows the subtitle of this id, '' for none; once the subtitles are known, when it is asked for again. False where
-  // the presentation has no such one.
+  // Shows the subtitle with this id, '' for none. Before the subtitles are known, does nothing and returns true; the
+  // caller repeats the call when they are known. False if the presentation has no such subtitle.
   showSubtitle(id) {
     if (!this.knowsSubtitles) {
       return true;

@@ -1,19 +1,19 @@
-// The ways in which a film can be played, and which to try in which order.
+// The playback methods, and the order in which the page tries them.
 
 export const KINDS = {
-  direct: 'The file itself',
-  hls: 'Segments (HLS)',
-  http: 'One stream (MP4)',
-  webm: 'One stream (WebM)',
+  direct: 'Original file',
+  hls: 'HLS',
+  http: 'MP4 stream',
+  webm: 'WebM stream',
   ss: 'Smooth Streaming',
 };
 
 const ORDER = ['direct', 'hls', 'http', 'webm', 'ss'];
 
-// What a progressive stream has to be for a browser.
+// The media type that a browser needs from a progressive stream.
 const PROGRESSIVE = { http: 'video/mp4', webm: 'video/webm' };
 
-// The profiles of a film that a browser could play in this way.
+// The profiles of a film that a browser can play with this method.
 export function profilesOf(info, kind) {
   return info.profiles.filter(
     (profile) =>
@@ -23,10 +23,10 @@ export function profilesOf(info, kind) {
   );
 }
 
-// A server that tells of the progressive profiles alone may have others all the same.
+// A server that lists only the progressive profiles may still have others.
 export const mayHave = (info, kind) => profilesOf(info, kind).length > 0 || info.profiles.every(({ format }) => format === 'http');
 
-// What this browser plays. `video`: any video element.
+// The formats that this browser plays. `video`: any video element.
 export function abilitiesOf(video) {
   const source = globalThis.ManagedMediaSource ?? globalThis.MediaSource;
   const plays = (type) => video.canPlayType(type) !== '';
@@ -47,11 +47,11 @@ const FITS = {
   ss: (info, can) => can.segments && mayHave(info, 'ss'),
 };
 
-// The ways that are open to this film in this browser, best first.
+// The methods that this film and this browser support, best first.
 export const kindsFor = (info, can) => ORDER.filter((kind) => FITS[kind](info, can));
 
-// What to try for the viewer's choice { kind, profile, audio }: the way that was chosen first, then the others.
-// The file itself has no other quality than its own and plays its first sound track.
+// The methods to try for the viewer's choice { kind, profile, audio }: the chosen one first, then the others.
+// The original file has one quality and plays its first audio track.
 export function plan(info, can, choice) {
   const firstAudio = info.metadata?.track_info?.audio?.[0]?.id;
   const otherSound = choice.audio && firstAudio !== undefined && choice.audio !== firstAudio;
@@ -60,7 +60,7 @@ export function plan(info, can, choice) {
   return [...chosen, ...open.filter((kind) => kind !== choice.kind)];
 }
 
-// What stands in a profile's key besides its size: how it is packed, and with what at which rates.
+// The parts of a profile's key besides its size: container, codecs and rates.
 const PACKING = /^(mp4|ts|webm|aac|vorbis|opus|x264|vp8|[av][bf]\d+)$/;
 const SIZE = /^(?:hd)?(\d{3,4})p?$/;
 const RATE = /_vb(\d+)/;
@@ -68,19 +68,19 @@ const RATE = /_vb(\d+)/;
 const partsOf = (profile) => profile.key.split('_').slice(1).filter((part) => !PACKING.test(part));
 const heightOf = (profile) => profile.height || Number(partsOf(profile).map((part) => part.match(SIZE)?.[1]).find(Boolean) ?? 0);
 
-// A profile's name for people: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original picture".
+// A profile's readable name: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original quality".
 export function profileText(profile) {
   const parts = partsOf(profile);
   if (parts.includes('remux')) {
-    return 'Original picture';
+    return 'Original quality';
   }
   const height = heightOf(profile);
   const others = parts.filter((part) => !SIZE.test(part));
   return [height > 0 ? `${height}p` : '', ...others].filter(Boolean).join(' ') || profile.key;
 }
 
-// The qualities of one way of playing, the largest first, a copied picture before all. Where two have the same size,
-// their rates tell them apart.
+// The qualities of one playback method: copied video first, then the largest size first. If several have the same
+// size, their texts include the rate.
 export function qualities(info, kind) {
   const rank = (profile) => (profile.method === 'transcode' ? heightOf(profile) : Infinity);
   const profiles = [...profilesOf(info, kind)].sort((a, b) => (rank(a) === rank(b) ? 0 : rank(b) - rank(a)));

@@ -1,10 +1,10 @@
-// What every way of playing has in common in which the media element knows the whole film and seeks in it.
+// The shared code of the playback methods in which the media element knows the whole film and seeks in it.
 export class MediaPlayback {
   constructor(video, hooks) {
     this.video = video;
     this.hooks = hooks;
     this.listening = new AbortController();
-    this.wanted = 0; // the second of the film that was last asked for
+    this.wanted = 0; // the second of the film that was last requested
   }
 
   // The second of the film that is shown.
@@ -12,7 +12,7 @@ export class MediaPlayback {
     return this.video.readyState < HTMLMediaElement.HAVE_METADATA ? this.wanted : this.video.currentTime;
   }
 
-  // Seconds that are there after the one that is shown, without a hole.
+  // Seconds that are buffered after the shown one without a gap.
   buffered() {
     const { buffered, currentTime } = this.video;
     for (let part = 0; part < buffered.length; ++part) {
@@ -28,7 +28,7 @@ export class MediaPlayback {
     this.video.currentTime = second;
   }
 
-  // Lets go of what plays beside the element.
+  // Releases the player library, if one is used.
   release() {}
 
   close() {

@@ -1,30 +1,26 @@
-// One film in one video element: what is open, in which way, and what happens when that fails.
+// One film in one video element: opens it with a playback method, and tries the next method after a failure.
 //
-// Events: "change" whenever something to be shown has changed; "ended".
+// Events: "change" when something visible has changed; "ended".
 import { get, localAddress, post, postLastly } from '../api.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
-import { BrowserFile } from './file.js';
-import { Segments } from './hls.js';
 import { abilitiesOf, KINDS, plan } from './kinds.js';
-import { Progressive } from './progressive.js';
-import { Smooth } from './smooth.js';
 import { SubtitleTrack } from './subtitle_track.js';
 
-const SLOW_SECONDS = 6; // after which the viewer is told why nothing moves
-const HOPELESS_SECONDS = 60; // after which it counts as a failure
+const SLOW_SECONDS = 6; // without progress, after which the page explains the wait
+const HOPELESS_SECONDS = 60; // without progress, after which the method has failed
 
-const isApple = () => navigator.vendor.startsWith('Apple');
-
-// Another way of playing may help against these no more than trying again.
+// Errors that every other playback method would report too.
 const SAME_EVERYWHERE = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'Unreachable']);
 
 export class Playback extends EventTarget {
-  constructor(video) {
+  // `engineFor`: gives the class that plays a kind in a browser with these abilities.
+  constructor(video, engineFor) {
     super();
     this.video = video;
+    this.engineFor = engineFor;
     this.can = abilitiesOf(video);
-    this.wish = { muted: video.muted, speed: 1 }; // what the viewer wants, whatever a catch-up does meanwhile
-    this.turn = 0; // raised by everything that makes what is under way pointless
+    this.wish = { muted: video.muted, speed: 1 }; // the viewer's settings; a catch-up changes the element's for a while
+    this.turn = 0; // increases when the running operations become obsolete
     this.clear();
     video.addEventListener('loadeddata', () => this.mark('frame'));
     for (const type of ['playing', 'pause', 'waiting', 'seeking', 'seeked', 'canplay', 'loadstart']) {
@@ -34,13 +30,13 @@ export class Playback extends EventTarget {
 
   clear() {
     this.film = null; // { entry, info }
-    this.stream = null; // what open answered
+    this.stream = null; // the answer of open
     this.engine = null;
-    this.place = 0; // second of the film to begin at
-    this.error = null; // why nothing plays, in the end
+    this.place = 0; // the second of the film at which to begin
+    this.error = null; // the error after all attempts have failed
     this.queue = null; // { seconds, error } while waiting in line
     this.notice = ''; // a sentence that does not stop the film
-    this.slow = ''; // why nothing moves
+    this.slow = ''; // the reason for a wait
     this.needsPress = false;
     this.phase = '';
     this.marks = {};
@@ -50,7 +46,7 @@ export class Playback extends EventTarget {
     this.dispatchEvent(new Event('change'));
   }
 
-  // Plays a film from a second on. `choice`: { kind, profile, audio, subtitle }, each '' for the usual.
+  // Plays a film from this second on. `choice`: { kind, profile, audio, subtitle }, each '' for the default.
   play(film, choice, second) {
     this.film = film;
     this.choice = choice;
@@ -59,7 +55,7 @@ export class Playback extends EventTarget {
     return this.reopen(second);
   }
 
-  // Opens what is chosen anew, at this second.
+  // Closes the stream and opens the chosen one at this second.
   async reopen(second) {
     const turn = ++this.turn;
     this.error = null;
@@ -70,15 +66,15 @@ export class Playback extends EventTarget {
     await closed;
     while (turn === this.turn) {
       try {
-        await this.openKind(this.kinds[0], second, turn);
+        await this.openKind(this.kinds[0], turn);
         return;
       } catch (error) {
-        await this.afterFailure(error, turn);
+        await this.afterFailedOpening(error, turn);
       }
     }
   }
 
-  async openKind(kind, second, turn) {
+  async openKind(kind, turn) {
     if (kind === undefined) {
       throw this.lastError ?? { reason: 'TransVideoNotSupported' };
     }
@@ -95,8 +91,8 @@ export class Playback extends EventTarget {
     this.queue = null;
     this.phase = 'manifest';
     this.mark('open');
-    this.engine = this.engineOf(kind);
-    await this.engine.open(stream, Math.min(second, Math.max(0, stream.duration - 1)));
+    this.engine = this.makeEngine(kind);
+    await this.engine.open(stream, Math.min(this.place, Math.max(0, stream.duration - 1)));
     this.showSubtitle();
     this.changed();
   }
@@ -105,14 +101,14 @@ export class Playback extends EventTarget {
     const { profile, audio } = this.choice;
     return {
       format: kind,
-      // A quality belongs to one way of playing.
+      // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
     };
   }
 
-  engineOf(kind) {
+  makeEngine(kind) {
     const turn = this.turn;
     const current = (action) => (...values) => turn === this.turn && action(...values);
     const hooks = {
@@ -125,12 +121,11 @@ export class Playback extends EventTarget {
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
     };
-    const native = kind === 'direct' || (kind === 'hls' && (!this.can.segments || (this.can.nativeHls && isApple())));
-    const engines = { hls: Segments, ss: Smooth, http: Progressive, webm: Progressive };
-    return new (native ? BrowserFile : engines[kind])(this.video, hooks);
+    const Engine = this.engineFor(kind, this.can);
+    return new Engine(this.video, hooks);
   }
 
-  // What has come of opening: { open, manifest, media, frame }, in milliseconds since it began.
+  // Notes when a step of opening is done: open, manifest, media, frame, in milliseconds since the start.
   mark(name) {
     if (this.marks.start !== undefined && this.marks[name] === undefined) {
       this.marks[name] = performance.now() - this.marks.start;
@@ -150,20 +145,27 @@ export class Playback extends EventTarget {
     this.changed();
   }
 
-  // An engine has given up.
+  // Handles a refusal of the server, or an engine that did not load; in that case its stream is open.
+  async afterFailedOpening(error, turn) {
+    if (turn === this.turn) {
+      await this.closeStream();
+    }
+    await this.afterFailure(error, turn);
+  }
+
+  // Handles the failure of an engine.
   async fail(error) {
-    const second = this.now();
+    this.place = this.now();
     const turn = ++this.turn;
-    this.place = second;
     const closed = this.closeStream();
     await this.afterFailure(error, turn);
     await closed;
     if (turn === this.turn && !this.error) {
-      await this.reopen(second);
+      await this.reopen(this.place);
     }
   }
 
-  // Makes ready for the next attempt, or settles for the error.
+  // Prepares the next attempt, or reports the error.
   async afterFailure(error, turn) {
     if (turn !== this.turn || error.name === 'AbortError') {
       return;
@@ -178,7 +180,7 @@ export class Playback extends EventTarget {
       this.lastError = error;
       this.queue = null;
       const failed = this.kinds.shift();
-      this.notice = `${KINDS[failed]} did not work: ${wordsOf(error).sentence} Playing as “${KINDS[this.kinds[0]]}” instead.`;
+      this.notice = `${KINDS[failed]} failed: ${wordsOf(error).sentence} Trying ${KINDS[this.kinds[0]]} instead.`;
     }
   }
 
@@ -202,7 +204,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // Counts down until the server may be asked again.
+  // Counts down to the next attempt.
   async waitInLine(error, turn) {
     this.unwatch();
     for (let seconds = retrySeconds(error); seconds > 0 && turn === this.turn; --seconds) {
@@ -214,7 +216,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // A segment waits for room; its engine goes on asking.
+  // A segment waits for a free transcoder; its engine keeps asking.
   setBusy(error) {
     const queue = error && { seconds: 0, error };
     if (Boolean(queue) !== Boolean(this.queue)) {
@@ -237,12 +239,17 @@ export class Playback extends EventTarget {
 
   seek(second) {
     const place = Math.max(0, Math.min(second, this.duration()));
-    if (this.error || !this.engine) {
-      if (this.film && !this.queue) {
-        this.reopen(place);
-      }
-      return;
+    if (this.engine && !this.error) {
+      this.seekEngine(place);
+    } else if (this.queue) {
+      this.place = place; // for the next attempt
+      this.changed();
+    } else if (this.film) {
+      this.reopen(place);
     }
+  }
+
+  seekEngine(place) {
     this.phase = 'buffering';
     this.engine.seek(place);
     this.changed();
@@ -252,7 +259,7 @@ export class Playback extends EventTarget {
     return !this.video.paused && !this.video.ended && !this.error && Boolean(this.engine);
   }
 
-  // Does the viewer wait for a picture?
+  // Is the viewer waiting for a picture?
   isWaiting() {
     const { readyState, paused, seeking } = this.video;
     const starved = Boolean(this.engine) && readyState < HTMLMediaElement.HAVE_FUTURE_DATA && (!paused || seeking);
@@ -280,7 +287,7 @@ export class Playback extends EventTarget {
     this.video.playbackRate = speed;
   }
 
-  // Another quality, sound or way of playing, at the same place.
+  // Changes quality, audio track or playback method at the same position.
   change(changes) {
     return this.play(this.film, { ...this.choice, ...changes }, this.now());
   }
@@ -290,7 +297,7 @@ export class Playback extends EventTarget {
     this.showSubtitle();
   }
 
-  // The presentation's own where it has it, else a track over the video.
+  // Shows the presentation's own subtitle if it has one, otherwise a track over the video.
   showSubtitle() {
     this.subtitle?.remove();
     this.subtitle = null;
@@ -300,7 +307,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // Sees whether anything moves; says why not, and gives up in the end.
+  // Watches the progress. Explains a wait, and fails after a long one.
   watch() {
     this.unwatch();
     let last = '';
@@ -329,13 +336,14 @@ export class Playback extends EventTarget {
       this.fail({ reason: 'Stalled' });
       return;
     }
-    this.slow = slowWords(this.phase, this.stream && (await this.state().catch(() => null)));
+    const state = this.stream && (await this.state().catch(() => null));
     if (turn === this.turn) {
+      this.slow = slowWords(this.phase, state);
       this.changed();
     }
   }
 
-  // Fails at once where the server no longer knows the stream.
+  // Fails at once if the server no longer knows the stream.
   async checkStream(turn) {
     try {
       await this.state();
@@ -346,7 +354,7 @@ export class Playback extends EventTarget {
     }
   }
 
-  // What the server says of the stream.
+  // The server's state of the stream.
   state() {
     return get('Streaming', 'state', { format: this.stream.format, stream_id: this.stream.stream_id }, undefined, { quiet: true });
   }
@@ -366,7 +374,7 @@ export class Playback extends EventTarget {
     return stream ? this.closeOnServer(stream) : undefined;
   }
 
-  // Ends it all, cancelling what is under way.
+  // Closes the film and cancels running operations.
   stop() {
     ++this.turn;
     const closed = this.closeStream();
@@ -375,20 +383,20 @@ export class Playback extends EventTarget {
     return closed;
   }
 
-  // Closes what is open; it can be opened again from where it was.
+  // Closes the stream; it can be opened again at the same position.
   park() {
     this.place = this.now();
     this.settle({ reason: 'Parked' });
     return this.closeStream();
   }
 
-  // What the server does to the film: { method, why }.
+  // How the server processes the film: { method, why }.
   methodOf() {
     const { info } = this.film;
     return this.kind === 'direct' ? { method: 'direct', why: info.direct?.why } : info.profiles.find(({ key }) => key === this.stream?.profile);
   }
 
-  // The page goes away.
+  // Closes the stream while the page unloads.
   stopLastly() {
     if (this.stream) {
       postLastly('Streaming', 'close', { format: this.stream.format, stream_id: this.stream.stream_id });

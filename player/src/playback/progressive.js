@@ -1,19 +1,19 @@
-// One endless response that begins where it was asked to: MP4 or WebM, played by the browser itself.
+// One endless response from a requested second on: MP4 or WebM, played by the browser itself.
 //
-// A seek is a new request with another start. The stream keeps the film's clock. A copied picture begins early:
-// it is run through at once, dimmed and without a sound.
+// A seek is a new request with another start. The stream keeps the film's clock. Copied pictures begin early: the page
+// plays them fast, dimmed and silent up to the requested second.
 import { errorOf, localAddress } from '../api.js';
 import { catchUpRate, isEarly } from './catch_up.js';
 
-const NEAR_END = 3; // seconds that a film may be shorter than it says
+const NEAR_END = 3; // seconds by which a film may be shorter than its stated duration
 
 export class Progressive {
   constructor(video, hooks) {
     this.video = video;
     this.hooks = hooks;
-    this.start = 0; // second of the film at which the running request was to begin
+    this.start = 0; // the second of the film that the running request asked for
     this.listening = new AbortController();
-    this.again = false; // has it broken off since it last played?
+    this.again = false; // has the response stopped early since the film last played?
   }
 
   open(stream, second) {
@@ -33,7 +33,7 @@ export class Progressive {
     return this.video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA ? this.start : Math.max(this.start, this.video.currentTime);
   }
 
-  // Seconds of the film that are there and not yet shown.
+  // Seconds of the film that are buffered and not yet shown.
   buffered() {
     const { buffered, currentTime } = this.video;
     return buffered.length > 0 ? Math.max(0, buffered.end(buffered.length - 1) - Math.max(currentTime, this.start)) : 0;
@@ -49,7 +49,7 @@ export class Progressive {
     return isEarly(this.video.currentTime, this.start);
   }
 
-  // Hurries through what lies before the second that was asked for.
+  // Plays fast up to the requested second.
   catchUp(start) {
     if (this.listening.signal.aborted || this.start !== start) {
       return;
@@ -66,7 +66,7 @@ export class Progressive {
     }
   }
 
-  // A response that breaks off looks like a film that ends. It is asked for once more from there.
+  // A response that stops early looks like the end of the film. The page requests it once more from there.
   checkEnd() {
     if (this.now() >= this.stream.duration - NEAR_END) {
       this.hooks.ended();
@@ -78,7 +78,7 @@ export class Progressive {
     }
   }
 
-  // The browser does not say what the server answered, so the server is asked again.
+  // The browser does not reveal the server's answer, so the page asks the server again.
   async diagnose() {
     if (!this.video.hasAttribute('src')) {
       return;

@@ -1,4 +1,4 @@
-// Smooth Streaming by dash.js and its module for it, which are fetched when they are first needed.
+// Smooth Streaming by dash.js and its module for it, which the page loads when it first needs them.
 import { localAddress } from '../api.js';
 import { MediaPlayback } from './media_playback.js';
 import { reasonOfStatus } from './status_codes.js';
@@ -6,7 +6,7 @@ import { reasonOfStatus } from './status_codes.js';
 const SETTINGS = {
   debug: { logLevel: 0 },
   streaming: {
-    // A fragment is made when it is asked for.
+    // The server makes a fragment on request.
     fragmentRequestTimeout: 60000,
     buffer: { fastSwitchEnabled: false },
     retryAttempts: { MediaSegment: 6 },

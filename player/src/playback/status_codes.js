@@ -1,4 +1,4 @@
-// The reason that an answer's status stands for, where the answer itself cannot be read.
+// The reason for an answer's status, for answers that the page cannot read.
 
 const REASONS = {
   401: 'Unauthorized',
@@ -11,5 +11,5 @@ const REASONS = {
   507: 'TransSapceNotEnough',
 };
 
-// undefined for a status that says nothing.
+// undefined for a status without a reason.
 export const reasonOfStatus = (status) => REASONS[status];

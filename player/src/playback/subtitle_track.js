@@ -1,4 +1,4 @@
-// A subtitle as WebVTT over a video that has none of its own.
+// A WebVTT track for a stream without subtitles of its own.
 import { addressOf } from '../api.js';
 import { element } from '../dom.js';
 

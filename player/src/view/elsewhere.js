@@ -1,10 +1,10 @@
-// Playing a film in another player: an address that works alone, to copy, to open or to keep as a playlist.
+// Plays a film in another player: makes an address that needs no login, to copy, to open or to save as a playlist.
 import { post } from '../api.js';
 import { element, openDialog } from '../dom.js';
 import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
 import { wordsOf } from '../words.js';
 
-// The ways that other players know; what a browser plays does not matter to them.
+// The methods for other players, whatever this browser supports.
 function waysFor(info) {
   const has = { direct: Boolean(info.direct), http: profilesOf(info, 'http').length > 0, hls: mayHave(info, 'hls') };
   return ['hls', 'http', 'direct'].filter((kind) => has[kind]);
@@ -27,7 +27,7 @@ async function copy(input, told) {
     await navigator.clipboard.writeText(input.value);
     told.textContent = 'Copied.';
   } catch {
-    told.textContent = 'Copy it from the field: the browser does not let this page do it.';
+    told.textContent = 'The browser does not let this page copy. Copy the address from the field.';
   }
 }
 
@@ -45,7 +45,7 @@ function links(entry, address, told) {
   ];
 }
 
-// `before`: what to do before an address is made, such as making room for the other player.
+// `before`: called before the address is made, for example to free the transcoder for the other player.
 export function openElsewhere(entry, info, before = () => {}) {
   const told = element('p', { role: 'status' });
   const place = element('div');
@@ -55,7 +55,7 @@ export function openElsewhere(entry, info, before = () => {}) {
     try {
       await before();
       const { url } = await post('Streaming', 'open', { format }, entry.encoded_path);
-      told.textContent = 'This address plays the film in any player or cast device on this network.';
+      told.textContent = 'Any player or cast device on this network can play this address.';
       place.replaceChildren(...links(entry, url, told));
     } catch (error) {
       const { sentence, next } = wordsOf(error);
@@ -63,5 +63,5 @@ export function openElsewhere(entry, info, before = () => {}) {
     }
   };
   const buttons = waysFor(info).map((kind) => element('button', { type: 'button', on: { click: () => make(kind) } }, KINDS[kind]));
-  return openDialog('Play elsewhere', element('p', {}, 'As what is it to be played?'), element('p', { class: 'actions' }, buttons), told, place);
+  return openDialog('Play elsewhere', element('p', {}, 'Choose the kind of stream that the other player supports.'), element('p', { class: 'actions' }, buttons), told, place);
 }

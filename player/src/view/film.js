@@ -1,4 +1,4 @@
-// A film's own page: what is in it, what would be done to play it, and the ways to start.
+// The page of a film: its tracks, how it would be played, and the buttons that start it.
 import { addressOf, get } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, frameRateText, languageText, nameOf, rateText, sizeText } from '../format.js';
@@ -35,40 +35,39 @@ export const subtitleText = (subtitle, index) => list(languageText(subtitle.lang
 function tracksTable({ metadata, subtitles }) {
   const { video = [], audio = [] } = metadata.track_info;
   const rows = [
-    ...video.map((track) => ['Picture', TRACKS.video(track)]),
-    ...audio.map((track) => ['Sound', TRACKS.audio(track)]),
+    ...video.map((track) => ['Video', TRACKS.video(track)]),
+    ...audio.map((track) => ['Audio', TRACKS.audio(track)]),
     ...subtitles.map((subtitle, index) => ['Subtitle', subtitleText(subtitle, index)]),
   ];
-  return table('What is in this film', ['Track', 'What it is'], rows);
+  return table('Tracks of this film', ['Track', 'Details'], rows);
 }
 
-const METHODS = { direct: 'Sent as it is', remux: 'Repacked', transcode: 'Converted', refused: 'Not possible' };
+const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
 const methodText = ({ method }) => METHODS[method] ?? method;
 
-// One sentence for what happens without any choice.
+// How the film plays if the viewer chooses nothing.
 function summary(info, kinds) {
   const [kind] = kinds;
   if (kind === undefined) {
-    return 'This browser has no way of playing this film.';
+    return 'This browser cannot play this film.';
   }
   const chosen = kind === 'direct' ? { method: 'direct', why: info.direct.why } : info.profiles.find((profile) => profile.format === kind && profile.default);
-  const why = chosen ? `${methodText(chosen)}: ${chosen.why}` : '';
-  return `It would be played as “${KINDS[kind]}”. ${why}`;
+  return `Plays as: ${KINDS[kind]}. ${chosen?.why ?? ''}`.trim();
 }
 
 function profilesTable(info) {
   const direct = info.direct ? [[KINDS.direct, '', METHODS[info.direct.fits ? 'direct' : 'refused'], info.direct.why]] : [];
   const rows = info.profiles.map((profile) => [
     KINDS[profile.format] ?? profile.format,
-    profile.default ? element('strong', {}, `${profile.key} (usual)`) : profile.key,
+    profile.default ? element('strong', {}, `${profile.key} (default)`) : profile.key,
     methodText(profile),
     profile.why,
   ]);
   return element(
     'details',
     {},
-    element('summary', {}, 'All ways of playing it, and why'),
-    table('Ways of playing this film', ['Way', 'Quality', 'What is done', 'Why'], [...direct, ...rows]),
+    element('summary', {}, 'All playback methods and qualities'),
+    table('Playback methods of this film', ['Method', 'Quality', 'Conversion', 'Reason'], [...direct, ...rows]),
   );
 }
 

@@ -1,32 +1,32 @@
-// The keys of the player, and the dialog that tells of them.
+// The keyboard shortcuts of the player, and the dialog that lists them.
 import { element, openDialog } from '../dom.js';
 
-// Keys, what they do for people, and what to call. The digits go to as many tenths of the film.
+// Each row: the keys, their readable name, what they do, and the function to call.
 export const KEYS = [
   [['k', ' '], 'Space or K', 'Play or pause', (player) => player.toggle()],
   [['j'], 'J', '10 seconds back', (player) => player.skip(-10)],
-  [['l'], 'L', '10 seconds on', (player) => player.skip(10)],
+  [['l'], 'L', '10 seconds forward', (player) => player.skip(10)],
   [['ArrowLeft'], '←', '5 seconds back', (player) => player.skip(-5)],
-  [['ArrowRight'], '→', '5 seconds on', (player) => player.skip(5)],
+  [['ArrowRight'], '→', '5 seconds forward', (player) => player.skip(5)],
   [['ArrowUp'], '↑', 'Louder', (player) => player.louder(0.1)],
   [['ArrowDown'], '↓', 'Softer', (player) => player.louder(-0.1)],
-  [['m'], 'M', 'Sound off or on', (player) => player.mute()],
+  [['m'], 'M', 'Mute or unmute', (player) => player.mute()],
   [['f'], 'F', 'Full screen', (player) => player.fullScreen()],
-  [['i'], 'I', 'Small picture over other windows', (player) => player.inset()],
+  [['i'], 'I', 'Picture in picture', (player) => player.inset()],
   [['c'], 'C', 'Next subtitle, or none', (player) => player.nextSubtitle()],
   [['<', ','], '<', 'Slower', (player) => player.faster(-1)],
   [['>', '.'], '>', 'Faster', (player) => player.faster(1)],
   [['s'], 'S', 'Statistics', (player) => player.figures()],
   [['o'], 'O', 'Settings', (player) => player.settings()],
-  [['Home'], 'Home', 'To the beginning', (player) => player.seek(0)],
-  [['End'], 'End', 'Near the end', (player) => player.seekTenth(9.9)],
-  [['0', '1', '2', '3', '4', '5', '6', '7', '8', '9'], '0 … 9', 'To as many tenths of the film', (player, key) => player.seekTenth(Number(key))],
-  [['?'], '?', 'This help', () => showHelp()],
+  [['Home'], 'Home', 'Go to the beginning', (player) => player.seek(0)],
+  [['End'], 'End', 'Go to the end', (player) => player.seekTenth(9.9)],
+  [['0', '1', '2', '3', '4', '5', '6', '7', '8', '9'], '0 … 9', 'Go to 0 % … 90 % of the film', (player, key) => player.seekTenth(Number(key))],
+  [['?'], '?', 'Show this list', () => showHelp()],
 ];
 
 export function showHelp() {
   const rows = KEYS.flatMap(([, sign, text]) => [element('dt', {}, element('kbd', {}, sign)), element('dd', {}, text)]);
-  openDialog('Keys', element('dl', { class: 'keys' }, rows));
+  openDialog('Keyboard shortcuts', element('dl', { class: 'keys' }, rows));
 }
 
 // Does the element use this key itself?

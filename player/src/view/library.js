@@ -1,4 +1,4 @@
-// The library: folders and films, what was begun, and the search.
+// The library: folders and films, films to continue, and the search.
 import { asText, get } from '../api.js';
 import { element } from '../dom.js';
 import { nameOf } from '../format.js';
@@ -15,7 +15,7 @@ function listing({ folders = [], files = [] }, sight) {
   return items.length > 0 ? tiles(items, 'Films and folders') : element('p', {}, 'There are no films here.');
 }
 
-// Library / root / folder / ... The part of a path above its root is nobody's to see.
+// Library / root / folder / ... The part of a path above its root is hidden.
 export function crumbsOf(path, roots) {
   const root = roots.find(({ encoded_path: top }) => path === top || path.startsWith(`${top}/`));
   if (!root) {
@@ -39,7 +39,7 @@ export function breadcrumbs(crumbs, last) {
   if (last !== undefined) {
     steps.push(element('li', {}, element('span', { 'aria-current': 'page' }, last)));
   }
-  return element('nav', { 'aria-label': 'Place in the library', class: 'crumbs' }, element('ol', {}, steps));
+  return element('nav', { 'aria-label': 'Position in the library', class: 'crumbs' }, element('ol', {}, steps));
 }
 
 async function begunRow(sight) {
@@ -52,7 +52,7 @@ async function begunRow(sight) {
   return [element('h2', {}, 'Continue watching'), row];
 }
 
-// The start page: what was begun and the media folders; the only one is shown at once.
+// The start page: films to continue, and the media folders. A single media folder is opened at once.
 export async function homeView(_, signal) {
   const sight = observer(signal);
   const [roots, begun] = await Promise.all([get('Library', 'list', {}, '', { signal }), begunRow(sight)]);
@@ -72,7 +72,7 @@ export async function folderView({ path }, signal) {
   };
 }
 
-// A server without a search: what matches among the media roots and right below them.
+// For a server without a search: searches the media roots and the folders right below them.
 async function searchByHand(words, signal) {
   const roots = await get('Library', 'list', {}, '', { signal });
   const below = await Promise.all(roots.folders.map((folder) => get('Library', 'list', {}, folder.encoded_path, { signal })));
@@ -101,8 +101,8 @@ export async function searchView({ parameters }, signal) {
     keepsFocus: true,
     nodes: [
       breadcrumbs([], 'Search'),
-      element('h1', {}, `Films called “${words}”`),
-      element('p', { role: 'status' }, truncated ? `${count}; there may be more. Search for more letters.` : `${count}.`),
+      element('h1', {}, `Films named “${words}”`),
+      element('p', { role: 'status' }, truncated ? `${count}. There may be more; type more letters.` : `${count}.`),
       files.length > 0 ? listing({ files }, observer(signal)) : null,
     ],
   };

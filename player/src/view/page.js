@@ -1,4 +1,4 @@
-// What all views need: the message line, addresses of views, links to films.
+// Shared code of the views: the message line, addresses of views, links to films.
 import { find } from '../dom.js';
 import { wordsOf } from '../words.js';
 
@@ -13,7 +13,7 @@ export function sayError(error) {
   }
 }
 
-// Runs an action of the viewer's and says what went wrong with it.
+// Runs an action and shows its error, if there is one.
 export async function attempt(action) {
   try {
     return await action();
@@ -25,10 +25,10 @@ export async function attempt(action) {
 
 export const folderAddress = (entry) => `#/folder${entry.encoded_path}`;
 export const filmAddress = (entry) => `#/film${entry.encoded_path}`;
-// `second`: where to begin. An address may also say "kind=", the way of playing.
+// `second`: where to begin. An address may also contain "kind=", the playback method.
 export const playAddress = (entry, second = 0) => `#/play${entry.encoded_path}?t=${Math.floor(second)}`;
 
-// What an address behind "#" names: { view, path, parameters }. The path stays as it is encoded.
+// The parts of an address after "#": { view, path, parameters }. The path stays encoded.
 export function parseAddress(hash) {
   const [, view = '', path = '', query = ''] = hash.match(/^#\/([a-z]*)(\/[^?]*)?(?:\?(.*))?$/) ?? [];
   return { view, path, parameters: new URLSearchParams(query) };

@@ -1,9 +1,10 @@
-// The player: the picture, its controls and what is said over it.
+// The player: the picture, its controls and the messages over it.
 import { get } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, nameOf, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
-import { abilitiesOf, KINDS, kindsFor, qualities } from '../playback/kinds.js';
+import { engineFor } from '../playback/engines.js';
+import { KINDS, kindsFor, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
@@ -15,7 +16,7 @@ import { Statistics } from './statistics.js';
 import { Thumbnails } from './thumbnails.js';
 
 const IDLE_MILLISECONDS = 3000;
-const SETTLE_MILLISECONDS = 300; // keys that come closer together are one seek
+const SETTLE_MILLISECONDS = 300; // key presses within this time become one seek
 const SPEEDS = [0.5, 0.75, 1, 1.25, 1.5, 1.75, 2];
 const CUE_SIZES = { small: 'Small', normal: 'Normal', large: 'Large', huge: 'Very large' };
 const CUE_LOOKS = { box: 'White on a dark box', shadow: 'White with a shadow', yellow: 'Yellow on a dark box' };
@@ -31,7 +32,7 @@ export class PlayerView {
   constructor() {
     this.section = find('film');
     this.video = find('video');
-    this.playback = new Playback(this.video);
+    this.playback = new Playback(this.video, engineFor);
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();
@@ -69,7 +70,7 @@ export class PlayerView {
         this.settingsButton,
         signButton('figures', 'Statistics', () => this.figures()),
         signButton('elsewhere', 'Play elsewhere', () => this.elsewhere()),
-        signButton('help', 'Keys', () => showHelp()),
+        signButton('help', 'Keyboard shortcuts', () => showHelp()),
         this.insetButton,
         signButton('full', 'Full screen', () => this.fullScreen(), { id: 'full' }),
       ),
@@ -93,12 +94,12 @@ export class PlayerView {
       'div',
       { id: 'settings', role: 'group', 'aria-label': 'Settings', hidden: true },
       labelled('Quality', this.quality),
-      labelled('Sound', this.audio),
+      labelled('Audio track', this.audio),
       labelled('Subtitles', this.subtitle),
       labelled('Speed', this.speed),
-      labelled('Way of playing', this.kind),
+      labelled('Playback method', this.kind),
       labelled('Subtitle size', this.cueSize),
-      labelled('Subtitle look', this.cueLook),
+      labelled('Subtitle style', this.cueLook),
     );
   }
 
@@ -167,8 +168,8 @@ export class PlayerView {
     this.applyPreferences();
   }
 
-  // Shows a film and plays it. `second`: where to begin, NaN for where the viewer left it; `kind`: the way of playing
-  // it, '' for the usual.
+  // Shows a film and plays it. `second`: where to begin, NaN for the position at which the viewer stopped; `kind`: the
+  // playback method, '' for the default.
   async open(entry, second, kind, signal) {
     this.section.hidden = false;
     this.title.textContent = entry.name;
@@ -179,7 +180,7 @@ export class PlayerView {
     if (signal.aborted) {
       return;
     }
-    // The stream before may hold the only place among the transcoders.
+    // The previous stream may use the only free transcoder.
     await this.closing;
     this.keeper.startAnew();
     this.thumbnails.forFilm(entry.encoded_path);
@@ -188,7 +189,7 @@ export class PlayerView {
     await this.playback.play({ entry, info }, { ...choiceOf(info), kind }, start);
   }
 
-  // For the keys and screens of the device.
+  // Tells the device what plays, for its media keys and its lock screen.
   announce(entry) {
     const keys = navigator.mediaSession;
     if (!keys) {
@@ -218,7 +219,7 @@ export class PlayerView {
     this.captionsButton.hidden = subtitles.length === 0;
   }
 
-  // The qualities of the way in use. Those of the progressive way stand for one that does not tell its own.
+  // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
   fillQualities() {
     const { film, kind, choice, can } = this.playback;
     const list = (format) => qualities(film.info, format).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
@@ -264,7 +265,7 @@ export class PlayerView {
     this.stage.classList.toggle('still', sentence !== '' || !playback.isPlaying());
   }
 
-  // The sentence over the picture, the one below it, and the buttons.
+  // The sentence over the picture, the next step below it, and the buttons.
   overlayText() {
     const { playback } = this;
     const leave = ['Back', () => window.location.assign(this.back.href)];
@@ -274,7 +275,7 @@ export class PlayerView {
     }
     if (playback.queue) {
       const { seconds, error } = playback.queue;
-      const when = seconds > 0 ? `The next attempt is in ${seconds} s.` : 'It is being tried again.';
+      const when = seconds > 0 ? `The next attempt is in ${seconds} s.` : 'Trying again now.';
       return [`${wordsOf(error).sentence} You are waiting in line.`, `${when} ${wordsOf({ reason: error.reason }).next}`, [['Stop waiting', leave[1]]]];
     }
     if (playback.needsPress) {
@@ -321,14 +322,14 @@ export class PlayerView {
     this.preview.hidden = true;
   }
 
-  // Shows the controls, for a while when the film runs.
+  // Shows the controls. While the film runs, they disappear again after a moment.
   wake() {
     this.stage.classList.remove('idle');
     clearTimeout(this.idle);
     this.idle = setTimeout(() => this.stage.classList.toggle('idle', this.playback.isPlaying() && this.panel.hidden), IDLE_MILLISECONDS);
   }
 
-  // A finger first brings up the controls.
+  // The first touch only shows the controls.
   touch(event) {
     const wasIdle = this.stage.classList.contains('idle');
     this.wake();
@@ -337,7 +338,7 @@ export class PlayerView {
     }
   }
 
-  // What the keys and buttons do.
+  // Actions of the keys and buttons.
 
   toggle() {
     this.playback.toggle();
@@ -353,7 +354,7 @@ export class PlayerView {
     this.seek((this.playback.duration() * tenth) / 10);
   }
 
-  // Several steps in a row are one seek.
+  // Combines several steps into one seek.
   skip(seconds) {
     const from = this.target ?? this.playback.now();
     this.target = Math.max(0, Math.min(from + seconds, this.playback.duration()));
@@ -386,7 +387,7 @@ export class PlayerView {
     } else if (this.stage.requestFullscreen) {
       await this.stage.requestFullscreen().catch(() => {});
     } else {
-      this.video.webkitEnterFullscreen?.(); // an iPhone has no other
+      this.video.webkitEnterFullscreen?.(); // the only full screen on an iPhone
     }
   }
 
@@ -419,7 +420,7 @@ export class PlayerView {
     this.statistics.toggle();
   }
 
-  // The film goes on in another player, which needs the room that this one takes.
+  // Continues the film in another player, which needs the transcoder that this one uses.
   elsewhere() {
     const { film } = this.playback;
     if (film) {

@@ -1,4 +1,4 @@
-// What the viewer likes, kept by the browser. Nothing of a session or a film is.
+// The viewer's preferences, stored by the browser. Nothing about sessions or films is stored.
 
 const USUAL = { cueSize: 'normal', cueLook: 'box', subtitleLanguage: '' };
 const NAME = 'mirevo';
@@ -15,11 +15,11 @@ export function remember(name, value) {
   try {
     localStorage.setItem(NAME, JSON.stringify({ ...preferences(), [name]: value }));
   } catch {
-    // A browser that keeps nothing plays all the same.
+    // A browser that stores nothing still plays.
   }
 }
 
-// What to play a film with at first: the subtitle in the language that was chosen last.
+// The first choice for a film: the subtitle in the language that the viewer chose last.
 export function choiceOf(info) {
   const { subtitleLanguage } = preferences();
   const subtitle = subtitleLanguage && info.subtitles.find(({ language }) => language === subtitleLanguage);

@@ -1,4 +1,4 @@
-// The panel of figures about the stream that is open.
+// The statistics panel of the open stream.
 import { element } from '../dom.js';
 import { clockText, millisecondsText } from '../format.js';
 import { KINDS } from '../playback/kinds.js';
@@ -10,8 +10,8 @@ const PARTS = [
   ['frame', 'first frame'],
 ];
 
-// "1200 ms (opened 300 ms, manifest 20 ms, first media 700 ms, first frame 180 ms)", in the order in which it came to
-// pass; '' before the first frame.
+// "1200 ms (opened 300 ms, manifest 20 ms, first media 700 ms, first frame 180 ms)", in the order of the events;
+// '' before the first frame.
 export function startText(marks) {
   let before = 0;
   const passed = PARTS.filter(([name]) => marks[name] !== undefined).sort(([a], [b]) => marks[a] - marks[b]);
@@ -33,25 +33,25 @@ function encoderText(transcoder) {
     return '';
   }
   if (!transcoder) {
-    return 'none runs';
+    return 'none';
   }
   const { speed, position, cpu_seconds: cpu } = transcoder;
-  const facts = [speed && `${speed.toFixed(1)} times the film’s speed`, position !== undefined && `at ${clockText(position)}`, cpu !== undefined && `${cpu.toFixed(1)} s of processor`];
+  const facts = [speed && `${speed.toFixed(1)} times the film’s speed`, position !== undefined && `at ${clockText(position)}`, cpu !== undefined && `${cpu.toFixed(1)} s of CPU time`];
   return facts.filter(Boolean).join(', ');
 }
 
 function rowsOf(playback, state) {
   const { video, stream } = playback;
   return [
-    ['Way', KINDS[playback.kind]],
-    ['What is done', state?.method ?? playback.methodOf()?.method],
-    ['Why', state?.why ?? playback.methodOf()?.why],
+    ['Playback method', KINDS[playback.kind]],
+    ['Conversion', state?.method ?? playback.methodOf()?.method],
+    ['Reason', state?.why ?? playback.methodOf()?.why],
     ['Quality', stream?.profile],
     ['Encoder', encoderText(state?.transcoder)],
-    ['Picture', video.videoWidth && `${video.videoWidth} × ${video.videoHeight}`],
+    ['Resolution', video.videoWidth && `${video.videoWidth} × ${video.videoHeight}`],
     ['Buffer', `${playback.buffered().toFixed(1)} s`],
     ['Frames', framesText(video)],
-    ['First picture', startText(playback.marks)],
+    ['Startup time', startText(playback.marks)],
     ['Stream', stream?.stream_id],
   ].filter(([, text]) => text);
 }
@@ -77,7 +77,7 @@ export class Statistics {
     const { stream } = this.playback;
     if (stream && this.lacking !== stream.stream_id) {
       this.state = await this.playback.state().catch((error) => {
-        // An older server has nothing to tell of a stream. It is not asked again.
+        // An older server does not know this call. The page does not ask it again.
         this.lacking = error.reason === 'BadRequest' ? stream.stream_id : undefined;
         return null;
       });

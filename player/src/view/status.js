@@ -1,4 +1,4 @@
-// The owner's page: what runs now, what it costs, what is left, what was watched.
+// The owner's page: running streams and their load, free space, recent streams, watch history.
 import { get, post } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, nameOf, sizeText } from '../format.js';
@@ -10,7 +10,7 @@ const EVERY_MILLISECONDS = 2000;
 const number = (value, digits, unit) => (value === undefined || value === null ? '' : `${Number(value).toFixed(digits)}${unit}`);
 const fileName = (path) => (path ?? '').split('/').at(-1);
 
-// Runs an action of the owner's and shows what has become of it.
+// Runs an action, then shows the new status.
 async function act(action, refresh) {
   try {
     say('');
@@ -39,7 +39,7 @@ function streamsTable({ streams, transcoders }, refresh) {
       button('Stop', fileName(stream.path), stop),
     ];
   });
-  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Transcoder, speed', 'Processor', 'Load', 'Action'];
+  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Transcoder, speed', 'CPU time', 'CPU load', 'Action'];
   return rows.length > 0 ? table('Streams', headings, rows) : element('p', {}, 'Nobody is watching.');
 }
 
@@ -49,9 +49,9 @@ function limits({ limits: allowed, transcoders, platform }) {
   return element(
     'ul',
     {},
-    line('software', 'Conversions by the processor'),
-    line('hardware', 'Conversions by the hardware'),
-    element('li', {}, `Profiles of ${platform?.profiles ?? 'an unknown machine'}; hardware ${platform?.hardware_enabled ? 'on' : 'off'}`),
+    line('software', 'Software conversions'),
+    line('hardware', 'Hardware conversions'),
+    element('li', {}, `Profiles: ${platform?.profiles ?? 'unknown'}. Hardware conversion: ${platform?.hardware_enabled ? 'on' : 'off'}`),
   );
 }
 
@@ -66,18 +66,18 @@ const when = (seconds) => (seconds ? new Date(seconds * 1000).toLocaleString() :
 
 function recent(list) {
   const rows = list.map(({ path, account, kind, time }) => [when(time), fileName(path), account, kind]);
-  return rows.length > 0 ? [element('h2', {}, 'Lately'), table('Lately opened', ['When', 'Film', 'Account', 'Kind'], rows)] : [];
+  return rows.length > 0 ? [element('h2', {}, 'Recent streams'), table('Recent streams', ['When', 'Film', 'Account', 'Kind'], rows)] : [];
 }
 
 function history(items, refresh) {
   const rows = items.map((item) => [
     when(item.time),
     element('a', { href: filmAddress(item) }, item.name || nameOf(item.encoded_path)),
-    item.finished ? 'to the end' : `${clockText(item.position)} of ${clockText(item.duration)}`,
-    button('Forget', item.name, () => act(() => forget(item.encoded_path), refresh)),
+    item.finished ? 'finished' : `${clockText(item.position)} of ${clockText(item.duration)}`,
+    button('Remove', item.name, () => act(() => forget(item.encoded_path), refresh)),
   ]);
-  const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, 'Forget all');
-  return rows.length > 0 ? [element('h2', {}, 'Watched'), table('Watched', ['When', 'Film', 'How far', 'Action'], rows), element('p', { class: 'actions' }, all)] : [];
+  const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, 'Clear history');
+  return rows.length > 0 ? [element('h2', {}, 'Watch history'), table('Watch history', ['When', 'Film', 'Position', 'Action'], rows), element('p', { class: 'actions' }, all)] : [];
 }
 
 function body(status, items, refresh) {
@@ -93,7 +93,7 @@ function body(status, items, refresh) {
   ];
 }
 
-// Does the keyboard's focus lie in the part that is to be replaced? It is put back on the button of the same name.
+// Replaces the content. If the keyboard focus was in it, moves the focus to the new button of the same name.
 function replace(place, nodes) {
   const name = place.contains(document.activeElement) ? document.activeElement.getAttribute('aria-label') : null;
   place.replaceChildren(...nodes);

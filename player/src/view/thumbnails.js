@@ -1,9 +1,9 @@
-// The small picture of the place that the pointer is at. One is under way at a time: the newest place wins.
+// The preview picture at the pointer. Loads one picture at a time; the newest position replaces waiting ones.
 import { addressOf } from '../api.js';
 import { element } from '../dom.js';
 
-const STEP = 10; // seconds; the server keeps one for as many
-const FAILURES = 2; // in a row, after which there are none for this film
+const STEP = 10; // seconds; the server stores one picture for each step
+const FAILURES = 2; // in a row, after which this film gets no previews
 
 export class Thumbnails {
   constructor() {

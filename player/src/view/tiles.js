@@ -1,5 +1,5 @@
-// Tiles of films and folders. A tile's picture and facts are asked for when it comes into sight, few at a time: the
-// server makes each picture from the film, and other requests are not to wait behind them.
+// Tiles of films and folders. The page requests a tile's picture and details when it becomes visible, a few at a time:
+// the server makes each picture from the film, and other requests must not wait behind them.
 import { addressOf, get } from '../api.js';
 import { element, icon } from '../dom.js';
 import { clockText, sizeText } from '../format.js';
@@ -40,7 +40,7 @@ async function loadPoster(tile, entry, signal) {
   }
 }
 
-let cards = true; // does the server have them?
+let cards = true; // does the server support cards?
 
 async function loadCard(tile, entry, signal) {
   if (!cards) {
@@ -55,7 +55,7 @@ async function loadCard(tile, entry, signal) {
   }
 }
 
-// Watches tiles come into sight until `signal` ends it.
+// Watches for tiles that become visible, until `signal` aborts.
 export function observer(signal) {
   const entries = new WeakMap();
   const sight = new IntersectionObserver((changes) => {
@@ -89,7 +89,7 @@ export function observer(signal) {
   };
 }
 
-function tile(entry, address, sign, facts) {
+function makeTile(entry, address, sign, facts) {
   return element(
     'li',
     { class: 'tile' },
@@ -103,19 +103,19 @@ function tile(entry, address, sign, facts) {
   );
 }
 
-export const folderTile = (entry) => tile(entry, folderAddress(entry), 'folder', 'Folder');
+export const folderTile = (entry) => makeTile(entry, folderAddress(entry), 'folder', 'Folder');
 
 export function filmTile(entry, sight) {
-  const item = tile(entry, filmAddress(entry), 'film', entry.size ? sizeText(entry.size) : '');
+  const item = makeTile(entry, filmAddress(entry), 'film', entry.size ? sizeText(entry.size) : '');
   sight.watch(item, entry);
   return item;
 }
 
-// A film that was begun; it goes on at once.
+// A film to continue; a click resumes it.
 export function begunTile(entry, sight) {
   const left = Math.max(0, entry.duration - entry.position);
-  const item = tile(entry, playAddress(entry, entry.position), 'film', `${clockText(left)} left`);
-  item.querySelector('.facts').before(element('progress', { max: entry.duration || 1, value: entry.position, 'aria-label': 'Watched' }));
-  sight.watch(item, { encoded_path: entry.encoded_path }); // its facts are known
+  const item = makeTile(entry, playAddress(entry, entry.position), 'film', `${clockText(left)} left`);
+  item.querySelector('.facts').before(element('progress', { max: entry.duration || 1, value: entry.position, 'aria-label': 'Watched part' }));
+  sight.watch(item, { encoded_path: entry.encoded_path }); // its details are known
   return item;
 }

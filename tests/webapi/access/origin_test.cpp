@@ -72,6 +72,8 @@ TEST(Origin, APageCountsWhenItIsOursOrOnTheList) {
       {{}, true},
       {{{origin, "http://localhost:8096"}}, true},
       {{{origin, "https://localhost:8096"}}, false},
+      {{{origin, "https://localhost:8096"}, {"HTTPS", "on"}}, true},
+      {{{origin, "http://localhost:8096"}, {"HTTPS", "on"}}, false},
       {{{origin, "http://localhost:3000"}}, false},
       {{{origin, "http://127.0.0.1:8096"}}, false},
       {{{origin, "https://tv.example"}}, true},

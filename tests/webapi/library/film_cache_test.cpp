@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <string>
 
 namespace {
@@ -22,41 +21,23 @@ class FilmCache : public ::testing::Test {
   }
   ~FilmCache() override { fs::remove_all(folder_); }
 
-  // A file that was changed at `second`.
-  std::string Write(const std::string& name, size_t size, time_t second) const {
+  // A file that was changed at `second` and some nanoseconds.
+  std::string Write(const std::string& name, size_t size, time_t second,
+                    int64_t nanoseconds = 0) const {
     const std::string path = folder_ + "/" + name;
     std::ofstream(path) << std::string(size, 'x');
-    const timespec times[2] = {{second, 0}, {second, 0}};
+    const timespec times[2] = {{second, nanoseconds}, {second, nanoseconds}};
     utimensat(AT_FDCWD, path.c_str(), times, 0);
     return path;
-  }
-
-  std::set<std::string> Names() const {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder_)) {
-      names.insert(entry.path().filename().string());
-    }
-    return names;
   }
 
   std::string folder_;
 };
 
-TEST_F(FilmCache, LosesItsOldestFilesWhenItIsTooLarge) {
-  Write("old.jpg", 40000, 100);
-  Write("new.jpg", 40000, 300);
-  Write("middle.jpg", 40000, 200);
-  webapi::TrimFolder(folder_, 100000);
-  EXPECT_EQ(Names(), (std::set<std::string>{"middle.jpg", "new.jpg"}));
-}
-
-TEST_F(FilmCache, KeepsItsLocksAndWhatHasRoom) {
-  Write(".jobs", 40000, 1);
-  Write("a.jpg", 40000, 2);
-  webapi::TrimFolder(folder_, 100000);
-  EXPECT_EQ(Names(), (std::set<std::string>{".jobs", "a.jpg"}));
-  webapi::TrimFolder(folder_, 0);
-  EXPECT_EQ(Names(), (std::set<std::string>{".jobs"}));
+TEST_F(FilmCache, MakesItsFolderForWhatIsKept) {
+  EXPECT_TRUE(webapi::KeepInCache(folder_ + "/new/card.json", "{}"));
+  std::ifstream kept(folder_ + "/new/card.json");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
 }
 
 TEST_F(FilmCache, GivesAChangedFilmAnotherPlace) {
@@ -68,7 +49,10 @@ TEST_F(FilmCache, GivesAChangedFilmAnotherPlace) {
   const std::string larger = webapi::CachePath(film, "card", ".json");
   EXPECT_NE(first, larger);
   Write("film.mkv", 11, 101);
-  EXPECT_NE(larger, webapi::CachePath(film, "card", ".json"));
+  const std::string later = webapi::CachePath(film, "card", ".json");
+  EXPECT_NE(larger, later);
+  Write("film.mkv", 11, 101, 1);
+  EXPECT_NE(later, webapi::CachePath(film, "card", ".json"));
   EXPECT_EQ(webapi::CachePath(folder_ + "/none.mkv", "card", ".json"), "");
 }
 

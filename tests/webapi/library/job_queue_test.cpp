@@ -43,6 +43,12 @@ TEST_F(JobQueue, WakesWhoWaitsWhenAPlaceIsLeft) {
   waiter.join();
 }
 
+TEST_F(JobQueue, FollowsNoLink) {
+  std::filesystem::create_symlink(folder_ + "/elsewhere", file_);
+  EXPECT_FALSE(JobPlace::Take(file_, 1, 8, 0));
+  EXPECT_FALSE(std::filesystem::exists(folder_ + "/elsewhere"));
+}
+
 TEST_F(JobQueue, SendsAwayWhoFindsTheLineTooLong) {
   const auto held = JobPlace::Take(file_, 1, 0, 0);
   ASSERT_TRUE(held);

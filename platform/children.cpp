@@ -1,23 +1,23 @@
-#include "serve/children.h"
+#include "platform/children.h"
 
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fstream>
 #include <string>
 
-#include "platform/plat.h"
+#include "platform/process.h"
 
-namespace serve {
+namespace orvo {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr int kKilledMilliseconds = 1000;
 
 // The number of one child that has not been reaped; -1 without any.
 pid_t AnyChild() {
@@ -46,15 +46,14 @@ void WaitForChildren(int milliseconds) {
     if (child < 0) {
       return;
     }
+    const Process process = Process::Open(child);
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) {
-      kill(child, SIGKILL);
-      orvo::WaitForExit(child, 1000);
-    } else {
-      orvo::WaitForExit(child, static_cast<int>(left));
+      process.Signal(SIGKILL);
     }
+    process.HasEndedWithin(left <= 0 ? kKilledMilliseconds : static_cast<int>(left));
   }
 }
 
-}  // namespace serve
+}  // namespace orvo

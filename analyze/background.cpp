@@ -1,0 +1,234 @@
+#include "background.h"
+
+#include <fcntl.h>
+#include <json/writer.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <unordered_map>
+#include <utility>
+
+#include "film_analysis.h"
+#include "film_queue.h"
+#include "library_watch.h"
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "policy/lock.h"
+#include "preprocess/stored_result.h"
+#include "worker.h"
+
+namespace orvo::analyze {
+namespace {
+
+using LibOrvoQMX::preprocess::FailureOf;
+using LibOrvoQMX::preprocess::FilmRecord;
+using LibOrvoQMX::preprocess::FilmState;
+using LibOrvoQMX::preprocess::HasCurrentResult;
+using LibOrvoQMX::preprocess::kOwnResults;
+using LibOrvoQMX::preprocess::ReadFilmRecord;
+using LibOrvoQMX::preprocess::WriteFilmRecord;
+using Clock = FilmQueue::Clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// A film is taken for whole when nobody has written it for this long and nobody has it open.
+constexpr auto kQuiet = seconds(2);
+// Where the system cannot tell whether somebody writes a film, its age has to do.
+constexpr auto kSettled = seconds(10);
+constexpr auto kStillOpen = seconds(60);
+constexpr int kMaxAttempts = 3;
+constexpr char kLockFile[] = "/run/mirevo/analysis.lock";
+constexpr std::array kCrashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGXCPU, SIGSYS};
+
+// Nothing of the system waits for this process: not for a processor, not for a disk.
+void BecomeIdle() {
+  constexpr int kWhoProcess = 1;
+  constexpr int kIdleClass = 3 << 13;
+  const sched_param none{};
+  setpriority(PRIO_PROCESS, 0, 19);
+  sched_setscheduler(0, SCHED_IDLE, &none);
+  syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass);
+}
+
+bool IsYoung(const std::string& film) {
+  struct stat status {};
+  return stat(film.c_str(), &status) == 0 && time(nullptr) - status.st_mtime < kSettled.count() &&
+         status.st_mtime <= time(nullptr);
+}
+
+// How long to wait before the film is asked for again; 0 when nobody writes it.
+seconds WaitForWriters(const std::string& film) {
+  const UniqueFd file(open(film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  // A lease for reading is granted where nobody has the file open for writing. It ends here.
+  if (fcntl(file.Get(), F_SETLEASE, F_RDLCK) == 0) {
+    fcntl(file.Get(), F_SETLEASE, F_UNLCK);
+    return seconds(0);
+  }
+  if (errno == EAGAIN) {
+    return kStillOpen;
+  }
+  return IsYoung(film) ? kSettled : seconds(0);
+}
+
+// Results and failures of films that are gone or have changed.
+void ForgetOldRecords() {
+  std::error_code failure;
+  const std::filesystem::directory_iterator folders(orvo::SystemPath(kOwnResults), failure);
+  for (const auto& folder : folders) {
+    const FilmRecord record = ReadFilmRecord(folder.path().string());
+    std::error_code ignored;
+    if (folder.is_directory(ignored) && record.state != FilmState(record.film)) {
+      std::filesystem::remove_all(folder, ignored);
+    }
+  }
+}
+
+class Background {
+ public:
+  explicit Background(const std::vector<std::string>& roots)
+      : library_(roots,
+                 [this](const std::string& film, FilmChange change) { Take(film, change); }) {}
+
+  bool IsPossible() const { return library_.Descriptor() >= 0; }
+
+  [[noreturn]] void Run() {
+    library_.Scan();
+    for (;;) {
+      library_.ReadEvents();
+      StartNext();
+      Tell();
+      Wait();
+      if (worker_ && worker_.HasEndedWithin(0)) {
+        Finish();
+      }
+    }
+  }
+
+ private:
+  void Take(const std::string& film, FilmChange change) {
+    if (change == FilmChange::kGone) {
+      queue_.Remove(film);
+      attempts_.erase(film);
+    } else {
+      queue_.Put(film, Clock::now() + (change == FilmChange::kFound ? seconds(0) : kQuiet));
+    }
+  }
+
+  void StartNext() {
+    while (!worker_) {
+      const auto film = queue_.TakeDue();
+      if (!film) {
+        return;
+      }
+      if (!FailureOf(*film).empty() || HasCurrentResult(*film)) {
+        continue;
+      }
+      if (const seconds wait = WaitForWriters(*film); wait.count() > 0) {
+        queue_.Put(*film, Clock::now() + wait);
+        continue;
+      }
+      Start(*film);
+    }
+  }
+
+  void Start(const std::string& film) {
+    worker_ = StartWorker(film);
+    if (worker_) {
+      film_ = film;
+    } else {
+      queue_.Put(film, Clock::now() + kStillOpen);
+    }
+  }
+
+  void Finish() {
+    const int status = worker_.Wait();
+    worker_ = Process();
+    const std::string film = std::exchange(film_, "");
+    if (status > 128) {
+      Retry(film, status - 128);
+      return;
+    }
+    attempts_.erase(film);
+    ++(status == 0 ? analyzed_ : failed_);
+  }
+
+  // What was ended by a signal is tried again, but for what the film itself has caused.
+  void Retry(const std::string& film, int signal) {
+    const bool isCrash = std::find(kCrashes.begin(), kCrashes.end(), signal) != kCrashes.end();
+    if (!isCrash && ++attempts_[film] < kMaxAttempts) {
+      queue_.Put(film, Clock::now() + kQuiet);
+      return;
+    }
+    const std::string reason = "its analysis was ended by signal " + std::to_string(signal);
+    WriteFilmRecord({FilmState(film), reason, film});
+    fprintf(stderr, "mirevo-analyze: %s: %s\n", film.c_str(), reason.c_str());
+    attempts_.erase(film);
+    ++failed_;
+  }
+
+  void Tell() {
+    Json::Value state(Json::objectValue);
+    state["waiting"] = static_cast<Json::UInt64>(queue_.Size());
+    state["analyzed"] = analyzed_;
+    state["failed"] = failed_;
+    if (worker_) {
+      state["film"] = film_;
+    }
+    if (state != told_) {
+      const Uninterrupted writing;
+      orvo::ReplaceFile(orvo::SystemPath(kStateFile), Json::FastWriter().write(state), 0600);
+      told_ = state;
+    }
+  }
+
+  // For a change in the library, the worker's end or a film's time.
+  void Wait() const {
+    pollfd events[] = {{library_.Descriptor(), POLLIN, 0}, {worker_.Descriptor().Get(), POLLIN, 0}};
+    int patience = -1;
+    if (const auto due = queue_.NextDue(); due && !worker_) {
+      const auto left = std::chrono::ceil<milliseconds>(*due - Clock::now());
+      patience = static_cast<int>(std::max(left, milliseconds(0)).count());
+    }
+    poll(events, 2, patience);
+  }
+
+  FilmQueue queue_;
+  LibraryWatch library_;
+  Process worker_;
+  std::string film_;  // that it is at
+  std::unordered_map<std::string, int> attempts_;
+  unsigned analyzed_ = 0;
+  unsigned failed_ = 0;
+  Json::Value told_;
+};
+
+}  // namespace
+
+int AnalyzeInBackground(const std::vector<std::string>& roots) {
+  BecomeIdle();
+  umask(S_IWGRP | S_IWOTH);
+  // The end of a lease that a writer wanted to break.
+  signal(SIGIO, SIG_IGN);
+  // A worker of an earlier analysis that is still writing holds this as well.
+  const LibMirevo::Lock alone(orvo::SystemPath(kLockFile), true);
+  ForgetOldRecords();
+  Background background(roots);
+  if (!background.IsPossible()) {
+    perror("mirevo-analyze: the media folders cannot be watched");
+    return 1;
+  }
+  background.Run();
+}
+
+}  // namespace orvo::analyze

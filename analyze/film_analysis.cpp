@@ -1,0 +1,134 @@
+#include "film_analysis.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+
+#include "platform/plat.h"
+#include "preprocess/preprocess_result.h"
+#include "preprocess/stored_result.h"
+
+namespace orvo::analyze {
+namespace {
+
+namespace fs = std::filesystem;
+using LibOrvoQMX::preprocess::FilmState;
+using LibOrvoQMX::preprocess::OwnFolder;
+using LibOrvoQMX::preprocess::OwnResultPath;
+using LibOrvoQMX::preprocess::PreprocessResultWrapper;
+using LibOrvoQMX::preprocess::PreprocessUtil;
+using LibOrvoQMX::preprocess::WriteFilmRecord;
+
+PreprocessResultWrapper ResultOf(const FilmKeyframes& found) {
+  PreprocessResultWrapper result;
+  for (const double time : found.times) {
+    result.PushPtsTime(time);
+  }
+  result.set_end_time(found.endTime);
+  return result;
+}
+
+// What a process that was killed while it wrote has left behind.
+void RemoveLeftovers(const fs::path& path) {
+  const std::string prefix = path.filename().string() + ".";
+  std::error_code failure;
+  for (fs::directory_iterator entry(path.parent_path(), failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    const std::string name = entry->path().filename().string();
+    if (name.rfind(prefix, 0) == 0 && !PlatProcAlive(static_cast<pid_t>(std::strtol(
+                                          name.c_str() + prefix.size(), nullptr, 10)))) {
+      unlink(entry->path().c_str());
+    }
+  }
+}
+
+// A film whose clock was ahead is not newer than its own result.
+void MakeNoOlderThan(const std::string& film, const std::string& path) {
+  struct stat status {};
+  if (stat(film.c_str(), &status) == 0 && status.st_mtim.tv_sec >= time(nullptr)) {
+    const timespec times[] = {{0, UTIME_OMIT}, status.st_mtim};
+    utimensat(AT_FDCWD, path.c_str(), times, 0);
+  }
+}
+
+bool Replace(const PreprocessResultWrapper& result, const std::string& film,
+             const std::string& path) {
+  RemoveLeftovers(path);
+  const std::string aside = path + "." + std::to_string(getpid());
+  if (result.WriteToFile(aside)) {
+    MakeNoOlderThan(film, aside);
+    if (rename(aside.c_str(), path.c_str()) == 0) {
+      return true;
+    }
+  }
+  unlink(aside.c_str());
+  return false;
+}
+
+bool MakeWritable(const std::string& folder, mode_t mode) {
+  return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, mode) &&
+         access(folder.c_str(), W_OK | X_OK) == 0;
+}
+
+// Without the old record no reader takes an old result for the film's.
+bool StoreOwn(const PreprocessResultWrapper& result, const std::string& film,
+              const std::string& state) {
+  const std::string folder = OwnFolder(film);
+  unlink((folder + "/film").c_str());
+  return MakeWritable(folder, 0700) && Replace(result, film, OwnResultPath(film)) &&
+         WriteFilmRecord({state, "", film});
+}
+
+// What the service's own folder holds of the film is of no use any more.
+bool StoreBeside(const PreprocessResultWrapper& result, const std::string& film,
+                 const std::string& path) {
+  std::error_code failure;
+  return Replace(result, film, path) && (fs::remove_all(OwnFolder(film), failure), true);
+}
+
+}  // namespace
+
+Uninterrupted::Uninterrupted() {
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &previous_);
+}
+
+Uninterrupted::~Uninterrupted() {
+  sigprocmask(SIG_SETMASK, &previous_, nullptr);
+}
+
+bool StoreKeyframes(const FilmKeyframes& found, const std::string& film, const std::string& state,
+                    std::string& error) {
+  if (FilmState(film) != state) {
+    error = "the film has changed meanwhile";
+    return false;
+  }
+  const Uninterrupted writing;
+  const PreprocessResultWrapper result = ResultOf(found);
+  const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
+  const bool isBeside = MakeWritable(fs::path(path).parent_path().string(), 0777);
+  if (isBeside ? StoreBeside(result, film, path) : StoreOwn(result, film, state)) {
+    return true;
+  }
+  error = "cannot write " + (isBeside ? path : OwnResultPath(film));
+  return false;
+}
+
+bool AnalyzeFilm(const std::string& film, const Progress& progress, size_t& keyframes,
+                 std::string& error) {
+  const std::string state = FilmState(film);
+  FilmKeyframes found;
+  if (!FindKeyframes(film, progress, found, error)) {
+    return false;
+  }
+  keyframes = found.times.size();
+  return StoreKeyframes(found, film, state, error);
+}
+
+}  // namespace orvo::analyze

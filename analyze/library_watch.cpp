@@ -1,0 +1,187 @@
+#include "library_watch.h"
+
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <utility>
+
+#include "util/media_names.h"
+
+namespace orvo::analyze {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uint32_t kMask = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM |
+                           IN_DELETE | IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
+// About a kilobyte of the kernel's memory each.
+constexpr size_t kMaxFolders = 65536;
+
+bool IsBelow(const std::string& path, const std::string& folder) {
+  return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+         (folder == "/" || path[folder.size()] == '/');
+}
+
+std::string Join(const std::string& folder, const std::string& name) {
+  return folder == "/" ? folder + name : folder + "/" + name;
+}
+
+std::string NameOf(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+FilmChange ChangeOf(uint32_t mask) {
+  return (mask & (IN_DELETE | IN_MOVED_FROM)) != 0 ? FilmChange::kGone : FilmChange::kChanged;
+}
+
+}  // namespace
+
+LibraryWatch::LibraryWatch(std::vector<std::string> roots, OnFilm onFilm)
+    : roots_(std::move(roots)),
+      onFilm_(std::move(onFilm)),
+      events_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}
+
+void LibraryWatch::Scan() {
+  for (const std::string& root : roots_) {
+    std::error_code failure;
+    if (fs::is_directory(root, failure)) {
+      ScanFolder(root);
+    } else {
+      Watch(fs::path(root).parent_path().string());
+      Look(root);
+    }
+  }
+}
+
+// Depth first, with a list of its own: a folder tree may be deeper than the stack.
+void LibraryWatch::ScanFolder(const std::string& folder) {
+  std::vector<std::string> left = {folder};
+  while (!left.empty()) {
+    const std::string current = std::move(left.back());
+    left.pop_back();
+    // Watched first: what is added while the folder is read is seen twice rather than never.
+    Watch(current);
+    std::error_code failure;
+    for (fs::directory_iterator entry(current, failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+      std::error_code gone;
+      const std::string path = entry->path().string();
+      if (entry->symlink_status(gone).type() != fs::file_type::directory) {
+        Look(path);
+      } else if (!IsSystemFolderName(NameOf(path))) {
+        left.push_back(path);
+      }
+    }
+  }
+}
+
+// A film that was given by itself may have any name.
+void LibraryWatch::Look(const std::string& path) {
+  const bool isRoot = std::find(roots_.begin(), roots_.end(), path) != roots_.end();
+  struct stat status {};
+  if ((isRoot || IsFilmName(NameOf(path))) && lstat(path.c_str(), &status) == 0 &&
+      S_ISREG(status.st_mode)) {
+    onFilm_(path, FilmChange::kFound);
+  }
+}
+
+bool LibraryWatch::Watch(const std::string& folder) {
+  if (isFull_) {
+    return false;
+  }
+  const int watch = folders_.size() < kMaxFolders
+                        ? inotify_add_watch(events_.Get(), folder.c_str(), kMask)
+                        : (errno = ENOSPC, -1);
+  if (watch >= 0) {
+    folders_[watch] = folder;
+    return true;
+  }
+  if (errno == ENOSPC) {
+    isFull_ = true;
+    fprintf(stderr,
+            "mirevo-analyze: %zu folders are watched, and the system allows no more. Films that "
+            "are added to %s and other folders are found when the service starts again. Raise "
+            "fs.inotify.max_user_watches.\n",
+            folders_.size(), folder.c_str());
+  }
+  return false;
+}
+
+void LibraryWatch::ForgetBelow(const std::string& folder) {
+  for (const auto& [watch, path] : folders_) {
+    if (path == folder || IsBelow(path, folder)) {
+      inotify_rm_watch(events_.Get(), watch);
+    }
+  }
+  std::erase_if(folders_, [&](const auto& entry) {
+    return entry.second == folder || IsBelow(entry.second, folder);
+  });
+}
+
+void LibraryWatch::ReadEvents() {
+  alignas(inotify_event) char buffer[16384];
+  for (ssize_t size = 0; (size = read(events_.Get(), buffer, sizeof(buffer))) > 0;) {
+    for (const char* at = buffer; at < buffer + size;) {
+      const auto* const event = reinterpret_cast<const inotify_event*>(at);
+      Take(*event);
+      at += sizeof(inotify_event) + event->len;
+    }
+  }
+}
+
+void LibraryWatch::Take(const inotify_event& event) {
+  if ((event.mask & IN_Q_OVERFLOW) != 0) {
+    Scan();  // some changes are lost
+    return;
+  }
+  const auto folder = folders_.find(event.wd);
+  if (folder == folders_.end()) {
+    return;
+  }
+  if ((event.mask & IN_IGNORED) != 0) {
+    folders_.erase(folder);
+    return;
+  }
+  const std::string path = Join(folder->second, event.len > 0 ? event.name : "");
+  if (!IsInRoots(path)) {
+    return;  // a neighbour of a film that was given by itself
+  }
+  if ((event.mask & IN_ISDIR) != 0) {
+    TakeFolder(path, event);
+  } else {
+    TakeFile(path, event);
+  }
+}
+
+void LibraryWatch::TakeFolder(const std::string& folder, const inotify_event& event) {
+  if (IsSystemFolderName(NameOf(folder))) {
+    return;
+  }
+  if ((event.mask & IN_MOVED_FROM) != 0) {
+    ForgetBelow(folder);
+  } else if ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0) {
+    ScanFolder(folder);
+  }
+}
+
+void LibraryWatch::TakeFile(const std::string& file, const inotify_event& event) {
+  const bool isRoot = std::find(roots_.begin(), roots_.end(), file) != roots_.end();
+  struct stat status {};
+  const FilmChange change = ChangeOf(event.mask);
+  const bool isFile = lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  if ((isRoot || IsFilmName(NameOf(file))) && (isFile || change == FilmChange::kGone)) {
+    onFilm_(file, change);
+  }
+}
+
+bool LibraryWatch::IsInRoots(const std::string& path) const {
+  return std::any_of(roots_.begin(), roots_.end(),
+                     [&](const std::string& root) { return path == root || IsBelow(path, root); });
+}
+
+}  // namespace orvo::analyze

@@ -1,0 +1,50 @@
+#include "worker.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "film_analysis.h"
+#include "platform/process_launch.h"
+#include "preprocess/stored_result.h"
+
+namespace orvo::analyze {
+namespace {
+
+using LibOrvoQMX::preprocess::FilmState;
+using LibOrvoQMX::preprocess::WriteFilmRecord;
+
+// No film takes an hour of a processor to read through.
+constexpr rlimit kProcessorTime = {3600, 3600};  // seconds
+
+int Analyze(const std::string& film) {
+  const std::string state = FilmState(film);
+  FilmKeyframes found;
+  std::string error;
+  if (!FindKeyframes(
+          film, [](double) {}, found, error)) {
+    // The rights to read it may change without the film.
+    if (access(film.c_str(), R_OK) == 0) {
+      WriteFilmRecord({state, error, film});
+    }
+  } else if (StoreKeyframes(found, film, state, error)) {
+    return 0;
+  }
+  fprintf(stderr, "mirevo-analyze: %s: %s\n", film.c_str(), error.c_str());
+  return 1;
+}
+
+}  // namespace
+
+Process StartWorker(const std::string& film) {
+  LaunchOptions options;
+  options.streams = StandardStreams::kKept;
+  options.limits = {{RLIMIT_CPU, kProcessorTime}};
+  // This signal lets it finish a result that it is just writing.
+  options.parentDeath.signal = SIGTERM;
+  return Fork([&film] { return Analyze(film); }, options);
+}
+
+}  // namespace orvo::analyze

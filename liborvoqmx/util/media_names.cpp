@@ -1,0 +1,44 @@
+#include "util/media_names.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <string_view>
+
+namespace orvo {
+namespace {
+
+constexpr std::array<std::string_view, 36> kFilmEndings = {
+    "3g2",  "3gp", "amv", "asf", "avi",  "divx", "dv",  "f4v",  "flv", "ifo",  "m1v", "m2t",
+    "m2ts", "m2v", "m4v", "mkv", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mts",  "mxf", "nut",
+    "ogm",  "ogv", "qt",  "rm",  "rmvb", "tp",   "trp", "ts",   "vob", "webm", "wmv", "wtv"};
+
+// In lower case: these come from file systems that do not tell cases apart, too.
+constexpr std::array<std::string_view, 4> kSystemFolders = {
+    "#recycle", "$recycle.bin", "lost+found", "system volume information"};
+
+std::string LowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+template <typename Names>
+bool Contains(const Names& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), LowerCase(name)) != names.end();
+}
+
+}  // namespace
+
+bool IsFilmName(const std::string& name) {
+  const auto dot = name.rfind('.');
+  return dot != std::string::npos && name.front() != '.' &&
+         Contains(kFilmEndings, name.substr(dot + 1));
+}
+
+bool IsSystemFolderName(const std::string& name) {
+  return name.empty() || name.front() == '.' || name.front() == '@' ||
+         Contains(kSystemFolders, name);
+}
+
+}  // namespace orvo

@@ -1,0 +1,15 @@
+// The engines that play each kind of stream in this browser.
+import { BrowserFile } from './file.js';
+import { Segments } from './hls.js';
+import { Progressive } from './progressive.js';
+import { Smooth } from './smooth.js';
+
+const ENGINES = { direct: BrowserFile, hls: Segments, http: Progressive, webm: Progressive, ss: Smooth };
+
+const isApple = () => navigator.vendor.startsWith('Apple');
+
+// `can`: the browser's abilities from abilitiesOf().
+export function engineFor(kind, can) {
+  const isNative = kind === 'hls' && (!can.segments || (can.nativeHls && isApple()));
+  return isNative ? BrowserFile : ENGINES[kind];
+}

@@ -1,0 +1,122 @@
+"""What the scripts of the tree say and do when something is wrong. Nothing is fetched and nothing is built."""
+import os
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+
+
+class Scripts(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.programs = self.folder / "programs"
+        self.programs.mkdir()
+
+    def stand_in(self, name, script):
+        """Puts a shell script before the program of this name."""
+        program = self.programs / name
+        program.write_text(f"#!/bin/sh\n{script}\n")
+        program.chmod(0o755)
+
+    def script(self, *words, folder=ROOT):
+        path = f"{self.programs}:{os.environ['PATH']}"
+        return subprocess.run(words, cwd=folder, env={**os.environ, "PATH": path}, stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, check=False)
+
+
+class FetchModules(Scripts):
+    def setUp(self):
+        super().setUp()
+        (self.folder / "package-lock.json").write_text("{}")
+
+    def fetch(self):
+        return self.script(ROOT / "tools/fetch-modules", str(self.folder))
+
+    def test_a_failure_of_npm_is_shown(self):
+        self.stand_in("npm", "echo 'npm error code ENOTFOUND' >&2; exit 1")
+        result = self.fetch()
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("npm error code ENOTFOUND", result.stderr)
+        self.assertIn(f"npm could not fetch the modules of {self.folder}", result.stderr)
+
+    def test_modules_are_fetched_once_for_each_lock_file(self):
+        self.stand_in("npm", f"echo called >> {self.folder}/calls; mkdir -p {self.folder}/node_modules\n"
+                             f"touch -d tomorrow {self.folder}/node_modules/.package-lock.json")
+        for _ in range(2):
+            self.assertEqual(self.fetch().returncode, 0)
+        self.assertEqual((self.folder / "calls").read_text(), "called\n")
+        os.utime(self.folder / "package-lock.json", (2 ** 32, 2 ** 32))
+        self.fetch()
+        self.assertEqual((self.folder / "calls").read_text(), "called\ncalled\n")
+
+
+class Usage(Scripts):
+    def test_a_script_that_is_called_wrongly_says_how_to_call_it_and_does_nothing(self):
+        for program in ("apt-get", "cmake", "ninja", "npm"):
+            self.stand_in(program, f"touch {self.folder}/was-called")
+        for words in (["./test", "--help"], ["./test", "one", "two"], ["tools/check-style", "--all"]):
+            result = self.script(*words)
+            self.assertEqual(result.returncode, 64, words)
+            self.assertIn(words[0], result.stderr)
+        self.assertFalse((self.folder / "was-called").exists())
+
+
+class Tidy(Scripts):
+    """tools/tidy with a stand-in that finds fault with every file that says FAULT."""
+
+    def setUp(self):
+        super().setUp()
+        self.stand_in("clang-tidy", f"""
+            if [ "$1" = --version ]; then echo version 1; exit; fi
+            for file; do :; done
+            echo "$file" >> {self.folder}/checked
+            ! grep -H FAULT "$file" """)
+        (self.folder / "tools").mkdir()
+        (self.folder / "tools/tidy").write_text((ROOT / "tools/tidy").read_text())
+        (self.folder / ".clang-tidy").write_text("Checks: all")
+        self.write(**{"CMakeLists.txt": "cmake_minimum_required(VERSION 3.25)\nproject(a CXX)\n"
+                                        "add_library(a a.cpp b.cpp)\n",
+                      "a.cpp": '#include "a.h"\nint a = kA;', "b.cpp": "int b;", "a.h": "constexpr int kA = 1;"})
+        self.git("init", "--quiet")
+        self.git("add", "a.cpp", "b.cpp", "a.h")
+        subprocess.run(["cmake", "-S", self.folder, "-B", self.folder / "build", "-G", "Ninja",
+                        "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"], check=True, stdout=subprocess.DEVNULL,
+                       stderr=subprocess.DEVNULL)
+
+    def write(self, **files):
+        for name, text in files.items():
+            (self.folder / name).write_text(text)
+
+    def git(self, *words):
+        subprocess.run(["git", *words], cwd=self.folder, check=True)
+
+    def tidy(self):
+        """The files that were looked at, and the script's result."""
+        (self.folder / "checked").write_text("")
+        result = self.script("python3", "tools/tidy", "build", folder=self.folder)
+        return sorted((self.folder / "checked").read_text().split()), result
+
+    def test_a_clean_file_is_checked_again_only_after_a_change_of_what_it_is_made_of(self):
+        self.assertEqual(self.tidy()[0], ["a.cpp", "b.cpp"])
+        self.assertEqual(self.tidy()[0], [])
+        self.write(**{"a.h": "constexpr int kA = 2;"})
+        self.assertEqual(self.tidy()[0], ["a.cpp"])
+        self.write(**{"b.cpp": "int b;  // a comment may switch a check off"})
+        self.assertEqual(self.tidy()[0], ["b.cpp"])
+        self.write(**{".clang-tidy": "Checks: others"})
+        self.assertEqual(self.tidy()[0], ["a.cpp", "b.cpp"])
+
+    def test_a_fault_is_shown_each_time_and_fails(self):
+        self.write(**{"b.cpp": "int FAULT;"})
+        for expected in (["a.cpp", "b.cpp"], ["b.cpp"]):
+            checked, result = self.tidy()
+            self.assertEqual((checked, result.returncode), (expected, 1))
+            self.assertIn("int FAULT;", result.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,194 @@
+#!/usr/bin/env python3
+"""Looks at the pictures of every kind of stream: a circle stays a circle, and a film begins with its first
+picture.
+
+Usage: pictures_test.py TRANSCODER PROFILES [TEST...]
+"""
+import collections
+import concurrent.futures
+import itertools
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from fragments import Run, annex_b, make, sized
+
+TRANSCODER = PROFILES = ""
+WORKERS = 2
+KEYS = {
+    "mp4": "http_mp4_240p_vb300_ab96",
+    "ts": "http_ts_240p_vb300_ab96",
+    "wmv": "http_wmv_480p_vb1200_ab128",
+    "remux": "http_mp4_remux",
+    "hls": "hls_480p_vb1200_ab128",
+    "webm": "webm_240p_vb300_ab96",
+    "smooth": "smoothstreaming_240p_x264_vb320_vf15_aac_ab40",
+}
+SMOOTH_SIZE = "320x240"
+
+Picture = collections.namedtuple("Picture", "width height shape luma")  # shape of a pixel, bytes
+
+
+def arguments_of(kind):
+    return json.loads(pathlib.Path(PROFILES, "x86_2.json").read_text())[KEYS[kind]]
+
+
+def output(command):
+    return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=True).stdout
+
+
+def transcode(kind, film, folder, extra=()):
+    """The stream's beginning as a file, made the way the library does it."""
+    folder.mkdir()
+    if kind == "smooth":
+        return first_fragment(film, folder)
+    start = ["-ss", "0.000", *(["-copyts"] if kind in ("mp4", "ts", "remux") else [])]
+    words = arguments_of(kind).split(" ")
+    if kind == "hls":
+        name, cut = "slice-%05d.ts", ["-hls_seek_time", "0", "-segment_time", "5", "-segment_start_number", "0"]
+    else:
+        name, cut = "stream", ["-webm_seek_time", "0"] if kind == "webm" else []
+    output([TRANSCODER, *start, "-i", film, *words, *extra, *cut, folder / name])
+    return next(path for path in (folder / "slice-00000.ts", folder / "stream") if path.exists())
+
+
+def first_fragment(film, folder):
+    words = sized(arguments_of("smooth"), SMOOTH_SIZE)
+    run = Run(TRANSCODER, film, folder / "run", words).finish()
+    run.process.stderr.close()
+    path = folder / "pictures.h264"
+    path.write_bytes(annex_b(run.fragments()["video", 0].samples))
+    return path
+
+
+def pixel_shape(stream):
+    text = stream.get("sample_aspect_ratio", "1:1")
+    width, height = (int(part) for part in text.split(":"))
+    return width / height if width and height else 1
+
+
+def first_picture(path):
+    shown = "stream=width,height,sample_aspect_ratio"
+    text = output(["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", shown, "-of", "json", path])
+    stream = json.loads(text)["streams"][0]
+    luma = output(["ffmpeg", "-v", "error", "-i", path, "-map", "0:v", "-frames:v", "1", "-pix_fmt", "gray", "-f",
+                   "rawvideo", "-"])
+    return Picture(stream["width"], stream["height"], pixel_shape(stream), luma)
+
+
+# --- Shape ---
+
+BRIGHT = bytes(1 if level > 127 else 0 for level in range(256))
+
+
+def spread(counts):
+    """The standard deviation of places, of which each is counted so often."""
+    total = sum(counts)
+    middle = sum(place * count for place, count in enumerate(counts)) / total
+    return (sum((place - middle) ** 2 * count for place, count in enumerate(counts)) / total) ** 0.5
+
+
+def roundness(picture):
+    """How much wider than high the bright spot is shown."""
+    bright = picture.luma.translate(BRIGHT)
+    columns = [sum(bright[x::picture.width]) for x in range(picture.width)]
+    rows = [sum(bright[y * picture.width:(y + 1) * picture.width]) for y in range(picture.height)]
+    return spread(columns) * picture.shape / spread(rows)
+
+
+def circle(size, shape):
+    """A film of a circle. Its pixels are `shape` times as wide as high; None: it does not say."""
+    width, height = (int(side) for side in size.split("x"))
+    pixel = shape or 1
+    radius = 0.4 * min(width * pixel, height)
+    spot = f"geq=lum='if(lt(hypot((X-W/2)*{pixel},Y-H/2),{radius}),235,16)':cb=128:cr=128"
+    return ["-f", "lavfi", "-i", f"nullsrc=s={size}:r=5:d=0.4,format=yuv420p,{spot},setsar={shape or 0}:max=1000",
+            "-f", "lavfi", "-i", "sine=440:r=48000:d=0.4", "-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac"]
+
+
+Shape = collections.namedtuple("Shape", "name size pixel")
+SHAPES = [
+    Shape("old.flv", "640x480", None), Shape("wide.flv", "640x360", None), Shape("cinema.mkv", "752x320", None),
+    Shape("upright.mp4", "360x640", None), Shape("old_square.mkv", "640x480", 1),
+    Shape("old_pal.mkv", "720x576", 16 / 15), Shape("wide_pal.mkv", "720x576", 64 / 45),
+    Shape("cinema_narrow.mp4", "640x360", 1.322), Shape("upright_narrow.mkv", "480x640", 0.75),
+]
+RESIZING = ("mp4", "wmv", "hls", "webm", "smooth")
+
+# --- The first picture ---
+
+FIRST_LEVEL, LEVEL_STEP = 60, 6  # each picture of the first second is so much brighter
+PIECES = ["-f", "lavfi", "-i", "nullsrc=s=64x48:r=25:d=2,format=yuv420p,"
+          f"geq=lum='{FIRST_LEVEL}+{LEVEL_STEP}*min(N,25)':cb=128:cr=128",
+          "-f", "lavfi", "-i", "sine=440:b=2:r=48000:d=2"]
+H264 = ["-c:v", "libx264", "-preset", "ultrafast", "-bf", "2", "-g", "20", "-c:a", "aac"]
+MPEG2 = ["-c:v", "mpeg2video", "-bf", "2", "-g", "20", "-c:a", "mp2"]
+CONTAINERS = {
+    "a.mp4": H264, "a.mkv": H264, "a.ts": H264, "mpeg2.ts": MPEG2, "a.mpg": MPEG2,
+    "no_index.flv": H264, "index.flv": H264 + ["-flvflags", "add_keyframe_index"],
+    "fragments.mp4": H264 + ["-movflags", "frag_keyframe+empty_moov"], "hour.ts": H264 + ["-output_ts_offset", "3601"],
+    "a.avi": ["-c:v", "mpeg4", "-bf", "2", "-g", "20", "-c:a", "libmp3lame"],
+    "a.webm": ["-c:v", "libvpx", "-deadline", "realtime", "-g", "20", "-c:a", "libvorbis"],
+    "a.ogg": ["-c:v", "libtheora", "-g", "20", "-c:a", "libvorbis"],
+    "a.wmv": ["-c:v", "wmv2", "-g", "20", "-c:a", "wmav2"],
+}
+STARTING = ("mp4", "remux", "hls", "webm", "smooth")
+COPIED = {name for name, options in CONTAINERS.items() if options[1] == "libx264"}
+
+
+def level(picture):
+    return sum(picture.luma) / len(picture.luma)
+
+
+class Pictures(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(tempfile.mkdtemp())
+        os.environ["ORVO_SYSROOT"] = str(cls.folder)
+        cls.counter = itertools.count()
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def begin(self, kind, film, extra=()):
+        return first_picture(transcode(kind, film, self.folder / f"run{next(self.counter)}", extra))
+
+    def judge(self, check, cases):
+        with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+            self.assertEqual([found for found in pool.map(check, cases) if found], [])
+
+    def test_a_circle_stays_a_circle(self):
+        films = {shape.name: make(self.folder / shape.name, *circle(shape.size, shape.pixel)) for shape in SHAPES}
+
+        def check(case):
+            kind, name, extra = case
+            found = roundness(self.begin(kind, films[name], extra))
+            return None if abs(found - 1) <= 0.02 else f"{kind} {name} {extra}: {found:.3f}"
+
+        # The library adds the option to some sizes.
+        cases = [(kind, name, ()) for kind, name in itertools.product(RESIZING, films)]
+        self.judge(check, cases + [("hls", name, ("-aspect", "1.77778")) for name in films])
+
+    def test_a_film_begins_with_its_first_picture(self):
+        films = {name: make(self.folder / name, *PIECES, *options, "-pix_fmt", "yuv420p")
+                 for name, options in CONTAINERS.items()}
+
+        def check(case):
+            kind, name = case
+            found = level(self.begin(kind, films[name]))
+            wanted = level(first_picture(films[name]))
+            return None if abs(found - wanted) < LEVEL_STEP / 2 else f"{kind} {name}: {found:.1f}, not {wanted:.1f}"
+
+        self.judge(check, [(kind, name) for kind, name in itertools.product(STARTING, films)
+                           if kind != "remux" or name in COPIED])
+
+
+if __name__ == "__main__":
+    TRANSCODER, PROFILES = sys.argv.pop(1), sys.argv.pop(1)
+    unittest.main()

@@ -1,0 +1,19 @@
+// How long segments and fragments are, and the clock that fragments are named by.
+#pragma once
+
+#include <cstdint>
+
+namespace orvo::transcoder {
+
+inline constexpr double kUsualLength = 5;  // seconds, where the command line does not say
+inline constexpr double kShortestLength = 0.5;
+inline constexpr double kLongestLength = 600;
+
+inline constexpr int64_t kFragmentClockRate = 10'000'000;  // ticks a second
+
+// The length of a fragment in ticks of that clock.
+constexpr int64_t FragmentTicks(double seconds) {
+  return static_cast<int64_t>(seconds * static_cast<double>(kFragmentClockRate) + 0.5);
+}
+
+}  // namespace orvo::transcoder
