@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "util/number.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {

@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "util/json_utils.h"
-#include "util/number.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
@@ -127,12 +127,8 @@ std::optional<int64_t> Request::Number(const std::string& name, int64_t max) con
 }
 
 std::optional<double> Request::Seconds(const std::string& name, double max) const {
-  const std::string text = Text(name);
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
-  const bool isTime = parsed.ec == std::errc() && parsed.ptr == end && seconds >= 0;
-  return isTime && seconds <= max ? std::optional(seconds) : std::nullopt;
+  const auto seconds = ParseDecimal(Text(name));
+  return seconds && *seconds <= max ? seconds : std::nullopt;
 }
 
 std::string Request::StreamId() const {

@@ -20,11 +20,9 @@ StreamDirectory DirectoryOf(const std::string& streamId) {
 }
 
 // What is said of where a viewer is. It only informs: a full disk is no failure.
-void MarkAccess(const Request& request, const std::string& streamId) {
-  const StreamDirectory directory = DirectoryOf(streamId);
-  directory.MarkAccess();
+void RememberPosition(const Request& request, const std::string& streamId) {
   if (request.Method() != "HEAD") {
-    directory.AskForByte(request.RangeStart().value_or(0));
+    DirectoryOf(streamId).AskForByte(request.RangeStart().value_or(0));
   }
 }
 
@@ -47,29 +45,19 @@ Answer PrepareDirect(const Ticket& ticket, Json::Value& data) {
   ticket.Directory().MarkAccess();
   std::error_code failure;
   data["content_type"] = ticket.Parameter("content_type");
-  data["size"] = static_cast<Json::UInt64>(
-      std::filesystem::file_size(ticket.Record()["path"].asString(), failure));
+  data["size"] = static_cast<Json::UInt64>(std::filesystem::file_size(ticket.Path(), failure));
   return failure ? Answer::Failure(kNotFound) : Answer::Sent();
 }
 
-Answer PlayDirect(const Request& request, const std::string& streamId) {
-  std::string path;
-  std::string contentType;
-  {
-    const auto ticket = Ticket::Take(streamId);
-    if (!ticket || !ticket->Record()["path"].isString()) {
-      return Answer::Failure(kNotFound, kStreamClosed);
-    }
-    path = ticket->Record()["path"].asString();
-    contentType = ticket->Parameter("content_type");
-  }
+Answer PlayDirect(const Request& request, const Ticket& ticket) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(path, refusal);
+  const auto film = ResolveFilm(ticket.Path(), refusal);
   if (!film) {
     return refusal;
   }
-  MarkAccess(request, streamId);
-  return SendFile(request, *film, contentType) ? Answer::Sent() : Answer::Failure(kNotFound);
+  RememberPosition(request, ticket.StreamId());
+  return SendFile(request, *film, ticket.Parameter("content_type")) ? Answer::Sent()
+                                                                    : Answer::Failure(kNotFound);
 }
 
 void CloseDirect(const std::string& streamId) {
@@ -82,13 +70,12 @@ void CloseDirect(const std::string& streamId) {
 double DirectPosition(const Ticket& ticket) {
   const int64_t first = ticket.Directory().LastAskedFor();
   std::error_code failure;
-  const auto size = std::filesystem::file_size(ticket.Record()["path"].asString(), failure);
-  const Json::Value& duration = ticket.Record()["duration"];
-  if (failure || size == 0 || !duration.isUInt()) {
+  const auto size = std::filesystem::file_size(ticket.Path(), failure);
+  if (failure || size == 0) {
     return 0;
   }
   const double part = static_cast<double>(first) / static_cast<double>(size);
-  return std::clamp(part, 0.0, 1.0) * duration.asUInt();
+  return std::clamp(part, 0.0, 1.0) * ticket.Duration();
 }
 
 }  // namespace webapi

@@ -22,7 +22,6 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::HttpStream;
-using LibOrvoQMX::QMXMetaData;
 using LibOrvoQMX::StreamDirectory;
 
 constexpr char kKind[] = "HTTP";
@@ -97,25 +96,20 @@ std::optional<Part> FindPart(const Request& request, HttpStream& stream, unsigne
 }  // namespace
 
 Answer PrepareHttp(const Ticket& ticket, Json::Value& data) {
-  const Json::Value& record = ticket.Record();
-  const Profile profile{record["profile_key"].asString(), record["profile_value"].asString()};
   HttpStream stream(ticket.StreamId());
-  data["content_type"] = ContentTypeOf(profile);
+  data["content_type"] = ContentTypeOf(ProfileOf(ticket));
   data["size"] = static_cast<Json::Int64>(stream.QMX_HTTP_PredictTransFileSize());
   return Answer::Sent();
 }
 
-Answer PlayHttp(const Request& request, const std::string& streamId) {
-  QMXMetaData record(streamId, kKind);
-  record.LoadMetaData();
-  HttpStream stream(streamId);
+Answer PlayHttp(const Request& request, const Ticket& ticket) {
+  HttpStream stream(ticket.StreamId());
   Answer refusal = Answer::Failure(kInternal);
-  const auto part = FindPart(request, stream, record.GetDuration(), refusal);
+  const auto part = FindPart(request, stream, ticket.Duration(), refusal);
   if (!part) {
     return refusal;
   }
-  const Profile profile{record.GetProfileKey(), record.GetProfileValue()};
-  const std::string headers = HeadersOf(ContentTypeOf(profile), *part);
+  const std::string headers = HeadersOf(ContentTypeOf(ProfileOf(ticket)), *part);
   if (request.Method() == "HEAD") {
     orvo::WriteAll(STDOUT_FILENO, headers + "\r\n");
     return Answer::Sent();

@@ -4,7 +4,6 @@
 
 #include "contract/fragments.h"
 #include "policy/profile_traits.h"
-#include "state/stream_directory.h"
 #include "stream/fetched_piece.h"
 #include "stream/smooth_stream.h"
 #include "webapi/http/send_file.h"
@@ -14,12 +13,9 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::FetchedPiece;
-using LibOrvoQMX::QMXMetaData;
 using LibOrvoQMX::SmoothStream;
-using LibOrvoQMX::StreamDirectory;
 using orvo::FragmentId;
 
-constexpr char kKind[] = "SS";
 constexpr char kManifestType[] = "application/vnd.ms-sstr+xml";
 // Next to the manifest's own address: players put it behind that up to the last slash.
 constexpr char kFragmentAddress[] = "fragment.mp4";
@@ -44,12 +40,10 @@ std::optional<FragmentId> ParseFragment(const std::string& text, const std::stri
   return isKnown ? id : std::nullopt;
 }
 
-Answer SendFragment(const Request& request, SmoothStream& stream) {
-  QMXMetaData record(stream.GetStreamID(), kKind);
-  record.LoadMetaData();
+Answer SendFragment(const Request& request, const Ticket& ticket, SmoothStream& stream) {
   std::string videoRate;
   std::string audioRate;
-  if (!FindRates(stream, record.GetProfileValue(), videoRate, audioRate)) {
+  if (!FindRates(stream, ticket.ProfileValue(), videoRate, audioRate)) {
     return Answer::Failure(kInternal);
   }
   const auto fragment = ParseFragment(request.Text("fragment_id"), videoRate, audioRate);
@@ -57,7 +51,7 @@ Answer SendFragment(const Request& request, SmoothStream& stream) {
     return Answer::Failure(kBadRequest, "The fragment_id must be one that the manifest names.");
   }
   if (fragment->start % orvo::kTicksPerFragment != 0 ||
-      fragment->start >= int64_t{record.GetDuration()} * orvo::kTicksPerSecond) {
+      fragment->start >= int64_t{ticket.Duration()} * orvo::kTicksPerSecond) {
     return Answer::Failure(kNotFound, "The film has no fragment at this time.");
   }
   const std::string type = fragment->track == orvo::Track::kVideo ? "video/mp4" : "audio/mp4";
@@ -65,13 +59,13 @@ Answer SendFragment(const Request& request, SmoothStream& stream) {
     SendFileHeaders(type);
     return Answer::Sent();
   }
-  StreamDirectory(kKind, stream.GetStreamID()).AskFor(fragment->Number());
+  ticket.Directory().AskFor(fragment->Number());
   const FetchedPiece piece = stream.Fetch(*fragment);
   if (piece.state == FetchedPiece::State::kComplete &&
       SendFile(request, piece.path, type, kKeepSegment)) {
     return Answer::Sent();
   }
-  return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
+  return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
 }
 
 Answer SendManifest(const Request& request, SmoothStream& stream) {
@@ -96,10 +90,10 @@ Answer PrepareSmooth(const Ticket& ticket, Json::Value& data) {
   return Answer::Failure(stream.GetErrorString());
 }
 
-Answer PlaySmooth(const Request& request, const std::string& streamId) {
-  SmoothStream stream(streamId);
-  StreamDirectory(kKind, streamId).MarkAccess();
-  return request.Has("fragment_id") ? SendFragment(request, stream) : SendManifest(request, stream);
+Answer PlaySmooth(const Request& request, const Ticket& ticket) {
+  SmoothStream stream(ticket.StreamId());
+  return request.Has("fragment_id") ? SendFragment(request, ticket, stream)
+                                    : SendManifest(request, stream);
 }
 
 void CloseSmooth(const std::string& streamId) {

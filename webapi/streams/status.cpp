@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "contract/fragments.h"
@@ -21,6 +21,7 @@
 #include "stream/http_live_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
+#include "webapi/http/number.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/recent_streams.h"
@@ -73,6 +74,11 @@ std::string Newest(const std::string& progress, const std::string& key) {
   return progress.substr(value, progress.find('\n', value) - value);
 }
 
+// The number that a value begins with; 0 where it begins with none ("N/A").
+double NumberOf(std::string_view value) {
+  return TakeDecimal(value).value_or(0);
+}
+
 // Adds how fast the transcoder works (1 is the film's own speed) and where in the film it is.
 void AddProgress(pid_t pid, Json::Value& transcoder) {
   // A transcoder that cuts segments has FFmpeg as a child of its own.
@@ -88,8 +94,8 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
   file.read(buffer.data(), buffer.size());
   std::string progress(1, '\n');
   progress.append(buffer.data(), static_cast<size_t>(file.gcount()));
-  transcoder["speed"] = std::strtod(Newest(progress, "\nspeed=").c_str(), nullptr);
-  transcoder["position"] = std::strtod(Newest(progress, "\nout_time_us=").c_str(), nullptr) / 1e6;
+  transcoder["speed"] = NumberOf(Newest(progress, "\nspeed="));
+  transcoder["position"] = NumberOf(Newest(progress, "\nout_time_us=")) / 1e6;
 }
 
 // The stream's transcoder; -1 when none runs. That of a progressive stream is its monitor, that of
@@ -122,7 +128,7 @@ Effort EffortOf(pid_t pid) {
     return {};
   }
   const auto seconds = [&](size_t field) {
-    return std::strtod(words[field].c_str(), nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return NumberOf(words[field]) / static_cast<double>(sysconf(_SC_CLK_TCK));
   };
   return {seconds(kUser) + seconds(kSystem), static_cast<double>(now.tv_sec) - seconds(kStart)};
 }
@@ -233,7 +239,7 @@ Answer DescribeStatus() {
   data["streams"] = Json::Value(Json::arrayValue);
   data["transcoders"] = Json::Value(Json::arrayValue);
   for (const std::string& id : Ticket::All()) {
-    const auto ticket = Ticket::Take(id);
+    const auto ticket = Ticket::Read(id);
     if (!ticket) {
       continue;
     }
@@ -251,7 +257,7 @@ Answer DescribeStatus() {
 
 Answer DescribeStreamState(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto ticket = TakeStream(request, refusal);
+  const auto ticket = FindStream(request, refusal);
   if (!ticket) {
     return refusal;
   }
