@@ -38,7 +38,7 @@ curl -s "$api.Library&version=1&method=list" | grep -q '"Unauthorized"' || fail 
 curl -s --data-urlencode "passwd=$password" "$api.Auth&version=1&method=login&account=owner" |
   grep -q '"success":true' || fail "the first password is the owner's"
 
-address=$(mirevo play /var/lib/mirevo/films/film.mkv) || fail "a film can be opened"
+address=$(mirevo play --format http /var/lib/mirevo/films/film.mkv) || fail "a film can be opened"
 (ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$address" || true) | sort -u > /root/played
 printf 'aac\nh264\n' | cmp - /root/played || fail "the film plays, as H.264 and AAC"
 mirevo status --json | grep -q '"kind" : "HTTP"' || fail "the status shows the stream"
