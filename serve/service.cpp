@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,19 +41,49 @@ constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
 constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
-bool ConfigureMedia(const std::vector<std::string>& media) {
+bool Refuse(const std::string& reason) {
+  std::cerr << reason << "\n";
+  return false;
+}
+
+// `reason`: an errno, taken before anything else is called.
+bool Refuse(const std::string& subject, int reason) {
+  return Refuse(subject + ": " + std::strerror(reason));
+}
+
+// `reason`: an errno, taken before anything else is called. The exit status of this failure.
+int CannotWrite(const std::string& folder, int reason) {
+  Refuse("The service cannot keep its state in " + folder, reason);
+  std::cerr << "Set ORVO_SYSROOT to a folder that belongs to you, or start the service as the "
+               "folder's owner.\n";
+  return EX_CANTCREAT;
+}
+
+// Makes a folder of the service's own, if it is missing. 0 or the exit status.
+int MakeOwnFolder(const std::string& folder) {
+  const bool canWrite = PlatFSMkdirP(folder, 0, 1, geteuid(), getegid(), 0755) == 0 &&
+                        access(folder.c_str(), W_OK | X_OK) == 0;
+  return canWrite ? 0 : CannotWrite(folder, errno);
+}
+
+// Makes these the media roots. 0 or the exit status.
+int ConfigureMedia(const std::vector<std::string>& media) {
   Json::Value roots(Json::arrayValue);
   for (const std::string& path : media) {
     char resolved[PATH_MAX];
     if (realpath(path.c_str(), resolved) == nullptr) {
-      std::cerr << path << ": there is no such file or folder\n";
-      return false;
+      Refuse(path, errno);
+      return EX_NOINPUT;
     }
     roots.append(resolved);
   }
   const std::string folder = orvo::SystemPath("/var/packages/Mirevo/etc");
-  return PlatFSMkdirP(folder, 0, 1, geteuid(), getegid(), 0755) == 0 &&
-         orvo::ReplaceFile(folder + "/media_roots", LibMirevo::FormatJson(roots));
+  if (const int refused = MakeOwnFolder(folder); refused != 0) {
+    return refused;
+  }
+  return orvo::ReplaceFile(folder + "/media_roots", LibMirevo::FormatJson(roots))
+             ? 0
+             : CannotWrite(folder, errno);
 }
 
 bool HasDesktop() {
@@ -130,11 +161,6 @@ void Stop(const orvo::Process& server) {
   orvo::WaitForChildren(kStopMilliseconds);
 }
 
-bool Refuse(const std::string& reason) {
-  std::cerr << reason << "\n";
-  return false;
-}
-
 // How to call this program's command again from a shell.
 std::string CommandLine(const std::string& command) {
   std::error_code failure;
@@ -156,11 +182,6 @@ bool MayListen(const std::vector<Endpoint>& endpoints) {
   return farther == endpoints.end() || !accounts->empty() ||
          Refuse("Listening on " + farther->address + " needs an account; make one with " +
                 CommandLine("account add NAME"));
-}
-
-// `reason`: an errno, taken before anything else is called.
-bool Refuse(const std::string& subject, int reason) {
-  return Refuse(subject + ": " + std::strerror(reason));
 }
 
 bool CanRead(const std::string& file) {
@@ -292,9 +313,11 @@ bool IsOrigin(const std::string& text) {
 int Serve(const Options& options) {
   const std::string state = orvo::SystemPath(kStateFolder);
   std::vector<Endpoint> endpoints = EndpointsOf(options);
-  if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key) ||
-      PlatFSMkdirP(state, 0, 1, geteuid(), getegid(), 0755) != 0) {
+  if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key)) {
     return 1;
+  }
+  if (const int refused = MakeOwnFolder(state); refused != 0) {
+    return refused;
   }
   // Two services in one system would close each other's streams.
   const auto alone = orvo::FileLock::Try(state + "/serve.lock");
@@ -302,8 +325,8 @@ int Serve(const Options& options) {
     std::cerr << "mirevo already serves here (" << state << ")\n";
     return 1;
   }
-  if (!ConfigureMedia(options.media)) {
-    return 1;
+  if (const int refused = ConfigureMedia(options.media); refused != 0) {
+    return refused;
   }
   auto sockets = OpenSockets(options, endpoints);
   if (sockets.empty()) {

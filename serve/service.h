@@ -30,7 +30,8 @@ bool IsHost(const std::string& text);
 bool IsOrigin(const std::string& text);
 
 // Serves until SIGINT, SIGTERM or SIGHUP and leaves no process behind. The exit status: 0 when it
-// was told to stop, 1, with the reason on standard error, otherwise.
+// was told to stop; otherwise, with the reason on standard error, EX_NOINPUT for media that do not
+// exist, EX_CANTCREAT for state that cannot be written, 1 for the rest.
 // Other machines are only let in where there are accounts.
 int Serve(const Options& options);
 

@@ -220,6 +220,26 @@ test('a word that is no command is named', async () => {
   }
 });
 
+test('serve says which media it does not find and which folder it cannot write', async () => {
+  const serve = (root, folder) => mirevo(['serve', '--no-browser', '--no-analysis', '--port', '0', folder], root);
+  const root = path.join(service.root, 'refused');
+  fs.mkdirSync(root);
+  const missing = await serve(root, '/no/such/folder');
+  assert.deepEqual([missing.code, missing.stderr], [66, '/no/such/folder: No such file or directory\n']);
+  const isRefused = async (reason) => {
+    const { code, stderr } = await serve(root, media);
+    assert.equal(code, 73, stderr);
+    assert.match(stderr, reason);
+    assert.match(stderr, /\nSet ORVO_SYSROOT to a folder that belongs to you, or .*\.\n$/);
+  };
+  fs.rmSync(path.join(root, 'run'), { recursive: true });
+  fs.writeFileSync(path.join(root, 'run'), '');
+  await isRefused(/^The service cannot keep its state in \S+\/run\/mirevo: File exists\n/);
+  fs.rmSync(path.join(root, 'run'));
+  fs.mkdirSync(path.join(root, 'var/packages/Mirevo/etc/media_roots'), { recursive: true });
+  await isRefused(/^The service cannot keep its state in \S+\/etc: Is a directory\n/);
+});
+
 test('serve tells a service manager when it is ready', async () => {
   const root = path.join(service.root, 'managed');
   ['etc.defaults', 'volume1', 'var/packages/Mirevo'].forEach((name) => fs.mkdirSync(path.join(root, name), { recursive: true }));
