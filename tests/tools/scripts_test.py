@@ -1,6 +1,7 @@
 """What the scripts of the tree say and do when something is wrong. Nothing is fetched and nothing is built."""
 import os
 import pathlib
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -63,6 +64,69 @@ class Usage(Scripts):
             self.assertEqual(result.returncode, 64, words)
             self.assertIn(words[0], result.stderr)
         self.assertFalse((self.folder / "was-called").exists())
+
+
+class Run(Scripts):
+    """./run in a tree in which nothing has to be built: the program says with what it was called."""
+
+    def setUp(self):
+        super().setUp()
+        self.tree = self.folder / "tree"
+        self.home = self.folder / "home"
+        self.bin = self.home / ".local/bin"
+        program = self.tree / "build/release/target/bin/mirevo"
+        for folder in (self.tree / "tools", self.home, program.parent):
+            folder.mkdir(parents=True)
+        for name in ("run", "tools/mirevo"):
+            shutil.copy(ROOT / name, self.tree / name)
+        self.write_program(program, 'echo "$ORVO_SYSROOT $*"')
+        self.write_program(self.tree / "tools/install-packages", f"touch {self.folder}/was-called")
+        self.stand_in("cmake", "exit 0")
+        self.stand_in("ninja", "echo '[1/1] Building'")
+
+    @staticmethod
+    def write_program(path, script):
+        path.write_text(f"#!/bin/sh\n{script}\n")
+        path.chmod(0o755)
+
+    def run_it(self, *words, path=""):
+        environment = {**os.environ, "HOME": str(self.home), "PATH": f"{self.programs}{path}:{os.environ['PATH']}"}
+        for name in ("ORVO_SYSROOT", "XDG_STATE_HOME"):
+            environment.pop(name, None)
+        return subprocess.run(words, cwd=self.tree, env=environment, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, check=False)
+
+    def test_a_wrong_command_line_is_refused_before_anything_is_installed(self):
+        for words, status, reason in (([".", "--port"], 64, "--port needs a value"),
+                                      (["/no/such/film"], 66, "/no/such/film: there is no such file or folder")):
+            result = self.run_it("./run", *words)
+            self.assertEqual((result.returncode, result.stderr), (status, f"run: {reason}\n"))
+        self.assertFalse((self.folder / "was-called").exists())
+
+    def test_it_says_that_it_builds_and_serves_what_it_was_given(self):
+        result = self.run_it("./run", "tools", "--port", "80")
+        state = self.home / ".local/state/mirevo"
+        self.assertEqual(result.stdout, f"{state} serve --port 80 -- tools\n")
+        self.assertTrue(result.stderr.startswith("building Mirevo; the first time takes a few minutes\n"))
+
+    def test_a_state_folder_that_cannot_be_made_is_named(self):
+        (self.home / ".local").write_text("")
+        result = self.run_it("./run", "tools")
+        self.assertEqual(result.returncode, 73)
+        self.assertIn(f"the state cannot be kept in {self.home}/.local/state/mirevo", result.stderr)
+
+    def test_the_command_is_linked_where_it_is_found_and_replaces_nothing(self):
+        self.assertIn(f"the other commands: {self.tree}/tools/mirevo", self.run_it("./run", "tools").stderr)
+        self.assertFalse(self.bin.exists())
+        self.bin.mkdir()
+        self.assertIn(f"mirevo is now in {self.bin}", self.run_it("./run", "tools", path=f":{self.bin}").stderr)
+        self.assertEqual(self.run_it("mirevo", "play", "a", path=f":{self.bin}").stdout,
+                         f"{self.home}/.local/state/mirevo play a\n")
+        self.assertNotIn("command", self.run_it("./run", "tools", path=f":{self.bin}").stderr)
+        (self.bin / "mirevo").unlink()
+        (self.bin / "mirevo").write_text("something else")
+        self.assertIn("the other commands", self.run_it("./run", "tools", path=f":{self.bin}").stderr)
+        self.assertEqual((self.bin / "mirevo").read_text(), "something else")
 
 
 class Tidy(Scripts):
