@@ -43,7 +43,7 @@ const PAGES = [
   ['the library', async ({ page }) => page.getByRole('link', { name: /h264_ac3/ }).waitFor(), ''],
   ['the search', async ({ page }) => page.getByRole('heading', { name: 'Films and folders named' }).waitFor(), '#/search?q=h264'],
   ['a film', async ({ page }) => {
-    await page.getByText('All playback methods and qualities').click();
+    await page.locator('summary').click();
     await page.getByRole('region', { name: 'Playback methods of this film' }).waitFor();
   }, `#/film${filmPath('two_audio.mkv')}`],
   ['the player', async (viewer) => {

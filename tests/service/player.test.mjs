@@ -326,6 +326,29 @@ test('volume, sound, subtitle and quality are remembered for the next film', asy
   assert.deepEqual(viewer.complaints, []);
 });
 
+test('a phone shows the picture and one row of controls, whichever way it is held', async () => {
+  const viewer = await enter({}, { viewport: { width: 360, height: 700 }, isMobile: true, hasTouch: true });
+  const { page } = viewer;
+  await watch(viewer, 'film.mkv');
+  await viewer.playing();
+  const look = () =>
+    page.evaluate(() => {
+      const box = (node) => node.getBoundingClientRect();
+      const buttons = [...document.querySelectorAll('.bar button')].filter((node) => node.checkVisibility());
+      const { top, bottom } = box(document.getElementById('video'));
+      return {
+        rows: new Set(buttons.map((node) => Math.round(box(node).top))).size,
+        full: buttons.some(({ id }) => id === 'full') && box(document.getElementById('full')).right <= window.innerWidth,
+        isPictureSeen: top >= 0 && bottom <= window.innerHeight + 1,
+        isTooWide: document.documentElement.scrollWidth > window.innerWidth,
+      };
+    });
+  const good = { rows: 1, full: true, isPictureSeen: true, isTooWide: false };
+  assert.deepEqual(await look(), good);
+  await page.setViewportSize({ width: 700, height: 360 });
+  assert.deepEqual(await look(), good);
+});
+
 test('another player gets the address of a film', async () => {
   const viewer = await enter();
   await watch(viewer, 'film.mkv');

@@ -53,7 +53,7 @@ export class PlayerView {
     this.volume = element('input', { id: 'volume', type: 'range', min: 0, max: 1, step: 0.05, value: '1', 'aria-label': 'Volume' });
     this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, element('span'));
     this.settingsButton = signButton('settings', 'Settings', () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
-    this.insetButton = signButton('inset', 'Picture in picture', () => this.inset(), { hidden: !document.pictureInPictureEnabled });
+    this.insetButton = signButton('inset', 'Picture in picture', () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
     this.captionsButton = signButton('captions', 'Subtitles', () => this.nextSubtitle());
     this.controls = element(
       'div',
@@ -69,9 +69,9 @@ export class PlayerView {
         element('span', { class: 'gap' }),
         this.captionsButton,
         this.settingsButton,
-        signButton('figures', 'Statistics', () => this.figures()),
+        signButton('figures', 'Statistics', () => this.figures(), { class: 'sign minor' }),
         signButton('elsewhere', 'Play elsewhere', () => this.elsewhere()),
-        signButton('help', 'Keyboard shortcuts', () => showHelp()),
+        signButton('help', 'Keyboard shortcuts', () => showHelp(), { class: 'sign minor' }),
         this.insetButton,
         signButton('full', 'Full screen', () => this.fullScreen(), { id: 'full' }),
       ),
@@ -98,6 +98,7 @@ export class PlayerView {
       labelled('Playback method', this.kind),
       labelled('Subtitle size', this.cueSize),
       labelled('Subtitle style', this.cueLook),
+      element('button', { type: 'button', on: { click: () => this.figures() } }, 'Show or hide statistics'),
     );
   }
 
