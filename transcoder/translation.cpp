@@ -73,13 +73,15 @@ struct Facts {
   bool resizes = false;
   bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;          // the input's start position, as given
-  double start = 0;          // the same in seconds
-  double preroll = 0;        // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;        // where the output's clock starts, as given
-  std::string size;          // the picture size asked for
-  double fragmentStart = 0;  // where the first fragment is wanted, in seconds
-  Strings lost;              // encoders that are replaced
+  std::string seek;         // the input's start position, as given
+  double start = 0;         // the same in seconds
+  double preroll = 0;       // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;       // where the output's clock starts, as given
+  std::string size;         // the picture size asked for
+  std::string toneMapping;  // filters; empty for a film of standard dynamic range
+  bool lacksToneMapping = false;  // the film needs it, and this FFmpeg has no filter for it
+  double fragmentStart = 0;       // where the first fragment is wanted, in seconds
+  Strings lost;                   // encoders that are replaced
   SegmentRequest segments;
   SegmentEntry entry;
 };
@@ -305,9 +307,13 @@ void UnlessFdkLost(const Argument& argument, const Facts& facts, Strings& out) {
 }
 
 // Frames on the graphics card cannot pass the software scaler that this option would put behind the
-// upload: the size joins the filters before it. That of fragments does so too.
+// upload, and tones are mapped faster when pictures are small: the size joins the filters.
+bool SizeIsFilter(const Facts& facts) {
+  return facts.vaapiUsed || facts.segments.areFragments || !facts.toneMapping.empty();
+}
+
 void Size(const Argument& argument, const Facts& facts, Strings& out) {
-  if (!facts.vaapiUsed && !facts.segments.areFragments) {
+  if (!SizeIsFilter(facts)) {
     Same(argument, facts, out);
   }
 }
@@ -329,12 +335,27 @@ std::string Shaped(const std::string& chain, const Facts& facts) {
   return facts.resizes && !facts.copiesVideo ? WithPixelShape(chain) : chain;
 }
 
+// The size comes first: there is less to map then.
+std::string ToneMapped(const std::string& chain, const Facts& facts) {
+  if (facts.toneMapping.empty()) {
+    return chain;
+  }
+  const std::string scaler = facts.segments.areFragments ? "" : ScaleFilter(facts.size);
+  return JoinFilters(JoinFilters(chain, scaler), facts.toneMapping);
+}
+
 // What is cut off is not scaled.
 std::string CutFilters(const std::string& chain, const Facts& facts) {
   const bool isCut = facts.segments.isWanted && !facts.copiesVideo;
   const std::string cut = isCut ? WithoutLead(chain, facts.entry) : chain;
   const std::string fitted = facts.segments.areFragments ? Fitted(cut, facts.size) : cut;
-  return isCut ? Marked(fitted, facts.segments, facts.entry) : fitted;
+  const std::string mapped = facts.vaapiUsed ? fitted : ToneMapped(fitted, facts);
+  return isCut ? Marked(mapped, facts.segments, facts.entry) : mapped;
+}
+
+// The chain that ends on the graphics card.
+std::string OnDevice(const std::string& chain, const Facts& facts) {
+  return VaapiFilters(chain, JoinFilters(ScaleFilter(facts.size), facts.toneMapping));
 }
 
 // The shape of encoded pictures comes from the film, not from what was asked for.
@@ -349,7 +370,7 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   if (facts.hardwareLost) {
     chain = SoftwareFilters(chain);
   } else if (facts.vaapiUsed) {
-    chain = VaapiFilters(chain, facts.size);
+    chain = OnDevice(chain, facts);
   }
   AppendUnlessEmpty(argument.name, CutFilters(Shaped(chain, facts), facts), out);
 }
@@ -495,6 +516,16 @@ bool CopiesUnframed(const Facts& facts) {
          facts.surroundings->lacksIndex(facts.input);
 }
 
+// A film that comes through a pipe can be looked at only once.
+void MapTones(Facts& facts) {
+  if (facts.copiesVideo || !facts.hasInput || IsDescriptor(facts.input)) {
+    return;
+  }
+  const auto range = facts.surroundings->findHighRange(facts.input);
+  facts.lacksToneMapping = range && !facts.surroundings->hasFilter("zscale");
+  facts.toneMapping = range && !facts.lacksToneMapping ? ToneMapping(*range) : "";
+}
+
 // A film that comes through a pipe was entered by whoever sends it.
 void EnterForSegments(Facts& facts) {
   SegmentRequest& segments = facts.segments;
@@ -521,6 +552,7 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
   }
   facts.preroll = Preroll(facts);
   facts.copiesUnframed = CopiesUnframed(facts);
+  MapTones(facts);
   if (facts.segments.isWanted) {
     EnterForSegments(facts);
   }
@@ -562,7 +594,7 @@ void AppendGeneral(const Surroundings& surroundings, Strings& out) {
 
 // The picture filters of a command line that has none.
 std::string AddedFilters(const Facts& facts) {
-  const std::string chain = facts.vaapiUsed ? VaapiFilters("", facts.size) : "";
+  const std::string chain = facts.vaapiUsed ? OnDevice("", facts) : "";
   return CutFilters(Shaped(chain, facts), facts);
 }
 
@@ -632,6 +664,10 @@ Strings Notes(const Facts& facts) {
   for (const std::string& name : facts.lost) {
     notes.push_back("this machine cannot encode with " + name + ": using " +
                     std::string(FindEncoder(name)->replacement));
+  }
+  if (facts.lacksToneMapping) {
+    notes.push_back("the colors of " + facts.input +
+                    " are wrong: this FFmpeg has no filter zscale for a high dynamic range");
   }
   return notes;
 }
