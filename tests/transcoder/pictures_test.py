@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Looks at the pictures of every kind of stream: a circle stays a circle, a film begins with its first picture,
-and a high dynamic range becomes a standard one.
+a high dynamic range becomes a standard one, and a turned film is upright.
 
 Usage: pictures_test.py TRANSCODER PROFILES [TEST...]
 """
@@ -119,6 +119,23 @@ SHAPES = [
     Shape("cinema_narrow.mp4", "640x360", 1.322), Shape("upright_narrow.mkv", "480x640", 0.75),
 ]
 RESIZING = ("mp4", "wmv", "hls", "webm", "smooth")
+
+# --- Rotation ---
+
+# Only the left upper quarter of the card is bright. FFmpeg writes angles that count against the clock.
+CARD = ["-f", "lavfi", "-i", "color=black:s=320x180:r=5:d=0.4,drawbox=w=160:h=90:c=white:t=fill", "-f", "lavfi", "-i",
+        "sine=440:r=48000:d=0.4", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac"]
+BRIGHT_CORNER = {90: "left lower", 180: "right lower", 270: "right upper"}
+TURNING = ("mp4", "ts", "remux", "wmv", "hls", "webm", "smooth")
+
+
+def bright_corner(path):
+    """Where the player shows the bright quarter: it turns the picture as the stream tells."""
+    luma = output(["ffmpeg", "-v", "error", "-i", path, "-map", "0:v", "-frames:v", "1", "-vf",
+                   "scale=10:10:flags=area", "-pix_fmt", "gray", "-f", "rawvideo", "-"])
+    places = {"left upper": 33, "right upper": 36, "left lower": 63, "right lower": 66}
+    return " and ".join(name for name, place in places.items() if luma[place] > 127)
+
 
 # --- The first picture ---
 
@@ -246,6 +263,20 @@ class Pictures(unittest.TestCase):
 
         self.judge(check, [(kind, name) for kind, name in itertools.product(STARTING, films)
                            if kind != "remux" or name in COPIED])
+
+    def test_a_turned_film_is_upright(self):
+        card = make(self.folder / "card.mp4", *CARD)
+        films = {turn: make(self.folder / f"card{turn}.mp4", "-i", card, "-c", "copy", "-metadata:s:v", f"rotate={turn}")
+                 for turn in BRIGHT_CORNER}
+
+        def check(case):
+            kind, turn = case
+            shown = bright_corner(films[turn])
+            found = bright_corner(transcode(kind, films[turn], self.folder / f"run{next(self.counter)}"))
+            return None if found == shown else f"{kind} {turn}: {found}, not {shown}"
+
+        self.assertEqual({turn: bright_corner(film) for turn, film in films.items()}, BRIGHT_CORNER)
+        self.judge(check, itertools.product(TURNING, films))
 
     def test_a_high_dynamic_range_becomes_a_standard_one(self):
         films = {film.name: make(self.folder / film.name, *tones(film)) for film in TONES}
