@@ -17,6 +17,11 @@ constexpr char kToSdr[] =
     ":t=linear:npl=150,format=gbrpf32le,zscale=p=bt709,tonemap=mobius:desat=0:peak=7,"
     "zscale=t=bt709:m=bt709:r=limited,format=yuv420p";
 
+// Samples of whole numbers would be mixed so low that no sum of all channels can exceed them.
+constexpr char kMix[] = "aformat=sample_fmts=fltp:channel_layouts=stereo";
+constexpr char kLimit[] = "alimiter=level=disabled:limit=1:latency=1";
+constexpr char kNight[] = "acompressor=threshold=0.02:ratio=4:attack=5:release=250:makeup=4";
+
 constexpr char kVaapiUpload[] = "format=nv12,hwupload";
 
 // Filters that need a hardware device, and what does the same without one.
@@ -113,6 +118,10 @@ std::string ToneMapping(const HighRange& range) {
   return "zscale=tin=" + std::to_string(range.transfer) +
          ":pin=" + std::to_string(range.primaries) + ":min=" + std::to_string(range.matrix) +
          ":rin=" + (range.isFull ? "full" : "limited") + kToSdr;
+}
+
+std::string StereoMix(bool atNight) {
+  return JoinFilters(Strings{kMix, atNight ? kNight : "", kLimit});
 }
 
 }  // namespace orvo::transcoder

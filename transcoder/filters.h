@@ -24,4 +24,9 @@ std::string JoinFilters(const std::string& first, const std::string& second);
 // The filters that make eight bits of standard range in BT.709 of pictures of a high range.
 std::string ToneMapping(const HighRange& range);
 
+// The filters that mix sound down to stereo: the center at -3 dB beside the sides, and peaks
+// limited to what can be played. At night speech becomes louder, and what is 20 dB over it comes
+// within 6 dB.
+std::string StereoMix(bool atNight);
+
 }  // namespace orvo::transcoder

@@ -73,12 +73,16 @@ struct Facts {
   bool resizes = false;
   bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;         // the input's start position, as given
-  double start = 0;         // the same in seconds
-  double preroll = 0;       // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;       // where the output's clock starts, as given
-  std::string size;         // the picture size asked for
-  std::string toneMapping;  // filters; empty for a film of standard dynamic range
+  std::string seek;    // the input's start position, as given
+  double start = 0;    // the same in seconds
+  double preroll = 0;  // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;  // where the output's clock starts, as given
+  std::string size;    // the picture size asked for
+  SoundWish sound = SoundWish::kStereo;
+  long channels = 0;         // that were asked for; 0 for those of the film
+  std::string soundEncoder;  // "" for the container's usual one
+  bool namesSoundFilter = false;
+  std::string toneMapping;        // filters; empty for a film of standard dynamic range
   bool lacksToneMapping = false;  // the film needs it, and this FFmpeg has no filter for it
   double fragmentStart = 0;       // where the first fragment is wanted, in seconds
   Strings lost;                   // encoders that are replaced
@@ -133,7 +137,14 @@ void NamesFilter(const Argument& argument, Facts& facts) {
   facts.namesFilter = true;
   facts.resizes |= argument.value.find("scale") != std::string::npos;
 }
+void NamesSound(const Argument& argument, Facts& facts) {
+  facts.sound = static_cast<SoundWish>(std::lround(ValueOf(argument)));
+}
+void NamesChannels(const Argument& argument, Facts& facts) {
+  facts.channels = std::lround(ValueOf(argument));
+}
 void NamesSoundFilters(const Argument& argument, Facts& facts) {
+  facts.namesSoundFilter = true;
   facts.segments.soundFilters = argument.value;
 }
 void NamesSoundRate(const Argument& argument, Facts& facts) {
@@ -211,6 +222,7 @@ void NamesVideoEncoder(const Argument& argument, Facts& facts) {
 
 void NamesSoundEncoder(const Argument& argument, Facts& facts) {
   facts.segments.copiesSound |= argument.value == "copy";
+  facts.soundEncoder = argument.value;
   NamesEncoder(argument, facts);
 }
 
@@ -253,10 +265,34 @@ void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) 
   }
 }
 
+bool EncodesSound(const Facts& facts) {
+  return !facts.segments.copiesSound || facts.copiesUnframed;
+}
+
+// Of the encoders that profiles name, those of AAC alone take more than two channels. The manifest
+// of fragments promises two.
+bool KeepsChannels(const Facts& facts) {
+  const bool isAac = facts.soundEncoder == "aac" || facts.soundEncoder == "libfdk_aac";
+  return facts.sound == SoundWish::kOriginal && isAac && !facts.segments.areFragments;
+}
+
+// What is added to the sound's filters; empty where nothing is mixed.
+std::string Mix(const Facts& facts) {
+  constexpr long kStereo = 2;
+  const bool isMixed = EncodesSound(facts) && facts.channels == kStereo && !KeepsChannels(facts);
+  return isMixed ? StereoMix(facts.sound == SoundWish::kNight) : "";
+}
+
 // Whoever copies the sound of a film may have left the filters of an encoder in place.
 void SoundFilters(const Argument& argument, const Facts& facts, Strings& out) {
-  if (!facts.segments.copiesSound || facts.copiesUnframed) {
-    UnlessSegments(argument, facts, out);
+  if (EncodesSound(facts) && !facts.segments.isWanted) {
+    Append(out, {argument.name, JoinFilters(argument.value, Mix(facts))});
+  }
+}
+
+void Channels(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!KeepsChannels(facts)) {
+    Same(argument, facts, out);
   }
 }
 
@@ -425,7 +461,8 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-aspect", V::kAspect, NamesAspect, Aspect},
     {"-maxrate", V::kBitRate, Nothing, Same},
     {"-bufsize", V::kBitRate, Nothing, Same},
-    {"-ac", V::kChannels, Nothing, Same},
+    {"-ac", V::kChannels, NamesChannels, Channels},
+    {"-sound", V::kSound, NamesSound, Dropped},
     {"-vf", V::kAny, NamesFilter, VideoFilters},
     {"-filter:v", V::kAny, NamesFilter, VideoFilters},
     {"-bsf:v", V::kAny, NamesBitStreamFilter, BitStreamFilters},
@@ -553,6 +590,7 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
   facts.preroll = Preroll(facts);
   facts.copiesUnframed = CopiesUnframed(facts);
   MapTones(facts);
+  facts.segments.soundFilters = JoinFilters(facts.segments.soundFilters, Mix(facts));
   if (facts.segments.isWanted) {
     EnterForSegments(facts);
   }
@@ -605,6 +643,9 @@ void AppendEncoderNeeds(const Facts& facts, Strings& out) {
   }
   if (!facts.namesFilter) {
     AppendUnlessEmpty("-vf", AddedFilters(facts), out);
+  }
+  if (!facts.namesSoundFilter && !facts.segments.isWanted) {
+    AppendUnlessEmpty("-af", Mix(facts), out);
   }
   if (facts.segments.areFragments && !facts.namesBitStreamFilter) {
     Append(out, {"-bsf:v", Decodable("", facts.segments)});
