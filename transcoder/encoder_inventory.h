@@ -1,13 +1,11 @@
 // Which encoders this machine has.
-//
-// FFmpeg itself is asked, once: its answer is kept in a small file that is good for as long as the
-// executable's size and modification time stay the same.
 #pragma once
 
 #include <functional>
-#include <set>
 #include <string>
 #include <string_view>
+
+#include "transcoder/ffmpeg_listing.h"
 
 namespace orvo::transcoder {
 
@@ -23,13 +21,8 @@ class EncoderInventory {
   bool CanEncode(std::string_view encoder);
 
  private:
-  void Load();
-
-  std::string executable_;
-  std::string cacheFile_;
+  FfmpegListing encoders_;
   std::function<bool(const char* node)> nodeExists_;
-  bool loaded_ = false;
-  std::set<std::string, std::less<>> encoders_;
 };
 
 }  // namespace orvo::transcoder

@@ -1,16 +1,12 @@
 #include "transcoder/film_clock.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
-#include "platform/unique_fd.h"
+#include "transcoder/film_bytes.h"
 #include "transcoder/transport_stream.h"
 
 namespace orvo::transcoder {
@@ -25,13 +21,6 @@ constexpr int64_t kLeastJump = 30 * kTransportClockRate;
 constexpr int64_t kUnevenness = 20;  // of the bit rate, before it is taken for a jump
 
 using Bytes = std::vector<unsigned char>;
-
-Bytes ReadAt(int fd, off_t position) {
-  Bytes bytes(kLook);
-  const ssize_t count = pread(fd, bytes.data(), bytes.size(), position);
-  bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
-  return bytes;
-}
 
 bool IsAligned(const Bytes& bytes, size_t start, size_t stride) {
   for (size_t i = 0; i < kPacketsToCheck; ++i) {
@@ -73,10 +62,11 @@ std::optional<int64_t> ClockIn(const Bytes& bytes) {
   return std::nullopt;
 }
 
-std::vector<int64_t> ClocksOf(int fd, off_t size) {
+std::vector<int64_t> ClocksOf(const FilmBytes& film) {
   std::vector<int64_t> clocks;
   for (int i = 0; i < kPlaces; ++i) {
-    if (const auto clock = ClockIn(ReadAt(fd, size / kPlaces * i))) {
+    const std::string place = film.At(film.Size() / kPlaces * i, kLook);
+    if (const auto clock = ClockIn({place.begin(), place.end()})) {
       clocks.push_back(*clock);
     }
   }
@@ -96,12 +86,7 @@ std::vector<int64_t> Steps(const std::vector<int64_t>& clocks) {
 }  // namespace
 
 bool ClockJumps(const std::string& path) {
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  struct stat status {};
-  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return false;
-  }
-  std::vector<int64_t> steps = Steps(ClocksOf(file.Get(), status.st_size));
+  std::vector<int64_t> steps = Steps(ClocksOf(FilmBytes(path)));
   if (steps.empty()) {
     return false;
   }

@@ -1,14 +1,10 @@
 #include "transcoder/film_index.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
 
-#include "platform/unique_fd.h"
+#include "transcoder/film_bytes.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -24,20 +20,10 @@ constexpr auto kPacketLayouts = std::to_array<PacketLayout>({
     {4, 192},  // with a time stamp before each packet
     {0, 204},  // with error correction behind each packet
 });
+constexpr size_t kLook = 1024;  // bytes
 constexpr char kSyncByte = 0x47;
 constexpr size_t kPacketsToCheck = 5;
 constexpr std::string_view kProgramStreamStart("\0\0\1\xBA", 4);
-
-std::string ReadStart(const std::string& path) {
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  struct stat status {};
-  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return "";
-  }
-  std::array<char, 1024> buffer;
-  const ssize_t count = read(file.Get(), buffer.data(), buffer.size());
-  return {buffer.data(), count > 0 ? static_cast<size_t>(count) : 0};
-}
 
 bool HasLayout(const std::string& start, const PacketLayout& layout) {
   for (size_t i = 0; i < kPacketsToCheck; ++i) {
@@ -52,7 +38,7 @@ bool HasLayout(const std::string& start, const PacketLayout& layout) {
 }  // namespace
 
 bool LacksIndex(const std::string& path) {
-  const std::string start = ReadStart(path);
+  const std::string start = FilmBytes(path).At(0, kLook);
   return start.rfind(kProgramStreamStart, 0) == 0 ||
          std::any_of(kPacketLayouts.begin(), kPacketLayouts.end(),
                      [&](const PacketLayout& layout) { return HasLayout(start, layout); });

@@ -10,6 +10,18 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
+// In linear light a white of 150 nits is 1: what lies above is compressed, up to 1050 nits, and
+// what lies below stays nearly as it is. The white of a page of paper, 203 nits, becomes 87 %. The
+// range is fixed, because that of a film's own data would change the picture where a run starts.
+constexpr char kToSdr[] =
+    ":t=linear:npl=150,format=gbrpf32le,zscale=p=bt709,tonemap=mobius:desat=0:peak=7,"
+    "zscale=t=bt709:m=bt709:r=limited,format=yuv420p";
+
+// Samples of whole numbers would be mixed so low that no sum of all channels can exceed them.
+constexpr char kMix[] = "aformat=sample_fmts=fltp:channel_layouts=stereo";
+constexpr char kLimit[] = "alimiter=level=disabled:limit=1:latency=1";
+constexpr char kNight[] = "acompressor=threshold=0.02:ratio=4:attack=5:release=250:makeup=4";
+
 constexpr char kVaapiUpload[] = "format=nv12,hwupload";
 
 // Filters that need a hardware device, and what does the same without one.
@@ -68,7 +80,26 @@ std::string SoftwareFilter(const std::string& filter) {
   return filter;
 }
 
-// "1280x720" as the scaler wants it; a name of a size is one word to both.
+}  // namespace
+
+std::string SoftwareFilters(const std::string& chain) {
+  Strings filters = SplitFilters(chain);
+  std::transform(filters.begin(), filters.end(), filters.begin(), SoftwareFilter);
+  return JoinFilters(filters);
+}
+
+std::string VaapiFilters(const std::string& chain, const std::string& last) {
+  if (chain.find("hwupload") == std::string::npos) {
+    return JoinFilters(Strings{chain, last, kVaapiUpload});
+  }
+  Strings filters = SplitFilters(chain);
+  const auto upload = std::find_if(filters.begin(), filters.end(), [](const std::string& filter) {
+    return filter.rfind("format=nv12", 0) == 0 || filter.rfind("hwupload", 0) == 0;
+  });
+  filters.insert(upload, last);
+  return JoinFilters(filters);
+}
+
 std::string ScaleFilter(const std::string& size) {
   if (size.empty()) {
     return "";
@@ -79,24 +110,18 @@ std::string ScaleFilter(const std::string& size) {
              : "scale=" + size.substr(0, cross) + ":" + size.substr(cross + 1);
 }
 
-}  // namespace
-
-std::string SoftwareFilters(const std::string& chain) {
-  Strings filters = SplitFilters(chain);
-  std::transform(filters.begin(), filters.end(), filters.begin(), SoftwareFilter);
-  return JoinFilters(filters);
+std::string JoinFilters(const std::string& first, const std::string& second) {
+  return JoinFilters(Strings{first, second});
 }
 
-std::string VaapiFilters(const std::string& chain, const std::string& size) {
-  if (chain.find("hwupload") == std::string::npos) {
-    return JoinFilters({chain, ScaleFilter(size), kVaapiUpload});
-  }
-  Strings filters = SplitFilters(chain);
-  const auto upload = std::find_if(filters.begin(), filters.end(), [](const std::string& filter) {
-    return filter.rfind("format=nv12", 0) == 0 || filter.rfind("hwupload", 0) == 0;
-  });
-  filters.insert(upload, ScaleFilter(size));
-  return JoinFilters(filters);
+std::string ToneMapping(const HighRange& range) {
+  return "zscale=tin=" + std::to_string(range.transfer) +
+         ":pin=" + std::to_string(range.primaries) + ":min=" + std::to_string(range.matrix) +
+         ":rin=" + (range.isFull ? "full" : "limited") + kToSdr;
+}
+
+std::string StereoMix(bool atNight) {
+  return JoinFilters(Strings{kMix, atNight ? kNight : "", kLimit});
 }
 
 }  // namespace orvo::transcoder

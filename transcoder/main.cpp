@@ -10,8 +10,10 @@
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "transcoder/encoder_inventory.h"
+#include "transcoder/ffmpeg_listing.h"
 #include "transcoder/film_clock.h"
 #include "transcoder/film_index.h"
+#include "transcoder/film_range.h"
 #include "transcoder/fragment_run.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_run.h"
@@ -24,22 +26,28 @@ using namespace orvo::transcoder;
 
 constexpr char kExecutable[] = "/usr/bin/ffmpeg";
 constexpr char kCacheFolder[] = "/tmp/Mirevo";
-constexpr char kCacheName[] = "/transcoder_encoders";
+constexpr char kEncodersName[] = "/transcoder_encoders";
+constexpr char kFiltersName[] = "/transcoder_filters";
 constexpr mode_t kCacheFolderMode = 0777;  // the request programs' folder, whoever makes it first
 
 bool NodeExists(const char* node) {
   return access(node, F_OK) == 0;
 }
 
-EncoderInventory Inventory() {
+std::string CacheFile(const char* name) {
   const std::string folder = orvo::SystemPath(kCacheFolder);
-  return {kExecutable, folder + kCacheName, NodeExists};
+  libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, kCacheFolderMode);
+  return folder + name;
 }
 
 bool CanEncode(std::string_view encoder) {
-  static EncoderInventory inventory = Inventory();
-  libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(orvo::SystemPath(kCacheFolder), kCacheFolderMode);
+  static EncoderInventory inventory(kExecutable, CacheFile(kEncodersName), NodeExists);
   return inventory.CanEncode(encoder);
+}
+
+bool HasFilter(std::string_view filter) {
+  static FfmpegListing filters(kExecutable, "-filters", CacheFile(kFiltersName));
+  return filters.Has(filter);
 }
 
 int Refuse(const std::string& error) {
@@ -72,7 +80,8 @@ int main(int argc, char* argv[]) {
   }
   PrepareProcess();
   const Translation translation =
-      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex, ClockJumps});
+      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex, ClockJumps,
+                            FindHighRange, HasFilter});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }

@@ -82,6 +82,12 @@ Number ParseAspect(std::string_view text) {
   return width && height && *width > 0 && *height > 0 ? Number(*width / *height) : std::nullopt;
 }
 
+Number ParseSound(std::string_view text) {
+  constexpr std::array<std::string_view, 3> kNames = {"stereo", "night", "original"};
+  const auto name = std::find(kNames.begin(), kNames.end(), text);
+  return name == kNames.end() ? Number() : Number(name - kNames.begin());
+}
+
 struct Rule {
   ValueKind kind;
   Number (*parse)(std::string_view text);
@@ -104,6 +110,7 @@ constexpr auto kRules = std::to_array<Rule>({
     {ValueKind::kSampleRate, ParseInteger, 1000, 768000, "samples a second"},
     {ValueKind::kChannels, ParseInteger, 1, 64, "a number of channels"},
     {ValueKind::kAspect, ParseAspect, 0.01, 100, "the shape of a picture"},
+    {ValueKind::kSound, ParseSound, 0, 2, "stereo, night or original"},
 });
 
 const Rule* FindRule(ValueKind kind) {

@@ -24,7 +24,11 @@ enum class ValueKind {
   kChannels,
   kSize,    // WIDTHxHEIGHT, or the name of a size
   kAspect,  // of a picture: a number, or WIDTH:HEIGHT
+  kSound,   // a SoundWish, by its name
 };
+
+// What is made of a film's sound, by the order of the names "stereo", "night" and "original".
+enum class SoundWish { kStereo, kNight, kOriginal };
 
 // A value of a kind that is one number: all but kAny and kSize. Times are in seconds, kMilliseconds
 // too.

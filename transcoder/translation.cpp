@@ -73,13 +73,19 @@ struct Facts {
   bool resizes = false;
   bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;          // the input's start position, as given
-  double start = 0;          // the same in seconds
-  double preroll = 0;        // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;        // where the output's clock starts, as given
-  std::string size;          // the picture size asked for
-  double fragmentStart = 0;  // where the first fragment is wanted, in seconds
-  Strings lost;              // encoders that are replaced
+  std::string seek;    // the input's start position, as given
+  double start = 0;    // the same in seconds
+  double preroll = 0;  // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;  // where the output's clock starts, as given
+  std::string size;    // the picture size asked for
+  SoundWish sound = SoundWish::kStereo;
+  long channels = 0;         // that were asked for; 0 for those of the film
+  std::string soundEncoder;  // "" for the container's usual one
+  bool namesSoundFilter = false;
+  std::string toneMapping;        // filters; empty for a film of standard dynamic range
+  bool lacksToneMapping = false;  // the film needs it, and this FFmpeg has no filter for it
+  double fragmentStart = 0;       // where the first fragment is wanted, in seconds
+  Strings lost;                   // encoders that are replaced
   SegmentRequest segments;
   SegmentEntry entry;
 };
@@ -131,7 +137,14 @@ void NamesFilter(const Argument& argument, Facts& facts) {
   facts.namesFilter = true;
   facts.resizes |= argument.value.find("scale") != std::string::npos;
 }
+void NamesSound(const Argument& argument, Facts& facts) {
+  facts.sound = static_cast<SoundWish>(std::lround(ValueOf(argument)));
+}
+void NamesChannels(const Argument& argument, Facts& facts) {
+  facts.channels = std::lround(ValueOf(argument));
+}
 void NamesSoundFilters(const Argument& argument, Facts& facts) {
+  facts.namesSoundFilter = true;
   facts.segments.soundFilters = argument.value;
 }
 void NamesSoundRate(const Argument& argument, Facts& facts) {
@@ -209,6 +222,7 @@ void NamesVideoEncoder(const Argument& argument, Facts& facts) {
 
 void NamesSoundEncoder(const Argument& argument, Facts& facts) {
   facts.segments.copiesSound |= argument.value == "copy";
+  facts.soundEncoder = argument.value;
   NamesEncoder(argument, facts);
 }
 
@@ -251,10 +265,34 @@ void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) 
   }
 }
 
+bool EncodesSound(const Facts& facts) {
+  return !facts.segments.copiesSound || facts.copiesUnframed;
+}
+
+// Of the encoders that profiles name, those of AAC alone take more than two channels. The manifest
+// of fragments promises two.
+bool KeepsChannels(const Facts& facts) {
+  const bool isAac = facts.soundEncoder == "aac" || facts.soundEncoder == "libfdk_aac";
+  return facts.sound == SoundWish::kOriginal && isAac && !facts.segments.areFragments;
+}
+
+// What is added to the sound's filters; empty where nothing is mixed.
+std::string Mix(const Facts& facts) {
+  constexpr long kStereo = 2;
+  const bool isMixed = EncodesSound(facts) && facts.channels == kStereo && !KeepsChannels(facts);
+  return isMixed ? StereoMix(facts.sound == SoundWish::kNight) : "";
+}
+
 // Whoever copies the sound of a film may have left the filters of an encoder in place.
 void SoundFilters(const Argument& argument, const Facts& facts, Strings& out) {
-  if (!facts.segments.copiesSound || facts.copiesUnframed) {
-    UnlessSegments(argument, facts, out);
+  if (EncodesSound(facts) && !facts.segments.isWanted) {
+    Append(out, {argument.name, JoinFilters(argument.value, Mix(facts))});
+  }
+}
+
+void Channels(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!KeepsChannels(facts)) {
+    Same(argument, facts, out);
   }
 }
 
@@ -305,9 +343,13 @@ void UnlessFdkLost(const Argument& argument, const Facts& facts, Strings& out) {
 }
 
 // Frames on the graphics card cannot pass the software scaler that this option would put behind the
-// upload: the size joins the filters before it. That of fragments does so too.
+// upload, and tones are mapped faster when pictures are small: the size joins the filters.
+bool SizeIsFilter(const Facts& facts) {
+  return facts.vaapiUsed || facts.segments.areFragments || !facts.toneMapping.empty();
+}
+
 void Size(const Argument& argument, const Facts& facts, Strings& out) {
-  if (!facts.vaapiUsed && !facts.segments.areFragments) {
+  if (!SizeIsFilter(facts)) {
     Same(argument, facts, out);
   }
 }
@@ -329,12 +371,27 @@ std::string Shaped(const std::string& chain, const Facts& facts) {
   return facts.resizes && !facts.copiesVideo ? WithPixelShape(chain) : chain;
 }
 
+// The size comes first: there is less to map then.
+std::string ToneMapped(const std::string& chain, const Facts& facts) {
+  if (facts.toneMapping.empty()) {
+    return chain;
+  }
+  const std::string scaler = facts.segments.areFragments ? "" : ScaleFilter(facts.size);
+  return JoinFilters(JoinFilters(chain, scaler), facts.toneMapping);
+}
+
 // What is cut off is not scaled.
 std::string CutFilters(const std::string& chain, const Facts& facts) {
   const bool isCut = facts.segments.isWanted && !facts.copiesVideo;
   const std::string cut = isCut ? WithoutLead(chain, facts.entry) : chain;
   const std::string fitted = facts.segments.areFragments ? Fitted(cut, facts.size) : cut;
-  return isCut ? Marked(fitted, facts.segments, facts.entry) : fitted;
+  const std::string mapped = facts.vaapiUsed ? fitted : ToneMapped(fitted, facts);
+  return isCut ? Marked(mapped, facts.segments, facts.entry) : mapped;
+}
+
+// The chain that ends on the graphics card.
+std::string OnDevice(const std::string& chain, const Facts& facts) {
+  return VaapiFilters(chain, JoinFilters(ScaleFilter(facts.size), facts.toneMapping));
 }
 
 // The shape of encoded pictures comes from the film, not from what was asked for.
@@ -349,7 +406,7 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   if (facts.hardwareLost) {
     chain = SoftwareFilters(chain);
   } else if (facts.vaapiUsed) {
-    chain = VaapiFilters(chain, facts.size);
+    chain = OnDevice(chain, facts);
   }
   AppendUnlessEmpty(argument.name, CutFilters(Shaped(chain, facts), facts), out);
 }
@@ -404,7 +461,8 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-aspect", V::kAspect, NamesAspect, Aspect},
     {"-maxrate", V::kBitRate, Nothing, Same},
     {"-bufsize", V::kBitRate, Nothing, Same},
-    {"-ac", V::kChannels, Nothing, Same},
+    {"-ac", V::kChannels, NamesChannels, Channels},
+    {"-sound", V::kSound, NamesSound, Dropped},
     {"-vf", V::kAny, NamesFilter, VideoFilters},
     {"-filter:v", V::kAny, NamesFilter, VideoFilters},
     {"-bsf:v", V::kAny, NamesBitStreamFilter, BitStreamFilters},
@@ -495,6 +553,16 @@ bool CopiesUnframed(const Facts& facts) {
          facts.surroundings->lacksIndex(facts.input);
 }
 
+// A film that comes through a pipe can be looked at only once.
+void MapTones(Facts& facts) {
+  if (facts.copiesVideo || !facts.hasInput || IsDescriptor(facts.input)) {
+    return;
+  }
+  const auto range = facts.surroundings->findHighRange(facts.input);
+  facts.lacksToneMapping = range && !facts.surroundings->hasFilter("zscale");
+  facts.toneMapping = range && !facts.lacksToneMapping ? ToneMapping(*range) : "";
+}
+
 // A film that comes through a pipe was entered by whoever sends it.
 void EnterForSegments(Facts& facts) {
   SegmentRequest& segments = facts.segments;
@@ -521,6 +589,8 @@ Facts Observed(const std::vector<Argument>& parsed, const Surroundings& surround
   }
   facts.preroll = Preroll(facts);
   facts.copiesUnframed = CopiesUnframed(facts);
+  MapTones(facts);
+  facts.segments.soundFilters = JoinFilters(facts.segments.soundFilters, Mix(facts));
   if (facts.segments.isWanted) {
     EnterForSegments(facts);
   }
@@ -562,7 +632,7 @@ void AppendGeneral(const Surroundings& surroundings, Strings& out) {
 
 // The picture filters of a command line that has none.
 std::string AddedFilters(const Facts& facts) {
-  const std::string chain = facts.vaapiUsed ? VaapiFilters("", facts.size) : "";
+  const std::string chain = facts.vaapiUsed ? OnDevice("", facts) : "";
   return CutFilters(Shaped(chain, facts), facts);
 }
 
@@ -573,6 +643,9 @@ void AppendEncoderNeeds(const Facts& facts, Strings& out) {
   }
   if (!facts.namesFilter) {
     AppendUnlessEmpty("-vf", AddedFilters(facts), out);
+  }
+  if (!facts.namesSoundFilter && !facts.segments.isWanted) {
+    AppendUnlessEmpty("-af", Mix(facts), out);
   }
   if (facts.segments.areFragments && !facts.namesBitStreamFilter) {
     Append(out, {"-bsf:v", Decodable("", facts.segments)});
@@ -632,6 +705,10 @@ Strings Notes(const Facts& facts) {
   for (const std::string& name : facts.lost) {
     notes.push_back("this machine cannot encode with " + name + ": using " +
                     std::string(FindEncoder(name)->replacement));
+  }
+  if (facts.lacksToneMapping) {
+    notes.push_back("the colors of " + facts.input +
+                    " are wrong: this FFmpeg has no filter zscale for a high dynamic range");
   }
   return notes;
 }

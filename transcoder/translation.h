@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "transcoder/film_range.h"
 #include "transcoder/fragment_cutter.h"
 #include "transcoder/segment_cutter.h"
 
@@ -25,13 +26,18 @@ struct Surroundings {
   // True when a seek by time lands anywhere in this film. Asked only about films without an index
   // that become segments.
   std::function<bool(const std::string& film)> clockJumps;
+  // How the pictures of a film in PQ or HLG are coded. Asked only where pictures are encoded.
+  std::function<std::optional<HighRange>(const std::string& film)> findHighRange =
+      [](const std::string&) { return std::nullopt; };
+  // True when FFmpeg has the named filter. Asked only about filters that a few films need.
+  std::function<bool(std::string_view filter)> hasFilter = [](std::string_view) { return false; };
 };
 
 struct Translation {
   std::vector<std::string> command;       // the whole argument vector; empty when there is an error
   std::optional<SegmentPlan> segments;    // set when the output is to be cut into segments
   std::optional<FragmentPlan> fragments;  // or into fragments
-  std::vector<std::string> notes;         // one line for each encoder that was replaced
+  std::vector<std::string> notes;         // one line for each thing that this machine cannot do
   std::string error;                      // why nothing can be run; empty otherwise
 };
 

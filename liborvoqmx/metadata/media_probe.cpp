@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <limits>
 
+#include "metadata/media_input.h"
 #include "metadata/media_libraries.h"
 #include "metadata/video_metadata.h"
 #include "platform/log.h"
 #include "platform/plat.h"
-#include "util/media_formats.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -136,55 +136,6 @@ Json::UInt WholeSeconds(int64_t microseconds) {
   return static_cast<Json::UInt>(microseconds / kMicrosecondsPerSecond);
 }
 
-// FFmpeg says nothing on the standard error output for its life. A file that is no film is a result
-// here, and the libraries would print all the formats that it could have been.
-class QuietMediaLibraries {
- public:
-  explicit QuietMediaLibraries(const MediaLibraries& media)
-      : media_(media), level_(media.av_log_get_level()) {
-    media_.av_log_set_level(AV_LOG_QUIET);
-  }
-  QuietMediaLibraries(const QuietMediaLibraries&) = delete;
-  QuietMediaLibraries& operator=(const QuietMediaLibraries&) = delete;
-  ~QuietMediaLibraries() { media_.av_log_set_level(level_); }
-
- private:
-  const MediaLibraries& media_;
-  int level_;
-};
-
-// An opened media file; closed with its owner.
-class Input {
- public:
-  explicit Input(const MediaLibraries& media) : media_(media) {}
-  Input(const Input&) = delete;
-  Input& operator=(const Input&) = delete;
-  ~Input() {
-    if (context_ != nullptr) {
-      media_.avformat_close_input(&context_);
-    }
-  }
-
-  bool Open(const std::string& path) {
-    context_ = media_.avformat_alloc_context();
-    if (context_ == nullptr) {
-      return false;
-    }
-    context_->format_whitelist = media_.av_strdup(orvo::kSelfContainedFormats);
-    context_->protocol_whitelist = media_.av_strdup("file");
-    // "file:" keeps a name with a colon from being taken for an address. A failure frees the
-    // context.
-    return media_.avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, nullptr) >= 0 &&
-           media_.avformat_find_stream_info(context_, nullptr) >= 0;
-  }
-
-  const AVFormatContext& Get() const { return *context_; }
-
- private:
-  const MediaLibraries& media_;
-  AVFormatContext* context_ = nullptr;
-};
-
 void AppendTracks(const AVFormatContext& input, Json::Value& videos, Json::Value& audios,
                   Json::Value& subtitles) {
   unsigned id = 0;
@@ -294,7 +245,7 @@ bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document
     return false;
   }
   const QuietMediaLibraries quiet(*media);
-  Input input(*media);
+  MediaInput input(*media);
   if (!input.Open(path)) {
     return false;
   }

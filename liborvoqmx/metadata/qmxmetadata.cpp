@@ -9,6 +9,17 @@
 #include "util/system_files.h"
 
 namespace LibOrvoQMX {
+namespace {
+
+// The transcoder reads the wish among its arguments.
+void AddSoundWish(const Json::Value& args, Json::Value& document) {
+  if (args.isObject() && args["sound"].isString()) {
+    document["profile_value"] =
+        document["profile_value"].asString() + " -sound " + args["sound"].asString();
+  }
+}
+
+}  // namespace
 
 QMXInitArgument::QMXInitArgument(const std::string& file, const std::string& kind,
                                  const std::string& profileFile, const std::string& key)
@@ -33,6 +44,7 @@ bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const std::str
              argument.profilePath.c_str());
     return false;
   }
+  AddSoundWish(argument.args, document);
   document["device"] = argument.device;
   document["hls_header"] = hlsHeader;
   document["use_pre_analysis"] = argument.usePreAnalysis;

@@ -20,8 +20,8 @@ struct ORVO_API QMXInitArgument {
   std::string streamKind;   // "HTTP", "WEBM", "HLS" or "SS"
   std::string profilePath;  // a JSON object of profile keys to profile values
   std::string profileKey;
-  // The request's own arguments. Read here: "stream_id" (text: join that stream) and "hls_header"
-  // (boolean).
+  // The request's own arguments. Read here: "stream_id" (text: join that stream), "hls_header"
+  // (boolean) and "sound" (text: "stereo", "night" or "original"; without it the profile decides).
   Json::Value args{Json::objectValue};
   std::string device;
   uint64_t needSpace = 0;  // bytes; 0 lets the library choose

@@ -162,6 +162,16 @@ TEST_F(FilmRecords, HoldTheProbeAndWhatTheCallerSaid) {
   EXPECT_EQ(record.GetVideoCodecName(), "h264");
 }
 
+TEST_F(FilmRecords, CarryTheWishForTheSoundToTheTranscoder) {
+  Write("/profiles", R"({"a": "-vcodec h264"})");
+  MakeDirectory(Directory("HLS"));
+  QMXInitArgument argument(test::Film("h264_aac.mp4"), "HLS", Path("/profiles"), "a");
+  argument.args["sound"] = "night";
+  ASSERT_TRUE(QMXMetaData::ParserMetaData(argument, test::kId, true));
+  const Json::Value document = ReadJson(Directory("HLS") + "/video_metadata");
+  EXPECT_EQ(document["profile_value"], "-vcodec h264 -sound night");
+}
+
 TEST_F(FilmRecords, AreNotWrittenWithoutAProfileOrAFilmOrADirectory) {
   Write("/profiles", R"({"a": "x"})");
   const QMXInitArgument noKey(test::Film("h264_aac.mp4"), "HLS", Path("/profiles"), "b");

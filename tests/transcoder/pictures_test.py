@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Looks at the pictures of every kind of stream: a circle stays a circle, and a film begins with its first
-picture.
+"""Looks at the pictures of every kind of stream: a circle stays a circle, a film begins with its first picture,
+a high dynamic range becomes a standard one, and a turned film is upright.
 
 Usage: pictures_test.py TRANSCODER PROFILES [TEST...]
 """
@@ -120,6 +120,23 @@ SHAPES = [
 ]
 RESIZING = ("mp4", "wmv", "hls", "webm", "smooth")
 
+# --- Rotation ---
+
+# Only the left upper quarter of the card is bright. FFmpeg writes angles that count against the clock.
+CARD = ["-f", "lavfi", "-i", "color=black:s=320x180:r=5:d=0.4,drawbox=w=160:h=90:c=white:t=fill", "-f", "lavfi", "-i",
+        "sine=440:r=48000:d=0.4", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac"]
+BRIGHT_CORNER = {90: "left lower", 180: "right lower", 270: "right upper"}
+TURNING = ("mp4", "ts", "remux", "wmv", "hls", "webm", "smooth")
+
+
+def bright_corner(path):
+    """Where the player shows the bright quarter: it turns the picture as the stream tells."""
+    luma = output(["ffmpeg", "-v", "error", "-i", path, "-map", "0:v", "-frames:v", "1", "-vf",
+                   "scale=10:10:flags=area", "-pix_fmt", "gray", "-f", "rawvideo", "-"])
+    places = {"left upper": 33, "right upper": 36, "left lower": 63, "right lower": 66}
+    return " and ".join(name for name, place in places.items() if luma[place] > 127)
+
+
 # --- The first picture ---
 
 FIRST_LEVEL, LEVEL_STEP = 60, 6  # each picture of the first second is so much brighter
@@ -139,6 +156,65 @@ CONTAINERS = {
 }
 STARTING = ("mp4", "remux", "hls", "webm", "smooth")
 COPIED = {name for name, options in CONTAINERS.items() if options[1] == "libx264"}
+
+
+# --- Tones ---
+
+# Four patches as ten bits of luma, blue and red difference: the white of paper (203 nits), a dark grey (20 nits),
+# a deep red and black.
+Tones = collections.namedtuple("Tones", "name transfer patches options")
+PQ = [(572, 512, 512), (378, 512, 512), (350, 420, 720), (64, 512, 512)]
+HLG = [(721, 512, 512), (397, 512, 512), (330, 380, 750), (64, 512, 512)]
+HEVC = ["-c:v", "libx265", "-preset", "ultrafast", "-x265-params", "log-level=none"]
+HIGH_10 = ["-c:v", "libx264", "-preset", "ultrafast"]
+TONES = [Tones("pq.mp4", "smpte2084", PQ, HEVC), Tones("hlg.mkv", "arib-std-b67", HLG, HEVC),
+         Tones("hlg.ts", "arib-std-b67", HLG, HEVC), Tones("pq.mkv", "smpte2084", PQ, HIGH_10),
+         Tones("hlg.mov", "arib-std-b67", HLG, HIGH_10)]
+# What may be seen of each patch, again as luma and differences, in eight bits.
+SEEN = [((195, 225), (124, 132), (124, 132)), ((90, 135), (124, 132), (124, 132)),
+        ((0, 120), (90, 125), (200, 255)), ((14, 20), (124, 132), (124, 132))]
+ENCODING = ("mp4", "ts", "wmv", "hls", "webm", "smooth")
+UNTAGGED = {"wmv"}  # nothing in these streams can say it
+
+
+def tones(film):
+    """A film of four patches, one in each quarter."""
+    def plane(row):
+        a, b, c, d = (patch[row] for patch in film.patches)
+        return f"'if(lt(Y,H/2),if(lt(X,W/2),{a},{b}),if(lt(X,W/2),{c},{d}))'"
+
+    picture = (f"nullsrc=s=320x180:r=5:d=0.4,format=yuv420p10le,geq=lum={plane(0)}:cb={plane(1)}:cr={plane(2)},"
+               f"setparams=range=tv:color_primaries=bt2020:color_trc={film.transfer}:colorspace=bt2020nc")
+    return ["-f", "lavfi", "-i", picture, "-f", "lavfi", "-i", "sine=440:r=48000:d=0.4", *film.options,
+            "-color_primaries", "bt2020", "-color_trc", film.transfer, "-colorspace", "bt2020nc", "-color_range", "tv",
+            "-c:a", "aac"]
+
+
+def tags(path):
+    shown = "stream=color_transfer,color_primaries,color_space,pix_fmt"
+    text = output(["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", shown, "-of", "json", path])
+    return json.loads(text)["streams"][0]
+
+
+def seen_patches(path):
+    """The middle of each quarter."""
+    picture = first_picture(path)
+    width, height = picture.width, picture.height
+    data = output(["ffmpeg", "-v", "error", "-i", path, "-map", "0:v", "-frames:v", "1", "-pix_fmt", "yuv444p", "-f",
+                   "rawvideo", "-"])
+    places = [int(y * height) * width + int(x * width) for y, x in itertools.product((0.35, 0.65), (0.25, 0.75))]
+    return [[data[plane * width * height + place] for plane in range(3)] for place in places]
+
+
+def tone_faults(path, kind):
+    found = seen_patches(path)
+    if not all(low <= value <= high for patch, bounds in zip(found, SEEN)
+               for value, (low, high) in zip(patch, bounds)):
+        yield f"patches {found}"
+    stated = tags(path)
+    colors = {stated.get(name) for name in ("color_transfer", "color_primaries", "color_space")}
+    if stated["pix_fmt"] != "yuv420p" or (kind not in UNTAGGED and colors != {"bt709"}):
+        yield f"tagged {stated}"
 
 
 def level(picture):
@@ -187,6 +263,30 @@ class Pictures(unittest.TestCase):
 
         self.judge(check, [(kind, name) for kind, name in itertools.product(STARTING, films)
                            if kind != "remux" or name in COPIED])
+
+    def test_a_turned_film_is_upright(self):
+        card = make(self.folder / "card.mp4", *CARD)
+        films = {turn: make(self.folder / f"card{turn}.mp4", "-i", card, "-c", "copy", "-metadata:s:v", f"rotate={turn}")
+                 for turn in BRIGHT_CORNER}
+
+        def check(case):
+            kind, turn = case
+            shown = bright_corner(films[turn])
+            found = bright_corner(transcode(kind, films[turn], self.folder / f"run{next(self.counter)}"))
+            return None if found == shown else f"{kind} {turn}: {found}, not {shown}"
+
+        self.assertEqual({turn: bright_corner(film) for turn, film in films.items()}, BRIGHT_CORNER)
+        self.judge(check, itertools.product(TURNING, films))
+
+    def test_a_high_dynamic_range_becomes_a_standard_one(self):
+        films = {film.name: make(self.folder / film.name, *tones(film)) for film in TONES}
+
+        def check(case):
+            kind, name = case
+            path = transcode(kind, films[name], self.folder / f"run{next(self.counter)}")
+            return [f"{kind} {name}: {fault}" for fault in tone_faults(path, kind)]
+
+        self.judge(check, itertools.product(ENCODING, films))
 
 
 if __name__ == "__main__":

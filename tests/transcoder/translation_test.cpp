@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -15,10 +16,12 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// A machine with these encoders, on which the films named *.ts have no index.
+// A machine with these encoders and filters, on which the films named *.ts have no index and those
+// named pq* a high dynamic range.
 struct Machine {
   std::set<std::string, std::less<>> encoders;
   int progressFd = -1;
+  std::set<std::string, std::less<>> filters{};
 
   Translation Translate(const Strings& arguments) const {
     Surroundings surroundings;
@@ -28,6 +31,10 @@ struct Machine {
     surroundings.lacksIndex = [](const std::string& film) {
       return film.size() > 3 && film.compare(film.size() - 3, 3, ".ts") == 0;
     };
+    surroundings.findHighRange = [](const std::string& film) {
+      return film.rfind("pq", 0) == 0 ? std::optional(HighRange{16, 9, 9, false}) : std::nullopt;
+    };
+    surroundings.hasFilter = [this](std::string_view name) { return filters.count(name) != 0; };
     return transcoder::Translate(arguments, surroundings);
   }
 };
@@ -263,6 +270,43 @@ TEST(Translation, AddsNothingToHardwareFiltersThatAreThere) {
       (Words("-vaapi_device /dev/x -vf "
              "setsar=sar=sar:max=65535,yadif,scale=hd720,format=nv12,hwupload "
              "-vcodec h264_vaapi")));
+}
+
+// The filters of a command line for a film; "" for none.
+std::string FiltersOf(const Strings& arguments, const Machine& machine) {
+  const Strings command = Translated(arguments, machine);
+  const auto option = std::find(command.begin(), command.end(), "-vf");
+  return option == command.end() ? "" : *(option + 1);
+}
+
+const std::string kToneMapping =
+    "zscale=tin=16:pin=9:min=9:rin=limited:t=linear:npl=150,format=gbrpf32le,zscale=p=bt709,"
+    "tonemap=mobius:desat=0:peak=7,zscale=t=bt709:m=bt709:r=limited,format=yuv420p";
+
+TEST(Translation, MapsTheTonesOfAHighRangeOnTheScaledPicture) {
+  const Machine machine{{"h264_vaapi"}, -1, {"zscale"}};
+  const std::string shape = "setsar=sar=sar:max=65535,";
+  EXPECT_EQ(FiltersOf(Words("-i pq -vf yadif -s 640x360 -vcodec libx264 o"), machine),
+            shape + "yadif,scale=640:360," + kToneMapping);
+  EXPECT_EQ(FiltersOf(Words("-i pq -vcodec libx264 o"), machine), kToneMapping);
+  EXPECT_EQ(FiltersOf(Words("-i pq -vcodec h264_vaapi -s hd720 o"), machine),
+            shape + "scale=hd720," + kToneMapping + ",format=nv12,hwupload");
+  EXPECT_FALSE(
+      Contains(Translated(Words("-i pq -s hd720 -vcodec libx264 o"), machine), Words("-s")));
+}
+
+TEST(Translation, LeavesTheTonesOfOtherFilmsAndOfCopies) {
+  const Machine machine{{}, -1, {"zscale"}};
+  EXPECT_EQ(FiltersOf(Words("-i f -vf yadif -s hd720 -vcodec libx264 o"), machine),
+            "setsar=sar=sar:max=65535,yadif");
+  EXPECT_EQ(FiltersOf(Words("-i pq -vcodec copy o"), machine), "");
+}
+
+TEST(Translation, LeavesTheTonesAndSaysSoWithoutTheFilter) {
+  const Translation translation = Machine().Translate(Words("-i pq -vcodec libx264 o"));
+  EXPECT_FALSE(Contains(translation.command, Words("-vf")));
+  ASSERT_EQ(translation.notes.size(), 1u);
+  EXPECT_NE(translation.notes[0].find("zscale"), std::string::npos) << translation.notes[0];
 }
 
 TEST(Translation, RefusesWhatCannotBeRun) {

@@ -74,7 +74,17 @@ Verdict Refuse(const std::string& word, const std::string& why) {
   return {"refused", word, why};
 }
 
-Verdict JudgeRemux(const VideoMetaData& film) {
+// Of the containers, MP4 alone tells a player how to turn the picture.
+bool TellsRotation(const Profile& profile) {
+  return ContentTypeOf(profile) == "video/mp4";
+}
+
+bool IsRotated(const VideoMetaData& film) {
+  constexpr unsigned kFullTurn = 360;
+  return film.GetVideoRotate() % kFullTurn != 0;
+}
+
+Verdict JudgeRemux(const Profile& profile, const VideoMetaData& film) {
   if (film.GetVideoCodecName() != "h264") {
     return Refuse("TransVideoNotSupported",
                   "Only H.264 video can be copied; this film's is " + CodecOf(film) + ".");
@@ -83,6 +93,12 @@ Verdict JudgeRemux(const VideoMetaData& film) {
     return Refuse("TransVideoNotSupported", "Players do not decode H.264 video as " +
                                                 film.GetVideoPixFmt() +
                                                 "; it has to be re-encoded.");
+  }
+  if (IsRotated(film) && !TellsRotation(profile)) {
+    return Refuse("TransVideoNotSupported",
+                  "The picture has to be turned by " + std::to_string(film.GetVideoRotate()) +
+                      " degrees, and this kind of stream cannot tell a player so; it has to be "
+                      "re-encoded.");
   }
   return {"remux", "", "The video is copied as it is; the sound is made AAC."};
 }
@@ -142,7 +158,8 @@ Verdict Judge(const Profile& profile, const VideoMetaData& film) {
   if (CodecOf(film).empty()) {
     return Refuse("TransVideoNotSupported", "The codec of this film's video is unknown.");
   }
-  return ProfileTraits::Of(profile.value).remux ? JudgeRemux(film) : JudgeTranscode(profile, film);
+  return ProfileTraits::Of(profile.value).remux ? JudgeRemux(profile, film)
+                                                : JudgeTranscode(profile, film);
 }
 
 std::vector<JudgedProfile> JudgeProfiles(const std::string& format, const VideoMetaData& film) {

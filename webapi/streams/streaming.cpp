@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "accounts/secrets.h"
 #include "platform/plat.h"
@@ -157,6 +158,14 @@ bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
   return id.empty() || !LibOrvoQMX::ArgumentHelper(film).GetAudioTrackInfoByID(id).isNull();
 }
 
+constexpr std::array<std::string_view, 3> kSoundWishes = {"stereo", "night", "original"};
+
+bool IsSoundWish(const Request& request) {
+  const std::string wish = request.Text("sound");
+  return !request.Has("sound") ||
+         std::find(kSoundWishes.begin(), kSoundWishes.end(), wish) != kSoundWishes.end();
+}
+
 // A copied video needs no place among the transcoders. The progressive kind asks for one all the
 // same.
 bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
@@ -226,6 +235,10 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   argument.device = request.Text("device");
   argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
   argument.args["hls_header"] = request.Text("hls_header") == "true";
+  // Only the transcoder program knows the wish.
+  if (request.Has("sound") && !LibOrvoQMX::ProfileTraits::Of(rendition.profile.value).gstreamer) {
+    argument.args["sound"] = request.Text("sound");
+  }
   if (!streamId.empty()) {
     argument.args["stream_id"] = streamId;
   }
@@ -321,6 +334,9 @@ Answer OpenStream(const Request& request) {
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
     return Answer::Failure(kBadRequest, "The film has no audio track of this id.");
+  }
+  if (!IsSoundWish(request)) {
+    return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
   }
   // A stream that is joined has its place already.
   if (joined->streamId.empty() && IsBusy(*kind, *rendition)) {

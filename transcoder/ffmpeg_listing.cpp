@@ -1,0 +1,166 @@
+// The cache file is text: a line "orvo-encoders SIZE MTIME CHECKSUM" (the executable's size, its
+// modification time in nanoseconds, and the checksum of what follows), then one name a line.
+#include "transcoder/ffmpeg_listing.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+#include "platform/io.h"
+#include "platform/process_launch.h"
+#include "platform/unique_fd.h"
+
+namespace orvo::transcoder {
+namespace {
+
+using Names = std::set<std::string, std::less<>>;
+
+constexpr size_t kLongestCache = 65536;
+constexpr mode_t kCacheMode = 0644;
+
+// --- The executable ---
+
+// What tells one build of the executable from another; empty when there is none.
+std::string Identity(const std::string& executable) {
+  struct stat status {};
+  if (stat(executable.c_str(), &status) != 0) {
+    return "";
+  }
+  const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
+  return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
+}
+
+std::string ReadToEnd(int fd) {
+  std::string content;
+  std::array<char, 4096> buffer;
+  while (true) {
+    const ssize_t count = read(fd, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      break;
+    }
+    content.append(buffer.data(), static_cast<size_t>(count));
+  }
+  return content;
+}
+
+// What the executable prints; nothing when it cannot be run or fails.
+std::optional<std::string> Listing(const std::string& executable, const std::string& option) {
+  UniqueFd readEnd;
+  UniqueFd writeEnd;
+  if (!OpenPipe(readEnd, writeEnd)) {
+    return std::nullopt;
+  }
+  Program program{executable,
+                  {executable, "-nostdin", "-hide_banner", "-loglevel", "quiet", option}};
+  program.descriptors = {{writeEnd.Get(), STDOUT_FILENO}};
+  Process process = Start(program);
+  writeEnd.Reset();
+  std::string text = ReadToEnd(readEnd.Get());
+  return process.Wait() == 0 ? std::optional(std::move(text)) : std::nullopt;
+}
+
+// Each line is letters of capabilities, a name and what it is. The legend before them has "=" in
+// the name's place.
+Names ParseListing(const std::string& listing) {
+  Names names;
+  std::istringstream lines(listing);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string capabilities, name;
+    words >> capabilities >> name;
+    if (!name.empty() && name != "=") {
+      names.insert(name);
+    }
+  }
+  return names;
+}
+
+// --- The cache ---
+
+// FNV-1a: enough to notice damage.
+uint64_t Checksum(std::string_view text) {
+  uint64_t sum = UINT64_C(14695981039346656037);
+  for (const unsigned char c : text) {
+    sum = (sum ^ c) * UINT64_C(1099511628211);
+  }
+  return sum;
+}
+
+std::string Header(const std::string& identity, std::string_view body) {
+  return "orvo-encoders " + identity + " " + std::to_string(Checksum(body));
+}
+
+std::optional<Names> ReadCache(const std::string& path, const std::string& identity) {
+  // The folder is open to others.
+  const std::string content = ReadOwnFile(path, kLongestCache).value_or("");
+  const auto end = content.find('\n');
+  if (end == std::string::npos) {
+    return std::nullopt;
+  }
+  const std::string body = content.substr(end + 1);
+  if (content.substr(0, end) != Header(identity, body)) {
+    return std::nullopt;
+  }
+  Names names;
+  std::istringstream lines(body);
+  for (std::string name; std::getline(lines, name);) {
+    names.insert(name);
+  }
+  return names;
+}
+
+// Written aside and renamed. Failure costs the next start a question, and nothing else.
+void WriteCache(const std::string& path, const std::string& identity, const Names& names) {
+  std::string body;
+  for (const std::string& name : names) {
+    body += name + "\n";
+  }
+  const std::string aside = path + "." + std::to_string(getpid());
+  const UniqueFd file(
+      open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kCacheMode));
+  if (!file.IsOpen()) {
+    return;
+  }
+  if (!WriteAll(file.Get(), Header(identity, body) + "\n" + body) ||
+      rename(aside.c_str(), path.c_str()) != 0) {
+    unlink(aside.c_str());
+  }
+}
+
+}  // namespace
+
+FfmpegListing::FfmpegListing(std::string executable, std::string option, std::string cacheFile)
+    : executable_(std::move(executable)),
+      option_(std::move(option)),
+      cacheFile_(std::move(cacheFile)) {}
+
+bool FfmpegListing::Has(std::string_view name) {
+  Load();
+  return names_.find(name) != names_.end();
+}
+
+void FfmpegListing::Load() {
+  if (std::exchange(loaded_, true)) {
+    return;
+  }
+  const std::string identity = Identity(executable_);
+  if (std::optional<Names> cached = ReadCache(cacheFile_, identity)) {
+    names_ = std::move(*cached);
+  } else if (const std::optional<std::string> listing = Listing(executable_, option_)) {
+    names_ = ParseListing(*listing);
+    WriteCache(cacheFile_, identity, names_);
+  }
+}
+
+}  // namespace orvo::transcoder
