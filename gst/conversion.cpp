@@ -143,7 +143,7 @@ void Conversion::Pump() {
   }
   writable_.Set(0);
   if (hasEnded_) {
-    Finish(output_.HasBegun() ? "" : "nothing in the film could be converted");
+    Finish(output_.HasBegun() || stop_.IsSet() ? "" : "nothing in the film could be converted");
   } else {
     AwaitOutput();
   }

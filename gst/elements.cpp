@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <sstream>
 
 #include "gst/owned.h"
 
@@ -13,7 +14,7 @@ enum class Unit { kBits = 1, kKilobits = 1000 };
 
 struct Encoder {
   const char* name;
-  const char* rate;        // the property that takes the bit rate; empty when there is none
+  const char* rate;        // the property that takes the bit rate; empty when a control does
   Unit unit;               // of that property
   const char* properties;  // further ones
 };
@@ -74,21 +75,19 @@ void PromoteHardware() {
 }
 
 std::string Rate(const Encoder& encoder, long bits) {
-  const long value = bits / static_cast<long>(encoder.unit);
-  return *encoder.rate == '\0' ? "" : std::string(" ") + encoder.rate + "=" + std::to_string(value);
+  return encoder.rate + std::string("=") + std::to_string(bits / static_cast<long>(encoder.unit)) +
+         " ";
 }
 
 // Linux's own encoders take their settings as a structure of controls.
-std::string Controls(const Encoder& encoder, long bits) {
-  return strcmp(encoder.name, "v4l2h264enc") != 0
-             ? ""
-             : " extra-controls=\"controls,video_bitrate=" + std::to_string(bits) +
-                   ",video_b_frames=0,repeat_sequence_header=1\"";
+std::string Controls(long bits) {
+  return "extra-controls=controls,video_bitrate=" + std::to_string(bits) +
+         ",video_b_frames=0,repeat_sequence_header=1";
 }
 
-std::string Description(const Encoder& encoder, long bits) {
-  return std::string(encoder.name) + Rate(encoder, bits) + Controls(encoder, bits) + " " +
-         encoder.properties;
+EncoderChoice Chosen(const Encoder& encoder, long bits) {
+  const bool hasRate = *encoder.rate != '\0';
+  return {encoder.name, hasRate ? Rate(encoder, bits) + encoder.properties : Controls(bits)};
 }
 
 }  // namespace
@@ -97,21 +96,32 @@ Elements::Elements() {
   PromoteHardware();
 }
 
+void SetProperties(GstElement* element, const std::string& properties) {
+  std::istringstream pairs(properties);
+  for (std::string pair; pairs >> pair;) {
+    const size_t equals = pair.find('=');
+    const std::string name = pair.substr(0, equals);
+    if (g_object_class_find_property(G_OBJECT_GET_CLASS(element), name.c_str()) != nullptr) {
+      gst_util_set_object_arg(G_OBJECT(element), name.c_str(), pair.substr(equals + 1).c_str());
+    }
+  }
+}
+
 bool Elements::Has(const char* name) const {
   const OwnedObject<GstElementFactory> factory(gst_element_factory_find(name));
   return factory != nullptr && excluded_.count(name) == 0;
 }
 
-std::string Elements::PictureEncoder(const Request& request) const {
+EncoderChoice Elements::PictureEncoder(const Request& request) const {
   const auto row = std::find_if(kPictureEncoders.begin(), kPictureEncoders.end(),
                                 [&](const Encoder& encoder) { return Has(encoder.name); });
-  return row == kPictureEncoders.end() ? "" : Description(*row, request.pictureBits);
+  return row == kPictureEncoders.end() ? EncoderChoice{} : Chosen(*row, request.pictureBits);
 }
 
-std::string Elements::SoundEncoder(const Request& request) const {
+EncoderChoice Elements::SoundEncoder(const Request& request) const {
   const auto row = std::find_if(kSoundEncoders.begin(), kSoundEncoders.end(),
                                 [&](const Encoder& encoder) { return Has(encoder.name); });
-  return row == kSoundEncoders.end() ? "" : Description(*row, request.soundBits);
+  return row == kSoundEncoders.end() ? EncoderChoice{} : Chosen(*row, request.soundBits);
 }
 
 bool Elements::Exclude(GstElementFactory* factory) {

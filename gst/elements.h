@@ -10,16 +10,22 @@
 
 namespace orvo::gst {
 
+struct EncoderChoice {
+  std::string name;        // empty when the machine has none
+  std::string properties;  // "NAME=VALUE", with blanks between
+};
+
+// Sets those of the properties that this version of the element has.
+void SetProperties(GstElement* element, const std::string& properties);
+
 // The best elements that the machine has, less those that have failed.
 class Elements {
  public:
   // From here on the machine's decoding hardware comes before its software.
   Elements();
 
-  // As a piece of a pipeline's description, with the encoder's name and properties; empty when the
-  // machine has none.
-  std::string PictureEncoder(const Request& request) const;
-  std::string SoundEncoder(const Request& request) const;
+  EncoderChoice PictureEncoder(const Request& request) const;
+  EncoderChoice SoundEncoder(const Request& request) const;
 
   // Takes an encoder or decoder out of the choice. False when `factory` is neither, or was taken
   // out before.

@@ -71,13 +71,15 @@ GstPadProbeReturn FilmEntry::Hold(GstPadProbeInfo* info) {
   if (!isBuffer && GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) != GST_EVENT_EOS) {
     return GST_PAD_PROBE_PASS;
   }
-  if (isHeld_.exchange(true)) {
+  if (isHeld_) {
     return GST_PAD_PROBE_OK;
   }
   if (isBuffer) {
+    hasData_ = true;
     first_ = gst_segment_to_stream_time(&original_, GST_FORMAT_TIME,
                                         GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)));
   }
+  isHeld_ = true;
   gst_element_post_message(pipeline_, gst_message_new_application(GST_OBJECT(pipeline_),
                                                                   gst_structure_new_empty(kHeld)));
   return GST_PAD_PROBE_OK;

@@ -20,7 +20,10 @@ class FilmEntry {
   FilmEntry(const FilmEntry&) = delete;
   FilmEntry& operator=(const FilmEntry&) = delete;
 
-  // Where the first buffer is in the demuxer's times. Nothing when there is none.
+  // Has a buffer arrived, and not just the end?
+  bool HasData() const { return hasData_; }
+
+  // Where the first buffer is in the demuxer's times. Nothing when it has no time.
   std::optional<GstClockTime> First() const;
 
   // From here on `start`, in the demuxer's times, has the running time 0, and nothing from before
@@ -52,6 +55,7 @@ class FilmEntry {
   GstElement* pipeline_;  // the same
   gulong hold_;
   std::atomic<bool> isHeld_ = false;
+  std::atomic<bool> hasData_ = false;
   std::atomic<GstClockTime> first_ = GST_CLOCK_TIME_NONE;
   std::atomic<GstClockTime> start_ = GST_CLOCK_TIME_NONE;
   std::atomic<bool> isEnding_ = false;

@@ -13,6 +13,9 @@ namespace {
 // Films that count in milliseconds are rounded, and so may be their cuts.
 constexpr GstClockTime kRounding = 45 * GST_USECOND;
 
+constexpr auto kData =
+    static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM | GST_PAD_PROBE_TYPE_BUFFER);
+
 int Even(double side) {
   return std::max(2, 2 * static_cast<int>(std::lround(side / 2)));
 }
@@ -41,15 +44,18 @@ void FitTo(const Fitting& fitting, GstCaps* caps) {
   g_object_set(fitting.filter, "caps", wanted.get(), nullptr);
 }
 
+// Which way up the film is comes behind its first caps, so those right before a picture count.
 GstPadProbeReturn OnCaps(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
-  GstEvent* const event = GST_PAD_PROBE_INFO_EVENT(info);
-  if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
-    return GST_PAD_PROBE_OK;
+  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER) != 0) {
+    return GST_PAD_PROBE_REMOVE;
   }
-  GstCaps* caps = nullptr;
-  gst_event_parse_caps(event, &caps);
-  FitTo(*static_cast<Fitting*>(data), caps);
-  return GST_PAD_PROBE_REMOVE;
+  GstEvent* const event = GST_PAD_PROBE_INFO_EVENT(info);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_CAPS) {
+    GstCaps* caps = nullptr;
+    gst_event_parse_caps(event, &caps);
+    FitTo(*static_cast<Fitting*>(data), caps);
+  }
+  return GST_PAD_PROBE_OK;
 }
 
 struct KeyFrames {
@@ -101,15 +107,13 @@ PictureShape FitPicture(PictureShape picture, int pixelWidth, int pixelHeight, P
 }
 
 void FitPictures(GstPad* pad, GstElement* filter, PictureShape box) {
-  gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, OnCaps, new Fitting{filter, box},
-                    Delete<Fitting>);
+  gst_pad_add_probe(pad, kData, OnCaps, new Fitting{filter, box}, Delete<Fitting>);
 }
 
 void ForceKeyFrames(GstPad* pad, GstClockTime start, GstClockTime interval) {
   auto* const keys = new KeyFrames{start, interval, {}, 0};
   gst_segment_init(&keys->segment, GST_FORMAT_TIME);
-  constexpr auto kData = GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM | GST_PAD_PROBE_TYPE_BUFFER;
-  gst_pad_add_probe(pad, static_cast<GstPadProbeType>(kData), OnPicture, keys, Delete<KeyFrames>);
+  gst_pad_add_probe(pad, kData, OnPicture, keys, Delete<KeyFrames>);
 }
 
 }  // namespace orvo::gst

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "gst/picture_filters.h"
+#include "platform/log.h"
 
 namespace orvo::gst {
 namespace {
@@ -40,6 +41,8 @@ constexpr char kSoundDescription[] =
     "queue ! audioconvert ! audioresample ! audio/x-raw,rate=48000,channels=2 ! audiorate"
     " ! audioconvert ! ";
 
+constexpr char kNoBranch[] = "GStreamer's plugins are not complete";
+
 constexpr char kCopiedSound[] =
     "video/x-raw(ANY); audio/x-raw(ANY); audio/x-ac3; audio/x-eac3; audio/mpeg";
 
@@ -54,6 +57,20 @@ constexpr Parser kParsers[] = {
 
 OwnedObject<GstElement> Named(GstElement* bin, const char* name) {
   return OwnedObject<GstElement>(gst_bin_get_by_name(GST_BIN(bin), name));
+}
+
+// Nothing, with the reason in the log, when an element is missing.
+OwnedObject<GstElement> MakeBranch(const std::string& description) {
+  GError* error = nullptr;
+  GstElement* const branch = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
+  const OwnedError reason(error);
+  OwnedObject<GstElement> owned(branch == nullptr ? nullptr
+                                                  : GST_ELEMENT(gst_object_ref_sink(branch)));
+  if (reason) {
+    ORVO_LOG("%s", reason->message);
+    owned.reset();
+  }
+  return owned;
 }
 
 std::string MultiplexerDescription(Container container) {
@@ -226,8 +243,11 @@ std::string Pipeline::GoOnWithout(const std::string& caps) {
 }
 
 std::string Pipeline::Enter() {
+  if (!pictures_->HasData()) {
+    return "the film has no picture that can be decoded";
+  }
   std::string error = ConnectPictures();
-  if (error.empty() && sound_) {
+  if (error.empty() && sound_ && sound_->HasData()) {
     error = ConnectSound();
   }
   if (!error.empty()) {
@@ -255,7 +275,7 @@ std::string Pipeline::Enter() {
 
 bool Pipeline::Seek(GstClockTime origin) {
   const GstClockTime start = ToTime(request_.start);
-  const GstClockTime place = start > kLead ? origin + start - kLead : 0;
+  const GstClockTime place = origin + start - std::min(start, kLead);
   const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
   GstEvent* const seek = gst_event_new_seek(1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
                                             static_cast<gint64>(place), GST_SEEK_TYPE_NONE, -1);
@@ -263,62 +283,61 @@ bool Pipeline::Seek(GstClockTime origin) {
 }
 
 std::string Pipeline::ConnectPictures() {
-  const std::string encoder = elements_.PictureEncoder(request_);
-  if (encoder.empty()) {
+  const EncoderChoice encoder = elements_.PictureEncoder(request_);
+  if (encoder.name.empty()) {
     return "nothing here encodes H.264";
   }
-  OwnedObject<GstElement> branch;
-  const std::string error =
-      Connect(*pictures_,
-              kPictureDescription + RateDescription(request_.frameRate) + " ! videoconvert ! " +
-                  encoder + " name=encoder ! h264parse config-interval=-1",
-              branch);
-  if (!error.empty()) {
-    return error;
+  const OwnedObject<GstElement> branch =
+      MakeBranch(kPictureDescription + RateDescription(request_.frameRate) + " ! videoconvert ! " +
+                 encoder.name + " name=encoder ! h264parse config-interval=-1");
+  if (!branch) {
+    return kNoBranch;
   }
   encoder_ = Named(branch.get(), "encoder");
+  SetProperties(encoder_.get(), encoder.properties);
+  FilterPictures(branch.get());
+  return Connect(*pictures_, branch.get());
+}
+
+void Pipeline::FilterPictures(GstElement* branch) {
+  const OwnedObject<GstElement> upright = Named(branch, "upright");
+  const OwnedObject<GstElement> shape = Named(branch, "shape");
+  const OwnedObject<GstPad> pictures(gst_element_get_static_pad(upright.get(), "src"));
+  FitPictures(pictures.get(), shape.get(), {request_.width, request_.height});
   const OwnedObject<GstPad> input(gst_element_get_static_pad(encoder_.get(), "sink"));
   ForceKeyFrames(input.get(), ToTime(request_.start),
                  request_.keepsFilmClock ? kStreamKeys : kSegmentKeys);
-  return "";
 }
 
 std::string Pipeline::ConnectSound() {
   const std::string type = TypeOf(sound_->Pad());
-  const std::string encoder = elements_.SoundEncoder(request_);
-  if (type == "audio/x-raw" && encoder.empty()) {
+  const bool encodes = type == "audio/x-raw";
+  const EncoderChoice encoder = elements_.SoundEncoder(request_);
+  if (encodes && encoder.name.empty()) {
     return "nothing here encodes AAC";
   }
-  OwnedObject<GstElement> branch;
-  return Connect(
-      *sound_,
-      type == "audio/x-raw" ? kSoundDescription + encoder + " ! aacparse" : CopyDescription(type),
-      branch);
+  const OwnedObject<GstElement> branch =
+      MakeBranch(encodes ? kSoundDescription + encoder.name + " name=sound ! aacparse"
+                         : CopyDescription(type));
+  if (!branch) {
+    return kNoBranch;
+  }
+  if (encodes) {
+    SetProperties(Named(branch.get(), "sound").get(), encoder.properties);
+  }
+  return Connect(*sound_, branch.get());
 }
 
-std::string Pipeline::Connect(const FilmEntry& entry, const std::string& description,
-                              OwnedObject<GstElement>& branch) {
-  GError* error = nullptr;
-  GstElement* const made = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
-  const OwnedError reason(error);
-  if (made == nullptr || reason) {
-    return std::string("cannot make the encoders: ") + (reason ? reason->message : "");
-  }
-  branch.reset(GST_ELEMENT(gst_object_ref_sink(made)));
-  gst_bin_add(GST_BIN(pipeline_.get()), made);
-  const OwnedObject<GstElement> upright = Named(made, "upright");
-  if (upright) {
-    const OwnedObject<GstPad> pictures(gst_element_get_static_pad(upright.get(), "src"));
-    FitPictures(pictures.get(), Named(made, "shape").get(), {request_.width, request_.height});
-  }
-  const OwnedObject<GstPad> input(gst_element_get_static_pad(made, "sink"));
-  if (gst_element_link(made, multiplexer_.get()) == FALSE) {
+std::string Pipeline::Connect(const FilmEntry& entry, GstElement* branch) {
+  gst_bin_add(GST_BIN(pipeline_.get()), branch);
+  const OwnedObject<GstPad> input(gst_element_get_static_pad(branch, "sink"));
+  const OwnedObject<GstPad> output(gst_element_get_static_pad(branch, "src"));
+  if (gst_element_link(branch, multiplexer_.get()) == FALSE) {
     return "the multiplexer does not take " + TypeOf(entry.Pad());
   }
-  const OwnedObject<GstPad> output(gst_element_get_static_pad(made, "src"));
   DropPriming(output.get());
   SetClock(output.get());
-  gst_element_sync_state_with_parent(made);
+  gst_element_sync_state_with_parent(branch);
   return gst_pad_link(entry.Pad(), input.get()) == GST_PAD_LINK_OK
              ? ""
              : "the encoders do not take " + TypeOf(entry.Pad());

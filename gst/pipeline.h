@@ -60,8 +60,8 @@ class Pipeline {
   std::string Enter();
   std::string ConnectPictures();
   std::string ConnectSound();
-  std::string Connect(const FilmEntry& entry, const std::string& description,
-                      OwnedObject<GstElement>& branch);
+  void FilterPictures(GstElement* branch);
+  std::string Connect(const FilmEntry& entry, GstElement* branch);
   void SetClock(GstPad* output);
   bool Seek(GstClockTime origin);
 
