@@ -16,7 +16,7 @@
 #include "accounts/secrets.h"
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "policy/lock.h"
+#include "util/file_lock.h"
 #include "util/json_utils.h"
 
 namespace accounts {
@@ -79,10 +79,11 @@ Account ToAccount(const std::string& name, const Json::Value& entry) {
 Outcome Change(const std::function<Outcome(Json::Value& content)>& change) {
   const std::string path = AccountsFile();
   PlatFSMkdirP(orvo::SystemPath(kFolder), 0, 1, geteuid(), getegid(), 0755);
-  const LibMirevo::Lock lock(path + ".lock", true);
-  if (!lock.IsLockSucess()) {
+  const auto lock = orvo::FileLock::Wait(path + ".lock");
+  if (!lock.IsHeld()) {
     return Outcome::kFailed;
   }
+  LeaveToFolderOwner(path + ".lock");
   auto content = Load();
   if (!content) {
     return Outcome::kDamaged;

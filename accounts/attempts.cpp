@@ -11,14 +11,16 @@
 #include <fstream>
 
 #include "accounts/secrets.h"
+#include "platform/io.h"
 #include "platform/plat.h"
-#include "policy/lock.h"
-#include "util/json_utils.h"
+#include "util/file_lock.h"
+#include "util/private_folder.h"
 
 namespace accounts {
 namespace {
 
 constexpr char kFolder[] = "/run/mirevo/attempts";
+constexpr char kLock[] = "/run/mirevo/attempts.lock";
 constexpr int64_t kSweepSeconds = 24 * 3600;
 constexpr size_t kNetworkBytes = 8;
 
@@ -35,31 +37,34 @@ int64_t FullAt(const std::string& path, int64_t now, const Limit& limit) {
   return std::clamp(full, now, now + int64_t{limit.tries} * limit.secondsPerTry);
 }
 
-// Writes in place, so that the locked file stays the same file.
 bool Save(const std::string& path, int64_t full) {
-  return LibMirevo::WriteJsonToFileWithoutLock(path, static_cast<Json::Int64>(full));
+  return orvo::ReplaceFile(path, std::to_string(full), S_IRUSR | S_IWUSR);
+}
+
+// Held for a moment only, so that one serves everybody.
+orvo::FileLock LockAll() {
+  return orvo::FileLock::Wait(orvo::SystemPath(kLock));
 }
 
 }  // namespace
 
 Attempts::Attempts(const std::string& key, Limit limit, int64_t now)
     : path_(Folder() + "/" + DigestOf(key)), limit_(limit), now_(now) {
-  PlatFSMkdirP(Folder(), 0, 1, geteuid(), getegid(), S_IRWXU);
+  orvo::MakePrivateFolder(Folder());
 }
 
 int64_t Attempts::Take() const {
-  const LibMirevo::Lock lock(path_, true);
+  const auto lock = LockAll();
   const int64_t full = FullAt(path_, now_, limit_);
   const int64_t wait =
       full + limit_.secondsPerTry - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
-  const bool isKept =
-      lock.IsLockSucess() && Save(path_, wait > 0 ? full : full + limit_.secondsPerTry);
+  const bool isKept = lock.IsHeld() && Save(path_, wait > 0 ? full : full + limit_.secondsPerTry);
   // If tries cannot be counted, nobody may try.
   return isKept ? std::max<int64_t>(wait, 0) : limit_.secondsPerTry;
 }
 
 void Attempts::GiveBack() const {
-  const LibMirevo::Lock lock(path_, true);
+  const auto lock = LockAll();
   Save(path_, FullAt(path_, now_, limit_) - limit_.secondsPerTry);
 }
 

@@ -16,6 +16,7 @@
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "util/json_utils.h"
+#include "util/private_folder.h"
 
 namespace accounts {
 namespace {
@@ -95,7 +96,7 @@ void Sweep(const Account& account, int64_t now) {
 std::string BeginSession(const Account& account, int64_t now) {
   const std::string id = NewSecret();
   const std::string path = PathOf(id);
-  if (path.empty() || PlatFSMkdirP(Folder(), 0, 1, geteuid(), getegid(), S_IRWXU) != 0) {
+  if (path.empty() || !orvo::MakePrivateFolder(Folder())) {
     return "";
   }
   LeaveToFolderOwner(Folder());

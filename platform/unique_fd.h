@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace orvo {
@@ -26,7 +27,10 @@ class UniqueFd {
   void Reset(int fd = -1) {
     const int old = std::exchange(fd_, fd);
     if (old >= 0) {
+      // Descriptors close on the way out of a failed function, whose caller asks for the reason.
+      const int reason = errno;
       ::close(old);
+      errno = reason;
     }
   }
 

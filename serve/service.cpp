@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -21,10 +22,10 @@
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
-#include "policy/lock.h"
 #include "serve/analysis.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
+#include "util/file_lock.h"
 #include "util/json_utils.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
@@ -51,7 +52,7 @@ bool ConfigureMedia(const std::vector<std::string>& media) {
   }
   const std::string folder = orvo::SystemPath("/var/packages/Mirevo/etc");
   return PlatFSMkdirP(folder, 0, 1, geteuid(), getegid(), 0755) == 0 &&
-         LibMirevo::WriteJsonToFile(folder + "/media_roots", roots);
+         orvo::ReplaceFile(folder + "/media_roots", LibMirevo::FormatJson(roots));
 }
 
 bool HasDesktop() {
@@ -157,9 +158,14 @@ bool MayListen(const std::vector<Endpoint>& endpoints) {
                 CommandLine("account add NAME"));
 }
 
+// `reason`: an errno, taken before anything else is called.
+bool Refuse(const std::string& subject, int reason) {
+  return Refuse(subject + ": " + std::strerror(reason));
+}
+
 bool CanRead(const std::string& file) {
-  return file.empty() || access(file.c_str(), R_OK) == 0 ||
-         Refuse(file + ": " + std::strerror(errno));
+  const bool canRead = file.empty() || access(file.c_str(), R_OK) == 0;
+  return canRead || Refuse(file, errno);
 }
 
 // Opens a socket for each endpoint, all on the first one's port. None when one cannot be had.
@@ -185,7 +191,8 @@ std::vector<orvo::UniqueFd> OpenSockets(const Options& options, std::vector<Endp
     sockets = ListenAt(endpoints);
   }
   if (sockets.empty()) {
-    std::cerr << endpoints.front().Authority() << ": " << std::strerror(errno) << "\n";
+    const int reason = errno;
+    Refuse(endpoints.front().Authority(), reason);
   }
   return sockets;
 }
@@ -229,7 +236,8 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
   const orvo::Process process = Start(server, sockets);
   sockets.clear();  // the web server's alone, so that they close when it ends
   if (!process) {
-    std::cerr << "the web server could not be started: " << std::strerror(errno) << "\n";
+    const int reason = errno;
+    Refuse("the web server could not be started", reason);
     return 1;
   }
   if (!Answers(server)) {
@@ -285,14 +293,16 @@ int Serve(const Options& options) {
   const std::string state = orvo::SystemPath(kStateFolder);
   std::vector<Endpoint> endpoints = EndpointsOf(options);
   if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key) ||
-      PlatFSMkdirP(state, 0, 1, geteuid(), getegid(), 0755) != 0 ||
-      !ConfigureMedia(options.media)) {
+      PlatFSMkdirP(state, 0, 1, geteuid(), getegid(), 0755) != 0) {
     return 1;
   }
   // Two services in one system would close each other's streams.
-  const LibMirevo::Lock alone(state + "/serve.lock", false);
-  if (!alone.IsLockSucess()) {
+  const auto alone = orvo::FileLock::Try(state + "/serve.lock");
+  if (!alone.IsHeld()) {
     std::cerr << "mirevo already serves here (" << state << ")\n";
+    return 1;
+  }
+  if (!ConfigureMedia(options.media)) {
     return 1;
   }
   auto sockets = OpenSockets(options, endpoints);

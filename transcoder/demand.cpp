@@ -8,10 +8,10 @@
 #include <array>
 #include <charconv>
 
+#include "contract/stream_files.h"
+
 namespace orvo::transcoder {
 namespace {
-
-constexpr char kFile[] = "/requested";
 
 // The number at the file's start; 0 for anything else.
 int ReadNumber(int fd) {
@@ -27,7 +27,7 @@ int ReadNumber(int fd) {
 }  // namespace
 
 Demand::Demand(const std::string& folder, int firstNumber)
-    : path_(folder + kFile),
+    : path_(folder + "/" + kRequestedFile),
       firstNumber_(firstNumber),
       changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
   if (inotify_add_watch(changes_.Get(), folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {

@@ -8,13 +8,13 @@
 #include <cstdint>
 #include <string_view>
 
+#include "contract/stream_files.h"
 #include "platform/unique_fd.h"
 #include "transcoder/fragment_cutter.h"
 
 namespace orvo::transcoder {
 namespace {
 
-constexpr char kFile[] = "/manifest_predict";
 constexpr std::string_view kDuration = " Duration=\"";
 constexpr int64_t kLongest = 100 * 3600;  // seconds; beyond that the file cannot be right
 
@@ -22,7 +22,7 @@ constexpr int64_t kLongest = 100 * 3600;  // seconds; beyond that the file canno
 
 std::optional<int> PromisedSeconds(const std::string& folder) {
   const UniqueFd file(
-      open((folder + kFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+      open((folder + "/" + kManifestFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
   std::array<char, 512> head;
   const ssize_t count = file.IsOpen() ? read(file.Get(), head.data(), head.size()) : 0;
   const std::string_view text(head.data(), count > 0 ? static_cast<size_t>(count) : 0);

@@ -22,8 +22,6 @@ namespace orvo::transcoder {
 inline constexpr int kFragmentSoundRate = 48000;
 inline constexpr int kFragmentSoundFrame = 1024;
 
-enum class Track { kVideo, kAudio };
-
 // An encoded picture or frame of sound.
 struct Sample {
   int64_t time = 0;  // in the film, in ticks

@@ -38,8 +38,8 @@ bool WriteNew(const std::string& path, std::string_view content) {
 
 FragmentFiles::FragmentFiles(const FragmentPlan& plan)
     : folder_(plan.folder),
-      videoFolder_(folder_ + "/QualityLevels(" + plan.videoRate + ")"),
-      audioFolder_(folder_ + "/QualityLevels(" + plan.audioRate + ")"),
+      videoFolder_(folder_ + "/" + FragmentFolder(plan.videoRate)),
+      audioFolder_(folder_ + "/" + FragmentFolder(plan.audioRate)),
       length_(plan.length) {}
 
 bool FragmentFiles::Prepare() {
@@ -51,8 +51,7 @@ const std::string& FragmentFiles::FolderOf(Track track) const {
 }
 
 std::string FragmentFiles::PathOf(Track track, int number) const {
-  const char* name = track == Track::kVideo ? "video" : "audio";
-  return FolderOf(track) + "/Fragments(" + name + "=" + std::to_string(number * length_) + ")";
+  return FolderOf(track) + "/" + FragmentName(track, number * length_);
 }
 
 bool FragmentFiles::Write(Track track, int number, std::string_view content) {

@@ -3,13 +3,16 @@
 
 #include <cstdint>
 
+#include "contract/fragments.h"
+
 namespace orvo::transcoder {
 
-inline constexpr double kUsualLength = 5;  // seconds, where the command line does not say
+inline constexpr double kUsualLength =
+    kFragmentSeconds;  // seconds, where the command line does not say
 inline constexpr double kShortestLength = 0.5;
 inline constexpr double kLongestLength = 600;
 
-inline constexpr int64_t kFragmentClockRate = 10'000'000;  // ticks a second
+inline constexpr int64_t kFragmentClockRate = kTicksPerSecond;
 
 // The length of a fragment in ticks of that clock.
 constexpr int64_t FragmentTicks(double seconds) {

@@ -4,17 +4,11 @@
 
 #include "platform/io.h"
 #include "platform/log.h"
+#include "state/stream_directory.h"
 #include "util/json_utils.h"
 #include "util/system_files.h"
 
 namespace LibOrvoQMX {
-namespace {
-
-std::string RecordPath(const std::string& kind, const std::string& streamId) {
-  return StreamPath(kind, streamId) + "/video_metadata";
-}
-
-}  // namespace
 
 QMXInitArgument::QMXInitArgument(const std::string& file, const std::string& kind,
                                  const std::string& profileFile, const std::string& key)
@@ -26,7 +20,8 @@ QMXMetaData::QMXMetaData(const std::string& streamId, const std::string& streamK
 bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
                                  bool hlsHeader) {
   if (argument.filePath.empty() || argument.streamKind.empty() || argument.profilePath.empty() ||
-      argument.profileKey.empty() || streamId.empty()) {
+      argument.profileKey.empty() || streamId.empty() ||
+      !LibMirevo::IsJsonText(argument.filePath)) {
     return false;
   }
   Json::Value document(Json::objectValue);
@@ -41,7 +36,8 @@ bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const std::str
   document["device"] = argument.device;
   document["hls_header"] = hlsHeader;
   document["use_pre_analysis"] = argument.usePreAnalysis;
-  return LibMirevo::WriteJsonToFile(RecordPath(argument.streamKind, streamId), document);
+  return LibMirevo::WriteJsonToFile(StreamDirectory(argument.streamKind, streamId).RecordPath(),
+                                    document);
 }
 
 bool QMXMetaData::ReadTransProfile(const std::string& profilePath, const std::string& profileKey,
@@ -70,7 +66,7 @@ bool QMXMetaData::LoadMetaData() {
   if (m_streamId.empty() || m_streamKind.empty()) {
     return false;
   }
-  std::ifstream file(RecordPath(m_streamKind, m_streamId), std::ios::binary);
+  std::ifstream file(StreamDirectory(m_streamKind, m_streamId).RecordPath(), std::ios::binary);
   std::string text;
   if (!file.is_open() || !orvo::ReadAll(file, text)) {
     return false;

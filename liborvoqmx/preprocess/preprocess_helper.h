@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "platform/export.h"
+#include "playlist/hls_helper.h"
 #include "preprocess/preprocess_result.h"
-#include "stream/hls_helper.h"
 
 namespace LibOrvoQMX::preprocess {
 

@@ -1,13 +1,13 @@
 #include "stream/adapt_stream.h"
 
-#include <sys/stat.h>
-
 #include <array>
-#include <ctime>
 
+#include "contract/stream_files.h"
 #include "platform/log.h"
 #include "platform/plat.h"
-#include "stream/monitor.h"
+#include "playlist/address_text.h"
+#include "state/stream_directory.h"
+#include "stream/pipeline/monitor.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -77,7 +77,7 @@ std::string AdaptStream::GetStreamURL(const Json::Value& request) const {
     text += separator + "api=" + api->asString();
   }
   if (request["version"].isIntegral()) {
-    text += separator + "version=" + request["version"].asString();
+    text += separator + "version=" + AddressText(request["version"]);
   }
   for (const PassedParameter& parameter : kPassedTexts) {
     const Json::Value* const value = FindText(request, parameter.name);
@@ -94,24 +94,19 @@ bool AdaptStream::SeekingHandler() const {
     return false;
   }
   SaveMonitorPid(0, true);
-  const std::string pattern = m_streamKind == "HLS" ? "slice*" : "smooth";
+  const std::string pattern = m_streamKind == "HLS" ? orvo::kAnySegment : orvo::kFragmentsFolder;
   // Depth first: otherwise find would walk into the directory that it has just deleted, and report
   // that as a failure.
-  return PlatExecv("/bin/find", {"/bin/find", "-L", GetQMXFileFullPath(""), "-depth", "-name",
-                                 pattern, "-exec", "/bin/rm", "-rf", "{}", ";"}) == 0;
+  return PlatExecv("/bin/find", {"/bin/find", "-L", Directory().Path(), "-depth", "-name", pattern,
+                                 "-exec", "/bin/rm", "-rf", "{}", ";"}) == 0;
 }
 
 bool AdaptStream::QMXIsTimeout(unsigned long seconds) const {
   if (m_streamId.empty()) {
     return false;
   }
-  struct stat status {};
-  if (stat(GetQMXFileFullPath("access_status").c_str(), &status) != 0) {
-    return false;
-  }
-  const auto idle =
-      static_cast<unsigned long>(time(nullptr)) - static_cast<unsigned long>(status.st_mtime);
-  return idle >= seconds;
+  const auto idle = Directory().SecondsSinceAccess();
+  return idle && *idle >= seconds;
 }
 
 bool AdaptStream::RemoveWhenAbandoned(const char* source) {

@@ -23,6 +23,10 @@
 
 namespace LibOrvoQMX {
 
+struct AwaitedSegment;
+struct FetchedPiece;
+struct Segment;
+
 class ORVO_API HttpLiveStream : public AdaptStream {
  public:
   // Subtitle id and language of each track.
@@ -46,6 +50,10 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   // not, at once when a newer request has restarted the stream, and soon when nothing is left that
   // could produce the segment.
   std::string ReadFragment(const std::string& fragment) override;
+
+  // Both for the segment of that number, in one step (stream/fetched_piece.h). Also starts a
+  // transcoder where Transcoding counts on one that has died.
+  FetchedPiece Fetch(int number);
 
   int GetSeekTimeInMillisecond() const override;
 
@@ -120,28 +128,30 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool VerifyFragmentIsReady(const std::string& fragment) const;
 
  private:
-  int SegmentLength() const;  // seconds
-  bool FailInit();            // removes the directory; false
+  bool FailInit();  // removes the directory; false
   bool SaveAudioFormat(const std::string& audioFormat) const;
   bool GenSubtitlePlaylists(const Json::Value& request, const Json::Value& options);
   bool MarkAppleTv() const;
-  std::string PlaylistName(ManifestType type) const;
-  std::vector<std::string> PrepareArguments(const std::string& fragment);
-  std::vector<std::string> AdjustAudio(const std::vector<std::string>& arguments);
+  std::string PlaylistPath(ManifestType type) const;
 
-  bool IsResumeOnAppleTv(const std::string& fragment) const;
+  std::vector<std::string> FfmpegArguments(const Segment& segment);
+  std::vector<std::string> PrepareArguments(const Segment& segment);
+
+  bool IsPlayable() const;
+  bool Reach(const Segment& segment);
+  bool Revive(const Segment& segment, const std::string& seen);
+  bool Restart(const Segment& segment);
+  bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
-  bool TakeOver(const std::string& fragment) const;
-  void RunPipeline(const std::string& fragment, int number);
-  void WatchPipeline();
+  void Watch(const Segment& segment);
+  void RunPipeline(const Segment& segment);
 
-  bool HasSegment(int fragment) const;
-  bool IsPipelineOver() const;
+  std::string SeenSequence() const;
+  AwaitedSegment Await(int number, const std::string& seen) const;
+  AwaitedSegment AwaitUnlessLost(int number, const std::string& seen) const;
 
   // The plan that the playlist was written from belongs to the stream: all its requests go by the
   // copy in its directory, whatever is stored beside the film meanwhile.
-  std::string KeptPlanPath() const;
-  void ForgetPlan() const;
   bool KeepPlan(bool isPlanned) const;
 
   bool m_hasSubtitle = false;

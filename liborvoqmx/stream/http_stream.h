@@ -58,13 +58,12 @@ class ORVO_API HttpStream : public DirectStream {
   std::vector<std::string> CommandLine(const std::string& executable, int descriptor) const;
 
  private:
-  bool IsAdmitted();                             // waits for room
-  bool SaveAudioId(const std::string& audioId);  // true also for no wish
-  bool FailInit();                               // leaves no directory; false
+  bool IsAdmitted();  // waits for room
+  bool FailInit();    // leaves no directory; false
   void RemoveDirectory() const;
   std::vector<std::string> CalculateArgument() const;
   std::string OutputOf(int descriptor) const;
-  void ExecuteTranscoder(int writeEnd, const std::string& executable);
+  void ExecuteTranscoder(const orvo::UniqueFd& writeEnd, const std::string& executable);
 
   bool m_isWmv2 = false;
   orvo::UniqueFd m_readEnd;

@@ -1,17 +1,18 @@
 #include "stream/liborvoqmx.h"
 
-#include <unistd.h>
-
-#include <csignal>
-
 #include "platform/log.h"
 #include "platform/plat.h"
-#include "platform/run_as.h"
 #include "policy/argument_helper.h"
+#include "policy/offline_conversion.h"
 #include "policy/platform_utils.h"
 #include "policy/profile_traits.h"
-#include "policy/registry_watch.h"
 #include "policy/trans_loading.h"
+#include "state/stream_directory.h"
+#include "state/stream_room.h"
+#include "stream/pipeline/argument_adjustment.h"
+#include "stream/pipeline/transcoder_command.h"
+#include "stream/pipeline/transcoder_launch.h"
+#include "util/json_utils.h"
 #include "util/md5.h"
 #include "util/qmxutils.h"
 #include "util/random_string.h"
@@ -27,51 +28,12 @@ constexpr char kNoSpace[] = "TransSapceNotEnough";
 constexpr int kRandomLength = 8;
 constexpr uint64_t kRemuxSpace = 0x80000000;      // 2 GiB
 constexpr uint64_t kTranscodeSpace = 0x20000000;  // 512 MiB
-constexpr int kOfflineGivesWaySeconds = 30;
-
-constexpr int kErrorNotWritable = 0x2900;
-constexpr int kErrorNoVolume = 0x8300;
-constexpr int kErrorNoRoom = 0xDD00;
-
-void AskOfflineConversionToGiveWay() {
-  if (!TransLoading().IsOffineConverting()) {
-    return;
-  }
-  const pid_t service = PlatReadPidFile(orvo::SystemPath(kOfflineConversionPidFile));
-  if (service > 0) {
-    kill(service, SIGUSR1);
-  }
-  LibMirevo::AskRegistryUntil(
-      [](const TransLoading& registry) { return !registry.IsOffineConverting(); },
-      kOfflineGivesWaySeconds);
-}
 
 }  // namespace
 
 bool GetTmpDir(uint64_t space, const std::string& kind, const std::string& streamId,
                std::string& dir) {
-  if (kind.empty() || streamId.empty()) {
-    ORVO_LOG("Bad parameter");
-    return false;
-  }
-  dir.clear();
-  std::string volume;
-  unsigned flags = 0;
-  const int found = VolumeAvailGet(space, volume, flags);
-  if (found < 0) {
-    ORVO_LOG("VolumeAvailGet() failed!! orvoerr=[0x%04X]", static_cast<unsigned>(PlatErrGet()));
-    return false;
-  }
-  if (found == 0) {
-    if ((flags & kVolumeNoneWritable) != 0) {
-      PlatErrSet(kErrorNotWritable);
-    } else {
-      PlatErrSet((flags & kVolumeExists) == 0 ? kErrorNoVolume : kErrorNoRoom);
-    }
-    return false;
-  }
-  dir = volume + kVolumeTempRoot + "/" + kind + "/" + streamId;
-  return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(dir, 0777);
+  return MakeVolumeDirectory(space, kind, streamId, dir);
 }
 
 QMXStream::QMXStream(const std::string& streamId, const std::string& streamKind)
@@ -102,7 +64,7 @@ void QMXStream::ReadProfile() {
 
 std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
   if (argument.filePath.empty() || argument.streamKind.empty() || argument.profilePath.empty() ||
-      argument.profileKey.empty()) {
+      argument.profileKey.empty() || !LibMirevo::IsJsonText(argument.filePath)) {
     return "";
   }
   const Json::Value& args = argument.args;
@@ -135,15 +97,14 @@ std::string QMXStream::GetRandStreamID(const std::string& path) {
 bool QMXStream::CreateTmpDir(const std::string& streamId, const std::string& streamKind,
                              const std::string& profilePath, const std::string& profileKey,
                              uint64_t space) {
-  using libmrv::critical::orvosdk::ORVOFSMkdirPMirevo;
   if (streamId.empty() || streamKind.empty() || profileKey.empty() || profilePath.empty()) {
     return false;
   }
-  if (!ORVOFSMkdirPMirevo(StreamKindPath(streamKind), 0777)) {
+  if (!MakeKindDirectory(streamKind)) {
     return false;
   }
   if (streamKind == "HTTP") {
-    return ORVOFSMkdirPMirevo(StreamPath(streamKind, streamId), 0777);
+    return MakePlainDirectory(streamKind, streamId);
   }
   uint64_t needed = kTranscodeSpace;
   if (streamKind == "HLS" && IsRemux(profilePath, profileKey)) {
@@ -154,15 +115,7 @@ bool QMXStream::CreateTmpDir(const std::string& streamId, const std::string& str
 
 bool QMXStream::GetVolTmpAndSymlink(uint64_t space, const std::string& streamId,
                                     const std::string& streamKind) {
-  std::string dir;
-  if (!GetTmpDir(space, streamKind, streamId, dir)) {
-    ORVO_LOG("There are not enough volume space for streaming %s. Need space [%llu bytes]",
-             streamKind.c_str(), static_cast<unsigned long long>(space));
-    return false;
-  }
-  const std::string link = StreamPath(streamKind, streamId);
-  unlink(link.c_str());
-  return symlink(dir.c_str(), link.c_str()) == 0;
+  return MakeLinkedDirectory(space, streamKind, streamId);
 }
 
 bool QMXStream::IsRemux(const std::string& profilePath, const std::string& profileKey) {
@@ -196,12 +149,12 @@ bool QMXStream::SetError(const std::string& error) {
   return true;
 }
 
+StreamDirectory QMXStream::Directory() const {
+  return StreamDirectory(m_streamKind, m_streamId);
+}
+
 std::string QMXStream::GetQMXFileFullPath(const std::string& name) const {
-  if (m_streamKind.empty() || m_streamId.empty()) {
-    return "";
-  }
-  const std::string directory = StreamPath(m_streamKind, m_streamId);
-  return name.empty() ? directory : directory + "/" + name;
+  return Directory().FilePath(name);
 }
 
 Json::Value QMXStream::GetFirstVideoInfo() const {
@@ -209,7 +162,7 @@ Json::Value QMXStream::GetFirstVideoInfo() const {
 }
 
 std::string QMXStream::GetRequestAudioID() const {
-  return ReadFile(GetQMXFileFullPath("audio_id"));
+  return Directory().AudioId().Read();
 }
 
 bool QMXStream::IsSourceAudioCodec(const std::string& codec) const {
@@ -225,9 +178,9 @@ bool QMXStream::InitStreamCommon(const std::string& audioId, bool force) {
   if (m_streamId.empty() || m_streamKind.empty() || m_profileValue.empty()) {
     return false;
   }
-  const std::string directory = GetQMXFileFullPath("");
-  if (!VerifyFileExist(directory, 0)) {
-    ORVO_LOG("Can't file tmp file [%s]", directory.c_str());
+  const StreamDirectory directory = Directory();
+  if (!directory.Exists()) {
+    ORVO_LOG("Can't file tmp file [%s]", directory.Path().c_str());
     return false;
   }
   if (!policy.ZeroAudioTrack() && !policy.AbleToDecodeAudio(audioId)) {
@@ -244,15 +197,17 @@ bool QMXStream::InitStreamCommon(const std::string& audioId, bool force) {
       return false;
     }
   }
-  if (audioId.empty()) {
+  return SaveAudioId(audioId, ORVO_LOG_SOURCE);
+}
+
+bool QMXStream::SaveAudioId(const std::string& audioId, const char* source) const {
+  const StateFile file = Directory().AudioId();
+  if (audioId.empty() || file.Write(audioId)) {
     return true;
   }
-  const std::string path = GetQMXFileFullPath("audio_id");
-  if (!SaveFile(path, audioId)) {
-    ORVO_LOG("Failed to save audio ID [%s] in [%s]", audioId.c_str(), path.c_str());
-    return false;
-  }
-  return true;
+  orvo::Log(LOG_ERR, source, __LINE__, "Failed to save audio ID [%s] in [%s]", audioId.c_str(),
+            file.Path().c_str());
+  return false;
 }
 
 bool QMXStream::CheckTransLoading(bool force) {
@@ -262,7 +217,7 @@ bool QMXStream::CheckTransLoading(bool force) {
       return false;
     }
   } else if (!PlatformUtils::GetInst().IsSupportVaapi()) {
-    AskOfflineConversionToGiveWay();
+    LibMirevo::AskOfflineConversionToGiveWay();
   }
   if (!TransLoading().TransEnable(m_isHwTranscode)) {
     SetError("TransEnable");
@@ -275,7 +230,7 @@ bool QMXStream::CloseStreamCommon() {
   if (m_streamId.empty() || m_streamKind.empty()) {
     return false;
   }
-  if (VerifyFileExist(GetQMXFileFullPath(""), 0)) {
+  if (Directory().Exists()) {
     SaveMonitorPid(0, false);
     RemoveTransDir();
   }
@@ -286,15 +241,84 @@ bool QMXStream::RemoveTransDir() {
   if (!IsPlainName(m_streamId) || m_streamKind.empty()) {
     return false;
   }
-  const std::string link = GetQMXFileFullPath("");
-  const std::string target = LinkTarget(link);
-  if (!target.empty() && VerifyFileExist(target, 0)) {
-    IF_RUN_AS(0, 0) {
-      PlatExec("/bin/rm", "-rf", target);
-    }
-  }
-  unlink(link.c_str());
+  RemoveLinkedDirectory(Directory().Path());
   return true;
+}
+
+bool QMXStream::MayLaunch(const std::string& executable) const {
+  if (m_streamKind.empty() || m_streamId.empty() || executable.empty() || m_profileValue.empty() ||
+      GetSeekTimeInMillisecond() < 0 || m_metaData.GetFilePath().empty()) {
+    return false;
+  }
+  return m_isRemux || RegisterTranscoder(m_isHwTranscode);
+}
+
+bool QMXStream::ExecuteTranscoding(bool copyTimestamps, const std::vector<std::string>& arguments,
+                                   const std::string& output, const std::string& executable) {
+  if (!MayLaunch(executable)) {
+    return false;
+  }
+  const std::vector<std::string> commandLine =
+      TranscodingCommand(copyTimestamps, arguments, output, executable);
+  return !commandLine.empty() && BecomeTranscoder("Execute FFmpeg", commandLine);
+}
+
+std::vector<std::string> QMXStream::TranscodingCommand(bool copyTimestamps,
+                                                       const std::vector<std::string>& arguments,
+                                                       const std::string& output,
+                                                       const std::string& executable) const {
+  FfmpegRules rules;
+  rules.copyTimestamps = copyTimestamps;
+  rules.prefersHardwareDecoder = m_isHwTranscode && !m_isVaapi &&
+                                 m_metaData.GetContainer() != "flv" && GetMetaVideoRotate() == 0;
+  rules.needsMapping = m_streamKind == "HLS";
+  return FfmpegCommand(
+      {m_metaData, executable, GetSeekTimeInMillisecond(), GetRequestAudioID(), arguments, output},
+      rules);
+}
+
+bool QMXStream::ExecuteGstreamerTranscoding(const std::string& output,
+                                            const std::vector<std::string>& arguments,
+                                            const std::string& executable, bool shiftTimestamps) {
+  return MayLaunch(executable) &&
+         BecomeTranscoder("Execute GStreamer",
+                          GstreamerCommand(output, arguments, executable, shiftTimestamps));
+}
+
+std::vector<std::string> QMXStream::GstreamerCommand(const std::string& output,
+                                                     const std::vector<std::string>& arguments,
+                                                     const std::string& executable,
+                                                     bool shiftTimestamps) const {
+  return WrapperCommand(
+      {m_metaData, executable, GetSeekTimeInMillisecond(), GetRequestAudioID(), arguments, output},
+      {shiftTimestamps, Directory().AudioFormat().Read()});
+}
+
+void QMXStream::ForceTranscodeBitrate(std::vector<std::string>& arguments) const {
+  arguments = WithVideoBitrate(std::move(arguments), m_metaData);
+}
+
+std::vector<std::string> QMXStream::ForceFFmpegAudioFormat(
+    const std::vector<std::string>& arguments, const std::string& format) {
+  return WithAudioFormat(arguments, format);
+}
+
+std::vector<std::string> QMXStream::ForceFFmpegVideoSize(const std::vector<std::string>& arguments,
+                                                         bool keepAspect) const {
+  return WithPictureSize(arguments, m_metaData,
+                         {!m_isHwTranscode && !keepAspect, GetMetaVideoRotate()});
+}
+
+bool QMXStream::SaveMonitorPid(int pid, bool wait) const {
+  return ReplaceMonitor(Directory(), pid, wait);
+}
+
+bool QMXStream::IsFFmpegRun() const {
+  if (m_streamKind.empty() || m_streamId.empty()) {
+    ORVO_LOG("Bad parameter");
+    return false;
+  }
+  return Directory().IsMonitored();
 }
 
 }  // namespace LibOrvoQMX

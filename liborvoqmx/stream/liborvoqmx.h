@@ -17,6 +17,8 @@
 
 namespace LibOrvoQMX {
 
+class StreamDirectory;
+
 // Makes the directory of a stream on a volume with `space` bytes free. False, with the platform
 // error set (0x2900 no volume is writable, 0x8300 there is none, 0xDD00 none has room), when it
 // cannot.
@@ -33,7 +35,7 @@ class ORVO_API QMXStream {
   QMXStream(const QMXMetaData& plan, const std::string& streamKind);
 
   // Opens a stream: its id, "" on failure, or "TransSapceNotEnough". A failure after the directory
-  // was made leaves it.
+  // was made leaves it. A film whose path is not UTF-8 is a failure: the record could not name it.
   static std::string QMX_Init(const QMXInitArgument& argument);
 
   // 32 hexadecimal digits that depend on the path alone, "_", 8 random letters and digits.
@@ -110,6 +112,11 @@ class ORVO_API QMXStream {
   bool IsFFmpegRun() const;  // the recorded monitor is alive
 
  protected:
+  StreamDirectory Directory() const;
+  // Keeps the wish for an audio track. True also for no wish (""); a failure is logged as of the
+  // source file `source`.
+  bool SaveAudioId(const std::string& audioId, const char* source) const;
+
   std::string m_streamId;
   std::string m_streamKind;
   std::string m_errorString;

@@ -14,15 +14,22 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/export.h"
 #include "stream/adapt_stream.h"
 
+namespace orvo {
+struct FragmentId;
+}
+
 namespace LibOrvoQMX {
 
 class StreamLock;
+struct FetchedPiece;
+struct FragmentPlace;
 
 class ORVO_API SmoothStream : public AdaptStream {
  public:
@@ -43,6 +50,13 @@ class ORVO_API SmoothStream : public AdaptStream {
   // Waits, up to 60 seconds, until the fragment is complete, and answers its path; "" when it is
   // not. Where nothing runs that could produce it, its path too: there may be no file then.
   std::string ReadFragment(const std::string& fragment) override;
+
+  // All that the request for a fragment takes, in one step (stream/fetched_piece.h). Where no
+  // transcoder will come by, one is started at the picture of that time; a request for sound first
+  // leaves the picture's request a second to do so. When nothing is left that could make the
+  // fragment, a transcoder is started and waited for once more, unless the viewer has gone
+  // elsewhere: the piece that was asked for last is more than ten away.
+  FetchedPiece Fetch(const orvo::FragmentId& id);
 
   int GetSeekTimeInMillisecond() const override;
 
@@ -107,13 +121,18 @@ class ORVO_API SmoothStream : public AdaptStream {
                        std::string& videoBitrate, std::string& audioBitrate,
                        std::string& samplingRate, std::string& codecPrivateData) const;
 
-  bool StartAt(const std::string& fragment, StreamLock& lock);
+  bool IsPlayable() const;
+  bool StartUnless(const FragmentPlace& place, const std::function<bool()>& isNeedless);
+  bool StartAt(const FragmentPlace& place, StreamLock& lock);
+  long SaveSeekTime(const FragmentPlace& place) const;
   void RunTranscoder();
   std::string OutputDirectory() const;
 
-  bool IsComplete(const std::string& fragment, unsigned lookAhead) const;
-  bool IsUnderWay() const;
-  bool AwaitFragment(const std::string& fragment) const;
+  FetchedPiece Await(const FragmentPlace& place) const;
+  bool MakeSureOfTranscoder(const orvo::FragmentId& id);
+  bool NeedsStart(const FragmentPlace& place, const FragmentPlace& video) const;
+  void LetVideoComeFirst(const std::function<bool()>& isNeedless) const;
+  bool HasGoneElsewhere(const orvo::FragmentId& id) const;
 
   std::string m_profileKey;
   int m_seekSeconds = 0;

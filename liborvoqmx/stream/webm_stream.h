@@ -55,7 +55,6 @@ class ORVO_API WebMStream : public DirectStream {
  private:
   bool IsBeyondEnd(unsigned seconds) const;
   void RunTranscoder(orvo::UniqueFd writeEnd);
-  void Unregister() const;
 
   orvo::UniqueFd m_readEnd;
   unsigned m_startSeconds = 0;

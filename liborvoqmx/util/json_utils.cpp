@@ -85,6 +85,11 @@ std::string FormatJson(const Json::Value& value) {
   return Json::FastWriter().write(value);
 }
 
+bool IsJsonText(const std::string& text) {
+  Json::Value copy;
+  return ParseJson(FormatJson(Json::Value(text)), copy) && copy.asString() == text;
+}
+
 bool ReadJsonFromFile(const std::string& path, Json::Value& value) {
   if (!IsUsable(path)) {
     return false;

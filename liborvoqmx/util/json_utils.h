@@ -28,6 +28,9 @@ ORVO_API bool WriteJsonToFileWithoutLock(const std::string& path, const Json::Va
 // worse.
 ORVO_API bool ParseJson(const std::string& text, Json::Value& value);
 
+// Can a JSON text hold `text` as it is? Not where its bytes are no UTF-8.
+ORVO_API bool IsJsonText(const std::string& text);
+
 // `value` as one line with its newline, keys sorted.
 ORVO_API std::string FormatJson(const Json::Value& value);
 

@@ -14,16 +14,8 @@ CALLS = re.compile(
     r"system|popen|daemon)\s*\(")
 CONSTANTS = re.compile(r"\bSYS_(?:v?fork|clone3?|exec\w+|t?kill|wait\w+|pidfd_send_signal)\b")
 
-# Files that may, and why. "pending": they still have to move onto the launcher.
-EXCEPTIONS = {
-    "liborvoqmx/stream/hls_pipeline.cpp": "pending",
-    "liborvoqmx/stream/http_stream.cpp": "pending",
-    "liborvoqmx/stream/liborvoqmx.cpp": "pending",
-    "liborvoqmx/stream/monitor.cpp": "pending",
-    "liborvoqmx/stream/smooth_monitor.cpp": "pending",
-    "liborvoqmx/stream/transcoder_launch.cpp": "pending",
-    "liborvoqmx/stream/webm_stream.cpp": "pending",
-}
+# Files that may, and why.
+EXCEPTIONS = {}
 
 COMMENTS_AND_TEXTS = re.compile(
     r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"', re.DOTALL)

@@ -65,6 +65,24 @@ TEST_F(Fragments, AreAddressedWithoutMembersOfAnotherType) {
   EXPECT_EQ(FragmentStream("HLS").GetStreamURL(request), std::string("u?format=f&id=") + kId);
 }
 
+TEST_F(Fragments, AreAddressedWithWholeNumbersInDecimal) {
+  const struct {
+    const char* version;
+    const char* expected;
+  } rows[] = {{"1.0", "&version=1"},
+              {"-2", "&version=-2"},
+              {"1e3", "&version=1000"},
+              {"18446744073709551615", "&version=18446744073709551615"},
+              {"1.5", ""}};
+  for (const auto& row : rows) {
+    Json::Value request = test::ParseText(R"({"url": "u", "format": "f"})");
+    request["version"] = test::ParseText(row.version);
+    EXPECT_EQ(FragmentStream("HLS").GetStreamURL(request),
+              std::string("u?format=f&id=") + kId + row.expected)
+        << row.version;
+  }
+}
+
 TEST_F(Fragments, AreAddressedWithValuesAsTheyAre) {
   EXPECT_EQ(FragmentStream("HLS", "a b")
                 .GetStreamURL(test::ParseText(

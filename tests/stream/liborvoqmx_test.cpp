@@ -155,6 +155,19 @@ TEST_F(Stream, DirectoryOfTheOthersIsALinkToAVolume) {
   }
 }
 
+TEST_F(Stream, DirectoriesAreOpenToEveryone) {
+  const mode_t previous = umask(0);
+  EXPECT_TRUE(QMXStream::CreateTmpDir("id", "HTTP", "profile", "key", 0));
+  EXPECT_TRUE(QMXStream::CreateTmpDir("id", "HLS", "profile", "key", 0));
+  umask(previous);
+  for (const char* path : {"/tmp/Mirevo/HTTP", "/tmp/Mirevo/HTTP/id", "/tmp/Mirevo/HLS",
+                           "/volume1/@tmp/Mirevo/HLS/id"}) {
+    struct stat status {};
+    ASSERT_EQ(stat(Path(path).c_str(), &status), 0) << path;
+    EXPECT_EQ(status.st_mode & 07777, mode_t{0777}) << path;
+  }
+}
+
 TEST_F(Stream, DirectoryNeedsAllFourTexts) {
   EXPECT_FALSE(QMXStream::CreateTmpDir("", "HTTP", "profile", "key", 0));
   EXPECT_FALSE(QMXStream::CreateTmpDir("id", "", "profile", "key", 0));
@@ -488,6 +501,18 @@ TEST_F(FilmStream, IsNotOpenedWithoutItsProfile) {
             (List{"qmxmetadata:N Failed to copy transcoding profile [other] in [" +
                       Path("/profiles") + "]",
                   "liborvoqmx:N QMXMetaData.ParserMetaData(joined, HTTP) failed"}));
+}
+
+TEST_F(FilmStream, IsNotOpenedUnderANameThatItsRecordCannotHold) {
+  Write("/profiles", R"({"key": "x"})");
+  for (const auto& [name, isOpened] : {std::pair{"\xc3\xa4.mp4", true}, {"\xe4.mp4", false}}) {
+    const std::string film = Path(std::string("/") + name);
+    std::filesystem::copy_file(test::Film("h264_aac.mp4"), film);
+    EXPECT_EQ(!QMXStream::QMX_Init(QMXInitArgument(film, "HTTP", Path("/profiles"), "key")).empty(),
+              isOpened)
+        << name;
+    std::filesystem::remove_all(Path("/tmp/Mirevo/HTTP"));
+  }
 }
 
 TEST_F(FilmStream, IsNotOpenedForAPlaylistInDisguise) {

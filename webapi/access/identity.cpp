@@ -34,7 +34,7 @@ std::optional<Caller> ByLink(const Request& request, const std::string& link) {
   if (!accounts::IsSecret(link)) {
     return std::nullopt;
   }
-  const auto ticket = Ticket::Take(request.StreamId());
+  const auto ticket = Ticket::Read(request.StreamId());
   if (!ticket || !accounts::SameSecret(ticket->Parameter("link"), link)) {
     return std::nullopt;
   }
@@ -45,6 +45,7 @@ std::optional<Caller> ByLink(const Request& request, const std::string& link) {
   Caller caller = ToCaller(*account);
   caller.isOwner = false;
   caller.linkedStream = ticket->StreamId();
+  caller.linkedTicket = ticket->Content();
   return caller;
 }
 

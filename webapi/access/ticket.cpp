@@ -10,14 +10,20 @@
 #include <string_view>
 
 #include "platform/io.h"
+#include "platform/log.h"
 #include "platform/plat.h"
 #include "util/json_utils.h"
+#include "util/private_folder.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
 
+using LibOrvoQMX::StreamDirectory;
+
 constexpr char kFolder[] = "/tmp/Mirevo/tickets";
+constexpr char kLock[] = "/.locks";
+constexpr mode_t kMode = 0600;  // a link in it is as good as a login
 constexpr size_t kDigestLength = 32;
 constexpr size_t kStreamIdLength = 41;
 
@@ -29,14 +35,6 @@ std::string PathOf(const std::string& streamId) {
   return TicketFolder() + "/" + streamId;
 }
 
-std::string StreamFolder(const std::string& kind, const std::string& streamId) {
-  return KindFolder(kind) + "/" + streamId;
-}
-
-std::string RecordPathOf(const std::string& kind, const std::string& streamId) {
-  return StreamFolder(kind, streamId) + "/video_metadata";
-}
-
 // Anyone may have damaged a ticket: a member of the wrong type counts as absent.
 std::string TextIn(const Json::Value& content, const char* key) {
   return content[key].isString() ? content[key].asString() : "";
@@ -44,6 +42,16 @@ std::string TextIn(const Json::Value& content, const char* key) {
 
 int NumberIn(const Json::Value& content, const char* key, int otherwise) {
   return content[key].isInt() ? content[key].asInt() : otherwise;
+}
+
+bool IsContent(const Json::Value& content) {
+  return content.isObject() && content["record"].isObject() && !TextIn(content, "kind").empty();
+}
+
+// The lock of one ticket. All have one file, which is never removed: a lock on a file that goes
+// with its ticket would be another one each time.
+orvo::FileLock Hold(const std::string& streamId) {
+  return orvo::FileLock::WaitFor(streamId, TicketFolder() + kLock);
 }
 
 time_t ModifiedAt(const std::string& path) {
@@ -63,8 +71,7 @@ bool IsHis(const Caller& caller, const Ticket& ticket) {
 
 // What an account may see can have become less since it opened the stream.
 bool MaySeeFilm(const Caller& caller, const Ticket& ticket) {
-  const Json::Value& path = ticket.Record()["path"];
-  return caller.roots.empty() || (path.isString() && MaySee(path.asString()));
+  return caller.roots.empty() || MaySee(ticket.Path());
 }
 
 bool IsAllowed(const Caller& caller, bool isGood, Answer& refusal) {
@@ -86,45 +93,42 @@ bool IsStreamId(const std::string& text) {
          std::all_of(text.begin() + kDigestLength + 1, text.end(), isLetterOrDigit);
 }
 
-Ticket::Ticket(std::string streamId, std::unique_ptr<LibMirevo::Lock> lock, Json::Value content)
-    : streamId_(std::move(streamId)), lock_(std::move(lock)), content_(std::move(content)) {}
+Ticket::Ticket(std::string streamId, Json::Value content)
+    : streamId_(std::move(streamId)), content_(std::move(content)) {}
 
-bool Ticket::Create(const std::string& streamId, const std::string& kind,
-                    const Json::Value& parameters) {
-  Json::Value content(Json::objectValue);
-  if (!LibMirevo::ReadJsonFromFile(RecordPathOf(kind, streamId), content["record"])) {
-    return false;
+std::optional<Ticket> Ticket::Read(const std::string& streamId) {
+  const std::string path = PathOf(streamId);
+  if (!IsStreamId(streamId) || !orvo::IsOwnFolder(TicketFolder()) || !Exists(path)) {
+    return std::nullopt;
   }
-  content["kind"] = kind;
-  content["parameters"] = parameters;
-  const auto lock = std::make_unique<LibMirevo::Lock>(PathOf(streamId), true);
-  return lock->IsLockSucess() && LibMirevo::WriteJsonToFileWithoutLock(PathOf(streamId), content);
+  Json::Value content;
+  if (LibMirevo::ReadJsonFromFileWithoutLock(path, content) && IsContent(content)) {
+    return Ticket(streamId, std::move(content));
+  }
+  // It may have been removed since the first look.
+  if (Exists(path)) {
+    ORVO_LOG("The ticket [%s] cannot be read", path.c_str());
+  }
+  return std::nullopt;
 }
 
-std::optional<Ticket> Ticket::Take(const std::string& streamId) {
-  const std::string path = PathOf(streamId);
-  if (!IsStreamId(streamId) || !Exists(path)) {
-    return std::nullopt;
-  }
-  auto lock = std::make_unique<LibMirevo::Lock>(path, true);
-  Json::Value content;
-  if (!lock->IsLockSucess()) {
-    return std::nullopt;
-  }
-  if (!LibMirevo::ReadJsonFromFileWithoutLock(path, content) || !content.isObject() ||
-      !content["record"].isObject() || TextIn(content, "kind").empty()) {
-    // Removed while this waited for the lock, or damaged: no ticket either way.
-    unlink(path.c_str());
-    return std::nullopt;
-  }
-  return Ticket(streamId, std::move(lock), std::move(content));
+std::optional<Ticket> Ticket::Of(const Request& request) {
+  const std::string streamId = request.StreamId();
+  const Caller& caller = request.MadeBy();
+  return !caller.linkedStream.empty() && caller.linkedStream == streamId
+             ? Ticket(streamId, caller.linkedTicket)
+             : Read(streamId);
 }
 
 std::vector<std::string> Ticket::All() {
   std::vector<std::string> ids;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(TicketFolder(), failure)) {
-    ids.push_back(entry.path().filename().string());
+    // The lock lies beside the tickets, and for a moment what is about to become one.
+    const std::string name = entry.path().filename().string();
+    if (IsStreamId(name)) {
+      ids.push_back(name);
+    }
   }
   return ids;
 }
@@ -141,6 +145,20 @@ std::string Ticket::Parameter(const std::string& name) const {
 const Json::Value& Ticket::Record() const {
   return content_["record"];
 }
+std::string Ticket::Path() const {
+  return TextIn(Record(), "path");
+}
+unsigned Ticket::Duration() const {
+  const Json::Value& duration = Record()["duration"];
+  return duration.isUInt() ? duration.asUInt() : 0;
+}
+std::string Ticket::ProfileKey() const {
+  return TextIn(Record(), "profile_key");
+}
+std::string Ticket::ProfileValue() const {
+  return TextIn(Record(), "profile_value");
+}
+
 int Ticket::StartSeconds() const {
   return NumberIn(content_, "start", 0);
 }
@@ -152,35 +170,71 @@ pid_t Ticket::OwnerPid() const {
 }
 
 time_t Ticket::LastUse() const {
-  return std::max(ModifiedAt(PathOf(streamId_)), ModifiedAt(Folder() + "/access_status"));
+  return std::max(ModifiedAt(PathOf(streamId_)), Directory().LastAccess());
 }
 
 void Ticket::MarkUse() const {
   if (HasDirectory()) {
-    orvo::TouchFile(Folder() + "/access_status");
+    Directory().MarkAccess();
   }
 }
 
-bool Ticket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
-  content_["owner"] = owner;
-  content_["owner_pid"] = pid;
-  content_["start"] = startSeconds;
-  return LibMirevo::WriteJsonToFileWithoutLock(PathOf(streamId_), content_);
+StreamDirectory Ticket::Directory() const {
+  return StreamDirectory(Kind(), streamId_);
 }
 
 std::string Ticket::Folder() const {
-  return StreamFolder(Kind(), streamId_);
+  return Directory().Path();
 }
 
 std::string Ticket::RecordPath() const {
-  return RecordPathOf(Kind(), streamId_);
+  return Directory().RecordPath();
 }
 
 bool Ticket::HasDirectory() const {
   return Exists(RecordPath());
 }
 
-void Ticket::Remove() {
+HeldTicket::HeldTicket(std::string streamId, Json::Value content, orvo::FileLock lock)
+    : Ticket(std::move(streamId), std::move(content)), lock_(std::move(lock)) {}
+
+std::optional<HeldTicket> HeldTicket::Create(const std::string& streamId, const std::string& kind,
+                                             const Json::Value& parameters) {
+  Json::Value content(Json::objectValue);
+  content["kind"] = kind;
+  content["parameters"] = parameters;
+  if (!LibMirevo::ReadJsonFromFileWithoutLock(StreamDirectory(kind, streamId).RecordPath(),
+                                              content["record"]) ||
+      !IsContent(content) || !orvo::MakePrivateFolder(TicketFolder())) {
+    return std::nullopt;
+  }
+  HeldTicket ticket(streamId, std::move(content), Hold(streamId));
+  return ticket.lock_.IsHeld() && ticket.Save() ? std::optional(std::move(ticket)) : std::nullopt;
+}
+
+std::optional<HeldTicket> HeldTicket::Take(const std::string& streamId) {
+  // A lock makes its file, and there is nothing to lock without a ticket.
+  if (!IsStreamId(streamId) || !Exists(PathOf(streamId))) {
+    return std::nullopt;
+  }
+  auto lock = Hold(streamId);
+  auto ticket = lock.IsHeld() ? Read(streamId) : std::nullopt;
+  return ticket ? std::optional(HeldTicket(streamId, ticket->Content(), std::move(lock)))
+                : std::nullopt;
+}
+
+bool HeldTicket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
+  content_["owner"] = owner;
+  content_["owner_pid"] = pid;
+  content_["start"] = startSeconds;
+  return Save();
+}
+
+bool HeldTicket::Save() const {
+  return orvo::ReplaceFile(PathOf(streamId_), LibMirevo::FormatJson(content_), kMode);
+}
+
+void HeldTicket::Remove() const {
   unlink(PathOf(streamId_).c_str());
 }
 

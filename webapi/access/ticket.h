@@ -2,22 +2,26 @@
 //
 // The directory of a progressive stream goes with the request that plays it. Its address must work
 // again all the same: after a seek, after a pause that broke the connection, in a second player.
-// The ticket
-// "/tmp/Mirevo/tickets/<stream id>" keeps the record to make the directory anew without probing the
-// film again, and says which request owns the stream now. All changes are made under its lock.
+// The ticket "/tmp/Mirevo/tickets/<stream id>" keeps the record to make the directory anew without
+// probing the film again, and says which request owns the stream now.
+//
+// A ticket is written aside and renamed, so that it is read without a lock. Whoever changes one
+// holds it meanwhile.
 #pragma once
 
 #include <json/value.h>
 #include <sys/types.h>
 
-#include <memory>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "policy/lock.h"
+#include "state/stream_directory.h"
+#include "util/file_lock.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/caller.h"
+#include "webapi/http/request.h"
 
 namespace webapi {
 
@@ -27,25 +31,33 @@ bool IsStreamId(const std::string& text);
 // What a request for a stream without a ticket is told.
 inline constexpr char kStreamClosed[] = "This stream has been closed. Open the film again.";
 
+// A ticket as it was when it was read.
 class Ticket {
  public:
-  // Makes the ticket of a stream that was just opened, from its directory's record.
-  // `parameters`: what later requests need of the opening, as texts.
-  static bool Create(const std::string& streamId, const std::string& kind,
-                     const Json::Value& parameters);
+  // Nothing when there is no such ticket. One that cannot be read is logged, left, and counts as
+  // none; so does one in a folder of another user.
+  static std::optional<Ticket> Read(const std::string& streamId);
 
-  // Holds the ticket's lock until the object's end. Nothing when there is no such ticket.
-  static std::optional<Ticket> Take(const std::string& streamId);
+  // The ticket of the stream that the request names: the one that its link was compared with, or
+  // read now.
+  static std::optional<Ticket> Of(const Request& request);
 
   // The ids of all tickets.
   static std::vector<std::string> All();
 
   const std::string& StreamId() const { return streamId_; }
+  const Json::Value& Content() const { return content_; }
   std::string Kind() const;
   std::string Parameter(const std::string& name) const;  // "" when there is none
-  const Json::Value& Record() const;                     // the stream's metadata record
   int StartSeconds() const;                              // where the newest request started
   time_t LastUse() const;                                // when a request last used the stream
+
+  // The stream's metadata record, and what requests ask of it. "" and 0 for what it lacks.
+  const Json::Value& Record() const;
+  std::string Path() const;
+  unsigned Duration() const;  // seconds
+  std::string ProfileKey() const;
+  std::string ProfileValue() const;
 
   // Tells the stream's monitor, if it has one, that somebody is still watching.
   void MarkUse() const;
@@ -53,21 +65,43 @@ class Ticket {
   // The newest request that plays the stream. "" and -1 when none does.
   std::string Owner() const;
   pid_t OwnerPid() const;
-  bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
 
-  std::string Folder() const;      // the stream's directory
+  LibOrvoQMX::StreamDirectory Directory() const;
+  std::string Folder() const;      // its path
   std::string RecordPath() const;  // the record in it
   // Is it there, with its record?
   bool HasDirectory() const;
 
-  void Remove();
-
- private:
-  Ticket(std::string streamId, std::unique_ptr<LibMirevo::Lock> lock, Json::Value content);
+ protected:
+  Ticket(std::string streamId, Json::Value content);
 
   std::string streamId_;
-  std::unique_ptr<LibMirevo::Lock> lock_;
   Json::Value content_;
+};
+
+// A ticket that only this process changes for as long as the object lives.
+class HeldTicket : public Ticket {
+ public:
+  // Makes the ticket of a stream that was just opened, from its directory's record; an older one is
+  // replaced. `parameters`: what later requests need of the opening, as texts. Nothing when it
+  // cannot be kept.
+  static std::optional<HeldTicket> Create(const std::string& streamId, const std::string& kind,
+                                          const Json::Value& parameters);
+
+  // Waits until nobody else holds the ticket. Nothing when there is none then.
+  static std::optional<HeldTicket> Take(const std::string& streamId);
+
+  // False when it cannot be kept.
+  bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
+
+  void Remove() const;
+
+ private:
+  HeldTicket(std::string streamId, Json::Value content, orvo::FileLock lock);
+
+  bool Save() const;
+
+  orvo::FileLock lock_;
 };
 
 // What a player's addresses carry as "_sid" to open this stream; "" where no login is needed.

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <string_view>
 
 #include "metadata/qmxmetadata.h"
 #include "stream/http_live_stream.h"
@@ -15,6 +15,7 @@
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
@@ -72,12 +73,12 @@ std::string ValueOf(const Command& command, const std::string& option,
 }
 
 // The digits that a text begins with; 0 without any.
-unsigned Number(const std::string& text) {
-  return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
+unsigned Number(std::string_view text) {
+  return static_cast<unsigned>(TakeNumber(text).value_or(0));
 }
 
 // "1200k" and "1200000" in bit/s; 0 for no number.
-unsigned BitRate(const std::string& text) {
+unsigned BitRate(std::string_view text) {
   const unsigned rate = Number(text);
   return !text.empty() && text.back() == 'k' ? rate * 1000 : rate;
 }
@@ -93,9 +94,9 @@ void DescribePicture(const Command& command, const VideoMetaData& film, Json::Va
       video != 0 ? video + BitRate(ValueOf(command, "-ab", "--ab")) : film.GetBitrate();
 }
 
-Json::Value Explain(const Format& format, const Profile& profile, const VideoMetaData& film,
+Json::Value Explain(const Format& format, const JudgedProfile& judged, const VideoMetaData& film,
                     const std::string& device) {
-  const Verdict verdict = Judge(profile, film);
+  const auto& [profile, verdict] = judged;
   Json::Value entry(Json::objectValue);
   entry["key"] = profile.key;
   entry["format"] = format.name;
@@ -117,10 +118,11 @@ Json::Value Explain(const Format& format, const Profile& profile, const VideoMet
 
 void ExplainFormat(const Format& format, const VideoMetaData& film, const std::string& device,
                    Json::Value& list) {
-  const auto chosen = ChooseProfile(format.name, film);
-  for (const Profile& profile : ProfilesOf(format.name)) {
+  const std::vector<JudgedProfile> profiles = JudgeProfiles(format.name, film);
+  const JudgedProfile* const chosen = ChooseProfile(format.name, profiles, film);
+  for (const JudgedProfile& profile : profiles) {
     Json::Value entry = Explain(format, profile, film, device);
-    entry["default"] = chosen && chosen->key == profile.key;
+    entry["default"] = &profile == chosen;
     list.append(std::move(entry));
   }
 }

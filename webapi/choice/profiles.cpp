@@ -10,6 +10,7 @@
 #include "policy/profile_traits.h"
 #include "util/json_utils.h"
 #include "util/qmxutils.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
@@ -57,7 +58,7 @@ unsigned HeightOf(const Profile& profile) {
   const std::string size = OptionValue(profile, "-s");
   ArgumentHelper::MapVideoSize(size, width, height);
   // Some profiles ask for a height alone.
-  return height != 0 ? height : static_cast<unsigned>(std::strtoul(size.c_str(), nullptr, 10));
+  return height != 0 ? height : static_cast<unsigned>(ParseNumber(size).value_or(0));
 }
 
 std::string CodecOf(const VideoMetaData& film) {
@@ -144,23 +145,33 @@ Verdict Judge(const Profile& profile, const VideoMetaData& film) {
   return ProfileTraits::Of(profile.value).remux ? JudgeRemux(film) : JudgeTranscode(profile, film);
 }
 
-std::optional<Profile> ChooseProfile(const std::string& format, const VideoMetaData& film) {
-  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
-  std::optional<Profile> best;
+std::vector<JudgedProfile> JudgeProfiles(const std::string& format, const VideoMetaData& film) {
+  std::vector<JudgedProfile> judged;
   for (const Profile& profile : ProfilesOf(format)) {
-    const Verdict verdict = Judge(profile, film);
+    judged.push_back({profile, Judge(profile, film)});
+  }
+  return judged;
+}
+
+const JudgedProfile* ChooseProfile(const std::string& format,
+                                   const std::vector<JudgedProfile>& profiles,
+                                   const VideoMetaData& film) {
+  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
+  const JudgedProfile* best = nullptr;
+  for (const JudgedProfile& candidate : profiles) {
+    const auto& [profile, verdict] = candidate;
     if (!IsForBrowsers(format, profile) || verdict.method == "refused") {
       continue;
     }
     if (verdict.method == "remux") {
-      return profile;
+      return &candidate;
     }
     const unsigned height = HeightOf(profile);
-    const unsigned bestHeight = best ? HeightOf(*best) : 0;
+    const unsigned bestHeight = best != nullptr ? HeightOf(best->profile) : 0;
     // Up to the limit larger is better; above it smaller is.
-    if (!best || (height <= limit ? bestHeight > limit || height > bestHeight
-                                  : bestHeight > limit && height < bestHeight)) {
-      best = profile;
+    if (best == nullptr || (height <= limit ? bestHeight > limit || height > bestHeight
+                                            : bestHeight > limit && height < bestHeight)) {
+      best = &candidate;
     }
   }
   return best;

@@ -3,7 +3,6 @@
 
 #include <json/value.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,10 +29,21 @@ struct Verdict {
 };
 Verdict Judge(const Profile& profile, const LibOrvoQMX::VideoMetaData& film);
 
-// The profile for a viewer who named none: what browsers play, the video copied where it can be,
-// else the largest picture up to the film's own and 720 lines. Nothing when no profile fits.
-std::optional<Profile> ChooseProfile(const std::string& format,
-                                     const LibOrvoQMX::VideoMetaData& film);
+// A profile and what it would do to a film.
+struct JudgedProfile {
+  Profile profile;
+  Verdict verdict;
+};
+
+// All profiles of one format, each judged for a film.
+std::vector<JudgedProfile> JudgeProfiles(const std::string& format,
+                                         const LibOrvoQMX::VideoMetaData& film);
+
+// The one of them for a viewer who named none: what browsers play, the video copied where it can
+// be, else the largest picture up to the film's own and 720 lines. Null when no profile fits.
+const JudgedProfile* ChooseProfile(const std::string& format,
+                                   const std::vector<JudgedProfile>& profiles,
+                                   const LibOrvoQMX::VideoMetaData& film);
 
 // The media type of what a profile produces.
 std::string ContentTypeOf(const Profile& profile);

@@ -1,25 +1,19 @@
 #include "webapi/http/byte_range.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
+
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
+
+using LibOrvoQMX::ParseNumber;
 
 constexpr std::string_view kUnit = "bytes=";
 
 bool IsBlank(char c) {
   return c == ' ' || c == '\t';
-}
-
-// A whole number without a sign.
-std::optional<int64_t> Number(std::string_view text) {
-  int64_t number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isNumber = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() &&
-                        text.find('-') == std::string_view::npos;
-  return isNumber ? std::optional(number) : std::nullopt;
 }
 
 std::string_view Trim(std::string_view text) {
@@ -33,7 +27,7 @@ std::string_view Trim(std::string_view text) {
 }
 
 std::optional<ByteRange> Suffix(std::string_view text, int64_t size) {
-  const auto length = Number(text);
+  const auto length = ParseNumber(text);
   return length ? std::optional(ByteRange{size - std::min(*length, size), size - 1}) : std::nullopt;
 }
 
@@ -53,8 +47,8 @@ std::optional<ByteRange> ParseByteRange(const std::string& header, int64_t size,
   if (dash == 0) {
     found = Suffix(range.substr(1), size);
   } else {
-    const auto first = Number(range.substr(0, dash));
-    const auto last = dash + 1 == range.size() ? size - 1 : Number(range.substr(dash + 1));
+    const auto first = ParseNumber(range.substr(0, dash));
+    const auto last = dash + 1 == range.size() ? size - 1 : ParseNumber(range.substr(dash + 1));
     if (first && last && (*first <= *last || *last == size - 1)) {
       found = ByteRange{*first, std::min(*last, size - 1)};
     }

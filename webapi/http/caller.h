@@ -1,6 +1,8 @@
 // Who makes a request, as plain data. access/identity.h finds it out and judges it.
 #pragma once
 
+#include <json/value.h>
+
 #include <string>
 #include <vector>
 
@@ -13,6 +15,7 @@ struct Caller {
   bool isOwner = false;
   std::vector<std::string> roots;  // the account's media roots; empty for all
   std::string linkedStream;        // the only stream that a link opens; "" for a session
+  Json::Value linkedTicket;        // the content of its ticket, which the link was compared with
 };
 
 }  // namespace webapi

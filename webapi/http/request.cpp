@@ -11,9 +11,12 @@
 #include <sstream>
 
 #include "util/json_utils.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
+
+using LibOrvoQMX::ParseNumber;
 
 // What is left of "&amp;" behind its "&". Some players take an address out of an XML attribute as
 // it stands there.
@@ -35,15 +38,6 @@ std::string Unquote(const std::string& text) {
   std::istringstream stream(text);
   const bool isJson = Json::parseFromStream(strict, stream, &value, nullptr) && value.isString();
   return isJson ? value.asString() : text.substr(1, text.size() - 2);
-}
-
-std::optional<int64_t> ParseNumber(std::string_view text) {
-  int64_t number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < 0) {
-    return std::nullopt;
-  }
-  return number;
 }
 
 bool ReadBody(size_t length, std::string& body) {
@@ -133,12 +127,8 @@ std::optional<int64_t> Request::Number(const std::string& name, int64_t max) con
 }
 
 std::optional<double> Request::Seconds(const std::string& name, double max) const {
-  const std::string text = Text(name);
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
-  const bool isTime = parsed.ec == std::errc() && parsed.ptr == end && seconds >= 0;
-  return isTime && seconds <= max ? std::optional(seconds) : std::nullopt;
+  const auto seconds = ParseDecimal(Text(name));
+  return seconds && *seconds <= max ? seconds : std::nullopt;
 }
 
 std::string Request::StreamId() const {
@@ -217,9 +207,7 @@ std::string EncodeQueryValue(const std::string& text) {
 }
 
 bool IsUtf8(const std::string& text) {
-  Json::Value copy;
-  return LibMirevo::ParseJson(LibMirevo::FormatJson(Json::Value(text)), copy) &&
-         copy.asString() == text;
+  return LibMirevo::IsJsonText(text);
 }
 
 }  // namespace webapi

@@ -7,14 +7,16 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "policy/lock.h"
+#include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/private_folder.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
 
-constexpr char kFolder[] = "/var/packages/Mirevo/etc/history/";
+constexpr char kFolder[] = "/var/packages/Mirevo/etc/history";
+constexpr mode_t kMode = 0600;  // what somebody watches is nobody else's business
 constexpr Json::ArrayIndex kMost = 500;
 constexpr double kLongest = 1000 * 3600;
 
@@ -38,7 +40,7 @@ bool IsEntry(const Json::Value& entry) {
 class History {
  public:
   explicit History(const Request& request)
-      : path_(orvo::SystemPath(kFolder + FileNameOf(request.MadeBy().account))) {}
+      : path_(orvo::SystemPath(kFolder) + "/" + FileNameOf(request.MadeBy().account)) {}
 
   // What anyone may have damaged counts as absent.
   Json::Value Load() const {
@@ -56,8 +58,11 @@ class History {
 
   // Writes what `change` makes of the entries. False when that cannot be kept.
   bool Change(const std::function<Json::Value(const Json::Value& entries)>& change) const {
-    const LibMirevo::Lock lock(path_ + ".lock", true);
-    return lock.IsLockSucess() && orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(Load())));
+    if (!orvo::MakePrivateFolder(orvo::SystemPath(kFolder))) {
+      return false;
+    }
+    const auto lock = orvo::FileLock::Wait(path_ + ".lock");
+    return lock.IsHeld() && orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(Load())), kMode);
   }
 
  private:

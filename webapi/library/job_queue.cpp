@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include "platform/plat.h"
+#include "util/file_lock.h"
 #include "webapi/library/film_cache.h"
 
 namespace webapi {
@@ -20,19 +21,10 @@ constexpr int kPlaces = 2;
 constexpr int kLine = 32;
 constexpr int kPatienceMilliseconds = 15000;
 
-bool LockByte(int file, int number) {
-  struct flock wish {};
-  wish.l_type = F_WRLCK;
-  wish.l_whence = SEEK_SET;
-  wish.l_start = number;
-  wish.l_len = 1;
-  return fcntl(file, F_OFD_SETLK, &wish) == 0;
-}
-
 // Locks one of the bytes from `first` on; false when others hold all of them.
-bool LockOneOf(int file, int first, int count) {
+bool LockOneOf(const orvo::UniqueFd& file, int first, int count) {
   for (int number = first; number < first + count; ++number) {
-    if (LockByte(file, number)) {
+    if (orvo::LockByte(file, number, false)) {
       return true;
     }
   }
@@ -56,20 +48,20 @@ bool WaitUntil(int changes, Clock::time_point deadline) {
 std::optional<JobPlace> JobPlace::Take(const std::string& file, int places, int line,
                                        int milliseconds) {
   const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-  orvo::UniqueFd queue(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
+  orvo::UniqueFd queue = orvo::OpenLockFile(file);
   if (!queue.IsOpen()) {
     return std::nullopt;
   }
-  if (LockOneOf(queue.Get(), 0, places)) {
+  if (LockOneOf(queue, 0, places)) {
     return JobPlace(std::move(queue));
   }
   // Whoever leaves closes the file. Watched before the next look, so that none is missed.
   const orvo::UniqueFd changes(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   if (inotify_add_watch(changes.Get(), file.c_str(), IN_CLOSE_WRITE) < 0 ||
-      !LockOneOf(queue.Get(), places, line)) {
+      !LockOneOf(queue, places, line)) {
     return std::nullopt;
   }
-  while (!LockOneOf(queue.Get(), 0, places)) {
+  while (!LockOneOf(queue, 0, places)) {
     if (!WaitUntil(changes.Get(), deadline)) {
       return std::nullopt;
     }

@@ -25,6 +25,24 @@ bool IsBelow(const std::string& path, const std::string& root) {
          (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
 }
 
+// Where a path leads, without links; "", with the reason as an errno in `failure`, when nowhere.
+std::string Resolve(const std::string& path, int& failure) {
+  char resolved[PATH_MAX];
+  const bool isResolved = realpath(path.c_str(), resolved) != nullptr;
+  failure = isResolved ? 0 : errno;
+  return isResolved ? resolved : "";
+}
+
+// The nearest folder above `path` that exists, without links.
+std::string NearestFolder(fs::path path) {
+  std::string found;
+  while (found.empty() && path.has_relative_path()) {
+    path = path.parent_path();
+    found = RealPath(path.string());
+  }
+  return found;
+}
+
 // What an account may see; nothing where that is all.
 std::optional<std::vector<std::string>> limits;
 
@@ -88,8 +106,8 @@ class Listing {
 }  // namespace
 
 std::string RealPath(const std::string& path) {
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
+  int ignored = 0;
+  return Resolve(path, ignored);
 }
 
 Json::Value DescribeEntry(const std::string& path, const struct stat& status) {
@@ -112,7 +130,8 @@ bool LiesIn(const std::vector<std::string>& roots, const std::string& path) {
 std::vector<std::string> MediaRoots() {
   std::vector<std::string> roots;
   Json::Value configured;
-  LibMirevo::ReadJsonFromFile(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"), configured);
+  LibMirevo::ReadJsonFromFileWithoutLock(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"),
+                                         configured);
   if (!configured.isArray()) {
     return roots;
   }
@@ -145,11 +164,11 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
     refusal = Answer::Failure(kBadRequest, "The path must be an absolute one.");
     return std::nullopt;
   }
-  const std::string resolved = RealPath(path);
+  int failure = 0;
+  const std::string resolved = Resolve(path, failure);
   if (resolved.empty()) {
     // Whether something exists outside the roots is nobody's business.
-    const std::string folder = RealPath(fs::path(path).lexically_normal().parent_path());
-    refusal = MaySee(folder.empty() ? path : folder) && errno != EACCES
+    refusal = failure != EACCES && MaySee(NearestFolder(path))
                   ? Answer::Failure(kNotFound, "There is no such file or folder.")
                   : Answer::Failure(kForbidden);
     return std::nullopt;

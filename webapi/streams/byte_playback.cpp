@@ -6,7 +6,6 @@
 
 #include "platform/io.h"
 #include "util/random_string.h"
-#include "webapi/access/ticket.h"
 #include "webapi/streams/guardian.h"
 #include "webapi/streams/revival.h"
 
@@ -22,7 +21,7 @@ using Buffer = std::array<char, kChunk>;
 // What the owner of a stream does when it ends: closes it, unless a newer request plays it now.
 void CloseIfMine(const std::string& streamId, const std::string& owner,
                  void (*close)(const std::string&)) {
-  auto ticket = Ticket::Take(streamId);
+  auto ticket = HeldTicket::Take(streamId);
   if (!ticket || ticket->Owner() != owner) {
     return;
   }
@@ -39,12 +38,12 @@ bool TakeOver(const BytePlayback& playback, std::string& audioId) {
   if (!WatchOverMe([&] { CloseIfMine(streamId, owner, playback.close); })) {
     return false;
   }
-  auto ticket = Ticket::Take(streamId);
+  auto ticket = HeldTicket::Take(streamId);
   if (!ticket || !ReviveDirectory(*ticket)) {
     return false;
   }
   playback.stop(streamId);
-  orvo::TouchFile(ticket->Folder() + "/access_status");
+  ticket->Directory().MarkAccess();
   audioId = ticket->Parameter("audio_id");
   return ticket->SetOwner(owner, getpid(), playback.second);
 }
@@ -102,6 +101,10 @@ std::optional<int> StartSecond(const Request& request, unsigned duration, Answer
     return std::nullopt;
   }
   return static_cast<int>(*start);
+}
+
+Profile ProfileOf(const Ticket& ticket) {
+  return {ticket.ProfileKey(), ticket.ProfileValue()};
 }
 
 std::string ByteHeaders(const std::string& status, const std::string& contentType) {

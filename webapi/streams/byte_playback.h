@@ -5,6 +5,8 @@
 #include <string>
 
 #include "stream/direct_stream.h"
+#include "webapi/access/ticket.h"
+#include "webapi/choice/profiles.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/request.h"
 
@@ -29,6 +31,9 @@ Answer PlayBytes(const BytePlayback& playback);
 // The second of the film that "start" names; 0 without it. Nothing, and a refusal, for what is no
 // second of the film.
 std::optional<int> StartSecond(const Request& request, unsigned duration, Answer& refusal);
+
+// The profile that the stream was opened with.
+Profile ProfileOf(const Ticket& ticket);
 
 // The head of such an answer, up to and without its end. `status`: with its word.
 std::string ByteHeaders(const std::string& status, const std::string& contentType);

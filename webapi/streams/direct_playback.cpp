@@ -1,33 +1,28 @@
 #include "webapi/streams/direct_playback.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
-#include "platform/io.h"
 #include "platform/plat.h"
+#include "state/stream_directory.h"
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
-#include "util/qmxutils.h"
 #include "webapi/http/send_file.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
 
-std::string FolderOf(const std::string& streamId) {
-  return KindFolder(kDirectKind) + "/" + streamId;
-}
+using LibOrvoQMX::StreamDirectory;
 
-std::string FirstBytePath(const std::string& streamId) {
-  return FolderOf(streamId) + "/requested";
+StreamDirectory DirectoryOf(const std::string& streamId) {
+  return StreamDirectory(kDirectKind, streamId);
 }
 
 // What is said of where a viewer is. It only informs: a full disk is no failure.
-void MarkAccess(const Request& request, const std::string& streamId) {
-  orvo::TouchFile(FolderOf(streamId) + "/access_status");
+void RememberPosition(const Request& request, const std::string& streamId) {
   if (request.Method() != "HEAD") {
-    orvo::ReplaceFile(FirstBytePath(streamId), std::to_string(request.RangeStart().value_or(0)));
+    DirectoryOf(streamId).AskForByte(request.RangeStart().value_or(0));
   }
 }
 
@@ -41,57 +36,46 @@ std::string InitDirect(const LibOrvoQMX::VideoMetaData& film, const std::string&
   record["profile_key"] = kDirectProfile;
   record["profile_value"] = "";
   const bool isMade = !id.empty() &&
-                      libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(FolderOf(id), 0777) &&
-                      LibMirevo::WriteJsonToFile(FolderOf(id) + "/video_metadata", record);
+                      libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(DirectoryOf(id).Path(), 0777) &&
+                      LibMirevo::WriteJsonToFile(DirectoryOf(id).RecordPath(), record);
   return isMade ? id : "";
 }
 
 Answer PrepareDirect(const Ticket& ticket, Json::Value& data) {
-  orvo::TouchFile(ticket.Folder() + "/access_status");
+  ticket.Directory().MarkAccess();
   std::error_code failure;
   data["content_type"] = ticket.Parameter("content_type");
-  data["size"] = static_cast<Json::UInt64>(
-      std::filesystem::file_size(ticket.Record()["path"].asString(), failure));
+  data["size"] = static_cast<Json::UInt64>(std::filesystem::file_size(ticket.Path(), failure));
   return failure ? Answer::Failure(kNotFound) : Answer::Sent();
 }
 
-Answer PlayDirect(const Request& request, const std::string& streamId) {
-  std::string path;
-  std::string contentType;
-  {
-    const auto ticket = Ticket::Take(streamId);
-    if (!ticket || !ticket->Record()["path"].isString()) {
-      return Answer::Failure(kNotFound, kStreamClosed);
-    }
-    path = ticket->Record()["path"].asString();
-    contentType = ticket->Parameter("content_type");
-  }
+Answer PlayDirect(const Request& request, const Ticket& ticket) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(path, refusal);
+  const auto film = ResolveFilm(ticket.Path(), refusal);
   if (!film) {
     return refusal;
   }
-  MarkAccess(request, streamId);
-  return SendFile(request, *film, contentType) ? Answer::Sent() : Answer::Failure(kNotFound);
+  RememberPosition(request, ticket.StreamId());
+  return SendFile(request, *film, ticket.Parameter("content_type")) ? Answer::Sent()
+                                                                    : Answer::Failure(kNotFound);
 }
 
 void CloseDirect(const std::string& streamId) {
   std::error_code ignored;
   if (IsStreamId(streamId)) {
-    std::filesystem::remove_all(FolderOf(streamId), ignored);
+    std::filesystem::remove_all(DirectoryOf(streamId).Path(), ignored);
   }
 }
 
 double DirectPosition(const Ticket& ticket) {
-  const std::string first = LibOrvoQMX::ReadFile(FirstBytePath(ticket.StreamId()));
+  const int64_t first = ticket.Directory().LastAskedFor();
   std::error_code failure;
-  const auto size = std::filesystem::file_size(ticket.Record()["path"].asString(), failure);
-  const Json::Value& duration = ticket.Record()["duration"];
-  if (failure || size == 0 || !duration.isUInt()) {
+  const auto size = std::filesystem::file_size(ticket.Path(), failure);
+  if (failure || size == 0) {
     return 0;
   }
-  const double part = std::strtod(first.c_str(), nullptr) / static_cast<double>(size);
-  return std::clamp(part, 0.0, 1.0) * duration.asUInt();
+  const double part = static_cast<double>(first) / static_cast<double>(size);
+  return std::clamp(part, 0.0, 1.0) * ticket.Duration();
 }
 
 }  // namespace webapi

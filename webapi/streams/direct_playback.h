@@ -23,7 +23,7 @@ std::string InitDirect(const LibOrvoQMX::VideoMetaData& film, const std::string&
 Answer PrepareDirect(const Ticket& ticket, Json::Value& data);
 
 // Sends the file, or the bytes of it that the request asks for.
-Answer PlayDirect(const Request& request, const std::string& streamId);
+Answer PlayDirect(const Request& request, const Ticket& ticket);
 
 void CloseDirect(const std::string& streamId);
 

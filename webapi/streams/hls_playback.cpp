@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "stream/fetched_piece.h"
 #include "stream/http_live_stream.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
@@ -9,10 +10,9 @@
 namespace webapi {
 namespace {
 
+using LibOrvoQMX::FetchedPiece;
 using LibOrvoQMX::HttpLiveStream;
-using LibOrvoQMX::QMXMetaData;
 
-constexpr char kKind[] = "HLS";
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
@@ -48,32 +48,29 @@ Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
   return Answer::Sent();
 }
 
-Answer SendSegment(const Request& request, HttpLiveStream& stream) {
-  QMXMetaData record(stream.GetStreamID(), kKind);
-  record.LoadMetaData();
+Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream& stream) {
   const auto number = request.Number("fragment_id", kMaxFragment);
   if (!number) {
     return Answer::Failure(kBadRequest, "The fragment_id must be the number of a segment.");
   }
   const int start = stream.CalculateSeekTime(static_cast<int>(*number));
-  if (start < 0 || start >= static_cast<int64_t>(record.GetDuration()) * 1000) {
+  if (start < 0 || start >= static_cast<int64_t>(ticket.Duration()) * 1000) {
     return Answer::Failure(kNotFound, "The film ends before this segment.");
   }
-  const std::string fragment = std::to_string(*number);
   if (request.Method() == "HEAD") {
     SendFileHeaders(kSegmentType);
     return Answer::Sent();
   }
-  AskFor(*number, stream);
-  if (!stream.Transcoding(fragment)) {
+  ticket.Directory().AskFor(*number);
+  const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
+  if (piece.state == FetchedPiece::State::kNotStarted) {
     return Answer::Failure(kInternal, "The transcoder could not be started.");
   }
-  const std::string path = stream.ReadFragment(fragment);
-  if (path.empty()) {
-    return Answer::Failure(LacksTranscoder(record.GetProfileValue()) ? "TransEnable" : "NotReady");
+  if (piece.state != FetchedPiece::State::kComplete) {
+    return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
   }
-  return SendFile(request, path, kSegmentType, kKeepSegment) ? Answer::Sent()
-                                                             : Answer::Failure("NotReady");
+  return SendFile(request, piece.path, kSegmentType, kKeepSegment) ? Answer::Sent()
+                                                                   : Answer::Failure("NotReady");
 }
 
 }  // namespace
@@ -82,7 +79,7 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   HttpLiveStream stream(ticket.StreamId());
   if (stream.Init(PieceRequest(ticket, kSegmentAddress, "hls"), SubtitleOptions(ticket),
                   ticket.Parameter("audio_id"), ticket.Parameter("audio_format"))) {
-    MarkAccess(stream);
+    ticket.Directory().MarkAccess();
     data["content_type"] = kPlaylistType;
     return Answer::Sent();
   }
@@ -90,10 +87,10 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   return Answer::Failure(stream.GetErrorString());
 }
 
-Answer PlayHls(const Request& request, const std::string& streamId) {
-  HttpLiveStream stream(streamId);
-  MarkAccess(stream);
-  return request.Has("fragment_id") ? SendSegment(request, stream) : SendPlaylist(request, stream);
+Answer PlayHls(const Request& request, const Ticket& ticket) {
+  HttpLiveStream stream(ticket.StreamId());
+  return request.Has("fragment_id") ? SendSegment(request, ticket, stream)
+                                    : SendPlaylist(request, stream);
 }
 
 void CloseHls(const std::string& streamId) {

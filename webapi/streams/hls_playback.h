@@ -13,7 +13,7 @@ namespace webapi {
 Answer PrepareHls(const Ticket& ticket, Json::Value& data);
 
 // Sends a playlist, or the segment "fragment_id" when it is complete.
-Answer PlayHls(const Request& request, const std::string& streamId);
+Answer PlayHls(const Request& request, const Ticket& ticket);
 
 void CloseHls(const std::string& streamId);
 

@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdlib>
 #include <optional>
 
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "platform/process.h"
 #include "policy/trans_loading.h"
+#include "state/stream_directory.h"
 #include "stream/http_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
@@ -22,19 +22,19 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::HttpStream;
-using LibOrvoQMX::QMXMetaData;
+using LibOrvoQMX::StreamDirectory;
 
 constexpr char kKind[] = "HTTP";
 constexpr int kPatienceMilliseconds = 1000;
 
 // Ends the transcoder of the request before; the stream's directory stays.
 void StopTranscoder(const std::string& streamId) {
-  const std::string file = HttpStream(streamId).GetQMXFileFullPath("monitor.pid");
-  const int pid = static_cast<int>(std::strtol(LibOrvoQMX::ReadFile(file).c_str(), nullptr, 10));
+  const StreamDirectory directory(kKind, streamId);
+  const pid_t pid = directory.Monitor().value_or(-1);
   if (pid > 0) {
     LibOrvoQMX::KillProcess(pid);
     LibMirevo::TransLoading().RemoveTransPIDLock(pid);
-    unlink(file.c_str());
+    directory.MonitorPid().Remove();
   }
 }
 
@@ -96,25 +96,20 @@ std::optional<Part> FindPart(const Request& request, HttpStream& stream, unsigne
 }  // namespace
 
 Answer PrepareHttp(const Ticket& ticket, Json::Value& data) {
-  const Json::Value& record = ticket.Record();
-  const Profile profile{record["profile_key"].asString(), record["profile_value"].asString()};
   HttpStream stream(ticket.StreamId());
-  data["content_type"] = ContentTypeOf(profile);
+  data["content_type"] = ContentTypeOf(ProfileOf(ticket));
   data["size"] = static_cast<Json::Int64>(stream.QMX_HTTP_PredictTransFileSize());
   return Answer::Sent();
 }
 
-Answer PlayHttp(const Request& request, const std::string& streamId) {
-  QMXMetaData record(streamId, kKind);
-  record.LoadMetaData();
-  HttpStream stream(streamId);
+Answer PlayHttp(const Request& request, const Ticket& ticket) {
+  HttpStream stream(ticket.StreamId());
   Answer refusal = Answer::Failure(kInternal);
-  const auto part = FindPart(request, stream, record.GetDuration(), refusal);
+  const auto part = FindPart(request, stream, ticket.Duration(), refusal);
   if (!part) {
     return refusal;
   }
-  const Profile profile{record.GetProfileKey(), record.GetProfileValue()};
-  const std::string headers = HeadersOf(ContentTypeOf(profile), *part);
+  const std::string headers = HeadersOf(ContentTypeOf(ProfileOf(ticket)), *part);
   if (request.Method() == "HEAD") {
     orvo::WriteAll(STDOUT_FILENO, headers + "\r\n");
     return Answer::Sent();
@@ -126,7 +121,7 @@ Answer PlayHttp(const Request& request, const std::string& streamId) {
 void CloseHttp(const std::string& streamId) {
   HttpStream stream(streamId);
   const auto transcoder =
-      orvo::Process::Open(PlatReadPidFile(stream.GetQMXFileFullPath("monitor.pid")));
+      orvo::Process::Open(StreamDirectory(kKind, streamId).Monitor().value_or(-1));
   stream.Close();
   // A busy encoder finishes its picture before it looks at a signal. On a slow machine that is
   // long.

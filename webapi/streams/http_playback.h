@@ -15,7 +15,7 @@ Answer PrepareHttp(const Ticket& ticket, Json::Value& data);
 
 // Sends the film from where the request wants it; answers only where there is nothing to send. The
 // stream is closed when the request ends, however it ends; its ticket stays.
-Answer PlayHttp(const Request& request, const std::string& streamId);
+Answer PlayHttp(const Request& request, const Ticket& ticket);
 
 void CloseHttp(const std::string& streamId);
 

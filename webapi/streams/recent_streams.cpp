@@ -4,20 +4,21 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "policy/lock.h"
+#include "util/file_lock.h"
 #include "util/json_utils.h"
 
 namespace webapi {
 namespace {
 
 constexpr char kFile[] = "/tmp/Mirevo/recent";
+constexpr mode_t kMode = 0600;
 constexpr Json::ArrayIndex kMost = 50;
 
 }  // namespace
 
 void RememberStream(const Ticket& ticket, const char* event) {
   const std::string path = orvo::SystemPath(kFile);
-  const LibMirevo::Lock lock(path + ".lock", true);
+  const auto lock = orvo::FileLock::Wait(path + ".lock");
   Json::Value entry(Json::objectValue);
   entry["event"] = event;
   entry["path"] = ticket.Record()["path"];
@@ -31,7 +32,7 @@ void RememberStream(const Ticket& ticket, const char* event) {
       list.append(older);
     }
   }
-  orvo::ReplaceFile(path, LibMirevo::FormatJson(list));
+  orvo::ReplaceFile(path, LibMirevo::FormatJson(list), kMode);
 }
 
 Json::Value RecentStreams() {

@@ -13,7 +13,7 @@ namespace webapi {
 Answer PrepareSmooth(const Ticket& ticket, Json::Value& data);
 
 // Sends the manifest, or the fragment "fragment_id" when it is complete.
-Answer PlaySmooth(const Request& request, const std::string& streamId);
+Answer PlaySmooth(const Request& request, const Ticket& ticket);
 
 void CloseSmooth(const std::string& streamId);
 

@@ -4,22 +4,24 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "contract/fragments.h"
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
+#include "state/stream_directory.h"
 #include "stream/http_live_stream.h"
-#include "stream/smooth_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
+#include "webapi/http/number.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/recent_streams.h"
@@ -32,13 +34,10 @@ namespace fs = std::filesystem;
 using LibMirevo::TransLoading;
 using libmrv::util::PlatformUtils;
 using LibOrvoQMX::HttpLiveStream;
-using LibOrvoQMX::SmoothStream;
 
 // The file in memory into which a transcoder writes its progress.
 constexpr char kProgressFile[] = "/memfd:orvo-progress";
 constexpr std::streamoff kProgressTail = 1024;
-
-constexpr int64_t kFragmentSeconds = 5;  // of Smooth Streaming
 
 // A stream whose last request is younger than this is being watched, in seconds.
 constexpr time_t kIdle = 30;
@@ -75,6 +74,11 @@ std::string Newest(const std::string& progress, const std::string& key) {
   return progress.substr(value, progress.find('\n', value) - value);
 }
 
+// The number that a value begins with; 0 where it begins with none ("N/A").
+double NumberOf(std::string_view value) {
+  return TakeDecimal(value).value_or(0);
+}
+
 // Adds how fast the transcoder works (1 is the film's own speed) and where in the film it is.
 void AddProgress(pid_t pid, Json::Value& transcoder) {
   // A transcoder that cuts segments has FFmpeg as a child of its own.
@@ -90,14 +94,14 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
   file.read(buffer.data(), buffer.size());
   std::string progress(1, '\n');
   progress.append(buffer.data(), static_cast<size_t>(file.gcount()));
-  transcoder["speed"] = std::strtod(Newest(progress, "\nspeed=").c_str(), nullptr);
-  transcoder["position"] = std::strtod(Newest(progress, "\nout_time_us=").c_str(), nullptr) / 1e6;
+  transcoder["speed"] = NumberOf(Newest(progress, "\nspeed="));
+  transcoder["position"] = NumberOf(Newest(progress, "\nout_time_us=")) / 1e6;
 }
 
-// The stream's transcoder; -1 when none runs. That of a progressive stream is what "monitor.pid"
-// names, that of another kind a child of the monitor there.
+// The stream's transcoder; -1 when none runs. That of a progressive stream is its monitor, that of
+// another kind a child of it.
 pid_t TranscoderOf(const Ticket& ticket) {
-  const pid_t monitor = PlatReadPidFile(ticket.Folder() + "/monitor.pid");
+  const pid_t monitor = ticket.Directory().Monitor().value_or(-1);
   return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
 }
 
@@ -124,7 +128,7 @@ Effort EffortOf(pid_t pid) {
     return {};
   }
   const auto seconds = [&](size_t field) {
-    return std::strtod(words[field].c_str(), nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return NumberOf(words[field]) / static_cast<double>(sysconf(_SC_CLK_TCK));
   };
   return {seconds(kUser) + seconds(kSystem), static_cast<double>(now.tv_sec) - seconds(kStart)};
 }
@@ -137,6 +141,11 @@ void AddEffort(pid_t pid, Json::Value& transcoder) {
   transcoder["cpu_percent"] = cpu * 100 / std::max(own.age, 1.0);
 }
 
+// The piece that was asked for last; the first before any was.
+int64_t LastPiece(const Ticket& ticket) {
+  return std::max<int64_t>(ticket.Directory().LastAskedFor(), 0);
+}
+
 // The second of the film that the viewer is at, about.
 double PositionOf(const Ticket& ticket) {
   if (ticket.Kind() == kDirectKind) {
@@ -144,12 +153,11 @@ double PositionOf(const Ticket& ticket) {
   }
   if (ticket.Kind() == "HLS") {
     HttpLiveStream stream(ticket.StreamId());
-    const auto asked = static_cast<int>(std::max<int64_t>(LastAskedFor(stream), 0));
+    const auto asked = static_cast<int>(LastPiece(ticket));
     return std::max(stream.CalculateSeekTime(asked), 0) / 1000.0;
   }
   if (ticket.Kind() == "SS") {
-    const SmoothStream stream(ticket.StreamId());
-    return static_cast<double>(std::max<int64_t>(LastAskedFor(stream), 0) * kFragmentSeconds);
+    return static_cast<double>(LastPiece(ticket) * orvo::kFragmentSeconds);
   }
   Json::Value transcoder(Json::objectValue);
   AddProgress(TranscoderOf(ticket), transcoder);
@@ -231,7 +239,7 @@ Answer DescribeStatus() {
   data["streams"] = Json::Value(Json::arrayValue);
   data["transcoders"] = Json::Value(Json::arrayValue);
   for (const std::string& id : Ticket::All()) {
-    const auto ticket = Ticket::Take(id);
+    const auto ticket = Ticket::Read(id);
     if (!ticket) {
       continue;
     }
@@ -249,7 +257,7 @@ Answer DescribeStatus() {
 
 Answer DescribeStreamState(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto ticket = TakeStream(request, refusal);
+  const auto ticket = FindStream(request, refusal);
   if (!ticket) {
     return refusal;
   }

@@ -45,7 +45,7 @@ struct StreamKind {
   const char* name;    // behind the request program in an address, for players that look at it
   // Makes ready what was opened; adds to the answer what only this kind has to say.
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
-  Answer (*play)(const Request& request, const std::string& streamId);
+  Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
 };
 constexpr std::array kStreamKinds = {
@@ -86,17 +86,20 @@ std::string AddressOf(const Request& request, const StreamKind& kind, const Tick
          "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
 }
 
-// The profile that the request names, or the one to choose for it.
-std::optional<Profile> ProfileFor(const Request& request, const std::string& format,
-                                  const VideoMetaData& film, Answer& refusal) {
-  const std::string key = request.Text("profile");
-  if (key.empty()) {
-    const auto chosen = ChooseProfile(format, film);
-    if (!chosen) {
-      refusal = Answer::Failure(kNoFilm);
-    }
-    return chosen;
+// The profile to choose for a request that names none.
+std::optional<JudgedProfile> UsualProfile(const std::string& format, const VideoMetaData& film,
+                                          Answer& refusal) {
+  const std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
+  if (const JudgedProfile* const chosen = ChooseProfile(format, profiles, film)) {
+    return *chosen;
   }
+  refusal = Answer::Failure(kNoFilm);
+  return std::nullopt;
+}
+
+// The profile that the request names.
+std::optional<JudgedProfile> NamedProfile(const std::string& key, const std::string& format,
+                                          const VideoMetaData& film, Answer& refusal) {
   const std::vector<Profile> profiles = ProfilesOf(format);
   const auto found = std::find_if(profiles.begin(), profiles.end(),
                                   [&](const Profile& profile) { return profile.key == key; });
@@ -109,7 +112,7 @@ std::optional<Profile> ProfileFor(const Request& request, const std::string& for
     refusal = Answer::Failure(verdict.refusal, verdict.why);
     return std::nullopt;
   }
-  return *found;
+  return JudgedProfile{*found, verdict};
 }
 
 // What a stream will be, and why.
@@ -141,12 +144,13 @@ std::optional<Rendition> RenditionFor(const Request& request, const StreamKind& 
   if (kind.kind == std::string(kDirectKind)) {
     return DirectRendition(request, film, refusal);
   }
-  const auto profile = ProfileFor(request, kind.format, film, refusal);
-  if (!profile) {
+  const std::string key = request.Text("profile");
+  const auto chosen = key.empty() ? UsualProfile(kind.format, film, refusal)
+                                  : NamedProfile(key, kind.format, film, refusal);
+  if (!chosen) {
     return std::nullopt;
   }
-  const Verdict verdict = Judge(*profile, film);
-  return Rendition{*profile, verdict.method, verdict.why, ""};
+  return Rendition{chosen->profile, chosen->verdict.method, chosen->verdict.why, ""};
 }
 
 bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
@@ -161,23 +165,29 @@ bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
   return needsPlace && !LibMirevo::TransLoading().TransEnable(traits.hardware);
 }
 
-// The id of a stream that the request wants to join; "" for a new one.
-bool JoinsStream(const Request& request, const std::string& path, std::string& streamId,
-                 Answer& refusal) {
+// The stream that a request wants to join.
+struct Joined {
+  std::string streamId;  // "" for a new one
+  std::optional<Ticket> ticket;
+};
+
+// Nothing, with the answer in `refusal`, where it may not.
+std::optional<Joined> JoinedStream(const Request& request, const std::string& path,
+                                   Answer& refusal) {
   if (!request.Has("stream_id")) {
-    return true;
+    return Joined{};
   }
-  streamId = StreamIdOf(request, refusal);
-  if (streamId.empty() || streamId.rfind(LibMirevo::GetMD5(path) + "_", 0) != 0) {
+  Joined joined{StreamIdOf(request, refusal), Ticket::Of(request)};
+  if (joined.streamId.empty() || joined.streamId.rfind(LibMirevo::GetMD5(path) + "_", 0) != 0) {
     refusal = Answer::Failure(kBadRequest, "This is not the id of a stream of this film.");
-    return false;
+    return std::nullopt;
   }
-  const auto ticket = Ticket::Take(streamId);
-  return !ticket || MayUse(request.MadeBy(), *ticket, refusal);
+  const bool isGood = !joined.ticket || MayUse(request.MadeBy(), *joined.ticket, refusal);
+  return isGood ? std::optional(std::move(joined)) : std::nullopt;
 }
 
 // Whose the stream is. One that is joined stays whose it was, and its addresses stay good.
-void AddOwnership(const Request& request, const std::string& streamId, Json::Value& parameters) {
+void AddOwnership(const Request& request, const Joined& joined, Json::Value& parameters) {
   const Caller& caller = request.MadeBy();
   if (caller.account.empty()) {
     return;
@@ -185,10 +195,9 @@ void AddOwnership(const Request& request, const std::string& streamId, Json::Val
   parameters["account"] = caller.account;
   parameters["era"] = caller.era;
   parameters["link"] = accounts::NewSecret();
-  const auto joined = Ticket::Take(streamId);
-  if (joined && !StreamLink(*joined).empty()) {
+  if (joined.ticket && !StreamLink(*joined.ticket).empty()) {
     for (const char* name : {"account", "era", "link"}) {
-      parameters[name] = joined->Parameter(name);
+      parameters[name] = joined.ticket->Parameter(name);
     }
   }
 }
@@ -225,23 +234,22 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
 
 // Opens the stream of a film that has been found fit for it.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
-            const Rendition& rendition, const std::string& joined) {
-  const std::string streamId = Init(request, kind, film, rendition, joined);
+            const Rendition& rendition, const Joined& joined) {
+  const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
-  AddOwnership(request, streamId, parameters);
-  if (streamId.empty() || !Ticket::Create(streamId, kind.kind, parameters)) {
+  AddOwnership(request, joined, parameters);
+  const auto ticket =
+      streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
+  if (!ticket) {
     return Answer::Failure(kInternal);
   }
-  auto ticket = Ticket::Take(streamId);
   Json::Value data(Json::objectValue);
-  const Answer prepared = ticket ? kind.prepare(*ticket, data) : Answer::Failure(kInternal);
+  const Answer prepared = kind.prepare(*ticket, data);
   if (prepared.IsFailure()) {
-    if (ticket) {
-      ticket->Remove();
-    }
+    ticket->Remove();
     kind.close(streamId);
     return prepared;
   }
@@ -252,6 +260,11 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["url"] = AddressOf(request, kind, *ticket);
   RememberStream(*ticket, kOpened);
   return Answer::Success(data);
+}
+
+// Nobody plays it, and nobody has for a while.
+bool IsAbandoned(const Ticket& ticket, time_t now) {
+  return !PlatProcAlive(ticket.OwnerPid()) && now - ticket.LastUse() > kAbandonedSeconds;
 }
 
 }  // namespace
@@ -265,13 +278,13 @@ std::string StreamIdOf(const Request& request, Answer& refusal) {
   return "";
 }
 
-std::optional<Ticket> TakeStream(const Request& request, Answer& refusal) {
+std::optional<Ticket> FindStream(const Request& request, Answer& refusal) {
   const StreamKind* const kind = KindOf(request, refusal);
   const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
   if (streamId.empty()) {
     return std::nullopt;
   }
-  auto ticket = Ticket::Take(streamId);
+  auto ticket = Ticket::Of(request);
   if (ticket && !MayUse(request.MadeBy(), *ticket, refusal)) {
     return std::nullopt;
   }
@@ -289,8 +302,8 @@ Answer OpenStream(const Request& request) {
     return refusal;
   }
   const auto path = ResolveFilm(request.Text("path"), refusal);
-  std::string streamId;
-  if (!path || !JoinsStream(request, *path, streamId, refusal)) {
+  const auto joined = path ? JoinedStream(request, *path, refusal) : std::nullopt;
+  if (!joined) {
     return refusal;
   }
   if (!IsUtf8(*path)) {
@@ -310,16 +323,16 @@ Answer OpenStream(const Request& request) {
     return Answer::Failure(kBadRequest, "The film has no audio track of this id.");
   }
   // A stream that is joined has its place already.
-  if (streamId.empty() && IsBusy(*kind, *rendition)) {
+  if (joined->streamId.empty() && IsBusy(*kind, *rendition)) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  return Open(request, *kind, film, *rendition, streamId);
+  return Open(request, *kind, film, *rendition, *joined);
 }
 
 Answer PlayStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  auto ticket = TakeStream(request, refusal);
+  const auto ticket = FindStream(request, refusal);
   if (!ticket) {
     return refusal;
   }
@@ -328,11 +341,7 @@ Answer PlayStream(const Request& request) {
     return revived;
   }
   ticket->MarkUse();
-  const StreamKind* const kind = FindKind(ticket->Kind());
-  const std::string streamId = ticket->StreamId();
-  // Not held for as long as the film is played.
-  ticket.reset();
-  return kind->play(request, streamId);
+  return FindKind(ticket->Kind())->play(request, *ticket);
 }
 
 Answer CloseStream(const Request& request) {
@@ -342,7 +351,7 @@ Answer CloseStream(const Request& request) {
   if (streamId.empty()) {
     return refusal;
   }
-  if (auto ticket = Ticket::Take(streamId)) {
+  if (const auto ticket = HeldTicket::Take(streamId)) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
       return refusal;
     }
@@ -358,6 +367,14 @@ Answer ReviveStream(const Ticket& ticket) {
   if (ticket.HasDirectory() || kind == nullptr) {
     return Answer::Sent();
   }
+  // Of several requests one makes it, and the others find it made.
+  const auto held = HeldTicket::Take(ticket.StreamId());
+  if (!held) {
+    return Answer::Failure(kNotFound, kStreamClosed);
+  }
+  if (held->HasDirectory()) {
+    return Answer::Sent();
+  }
   Json::Value ignored;
   return ReviveDirectory(ticket) ? kind->prepare(ticket, ignored)
                                  : Answer::Failure("TransSapceNotEnough");
@@ -366,13 +383,17 @@ Answer ReviveStream(const Ticket& ticket) {
 void SweepStreams() {
   const time_t now = time(nullptr);
   for (const std::string& id : Ticket::All()) {
-    auto ticket = Ticket::Take(id);
-    if (!ticket || PlatProcAlive(ticket->OwnerPid())) {
+    const auto seen = Ticket::Read(id);
+    if (!seen || !IsAbandoned(*seen, now)) {
+      continue;
+    }
+    const auto ticket = HeldTicket::Take(id);
+    if (!ticket || !IsAbandoned(*ticket, now)) {
       continue;
     }
     const StreamKind* const kind = FindKind(ticket->Kind());
     const time_t idle = now - ticket->LastUse();
-    if (idle > kAbandonedSeconds && kind != nullptr) {
+    if (kind != nullptr) {
       kind->close(id);
     }
     if (idle > kTicketSeconds) {
@@ -384,7 +405,7 @@ void SweepStreams() {
 
 void CloseAllStreams() {
   for (const std::string& id : Ticket::All()) {
-    if (auto ticket = Ticket::Take(id)) {
+    if (const auto ticket = HeldTicket::Take(id)) {
       ticket->Remove();
     }
   }

@@ -16,7 +16,7 @@ std::string StreamIdOf(const Request& request, Answer& refusal);
 
 // The open stream that a request names by "format" and id, if its caller may use it. Nothing, with
 // the answer in `refusal`, otherwise.
-std::optional<Ticket> TakeStream(const Request& request, Answer& refusal);
+std::optional<Ticket> FindStream(const Request& request, Answer& refusal);
 
 Answer OpenStream(const Request& request);
 // Sends the media itself; answers only where there is none to send.

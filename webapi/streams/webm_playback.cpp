@@ -11,10 +11,8 @@
 namespace webapi {
 namespace {
 
-using LibOrvoQMX::QMXMetaData;
 using LibOrvoQMX::WebMStream;
 
-constexpr char kKind[] = "WEBM";
 constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 
 // Ends the monitor of the request before, and with it the transcoder: its place is free then.
@@ -25,27 +23,22 @@ void StopMonitor(const std::string& streamId) {
 }  // namespace
 
 Answer PrepareWebm(const Ticket& ticket, Json::Value& data) {
-  const Json::Value& record = ticket.Record();
-  data["content_type"] =
-      ContentTypeOf({record["profile_key"].asString(), record["profile_value"].asString()});
+  data["content_type"] = ContentTypeOf(ProfileOf(ticket));
   return Answer::Sent();
 }
 
-Answer PlayWebm(const Request& request, const std::string& streamId) {
-  QMXMetaData record(streamId, kKind);
-  record.LoadMetaData();
+Answer PlayWebm(const Request& request, const Ticket& ticket) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto start = StartSecond(request, record.GetDuration(), refusal);
+  const auto start = StartSecond(request, ticket.Duration(), refusal);
   if (!start) {
     return refusal;
   }
-  const std::string headers =
-      ByteHeaders("200 OK", ContentTypeOf({record.GetProfileKey(), record.GetProfileValue()}));
+  const std::string headers = ByteHeaders("200 OK", ContentTypeOf(ProfileOf(ticket)));
   if (request.Method() == "HEAD") {
     orvo::WriteAll(STDOUT_FILENO, headers + "\r\n");
     return Answer::Sent();
   }
-  WebMStream stream(streamId);
+  WebMStream stream(ticket.StreamId());
   return PlayBytes(
       {stream, orvo::SystemPath(kTranscoder), *start, headers, StopMonitor, CloseWebm});
 }

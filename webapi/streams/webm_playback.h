@@ -14,7 +14,7 @@ Answer PrepareWebm(const Ticket& ticket, Json::Value& data);
 
 // Sends the film from the second "start" on; answers only where there is nothing to send. The
 // stream is closed when the request ends, however it ends; its ticket stays.
-Answer PlayWebm(const Request& request, const std::string& streamId);
+Answer PlayWebm(const Request& request, const Ticket& ticket);
 
 void CloseWebm(const std::string& streamId);
 

@@ -4,12 +4,11 @@
 
 #include <fstream>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 
 #include "platform/io.h"
-#include "policy/lock.h"
+#include "util/file_lock.h"
 #include "util/md5.h"
 #include "webapi/access/ticket.h"
 #include "webapi/streams/streaming.h"
@@ -58,8 +57,8 @@ bool ReachesTheEnd(const Span& span, const Json::Value& film) {
   return duration.isUInt() && span.end >= int64_t{duration.asUInt()} * 1000;
 }
 
-std::optional<Stream> StreamOf(const Request& request, const std::string& id, Answer& refusal) {
-  const auto ticket = Ticket::Take(id);
+std::optional<Stream> StreamOf(const Request& request, Answer& refusal) {
+  const auto ticket = Ticket::Of(request);
   if (!ticket) {
     refusal = Answer::Failure(kNotFound, kStreamClosed);
     return std::nullopt;
@@ -78,9 +77,8 @@ std::optional<Stream> StreamOf(const Request& request, const std::string& id, An
 class KeptTrack {
  public:
   KeptTrack(const std::string& folder, const std::string& subtitleId, const std::string& codepage)
-      : folder_(folder),
-        // A line end stands in no code page's name, so that no two pairs look alike.
-        path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt") {}
+      // A line end stands in no code page's name, so that no two pairs look alike.
+      : path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt") {}
 
   bool Load(std::string& webVtt) const {
     webVtt.clear();
@@ -91,15 +89,10 @@ class KeptTrack {
   // Keeping it only saves time: a full disk and a folder removed meanwhile are no failures.
   void Save(const std::string& webVtt) const { orvo::ReplaceFile(path_, webVtt); }
 
-  // Held while the track is converted. Nothing where there is no folder to keep it in: a lock would
-  // make one that nobody removes.
-  std::unique_ptr<LibMirevo::Lock> Lock() const {
-    const bool hasFolder = access(folder_.c_str(), W_OK) == 0;
-    return hasFolder ? std::make_unique<LibMirevo::Lock>(path_ + ".lock", true) : nullptr;
-  }
+  // Held while the track is converted. Not held where there is no folder to keep it in.
+  orvo::FileLock Lock() const { return orvo::FileLock::Wait(path_ + ".lock"); }
 
  private:
-  std::string folder_;
   std::string path_;
 };
 
@@ -137,8 +130,7 @@ Answer Send(const std::string& webVtt, bool headersOnly) {
 
 Answer GetSubtitle(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const std::string id = StreamIdOf(request, refusal);
-  if (id.empty()) {
+  if (StreamIdOf(request, refusal).empty()) {
     return refusal;
   }
   auto span = SpanOf(request);
@@ -153,7 +145,7 @@ Answer GetSubtitle(const Request& request) {
   if (!codepage.empty() && !IsCharacterSet(codepage)) {
     return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
   }
-  const auto stream = StreamOf(request, id, refusal);
+  const auto stream = StreamOf(request, refusal);
   if (!stream) {
     return refusal;
   }

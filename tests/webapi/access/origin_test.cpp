@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <string>
+
+#include "support/environment.h"
 
 namespace {
 
@@ -12,31 +13,11 @@ using Headers = std::map<std::string, std::string>;
 
 constexpr char kHosts[] = "localhost:8096 127.0.0.1:8096 [::1]:8096 films.lan tv.lan:443";
 
-// A request as the web server describes it, for as long as the object lives.
-class Environment {
- public:
-  explicit Environment(const Headers& variables) : variables_(variables) {
-    for (const auto& [name, value] : variables_) {
-      setenv(name.c_str(), value.c_str(), 1);
-    }
-  }
-  Environment(const Environment&) = delete;
-  Environment& operator=(const Environment&) = delete;
-  ~Environment() {
-    for (const auto& [name, value] : variables_) {
-      unsetenv(name.c_str());
-    }
-  }
-
- private:
-  Headers variables_;
-};
-
 bool IsTaken(Headers variables) {
   variables.emplace("MIREVO_HOSTS", kHosts);
   variables.emplace("MIREVO_ORIGINS", "https://tv.example http://10.0.0.9:3000");
   variables.emplace("HTTP_HOST", "localhost:8096");
-  const Environment environment(variables);
+  const test::Environment environment(variables);
   return !webapi::RefuseStranger(webapi::Request());
 }
 
@@ -70,7 +51,7 @@ TEST(Origin, AStarIsEveryAddressAndNoName) {
 }
 
 TEST(Origin, WithoutAListNobodyCanLendAName) {
-  const Environment environment(Headers{{"HTTP_HOST", "evil.example"}});
+  const test::Environment environment(Headers{{"HTTP_HOST", "evil.example"}});
   EXPECT_TRUE(webapi::RefuseStranger(webapi::Request()));
   setenv("HTTP_HOST", "192.0.2.7:5000", 1);
   EXPECT_FALSE(webapi::RefuseStranger(webapi::Request()));

@@ -1,0 +1,172 @@
+#include "state/stream_directory.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+#include "contract/stream_files.h"
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "platform/unique_fd.h"
+#include "util/number.h"
+#include "util/qmxutils.h"
+#include "util/system_files.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+constexpr mode_t kMonitorLockMode = 0660;
+constexpr size_t kRequestedDigits = 7;
+
+bool IsLater(const timespec& one, const timespec& other) {
+  return one.tv_sec > other.tv_sec || (one.tv_sec == other.tv_sec && one.tv_nsec > other.tv_nsec);
+}
+
+}  // namespace
+
+StreamDirectory::StreamDirectory(std::string kind, std::string streamId)
+    : streamId_(std::move(streamId)),
+      path_(kind.empty() || streamId_.empty() ? "" : StreamPath(kind, streamId_)) {}
+
+std::string StreamDirectory::FilePath(const std::string& name) const {
+  return path_.empty() || name.empty() ? path_ : path_ + "/" + name;
+}
+
+StateFile StreamDirectory::File(const char* name) const {
+  return StateFile(FilePath(name));
+}
+
+bool StreamDirectory::Exists() const {
+  return VerifyFileExist(path_, 0);
+}
+
+std::string StreamDirectory::RecordPath() const {
+  return FilePath("video_metadata");
+}
+
+StateFile StreamDirectory::AudioId() const {
+  return File("audio_id");
+}
+
+StateFile StreamDirectory::AudioFormat() const {
+  return File("audio_format");
+}
+
+StateFile StreamDirectory::MonitorPid() const {
+  return File("monitor.pid");
+}
+
+std::optional<pid_t> StreamDirectory::Monitor() const {
+  const std::string text = MonitorPid().Read();
+  return text.empty() ? std::nullopt : std::optional<pid_t>(LeadingInt(text));
+}
+
+bool StreamDirectory::IsMonitored() const {
+  return PlatProcAlive(Monitor().value_or(-1));
+}
+
+StreamLock StreamDirectory::LockMonitor() const {
+  return StreamLock(FilePath("filelock"), kMonitorLockMode);
+}
+
+StateFile StreamDirectory::SeekTime() const {
+  return File("seek_time");
+}
+
+StateFile StreamDirectory::RequestSequence() const {
+  return File("request_sequence");
+}
+
+bool StreamDirectory::IsMonitorOfLatestRestart() const {
+  const auto recorded = MonitorPid().Written();
+  const auto asked = RequestSequence().Written();
+  return recorded && asked && IsLater(*recorded, *asked);
+}
+
+StateFile StreamDirectory::AppleTvStatus() const {
+  return File("appletv_status");
+}
+
+void StreamDirectory::MarkAccess() const {
+  orvo::TouchFile(FilePath("access_status"));
+}
+
+std::optional<unsigned long> StreamDirectory::SecondsSinceAccess() const {
+  const auto accessed = File("access_status").Written();
+  if (!accessed) {
+    return std::nullopt;
+  }
+  return static_cast<unsigned long>(time(nullptr)) - static_cast<unsigned long>(accessed->tv_sec);
+}
+
+time_t StreamDirectory::LastAccess() const {
+  const auto accessed = File("access_status").Written();
+  return accessed ? accessed->tv_sec : 0;
+}
+
+// In a fixed width: the number is written over the older one at once, with nothing to cut off and
+// no disk to wait for.
+void StreamDirectory::AskFor(int64_t number) const {
+  const std::string path = FilePath(orvo::kRequestedFile);
+  std::string text = std::to_string(number);
+  text.insert(0, kRequestedDigits - std::min(text.size(), kRequestedDigits), '0');
+  const orvo::UniqueFd file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  if (!file.IsOpen() || !orvo::WriteAll(file.Get(), text)) {
+    orvo::ReplaceFile(path, text);
+  }
+}
+
+void StreamDirectory::AskForByte(int64_t offset) const {
+  orvo::ReplaceFile(FilePath(orvo::kRequestedFile), std::to_string(offset));
+}
+
+int64_t StreamDirectory::LastAskedFor() const {
+  return File(orvo::kRequestedFile).Number().value_or(-1);
+}
+
+std::string StreamDirectory::SegmentPath(int number) const {
+  char name[32];
+  snprintf(name, sizeof(name), orvo::kSegmentPattern, number);
+  return FilePath(name);
+}
+
+std::string StreamDirectory::SegmentPattern() const {
+  return FilePath(orvo::kSegmentPattern);
+}
+
+std::string StreamDirectory::IndexPath() const {
+  return FilePath(streamId_ + ".m3u8");
+}
+
+std::string StreamDirectory::VideoPlaylistPath() const {
+  return FilePath("video.m3u8");
+}
+
+std::string StreamDirectory::SubtitleTemplatePath() const {
+  return FilePath("subtitle.m3u8.tpl");
+}
+
+std::string StreamDirectory::SubtitlePlaylistPath(const std::string& name) const {
+  return FilePath(name + ".subtitle.m3u8");
+}
+
+std::string StreamDirectory::KeptPlanPath() const {
+  return FilePath("pre_analysis");
+}
+
+std::string StreamDirectory::ManifestPath() const {
+  return FilePath(orvo::kManifestFile);
+}
+
+std::string StreamDirectory::FragmentsPath() const {
+  return FilePath(orvo::kFragmentsFolder);
+}
+
+std::string StreamDirectory::FragmentPath(const std::string& id) const {
+  return FragmentsPath() + "/" + id;
+}
+
+}  // namespace LibOrvoQMX

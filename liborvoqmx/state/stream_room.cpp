@@ -1,0 +1,86 @@
+// Logs under the name of the stream base, whose members these were made for.
+#define ORVO_LOG_SOURCE "liborvoqmx.cpp"
+
+#include "state/stream_room.h"
+
+#include <unistd.h>
+
+#include "platform/log.h"
+#include "platform/plat.h"
+#include "platform/run_as.h"
+#include "util/qmxutils.h"
+#include "util/system_files.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+using libmrv::critical::orvosdk::ORVOFSMkdirPMirevo;
+
+constexpr mode_t kDirectoryMode = 0777;
+
+constexpr int kErrorNotWritable = 0x2900;
+constexpr int kErrorNoVolume = 0x8300;
+constexpr int kErrorNoRoom = 0xDD00;
+
+int ErrorOf(unsigned volumeFlags) {
+  if ((volumeFlags & kVolumeNoneWritable) != 0) {
+    return kErrorNotWritable;
+  }
+  return (volumeFlags & kVolumeExists) == 0 ? kErrorNoVolume : kErrorNoRoom;
+}
+
+}  // namespace
+
+bool MakeVolumeDirectory(uint64_t space, const std::string& kind, const std::string& streamId,
+                         std::string& directory) {
+  if (kind.empty() || streamId.empty()) {
+    ORVO_LOG("Bad parameter");
+    return false;
+  }
+  directory.clear();
+  std::string volume;
+  unsigned flags = 0;
+  const int found = VolumeAvailGet(space, volume, flags);
+  if (found < 0) {
+    ORVO_LOG("VolumeAvailGet() failed!! orvoerr=[0x%04X]", static_cast<unsigned>(PlatErrGet()));
+    return false;
+  }
+  if (found == 0) {
+    PlatErrSet(ErrorOf(flags));
+    return false;
+  }
+  directory = volume + kVolumeTempRoot + "/" + kind + "/" + streamId;
+  return ORVOFSMkdirPMirevo(directory, kDirectoryMode);
+}
+
+bool MakeLinkedDirectory(uint64_t space, const std::string& kind, const std::string& streamId) {
+  std::string directory;
+  if (!MakeVolumeDirectory(space, kind, streamId, directory)) {
+    ORVO_LOG("There are not enough volume space for streaming %s. Need space [%llu bytes]",
+             kind.c_str(), static_cast<unsigned long long>(space));
+    return false;
+  }
+  const std::string link = StreamPath(kind, streamId);
+  unlink(link.c_str());
+  return symlink(directory.c_str(), link.c_str()) == 0;
+}
+
+bool MakeKindDirectory(const std::string& kind) {
+  return ORVOFSMkdirPMirevo(StreamKindPath(kind), kDirectoryMode);
+}
+
+bool MakePlainDirectory(const std::string& kind, const std::string& streamId) {
+  return ORVOFSMkdirPMirevo(StreamPath(kind, streamId), kDirectoryMode);
+}
+
+void RemoveLinkedDirectory(const std::string& link) {
+  const std::string target = LinkTarget(link);
+  if (!target.empty() && VerifyFileExist(target, 0)) {
+    IF_RUN_AS(0, 0) {
+      PlatExec("/bin/rm", "-rf", target);
+    }
+  }
+  unlink(link.c_str());
+}
+
+}  // namespace LibOrvoQMX

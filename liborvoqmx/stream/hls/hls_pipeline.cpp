@@ -1,0 +1,97 @@
+// Logs under the name of the stream, whose members these were made for.
+#define ORVO_LOG_SOURCE "http_live_stream.cpp"
+
+#include "stream/hls/hls_pipeline.h"
+
+#include <unistd.h>
+
+#include <csignal>
+
+#include "platform/io.h"
+#include "platform/log.h"
+#include "platform/process.h"
+#include "platform/unique_fd.h"
+#include "stream/pipeline/pipeline.h"
+#include "stream/pipeline/transcoder_launch.h"
+
+namespace LibOrvoQMX {
+
+volatile sig_atomic_t gHLSSignal = 0;
+orvo::Process gPidHLSTransBin;
+orvo::Process gPidHLSSegBin;
+
+namespace {
+
+constexpr int kGraceMilliseconds = 1000;
+
+Pipeline PipelineOf(bool isRegistered) {
+  return Pipeline(gPidHLSTransBin, {isRegistered, kGraceMilliseconds, true, [](pid_t pid) {
+                                      ORVO_LOG("Force Kill Transcoding Process %d", pid);
+                                    }});
+}
+
+// Starts the transcoder and, behind it, the segmenter.
+bool StartPrograms(Pipeline& pipeline, const HlsPrograms& programs) {
+  if (!programs.becomeSegmenter) {
+    return pipeline.Start([&] { programs.becomeTranscoder(-1); });
+  }
+  orvo::UniqueFd readEnd;
+  orvo::UniqueFd writeEnd;
+  if (!orvo::OpenPipe(readEnd, writeEnd) || !pipeline.Start([&] {
+        KeepAcrossExec(writeEnd);
+        programs.becomeTranscoder(writeEnd.Get());
+      })) {
+    return false;
+  }
+  gPidHLSSegBin = StartUnderMonitor([&] {
+    KeepAcrossExec(readEnd);
+    programs.becomeSegmenter(readEnd.Get());
+  });
+  if (!gPidHLSSegBin) {
+    gPidHLSTransBin.Signal(SIGKILL);
+  }
+  return static_cast<bool>(gPidHLSSegBin);
+}
+
+}  // namespace
+
+bool BecomeMonitor(const StreamDirectory& directory, const Segment& segment,
+                   const std::string& own) {
+  const StateFile seekTime = directory.SeekTime();
+  const StreamLock lock = seekTime.Lock();
+  if (!IsLatestSequence(directory, own) || !ReplaceMonitor(directory, getpid(), true)) {
+    return false;
+  }
+  // An older request may have put its own number there meanwhile.
+  return seekTime.Read() == segment.text || seekTime.Write(segment.text);
+}
+
+void ResetHlsPipeline() {
+  gPidHLSTransBin = orvo::Process();
+  gPidHLSSegBin = orvo::Process();
+  gHLSSignal = 0;
+}
+
+void RunHlsPipeline(const HlsPrograms& programs) {
+  Pipeline pipeline = PipelineOf(programs.isRegistered);
+  if (gHLSSignal == 0 && StartPrograms(pipeline, programs) &&
+      pipeline.Watch(gHLSSignal, programs.isAbandoned)) {
+    // The segmenter still has the end of the film to write.
+    gPidHLSSegBin.HasEndedWithin(kGraceMilliseconds);
+  }
+}
+
+void StopHlsPipeline(bool isRegistered) {
+  PipelineOf(isRegistered).End();
+  if (gPidHLSSegBin) {
+    gPidHLSSegBin.Signal(SIGINT);
+    gPidHLSSegBin.Wait();
+    gPidHLSSegBin = orvo::Process();
+  }
+}
+
+void OnHlsStopSignal(int /*signal*/) {
+  gHLSSignal = 1;
+}
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,148 @@
+#include "stream/hls/hls_segments.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+#include "platform/plat.h"
+#include "state/stream_watch.h"
+#include "util/number.h"
+#include "util/qmxutils.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// A transcoder that is at most this many segments behind is waited for.
+constexpr int kReach = 4;
+// A restart records its monitor within this time: it waits five seconds for the one before.
+constexpr int64_t kRecordSeconds = 10;
+
+}  // namespace
+
+Segment::Segment(int segmentNumber) : number(segmentNumber), text(std::to_string(segmentNumber)) {}
+
+Segment::Segment(const std::string& segmentText)
+    : number(LeadingInt(segmentText)), text(segmentText), isNumber(BeginsWithInt(segmentText)) {}
+
+namespace {
+
+// For a caller that holds the file's lock. Without it two requests could take their times in one
+// order and write them in the other, and both be the latest.
+std::string WriteNow(const StateFile& file) {
+  timespec now{};
+  if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+    return "";
+  }
+  char text[48];
+  snprintf(text, sizeof(text), "%lld.%09ld", static_cast<long long>(now.tv_sec), now.tv_nsec);
+  file.Write(std::string(text));
+  return text;
+}
+
+}  // namespace
+
+std::string WriteSequence(const StreamDirectory& directory) {
+  const StateFile file = directory.RequestSequence();
+  const StreamLock lock = file.Lock();
+  return WriteNow(file);
+}
+
+std::string WriteSequenceAfter(const StreamDirectory& directory, const std::string& seen) {
+  const StateFile file = directory.RequestSequence();
+  const StreamLock lock = file.Lock();
+  return file.Read() == seen ? WriteNow(file) : "";
+}
+
+bool IsLatestSequence(const StreamDirectory& directory, const std::string& own) {
+  return own.empty() || own >= directory.RequestSequence().Read();
+}
+
+HlsSegments::HlsSegments(StreamDirectory directory) : directory_(std::move(directory)) {}
+
+bool HlsSegments::Has(int number) const {
+  return VerifyFileExist(directory_.SegmentPath(number), 0);
+}
+
+bool HlsSegments::IsComplete(int number) const {
+  // Asked first: a transcoder that ends between two questions has completed what it leaves.
+  const bool isRunning = directory_.IsMonitored();
+  if (!Has(number)) {
+    return false;
+  }
+  return !isRunning || Has(number + 1);
+}
+
+bool HlsSegments::NeedsRestart(const Segment& segment) const {
+  const auto start = directory_.SeekTime().Number();
+  if (start && *start <= segment.number && segment.number <= *start + kReach) {
+    return false;
+  }
+  if (Has(segment.number)) {
+    return false;
+  }
+  return !directory_.IsMonitored() || !Has(std::max(segment.number - kReach, 0));
+}
+
+// Is there nobody left who could produce another segment? The latest restart has named its monitor,
+// and that one has ended.
+bool HlsSegments::IsPipelineOver() const {
+  if (!directory_.IsMonitorOfLatestRestart()) {
+    return false;
+  }
+  // Read after the look at its age, so that it is that monitor's. Empty while it is being written.
+  const auto monitor = directory_.Monitor();
+  return monitor && !PlatProcAlive(*monitor);
+}
+
+bool HlsSegments::IsRestartLost() const {
+  const auto asked = directory_.RequestSequence().Number();  // seconds of the monotonic clock
+  timespec now{};
+  if (!asked || directory_.IsMonitored() || clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+    return false;
+  }
+  // The clock begins anew with the machine.
+  const int64_t age = now.tv_sec - *asked;
+  return age < 0 || age > kRecordSeconds;
+}
+
+// A segment whose transcoder a newer request has just stopped may be half. Its successor tells, or
+// the end of that request's own transcoder. The sequence is looked at last: a restart writes it
+// before it stops anything.
+bool HlsSegments::IsWhole(int number, const std::string& seen) const {
+  return IsComplete(number) &&
+         (directory_.RequestSequence().Read() == seen || Has(number + 1) || IsPipelineOver());
+}
+
+AwaitedSegment HlsSegments::Await(int number, const std::string& own,
+                                  const std::string& seen) const {
+  // No watch for a segment that is there.
+  if (IsWhole(number, seen)) {
+    return {directory_.SegmentPath(number)};
+  }
+  const Clock::time_point end = Clock::now() + kFragmentTimeout;
+  const StreamWatch watch(directory_.Path());
+  Clock::time_point lastRunning = Clock::now();
+  for (;;) {
+    const orvo::UniqueFd monitor = OpenRunningProcess(directory_.Monitor().value_or(-1));
+    const bool isOvertaken = !IsLatestSequence(directory_, own);
+    if (!IsPipelineOver()) {
+      lastRunning = Clock::now();
+    }
+    const bool isOver = Clock::now() - lastRunning >= kSettled;
+    if (IsWhole(number, seen)) {
+      return {directory_.SegmentPath(number)};
+    }
+    const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+    if (isOvertaken || isOver || left.count() <= 0 || !directory_.Exists()) {
+      return {"", isOver && !isOvertaken && directory_.Exists()};
+    }
+    watch.Wait(monitor, static_cast<int>(std::min(left, kLookAgain).count()));
+  }
+}
+
+}  // namespace LibOrvoQMX

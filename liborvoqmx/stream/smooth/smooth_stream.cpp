@@ -1,0 +1,356 @@
+#include "stream/smooth_stream.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+
+#include "contract/fragments.h"
+#include "contract/stream_files.h"
+#include "platform/log.h"
+#include "platform/plat.h"
+#include "state/stream_directory.h"
+#include "state/stream_watch.h"
+#include "stream/fetched_piece.h"
+#include "stream/pipeline/monitor.h"
+#include "stream/smooth/smooth_arguments.h"
+#include "stream/smooth/smooth_fragments.h"
+#include "stream/smooth/smooth_manifest.h"
+#include "stream/smooth/smooth_pipeline.h"
+#include "util/qmxutils.h"
+#include "util/saturate.h"
+#include "util/system_files.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr char kKind[] = "SS";
+constexpr milliseconds kVideoComesFirst(1000);
+// A viewer whose last request is further away has gone elsewhere, in fragments.
+constexpr int64_t kElsewhere = 10;
+constexpr int kAttempts = 2;
+
+// Hands a rendition out as the texts that callers ask for.
+void Split(const SmoothRendition& rendition, std::string& width, std::string& height,
+           std::string& videoBitrate, std::string& audioBitrate, std::string& samplingRate,
+           std::string& codecPrivateData) {
+  width = rendition.picture.width;
+  height = rendition.picture.height;
+  videoBitrate = rendition.videoBitrate;
+  audioBitrate = rendition.audioBitrate;
+  samplingRate = rendition.samplingRate;
+  codecPrivateData = rendition.codecPrivateData;
+}
+
+}  // namespace
+
+SmoothStream::SmoothStream(const std::string& streamId)
+    : AdaptStream(streamId, kKind), m_profileKey(m_metaData.GetProfileKey()) {}
+
+SmoothStream::SmoothStream(const QMXMetaData& plan)
+    : AdaptStream(plan, kKind), m_profileKey(m_metaData.GetProfileKey()) {}
+
+SmoothStream::~SmoothStream() = default;
+
+bool SmoothStream::Init(const Json::Value& request, const Json::Value& /*options*/,
+                        const std::string& audioId, const std::string& /*audioFormat*/) {
+  if (InitAdaptStream(request, audioId)) {
+    if (Predict_Manifest(request)) {
+      return true;
+    }
+    ORVO_LOG("Failed to predect manifest for smooth streaming");
+  }
+  RemoveTransDir();
+  return false;
+}
+
+int SmoothStream::GetSeekTimeInMillisecond() const {
+  return Milliseconds(m_seekSeconds);
+}
+
+bool SmoothStream::IsPlayable() const {
+  return !m_streamId.empty() && !m_streamKind.empty() && !m_profileValue.empty();
+}
+
+// --- The manifest ---
+
+std::string SmoothStream::GetMainfest() {
+  return Directory().ManifestPath();
+}
+
+bool SmoothStream::GetTransResolution(const std::string& requestedHeight, std::string& width,
+                                      std::string& height, std::string& size) const {
+  SmoothPicture picture;
+  if (!FindPicture(m_metaData, requestedHeight, picture)) {
+    return false;
+  }
+  width = picture.width;
+  height = picture.height;
+  size = picture.size;
+  return true;
+}
+
+bool SmoothStream::ParseHWTransParameter(std::string& width, std::string& height,
+                                         std::string& videoBitrate, std::string& audioBitrate,
+                                         std::string& samplingRate,
+                                         std::string& codecPrivateData) const {
+  return ParseParameters(true, width, height, videoBitrate, audioBitrate, samplingRate,
+                         codecPrivateData);
+}
+
+bool SmoothStream::ParseTransParameter(std::string& width, std::string& height,
+                                       std::string& videoBitrate, std::string& audioBitrate,
+                                       std::string& samplingRate,
+                                       std::string& codecPrivateData) const {
+  return ParseParameters(false, width, height, videoBitrate, audioBitrate, samplingRate,
+                         codecPrivateData);
+}
+
+bool SmoothStream::ParseParameters(bool hardware, std::string& width, std::string& height,
+                                   std::string& videoBitrate, std::string& audioBitrate,
+                                   std::string& samplingRate, std::string& codecPrivateData) const {
+  SmoothRendition rendition{
+      {width, height, ""}, videoBitrate, audioBitrate, samplingRate, codecPrivateData};
+  const bool isFound = FindRendition(m_metaData, hardware, rendition);
+  Split(rendition, width, height, videoBitrate, audioBitrate, samplingRate, codecPrivateData);
+  return isFound;
+}
+
+bool SmoothStream::Predict_Manifest(const Json::Value& request) const {
+  const std::string url = GetStreamURL(request);
+  const auto duration = static_cast<float>(m_metaData.GetDuration());
+  if (url.empty() || m_streamId.empty() || m_profileValue.empty() || duration <= 0 ||
+      duration >= static_cast<float>(std::numeric_limits<int>::max())) {
+    return false;
+  }
+  std::ofstream manifest(Directory().ManifestPath());
+  WriteManifestHead(manifest, duration);
+  SmoothRendition rendition;
+  if (!manifest.is_open() || !FindRendition(m_metaData, m_isHwTranscode, rendition)) {
+    return false;
+  }
+  WriteManifestBody(manifest, static_cast<int>(duration), url, rendition);
+  manifest.close();
+  return manifest.good();
+}
+
+// --- Fragments ---
+
+bool SmoothStream::ParseFragId(const std::string& fragment, std::string& start, std::string& type,
+                               std::string& quality) const {
+  return TakeApart(fragment, start, type, quality);
+}
+
+long SmoothStream::CalculateSeekTime(const std::string& fragment) const {
+  return SaveSeekTime(FragmentPlace(Directory(), fragment));
+}
+
+long SmoothStream::SaveSeekTime(const FragmentPlace& place) const {
+  const auto seconds = static_cast<long>(place.StartSecond());
+  Directory().SeekTime().Write(seconds);
+  return seconds;
+}
+
+bool SmoothStream::IsNeedToSeek(const std::string& fragment) const {
+  return !m_streamId.empty() && !fragment.empty() &&
+         SmoothFragments(Directory()).NeedsSeek(FragmentPlace(Directory(), fragment));
+}
+
+bool SmoothStream::VerifyFragmentIsReady(const std::string& fragment, unsigned lookAhead) const {
+  if (m_streamId.empty() || fragment.empty()) {
+    return false;
+  }
+  return !IsFFmpegRun() ||
+         SmoothFragments(Directory()).IsComplete(FragmentPlace(Directory(), fragment), lookAhead);
+}
+
+std::string SmoothStream::ReadFragment(const std::string& fragment) {
+  const FragmentPlace place(Directory(), fragment);
+  if (!IsPlayable() || !place.IsPlain()) {
+    ORVO_LOG("Bad parameter");
+    return "";
+  }
+  const FetchedPiece piece = Await(place);
+  return piece.state == FetchedPiece::State::kNotYet ? "" : Directory().FragmentPath(fragment);
+}
+
+FetchedPiece SmoothStream::Await(const FragmentPlace& place) const {
+  using State = FetchedPiece::State;
+  const SmoothFragments fragments(Directory());
+  if (fragments.Await(place) == SmoothFragments::Outcome::kTimeout) {
+    ORVO_LOG("ReadFragment: timeout file[%s]", place.id.c_str());
+    return {State::kNotYet, ""};
+  }
+  if (!fragments.IsThere(place)) {
+    return {State::kWillNotCome, ""};
+  }
+  return {State::kComplete, fragments.PathOf(place)};
+}
+
+// --- The transcoder ---
+
+bool SmoothStream::Transcoding(const std::string& fragment) {
+  if (!IsPlayable() || fragment.empty() || m_metaData.GetVideoRatio() <= 0) {
+    return false;
+  }
+  if (fragment.find("audio") != std::string::npos) {
+    return true;
+  }
+  const FragmentPlace place(Directory(), fragment);
+  const SmoothFragments fragments(Directory());
+  return StartUnless(place, [&] { return !fragments.NeedsSeek(place); });
+}
+
+// Of requests that come together one restarts the transcoder, and the others see that.
+bool SmoothStream::StartUnless(const FragmentPlace& place,
+                               const std::function<bool()>& isNeedless) {
+  if (isNeedless()) {
+    return true;
+  }
+  StreamLock lock = Directory().SeekTime().Lock();
+  return isNeedless() || StartAt(place, lock);
+}
+
+bool SmoothStream::Restart(const std::string& fragment) {
+  if (m_streamId.empty() || m_profileValue.empty() || fragment.empty()) {
+    return false;
+  }
+  StreamLock lock = Directory().SeekTime().Lock();
+  return StartAt(FragmentPlace(Directory(), fragment), lock);
+}
+
+// Until the new monitor is recorded the lock tells waiting requests that one is on its way.
+bool SmoothStream::StartAt(const FragmentPlace& place, StreamLock& lock) {
+  m_seekSeconds = SaturateToInt(static_cast<double>(SaveSeekTime(place)));
+  if (!SeekingHandler()) {
+    return false;
+  }
+  ResetSmoothPipeline();
+  return StartMonitor(
+      MointerSignalHandler,
+      [&] {
+        lock.Leave();
+        return SaveMonitorPid(getpid(), true);
+      },
+      [&] { ExecuteMointer(place.id); });
+}
+
+std::vector<std::string> SmoothStream::CalculateFFmpegArgument() const {
+  return SmoothArguments(m_metaData, m_isHwTranscode, m_seekSeconds);
+}
+
+std::vector<std::string> SmoothStream::CommandLine(const std::string& folder) const {
+  const std::vector<std::string> arguments = CalculateFFmpegArgument();
+  return arguments.empty()
+             ? arguments
+             : TranscodingCommand(m_isHwTranscode, arguments, folder + "/" + orvo::kFragmentsFolder,
+                                  orvo::SystemPath(kTranscoder));
+}
+
+void SmoothStream::MointerSignalHandler(int signal) {
+  OnSmoothStopSignal(signal);
+}
+
+void SmoothStream::ExecuteMointer(const std::string& fragment) {
+  if (!m_streamId.empty() && !m_profileValue.empty() && !fragment.empty()) {
+    RunTranscoder();
+  }
+  WaitAllChild();
+}
+
+void SmoothStream::RunTranscoder() {
+  const std::vector<std::string> arguments = CalculateFFmpegArgument();
+  if (m_seekSeconds < 0 || arguments.empty()) {
+    return;
+  }
+  RunSmoothPipeline(
+      [&] {
+        ExecuteTranscoding(m_isHwTranscode, arguments, OutputDirectory(),
+                           orvo::SystemPath(kTranscoder));
+      },
+      [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); });
+}
+
+// On the data volume; "" where the stream directory is no link to one.
+std::string SmoothStream::OutputDirectory() const {
+  const std::string target = LinkTarget(Directory().Path());
+  return !target.empty() && VerifyFileExist(target, 0) ? target + "/" + orvo::kFragmentsFolder : "";
+}
+
+void SmoothStream::WaitAllChild() {
+  StopSmoothPipeline();
+}
+
+// --- A whole request ---
+
+FetchedPiece SmoothStream::Fetch(const orvo::FragmentId& id) {
+  using State = FetchedPiece::State;
+  FetchedPiece piece{State::kNotStarted, ""};
+  if (!IsPlayable() || m_metaData.GetVideoRatio() <= 0) {
+    return piece;
+  }
+  const FragmentPlace place(Directory(), id);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (!MakeSureOfTranscoder(id)) {
+      return {State::kNotStarted, ""};
+    }
+    piece = Await(place);
+    // A transcoder that ended, or began elsewhere meanwhile, leaves nothing to wait for.
+    if (piece.state != State::kWillNotCome || HasGoneElsewhere(id)) {
+      break;
+    }
+  }
+  return piece;
+}
+
+// Sees to it that a transcoder comes by the fragment. It is the picture's place that the transcoder
+// begins at.
+bool SmoothStream::MakeSureOfTranscoder(const orvo::FragmentId& id) {
+  orvo::FragmentId videoId = id;
+  videoId.track = orvo::Track::kVideo;
+  SmoothRendition rendition;
+  if (id.track != orvo::Track::kVideo && FindRendition(m_metaData, m_isHwTranscode, rendition)) {
+    videoId.rate = rendition.videoBitrate;
+  }
+  const FragmentPlace place(Directory(), id);
+  const FragmentPlace video(Directory(), videoId);
+  const auto isNeedless = [&] { return !NeedsStart(place, video); };
+  if (id.track != orvo::Track::kVideo && !isNeedless()) {
+    LetVideoComeFirst(isNeedless);
+  }
+  return StartUnless(video, isNeedless);
+}
+
+// Does a transcoder have to begin at this fragment, because none will come by? One that would begin
+// up to 50 seconds before it is taken for granted only while it runs.
+bool SmoothStream::NeedsStart(const FragmentPlace& place, const FragmentPlace& video) const {
+  const SmoothFragments fragments(Directory());
+  return fragments.NeedsSeek(video) || (!IsFFmpegRun() && !fragments.IsThere(place));
+}
+
+// Players ask for sound and picture of the same time at about the same time. It is the picture's
+// request that moves the transcoder; that of a player which takes the sound alone does when no
+// other came.
+void SmoothStream::LetVideoComeFirst(const std::function<bool()>& isNeedless) const {
+  const auto end = Clock::now() + kVideoComesFirst;
+  const StreamWatch watch(Directory().Path());
+  while (!isNeedless()) {
+    const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+    if (left.count() <= 0) {
+      return;
+    }
+    watch.Wait({}, static_cast<int>(left.count()));
+  }
+}
+
+bool SmoothStream::HasGoneElsewhere(const orvo::FragmentId& id) const {
+  return std::abs(Directory().LastAskedFor() - id.Number()) > kElsewhere;
+}
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,86 @@
+#include "util/file_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace orvo {
+namespace {
+
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+// One of the two calls that lock, repeated while signals interrupt it.
+template <typename Call>
+bool Repeat(Call call) {
+  int result = 0;
+  do {
+    result = call();
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+// The file of a lock; `access` as for open().
+UniqueFd Open(const std::string& path, int access) {
+  constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+  UniqueFd file(open(path.c_str(), access | kFlags, kOwnerOnly));
+  struct stat status {};
+  // Files of earlier versions can be opened by everybody.
+  if (file.IsOpen() && fstat(file.Get(), &status) == 0 && status.st_uid == geteuid() &&
+      (status.st_mode & ACCESSPERMS) != kOwnerOnly) {
+    fchmod(file.Get(), kOwnerOnly);
+  }
+  return file;
+}
+
+UniqueFd LockWhole(const std::string& path, int operation) {
+  // Reading is enough for this kind of lock, and all that a file of another user may allow.
+  UniqueFd file = Open(path, O_RDONLY);
+  if (file.IsOpen() && !Repeat([&] { return flock(file.Get(), operation); })) {
+    file.Reset();
+  }
+  return file;
+}
+
+// A place for a name among 2^62: FNV-1a. Two names that share one only wait for each other.
+int64_t PlaceOf(const std::string& name) {
+  uint64_t hash = 0xcbf29ce484222325;
+  for (const unsigned char byte : name) {
+    hash = (hash ^ byte) * 0x100000001b3;
+  }
+  return static_cast<int64_t>(hash >> 2);
+}
+
+}  // namespace
+
+FileLock FileLock::Wait(const std::string& path) {
+  return FileLock(LockWhole(path, LOCK_EX));
+}
+
+FileLock FileLock::Try(const std::string& path) {
+  return FileLock(LockWhole(path, LOCK_EX | LOCK_NB));
+}
+
+FileLock FileLock::WaitFor(const std::string& name, const std::string& path) {
+  UniqueFd file = OpenLockFile(path);
+  if (file.IsOpen() && !LockByte(file, PlaceOf(name), true)) {
+    file.Reset();
+  }
+  return FileLock(std::move(file));
+}
+
+UniqueFd OpenLockFile(const std::string& path) {
+  return Open(path, O_RDWR);
+}
+
+bool LockByte(const UniqueFd& file, int64_t byte, bool wait) {
+  struct flock wish {};
+  wish.l_type = F_WRLCK;
+  wish.l_whence = SEEK_SET;
+  wish.l_start = byte;
+  wish.l_len = 1;
+  return Repeat([&] { return fcntl(file.Get(), wait ? F_OFD_SETLKW : F_OFD_SETLK, &wish); });
+}
+
+}  // namespace orvo

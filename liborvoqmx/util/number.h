@@ -1,0 +1,47 @@
+// Decimal texts as numbers. Every number is read once, where it comes in.
+#pragma once
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace LibOrvoQMX {
+
+// The number that the whole of `text` is, 0 or more; nothing for any other text and for a number
+// that does not fit.
+inline std::optional<int64_t> ParseNumber(std::string_view text) {
+  int64_t number = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || text.front() == '-') {
+    return std::nullopt;
+  }
+  return number;
+}
+
+// The number that `text` begins with, as strtol reads it: 0 where it begins with none, the nearest
+// number that fits where it is too large.
+inline int64_t LeadingNumber(const std::string& text) {
+  return std::strtoll(text.c_str(), nullptr, 10);
+}
+
+// The same in the range of an int. The largest int is left out, so that there is always a next one.
+inline int LeadingInt(const std::string& text) {
+  return static_cast<int>(std::clamp<int64_t>(LeadingNumber(text), std::numeric_limits<int>::min(),
+                                              std::numeric_limits<int>::max() - 1));
+}
+
+// Does `text` begin with a number in that range?
+inline bool BeginsWithInt(const std::string& text) {
+  char* end = nullptr;
+  const long long number = std::strtoll(text.c_str(), &end, 10);
+  return end != text.c_str() && number >= std::numeric_limits<int>::min() &&
+         number < std::numeric_limits<int>::max();
+}
+
+}  // namespace LibOrvoQMX
