@@ -124,7 +124,9 @@ SegmentPlan PlanSegments(const SegmentRequest& request, const SegmentEntry& entr
   plan.length = request.length;
   plan.start = request.start;
   plan.cuts = CutsOf(request);
-  plan.startsAtOnce = entry.lead <= 0;
+  // Whoever sends a film through a pipe from the middle begins its sound at the start, and its
+  // pictures a little later.
+  plan.startsAtOnce = request.isSeekable ? entry.lead <= 0 : request.start <= 0;
   return plan;
 }
 

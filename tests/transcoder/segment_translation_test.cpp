@@ -170,7 +170,7 @@ TEST(SegmentTranslation, TakesAStreamFromAPipeAsItComes) {
       "-i pipe:9 -map 0 -codec copy -f segment -segment_time 5 -segment_start_number 3"
       " -hls_seek_time 15000 /d/slice-%05d.ts");
   ASSERT_TRUE(translation.segments);
-  EXPECT_TRUE(translation.segments->startsAtOnce);
+  EXPECT_FALSE(translation.segments->startsAtOnce) << "but at the first picture";
   EXPECT_EQ(translation.segments->cuts, Cuts::kForced);
   EXPECT_TRUE(Contains(translation.command, "-output_ts_offset 15.000"));
   EXPECT_FALSE(Contains(translation.command, "-af"));
@@ -180,6 +180,14 @@ constexpr char kFragmenting[] = " -fragment_length 5 -seek_time 10 -filled 1 /d/
 
 Translation Fragment(const std::string& options) {
   return Translated("-ss 10.000 -i f.mkv -vb 200000 -ab 40k " + options + kFragmenting);
+}
+
+TEST(SegmentTranslation, TakesAllOfAStreamFromAPipeThatIsTheFilmsBeginning) {
+  const Translation translation = Translated(
+      "-i pipe:9 -map 0 -codec copy -f segment -segment_time 5 -segment_start_number 0"
+      " -hls_seek_time 0 /d/slice-%05d.ts");
+  ASSERT_TRUE(translation.segments);
+  EXPECT_TRUE(translation.segments->startsAtOnce);
 }
 
 TEST(FragmentTranslation, PlansByTheRatesAndTheStart) {

@@ -1,0 +1,248 @@
+#include "gst/conversion.h"
+
+#include <glib-unix.h>
+#include <gst/pbutils/pbutils.h>
+
+#include <csignal>
+#include <memory>
+#include <optional>
+
+#include "gst/elements.h"
+#include "gst/output.h"
+#include "gst/owned.h"
+#include "gst/pipeline.h"
+#include "platform/log.h"
+
+namespace orvo::gst {
+namespace {
+
+struct LoopRelease {
+  void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
+};
+
+class Conversion {
+ public:
+  Conversion(const Request& request, const Patience& patience)
+      : request_(request),
+        patience_(patience),
+        output_(request.output),
+        loop_(g_main_loop_new(nullptr, FALSE)) {
+    interrupt_.Set(g_unix_signal_add(SIGINT, OnSignal, this));
+    terminate_.Set(g_unix_signal_add(SIGTERM, OnSignal, this));
+  }
+
+  Result Run() {
+    Begin();
+    if (!result_) {
+      g_main_loop_run(loop_.get());
+    }
+    // Taking apart a pipeline that hangs would hang too; see the header.
+    (void)pipeline_.release();
+    return *result_;
+  }
+
+ private:
+  static gboolean OnSignal(gpointer self) {
+    static_cast<Conversion*>(self)->Stop();
+    return G_SOURCE_CONTINUE;
+  }
+  static gboolean OnStopped(gpointer self) {
+    static_cast<Conversion*>(self)->Finish("");
+    return G_SOURCE_CONTINUE;
+  }
+  static gboolean OnStall(gpointer self) {
+    static_cast<Conversion*>(self)->Finish("the pipeline stands still");
+    return G_SOURCE_CONTINUE;
+  }
+  static gboolean OnWritable(gint fd, GIOCondition condition, gpointer self);
+  static gboolean OnMessage(GstBus* bus, GstMessage* message, gpointer self);
+
+  void Begin() {
+    pipeline_ = std::make_unique<Pipeline>(request_, elements_);
+    FinishIf(pipeline_->Start());
+    const OwnedObject<GstBus> bus(
+        pipeline_->Element() == nullptr ? nullptr : gst_element_get_bus(pipeline_->Element()));
+    if (bus) {
+      messages_.Set(gst_bus_add_watch(bus.get(), OnMessage, this));
+    }
+    AwaitOutput();
+  }
+
+  void BeginAnew() {
+    messages_.Set(0);
+    pipeline_.reset();
+    Begin();
+  }
+
+  void Stop() {
+    if (stop_.IsSet()) {
+      return;
+    }
+    stop_.Set(g_timeout_add(patience_.stop, OnStopped, this));
+    if (!pipeline_->End()) {
+      Finish("");
+    }
+  }
+
+  void Finish(const std::string& error) {
+    if (!result_) {
+      result_ = Result{error.empty(), error};
+    }
+    g_main_loop_quit(loop_.get());
+  }
+
+  void FinishIf(const std::string& error) {
+    if (!error.empty()) {
+      Finish(error);
+    }
+  }
+
+  void AwaitOutput() { stall_.Set(g_timeout_add(patience_.stall, OnStall, this)); }
+  void AwaitReader() {
+    stall_.Set(0);
+    if (!writable_.IsSet()) {
+      constexpr auto kWritable = static_cast<GIOCondition>(G_IO_OUT | G_IO_ERR);
+      writable_.Set(g_unix_fd_add(output_.Descriptor(), kWritable, OnWritable, this));
+    }
+  }
+
+  void Pump();
+  void Write();
+  void Handle(GstMessage* message);
+  void HandleOwn(const char* name);
+  void HandleError(GstMessage* message);
+  GstElementFactory* Suspect(GstMessage* message) const;
+  void LogElements() const;
+
+  const Request& request_;
+  const Patience& patience_;
+  Elements elements_;
+  Output output_;
+  std::unique_ptr<Pipeline> pipeline_;
+  std::unique_ptr<GMainLoop, LoopRelease> loop_;
+  std::optional<Result> result_;
+  bool hasEnded_ = false;  // nothing comes after what has been pulled
+  Source interrupt_;
+  Source terminate_;
+  Source messages_;
+  Source writable_;
+  Source stall_;
+  Source stop_;
+};
+
+// Moves on from a piece that has been written.
+void Conversion::Pump() {
+  if (!output_.IsEmpty()) {
+    return;
+  }
+  OwnedMini<GstSample> sample = pipeline_->Pull();
+  if (sample) {
+    output_.Take(std::move(sample));
+    AwaitReader();
+    return;
+  }
+  writable_.Set(0);
+  if (hasEnded_) {
+    Finish(output_.HasBegun() || stop_.IsSet() ? "" : "nothing in the film could be converted");
+  } else {
+    AwaitOutput();
+  }
+}
+
+void Conversion::Write() {
+  if (!output_.HasBegun()) {
+    LogElements();
+  }
+  output_.Write();
+  if (output_.HasFailed()) {
+    Finish("cannot write the output");
+  } else {
+    Pump();
+  }
+}
+
+gboolean Conversion::OnWritable(gint /*fd*/, GIOCondition /*condition*/, gpointer self) {
+  auto* const conversion = static_cast<Conversion*>(self);
+  conversion->Write();
+  return G_SOURCE_CONTINUE;
+}
+
+gboolean Conversion::OnMessage(GstBus* /*bus*/, GstMessage* message, gpointer self) {
+  static_cast<Conversion*>(self)->Handle(message);
+  return G_SOURCE_CONTINUE;
+}
+
+void Conversion::Handle(GstMessage* message) {
+  if (result_) {
+    return;
+  }
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_APPLICATION:
+      HandleOwn(gst_structure_get_name(gst_message_get_structure(message)));
+      break;
+    case GST_MESSAGE_ELEMENT:
+      if (gst_is_missing_plugin_message(message) != FALSE) {
+        const OwnedText caps(gst_missing_plugin_message_get_installer_detail(message));
+        FinishIf(pipeline_->GoOnWithout(caps ? caps.get() : ""));
+      }
+      break;
+    case GST_MESSAGE_ERROR:
+      HandleError(message);
+      break;
+    case GST_MESSAGE_EOS:
+      hasEnded_ = true;
+      Pump();
+      break;
+    default:
+      break;
+  }
+}
+
+void Conversion::HandleOwn(const char* name) {
+  if (g_strcmp0(name, Pipeline::kOutput) == 0) {
+    Pump();
+  } else {
+    FinishIf(pipeline_->EnterWhenHeld());
+  }
+}
+
+// The element that failed, or the encoder that does not take what it is given.
+GstElementFactory* Conversion::Suspect(GstMessage* message) const {
+  const GstStructure* details = nullptr;
+  gst_message_parse_error_details(message, &details);
+  gint flow = GST_FLOW_OK;
+  if (details != nullptr && gst_structure_get_int(details, "flow-return", &flow) != FALSE &&
+      flow == GST_FLOW_NOT_NEGOTIATED) {
+    return pipeline_->PictureEncoder();
+  }
+  GstObject* const source = GST_MESSAGE_SRC(message);
+  return GST_IS_ELEMENT(source) ? gst_element_get_factory(GST_ELEMENT(source)) : nullptr;
+}
+
+void Conversion::HandleError(GstMessage* message) {
+  GError* error = nullptr;
+  gst_message_parse_error(message, &error, nullptr);
+  const OwnedError reason(error);
+  GstElementFactory* const suspect = Suspect(message);
+  const bool canRepeat = output_.IsEmpty() && !output_.HasBegun() && !stop_.IsSet();
+  if (canRepeat && suspect != nullptr && elements_.Exclude(suspect)) {
+    orvo::Log(LOG_WARNING, __FILE__, __LINE__, "%s failed, trying the next one: %s",
+              GST_OBJECT_NAME(suspect), reason->message);
+    BeginAnew();
+    return;
+  }
+  Finish(GST_OBJECT_NAME(GST_MESSAGE_SRC(message)) + std::string(": ") + reason->message);
+}
+
+void Conversion::LogElements() const {
+  orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "converting %s with %s", request_.film.c_str(),
+            pipeline_->Names().c_str());
+}
+
+}  // namespace
+
+Result Convert(const Request& request, const Patience& patience) {
+  return Conversion(request, patience).Run();
+}
+
+}  // namespace orvo::gst

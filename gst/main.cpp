@@ -1,0 +1,73 @@
+// The GStreamer wrapper: converts one film on the machine's video engines where it has some.
+#include <fcntl.h>
+#include <gst/gst.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "gst/arguments.h"
+#include "gst/conversion.h"
+#include "platform/log.h"
+#include "platform/plat.h"
+#include "transcoder/launch.h"
+
+namespace {
+
+using namespace orvo::gst;
+
+constexpr char kCacheFolder[] = "/var/packages/Mirevo/cache";
+constexpr char kRegistryName[] = "/gstreamer.bin";
+
+int Fail(int code, const std::string& error) {
+  ORVO_LOG("%s", error.c_str());
+  fprintf(stderr, "orvo-gst: %s\n", error.c_str());
+  return code;
+}
+
+// What is wrong with the film or the output before anything is opened by GStreamer: anything but a
+// regular file could keep it waiting.
+std::string Unusable(const Request& request) {
+  struct stat status {};
+  if (stat(request.film.c_str(), &status) != 0) {
+    return request.film + ": " + strerror(errno);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return request.film + " is not a file";
+  }
+  return fcntl(request.output, F_GETFD) < 0
+             ? "descriptor " + std::to_string(request.output) + " is not open"
+             : "";
+}
+
+// GStreamer keeps a list of its plugins. Without a home it would make it anew at each start.
+void PrepareGstreamer() {
+  const std::string folder = orvo::SystemPath(kCacheFolder);
+  if (access(folder.c_str(), W_OK) == 0) {
+    setenv("GST_REGISTRY", (folder + kRegistryName).c_str(), 0);
+  }
+  gst_init(nullptr, nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  const Reading reading = ReadArguments({argv + 1, argv + argc});
+  if (!reading.error.empty()) {
+    return Fail(orvo::transcoder::kExitUsage, reading.error);
+  }
+  orvo::transcoder::PrepareProcess();
+  const std::string error = Unusable(reading.request);
+  if (!error.empty()) {
+    return Fail(EXIT_FAILURE, error);
+  }
+  PrepareGstreamer();
+  const Result result = Convert(reading.request, {});
+  const int code = result.hasSucceeded ? EXIT_SUCCESS : Fail(EXIT_FAILURE, result.error);
+  _exit(code);
+}

@@ -1,0 +1,45 @@
+#include "gst/conversion.h"
+
+#include <fcntl.h>
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/unique_fd.h"
+
+namespace orvo::gst {
+namespace {
+
+constexpr Patience kImpatient{1000, 1500};
+
+// What the conversion says, and how it ends; for a process of its own, which it ends.
+[[noreturn]] void ConvertWith(const char* encoder) {
+  setenv("ORVO_TEST_ENCODER", encoder, 1);
+  setenv("GST_PLUGIN_PATH", GST_TEST_PLUGINS, 1);
+  gst_init(nullptr, nullptr);
+  Request request;
+  request.film = std::string(GST_TEST_MEDIA) + "/h264_aac.mp4";
+  request.output = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  const Result result = Convert(request, kImpatient);
+  fputs(result.error.c_str(), stderr);
+  _exit(result.hasSucceeded ? 0 : 1);
+}
+
+class FilmConversion : public testing::Test {
+ protected:
+  FilmConversion() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+TEST_F(FilmConversion, GoesOnWithTheNextEncoderWhenTheFirstFails) {
+  EXPECT_EXIT(ConvertWith("fails"), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FilmConversion, EndsWithAReasonWhenNothingMovesAnyMore) {
+  EXPECT_EXIT(ConvertWith("hangs"), testing::ExitedWithCode(1), "the pipeline stands still");
+}
+
+}  // namespace
+}  // namespace orvo::gst
