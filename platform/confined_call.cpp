@@ -45,21 +45,20 @@ bool WaitForBytes(int fd, Clock::time_point deadline) {
   return ready > 0;
 }
 
-std::optional<std::string> ReadUntil(int fd, Clock::time_point deadline, size_t longest) {
-  std::string bytes;
+// To the end of the bytes. False, with errno set, when it is not reached.
+bool PassOn(int fd, Clock::time_point deadline, const std::function<bool(std::string_view)>& take) {
   std::array<char, 65536> part{};
   while (WaitForBytes(fd, deadline)) {
     const ssize_t count = read(fd, part.data(), part.size());
     if (count <= 0) {
-      return count == 0 ? std::optional(std::move(bytes)) : std::nullopt;
+      return count == 0;
     }
-    bytes.append(part.data(), static_cast<size_t>(count));
-    if (bytes.size() > longest) {
+    if (!take({part.data(), static_cast<size_t>(count)})) {
       errno = EFBIG;
       break;
     }
   }
-  return std::nullopt;
+  return false;
 }
 
 // A connection of this process's must not serve a film's purposes.
@@ -73,12 +72,12 @@ void CloseAllBut(int kept) {
 
 }  // namespace
 
-std::optional<std::string> CallConfined(Job job, const Reach& reach, size_t longest,
-                                        const std::function<std::string()>& function) {
+int RunConfined(Job job, const Reach& reach, const std::function<int(int output)>& body,
+                const std::function<bool(std::string_view)>& take) {
   UniqueFd result;
   UniqueFd output;
   if (!OpenPipe(result, output)) {
-    return std::nullopt;
+    return -1;
   }
   Confinement confinement(job, reach);
   LaunchOptions options;
@@ -86,17 +85,36 @@ std::optional<std::string> CallConfined(Job job, const Reach& reach, size_t long
   options.parentDeath.signal = SIGKILL;
   confinement.AddTo(options);
   const Clock::time_point deadline = After(confinement.WallMilliseconds());
-  const Process process = Fork(
+  Process process = Fork(
       [&] {
         CloseAllBut(output.Get());
-        return WriteAll(output.Get(), function()) ? 0 : 1;
+        return body(output.Get());
       },
       options);
   if (!process) {
-    return std::nullopt;
+    return -1;
   }
   output.Reset();
-  return ReadUntil(result.Get(), deadline, longest);
+  if (!PassOn(result.Get(), deadline, take)) {
+    const int error = errno;
+    process = Process();
+    errno = error;
+    return -1;
+  }
+  // Whoever has closed its output has nothing more to do.
+  return process.End(0, MillisecondsUntil(deadline));
+}
+
+std::optional<std::string> CallConfined(Job job, const Reach& reach, size_t longest,
+                                        const std::function<std::string()>& function) {
+  std::string bytes;
+  const int status = RunConfined(
+      job, reach, [&](int output) { return WriteAll(output, function()) ? 0 : 1; },
+      [&](std::string_view part) {
+        bytes += part;
+        return bytes.size() <= longest;
+      });
+  return status < 0 ? std::nullopt : std::optional(std::move(bytes));
 }
 
 }  // namespace orvo

@@ -83,7 +83,7 @@ class ORVO_API Confinement {
 };
 
 // As RunWithin of plat.h, but confined, in a process group of its own, and not longer than the job
-// may take. 127 also where it must not run.
+// may take. -1 when it cannot be started, also because it must not run.
 ORVO_API int RunConfined(Job job, const Reach& reach, const std::vector<std::string>& argv,
                          int milliseconds, std::string* output = nullptr);
 

@@ -26,9 +26,11 @@ bool IsNoFork(int error) {
   return error == EAGAIN || error == ENOMEM;
 }
 
-// Runs the program and takes what it prints. A wait for it ends with the time, and so does it.
+// Runs the program for that time at most and takes what it prints. `cannotExecute` is the result
+// when it cannot be started.
 int RunWith(const orvo::LaunchOptions& options, const std::string& program,
-            const std::vector<std::string>& argv, int milliseconds, std::string* output) {
+            const std::vector<std::string>& argv, int milliseconds, std::string* output,
+            int cannotExecute) {
   // In memory nothing is left of a caller that ends.
   const orvo::UniqueFd file(output != nullptr ? memfd_create("output", MFD_CLOEXEC) : -1);
   if (output != nullptr && !file.IsOpen()) {
@@ -41,7 +43,7 @@ int RunWith(const orvo::LaunchOptions& options, const std::string& program,
   }
   orvo::Process process = orvo::Start(launched, options);
   if (!process) {
-    return IsNoFork(errno) ? -1 : kCannotExecute;
+    return IsNoFork(errno) ? -1 : cannotExecute;
   }
   if (!process.HasEndedWithin(std::max(milliseconds, 0))) {
     process.Signal(SIGKILL);
@@ -87,7 +89,7 @@ int RunWithin(const std::string& program, const std::vector<std::string>& argv, 
               std::string* output) {
   LaunchOptions options;
   options.parentDeath.signal = SIGKILL;
-  return RunWith(options, program, argv, milliseconds, output);
+  return RunWith(options, program, argv, milliseconds, output, kCannotExecute);
 }
 
 int RunConfined(Job job, const Reach& reach, const std::vector<std::string>& argv, int milliseconds,
@@ -99,7 +101,7 @@ int RunConfined(Job job, const Reach& reach, const std::vector<std::string>& arg
   confinement.AddTo(options);
   const int longest = confinement.WallMilliseconds();
   return RunWith(options, reach.program, argv,
-                 longest < 0 ? milliseconds : std::min(longest, milliseconds), output);
+                 longest < 0 ? milliseconds : std::min(longest, milliseconds), output, -1);
 }
 
 bool DieWithParent(pid_t parent) {

@@ -296,7 +296,7 @@ TEST_F(Confined, WhatCannotBeConfinedDoesNotRunWhereThatIsRequired) {
                          : 1;
             }),
             0);
-  EXPECT_EQ(OnAnOldKernel([&] { return Run("/bin/true", {"true"}); }), 127);
+  EXPECT_EQ(OnAnOldKernel([&] { return Run("/bin/true", {"true"}) == -1 ? 0 : 1; }), 0);
 }
 
 TEST_F(Confined, WithoutLandlockThePreferredSandboxStillRefusesCalls) {
