@@ -18,11 +18,13 @@
 #include <functional>
 #include <thread>
 
+#include "platform/confined_call.h"
 #include "platform/landlock.h"
 #include "platform/process_launch.h"
 #include "platform/system_call_filter.h"
 #include "platform/unique_fd.h"
 #include "support/log_capture.h"
+#include "support/processes.h"
 #include "support/sysroot.h"
 
 namespace {
@@ -241,6 +243,33 @@ TEST_F(Confined, AProgramEndsWithTheTimeOfItsJob) {
   Write(kSettings, "picture_wall=1\n");
   EXPECT_EQ(orvo::RunConfined(Job::kPicture, {.program = "/bin/sleep"}, {"sleep", "600"}, 600000),
             128 + SIGKILL);
+}
+
+TEST_F(Confined, AFunctionHasNoDescriptorOfItsCaller) {
+  test::Pipe client;
+  const auto result = orvo::CallConfined(Job::kProbe, {}, 100, [&] {
+    return std::string(write(client.WriteEnd(), "x", 1) < 0 ? "closed" : "open");
+  });
+  EXPECT_EQ(result, "closed");
+}
+
+TEST_F(Confined, AFunctionThatTellsTooMuchIsEnded) {
+  const auto tell = [](size_t bytes) {
+    return orvo::CallConfined(Job::kProbe, {}, 100000, [=] { return std::string(bytes, 'x'); });
+  };
+  EXPECT_EQ(tell(100000), std::string(100000, 'x'));
+  EXPECT_EQ(tell(100001), std::nullopt);
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_TRUE(test::HasNoChild());
+}
+
+TEST_F(Confined, AFunctionThatOutlastsItsTimeIsEnded) {
+  Write(kSettings, "probe_wall=1\n");
+  const auto result =
+      orvo::CallConfined(Job::kProbe, {}, 100, []() -> std::string { test::SleepUntilKilled(); });
+  EXPECT_EQ(result, std::nullopt);
+  EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_TRUE(test::HasNoChild());
 }
 
 TEST_F(Confined, AnotherArchitecturesCallEndsIt) {

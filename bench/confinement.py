@@ -1,0 +1,61 @@
+#!/usr/bin/env python3
+"""Measures what the confinement of a process that parses media costs.
+
+Usage: bench/confinement.py [BUILD]      (default build/ci)
+
+Prints the median time in milliseconds of starts with and without it, and the difference:
+  program   the transcoder, which becomes FFmpeg
+  function  the probe of a film, by "mirevo probe"
+"""
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROUNDS = 60
+HERE = pathlib.Path(__file__).resolve().parent.parent
+
+
+class System:
+    """A system root with or without the sandbox."""
+
+    def __init__(self, folder, mode):
+        self.root = pathlib.Path(folder) / mode
+        settings = self.root / "var/packages/Mirevo/etc"
+        settings.mkdir(parents=True)
+        (self.root / "etc.defaults").mkdir()
+        (self.root / "etc.defaults/orvoinfo.conf").write_text('unique="orvo_x86_unit"\n')
+        (settings / "confinement.conf").write_text(f"sandbox={mode}\n")
+
+    def time(self, command):
+        start = time.perf_counter()
+        subprocess.run(command, env={**os.environ, "ORVO_SYSROOT": str(self.root)}, check=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        return (time.perf_counter() - start) * 1000
+
+
+def compare(name, command, systems):
+    """Alternates, so that what else the machine does weighs on both."""
+    times = {mode: [] for mode in systems}
+    for _ in range(ROUNDS):
+        for mode, system in systems.items():
+            times[mode].append(system.time(command))
+    confined, free = (statistics.median(times[mode]) for mode in ("required", "off"))
+    print(f"{name:9} {confined:8.2f} ms  {free:8.2f} ms  costs {confined - free:6.2f} ms")
+
+
+def main():
+    build = (pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else HERE / "build/ci").resolve()
+    film = build / "media/h264_aac.mp4"
+    with tempfile.TemporaryDirectory(prefix="mirevo-bench-") as folder:
+        systems = {mode: System(folder, mode) for mode in ("required", "off")}
+        compare("program", [build / "target/bin/ffmpeg", "-i", film, "-t", "0.1", "-c", "copy",
+                            "-f", "mpegts", "pipe:1"], systems)
+        compare("function", [build / "target/bin/mirevo", "probe", film], systems)
+
+
+if __name__ == "__main__":
+    main()
