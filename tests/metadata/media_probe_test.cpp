@@ -616,7 +616,13 @@ TEST_F(FilmProbe, GivesAFilmThatTakesItOverNothing) {
        {+[] { return open("/etc/passwd", O_RDONLY) < 0 ? errno : 0; },
         +[] { return open("/tmp/taken", O_WRONLY | O_CREAT, 0600) < 0 ? errno : 0; },
         +[] { return socket(AF_INET, SOCK_STREAM, 0) < 0 ? errno : 0; },
-        +[] { return kill(getppid(), SIGCONT) < 0 ? errno : 0; }}) {
+        +[] { return kill(getppid(), SIGCONT) < 0 ? errno : 0; },
+        +[] {
+          constexpr size_t kTooMuch = 513 << 20;
+          void* const memory = mmap(nullptr, kTooMuch, PROT_READ | PROT_WRITE,
+                                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+          return memory == MAP_FAILED ? errno : 0;
+        }}) {
     const TakenOver film(attack);
     EXPECT_EQ(Video(Probe(NewFilm()))["codec"], "vp9");
   }
