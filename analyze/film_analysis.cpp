@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 
+#include "confined_reader.h"
 #include "platform/plat.h"
 #include "preprocess/preprocess_result.h"
 #include "preprocess/stored_result.h"
@@ -124,7 +125,8 @@ bool AnalyzeFilm(const std::string& film, const Progress& progress, size_t& keyf
                  std::string& error) {
   const std::string state = FilmState(film);
   FilmKeyframes found;
-  if (!FindKeyframes(film, progress, found, error)) {
+  int signal = 0;
+  if (!FindKeyframesConfined(film, progress, found, error, signal)) {
     return false;
   }
   keyframes = found.times.size();

@@ -1,11 +1,11 @@
 #include "worker.h"
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 
+#include "confined_reader.h"
 #include "film_analysis.h"
 #include "platform/process_launch.h"
 #include "preprocess/stored_result.h"
@@ -16,15 +16,16 @@ namespace {
 using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
 
-// No film takes an hour of a processor to read through.
-constexpr rlimit kProcessorTime = {3600, 3600};  // seconds
-
 int Analyze(const std::string& film) {
   const std::string state = FilmState(film);
   FilmKeyframes found;
   std::string error;
-  if (!FindKeyframes(
-          film, [](double) {}, found, error)) {
+  int signal = 0;
+  if (!FindKeyframesConfined(
+          film, [](double) {}, found, error, signal)) {
+    if (signal != 0) {
+      return 128 + signal;  // as if it had been this process
+    }
     // The rights to read it may change without the film.
     if (access(film.c_str(), R_OK) == 0) {
       WriteFilmRecord({state, error, film});
@@ -41,7 +42,6 @@ int Analyze(const std::string& film) {
 Process StartWorker(const std::string& film) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
-  options.limits = {{RLIMIT_CPU, kProcessorTime}};
   // This signal lets it finish a result that it is just writing.
   options.parentDeath.signal = SIGTERM;
   return Fork([&film] { return Analyze(film); }, options);

@@ -1,4 +1,5 @@
-// A process that analyzes one film, so that what a film does to FFmpeg's libraries stays there.
+// A process that analyzes one film. What a film does to FFmpeg's libraries stays in a confined one
+// below it.
 #pragma once
 
 #include <string>

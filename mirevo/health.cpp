@@ -14,6 +14,7 @@
 
 #include "mirevo/output.h"
 #include "mirevo/program_output.h"
+#include "platform/confinement.h"
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
@@ -302,6 +303,27 @@ void ExamineHardware(Findings& findings) {
                     "Add the service's user to the group render."});
 }
 
+void ExamineConfinement(Findings& findings) {
+  constexpr char kSettings[] = "sandbox in /var/packages/Mirevo/etc/confinement.conf";
+  const std::string missing = orvo::MissingConfinement();
+  const orvo::Sandbox mode = orvo::SandboxMode();
+  if (mode == orvo::Sandbox::kOff) {
+    findings.push_back(
+        {"confinement", State::kWarning,
+         "Films are read by processes that can reach everything that the service can.",
+         std::string("Remove ") + kSettings + "."});
+  } else if (missing.empty()) {
+    findings.push_back(Good("confinement", "films are read by processes that reach nothing else"));
+  } else {
+    const bool isRequired = mode == orvo::Sandbox::kRequired;
+    findings.push_back(
+        {"confinement", isRequired ? State::kMissing : State::kWarning,
+         "This kernel lacks " + missing + ".",
+         isRequired ? std::string("Update the kernel, or set ") + kSettings + " to preferred."
+                    : "Update the kernel."});
+  }
+}
+
 void ExamineClock(Findings& findings) {
   if (time(nullptr) < kEarliestTime) {
     findings.push_back({"clock", State::kMissing, "The clock shows a time in the past.",
@@ -316,8 +338,9 @@ void ExamineClock(Findings& findings) {
 }
 
 constexpr std::array kExaminations = {
-    ExamineFFmpeg,  ExamineWebServer, ExamineLibraries, ExaminePackage,  ExamineFolders,
-    ExamineVolumes, ExamineMedia,     ExamineAnalysis,  ExamineHardware, ExamineClock,
+    ExamineFFmpeg,   ExamineWebServer,   ExamineLibraries, ExaminePackage,
+    ExamineFolders,  ExamineVolumes,     ExamineMedia,     ExamineAnalysis,
+    ExamineHardware, ExamineConfinement, ExamineClock,
 };
 
 }  // namespace

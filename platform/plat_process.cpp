@@ -10,6 +10,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/launch_fork.h"
 #include "platform/plat.h"
@@ -23,6 +24,37 @@ constexpr int kCannotExecute = 127;
 
 bool IsNoFork(int error) {
   return error == EAGAIN || error == ENOMEM;
+}
+
+// Runs the program for that time at most and takes what it prints. `cannotExecute` is the result
+// when it cannot be started.
+int RunWith(const orvo::LaunchOptions& options, const std::string& program,
+            const std::vector<std::string>& argv, int milliseconds, std::string* output,
+            int cannotExecute) {
+  // In memory nothing is left of a caller that ends.
+  const orvo::UniqueFd file(output != nullptr ? memfd_create("output", MFD_CLOEXEC) : -1);
+  if (output != nullptr && !file.IsOpen()) {
+    return -1;
+  }
+  orvo::Program launched{program, argv};
+  launched.keepInheritable = true;
+  if (file.IsOpen()) {
+    launched.descriptors = {{file.Get(), STDOUT_FILENO}};
+  }
+  orvo::Process process = orvo::Start(launched, options);
+  if (!process) {
+    return IsNoFork(errno) ? -1 : cannotExecute;
+  }
+  if (!process.HasEndedWithin(std::max(milliseconds, 0))) {
+    process.Signal(SIGKILL);
+  }
+  const int status = process.Wait();
+  if (output == nullptr) {
+    return status;
+  }
+  // Opened anew, it is read from its start.
+  std::ifstream written("/proc/self/fd/" + std::to_string(file.Get()), std::ios::binary);
+  return orvo::ReadAll(written, *output) ? status : -1;
 }
 
 }  // namespace
@@ -55,32 +87,21 @@ bool WaitForExit(pid_t pid, int milliseconds) {
 
 int RunWithin(const std::string& program, const std::vector<std::string>& argv, int milliseconds,
               std::string* output) {
-  // In memory nothing is left of a caller that ends.
-  const UniqueFd file(output != nullptr ? memfd_create("output", MFD_CLOEXEC) : -1);
-  if (output != nullptr && !file.IsOpen()) {
-    return -1;
-  }
-  Program launched{program, argv};
-  launched.keepInheritable = true;
-  if (file.IsOpen()) {
-    launched.descriptors = {{file.Get(), STDOUT_FILENO}};
-  }
   LaunchOptions options;
   options.parentDeath.signal = SIGKILL;
-  Process process = Start(launched, options);
-  if (!process) {
-    return IsNoFork(errno) ? -1 : kCannotExecute;
-  }
-  if (!process.HasEndedWithin(std::max(milliseconds, 0))) {
-    process.Signal(SIGKILL);
-  }
-  const int status = process.Wait();
-  if (output == nullptr) {
-    return status;
-  }
-  // Opened anew, it is read from its start.
-  std::ifstream written("/proc/self/fd/" + std::to_string(file.Get()), std::ios::binary);
-  return ReadAll(written, *output) ? status : -1;
+  return RunWith(options, program, argv, milliseconds, output, kCannotExecute);
+}
+
+int RunConfined(Job job, const Reach& reach, const std::vector<std::string>& argv, int milliseconds,
+                std::string* output) {
+  Confinement confinement(job, reach);
+  LaunchOptions options;
+  options.parentDeath.signal = SIGKILL;
+  options.group = ProcessGroup::kOwn;
+  confinement.AddTo(options);
+  const int longest = confinement.WallMilliseconds();
+  return RunWith(options, reach.program, argv,
+                 longest < 0 ? milliseconds : std::min(longest, milliseconds), output, -1);
 }
 
 bool DieWithParent(pid_t parent) {

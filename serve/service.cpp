@@ -20,6 +20,7 @@
 
 #include "accounts/accounts.h"
 #include "platform/children.h"
+#include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
@@ -248,6 +249,19 @@ void Announce(const WebServer& server, int browser) {
   orvo::WriteAll(browser, address);
 }
 
+// Says once what protects this machine less from films than it could.
+void TellConfinement() {
+  const std::string missing = orvo::MissingConfinement();
+  if (orvo::SandboxMode() == orvo::Sandbox::kOff) {
+    std::cerr << "films are read by processes that are not confined (sandbox=off)\n";
+  } else if (!missing.empty()) {
+    std::cerr << "this kernel lacks " << missing << ": films are "
+              << (orvo::SandboxMode() == orvo::Sandbox::kRequired
+                      ? "not opened (sandbox=required)\n"
+                      : "read by processes that are confined less\n");
+  }
+}
+
 // Starts the web server and keeps it until the end. `analyzed`: what to look for key frames in.
 int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
         std::vector<std::string> analyzed) {
@@ -267,6 +281,7 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
     return 1;
   }
   Announce(server, browser);
+  TellConfinement();
   Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
   const bool told = ServeUntilStopped(signals.Get(), process.Descriptor().Get(), analysis);
   analysis.Stop();

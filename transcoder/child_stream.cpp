@@ -11,9 +11,11 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/log.h"
 #include "platform/process_launch.h"
+#include "transcoder/command_reach.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -37,6 +39,8 @@ Process StartWith(const std::vector<std::string>& command, int output) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
   options.parentDeath.signal = SIGKILL;
+  Confinement confinement(Job::kTranscoder, ReachOf(command));
+  confinement.AddTo(options);
   return orvo::Start(program, options);
 }
 

@@ -14,6 +14,7 @@
 #include <sstream>
 #include <utility>
 
+#include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/process_launch.h"
 #include "platform/unique_fd.h"
@@ -64,7 +65,10 @@ std::optional<std::string> Listing(const std::string& executable, const std::str
   Program program{executable,
                   {executable, "-nostdin", "-hide_banner", "-loglevel", "quiet", option}};
   program.descriptors = {{writeEnd.Get(), STDOUT_FILENO}};
-  Process process = Start(program);
+  Confinement confinement(Job::kPicture, {.program = executable});
+  LaunchOptions options;
+  confinement.AddTo(options);
+  Process process = Start(program, options);
   writeEnd.Reset();
   std::string text = ReadToEnd(readEnd.Get());
   return process.Wait() == 0 ? std::optional(std::move(text)) : std::nullopt;

@@ -9,8 +9,10 @@
 #include <csignal>
 #include <cstring>
 
+#include "platform/confinement.h"
 #include "platform/log.h"
 #include "platform/process_launch.h"
+#include "transcoder/command_reach.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -60,6 +62,8 @@ int Become(const std::vector<std::string>& command) {
   program.keepInheritable = true;  // the output, and the file for the progress
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
+  Confinement confinement(Job::kTranscoder, ReachOf(command));
+  confinement.AddTo(options);
   return RefuseToStart(program.path, orvo::Become(program, options));
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "metadata/confined_probe.h"
 #include "metadata/media_input.h"
 #include "metadata/media_libraries.h"
 #include "metadata/video_metadata.h"
@@ -265,7 +266,7 @@ bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Valu
                                              Json::Value& videos, Json::Value& audios,
                                              Json::Value& subtitles) {
   return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
-    return ParseMetaDataFromFFMPEG_Impl(path, document, videos, audios, subtitles);
+    return ProbeConfined(path, document, videos, audios, subtitles);
   });
 }
 

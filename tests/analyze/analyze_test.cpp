@@ -124,6 +124,7 @@ TEST_F(FilmAnalysis, LeavesNothingWhenItIsInterrupted) {
                              test::ReadWhole(test::Film("mpeg2_mp2.ts")).substr(0, 1000 * 188)));
   program.Kill(SIGTERM);
   EXPECT_EQ(program.Wait(), 128 + SIGTERM);
+  test::ReapAll();  // its reader, which ends with it
   EXPECT_FALSE(Exists("/volume1/@ea"));
 }
 

@@ -1,8 +1,16 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include "metadata/media_libraries.h"
@@ -49,35 +57,53 @@ struct Picture : Track {
   }
 };
 
-// Looks on while the probe opens a file.
+// Looks on while the probe opens a file, in a process of its own.
 class Opening {
  public:
   Opening() : media_(const_cast<MediaLibraries&>(*MediaLibraries::Get())) {
+    seen_ = static_cast<Seen*>(
+        mmap(nullptr, sizeof(Seen), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     open_ = std::exchange(media_.avformat_open_input, Look);
-    count = 0;
   }
   Opening(const Opening&) = delete;
   Opening& operator=(const Opening&) = delete;
-  ~Opening() { media_.avformat_open_input = open_; }
+  ~Opening() {
+    media_.avformat_open_input = open_;
+    munmap(seen_, sizeof(Seen));
+  }
 
-  static inline int count = 0;
-  static inline std::string address;
-  static inline std::string formats;
-  static inline std::string protocols;
+  static int Count() { return seen_->count; }
+  static std::string Address() { return seen_->address.data(); }
+  static std::string Formats() { return seen_->formats.data(); }
+  static std::string Protocols() { return seen_->protocols.data(); }
+  static pid_t Pid() { return seen_->pid; }
+  static bool HasChosenAll() { return seen_->hasChosenAll; }
 
  private:
+  using Text = std::array<char, 8192>;
+  struct Seen {
+    int count;
+    pid_t pid;
+    bool hasChosenAll;
+    Text address;
+    Text formats;
+    Text protocols;
+  };
+
+  static void Copy(const char* from, Text& to) { snprintf(to.data(), to.size(), "%s", from); }
   static int Look(AVFormatContext** context, const char* url, const AVInputFormat* format,
                   AVDictionary** options) {
-    ++count;
-    address = url;
-    formats = (*context)->format_whitelist;
-    protocols = (*context)->protocol_whitelist;
-    EXPECT_EQ(format, nullptr);
-    EXPECT_EQ(options, nullptr);
+    ++seen_->count;
+    seen_->pid = getpid();
+    seen_->hasChosenAll = format == nullptr && options == nullptr;
+    Copy(url, seen_->address);
+    Copy((*context)->format_whitelist, seen_->formats);
+    Copy((*context)->protocol_whitelist, seen_->protocols);
     return open_(context, url, format, options);
   }
 
   static inline decltype(MediaLibraries::avformat_open_input) open_ = nullptr;
+  static inline Seen* seen_ = nullptr;
   MediaLibraries& media_;
 };
 
@@ -96,6 +122,14 @@ class FilmProbe : public test::Sysroot {
     line.push_back(Path("/" + name));
     EXPECT_EQ(PlatExecv("/usr/bin/ffmpeg", line), 0) << name;
     return Probe(Path("/" + name));
+  }
+
+  // A film that has not been probed yet.
+  std::string NewFilm() const {
+    static int number = 0;
+    const std::string name = "/new" + std::to_string(++number) + ".webm";
+    Write(name, test::ReadWhole(test::Film("vp9_opus.webm")));
+    return Path(name);
   }
 
   static Json::Value Video(const Json::Value& document, unsigned index = 0) {
@@ -528,9 +562,10 @@ TEST_F(FilmProbe, OpensFilesOnlyAndOnlyFilms) {
   const Opening opening;
   Write("/film.webm", test::ReadWhole(test::Film("vp9_opus.webm")));
   Probe(Path("/film.webm"));
-  EXPECT_EQ(Opening::address, "file:" + Path("/film.webm"));
-  EXPECT_EQ(Opening::protocols, "file");
-  EXPECT_EQ(Opening::formats, orvo::kSelfContainedFormats);
+  EXPECT_EQ(Opening::Address(), "file:" + Path("/film.webm"));
+  EXPECT_EQ(Opening::Protocols(), "file");
+  EXPECT_EQ(Opening::Formats(), orvo::kSelfContainedFormats);
+  EXPECT_TRUE(Opening::HasChosenAll());
 }
 
 TEST_F(FilmProbe, OpensAFilmOnce) {
@@ -538,10 +573,79 @@ TEST_F(FilmProbe, OpensAFilmOnce) {
   Write("/film.webm", test::ReadWhole(test::Film("vp9_opus.webm")));
   const Json::Value first = Probe(Path("/film.webm"));
   EXPECT_EQ(Probe(Path("/film.webm")), first);
-  EXPECT_EQ(Opening::count, 1);
+  EXPECT_EQ(Opening::Count(), 1);
   Write("/film.webm", test::ReadWhole(test::Film("h264_ac3.mkv")));
   EXPECT_EQ(Video(Probe(Path("/film.webm")))["codec"], "h264");
-  EXPECT_EQ(Opening::count, 2);
+  EXPECT_EQ(Opening::Count(), 2);
+}
+
+TEST_F(FilmProbe, ReadsTheFilmInAProcessThatIsGoneAfterwards) {
+  const Opening opening;
+  Probe(NewFilm());
+  EXPECT_NE(Opening::Pid(), getpid());
+  EXPECT_FALSE(PlatProcAlive(Opening::Pid()));
+  EXPECT_TRUE(test::HasNoChild());
+}
+
+// What a film that has taken a decoder over would try.
+class TakenOver {
+ public:
+  explicit TakenOver(int (*attack)())
+      : media_(const_cast<MediaLibraries&>(*MediaLibraries::Get())) {
+    attack_ = attack;
+    open_ = std::exchange(media_.avformat_open_input, Attack);
+  }
+  TakenOver(const TakenOver&) = delete;
+  TakenOver& operator=(const TakenOver&) = delete;
+  ~TakenOver() { media_.avformat_open_input = open_; }
+
+ private:
+  static int Attack(AVFormatContext** context, const char* url, const AVInputFormat* format,
+                    AVDictionary** options) {
+    // Only what fails lets the film go on.
+    return attack_() == 0 ? -1 : open_(context, url, format, options);
+  }
+
+  static inline decltype(MediaLibraries::avformat_open_input) open_ = nullptr;
+  static inline int (*attack_)() = nullptr;
+  MediaLibraries& media_;
+};
+
+TEST_F(FilmProbe, GivesAFilmThatTakesItOverNothing) {
+  for (int (*const attack)() :
+       {+[] { return open("/etc/passwd", O_RDONLY) < 0 ? errno : 0; },
+        +[] { return open("/tmp/taken", O_WRONLY | O_CREAT, 0600) < 0 ? errno : 0; },
+        +[] { return socket(AF_INET, SOCK_STREAM, 0) < 0 ? errno : 0; },
+        +[] { return kill(getppid(), SIGCONT) < 0 ? errno : 0; },
+        +[] {
+          constexpr size_t kTooMuch = 513 << 20;
+          void* const memory = mmap(nullptr, kTooMuch, PROT_READ | PROT_WRITE,
+                                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+          return memory == MAP_FAILED ? errno : 0;
+        }}) {
+    const TakenOver film(attack);
+    EXPECT_EQ(Video(Probe(NewFilm()))["codec"], "vp9");
+  }
+}
+
+TEST_F(FilmProbe, IsGivenUpWhenItDiesOrOutlastsItsTime) {
+  Write("/var/packages/Mirevo/etc/confinement.conf", "probe_wall=1\n");
+  const struct {
+    int (*attack)();
+    const char* reason;
+  } cases[] = {{+[]() -> int { abort(); }, "died."},
+               {+[]() -> int { test::SleepUntilKilled(); }, "was given up: Connection timed out."}};
+  for (const auto& row : cases) {
+    const TakenOver film(row.attack);
+    Json::Value document(Json::objectValue);
+    EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(NewFilm(), document));
+    EXPECT_FALSE(document.isMember("track_info"));
+    const List log = test::TakeLogTexts();
+    ASSERT_EQ(log.size(), 2U);
+    EXPECT_NE(log[0].find(row.reason), std::string::npos) << log[0];
+    EXPECT_EQ(log[1], "video_metadata:N ParserMetaDataFromFFMPEG fail.");
+    EXPECT_TRUE(test::HasNoChild());
+  }
 }
 
 // The description that a well-known server puts first into a recording. FFmpeg reads these with a

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/confinement.h"
 #include "support.h"
 
 namespace orvo::transcoder {
@@ -33,10 +34,15 @@ class EncoderInventoryTest : public testing::Test {
     std::filesystem::copy_file("/proc/self/exe", executable_);
     SetListing(kListing);
     setenv("TRANSCODER_TEST_ASKED", dir_.Path("asked").c_str(), 1);
+    // The copy writes down that it was asked.
+    std::filesystem::create_directories(system_.Path("var/packages/Mirevo/etc"));
+    test::WriteText(system_.Path("var/packages/Mirevo/etc/confinement.conf"), "sandbox=off\n");
+    setenv("ORVO_SYSROOT", system_.Path("").c_str(), 1);
   }
   ~EncoderInventoryTest() override {
     unsetenv("TRANSCODER_TEST_LISTING");
     unsetenv("TRANSCODER_TEST_ASKED");
+    unsetenv("ORVO_SYSROOT");
   }
 
   static void SetListing(const char* listing) { setenv("TRANSCODER_TEST_LISTING", listing, 1); }
@@ -50,6 +56,7 @@ class EncoderInventoryTest : public testing::Test {
   }
 
   test::TempDir dir_;
+  test::TempDir system_;
   std::string executable_ = dir_.Path("ffmpeg");
   std::string cache_ = dir_.Path("cache");
 };
@@ -58,6 +65,15 @@ TEST_F(EncoderInventoryTest, KnowsWhatTheExecutableLists) {
   EXPECT_TRUE(CanEncode("libx264"));
   EXPECT_TRUE(CanEncode("aac"));
   EXPECT_FALSE(CanEncode("libfdk_aac"));
+}
+
+TEST_F(EncoderInventoryTest, AsksInAConfinedProcess) {
+  test::WriteText(system_.Path("var/packages/Mirevo/etc/confinement.conf"), "");
+  if (!MissingConfinement().empty()) {
+    GTEST_SKIP() << "this kernel lacks " << MissingConfinement();
+  }
+  EXPECT_TRUE(CanEncode("libx264"));
+  EXPECT_EQ(TimesAsked(), 0) << "it cannot write that down";
 }
 
 TEST_F(EncoderInventoryTest, TakesTheLegendForNoEncoder) {

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "platform/process_launch.h"
 #include "support.h"
 #include "transcoder/launch.h"
 
@@ -215,7 +216,8 @@ TEST(TranscoderUsage, ExplainsWhatItWouldRunOnOneLine) {
 }
 
 TEST(TranscoderUsage, SaysWhenFFmpegIsMissing) {
-  EXPECT_EQ(Become({"/nonexistent/ffmpeg", "-version"}), 127);
+  // In a process of its own: the confinement stays.
+  EXPECT_EQ(Fork([] { return Become({"/nonexistent/ffmpeg", "-version"}); }).Wait(), 127);
 }
 
 // --- Films that want more than to be played ---

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/confinement.h"
 #include "platform/plat.h"
 #include "util/media_formats.h"
 #include "webapi/http/send_file.h"
@@ -92,7 +93,8 @@ std::vector<std::string> CommandLine(const std::string& film, int width, const L
           "pipe:1"};
 }
 
-// The picture; "" when there is none. False when the time was over before that was known.
+// The picture; "" when there is none. False when that is not known, because the time was over or
+// the decoder cannot be started.
 bool Decode(const std::string& film, int width, const Look& look, Clock::time_point deadline,
             std::string& picture) {
   const auto left =
@@ -101,15 +103,15 @@ bool Decode(const std::string& film, int width, const Look& look, Clock::time_po
   picture.clear();
   if (left > 0) {
     libmrv::DoActionAsRoot("MakePicture", [&] {
-      status = orvo::RunWithin(kDecoder, CommandLine(film, width, look), static_cast<int>(left),
-                               &picture);
+      status = orvo::RunConfined(orvo::Job::kPicture, {.program = kDecoder, .read = {film}},
+                                 CommandLine(film, width, look), static_cast<int>(left), &picture);
       return true;
     });
   }
   if (picture.rfind(kStartOfPicture, 0) != 0) {
     picture.clear();
   }
-  return status != kKilled;
+  return status >= 0 && status != kKilled;
 }
 
 // What to make of which film, and where it is kept.

@@ -8,11 +8,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "platform/confinement.h"
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "platform/unique_fd.h"
@@ -192,7 +194,9 @@ class SubtitleTrack : public SubtitleSource {
     if (!pipe.IsOpen()) {
       return false;
     }
-    const int status = PlatExecv(kExtractor, CommandLine(pipe.Get()));
+    const int status =
+        orvo::RunConfined(orvo::Job::kSubtitles, {.program = kExtractor, .read = {film_}},
+                          CommandLine(pipe.Get()), INT_MAX);
     if (status < 0 || (status >= kSignalled && status != kTimeLimitReached)) {
       return false;
     }

@@ -1,0 +1,66 @@
+#include "metadata/confined_probe.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "metadata/media_libraries.h"
+#include "metadata/probe_message.h"
+#include "metadata/video_metadata.h"
+#include "platform/confined_call.h"
+#include "platform/log.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+constexpr size_t kLongestMessage = 16 << 20;
+
+// In the child.
+std::string Probe(const std::string& path) {
+  Json::Value message(Json::objectValue);
+  message["document"] = Json::Value(Json::objectValue);
+  for (const char* const tracks : {"video", "audio", "subtitle"}) {
+    message[tracks] = Json::Value(Json::arrayValue);
+  }
+  const bool success = ParseMetaDataFromFFMPEG_Impl(path, message["document"], message["video"],
+                                                    message["audio"], message["subtitle"]);
+  message["success"] = success;
+  return EncodeProbeMessage(message);
+}
+
+bool IsFromProbe(const Json::Value& message) {
+  return message.isObject() && message["document"].isObject() && message["video"].isArray() &&
+         message["audio"].isArray() && message["subtitle"].isArray();
+}
+
+}  // namespace
+
+bool ProbeConfined(const std::string& path, Json::Value& document, Json::Value& videos,
+                   Json::Value& audios, Json::Value& subtitles) {
+  // Loaded here, the libraries are there for the next probe of this process, too.
+  if (path.empty() || MediaLibraries::Get() == nullptr) {
+    return false;
+  }
+  const auto bytes = orvo::CallConfined(orvo::Job::kProbe, {.read = {path}}, kLongestMessage,
+                                        [&path] { return Probe(path); });
+  if (!bytes) {
+    ORVO_LOG("The probe of [%s] was given up: %s.", path.c_str(), strerror(errno));
+    return false;
+  }
+  auto message = DecodeProbeMessage(*bytes);
+  if (!message || !IsFromProbe(*message)) {
+    ORVO_LOG("The probe of [%s] died.", path.c_str());
+    return false;
+  }
+  for (const std::string& key : (*message)["document"].getMemberNames()) {
+    document[key] = (*message)["document"][key];
+  }
+  videos.swap((*message)["video"]);
+  audios.swap((*message)["audio"]);
+  subtitles.swap((*message)["subtitle"]);
+  return (*message)["success"] == Json::Value(true);
+}
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,15 @@
+// The probe in a process of its own, which the film cannot leave.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+namespace LibOrvoQMX {
+
+// As ParseMetaDataFromFFMPEG_Impl, in a forked and confined process with the limits of a probe. A
+// process that dies or takes too long is a failed probe; the reason is logged.
+bool ProbeConfined(const std::string& path, Json::Value& document, Json::Value& videos,
+                   Json::Value& audios, Json::Value& subtitles);
+
+}  // namespace LibOrvoQMX

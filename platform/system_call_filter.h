@@ -1,0 +1,27 @@
+// Which system calls a process that parses media may make.
+#pragma once
+
+#include <linux/filter.h>
+
+#include <vector>
+
+#include "platform/export.h"
+
+namespace orvo {
+
+// Whether the process still executes a program after the filter has been installed.
+enum class Execution { kAllowed, kRefused };
+
+// A filter for InstallFilter. All calls that it does not know fail with EPERM: sockets, other
+// processes, mounts, keys, identities and whatever the kernel gets later. New threads are allowed,
+// new processes are not. A call of another architecture ends the process.
+std::vector<sock_filter> MediaFilter(Execution execution);
+
+// Async-signal-safe: gives up new privileges and installs the filter in the calling thread. Returns
+// 0 or an errno.
+ORVO_API int InstallFilter(const std::vector<sock_filter>& filter);
+
+// Does this kernel have such filters?
+bool HasSystemCallFilters();
+
+}  // namespace orvo
