@@ -1,4 +1,4 @@
-// The probe: one media file in, its metadata document out.
+// The probe: reads one media file and writes its metadata document.
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -39,8 +39,8 @@ std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
   return descriptor != nullptr ? TextOrEmpty(descriptor->name) : "";
 }
 
-// Demuxers once told the rotation by a "rotate" tag and now by a display matrix. Its angle counts
-// the other way round and may be negative.
+// Older demuxers give the rotation as a "rotate" tag, newer ones as a display matrix. The matrix's
+// angle has the opposite direction and may be negative.
 int RotationOf(const MediaLibraries& media, const AVStream& stream) {
   if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
     return static_cast<int>(std::strtol(tag, nullptr, 10));
@@ -72,8 +72,8 @@ struct Picture {
   int displayHeight = 0;
 };
 
-// The coded size and what the sample aspect ratio makes of it; the codec's own ratio goes before
-// the container's. All 0 where there is no width.
+// The coded size, and the display size by the sample aspect ratio. The codec's ratio has priority
+// over the container's. All values are 0 if there is no width.
 Picture MeasurePicture(const AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   Picture picture;
@@ -104,8 +104,8 @@ Picture MeasurePicture(const AVStream& stream) {
   return picture;
 }
 
-// Uncompressed audio has the rate that its samples make; what the demuxer says of it is not
-// reliable. 24- and 32-bit kinds take the reported rate.
+// The bit rate of uncompressed audio is calculated from its samples, because the demuxer's value is
+// not reliable. 24- and 32-bit formats use the reported rate.
 int64_t AudioBitrate(const AVCodecParameters& codec) {
   const int64_t samples = static_cast<int64_t>(codec.sample_rate) * codec.ch_layout.nb_channels;
   switch (codec.codec_id) {
@@ -131,13 +131,13 @@ std::string ChannelLayout(const MediaLibraries& media, const AVChannelLayout& la
   return text.data();
 }
 
-// Truncated to whole seconds and to 32 bits, the demuxer's mark for an unknown time included.
+// Truncates to whole seconds and to 32 bits. This includes the demuxer's value for an unknown time.
 Json::UInt WholeSeconds(int64_t microseconds) {
   return static_cast<Json::UInt>(microseconds / kMicrosecondsPerSecond);
 }
 
-// FFmpeg says nothing on the standard error output for its life. A file that is no film is a result
-// here, and the libraries would print all the formats that it could have been.
+// Silences FFmpeg on standard error while it exists. For a file that is not a film, the libraries
+// would print all formats that it could be.
 class QuietMediaLibraries {
  public:
   explicit QuietMediaLibraries(const MediaLibraries& media)
@@ -153,7 +153,7 @@ class QuietMediaLibraries {
   int level_;
 };
 
-// An opened media file; closed with its owner.
+// An open media file. The destructor closes it.
 class Input {
  public:
   explicit Input(const MediaLibraries& media) : media_(media) {}
@@ -172,7 +172,7 @@ class Input {
     }
     context_->format_whitelist = media_.av_strdup(orvo::kSelfContainedFormats);
     context_->protocol_whitelist = media_.av_strdup("file");
-    // "file:" keeps a name with a colon from being taken for an address. A failure frees the
+    // Without "file:", FFmpeg could read a name with a colon as an address. A failure frees the
     // context.
     return media_.avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, nullptr) >= 0 &&
            media_.avformat_find_stream_info(context_, nullptr) >= 0;
