@@ -16,7 +16,7 @@ namespace {
 using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
 
-// No film takes an hour of a processor to read through.
+// Reading a film never takes an hour of processor time.
 constexpr rlimit kProcessorTime = {3600, 3600};  // seconds
 
 int Analyze(const std::string& film) {
@@ -25,7 +25,8 @@ int Analyze(const std::string& film) {
   std::string error;
   if (!FindKeyframes(
           film, [](double) {}, found, error)) {
-    // The rights to read it may change without the film.
+    // A file that cannot be read is not recorded: its permissions may change while the film stays
+    // the same.
     if (access(film.c_str(), R_OK) == 0) {
       WriteFilmRecord({state, error, film});
     }
@@ -42,7 +43,7 @@ Process StartWorker(const std::string& film) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
   options.limits = {{RLIMIT_CPU, kProcessorTime}};
-  // This signal lets it finish a result that it is just writing.
+  // With this signal, the worker finishes a result that it is writing.
   options.parentDeath.signal = SIGTERM;
   return Fork([&film] { return Analyze(film); }, options);
 }
