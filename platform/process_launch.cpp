@@ -25,7 +25,7 @@ bool SetActions(const std::vector<SignalAction>& actions) {
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   for (int number = 1; number < NSIG; ++number) {
-    sigaction(number, &action, nullptr);  // fails for signals with a fixed action, which does no harm
+    sigaction(number, &action, nullptr);  // fails for signals with a fixed action; no harm
   }
   return std::all_of(actions.begin(), actions.end(), [&](const SignalAction& own) {
     action.sa_handler = own.handler;

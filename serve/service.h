@@ -14,7 +14,7 @@ inline constexpr char kAddressFile[] = "/address";
 
 struct Options {
   std::vector<std::string> media;    // files and folders
-  std::optional<int> port;           // 0 for any; without a value the usual one, or any if that is in use
+  std::optional<int> port;           // 0 for any; unset: the usual one, or any if that is in use
   bool browser = true;               // open the page if there is a desktop
   bool analysis = true;              // find key frames in the background
   std::vector<std::string> listen;   // addresses; if empty, only this machine

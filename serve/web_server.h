@@ -14,7 +14,7 @@ struct WebServer {
   std::string pageFolder;                // files to serve unchanged
   std::string webapiFolder;              // holds entry.cgi
   std::string stateFolder;               // for the configuration and the log
-  std::vector<std::string> sendFolders;  // files that the server sends for requests are in one of these
+  std::vector<std::string> sendFolders;  // hold all files that requests send
   std::vector<Endpoint> endpoints;
   // Names of this server, besides its addresses, with or without a port.
   std::vector<std::string> hosts;

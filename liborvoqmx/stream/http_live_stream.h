@@ -23,6 +23,7 @@
 
 namespace LibOrvoQMX {
 
+struct AwaitedSegment;
 struct FetchedPiece;
 struct Segment;
 
@@ -50,7 +51,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   // process is left that could produce the segment.
   std::string ReadFragment(const std::string& fragment) override;
 
-  // Does both for the segment with this number, in one step (stream/fetched_piece.h).
+  // Does both for the segment with this number, in one step (stream/fetched_piece.h). Also starts a
+  // transcoder if Transcoding relies on one that has died.
   FetchedPiece Fetch(int number);
 
   int GetSeekTimeInMillisecond() const override;
@@ -139,13 +141,16 @@ class ORVO_API HttpLiveStream : public AdaptStream {
 
   bool IsPlayable() const;
   bool Reach(const Segment& segment);
+  bool Revive(const Segment& segment, const std::string& seen);
+  bool Restart(const Segment& segment);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
   void Watch(const Segment& segment);
   void RunPipeline(const Segment& segment);
 
   std::string SeenSequence() const;
-  std::string Await(int number, const std::string& seen) const;
+  AwaitedSegment Await(int number, const std::string& seen) const;
+  AwaitedSegment AwaitUnlessLost(int number, const std::string& seen) const;
 
   // Copies the playlist's plan into the stream's directory. All requests of the stream use this
   // copy, even if another result is stored beside the film later.

@@ -27,7 +27,7 @@ constexpr int kMaxEntries = 100000;
 constexpr int kMaxDepth = 32;
 constexpr auto kTimeLimit = std::chrono::seconds(2);
 
-// The calling thread's characters are UTF-8 for as long as this lives.
+// Sets the calling thread's character set to UTF-8 while this object exists.
 class Utf8Scope {
  public:
   Utf8Scope() : previous_(uselocale(Locale())) {}
@@ -36,7 +36,7 @@ class Utf8Scope {
   ~Utf8Scope() { uselocale(previous_); }
 
  private:
-  // It stays as it is where the system has no such locale.
+  // If the system has no such locale, nothing changes.
   static locale_t Locale() {
     static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     return locale;
@@ -49,7 +49,7 @@ class Search {
  public:
   explicit Search(const std::string& text) : text_(FoldCase(text)) {}
 
-  // Looks through a folder and those below it. A root that is a file is looked at itself.
+  // Searches a folder and all folders below it. For a root that is a file, checks the file.
   void In(const std::string& root) {
     std::error_code failure;
     if (!fs::is_directory(root, failure)) {
@@ -60,8 +60,8 @@ class Search {
                                            failure);
     for (const fs::recursive_directory_iterator end; !failure && entry != end && MayGoOn();
          entry.increment(failure)) {
-      // What hides is not listed either. A linked folder is not entered: what it leads to is found
-      // where it is, and links may lead in circles.
+      // Hidden files are left out, as in a listing. Linked folders are not entered: their content
+      // is found at its real place, and links may form circles.
       const std::string name = entry->path().filename().string();
       if (orvo::IsSystemFolderName(name) || entry.depth() >= kMaxDepth) {
         entry.disable_recursion_pending();
@@ -97,7 +97,7 @@ class Search {
     if (!orvo::IsFilmName(name) || folded.find(text_) == std::string::npos) {
       return;
     }
-    // A link that leads out of the roots is not there.
+    // A link that leads out of the roots counts as missing.
     std::error_code failure;
     if (!fs::is_symlink(path, failure) || LiesIn(roots_, RealPath(path))) {
       found_.emplace(folded, path);

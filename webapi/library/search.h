@@ -1,4 +1,4 @@
-// Finding films by name.
+// Finds films by name.
 #pragma once
 
 #include "webapi/http/answer.h"
@@ -6,11 +6,11 @@
 
 namespace webapi {
 
-// The text in lower case, the letters of all scripts; bytes that are no UTF-8 stay as they are.
+// The text in lower case, for the letters of all scripts. Bytes that are not UTF-8 stay unchanged.
 std::string FoldCase(const std::string& text);
 
-// The films below the roots (or "path") whose names contain "q" in any case, sorted by name.
-// "truncated" when there may be more than what was looked at in the time.
+// The films below the roots (or "path") whose names contain "q", ignoring case, sorted by name.
+// "truncated" is true if the time was too short to search everything.
 Answer SearchFilms(const Request& request);
 
 }  // namespace webapi

@@ -19,6 +19,9 @@ using std::chrono::milliseconds;
 
 // A request waits for a transcoder that is at most this many segments behind.
 constexpr int kReach = 4;
+// A restart records its monitor within this time. Before that, it waits up to five seconds for the
+// old one.
+constexpr int64_t kRecordSeconds = 10;
 
 }  // namespace
 
@@ -27,11 +30,11 @@ Segment::Segment(int segmentNumber) : number(segmentNumber), text(std::to_string
 Segment::Segment(const std::string& segmentText)
     : number(LeadingInt(segmentText)), text(segmentText), isNumber(BeginsWithInt(segmentText)) {}
 
-std::string WriteSequence(const StreamDirectory& directory) {
-  const StateFile file = directory.RequestSequence();
-  // Without the lock, two requests could read the clock in one order and write in the other. Both
-  // would then be the latest.
-  const StreamLock lock = file.Lock();
+namespace {
+
+// The caller holds the file's lock. Without it, two requests could read the clock in one order and
+// write in the other. Both would then be the latest.
+std::string WriteNow(const StateFile& file) {
   timespec now{};
   if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
     return "";
@@ -40,6 +43,20 @@ std::string WriteSequence(const StreamDirectory& directory) {
   snprintf(text, sizeof(text), "%lld.%09ld", static_cast<long long>(now.tv_sec), now.tv_nsec);
   file.Write(std::string(text));
   return text;
+}
+
+}  // namespace
+
+std::string WriteSequence(const StreamDirectory& directory) {
+  const StateFile file = directory.RequestSequence();
+  const StreamLock lock = file.Lock();
+  return WriteNow(file);
+}
+
+std::string WriteSequenceAfter(const StreamDirectory& directory, const std::string& seen) {
+  const StateFile file = directory.RequestSequence();
+  const StreamLock lock = file.Lock();
+  return file.Read() == seen ? WriteNow(file) : "";
 }
 
 bool IsLatestSequence(const StreamDirectory& directory, const std::string& own) {
@@ -85,6 +102,17 @@ bool HlsSegments::IsPipelineOver() const {
   return monitor && !PlatProcAlive(*monitor);
 }
 
+bool HlsSegments::IsRestartLost() const {
+  const auto asked = directory_.RequestSequence().Number();  // seconds of the monotonic clock
+  timespec now{};
+  if (!asked || directory_.IsMonitored() || clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+    return false;
+  }
+  // The clock restarts when the machine boots.
+  const int64_t age = now.tv_sec - *asked;
+  return age < 0 || age > kRecordSeconds;
+}
+
 // Is the segment whole? A newer request may have stopped its transcoder halfway. It is whole if the
 // next segment exists or the newer request's own transcoder has ended. The sequence is checked
 // last, because a restart writes it before it stops anything.
@@ -93,10 +121,11 @@ bool HlsSegments::IsWhole(int number, const std::string& seen) const {
          (directory_.RequestSequence().Read() == seen || Has(number + 1) || IsPipelineOver());
 }
 
-std::string HlsSegments::Await(int number, const std::string& own, const std::string& seen) const {
+AwaitedSegment HlsSegments::Await(int number, const std::string& own,
+                                  const std::string& seen) const {
   // A complete segment needs no watch.
   if (IsWhole(number, seen)) {
-    return directory_.SegmentPath(number);
+    return {directory_.SegmentPath(number)};
   }
   const Clock::time_point end = Clock::now() + kFragmentTimeout;
   const StreamWatch watch(directory_.Path());
@@ -109,11 +138,11 @@ std::string HlsSegments::Await(int number, const std::string& own, const std::st
     }
     const bool isOver = Clock::now() - lastRunning >= kSettled;
     if (IsWhole(number, seen)) {
-      return directory_.SegmentPath(number);
+      return {directory_.SegmentPath(number)};
     }
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
     if (isOvertaken || isOver || left.count() <= 0 || !directory_.Exists()) {
-      return "";
+      return {"", isOver && !isOvertaken && directory_.Exists()};
     }
     watch.Wait(monitor, static_cast<int>(std::min(left, kLookAgain).count()));
   }

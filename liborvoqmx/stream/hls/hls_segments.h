@@ -22,8 +22,16 @@ struct ORVO_API Segment {
 // Writes the sequence of the stream's latest restart request, and returns it: seconds, ".",
 // nanoseconds of the monotonic clock. Sequences are compared as texts.
 ORVO_API std::string WriteSequence(const StreamDirectory& directory);  // "" on failure
+// The same if the stream's sequence is still `seen`. Returns "" also if another request was faster.
+std::string WriteSequenceAfter(const StreamDirectory& directory, const std::string& seen);
 // Returns false if a newer request has written its sequence. Returns true for an empty `own`.
 bool IsLatestSequence(const StreamDirectory& directory, const std::string& own);
+
+// The result of a wait for a segment.
+struct AwaitedSegment {
+  std::string path;     // the complete segment; "" if there is none
+  bool isOver = false;  // no process is left that could make it
+};
 
 class HlsSegments {
  public:
@@ -38,12 +46,16 @@ class HlsSegments {
   // starting will reach it soon.
   bool NeedsRestart(const Segment& segment) const;
 
-  // Waits up to 60 seconds until the segment is complete, and returns its path. Returns "" at once
-  // if a newer request has replaced the one with the sequence `own` or the stream is gone. Returns
-  // "" soon if no process is left that could produce the segment. `seen` is the stream's sequence
-  // at the request's first look. If the sequence has changed since, a request with an empty `own`
-  // goes on waiting, but accepts no half segment from the stopped transcoder.
-  std::string Await(int number, const std::string& own, const std::string& seen) const;
+  // Waits up to 60 seconds until the segment is complete. Gives up at once if a newer request has
+  // replaced the one with the sequence `own` or the stream is gone, and soon if no process is left
+  // that could produce the segment. `seen` is the stream's sequence at the request's first look. If
+  // the sequence has changed since, a request with an empty `own` goes on waiting, but accepts no
+  // half segment from the stopped transcoder.
+  AwaitedSegment Await(int number, const std::string& own, const std::string& seen) const;
+
+  // Did the latest restart die before it recorded a monitor? A crash of the whole service can leave
+  // such a stream, and every request would wait for that restart in vain.
+  bool IsRestartLost() const;
 
  private:
   bool IsPipelineOver() const;
