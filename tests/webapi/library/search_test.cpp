@@ -4,11 +4,11 @@
 
 namespace {
 
-TEST(FoldCase, MakesTheLettersOfAllScriptsSmall) {
+TEST(FoldCase, LowersTheLettersOfAllScripts) {
   EXPECT_EQ(webapi::FoldCase("Film 1 ÄÖÜ ÉΣ ПРИВЕТ"), "film 1 äöü éσ привет");
 }
 
-TEST(FoldCase, LeavesBytesThatAreNoTextAsTheyAre) {
+TEST(FoldCase, LeavesInvalidBytesUnchanged) {
   EXPECT_EQ(webapi::FoldCase("CAF\xe9.MKV"), "caf\xe9.mkv");
   EXPECT_EQ(webapi::FoldCase("A\xc3"), "a\xc3");
   EXPECT_EQ(webapi::FoldCase(""), "");
