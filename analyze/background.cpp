@@ -42,16 +42,17 @@ using Clock = FilmQueue::Clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// A film is taken for whole when nobody has written it for this long and nobody has it open.
+// A film counts as complete if no process has it open for writing and none has written it for this
+// time.
 constexpr auto kQuiet = seconds(2);
-// Where the system cannot tell whether somebody writes a film, its age has to do.
+// If the system cannot tell whether a process writes a film, the film must be this old.
 constexpr auto kSettled = seconds(10);
 constexpr auto kStillOpen = seconds(60);
 constexpr int kMaxAttempts = 3;
 constexpr char kLockFile[] = "/run/mirevo/analysis.lock";
 constexpr std::array kCrashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGXCPU, SIGSYS};
 
-// Nothing of the system waits for this process: not for a processor, not for a disk.
+// Lowers the priority for processor and disk, so that other processes do not wait for this one.
 void BecomeIdle() {
   constexpr int kWhoProcess = 1;
   constexpr int kIdleClass = 3 << 13;
@@ -67,10 +68,11 @@ bool IsYoung(const std::string& film) {
          status.st_mtime <= time(nullptr);
 }
 
-// How long to wait before the film is asked for again; 0 when nobody writes it.
+// The time until the next check of the film; 0 if no process writes it.
 seconds WaitForWriters(const std::string& film) {
   const UniqueFd file(open(film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  // A lease for reading is granted where nobody has the file open for writing. It ends here.
+  // The kernel grants a read lease only if no process has the file open for writing. The lease ends
+  // here.
   if (fcntl(file.Get(), F_SETLEASE, F_RDLCK) == 0) {
     fcntl(file.Get(), F_SETLEASE, F_UNLCK);
     return seconds(0);
@@ -81,7 +83,7 @@ seconds WaitForWriters(const std::string& film) {
   return IsYoung(film) ? kSettled : seconds(0);
 }
 
-// Results and failures of films that are gone or have changed.
+// Removes results and failures of films that are gone or have changed.
 void ForgetOldRecords() {
   std::error_code failure;
   const std::filesystem::directory_iterator folders(orvo::SystemPath(kOwnResults), failure);
@@ -163,7 +165,7 @@ class Background {
     ++(status == 0 ? analyzed_ : failed_);
   }
 
-  // What was ended by a signal is tried again, but for what the film itself has caused.
+  // Tries again after an end by a signal, unless the film caused it.
   void Retry(const std::string& film, int signal) {
     const bool isCrash = std::find(kCrashes.begin(), kCrashes.end(), signal) != kCrashes.end();
     if (!isCrash && ++attempts_[film] < kMaxAttempts) {
@@ -192,7 +194,7 @@ class Background {
     }
   }
 
-  // For a change in the library, the worker's end or a film's time.
+  // Waits for a change in the library, the worker's end or the next film's time.
   void Wait() const {
     pollfd events[] = {{library_.Descriptor(), POLLIN, 0}, {worker_.Descriptor().Get(), POLLIN, 0}};
     int patience = -1;
@@ -206,7 +208,7 @@ class Background {
   FilmQueue queue_;
   LibraryWatch library_;
   Process worker_;
-  std::string film_;  // that it is at
+  std::string film_;  // the film in work
   std::unordered_map<std::string, int> attempts_;
   unsigned analyzed_ = 0;
   unsigned failed_ = 0;
@@ -218,9 +220,9 @@ class Background {
 int AnalyzeInBackground(const std::vector<std::string>& roots) {
   BecomeIdle();
   umask(S_IWGRP | S_IWOTH);
-  // The end of a lease that a writer wanted to break.
+  // The kernel sends this signal when a writer breaks a lease.
   signal(SIGIO, SIG_IGN);
-  // A worker of an earlier analysis that is still writing holds this as well.
+  // A worker of an earlier analysis that is still writing also holds this lock.
   const LibMirevo::Lock alone(orvo::SystemPath(kLockFile), true);
   ForgetOldRecords();
   Background background(roots);

@@ -1,4 +1,4 @@
-// Analyzing what a library holds, in the background, as long as the service runs.
+// Analyzes the films of a library in the background while the service runs.
 #pragma once
 
 #include <string>
@@ -6,13 +6,12 @@
 
 namespace orvo::analyze {
 
-// What the running analysis tells of itself, below the system root: JSON with "waiting" (films in
-// line), "analyzed" and "failed" (since the start), and "film", the path of the one at work, if
-// any.
+// The state of the running analysis, below the system root: JSON with "waiting" (number of films),
+// "analyzed" and "failed" (since the start), and "film", the path of the film in work, if any.
 inline constexpr char kStateFile[] = "/run/mirevo/analysis";
 
-// Analyzes the films in `roots`, one at a time, and those that are added or changed, at idle
-// priority. Returns only on failure: when the folders cannot be watched. A signal ends it.
+// Analyzes the films in `roots` and those that are added or changed, one at a time, at idle
+// priority. Returns only if the folders cannot be watched. A signal ends it.
 int AnalyzeInBackground(const std::vector<std::string>& roots);
 
 }  // namespace orvo::analyze

@@ -34,7 +34,7 @@ PreprocessResultWrapper ResultOf(const FilmKeyframes& found) {
   return result;
 }
 
-// What a process that was killed while it wrote has left behind.
+// Removes files that a process left when it was killed while writing.
 void RemoveLeftovers(const fs::path& path) {
   const std::string prefix = path.filename().string() + ".";
   std::error_code failure;
@@ -48,7 +48,7 @@ void RemoveLeftovers(const fs::path& path) {
   }
 }
 
-// A film whose clock was ahead is not newer than its own result.
+// A film may have a modification time in the future. Its result must not look older.
 void MakeNoOlderThan(const std::string& film, const std::string& path) {
   struct stat status {};
   if (stat(film.c_str(), &status) == 0 && status.st_mtim.tv_sec >= time(nullptr)) {
@@ -76,7 +76,7 @@ bool MakeWritable(const std::string& folder, mode_t mode) {
          access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-// Without the old record no reader takes an old result for the film's.
+// The old record goes first, so no reader uses an old result for the new film.
 bool StoreOwn(const PreprocessResultWrapper& result, const std::string& film,
               const std::string& state) {
   const std::string folder = OwnFolder(film);
@@ -85,7 +85,7 @@ bool StoreOwn(const PreprocessResultWrapper& result, const std::string& film,
          WriteFilmRecord({state, "", film});
 }
 
-// What the service's own folder holds of the film is of no use any more.
+// The film's data in the service's own folder is no longer needed.
 bool StoreBeside(const PreprocessResultWrapper& result, const std::string& film,
                  const std::string& path) {
   std::error_code failure;
@@ -107,7 +107,7 @@ Uninterrupted::~Uninterrupted() {
 bool StoreKeyframes(const FilmKeyframes& found, const std::string& film, const std::string& state,
                     std::string& error) {
   if (FilmState(film) != state) {
-    error = "the film has changed meanwhile";
+    error = "the film changed during the analysis";
     return false;
   }
   const Uninterrupted writing;

@@ -1,4 +1,4 @@
-// Analyzing one film: finding its key frames and storing them.
+// Analyzes one film: finds its key frames and stores them.
 #pragma once
 
 #include <csignal>
@@ -8,7 +8,8 @@
 
 namespace orvo::analyze {
 
-// For its life, an interruption waits: it would leave a file behind that has no name yet.
+// Delays interrupting signals while it exists, because an interrupted write would leave a temporary
+// file.
 class Uninterrupted {
  public:
   Uninterrupted();
@@ -20,13 +21,13 @@ class Uninterrupted {
   sigset_t previous_;
 };
 
-// Stores the key frames beside the film, or in the service's own folder where nothing can be put
-// beside it. `state`: FilmState() of the film before it was read. False, and the reason, when it
-// has changed since or nothing can be written. Then an older result stays.
+// Stores the key frames beside the film, or in the service's own folder if the film's folder cannot
+// be written. `state` is FilmState() of the film before it was read. Returns false and the reason
+// if the film has changed since or nothing can be written. An older result then stays.
 bool StoreKeyframes(const FilmKeyframes& found, const std::string& film, const std::string& state,
                     std::string& error);
 
-// Finds and stores them. False, and the reason, where that cannot be.
+// Finds and stores the key frames. Returns false and the reason on failure.
 bool AnalyzeFilm(const std::string& film, const Progress& progress, size_t& keyframes,
                  std::string& error);
 

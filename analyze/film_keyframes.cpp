@@ -15,7 +15,7 @@ extern "C" {
 namespace orvo::analyze {
 namespace {
 
-// Key frames at the film's start that its index has to know to be believed.
+// The index must contain this many key frames from the film's start to be trusted.
 constexpr size_t kSample = 4;
 constexpr int kPacketsPerReport = 4096;
 
@@ -36,7 +36,8 @@ Input OpenInput(const std::string& path, std::string& error) {
   }
   context->format_whitelist = av_strdup(kSelfContainedFormats);
   context->protocol_whitelist = av_strdup("file");
-  // "file:" keeps a name with a colon from being taken for an address. A failure frees the context.
+  // Without "file:", FFmpeg could read a name with a colon as an address. A failure frees the
+  // context.
   const int result = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
   if (result < 0) {
     char text[AV_ERROR_MAX_STRING_SIZE] = "";
@@ -51,18 +52,18 @@ bool IsFormat(const AVFormatContext& context, const char* name) {
   return std::strstr(context.iformat->name, name) != nullptr;
 }
 
-// The key frame times of a track by the container's index; none in formats whose index holds other
-// times than those of presentation.
+// The key frame times of a track from the container's index. None for formats whose index has no
+// presentation times.
 std::vector<int64_t> ReadIndex(const std::string& path, int track) {
   std::string error;
-  // An input of its own: reading packets adds to the index, and a seek in a damaged file spoils the
-  // reading.
+  // This needs a separate input: reading packets adds to the index, and a seek in a damaged file
+  // disturbs the reading.
   const Input input = OpenInput(path, error);
   if (input == nullptr || !IsFormat(*input, "matroska") ||
       static_cast<unsigned>(track) >= input->nb_streams) {
     return {};
   }
-  // The index is not loaded before the first seek.
+  // The first seek loads the index.
   av_seek_frame(input.get(), -1, 0, AVSEEK_FLAG_BACKWARD);
   AVStream* const stream = input->streams[track];
   std::vector<int64_t> times;
@@ -75,7 +76,7 @@ std::vector<int64_t> ReadIndex(const std::string& path, int track) {
   return times;
 }
 
-// One pass over a film's video packets.
+// Reads a film's video packets once.
 class VideoReader {
  public:
   bool Open(const std::string& path, std::string& error) {
@@ -90,7 +91,7 @@ class VideoReader {
     return true;
   }
 
-  // The next packet of the video; null at the end.
+  // The next video packet; null at the end.
   const AVPacket* Next() {
     do {
       av_packet_unref(packet_.get());
@@ -101,11 +102,12 @@ class VideoReader {
     return packet_.get();
   }
 
-  // From now on the demuxer may leave out all but key frames. Where samples are listed one by one,
-  // that saves reading them; the times stay those of presentation, which such a list lacks.
+  // From now on the demuxer may skip all packets except key frames. In containers that list every
+  // sample, this saves reading the rest. Packets still carry presentation times, which the list
+  // lacks.
   void SkipToKeyframes() { video_->discard = AVDISCARD_NONKEY; }
 
-  // Goes to the key frame at or before a time.
+  // Seeks to the key frame at or before a time.
   bool Seek(int64_t time) {
     video_->discard = AVDISCARD_DEFAULT;
     return av_seek_frame(context_.get(), video_->index, time, AVSEEK_FLAG_BACKWARD) >= 0;
@@ -132,7 +134,7 @@ class VideoReader {
   }
 
  private:
-  // The first video that is no cover picture. Nothing else is read.
+  // Selects the first video that is not a cover picture. All other tracks are skipped.
   bool ChooseVideo() {
     for (unsigned i = 0; i < context_->nb_streams; ++i) {
       AVStream* const stream = context_->streams[i];
@@ -149,7 +151,7 @@ class VideoReader {
 
   Input context_;
   std::unique_ptr<AVPacket, FreePacket> packet_{av_packet_alloc()};
-  AVStream* video_ = nullptr;  // owned by the context
+  AVStream* video_ = nullptr;  // the context owns it
 };
 
 bool IsKeyframe(const AVPacket& packet) {
@@ -161,7 +163,7 @@ class Search {
   Search(const std::string& path, VideoReader& reader, const Progress& progress)
       : path_(path), reader_(reader), progress_(progress) {}
 
-  // False when no key frame was found.
+  // Returns false if no key frame was found.
   bool Run(FilmKeyframes& found) {
     ReadStart();
     std::vector<int64_t> index = ReadIndex(path_, reader_.Track());
@@ -199,7 +201,7 @@ class Search {
     }
   }
 
-  // An index may hold fewer key frames than the film has; then the film's start shows it.
+  // An index may lack key frames. A comparison with the film's start detects that.
   bool IsComplete(const std::vector<int64_t>& index) const {
     return index.size() >= times_.size() && std::equal(times_.begin(), times_.end(), index.begin());
   }
@@ -218,7 +220,7 @@ class Search {
     }
   }
 
-  // What follows the last key frame, where it was left out.
+  // Reads the packets after the last key frame if they were skipped.
   void ReadEnd() {
     if (!reader_.Seek(times_.back())) {
       return;

@@ -1,4 +1,4 @@
-// Where a film's pictures can be entered, and where they end.
+// A film's key frames and the end of its video.
 #pragma once
 
 #include <functional>
@@ -8,18 +8,18 @@
 namespace orvo::analyze {
 
 struct FilmKeyframes {
-  // Presentation times in seconds, as the file has them, in decoding order.
+  // Presentation times in seconds from the file, in decoding order.
   std::vector<double> times;
-  // The end of the last picture, in seconds from the first key frame. Plans count from there too.
+  // The end of the last picture, in seconds from the first key frame. Plans use the same origin.
   double endTime = 0;
 };
 
-// How much of the film has been read, from 0 to 1. Called now and then.
+// Called from time to time with the part of the film that has been read, from 0 to 1.
 using Progress = std::function<void(double)>;
 
-// Finds the key frames of a film's first moving video from the container's own index where it has a
-// complete one, and otherwise by reading the film through, without decoding. False, with the reason
-// in `error`, where there are none.
+// Finds the key frames of a film's first moving video. Uses the container's index if it is
+// complete, and otherwise reads the whole film without decoding it. Returns false and the reason in
+// `error` if there are none.
 bool FindKeyframes(const std::string& path, const Progress& progress, FilmKeyframes& found,
                    std::string& error);
 

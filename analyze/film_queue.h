@@ -1,4 +1,4 @@
-// The films that wait to be analyzed, each until its time.
+// The films that wait for analysis, each with the time at which it is due.
 #pragma once
 
 #include <chrono>
@@ -12,14 +12,15 @@ class FilmQueue {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // Puts the film in line, or gives it a new time.
+  // Adds the film, or changes its time.
   void Put(const std::string& film, Clock::time_point due) { films_[film] = due; }
   void Remove(const std::string& film) { films_.erase(film); }
 
-  // Takes the film out whose time came last: what was added most recently is watched first.
+  // Removes and returns the due film with the latest time, because viewers watch the newest films
+  // first. Returns nothing if no film is due.
   std::optional<std::string> TakeDue();
 
-  // When the next film's time comes; nothing without films.
+  // The time at which the next film is due; nothing if there are no films.
   std::optional<Clock::time_point> NextDue() const;
   size_t Size() const { return films_.size(); }
 

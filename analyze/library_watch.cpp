@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr uint32_t kMask = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM |
                            IN_DELETE | IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
-// About a kilobyte of the kernel's memory each.
+// Each watch needs about one kilobyte of kernel memory.
 constexpr size_t kMaxFolders = 65536;
 
 bool IsBelow(const std::string& path, const std::string& folder) {
@@ -58,13 +58,14 @@ void LibraryWatch::Scan() {
   }
 }
 
-// Depth first, with a list of its own: a folder tree may be deeper than the stack.
+// Depth first, with an explicit list, because a folder tree may be deeper than the stack.
 void LibraryWatch::ScanFolder(const std::string& folder) {
   std::vector<std::string> left = {folder};
   while (!left.empty()) {
     const std::string current = std::move(left.back());
     left.pop_back();
-    // Watched first: what is added while the folder is read is seen twice rather than never.
+    // The watch comes before the reading. A film that is added during the reading is then seen
+    // twice, not missed.
     Watch(current);
     std::error_code failure;
     for (fs::directory_iterator entry(current, failure), end; !failure && entry != end;
@@ -80,7 +81,7 @@ void LibraryWatch::ScanFolder(const std::string& folder) {
   }
 }
 
-// A film that was given by itself may have any name.
+// A root that is a film may have any name.
 void LibraryWatch::Look(const std::string& path) {
   const bool isRoot = std::find(roots_.begin(), roots_.end(), path) != roots_.end();
   struct stat status {};
@@ -136,7 +137,7 @@ void LibraryWatch::ReadEvents() {
 
 void LibraryWatch::Take(const inotify_event& event) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
-    Scan();  // some changes are lost
+    Scan();  // the kernel has lost some changes
     return;
   }
   const auto folder = folders_.find(event.wd);
@@ -149,7 +150,7 @@ void LibraryWatch::Take(const inotify_event& event) {
   }
   const std::string path = Join(folder->second, event.len > 0 ? event.name : "");
   if (!IsInRoots(path)) {
-    return;  // a neighbour of a film that was given by itself
+    return;  // a file beside a root that is a film
   }
   if ((event.mask & IN_ISDIR) != 0) {
     TakeFolder(path, event);

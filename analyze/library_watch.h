@@ -1,4 +1,4 @@
-// The films in the media folders, and what changes there.
+// Finds the films in the media folders and reports changes there.
 #pragma once
 
 #include <functional>
@@ -13,8 +13,8 @@ struct inotify_event;
 namespace orvo::analyze {
 
 enum class FilmChange {
-  kFound,    // it was there when its folder was looked through
-  kChanged,  // it is new, or somebody writes it
+  kFound,    // a scan of its folder found it
+  kChanged,  // it is new, or a process writes it
   kGone,
 };
 
@@ -22,18 +22,18 @@ class LibraryWatch {
  public:
   using OnFilm = std::function<void(const std::string& film, FilmChange change)>;
 
-  // `roots`: real paths of folders and films. Links are not followed: what they lead to is found
-  // where it is.
+  // `roots` are real paths of folders and films. Links are not followed; a linked film is found at
+  // its real place.
   LibraryWatch(std::vector<std::string> roots, OnFilm onFilm);
 
-  // Looks through all roots, and from then on watches their folders. Where the kernel watches no
-  // more folders, one line on standard error says so; films that are added to the others are found
-  // at the next scan.
+  // Scans all roots and then watches their folders. If the kernel allows no more watches, writes
+  // one line to standard error; films that are added to the other folders are found at the next
+  // scan.
   void Scan();
 
-  // Readable when there is something for ReadEvents().
+  // Becomes readable when ReadEvents() has something to report.
   int Descriptor() const { return events_.Get(); }
-  // Tells of the changes so far; does not wait.
+  // Reports the changes so far, without waiting.
   void ReadEvents();
 
  private:
@@ -50,7 +50,7 @@ class LibraryWatch {
   OnFilm onFilm_;
   UniqueFd events_;
   std::unordered_map<int, std::string> folders_;  // by watch descriptor
-  bool isFull_ = false;                           // the kernel watches no more
+  bool isFull_ = false;                           // the kernel allows no more watches
 };
 
 }  // namespace orvo::analyze

@@ -1,10 +1,10 @@
-// mirevo-analyze [--report] FILE...: stores beside each film where its pictures can be entered, so
-// that it can be cut into segments without being encoded anew. Exit status 1 when a film could not
-// be. With --report, lines on standard output tell another program how it goes: "progress" and the
-// part from 0 to 1, "keyframes" and their number, "error" and a reason.
+// mirevo-analyze [--report] FILE...: stores the key frame times of each film beside it, so that the
+// film can be cut into segments without re-encoding. The exit status is 1 if a film failed. With
+// --report, it writes lines for another program to standard output: "progress" and the part from 0
+// to 1, "keyframes" and their number, "error" and a reason.
 //
-// mirevo-analyze --watch FILE-OR-FOLDER...: does so in the background for all films that the
-// folders hold and for those that are added or changed, until it is ended.
+// mirevo-analyze --watch FILE-OR-FOLDER...: does the same in the background for all films in the
+// folders and for films that are added or changed, until a signal ends it.
 #include <unistd.h>
 
 #include <cstdio>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// Tells how it goes with one film.
+// Reports the progress and the result of one film.
 class Teller {
  public:
   virtual ~Teller() = default;

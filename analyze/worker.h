@@ -8,8 +8,8 @@
 
 namespace orvo::analyze {
 
-// Starts it. It dies with this process. No process when there can be none. Its exit status: 0: the
-// result is stored. 1: there is none. What is wrong with the film itself is recorded.
+// Starts the worker, which ends with this process. Returns no process on failure. The exit status
+// is 0 if the result is stored, else 1. The worker records errors of the film itself.
 Process StartWorker(const std::string& film);
 
 }  // namespace orvo::analyze

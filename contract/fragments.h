@@ -1,5 +1,5 @@
-// How films are cut, and what the pieces are called: what the library, the request program and the
-// transcoder agree on.
+// The lengths and names of a film's pieces. The library, the request program and the transcoder
+// share these definitions.
 #pragma once
 
 #include <charconv>
@@ -31,13 +31,13 @@ inline std::string FragmentName(Track track, int64_t start) {
   return std::string("Fragments(") + NameOf(track) + "=" + std::to_string(start) + ")";
 }
 
-// The folder of the fragments of one bit rate, which is in decimal.
+// The folder of the fragments of one bit rate. `rate` is in bit/s, in decimal.
 inline std::string FragmentFolder(const std::string& rate) {
   return "QualityLevels(" + rate + ")";
 }
 
-// A Smooth Streaming fragment. As a text, and as the end of its path, its id is
-// "QualityLevels(RATE)/Fragments(TYPE=START)".
+// A Smooth Streaming fragment. The text of its id is "QualityLevels(RATE)/Fragments(TYPE=START)",
+// which is also the end of its path.
 struct FragmentId {
   std::string rate;  // bit/s, in decimal
   Track track = Track::kVideo;
@@ -46,7 +46,7 @@ struct FragmentId {
   std::string Text() const { return FragmentFolder(rate) + "/" + FragmentName(track, start); }
   int64_t Number() const { return start / kTicksPerFragment; }
 
-  // Nothing for a text that is not exactly such an id.
+  // Reads an id. Returns nothing if `text` is not exactly such an id.
   static std::optional<FragmentId> Parse(std::string_view text) {
     int64_t rate = 0;
     FragmentId id;
@@ -63,7 +63,7 @@ struct FragmentId {
   }
 
  private:
-  // Takes `token` off the front of `text`.
+  // Removes `token` from the front of `text`. Returns false if `text` does not begin with it.
   static bool Skip(std::string_view& text, std::string_view token) {
     if (text.substr(0, token.size()) != token) {
       return false;
@@ -71,7 +71,7 @@ struct FragmentId {
     text.remove_prefix(token.size());
     return true;
   }
-  // The same with a number of at least 0.
+  // The same for a number that is 0 or more.
   static bool SkipNumber(std::string_view& text, int64_t& number) {
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool isNumber = parsed.ec == std::errc() && text.front() != '-';

@@ -1,18 +1,18 @@
-// The files in a stream's directory through which the library, the request program and the
-// transcoder speak to each other.
+// The files in a stream's directory that the library, the request program and the transcoder share.
 #pragma once
 
 namespace orvo {
 
-// The number of the piece that was asked for last, in decimal. A transcoder runs a bounded number
-// of pieces ahead of it.
+// The number of the last requested piece, in decimal. A transcoder runs a limited number of pieces
+// ahead of it.
 inline constexpr char kRequestedFile[] = "requested";
 
 // The manifest of a Smooth Streaming stream, and the folder of its fragments.
 inline constexpr char kManifestFile[] = "manifest_predict";
 inline constexpr char kFragmentsFolder[] = "smooth";
 
-// The segments of an HLS stream, as a format for their number; all of them, as a file name pattern.
+// The names of an HLS stream's segments: a format for the number, and a pattern that matches all of
+// them.
 inline constexpr char kSegmentPattern[] = "slice-%05d.ts";
 inline constexpr char kAnySegment[] = "slice*";
 

@@ -14,7 +14,7 @@
 #include "platform/awaited_children.h"
 #include "platform/pidfd.h"
 
-// This header forgets to say that it is C.
+// This C header lacks its own extern "C".
 extern "C" {
 #include <sys/pidfd.h>
 }
@@ -29,7 +29,7 @@ int StatusOf(const siginfo_t& info) {
   return info.si_code == CLD_EXITED ? info.si_status : 128 + info.si_status;
 }
 
-// What is left until the deadline, for poll.
+// The time until the deadline, in milliseconds for poll.
 int Left(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
   return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
@@ -129,7 +129,7 @@ bool Process::IsMyChild() const {
   return parent_ == getpid();
 }
 
-// Only a process that has ended: this does not wait.
+// Reaps only a process that has ended, because it does not wait.
 void Process::Reap() {
   status_ = -1;
   if (!IsMyChild()) {

@@ -10,11 +10,10 @@
 
 namespace orvo {
 
-// Stands for one process and for no other: it holds a pidfd, so a number that was given to another
-// process meanwhile is never signalled or waited for. An owner of a child reaps it: when it goes
-// while the child still runs, it kills the child with SIGKILL and reaps it. An owner of any other
-// process (a detached one, one that was opened) lets it run. A copy in a forked process owns
-// nothing.
+// Represents exactly one process. It holds a pidfd, so it never signals or waits for another
+// process that got the same number later. The destructor of a child's owner kills the child with
+// SIGKILL if it still runs, and reaps it. The owner of any other process (a detached or an opened
+// one) lets it run. A copy in a forked process owns nothing.
 class ORVO_API Process {
  public:
   Process() = default;  // no process
@@ -24,35 +23,36 @@ class ORVO_API Process {
   Process& operator=(const Process&) = delete;
   ~Process();
 
-  // Any process by its number. No process, with errno set, when there is none.
+  // Opens any process by its number. Returns no process, with errno set, if there is none.
   static Process Open(pid_t pid);
 
   explicit operator bool() const { return descriptor_.IsOpen(); }
   pid_t Pid() const { return pid_; }  // -1 for no process
-  // Becomes readable when the process has ended, reaped or not. Borrowed.
+  // Becomes readable when the process has ended, reaped or not. This object keeps ownership.
   const UniqueFd& Descriptor() const { return descriptor_; }
 
-  // Sends a signal. False, with errno set, when it cannot be sent; ESRCH when the process has been
-  // reaped.
+  // Sends a signal. Returns false, with errno set, if it cannot be sent; errno is ESRCH if the
+  // process has been reaped.
   bool Signal(int number) const;
 
-  // Waits until the process has ended or `milliseconds` (below 0: any time) have passed. True when
-  // it has ended. No process has ended. Reaps nothing.
+  // Waits until the process has ended or `milliseconds` have passed; a negative time means no
+  // limit. Returns true if it has ended. An object without a process counts as ended. Reaps
+  // nothing.
   bool HasEndedWithin(int milliseconds) const;
 
-  // The same, and reaps a child that has ended. Its exit status, or 128 + the number of the signal
-  // that ended it, as often as one asks; -1 where that cannot be told, because it is no child or
-  // somebody else has reaped it. Nothing when it still runs.
+  // The same, and reaps a child that has ended. Returns its exit status, or 128 + the number of the
+  // signal that ended it; later calls return the same. Returns -1 if the status is unknown, because
+  // the process is not a child or was reaped elsewhere. Returns nothing if it still runs.
   std::optional<int> WaitFor(int milliseconds);
 
-  // Waits for the end however long it takes. The status as above.
+  // Waits for the end without a time limit. Returns the status as above.
   int Wait();
 
-  // Sends `signal`, waits `milliseconds` for the end and kills what is still there then. The status
-  // as above.
+  // Sends `signal`, waits up to `milliseconds` for the end, and then kills the process if it still
+  // runs. Returns the status as above.
   int End(int signal, int milliseconds);
 
-  // Gives the child up: its number, which the caller reaps from now on.
+  // Gives up the child and returns its number. From now on the caller must reap it.
   pid_t Release();
 
  private:
@@ -64,12 +64,12 @@ class ORVO_API Process {
 
   pid_t pid_ = -1;
   UniqueFd descriptor_;
-  pid_t parent_ = -1;  // the process that has to reap it; -1 for none
+  pid_t parent_ = -1;  // the process that must reap it; -1 for none
   std::optional<int> status_;
 };
 
-// Sends a signal to the process with this number. -1, with errno set, when it cannot be sent; a
-// number below 1, which would name groups of processes, is refused with ESRCH.
+// Sends a signal to the process with this number. Returns -1, with errno set, if it cannot be sent.
+// Refuses a number below 1, which would name a process group, with ESRCH.
 ORVO_API int SendSignal(pid_t pid, int signal);
 
 }  // namespace orvo

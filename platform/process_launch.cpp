@@ -19,13 +19,13 @@ namespace {
 
 constexpr int kPidDigits = 12;
 
-// Each step below returns whether it succeeded and leaves errno; all are async-signal-safe.
+// Each step below returns true on success and otherwise sets errno. All are async-signal-safe.
 
 bool SetActions(const std::vector<SignalAction>& actions) {
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   for (int number = 1; number < NSIG; ++number) {
-    sigaction(number, &action, nullptr);  // some have no other, which is no failure
+    sigaction(number, &action, nullptr);  // fails for signals with a fixed action; no harm
   }
   return std::all_of(actions.begin(), actions.end(), [&](const SignalAction& own) {
     action.sa_handler = own.handler;
@@ -68,7 +68,7 @@ bool SetLimits(const std::vector<ResourceLimit>& limits) {
   });
 }
 
-// Root is the last thing to give up.
+// Root comes last, because the other steps need it.
 bool SetIds(const std::optional<ProcessIds>& ids) {
   if (!ids) {
     return true;
@@ -86,7 +86,7 @@ bool AskForParentDeath(const ParentDeath& wish, pid_t maker) {
   if (prctl(PR_SET_PDEATHSIG, wish.signal) != 0) {
     return false;
   }
-  // A parent that ended before the wish was made is told by the child's having a new one.
+  // If the parent ended before the request was made, the child has another parent now.
   errno = ESRCH;
   return getppid() == (wish.parent != 0 ? wish.parent : maker);
 }
@@ -99,7 +99,7 @@ bool Confine(const ProcessStep& step) {
   return errno == 0;
 }
 
-// The process from the fork to its own work. `descriptors` says what becomes of the descriptors.
+// Prepares the process between the fork and its own work. `descriptors` sets up its descriptors.
 template <typename SetDescriptors>
 bool Prepare(const LaunchOptions& options, pid_t maker, const SetDescriptors& setDescriptors) {
   return SetActions(options.actions) && EnterGroup(options.group) && setDescriptors() &&
@@ -113,7 +113,7 @@ bool IsPassed(const std::vector<PassedDescriptor>& descriptors, int number) {
                      [&](const PassedDescriptor& row) { return row.number == number; });
 }
 
-// "/dev/null" for the standard streams that nothing is passed for.
+// Opens "/dev/null" for each standard stream that the caller does not pass.
 bool SetNullStreams(const std::vector<PassedDescriptor>& passed, int floor) {
   const int opened = open("/dev/null", O_RDWR | O_CLOEXEC);
   const int null = opened < 0 ? -1 : fcntl(opened, F_DUPFD_CLOEXEC, floor);
@@ -132,13 +132,13 @@ bool SetNullStreams(const std::vector<PassedDescriptor>& passed, int floor) {
   return true;
 }
 
-// What the exec needs, made before the fork.
+// All data that the exec needs, prepared before the fork.
 class Execution {
  public:
   Execution(const Program& program, const LaunchOptions& options);
 
   int Floor() const { return floor_; }
-  // In the process that becomes the program.
+  // Runs in the process that becomes the program.
   bool SetDescriptors();
   // Returns only on failure, with errno set.
   void Execute();
@@ -153,7 +153,7 @@ class Execution {
   std::vector<char*> arguments_;
   std::vector<char*> environment_;
   std::string pidEntry_;
-  std::vector<int> moved_;  // the passed descriptors where no number of the program's is
+  std::vector<int> moved_;  // the passed descriptors, above all numbers that the program uses
   int floor_ = STDERR_FILENO + 1;
 };
 
@@ -199,7 +199,7 @@ void Execution::AddPidVariable(const std::string& name) {
   environment_.push_back(pidEntry_.data());
 }
 
-// First all out of the way: a descriptor may stand where another belongs.
+// Moves all descriptors away first, because one may occupy the number of another.
 bool Execution::SetDescriptors() {
   if (!program_.keepInheritable && !CloseOthers()) {
     return false;
@@ -222,7 +222,8 @@ bool Execution::SetDescriptors() {
   return true;
 }
 
-// What another library opened without the flag. A kernel before 5.11 leaves that open.
+// Closes descriptors that other libraries opened without close-on-exec. A kernel before 5.11 leaves
+// them open.
 bool Execution::CloseOthers() const {
   return close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0 || errno == EINVAL ||
          errno == ENOSYS;
@@ -250,7 +251,7 @@ bool IsValid(const LaunchOptions& options) {
   try {
     status = body();
   } catch (...) {
-    // There is nobody to tell.
+    // No caller is left that could receive the exception.
   }
   _exit(status);
 }

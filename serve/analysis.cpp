@@ -14,7 +14,7 @@ using std::chrono::seconds;
 
 constexpr seconds kShortestPause{1};
 constexpr seconds kLongestPause{300};
-// One that ran for so long has not failed because of how it was started.
+// If the analysis ran for this time, its end was not a failed start.
 constexpr seconds kLongLife{600};
 constexpr int kStopMilliseconds = 1000;
 

@@ -1,4 +1,4 @@
-// The process that looks for the key frames of the library's films in the background.
+// The background process that finds the key frames of the library's films.
 #pragma once
 
 #include <chrono>
@@ -9,26 +9,26 @@
 
 namespace serve {
 
-// What it tells of itself, in the state folder; see docs/state-files.md.
+// The file with its state, in the state folder; see docs/state-files.md.
 inline constexpr char kAnalysisFile[] = "/analysis";
 
-// Keeps it running: after its end it is started again, each time later than the last.
+// Keeps the process running. After each end it waits longer before the next start.
 class Analysis {
  public:
-  // `program` with "--watch" and the roots. Nothing is started without roots.
+  // Runs `program` with "--watch" and the roots. Starts nothing if there are no roots.
   Analysis(std::string program, std::vector<std::string> roots);
   ~Analysis();
   Analysis(const Analysis&) = delete;
   Analysis& operator=(const Analysis&) = delete;
 
-  // Starts it where its time has come, and notices its end.
+  // Checks whether the process has ended, and starts it if it is time.
   void Update();
-  // What to wait for before the next Update(): the descriptor (-1 for none) or, where there is
-  // none, the time in milliseconds (-1 for ever).
+  // What to wait for before the next Update(): the descriptor (-1 for none) or, without a
+  // descriptor, the time in milliseconds (-1 for no limit).
   int Descriptor() const { return process_.Descriptor().Get(); }
   int Patience() const;
 
-  // Ends it, which takes it an instant and never more than a second. It is not started again.
+  // Ends the process, in at most one second and usually at once. Does not start it again.
   void Stop();
 
  private:

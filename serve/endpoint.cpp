@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t kLoopbackNetwork = 127;
 
-// An address as the system's calls take it.
+// An address in the form that system calls need.
 struct SocketAddress {
   sockaddr_storage storage{};
   socklen_t size = sizeof(sockaddr_storage);
@@ -90,7 +90,7 @@ orvo::UniqueFd Listen(Endpoint& endpoint) {
       getsockname(listener.Get(), address->Get(), &address->size) != 0) {
     return {};
   }
-  // The port has one place in the addresses of both families.
+  // The port has the same position in the addresses of both families.
   endpoint.port = ntohs(address->Four().sin_port);
   return listener;
 }

@@ -1,4 +1,4 @@
-// Where the service listens.
+// An address and port on which the service listens.
 #pragma once
 
 #include <optional>
@@ -9,23 +9,24 @@
 namespace serve {
 
 struct Endpoint {
-  std::string address;  // of IPv4 or IPv6, as a number
+  std::string address;  // a numeric IPv4 or IPv6 address
   int port = 0;
 
-  bool IsLoopback() const;  // only this machine reaches it
-  bool IsAny() const;       // stands for every address of this machine
-  // What stands in a URL: "192.0.2.7:8096", "[2001:db8::7]:8096".
+  bool IsLoopback() const;  // only this machine can reach it
+  bool IsAny() const;       // means every address of this machine
+  // The form in a URL: "192.0.2.7:8096", "[2001:db8::7]:8096".
   std::string Authority() const;
 };
 
-// The endpoint of an address as somebody writes it. Nothing for what is no address.
+// Reads an address that a user wrote. Returns nothing if it is not an address.
 std::optional<Endpoint> ParseEndpoint(const std::string& address, int port);
 
-// A listening socket there. Port 0 takes any free one; it is filled in. Not open, with errno set,
-// when the port is taken or the address is not this machine's. An address of IPv6 takes no IPv4.
+// Opens a listening socket. Port 0 means any free port; the function fills it in. On failure the
+// result is not open and errno is set: the port is in use or the address is not this machine's. An
+// IPv6 socket accepts no IPv4.
 orvo::UniqueFd Listen(Endpoint& endpoint);
 
-// A connection from this machine. Not open when there is none to be had.
+// Connects from this machine. The result is not open on failure.
 orvo::UniqueFd Connect(const Endpoint& endpoint);
 
 }  // namespace serve

@@ -20,7 +20,7 @@ void AnnounceReadiness(const std::string& status) {
   }
   std::memcpy(address.sun_path, name, std::strlen(name));
   if (*name == '@') {
-    address.sun_path[0] = '\0';  // a name that lies in no folder
+    address.sun_path[0] = '\0';  // an abstract name, without a file
   }
   const orvo::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const std::string message = "READY=1\nSTATUS=" + status;

@@ -1,12 +1,11 @@
-// Telling the service manager how it goes.
+// Reports the state to the service manager.
 #pragma once
 
 #include <string>
 
 namespace serve {
 
-// Tells the manager that started this service, if one waits for it, that it answers now. `status`
-// is one line for people.
+// Tells a waiting service manager that the service now answers. `status` is one line for people.
 void AnnounceReadiness(const std::string& status);
 
 }  // namespace serve

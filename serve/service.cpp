@@ -92,7 +92,8 @@ bool HasDesktop() {
          (getenv("DISPLAY") != nullptr || getenv("WAYLAND_DISPLAY") != nullptr);
 }
 
-// Opens the address that comes through this descriptor, if one comes. Returns only on failure.
+// Reads an address from this descriptor and opens it. Returns only on failure or without an
+// address.
 int OpenBrowser(int descriptor) {
   std::array<char, 128> address{};
   if (read(descriptor, address.data(), address.size() - 1) <= 0) {
@@ -103,8 +104,8 @@ int OpenBrowser(int descriptor) {
   return orvo::Become({kBrowserOpener, {kBrowserOpener, address.data()}}, options);
 }
 
-// A detached process that opens the address that it is told through the returned descriptor. It is
-// started before this process adopts orphans: the browser is to stay when the service ends.
+// Starts a detached process that opens the address it reads from the returned descriptor. It starts
+// before this process adopts orphans, so the browser stays when the service ends.
 orvo::UniqueFd PrepareBrowser() {
   orvo::UniqueFd readEnd;
   orvo::UniqueFd writeEnd;
@@ -123,7 +124,7 @@ orvo::UniqueFd PrepareBrowser() {
   return writeEnd;
 }
 
-// The signals that end the service and those of its children, as something to wait for.
+// A descriptor for the signals that end the service and those of its children.
 orvo::UniqueFd BlockSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -134,7 +135,8 @@ orvo::UniqueFd BlockSignals() {
   return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-// Reaps what ends until the service is told to stop (true) or the web server ends (false).
+// Reaps ended processes. Returns true when a signal stops the service, false when the web server
+// ends.
 bool ServeUntilStopped(int signals, int server, Analysis& analysis) {
   for (;;) {
     analysis.Update();
@@ -171,7 +173,7 @@ std::string CommandLine(const std::string& command) {
          " " + command;
 }
 
-// Without accounts everybody who comes as far as the service is its owner.
+// Without accounts, everyone who can connect to the service is its owner.
 bool MayListen(const std::vector<Endpoint>& endpoints) {
   const auto farther =
       std::find_if(endpoints.begin(), endpoints.end(),
@@ -190,7 +192,7 @@ bool CanRead(const std::string& file) {
   return canRead || Refuse(file, errno);
 }
 
-// Opens a socket for each endpoint, all on the first one's port. None when one cannot be had.
+// Opens a socket for each endpoint, all on the first one's port. Returns none if one of them fails.
 std::vector<orvo::UniqueFd> ListenAt(std::vector<Endpoint>& endpoints) {
   std::vector<orvo::UniqueFd> sockets;
   for (Endpoint& endpoint : endpoints) {
@@ -203,8 +205,8 @@ std::vector<orvo::UniqueFd> ListenAt(std::vector<Endpoint>& endpoints) {
   return sockets;
 }
 
-// The same with the port that the options name. Where they name none, one that is taken is given up
-// for another, as long as nobody else has to know it.
+// The same with the port of the options. If the options name no port and the usual one is in use,
+// chooses another, unless other machines need to know the port.
 std::vector<orvo::UniqueFd> OpenSockets(const Options& options, std::vector<Endpoint>& endpoints) {
   endpoints.front().port = options.port.value_or(kDefaultPort);
   auto sockets = ListenAt(endpoints);
@@ -229,7 +231,7 @@ std::vector<Endpoint> EndpointsOf(const Options& options) {
   return endpoints.empty() ? std::vector<Endpoint>{{"127.0.0.1", 0}} : endpoints;
 }
 
-// What a program on this machine connects to.
+// The address for programs on this machine.
 std::string LocalAddress(const WebServer& server) {
   Endpoint endpoint = server.endpoints.front();
   if (endpoint.IsAny()) {
@@ -269,7 +271,7 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
   const orvo::Process process = Start(server, sockets);
-  sockets.clear();  // the web server's alone, so that they close when it ends
+  sockets.clear();  // only the web server keeps the sockets, so they close when it ends
   if (!process) {
     const int reason = errno;
     Refuse("the web server could not be started", reason);
@@ -299,7 +301,8 @@ bool IsHostCharacter(unsigned char c) {
          c == '[' || c == ']';
 }
 
-// Where the files lie that requests send. A film that was given by itself is in a folder, too.
+// The folders of all files that requests send, including the folders of films that were given
+// alone.
 std::vector<std::string> SendFolders() {
   std::vector<std::string> folders = {orvo::SystemPath("/tmp/Mirevo"),
                                       orvo::SystemPath(webapi::kCacheFolder)};
@@ -348,7 +351,7 @@ int Serve(const Options& options) {
     return 1;
   }
   const orvo::UniqueFd browser = options.browser ? PrepareBrowser() : orvo::UniqueFd();
-  // The links of streams, which are as good as a login, are for this user's eyes.
+  // A stream's link works like a login, so only this user may read these files.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,

@@ -1,4 +1,4 @@
-// The whole system on one machine, for the user who starts it.
+// Runs the whole system on one machine, for the user who starts it.
 #pragma once
 
 #include <optional>
@@ -7,26 +7,26 @@
 
 namespace serve {
 
-// Where a running service keeps what others look for, below the system root.
+// The folder with the state of a running service, below the system root.
 inline constexpr char kStateFolder[] = "/run/mirevo";
-// One line: the address of the page. There while the service answers.
+// The address of the page, in one line. The file exists while the service answers.
 inline constexpr char kAddressFile[] = "/address";
 
 struct Options {
   std::vector<std::string> media;    // files and folders
-  std::optional<int> port;           // 0 for any; without one the usual, or any where that is taken
-  bool browser = true;               // open the page, where there is a desktop
-  bool analysis = true;              // look for films' key frames in the background
-  std::vector<std::string> listen;   // addresses; without any this machine only
-  std::vector<std::string> hosts;    // names that the service goes by (IsHost)
-  std::vector<std::string> origins;  // foreign pages that may use it (IsOrigin)
+  std::optional<int> port;           // 0 for any; unset: the usual one, or any if that is in use
+  bool browser = true;               // open the page if there is a desktop
+  bool analysis = true;              // find key frames in the background
+  std::vector<std::string> listen;   // addresses; if empty, only this machine
+  std::vector<std::string> hosts;    // names of the service (IsHost)
+  std::vector<std::string> origins;  // other sites whose pages may use it (IsOrigin)
   std::string certificate;           // PEM file; "" for no encryption
-  std::string key;                   // PEM file; "" where the certificate's holds it
+  std::string key;                   // PEM file; "" if the certificate file holds it
 };
 
-// Is this a name or an address as it stands in a URL, in lower case, with or without a port?
+// Is this a host in the form of a URL: a name or an address, in lower case, with or without a port?
 bool IsHost(const std::string& text);
-// Is this a scheme, a host and nothing else: "https://tv.example"?
+// Is this exactly a scheme and a host: "https://tv.example"?
 bool IsOrigin(const std::string& text);
 
 // Serves until SIGINT, SIGTERM or SIGHUP and leaves no process behind. The exit status: 0 when it

@@ -18,13 +18,13 @@ namespace serve {
 namespace {
 
 constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
-constexpr int kPassedSocket = 3;  // where a server that is handed a socket looks for it
+constexpr int kPassedSocket = 3;  // the descriptor at which a server expects a passed socket
 constexpr int kAnswerSeconds = 10;
 constexpr std::string_view kQuestion = "HEAD / HTTP/1.0\r\n\r\n";
-// A greeting without content: a server that speaks TLS answers it with an alert, and logs that.
+// An empty TLS greeting. A TLS server answers it with an alert, and logs that.
 constexpr std::string_view kTlsQuestion("\x16\x03\x01\0\x04\x01\0\0\0", 9);
 
-// A text of lighttpd's configuration language.
+// A string in lighttpd's configuration language.
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
   for (const char c : text) {
@@ -44,13 +44,13 @@ std::string Join(const std::vector<std::string>& parts, const std::string& separ
   return text;
 }
 
-// A list of texts of that language.
+// A list of strings in that language.
 std::string List(std::vector<std::string> texts) {
   std::transform(texts.begin(), texts.end(), texts.begin(), Quoted);
   return "( " + Join(texts, ", ") + " )";
 }
 
-// The names that an endpoint goes by without anybody having given it one.
+// The names that an endpoint has without configuration.
 std::vector<std::string> OwnNames(const Endpoint& endpoint) {
   const std::string port = std::string(":").append(std::to_string(endpoint.port));
   if (endpoint.IsAny()) {
@@ -62,7 +62,7 @@ std::vector<std::string> OwnNames(const Endpoint& endpoint) {
   return {endpoint.Authority()};
 }
 
-// What the request program takes for a name of this server (webapi/access/origin.h).
+// The list of this server's names for the request program (webapi/access/origin.h).
 std::vector<std::string> HostsOf(const WebServer& server) {
   std::set<std::string> hosts(server.hosts.begin(), server.hosts.end());
   for (const Endpoint& endpoint : server.endpoints) {
@@ -72,7 +72,7 @@ std::vector<std::string> HostsOf(const WebServer& server) {
   return {hosts.begin(), hosts.end()};
 }
 
-// One of those names as a regular expression. Browsers leave out the port that is usual.
+// One of those names as a regular expression. Browsers leave out the usual port.
 std::string PatternOf(const std::string& host, const std::string& usualPort) {
   std::string pattern;
   for (const char c : host) {
@@ -95,7 +95,7 @@ std::string PatternOf(const std::string& host, const std::string& usualPort) {
   return pattern;
 }
 
-// For the pages, which no program of ours sends. A browser that was led here under a foreign name
+// Protects the pages, which the web server sends itself. A browser that uses a foreign host name
 // gets none of them.
 std::string HostCondition(const WebServer& server) {
   std::vector<std::string> patterns;
@@ -111,10 +111,10 @@ bool IsFarther(const WebServer& server) {
                      [](const Endpoint& endpoint) { return !endpoint.IsLoopback(); });
 }
 
-// What the request program finds in its environment.
+// The environment of the request program.
 std::string EnvironmentOf(const WebServer& server) {
-  // Segments, pictures and films that need no transcoder go out by the web server itself, from
-  // their folders and nowhere else.
+  // The web server itself sends segments, pictures and films without a transcoder, and only from
+  // their folders.
   std::string environment = "( \"MIREVO_SENDFILE\" => \"X-Sendfile\"";
   const auto add = [&](const std::string& name, const std::string& value) {
     environment += ", " + Quoted(name) + " => " + Quoted(value);
@@ -122,7 +122,7 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   if (IsFarther(server)) {
-    // Also when the last account has been removed meanwhile.
+    // This holds even if the last account is removed later.
     add("MIREVO_LOGIN", "required");
   }
   if (const char* sysroot = secure_getenv("ORVO_SYSROOT"); sysroot != nullptr) {
@@ -132,7 +132,8 @@ std::string EnvironmentOf(const WebServer& server) {
 }
 
 std::string ResponseHeaders(const WebServer& server) {
-  // hls.js plays from objects of its own and lets its subtitle tracks begin as an empty text.
+  // hls.js plays from blob: addresses and starts its subtitle tracks with an empty text in a data:
+  // address.
   std::string headers =
       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
       "'self' blob: data:; style-src 'self' 'unsafe-inline'; object-src 'none'; base-uri 'none'; "
@@ -184,13 +185,13 @@ std::string Configuration(const WebServer& server) {
   line("cgi.x-sendfile", "\"enable\"");
   line("cgi.x-sendfile-docroot", List(server.sendFolders));
   line("setenv.set-response-header", ResponseHeaders(server));
-  // A film goes out as the viewer takes it, and a request whose viewer has left is ended.
+  // Send a film as fast as the viewer reads it, and end a request whose viewer has left.
   line("server.stream-response-body", "2");
-  // One request at a time on a connection: a viewer who leaves closes it.
+  // One request at a time on each connection, so a viewer who leaves closes the connection.
   line("server.feature-flags", "( \"server.h2proto\" => \"disable\" )");
-  // A paused player takes nothing for hours. That is no reason to hang up on it.
+  // A paused player may read nothing for hours, and its connection must stay open.
   line("server.max-write-idle", "65535");
-  // A film's name may hold a newline; the request program looks at every character itself.
+  // A film's name may contain a newline. The request program checks every character itself.
   line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
   line("server.max-request-size", "128");
   return text + Encryption(server) + HostCondition(server);
@@ -203,7 +204,7 @@ bool WriteConfiguration(const WebServer& server, const std::string& path) {
   return file.good();
 }
 
-// The caller's, and how many sockets there are.
+// The caller's environment and the number of passed sockets.
 std::vector<std::string> EnvironmentWith(size_t sockets) {
   std::vector<std::string> environment = {"LISTEN_FDS=" + std::to_string(sockets)};
   for (char** variable = environ; *variable != nullptr; ++variable) {

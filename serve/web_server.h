@@ -1,4 +1,4 @@
-// The embedded web server: Debian's lighttpd with a configuration of its own.
+// The embedded web server: Debian's lighttpd with its own configuration.
 #pragma once
 
 #include <string>
@@ -11,25 +11,25 @@
 namespace serve {
 
 struct WebServer {
-  std::string pageFolder;                // served as it is
+  std::string pageFolder;                // files to serve unchanged
   std::string webapiFolder;              // holds entry.cgi
   std::string stateFolder;               // for the configuration and the log
-  std::vector<std::string> sendFolders;  // what requests send by name lies in one of these
+  std::vector<std::string> sendFolders;  // hold all files that requests send
   std::vector<Endpoint> endpoints;
-  // What a browser may call this server, besides its addresses: names, with or without a port.
+  // Names of this server, besides its addresses, with or without a port.
   std::vector<std::string> hosts;
-  std::vector<std::string> origins;  // whose pages may use it, besides its own
+  std::vector<std::string> origins;  // other sites whose pages may use it
   std::string certificate;           // PEM; "" for no encryption
-  std::string key;                   // PEM; "" where it is in the certificate's file
+  std::string key;                   // PEM; "" if it is in the certificate's file
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };
 
-// Starts the server on the sockets of its endpoints, which the caller closes afterwards. It dies
-// with this process. No process, with errno set, when it cannot be started.
+// Starts the server on the sockets of its endpoints; the caller closes them afterwards. The server
+// ends with this process. Returns no process, with errno set, on failure.
 orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& sockets);
 
-// Waits for a first answer; false when the server ends instead.
+// Waits for the first answer. Returns false if the server ends instead.
 bool Answers(const WebServer& server);
 
 }  // namespace serve

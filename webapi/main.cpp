@@ -31,7 +31,7 @@ struct Call {
   const char* method;
   Answer (*handle)(const Request& request);
   Right right = Right::kAccount;
-  bool isPost = false;  // taken in the body of a request only, never from an address
+  bool isPost = false;  // accepts parameters only from the body, never from the address
 };
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list",
@@ -57,10 +57,10 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Auth", "who", webapi::DescribeCaller, Right::kAnyone},
 };
 
-// Makes the call, if its caller may.
+// Makes the call if the caller has the right.
 Answer Make(const Call& call, Request& request) {
   if (call.isPost && request.Method() != "POST") {
-    return Answer::Failure(webapi::kMethodNotAllowed, "This call is made with POST.")
+    return Answer::Failure(webapi::kMethodNotAllowed, "This call needs POST.")
         .AddHeader("Allow", "POST, OPTIONS");
   }
   request.SetCaller(webapi::FindCaller(request, call.right));
@@ -109,7 +109,8 @@ Answer Serve(const Request& blank) {
 
 int main() {
   openlog("mirevo", LOG_PID, LOG_USER);
-  // A web server may hand these down ignored. A request has nothing to do once its client is gone.
+  // A web server may start this program with these signals ignored. A request must end when its
+  // client is gone.
   signal(SIGPIPE, SIG_DFL);
   signal(SIGTERM, SIG_DFL);
   const Request blank;

@@ -21,13 +21,14 @@ namespace {
 
 using orvo::FileState;
 
-constexpr int kVersion = 1;  // of the file's own form
+constexpr int kVersion = 1;  // of the file's format
 constexpr size_t kLongestFile = 1 << 20;
 constexpr int64_t kFolderBytes = 32 << 20;  // some eight thousand films
 constexpr size_t kDigestLength = 32;
 
 constexpr std::array kKeys = {"duration", "container_type", "start_time", "bitrate", "track_info"};
-// JSON writes 5 for each of 5, 5U and 5LL. These are unsigned, all others signed.
+// JSON text does not distinguish 5, 5U and 5LL. The values of these keys are unsigned, all others
+// signed.
 constexpr std::array<std::string_view, 6> kUnsignedKeys = {
     "duration",    "start_time", "sample_aspect_ratio_num", "sample_aspect_ratio_den",
     "resolutionx", "resolutiony"};
@@ -38,7 +39,7 @@ struct Memory {
   Json::Value result;
 };
 
-// The latest result of this process.
+// The latest result in this process.
 Memory& Latest() {
   static Memory latest;
   return latest;
@@ -60,7 +61,7 @@ std::string FileFor(const std::string& path) {
   return Folder() + "/" + LibMirevo::GetMD5(path) + ".json";
 }
 
-// The programs that a result comes from, each with its state. Empty when one cannot be found.
+// The library files that produce a result, each with its state. Empty if one cannot be found.
 Json::Value Authors() {
   Json::Value authors(Json::objectValue);
   for (const std::string& file : MediaLibraries::Files()) {
@@ -99,7 +100,8 @@ void RestoreTypes(Json::Value& value) {
   }
 }
 
-// The content of a kept file; nothing when it is damaged. The digest of the rest comes first.
+// The content of a stored file; nothing if it is damaged. The file begins with the digest of the
+// rest.
 std::optional<Json::Value> ReadKept(const std::string& content) {
   const std::string body = content.substr(std::min(kDigestLength, content.size()));
   Json::Value kept;
@@ -125,8 +127,8 @@ std::optional<Json::Value> Load(const std::string& path, const FileState& state)
   return (*kept)["result"];
 }
 
-// Makes a folder that has no other user's files, or finds it. The parents are not made: where there
-// is no Mirevo nothing is kept.
+// Finds or makes a folder that holds no other user's files. Does not make its parents: without an
+// installed Mirevo, nothing is stored.
 bool OwnFolder(const std::string& folder, mode_t mode) {
   struct stat status {};
   mkdir(folder.c_str(), mode);
@@ -145,7 +147,7 @@ std::string ContentFor(const std::string& path, const FileState& state, const Js
   return LibMirevo::GetMD5(body) + body;
 }
 
-// Does a content give back what it was made from? A text that is not UTF-8 would come back changed.
+// Can the content be read back unchanged? A text that is not UTF-8 would come back changed.
 bool IsFaithful(const std::string& content, const std::string& path, const FileState& state,
                 const Json::Value& result) {
   const auto kept = ReadKept(content);

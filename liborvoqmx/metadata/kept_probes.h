@@ -1,9 +1,9 @@
-// What the probe has learnt from films that have not changed since.
+// Stored probe results of films that have not changed since they were probed.
 //
-// One result is remembered within the process, so that one request probes a film once. Each is also
-// kept in a file of the process's own user below "/var/packages/Mirevo/cache/probes", named after
-// the film's path, for the requests that follow. A result counts for the state of the film in which
-// it was probed, and for the FFmpeg and the library that probed it.
+// The process remembers the latest result in memory, so one request probes a film once. It also
+// stores each result for later requests, in a file below "/var/packages/Mirevo/cache/probes" that
+// its user owns. The film's path gives the file its name. A result is valid for one state of the
+// film, one version of FFmpeg and one version of this library.
 #pragma once
 
 #include <json/value.h>
@@ -15,13 +15,14 @@
 
 namespace LibOrvoQMX {
 
-// Copies what the probe wrote of the film at `path` into `document`, but for "path" and "filesize".
-// False when nothing is kept of that state of it.
+// Copies the stored result of the film at `path` into `document`, without "path" and "filesize".
+// Returns false if no result of this state is stored.
 ORVO_API bool FindProbe(const std::string& path, const orvo::FileState& state,
                         Json::Value& document);
 
-// Keeps what a probe wrote into `document`, which began when the film was in `state`. A film that
-// has changed meanwhile or only just before is not kept. Failing to write a file is no failure.
+// Stores the probe's result `document`. `state` is the film's state before the probe began. Does
+// not store the result if the film changed during the probe or shortly before it. Ignores write
+// errors.
 ORVO_API void KeepProbe(const std::string& path, const orvo::FileState& state,
                         const Json::Value& document);
 

@@ -9,7 +9,8 @@
 namespace LibOrvoQMX {
 namespace {
 
-// The release that this was compiled against: structures are read directly, so no other will do.
+// The release that this code was compiled against. It reads the structures directly, so no other
+// release works.
 constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VERSION_MAJOR);
 constexpr char kCodecLibrary[] = "libavcodec.so." AV_STRINGIFY(LIBAVCODEC_VERSION_MAJOR);
 constexpr char kUtilLibrary[] = "libavutil.so." AV_STRINGIFY(LIBAVUTIL_VERSION_MAJOR);
@@ -29,7 +30,7 @@ bool Load(MediaLibraries& media) {
   return found;
 }
 
-// The file that a function was loaded from; "" when it is not known.
+// The file that a function was loaded from; "" if unknown.
 template <typename Function>
 std::string FileOf(Function function) {
   Dl_info info{};
@@ -43,8 +44,8 @@ const MediaLibraries* MediaLibraries::Get() {
   static MediaLibraries media;
   static const bool loaded = [] {
     bool success = false;
-    // Among the libraries that they bring is one that sets the process's ids to its real user's for
-    // a moment as it is loaded. With root's effective id borrowed that is for good.
+    // One of the libraries below these sets the process's ids to the real user's for a moment while
+    // it is loaded. If the effective id is root's, that change would be permanent.
     IF_RUN_AS(getuid(), getgid()) {
       success = Load(media);
     }

@@ -1,5 +1,5 @@
-// FFmpeg's libraries, loaded when a media file is really opened. Most requests serve a stream that
-// was probed before; mapping 135 libraries would cost them thirty times their own start-up.
+// FFmpeg's libraries, loaded when the process opens a media file. Most requests serve a stream that
+// was probed before, and mapping 135 libraries would take thirty times their own start-up time.
 #pragma once
 
 #include <string>
@@ -17,7 +17,7 @@ extern "C" {
 
 namespace LibOrvoQMX {
 
-// Reading codec parameters through these keeps the texts that older releases wrote.
+// These functions give codec parameters the same texts as older releases.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #define ORVO_FFMPEG_FORMAT_FUNCTIONS(X) \
@@ -47,10 +47,11 @@ struct MediaLibraries {
   ORVO_FFMPEG_UTIL_FUNCTIONS(ORVO_DECLARE)
 #undef ORVO_DECLARE
 
-  // The loaded libraries; null (and a log line) on a machine that lacks them. They stay loaded.
+  // The loaded libraries, which stay loaded. Null, with a log line, if the machine lacks them.
   ORVO_API static const MediaLibraries* Get();
 
-  // The files of these libraries, and of this one that reads them. Empty where Get() is null.
+  // The files of these libraries and of the library that contains this code. Empty if Get() returns
+  // null.
   static std::vector<std::string> Files();
 };
 #pragma GCC diagnostic pop

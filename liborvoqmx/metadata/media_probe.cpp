@@ -1,4 +1,4 @@
-// The probe: one media file in, its metadata document out.
+// The probe: reads one media file and writes its metadata document.
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -40,8 +40,8 @@ std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
   return descriptor != nullptr ? TextOrEmpty(descriptor->name) : "";
 }
 
-// Demuxers once told the rotation by a "rotate" tag and now by a display matrix. Its angle counts
-// the other way round and may be negative.
+// Older demuxers give the rotation as a "rotate" tag, newer ones as a display matrix. The matrix's
+// angle has the opposite direction and may be negative.
 int RotationOf(const MediaLibraries& media, const AVStream& stream) {
   if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
     return static_cast<int>(std::strtol(tag, nullptr, 10));
@@ -73,8 +73,8 @@ struct Picture {
   int displayHeight = 0;
 };
 
-// The coded size and what the sample aspect ratio makes of it; the codec's own ratio goes before
-// the container's. All 0 where there is no width.
+// The coded size, and the display size by the sample aspect ratio. The codec's ratio has priority
+// over the container's. All values are 0 if there is no width.
 Picture MeasurePicture(const AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   Picture picture;
@@ -105,8 +105,8 @@ Picture MeasurePicture(const AVStream& stream) {
   return picture;
 }
 
-// Uncompressed audio has the rate that its samples make; what the demuxer says of it is not
-// reliable. 24- and 32-bit kinds take the reported rate.
+// The bit rate of uncompressed audio is calculated from its samples, because the demuxer's value is
+// not reliable. 24- and 32-bit formats use the reported rate.
 int64_t AudioBitrate(const AVCodecParameters& codec) {
   const int64_t samples = static_cast<int64_t>(codec.sample_rate) * codec.ch_layout.nb_channels;
   switch (codec.codec_id) {
@@ -132,7 +132,7 @@ std::string ChannelLayout(const MediaLibraries& media, const AVChannelLayout& la
   return text.data();
 }
 
-// Truncated to whole seconds and to 32 bits, the demuxer's mark for an unknown time included.
+// Truncates to whole seconds and to 32 bits. This includes the demuxer's value for an unknown time.
 Json::UInt WholeSeconds(int64_t microseconds) {
   return static_cast<Json::UInt>(microseconds / kMicrosecondsPerSecond);
 }

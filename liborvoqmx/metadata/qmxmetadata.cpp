@@ -83,7 +83,7 @@ bool QMXMetaData::LoadMetaData() {
   if (!file.is_open() || !orvo::ReadAll(file, text)) {
     return false;
   }
-  // An earlier record may have left a document of any type, which clear() would not take.
+  // An earlier record may have left a document of any type, and clear() does not accept every type.
   m_document = Json::Value(Json::objectValue);
   if (!LibMirevo::ParseJson(text, m_document)) {
     return false;

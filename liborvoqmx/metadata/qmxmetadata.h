@@ -1,4 +1,4 @@
-// What identifies a stream and what it remembers of its media file from request to request.
+// The arguments that open a stream, and the record of its media file that all its requests read.
 #pragma once
 
 #include <json/value.h>
@@ -11,7 +11,7 @@
 
 namespace LibOrvoQMX {
 
-// What a caller says to open a stream.
+// The arguments that open a stream.
 struct ORVO_API QMXInitArgument {
   QMXInitArgument(const std::string& file, const std::string& kind, const std::string& profileFile,
                   const std::string& key);
@@ -29,27 +29,27 @@ struct ORVO_API QMXInitArgument {
 };
 
 // The record "video_metadata" of a stream: the metadata document, with "profile_key",
-// "profile_value", "device", "hls_header" and "use_pre_analysis". Written once, when the stream is
-// opened.
+// "profile_value", "device", "hls_header" and "use_pre_analysis". It is written once, when the
+// stream is opened.
 class ORVO_API QMXMetaData : public VideoMetaData {
  public:
   QMXMetaData(const std::string& streamId, const std::string& streamKind);
 
   // Probes the file of `argument`, adds its profile and writes the record into the stream's
-  // directory, which must exist. False when an argument is missing or any of this fails.
+  // directory, which must exist. Returns false if an argument is missing or a step fails.
   static bool ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
                              bool hlsHeader);
 
-  // Copies one profile from the profile file into `document`. False when the file cannot be read or
-  // has no such key.
+  // Copies one profile from the profile file into `document`. Returns false if the file cannot be
+  // read or has no such key.
   static bool ReadTransProfile(const std::string& profilePath, const std::string& profileKey,
                                Json::Value& document);
 
-  // The record that a stream of `film` under one profile would have, before there is any stream.
+  // The record that a stream of `film` with this profile would have. No stream need exist.
   static QMXMetaData Plan(const VideoMetaData& film, const std::string& profileKey,
                           const std::string& profileValue, const std::string& device);
 
-  // Reads the record back. False when it is missing or damaged.
+  // Reads the record from disk. Returns false if it is missing or damaged.
   bool LoadMetaData();
 
   std::string GetDevice() const;

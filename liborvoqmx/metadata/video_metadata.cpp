@@ -12,12 +12,12 @@ namespace {
 
 constexpr float kDefaultRatio = 1.77F;
 
-// The member of an object; null for anything that has none.
+// A member of an object; null if `object` is not an object or lacks the member.
 const Json::Value& Member(const Json::Value& object, const std::string& key) {
   return object.isObject() && object.isMember(key) ? object[key] : Json::Value::nullSingleton();
 }
 
-// What does not fit an unsigned number (a negative one, a text) counts as absent.
+// A value that does not fit an unsigned number (a negative number, a text) counts as absent.
 unsigned AsUnsigned(const Json::Value& value) {
   return value.isConvertibleTo(Json::uintValue) ? value.asUInt() : 0;
 }
@@ -34,7 +34,7 @@ std::string AsText(const Json::Value& value) {
   return value.isString() ? value.asString() : "";
 }
 
-// Element `index` of one of the track arrays; null unless the document has both of them.
+// Element `index` of one of the track arrays; null unless the document has both arrays.
 const Json::Value& Track(const Json::Value& document, const char* kind, unsigned index) {
   const Json::Value& tracks = Member(document, "track_info");
   const Json::Value& list = Member(tracks, kind);

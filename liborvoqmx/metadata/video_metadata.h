@@ -1,4 +1,4 @@
-// What a media file is: the metadata document that a probe writes, and typed answers from it.
+// The metadata document that a probe writes about a media file, with typed access to it.
 //
 // The document is a JSON object with "path", "filesize" (decimal text), "duration" (whole seconds),
 // "container_type", "start_time" (whole seconds), "bitrate" (bit/s) and "track_info", an object of
@@ -22,13 +22,13 @@ namespace LibOrvoQMX {
 
 class ORVO_API VideoMetaData {
  public:
-  // Probes `path` unless it is the file already loaded. False, with an unloaded document, for an
-  // empty or missing path and for a file that is no media file.
+  // Probes `path` unless it is already loaded. Returns false, with no document loaded, if the path
+  // is empty, the file is missing or it is not a media file.
   bool LoadFile(const std::string& path);
 
-  // Fills `document` for `path`. The file's size is read with the caller's own rights, the content
-  // as root. A film that has not changed since it was probed is not opened again. On failure the
-  // document has no "track_info".
+  // Fills `document` for `path`. Reads the file's size with the caller's rights and the content as
+  // root. Uses the stored result if the film has not changed since its last probe. After a failure
+  // the document has no "track_info".
   static bool ReadMetaDataFromFFMPEG(const std::string& path, Json::Value& document);
 
   // Runs ParseMetaDataFromFFMPEG_Impl as root.
@@ -36,15 +36,15 @@ class ORVO_API VideoMetaData {
                                        Json::Value& videos, Json::Value& audios,
                                        Json::Value& subtitles);
 
-  // The whole document; an empty object where nothing is loaded.
+  // The whole document; an empty object if nothing is loaded.
   const Json::Value& GetDocument() const;
 
-  // Every reader below answers 0, "" or null where nothing is loaded, the key is absent or the
-  // value is of another type.
+  // Every reader below returns 0, "" or null if nothing is loaded, the key is absent or the value
+  // has another type.
   unsigned GetMemberUI(const std::string& key) const;
   std::string GetMemberString(const std::string& key) const;
 
-  // A copy of one track; null when there is none with that index.
+  // A copy of one track; null if no track has this index.
   Json::Value GetVideo(unsigned index) const;
   Json::Value GetAudio(unsigned index) const;
 
@@ -54,7 +54,7 @@ class ORVO_API VideoMetaData {
   unsigned GetFirstAudioMemberUI(const std::string& key) const;
   std::string GetFirstAudioMemberString(const std::string& key) const;
 
-  // Copies the track arrays. False when either is missing; `videos` is filled first.
+  // Copies the track arrays, `videos` first. Returns false if one of them is missing.
   bool GetTrackInfo(Json::Value& videos, Json::Value& audios) const;
   bool GetSubtitleTrackInfo(Json::Value& subtitles) const;
 
@@ -93,8 +93,8 @@ class ORVO_API VideoMetaData {
   Json::Value m_document{Json::objectValue};
 };
 
-// Opens `path` and fills the container's keys into `document` and one object per track into the
-// three arrays. False when the file cannot be opened or analysed.
+// Opens `path`, writes the container's keys into `document` and one object for each track into the
+// three arrays. Returns false if the file cannot be opened or analysed.
 ORVO_API bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document,
                                            Json::Value& videos, Json::Value& audios,
                                            Json::Value& subtitles);
@@ -104,8 +104,8 @@ ORVO_API Json::Value ParseVideoCodec(const AVStream* stream);
 ORVO_API Json::Value ParseAudioCodec(const AVStream* stream);
 ORVO_API Json::Value ParseSubtitleCodec(const AVStream* stream);
 
-// The short name that every codec comparison uses; "" for a codec without one. FFmpeg's own names,
-// but for "mpeg2".
+// The short name that all codec comparisons use: FFmpeg's name, except for "mpeg2". "" for a codec
+// that has no short name.
 ORVO_API std::string GetCodecName(AVCodecID id);
 
 }  // namespace LibOrvoQMX

@@ -1,4 +1,4 @@
-// Values as they go into an address.
+// Values in the form that an address needs.
 #pragma once
 
 #include <json/value.h>
@@ -7,14 +7,14 @@
 
 namespace LibOrvoQMX {
 
-// A whole number is written in decimal, however it was spelled: 1.0 is 1. Any other value is read
-// as a text; "" for what has none.
+// A whole number gives its decimal digits, in whatever form it was written: 1.0 gives "1". Any
+// other value gives its text, or "" if it has none.
 std::string AddressText(const Json::Value& value);
 
-// `text` with every byte but ASCII letters, digits and "-_.~" as "%" and two hexadecimal digits.
+// Replaces every byte except ASCII letters, digits and "-_.~" by "%" and two hexadecimal digits.
 std::string PercentEncode(const std::string& text);
 
-// Letters and digits as ASCII has them, whatever the locale.
+// ASCII letters and digits, independent of the locale.
 constexpr bool IsAsciiLetter(char character) {
   const auto lower = static_cast<unsigned char>(character | 0x20);
   return lower >= 'a' && lower <= 'z';

@@ -1,12 +1,12 @@
-// The plan of a film's fragments where they can begin anywhere.
+// The plan of fragments for a film that can be cut at any time.
 #pragma once
 
 #include "playlist/hls_helper.h"
 
 namespace LibOrvoQMX {
 
-// Writes a whole playlist of fragments of `length` seconds for a film of `duration` seconds. The
-// last fragment is as long as the rest.
+// Writes a whole playlist for a film of `duration` seconds in fragments of `length` seconds. The
+// last fragment has the remaining length.
 void WriteFixedPlan(HLSHelper& playlist, int duration, int length);
 
 }  // namespace LibOrvoQMX

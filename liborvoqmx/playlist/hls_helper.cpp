@@ -9,7 +9,7 @@ namespace LibOrvoQMX {
 
 HLSHelper::HLSHelper(const std::string& path, ManifestType type, const std::string& url)
     : std::ofstream(path, std::ios::out | std::ios::trunc), m_type(type), m_url(url) {
-  // Numbers as the format has them, whatever the program's locale.
+  // The format's numbers do not depend on the program's locale.
   imbue(std::locale::classic());
 }
 

@@ -23,12 +23,12 @@ struct HLSFragment {
 
 class ORVO_API HLSHelper : public std::ofstream {
  public:
-  // Empties or makes the file `path`; ask is_open() whether that worked. Every fragment's address
-  // begins with `url`, which further parameters can be appended to.
+  // Creates or empties the file `path`; is_open() tells whether that succeeded. The address of each
+  // fragment begins with `url`, to which parameters can be appended.
   HLSHelper(const std::string& path, ManifestType type, const std::string& url);
   ~HLSHelper() override;
 
-  // What stands around fragment numbers; nothing until set.
+  // Sets the text before and after fragment numbers, which is empty by default.
   void SetFragmentIdQuote(const std::string& quote);
 
   void WriteHeader(int targetDuration);  // whole seconds

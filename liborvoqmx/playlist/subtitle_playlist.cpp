@@ -9,17 +9,17 @@
 namespace LibOrvoQMX {
 namespace {
 
-// Stands in the template playlist for the id of the track that a copy of it is for.
+// Marks the place of the track id in the template playlist.
 constexpr std::string_view kPlaceholder = "__ORVO_SUBTITLE_ID_PLACEHOLDER__";
 
-// Options that the subtitle segments' requests repeat.
+// Options that the requests for subtitle segments repeat.
 constexpr std::array kPassedOptions = {"api", "version", "method", "_sid", "OrvoToken"};
 
 bool Has(const Json::Value& options, const char* name) {
   return options.isObject() && options.isMember(name);
 }
 
-// `language`, made unlike the earlier ones by their count.
+// Makes `language` unique: appends a count if the name was used before.
 std::string UniqueName(const std::string& language, std::map<std::string, int>& counts) {
   const int count = ++counts[language];
   return count == 1 ? language : language + "-" + std::to_string(count);

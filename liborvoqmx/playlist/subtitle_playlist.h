@@ -15,15 +15,16 @@ namespace LibOrvoQMX {
 // Subtitle id and language of each track.
 using SubtitleList = std::vector<std::pair<std::string, std::string>>;
 
-// The address of the subtitle segments with a placeholder for the track; "" when the options lack
-// what it needs. `quote` stands around the placeholder.
+// The address of the subtitle segments, with a placeholder for the track and `quote` around it. ""
+// if an option that it needs is missing.
 std::string SubtitleAddress(const Json::Value& options, const std::string& quote);
 
-// The playlist that lists the video at `url` and the subtitles. `quote` stands around their ids.
+// Writes the playlist that lists the video at `url` and the subtitles, with `quote` around the
+// subtitle ids.
 void WriteIndexPlaylist(std::ostream& index, const std::string& url, const std::string& quote,
                         const SubtitleList& subtitles);
 
-// The template with the track `id` in the place of the placeholder.
+// Copies the template and replaces the placeholder by the track `id`.
 void WriteTrackPlaylist(std::ostream& playlist, std::istream& templateFile, const std::string& id);
 
 }  // namespace LibOrvoQMX

@@ -199,7 +199,8 @@ unsigned ArgumentHelper::BraswellAbleToHWTranscodeTheVideo(const std::string& co
 unsigned ArgumentHelper::ApolloLakeAbleToHWTranscodeTheVideo(
     const std::string& /*codec*/, unsigned /*width*/, unsigned /*height*/, float /*framerate*/,
     const std::string& /*codecTag*/, const std::string& /*profile*/) {
-  // The VA-API path takes everything; what it cannot decode is sent to the software path later.
+  // The VA-API path accepts every video. Later code sends what it cannot decode to the software
+  // path.
   return kHardwareAble;
 }
 

@@ -1,4 +1,4 @@
-// What a transcoder has to be asked for, for one media file on this appliance.
+// The transcoder arguments that suit one media file on this appliance.
 #pragma once
 
 #include <json/value.h>
@@ -11,7 +11,7 @@
 
 namespace LibOrvoQMX {
 
-// Codes of the hardware questions below. 0 is yes, anything else a reason for no.
+// Answers to the hardware questions below. 0 means yes; each other value is a reason for no.
 enum HardwareCapability : unsigned {
   kHardwareAble = 0,
   kHardwareNone = 1,
@@ -29,12 +29,12 @@ class ORVO_API ArgumentHelper {
   static std::string GetAACEncoder();
   static std::string GetMP3Encoder();
 
-  // The audio track with this "id" (the first one for an empty id) and its position among the audio
-  // tracks. Null, and `index` unchanged, when there is none.
+  // The audio track with this "id", or the first one for an empty id. `index` is its position among
+  // the audio tracks. Returns null and leaves `index` unchanged if there is no such track.
   Json::Value GetAudioTrackInfoByID(const std::string& id, unsigned& index) const;
   Json::Value GetAudioTrackInfoByID(const std::string& id) const;
 
-  // Does that track have this codec? False when there is no such track.
+  // Does that track have this codec? False if there is no such track.
   bool DoesAudioCodecMatch(const std::string& id, const std::string& codec) const;
 
   bool AbleToDecodeAudioById(const std::string& id) const;
@@ -69,30 +69,32 @@ class ORVO_API ArgumentHelper {
                                                       const std::string& codecTag,
                                                       const std::string& profile);
 
-  // The same for this file's first video track; always able without hardware.
+  // The same for this file's first video track. Without `hardware` the answer is always yes.
   unsigned AbleToTranscodeTheVideo(bool hardware) const;
 
-  // The error word that tells a client of such an answer, for any but kHardwareAble.
+  // The error word that a client gets for an answer other than kHardwareAble.
   static std::string RefusalWord(unsigned capability);
 
-  // The box that a size name stands for. False, and both untouched, for any other name.
+  // The box that a size name stands for. Returns false and changes neither value for any other
+  // name.
   static bool MapVideoSize(const std::string& name, unsigned& width, unsigned& height);
 
-  // The size to ask for: the box itself when `exact`, else the source fitted into it with an even
-  // derived side; turned for a `rotate` of 90 or 270. Untouched when it cannot be told.
+  // The size to ask for. With `exact` it is the box itself; otherwise it is the source fitted into
+  // the box, and the derived side is even. Width and height are exchanged for a `rotate` of 90 or
+  // 270. Changes neither value if the size cannot be determined.
   void GetTransVideoSize(const std::string& name, bool exact, unsigned rotate, unsigned& width,
                          unsigned& height) const;
 
-  // The bit rate (bit/s) to ask for where `requested` is wanted: never below 500000, and no more
+  // The bit rate (bit/s) to ask for if the client wants `requested`: at least 500000, and no more
   // than the source can use.
   unsigned GetTransVideoBitrate(unsigned requested) const;
 
-  // "--aidx" and the track's position among the audio tracks, which is how the GStreamer wrapper
-  // counts; empty when there is no such track.
+  // "--aidx" and the track's position among the audio tracks, for the GStreamer wrapper. Empty if
+  // there is no such track.
   std::vector<std::string> GetGstreamAudioMap(const std::string& id) const;
 
-  // FFmpeg's "-map" arguments for the first video and that audio track, by container index; empty
-  // unless both are there, so that FFmpeg's own choice applies.
+  // FFmpeg's "-map" arguments for the first video and that audio track, by container index. Empty
+  // if one of them is missing; FFmpeg then chooses.
   std::vector<std::string> GetVideoAudioMap(const std::string& id) const;
 
  private:

@@ -50,7 +50,7 @@ bool Lock::LockFile() {
     return false;
   }
   UnlockFile();
-  // The directory is one that everybody may write to: a link planted there is not followed.
+  // Every user may write to this directory, so open() must not follow a link there.
   m_fd = open(m_path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0777);
   if (m_fd < 0) {
     return false;

@@ -9,15 +9,15 @@ namespace LibMirevo {
 
 class ORVO_API Lock {
  public:
-  // Locks the file `path`, which is created with its directory where missing. `blocking`: waits
-  // until the lock is free; otherwise a lock that another holds is a failure.
+  // Locks the file `path`. Creates the file and its directory if they are missing. With `blocking`
+  // it waits until the lock is free; otherwise it fails if another process holds the lock.
   Lock(const std::string& path, bool blocking);
   virtual ~Lock();
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
 
-  bool LockFile();    // true when the lock was obtained
-  void UnlockFile();  // releases it; nothing when there is none
+  bool LockFile();    // true if the lock was obtained
+  void UnlockFile();  // releases the lock, if it is held
   bool IsLockSucess() const;
 
  protected:

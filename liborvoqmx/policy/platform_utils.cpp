@@ -32,8 +32,8 @@ constexpr std::array kDockerHosts = {
     NameMapping{"BROMOLOW", "bromolow"},
 };
 
-// Platforms whose profiles are their own or another's. "alpine" models, evansport and containers
-// are not a matter of the name alone.
+// The platforms, and the names of the profiles that they use. For "alpine" models, evansport and
+// containers the name alone does not decide.
 constexpr std::array kProfileNames = {
     NameMapping{"cedarview", "cedarview"}, NameMapping{"kvmx64", "cedarview"},
     NameMapping{"bromolow", "bromolow"},   NameMapping{"broadwell", "bromolow"},
@@ -52,7 +52,7 @@ std::string MapName(const std::array<NameMapping, N>& table, const std::string& 
   return otherwise;
 }
 
-// Fields between single separators: empty ones count, a trailing separator adds none.
+// Splits at each separator. Empty fields count; a separator at the end adds no field.
 std::vector<std::string> SplitFields(const std::string& text, char separator) {
   std::vector<std::string> fields;
   size_t start = 0;
@@ -67,7 +67,7 @@ std::vector<std::string> SplitFields(const std::string& text, char separator) {
   return fields;
 }
 
-// A boolean member of a JSON file; `otherwise` in every other case.
+// A boolean member of a JSON file; `otherwise` if it cannot be read.
 bool ReadSwitch(const char* path, const char* key, bool otherwise) {
   Json::Value settings;
   if (!LibMirevo::ReadJsonFromFile(orvo::SystemPath(path), settings) || !settings.isObject()) {

@@ -1,4 +1,4 @@
-// Which appliance this is and what its hardware can do for video.
+// The name of this appliance's platform, and the video features of its hardware.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ class ORVO_API PlatformUtils {
   // Reads the platform's name from the appliance's configuration.
   PlatformUtils();
 
-  // The process's own, made on first use.
+  // The process's only instance, made on first use.
   static PlatformUtils& GetInst();
 
   bool IsEvansport() const;
@@ -23,31 +23,31 @@ class ORVO_API PlatformUtils {
   bool IsSupportGstreamer() const;
   bool IsSupportHWTranscode() const;
 
-  // May hardware transcoding be used? Yes where the platform has it, unless the administrator has
-  // switched it off; always on monaco. The setting is read anew on every call.
+  // May hardware transcoding be used? Yes if the platform has it and the administrator has not
+  // switched it off; always yes on monaco. Reads the setting on every call.
   bool IsHWSettingEnabled() const;
 
-  // Is the VA-API build of FFmpeg to be used? Only on braswell, and only when switched on.
+  // Is the VA-API build of FFmpeg used? Only on braswell, and only if it is switched on.
   bool IsVaapiFFmpegEnabled() const;
 
-  // The first line of "/proc/orvo_platform"; "" when there is none.
+  // The first line of "/proc/orvo_platform"; "" if there is none.
   std::string GetHostPlatformName() const;
 
-  // The host's platform, seen from a container; "x86" when unknown.
+  // The platform of the host, for a process in a container; "x86" if it is unknown.
   std::string GetDockerHostPlatformName();
 
-  // The text after the colon of the first line of "/proc/cpuinfo" whose name contains `key`, as it
-  // stands there; "" when there is none.
+  // The text after the colon in the first line of "/proc/cpuinfo" whose name contains `key`,
+  // unchanged; "" if there is no such line.
   std::string GetCPUInfo(const std::string& key) const;
 
-  // The name by which transcoding profiles are picked: a name, "_" and level 1 or 2.
+  // The name that selects the transcoding profiles: a name, "_" and level 1 or 2.
   std::string GetTransPlatformName();
 
-  // The second "_"-separated field of `unique`. False, and `platform` unchanged, when there is
-  // none.
+  // Sets `platform` to the second "_"-separated field of `unique`. Returns false and leaves
+  // `platform` unchanged if there is no such field.
   bool ParsePlatform(const std::string& unique, std::string& platform) const;
 
-  // Fills in the platform; what the constructor does.
+  // Reads the platform's name; the constructor calls it.
   void GetPlatformName();
 
  private:

@@ -1,4 +1,4 @@
-// What a transcoding profile's text makes of a stream on this appliance.
+// The properties that a transcoding profile gives a stream on this appliance.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@ namespace LibOrvoQMX {
 
 struct ORVO_API ProfileTraits {
   bool remux = false;      // the video is copied
-  bool hardware = false;   // the encoder is the hardware's
-  bool gstreamer = false;  // the arguments are the GStreamer wrapper's
-  bool vaapi = false;      // the encoder is VA-API's, whether or not this appliance has it
+  bool hardware = false;   // the hardware encodes
+  bool gstreamer = false;  // the arguments are for the GStreamer wrapper
+  bool vaapi = false;      // the profile names the VA-API encoder, which this appliance may lack
 
   static ProfileTraits Of(const std::string& profileValue);
 };

@@ -23,7 +23,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kAskAgain(1000);
 
-// What can end a wait: the register's file and the processes that an earlier look found in it.
+// Waits for a change: in the register's file, or in the processes that it named at the last look.
 class RegistryWatch {
  public:
   explicit RegistryWatch(const Json::Value& seen)
@@ -36,8 +36,8 @@ class RegistryWatch {
     }
   }
 
-  // True when something ended the wait before `deadline`. Other waiters write the same content back
-  // again and again, so only a different one counts.
+  // Returns true if something changed before `deadline`. Other waiting processes write the same
+  // content back many times, so only different content counts as a change.
   bool Wait(Clock::time_point deadline) {
     while (!HasChanged()) {
       const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
@@ -57,7 +57,7 @@ class RegistryWatch {
     return ReadJsonFromFile(path_, now) && now != seen_;
   }
 
-  // True when a process ended; false when the file was touched or time is up.
+  // Returns true if a process ended; false if the file was touched or the time is over.
   bool Poll(int timeout) {
     std::vector<pollfd> events{{changes_.Get(), POLLIN, 0}};
     for (const orvo::UniqueFd& process : processes_) {
@@ -99,8 +99,8 @@ bool AskRegistryUntil(const std::function<bool(TransLoading&)>& question, int se
     }
     const Clock::time_point deadline = std::min(end, asked + kAskAgain);
     if (early) {
-      // A register that cannot be written never equals what was read from it: twice in a row is a
-      // reason to wait the second out.
+      // A register that cannot be written always looks changed. After two such looks in a row, wait
+      // until the second is over.
       early = false;
       poll(nullptr, 0, static_cast<int>((deadline - Clock::now()) / milliseconds(1)));
     } else {

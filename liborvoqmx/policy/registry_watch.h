@@ -1,4 +1,4 @@
-// Waiting for room in the register of running transcoders.
+// Waits for room in the register of running transcoders.
 #pragma once
 
 #include <functional>
@@ -7,9 +7,9 @@
 
 namespace LibMirevo {
 
-// Asks fresh registries, one after the other, until `question` is answered with true or `seconds`
-// have passed; the answer. Asks again when a registered process ends, when the register changes,
-// and after a second in any case. Between the questions the lock is free.
+// Reads the register and asks `question`, again and again, until it returns true or `seconds` have
+// passed. Returns the last answer. Asks again when a registered process ends, when the register
+// changes, and after one second at the latest. Releases the lock between the questions.
 bool AskRegistryUntil(const std::function<bool(TransLoading&)>& question, int seconds);
 
 }  // namespace LibMirevo

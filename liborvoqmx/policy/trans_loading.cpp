@@ -69,7 +69,7 @@ TransLoading::~TransLoading() {
   if (!WriteJsonToFileWithoutLock(m_path, m_entries)) {
     ORVO_LOG("QMX - Failed to write json file [%s].", m_path.c_str());
   }
-  // Streams of every user register here.
+  // The streams of all users register here.
   fchmod(m_fd, 0777);
 }
 

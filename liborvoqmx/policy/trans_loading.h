@@ -1,8 +1,9 @@
 // The appliance's register of running transcoders.
 //
 // "/tmp/Mirevo/enabled" holds a JSON array of {"PID", "hardware_transcode", "offline_conversion"}.
-// An object of TransLoading holds the exclusive lock on that file from construction to destruction,
-// so that asking, starting and recording are one step; it must live only around these calls.
+// A TransLoading object holds the exclusive lock on that file from construction to destruction,
+// which makes the check, the start and the entry one step. Keep such an object only for these
+// calls.
 #pragma once
 
 #include <json/value.h>
@@ -21,12 +22,12 @@ class ORVO_API TransLoading : public Lock {
   // Writes the entries back and releases the lock.
   ~TransLoading() override;
 
-  // Loads the file and keeps the live entries. False when it cannot be read or is no JSON; a
-  // missing content (an empty file) is no failure.
+  // Loads the file and keeps the entries of running processes. Returns false if the file cannot be
+  // read or is not JSON. An empty file is valid.
   bool ReadAndCheckAlive();
 
-  // May one more transcode of this kind start now? Always where nothing runs, if the platform has
-  // the kind at all.
+  // May one more transcode of this kind start now? If the platform supports the kind, the answer is
+  // always yes while nothing runs.
   bool TransEnable(bool hardware);
 
   // Is there room under this kind's limit?
@@ -37,7 +38,8 @@ class ORVO_API TransLoading : public Lock {
   // Is an offline conversion running?
   bool IsOffineConverting() const;
 
-  // Records a transcoder; forgets one. False without the lock. The file changes on destruction.
+  // Adds or removes a transcoder's entry. Returns false without the lock. The destructor writes the
+  // file.
   bool SaveTransPID(int pid, bool hardware, bool offline);
   bool RemoveTransPIDLock(int pid);
 
@@ -46,18 +48,18 @@ class ORVO_API TransLoading : public Lock {
   unsigned GetLimit(bool hardware) const;
 
  private:
-  bool HasLock() const;  // logs when there is none
+  bool HasLock() const;  // logs if it does not
 
   Json::Value m_entries{Json::arrayValue};
   unsigned m_softwareLimit;
   unsigned m_hardwareLimit;
 };
 
-// What this machine can do: `hardware` transcoding, a `remux` at playing speed; `transcode` is
+// What this machine can do: `hardware` transcoding, and a `remux` at playback speed. `transcode` is
 // false on every machine.
 ORVO_API void GetMachineTranscodeAndRemux(bool& transcode, bool& remux, bool& hardware);
 
-// Must the software FFmpeg path be used instead of the hardware GStreamer pipeline for such a file?
+// Does such a file need FFmpeg in software instead of the hardware GStreamer pipeline?
 ORVO_API bool ForceFFmpegTranscoding(const std::string& container, const std::string& codec,
                                      const std::string& profile);
 

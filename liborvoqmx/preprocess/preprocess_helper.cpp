@@ -70,8 +70,8 @@ bool PreprocessHelper::IsLastKeyframeTimestampReasonable() const {
 }
 
 void PreprocessHelper::FetchAllFragment() {
-  // Every fragment but the last uses up a key frame. More can only come from times that do not
-  // ascend, and with those there may be no end.
+  // Each fragment except the last uses at least one key frame. More fragments than key frames mean
+  // that the times do not ascend; the loop might then never end.
   while (!m_isDone && m_fragments.size() <= m_keyframeTimes.size() && !m_keyframeTimes.empty()) {
     FetchNextFragment();
     m_fragments.push_back(m_current);
@@ -82,8 +82,8 @@ void PreprocessHelper::FetchNextFragment() {
   const int id = m_current.fragmentId + 1;
   const double start = m_current.endTime;
   const double nominalEnd = (static_cast<double>(id) + 1) * m_segmentLength;
-  // Where key frames lie further apart than the nominal length, the start may be past the nominal
-  // end already.
+  // If key frames are further apart than the nominal length, the start may already be past the
+  // nominal end.
   const double threshold = std::max(nominalEnd, start + kShortestFragment);
   const auto next = std::lower_bound(m_keyframeTimes.begin(), m_keyframeTimes.end(), threshold);
   m_isDone = next == m_keyframeTimes.end();

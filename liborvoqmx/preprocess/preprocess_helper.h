@@ -1,4 +1,4 @@
-// The plan of a film's fragments where they can begin at key frames only.
+// The plan of fragments for a film that can be cut only at its key frames.
 #pragma once
 
 #include <string>
@@ -10,36 +10,37 @@
 
 namespace LibOrvoQMX::preprocess {
 
-// Every process that plans the same film with the same length gets the same plan, so fragment
-// numbers agree between requests.
+// All processes that plan a film with the same length get the same plan, so fragment numbers agree
+// between requests.
 class ORVO_API PreprocessHelper {
  public:
   // No plan.
   PreprocessHelper() = default;
-  // Plans the film `videoPath` in fragments of about `segmentLength` seconds, from the stored
-  // result that belongs to the film as it is now. No plan where there is none or it does not fit
+  // Plans the film `videoPath` in fragments of about `segmentLength` seconds. Uses the stored
+  // result of the film's current state. Makes no plan if there is no such result or it does not fit
   // the film.
   PreprocessHelper(const std::string& videoPath, int segmentLength);
 
-  // The same from a copy of the result, as SaveResult() made it.
+  // The same, from a copy that SaveResult() made.
   static PreprocessHelper FromResult(const std::string& resultPath, int segmentLength);
 
-  // Stores a copy of the result that the plan was made from. False when it cannot be written.
+  // Writes a copy of the result that the plan was made from. Returns false if it cannot be written.
   bool SaveResult(const std::string& resultPath) const;
 
   bool IsAvailable() const;  // there is a plan
 
-  // Writes the plan as a whole playlist; false, and nothing written, without a plan.
+  // Writes the plan as a whole playlist. Without a plan it writes nothing and returns false.
   bool WriteManifest(HLSHelper& manifest) const;
 
-  // The start of fragment `n` in whole milliseconds, rounded down; -1 beyond the plan.
+  // The start of fragment `n` in whole milliseconds, rounded down; -1 if the plan has no such
+  // fragment.
   int GetSeekTime(unsigned n) const;
 
-  // Does the stored end of the film lie within a minute of the last key frame?
+  // Is the stored end of the film at most one minute away from the last key frame?
   bool IsLastKeyframeTimestampReasonable() const;
 
-  // The steps of planning: all fragments; the next one; setting the current one (answers its length
-  // in whole seconds, rounded up).
+  // The steps of planning: find all fragments; find the next one; set the current one and return
+  // its length in whole seconds, rounded up.
   void FetchAllFragment();
   void FetchNextFragment();
   int UpdateCurrentFragment(double start, double end, int id);

@@ -16,7 +16,7 @@ namespace LibOrvoQMX::preprocess {
 namespace {
 
 constexpr char kResultName[] = "ORVOVIDEO_PREPROCESS_V1";
-// Millions of key frames. A larger file is none of ours, and not worth the memory.
+// Enough for millions of key frames. A larger file is not a result, and must not fill the memory.
 constexpr std::uintmax_t kLargestFile = 64U << 20U;
 
 }  // namespace

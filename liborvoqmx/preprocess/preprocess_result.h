@@ -1,4 +1,4 @@
-// The key frame times of a film, as an earlier analysis stored them beside it.
+// The key frame times of a film, stored beside it by an earlier analysis.
 #pragma once
 
 #include <memory>
@@ -18,8 +18,8 @@ class PreprocessResult;
 
 class ORVO_API PreprocessUtil {
  public:
-  // Where the result of the film `videoPath` is stored; "" for an empty path and for one that can
-  // have none.
+  // The path of the result of the film `videoPath`; "" for an empty path and for a path that can
+  // have no result.
   static std::string GetPreprocessResultPath(const std::string& videoPath);
 };
 
@@ -35,23 +35,23 @@ class ORVO_API PreprocessResultWrapper {
 
   // Appends a key frame that is presented at `seconds`.
   void PushPtsTime(double seconds);
-  // The same for a decoded frame, which the caller knows to be a key frame.
+  // The same for a decoded frame. The caller makes sure that it is a key frame.
   void ProcessFrame(const AVFrame& frame, const AVRational& timeBase);
 
-  // The message's own field: the time at which the video ends, in seconds; 0 when nobody set it.
+  // The end of the video in seconds; 0 if it was never set. The name is the message's field.
   void set_end_time(double seconds);
   double end_time() const;
 
   // Replaces the file's content.
   bool WriteToFile(const std::string& path) const;
-  // False, with unspecified content, for a missing or damaged file.
+  // Returns false, with unspecified content, if the file is missing or damaged.
   bool ReadFromFile(const std::string& path);
 
-  // The key frame times in stored order, counted from the first one.
+  // The key frame times in seconds, in stored order, relative to the first one.
   std::vector<double> GetAllKeyframePtsTime() const;
 
  private:
-  std::unique_ptr<proto::PreprocessResult> m_message;  // never null but in a moved-from object
+  std::unique_ptr<proto::PreprocessResult> m_message;  // null only in a moved-from object
 };
 
 }  // namespace LibOrvoQMX::preprocess

@@ -18,7 +18,8 @@ bool IsOlder(const timespec& one, const timespec& other) {
   return one.tv_sec != other.tv_sec ? one.tv_sec < other.tv_sec : one.tv_nsec < other.tv_nsec;
 }
 
-// The modification time alone would not tell: a film that is moved over another one keeps its own.
+// The modification time alone is not enough: a film that replaces another one by a move keeps its
+// old time.
 bool IsUpToDate(const std::string& film, const std::string& result) {
   struct stat filmStatus {};
   struct stat resultStatus {};
@@ -35,7 +36,7 @@ bool ReadBesideFilm(const std::string& film, PreprocessResultWrapper& result) {
   return !path.empty() && IsUpToDate(film, path) && result.ReadFromFile(path);
 }
 
-// The record of the film as it is now. Empty texts without one.
+// The record of the film's current state. All its texts are empty if there is none.
 FilmRecord CurrentRecord(const std::string& film) {
   FilmRecord record = ReadFilmRecord(OwnFolder(film));
   return record.film == film && record.state == FilmState(film) ? record : FilmRecord{};
@@ -70,7 +71,7 @@ std::string OwnResultPath(const std::string& film) {
 FilmRecord ReadFilmRecord(const std::string& folder) {
   std::ifstream file(folder + kRecordName, std::ios::binary);
   FilmRecord record;
-  // The path comes last: it may hold anything but a zero byte.
+  // The path comes last because it may contain any byte except zero.
   if (!std::getline(file, record.state) || !std::getline(file, record.reason) ||
       !std::getline(file, record.film, '\0')) {
     return {};

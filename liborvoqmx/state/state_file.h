@@ -1,4 +1,4 @@
-// A file of a stream's directory that holds one word or one number, without a line end.
+// A file in a stream's directory that holds one word or one number, without a line end.
 #pragma once
 
 #include <cstdint>
@@ -17,23 +17,24 @@ class ORVO_API StateFile {
 
   const std::string& Path() const { return path_; }
 
-  // "" where the file is missing or empty.
+  // The content; "" if the file is missing or empty.
   std::string Read() const;
-  // The decimal number that the content begins with, 0 for any other content; nothing where the
-  // file is missing or empty.
+  // The decimal number at the beginning of the content, or 0 for any other content. Returns nothing
+  // if the file is missing or empty.
   std::optional<int64_t> Number() const;
 
-  // False for an empty text, which is not written, and when the file cannot be opened.
+  // Replaces the content. Returns false if `text` is empty, which is never written, or the file
+  // cannot be opened.
   bool Write(const std::string& text) const;
   bool Write(int64_t number) const;
-  // Leaves the file empty where there is one.
+  // Empties the file if it exists.
   void Clear() const;
   void Remove() const;
 
-  // When it was last written; nothing where it is missing.
+  // The time of the last write; nothing if the file is missing.
   std::optional<timespec> Written() const;
 
-  // Waits for the exclusive lock on this file. It is made where it is missing.
+  // Waits for the exclusive lock on this file. Creates the file if it is missing.
   StreamLock Lock() const;
   bool IsLocked() const;
 

@@ -107,8 +107,8 @@ time_t StreamDirectory::LastAccess() const {
   return accessed ? accessed->tv_sec : 0;
 }
 
-// In a fixed width: the number is written over the older one at once, with nothing to cut off and
-// no disk to wait for.
+// The width is fixed, so one write replaces the older number. Nothing needs to be cut off, and no
+// write waits for the disk.
 void StreamDirectory::AskFor(int64_t number) const {
   const std::string path = FilePath(orvo::kRequestedFile);
   std::string text = std::to_string(number);

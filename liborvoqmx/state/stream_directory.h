@@ -1,6 +1,5 @@
-// The files of one stream. All that outlives a request lies in the stream's directory,
-// "/tmp/Mirevo" / kind / id; docs/state-files.md says what each file holds. Only this class spells
-// their names.
+// The files of one stream. Its directory, "/tmp/Mirevo" / kind / id, holds all data that outlives a
+// request. docs/state-files.md describes each file. Only this class contains the file names.
 #pragma once
 
 #include <sys/types.h>
@@ -17,45 +16,47 @@ namespace LibOrvoQMX {
 
 class ORVO_API StreamDirectory {
  public:
-  // Without a kind or an id every path below is "", and nothing is read or written.
+  // If the kind or the id is empty, every path below is "" and nothing is read or written.
   StreamDirectory(std::string kind, std::string streamId);
 
   // The directory; a file in it.
   const std::string& Path() const { return path_; }
   std::string FilePath(const std::string& name) const;
-  bool Exists() const;  // looked at as root
+  bool Exists() const;  // checked as root
 
   // The metadata record.
   std::string RecordPath() const;
 
-  // What the client asked for: an audio track, an audio format.
+  // The audio track and the audio format that the client asked for.
   StateFile AudioId() const;
   StateFile AudioFormat() const;
 
-  // The process that watches the stream's transcoder; for a progressive stream the transcoder.
+  // The pid of the process that watches the stream's transcoder; for a progressive stream, of the
+  // transcoder.
   StateFile MonitorPid() const;
-  std::optional<pid_t> Monitor() const;  // nothing where none was recorded
-  bool IsMonitored() const;              // it is recorded and runs
+  std::optional<pid_t> Monitor() const;  // nothing if none was recorded
+  bool IsMonitored() const;              // the recorded monitor runs
   // Waits for the lock that serialises all changes of the recorded monitor.
   StreamLock LockMonitor() const;
 
-  // Where the running transcoder began: a segment's number, or a second for Smooth Streaming.
+  // Where the running transcoder began: the number of a segment (HLS) or a second of the film
+  // (Smooth Streaming).
   StateFile SeekTime() const;
-  // When the latest restart was asked for.
+  // The time of the latest restart request.
   StateFile RequestSequence() const;
-  // Was the recorded monitor recorded after the latest restart was asked for?
+  // Was the monitor recorded after the latest restart request?
   bool IsMonitorOfLatestRestart() const;
-  // The state of the work-around for one client.
+  // The state of the work-around for Apple TV.
   StateFile AppleTvStatus() const;
 
-  // The time of the last access: sets it to now; whole seconds since then, nothing before the
-  // first.
+  // The time of the last access. MarkAccess sets it to now. The next function returns the whole
+  // seconds since then, or nothing before the first access.
   void MarkAccess() const;
   std::optional<unsigned long> SecondsSinceAccess() const;
   time_t LastAccess() const;  // 0 before the first
 
-  // The piece that was asked for last, below 10000000, which limits how far a transcoder runs
-  // ahead. Without a transcoder it is a byte of the film. -1 before any was.
+  // The number of the last requested piece, below 10000000. It limits how far a transcoder runs
+  // ahead. In a stream without a transcoder it is a byte of the film. -1 before the first request.
   void AskFor(int64_t number) const;
   void AskForByte(int64_t offset) const;
   int64_t LastAskedFor() const;

@@ -1,4 +1,4 @@
-// Serialising the processes that work on one stream.
+// A lock that serialises the processes that work on one stream.
 #pragma once
 
 #include <fcntl.h>
@@ -12,8 +12,8 @@
 
 namespace LibOrvoQMX {
 
-// Waits for the exclusive lock on a file of the stream directory, made with `mode` where it is
-// missing, and holds it. The directory has to be there.
+// Waits for the exclusive lock on a file of the stream directory and holds it. Creates the file
+// with `mode` if it is missing. The directory must exist.
 class StreamLock {
  public:
   StreamLock(const std::string& path, mode_t mode)
@@ -22,14 +22,14 @@ class StreamLock {
     }
   }
   bool IsOpen() const { return file_.IsOpen(); }
-  // For a forked child: the lock stays with the parent.
+  // A forked child calls this; the lock stays with the parent.
   void Leave() { file_.Reset(); }
 
  private:
   orvo::UniqueFd file_;  // closing it releases the lock
 };
 
-// Does anyone hold that lock?
+// Does any process hold that lock?
 inline bool IsStreamLocked(const std::string& path) {
   const orvo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   return file.IsOpen() && flock(file.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;

@@ -13,12 +13,12 @@
 namespace LibOrvoQMX {
 namespace {
 
-// Not every write: a transcoder writes all the time.
+// Single writes are left out, because a transcoder writes all the time.
 constexpr uint32_t kEvents = IN_CREATE | IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE_SELF;
 
-// The process's inotify descriptor while no StreamWatch uses it. Closing one takes the kernel 10 to
-// 40 ms, which the fragment that was waited for must not cost, so this one stays to the end of the
-// process. A forked child needs its own.
+// The process's inotify descriptor while no StreamWatch uses it. It stays open to the end of the
+// process: the kernel needs 10 to 40 ms to close one, and the viewer must not wait for that. A
+// forked child needs its own.
 struct SpareChanges {
   int descriptor = -1;
   pid_t owner = -1;

@@ -1,4 +1,4 @@
-// Waiting for what happens to a stream.
+// Waits for changes in a stream's files and processes.
 #pragma once
 
 #include <signal.h>
@@ -13,18 +13,18 @@
 
 namespace LibOrvoQMX {
 
-// A descriptor of the process; not open when it has ended.
+// A descriptor of the process. It is not open if the process has ended.
 orvo::UniqueFd OpenRunningProcess(pid_t pid);
 
-// How long a request waits for a fragment, and how long a pipeline has to look ended before it
-// gives up: a newer one may be on its way.
+// How long a request waits for a fragment, and how long a pipeline must look ended before the
+// request gives up. A newer pipeline may be about to start.
 inline constexpr std::chrono::seconds kFragmentTimeout(60);
 inline constexpr std::chrono::milliseconds kSettled(500);
-// A look now and then even where the file system tells nothing.
+// The interval for checks on file systems that report no events.
 inline constexpr std::chrono::milliseconds kLookAgain(1000);
 
-// Files that come, go or are complete in a stream directory. What happens after construction is
-// not missed: construct, look, wait.
+// Watches a stream directory for files that appear, disappear or become complete. It reports every
+// event after its construction, so construct it first, then look, then wait.
 class ORVO_API StreamWatch {
  public:
   explicit StreamWatch(const std::string& directory);
@@ -32,12 +32,12 @@ class ORVO_API StreamWatch {
   StreamWatch(const StreamWatch&) = delete;
   StreamWatch& operator=(const StreamWatch&) = delete;
 
-  // Watches this directory too. One that is watched already or not there changes nothing: where its
-  // parent is watched, wait and add it again.
+  // Watches this directory too. Does nothing if it is already watched or missing. For a missing
+  // directory, watch the parent, wait, and call Add again.
   void Add(const std::string& directory);
 
-  // Returns when something happened in a directory, the process behind `process` ended or
-  // `milliseconds` have passed. A closed descriptor stands for no process.
+  // Returns when a watched directory has changed, the process of `process` has ended or
+  // `milliseconds` have passed. A closed descriptor means no process.
   void Wait(const orvo::UniqueFd& process, int milliseconds) const;
 
  private:
@@ -47,8 +47,8 @@ class ORVO_API StreamWatch {
   std::set<int> watches_;
 };
 
-// For its life, SIGINT and SIGTERM reach this process only while it waits here. So a look at what
-// their handler left is never out of date when the wait begins.
+// While this object exists, SIGINT and SIGTERM reach the process only inside Wait. A caller that
+// reads the handler's flag before Wait therefore misses no signal.
 class SignalGate {
  public:
   SignalGate();
@@ -56,8 +56,8 @@ class SignalGate {
   SignalGate(const SignalGate&) = delete;
   SignalGate& operator=(const SignalGate&) = delete;
 
-  // Returns when the process behind `process` ended, a signal was handled or `milliseconds` have
-  // passed. A closed descriptor stands for no process.
+  // Returns when the process of `process` has ended, a signal was handled or `milliseconds` have
+  // passed. A closed descriptor means no process.
   void Wait(const orvo::UniqueFd& process, int milliseconds) const;
 
  private:

@@ -12,7 +12,7 @@
 namespace LibOrvoQMX {
 namespace {
 
-// Parameters of the request that every fragment's request repeats.
+// Parameters of the request that the request for each fragment repeats.
 struct PassedParameter {
   const char* name;
   bool quoted;  // under the newer API
@@ -23,7 +23,7 @@ constexpr std::array kPassedTexts = {
     PassedParameter{"sharing_id", true},
 };
 
-// A text member of the request; null for one of any other type.
+// A text member of the request; null for a member of another type.
 const Json::Value* FindText(const Json::Value& request, const char* name) {
   if (!request.isObject() || !request[name].isString()) {
     return nullptr;
@@ -95,8 +95,8 @@ bool AdaptStream::SeekingHandler() const {
   }
   SaveMonitorPid(0, true);
   const std::string pattern = m_streamKind == "HLS" ? orvo::kAnySegment : orvo::kFragmentsFolder;
-  // Depth first: otherwise find would walk into the directory that it has just deleted, and report
-  // that as a failure.
+  // "-depth" is needed: without it, find would enter the directory that it has just deleted and
+  // report a failure.
   return PlatExecv("/bin/find", {"/bin/find", "-L", Directory().Path(), "-depth", "-name", pattern,
                                  "-exec", "/bin/rm", "-rf", "{}", ";"}) == 0;
 }

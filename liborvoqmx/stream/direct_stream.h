@@ -1,4 +1,4 @@
-// Streams that one response carries as a whole.
+// Streams that one response carries from beginning to end.
 #pragma once
 
 #include <string>
@@ -18,7 +18,7 @@ class ORVO_API DirectStream : public QMXStream {
   virtual bool Init(const std::string& audioId) = 0;
   // Starts the transcoder `executable` at a position of the film.
   virtual bool Transcoding(const std::string& executable, int startSeconds) = 0;
-  // At most `length` bytes of the stream.
+  // Reads at most `length` bytes of the stream. Returns their number.
   virtual int Read(char* buffer, int length) = 0;
   // Stops the stream's processes and removes its directory.
   virtual bool Close();

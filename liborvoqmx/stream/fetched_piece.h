@@ -1,4 +1,4 @@
-// What became of a request for a segment or a fragment.
+// The result of a request for a segment or a fragment.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@ namespace LibOrvoQMX {
 
 struct FetchedPiece {
   enum class State {
-    kComplete,     // it lies at `path`
-    kNotYet,       // it may come, but the request has waited long enough or another took its turn
-    kWillNotCome,  // it is not there, and nothing is left that could make it
+    kComplete,     // the piece is at `path`
+    kNotYet,       // it may still come, but the time is over or a newer request replaced this one
+    kWillNotCome,  // it is missing, and no process is left that could make it
     kNotStarted,   // the transcoder for it could not be started
   };
   State state = State::kNotYet;

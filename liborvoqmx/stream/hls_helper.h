@@ -1,4 +1,4 @@
-// Where programs find the playlist writer.
+// The include path of the playlist writer for programs outside the library.
 #pragma once
 
 #include "playlist/hls_helper.h"

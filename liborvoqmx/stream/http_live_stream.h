@@ -1,13 +1,13 @@
 // One film as HTTP Live Streaming.
 //
-// Init writes finished playlists before any segment exists. The request for a segment then calls
-// Transcoding, which leaves a transcoder alone that will be there soon and otherwise replaces it by
-// one that starts at that segment, and ReadFragment, which waits for the segment. The transcoder is
-// watched by a process of its own, the monitor, that outlives the request.
+// Init writes complete playlists before any segment exists. A request for a segment then calls
+// Transcoding and ReadFragment. Transcoding keeps a transcoder that will reach the segment soon,
+// and otherwise replaces it by one that starts at that segment. ReadFragment waits for the segment.
+// The monitor, a separate process that outlives the request, watches the transcoder.
 //
-// Requests meet in files of the stream directory: "seek_time" (the segment that the transcoder
-// began with), "request_sequence" (when the latest restart was asked for), "monitor.pid" and the
-// segments, slice-00000.ts and so on.
+// Requests share files in the stream directory: "seek_time" (the transcoder's first segment),
+// "request_sequence" (the time of the latest restart request), "monitor.pid" and the segments,
+// slice-00000.ts and so on.
 #pragma once
 
 #include <json/value.h>
@@ -33,102 +33,104 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   using SubtitleList = std::vector<std::pair<std::string, std::string>>;
 
   explicit HttpLiveStream(const std::string& streamId);
-  // A stream that has not been opened.
+  // Makes a stream that is not open, for planning only.
   explicit HttpLiveStream(const QMXMetaData& plan);
   ~HttpLiveStream() override;
 
-  // Writes the playlists; with a "subtitle_id" among the options, also those of the subtitles. Once
-  // the stream was admitted, a failure leaves no stream directory.
+  // Writes the playlists. If the options have a "subtitle_id", it also writes those of the
+  // subtitles. A failure after admission leaves no stream directory.
   bool Init(const Json::Value& request, const Json::Value& options, const std::string& audioId,
             const std::string& audioFormat) override;
 
-  // Sees to it that the transcoder, or a new one, will produce this segment soon. True also for a
-  // request that a newer one has overtaken meanwhile.
+  // Makes sure that the running transcoder or a new one will produce this segment soon. Returns
+  // true also if a newer request has replaced this one in the meantime.
   bool Transcoding(const std::string& fragment) override;
 
-  // Waits, up to 60 seconds, until the segment is complete, and answers its path. "" when it is
-  // not, at once when a newer request has restarted the stream, and soon when nothing is left that
-  // could produce the segment.
+  // Waits up to 60 seconds until the segment is complete, and returns its path, or "" if it is not
+  // complete. Returns "" at once if a newer request has restarted the stream, and soon if no
+  // process is left that could produce the segment.
   std::string ReadFragment(const std::string& fragment) override;
 
-  // Both for the segment of that number, in one step (stream/fetched_piece.h). Also starts a
-  // transcoder where Transcoding counts on one that has died.
+  // Does both for the segment with this number, in one step (stream/fetched_piece.h). Also starts a
+  // transcoder if Transcoding relies on one that has died.
   FetchedPiece Fetch(int number);
 
   int GetSeekTimeInMillisecond() const override;
 
   // --- Playlists ---
 
-  // Writes one playlist, planned from stored key frames or at a fixed length. False without an
-  // address, a stream or a duration.
+  // Writes one playlist, planned from stored key frames or with a fixed length. Returns false if
+  // the address, the stream or the duration is missing.
   bool GenPlaylist(const Json::Value& request, ManifestType type);
   void WriteManifestByFixedSegmentTime(HLSHelper& manifest, int duration) const;  // seconds
 
-  // Is there a plan of this film's key frames, and is it to be used? Only where video is copied.
+  // Is there a plan from this film's key frames, and may this stream use it? Yes only if the video
+  // is copied.
   bool IsPreAnalysisAvailable();
 
   // --- Subtitles ---
 
-  // The address of the subtitle segments with a placeholder for the track; "" when the options lack
-  // what it needs.
+  // The address of the subtitle segments, with a placeholder for the track. "" if an option that it
+  // needs is missing.
   std::string GetSubtitleURL(const Json::Value& options) const;
   // The playlist that lists the video and the subtitles.
   bool GenIndexPlaylist(const Json::Value& request, const Json::Value& options) const;
-  // Writes the playlist of one track: its path, or "".
+  // Writes the playlist of one track. Returns its path, or "" on failure.
   std::string GetSubtitleManifestPath(const std::string& subtitleId) const;
-  // The path of the playlist "video", of that track's "subtitle", or of the index.
+  // The path of a playlist. `type` is "video", "subtitle" (of that track) or another text (the
+  // index).
   std::string GetMainfest(const std::string& type, const std::string& subtitleId);
 
-  // The tracks behind an id: every one of the film for "all", else that one.
+  // The tracks that an id stands for: all tracks of the film for "all", else that one.
   SubtitleList GetSubtitleMap(const std::string& subtitleId) const;
   SubtitleList GetExternalSubtitle() const;
   SubtitleList GetInternalSubtitle() const;
 
   // --- The pipeline ---
 
-  // Is the wanted audio track low-complexity AAC, which every client plays as it is?
+  // Is the requested audio track low-complexity AAC? Every client plays it without conversion.
   bool IsAACLCAudioCodec() const;
 
-  // The transcoder's arguments; empty when this film cannot be transcoded.
+  // The transcoder's arguments. Empty if this film cannot be transcoded.
   std::vector<std::string> CalculateFFmpegArgument(const std::string& fragment);
   std::vector<std::string> CalculateGstreamerArgument() const;
 
-  // The whole command line of the transcoder that starts at that segment and writes into `folder`;
-  // empty where there are no arguments or the film ends before.
+  // The whole command line of the transcoder that starts at that segment and writes into `folder`.
+  // Empty if there are no arguments or the film ends before the segment.
   std::vector<std::string> CommandLine(const std::string& fragment, const std::string& folder);
 
-  // Becomes the segmenter that cuts what comes from `readEnd`. Returns only on failure.
+  // Becomes the segmenter that reads the stream from `readEnd`. Returns only on failure.
   void ExecuteSegmenter(int readEnd, int fragment);
 
-  // What a monitor does: runs a transcoder from that segment on, until it ends, a signal comes or
-  // the client stays away. Throws as std::stoi does for what is no number.
+  // The monitor's work: runs a transcoder from that segment on, until it ends, a signal arrives or
+  // the client has gone. Throws like std::stoi if `fragment` is not a number.
   void ExecuteMointer(const std::string& fragment);
   static void MointerSignalHandler(int signal);
 
-  // Stops this process's transcoder and segmenter: SIGINT, and SIGKILL for a transcoder that is
-  // still there a second later.
+  // Stops this process's transcoder and segmenter with SIGINT. Sends SIGKILL to a transcoder that
+  // still runs one second later.
   void WaitAllChild() const;
 
   // --- Segments ---
 
   std::string GetSegmentTsPath(int fragment) const;
 
-  // Where the segment begins, in milliseconds; -1 for none such.
+  // The start of the segment in milliseconds; -1 if there is no such segment.
   int CalculateSeekTime(int fragment);
-  // How far that is behind its nominal place, in seconds.
+  // The distance in seconds from the segment's nominal start to its real start.
   double GetSegmentTimeDelta(int fragment) const;
 
-  // Makes this the stream's latest request: its sequence, or "".
+  // Makes this the stream's latest request. Returns its sequence, or "" on failure.
   std::string WriteSequence();
-  // False when a newer request has done so since.
+  // Returns false if a newer request has done so since.
   bool CheckSequence() const;
 
   bool IsTransAndSegNeedToRestart(const std::string& fragment) const;
-  // Is the segment there, with nobody writing it any more?
+  // Does the segment exist, and has its writer finished it?
   bool VerifyFragmentIsReady(const std::string& fragment) const;
 
  private:
-  bool FailInit();  // removes the directory; false
+  bool FailInit();  // removes the directory and returns false
   bool SaveAudioFormat(const std::string& audioFormat) const;
   bool GenSubtitlePlaylists(const Json::Value& request, const Json::Value& options);
   bool MarkAppleTv() const;
@@ -150,8 +152,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   AwaitedSegment Await(int number, const std::string& seen) const;
   AwaitedSegment AwaitUnlessLost(int number, const std::string& seen) const;
 
-  // The plan that the playlist was written from belongs to the stream: all its requests go by the
-  // copy in its directory, whatever is stored beside the film meanwhile.
+  // Copies the playlist's plan into the stream's directory. All requests of the stream use this
+  // copy, even if another result is stored beside the film later.
   bool KeepPlan(bool isPlanned) const;
 
   bool m_hasSubtitle = false;

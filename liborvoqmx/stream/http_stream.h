@@ -14,20 +14,22 @@ namespace LibOrvoQMX {
 class ORVO_API HttpStream : public DirectStream {
  public:
   explicit HttpStream(const std::string& streamId);
-  // A stream that has not been opened.
+  // Makes a stream that is not open, for planning only.
   explicit HttpStream(const QMXMetaData& plan);
   ~HttpStream() override;
 
-  // Waits up to 60 seconds for room for one more transcoder ("TransEnable" after that) and keeps
-  // the wish for an audio track. A failure leaves no stream directory.
+  // Waits up to 60 seconds for room for one more transcoder, and fails with "TransEnable" after
+  // that. Stores the requested audio track. A failure leaves no stream directory.
   bool Init(const std::string& audioId) override;
 
-  // Starts the transcoder in a detached process that writes into the pipe which Read drains.
-  // Returns at once. Where that process cannot become the transcoder it may return here too, with
-  // false: a caller whose pid is not what it was must leave without a trace.
+  // Starts the transcoder in a detached process. It writes into the pipe that Read drains. Returns
+  // at once. If the detached process cannot become the transcoder, it may return here too, with
+  // false. A caller whose pid has changed is that process: it must exit at once and clean up
+  // nothing.
   bool Transcoding(const std::string& executable, int startSeconds) override;
 
-  // The bytes read; -1 at the stream's end, on an error, and when nothing came for 30 seconds.
+  // Returns the number of bytes read; -1 at the stream's end, after an error, or if nothing came
+  // for 30 seconds.
   int Read(char* buffer, int length) override;
 
   bool Close() override;
@@ -35,31 +37,33 @@ class ORVO_API HttpStream : public DirectStream {
   int GetSeekTimeInMillisecond() const override;
   unsigned GetMetaVideoRotate() const override;  // 0: the transcoder turns the picture
 
-  // `size` for a requested size: "hd480" and "hd720" take the film's shape, the width going up to
-  // the next multiple of 10; any other text stays. False for an empty request and an unknown shape.
+  // Sets `size` for a requested size. "hd480" and "hd720" take the film's shape, with the width
+  // rounded up to a multiple of 10; any other text stays. Returns false for an empty request or an
+  // unknown shape.
   bool QMX_HTTP_SCALE_RESOLUTION(const std::string& requested, std::string& size);
 
-  // The rate that the profile key promises, in bit/s; -1 when it names none. "vb" and "ab" are in
-  // kbit/s, and the audio's counts twice, to be on the safe side.
+  // The bit rate that the profile key promises, in bit/s; -1 if the key names none. "vb" and "ab"
+  // are in kbit/s. The audio rate counts twice, as a safety margin.
   int GetTransBitRate();
 
-  // The size in bytes that the whole stream will have at that rate; 0 when unknown.
+  // The predicted size in bytes of the whole stream at that rate; 0 if unknown.
   int64_t QMX_HTTP_PredictTransFileSize();
 
-  // The second of the film at which that byte would stand; -1 when unknown.
+  // The second of the film at this byte; -1 if unknown.
   int ConvertByteRangeToTimeRange(int64_t offset);
 
-  // The transcoder's arguments from the profile; empty when the file or the profile has none.
+  // The transcoder's arguments from the profile. Empty if the file has no picture or there is no
+  // profile.
   std::vector<std::string> CalculateFFmpegArgument() const;
   std::vector<std::string> CalculateGstreamerArgument() const;
 
-  // The whole command line of a transcoder that writes into `descriptor`; empty where there are no
+  // The whole command line of a transcoder that writes into `descriptor`. Empty if there are no
   // arguments.
   std::vector<std::string> CommandLine(const std::string& executable, int descriptor) const;
 
  private:
   bool IsAdmitted();  // waits for room
-  bool FailInit();    // leaves no directory; false
+  bool FailInit();    // removes the directory and returns false
   void RemoveDirectory() const;
   std::vector<std::string> CalculateArgument() const;
   std::string OutputOf(int descriptor) const;

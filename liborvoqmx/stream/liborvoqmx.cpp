@@ -72,7 +72,7 @@ std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
   const bool joins = isObject && args["stream_id"].isString();
   const std::string streamId =
       joins ? args["stream_id"].asString() : GetRandStreamID(argument.filePath);
-  // The name comes from a client. An empty one is refused further down, with an error word.
+  // The name comes from a client. Later code refuses an empty one with an error word.
   if (!streamId.empty() ? !IsPlainName(streamId) : !joins) {
     return "";
   }

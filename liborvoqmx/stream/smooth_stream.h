@@ -1,15 +1,16 @@
 // One film as Smooth Streaming.
 //
-// Init predicts the manifest before anything has been transcoded: fragments of five seconds, and
-// from tables the size, the rates and the parameter sets that the profile's encoder will make. The
-// request for a fragment then calls Transcoding, which leaves a transcoder alone that will be there
-// soon and otherwise replaces it by one that starts at that fragment, and ReadFragment, which waits
-// for the fragment. The transcoder is watched by a process of its own, the monitor, that outlives
-// the request.
+// Init predicts the manifest before any transcoding. Fragments are five seconds long; tables give
+// the size, the bit rates and the parameter sets that the profile's encoder will produce. A request
+// for a fragment then calls Transcoding and ReadFragment. Transcoding keeps a transcoder that will
+// reach the fragment soon, and otherwise replaces it by one that starts at that fragment.
+// ReadFragment waits for the fragment. The monitor, a separate process that outlives the request,
+// watches the transcoder.
 //
-// A fragment's id is "QualityLevels(RATE)/Fragments(TYPE=START)": the type is "video" or "audio",
-// the start in units of 100 ns. Requests meet in files of the stream directory: "seek_time" (where
-// the transcoder began, in seconds), "monitor.pid", and the fragments, "smooth/" and the id.
+// A fragment's id is "QualityLevels(RATE)/Fragments(TYPE=START)". The type is "video" or "audio";
+// the start is in units of 100 ns. Requests share files in the stream directory: "seek_time" (the
+// transcoder's start in seconds), "monitor.pid", and the fragments, whose paths are "smooth/" and
+// the id.
 #pragma once
 
 #include <json/value.h>
@@ -34,28 +35,28 @@ struct FragmentPlace;
 class ORVO_API SmoothStream : public AdaptStream {
  public:
   explicit SmoothStream(const std::string& streamId);
-  // A stream that has not been opened.
+  // Makes a stream that is not open, for planning only.
   explicit SmoothStream(const QMXMetaData& plan);
   ~SmoothStream() override;
 
-  // Writes the manifest. A failure leaves no stream directory. `options` and `audioFormat` are not
-  // read.
+  // Writes the manifest. A failure leaves no stream directory. Ignores `options` and `audioFormat`.
   bool Init(const Json::Value& request, const Json::Value& options, const std::string& audioId,
             const std::string& audioFormat) override;
 
-  // Sees to it that the transcoder, or a new one, will produce this fragment soon. Only video moves
-  // the transcoder: an audio fragment is true at once.
+  // Makes sure that the running transcoder or a new one will produce this fragment soon. Only video
+  // moves the transcoder; for an audio fragment it returns true at once.
   bool Transcoding(const std::string& fragment) override;
 
-  // Waits, up to 60 seconds, until the fragment is complete, and answers its path; "" when it is
-  // not. Where nothing runs that could produce it, its path too: there may be no file then.
+  // Waits up to 60 seconds until the fragment is complete, and returns the manifest's path, or ""
+  // if it is not complete. Returns the path also if no process runs that could produce the
+  // fragment; the file may then be missing.
   std::string ReadFragment(const std::string& fragment) override;
 
-  // All that the request for a fragment takes, in one step (stream/fetched_piece.h). Where no
-  // transcoder will come by, one is started at the picture of that time; a request for sound first
-  // leaves the picture's request a second to do so. When nothing is left that could make the
-  // fragment, a transcoder is started and waited for once more, unless the viewer has gone
-  // elsewhere: the piece that was asked for last is more than ten away.
+  // Does everything for one request for a fragment (stream/fetched_piece.h). If no transcoder will
+  // reach the fragment, it starts one at the video fragment of that time. A request for sound first
+  // waits one second, so that the request for the picture can start it. If no process is left that
+  // could make the fragment, it starts a transcoder and waits once more. It does not if the viewer
+  // has gone elsewhere: the last requested piece is more than ten pieces away.
   FetchedPiece Fetch(const orvo::FragmentId& id);
 
   int GetSeekTimeInMillisecond() const override;
@@ -64,13 +65,13 @@ class ORVO_API SmoothStream : public AdaptStream {
 
   std::string GetMainfest();  // its path
 
-  // The picture's size for a requested height ("240" to "1080") and the film's shape. False for any
-  // other.
+  // The picture's size for a requested height ("240" to "1080") and the film's shape. Returns false
+  // for any other height.
   bool GetTransResolution(const std::string& requestedHeight, std::string& width,
                           std::string& height, std::string& size) const;
 
-  // What is known ahead of the stream's profile when the hardware encodes, or FFmpeg does. The
-  // rates are in bit/s, the codec's private data is hexadecimal.
+  // The predicted values for the stream's profile, if the hardware encodes or if FFmpeg does. The
+  // rates are in bit/s; the codec's private data is hexadecimal.
   bool ParseHWTransParameter(std::string& width, std::string& height, std::string& videoBitrate,
                              std::string& audioBitrate, std::string& samplingRate,
                              std::string& codecPrivateData) const;
@@ -82,38 +83,39 @@ class ORVO_API SmoothStream : public AdaptStream {
 
   // --- Fragments ---
 
-  // Takes an id apart: `quality` "QualityLevels(RATE)", `type` "video=" or "audio=", `start` in
-  // digits; the latter two are "" where the id has none. False unless it has exactly two parts.
+  // Splits an id into `quality` ("QualityLevels(RATE)"), `type` ("video=" or "audio=") and `start`
+  // (digits). `type` and `start` are "" if the id lacks them. Returns false unless the id has
+  // exactly two parts.
   bool ParseFragId(const std::string& fragment, std::string& start, std::string& type,
                    std::string& quality) const;
 
-  // Will the running transcoder not come to this fragment soon?
+  // Is this fragment out of the running transcoder's reach?
   bool IsNeedToSeek(const std::string& fragment) const;
 
-  // The fragment's start in whole seconds, which also becomes the content of "seek_time".
+  // The fragment's start in whole seconds. Also writes it into "seek_time".
   long CalculateSeekTime(const std::string& fragment) const;
 
-  // Is the fragment complete, with the `lookAhead`-th behind its successor there? True also for a
-  // start that no fragment has, and when nothing runs.
+  // Is the fragment complete, and does the `lookAhead`-th fragment after the next one exist? True
+  // also for a start that no fragment has, and if no transcoder runs.
   bool VerifyFragmentIsReady(const std::string& fragment, unsigned lookAhead) const;
 
   // --- The transcoder ---
 
-  // Starts a transcoder at this fragment, whatever there is: for a fragment that has not come and a
-  // transcoder that has ended.
+  // Starts a transcoder at this fragment in any case. Callers use it if the fragment is missing and
+  // the transcoder has ended.
   bool Restart(const std::string& fragment);
 
-  // The transcoder's arguments; empty when this film cannot be transcoded.
+  // The transcoder's arguments. Empty if this film cannot be transcoded.
   std::vector<std::string> CalculateFFmpegArgument() const;
-  // The whole command line of a transcoder that writes below `folder`; empty where there are no
+  // The whole command line of a transcoder that writes below `folder`. Empty if there are no
   // arguments.
   std::vector<std::string> CommandLine(const std::string& folder) const;
 
-  // What a monitor does: runs a transcoder until it ends, a signal comes or the client stays away.
+  // The monitor's work: runs a transcoder until it ends, a signal arrives or the client has gone.
   void ExecuteMointer(const std::string& fragment);
   static void MointerSignalHandler(int signal);
 
-  // Stops this process's transcoder: SIGINT, and SIGKILL four seconds later.
+  // Stops this process's transcoder with SIGINT, and with SIGKILL four seconds later.
   static void WaitAllChild();
 
  private:

@@ -1,8 +1,8 @@
 // One rendition of a film as one live WebM byte stream.
 //
-// Unlike a progressive stream's, its transcoder is watched by a monitor, which a signal stops: the
-// transcoder gets SIGINT, is reaped and leaves the register. A seek is a new transcoder with
-// another start time.
+// A monitor watches the transcoder, unlike in a progressive stream. A signal stops the monitor,
+// which sends SIGINT to the transcoder, reaps it and removes it from the register. A seek starts a
+// new transcoder with another start time.
 #pragma once
 
 #include <string>
@@ -17,36 +17,37 @@ namespace LibOrvoQMX {
 class ORVO_API WebMStream : public DirectStream {
  public:
   explicit WebMStream(const std::string& streamId);
-  // A stream that has not been opened.
+  // Makes a stream that is not open, for planning only.
   explicit WebMStream(const QMXMetaData& plan);
   ~WebMStream() override;
 
-  // The common admission.
+  // The admission check of all streams.
   bool Init(const std::string& audioId) override;
 
-  // Ends the stream's monitor and starts one with a transcoder that writes into the pipe which Read
-  // drains. Which program that is does not depend on `executable`, which only must not be empty.
-  // False also for a start beyond the film's end.
+  // Ends the stream's monitor and starts a new one, whose transcoder writes into the pipe that Read
+  // drains. `executable` must not be empty but does not choose the program. Returns false also if
+  // the start lies beyond the film's end.
   bool Transcoding(const std::string& executable, int startSeconds) override;
 
-  // The bytes read, after waiting for some; 0 at the stream's end and before Transcoding, -1 on an
-  // error.
+  // Waits for data and returns the number of bytes read; 0 at the stream's end and before
+  // Transcoding, -1 on an error.
   int Read(char* buffer, int length) override;
 
   int GetSeekTimeInMillisecond() const override;
 
-  // The transcoder's arguments; empty for a start beyond the end, and when the file has no picture.
+  // The transcoder's arguments. Empty if the start lies beyond the film's end or the file has no
+  // picture.
   std::vector<std::string> CalculateFFmpegArgument() const;
-  // The whole command line of a transcoder that writes into `descriptor`; empty where there are no
+  // The whole command line of a transcoder that writes into `descriptor`. Empty if there are no
   // arguments.
   std::vector<std::string> CommandLine(int descriptor) const;
 
-  // What a monitor does: runs a transcoder that writes into `writeEnd`, which it takes, until it
-  // ends or a signal comes.
+  // The monitor's work: runs a transcoder that writes into `writeEnd` until it ends or a signal
+  // arrives. Takes ownership of `writeEnd`.
   void ExecuteMointer(int writeEnd);
   static void MointerSignalHandler(int signal);
 
-  // Stops this process's transcoder: SIGINT, and SIGKILL four seconds later.
+  // Stops this process's transcoder with SIGINT, and with SIGKILL four seconds later.
   void WaitAllChild() const;
 
   // Ends the stream's monitor, without waiting.

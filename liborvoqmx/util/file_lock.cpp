@@ -11,7 +11,7 @@ namespace {
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
-// One of the two calls that lock, repeated while signals interrupt it.
+// Makes one of the two lock calls, and repeats it while signals interrupt it.
 template <typename Call>
 bool Repeat(Call call) {
   int result = 0;
@@ -21,12 +21,12 @@ bool Repeat(Call call) {
   return result == 0;
 }
 
-// The file of a lock; `access` as for open().
+// Opens the file of a lock. `access` is as for open().
 UniqueFd Open(const std::string& path, int access) {
   constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
   UniqueFd file(open(path.c_str(), access | kFlags, kOwnerOnly));
   struct stat status {};
-  // Files of earlier versions can be opened by everybody.
+  // Every user can open the files that earlier versions made.
   if (file.IsOpen() && fstat(file.Get(), &status) == 0 && status.st_uid == geteuid() &&
       (status.st_mode & ACCESSPERMS) != kOwnerOnly) {
     fchmod(file.Get(), kOwnerOnly);
@@ -35,7 +35,7 @@ UniqueFd Open(const std::string& path, int access) {
 }
 
 UniqueFd LockWhole(const std::string& path, int operation) {
-  // Reading is enough for this kind of lock, and all that a file of another user may allow.
+  // Read access is enough for this kind of lock. A file of another user may allow no more.
   UniqueFd file = Open(path, O_RDONLY);
   if (file.IsOpen() && !Repeat([&] { return flock(file.Get(), operation); })) {
     file.Reset();
@@ -43,7 +43,8 @@ UniqueFd LockWhole(const std::string& path, int operation) {
   return file;
 }
 
-// A place for a name among 2^62: FNV-1a. Two names that share one only wait for each other.
+// The byte for a name, one of 2^62, by FNV-1a. Two names with the same byte wait for each other,
+// which does no harm.
 int64_t PlaceOf(const std::string& name) {
   uint64_t hash = 0xcbf29ce484222325;
   for (const unsigned char byte : name) {

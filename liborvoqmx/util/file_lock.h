@@ -1,8 +1,9 @@
-// A lock between processes, held on a file that is nothing but a lock. It goes with its process,
-// and with the last of the processes that this one forks while it holds the lock.
+// A lock between processes, on a file that serves only as a lock. The kernel releases it when the
+// process ends. If the process forks while it holds the lock, the lock lasts until the last of
+// these processes ends.
 //
-// The file is made where it is missing, in a folder that is there, and only its owner can open it:
-// whoever can open a file can lock it, and keep everybody else waiting. It is never removed.
+// The file is created if it is missing; its folder must exist. Only its owner can open it, because
+// anyone who can open a file can lock it and make all others wait. The file is never removed.
 #pragma once
 
 #include <cstdint>
@@ -18,12 +19,12 @@ class ORVO_API FileLock {
  public:
   // Waits for the lock on the file `path`.
   static FileLock Wait(const std::string& path);
-  // Does not wait: a lock that another holds is not had.
+  // Does not wait. The result is not held if another process holds the lock.
   static FileLock Try(const std::string& path);
-  // Waits for the lock on one of the many names that the file `path` stands for.
+  // Waits for the lock on `name`. The file `path` serves many names.
   static FileLock WaitFor(const std::string& name, const std::string& path);
 
-  // False where another holds the lock, and where the file cannot be opened.
+  // False if another process holds the lock or the file cannot be opened.
   bool IsHeld() const { return file_.IsOpen(); }
 
  private:
@@ -32,12 +33,12 @@ class ORVO_API FileLock {
   UniqueFd file_;  // closing it releases the lock
 };
 
-// Opens, or makes, a file of locks on single bytes. Not open, with errno set, when it cannot be
-// had.
+// Opens or creates a file for locks on single bytes. On failure the result is not open and errno is
+// set.
 ORVO_API UniqueFd OpenLockFile(const std::string& path);
 
-// Locks one byte of an open file, which stands for one place or name. False when another holds it,
-// which with `wait` is waited for.
+// Locks one byte of an open file. The byte represents one place or name. With `wait`, waits until
+// it is free; otherwise returns false if another process holds it.
 ORVO_API bool LockByte(const UniqueFd& file, int64_t byte, bool wait);
 
 }  // namespace orvo

@@ -1,4 +1,4 @@
-// Has a file changed since?
+// Tells whether a file has changed.
 #pragma once
 
 #include <optional>
@@ -8,15 +8,16 @@
 
 namespace orvo {
 
-// What identifies the content of a plain file without reading it.
+// Identifies the content of a plain file without reading it.
 struct ORVO_API FileState {
   // "size modification-time change-time inode device", times in seconds with nanoseconds.
   std::string text;
-  // Nothing touched the file in the last seconds. Two changes within one tick of the file system's
-  // clock look alike, so only a settled file can be told from what it becomes.
+  // True if nothing has changed the file in the last seconds. Two changes within one tick of the
+  // file system's clock give the same times, so a later change is certain to show only for a
+  // settled file.
   bool isSettled = false;
 
-  // Nothing when there is no plain file at `path`.
+  // Returns nothing if there is no plain file at `path`.
   static std::optional<FileState> Of(const std::string& path);
 };
 

@@ -19,7 +19,7 @@
 namespace LibMirevo {
 namespace {
 
-// Holds the lock on a JSON file for its life, if it could be had.
+// Holds the lock on a JSON file while it exists, if the lock could be taken.
 class JsonFileLock {
  public:
   static JsonFileLock ForReading(const std::string& path) {
@@ -57,8 +57,8 @@ bool IsUsable(const std::string& path) {
   return !path.empty();
 }
 
-// One write over the old content and then the cut: a process killed between the two leaves the new
-// value with some old bytes behind it, which still parses, and never an empty file.
+// One write replaces the old content, then the file is cut. A process that is killed between the
+// two leaves the new value with old bytes after it. That still parses, and the file is never empty.
 bool Overwrite(const std::string& path, const std::string& content) {
   const orvo::UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
   if (!file.IsOpen()) {
@@ -67,7 +67,7 @@ bool Overwrite(const std::string& path, const std::string& content) {
   if (!orvo::WriteAll(file.Get(), content)) {
     return false;
   }
-  // A device or a pipe cannot be cut and needs no cutting.
+  // A device or a pipe cannot be cut, and need not be.
   return ftruncate(file.Get(), static_cast<off_t>(content.size())) == 0 || errno == EINVAL;
 }
 

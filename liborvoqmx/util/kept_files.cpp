@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int64_t kBlock = 512;  // what st_blocks counts
+constexpr int64_t kBlock = 512;  // the unit of st_blocks
 
 struct KeptFile {
   std::string path;
@@ -40,7 +40,7 @@ std::vector<KeptFile> FilesIn(const std::string& folder) {
     const std::string name = entry->path().filename().string();
     if (name.front() != '.' && lstat(entry->path().c_str(), &status) == 0 &&
         S_ISREG(status.st_mode)) {
-      // An empty file takes a little room, too.
+      // An empty file needs some space too.
       const int64_t bytes = std::max<int64_t>(status.st_blocks, 1) * kBlock;
       files.push_back({entry->path().string(), status.st_mtim, bytes});
     }
@@ -56,7 +56,7 @@ int64_t SizeOf(const std::vector<KeptFile>& files) {
   return bytes;
 }
 
-// The right to remove files of the folder; not open while another process has it.
+// The lock for removing files of the folder. Not open if another process holds it.
 UniqueFd TakeTurn(const std::string& folder) {
   UniqueFd lock(
       open((folder + "/.trim").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
@@ -73,10 +73,10 @@ bool KeepFile(const std::string& path, std::string_view content, mode_t mode, in
     return false;
   }
   const std::string folder = fs::path(path).parent_path().string();
-  // One process that removes files is enough.
+  // Only one process at a time removes files.
   const UniqueFd turn = TakeTurn(folder);
   if (turn.IsOpen() && SizeOf(FilesIn(folder)) > maxBytes) {
-    // A little less, so that the next file is not one too many again.
+    // Trims to a little less, so that the next file does not trim again.
     TrimFolder(folder, maxBytes / 10 * 9);
   }
   return true;

@@ -1,5 +1,5 @@
-// Folders of files that could be made again: what was learnt from films. Nothing in them is missed
-// when it is deleted.
+// Folders of stored results about films. Every file in them can be made again, so anyone may delete
+// it.
 #pragma once
 
 #include <sys/types.h>
@@ -12,12 +12,13 @@
 
 namespace orvo {
 
-// Writes a file of such a folder, which must exist, aside and renames it. If the folder then takes
-// up more than `maxBytes`, its oldest files are removed. False when the file cannot be written.
+// Writes a file of such a folder under another name and renames it. The folder must exist. If the
+// folder then takes up more than `maxBytes`, removes its oldest files. Returns false if the file
+// cannot be written.
 ORVO_API bool KeepFile(const std::string& path, std::string_view content, mode_t mode,
                        int64_t maxBytes);
 
-// Removes the oldest files of a folder until the rest takes up `maxBytes` at most. Folders, links
+// Removes the oldest files of a folder until the rest takes up at most `maxBytes`. Folders, links
 // and files whose names begin with a dot (locks) stay.
 ORVO_API void TrimFolder(const std::string& folder, int64_t maxBytes);
 

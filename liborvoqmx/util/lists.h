@@ -1,4 +1,4 @@
-// Lists of texts, as command lines are built from.
+// Lists of texts for building command lines.
 #pragma once
 
 #include <string>

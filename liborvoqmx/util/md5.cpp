@@ -1,5 +1,5 @@
-// The plain function takes as long as the digest; the one that replaces it makes the library read
-// its configuration and choose a provider first, and that takes a millisecond.
+// The deprecated function needs only the time for the digest. Its replacement makes the library
+// read its configuration and choose a provider first, which takes a millisecond.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 #include "util/md5.h"
@@ -21,8 +21,7 @@
 namespace LibMirevo {
 namespace {
 
-// Only opening a stream needs a digest, and this library takes longer to load than all others
-// together.
+// Only opening a stream needs a digest. This library takes longer to load than all others together.
 class Crypto {
  public:
   static const Crypto& Get() {

@@ -3,11 +3,10 @@
 
 namespace orvo {
 
-// FFmpeg's names of the demuxers that read one file and nothing else, the first name of each.
-// Playlists, scripts and session descriptions are left out on purpose: a text file named film.mkv
-// must not make a probe or a transcoder, which run with more rights than the viewer, open what it
-// names. media_formats_test.cpp says of each of FFmpeg's other demuxers why it is not here.
-// clang-format off
+// FFmpeg's demuxers that read one file and nothing else, by the first name of each. Playlists,
+// scripts and session descriptions are left out on purpose. A probe or a transcoder has more rights
+// than the viewer, so a text file named film.mkv must not make it open other files.
+// media_formats_test.cpp gives the reason for each of FFmpeg's other demuxers. clang-format off
 inline constexpr char kSelfContainedFormats[] =
     "3dostr,4xm,aa,aac,aax,ac3,ace,acm,act,adf,adp,ads,adx,aea,afc,aiff,aix,"
     "alaw,alias_pix,alp,amr,amrnb,amrwb,anm,apc,ape,apm,apng,aptx,aptx_hd,aqtitle,"

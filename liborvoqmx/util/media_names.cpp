@@ -13,7 +13,7 @@ constexpr std::array<std::string_view, 36> kFilmEndings = {
     "m2ts", "m2v", "m4v", "mkv", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mts",  "mxf", "nut",
     "ogm",  "ogv", "qt",  "rm",  "rmvb", "tp",   "trp", "ts",   "vob", "webm", "wmv", "wtv"};
 
-// In lower case: these come from file systems that do not tell cases apart, too.
+// In lower case, because some of these file systems ignore the case of names.
 constexpr std::array<std::string_view, 4> kSystemFolders = {
     "#recycle", "$recycle.bin", "lost+found", "system volume information"};
 

@@ -1,4 +1,4 @@
-// What a name in a media folder stands for.
+// The meaning of names in a media folder.
 #pragma once
 
 #include <string>
@@ -7,11 +7,11 @@
 
 namespace orvo {
 
-// Does a file of this name pass for a film? By its ending; a hidden file does not.
+// Is this the name of a film? The ending decides; a hidden file is no film.
 ORVO_API bool IsFilmName(const std::string& name);
 
-// Does a folder of this name hold something else than a library: what hides, what systems keep for
-// themselves ("@ea" and the like), what was deleted? A media root may have any name.
+// Is this the name of a folder that is not part of the library: a hidden folder, a system's own
+// folder ("@ea" and the like) or a folder of deleted files? A media root may have any name.
 ORVO_API bool IsSystemFolderName(const std::string& name);
 
 }  // namespace orvo

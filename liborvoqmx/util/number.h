@@ -1,4 +1,4 @@
-// Decimal texts as numbers. Every number is read once, where it comes in.
+// Reads decimal texts as numbers. Each number is read once, where it enters the program.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace LibOrvoQMX {
 
-// The number that the whole of `text` is, 0 or more; nothing for any other text and for a number
-// that does not fit.
+// The number in `text`, 0 or more, if the whole text is a number. Nothing for any other text and
+// for a number that does not fit.
 inline std::optional<int64_t> ParseNumber(std::string_view text) {
   int64_t number = 0;
   const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -24,13 +24,13 @@ inline std::optional<int64_t> ParseNumber(std::string_view text) {
   return number;
 }
 
-// The number that `text` begins with, as strtol reads it: 0 where it begins with none, the nearest
-// number that fits where it is too large.
+// The number at the beginning of `text`, read like strtol does: 0 if there is none, and the nearest
+// number that fits if it is too large.
 inline int64_t LeadingNumber(const std::string& text) {
   return std::strtoll(text.c_str(), nullptr, 10);
 }
 
-// The same in the range of an int. The largest int is left out, so that there is always a next one.
+// The same in the range of an int. The largest int is left out, so every number has a successor.
 inline int LeadingInt(const std::string& text) {
   return static_cast<int>(std::clamp<int64_t>(LeadingNumber(text), std::numeric_limits<int>::min(),
                                               std::numeric_limits<int>::max() - 1));

@@ -1,4 +1,4 @@
-// Folders that hold what is for one user of the machine alone.
+// Folders that only one user of the machine may read.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace orvo {
 
-// Makes the folder, with missing parents, and closes it to other users, one that is there already
-// included. False when there is none to be had, and for one that belongs to somebody else. Root
-// may use everybody's.
+// Makes the folder and its missing parents, and closes it to other users, even if it already
+// existed. Returns false if it cannot be made or belongs to another user. Root may use every user's
+// folder.
 ORVO_API bool MakePrivateFolder(const std::string& path);
 
-// Is this a folder of the process's own user, or is that root?
+// Does this folder belong to the process's user, or is that user root?
 ORVO_API bool IsOwnFolder(const std::string& path);
 
 }  // namespace orvo

@@ -33,7 +33,7 @@ bool VerifyFileExist(const std::string& path, unsigned timeoutSeconds) {
       if (timeoutSeconds == 0) {
         return false;
       }
-      // The length of this wait is itself part of the contract.
+      // The header promises waits of this length.
       sleep(1);
       if (++slept > timeoutSeconds) {
         return false;

@@ -1,4 +1,4 @@
-// Small file, process and text helpers of the streams.
+// Small helpers for files, processes and texts.
 #pragma once
 
 #include <string>
@@ -8,24 +8,24 @@
 
 namespace LibOrvoQMX {
 
-// Looks at `path` as root. Present: true. Absent: looks again after every second until more than
-// `timeoutSeconds` seconds have been slept (timeoutSeconds + 1 looks and seconds in all; one look
-// and no sleep with 0), then false.
+// Checks as root whether `path` exists. Returns true if it does. Otherwise checks again after each
+// second, until more than `timeoutSeconds` seconds have passed, and then returns false. That is
+// timeoutSeconds + 1 checks and seconds in all; with 0 it is one check and no wait.
 ORVO_API bool VerifyFileExist(const std::string& path, unsigned timeoutSeconds);
 
-// The first 4096 bytes of a file up to its first zero byte; "" when it cannot be opened. Enough for
-// the one-word and one-number files of a stream directory.
+// The first 4096 bytes of a file, up to its first zero byte; "" if it cannot be opened. This is
+// enough for the files of a stream directory that hold one word or number.
 ORVO_API std::string ReadFile(const std::string& path);
 
-// Replaces the file's content. False for an empty path or content (an empty text is never written)
-// and when the file cannot be opened. A short write is not detected.
+// Replaces the file's content. Returns false if the path or the content is empty (an empty text is
+// never written) or the file cannot be opened. Does not detect a short write.
 ORVO_API bool SaveFile(const std::string& path, const std::string& content);
 
-// Sends SIGTERM and returns kill()'s result. Pids below 1, which would name process groups, are
-// refused with -1.
+// Sends SIGTERM and returns the result of kill(). Returns -1 for a pid below 1, which would name a
+// process group.
 ORVO_API int KillProcess(int pid);
 
-// The pieces of `text` between any of the characters of `delimiters`; no empty pieces.
+// Splits `text` at each character of `delimiters`. Leaves out empty pieces.
 ORVO_API std::vector<std::string> StringExplode(const std::string& text,
                                                 const std::string& delimiters);
 

@@ -8,14 +8,14 @@
 
 namespace libmrv::util {
 
-// `prefix`, then `count` characters drawn uniformly from the letters and digits of ASCII. A count
-// below 1 gives the prefix alone.
+// `prefix`, then `count` random ASCII letters and digits, all equally likely. A count below 1 gives
+// only the prefix.
 ORVO_API std::string RandomString(const std::string& prefix, int count);
 
 namespace internal {
 
-// Uniform integers between two inclusive bounds, from a 64-bit Mersenne Twister seeded once from
-// the system's entropy.
+// Uniformly distributed integers between two inclusive bounds. A 64-bit Mersenne Twister makes
+// them; the system's entropy seeds it once.
 class ORVO_API RandomInt {
  public:
   RandomInt(int min, int max);

@@ -1,4 +1,4 @@
-// Numbers that come from outside, brought into the range of an int.
+// Limits numbers from outside to the range of an int.
 #pragma once
 
 #include <algorithm>
@@ -6,7 +6,8 @@
 
 namespace LibOrvoQMX {
 
-// `value` without its fraction; the nearest int where that is none, and 0 for what is no number.
+// `value` without its fraction. Gives the nearest int if the result does not fit, and 0 if `value`
+// is not a number.
 constexpr int SaturateToInt(double value) {
   constexpr int kLowest = std::numeric_limits<int>::min();
   constexpr int kHighest = std::numeric_limits<int>::max();
@@ -16,7 +17,7 @@ constexpr int SaturateToInt(double value) {
   return value < kHighest ? static_cast<int>(value) : kHighest;
 }
 
-// Seconds as milliseconds; the nearest whole second that fits.
+// Seconds in milliseconds. Gives the nearest whole second that fits if the result is too large.
 constexpr int Milliseconds(long seconds) {
   constexpr long kMost = std::numeric_limits<int>::max() / 1000;
   return static_cast<int>(std::clamp(seconds, -kMost, kMost)) * 1000;

@@ -43,7 +43,7 @@ bool Contains(const std::array<std::string_view, N>& list, const std::string& te
   return std::find(list.begin(), list.end(), text) != list.end();
 }
 
-// With the effective ids, which may be borrowed.
+// Checks with the effective ids, which may be root's for the moment.
 bool IsReadable(const char* name) {
   return faccessat(AT_FDCWD, name, R_OK, AT_EACCESS) == 0;
 }

@@ -9,20 +9,20 @@
 
 namespace libmrv::subtitle {
 
-// The parts of a path: "dirname", "basename", "filename" and "extension" (around the last "."), and
-// "language", the part between the last two dots; "" for a part that is not there.
+// The parts of a path: "dirname", "basename", "filename" and "extension" (before and after the last
+// "."), and "language", the part between the last two dots. A missing part is "".
 ORVO_API Json::Value PathInfo(const std::string& path);
 
-// Appends the paths of the subtitle files of the film `path` (SRT, SSA, ASS, SMI, named after it)
-// to the array `files`, as root. 0, or -1 for an empty path. Changes the working directory to the
-// film's.
+// As root, appends to the array `files` the paths of the film's subtitle files (SRT, SSA, ASS, SMI,
+// named after the film `path`). Returns 0, or -1 for an empty path. Changes the working directory
+// to the film's folder.
 ORVO_API int GetExternalSubtitle(const std::string& path, Json::Value& files);
-// The same with the ids that the process has.
+// The same with the process's own ids.
 ORVO_API int GetExternalSubtitleImp(const std::string& path, Json::Value& files);
 
-// May a container of this name carry subtitles to be shown?
+// Can subtitle tracks in a container with this name be shown?
 ORVO_API bool IsAllowEmbaddedSubtitleContiner(const std::string& container);
-// Are the subtitles of this codec text?
+// Does this subtitle codec contain text?
 ORVO_API bool IsTextBaseSubtitleCodec(const std::string& codec);
 
 }  // namespace libmrv::subtitle

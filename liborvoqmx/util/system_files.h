@@ -1,4 +1,4 @@
-// Where the system keeps its files, and what they hold in common. One place for every fixed path.
+// All fixed paths of the system, and helpers for the files there.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 namespace LibOrvoQMX {
 
 inline constexpr char kTempRoot[] = "/tmp/Mirevo";
-inline constexpr char kVolumeTempRoot[] = "/@tmp/Mirevo";  // below a volume's mount path
+inline constexpr char kVolumeTempRoot[] = "/@tmp/Mirevo";  // relative to a volume's mount path
 inline constexpr char kRegistryFile[] = "/tmp/Mirevo/enabled";
 inline constexpr char kOfflineConversionPidFile[] = "/run/orvovideoconversiond.pid";
 inline constexpr char kApplianceFile[] = "/etc.defaults/orvoinfo.conf";
@@ -20,18 +20,19 @@ inline constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 inline constexpr char kVaapiTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg_vaapi";
 inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orvo-gst";
 
-// The directory of the streams of one kind, and of one stream: "/tmp/Mirevo" / kind / stream id.
+// The directory of one kind of streams, and the directory of one stream: "/tmp/Mirevo" / kind /
+// stream id.
 std::string StreamKindPath(const std::string& kind);
 std::string StreamPath(const std::string& kind, const std::string& streamId);
 
-// Where a symbolic link leads; "" when the path is none.
+// The target of a symbolic link; "" if the path is not a link.
 std::string LinkTarget(const std::string& path);
 
-// May this name a directory of its own? Nothing that leads elsewhere may.
+// Is this a plain name that cannot lead to another directory?
 bool IsPlainName(const std::string& name);
 
-// The value of one key of a transcoding profile file, read as a text. False when the path or the
-// key is empty, the file cannot be read or it lacks the key.
+// Reads one key of a transcoding profile file as a text. Returns false if the path or the key is
+// empty, the file cannot be read or it lacks the key.
 bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,
                       std::string& value);
 

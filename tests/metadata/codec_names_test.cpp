@@ -110,7 +110,7 @@ constexpr NamedCodec kCodecs[] = {
 #undef CODEC
 static_assert(std::size(kCodecs) == 92);
 
-TEST(CodecNames, AreThoseThatTheLibraryCompares) {
+TEST(CodecNames, AreTheNamesThatTheLibraryCompares) {
   for (const NamedCodec& codec : kCodecs) {
     EXPECT_EQ(GetCodecName(codec.id), codec.name);
   }

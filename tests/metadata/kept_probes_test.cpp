@@ -83,7 +83,7 @@ class FilmKept : public test::Sysroot {
   const std::string film_ = test::Film("h264_aac.mp4");
 };
 
-TEST_F(FilmKept, IsToldAsTheProbeToldIt) {
+TEST_F(FilmKept, IsTheSameAsTheProbeResult) {
   for (const char* name : {"h264_aac.mp4", "h264_ac3.mkv", "mpeg4_mp3.avi", "mpeg2_mp2.ts",
                            "vp9_opus.webm", "two_audio.mkv", "portrait.mp4", "no_video.mka"}) {
     const std::string film = test::Film(name);
@@ -95,7 +95,7 @@ TEST_F(FilmKept, IsToldAsTheProbeToldIt) {
   }
 }
 
-TEST_F(FilmKept, IsNotOpenedAgain) {
+TEST_F(FilmKept, IsReadWithoutOpeningTheFilm) {
   KeepProbe(film_, State(film_), MadeUp());
   Forget();
   const Json::Value document = Probe(film_);
@@ -133,7 +133,7 @@ TEST_F(FilmKept, BelongsToTheUserAlone) {
   EXPECT_EQ(status.st_mode & 07777, 0600U);
 }
 
-TEST_F(FilmKept, IsRememberedWhereNothingCanBeWritten) {
+TEST_F(FilmKept, IsRememberedIfNothingCanBeWritten) {
   fs::remove_all(Path("/var/packages/Mirevo"));
   KeepProbe(film_, State(film_), MadeUp());
   EXPECT_TRUE(IsKnown(film_));
@@ -153,7 +153,7 @@ TEST_F(FilmKept, IsForgottenInAnotherState) {
   EXPECT_TRUE(IsKept(film_));
 }
 
-TEST_F(FilmKept, GivesWayToItsNextState) {
+TEST_F(FilmKept, IsReplacedForTheNextState) {
   Write("/film.mkv", "one");
   KeepProbe(Path("/film.mkv"), State(Path("/film.mkv")), MadeUp());
   EXPECT_TRUE(IsKept(Path("/film.mkv")));
@@ -165,20 +165,20 @@ TEST_F(FilmKept, GivesWayToItsNextState) {
       << "the lock, and one file for the film";
 }
 
-TEST_F(FilmKept, IsNotWhatChangedWhileItWasProbed) {
+TEST_F(FilmKept, IsNotStoredIfTheFilmChangedDuringTheProbe) {
   KeepProbe(film_, {"as it was", true}, MadeUp());
   EXPECT_FALSE(IsKnown(film_));
   EXPECT_FALSE(Exists(kFolder));
 }
 
-TEST_F(FilmKept, IsNotWhatHasJustChanged) {
+TEST_F(FilmKept, IsNotStoredIfTheFilmHasJustChanged) {
   Write("/film.mkv", "new");
   KeepProbe(Path("/film.mkv"), FileState::Of(Path("/film.mkv")).value(), MadeUp());
   EXPECT_TRUE(IsKnown(Path("/film.mkv"))) << "within the process";
   EXPECT_FALSE(IsKept(Path("/film.mkv")));
 }
 
-TEST_F(FilmKept, IsNotWhatIsNoFilm) {
+TEST_F(FilmKept, IsNotStoredForAFileThatIsNotAFilm) {
   Json::Value document(Json::objectValue);
   for (int i = 0; i < 2; ++i) {
     EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(test::Film("text.mkv"), document));
@@ -187,7 +187,7 @@ TEST_F(FilmKept, IsNotWhatIsNoFilm) {
   EXPECT_FALSE(Exists(kFolder));
 }
 
-TEST_F(FilmKept, IsNotWhatJsonCannotHold) {
+TEST_F(FilmKept, IsNotStoredIfJsonCannotHoldIt) {
   Json::Value document = MadeUp();
   document["track_info"]["title"] = "caf\xe9";
   KeepProbe(film_, State(film_), document);
@@ -219,7 +219,7 @@ TEST_F(FilmKept, IsNotBelievedInAnotherForm) {
   }
 }
 
-TEST_F(FilmKept, IsProbedAnewByAnotherProbe) {
+TEST_F(FilmKept, IsProbedAgainByAnotherProbe) {
   const struct {
     const char* from;
     const char* to;
@@ -235,7 +235,7 @@ TEST_F(FilmKept, IsProbedAnewByAnotherProbe) {
   }
 }
 
-TEST_F(FilmKept, IsProbedAnewByAnotherReleaseOfFfmpeg) {
+TEST_F(FilmKept, IsProbedAgainByAnotherReleaseOfFfmpeg) {
   KeepProbe(film_, State(film_), MadeUp());
   const Json::Value kept = test::ParseText(Read(FileFor(film_)).substr(32));
   ASSERT_GE(kept["authors"].size(), 4U);
@@ -247,7 +247,7 @@ TEST_F(FilmKept, IsProbedAnewByAnotherReleaseOfFfmpeg) {
   }
 }
 
-TEST_F(FilmKept, IsNotBelievedFromAPlaceThatOthersMayWrite) {
+TEST_F(FilmKept, IsNotBelievedInAFolderThatOthersMayWrite) {
   KeepProbe(film_, State(film_), MadeUp());
   const std::string file = Path(FileFor(film_));
   for (const mode_t mode : {0620, 0602, 0666}) {

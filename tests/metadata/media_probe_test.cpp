@@ -140,7 +140,7 @@ class FilmProbe : public test::Sysroot {
   }
 };
 
-TEST_F(FilmProbe, TellsEverythingOfAFilmInMp4) {
+TEST_F(FilmProbe, DescribesAFilmInMp4Completely) {
   const std::string path = test::Film("h264_aac.mp4");
   const Json::Value document = Probe(path);
   EXPECT_EQ(document["path"], path);
@@ -241,7 +241,7 @@ TEST_F(FilmProbe, TellsTenBitHevc) {
   EXPECT_EQ(video["codec_tag"], "hvc1");
 }
 
-TEST_F(FilmProbe, TakesAnUnknownLevelForZero) {
+TEST_F(FilmProbe, ReadsAnUnknownLevelAsZero) {
   EXPECT_EQ(Video(Probe(test::Film("vp9_opus.webm")))["level"], 0);
 }
 
@@ -376,7 +376,7 @@ TEST_F(FilmProbe, TakesTheCodecsAspectRatioBeforeTheContainers) {
   EXPECT_EQ(numerator(), 0);
 }
 
-TEST_F(FilmProbe, LeavesTheDisplayAloneWhereTheAspectRatioIsNone) {
+TEST_F(FilmProbe, KeepsTheDisplaySizeIfThereIsNoAspectRatio) {
   Picture picture;
   picture.stream.sample_aspect_ratio = {4, 0};
   const Json::Value track = LibOrvoQMX::ParseVideoCodec(&picture.stream);
@@ -386,7 +386,7 @@ TEST_F(FilmProbe, LeavesTheDisplayAloneWhereTheAspectRatioIsNone) {
   EXPECT_EQ(track["display_y"], 576);
 }
 
-TEST_F(FilmProbe, TellsAFrameRateOnlyWhereThereIsOne) {
+TEST_F(FilmProbe, TellsAFrameRateOnlyIfThereIsOne) {
   Picture picture;
   const struct {
     AVRational average;
@@ -398,7 +398,7 @@ TEST_F(FilmProbe, TellsAFrameRateOnlyWhereThereIsOne) {
   }
 }
 
-TEST_F(FilmProbe, TakesNegativeLevelsForZeroAndNoOthers) {
+TEST_F(FilmProbe, ReadsOnlyNegativeLevelsAsZero) {
   Picture picture;
   for (const int level : {-99, -1, 0, 1, 41}) {
     picture.parameters.level = level;
@@ -514,11 +514,11 @@ TEST_F(FilmProbe, DoesNotClampUnknownTimes) {
   EXPECT_EQ(document["start_time"], kUnknownTime);
 }
 
-TEST_F(FilmProbe, ReadsWhatIsLeftOfACutFilm) {
+TEST_F(FilmProbe, ReadsTheRestOfACutFilm) {
   EXPECT_EQ(Video(Probe(test::Film("truncated.mkv")))["codec"], "h264");
 }
 
-TEST_F(FilmProbe, RefusesWhatIsNoFilm) {
+TEST_F(FilmProbe, RefusesFilesThatAreNotFilms) {
   for (const char* name :
        {"truncated.mp4", "zeros.mkv", "text.mkv", "empty.mkv", "playlist.mkv", "script.mkv"}) {
     Json::Value document(Json::objectValue);
@@ -537,7 +537,7 @@ TEST_F(FilmProbe, WritesTheSizeOfAnEmptyFileBeforeItFails) {
   EXPECT_EQ(document["filesize"], "0");
 }
 
-TEST_F(FilmProbe, TouchesNothingForAPathThatIsNotThere) {
+TEST_F(FilmProbe, ChangesNothingForAMissingPath) {
   for (const std::string& path : {std::string(), Path("/missing.mkv")}) {
     Json::Value document(Json::objectValue);
     EXPECT_FALSE(VideoMetaData::ReadMetaDataFromFFMPEG(path, document));
@@ -546,7 +546,7 @@ TEST_F(FilmProbe, TouchesNothingForAPathThatIsNotThere) {
   }
 }
 
-TEST_F(FilmProbe, TakesAPathForAFileWhateverItLooksLike) {
+TEST_F(FilmProbe, TreatsEveryPathAsAFile) {
   const std::string content = test::ReadWhole(test::Film("vp9_opus.webm"));
   for (const char* name :
        {"/concat:a|b.webm", "/http:film.webm", "/%d film?x=1#y.webm", "/-i.webm"}) {
@@ -660,7 +660,7 @@ std::string LiveDescription() {
          static_cast<char>(data.size() + 11);
 }
 
-TEST_F(FilmProbe, ReadsWhatALiveRecorderWrote) {
+TEST_F(FilmProbe, ReadsRecordingsOfLiveRecorders) {
   ProbeOf("live.flv", {"-t", "1", "-i", test::Film("h264_aac.mp4"), "-c", "copy"});
   std::string content = Read("/live.flv");
   constexpr size_t kHeader = 13;
@@ -686,7 +686,7 @@ TEST_F(FilmProbe, ReadsTheSoundOfOldCinemasAndConsoles) {
   }
 }
 
-TEST_F(FilmProbe, RefusesInSilence) {
+TEST_F(FilmProbe, RefusesWithoutOutput) {
   testing::internal::CaptureStderr();
   for (const char* name : {"playlist.mkv", "script.mkv", "text.mkv", "truncated.mp4"}) {
     Json::Value document(Json::objectValue);
@@ -695,7 +695,7 @@ TEST_F(FilmProbe, RefusesInSilence) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST_F(FilmProbe, LeavesTheLibrariesAsTalkativeAsTheyWere) {
+TEST_F(FilmProbe, RestoresTheLogLevelOfTheLibraries) {
   const MediaLibraries& media = *MediaLibraries::Get();
   media.av_log_set_level(AV_LOG_WARNING);
   Probe(test::Film("h264_aac.mp4"));
@@ -703,7 +703,7 @@ TEST_F(FilmProbe, LeavesTheLibrariesAsTalkativeAsTheyWere) {
   media.av_log_set_level(AV_LOG_INFO);
 }
 
-TEST_F(FilmProbe, FollowsNoPlaylistWhateverItsName) {
+TEST_F(FilmProbe, FollowsNoPlaylistOfAnyName) {
   for (const char* name : {"/list.m3u8", "/list.ffconcat", "/list.sdp", "/list.mpd", "/list.mp4"}) {
     for (const char* source : {"playlist.mkv", "script.mkv"}) {
       std::string content = test::ReadWhole(test::Film(source));
@@ -717,7 +717,7 @@ TEST_F(FilmProbe, FollowsNoPlaylistWhateverItsName) {
 
 // Loading the media libraries is a part of the first probe; nothing of it may cost the process its
 // ids.
-TEST_F(FilmProbe, IsDoneWithBorrowedRightsThatAreThenGivenBack) {
+TEST_F(FilmProbe, RunsAsRootAndRestoresTheIds) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }

@@ -13,7 +13,7 @@ using List = std::vector<std::string>;
 
 class Record : public test::StreamTest {};
 
-TEST_F(Record, ArgumentsOfAStreamStartWithNothingButTheFourTexts) {
+TEST_F(Record, ArgumentsOfAStreamHaveDefaultsExceptTheFourTexts) {
   const QMXInitArgument argument("/film", "HLS", "/profiles", "key");
   EXPECT_EQ(argument.filePath, "/film");
   EXPECT_EQ(argument.streamKind, "HLS");
@@ -25,7 +25,7 @@ TEST_F(Record, ArgumentsOfAStreamStartWithNothingButTheFourTexts) {
   EXPECT_FALSE(argument.usePreAnalysis);
 }
 
-TEST_F(Record, GivesBackItsTexts) {
+TEST_F(Record, ReturnsItsTexts) {
   Json::Value document = test::FilmRecord("-vcodec h264", "vb1000_ab128");
   document["device"] = "chromecast";
   const QMXMetaData record = Load(document);
@@ -35,7 +35,7 @@ TEST_F(Record, GivesBackItsTexts) {
   EXPECT_EQ(record.GetFilePath(), "/volume1/video/film.mkv");
 }
 
-TEST_F(Record, ThatIsNotLoadedHasNoHeaderAndUsesThePreAnalysis) {
+TEST_F(Record, WithoutContentHasNoHeaderAndUsesThePreAnalysis) {
   const QMXMetaData record(test::kId, "HLS");
   EXPECT_FALSE(record.IsHLSHeader());
   EXPECT_TRUE(record.IsUsePreAnalysis());
@@ -81,7 +81,7 @@ TEST_F(Record, IsNotLoadedWhenItIsMissingOrDamaged) {
   }
 }
 
-TEST_F(Record, IsAtAnyLengthOfItsTextEitherReadOrRefused) {
+TEST_F(Record, CutAtAnyLengthIsReadOrRefused) {
   const std::string whole = test::FilmRecord("-vcodec h264").toStyledString();
   for (size_t length = 0; length < whole.size(); ++length) {
     Write(Directory("HTTP") + "/video_metadata", whole.substr(0, length));
@@ -139,7 +139,7 @@ TEST_F(Record, IsNotWrittenForMissingArguments) {
 
 class FilmRecords : public test::StreamTest {};
 
-TEST_F(FilmRecords, HoldTheProbeAndWhatTheCallerSaid) {
+TEST_F(FilmRecords, HoldTheProbeAndTheCallersArguments) {
   Write("/profiles", R"({"a": "-vcodec h264"})");
   MakeDirectory(Directory("HLS"));
   QMXInitArgument argument(test::Film("h264_aac.mp4"), "HLS", Path("/profiles"), "a");

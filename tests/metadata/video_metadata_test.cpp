@@ -115,7 +115,7 @@ TEST_F(Metadata, WithoutAnAudioListGivesTheVideosAndFails) {
   EXPECT_TRUE(metadata.GetVideo(0).isNull()) << "the track summary cannot be read";
 }
 
-TEST_F(Metadata, WithoutAVideoListFailsWithoutATouch) {
+TEST_F(Metadata, WithoutAVideoListFailsAndChangesNothing) {
   for (const char* text : {R"({"track_info":{"audio":[]}})", R"({"track_info":{}})", "{}"}) {
     const VideoMetaData metadata = Load(test::ParseText(text));
     Json::Value videos = "untouched";
@@ -145,7 +145,7 @@ TEST_F(Metadata, GivesTheSubtitlesByThemselves) {
       Load(test::ParseText(R"({"track_info":{"video":[]}})")).GetSubtitleTrackInfo(subtitles));
 }
 
-TEST_F(Metadata, TakesValuesOfAnotherTypeForAbsent) {
+TEST_F(Metadata, TreatsValuesOfAnotherTypeAsAbsent) {
   const VideoMetaData metadata = Load(test::ParseText(R"({
     "duration": [], "bitrate": {}, "start_time": null, "path": 5, "container_type": ["x"],
     "filesize": "many",
@@ -224,13 +224,13 @@ TEST_F(Metadata, IsCopiedAsAValue) {
   EXPECT_EQ(original.GetFilePath(), "/volume1/video/film.mkv");
 }
 
-TEST_F(Metadata, OfAnEmptyPathStaysWhatItWas) {
+TEST_F(Metadata, OfAnEmptyPathStaysUnchanged) {
   VideoMetaData metadata = Load(test::FilmRecord("x"));
   EXPECT_FALSE(metadata.LoadFile(""));
   EXPECT_EQ(metadata.GetFilePath(), "/volume1/video/film.mkv");
 }
 
-TEST_F(Metadata, OfTheFileThatIsLoadedIsNotProbedAgain) {
+TEST_F(Metadata, OfALoadedFileIsNotProbedAgain) {
   VideoMetaData metadata = Load(test::FilmRecord("x"));
   EXPECT_TRUE(metadata.LoadFile("/volume1/video/film.mkv")) << "though there is no such file";
   EXPECT_EQ(metadata.GetDuration(), 100U);

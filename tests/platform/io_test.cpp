@@ -82,7 +82,7 @@ TEST_F(Io, MoreThanAPipeHoldsIsWrittenToItsEnd) {
   EXPECT_EQ(seen, content.size());
 }
 
-TEST_F(Io, WritingToWhatTakesNothingFails) {
+TEST_F(Io, WritingToAFullDeviceFails) {
   const orvo::UniqueFd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   ASSERT_TRUE(full.IsOpen());
   EXPECT_FALSE(orvo::WriteAll(full.Get(), "x"));
@@ -106,7 +106,7 @@ TEST_F(Io, APipeTakesNoNumberOfAStandardStreamAndNoProgramInheritsIt) {
   });
 }
 
-TEST_F(Io, AStreamIsReadToItsEndAndBehindWhatIsThere) {
+TEST_F(Io, AStreamIsReadToItsEndAndAppended) {
   std::istringstream stream(std::string(100000, 'x'));
   std::string content = "before ";
   EXPECT_TRUE(orvo::ReadAll(stream, content));

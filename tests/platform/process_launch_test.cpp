@@ -88,7 +88,7 @@ TEST_F(Start, RunsTheProgramWithTheseArgumentsAndTellsItsStatus) {
   EXPECT_EQ(orvo::Start(Shell("kill -TERM $$")).Wait(), 128 + SIGTERM);
 }
 
-TEST_F(Start, TellsTheErrorOfAFailedExecAndLeavesNothing) {
+TEST_F(Start, ReportsTheErrorOfAFailedExecAndLeavesNothing) {
   Write("/plain", "no program");
   const std::string folder = Path("/");
   const struct {
@@ -102,7 +102,7 @@ TEST_F(Start, TellsTheErrorOfAFailedExecAndLeavesNothing) {
   }
 }
 
-TEST_F(Start, TellsTheErrorOfAFailedExecOfADetachedProgram) {
+TEST_F(Start, ReportsTheErrorOfAFailedExecOfADetachedProgram) {
   LaunchOptions options;
   options.detached = true;
   EXPECT_FALSE(orvo::Start({Path("/missing"), {"missing"}}, options));
@@ -120,7 +120,7 @@ TEST_F(Start, GivesTheProgramExactlyTheGivenEnvironment) {
   EXPECT_EQ(OutputOf({"/usr/bin/env", {"env"}, std::vector<std::string>()}), "");
 }
 
-TEST_F(Start, GivesTheProgramTheCallersEnvironmentWhereNoneIsGiven) {
+TEST_F(Start, GivesTheProgramTheCallersEnvironmentIfNoneIsGiven) {
   InChild([] {
     clearenv();
     setenv("OWN", "1", 1);
@@ -195,12 +195,12 @@ TEST_F(Start, KeepsInheritableDescriptorsOnRequest) {
   });
 }
 
-TEST_F(Start, TellsThatADescriptorIsNone) {
+TEST_F(Start, ReportsAnInvalidDescriptor) {
   EXPECT_FALSE(orvo::Start(Shell("", {{1000, 5}})));
   EXPECT_EQ(errno, EBADF);
 }
 
-TEST_F(Start, PointsTheStandardStreamsToNullThatAreNotPassed) {
+TEST_F(Start, PointsStandardStreamsThatAreNotPassedToNull) {
   Pipe pipe;
   Program program{"/bin/sleep", {"sleep", "infinity"}};
   program.descriptors = {{pipe.WriteEnd(), STDERR_FILENO}};
@@ -211,7 +211,7 @@ TEST_F(Start, PointsTheStandardStreamsToNullThatAreNotPassed) {
   EXPECT_EQ(std::filesystem::read_symlink(folder + "2").string().rfind("pipe:", 0), 0U);
 }
 
-TEST_F(Start, PassesStandardStreamsAlsoWhereTheCallerHasNone) {
+TEST_F(Start, PassesStandardStreamsEvenIfTheCallerHasNone) {
   InChild([] {
     Pipe report;
     for (const int standard : {0, 1, 2}) {
@@ -252,7 +252,7 @@ TEST_F(Start, GivesTheProgramDefaultAndUnblockedSignals) {
   });
 }
 
-TEST_F(Start, GivesTheProgramTheSignalsThatItIsToldTo) {
+TEST_F(Start, GivesTheProgramTheRequestedSignalActions) {
   LaunchOptions options;
   options.actions = {{SIGTERM, SIG_IGN}, {SIGHUP, SIG_IGN}};
   options.blocked = {SIGUSR1, SIGINT};
@@ -260,7 +260,7 @@ TEST_F(Start, GivesTheProgramTheSignalsThatItIsToldTo) {
   EXPECT_EQ(StatusOf("SigIgn", options), MaskOf({SIGTERM, SIGHUP}));
 }
 
-TEST_F(Start, LeavesTheCallersSignalsAsTheyAre) {
+TEST_F(Start, LeavesTheCallersSignalsUnchanged) {
   InChild([] {
     sigset_t mask;
     sigemptyset(&mask);
@@ -279,7 +279,7 @@ TEST_F(Start, LeavesTheCallersSignalsAsTheyAre) {
 
 // --- The process -------------------------------------------------------------------------------
 
-TEST_F(Start, MakesTheProgramAtLeastSoNice) {
+TEST_F(Start, GivesTheProgramAtLeastTheNiceValue) {
   InChild([] {
     LaunchOptions options;
     options.niceness = 7;
@@ -295,7 +295,7 @@ TEST_F(Start, LimitsTheProgramsResources) {
   EXPECT_EQ(OutputOf(Shell("ulimit -Sn; ulimit -Hn; ulimit -c"), options), "32\n64\n0\n");
 }
 
-TEST_F(Start, TellsThatALimitIsNone) {
+TEST_F(Start, ReportsAnInvalidLimit) {
   LaunchOptions options;
   options.limits = {{RLIMIT_NOFILE, {64, 32}}};
   EXPECT_FALSE(orvo::Start(Shell(""), options));
@@ -327,7 +327,7 @@ TEST_F(Start, GivesTheProgramTheseIdsAndNoOtherGroup) {
   EXPECT_EQ(StatusOf("Groups", options).find_first_not_of(" \t"), std::string::npos);
 }
 
-TEST_F(Start, TellsThatTheCallerMayNotGiveTheseIds) {
+TEST_F(Start, ReportsThatTheCallerMayNotSetTheseIds) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
@@ -365,7 +365,7 @@ TEST_F(Start, EndsTheProgramWithItsParent) {
   test::ReapAll();
 }
 
-TEST_F(Start, EndsTheProgramWithItsParentAlsoUnderOtherIds) {
+TEST_F(Start, EndsTheProgramWithItsParentUnderOtherIds) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
@@ -394,7 +394,7 @@ TEST_F(Start, RefusesToEndADetachedProgramWithAParent) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(Become, RunsNoProgramWhoseParentHasGoneBeforeItAsked) {
+TEST_F(Become, RunsNoProgramIfTheParentHasAlreadyEnded) {
   Pipe report;
   Child parent([&] {
     const orvo::Process orphan = orvo::Fork([&] {
@@ -417,7 +417,7 @@ TEST_F(Become, RunsNoProgramWhoseParentHasGoneBeforeItAsked) {
 
 // --- The last step -----------------------------------------------------------------------------
 
-TEST_F(Start, TakesTheLastStepInTheProcessOfTheProgram) {
+TEST_F(Start, RunsTheLastStepInTheProcessOfTheProgram) {
   LaunchOptions options;
   options.confinement.run = [](void* context) {
     return prctl(PR_SET_NO_NEW_PRIVS, *static_cast<int*>(context), 0, 0, 0) == 0 ? 0 : errno;
@@ -437,7 +437,7 @@ TEST_F(Start, RunsNoProgramWhenTheLastStepFails) {
 
 // --- Callers that ignore their children --------------------------------------------------------
 
-TEST_F(Start, TellsTheStatusAlsoWhereTheCallerIgnoresItsChildren) {
+TEST_F(Start, ReturnsTheStatusEvenIfTheCallerIgnoresItsChildren) {
   InChild([] {
     signal(SIGCHLD, SIG_IGN);
     Pipe pipe;
@@ -460,7 +460,7 @@ TEST_F(Start, LeavesIgnoredChildrenIgnoredWhenItFails) {
 
 // --- Detached programs -------------------------------------------------------------------------
 
-TEST_F(Start, DetachesAProgramThatIsNobodysChildAndStays) {
+TEST_F(Start, DetachesAProgramThatOutlivesTheCaller) {
   Pipe pipe;
   Pipe report;
   InChild([&] {
@@ -490,12 +490,12 @@ TEST_F(Fork, RunsTheFunctionInAProcessThatEndsWithItsResult) {
   EXPECT_EQ(orvo::Fork([&] { return getppid() == self ? 5 : 6; }).Wait(), 5);
 }
 
-TEST_F(Fork, EndsAFunctionThatThrowsWithOne) {
+TEST_F(Fork, EndsAFunctionThatThrowsWithStatusOne) {
   EXPECT_EQ(orvo::Fork([]() -> int { throw std::runtime_error("x"); }).Wait(), 1);
   EXPECT_EQ(orvo::Fork([]() -> int { throw 7; }).Wait(), 1);
 }
 
-TEST_F(Fork, GivesTheFunctionTheSignalsThatItIsToldTo) {
+TEST_F(Fork, GivesTheFunctionTheRequestedSignalActions) {
   static volatile sig_atomic_t gHandled = 0;
   LaunchOptions options;
   options.actions = {{SIGTERM, [](int /*signal*/) { gHandled = 1; }}, {SIGHUP, SIG_IGN}};
@@ -573,7 +573,7 @@ TEST_F(Fork, EndsTheFunctionWithItsParent) {
   test::ReapAll();
 }
 
-TEST_F(Fork, DetachesAFunctionThatIsNobodysChild) {
+TEST_F(Fork, DetachesAFunctionFromTheCaller) {
   InChild([] {
     prctl(PR_SET_CHILD_SUBREAPER, 0);
     Pipe release;
@@ -630,7 +630,7 @@ TEST_F(Become, LooksForTheProgramInThePathOnRequest) {
   EXPECT_EQ(process.Wait(), 6);
 }
 
-TEST_F(Become, RenewsTheWishToEndWithTheParent) {
+TEST_F(Become, RenewsTheRequestToEndWithTheParent) {
   orvo::Process process = orvo::Fork(
       [] {
         const orvo::ParentDeath wish = orvo::ParentDeath::Current();

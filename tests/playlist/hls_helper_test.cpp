@@ -36,7 +36,7 @@ TEST_F(Playlist, OfVideoBeginsAndEnds) {
             "#EXT-X-ENDLIST\n");
 }
 
-TEST_F(Playlist, OfSubtitlesBeginsWithTwoLinesMore) {
+TEST_F(Playlist, OfSubtitlesBeginsWithTwoMoreLines) {
   {
     HLSHelper playlist(Path("/playlist"), MANIFEST_TYPE_SUBTITLE, "u");
     playlist.WriteHeader(8);
@@ -69,12 +69,12 @@ TEST_F(Playlist, KeepsSubtitleTimesInRange) {
   EXPECT_NE(lines.find("start_time=0&webvtt_end_time=2147483646\n"), std::string::npos);
 }
 
-TEST_F(Playlist, ReplacesWhatWasThere) {
+TEST_F(Playlist, ReplacesTheOldContent) {
   Write("/playlist", std::string(1000, 'x'));
   EXPECT_EQ(Lines(MANIFEST_TYPE_VIDEO, "", {}), "");
 }
 
-TEST_F(Playlist, ThatCannotBeOpenedSaysSo) {
+TEST_F(Playlist, ThatCannotBeOpenedIsAFailure) {
   EXPECT_FALSE(HLSHelper(Path("/missing/playlist"), MANIFEST_TYPE_VIDEO, "u").is_open());
 }
 

@@ -63,7 +63,7 @@ TEST_F(Policy, CallsAVideo4kAboveTheLimits) {
   }
 }
 
-TEST_F(Policy, EvansportTakesSomeCodecsAndSmallVideos) {
+TEST_F(Policy, EvansportAcceptsSomeCodecsAndSmallVideos) {
   On("evansport", [] {
     for (const char* codec : {"mpeg4", "h264", "mpeg2", "vc1", "wmv3"}) {
       EXPECT_EQ(Ask(codec, 3840, 2160), 0U) << codec;
@@ -109,7 +109,7 @@ TEST_F(Policy, OnMonacoTheLastRuleWins) {
   });
 }
 
-TEST_F(Policy, TheVaapiPlatformsTakeEveryVideoWithAHeight) {
+TEST_F(Policy, TheVaapiPlatformsAcceptEveryVideoWithAHeight) {
   for (const char* platform : {"braswell", "apollolake"}) {
     On(platform, [] {
       EXPECT_EQ(Ask("anything", 10000, 10000, 500, "DIVX", "High 10"), 0U);
@@ -132,7 +132,7 @@ TEST_F(Policy, EachPlatformsRuleCanBeAskedAnywhere) {
   EXPECT_EQ(ArgumentHelper::ApolloLakeAbleToHWTranscodeTheVideo("x", 1, 1, 25, "", ""), 0U);
 }
 
-TEST_F(Policy, SoftwareTranscodesEveryVideoAndHardwareIsAsked) {
+TEST_F(Policy, SoftwareTranscodesEveryVideoAndHardwareIsChecked) {
   Json::Value document = test::FilmRecord("x");
   document["track_info"]["video"][0]["profile"] = "High 10";
   On("monaco", [&] {
@@ -191,7 +191,7 @@ TEST_F(Policy, AFittedSizeKeepsTheShape) {
   EXPECT_EQ(Fit(Video("h264", 1080, 1920), "hd480", false, 270), (Size{852, 478}));
 }
 
-TEST_F(Policy, ASizeThatCannotBeToldLeavesWhatIsThere) {
+TEST_F(Policy, AnUnknownSizeChangesNothing) {
   EXPECT_EQ(Fit(Video("h264", 1920, 1080), "unknown", false, 0), (Size{7, 9}));
   EXPECT_EQ(Fit(Video("h264", 0, 1080), "hd720", false, 0), (Size{7, 9}));
   EXPECT_EQ(Fit(Video("h264", 1920, 0), "hd720", false, 0), (Size{7, 9}));
@@ -254,7 +254,7 @@ TEST_F(Policy, FindsAnAudioTrackByItsId) {
   EXPECT_EQ(policy.GetAudioTrackInfoByID("1")["codec"], "ac3");
 }
 
-TEST_F(Policy, PassesOverTracksThatLackAMember) {
+TEST_F(Policy, SkipsTracksThatLackAMember) {
   const QMXMetaData film = Load(test::ParseText(R"({"track_info":{"video":[],"audio":[
       {"id":"1","codec":"a"}, {"id":"1","track":"1"}, {"track":"1","codec":"c"}, 5, null,
       {"id":"1","track":"4","codec":"d"}]}})"));
@@ -285,7 +285,7 @@ TEST_F(Policy, DecodesEveryAudioTrackThatIsThere) {
   EXPECT_TRUE(ArgumentHelper::AbleToDecodeAudioByCodec("anything"));
 }
 
-TEST_F(Policy, TellsAFilmWithoutSound) {
+TEST_F(Policy, RecognisesAFilmWithoutSound) {
   const QMXMetaData film = Load(test::FilmRecord("x"));
   EXPECT_FALSE(ArgumentHelper(film).ZeroAudioTrack());
   const QMXMetaData silent = Load(test::ParseText(R"({"track_info":{"video":[],"audio":[]}})"));

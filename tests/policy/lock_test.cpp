@@ -41,7 +41,7 @@ TEST_F(FileLock, MakesItsFileAndDirectory) {
   }
 }
 
-TEST_F(FileLock, IsRefusedAtOnceWhileAnotherHoldsItUnlessItShallWait) {
+TEST_F(FileLock, IsRefusedAtOnceWhileAnotherHoldsItUnlessItMayWait) {
   const Lock held(path_, true);
   const Lock refused(path_, false);
   EXPECT_TRUE(held.IsLockSucess());
@@ -59,7 +59,7 @@ TEST_F(FileLock, IsFreeAfterUnlockingAndAfterDestruction) {
   EXPECT_TRUE(Lock(path_, false).IsLockSucess());
 }
 
-TEST_F(FileLock, ThatIsLostToAnotherIsNotTakenForHeld) {
+TEST_F(FileLock, ThatAnotherHolderTookIsNotHeld) {
   Lock first(path_, false);
   first.UnlockFile();
   Lock second(path_, false);

@@ -148,7 +148,7 @@ TEST_F(Platform, UsesTheVaapiBuildOnlyOnBraswellAndOnlyWhenSwitchedOn) {
   EXPECT_FALSE(Of("braswell").IsVaapiFFmpegEnabled());
 }
 
-TEST_F(Platform, HostNameIsTheFirstLineAsItIs) {
+TEST_F(Platform, HostNameIsTheFirstLineUnchanged) {
   const PlatformUtils utils;
   EXPECT_EQ(utils.GetHostPlatformName(), "");
   Write("/proc/orvo_platform", " X64 \nsecond\n");
@@ -200,13 +200,13 @@ TEST_F(Platform, CpuInformationIsReadInPiecesOf127Bytes) {
   EXPECT_EQ(utils.GetCPUInfo("cpu cores"), " 6\n");
 }
 
-TEST_F(Platform, CpuInformationSaysWhyThereIsNone) {
+TEST_F(Platform, CpuInformationLogsWhyThereIsNone) {
   const PlatformUtils utils;
   EXPECT_EQ(utils.GetCPUInfo(""), "");
   EXPECT_EQ(test::TakeLogTexts(), List{"platform_utils:N Bad parameter"});
 }
 
-TEST_F(Platform, TranscodingNamePicksTheProfiles) {
+TEST_F(Platform, TranscodingNameSelectsTheProfiles) {
   const struct {
     const char* platform;
     const char* oneCore;
@@ -248,7 +248,7 @@ TEST_F(Platform, TranscodingNameOfEvansportFollowsTheSetting) {
   EXPECT_EQ(Of("evansport").GetTransPlatformName(), "x86_1");
 }
 
-TEST_F(Platform, TranscodingNameWithoutACoreCountIsOfOneCore) {
+TEST_F(Platform, TranscodingNameWithoutACoreCountAssumesOneCore) {
   Write("/proc/cpuinfo", "processor\t: 0\n");
   EXPECT_EQ(Of("avoton").GetTransPlatformName(), "avoton_1");
 }

@@ -51,7 +51,7 @@ TEST_F(Registry, StartsEmptyAndIsOpenToEverybody) {
   });
 }
 
-TEST_F(Registry, KeepsWhatWasSavedOnlyWhenItIsLetGo) {
+TEST_F(Registry, WritesItsEntriesWhenItIsReleased) {
   On("avoton", [this] {
     {
       TransLoading registry;
@@ -75,7 +75,7 @@ TEST_F(Registry, ForgetsAProcess) {
   });
 }
 
-TEST_F(Registry, SweepsEntriesThatNameNoRunningProcess) {
+TEST_F(Registry, RemovesEntriesOfEndedProcesses) {
   On("avoton", [this] {
     Child zombie([] {});
     zombie.WaitUntilZombie();
@@ -135,7 +135,7 @@ TEST_F(Registry, ThatIsDamagedCountsAsEmptyAndIsOverwritten) {
   });
 }
 
-TEST_F(Registry, ThatIsNoArrayCountsAsEmpty) {
+TEST_F(Registry, ThatIsNotAnArrayCountsAsEmpty) {
   On("avoton", [this] {
     for (const char* content : {"5", "\"x\"", "null", "true", "{}"}) {
       Write(kRegistry, content);
@@ -206,7 +206,7 @@ TEST_F(Registry, LimitsEachKindByThePlatform) {
   }
 }
 
-TEST_F(Registry, ThatIsEmptyAdmitsWhateverThePlatformHas) {
+TEST_F(Registry, ThatIsEmptyAdmitsEveryKindOfThePlatform) {
   const struct {
     const char* platform;
     bool hardware;
@@ -233,7 +233,7 @@ TEST_F(Registry, CountsOfflineConversionsButNoEntryWithoutAKind) {
   });
 }
 
-TEST_F(Registry, TellsAnOfflineConversionByABooleanOnly) {
+TEST_F(Registry, RecognisesAnOfflineConversionOnlyByABoolean) {
   On("avoton", [this] {
     Json::Value odd = RegistryEntry(getpid(), false);
     for (const char* value : {"false", "\"true\"", "1", "null"}) {
@@ -246,7 +246,7 @@ TEST_F(Registry, TellsAnOfflineConversionByABooleanOnly) {
   });
 }
 
-TEST_F(Registry, AdmitsTheNextWhenTheOneBeforeHasDied) {
+TEST_F(Registry, AdmitsTheNextWhenThePreviousOneHasDied) {
   On("braswell", [] {
     Child first([] {
       {
@@ -265,7 +265,7 @@ TEST_F(Registry, AdmitsTheNextWhenTheOneBeforeHasDied) {
   });
 }
 
-TEST_F(Registry, OfManyAtTheSameInstantAdmitsOne) {
+TEST_F(Registry, AdmitsOneOfManyAtTheSameTime) {
   On("avoton", [this] {
     constexpr int kProcesses = 24;
     Pipe start;
@@ -314,7 +314,7 @@ TEST_F(Registry, IsFreeAgainWhenItsHolderIsKilled) {
   });
 }
 
-TEST_F(Registry, LosesNoOtherEntryHoweverAHolderIsKilled) {
+TEST_F(Registry, LosesNoOtherEntryWhenAHolderIsKilled) {
   On("braswell", [this] {
     // Enough for more than two pages of text.
     Child keeper(test::SleepUntilKilled);
@@ -398,7 +398,7 @@ TEST_F(Registry, SoftwareIsForcedByThePlatformWithoutVaapi) {
   On("monaco", [] { EXPECT_FALSE(ForceFFmpegTranscoding("swf", "vp9", "")); });
 }
 
-TEST_F(Registry, SoftwareIsForcedOnVaapiByWhatItsPipelineCannotDecode) {
+TEST_F(Registry, SoftwareIsForcedOnVaapiForFilmsThatItsPipelineCannotDecode) {
   const struct {
     const char* container;
     const char* codec;

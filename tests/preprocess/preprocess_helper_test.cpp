@@ -53,7 +53,7 @@ class Planner : public test::Sysroot {
   }
 };
 
-TEST_F(Planner, EndsFragmentsAtTheFirstKeyFrameAtOrBehindTheNominalEnd) {
+TEST_F(Planner, EndsFragmentsAtTheFirstKeyFrameAtOrAfterTheNominalEnd) {
   Times even;
   for (int i = 0; i < 20; ++i) {
     even.push_back(2 * i);
@@ -79,7 +79,7 @@ TEST_F(Planner, GrowsWithTheGapsBetweenKeyFrames) {
   EXPECT_EQ(Starts(Plan({0, 20, 50.2}, 60)), (std::vector<int>{0, 20000, 50200}));
 }
 
-TEST_F(Planner, TakesAKeyFrameAtTheNominalEndButNoneJustBehindTheLastOne) {
+TEST_F(Planner, UsesAKeyFrameAtTheNominalEndButNoneJustAfterTheLastOne) {
   EXPECT_EQ(Starts(Plan({0, 8, 16}, 20)), (std::vector<int>{0, 8000, 16000}));
   // 20 is past the second nominal end; a fragment of half a millisecond is none.
   EXPECT_EQ(Starts(Plan({0, 20, 20.0005, 25}, 30)), (std::vector<int>{0, 20000, 25000}));
@@ -107,7 +107,7 @@ TEST_F(Planner, HasNoPlanWithoutAResult) {
   EXPECT_FALSE(PreprocessHelper(Path("/volume1/bad.mkv"), 8).IsAvailable());
 }
 
-TEST_F(Planner, ComesToAnEndWithAnyTimes) {
+TEST_F(Planner, EndsWithAnyTimes) {
   const Times odd[] = {{0, kNaN, 30},       {0, 9, kInfinity, 30}, {0, 1e300, 5, 30},
                        {0, 40, 20, 10, 30}, {kNaN, 1, 30},         {0, -5, 30}};
   for (const Times& times : odd) {

@@ -34,14 +34,14 @@ class Result : public test::Sysroot {
   }
 };
 
-TEST_F(Result, LiesWithTheIndexersFilesOfTheFilm) {
+TEST_F(Result, IsAmongTheIndexersFilesOfTheFilm) {
   EXPECT_EQ(PreprocessUtil::GetPreprocessResultPath("/v/film.mkv"),
             "/v/@ea/film.mkv/ORVOVIDEO_PREPROCESS_V1");
   EXPECT_EQ(PreprocessUtil::GetPreprocessResultPath(""), "");
   EXPECT_EQ(PreprocessUtil::GetPreprocessResultPath("/v/"), "");
 }
 
-TEST_F(Result, IsTheMessageAndNothingElse) {
+TEST_F(Result, ContainsOnlyTheMessage) {
   PreprocessResultWrapper result;
   result.PushPtsTime(1.5);
   result.PushPtsTime(0.25);
@@ -71,7 +71,7 @@ TEST_F(Result, CountsTimesFromTheFirstKeyFrame) {
   EXPECT_EQ(result.GetAllKeyframePtsTime(), Times{0});
 }
 
-TEST_F(Result, TakesTheTimeOfADecodedFrame) {
+TEST_F(Result, StoresTheTimeOfADecodedFrame) {
   AVFrame frame{};
   PreprocessResultWrapper result;
   for (const int64_t pts : {900, 1924, 6020}) {
@@ -91,7 +91,7 @@ TEST_F(Result, IsCopiedWhole) {
   EXPECT_EQ(copy.GetAllKeyframePtsTime(), (Times{0, 1}));
 }
 
-TEST_F(Result, ThatIsMissingOrNoFileIsNotRead) {
+TEST_F(Result, ThatIsMissingOrNotAFileIsNotRead) {
   PreprocessResultWrapper result;
   EXPECT_FALSE(result.ReadFromFile(Path("/result")));
   EXPECT_FALSE(result.ReadFromFile(""));
@@ -112,7 +112,7 @@ TEST_F(Result, OfANewerProducerIsRead) {
   EXPECT_EQ(ReadBack(std::string("\x18\x07\x0a\0", 4)).GetAllKeyframePtsTime(), Times{0});
 }
 
-TEST_F(Result, ThatCannotBeWrittenSaysSo) {
+TEST_F(Result, ThatCannotBeWrittenIsAFailure) {
   EXPECT_FALSE(PreprocessResultWrapper().WriteToFile(Path("/missing/result")));
   PreprocessResultWrapper result;
   result.PushPtsTime(1);

@@ -48,7 +48,7 @@ class StoredResult : public test::Sysroot {
   std::string film_;
 };
 
-TEST_F(StoredResult, BesideAFilmCountsUntilTheFilmIsReplaced) {
+TEST_F(StoredResult, BesideAFilmIsValidUntilTheFilmIsReplaced) {
   EXPECT_EQ(End(), -1);
   StoreBeside(30);
   EXPECT_EQ(End(), 30);
@@ -63,13 +63,13 @@ TEST_F(StoredResult, BesideAFilmCountsUntilTheFilmIsReplaced) {
   EXPECT_FALSE(HasCurrentResult(film_));
 }
 
-TEST_F(StoredResult, BesideAFilmCountsWhereTheFilmCannotBeLookedAt) {
+TEST_F(StoredResult, BesideAFilmIsValidIfTheFilmCannotBeRead) {
   fs::remove(film_);
   StoreBeside(30);
   EXPECT_EQ(End(), 30);
 }
 
-TEST_F(StoredResult, OfTheServicesOwnCountsForTheFilmAsItWas) {
+TEST_F(StoredResult, OfTheServiceIsValidForTheAnalyzedState) {
   StoreOwn(20);
   EXPECT_EQ(End(), 20);
   EXPECT_TRUE(PreprocessHelper(film_, 8).IsAvailable());
@@ -85,7 +85,7 @@ TEST_F(StoredResult, BesideAFilmComesFirstUnlessItIsOlder) {
   EXPECT_EQ(End(), 20);
 }
 
-TEST_F(StoredResult, OfTheServicesOwnDoesNotCountForAnotherPathOrWithoutARecord) {
+TEST_F(StoredResult, OfTheServiceIsNotValidForAnotherPathOrWithoutARecord) {
   StoreOwn(20);
   ASSERT_TRUE(WriteFilmRecord({FilmState(film_), "", film_}));
   fs::copy(OwnFolder(film_), OwnFolder(Path("/volume1/copy.mkv")));

@@ -25,7 +25,7 @@ class StreamFiles : public test::StreamTest {
   }
 };
 
-TEST_F(StreamFiles, LieInTheStreamsDirectory) {
+TEST_F(StreamFiles, AreInTheStreamsDirectory) {
   const StreamDirectory directory("HLS", kId);
   EXPECT_EQ(directory.Path(), Path(Directory("HLS")));
   EXPECT_EQ(directory.SegmentPath(7), Path(File("slice-00007.ts")));
@@ -34,7 +34,7 @@ TEST_F(StreamFiles, LieInTheStreamsDirectory) {
             Path(File("smooth/QualityLevels(1)/Fragments(video=0)")));
 }
 
-TEST_F(StreamFiles, OfNoStreamAreNowhere) {
+TEST_F(StreamFiles, OfNoStreamHaveNoPath) {
   for (const StreamDirectory& none : {StreamDirectory("", kId), StreamDirectory("HLS", "")}) {
     EXPECT_EQ(none.Path(), "");
     EXPECT_EQ(none.FilePath("x"), "");
@@ -73,7 +73,7 @@ TEST_F(StreamFiles, AreLockedWithTheModesOfTheirKind) {
   EXPECT_EQ(ModeOf("seek_time"), mode_t{0666});
 }
 
-TEST_F(StreamFiles, KeepThePieceThatWasAskedForLast) {
+TEST_F(StreamFiles, StoreTheLastRequestedPiece) {
   const StreamDirectory directory("HLS", kId);
   EXPECT_EQ(directory.LastAskedFor(), -1);
   directory.AskFor(123456);

@@ -83,14 +83,14 @@ TEST_F(Fragments, AreAddressedWithWholeNumbersInDecimal) {
   }
 }
 
-TEST_F(Fragments, AreAddressedWithValuesAsTheyAre) {
+TEST_F(Fragments, AreAddressedWithUnchangedValues) {
   EXPECT_EQ(FragmentStream("HLS", "a b")
                 .GetStreamURL(test::ParseText(
                     R"({"url": "u?x", "format": "f g", "token": "", "version": -2})")),
             "u?x?format=f g&id=a b&version=-2&token=");
 }
 
-TEST_F(Fragments, HaveNoAddressWithoutWhatItNeeds) {
+TEST_F(Fragments, HaveNoAddressIfAParameterIsMissing) {
   for (const char* member : {"url", "format"}) {
     for (const char* value : {"\"\"", "5", "null", "[]"}) {
       Json::Value request = Request();
@@ -106,7 +106,7 @@ TEST_F(Fragments, HaveNoAddressWithoutWhatItNeeds) {
   EXPECT_EQ(FragmentStream("HLS").GetStreamURL(Json::Value()), "");
 }
 
-TEST_F(Fragments, TellTheNewerApiByItsName) {
+TEST_F(Fragments, RecogniseTheNewerApiByItsName) {
   const struct {
     const char* request;
     bool newer;
@@ -122,7 +122,7 @@ TEST_F(Fragments, TellTheNewerApiByItsName) {
   }
 }
 
-TEST_F(Fragments, AreOpenedForARequestWithAnAddress) {
+TEST_F(Fragments, AreOpenedForARequestWithAUrl) {
   On("avoton", [this] {
     MakeStream("HLS", test::FilmRecord("x"));
     FragmentStream stream("HLS");
@@ -204,7 +204,7 @@ TEST_F(Fragments, AreIdleSinceTheLastAccess) {
   EXPECT_FALSE(FragmentStream("HLS", "").QMXIsTimeout(0));
 }
 
-TEST_F(Fragments, GoWithTheirStream) {
+TEST_F(Fragments, AreRemovedWithTheirStream) {
   ASSERT_TRUE(LibOrvoQMX::QMXStream::CreateTmpDir(kId, "HLS", "profile", "key", 0));
   FragmentStream stream("HLS");
   AdaptStream& base = stream;

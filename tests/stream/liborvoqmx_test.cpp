@@ -82,7 +82,7 @@ TEST_F(Stream, ThatFoundNoRoomLoadsNothing) {
   EXPECT_EQ(stream.GetErrorString(), kNoSpace);
 }
 
-TEST_F(Stream, KeepsItsErrorWordUntilTheNext) {
+TEST_F(Stream, KeepsItsErrorWordUntilTheNextOne) {
   PlainStream stream("HLS");
   EXPECT_TRUE(stream.SetError("first"));
   EXPECT_FALSE(stream.SetError(""));
@@ -137,7 +137,7 @@ TEST_F(Stream, RemuxIsInTheProfileFile) {
   });
 }
 
-TEST_F(Stream, DirectoryOfAByteStreamIsARealOne) {
+TEST_F(Stream, DirectoryOfAByteStreamIsNotALink) {
   Write("/etc/orvo/volumes", "");
   EXPECT_TRUE(QMXStream::CreateTmpDir("id", "HTTP", "profile", "key", UINT64_MAX))
       << "it asks for no room";
@@ -145,7 +145,7 @@ TEST_F(Stream, DirectoryOfAByteStreamIsARealOne) {
   EXPECT_EQ(LinkTarget("/tmp/Mirevo/HTTP/id"), "");
 }
 
-TEST_F(Stream, DirectoryOfTheOthersIsALinkToAVolume) {
+TEST_F(Stream, DirectoryOfOtherStreamsIsALinkToAVolume) {
   for (const std::string kind : {"WEBM", "HLS", "SS"}) {
     EXPECT_TRUE(QMXStream::CreateTmpDir("id", kind, "profile", "key", 0)) << kind;
     const std::string target = Path("/volume1/@tmp/Mirevo/" + kind + "/id");
@@ -176,7 +176,7 @@ TEST_F(Stream, DirectoryNeedsAllFourTexts) {
   EXPECT_FALSE(Exists("/tmp/Mirevo"));
 }
 
-TEST_F(Stream, RoomThatItNeedsDependsOnItsKind) {
+TEST_F(Stream, SpaceThatItNeedsDependsOnItsKind) {
   On("avoton", [this] {
     Write("/etc/orvo/volumes", "");  // so that every wish is refused and told
     Write("/profiles", R"({"copy": "-bsf:v h264_mp4toannexb", "code": "-vcodec libx264"})");
@@ -200,7 +200,7 @@ TEST_F(Stream, RoomThatItNeedsDependsOnItsKind) {
   });
 }
 
-TEST_F(Stream, RoomThatIsMissingIsToldByAnErrorCode) {
+TEST_F(Stream, MissingSpaceIsReportedByAnErrorCode) {
   std::string directory = "old";
   EXPECT_TRUE(GetTmpDir(1, "HLS", "id", directory));
   EXPECT_EQ(directory, Path("/volume1/@tmp/Mirevo/HLS/id"));
@@ -228,7 +228,7 @@ TEST_F(Stream, RoomThatIsMissingIsToldByAnErrorCode) {
   }
 }
 
-TEST_F(Stream, VolumesThatCannotBeToldAreLogged) {
+TEST_F(Stream, VolumesThatCannotBeListedAreLogged) {
   PlatErrSet(0x1234);
   setenv("ORVO_SYSROOT", "/nowhere/at/all", 1);
   std::string directory;
@@ -247,7 +247,7 @@ TEST_F(Stream, OpeningNeedsItsArgumentsAndItsRoom) {
   EXPECT_EQ(QMXStream::QMX_Init(QMXInitArgument("film", "HLS", "profiles", "key")), kNoSpace);
 }
 
-TEST_F(Stream, OpeningWhatIsNoFilmFailsAndLeavesTheDirectory) {
+TEST_F(Stream, OpeningAFileThatIsNotAFilmFailsAndLeavesTheDirectory) {
   QMXInitArgument argument(Path("/missing.mkv"), "HTTP", Path("/profiles"), "key");
   argument.args["stream_id"] = "joined";
   EXPECT_EQ(QMXStream::QMX_Init(argument), "");
@@ -282,7 +282,7 @@ TEST_F(Stream, AdmissionNeedsARecordAndADirectory) {
   });
 }
 
-TEST_F(Stream, AdmissionKeepsTheWishForAnAudioTrack) {
+TEST_F(Stream, AdmissionStoresTheRequestedAudioTrack) {
   On("avoton", [this] {
     MakeStream("HLS", FilmRecord("x"));
     PlainStream stream("HLS");
@@ -298,7 +298,7 @@ TEST_F(Stream, AdmissionKeepsTheWishForAnAudioTrack) {
   });
 }
 
-TEST_F(Stream, AdmissionFailsWhenTheWishCannotBeKept) {
+TEST_F(Stream, AdmissionFailsWhenTheAudioTrackCannotBeStored) {
   On("avoton", [this] {
     MakeStream("HLS", FilmRecord("x"));
     MakeDirectory(Directory("HLS") + "/audio_id");
@@ -309,7 +309,7 @@ TEST_F(Stream, AdmissionFailsWhenTheWishCannotBeKept) {
   });
 }
 
-TEST_F(Stream, AdmissionTakesAFilmWithoutSoundForAnyTrack) {
+TEST_F(Stream, AdmissionAcceptsAFilmWithoutSoundForAnyTrack) {
   On("avoton", [this] {
     Json::Value record = FilmRecord("x");
     record["track_info"]["audio"] = Json::Value(Json::arrayValue);
@@ -318,7 +318,7 @@ TEST_F(Stream, AdmissionTakesAFilmWithoutSoundForAnyTrack) {
   });
 }
 
-TEST_F(Stream, AdmissionSaysWhyTheHardwareRefusesAVideo) {
+TEST_F(Stream, AdmissionTellsWhyTheHardwareRefusesAVideo) {
   const struct {
     const char* platform;
     const char* profile;
@@ -450,7 +450,7 @@ TEST_F(Stream, ClosingNeedsAnIdAndAKind) {
   EXPECT_FALSE(PlainStream("HLS", "").RemoveTransDir());
 }
 
-TEST_F(Stream, RemovalLeavesARealDirectoryAndTakesADanglingLink) {
+TEST_F(Stream, RemovalLeavesARealDirectoryAndRemovesADanglingLink) {
   On("avoton", [this] {
     MakeStream("HTTP", FilmRecord("x"));
     EXPECT_TRUE(PlainStream("HTTP").RemoveTransDir());

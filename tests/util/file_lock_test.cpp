@@ -23,7 +23,7 @@ TEST_F(FileLocks, AreHeldByOneAtATime) {
   EXPECT_TRUE(FileLock::Try(path).IsHeld());
 }
 
-TEST_F(FileLocks, GoWithTheirProcess) {
+TEST_F(FileLocks, AreReleasedWithTheirProcess) {
   const std::string path = Path("/lock");
   test::InChild([&] {
     const auto lock = FileLock::Wait(path);

@@ -32,7 +32,7 @@ TEST_F(AFilesState, StaysWhileTheFileIsOnlyRead) {
   EXPECT_EQ(Text(), state);
 }
 
-TEST_F(AFilesState, NamesAllThatAChangeTouches) {
+TEST_F(AFilesState, ChangesWithEveryChangeOfTheFile) {
   Write("/film", "content");
   SetModified(100, 5);
   struct stat status {};
@@ -50,7 +50,7 @@ TEST_F(AFilesState, NamesAllThatAChangeTouches) {
   EXPECT_EQ(field, std::to_string(status.st_dev));
 }
 
-TEST_F(AFilesState, IsAnotherForAnotherFileOfTheSameTime) {
+TEST_F(AFilesState, DiffersForAnotherFileWithTheSameTime) {
   Write("/film", "content");
   SetModified(100, 0);
   const std::string first = Text();
@@ -60,7 +60,7 @@ TEST_F(AFilesState, IsAnotherForAnotherFileOfTheSameTime) {
   EXPECT_NE(Text(), first);
 }
 
-TEST_F(AFilesState, IsSettledOnlyWhenNothingTouchedTheFileOfLate) {
+TEST_F(AFilesState, IsSettledOnlyIfTheFileDidNotChangeRecently) {
   Write("/film", "content");
   EXPECT_FALSE(FileState::Of(Path("/film")).value().isSettled);
   SetModified(100, 0);
@@ -68,7 +68,7 @@ TEST_F(AFilesState, IsSettledOnlyWhenNothingTouchedTheFileOfLate) {
   EXPECT_TRUE(FileState::Of("/bin/sh").value().isSettled);
 }
 
-TEST_F(AFilesState, IsThatOfPlainFilesOnly) {
+TEST_F(AFilesState, ExistsOnlyForPlainFiles) {
   EXPECT_FALSE(FileState::Of(Path("/missing")));
   EXPECT_FALSE(FileState::Of(Root()));
   EXPECT_FALSE(FileState::Of("/dev/null"));

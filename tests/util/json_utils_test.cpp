@@ -28,7 +28,7 @@ class JsonFiles : public test::Sysroot {
   std::string file_;
 };
 
-TEST_F(JsonFiles, GiveBackWhatWasWritten) {
+TEST_F(JsonFiles, ReturnTheWrittenValue) {
   const Json::Value value = test::ParseText(R"({"b":[1,2.5,null,true],"a":"\u00e4\"\n"})");
   EXPECT_TRUE(WriteJsonToFile(file_, value));
   Json::Value again;
@@ -52,7 +52,7 @@ TEST_F(JsonFiles, ThatAreMissingAreNotReadAndNotLogged) {
   EXPECT_FALSE(Exists("/file.json")) << "reading makes no file";
 }
 
-TEST_F(JsonFiles, WithoutANameAreABadParameter) {
+TEST_F(JsonFiles, WithoutANameAreLoggedAsABadParameter) {
   Json::Value value;
   EXPECT_FALSE(ReadJsonFromFile("", value));
   EXPECT_FALSE(ReadJsonFromFileWithoutLock("", value));
@@ -96,7 +96,7 @@ TEST_F(JsonFiles, ThatCannotBeWrittenAreLogged) {
   EXPECT_EQ(test::TakeLogTexts(), List{"json_utils:N failed to write json file [/dev/full]"});
 }
 
-TEST_F(JsonFiles, AreMadeWithTheModeThatTheUmaskLeaves) {
+TEST_F(JsonFiles, GetTheModeThatTheUmaskAllows) {
   const mode_t old = umask(0);
   EXPECT_TRUE(WriteJsonToFile(file_, Json::Value(1)));
   umask(old);

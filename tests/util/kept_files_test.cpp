@@ -50,7 +50,7 @@ TEST_F(KeptFiles, LoseTheOldestWhenTheyAreTooLarge) {
   EXPECT_EQ(Names(), (std::set<std::string>{"middle.jpg", "new.jpg"}));
 }
 
-TEST_F(KeptFiles, KeepTheirLocksAndWhatHasRoom) {
+TEST_F(KeptFiles, KeepTheirLocksAndFilesWithinTheLimit) {
   WriteOld(".jobs", 1);
   WriteOld("a.jpg", 2);
   orvo::TrimFolder(folder_, 100000);
@@ -59,21 +59,21 @@ TEST_F(KeptFiles, KeepTheirLocksAndWhatHasRoom) {
   EXPECT_EQ(Names(), (std::set<std::string>{".jobs"}));
 }
 
-TEST_F(KeptFiles, KnowTheOlderOfTwoOfOneSecond) {
+TEST_F(KeptFiles, KnowTheOlderOfTwoFilesInTheSameSecond) {
   WriteOld("a", 100, 2);
   WriteOld("b", 100, 1);
   orvo::TrimFolder(folder_, 50000);
   EXPECT_EQ(Names(), std::set<std::string>{"a"});
 }
 
-TEST_F(KeptFiles, TakeUpRoomEvenWhenTheyAreEmptyAndLinksTakeNone) {
+TEST_F(KeptFiles, TakeUpSpaceEvenIfEmptyAndLinksTakeNone) {
   Write("/kept/empty", "");
   fs::create_symlink(folder_ + "/empty", folder_ + "/link");
   orvo::TrimFolder(folder_, 0);
   EXPECT_EQ(Names(), std::set<std::string>{"link"});
 }
 
-TEST_F(KeptFiles, MakeRoomForTheNewestWithTheOldest) {
+TEST_F(KeptFiles, LoseTheOldestForTheNewest) {
   WriteOld("old", 100);
   WriteOld("new", 200);
   EXPECT_TRUE(orvo::KeepFile(folder_ + "/newest", "content", 0600, 50000));

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(MediaNames, AFilmIsToldByItsEndingInAnyCase) {
+TEST(MediaNames, AFilmIsRecognisedByItsEndingInAnyCase) {
   for (const char* name : {"a.mkv", "A.MKV", "a b.m2ts", "a.tar.mp4", "@home.mp4"}) {
     EXPECT_TRUE(orvo::IsFilmName(name)) << name;
   }
@@ -11,7 +11,7 @@ TEST(MediaNames, AFilmIsToldByItsEndingInAnyCase) {
   }
 }
 
-TEST(MediaNames, FoldersOfSystemsAndHiddenOnesAreNoLibrary) {
+TEST(MediaNames, SystemFoldersAndHiddenFoldersAreNoLibrary) {
   for (const char* name : {"@ea", "@eaDir", "@tmp", ".git", ".", "#recycle", "#Recycle",
                            "$RECYCLE.BIN", "lost+found", "System Volume Information", ""}) {
     EXPECT_TRUE(orvo::IsSystemFolderName(name)) << name;

@@ -6,7 +6,7 @@ namespace {
 
 using namespace LibOrvoQMX;
 
-TEST(Numbers, AreTheWholeTextOrNothing) {
+TEST(Numbers, MustBeTheWholeText) {
   EXPECT_EQ(ParseNumber("0"), 0);
   EXPECT_EQ(ParseNumber("007"), 7);
   EXPECT_EQ(ParseNumber("9223372036854775807"), INT64_MAX);
@@ -16,7 +16,7 @@ TEST(Numbers, AreTheWholeTextOrNothing) {
   }
 }
 
-TEST(Numbers, AtTheBeginningAreTakenAsFarAsTheyGo) {
+TEST(Numbers, AtTheBeginningOfATextAreRead) {
   const struct {
     const char* text;
     int64_t number;

@@ -41,7 +41,7 @@ TEST_F(PrivateFolder, IsNeitherALinkNorAFile) {
   EXPECT_FALSE(orvo::IsOwnFolder(Path("/link")));
 }
 
-TEST_F(PrivateFolder, OfSomebodyElseIsNotTaken) {
+TEST_F(PrivateFolder, OfAnotherUserIsNotUsed) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can act for two users";
   }

@@ -17,7 +17,7 @@ using List = std::vector<std::string>;
 
 class Utilities : public test::Sysroot {};
 
-TEST_F(Utilities, AFileThatIsThereIsFoundAtOnce) {
+TEST_F(Utilities, AnExistingFileIsFoundAtOnce) {
   Write("/file", "");
   const double start = test::Now();
   EXPECT_TRUE(VerifyFileExist(Path("/file"), 60));
@@ -40,7 +40,7 @@ TEST_F(Utilities, AMissingFileCostsOneSecondMoreThanTheTimeOut) {
   EXPECT_LT(spent, 2.9);
 }
 
-TEST_F(Utilities, AFileThatComesIsFoundAtTheNextLook) {
+TEST_F(Utilities, AFileThatAppearsIsFoundAtTheNextCheck) {
   // The first look happens before the parent makes the file: the child stops in between.
   test::Pipe looked;
   test::Child child([&] {
@@ -54,7 +54,7 @@ TEST_F(Utilities, AFileThatComesIsFoundAtTheNextLook) {
   EXPECT_LT(test::Now() - start, 3.0);
 }
 
-TEST_F(Utilities, ALinkToNothingIsNotThere) {
+TEST_F(Utilities, ADanglingLinkDoesNotExist) {
   ASSERT_EQ(symlink("/nowhere/at/all", Path("/link").c_str()), 0);
   EXPECT_FALSE(VerifyFileExist(Path("/link"), 0));
 }
@@ -84,7 +84,7 @@ TEST_F(Utilities, ReadFileTakesTheFirst4096BytesUpToAZero) {
   EXPECT_EQ(ReadFile(Path("/file")), "word\n");
 }
 
-TEST_F(Utilities, ReadFileOfNothingIsEmpty) {
+TEST_F(Utilities, ReadFileOfAMissingFileIsEmpty) {
   EXPECT_EQ(ReadFile(""), "");
   EXPECT_EQ(ReadFile(Path("/missing")), "");
   EXPECT_EQ(ReadFile(Root()), "");
@@ -106,7 +106,7 @@ TEST_F(Utilities, SaveFileNeverWritesAnEmptyText) {
   EXPECT_FALSE(Exists("/other"));
 }
 
-TEST_F(Utilities, SaveFileFailsWithoutAPlaceToWrite) {
+TEST_F(Utilities, SaveFileFailsIfTheFileCannotBeOpened) {
   EXPECT_FALSE(SaveFile("", "x"));
   EXPECT_FALSE(SaveFile(Path("/missing/file"), "x"));
   EXPECT_FALSE(SaveFile(Root(), "x"));

@@ -29,7 +29,7 @@ Caller ToCaller(const accounts::Account& account) {
   return caller;
 }
 
-// A link is as good as its account, and as old as the account's password at most.
+// A link has its account's rights, and expires when the account's password changes.
 std::optional<Caller> ByLink(const Request& request, const std::string& link) {
   if (!accounts::IsSecret(link)) {
     return std::nullopt;
@@ -83,7 +83,7 @@ bool HasRight(const Caller& caller, Right right, Answer& refusal) {
     refusal = Answer::Failure(kUnauthorized);
     return false;
   }
-  refusal = Answer::Failure(kForbidden, "This is for the owner of the system.");
+  refusal = Answer::Failure(kForbidden, "Only the owner of the system may do this.");
   return right == Right::kAccount || caller.isOwner;
 }
 

@@ -1,4 +1,4 @@
-// Who makes a request, and which calls that one may make.
+// Finds out who makes a request, and which calls that caller may make.
 #pragma once
 
 #include <string>
@@ -9,23 +9,23 @@
 
 namespace webapi {
 
-// What a call asks of who makes it.
+// The right that a call needs.
 enum class Right {
   kAnyone,
-  kLink,     // an account, or the link of the stream that the call names
+  kLink,     // an account, or the link of the call's stream
   kAccount,  // an account
   kOwner,
 };
 
-// Finds out by the parameter "_sid", a session or, where `right` is content with it, a link; else
-// by the session in the cookie of that name. Where the server shall not be used without accounts
-// MIREVO_LOGIN is "required" in the environment.
+// Finds the caller by the parameter "_sid": a session or, if `right` allows it, a link. Without the
+// parameter, finds it by the session in the cookie of that name. If MIREVO_LOGIN is "required" in
+// the environment, a login is needed even if there are no accounts.
 Caller FindCaller(const Request& request, Right right);
 
-// May the caller make a call that asks for `right`? Otherwise there is an answer in `refusal`.
+// May the caller make a call that needs `right`? If not, sets `refusal` to the answer.
 bool HasRight(const Caller& caller, Right right, Answer& refusal);
 
-// The session's id that the request's cookie holds; "" without one.
+// The session id in the request's cookie; "" if there is none.
 std::string SessionCookie(const Request& request);
 
 }  // namespace webapi

@@ -12,7 +12,7 @@ namespace {
 
 using accounts::Attempts;
 
-// Scripts cannot read it, and no other site's page has it sent along.
+// Scripts cannot read the cookie, and browsers do not send it with requests from other sites.
 std::string CookieOf(const Request& request, const std::string& value, int64_t seconds) {
   return "_sid=" + value + "; Path=/; Max-Age=" + std::to_string(seconds) +
          "; HttpOnly; SameSite=Strict" + (request.Scheme() == "https" ? "; Secure" : "");
@@ -20,7 +20,7 @@ std::string CookieOf(const Request& request, const std::string& value, int64_t s
 
 Answer AskForPatience(int64_t seconds) {
   Answer answer = Answer::Failure(
-      kTooManyRequests, "There were too many logins. Wait a moment before you try again.");
+      kTooManyRequests, "There were too many login attempts. Wait a moment, then try again.");
   answer.AddHeader("Retry-After", std::to_string(seconds));
   return answer;
 }
@@ -28,7 +28,7 @@ Answer AskForPatience(int64_t seconds) {
 Answer Welcome(const Request& request, const accounts::Account& account, int64_t now) {
   const std::string id = accounts::BeginSession(account, now);
   if (id.empty()) {
-    return Answer::Failure(kInternal, "The session could not be kept.");
+    return Answer::Failure(kInternal, "The session could not be stored.");
   }
   Json::Value data(Json::objectValue);
   data["_sid"] = id;

@@ -1,4 +1,4 @@
-// Logging in and out.
+// Login and logout.
 #pragma once
 
 #include "webapi/http/answer.h"
@@ -6,14 +6,14 @@
 
 namespace webapi {
 
-// "account" and "passwd" give a session: its id, and the same as a cookie. What was wrong is not
-// told, and how often may be tried is limited.
+// Checks "account" and "passwd" and starts a session. The answer has its id, also as a cookie. A
+// refusal does not tell which of the two was wrong. The number of attempts is limited.
 Answer LogIn(const Request& request);
 
-// Ends the session that the request brings, if it brings one.
+// Ends the request's session, if it has one.
 Answer LogOut(const Request& request);
 
-// Whether a login is needed here, and who is logged in.
+// Tells whether a login is needed, and who is logged in.
 Answer DescribeCaller(const Request& request);
 
 }  // namespace webapi

@@ -45,7 +45,7 @@ Host Split(const std::string& authority) {
                  : Host{authority, ""};
 }
 
-// Nobody can point a number elsewhere.
+// A numeric address cannot be redirected, unlike a name.
 bool IsAddress(const std::string& name) {
   in_addr four{};
   in6_addr six{};
@@ -83,12 +83,12 @@ std::string OriginOf(const std::string& address) {
   return address.substr(0, path);
 }
 
-// The page that a request comes from, as far as the browser tells: what it embeds from elsewhere it
-// may fetch without saying for whom, but it says that it is for another. "" for none.
+// The origin of the page that sends a request; "" if there is no page. Browsers may omit the origin
+// for embedded content, but then report that the request is cross-site.
 std::string PageOrigin(const Request& request) {
   const std::string origin = request.Header("ORIGIN");
   const std::string site = request.Header("SEC_FETCH_SITE");
-  // A page that tells nobody where it is is "null" even to its own server.
+  // A page that hides its address sends the origin "null", even to its own server.
   if ((site == "same-origin" || site == "none") && (origin.empty() || origin == kHiddenOrigin)) {
     return "";
   }
@@ -103,16 +103,18 @@ std::string PageOrigin(const Request& request) {
 
 std::optional<Answer> RefuseStranger(const Request& request) {
   const std::string host = request.Header("HOST");
-  // Only programs that are no browsers leave it out.
+  // Only programs that are not browsers omit this header.
   const std::string usualPort = request.Scheme() == "https" ? "443" : "80";
   if (!host.empty() && !IsOurs(host, usualPort)) {
-    return Answer::Failure(kForbidden, "This server does not go by the name of this address.");
+    return Answer::Failure(kForbidden,
+                           "This server does not accept the host name of this address.");
   }
   const std::string page = PageOrigin(request);
   if (page.empty() || page == OwnOrigin(request) || IsListed(page)) {
     return std::nullopt;
   }
-  return Answer::Failure(kForbidden, "This server takes no requests from pages of other servers.");
+  return Answer::Failure(kForbidden,
+                         "This server does not accept requests from pages of other servers.");
 }
 
 Answer DescribeOptions(const Request& request) {

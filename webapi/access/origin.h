@@ -1,14 +1,13 @@
-// Which web pages may make requests, and under which names this server answers.
+// Decides which web pages may make requests, and which host names this server accepts.
 //
-// A browser lends every page in the world its owner's network and cookies. So a request counts only
-// when it names a host that this server goes by (a page whose own name was pointed at this address
-// does not), and when it comes from this server's page, from a page on the list, or from no page at
-// all.
+// Every page in a browser can use the network and the cookies of its user. This server therefore
+// checks two things. The request must name one of this server's hosts; a foreign name that was
+// redirected to this address is refused. It must come from this server's page, from a page on the
+// list, or from no page at all.
 //
-// Both lists are in the environment, set by whoever configures the web server, separated by blanks.
-// MIREVO_HOSTS: a name or address, which stands for any port, or one with its port; "*" is any
-// address written as a number. Without it: "localhost *". MIREVO_ORIGINS: the origins of foreign
-// pages
+// The configuration of the web server sets both lists in the environment, separated by blanks.
+// MIREVO_HOSTS lists names or addresses. One without a port is valid for any port; "*" means any
+// numeric address. The default is "localhost *". MIREVO_ORIGINS lists the origins of foreign pages
 // ("https://tv.example").
 #pragma once
 
@@ -19,13 +18,14 @@
 
 namespace webapi {
 
-// The refusal of a request that does not count.
+// Returns a refusal if the request fails these checks.
 std::optional<Answer> RefuseStranger(const Request& request);
 
-// The answer to OPTIONS: what may be asked, and, to the browser of a page on the list, that it may.
+// The answer to OPTIONS: the allowed methods and, for a page on the list, the permission to use
+// them.
 Answer DescribeOptions(const Request& request);
 
-// Sends the headers that let a page on the list read the answer, ahead of whatever answers.
+// Sends the headers that let a page on the list read the answer. Call it before the answer is sent.
 void SendOriginHeaders(const Request& request);
 
 }  // namespace webapi

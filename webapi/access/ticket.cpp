@@ -23,7 +23,7 @@ using LibOrvoQMX::StreamDirectory;
 
 constexpr char kFolder[] = "/tmp/Mirevo/tickets";
 constexpr char kLock[] = "/.locks";
-constexpr mode_t kMode = 0600;  // a link in it is as good as a login
+constexpr mode_t kMode = 0600;  // a ticket's link works like a login
 constexpr size_t kDigestLength = 32;
 constexpr size_t kStreamIdLength = 41;
 
@@ -35,7 +35,7 @@ std::string PathOf(const std::string& streamId) {
   return TicketFolder() + "/" + streamId;
 }
 
-// Anyone may have damaged a ticket: a member of the wrong type counts as absent.
+// A ticket may be damaged. A member of the wrong type counts as absent.
 std::string TextIn(const Json::Value& content, const char* key) {
   return content[key].isString() ? content[key].asString() : "";
 }
@@ -48,8 +48,8 @@ bool IsContent(const Json::Value& content) {
   return content.isObject() && content["record"].isObject() && !TextIn(content, "kind").empty();
 }
 
-// The lock of one ticket. All have one file, which is never removed: a lock on a file that goes
-// with its ticket would be another one each time.
+// The lock of one ticket. All tickets share one lock file, which is never removed. A lock file that
+// disappears with its ticket would not protect the next ticket of that name.
 orvo::FileLock Hold(const std::string& streamId) {
   return orvo::FileLock::WaitFor(streamId, TicketFolder() + kLock);
 }
@@ -69,7 +69,7 @@ bool IsHis(const Caller& caller, const Ticket& ticket) {
              : caller.linkedStream == ticket.StreamId();
 }
 
-// What an account may see can have become less since it opened the stream.
+// The account may have lost access to the film since it opened the stream.
 bool MaySeeFilm(const Caller& caller, const Ticket& ticket) {
   return caller.roots.empty() || MaySee(ticket.Path());
 }
@@ -105,7 +105,7 @@ std::optional<Ticket> Ticket::Read(const std::string& streamId) {
   if (LibMirevo::ReadJsonFromFileWithoutLock(path, content) && IsContent(content)) {
     return Ticket(streamId, std::move(content));
   }
-  // It may have been removed since the first look.
+  // Another request may have removed it since the first check.
   if (Exists(path)) {
     ORVO_LOG("The ticket [%s] cannot be read", path.c_str());
   }
@@ -124,7 +124,7 @@ std::vector<std::string> Ticket::All() {
   std::vector<std::string> ids;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(TicketFolder(), failure)) {
-    // The lock lies beside the tickets, and for a moment what is about to become one.
+    // The folder also holds the lock file and, for a moment, temporary files.
     const std::string name = entry.path().filename().string();
     if (IsStreamId(name)) {
       ids.push_back(name);
@@ -213,7 +213,7 @@ std::optional<HeldTicket> HeldTicket::Create(const std::string& streamId, const 
 }
 
 std::optional<HeldTicket> HeldTicket::Take(const std::string& streamId) {
-  // A lock makes its file, and there is nothing to lock without a ticket.
+  // A lock would create its file. Without a ticket there is nothing to lock.
   if (!IsStreamId(streamId) || !Exists(PathOf(streamId))) {
     return std::nullopt;
   }

@@ -1,12 +1,13 @@
-// What the front end remembers of an open stream, longer than the stream's directory lives.
+// The data about an open stream that outlives the stream's directory.
 //
-// The directory of a progressive stream goes with the request that plays it. Its address must work
-// again all the same: after a seek, after a pause that broke the connection, in a second player.
-// The ticket "/tmp/Mirevo/tickets/<stream id>" keeps the record to make the directory anew without
-// probing the film again, and says which request owns the stream now.
+// The directory of a progressive stream is removed when the request that plays it ends. The
+// stream's address must still work afterwards: after a seek, after a pause that broke the
+// connection, in a second player. The ticket "/tmp/Mirevo/tickets/<stream id>" holds the record, so
+// that the directory can be made again without a new probe. It also tells which request owns the
+// stream now.
 //
-// A ticket is written aside and renamed, so that it is read without a lock. Whoever changes one
-// holds it meanwhile.
+// A ticket is written under another name and renamed, so readers need no lock. A process that
+// changes a ticket holds it.
 #pragma once
 
 #include <json/value.h>
@@ -28,18 +29,18 @@ namespace webapi {
 // 32 hexadecimal digits, "_", 8 letters or digits.
 bool IsStreamId(const std::string& text);
 
-// What a request for a stream without a ticket is told.
+// The answer to a request for a stream without a ticket.
 inline constexpr char kStreamClosed[] = "This stream has been closed. Open the film again.";
 
-// A ticket as it was when it was read.
+// A copy of a ticket at the time of its reading.
 class Ticket {
  public:
-  // Nothing when there is no such ticket. One that cannot be read is logged, left, and counts as
-  // none; so does one in a folder of another user.
+  // Reads a ticket. Returns nothing if there is none. A ticket that cannot be read, or that is in a
+  // folder of another user, is logged and left, and counts as none.
   static std::optional<Ticket> Read(const std::string& streamId);
 
-  // The ticket of the stream that the request names: the one that its link was compared with, or
-  // read now.
+  // The ticket of the request's stream. Uses the copy that the link was checked against, if there
+  // is one, and reads the ticket otherwise.
   static std::optional<Ticket> Of(const Request& request);
 
   // The ids of all tickets.
@@ -48,28 +49,28 @@ class Ticket {
   const std::string& StreamId() const { return streamId_; }
   const Json::Value& Content() const { return content_; }
   std::string Kind() const;
-  std::string Parameter(const std::string& name) const;  // "" when there is none
+  std::string Parameter(const std::string& name) const;  // "" if there is none
   int StartSeconds() const;                              // where the newest request started
   time_t LastUse() const;                                // when a request last used the stream
 
-  // The stream's metadata record, and what requests ask of it. "" and 0 for what it lacks.
+  // The stream's metadata record and values from it. A missing value is "" or 0.
   const Json::Value& Record() const;
   std::string Path() const;
   unsigned Duration() const;  // seconds
   std::string ProfileKey() const;
   std::string ProfileValue() const;
 
-  // Tells the stream's monitor, if it has one, that somebody is still watching.
+  // Tells the stream's monitor, if there is one, that a viewer is still watching.
   void MarkUse() const;
 
-  // The newest request that plays the stream. "" and -1 when none does.
+  // The newest request that plays the stream; "" and -1 if there is none.
   std::string Owner() const;
   pid_t OwnerPid() const;
 
   LibOrvoQMX::StreamDirectory Directory() const;
   std::string Folder() const;      // its path
   std::string RecordPath() const;  // the record in it
-  // Is it there, with its record?
+  // Does the directory exist, with its record?
   bool HasDirectory() const;
 
  protected:
@@ -79,19 +80,19 @@ class Ticket {
   Json::Value content_;
 };
 
-// A ticket that only this process changes for as long as the object lives.
+// A ticket that only this process can change while the object exists.
 class HeldTicket : public Ticket {
  public:
-  // Makes the ticket of a stream that was just opened, from its directory's record; an older one is
-  // replaced. `parameters`: what later requests need of the opening, as texts. Nothing when it
-  // cannot be kept.
+  // Makes the ticket of a newly opened stream from the record in its directory. Replaces an older
+  // one. `parameters` are the texts of the opening that later requests need. Returns nothing if the
+  // ticket cannot be written.
   static std::optional<HeldTicket> Create(const std::string& streamId, const std::string& kind,
                                           const Json::Value& parameters);
 
-  // Waits until nobody else holds the ticket. Nothing when there is none then.
+  // Waits until no other process holds the ticket. Returns nothing if it no longer exists then.
   static std::optional<HeldTicket> Take(const std::string& streamId);
 
-  // False when it cannot be kept.
+  // Returns false if the ticket cannot be written.
   bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
 
   void Remove() const;
@@ -104,16 +105,16 @@ class HeldTicket : public Ticket {
   orvo::FileLock lock_;
 };
 
-// What a player's addresses carry as "_sid" to open this stream; "" where no login is needed.
+// The value of "_sid" in a player's addresses that opens this stream; "" if no login is needed.
 std::string StreamLink(const Ticket& ticket);
 
-// Is the stream the caller's to use? It is its account's alone, and the owner's, as long as they
-// may see its film. Otherwise there is an answer in `refusal`.
+// May the caller use the stream? Its account and the owner may, as long as they may see its film.
+// If not, sets `refusal` to the answer.
 bool MayUse(const Caller& caller, const Ticket& stream, Answer& refusal);
-// The same to close it, whoever may see the film by now.
+// May the caller close the stream? The same rule, but without the check of the film.
 bool MayClose(const Caller& caller, const Ticket& stream, Answer& refusal);
 
-// Where the directories of one kind of streams lie.
+// The folder of the directories of one kind of streams.
 std::string KindFolder(const std::string& kind);
 
 }  // namespace webapi

@@ -12,21 +12,24 @@ using LibOrvoQMX::VideoMetaData;
 
 enum class Family { kUnknown, kPlayer, kChromium, kFirefox, kSafari };
 
-struct FamilyName {
+// The beginnings of sentences about a family.
+struct FamilyWords {
   Family family;
-  const char* name;  // in a sentence
+  const char* can;
+  const char* cannot;
 };
-constexpr std::array kFamilyNames = {
-    FamilyName{Family::kUnknown, "an unknown player"},
-    FamilyName{Family::kPlayer, "this player"},
-    FamilyName{Family::kChromium, "this browser"},
-    FamilyName{Family::kFirefox, "Firefox"},
-    FamilyName{Family::kSafari, "Safari"},
+constexpr std::array kFamilyWords = {
+    FamilyWords{Family::kUnknown, "Every player can", "Not every player can"},
+    FamilyWords{Family::kPlayer, "This player can", "This player cannot"},
+    FamilyWords{Family::kChromium, "This browser can", "This browser cannot"},
+    FamilyWords{Family::kFirefox, "Firefox can", "Firefox cannot"},
+    FamilyWords{Family::kSafari, "Safari can", "Safari cannot"},
 };
 
-// What a client's name has in it. Browsers name each other, so the first row that fits decides.
+// Parts of the names of clients. Browsers include each other's names, so the first row that matches
+// decides.
 struct ClientRow {
-  std::string_view token;  // in small letters
+  std::string_view token;  // in lower case
   Family family;
 };
 constexpr std::array kClients = {
@@ -35,7 +38,7 @@ constexpr std::array kClients = {
     ClientRow{"lavf", Family::kPlayer},
     ClientRow{"ffmpeg", Family::kPlayer},
     ClientRow{"kodi", Family::kPlayer},
-    // Every browser of such a device has the system's own engine.
+    // All browsers on such a device use the system's engine.
     ClientRow{"iphone", Family::kSafari},
     ClientRow{"ipad", Family::kSafari},
     ClientRow{"applecoremedia", Family::kSafari},
@@ -48,7 +51,7 @@ constexpr std::array kClients = {
     ClientRow{"safari", Family::kSafari},
 };
 
-// What a family plays: lists of words, each between blanks.
+// The formats that a family plays, as lists of words between blanks.
 struct Support {
   Family family;
   std::string_view container;
@@ -104,10 +107,9 @@ Family ClientOf(const std::string& userAgent, const std::string& device) {
   return named != Family::kUnknown ? named : FamilyOf(userAgent);
 }
 
-std::string NameOf(Family family) {
-  return std::find_if(kFamilyNames.begin(), kFamilyNames.end(),
-                      [&](const FamilyName& row) { return row.family == family; })
-      ->name;
+const FamilyWords& WordsOf(Family family) {
+  return *std::find_if(kFamilyWords.begin(), kFamilyWords.end(),
+                       [&](const FamilyWords& row) { return row.family == family; });
 }
 
 bool EndsWith(const std::string& text, std::string_view ending) {
@@ -115,7 +117,7 @@ bool EndsWith(const std::string& text, std::string_view ending) {
          text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
-// One word for the container. A demuxer may read several, which it names all.
+// One word for the container. A demuxer that reads several containers names them all.
 std::string ContainerOf(const VideoMetaData& film) {
   const std::string demuxer = film.GetContainer();
   if (demuxer.find("mp4") != std::string::npos) {
@@ -133,7 +135,8 @@ std::string MediaTypeOf(const std::string& container) {
   return found == kMediaTypes.end() ? "application/octet-stream" : found->type;
 }
 
-// The sound that a player starts with: the default track, else the first. Null without any.
+// The audio track that a player starts with: the default track, else the first. Null if there is
+// none.
 Json::Value FirstHeard(const VideoMetaData& film) {
   Json::Value videos;
   Json::Value audios;
@@ -155,26 +158,25 @@ const Support* FindSupport(Family family, const std::string& container) {
   return found == kSupport.end() ? nullptr : found;
 }
 
-// "" when the client plays it, else why it does not.
+// The reason why the client cannot play the film; "" if it can.
 std::string Objection(const VideoMetaData& film, Family family, const std::string& container) {
-  const std::string client = NameOf(family);
+  const std::string cannotPlay = WordsOf(family).cannot + std::string(" play the ");
   const Support* const support = FindSupport(family, container);
   if (support == nullptr) {
-    return "The container " + container + " is not played by " + client + ".";
+    return cannotPlay + "container " + container + ".";
   }
   const std::string video = film.GetFirstVideoMemberString("codec_raw");
   if (!Lists(support->videos, video)) {
-    return "The video codec " + video + " in the container " + container + " is not played by " +
-           client + ".";
+    return cannotPlay + "video codec " + video + " in the container " + container + ".";
   }
   const std::string pixels = film.GetVideoPixFmt();
   if (!Lists(" yuv420p yuvj420p ", pixels)) {
-    return "The pixel format " + pixels + " is not played by " + client + ".";
+    return cannotPlay + "pixel format " + pixels + ".";
   }
   const Json::Value audio = FirstHeard(film);
   if (audio.isObject() && !Lists(support->audios, audio["codec_raw"].asString())) {
-    return "The audio codec " + audio["codec_raw"].asString() + " in the container " + container +
-           " is not played by " + client + ".";
+    return cannotPlay + "audio codec " + audio["codec_raw"].asString() + " in the container " +
+           container + ".";
   }
   return "";
 }
@@ -188,7 +190,7 @@ DirectVerdict JudgeDirect(const VideoMetaData& film, const std::string& userAgen
   DirectVerdict verdict;
   verdict.contentType = MediaTypeOf(container);
   if (film.GetVideoResolutionX() == 0) {
-    verdict.why = "This file holds no video.";
+    verdict.why = "This file has no video.";
     return verdict;
   }
   if (family != Family::kPlayer) {
@@ -196,7 +198,7 @@ DirectVerdict JudgeDirect(const VideoMetaData& film, const std::string& userAgen
   }
   verdict.fits = verdict.why.empty();
   if (verdict.fits) {
-    verdict.why = "The file is played as it is by " + NameOf(family) + ".";
+    verdict.why = WordsOf(family).can + std::string(" play this file without conversion.");
   }
   return verdict;
 }

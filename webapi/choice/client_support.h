@@ -1,4 +1,4 @@
-// Whether a client can play a film's file as it lies on the disk.
+// Judges whether a client can play a film's file without conversion.
 #pragma once
 
 #include <string>
@@ -10,12 +10,12 @@ namespace webapi {
 struct DirectVerdict {
   bool fits = false;
   std::string why;          // one sentence
-  std::string contentType;  // the media type to send the file with, whether it fits or not
+  std::string contentType;  // the media type of the file, in either case
 };
 
-// Judges by container, codecs and pixel format, for the client that names itself `userAgent`. A
-// known `device` ("chromecast", "appletv", "firefox", "vlc" and so on) counts before it. Careful:
-// what only some versions or machines of a client play does not fit.
+// Judges by container, codecs and pixel format for the client with the User-Agent `userAgent`. A
+// known `device` ("chromecast", "appletv", "firefox", "vlc" and so on) has priority over it. The
+// judgement is careful: a format that only some versions or machines of a client play does not fit.
 DirectVerdict JudgeDirect(const LibOrvoQMX::VideoMetaData& film, const std::string& userAgent,
                           const std::string& device);
 

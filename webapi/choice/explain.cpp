@@ -51,7 +51,7 @@ Command SmoothCommand(const QMXMetaData& plan) {
 
 struct Format {
   const char* name;
-  const char* contentType;  // null where it depends on the profile
+  const char* contentType;  // null if it depends on the profile
   Command (*command)(const QMXMetaData& plan);
 };
 constexpr std::array kFormats = {
@@ -67,7 +67,7 @@ const Format* FindFormat(const std::string& name) {
   return found == kFormats.end() ? nullptr : found;
 }
 
-// The value behind the first of an option's spellings; "" without it.
+// The value after the first of an option's spellings; "" if the option is missing.
 std::string ValueOf(const Command& command, const std::string& option,
                     const std::string& other = "") {
   const auto found = std::find_if(command.begin(), command.end(), [&](const std::string& argument) {
@@ -76,18 +76,18 @@ std::string ValueOf(const Command& command, const std::string& option,
   return found == command.end() || found + 1 == command.end() ? "" : *(found + 1);
 }
 
-// The digits that a text begins with; 0 without any.
+// The number at the beginning of a text; 0 if there is none.
 unsigned Number(std::string_view text) {
   return static_cast<unsigned>(TakeNumber(text).value_or(0));
 }
 
-// "1200k" and "1200000" in bit/s; 0 for no number.
+// Reads "1200k" or "1200000" as bit/s; 0 if it is not a number.
 unsigned BitRate(std::string_view text) {
   const unsigned rate = Number(text);
   return !text.empty() && text.back() == 'k' ? rate * 1000 : rate;
 }
 
-// What comes out: the size and rate that the command asks for, else those of the film.
+// The size and the bit rate of the result: those in the command, else those of the film.
 void DescribePicture(const Command& command, const VideoMetaData& film, Json::Value& entry) {
   const Command size = LibOrvoQMX::StringExplode(ValueOf(command, "-s"), "x");
   const bool isAsked = size.size() == 2;

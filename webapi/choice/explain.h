@@ -1,4 +1,5 @@
-// What would be done to a film, by which command, and why. Nothing is opened or started for it.
+// Explains what the server would do with a film, with which command, and why. It opens and starts
+// nothing.
 #pragma once
 
 #include <json/value.h>
@@ -11,20 +12,20 @@
 
 namespace webapi {
 
-// The formats that films are streamed in, as the API calls them.
+// The streaming formats, by their names in the API.
 std::vector<std::string> Formats();
 
-// The transcoder's command line from the film's start. What is only known when a stream is opened
-// stands as "STREAM_ID"; a pipe is given as standard output. Empty for a profile of a format that
-// is not there, and for a film that the profile cannot be used for.
+// The transcoder's command line from the film's start. "STREAM_ID" replaces values that are unknown
+// before a stream is opened; standard output replaces a pipe. Empty for an unknown format, and if
+// the profile does not suit the film.
 std::vector<std::string> CommandOf(const std::string& format, const Profile& profile,
                                    const LibOrvoQMX::VideoMetaData& film,
                                    const std::string& device);
 
-// One object for each profile of `format`, or of every format for "": "key", "format",
-// "content_type", "method" ("remux", "transcode" or "refused"), "why", "default" (whether it is the
-// one for a viewer who names none), "width", "height", "bit_rate" (bit/s) and "command", one line
-// for a shell. A refusal has 0, "" and the library's word as "reason".
+// One object for each profile of `format`, or of all formats for "": "key", "format",
+// "content_type", "method" ("remux", "transcode" or "refused"), "why", "default" (the choice for a
+// viewer who names no profile), "width", "height", "bit_rate" (bit/s) and "command", one line for a
+// shell. In a refusal these values are 0 or "", and "reason" is the library's word.
 Json::Value ExplainProfiles(const LibOrvoQMX::VideoMetaData& film, const std::string& device,
                             const std::string& format = "");
 

@@ -1,4 +1,4 @@
-// All there is to say of one film to a viewer who chooses.
+// All data about one film that helps a viewer to choose.
 #pragma once
 
 #include "webapi/http/answer.h"
@@ -6,8 +6,9 @@
 
 namespace webapi {
 
-// The metadata document of the film "path", the subtitles found, every profile with what it would
-// do and why, and whether the client ("device", else its User-Agent) can play the file as it is.
+// The metadata document of the film "path", its subtitles, every profile with its effect and the
+// reason, and whether the client ("device", else its User-Agent) can play the file without
+// conversion.
 Answer DescribeFilm(const Request& request);
 
 }  // namespace webapi

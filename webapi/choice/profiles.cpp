@@ -31,12 +31,12 @@ constexpr std::array kMediaTypes = {
     MediaType{"mp4", "video/mp4"},
     MediaType{"mpegts", "video/mp2t"},
     MediaType{"asf", "video/x-ms-asf"},
-    // Browsers go by the name of the container's web form, and read the whole of it.
+    // Browsers play it under the name of the container's web variant.
     MediaType{"matroska", "video/webm"},
     MediaType{"webm", "video/webm"},
 };
 
-// The first part of the keys of one format's profiles.
+// The beginning of the keys of one format's profiles.
 std::string KeyPrefix(const std::string& format) {
   return (format == "ss" ? "smoothstreaming" : format) + "_";
 }
@@ -45,7 +45,7 @@ std::string PathOf(const std::string& platform) {
   return orvo::SystemPath(kProfileFolder + platform + ".json");
 }
 
-// The value that follows an option in a profile; "" without it.
+// The value after an option in a profile; "" if the option is missing.
 std::string OptionValue(const Profile& profile, const std::string& option) {
   const std::vector<std::string> list = LibOrvoQMX::StringExplode(profile.value, " \n");
   const auto found = std::find(list.begin(), list.end(), option);
@@ -57,8 +57,14 @@ unsigned HeightOf(const Profile& profile) {
   unsigned height = 0;
   const std::string size = OptionValue(profile, "-s");
   ArgumentHelper::MapVideoSize(size, width, height);
-  // Some profiles ask for a height alone.
+  // Some profiles name only a height.
   return height != 0 ? height : static_cast<unsigned>(ParseNumber(size).value_or(0));
+}
+
+// "720p"; the profile's own text for a size without a known height.
+std::string SizeWord(const Profile& profile) {
+  const unsigned height = HeightOf(profile);
+  return height != 0 ? std::to_string(height) + "p" : OptionValue(profile, "-s");
 }
 
 std::string CodecOf(const VideoMetaData& film) {
@@ -87,12 +93,12 @@ bool IsRotated(const VideoMetaData& film) {
 Verdict JudgeRemux(const Profile& profile, const VideoMetaData& film) {
   if (film.GetVideoCodecName() != "h264") {
     return Refuse("TransVideoNotSupported",
-                  "Only H.264 video can be copied; this film's is " + CodecOf(film) + ".");
+                  "The server can copy only H.264 video; this film has " + CodecOf(film) + ".");
   }
   if (!IsEightBit420(film.GetVideoPixFmt())) {
-    return Refuse("TransVideoNotSupported", "Players do not decode H.264 video as " +
-                                                film.GetVideoPixFmt() +
-                                                "; it has to be re-encoded.");
+    return Refuse("TransVideoNotSupported",
+                  "Players cannot decode H.264 video in the pixel format " + film.GetVideoPixFmt() +
+                      "; the server must re-encode it.");
   }
   if (IsRotated(film) && !TellsRotation(profile)) {
     return Refuse("TransVideoNotSupported",
@@ -113,10 +119,10 @@ Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
   return {"transcode", "",
           "The " + CodecOf(film) + " video of " + std::to_string(film.GetVideoResolutionX()) + "x" +
               std::to_string(film.GetVideoResolutionY()) + " is re-encoded to " +
-              OptionValue(profile, "-s") + "."};
+              SizeWord(profile) + "."};
 }
 
-// Every HLS profile is; of the progressive ones, the MP4 alone.
+// All profiles are for browsers, except the progressive ones that do not produce MP4.
 bool IsForBrowsers(const std::string& format, const Profile& profile) {
   return format != "http" || ContentTypeOf(profile) == "video/mp4";
 }
@@ -145,15 +151,15 @@ std::vector<Profile> ProfilesOf(const std::string& format) {
 
 Verdict Judge(const Profile& profile, const VideoMetaData& film) {
   if (film.GetVideoResolutionX() == 0) {
-    return Refuse("TransVideoNotSupported", "This file holds no video.");
+    return Refuse("TransVideoNotSupported", "This file has no video.");
   }
   if (profile.key.rfind("hls_", 0) == 0 && ArgumentHelper(film).ZeroAudioTrack()) {
-    return Refuse("TransAudioNotSupported", "HLS needs a sound track, and this film has none.");
+    return Refuse("TransAudioNotSupported", "HLS needs sound, and this film has none.");
   }
   if (profile.key.rfind(KeyPrefix("ss"), 0) == 0 &&
       (film.GetVideoRatio() <= 0 || film.GetDuration() == 0)) {
     return Refuse("TransVideoNotSupported",
-                  "The shape of this film's picture or its length is unknown.");
+                  "The picture size or the length of this film is unknown.");
   }
   if (CodecOf(film).empty()) {
     return Refuse("TransVideoNotSupported", "The codec of this film's video is unknown.");
@@ -185,7 +191,7 @@ const JudgedProfile* ChooseProfile(const std::string& format,
     }
     const unsigned height = HeightOf(profile);
     const unsigned bestHeight = best != nullptr ? HeightOf(best->profile) : 0;
-    // Up to the limit larger is better; above it smaller is.
+    // Up to the limit, the larger picture is better; above it, the smaller one.
     if (best == nullptr || (height <= limit ? bestHeight > limit || height > bestHeight
                                             : bestHeight > limit && height < bestHeight)) {
       best = &candidate;

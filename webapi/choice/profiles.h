@@ -1,4 +1,4 @@
-// Which renditions this appliance offers and which of them fit a film.
+// The profiles of this appliance, and those that suit a film.
 #pragma once
 
 #include <json/value.h>
@@ -15,13 +15,13 @@ struct Profile {
   std::string value;  // the transcoder's arguments
 };
 
-// The appliance's transcoding profile file, by its transcoding platform name.
+// The path of the profile file for this appliance's transcoding platform.
 std::string ProfileFile();
 
-// The profiles of one format ("http"): those whose key begins with it and "_".
+// The profiles of one format: for "http", those whose key begins with "http_".
 std::vector<Profile> ProfilesOf(const std::string& format);
 
-// What would happen to a film under a profile, and why.
+// The effect of a profile on a film, and the reason.
 struct Verdict {
   std::string method;   // "remux", "transcode" or "refused"
   std::string refusal;  // the error word of a refusal
@@ -29,7 +29,7 @@ struct Verdict {
 };
 Verdict Judge(const Profile& profile, const LibOrvoQMX::VideoMetaData& film);
 
-// A profile and what it would do to a film.
+// A profile and its effect on a film.
 struct JudgedProfile {
   Profile profile;
   Verdict verdict;
@@ -39,13 +39,14 @@ struct JudgedProfile {
 std::vector<JudgedProfile> JudgeProfiles(const std::string& format,
                                          const LibOrvoQMX::VideoMetaData& film);
 
-// The one of them for a viewer who named none: what browsers play, the video copied where it can
-// be, else the largest picture up to the film's own and 720 lines. Null when no profile fits.
+// The profile for a viewer who names none. Browsers must be able to play it. It copies the video if
+// possible; otherwise it has the largest picture up to the film's own and 720 lines. Null if no
+// profile fits.
 const JudgedProfile* ChooseProfile(const std::string& format,
                                    const std::vector<JudgedProfile>& profiles,
                                    const LibOrvoQMX::VideoMetaData& film);
 
-// The media type of what a profile produces.
+// The media type of a profile's output.
 std::string ContentTypeOf(const Profile& profile);
 
 }  // namespace webapi

@@ -21,13 +21,13 @@ struct Reason {
   const char* message;
 };
 
-// The last row stands for every word that is not named here.
+// The last row is for all other words.
 constexpr std::array kReasons = {
     Reason{kBadRequest, 400, "Bad Request", "The request is malformed."},
     Reason{kUnauthorized, 401, "Unauthorized", "Log in first."},
     Reason{kForbidden, 403, "Forbidden", "This path lies outside the media folders."},
-    Reason{kNotFound, 404, "Not Found", "There is no such thing here."},
-    Reason{kMethodNotAllowed, 405, "Method Not Allowed", "This call is not made this way."},
+    Reason{kNotFound, 404, "Not Found", "The server has nothing with this name."},
+    Reason{kMethodNotAllowed, 405, "Method Not Allowed", "This call needs another HTTP method."},
     Reason{"TransAudioNotSupported", 415, "Unsupported Media Type",
            "The sound of this film cannot be decoded."},
     Reason{"TransVideoNotHardwareSupported", 415, "Unsupported Media Type",
@@ -39,17 +39,16 @@ constexpr std::array kReasons = {
     Reason{"TransVideoOutOfFramerateCapability", 415, "Unsupported Media Type",
            "The hardware cannot transcode this film's frame rate at this size."},
     Reason{"TransVideoNotSupported", 415, "Unsupported Media Type",
-           "This file holds no video that can be played."},
+           "This file has no video that can be played."},
     Reason{kRangeNotSatisfiable, 416, "Range Not Satisfiable", "The film ends before this byte."},
-    Reason{kTooManyRequests, 429, "Too Many Requests", "Wait a moment before you try again."},
+    Reason{kTooManyRequests, 429, "Too Many Requests", "Wait a moment, then try again."},
     Reason{"TransEnable", 503, "Service Unavailable",
            "Another film is being transcoded at the moment. Try again when it has ended."},
     Reason{"TransEnableOfflineConverting", 503, "Service Unavailable",
            "A conversion is running at the moment. Try again when it has ended."},
     Reason{kBusy, 503, "Service Unavailable",
-           "Many films are being looked at for the moment. Try again in a few seconds."},
-    Reason{"NotReady", 504, "Gateway Timeout",
-           "The transcoder has not produced this part in time."},
+           "The server is examining many films at the moment. Try again in a few seconds."},
+    Reason{"NotReady", 504, "Gateway Timeout", "The transcoder did not produce this part in time."},
     Reason{"TransSapceNotEnough", 507, "Insufficient Storage",
            "There is not enough free space on the volumes for this stream."},
     Reason{kInternal, 500, "Internal Server Error", "Something went wrong on the server."},

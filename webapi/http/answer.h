@@ -1,4 +1,4 @@
-// What a client is told.
+// An answer to a client.
 #pragma once
 
 #include <json/value.h>
@@ -7,7 +7,7 @@
 
 namespace webapi {
 
-// The words for failures that the library has no word for.
+// Error words for failures that the library has no word for.
 inline constexpr char kBadRequest[] = "BadRequest";
 inline constexpr char kForbidden[] = "Forbidden";
 inline constexpr char kNotFound[] = "NotFound";
@@ -21,24 +21,25 @@ inline constexpr char kInternal[] = "Internal";
 class Answer {
  public:
   static Answer Success(const Json::Value& data);
-  // `reason` is one of the words above or one of the library's; `message` one plain sentence, the
-  // library's usual one when empty.
+  // `reason` is one of the words above or one of the library's. `message` is one plain sentence; if
+  // it is empty, the usual sentence for `reason`.
   static Answer Failure(const std::string& reason, const std::string& message = "");
-  // Nothing to say but that it is so.
+  // Success without content.
   static Answer NoContent();
-  // Everything that was to be sent has been sent.
+  // The answer has already been sent.
   static Answer Sent();
 
-  // Adds a header. The value is none of a client's: nothing looks for line ends in it.
+  // Adds a header. Do not pass a client's text as the value: line ends in it are not checked.
   Answer& AddHeader(const std::string& name, const std::string& value);
 
   bool IsFailure() const { return code_ >= 400; }
 
-  // Writes it to standard output as a CGI answer; the headers alone for a HEAD request.
+  // Writes the answer to standard output in CGI form. For a HEAD request it writes only the
+  // headers.
   void Send(bool headersOnly) const;
 
  private:
-  int code_ = 0;  // the HTTP status; 0 when there is nothing to send
+  int code_ = 0;  // the HTTP status; 0 if there is nothing to send
   bool retry_ = false;
   std::string headers_;
   Json::Value body_;

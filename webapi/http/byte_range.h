@@ -1,4 +1,4 @@
-// Which bytes of a file a request asks for.
+// The bytes of a file that a request asks for.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,13 @@ struct ByteRange {
   int64_t Length() const { return last - first + 1; }
 };
 
-// The one range of a "Range" header ("bytes=0-99", "bytes=100-", "bytes=-50") in a resource of
-// `size` bytes. Nothing for a header of another form, several ranges included, which means all of
-// it. `outside` is set where the range is well-formed and holds no byte of the resource.
+// Reads a "Range" header with one range ("bytes=0-99", "bytes=100-", "bytes=-50") for a resource of
+// `size` bytes. Returns nothing for any other header, several ranges included; the request then
+// means the whole resource. Sets `outside` if the range is well-formed but contains no byte of the
+// resource.
 std::optional<ByteRange> ParseByteRange(const std::string& header, int64_t size, bool& outside);
 
-// Is `tag` among those of an "If-None-Match" header? Weak ones count.
+// Does an "If-None-Match" header contain `tag`? Weak tags count.
 bool NamesTag(const std::string& header, const std::string& tag);
 
 }  // namespace webapi

@@ -1,4 +1,4 @@
-// Who makes a request, as plain data. access/identity.h finds it out and judges it.
+// The caller of a request, as plain data. access/identity.h fills it in and checks it.
 #pragma once
 
 #include <json/value.h>
@@ -9,13 +9,13 @@
 namespace webapi {
 
 struct Caller {
-  bool isLoginRequired = false;  // false where there are no accounts: everybody is the owner then
-  std::string account;           // "" for nobody, and where there are no accounts
-  std::string era;               // of the account
+  bool isLoginRequired = false;  // false if there are no accounts; everyone is the owner then
+  std::string account;           // "" for an unknown caller, and if there are no accounts
+  std::string era;               // the account's era
   bool isOwner = false;
   std::vector<std::string> roots;  // the account's media roots; empty for all
-  std::string linkedStream;        // the only stream that a link opens; "" for a session
-  Json::Value linkedTicket;        // the content of its ticket, which the link was compared with
+  std::string linkedStream;        // the stream that the link opens; "" for a session
+  Json::Value linkedTicket;        // the ticket that the link was checked against
 };
 
 }  // namespace webapi

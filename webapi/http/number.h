@@ -1,4 +1,5 @@
-// Decimal numbers in texts that somebody else wrote. Each is read once, where the text comes in.
+// Reads decimal numbers in texts from outside. Each number is read once, where the text enters the
+// program.
 #pragma once
 
 #include <cstdint>
@@ -9,18 +10,19 @@
 
 namespace webapi {
 
-// The whole number that all of `text` is.
+// The whole number in `text`, if all of `text` is a number.
 using LibOrvoQMX::ParseNumber;
 
-// Takes such a number off the front of `text`. Nothing, and `text` as it was, where there is none.
+// Removes such a number from the front of `text` and returns it. Returns nothing and leaves `text`
+// unchanged if there is none.
 std::optional<int64_t> TakeNumber(std::string_view& text);
 
-// The number that all of `text` is, whole or with a fraction, without a sign and an exponent.
-// Nothing for any other text.
+// The number in `text`, if all of `text` is a number: whole or with a fraction, without sign and
+// exponent. Nothing for any other text.
 std::optional<double> ParseDecimal(std::string_view text);
 
-// Takes a number of any sign off the front of `text`, behind blanks, with a fraction or an exponent
-// where there is one. Nothing, and `text` as it was, where there is none.
+// Removes a number from the front of `text`, after blanks, and returns it. It may have a sign, a
+// fraction and an exponent. Returns nothing and leaves `text` unchanged if there is none.
 std::optional<double> TakeDecimal(std::string_view& text);
 
 }  // namespace webapi

@@ -18,8 +18,8 @@ namespace {
 
 using LibOrvoQMX::ParseNumber;
 
-// What is left of "&amp;" behind its "&". Some players take an address out of an XML attribute as
-// it stands there.
+// The rest of "&amp;" after its "&". Some players use an address from an XML attribute without
+// decoding it.
 constexpr char kEscapedSeparator[] = "amp;";
 constexpr size_t kMaxBody = 65536;
 constexpr char kFormType[] = "application/x-www-form-urlencoded";
@@ -29,8 +29,8 @@ std::string Environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
-// The text inside quotes. Playlists put them around a value as it is, so what is no JSON text is
-// taken literally.
+// Removes the quotes around a text. Playlists put quotes around the unchanged value, so a text that
+// is not valid JSON is used literally.
 std::string Unquote(const std::string& text) {
   Json::CharReaderBuilder strict;
   strict["failIfExtra"] = true;

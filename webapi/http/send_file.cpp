@@ -30,7 +30,7 @@ std::string Headers(const char* status, const std::string& contentType, const ch
          Header("Cache-Control", cacheControl) + Header("X-Content-Type-Options", "nosniff");
 }
 
-// Changes with the file and with its content.
+// A tag that changes when the file or its content changes.
 std::string TagOf(const struct stat& status) {
   const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
   return '"' + std::to_string(status.st_ino) + "-" + std::to_string(status.st_size) + "-" +
@@ -44,8 +44,8 @@ std::string HttpDate(time_t time) {
   return std::string(text, strftime(text, sizeof(text), "%a, %d %b %Y %H:%M:%S GMT", &fields));
 }
 
-// The header by which the web server sends the file; "" where it cannot. It undoes the encoding of
-// the path, and takes neither control characters nor what is not UTF-8.
+// The header that makes the web server send the file; "" if the web server cannot. It decodes the
+// path, and accepts neither control characters nor invalid UTF-8.
 std::string HandOver(const std::string& path) {
   const char* const header = secure_getenv("MIREVO_SENDFILE");
   const bool isPlain =
@@ -53,7 +53,8 @@ std::string HandOver(const std::string& path) {
   return header != nullptr && isPlain && IsUtf8(path) ? Header(header, EncodeQueryValue(path)) : "";
 }
 
-// A range of another version of the file is of no use to who holds a part of this one.
+// Is the requested range part of this version of the file? A client cannot combine parts of two
+// versions.
 bool IsRangeOfThis(const Request& request, const std::string& tag, const std::string& date) {
   const std::string condition = request.Header("IF_RANGE");
   return condition.empty() || condition == tag || condition == date;
@@ -77,7 +78,7 @@ class FileAnswer {
         contentType_(contentType),
         cacheControl_(cacheControl) {}
 
-  // The whole file, which the web server sends, or a part of it.
+  // Lets the web server send the whole file or a part of it.
   void SendBy(const std::string& handOver) const { Write(Common("200 OK") + handOver + kEnd); }
 
   void Send(int file) const {

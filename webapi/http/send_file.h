@@ -1,4 +1,4 @@
-// Answering with a file.
+// Answers a request with a file.
 #pragma once
 
 #include <string>
@@ -7,21 +7,21 @@
 
 namespace webapi {
 
-// How long a client may keep what it got. Every file has a tag by which it may ask again.
+// How long a client may cache a file. A client can use the file's tag to ask whether its copy is
+// still valid.
 inline constexpr char kAskAgain[] = "private, no-cache";
 // The segments of a stream do not change while it is open.
 inline constexpr char kKeepSegment[] = "private, max-age=600";
-// A picture stands for one state of one film.
+// A picture belongs to one state of one film.
 inline constexpr char kKeepPicture[] = "private, max-age=86400";
 
-// Sends a file with its type, or the bytes of it that the request asks for, or word that the
-// client's copy is still good. Where the web server has said that it does (the environment variable
-// MIREVO_SENDFILE names the header), it is the one that reads the file. False, and nothing sent,
-// when there is no such file.
+// Sends a file with its media type, or the requested bytes of it, or the answer that the client's
+// copy is still valid. If the environment variable MIREVO_SENDFILE names a header, the web server
+// reads and sends the file. Returns false and sends nothing if there is no such file.
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
               const char* cacheControl = kAskAgain);
 
-// The headers of an answer whose length is not known yet.
+// Sends the headers of an answer of unknown length.
 void SendFileHeaders(const std::string& contentType);
 
 }  // namespace webapi

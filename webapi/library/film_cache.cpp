@@ -21,7 +21,7 @@ std::string CachePath(const std::string& film, const std::string& what, const st
   if (stat(film.c_str(), &status) != 0) {
     return "";
   }
-  // A zero byte stands in no path, so that no two films look alike.
+  // No path contains a zero byte, so two films never have the same key.
   const std::string key = film + '\0' + std::to_string(status.st_size) + ' ' +
                           std::to_string(status.st_mtim.tv_sec) + '.' +
                           std::to_string(status.st_mtim.tv_nsec) + ' ' + what;

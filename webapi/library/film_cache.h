@@ -1,8 +1,8 @@
-// What is made from films and kept: pictures and small facts, below "/var/packages/Mirevo/cache".
+// The cache of pictures and facts of films, below "/var/packages/Mirevo/cache".
 //
-// A file's name is the checksum of all that its content depends on: the film's path, size and
-// modification time, and what was asked for. A film that changes has new names; the old ones go as
-// the oldest do. Nothing here is missed when it is deleted.
+// A file's name is a checksum of everything that its content depends on: the film's path, size and
+// modification time, and the request. A changed film gets new names; the old files are removed when
+// they are the oldest. Anyone may delete any file here.
 #pragma once
 
 #include <string>
@@ -13,12 +13,12 @@ namespace webapi {
 
 using LibOrvoQMX::kCacheFolder;
 
-// Where `what` of a film is kept, for the state that the film is in now; `ending` with its dot. ""
-// when there is no such film.
+// The path of the cached `what` for the film's current state. `ending` includes its dot. "" if
+// there is no such film.
 std::string CachePath(const std::string& film, const std::string& what, const std::string& ending);
 
-// Keeps a file, and removes the oldest ones where that is too much. False when it cannot be
-// written.
+// Stores a file, and removes the oldest files if the cache is too large. Returns false if the file
+// cannot be written.
 bool KeepInCache(const std::string& path, const std::string& content);
 
 }  // namespace webapi

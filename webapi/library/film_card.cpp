@@ -11,7 +11,7 @@ namespace {
 
 using LibOrvoQMX::VideoMetaData;
 
-// An empty object for what is no film: that, too, is worth keeping.
+// Returns an empty object for a file that is not a film. The cache stores this result too.
 Json::Value Probe(const std::string& path) {
   VideoMetaData film;
   Json::Value facts(Json::objectValue);
@@ -25,7 +25,7 @@ Json::Value Probe(const std::string& path) {
   return facts;
 }
 
-// Has what anyone may have damaged the form of facts?
+// Does a cached value, which may be damaged, have the form of facts?
 bool AreFacts(const Json::Value& facts) {
   return facts.isObject() &&
          (facts.empty() ||
@@ -43,7 +43,7 @@ bool LoadOrProbe(const std::string& film, Json::Value& facts) {
     return true;
   }
   const auto place = JobPlace::Take();
-  // Others may have wanted the same and been first.
+  // Another request may have made the same file in the meantime.
   if (place && !Load(kept, facts)) {
     facts = Probe(film);
     KeepInCache(kept, LibMirevo::FormatJson(facts));

@@ -1,4 +1,4 @@
-// The few facts of a film that a tile in a list shows.
+// The facts of a film for its tile in a list.
 #pragma once
 
 #include <json/value.h>
@@ -11,9 +11,9 @@
 
 namespace webapi {
 
-// "duration" (seconds), "width" and "height" (as displayed), "video" and "audio" (codec names, ""
-// without such a track). Kept in the cache. Nothing, with the answer in `refusal`, for what is no
-// film and while too many requests want to look at one.
+// "duration" (seconds), "width" and "height" (as displayed), "video" and "audio" (codec names; ""
+// if there is no such track). The cache stores them. If the file is not a film, or if too many
+// requests wait for films, returns nothing and sets `refusal` to the answer.
 std::optional<Json::Value> FactsOf(const std::string& film, Answer& refusal);
 
 Answer DescribeCard(const Request& request);

@@ -16,11 +16,11 @@ namespace webapi {
 namespace {
 
 constexpr char kFolder[] = "/var/packages/Mirevo/etc/history";
-constexpr mode_t kMode = 0600;  // what somebody watches is nobody else's business
+constexpr mode_t kMode = 0600;  // other users must not see what an account watches
 constexpr Json::ArrayIndex kMost = 500;
 constexpr double kLongest = 1000 * 3600;
 
-// A name for a file that any account's name can have; "all" where there are no accounts.
+// A file name for any account name; "all" if there are no accounts.
 std::string FileNameOf(const std::string& account) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string name = account.empty() ? "all" : "account-";
@@ -42,7 +42,7 @@ class History {
   explicit History(const Request& request)
       : path_(orvo::SystemPath(kFolder) + "/" + FileNameOf(request.MadeBy().account)) {}
 
-  // What anyone may have damaged counts as absent.
+  // A damaged file counts as absent.
   Json::Value Load() const {
     Json::Value file;
     Json::Value entries(Json::arrayValue);
@@ -56,7 +56,7 @@ class History {
     return entries;
   }
 
-  // Writes what `change` makes of the entries. False when that cannot be kept.
+  // Changes the entries with `change` and writes them. Returns false if they cannot be written.
   bool Change(const std::function<Json::Value(const Json::Value& entries)>& change) const {
     if (!orvo::MakePrivateFolder(orvo::SystemPath(kFolder))) {
       return false;
@@ -79,7 +79,7 @@ Json::Value Without(const Json::Value& entries, const std::string& path) {
   return others;
 }
 
-// The first place is the entry's.
+// Puts `entry` first.
 Json::Value Limit(const Json::Value& entry, const Json::Value& others) {
   Json::Value entries(Json::arrayValue);
   entries.append(entry);
@@ -104,7 +104,7 @@ Answer Kept(bool isKept) {
 }  // namespace
 
 bool IsFinished(int64_t position, int64_t duration) {
-  // A minute before its end a film shows its credits, if it is long enough to have any.
+  // A film of sufficient length shows its credits in the last minute.
   constexpr int64_t kCredits = 60;
   constexpr int64_t kWithCredits = 300;
   return position * 100 > duration * 95 ||
@@ -158,10 +158,10 @@ Answer SaveHistory(const Request& request) {
   const auto duration = request.Seconds("duration", kLongest);
   const auto position = request.Seconds("position", kLongest);
   if (!position || !duration || *position > *duration + 1) {
-    return Answer::Failure(kBadRequest, "The position must be a second of the film's duration.");
+    return Answer::Failure(kBadRequest, "The position must be a second within the film.");
   }
   if (!IsUtf8(*film)) {
-    return Answer::Failure(kBadRequest, "The name of this film is not written in UTF-8.");
+    return Answer::Failure(kBadRequest, "The name of this film is not valid UTF-8.");
   }
   Json::Value entry(Json::objectValue);
   entry["path"] = *film;

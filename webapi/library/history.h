@@ -1,4 +1,4 @@
-// How far each account has watched each film.
+// The position in each film that each account has watched.
 #pragma once
 
 #include "webapi/http/answer.h"
@@ -6,19 +6,20 @@
 
 namespace webapi {
 
-// Is a film as good as watched to its end at this second?
+// Does a film count as watched to its end at this second?
 bool IsFinished(int64_t position, int64_t duration);
 
-// The films that were watched and are still there, the newest first.
+// The watched films that still exist, the newest first.
 Answer ListHistory(const Request& request);
 
-// How far the film at "path" was watched: "position" 0 where it was not.
+// The position in the film at "path"; "position" is 0 if it was not watched.
 Answer GetHistory(const Request& request);
 
-// Keeps "position" and "duration" (seconds) of the film at "path"; of five hundred films at most.
+// Stores "position" and "duration" (seconds) of the film at "path". Stores at most five hundred
+// films.
 Answer SaveHistory(const Request& request);
 
-// Forgets the film at "path", be it there or not; all films without one.
+// Forgets the film at "path", which need not exist. Without a path it forgets all films.
 Answer RemoveHistory(const Request& request);
 
 }  // namespace webapi

@@ -21,7 +21,8 @@ constexpr int kPlaces = 2;
 constexpr int kLine = 32;
 constexpr int kPatienceMilliseconds = 15000;
 
-// Locks one of the bytes from `first` on; false when others hold all of them.
+// Locks one of `count` bytes, beginning with `first`. Returns false if other processes hold all of
+// them.
 bool LockOneOf(const orvo::UniqueFd& file, int first, int count) {
   for (int number = first; number < first + count; ++number) {
     if (orvo::LockByte(file, number, false)) {
@@ -31,7 +32,7 @@ bool LockOneOf(const orvo::UniqueFd& file, int first, int count) {
   return false;
 }
 
-// Waits for something to happen; false when the time is over.
+// Waits for a change. Returns false if the time is over.
 bool WaitUntil(int changes, Clock::time_point deadline) {
   const auto left =
       std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -55,7 +56,8 @@ std::optional<JobPlace> JobPlace::Take(const std::string& file, int places, int 
   if (LockOneOf(queue, 0, places)) {
     return JobPlace(std::move(queue));
   }
-  // Whoever leaves closes the file. Watched before the next look, so that none is missed.
+  // A process that leaves the queue closes the file. The watch starts before the next check, so no
+  // such event is missed.
   const orvo::UniqueFd changes(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   if (inotify_add_watch(changes.Get(), file.c_str(), IN_CLOSE_WRITE) < 0 ||
       !LockOneOf(queue, places, line)) {

@@ -1,8 +1,8 @@
-// A line in which requests wait that would keep a processor busy.
+// A queue for requests that need much processor time.
 //
-// However many tiles a page shows, few films are decoded for them at a time. A place is a lock on
-// one byte of the file "/var/packages/Mirevo/cache/.jobs", so that it goes with its process however
-// that ends.
+// A page may show many tiles, but only a few films are decoded at a time. A place is a lock on one
+// byte of the file "/var/packages/Mirevo/cache/.jobs". The kernel releases it when the process ends
+// for any reason.
 #pragma once
 
 #include <optional>
@@ -14,11 +14,11 @@ namespace webapi {
 
 class JobPlace {
  public:
-  // Waits for one of `places` in a queue kept in `file`, with at most `line` others, for
-  // `milliseconds` at most. Nothing when the line is too long or the time is over.
+  // Waits at most `milliseconds` for one of `places` in the queue of `file`. At most `line`
+  // requests may wait. Returns nothing if too many wait or the time is over.
   static std::optional<JobPlace> Take(const std::string& file, int places, int line,
                                       int milliseconds);
-  // The same for the jobs of this machine.
+  // The same for this machine's queue.
   static std::optional<JobPlace> Take();
 
  private:

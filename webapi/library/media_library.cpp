@@ -26,7 +26,7 @@ bool IsBelow(const std::string& path, const std::string& root) {
          (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
 }
 
-// Where a path leads, without links; "", with the reason as an errno in `failure`, when nowhere.
+// The real path, without links. On failure returns "" and sets `failure` to the errno.
 std::string Resolve(const std::string& path, int& failure) {
   char resolved[PATH_MAX];
   const bool isResolved = realpath(path.c_str(), resolved) != nullptr;
@@ -34,7 +34,7 @@ std::string Resolve(const std::string& path, int& failure) {
   return isResolved ? resolved : "";
 }
 
-// The nearest folder above `path` that exists, without links.
+// The real path of the nearest existing folder above `path`.
 std::string NearestFolder(fs::path path) {
   std::string found;
   while (found.empty() && path.has_relative_path()) {
@@ -44,10 +44,10 @@ std::string NearestFolder(fs::path path) {
   return found;
 }
 
-// What an account may see; nothing where that is all.
+// The paths that an account may see; nothing if it may see all.
 std::optional<std::vector<std::string>> limits;
 
-// A media root as far as it may be seen: all of it, the folders in it that may be, or nothing.
+// Adds the visible part of a media root: the whole root, some folders in it, or nothing.
 void AddVisible(const std::string& root, std::vector<std::string>& roots) {
   for (const std::string& limit : *limits) {
     if (IsBelow(root, limit)) {
@@ -59,8 +59,8 @@ void AddVisible(const std::string& root, std::vector<std::string>& roots) {
                [&](const std::string& limit) { return IsBelow(limit, root); });
 }
 
-// The folder above, as far as it may be seen; above a root lies the list of roots, if it has
-// others.
+// The parent folder, if it is visible. The parent of a root is the list of roots, if there are
+// several roots.
 std::optional<std::string> ParentOf(const std::string& folder) {
   const std::string parent = fs::path(folder).parent_path().string();
   if (parent != folder && MaySee(parent)) {
@@ -71,7 +71,7 @@ std::optional<std::string> ParentOf(const std::string& folder) {
 
 class Listing {
  public:
-  // A root is listed whatever its name.
+  // Lists a root whatever its name is.
   void Add(const std::string& path, bool isRoot) {
     struct stat status {};
     const std::string name = fs::path(path).filename().string();
@@ -162,13 +162,13 @@ bool MaySee(const std::string& path) {
 
 std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal) {
   if (path.empty() || path.front() != '/') {
-    refusal = Answer::Failure(kBadRequest, "The path must be an absolute one.");
+    refusal = Answer::Failure(kBadRequest, "The path must be absolute.");
     return std::nullopt;
   }
   int failure = 0;
   const std::string resolved = Resolve(path, failure);
   if (resolved.empty()) {
-    // Whether something exists outside the roots is nobody's business.
+    // The answer must not reveal what exists outside the roots.
     refusal = failure != EACCES && MaySee(NearestFolder(path))
                   ? Answer::Failure(kNotFound, "There is no such file or folder.")
                   : Answer::Failure(kForbidden);
@@ -211,13 +211,13 @@ Answer ListFolder(const std::string& path) {
   std::vector<std::string> paths;
   for (fs::directory_iterator entry(*folder, failure), end; !failure && entry != end;
        entry.increment(failure)) {
-    // A link that leads out of the roots is not there.
+    // A link that leads out of the roots counts as missing.
     if (!entry->is_symlink() || MaySee(RealPath(entry->path().string()))) {
       paths.push_back(entry->path().string());
     }
   }
   if (failure) {
-    return Answer::Failure(kBadRequest, "This is not a folder that can be read.");
+    return Answer::Failure(kBadRequest, "The server cannot read this folder.");
   }
   std::sort(paths.begin(), paths.end(), orvo::NameComesBefore);
   for (const std::string& entry : paths) {

@@ -1,4 +1,4 @@
-// The folders whose films may be seen.
+// The folders whose films a client may see.
 #pragma once
 
 #include <json/value.h>
@@ -17,29 +17,28 @@ namespace webapi {
 // "/var/packages/Mirevo/etc/media_roots"; entries that do not exist are left out.
 std::vector<std::string> MediaRoots();
 
-// From now on this process sees no more of the media roots than what lies in these paths. A request
-// works for one account only.
+// Limits this process to the part of the media roots inside these paths. The limit holds for the
+// whole process, because a request works for one account.
 void LimitMediaRoots(const std::vector<std::string>& paths);
 
-// Does this real path lie in a media root?
+// Is this real path inside a media root?
 bool MaySee(const std::string& path);
 
-// The real path of what a client asks for; it lies in a media root, after links are resolved.
-// Nothing, with the answer in `refusal`, when there is no such path or it is not the client's to
-// see.
+// The real path of a client's path, with links resolved; it is inside a media root. If the path
+// does not exist or the client may not see it, returns nothing and sets `refusal` to the answer.
 std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal);
 
 // The same for a path that must name a playable file.
 std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal);
 
-// Is a path without links one of `roots` or below one?
+// Is a path without links equal to or below one of `roots`?
 bool LiesIn(const std::vector<std::string>& roots, const std::string& path);
 
-// Where a path leads, without links; "" when there is no such thing.
+// The real path, without links; "" if it does not exist.
 std::string RealPath(const std::string& path);
 
-// One entry of a listing. "path" is for people where a name is not UTF-8; "encoded_path" is the
-// exact bytes, ready to stand in a query.
+// One entry of a listing. "encoded_path" holds the exact bytes in the form for a query. "path" is
+// for people; it differs from the exact bytes if a name is not UTF-8.
 Json::Value DescribeEntry(const std::string& path, const struct stat& status);
 
 // The folders and playable files in the folder `path` (the media roots for ""), sorted as people do

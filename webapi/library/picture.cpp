@@ -33,26 +33,26 @@ constexpr int kNiceness = 10;
 constexpr int kKilled = 128 + SIGKILL;
 
 constexpr int64_t kSmallest = 16;
-constexpr int kSecondsEach = 10;  // how much of a film one thumbnail stands for
+constexpr int kSecondsEach = 10;  // the part of a film that one thumbnail covers
 
-// Drops pictures that are as good as black, and takes the most telling one of the next few.
+// Skips pictures that are almost black, and selects the most typical of the next few.
 constexpr char kTelling[] =
     ",signalstats,metadata=select:key=lavfi.signalstats.YAVG:value=20:function=greater,thumbnail=4";
 
-// Where in the film a picture is looked for, and how.
+// Where and how to search the film for a picture.
 struct Look {
   double second;
   const char* chooser;
 };
 
-// Tall films are cut down in size, not in shape, to twice the width.
+// The height is at most twice the width. A taller film is scaled down and keeps its shape.
 std::string Scale(int width) {
   const std::string w = std::to_string(width);
   return "scale=" + w + ":max(2\\,trunc(min(" + w + "/dar\\,2*" + w +
          ")/2)*2):out_range=full,setsar=1,format=yuvj420p";
 }
 
-// Only key frames are decoded, and no more than a minute of film is read for them.
+// Decodes only key frames, and reads at most one minute of the film.
 std::vector<std::string> CommandLine(const std::string& film, int width, const Look& look) {
   return {kDecoder,
           "-nostdin",
@@ -114,15 +114,16 @@ bool Decode(const std::string& film, int width, const Look& look, Clock::time_po
   return status >= 0 && status != kKilled;
 }
 
-// What to make of which film, and where it is kept.
+// The film, the picture to make, and its path in the cache.
 struct Wish {
   std::string film;
   std::string path;
   int width = 0;
-  std::vector<Look> looks;  // until one gives a picture
+  std::vector<Look> looks;  // tried in order until one gives a picture
 };
 
-// Makes the picture. A film without one gets an empty file, so that it is not asked again.
+// Makes the picture. A film without a picture gets an empty file, so later requests do not try
+// again.
 bool Make(const Wish& wish) {
   const auto deadline = Clock::now() + kTimeLimit;
   setpriority(PRIO_PROCESS, 0, kNiceness);
@@ -151,19 +152,19 @@ Answer SendPicture(const Request& request, const Wish& wish) {
     if (!place) {
       return Answer::Failure(kBusy);
     }
-    // Others may have wanted the same and been first.
+    // Another request may have made the same file in the meantime.
     if (!IsKept(wish.path, hasPicture) && !Make(wish)) {
       return Answer::Failure(kInternal, "The picture could not be made in time.");
     }
   }
   if (!IsKept(wish.path, hasPicture) || !hasPicture ||
       !SendFile(request, wish.path, kPictureType, kKeepPicture)) {
-    return Answer::Failure(kNotFound, "There is no picture to be had of this film.");
+    return Answer::Failure(kNotFound, "The server found no picture in this film.");
   }
   return Answer::Sent();
 }
 
-// How wide the request wants it, an even number; nothing for a width out of bounds.
+// The requested width, as an even number; nothing if it is out of bounds.
 std::optional<int> WidthOf(const Request& request, int64_t usual, int64_t largest) {
   if (!request.Has("width")) {
     return static_cast<int>(usual);
@@ -172,7 +173,7 @@ std::optional<int> WidthOf(const Request& request, int64_t usual, int64_t larges
   return width && *width >= kSmallest ? std::optional(static_cast<int>(*width) & ~1) : std::nullopt;
 }
 
-// The film of a request and the width of its picture.
+// A request's film and the width of its picture.
 struct Subject {
   std::string film;
   int width;
@@ -233,7 +234,7 @@ Answer SendThumbnail(const Request& request) {
   }
   const auto time = request.Seconds("time", (*facts)["duration"].asUInt() + 1.0);
   if (!time) {
-    return Answer::Failure(kBadRequest, "The time must be a second of the film.");
+    return Answer::Failure(kBadRequest, "The time must be a second within the film.");
   }
   const int second = static_cast<int>(*time) / kSecondsEach * kSecondsEach;
   const std::string what = "thumbnail " + std::to_string(width) + " " + std::to_string(second);

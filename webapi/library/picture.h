@@ -6,10 +6,10 @@
 
 namespace webapi {
 
-// Sends a JPEG of a picture from inside the film that is not black, "width" pixels wide.
+// Sends a JPEG of a picture from the film that is not black, "width" pixels wide.
 Answer SendPoster(const Request& request);
 
-// Sends a JPEG of the picture near "time" (seconds): one stands for ten seconds of film.
+// Sends a JPEG of the picture near "time" (seconds). One picture covers ten seconds of the film.
 Answer SendThumbnail(const Request& request);
 
 }  // namespace webapi

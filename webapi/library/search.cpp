@@ -43,7 +43,7 @@ class Search {
  public:
   explicit Search(const std::string& text) : words_(WordsOf(text)) {}
 
-  // Looks through a folder and those below it. A root that is a file is looked at itself.
+  // Searches a folder and all folders below it. For a root that is a file, checks the file.
   void In(const std::string& root) {
     std::error_code failure;
     if (!fs::is_directory(root, failure)) {
@@ -102,7 +102,7 @@ class Search {
     if (!orvo::IsFilmName(NameOf(path)) || !Matches(path, root)) {
       return;
     }
-    // A link that leads out of the roots is not there.
+    // A link that leads out of the roots counts as missing.
     std::error_code failure;
     if (!fs::is_symlink(path, failure) || LiesIn(roots_, RealPath(path))) {
       films_.push_back(path);

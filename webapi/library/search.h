@@ -1,4 +1,4 @@
-// Finding films by name.
+// Finds films by name.
 #pragma once
 
 #include "webapi/http/answer.h"

@@ -1,4 +1,4 @@
-// What the kinds of streams that players fetch piece by piece have in common.
+// Common code for the kinds of streams that players fetch in pieces.
 #pragma once
 
 #include <json/value.h>
@@ -9,14 +9,15 @@
 
 namespace webapi {
 
-// What the addresses of a stream's pieces repeat of a request. `address`: where they are asked for.
+// The parameters that the addresses of a stream's pieces repeat. `address` is the path of the
+// pieces.
 Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
                          const std::string& format);
 
-// Lets an address with these parameters open the stream without a login.
+// Adds the stream's link, so that an address with these parameters works without a login.
 void AddLink(const Ticket& ticket, Json::Value& parameters);
 
-// Is there no place for the transcoder that this stream needs?
+// Does this stream need a transcoder for which there is no room?
 bool LacksTranscoder(const std::string& profileValue);
 
 }  // namespace webapi

@@ -18,7 +18,7 @@ constexpr int kOwnerLength = 16;
 constexpr size_t kChunk = 65536;
 using Buffer = std::array<char, kChunk>;
 
-// What the owner of a stream does when it ends: closes it, unless a newer request plays it now.
+// Closes the stream when its owner ends, unless a newer request plays it now.
 void CloseIfMine(const std::string& streamId, const std::string& owner,
                  void (*close)(const std::string&)) {
   auto ticket = HeldTicket::Take(streamId);
@@ -29,12 +29,12 @@ void CloseIfMine(const std::string& streamId, const std::string& owner,
   ticket->SetOwner("", -1, ticket->StartSeconds());
 }
 
-// Makes this request the one that plays the stream; an older one gives way. Fills in the audio
-// track that the stream was opened for.
+// Makes this request the owner of the stream; an older owner ends. Sets `audioId` to the audio
+// track of the opening.
 bool TakeOver(const BytePlayback& playback, std::string& audioId) {
   const std::string streamId = playback.stream.GetStreamID();
   const std::string owner = libmrv::util::RandomString("", kOwnerLength);
-  // Before the lock is held: a child would hold it too, and longer.
+  // This comes before the lock, because a child would inherit the lock and hold it longer.
   if (!WatchOverMe([&] { CloseIfMine(streamId, owner, playback.close); })) {
     return false;
   }
@@ -48,18 +48,19 @@ bool TakeOver(const BytePlayback& playback, std::string& audioId) {
   return ticket->SetOwner(owner, getpid(), playback.second);
 }
 
-// Starts the transcoder and reads its first bytes into `buffer`; how many, or less than 1.
+// Starts the transcoder and reads its first bytes into `buffer`. Returns their number, or less than
+// 1 on failure.
 int StartTranscoder(const BytePlayback& playback, Buffer& buffer) {
   const pid_t me = getpid();
   const bool started = playback.stream.Transcoding(playback.executable, playback.second);
   if (getpid() != me) {
-    // A launch that failed in the detached process came back here. The connection is not its own.
+    // This is the detached process after a failed launch. It must not use the connection.
     _exit(1);
   }
   return started ? playback.stream.Read(buffer.data(), buffer.size()) : -1;
 }
 
-// Copies the stream to the client until either ends.
+// Copies the stream to the client until one of them ends.
 void Pump(DirectStream& stream, int count, Buffer& buffer) {
   while (count > 0 && orvo::WriteAll(STDOUT_FILENO, {buffer.data(), static_cast<size_t>(count)})) {
     count = stream.Read(buffer.data(), buffer.size());
@@ -71,8 +72,8 @@ void Pump(DirectStream& stream, int count, Buffer& buffer) {
 Answer PlayBytes(const BytePlayback& playback) {
   Buffer buffer{};
   int count = -1;
-  // Of two requests at the same instant the older may reach the register first. It has lost the
-  // stream by then, and its transcoder goes when the newer one tries again.
+  // Of two requests at the same time, the older may enter the register first. It has already lost
+  // the stream, and its transcoder ends when the newer request tries again.
   for (int attempt = 0; count < 1 && attempt < 2; ++attempt) {
     std::string audioId;
     if (!TakeOver(playback, audioId)) {
@@ -84,7 +85,7 @@ Answer PlayBytes(const BytePlayback& playback) {
     count = StartTranscoder(playback, buffer);
   }
   if (count < 1) {
-    return Answer::Failure(kInternal, "The transcoder ended without a picture.");
+    return Answer::Failure(kInternal, "The transcoder produced no picture.");
   }
   orvo::WriteAll(STDOUT_FILENO, playback.headers + "\r\n");
   Pump(playback.stream, count, buffer);
@@ -97,7 +98,7 @@ std::optional<int> StartSecond(const Request& request, unsigned duration, Answer
   }
   const auto start = request.Number("start", duration);
   if (!start) {
-    refusal = Answer::Failure(kBadRequest, "The start must be a whole second of the film.");
+    refusal = Answer::Failure(kBadRequest, "The start must be a whole second within the film.");
     return std::nullopt;
   }
   return static_cast<int>(*start);

@@ -1,4 +1,4 @@
-// What the kinds of streams that are one endless response have in common.
+// Common code for the kinds of streams that are one long response.
 #pragma once
 
 #include <optional>
@@ -12,30 +12,30 @@
 
 namespace webapi {
 
-// How one request plays such a stream.
+// The parameters with which one request plays such a stream.
 struct BytePlayback {
   LibOrvoQMX::DirectStream& stream;
   std::string executable;  // the transcoder
-  int second = 0;          // of the film, where to begin
-  std::string headers;     // of the answer, when there is something to send
-  // Ends the transcoder of the request before. The stream's directory stays.
+  int second = 0;          // the second of the film to begin at
+  std::string headers;     // the headers of a successful answer
+  // Ends the previous request's transcoder. The stream's directory stays.
   void (*stop)(const std::string& streamId);
   void (*close)(const std::string& streamId);
 };
 
-// Sends the film until it or the client ends; answers only where there is nothing to send. A
-// request for the same stream that plays already gives way. The stream is closed when this request
-// ends, however it ends; its ticket stays.
+// Sends the film until it or the client ends. The returned answer is for the case that there is
+// nothing to send. An older request that plays the same stream ends. When this request ends, for
+// any reason, the stream is closed; its ticket stays.
 Answer PlayBytes(const BytePlayback& playback);
 
-// The second of the film that "start" names; 0 without it. Nothing, and a refusal, for what is no
-// second of the film.
+// The second of the film in "start"; 0 if it is absent. If it is not a second of the film, returns
+// nothing and sets the refusal.
 std::optional<int> StartSecond(const Request& request, unsigned duration, Answer& refusal);
 
 // The profile that the stream was opened with.
 Profile ProfileOf(const Ticket& ticket);
 
-// The head of such an answer, up to and without its end. `status`: with its word.
+// The headers of such an answer, without the final empty line. `status` includes its text.
 std::string ByteHeaders(const std::string& status, const std::string& contentType);
 
 }  // namespace webapi

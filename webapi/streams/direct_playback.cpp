@@ -19,7 +19,7 @@ StreamDirectory DirectoryOf(const std::string& streamId) {
   return StreamDirectory(kDirectKind, streamId);
 }
 
-// What is said of where a viewer is. It only informs: a full disk is no failure.
+// Stores the viewer's position. The status shows it, so a full disk is not a failure.
 void RememberPosition(const Request& request, const std::string& streamId) {
   if (request.Method() != "HEAD") {
     DirectoryOf(streamId).AskForByte(request.RangeStart().value_or(0));

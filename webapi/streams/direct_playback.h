@@ -1,4 +1,4 @@
-// Playing a film's file as it lies on the disk.
+// Plays a film's file without conversion.
 #pragma once
 
 #include <string>
@@ -10,24 +10,25 @@
 
 namespace webapi {
 
-// What tickets call this kind. The library knows none of it: there is nothing to transcode.
+// The name of this kind in tickets. The library does not know it, because there is nothing to
+// transcode.
 inline constexpr char kDirectKind[] = "DIRECT";
 // The profile of such a stream.
 inline constexpr char kDirectProfile[] = "direct";
 
-// Makes the directory and the record of such a stream: `streamId`, or a new one for "". Its id; ""
-// when there is no room for them.
+// Makes the directory and the record of such a stream, with the id `streamId` or, for "", a new
+// one. Returns the id; "" if there is no space.
 std::string InitDirect(const LibOrvoQMX::VideoMetaData& film, const std::string& streamId);
 
-// Adds to the answer of an opening the media type and the file's size.
+// Adds the media type and the file's size to the answer of an opening.
 Answer PrepareDirect(const Ticket& ticket, Json::Value& data);
 
-// Sends the file, or the bytes of it that the request asks for.
+// Sends the file, or the requested bytes of it.
 Answer PlayDirect(const Request& request, const Ticket& ticket);
 
 void CloseDirect(const std::string& streamId);
 
-// The second of the film that the newest request began at, about: by its byte.
+// The approximate second of the film at which the newest request began, calculated from its byte.
 double DirectPosition(const Ticket& ticket);
 
 }  // namespace webapi

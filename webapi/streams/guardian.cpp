@@ -13,7 +13,7 @@ bool WatchOverMe(const std::function<void()>& afterwards) {
   if (!me) {
     return false;
   }
-  // Neither the terminal's signals nor those that end the request may reach it.
+  // The terminal's signals and those that end the request must not reach the guardian.
   orvo::LaunchOptions options;
   options.detached = true;
   options.group = orvo::ProcessGroup::kSession;

@@ -1,4 +1,4 @@
-// The process that cleans up behind a request, however that request ends.
+// The process that cleans up after a request, however the request ends.
 #pragma once
 
 #include <functional>
@@ -6,8 +6,8 @@
 namespace webapi {
 
 // Starts a detached process that waits for the end of the calling process and then runs
-// `afterwards`. A request that is killed with its client, or killed outright, so leaves nothing
-// behind. False when it could not be started.
+// `afterwards`. A request that is killed therefore leaves nothing behind. Returns false if the
+// process cannot be started.
 bool WatchOverMe(const std::function<void()>& afterwards);
 
 }  // namespace webapi

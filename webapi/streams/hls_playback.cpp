@@ -17,11 +17,12 @@ constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
 
-// The request program, with a name behind it for players that judge a segment by its ending.
+// The address of the request program, with a file name for players that judge a segment by its
+// ending.
 constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
 constexpr char kSubtitleAddress[] = "/webapi/entry.cgi/subtitle.vtt";
 
-// What the subtitles' addresses consist of; without "subtitle_id" for a stream without subtitles.
+// The parameters of the subtitles' addresses; without "subtitle_id" if the stream has no subtitles.
 Json::Value SubtitleOptions(const Ticket& ticket) {
   Json::Value options(Json::objectValue);
   const std::string subtitleId = ticket.Parameter("subtitle_id");

@@ -1,4 +1,4 @@
-// Playing an HTTP Live Streaming presentation.
+// Plays an HTTP Live Streaming presentation.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@
 
 namespace webapi {
 
-// Writes the playlists of a stream that was just opened. A failure leaves no directory.
+// Writes the playlists of a newly opened stream. A failure leaves no directory.
 Answer PrepareHls(const Ticket& ticket, Json::Value& data);
 
-// Sends a playlist, or the segment "fragment_id" when it is complete.
+// Sends a playlist, or the segment "fragment_id" as soon as it is complete.
 Answer PlayHls(const Request& request, const Ticket& ticket);
 
 void CloseHls(const std::string& streamId);

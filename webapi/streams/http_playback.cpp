@@ -27,7 +27,7 @@ using LibOrvoQMX::StreamDirectory;
 constexpr char kKind[] = "HTTP";
 constexpr int kPatienceMilliseconds = 1000;
 
-// Ends the transcoder of the request before; the stream's directory stays.
+// Ends the previous request's transcoder. The stream's directory stays.
 void StopTranscoder(const std::string& streamId) {
   const StreamDirectory directory(kKind, streamId);
   const pid_t pid = directory.Monitor().value_or(-1);
@@ -38,16 +38,16 @@ void StopTranscoder(const std::string& streamId) {
   }
 }
 
-// Which part of the film a request is for.
+// The part of the film that a request is for.
 struct Part {
-  int second = 0;          // where the film begins
-  int64_t offset = 0;      // the byte of the announced resource that this second stands for
-  int64_t size = 0;        // the size that is announced; 0 for none
-  bool isPartial = false;  // the answer to a byte range
+  int second = 0;          // the second of the film to begin at
+  int64_t offset = 0;      // the byte of the announced resource for this second
+  int64_t size = 0;        // the announced size; 0 for none
+  bool isPartial = false;  // the request has a byte range
 };
 
-// Clients that take "bytes 0-99/*", a range of something of unknown size, for what it is. Others
-// read it as an empty resource.
+// Clients that understand "bytes 0-99/*", a range of a resource of unknown size. Others read it as
+// an empty resource.
 constexpr std::array kOpenSizeClients = {"Mozilla/", "VLC/"};
 
 bool TakesOpenSize(const Request& request) {
@@ -56,8 +56,8 @@ bool TakesOpenSize(const Request& request) {
                      [&](const char* name) { return client.find(name) != std::string::npos; });
 }
 
-// The whole size is never announced as exact: the real one differs, and browsers would fetch the
-// resource in pieces, each of which would be a new transcoder.
+// The whole size is never announced as exact. The real size differs, and browsers would fetch the
+// resource in pieces, each with a new transcoder.
 std::string HeadersOf(const std::string& contentType, const Part& part) {
   if (!part.isPartial) {
     return ByteHeaders("200 OK", contentType);
@@ -66,8 +66,8 @@ std::string HeadersOf(const std::string& contentType, const Part& part) {
          std::to_string(part.offset) + "-" + std::to_string(part.size - 1) + "/*\r\n";
 }
 
-// The part that a request asks for: from its start, if any, and from there the second that its byte
-// range stands for.
+// The requested part: it begins at "start", if present, and the byte range is then converted to a
+// second from there.
 std::optional<Part> FindPart(const Request& request, HttpStream& stream, unsigned duration,
                              Answer& refusal) {
   const auto start = StartSecond(request, duration, refusal);
@@ -123,7 +123,7 @@ void CloseHttp(const std::string& streamId) {
   const auto transcoder =
       orvo::Process::Open(StreamDirectory(kKind, streamId).Monitor().value_or(-1));
   stream.Close();
-  // A busy encoder finishes its picture before it looks at a signal. On a slow machine that is
+  // A busy encoder finishes its picture before it handles a signal. On a slow machine this takes
   // long.
   if (!transcoder.HasEndedWithin(kPatienceMilliseconds)) {
     transcoder.Signal(SIGKILL);

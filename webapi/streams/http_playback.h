@@ -1,4 +1,4 @@
-// Playing a progressive stream.
+// Plays a progressive stream.
 #pragma once
 
 #include <string>
@@ -9,12 +9,11 @@
 
 namespace webapi {
 
-// Adds to the answer of an opening what players may want to know: the media type and the predicted
-// size.
+// Adds the media type and the predicted size to the answer of an opening.
 Answer PrepareHttp(const Ticket& ticket, Json::Value& data);
 
-// Sends the film from where the request wants it; answers only where there is nothing to send. The
-// stream is closed when the request ends, however it ends; its ticket stays.
+// Sends the film from the requested place. The returned answer is for the case that there is
+// nothing to send. When the request ends, for any reason, the stream is closed; its ticket stays.
 Answer PlayHttp(const Request& request, const Ticket& ticket);
 
 void CloseHttp(const std::string& streamId);

@@ -1,4 +1,4 @@
-// The streams that were opened and closed last, for whoever looks after the system.
+// The last opened and closed streams, for the operator.
 #pragma once
 
 #include <json/value.h>
@@ -7,14 +7,15 @@
 
 namespace webapi {
 
-// What happened to a stream.
+// The events of a stream.
 inline constexpr char kOpened[] = "opened";
 inline constexpr char kClosed[] = "closed";
 
-// Remembers it, and forgets the oldest of more than fifty. Failing is no harm.
+// Stores an event, and removes the oldest of more than fifty. Ignores failures.
 void RememberStream(const Ticket& ticket, const char* event);
 
-// The newest first: "event", "path", "account", "kind", "time" (seconds since 1970).
+// The stored events, the newest first: "event", "path", "account", "kind", "time" (seconds since
+// 1970).
 Json::Value RecentStreams();
 
 }  // namespace webapi

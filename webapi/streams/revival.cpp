@@ -9,7 +9,7 @@
 namespace webapi {
 namespace {
 
-// The library makes room for what its transcoders write.
+// The library makes the directories for its transcoders' output.
 bool MakeDirectory(const Ticket& ticket) {
   const Json::Value& profile = ticket.Record()["profile_key"];
   return ticket.Kind() == kDirectKind

@@ -1,11 +1,11 @@
-// Streams whose directory has gone, while their ticket lives on.
+// Restores streams that still have a ticket but no directory.
 #pragma once
 
 #include "webapi/access/ticket.h"
 
 namespace webapi {
 
-// Makes a stream's directory and record where they are missing. False when there is no room.
+// Makes a stream's directory and record if they are missing. Returns false if there is no space.
 bool ReviveDirectory(const Ticket& ticket);
 
 }  // namespace webapi

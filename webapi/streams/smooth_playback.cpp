@@ -17,10 +17,11 @@ using LibOrvoQMX::SmoothStream;
 using orvo::FragmentId;
 
 constexpr char kManifestType[] = "application/vnd.ms-sstr+xml";
-// Next to the manifest's own address: players put it behind that up to the last slash.
+// A relative address: players replace the part of the manifest's address after the last slash by
+// it.
 constexpr char kFragmentAddress[] = "fragment.mp4";
 
-// The bit rates that the stream's manifest names.
+// The bit rates in the stream's manifest.
 bool FindRates(const SmoothStream& stream, const std::string& profile, std::string& video,
                std::string& audio) {
   std::string width;
@@ -32,7 +33,7 @@ bool FindRates(const SmoothStream& stream, const std::string& profile, std::stri
              : stream.ParseTransParameter(width, height, video, audio, sampling, privateData);
 }
 
-// An id with a rate of the manifest; nothing else.
+// Reads an id whose bit rate is in the manifest. Returns nothing for any other text.
 std::optional<FragmentId> ParseFragment(const std::string& text, const std::string& videoRate,
                                         const std::string& audioRate) {
   const auto id = FragmentId::Parse(text);
@@ -48,7 +49,7 @@ Answer SendFragment(const Request& request, const Ticket& ticket, SmoothStream& 
   }
   const auto fragment = ParseFragment(request.Text("fragment_id"), videoRate, audioRate);
   if (!fragment) {
-    return Answer::Failure(kBadRequest, "The fragment_id must be one that the manifest names.");
+    return Answer::Failure(kBadRequest, "The fragment_id must be in the manifest.");
   }
   if (fragment->start % orvo::kTicksPerFragment != 0 ||
       fragment->start >= int64_t{ticket.Duration()} * orvo::kTicksPerSecond) {

@@ -1,4 +1,4 @@
-// Playing a Smooth Streaming presentation.
+// Plays a Smooth Streaming presentation.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@
 
 namespace webapi {
 
-// Writes the manifest of a stream that was just opened. A failure leaves no directory.
+// Writes the manifest of a newly opened stream. A failure leaves no directory.
 Answer PrepareSmooth(const Ticket& ticket, Json::Value& data);
 
-// Sends the manifest, or the fragment "fragment_id" when it is complete.
+// Sends the manifest, or the fragment "fragment_id" as soon as it is complete.
 Answer PlaySmooth(const Request& request, const Ticket& ticket);
 
 void CloseSmooth(const std::string& streamId);

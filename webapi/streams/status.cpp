@@ -35,14 +35,14 @@ using LibMirevo::TransLoading;
 using libmrv::util::PlatformUtils;
 using LibOrvoQMX::HttpLiveStream;
 
-// The file in memory into which a transcoder writes its progress.
+// The memory file into which a transcoder writes its progress.
 constexpr char kProgressFile[] = "/memfd:orvo-progress";
 constexpr std::streamoff kProgressTail = 1024;
 
-// A stream whose last request is younger than this is being watched, in seconds.
+// A stream counts as watched if its last request is at most this old, in seconds.
 constexpr time_t kIdle = 30;
 
-// The first child of a process; -1 without any.
+// The first child of a process; -1 if it has none.
 pid_t ChildOf(pid_t pid) {
   const std::string name = std::to_string(pid);
   std::ifstream children("/proc/" + name + "/task/" + name + "/children");
@@ -63,8 +63,8 @@ std::string FindProgress(pid_t pid) {
   return "";
 }
 
-// The newest value behind `key` ("\nname=") in the progress text, a list of name=value lines; ""
-// without one.
+// The newest value of `key` ("\nname=") in the progress text, a list of name=value lines; "" if
+// there is none.
 std::string Newest(const std::string& progress, const std::string& key) {
   const auto found = progress.rfind(key);
   if (found == std::string::npos) {
@@ -74,14 +74,14 @@ std::string Newest(const std::string& progress, const std::string& key) {
   return progress.substr(value, progress.find('\n', value) - value);
 }
 
-// The number that a value begins with; 0 where it begins with none ("N/A").
+// The number at the beginning of a value; 0 if there is none ("N/A").
 double NumberOf(std::string_view value) {
   return TakeDecimal(value).value_or(0);
 }
 
-// Adds how fast the transcoder works (1 is the film's own speed) and where in the film it is.
+// Adds the transcoder's speed (1 is the film's own speed) and its position in the film.
 void AddProgress(pid_t pid, Json::Value& transcoder) {
-  // A transcoder that cuts segments has FFmpeg as a child of its own.
+  // A transcoder that cuts segments has FFmpeg as its child.
   const std::string own = FindProgress(pid);
   std::ifstream file(own.empty() ? FindProgress(ChildOf(pid)) : own,
                      std::ios::binary | std::ios::ate);
@@ -98,26 +98,25 @@ void AddProgress(pid_t pid, Json::Value& transcoder) {
   transcoder["position"] = NumberOf(Newest(progress, "\nout_time_us=")) / 1e6;
 }
 
-// The stream's transcoder; -1 when none runs. That of a progressive stream is its monitor, that of
-// another kind a child of it.
+// The pid of the stream's transcoder; -1 if none runs. In a progressive stream it is the recorded
+// monitor; in other kinds it is the monitor's child.
 pid_t TranscoderOf(const Ticket& ticket) {
   const pid_t monitor = ticket.Directory().Monitor().value_or(-1);
   return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
 }
 
-// How long a process and its first child have been computing, and for how long they are there; in
-// seconds.
+// The processor time and the age of a process and its first child, in seconds.
 struct Effort {
   double cpu = 0;
   double age = 0;
 };
 
-// One process alone; zeros where it is gone.
+// The values of a single process; zeros if it has ended.
 Effort EffortOf(pid_t pid) {
   std::string line;
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   std::getline(file, line);
-  // The fields after the name, which may hold anything; the first of them is number 3.
+  // The fields after the name, which may contain any text. The first of them is number 3.
   std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
   std::vector<std::string> words{std::istream_iterator<std::string>(fields), {}};
   constexpr size_t kUser = 14 - 3;
@@ -133,7 +132,7 @@ Effort EffortOf(pid_t pid) {
   return {seconds(kUser) + seconds(kSystem), static_cast<double>(now.tv_sec) - seconds(kStart)};
 }
 
-// As `ps` says it: over the process's life.
+// Adds the processor load over the process's life, like `ps`.
 void AddEffort(pid_t pid, Json::Value& transcoder) {
   const Effort own = EffortOf(pid);
   const double cpu = own.cpu + EffortOf(ChildOf(pid)).cpu;
@@ -141,12 +140,12 @@ void AddEffort(pid_t pid, Json::Value& transcoder) {
   transcoder["cpu_percent"] = cpu * 100 / std::max(own.age, 1.0);
 }
 
-// The piece that was asked for last; the first before any was.
+// The number of the last requested piece; 0 before the first request.
 int64_t LastPiece(const Ticket& ticket) {
   return std::max<int64_t>(ticket.Directory().LastAskedFor(), 0);
 }
 
-// The second of the film that the viewer is at, about.
+// The viewer's approximate position in seconds.
 double PositionOf(const Ticket& ticket) {
   if (ticket.Kind() == kDirectKind) {
     return DirectPosition(ticket);
@@ -181,7 +180,7 @@ Json::Value DescribeStream(const Ticket& ticket) {
   return stream;
 }
 
-// A running transcoder, without saying whose it is.
+// Describes a running transcoder without its stream's owner.
 Json::Value DescribeWork(pid_t pid) {
   Json::Value transcoder(Json::objectValue);
   transcoder["pid"] = pid;

@@ -1,4 +1,4 @@
-// What the machine is doing.
+// The state of the machine and its streams.
 #pragma once
 
 #include "webapi/http/answer.h"
@@ -10,8 +10,8 @@ namespace webapi {
 // and the platform.
 Answer DescribeStatus();
 
-// One stream as the page shows it beside the film: what happens to it and why, and the transcoder
-// that runs for it, null without one.
+// The state of one stream for the page: how it is played and why, and its running transcoder, or
+// null.
 Answer DescribeStreamState(const Request& request);
 
 }  // namespace webapi

@@ -41,10 +41,10 @@ constexpr time_t kTicketSeconds = 24 * 3600;
 
 // The kinds of streams that this server offers.
 struct StreamKind {
-  const char* format;  // what the API calls it
-  const char* kind;    // what the library calls it
-  const char* name;    // behind the request program in an address, for players that look at it
-  // Makes ready what was opened; adds to the answer what only this kind has to say.
+  const char* format;  // its name in the API
+  const char* kind;    // its name in the library
+  const char* name;    // the file name in an address, for players that look at it
+  // Prepares an opened stream, and adds the data of this kind to the answer.
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
@@ -57,7 +57,7 @@ constexpr std::array kStreamKinds = {
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
 };
 
-// Parameters of an opening that every later request of the stream needs.
+// Parameters of an opening that later requests of the stream need.
 constexpr std::array kKeptParameters = {"audio_id", "audio_format", "subtitle_id",
                                         "subtitle_codepage", "force_open_qmx"};
 
@@ -87,7 +87,7 @@ std::string AddressOf(const Request& request, const StreamKind& kind, const Tick
          "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
 }
 
-// The profile to choose for a request that names none.
+// The profile for a request that names none.
 std::optional<JudgedProfile> UsualProfile(const std::string& format, const VideoMetaData& film,
                                           Answer& refusal) {
   const std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
@@ -105,7 +105,7 @@ std::optional<JudgedProfile> NamedProfile(const std::string& key, const std::str
   const auto found = std::find_if(profiles.begin(), profiles.end(),
                                   [&](const Profile& profile) { return profile.key == key; });
   if (found == profiles.end()) {
-    refusal = Answer::Failure(kBadRequest, "There is no profile of this name.");
+    refusal = Answer::Failure(kBadRequest, "There is no profile with this name.");
     return std::nullopt;
   }
   const Verdict verdict = Judge(*found, film);
@@ -116,19 +116,19 @@ std::optional<JudgedProfile> NamedProfile(const std::string& key, const std::str
   return JudgedProfile{*found, verdict};
 }
 
-// What a stream will be, and why.
+// The way a stream will be played, and the reason.
 struct Rendition {
   Profile profile;
   std::string method;
   std::string why;
-  std::string contentType;  // where it is the film's
+  std::string contentType;  // set if it is the film's own type
 };
 
 std::optional<Rendition> DirectRendition(const Request& request, const VideoMetaData& film,
                                          Answer& refusal) {
   const std::string key = request.Text("profile");
   if (!key.empty() && key != kDirectProfile) {
-    refusal = Answer::Failure(kBadRequest, "There is no profile of this name.");
+    refusal = Answer::Failure(kBadRequest, "There is no profile with this name.");
     return std::nullopt;
   }
   const DirectVerdict verdict =
@@ -174,13 +174,13 @@ bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
   return needsPlace && !LibMirevo::TransLoading().TransEnable(traits.hardware);
 }
 
-// The stream that a request wants to join.
+// The stream that a request joins.
 struct Joined {
   std::string streamId;  // "" for a new one
   std::optional<Ticket> ticket;
 };
 
-// Nothing, with the answer in `refusal`, where it may not.
+// If the request may not join it, returns nothing and sets `refusal` to the answer.
 std::optional<Joined> JoinedStream(const Request& request, const std::string& path,
                                    Answer& refusal) {
   if (!request.Has("stream_id")) {
@@ -195,7 +195,7 @@ std::optional<Joined> JoinedStream(const Request& request, const std::string& pa
   return isGood ? std::optional(std::move(joined)) : std::nullopt;
 }
 
-// Whose the stream is. One that is joined stays whose it was, and its addresses stay good.
+// Adds the owner of the stream. A joined stream keeps its owner and its addresses.
 void AddOwnership(const Request& request, const Joined& joined, Json::Value& parameters) {
   const Caller& caller = request.MadeBy();
   if (caller.account.empty()) {
@@ -224,8 +224,8 @@ Json::Value ParametersToKeep(const Request& request, const Rendition& rendition)
   return parameters;
 }
 
-// Makes the directory and the record of a stream, `streamId` or a new one. Its id, or a word for
-// the client.
+// Makes the directory and the record of a stream, with the id `streamId` or a new one. Returns the
+// id, or an error word for the client.
 std::string Init(const Request& request, const StreamKind& kind, const VideoMetaData& film,
                  const Rendition& rendition, const std::string& streamId) {
   if (rendition.method == kDirectProfile) {
@@ -245,7 +245,7 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   return QMXStream::QMX_Init(argument);
 }
 
-// Opens the stream of a film that has been found fit for it.
+// Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
             const Rendition& rendition, const Joined& joined) {
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
@@ -275,7 +275,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   return Answer::Success(data);
 }
 
-// Nobody plays it, and nobody has for a while.
+// Has no request played the stream for a while?
 bool IsAbandoned(const Ticket& ticket, time_t now) {
   return !PlatProcAlive(ticket.OwnerPid()) && now - ticket.LastUse() > kAbandonedSeconds;
 }
@@ -321,9 +321,9 @@ Answer OpenStream(const Request& request) {
   }
   if (!IsUtf8(*path)) {
     return Answer::Failure(kBadRequest,
-                           "The name of this film is not written in UTF-8. Rename it to play it.");
+                           "The name of this film is not valid UTF-8. Rename the file to play it.");
   }
-  // The film is judged before anything is made for it, so that a refusal leaves nothing behind.
+  // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
   if (!film.LoadFile(*path)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
@@ -333,7 +333,7 @@ Answer OpenStream(const Request& request) {
     return refusal;
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
-    return Answer::Failure(kBadRequest, "The film has no audio track of this id.");
+    return Answer::Failure(kBadRequest, "The film has no audio track with this id.");
   }
   if (!IsSoundWish(request)) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
@@ -383,7 +383,7 @@ Answer ReviveStream(const Ticket& ticket) {
   if (ticket.HasDirectory() || kind == nullptr) {
     return Answer::Sent();
   }
-  // Of several requests one makes it, and the others find it made.
+  // One of several requests makes the directory; the others find it.
   const auto held = HeldTicket::Take(ticket.StreamId());
   if (!held) {
     return Answer::Failure(kNotFound, kStreamClosed);

@@ -1,4 +1,4 @@
-// Opening, playing and closing streams.
+// Opens, plays and closes streams.
 #pragma once
 
 #include <optional>
@@ -10,25 +10,25 @@
 
 namespace webapi {
 
-// The stream id that a request names, in the newer or the older spelling ("stream_id", "id"); "",
-// with the answer in `refusal`, when there is none of its form.
+// The request's stream id, in the newer or the older spelling ("stream_id", "id"). If there is no
+// valid id, returns "" and sets `refusal` to the answer.
 std::string StreamIdOf(const Request& request, Answer& refusal);
 
-// The open stream that a request names by "format" and id, if its caller may use it. Nothing, with
-// the answer in `refusal`, otherwise.
+// The open stream that a request names by "format" and id. If there is none or its caller may not
+// use it, returns nothing and sets `refusal` to the answer.
 std::optional<Ticket> FindStream(const Request& request, Answer& refusal);
 
 Answer OpenStream(const Request& request);
-// Sends the media itself; answers only where there is none to send.
+// Sends the media. The returned answer is for the case that there is nothing to send.
 Answer PlayStream(const Request& request);
 Answer CloseStream(const Request& request);
 
-// Makes anew what an idle time has removed of an open stream, so that a viewer may pause as long as
-// he likes.
+// Restores the parts of an open stream that were removed while it was idle, so a viewer may pause
+// for any time.
 Answer ReviveStream(const Ticket& ticket);
 
-// Removes streams that were opened and left: without a viewer and untouched for a quarter of an
-// hour, and tickets untouched for a day.
+// Removes abandoned streams: those without a viewer and without a request for a quarter of an hour.
+// Removes tickets that no request used for a day.
 void SweepStreams();
 
 // Closes every stream, with its ticket.

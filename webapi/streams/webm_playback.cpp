@@ -15,7 +15,7 @@ using LibOrvoQMX::WebMStream;
 
 constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 
-// Ends the monitor of the request before, and with it the transcoder: its place is free then.
+// Ends the previous request's monitor and its transcoder, which frees the room in the register.
 void StopMonitor(const std::string& streamId) {
   WebMStream(streamId).SaveMonitorPid(0, true);
 }
@@ -45,7 +45,7 @@ Answer PlayWebm(const Request& request, const Ticket& ticket) {
 
 void CloseWebm(const std::string& streamId) {
   WebMStream stream(streamId);
-  // Waits for the transcoder's end, so that none is left when the answer is given.
+  // Waits for the transcoder's end, so none is left when the answer is sent.
   stream.SaveMonitorPid(0, true);
   stream.Close();
 }

@@ -1,4 +1,4 @@
-// Playing a live WebM stream.
+// Plays a live WebM stream.
 #pragma once
 
 #include <string>
@@ -12,8 +12,8 @@ namespace webapi {
 // Adds the media type to the answer of an opening.
 Answer PrepareWebm(const Ticket& ticket, Json::Value& data);
 
-// Sends the film from the second "start" on; answers only where there is nothing to send. The
-// stream is closed when the request ends, however it ends; its ticket stays.
+// Sends the film from the second "start" on. The returned answer is for the case that there is
+// nothing to send. When the request ends, for any reason, the stream is closed; its ticket stays.
 Answer PlayWebm(const Request& request, const Ticket& ticket);
 
 void CloseWebm(const std::string& streamId);

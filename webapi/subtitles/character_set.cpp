@@ -18,23 +18,23 @@ namespace {
 constexpr char kReplacement[] = "\xef\xbf\xbd";
 constexpr char kDetector[] = "libuchardet.so.0";
 constexpr size_t kLongestName = 40;
-// Enough to tell a language by, and a guess takes time in proportion.
+// This much text is enough to detect a language. The detection time grows with the text.
 constexpr size_t kSample = 256 * 1024;
-// What western texts are written in when nothing else is known.
+// The character set of western texts if nothing else is known.
 constexpr char kUsualSet[] = "WINDOWS-1252";
 
 struct Mark {
   std::string_view bytes;
   const char* set;
 };
-// UTF-16's mark begins UTF-32's, which comes first therefore.
+// The mark of UTF-32 begins with that of UTF-16, so it comes first.
 constexpr std::array kMarks = {
     Mark{{"\xff\xfe\0\0", 4}, "UTF-32LE"}, Mark{{"\0\0\xfe\xff", 4}, "UTF-32BE"},
     Mark{"\xef\xbb\xbf", "UTF-8"},         Mark{"\xff\xfe", "UTF-16LE"},
     Mark{"\xfe\xff", "UTF-16BE"},
 };
 
-// Detectors name the standards; files hold the supersets of them that are in use.
+// Detectors name the standard sets, but files use supersets of them.
 struct Superset {
   std::string_view standard;
   const char* inUse;
@@ -64,7 +64,8 @@ class Converter {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how iconv_open says no.
   bool IsOpen() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
 
-  // Appends the text; what cannot be converted as U+FFFD. How many bytes that were.
+  // Converts and appends the text. Replaces invalid bytes by U+FFFD. Returns the number of bytes
+  // read.
   size_t Append(std::string_view text, std::string& converted) {
     std::array<char, 16384> buffer;
     size_t broken = 0;
@@ -83,7 +84,7 @@ class Converter {
         ++broken;
       }
     }
-    // Some sets hold a character back until they have seen whether an accent follows.
+    // Some sets delay a character until they know whether an accent follows.
     char* out = buffer.data();
     size_t room = buffer.size();
     iconv(handle_, nullptr, nullptr, &out, &room);
@@ -95,14 +96,14 @@ class Converter {
   iconv_t handle_;
 };
 
-// Nothing else looks like UTF-8 by chance.
+// A text in another set is almost never valid UTF-8.
 bool IsUtf8(const std::string& text) {
   std::string ignored;
   Converter converter("UTF-8");
   return converter.IsOpen() && converter.Append(text, ignored) == 0;
 }
 
-// Latin text in UTF-16 has a zero in every other byte, and no other text has any.
+// Latin text in UTF-16 has a zero in every second byte. Other text has no zeros.
 std::string GuessUtf16(std::string_view text) {
   std::array<size_t, 2> zeros{};
   for (size_t i = 0; i < text.size(); ++i) {
@@ -115,7 +116,8 @@ std::string GuessUtf16(std::string_view text) {
   return zeros[0] > few && zeros[1] < zeros[0] / 4 ? "UTF-16BE" : "";
 }
 
-// The library's guess; "" without one. Loaded here, since few requests convert anything.
+// The library's guess; "" if it has none. The library is loaded here because few requests convert
+// text.
 std::string Detect(std::string_view text) {
   static const orvo::LazyLibrary library(kDetector);
   decltype(&uchardet_new) create = nullptr;

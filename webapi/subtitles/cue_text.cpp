@@ -28,8 +28,8 @@ void CueText::Break() {
   breakPending_ = true;
 }
 
-// Tags wait for a character that they apply to, so that none is empty; blanks between differently
-// written words stay outside of them.
+// A tag is written only before a character that it applies to, so no tag is empty. Blanks between
+// words of different styles stay outside the tags.
 void CueText::PutCharacter(char c) {
   CloseUnwanted();
   if (text_.empty()) {

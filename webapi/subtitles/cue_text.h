@@ -1,4 +1,4 @@
-// The text of one WebVTT cue in the making.
+// Builds the text of one WebVTT cue.
 #pragma once
 
 #include <array>
@@ -12,18 +12,18 @@ enum class Style { kBold, kItalic, kUnderline };
 
 class CueText {
  public:
-  // Appends plain text, UTF-8. What WebVTT would read as markup is escaped; control characters are
-  // left out.
+  // Appends plain text in UTF-8. Escapes characters that are markup in WebVTT, and leaves out
+  // control characters.
   void Put(std::string_view text);
-  // Ends the line. An empty line would end the cue, so there is none.
+  // Ends the line. Never writes an empty line, because it would end the cue.
   void Break();
-  // What follows is written so, or no longer so.
+  // Switches a style on or off for the following text.
   void Set(Style style, bool on) { wanted_[static_cast<size_t>(style)] = on; }
   bool Has(Style style) const { return wanted_[static_cast<size_t>(style)]; }
 
-  // How many lines have something to be seen.
+  // The number of lines with visible text.
   int Lines() const { return lines_; }
-  // The payload, every tag closed; "" when there is nothing to be seen. Ends the object's use.
+  // The payload, with every tag closed; "" if nothing is visible. Call it last.
   std::string Finish();
 
  private:

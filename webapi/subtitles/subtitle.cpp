@@ -27,7 +27,7 @@ struct Span {
   int64_t end = std::numeric_limits<int64_t>::max();
 };
 
-// Reads a time that may be absent into `milliseconds`. False when it is no whole second.
+// Reads an optional time into `milliseconds`. Returns false if it is not a whole second.
 bool ReadTime(const Request& request, const char* name, int64_t& milliseconds) {
   if (!request.Has(name)) {
     return true;
@@ -44,14 +44,15 @@ std::optional<Span> SpanOf(const Request& request) {
   return isRead && span.start <= span.end ? std::optional(span) : std::nullopt;
 }
 
-// What a request needs of the stream, so that the ticket need not be held while a film is read.
+// The data of the stream that a request needs. It is copied, so the ticket is not held while a film
+// is read.
 struct Stream {
   Json::Value film;
   std::string folder;
 };
 
-// A film lasts up to a second longer than its duration says in whole ones, and the last span of a
-// playlist ends with those.
+// The duration is in whole seconds, so a film lasts up to a second longer. A playlist's last span
+// ends at the whole second.
 bool ReachesTheEnd(const Span& span, const Json::Value& film) {
   const Json::Value& duration = film["duration"];
   return duration.isUInt() && span.end >= int64_t{duration.asUInt()} * 1000;
@@ -66,18 +67,18 @@ std::optional<Stream> StreamOf(const Request& request, Answer& refusal) {
   if (!MayUse(request.MadeBy(), *ticket, refusal)) {
     return std::nullopt;
   }
-  // The folder keeps the converted track. Without one there is still a film to read.
+  // The folder stores the converted track. Without it, the film can still be read.
   ReviveStream(*ticket);
   ticket->MarkUse();
   return Stream{ticket->Record(), ticket->Folder()};
 }
 
-// A converted track on disk. Another request may convert the same one at the same time: the name
-// appears when all of it is there.
+// A converted track on disk. Several requests may convert the same track at the same time. The file
+// gets its name when it is complete.
 class KeptTrack {
  public:
   KeptTrack(const std::string& folder, const std::string& subtitleId, const std::string& codepage)
-      // A line end stands in no code page's name, so that no two pairs look alike.
+      // No code page's name contains a line end, so two pairs never have the same key.
       : path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt") {}
 
   bool Load(std::string& webVtt) const {
@@ -86,17 +87,17 @@ class KeptTrack {
     return orvo::ReadAll(file, webVtt) && !webVtt.empty();
   }
 
-  // Keeping it only saves time: a full disk and a folder removed meanwhile are no failures.
+  // The stored track only saves time, so a full disk or a removed folder is not a failure.
   void Save(const std::string& webVtt) const { orvo::ReplaceFile(path_, webVtt); }
 
-  // Held while the track is converted. Not held where there is no folder to keep it in.
+  // The lock for the conversion of the track. Not held if there is no folder for it.
   orvo::FileLock Lock() const { return orvo::FileLock::Wait(path_ + ".lock"); }
 
  private:
   std::string path_;
 };
 
-// The whole track, kept or new. False with a refusal.
+// The whole track, stored or newly converted. Returns false and sets the refusal on failure.
 bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::string& codepage,
               std::string& webVtt, Answer& refusal) {
   const KeptTrack kept(stream.folder, subtitleId, codepage);
@@ -156,7 +157,8 @@ Answer GetSubtitle(const Request& request) {
   if (ReachesTheEnd(*span, stream->film)) {
     span->end = Span().end;
   }
-  // Written anew even when it is all of it: anyone may have damaged what was kept.
+  // The track is parsed and written again even if all of it is sent, because the stored file may be
+  // damaged.
   return Send(WriteWebVtt(Slice(ParseWebVtt(webVtt), span->start, span->end)),
               request.Method() == "HEAD");
 }

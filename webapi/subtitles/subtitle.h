@@ -6,8 +6,9 @@
 
 namespace webapi {
 
-// Sends the part of a subtitle that a time span of the film shows, or all of it; answers only where
-// there is none to send. The converted track is kept in the stream's directory.
+// Sends the part of a subtitle in a time span of the film, or the whole subtitle. The returned
+// answer is for the case that there is nothing to send. Stores the converted track in the stream's
+// directory.
 Answer GetSubtitle(const Request& request);
 
 }  // namespace webapi

@@ -16,12 +16,12 @@ namespace {
 constexpr HtmlRules kSrtRules = {.keepUnknown = true, .collapseSpace = false};
 constexpr HtmlRules kSamiRules = {.keepUnknown = false, .collapseSpace = true};
 
-// The picture that scripts without a size mean.
+// The picture size of scripts that do not name one.
 constexpr int kUsualWidth = 384;
 constexpr int kUsualHeight = 288;
 constexpr int kLargestSize = 100000;
 
-// How long the last text of a SAMI file stays, which nothing ends.
+// The duration of the last text of a SAMI file, which has no end time.
 constexpr int64_t kLastCueMilliseconds = 5000;
 
 std::string_view Trimmed(std::string_view text) {
@@ -76,8 +76,8 @@ class Columns {
     }
   }
 
-  // A row's value for a column; the last column takes all that is left, commas included. "" when
-  // there is none.
+  // A row's value in a column; "" if there is none. The last column has the rest of the row, with
+  // its commas.
   std::string_view Value(std::string_view row, std::string_view name) const {
     for (size_t i = 0; i < names_.size(); ++i) {
       const bool isLast = i + 1 == names_.size();
@@ -211,7 +211,7 @@ class ScriptReader {
 
 // --- SAMI
 
-// Where `word` stands next in `text`, in letters of either case.
+// The next position of `word` in `text`, ignoring case.
 size_t FindWord(std::string_view text, std::string_view word, size_t from) {
   const auto same = [](unsigned char left, unsigned char right) {
     return std::tolower(left) == std::tolower(right);
@@ -221,7 +221,7 @@ size_t FindWord(std::string_view text, std::string_view word, size_t from) {
   return found == text.end() ? std::string_view::npos : static_cast<size_t>(found - text.begin());
 }
 
-// The value of a tag's attribute, with its quotes taken off; "" when there is none.
+// The value of a tag's attribute without its quotes; "" if there is none.
 std::string_view Attribute(std::string_view tag, std::string_view name) {
   const size_t found = FindWord(tag, name, 0);
   if (found == std::string_view::npos) {
@@ -236,7 +236,7 @@ std::string_view Attribute(std::string_view tag, std::string_view name) {
   return value.substr(0, value.find_first_of("\"' \t\r\n<>"));
 }
 
-// Cuts `text` before every occurrence of `word`; what stands before the first is left out.
+// Splits `text` before each occurrence of `word`. Leaves out the text before the first.
 std::vector<std::string_view> SplitBefore(std::string_view text, std::string_view word) {
   std::vector<std::string_view> parts;
   size_t start = FindWord(text, word, 0);
@@ -283,7 +283,7 @@ class SamiReader {
     }
   }
 
-  // A text of nothing but blanks ends the one before.
+  // A text that has only blanks ends the previous text.
   void Add(int64_t time, const std::string& language, std::string_view html) {
     CueText text;
     PutHtml(html, kSamiRules, nullptr, text);
@@ -330,7 +330,7 @@ std::vector<Cue> ParseSrt(std::string_view file) {
       lines.push_back(line);
       continue;
     }
-    // Empty lines may stand in a text; only the number before the next time tells where it ends.
+    // A text may contain empty lines. Only the number before the next time marks its end.
     if (!lines.empty() && IsNumber(Trimmed(lines.back()))) {
       lines.pop_back();
     }

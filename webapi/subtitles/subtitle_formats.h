@@ -1,5 +1,5 @@
-// The subtitle files that lie beside films, read into WebVTT's cues. All texts are UTF-8; damaged
-// parts of a file are passed over, and what is no file of the format at all gives no cues.
+// Reads the subtitle files beside films into WebVTT cues. All texts are UTF-8. Damaged parts of a
+// file are skipped; a file in another format gives no cues.
 #pragma once
 
 #include <string_view>
@@ -14,11 +14,11 @@ std::vector<Cue> ParseSrt(std::string_view file);
 // Scripts of both versions, SSA and ASS.
 std::vector<Cue> ParseScript(std::string_view file);
 
-// Of a file in several languages, the one that comes first.
+// In a file with several languages, the first language is used.
 std::vector<Cue> ParseSami(std::string_view file);
 
-// Reads a file by its format's ending ("srt", "ssa", "ass", "smi"; either case). Nothing for
-// others.
+// Finds the parser for a file ending ("srt", "ssa", "ass", "smi"; in upper or lower case). Null for
+// other endings.
 using SubtitleParser = std::vector<Cue> (*)(std::string_view file);
 SubtitleParser ParserFor(std::string_view ending);
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kNoBreakSpace = "\xc2\xa0";
 
-// A line of text takes about this share of the picture's height in a player.
+// The approximate height of a line of text in a player, as a share of the picture's height.
 constexpr double kLineHeight = 0.06;
 
 char Lower(char c) {
@@ -77,7 +77,7 @@ std::string Utf8(uint32_t code) {
   return {static_cast<char>(0xf0 | (code >> 18)), tail(12), tail(6), tail(0)};
 }
 
-// The character of "#38" or "#x26"; "" for what is none.
+// The character of "#38" or "#x26"; "" for any other text.
 std::string NumericEntity(std::string_view name) {
   name.remove_prefix(1);
   const bool isHex = !name.empty() && Lower(name.front()) == 'x';
@@ -103,7 +103,7 @@ std::string EntityText(std::string_view name) {
   return "";
 }
 
-// Appends the entity, or the bare "&", that `html` begins with. How many bytes that was.
+// Appends the entity, or the single "&", at the beginning of `html`. Returns its number of bytes.
 size_t PutEntity(std::string_view html, CueText& text) {
   const size_t end = html.substr(0, kLongestEntity).find(';');
   if (end != std::string_view::npos) {
@@ -113,7 +113,7 @@ size_t PutEntity(std::string_view html, CueText& text) {
       return end + 1;
     }
   }
-  // The one that writers forget to end.
+  // Authors often forget the ";" of this entity.
   if (BeginsWith(html, "&nbsp")) {
     text.Put(kNoBreakSpace);
     return 5;
@@ -154,7 +154,7 @@ void ApplyTag(std::string_view name, bool closes, CueText& text) {
   }
 }
 
-// Applies the tag that `html` begins with. How many bytes it takes; 0 when it is none.
+// Applies the tag at the beginning of `html`. Returns its number of bytes; 0 if there is no tag.
 size_t TakeTag(std::string_view html, const HtmlRules& rules, CueText& text) {
   if (html.substr(0, 4) == "<!--") {
     const size_t end = html.find("-->");
@@ -178,7 +178,7 @@ size_t TakeTag(std::string_view html, const HtmlRules& rules, CueText& text) {
 
 // --- Overrides
 
-// The number at the front of `text`; nothing when there is none.
+// The number at the beginning of `text`; nothing if there is none.
 std::optional<double> Number(std::string_view text) {
   while (!text.empty() && text.front() == ' ') {
     text.remove_prefix(1);
@@ -188,7 +188,7 @@ std::optional<double> Number(std::string_view text) {
   return parsed.ec == std::errc() && std::isfinite(number) ? std::optional(number) : std::nullopt;
 }
 
-// A whole number in 0..1000 after the tag's name; nothing when there is another text or none.
+// The whole number in 0..1000 after the tag's name; nothing for any other text.
 std::optional<int> NumberAfter(std::string_view tag, std::string_view name) {
   if (tag.substr(0, name.size()) != name) {
     return std::nullopt;
@@ -208,13 +208,13 @@ constexpr std::array kOverrideStyles = {
     OverrideStyle{"i", Style::kItalic, &ScriptStyle::italic},
     OverrideStyle{"u", Style::kUnderline, &ScriptStyle::underline},
 };
-// More between braces than any script has there is text with a brace in it.
+// Longer content between braces is not an override but text with a brace in it.
 constexpr size_t kLongestBraces = 4096;
 
-// Weights are numbers, of which this is the first that looks bold.
+// The lowest font weight that looks bold.
 constexpr int kBoldWeight = 600;
 
-// The point of "pos(x,y)" and of the beginning of "move(x,y,...)".
+// The point in "pos(x,y)", or the first point in "move(x,y,...)".
 std::optional<Placement::Point> PointOf(std::string_view tag, int width, int height) {
   const size_t open = tag.find('(');
   const std::string_view name = tag.substr(0, open);
@@ -230,7 +230,7 @@ std::optional<Placement::Point> PointOf(std::string_view tag, int width, int hei
   return Placement::Point{std::clamp(*x / width, 0.0, 1.0), std::clamp(*y / height, 0.0, 1.0)};
 }
 
-// Where the tag that `block` begins with ends: at the next backslash outside of parentheses.
+// The end of the tag at the beginning of `block`: the next backslash outside parentheses.
 size_t TagEnd(std::string_view block) {
   int depth = 0;
   for (size_t i = 1; i < block.size(); ++i) {
@@ -257,14 +257,15 @@ std::string LineOf(const Placement& placement, int alignment, int lines) {
   if (!placement.point) {
     return row == Row::kTop ? "line:0" : row == Row::kMiddle ? "line:45%" : "";
   }
-  // Players place the first line's upper edge, whatever the text's own anchor is.
+  // Players position the upper edge of the first line, whatever the text's anchor is.
   const double height = lines * kLineHeight;
   const double above = row == Row::kTop ? 0 : row == Row::kMiddle ? height / 2 : height;
   const double top = std::clamp(placement.point->y - above, 0.0, std::max(0.0, 1 - height));
   return "line:" + std::to_string(Percent(top)) + "%";
 }
 
-// Applies the braces that `text` begins with. How many bytes they take; 0 when there are none.
+// Applies the braces at the beginning of the text. Returns their number of bytes; 0 if there are
+// none.
 size_t ApplyBraces(std::string_view script, ScriptOverrides& overrides, CueText& text) {
   if (script.front() != '{') {
     return 0;
@@ -277,7 +278,7 @@ size_t ApplyBraces(std::string_view script, ScriptOverrides& overrides, CueText&
   return end + 1;
 }
 
-// Appends what one of a script's escapes stands for. How many bytes it takes; 0 when it is none.
+// Appends the meaning of a script's escape. Returns its number of bytes; 0 if it is not an escape.
 size_t PutEscape(std::string_view script, CueText& text) {
   if (script.size() < 2 || script.front() != '\\') {
     return 0;
@@ -309,7 +310,7 @@ void PutLineEnd(const HtmlRules& rules, CueText& text) {
   }
 }
 
-// Appends what `html` begins with. How many bytes that was; at least one.
+// Appends the first piece of `html`. Returns its number of bytes, at least one.
 size_t PutPieceOfHtml(std::string_view html, const HtmlRules& rules, ScriptOverrides* overrides,
                       CueText& text) {
   const char first = html.front();
@@ -372,7 +373,7 @@ void ScriptOverrides::ApplyStyle(CueText& text) const {
 }
 
 void ScriptOverrides::Apply(std::string_view block, CueText& text) {
-  // What stands before the first backslash is a remark.
+  // The text before the first backslash is a comment.
   block.remove_prefix(std::min(block.find('\\'), block.size()));
   while (!block.empty()) {
     const size_t end = TagEnd(block);

@@ -1,4 +1,4 @@
-// Markup in the texts of subtitle formats, rewritten for WebVTT.
+// Converts the markup in subtitle texts for WebVTT.
 #pragma once
 
 #include <optional>
@@ -9,23 +9,24 @@
 
 namespace webapi {
 
-// Where a cue stands on the picture.
+// The position of a cue on the picture.
 struct Placement {
   int alignment = 0;  // as on a number pad: 1 bottom left ... 9 top right; 0 for the usual place
   struct Point {
     double x;  // shares of the picture's width and height
     double y;
   };
-  std::optional<Point> point;  // where the edge or middle named by `alignment` stands
+  std::optional<Point> point;  // the position of the edge or middle that `alignment` names
 };
 
-// The cue settings of a placement of so many lines. "" for the usual place, bottom middle.
+// The cue settings for a placement of `lines` lines. "" for the usual place, bottom middle.
 std::string CueSettings(const Placement& placement, int lines);
 
-// The alignment that older scripts number 1-3 (bottom), 5-7 (top), 9-11 (middle); 0 for others.
+// Converts the alignment of older scripts: 1-3 (bottom), 5-7 (top), 9-11 (middle). Returns 0 for
+// others.
 int LegacyAlignment(int number);
 
-// What a script's style gives its texts.
+// The properties of a script's style.
 struct ScriptStyle {
   bool bold = false;
   bool italic = false;
@@ -33,7 +34,7 @@ struct ScriptStyle {
   int alignment = 0;
 };
 
-// Reads the overrides of a script ("{\i1\an8}") as they come.
+// Applies the overrides of a script ("{\i1\an8}") in their order.
 class ScriptOverrides {
  public:
   // Positions are relative to a picture of `width` x `height`.
@@ -41,7 +42,7 @@ class ScriptOverrides {
 
   // Applies the content of one pair of braces.
   void Apply(std::string_view block, CueText& text);
-  // Shapes are drawn now: what follows is their outline, not text.
+  // Is the following text the outline of a shape?
   bool IsDrawing() const { return drawing_; }
   const Placement& Where() const { return placement_; }
 
@@ -56,21 +57,20 @@ class ScriptOverrides {
   Placement placement_;
 };
 
-// How a format uses HTML.
+// The way a format uses HTML.
 struct HtmlRules {
   bool keepUnknown;    // "<laughs>" is text; otherwise every tag is markup
   bool collapseSpace;  // line ends are blanks, and <br> is the line end
 };
 
-// Appends a text with HTML's tags and entities in it. Where `overrides` are given, those of a
-// script are understood as well.
+// Appends a text with HTML tags and entities. With `overrides`, also applies a script's overrides.
 void PutHtml(std::string_view html, const HtmlRules& rules, ScriptOverrides* overrides,
              CueText& text);
 
 // Appends the text of a script's event.
 void PutScript(std::string_view script, ScriptOverrides& overrides, CueText& text);
 
-// Does `text` begin with `beginning`, in letters of either case?
+// Does `text` begin with `beginning`, ignoring case?
 bool BeginsWith(std::string_view text, std::string_view beginning);
 
 }  // namespace webapi

@@ -28,7 +28,7 @@ namespace {
 
 constexpr char kExtractor[] = "/usr/bin/ffmpeg";
 constexpr int64_t kLargestFile = 20 << 20;
-// A film that takes more of the processor's time than this is made to take it.
+// An extraction that needs more processor time than this is an attack.
 constexpr char kExtractionSeconds[] = "300";
 
 constexpr int kSignalled = 128;
@@ -87,7 +87,7 @@ class SubtitleFile : public SubtitleSource {
   }
 
  private:
-  // A link or a pipe put in the file's place meanwhile is neither followed nor waited for.
+  // A link or a pipe may have replaced the file. Do not follow the link or wait for the pipe.
   bool Read(std::string& text, bool& isTooLarge) const {
     const orvo::UniqueFd file(
         open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
@@ -106,8 +106,8 @@ class SubtitleFile : public SubtitleSource {
 bool IsListed(const std::string& film, const std::string& id) {
   Json::Value files(Json::arrayValue);
   libmrv::subtitle::GetExternalSubtitle(film, files);
-  // The search went to the film's folder. Libraries are loaded from here on, and a search path with
-  // an empty entry in it would look for them among the films.
+  // The search changed to the film's folder. Later code loads libraries, and a search path with an
+  // empty entry would look for them there.
   if (chdir("/") != 0) {
     return false;
   }
@@ -115,8 +115,8 @@ bool IsListed(const std::string& film, const std::string& id) {
                      [&](const Json::Value& file) { return file.asString() == id; });
 }
 
-// A film that was itself given as a root has its subtitles beside it, outside of every root. A link
-// among them must lead into one.
+// If the film itself is a root, the subtitles beside it are outside every root. A link among them
+// must lead into a root.
 bool MayBeSeen(const std::string& film, const std::string& path) {
   Answer ignored = Answer::Failure(kNotFound);
   return FolderOf(path) == FolderOf(film) || ResolveMediaPath(path, ignored).has_value();
@@ -133,8 +133,8 @@ std::unique_ptr<SubtitleSource> FindFile(const std::string& film, const std::str
 
 // --- Tracks
 
-// How the text of a codec is taken out of its container, unchanged where there is a file format of
-// it.
+// How to extract a codec's text from its container. The text stays unchanged if it has a file
+// format.
 struct Extraction {
   std::string_view codec;
   const char* encoder;
@@ -148,8 +148,8 @@ constexpr std::array kExtractions = {
     Extraction{"mov_text", "ass", "ass", ParseScript},
 };
 
-// The demuxer of each container whose tracks are shown, so that a film is read as what it was
-// opened as.
+// The demuxer of each container whose tracks are shown. The extraction uses the same demuxer as the
+// probe.
 struct Container {
   std::string_view name;
   const char* demuxer;
@@ -173,11 +173,11 @@ class SubtitleTrack : public SubtitleSource {
     std::string text;
     if (!Extract(text)) {
       ORVO_LOG("Failed to extract the subtitle track %s", track_.c_str());
-      refusal = Answer::Failure(kInternal, "The subtitles could not be taken out of the film.");
+      refusal = Answer::Failure(kInternal, "The subtitles could not be read from the film.");
       return false;
     }
-    // Containers hold UTF-8, so that what was said of the files beside the film does not apply
-    // unless this film is wrong.
+    // Containers hold UTF-8. The character set, which is for files beside the film, applies only if
+    // this film breaks that rule.
     webVtt = ConvertText(text, IsCharacterSetNeeded(text) ? characterSet : "", extraction_.parse);
     return true;
   }
@@ -187,9 +187,10 @@ class SubtitleTrack : public SubtitleSource {
     return ToUtf8(text, "UTF-8").find("\xef\xbf\xbd") != std::string::npos;
   }
 
-  // False when the extractor could not work at all; a damaged film gives what there is.
+  // Returns false if the extractor could not run. A damaged film gives the readable part.
   bool Extract(std::string& text) const {
-    // The child finds it under the same number. In memory nothing is left of a request that ends.
+    // The child gets this descriptor under the same number. The file is in memory, so nothing
+    // remains when the request ends.
     const orvo::UniqueFd pipe(memfd_create("subtitle", 0));
     if (!pipe.IsOpen()) {
       return false;
@@ -203,8 +204,7 @@ class SubtitleTrack : public SubtitleSource {
     return lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text);
   }
 
-  // Other tracks are not even taken apart, and a long film is read about as fast as its disk gives
-  // it.
+  // Skips the packets of all other tracks, so a long film is read at about the disk's speed.
   std::vector<std::string> CommandLine(int output) const {
     return {kExtractor,
             "-nostdin",
@@ -246,7 +246,7 @@ bool IsTrackNumber(const std::string& text) {
          std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The row of a table whose `name` is `text`; null when there is none.
+// The row of a table whose `name` is `text`; null if there is none.
 template <typename Table, typename Name>
 auto RowOf(const Table& table, Name name, const std::string& text) -> decltype(table.data()) {
   const auto row = std::find_if(table.begin(), table.end(),

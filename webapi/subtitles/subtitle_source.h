@@ -1,4 +1,4 @@
-// The subtitles of one film: tracks in it and files beside it.
+// The subtitles of one film: tracks in the film and files beside it.
 #pragma once
 
 #include <json/value.h>
@@ -12,16 +12,16 @@ namespace webapi {
 
 class SubtitleSource {
  public:
-  // Finds the subtitle that `id` names: the number of a text track in the container, or the path of
-  // a file that lies beside the film and is named after it. Any other path is never opened. `film`
-  // is the metadata document. Null, with the answer in `refusal`, when there is no such subtitle.
+  // Finds the subtitle with this `id`: the number of a text track in the container, or the path of
+  // a file that is beside the film and named after it. Never opens any other path. `film` is the
+  // metadata document. If there is no such subtitle, returns null and sets `refusal` to the answer.
   static std::unique_ptr<SubtitleSource> Find(const Json::Value& film, const std::string& id,
                                               Answer& refusal);
   virtual ~SubtitleSource() = default;
 
-  // Puts the whole track into `webVtt`; one without cues where nothing of it can be read. The text
-  // is in `characterSet`, "" for any. False, with the answer in `refusal`, when there is none to
-  // give and trying again may help, or the file is too large.
+  // Writes the whole track into `webVtt`, without cues if none can be read. `characterSet` is the
+  // set of the text, "" if unknown. Returns false and sets `refusal` to the answer if the
+  // conversion failed and a later one may succeed, or the file is too large.
   virtual bool Convert(const std::string& characterSet, std::string& webVtt,
                        Answer& refusal) const = 0;
 };

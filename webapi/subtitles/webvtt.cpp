@@ -92,7 +92,7 @@ int64_t TakeTime(std::string_view& text) {
   if (!TakeNumber(rest, minutes) || !TakeOneOf(rest, ":") || !TakeNumber(rest, seconds)) {
     return -1;
   }
-  // "1:02:030" and "1:02:03" would look alike; a third part is seconds unless it has three digits.
+  // "1:02:030" and "1:02:03" look alike. The third part is in seconds unless it has three digits.
   std::string_view third = rest;
   int64_t number = 0;
   if (TakeOneOf(third, ":") && TakeNumber(third, number) && rest.size() - third.size() <= 3) {
@@ -161,7 +161,7 @@ void Tidy(std::vector<Cue>& cues) {
     return std::tie(left.start, left.end) < std::tie(right.start, right.end);
   };
   std::stable_sort(cues.begin(), cues.end(), byTime);
-  // Layers of a typeset text are the same text several times over.
+  // The layers of a typeset text repeat the same text.
   const auto same = [](const Cue& left, const Cue& right) {
     return left.start == right.start && left.end == right.end && left.text == right.text;
   };

@@ -1,4 +1,4 @@
-// The transcoder's arguments of byte streams, as functions of the record.
+// The transcoder's arguments for byte streams, as functions of the record.
 #pragma once
 
 #include <string>
@@ -8,11 +8,12 @@
 
 namespace LibOrvoQMX {
 
-// Those of FFmpeg for a progressive stream: empty without a profile or a picture.
+// FFmpeg's arguments for a progressive stream. Empty if there is no profile or no picture.
 ArgumentList ProgressiveArguments(const QMXMetaData& record, const PictureSizeRules& size);
 
-// Those of FFmpeg for a WebM stream from `startSeconds` on: empty also beyond the film's end. Its
-// players know AAC and MP3, which are copied; any other audio becomes MP3.
+// FFmpeg's arguments for a WebM stream that begins at `startSeconds`. Empty also if that lies
+// beyond the film's end. AAC and MP3 are copied, because the players know them; any other audio
+// becomes MP3.
 ArgumentList WebMArguments(const QMXMetaData& record, const PictureSizeRules& size,
                            const std::string& audioId, unsigned startSeconds);
 

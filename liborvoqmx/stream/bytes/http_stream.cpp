@@ -63,7 +63,7 @@ bool HttpStream::IsAdmitted() {
 }
 
 bool HttpStream::FailInit() {
-  // The common removal knows links only; this kind's directory is a real one.
+  // The common function removes only linked directories; this kind's directory is not a link.
   RemoveTransDir();
   RemoveDirectory();
   return false;
@@ -99,7 +99,7 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
   return false;
 }
 
-// Runs in the detached process. Returns where the launch could not even be prepared.
+// Runs in the detached process. Returns only if the launch could not be prepared.
 void HttpStream::ExecuteTranscoder(const orvo::UniqueFd& writeEnd, const std::string& executable) {
   if (!Directory().MonitorPid().Write(getpid())) {
     return;
@@ -123,7 +123,7 @@ int HttpStream::Read(char* buffer, int length) {
   }
   pollfd wait{m_readEnd.Get(), POLLIN, 0};
   const int ready = poll(&wait, 1, kReadTimeoutSeconds * 1000);
-  // poll reports a descriptor that somebody has closed as an event.
+  // poll reports a closed descriptor as an event.
   const bool isLost = ready > 0 && (wait.revents & POLLNVAL) != 0;
   if (ready < 0 || isLost) {
     ORVO_LOG("Select error: %d", isLost ? EBADF : errno);

@@ -46,7 +46,7 @@ int64_t PredictedSize(int bitRate, float seconds) {
 }
 
 int SecondOfByte(int64_t offset, int bitRate) {
-  // An offset beyond what 64 bits of bits can count stands nowhere in any film.
+  // No film has a byte whose position in bits exceeds 64 bits.
   if (bitRate <= 0 || offset > std::numeric_limits<int64_t>::max() / 8 ||
       offset < std::numeric_limits<int64_t>::min() / 8) {
     return kUnknown;

@@ -1,4 +1,4 @@
-// What is known of a progressive stream before it exists: its rate, its size, its picture.
+// Predicts a progressive stream before it exists: its bit rate, size and picture.
 #pragma once
 
 #include <cstdint>
@@ -6,18 +6,18 @@
 
 namespace LibOrvoQMX {
 
-// The rate that a profile key promises, in bit/s; -1 when it names none. "vb" and "ab" are in
-// kbit/s, and the audio's counts twice, to be on the safe side.
+// The bit rate that a profile key promises, in bit/s; -1 if the key names none. "vb" and "ab" are
+// in kbit/s. The audio rate counts twice, as a safety margin.
 int PromisedBitRate(const std::string& profileKey);
 
-// The bytes of so many seconds at that rate; 0 when either is unknown.
+// The number of bytes for `seconds` at this bit rate; 0 if either is unknown.
 int64_t PredictedSize(int bitRate, float seconds);
 
-// The second at which that byte stands; -1 when the rate is unknown.
+// The second of the film at this byte; -1 if the bit rate is unknown.
 int SecondOfByte(int64_t offset, int bitRate);
 
-// "hd480" and "hd720" as WIDTHxHEIGHT in the film's shape, the width going up to the next multiple
-// of 10; any other request as it is.
+// WIDTHxHEIGHT for "hd480" and "hd720", in the film's shape, with the width rounded up to a
+// multiple of 10. Returns any other request unchanged.
 std::string ScaledSize(const std::string& requested, float ratio);
 
 }  // namespace LibOrvoQMX

@@ -46,7 +46,7 @@ bool WebMStream::IsBeyondEnd(unsigned seconds) const {
 }
 
 bool WebMStream::Transcoding(const std::string& executable, int startSeconds) {
-  // A negative start is a very late one.
+  // A negative start becomes a very late one.
   const auto start = static_cast<unsigned>(startSeconds);
   if (m_streamId.empty() || executable.empty() || IsBeyondEnd(start)) {
     return false;
@@ -121,7 +121,7 @@ void WebMStream::RunTranscoder(orvo::UniqueFd writeEnd) {
     KeepAcrossExec(writeEnd);
     ExecuteTranscoding(false, arguments, OutputOf(writeEnd.Get()), orvo::SystemPath(kTranscoder));
   });
-  // The stream ends for its reader with the transcoder.
+  // The reader must see the end of the stream when the transcoder ends.
   writeEnd.Reset();
   if (isStarted) {
     pipeline.Watch(gWEBMSignal);

@@ -19,7 +19,7 @@ std::string ThreeDecimals(double value) {
   return text;
 }
 
-// What becomes of the sound: an encoder, "copy", or "" for what the profile has.
+// How to produce the audio: an encoder, "copy", or "" for the profile's own choice.
 std::string AudioFormatOf(const QMXMetaData& record, const HlsRun& run) {
   const ArgumentHelper policy(record);
   const bool isChromecast = record.GetDevice() == "chromecast";

@@ -1,4 +1,4 @@
-// The arguments of an HLS stream's programs, as functions of the record and a few values.
+// The arguments of the programs of an HLS stream, as functions of the record and a few values.
 #pragma once
 
 #include <string>
@@ -12,10 +12,10 @@ namespace LibOrvoQMX {
 
 struct HlsRun {
   Segment segment;           // the first one
-  int seekMilliseconds = 0;  // where it begins
+  int seekMilliseconds = 0;  // where the segment begins in the film
   bool isCopied = false;     // the video is copied
-  bool cutsAtPlan = false;   // at the key frames of a plan
-  std::string audioId;       // what the client asked for
+  bool cutsAtPlan = false;   // cuts at the key frames of a plan
+  std::string audioId;       // the client's choice
   std::string audioFormat;   // the same
   PictureSizeRules size{};
 };
@@ -23,17 +23,17 @@ struct HlsRun {
 // The length of a segment, in seconds.
 int SegmentSeconds(bool isCopied);
 
-// How far a segment that begins at `seekMilliseconds` is behind its nominal place, in seconds.
+// The distance in seconds from a segment's nominal start to `seekMilliseconds`, its real start.
 double SegmentDelta(int number, int seekMilliseconds, bool isCopied);
 
-// Is that audio track low-complexity AAC, which every client plays as it is?
+// Is that audio track low-complexity AAC? Every client plays it without conversion.
 bool IsAacLc(const QMXMetaData& record, const std::string& audioId);
 
-// The transcoder's arguments; empty when this film cannot be transcoded.
+// The transcoder's arguments. Empty if this film cannot be transcoded.
 ArgumentList HlsArguments(const QMXMetaData& record, const HlsRun& run);
 
-// The command line of the segmenter behind the GStreamer wrapper, which cuts what comes from the
-// descriptor `input`, from the segment `number` on.
+// The command line of the segmenter that follows the GStreamer wrapper. It reads the stream from
+// the descriptor `input` and writes segments, beginning with `number`.
 std::vector<std::string> SegmenterCommand(int input, int number, const std::string& pattern);
 
 }  // namespace LibOrvoQMX

@@ -1,4 +1,4 @@
-// Logs under the name of the stream, whose members these were made for.
+// These functions log under the source file of the stream class.
 #define ORVO_LOG_SOURCE "http_live_stream.cpp"
 
 #include "stream/hls/hls_pipeline.h"
@@ -62,7 +62,7 @@ bool BecomeMonitor(const StreamDirectory& directory, const Segment& segment,
   if (!IsLatestSequence(directory, own) || !ReplaceMonitor(directory, getpid(), true)) {
     return false;
   }
-  // An older request may have put its own number there meanwhile.
+  // An older request may have written its own number in the meantime.
   return seekTime.Read() == segment.text || seekTime.Write(segment.text);
 }
 
@@ -76,7 +76,7 @@ void RunHlsPipeline(const HlsPrograms& programs) {
   Pipeline pipeline = PipelineOf(programs.isRegistered);
   if (gHLSSignal == 0 && StartPrograms(pipeline, programs) &&
       pipeline.Watch(gHLSSignal, programs.isAbandoned)) {
-    // The segmenter still has the end of the film to write.
+    // The segmenter still has to write the end of the film.
     gPidHLSSegBin.HasEndedWithin(kGraceMilliseconds);
   }
 }

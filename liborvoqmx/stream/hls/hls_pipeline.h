@@ -1,5 +1,5 @@
-// The processes of an HLS stream under its monitor: the transcoder and, where the GStreamer wrapper
-// transcodes, the segmenter behind it. A process is the monitor of one stream at most.
+// The processes that the monitor of an HLS stream runs: the transcoder and, after the GStreamer
+// wrapper, the segmenter. A process is the monitor of at most one stream.
 #pragma once
 
 #include <functional>
@@ -12,29 +12,31 @@
 namespace LibOrvoQMX {
 
 struct HlsPrograms {
-  // Each makes a child the program, and returns only on failure. `output` is the number of the
-  // pipe's end that the transcoder writes into, -1 without a segmenter; `input` is the other end's.
+  // Each function replaces the child's image by the program and returns only on failure. `output`
+  // is the descriptor that the transcoder writes into, or -1 without a segmenter. `input` is the
+  // other end of that pipe.
   std::function<void(int output)> becomeTranscoder;
-  std::function<void(int input)> becomeSegmenter;  // nothing where there is no segmenter
-  std::function<bool()> isAbandoned;               // asked now and then
+  std::function<void(int input)> becomeSegmenter;  // empty if there is no segmenter
+  std::function<bool()> isAbandoned;               // called from time to time
   bool isRegistered = true;                        // the transcoder is in the register
 };
 
-// Makes this process the monitor of the stream from that segment on. False when a request newer
-// than the sequence `own` came first, and when it cannot be recorded.
+// Makes this process the monitor of the stream, beginning with that segment. Returns false if a
+// request newer than the sequence `own` came first, or if the monitor cannot be recorded.
 ORVO_API bool BecomeMonitor(const StreamDirectory& directory, const Segment& segment,
                             const std::string& own);
 
-// Before a monitor begins.
+// Resets the state of this process. Call it before a monitor begins.
 void ResetHlsPipeline();
 
-// Runs the programs until the transcoder ends, a signal comes or the client stays away.
+// Runs the programs until the transcoder ends, a signal arrives or the client has gone.
 void RunHlsPipeline(const HlsPrograms& programs);
 
-// Stops what runs: SIGINT, and SIGKILL for a transcoder that is still there a second later.
+// Stops the running programs with SIGINT. Sends SIGKILL to a transcoder that still runs one second
+// later.
 void StopHlsPipeline(bool isRegistered);
 
-// The monitor is to end.
+// The signal handler that tells the monitor to end.
 void OnHlsStopSignal(int signal);
 
 }  // namespace LibOrvoQMX

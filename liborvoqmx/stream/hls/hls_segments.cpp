@@ -17,9 +17,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A transcoder that is at most this many segments behind is waited for.
+// A request waits for a transcoder that is at most this many segments behind.
 constexpr int kReach = 4;
-// A restart records its monitor within this time: it waits five seconds for the one before.
+// A restart records its monitor within this time. Before that, it waits up to five seconds for the
+// old one.
 constexpr int64_t kRecordSeconds = 10;
 
 }  // namespace
@@ -31,8 +32,8 @@ Segment::Segment(const std::string& segmentText)
 
 namespace {
 
-// For a caller that holds the file's lock. Without it two requests could take their times in one
-// order and write them in the other, and both be the latest.
+// The caller holds the file's lock. Without it, two requests could read the clock in one order and
+// write in the other. Both would then be the latest.
 std::string WriteNow(const StateFile& file) {
   timespec now{};
   if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
@@ -69,7 +70,8 @@ bool HlsSegments::Has(int number) const {
 }
 
 bool HlsSegments::IsComplete(int number) const {
-  // Asked first: a transcoder that ends between two questions has completed what it leaves.
+  // This check comes first. A transcoder that ends before the next check has completed its
+  // segments.
   const bool isRunning = directory_.IsMonitored();
   if (!Has(number)) {
     return false;
@@ -88,13 +90,14 @@ bool HlsSegments::NeedsRestart(const Segment& segment) const {
   return !directory_.IsMonitored() || !Has(std::max(segment.number - kReach, 0));
 }
 
-// Is there nobody left who could produce another segment? The latest restart has named its monitor,
-// and that one has ended.
+// Is no process left that could produce another segment? That is so if the latest restart has
+// recorded its monitor and the monitor has ended.
 bool HlsSegments::IsPipelineOver() const {
   if (!directory_.IsMonitorOfLatestRestart()) {
     return false;
   }
-  // Read after the look at its age, so that it is that monitor's. Empty while it is being written.
+  // The pid is read after the check of its age, so it is the latest monitor's. It is empty while it
+  // is being written.
   const auto monitor = directory_.Monitor();
   return monitor && !PlatProcAlive(*monitor);
 }
@@ -105,14 +108,14 @@ bool HlsSegments::IsRestartLost() const {
   if (!asked || directory_.IsMonitored() || clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
     return false;
   }
-  // The clock begins anew with the machine.
+  // The clock restarts when the machine boots.
   const int64_t age = now.tv_sec - *asked;
   return age < 0 || age > kRecordSeconds;
 }
 
-// A segment whose transcoder a newer request has just stopped may be half. Its successor tells, or
-// the end of that request's own transcoder. The sequence is looked at last: a restart writes it
-// before it stops anything.
+// Is the segment whole? A newer request may have stopped its transcoder halfway. It is whole if the
+// next segment exists or the newer request's own transcoder has ended. The sequence is checked
+// last, because a restart writes it before it stops anything.
 bool HlsSegments::IsWhole(int number, const std::string& seen) const {
   return IsComplete(number) &&
          (directory_.RequestSequence().Read() == seen || Has(number + 1) || IsPipelineOver());
@@ -120,7 +123,7 @@ bool HlsSegments::IsWhole(int number, const std::string& seen) const {
 
 AwaitedSegment HlsSegments::Await(int number, const std::string& own,
                                   const std::string& seen) const {
-  // No watch for a segment that is there.
+  // A complete segment needs no watch.
   if (IsWhole(number, seen)) {
     return {directory_.SegmentPath(number)};
   }

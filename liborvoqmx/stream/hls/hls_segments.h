@@ -1,5 +1,4 @@
-// The segments of an HLS stream: when a request may have one, and when the transcoder has to start
-// anew for it.
+// The segments of an HLS stream: when one is complete, and when the transcoder must restart for it.
 #pragma once
 
 #include <string>
@@ -11,27 +10,27 @@ namespace LibOrvoQMX {
 
 // A segment as a request names it.
 struct ORVO_API Segment {
-  // From its number; from a decimal text, which is read as strtol reads it.
+  // Makes a segment from its number, or from a decimal text, which is read like strtol does.
   explicit Segment(int segmentNumber);
   explicit Segment(const std::string& segmentText);
 
-  int number;            // below the largest int, so that its successor has a number too
-  std::string text;      // what the transcoder and "seek_time" get
-  bool isNumber = true;  // the text begins with a number of that range
+  int number;            // below the largest int, so the next segment has a number too
+  std::string text;      // the form for the transcoder and "seek_time"
+  bool isNumber = true;  // the text begins with a number in that range
 };
 
-// When the latest restart was asked for, as the request knows that asked for it: seconds, ".",
-// nanoseconds of the monotonic clock. Compared as texts.
+// Writes the sequence of the stream's latest restart request, and returns it: seconds, ".",
+// nanoseconds of the monotonic clock. Sequences are compared as texts.
 ORVO_API std::string WriteSequence(const StreamDirectory& directory);  // "" on failure
-// The same if the stream's sequence is still `seen`; "" also if another request was faster.
+// The same if the stream's sequence is still `seen`. Returns "" also if another request was faster.
 std::string WriteSequenceAfter(const StreamDirectory& directory, const std::string& seen);
-// False when a newer request has written one since. True for a request without one ("").
+// Returns false if a newer request has written its sequence. Returns true for an empty `own`.
 bool IsLatestSequence(const StreamDirectory& directory, const std::string& own);
 
-// What a request waited for.
+// The result of a wait for a segment.
 struct AwaitedSegment {
-  std::string path;     // of the complete segment; "" if there is none
-  bool isOver = false;  // nothing is left that could make it
+  std::string path;     // the complete segment; "" if there is none
+  bool isOver = false;  // no process is left that could make it
 };
 
 class HlsSegments {
@@ -40,21 +39,22 @@ class HlsSegments {
 
   bool Has(int number) const;
 
-  // Is the segment there, with nobody writing it any more?
+  // Does the segment exist, and has its writer finished it?
   bool IsComplete(int number) const;
 
-  // Will neither the running transcoder nor one that is on its way come to this segment soon?
+  // Does the segment need a restart? It does if neither the running transcoder nor one that is
+  // starting will reach it soon.
   bool NeedsRestart(const Segment& segment) const;
 
-  // Waits, up to 60 seconds, until the segment is complete. Gives up earlier: at once when the
-  // request with the sequence `own` has been overtaken or the stream is gone, and soon when nothing
-  // is left that could produce the segment. `seen` is the stream's sequence when the request looked
-  // first. A request without a sequence of its own goes on waiting when that has changed, but takes
-  // no half segment from the transcoder that was stopped.
+  // Waits up to 60 seconds until the segment is complete. Gives up at once if a newer request has
+  // replaced the one with the sequence `own` or the stream is gone, and soon if no process is left
+  // that could produce the segment. `seen` is the stream's sequence at the request's first look. If
+  // the sequence has changed since, a request with an empty `own` goes on waiting, but accepts no
+  // half segment from the stopped transcoder.
   AwaitedSegment Await(int number, const std::string& own, const std::string& seen) const;
 
-  // Has the latest restart been lost before it recorded a monitor? A crash of the whole service
-  // leaves such a stream, and every request would wait for that restart in vain.
+  // Did the latest restart die before it recorded a monitor? A crash of the whole service can leave
+  // such a stream, and every request would wait for that restart in vain.
   bool IsRestartLost() const;
 
  private:

@@ -28,9 +28,9 @@ namespace LibOrvoQMX {
 namespace {
 
 constexpr char kKind[] = "HLS";
-constexpr char kWrapperOutput[] = "fd:1";  // one end of a pipe, whichever its number
+constexpr char kWrapperOutput[] = "fd:1";  // one end of a pipe, whatever its number
 
-// What "appletv_status" holds: such a player has opened the stream; it has resumed.
+// The content of "appletv_status": an Apple TV has opened the stream; it has resumed.
 constexpr char kAppleTvInit[] = "Init";
 constexpr char kAppleTvResume[] = "Resume";
 
@@ -134,7 +134,7 @@ bool HttpLiveStream::GenPlaylist(const Json::Value& request, ManifestType type) 
 bool HttpLiveStream::KeepPlan(bool isPlanned) const {
   const std::string path = Directory().KeptPlanPath();
   const std::string aside = path + ".new";
-  // A result without key frames makes no plan.
+  // A result without key frames gives no plan.
   const auto& plan = isPlanned ? m_planner : preprocess::PreprocessHelper();
   if (plan.SaveResult(aside) && rename(aside.c_str(), path.c_str()) == 0) {
     return true;
@@ -203,7 +203,7 @@ std::string HttpLiveStream::GetSubtitleManifestPath(const std::string& subtitleI
     return "";
   }
   const std::string path = directory.SubtitlePlaylistPath(name);
-  // Another request may be sending the same playlist just now.
+  // Another request may be sending the same playlist at this moment.
   const std::string temporary = directory.FilePath(".subtitle." + std::to_string(getpid()));
   std::ofstream playlist(temporary);
   WriteTrackPlaylist(playlist, source, subtitleId);
@@ -262,7 +262,7 @@ std::vector<std::string> HttpLiveStream::CalculateGstreamerArgument() const {
   return StringExplode(m_profileValue, " ");
 }
 
-// Settles where the segment begins. Returns an empty list if it lies outside the film.
+// Determines where the segment begins. Returns an empty list if it lies outside the film.
 std::vector<std::string> HttpLiveStream::PrepareArguments(const Segment& segment) {
   m_seekTime = CalculateSeekTime(segment.number);
   if (m_seekTime < 0) {
@@ -296,11 +296,11 @@ void HttpLiveStream::MointerSignalHandler(int signal) {
 }
 
 void HttpLiveStream::ExecuteMointer(const std::string& fragment) {
-  (void)std::stoi(fragment);  // throws for what is no number
+  (void)std::stoi(fragment);  // throws if it is not a number
   Watch(Segment(fragment));
 }
 
-// What a monitor does.
+// The monitor's work.
 void HttpLiveStream::Watch(const Segment& segment) {
   if (!m_streamId.empty() && !m_profileValue.empty() && segment.isNumber) {
     RunPipeline(segment);
@@ -338,7 +338,7 @@ bool HttpLiveStream::Transcoding(const std::string& fragment) {
   return IsPlayable() && !fragment.empty() && Reach(Segment(fragment));
 }
 
-// Sees to it that a transcoder reaches the segment soon.
+// Makes sure that a transcoder reaches the segment soon.
 bool HttpLiveStream::Reach(const Segment& segment) {
   const StreamDirectory directory = Directory();
   if (!HlsSegments(directory).NeedsRestart(segment) || IsResumeOnAppleTv(segment.number)) {
@@ -377,8 +377,8 @@ bool HttpLiveStream::Restart(const Segment& segment) {
       [&] { Watch(segment); });
 }
 
-// Keeps count of how such a player resumes: it asks for the place first, and then for the film's
-// start, only to look at it. True for that look, which must not move the transcoder.
+// An Apple TV that resumes a film first requests the place, and then the film's start, which it
+// does not play. Returns true for that second request, which must not move the transcoder.
 bool HttpLiveStream::IsResumeOnAppleTv(int number) const {
   const StateFile file = Directory().AppleTvStatus();
   const std::string status = file.Read();
@@ -386,13 +386,13 @@ bool HttpLiveStream::IsResumeOnAppleTv(int number) const {
     file.Write(std::string(kAppleTvResume));
     return false;
   }
-  // No such file: not such a player.
+  // Only the stream of an Apple TV has this file.
   file.Clear();
   return status == kAppleTvResume && number == 0;
 }
 
-// Stops the monitor and deletes its segments, unless a newer request has done so: then the segments
-// are that request's.
+// Stops the monitor and deletes its segments. Does nothing if a newer request has done so, because
+// the segments then belong to that request.
 bool HttpLiveStream::StopPreviousPipeline() const {
   const StreamLock lock = Directory().SeekTime().Lock();
   return !CheckSequence() || SeekingHandler();
@@ -484,7 +484,7 @@ std::string HttpLiveStream::SeenSequence() const {
   return Directory().RequestSequence().Read();
 }
 
-// A request that has restarted the stream itself knows its own sequence.
+// A request that has restarted the stream knows its own sequence.
 AwaitedSegment HttpLiveStream::Await(int number, const std::string& seen) const {
   return HlsSegments(Directory()).Await(number, m_sequence, m_sequence.empty() ? seen : m_sequence);
 }

@@ -20,7 +20,7 @@ bool IsShooter(const std::string& language) {
          IsAsciiDigit(language.back());
 }
 
-// A member of a track or a path; "" for what has no text.
+// A member of a track or a path; "" if the member has no text.
 std::string TextOf(const Json::Value& description, const char* name) {
   return description.isObject() ? AddressText(description[name]) : "";
 }

@@ -8,10 +8,10 @@
 
 namespace LibOrvoQMX {
 
-// The tracks behind an id: every one of the film for "all", else that one; none for "".
+// The tracks that an id stands for: all tracks of the film for "all", none for "", else that one.
 SubtitleList SubtitlesOf(const QMXMetaData& film, const std::string& subtitleId);
 
-// The files beside the film; the text tracks in it.
+// The subtitle files beside the film, and the text tracks in it.
 SubtitleList SubtitlesBeside(const QMXMetaData& film);
 SubtitleList SubtitlesIn(const QMXMetaData& film);
 

@@ -1,4 +1,4 @@
-// Logs under the name of the stream base, whose members these were made for.
+// These functions log under the source file of the stream base class.
 #define ORVO_LOG_SOURCE "liborvoqmx.cpp"
 
 #include "stream/pipeline/argument_adjustment.h"
@@ -28,7 +28,7 @@ std::string EncoderOf(const std::string& format) {
   return format == "copy" ? format : "";
 }
 
-// A rate, a sample rate and a channel count make no sense for what is copied.
+// A bit rate, a sample rate and a channel count make no sense for copied audio.
 bool DescribesEncoding(const std::string& option) {
   return option == "-ab" || option == "-ar" || option == "-ac";
 }

@@ -12,10 +12,10 @@
 namespace LibOrvoQMX {
 namespace {
 
-// A monitor waits up to five seconds for the one before it.
+// A monitor waits up to five seconds for the end of the old monitor.
 constexpr int kRecordMilliseconds = 10000;
 
-// `recorded` is closed once `record` came back.
+// Closes `recorded` when `record` has returned.
 void RunMonitor(const std::function<bool()>& record, const std::function<void()>& watch,
                 orvo::UniqueFd& recorded) {
   try {
@@ -25,7 +25,7 @@ void RunMonitor(const std::function<bool()>& record, const std::function<void()>
       watch();
     }
   } catch (const std::exception&) {
-    // There is nobody to tell.
+    // No caller is left that could receive the exception.
   }
 }
 

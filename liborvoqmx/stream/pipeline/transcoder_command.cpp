@@ -1,4 +1,4 @@
-// Logs under the name of the stream base, whose members these were made for.
+// These functions log under the source file of the stream base class.
 #define ORVO_LOG_SOURCE "liborvoqmx.cpp"
 
 #include "stream/pipeline/transcoder_command.h"

@@ -12,25 +12,25 @@ namespace LibOrvoQMX {
 struct TranscoderRun {
   const QMXMetaData& record;
   std::string executable;
-  int startMilliseconds = 0;  // in the film
-  std::string audioId;        // "" for no wish
-  ArgumentList arguments;     // of the stream's profile
+  int startMilliseconds = 0;  // position in the film
+  std::string audioId;        // "" for the default
+  ArgumentList arguments;     // from the stream's profile
   std::string output;
 };
 
-// What only FFmpeg is told.
+// Options that only FFmpeg gets.
 struct FfmpegRules {
   bool copyTimestamps = false;
-  bool prefersHardwareDecoder = false;  // where it works for this film
-  bool needsMapping = false;            // a film whose tracks cannot be mapped has no command line
+  bool prefersHardwareDecoder = false;  // if it works for this film
+  bool needsMapping = false;            // there is no command line for tracks that cannot be mapped
 };
-// Empty, with a log line, where a needed mapping is missing.
+// Returns an empty list, with a log line, if a needed mapping is missing.
 std::vector<std::string> FfmpegCommand(const TranscoderRun& run, const FfmpegRules& rules);
 
-// What only the GStreamer wrapper is told.
+// Options that only the GStreamer wrapper gets.
 struct WrapperRules {
   bool shiftTimestamps = false;
-  std::string audioFormat;  // what the client asked for
+  std::string audioFormat;  // the client's choice
 };
 std::vector<std::string> WrapperCommand(const TranscoderRun& run, const WrapperRules& rules);
 

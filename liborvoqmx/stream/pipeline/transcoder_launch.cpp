@@ -1,4 +1,4 @@
-// Logs under the name of the stream base, whose members these were made for.
+// These functions log under the source file of the stream base class.
 #define ORVO_LOG_SOURCE "liborvoqmx.cpp"
 
 #include "stream/pipeline/transcoder_launch.h"
@@ -17,7 +17,8 @@ namespace {
 
 constexpr int kMonitorEndMilliseconds = 5000;
 
-// `wish`: whom the program is to end with; a change of ids takes an earlier wish back.
+// `wish` names the process whose end also ends the program. A change of ids cancels an earlier
+// wish.
 void Execute(const std::vector<std::string>& commandLine, const orvo::ParentDeath& wish) {
   orvo::Program program{commandLine.front(), commandLine};
   program.keepInheritable = true;
@@ -34,8 +35,7 @@ void KeepAcrossExec(const orvo::UniqueFd& descriptor) {
   fcntl(descriptor.Get(), F_SETFD, 0);
 }
 
-// Admission and entry under one lock, so that of two launches at the same instant one sees the
-// other.
+// One lock covers the check and the entry. Of two launches at the same time, one sees the other.
 bool RegisterTranscoder(bool hardware) {
   LibMirevo::TransLoading registry;
   if (!registry.TransEnable(hardware)) {

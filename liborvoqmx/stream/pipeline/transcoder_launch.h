@@ -1,4 +1,4 @@
-// Becoming a transcoder, and keeping track of the process that watches one.
+// Turns this process into a transcoder, and records the process that watches one.
 #pragma once
 
 #include <string>
@@ -9,23 +9,24 @@
 
 namespace LibOrvoQMX {
 
-// The program that this process becomes has this descriptor, under the same number.
+// Keeps this descriptor open, with the same number, in the program that this process becomes.
 void KeepAcrossExec(const orvo::UniqueFd& descriptor);
 
-// Enters this process in the register of running transcoders. False, with a log line, when there is
-// no room for one more of this kind.
+// Enters this process in the register of running transcoders. Returns false, with a log line, if
+// there is no room for one more of this kind.
 bool RegisterTranscoder(bool hardware);
 
-// Replaces this process's image by the command's program, which is its first element. Returns only
-// on failure.
+// Replaces this process's image by the program, which is the first element. Returns only on
+// failure.
 void ReplaceProcess(const std::vector<std::string>& commandLine);
 
-// The same, as root where root is to be had. `action`: what it is called in the log. Returns false.
+// The same, as root if the process can become root. `action` is the name for the log. Returns only
+// on failure, with false.
 bool BecomeTranscoder(const char* action, const std::vector<std::string>& commandLine);
 
-// Makes `pid` the stream's monitor and ends the one before it; a pid of 0 or less only does the
-// latter, and its number stays recorded. `wait`: until it is gone, about 5 seconds at most. False
-// when the lock file cannot be opened.
+// Ends the stream's monitor and records `pid` as the new one. A pid of 0 or less only ends the
+// monitor; the old number stays recorded. With `wait`, waits at most about 5 seconds until the old
+// monitor has ended. Returns false if the lock file cannot be opened.
 bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait);
 
 }  // namespace LibOrvoQMX

@@ -1,4 +1,4 @@
-// Logs under the name of the stream, whose members these were made for.
+// This function logs under the source file of the stream class.
 #define ORVO_LOG_SOURCE "smooth_stream.cpp"
 
 #include "stream/smooth/smooth_arguments.h"

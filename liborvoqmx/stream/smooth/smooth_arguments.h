@@ -1,4 +1,4 @@
-// The transcoder's arguments of a Smooth Streaming stream, as a function of the record.
+// The transcoder's arguments for a Smooth Streaming stream, as a function of the record.
 #pragma once
 
 #include "metadata/qmxmetadata.h"
@@ -6,7 +6,7 @@
 
 namespace LibOrvoQMX {
 
-// From `seekSeconds` on. Empty when this film cannot be transcoded.
+// The arguments for a start at `seekSeconds`. Empty if this film cannot be transcoded.
 ArgumentList SmoothArguments(const QMXMetaData& record, bool hardware, int seekSeconds);
 
 }  // namespace LibOrvoQMX

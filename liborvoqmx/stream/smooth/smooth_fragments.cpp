@@ -21,11 +21,11 @@ using orvo::kTicksPerFragment;
 using orvo::kTicksPerSecond;
 using std::chrono::milliseconds;
 
-// A transcoder that is at most this far behind is waited for.
+// A request waits for a transcoder that is at most this far behind.
 constexpr int64_t kReach = 50 * kTicksPerSecond;
-// Nothing is later, so that any reckoning from it fits.
+// The latest start that counts. Calculations with it do not overflow.
 constexpr int64_t kLatest = std::numeric_limits<int64_t>::max() / 4;
-// What a part of an id may tell.
+// The longest part of an id.
 constexpr size_t kPartLength = 127;
 
 constexpr std::array kMarkers = {"video=", "audio="};
@@ -39,7 +39,8 @@ int64_t TicksOf(int64_t seconds) {
   return std::clamp(seconds, -kLatestSecond, kLatestSecond) * kTicksPerSecond;
 }
 
-// "12" of "Fragments(video=12)" with the marker "video="; nothing where `text` lacks the marker.
+// The text after the marker: "12" for "Fragments(video=12)" and "video=". Nothing if `text` lacks
+// the marker.
 std::optional<std::string> TextBehind(const std::string& text, const std::string& marker) {
   const size_t found = text.find(marker);
   if (found == std::string::npos) {
@@ -49,7 +50,7 @@ std::optional<std::string> TextBehind(const std::string& text, const std::string
   return text.substr(begin, text.find(')', begin) - begin);
 }
 
-// The latest start among the fragments of one type in a directory; nothing where there are none.
+// The latest start of the fragments of one type in a directory; nothing if there are none.
 std::optional<int64_t> LatestStart(const std::string& directory, const std::string& type) {
   const std::string marker = "Fragments(" + type;
   std::optional<int64_t> latest;
@@ -143,7 +144,7 @@ bool SmoothFragments::IsUnderWay() const {
 }
 
 SmoothFragments::Outcome SmoothFragments::Await(const FragmentPlace& place) const {
-  // No watch for a fragment that is there.
+  // A complete fragment needs no watch.
   if (IsComplete(place, 0)) {
     return Outcome::kComplete;
   }
@@ -154,7 +155,7 @@ SmoothFragments::Outcome SmoothFragments::Await(const FragmentPlace& place) cons
   StreamWatch watch(directory_.Path());
   Clock::time_point lastUnderWay = Clock::now();
   for (;;) {
-    // Each is made by the transcoder, and gone with a restart.
+    // The transcoder makes these directories, and a restart removes them.
     watch.Add(directory_.FragmentsPath());
     watch.Add(std::filesystem::path(PathOf(place)).parent_path());
     const orvo::UniqueFd monitor = OpenRunningProcess(directory_.Monitor().value_or(-1));

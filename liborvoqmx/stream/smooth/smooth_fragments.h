@@ -1,5 +1,5 @@
-// The fragments of a Smooth Streaming stream: when a request may have one, and when the transcoder
-// has to start anew for it.
+// The fragments of a Smooth Streaming stream: when one is complete, and when the transcoder must
+// restart for it.
 #pragma once
 
 #include <chrono>
@@ -11,23 +11,24 @@
 
 namespace LibOrvoQMX {
 
-// Takes an id apart: `quality` "QualityLevels(RATE)", `type` "video=" or "audio=", `start` in
-// digits; the latter two are "" where the id has none. False unless it has exactly two parts.
+// Splits an id into `quality` ("QualityLevels(RATE)"), `type` ("video=" or "audio=") and `start`
+// (digits). `type` and `start` are "" if the id lacks them. Returns false unless the id has exactly
+// two parts.
 bool TakeApart(const std::string& id, std::string& start, std::string& type, std::string& quality);
 
-// Where a fragment lies.
+// The place of a fragment in the stream's directory.
 struct FragmentPlace {
   FragmentPlace(const StreamDirectory& directory, const orvo::FragmentId& id);
-  // A fragment whose id cannot be read lies nowhere, and starts at 0.
+  // A fragment whose id cannot be read has no path, and its start is 0.
   FragmentPlace(const StreamDirectory& directory, const std::string& id);
 
-  // Does the id name a file one directory below the fragments' folder, and nothing else?
+  // Does the id name a file exactly one directory below the fragments' folder?
   bool IsPlain() const;
   int64_t StartSecond() const;
 
   std::string id;
   std::string type;    // "video=" or "audio=", "" for none
-  std::string folder;  // of the fragments of its bit rate; "" for none
+  std::string folder;  // of the fragments with its bit rate; "" for none
   int64_t start = 0;   // ticks
 };
 
@@ -38,10 +39,10 @@ class SmoothFragments {
   std::string PathOf(const FragmentPlace& place) const;
   bool IsThere(const FragmentPlace& place) const;
 
-  // Will the running transcoder not come to this fragment soon? It is not asked whether it runs.
+  // Is this fragment out of the transcoder's reach? Does not check whether a transcoder runs.
   bool NeedsSeek(const FragmentPlace& place) const;
 
-  // Is the `lookAhead`-th fragment behind its successor there? True also for a start that no
+  // Does the `lookAhead`-th fragment after the next one exist? True also for a start that no
   // fragment has.
   bool IsComplete(const FragmentPlace& place, unsigned lookAhead) const;
 
@@ -49,8 +50,8 @@ class SmoothFragments {
   bool IsUnderWay() const;
 
   enum class Outcome { kComplete, kNobodyMakesIt, kTimeout };
-  // Waits, up to 60 seconds, until the fragment is complete. That nobody makes it counts only once
-  // it has lasted; the fragment may be there or not then.
+  // Waits up to 60 seconds until the fragment is complete. Gives up earlier if no process has been
+  // making fragments for a while; the fragment may exist or not in that case.
   Outcome Await(const FragmentPlace& place) const;
 
  private:

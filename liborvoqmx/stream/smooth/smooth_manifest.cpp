@@ -1,4 +1,4 @@
-// Logs under the name of the stream, whose members these were made for.
+// These functions log under the source file of the stream class.
 #define ORVO_LOG_SOURCE "smooth_stream.cpp"
 
 #include "stream/smooth/smooth_manifest.h"
@@ -15,7 +15,7 @@ namespace {
 using orvo::kFragmentSeconds;
 using orvo::kTicksPerSecond;
 
-// Fragments of a film of that many seconds: all but the last are of full length.
+// The fragments of a film. All except the last have the full length.
 struct FragmentPlan {
   explicit FragmentPlan(int seconds)
       : count(seconds / kFragmentSeconds + (seconds % kFragmentSeconds == 0 ? 0 : 1)),
@@ -87,7 +87,7 @@ bool FindRendition(const QMXMetaData& record, bool hardware, SmoothRendition& re
 }
 
 void WriteManifestHead(std::ostream& manifest, float seconds) {
-  // In single precision, as clients have always had it.
+  // Single precision, because clients have always got this value.
   manifest << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
            << "<SmoothStreamingMedia MajorVersion=\"2\" MinorVersion=\"0\" Duration=\""
            << static_cast<uint64_t>(seconds * static_cast<float>(kTicksPerSecond)) << "\">\n";

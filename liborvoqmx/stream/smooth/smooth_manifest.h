@@ -8,17 +8,17 @@
 
 namespace LibOrvoQMX {
 
-// The picture's size for a requested height ("240" to "1080") and the film's shape, as texts.
+// The picture's size as texts, for a requested height ("240" to "1080") and the film's shape.
 struct SmoothPicture {
   std::string width;
   std::string height;
   std::string size;  // "640x480"
 };
-// False for any other height, which is logged, and for a film without a shape.
+// Returns false, with a log line, for any other height. Returns false for a film without a shape.
 bool FindPicture(const QMXMetaData& record, const std::string& requestedHeight,
                  SmoothPicture& picture);
 
-// What is known ahead of a rendition. Rates are in bit/s, the codec's private data is hexadecimal.
+// The predicted values of a rendition. Rates are in bit/s; the codec's private data is hexadecimal.
 struct SmoothRendition {
   SmoothPicture picture;
   std::string videoBitrate;
@@ -26,10 +26,11 @@ struct SmoothRendition {
   std::string samplingRate;
   std::string codecPrivateData;
 };
-// False, with a log line, for a profile that the tables lack; what was found by then is filled in.
+// Returns false, with a log line, for a profile that the tables lack. The values found before that
+// stay filled in.
 bool FindRendition(const QMXMetaData& record, bool hardware, SmoothRendition& rendition);
 
-// The manifest of a film of `seconds` seconds: what it begins with, and the rest. `url`: the
+// Write the manifest of a film of `seconds` seconds: its beginning, and the rest. `url` is the
 // address of the fragments.
 void WriteManifestHead(std::ostream& manifest, float seconds);
 void WriteManifestBody(std::ostream& manifest, int seconds, const std::string& url,

@@ -1,11 +1,11 @@
-// What is known of a Smooth Streaming rendition before it exists: sizes, rates and parameter sets.
+// Tables that predict a Smooth Streaming rendition: sizes, bit rates and parameter sets.
 #pragma once
 
 #include <string>
 
 namespace LibOrvoQMX {
 
-// Pictures are made in one of these shapes, the nearest to the film's.
+// The picture has one of these shapes, the nearest to the film's.
 inline constexpr int kAspectClasses = 3;  // 1.33, 1.77, 2.35
 int AspectClassOf(double ratio);
 
@@ -13,7 +13,7 @@ struct SmoothSize {
   const char* width;
   const char* height;
 };
-// Null for a requested height that no profile has.
+// Returns null if no profile has the requested height.
 const SmoothSize* FindSmoothSize(const std::string& requestedHeight, double ratio);
 
 struct SmoothProfile {
@@ -23,14 +23,15 @@ struct SmoothProfile {
   const char* audioBitrate;
 };
 inline constexpr char kSmoothSamplingRate[] = "48000";
-// Null for no such profile of that encoder.
+// Returns null if that encoder has no such profile.
 const SmoothProfile* FindSmoothProfile(bool hardware, const std::string& key);
 
 struct SmoothCodecData {
   const char* size;  // "640x480"
   const char* data;  // H.264 parameter sets in Annex B form, in hexadecimal
 };
-// What that encoder's stream of this size begins with; null for a size that it does not make.
+// The parameter sets at the beginning of that encoder's stream; null for a size that it does not
+// produce.
 const char* FindSmoothCodecData(bool hardware, const std::string& size);
 
 }  // namespace LibOrvoQMX

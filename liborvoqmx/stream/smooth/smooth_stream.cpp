@@ -32,11 +32,11 @@ using std::chrono::milliseconds;
 
 constexpr char kKind[] = "SS";
 constexpr milliseconds kVideoComesFirst(1000);
-// A viewer whose last request is further away has gone elsewhere, in fragments.
+// If the last request is further away than this, in fragments, the viewer has gone elsewhere.
 constexpr int64_t kElsewhere = 10;
 constexpr int kAttempts = 2;
 
-// Hands a rendition out as the texts that callers ask for.
+// Copies a rendition into the texts that callers pass.
 void Split(const SmoothRendition& rendition, std::string& width, std::string& height,
            std::string& videoBitrate, std::string& audioBitrate, std::string& samplingRate,
            std::string& codecPrivateData) {
@@ -207,7 +207,7 @@ bool SmoothStream::Transcoding(const std::string& fragment) {
   return StartUnless(place, [&] { return !fragments.NeedsSeek(place); });
 }
 
-// Of requests that come together one restarts the transcoder, and the others see that.
+// Of several requests at the same time, one restarts the transcoder and the others see that.
 bool SmoothStream::StartUnless(const FragmentPlace& place,
                                const std::function<bool()>& isNeedless) {
   if (isNeedless()) {
@@ -225,7 +225,7 @@ bool SmoothStream::Restart(const std::string& fragment) {
   return StartAt(FragmentPlace(Directory(), fragment), lock);
 }
 
-// Until the new monitor is recorded the lock tells waiting requests that one is on its way.
+// Until the new monitor is recorded, the lock tells waiting requests that one is starting.
 bool SmoothStream::StartAt(const FragmentPlace& place, StreamLock& lock) {
   m_seekSeconds = SaturateToInt(static_cast<double>(SaveSeekTime(place)));
   if (!SeekingHandler()) {
@@ -277,7 +277,7 @@ void SmoothStream::RunTranscoder() {
       [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); });
 }
 
-// On the data volume; "" where the stream directory is no link to one.
+// The directory on the data volume; "" if the stream directory is not a link.
 std::string SmoothStream::OutputDirectory() const {
   const std::string target = LinkTarget(Directory().Path());
   return !target.empty() && VerifyFileExist(target, 0) ? target + "/" + orvo::kFragmentsFolder : "";
@@ -301,7 +301,7 @@ FetchedPiece SmoothStream::Fetch(const orvo::FragmentId& id) {
       return {State::kNotStarted, ""};
     }
     piece = Await(place);
-    // A transcoder that ended, or began elsewhere meanwhile, leaves nothing to wait for.
+    // If the transcoder has ended or restarted elsewhere, waiting longer is useless.
     if (piece.state != State::kWillNotCome || HasGoneElsewhere(id)) {
       break;
     }
@@ -309,8 +309,7 @@ FetchedPiece SmoothStream::Fetch(const orvo::FragmentId& id) {
   return piece;
 }
 
-// Sees to it that a transcoder comes by the fragment. It is the picture's place that the transcoder
-// begins at.
+// Makes sure that a transcoder reaches the fragment. A new transcoder begins at the video fragment.
 bool SmoothStream::MakeSureOfTranscoder(const orvo::FragmentId& id) {
   orvo::FragmentId videoId = id;
   videoId.track = orvo::Track::kVideo;
@@ -327,16 +326,15 @@ bool SmoothStream::MakeSureOfTranscoder(const orvo::FragmentId& id) {
   return StartUnless(video, isNeedless);
 }
 
-// Does a transcoder have to begin at this fragment, because none will come by? One that would begin
-// up to 50 seconds before it is taken for granted only while it runs.
+// Must a transcoder start at this fragment because no other will reach it? One whose start is up to
+// 50 seconds earlier counts only while it runs.
 bool SmoothStream::NeedsStart(const FragmentPlace& place, const FragmentPlace& video) const {
   const SmoothFragments fragments(Directory());
   return fragments.NeedsSeek(video) || (!IsFFmpegRun() && !fragments.IsThere(place));
 }
 
-// Players ask for sound and picture of the same time at about the same time. It is the picture's
-// request that moves the transcoder; that of a player which takes the sound alone does when no
-// other came.
+// Players request sound and picture of the same time almost together. The request for the picture
+// moves the transcoder. A request for sound does so only if no request for the picture came.
 void SmoothStream::LetVideoComeFirst(const std::function<bool()>& isNeedless) const {
   const auto end = Clock::now() + kVideoComesFirst;
   const StreamWatch watch(Directory().Path());

@@ -142,7 +142,7 @@ TEST_F(Http, OfWindowsMediaVideoKeepsTheShapeAndCopiesNoTimes) {
   EXPECT_EQ(Read("/argv").substr(0, 30), "-ss\n0.000\n-i\n/volume1/video/fi");
 }
 
-TEST_F(Http, ThatIsNotOpenedSaysWhatItWouldRun) {
+TEST_F(Http, ThatIsNotOpenTellsItsCommandLine) {
   On("avoton", [this] {
     const Json::Value record = FilmRecord("-vcodec libx264 -s hd720");
     const auto plan =
@@ -177,7 +177,7 @@ TEST_F(Http, ThatIsNotOpenedRunsNothingWithoutAPicture) {
   });
 }
 
-TEST_F(Http, OfTheWrapperGetsADescriptor) {
+TEST_F(Http, PassesADescriptorToTheWrapper) {
   On("braswell", [this] {
     MakeStream("HTTP", FilmRecord("--acodec aac --vb\n 1000"));
     HttpStream stream(kId);
@@ -194,7 +194,7 @@ TEST_F(Http, OfTheWrapperGetsADescriptor) {
   EXPECT_NE(argv.find("\n--aidx\n0\n"), std::string::npos);
 }
 
-TEST_F(Http, WhoseDescriptorWasLostSaysSo) {
+TEST_F(Http, LogsALostDescriptor) {
   On("avoton", [this] {
     MakeStream("HTTP", FilmRecord("-vcodec libx264"));
     HttpStream stream(kId);
@@ -383,7 +383,7 @@ TEST_F(Http, RemovesNothingOutsideItsKind) {
   EXPECT_TRUE(Exists("/tmp/Mirevo/HTTP/other/file"));
 }
 
-TEST_F(Http, IsAdmittedWithoutAnyOtherQuestion) {
+TEST_F(Http, IsAdmittedWithoutAnyOtherCheck) {
   // Neither an unknown audio track nor an offline conversion of the other kind keeps it out.
   On("braswell", [this] {
     MakeStream("HTTP", FilmRecord("x"));
@@ -396,7 +396,7 @@ TEST_F(Http, IsAdmittedWithoutAnyOtherQuestion) {
   });
 }
 
-TEST_F(Http, IsAdmittedAsSoonAsTheOneBeforeDies) {
+TEST_F(Http, IsAdmittedAsSoonAsThePreviousOneDies) {
   On("avoton", [this] {
     MakeStream("HTTP", FilmRecord("x"));
     Child busy(test::SleepUntilKilled);
@@ -411,7 +411,7 @@ TEST_F(Http, IsAdmittedAsSoonAsTheOneBeforeDies) {
   });
 }
 
-TEST_F(Http, IsAdmittedAsSoonAsTheOneBeforeIsForgotten) {
+TEST_F(Http, IsAdmittedAsSoonAsThePreviousOneIsUnregistered) {
   On("avoton", [this] {
     MakeStream("HTTP", FilmRecord("x"));
     SetRegistry(JsonArray({RegistryEntry(getpid(), false)}));
@@ -440,7 +440,7 @@ TEST_F(Http, LeavesTheRegistryFreeWhileItWaits) {
   });
 }
 
-TEST_F(Http, StartsWhereItWasTold) {
+TEST_F(Http, StartsAtTheRequestedSecond) {
   On("avoton", [this] {
     MakeStream("HTTP", FilmRecord("-vcodec libx264"));
     HttpStream stream(kId);
@@ -499,7 +499,7 @@ TEST_F(HttpArithmetic, SizesTakeTheFilmsShapeAndRoundTheWidthUp) {
   });
 }
 
-TEST_F(HttpArithmetic, RatesStandInTheProfileKey) {
+TEST_F(HttpArithmetic, TheProfileKeyContainsTheRates) {
   const struct {
     const char* key;
     int rate;

@@ -95,7 +95,7 @@ TEST_F(WebM, CarriesWhatTheTranscoderWrites) {
   EXPECT_EQ(Read("/argv").substr(0, expected.size()), expected);
 }
 
-TEST_F(WebM, SaysWhatItWouldRunBeforeItIsOpened) {
+TEST_F(WebM, TellsItsCommandLineBeforeItIsOpened) {
   On("avoton", [this] {
     WriteScript(kFfmpeg, "printf '%s\\n' \"$0\" \"$@\" > \"$ORVO_SYSROOT/argv\"\n");
     const auto plan =
@@ -134,7 +134,7 @@ TEST_F(WebM, NeedsAStreamAndAProgram) {
   });
 }
 
-TEST_F(WebM, AdmissionIsTheCommonOne) {
+TEST_F(WebM, UsesTheCommonAdmission) {
   On("avoton", [this] {
     WriteJson(File("video_metadata"), FilmRecord("-h264_mp4toannexb"));
     EXPECT_TRUE(WebMStream(kId).Init("2"));
@@ -172,7 +172,7 @@ TEST_F(WebM, CopiesTheAudioThatItsPlayersKnow) {
   });
 }
 
-TEST_F(WebM, ArgumentsAreNoneWithoutAPictureOrAProfile) {
+TEST_F(WebM, ArgumentsAreEmptyWithoutAPictureOrAProfile) {
   On("avoton", [this] {
     Json::Value record = FilmRecord(kProfile);
     record["track_info"]["video"][0]["resolutionx"] = 0;
@@ -252,7 +252,7 @@ TEST_F(WebM, EndsWhenItsReaderLeaves) {
   });
 }
 
-TEST_F(WebM, SeekIsAnotherTranscoder) {
+TEST_F(WebM, ASeekStartsAnotherTranscoder) {
   On("avoton", [this] {
     WebMStream first(kId);
     ASSERT_TRUE(first.Transcoding("x", 0));
@@ -302,7 +302,7 @@ TEST_F(WebM, KillsATranscoderThatWillNotEnd) {
   });
 }
 
-TEST_F(WebM, EndsWithTheMonitorHoweverThatEnds) {
+TEST_F(WebM, EndsWithTheMonitorHoweverTheMonitorEnds) {
   On("avoton", [this] {
     WebMStream stream(kId);
     ASSERT_TRUE(stream.Transcoding("x", 0));

@@ -84,7 +84,7 @@ class HlsArguments : public HlsPipeline {
   }
 };
 
-TEST_F(HlsArguments, StandInOrder) {
+TEST_F(HlsArguments, HaveAFixedOrder) {
   On("avoton", [this] {
     // No seek has been made: the delta is the whole way back to 0.
     EXPECT_EQ(Calculate(FilmRecord("-vcodec x\n-acodec y")), (List{"-vcodec",
@@ -125,7 +125,7 @@ TEST_F(HlsArguments, AskForPlainPixelsUnlessVideoIsCopied) {
   });
 }
 
-TEST_F(HlsArguments, LeaveHeadersToTheSegmentsWhereTheRecordSaysSo) {
+TEST_F(HlsArguments, LeaveHeadersToTheSegmentsIfTheRecordSaysSo) {
   On("avoton", [this] {
     Json::Value record = FilmRecord("x");
     record["hls_header"] = true;
@@ -165,7 +165,7 @@ TEST_F(HlsArguments, ChooseTheAudio) {
   });
 }
 
-TEST_F(HlsArguments, AreNoneWithoutAPictureAProfileOrAFragment) {
+TEST_F(HlsArguments, AreEmptyWithoutAPictureAProfileOrAFragment) {
   On("avoton", [this] {
     Json::Value record = FilmRecord("x");
     EXPECT_EQ(Calculate(record, ""), List());
@@ -204,7 +204,7 @@ TEST_F(HlsPipeline, StartsATranscoderAtTheSegment) {
   });
 }
 
-TEST_F(HlsPipeline, SaysWhatItWouldRunBeforeItIsOpened) {
+TEST_F(HlsPipeline, TellsItsCommandLineBeforeItIsOpened) {
   On("avoton", [this] {
     const Json::Value record = FilmRecord(kTranscodeProfile);
     const auto plan = LibOrvoQMX::QMXMetaData::Plan(Load(record), "key", kTranscodeProfile, "");
@@ -222,7 +222,7 @@ TEST_F(HlsPipeline, SaysWhatItWouldRunBeforeItIsOpened) {
   });
 }
 
-TEST_F(HlsPipeline, LeavesATranscoderAloneThatWillBeThereSoon) {
+TEST_F(HlsPipeline, KeepsATranscoderThatWillReachTheFragmentSoon) {
   On("avoton", [this] {
     Open(kRemuxProfile);
     ASSERT_TRUE(Request("3"));
@@ -265,7 +265,7 @@ TEST_F(HlsPipeline, EndsWithASignalToTheMonitor) {
   });
 }
 
-TEST_F(HlsPipeline, EndsWithTheMonitorHoweverThatEnds) {
+TEST_F(HlsPipeline, EndsWithTheMonitorHoweverTheMonitorEnds) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     ASSERT_TRUE(Request("3"));
@@ -276,7 +276,7 @@ TEST_F(HlsPipeline, EndsWithTheMonitorHoweverThatEnds) {
   });
 }
 
-TEST_F(HlsPipeline, EndsWithTheMonitorAlsoAsAnotherUser) {
+TEST_F(HlsPipeline, EndsWithTheMonitorAsAnotherUser) {
   On("avoton", [this] {
     if (getuid() != 0) {
       GTEST_SKIP() << "needs root";
@@ -330,7 +330,7 @@ TEST_F(HlsPipeline, EndsWithTheTranscoder) {
   });
 }
 
-TEST_F(HlsPipeline, EndsWhenTheClientStaysAway) {
+TEST_F(HlsPipeline, EndsWhenTheClientHasGone) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     Write(File("access_status"), "");
@@ -380,7 +380,7 @@ TEST_F(HlsPipeline, FailsWithoutAStream) {
   });
 }
 
-TEST_F(HlsPipeline, TellsASegmentsClientSoonThatTheTranscoderFailed) {
+TEST_F(HlsPipeline, TellsTheClientSoonThatTheTranscoderFailed) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     WriteScript(kFfmpeg, "exit 1\n");
@@ -415,7 +415,7 @@ TEST_F(HlsPipeline, DoesNotKeepTheRequestsClientWaiting) {
   });
 }
 
-TEST_F(HlsPipeline, OfManyRequestsAtOnceIsTheNewestOnes) {
+TEST_F(HlsPipeline, FollowsTheNewestOfManyRequestsAtOnce) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     const double start = test::Now();
@@ -472,7 +472,7 @@ TEST_F(HlsPipeline, OfManyRequestsAtOnceIsTheNewestOnes) {
   });
 }
 
-TEST_F(HlsPipeline, KnowsHowACertainClientResumes) {
+TEST_F(HlsPipeline, KnowsHowAppleTvResumes) {
   On("avoton", [this] {
     Open(kRemuxProfile);
     Write(File("appletv_status"), "Init");
@@ -493,7 +493,7 @@ TEST_F(HlsPipeline, KnowsHowACertainClientResumes) {
   });
 }
 
-TEST_F(HlsPipeline, OfTheWrapperEndsInASegmenter) {
+TEST_F(HlsPipeline, OfTheWrapperHasASegmenterAtItsEnd) {
   Open("--vcodec h264 --vb 2000k --acodec aac");
   // The wrapper writes into what "-o fd:N" names, the segmenter reads what "-i pipe:N" names.
   WriteScript(kWrapper,

@@ -136,7 +136,7 @@ TEST_F(HlsPlaylists, FollowStoredKeyFrames) {
   });
 }
 
-TEST_F(HlsPlaylists, AndTheRequestsAfterThemGoByTheSamePlan) {
+TEST_F(HlsPlaylists, AndLaterRequestsUseTheSamePlan) {
   On("avoton", [this] {
     const std::string film = Path("/volume1/film.mkv");
     Json::Value record = FilmRecord(kRemuxProfile);
@@ -158,7 +158,7 @@ TEST_F(HlsPlaylists, AndTheRequestsAfterThemGoByTheSamePlan) {
   });
 }
 
-TEST_F(HlsPlaylists, FollowNoKeyFramesWhereTheRecordOrTheProfileSaysNo) {
+TEST_F(HlsPlaylists, FollowNoKeyFramesIfTheRecordOrTheProfileForbidsIt) {
   On("avoton", [this] {
     Json::Value record = FilmRecord(kRemuxProfile);
     record["path"] = Path("/volume1/film.mkv");
@@ -187,7 +187,7 @@ TEST_F(HlsPlaylists, AreNotWrittenWithoutAnAddressAStreamOrADuration) {
   });
 }
 
-TEST_F(HlsPlaylists, KeepTheWishForAnAudioFormat) {
+TEST_F(HlsPlaylists, StoreTheRequestedAudioFormat) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     ASSERT_TRUE(Init(HttpLiveStream(kId), Json::objectValue, "ac3_copy"));
@@ -195,7 +195,7 @@ TEST_F(HlsPlaylists, KeepTheWishForAnAudioFormat) {
   });
 }
 
-TEST_F(HlsPlaylists, MarkACertainClient) {
+TEST_F(HlsPlaylists, MarkAnAppleTv) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     setenv("HTTP_USER_AGENT", "AppleCoreMedia (Apple TV; U; CPU OS 9_0)", 1);
@@ -207,7 +207,7 @@ TEST_F(HlsPlaylists, MarkACertainClient) {
   });
 }
 
-TEST_F(HlsPlaylists, ThatFailTakeTheDirectoryWithThem) {
+TEST_F(HlsPlaylists, RemoveTheDirectoryWhenTheyFail) {
   On("avoton", [this] {
     Json::Value record = FilmRecord(kTranscodeProfile);
     record["duration"] = 0;
@@ -221,7 +221,7 @@ TEST_F(HlsPlaylists, ThatFailTakeTheDirectoryWithThem) {
   });
 }
 
-TEST_F(HlsPlaylists, OfSubtitlesThatFailTakeTheDirectoryWithThem) {
+TEST_F(HlsPlaylists, OfSubtitlesRemoveTheDirectoryWhenTheyFail) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     EXPECT_FALSE(Init(HttpLiveStream(kId), test::ParseText(R"({"subtitle_id": "x"})")));
@@ -232,7 +232,7 @@ TEST_F(HlsPlaylists, OfSubtitlesThatFailTakeTheDirectoryWithThem) {
   });
 }
 
-TEST_F(HlsPlaylists, ThatCannotBeWrittenSaySo) {
+TEST_F(HlsPlaylists, ThatCannotBeWrittenAreAFailure) {
   On("avoton", [this] {
     Open(kTranscodeProfile);
     MakeDirectory(Main());

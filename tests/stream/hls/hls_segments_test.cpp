@@ -77,7 +77,7 @@ TEST_F(HlsSegments, BeginAtMultiplesOfTheirLength) {
   });
 }
 
-TEST_F(HlsSegments, OnTheirWayAreWaitedFor) {
+TEST_F(HlsSegments, NeedNoRestartIfTheTranscoderWillReachThemSoon) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     Write(File("seek_time"), "10");
@@ -98,7 +98,7 @@ TEST_F(HlsSegments, OnTheirWayAreWaitedFor) {
   });
 }
 
-TEST_F(HlsSegments, NearTheStartAreReckonedFromTheFirst) {
+TEST_F(HlsSegments, NearTheStartAreCountedFromTheFirst) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     const HttpLiveStream stream(kId);
@@ -110,7 +110,7 @@ TEST_F(HlsSegments, NearTheStartAreReckonedFromTheFirst) {
   });
 }
 
-TEST_F(HlsSegments, ThatNobodyWritesNeedAStartUnlessTheyAreThere) {
+TEST_F(HlsSegments, NeedARestartIfNoTranscoderRunsAndTheyAreMissing) {
   On("avoton", [this] {
     const HttpLiveStream stream(kId);
     Finish(3);
@@ -127,7 +127,7 @@ TEST_F(HlsSegments, ThatNobodyWritesNeedAStartUnlessTheyAreThere) {
   });
 }
 
-TEST_F(HlsSegments, AreCompleteOnceTheirSuccessorIsThere) {
+TEST_F(HlsSegments, AreCompleteWhenTheNextOneExists) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     const HttpLiveStream stream(kId);
@@ -141,7 +141,7 @@ TEST_F(HlsSegments, AreCompleteOnceTheirSuccessorIsThere) {
   });
 }
 
-TEST_F(HlsSegments, AreCompleteOnceNobodyWritesAnyMore) {
+TEST_F(HlsSegments, AreCompleteWhenNoTranscoderRuns) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     Finish(7);
@@ -180,7 +180,7 @@ TEST_F(HlsSegments, AreGivenUpTheMomentANewerRequestRestartsTheStream) {
   });
 }
 
-TEST_F(HlsSegments, ThatARestartLeavesHalfAreNotServed) {
+TEST_F(HlsSegments, AreNotServedIfARestartLeftThemHalf) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     const auto next = std::make_unique<Child>([] { test::SleepUntilKilled(); });
@@ -202,7 +202,7 @@ TEST_F(HlsSegments, ThatARestartLeavesHalfAreNotServed) {
   });
 }
 
-TEST_F(HlsSegments, AreNotAskedOfAMonitorThatANewerRequestOvertook) {
+TEST_F(HlsSegments, ComeFromNoMonitorThatANewerRequestReplaced) {
   On("avoton", [this] {
     const LibOrvoQMX::StreamDirectory directory("HLS", kId);
     const std::string own = LibOrvoQMX::WriteSequence(directory);
@@ -248,7 +248,7 @@ TEST_F(HlsSegments, OfNoStreamAreNotWaitedFor) {
   });
 }
 
-TEST_F(HlsSegments, AreAskedForInASequence) {
+TEST_F(HlsSegments, HaveRequestsInASequence) {
   On("avoton", [this] {
     HttpLiveStream first(kId);
     HttpLiveStream second(kId);

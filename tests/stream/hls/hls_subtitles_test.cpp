@@ -66,14 +66,14 @@ TEST_F(HlsSubtitles, OfOneTrackMakeAnIndexWithOneRendition) {
   });
 }
 
-TEST_F(HlsSubtitles, ThatThereAreNotMakeAnIndexOfTheVideoAlone) {
+TEST_F(HlsSubtitles, ThatAreMissingMakeAnIndexOfOnlyTheVideo) {
   On("avoton", [this] {
     EXPECT_EQ(Index("all"), std::string("#EXTM3U\n\n") + kVariant + "\n" + Address() +
                                 "&playlist_type=video\n#EXT-X-ENDLIST");
   });
 }
 
-TEST_F(HlsSubtitles, OfOneLanguageGetNamesOfTheirOwn) {
+TEST_F(HlsSubtitles, OfOneLanguageGetDifferentNames) {
   On("avoton", [this] {
     AddFiles({"movie.eng.srt", "movie.eng.ass", "movie.shooter-1.srt"});
     AddTrack("3", "subrip", "eng");
@@ -127,7 +127,7 @@ TEST_F(HlsSubtitles, InTheFilmAreTextOnly) {
   });
 }
 
-TEST_F(HlsSubtitles, OfAnIdAreThatOneOrAll) {
+TEST_F(HlsSubtitles, AreSelectedByAnIdOrByAll) {
   On("avoton", [this] {
     AddFiles({"movie.eng.srt"});
     AddTrack("3", "ssa", "fre");
@@ -233,7 +233,7 @@ TEST_F(HlsSubtitles, AndVideoHavePlaylistsOfTheirOwn) {
   });
 }
 
-TEST(SubtitlePath, IsTakenApart) {
+TEST(SubtitlePath, IsSplitIntoItsParts) {
   const Json::Value info = libmrv::subtitle::PathInfo("/a.b/movie.eng.srt");
   EXPECT_EQ(info, test::ParseText(R"({"dirname": "/a.b", "basename": "movie.eng.srt",
       "extension": "srt", "filename": "movie.eng", "language": "eng"})"));

@@ -94,7 +94,7 @@ TEST_F(Launch, OfFfmpegWritesTheStartWithThreeDecimals) {
   }
 }
 
-TEST_F(Launch, OfFfmpegPrefersTheHardwareDecoderOnlyWhereItWorks) {
+TEST_F(Launch, OfFfmpegPrefersTheHardwareDecoderOnlyIfItWorks) {
   const auto start = [this](PlainStream& stream) {
     stream.ExecuteTranscoding(false, {}, "o", program_);
   };
@@ -115,7 +115,7 @@ TEST_F(Launch, OfFfmpegPrefersTheHardwareDecoderOnlyWhereItWorks) {
   EXPECT_FALSE(isPreferred("evansport", turned));
 }
 
-TEST_F(Launch, OfFfmpegMapsTheTrackThatWasAskedFor) {
+TEST_F(Launch, OfFfmpegMapsTheRequestedTrack) {
   MakeDirectory(Directory("HTTP"));
   Write(Directory("HTTP") + "/audio_id", "2");
   EXPECT_EQ(Transcode("avoton", "HTTP", FilmRecord("x"),
@@ -202,7 +202,7 @@ TEST_F(Launch, FailsBeforeItRegistersWhenSomethingIsMissing) {
   });
 }
 
-TEST_F(Launch, ComesBackWithFalseWhenTheProgramIsMissing) {
+TEST_F(Launch, ReturnsFalseWhenTheProgramIsMissing) {
   On("avoton", [this] {
     MakeStream("HTTP", FilmRecord("x"));
     PlainStream stream("HTTP");
@@ -211,7 +211,7 @@ TEST_F(Launch, ComesBackWithFalseWhenTheProgramIsMissing) {
   });
 }
 
-TEST_F(Launch, RunsTheTranscoderWithRootsRightsAndGivesThemBackOnFailure) {
+TEST_F(Launch, RunsTheTranscoderAsRootAndDropsRootOnFailure) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
@@ -232,7 +232,7 @@ TEST_F(Launch, RunsTheTranscoderWithRootsRightsAndGivesThemBackOnFailure) {
   EXPECT_TRUE(status == 44 || status == 2 || status == 126 || status == 127) << status;
 }
 
-TEST_F(Launch, OfManyAtTheSameInstantStartsOne) {
+TEST_F(Launch, StartsOneOfManyAtTheSameTime) {
   constexpr int kLaunches = 12;
   MakeStream("HTTP", FilmRecord("x"));
   const std::string program = WriteScript("/winner",
@@ -436,7 +436,7 @@ TEST_F(Monitor, IsRecorded) {
   EXPECT_TRUE(stream.IsFFmpegRun());
 }
 
-TEST_F(Monitor, ReplacedIsEnded) {
+TEST_F(Monitor, ThatIsReplacedEnds) {
   Child old(test::SleepUntilKilled);
   Record(old.Pid());
   EXPECT_TRUE(PlainStream("HLS").SaveMonitorPid(getpid(), true));
@@ -445,7 +445,7 @@ TEST_F(Monitor, ReplacedIsEnded) {
   EXPECT_EQ(Recorded(), std::to_string(getpid()));
 }
 
-TEST_F(Monitor, EndedWithoutASuccessorStaysRecorded) {
+TEST_F(Monitor, ThatEndsWithoutASuccessorStaysRecorded) {
   for (const int pid : {0, -1}) {
     Child old(test::SleepUntilKilled);
     Record(old.Pid());
@@ -473,7 +473,7 @@ TEST_F(Monitor, ThatWillNotEndIsWaitedForAboutFiveSeconds) {
   EXPECT_TRUE(PlatProcAlive(stubborn.Pid()));
 }
 
-TEST_F(Monitor, FileWithAnythingElseSignalsNobody) {
+TEST_F(Monitor, FileWithoutAPidCausesNoSignal) {
   // A process group of its own would be hit by a 0.
   test::InChild([this] {
     ASSERT_EQ(setpgid(0, 0), 0);
@@ -496,7 +496,7 @@ TEST_F(Monitor, OfAStreamWithoutAnIdOrAKindIsABadParameter) {
   EXPECT_EQ(test::TakeLogTexts(), List(2, "liborvoqmx:N Bad parameter"));
 }
 
-TEST_F(Monitor, ReplacedByManyAtOnceIsOneOfThem) {
+TEST_F(Monitor, IsOneOfManyThatReplaceItAtOnce) {
   // Every one records itself and ends the one before; only the last recorded is left alone.
   constexpr int kMonitors = 8;
   Pipe recorded;

@@ -75,7 +75,7 @@ TEST_F(SmoothFetch, OfACompleteFragmentStartsNothing) {
   });
 }
 
-TEST_F(SmoothFetch, StartsATranscoderAtTheFragmentAndTakesWhatItMade) {
+TEST_F(SmoothFetch, StartsATranscoderAtTheFragmentAndReturnsItsFile) {
   On("avoton", [this] {
     WriteScript(kFfmpeg, std::string(kCount) +
                              "for out; do :; done\nmkdir -p \"$out/QualityLevels(200000)\"\n"
@@ -86,7 +86,7 @@ TEST_F(SmoothFetch, StartsATranscoderAtTheFragmentAndTakesWhatItMade) {
   });
 }
 
-TEST_F(SmoothFetch, ThatNothingCanAnswerIsTriedTwice) {
+TEST_F(SmoothFetch, IsTriedTwiceIfTheTranscoderMakesNothing) {
   On("avoton", [this] {
     EXPECT_EQ(Fetch(Id(10)).state, State::kWillNotCome);
     EXPECT_EQ(Starts(), 2U);
@@ -106,7 +106,7 @@ TEST_F(SmoothFetch, IsTriedOnceWhenTheViewerHasGoneElsewhere) {
   });
 }
 
-TEST_F(SmoothFetch, OfSoundLeavesThePictureASecondToMoveTheTranscoder) {
+TEST_F(SmoothFetch, OfSoundWaitsOneSecondForThePictureToMoveTheTranscoder) {
   On("avoton", [this] {
     const auto monitor = StartMonitor(60);
     const double start = test::Now();
@@ -122,7 +122,7 @@ TEST_F(SmoothFetch, OfSoundLeavesThePictureASecondToMoveTheTranscoder) {
   });
 }
 
-TEST_F(SmoothFetch, OfSoundMovesTheTranscoderWhereNoPictureDoes) {
+TEST_F(SmoothFetch, OfSoundMovesTheTranscoderIfNoPictureDoes) {
   On("avoton", [this] {
     const double start = test::Now();
     EXPECT_EQ(Fetch(Id(10, Track::kAudio)).state, State::kWillNotCome);
@@ -134,7 +134,7 @@ TEST_F(SmoothFetch, OfSoundMovesTheTranscoderWhereNoPictureDoes) {
   });
 }
 
-TEST_F(SmoothFetch, OfAStreamThatIsGoneStartsNothing) {
+TEST_F(SmoothFetch, OfARemovedStreamStartsNothing) {
   On("avoton", [this] {
     SmoothStream stream(kId);
     stream.Close();

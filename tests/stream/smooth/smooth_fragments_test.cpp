@@ -87,7 +87,7 @@ TEST_F(SmoothFragments, HaveIdsOfTwoParts) {
   });
 }
 
-TEST_F(SmoothFragments, SeekToTheSecondTheyStartIn) {
+TEST_F(SmoothFragments, SeekToTheSecondOfTheirStart) {
   On("avoton", [this] {
     const SmoothStream stream(kId);
     const struct {
@@ -103,7 +103,7 @@ TEST_F(SmoothFragments, SeekToTheSecondTheyStartIn) {
   });
 }
 
-TEST_F(SmoothFragments, NeedASeekWhereTheTranscoderWillNotComeSoon) {
+TEST_F(SmoothFragments, NeedASeekIfTheTranscoderWillNotReachThemSoon) {
   On("avoton", [this] {
     const SmoothStream stream(kId);
     EXPECT_TRUE(stream.IsNeedToSeek(Id(0))) << "nothing has started";
@@ -134,7 +134,7 @@ TEST_F(SmoothFragments, NeedASeekWhereTheTranscoderWillNotComeSoon) {
   });
 }
 
-TEST_F(SmoothFragments, AreReckonedFromTheStartWhileThereAreNone) {
+TEST_F(SmoothFragments, AreComparedWithTheStartWhileNoneExist) {
   On("avoton", [this] {
     const SmoothStream stream(kId);
     Write(File("seek_time"), "60");
@@ -145,7 +145,7 @@ TEST_F(SmoothFragments, AreReckonedFromTheStartWhileThereAreNone) {
   });
 }
 
-TEST_F(SmoothFragments, AreCompleteOnceTheirSuccessorIsThere) {
+TEST_F(SmoothFragments, AreCompleteWhenTheNextOneExists) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     const SmoothStream stream(kId);
@@ -164,7 +164,7 @@ TEST_F(SmoothFragments, AreCompleteOnceTheirSuccessorIsThere) {
   });
 }
 
-TEST_F(SmoothFragments, AreCompleteOnceNobodyWritesAnyMore) {
+TEST_F(SmoothFragments, AreCompleteWhenNoTranscoderRuns) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     const SmoothStream stream(kId);
@@ -177,7 +177,7 @@ TEST_F(SmoothFragments, AreCompleteOnceNobodyWritesAnyMore) {
   });
 }
 
-TEST_F(SmoothFragments, ThatNoneStartsAtAreReadyAtOnce) {
+TEST_F(SmoothFragments, AtATimeWithoutAFragmentAreReadyAtOnce) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     const std::string id = std::string(kQuality) + "/Fragments(video=12345)";
@@ -209,7 +209,7 @@ TEST_F(SmoothFragments, AreServedTheMomentTheyAreComplete) {
   });
 }
 
-TEST_F(SmoothFragments, AreSeenInDirectoriesMadeAnew) {
+TEST_F(SmoothFragments, AreSeenInDirectoriesThatAreMadeAgain) {
   On("avoton", [this] {
     const auto monitor = StartMonitor();
     for (int i = 0; i < 3; ++i) {
@@ -258,7 +258,7 @@ TEST_F(SmoothFragments, AreWaitedForThroughARestart) {
   });
 }
 
-TEST_F(SmoothFragments, NeverLieElsewhere) {
+TEST_F(SmoothFragments, AreNeverOutsideTheirFolder) {
   On("avoton", [this] {
     for (const std::string id : {"", "q", "../x", "q/..", "./x", "../../x", "q/r/s", "/q/x", "q//x",
                                  "q/", "/", "..", "../../../../etc/passwd", "q/../../x"}) {

@@ -306,7 +306,7 @@ const ParameterRow kParameters[] = {
       "000000016742c01eda0140117ee10000030001000003001e0f162ea00000000168ce1f20"}},
 };
 
-TEST_F(SmoothManifest, KnowsEveryProfileAhead) {
+TEST_F(SmoothManifest, PredictsEveryProfile) {
   On("avoton", [this] {
     for (const ParameterRow& row : kParameters) {
       const SmoothStream stream = Open(row.key, row.width, 1000);
@@ -334,7 +334,7 @@ TEST_F(SmoothManifest, KnowsNoOtherProfile) {
   });
 }
 
-TEST_F(SmoothManifest, IsWrittenWhole) {
+TEST_F(SmoothManifest, IsComplete) {
   On("avoton", [this] {
     EXPECT_TRUE(Open(kSoftwareKey, 1770, 1000, kSoftwareProfile, 12).Predict_Manifest(Request()));
     const std::string address = std::string("w.cgi?format=ss&amp;stream_id=%22") + kId +
@@ -441,7 +441,7 @@ TEST_F(SmoothManifest, IsWrittenWhenTheStreamIsOpened) {
   });
 }
 
-TEST_F(SmoothManifest, ThatFailsLeavesNoStream) {
+TEST_F(SmoothManifest, LeavesNoStreamWhenItFails) {
   On("avoton", [this] {
     MakeStreamOnVolume("SS", FilmRecord(kSoftwareProfile, "key"));
     EXPECT_FALSE(SmoothStream(kId).Init(Request(), Json::Value(), "", ""));

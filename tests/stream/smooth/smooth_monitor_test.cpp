@@ -75,7 +75,7 @@ TEST_F(SmoothMonitor, StartsATranscoderAtTheFragment) {
   });
 }
 
-TEST_F(SmoothMonitor, SaysWhatItWouldRunBeforeItIsOpened) {
+TEST_F(SmoothMonitor, TellsItsCommandLineBeforeItIsOpened) {
   On("avoton", [this] {
     QMXMetaData opened(kId, "SS");
     ASSERT_TRUE(opened.LoadMetaData());
@@ -92,7 +92,7 @@ TEST_F(SmoothMonitor, SaysWhatItWouldRunBeforeItIsOpened) {
   });
 }
 
-TEST_F(SmoothMonitor, LeavesATranscoderAloneThatWillBeThereSoon) {
+TEST_F(SmoothMonitor, KeepsATranscoderThatWillReachTheFragmentSoon) {
   On("avoton", [this] {
     ASSERT_TRUE(Request(Id(0)));
     const pid_t first = NextStarted();
@@ -137,7 +137,7 @@ TEST_F(SmoothMonitor, NeedsAStreamAndAFragment) {
   });
 }
 
-TEST_F(SmoothMonitor, OfManyRequestsAtOnceIsOne) {
+TEST_F(SmoothMonitor, IsOneForManyRequestsAtOnce) {
   On("avoton", [this] {
     std::vector<std::unique_ptr<Child>> requests;
     for (int i = 0; i < 6; ++i) {
@@ -153,7 +153,7 @@ TEST_F(SmoothMonitor, OfManyRequestsAtOnceIsOne) {
   });
 }
 
-TEST_F(SmoothMonitor, StartsAnewOnDemand) {
+TEST_F(SmoothMonitor, StartsAgainOnDemand) {
   On("avoton", [this] {
     ASSERT_TRUE(Request(Id(0)));
     kill(NextStarted(), SIGKILL);
@@ -186,7 +186,7 @@ TEST_F(SmoothMonitor, EndsWithASignal) {
   });
 }
 
-TEST_F(SmoothMonitor, TakesTheTranscoderWithItHoweverItEnds) {
+TEST_F(SmoothMonitor, EndsTheTranscoderHoweverItEndsItself) {
   On("avoton", [this] {
     ASSERT_TRUE(Request(Id(0)));
     const pid_t transcoder = NextStarted();
@@ -227,7 +227,7 @@ TEST_F(SmoothMonitor, EndsWithTheTranscoder) {
   });
 }
 
-TEST_F(SmoothMonitor, EndsWhenTheClientStaysAway) {
+TEST_F(SmoothMonitor, EndsWhenTheClientHasGone) {
   On("avoton", [this] {
     Write(File("access_status"), "");
     const timespec times[2] = {{0, UTIME_OMIT}, {time(nullptr) - 900, 0}};
@@ -260,7 +260,7 @@ TEST_F(SmoothMonitor, StartsNothingForAHeightWithoutASize) {
   });
 }
 
-TEST_F(SmoothMonitor, StartsNothingForAFragmentFromBeforeTheFilm) {
+TEST_F(SmoothMonitor, StartsNothingForAFragmentBeforeTheFilm) {
   On("avoton", [this] {
     ASSERT_TRUE(Request("q/Fragments(video=-50000000)"));
     test::ReapAll();
@@ -268,7 +268,7 @@ TEST_F(SmoothMonitor, StartsNothingForAFragmentFromBeforeTheFilm) {
   });
 }
 
-TEST_F(SmoothMonitor, OfTheHardwareEncoderAsksForAFullStream) {
+TEST_F(SmoothMonitor, OfTheHardwareEncoderRequestsAFullStream) {
   WriteJson(File("video_metadata"), FilmRecord("-vcodec h264_smd -s 720"));
   On("evansport", [this] {
     EXPECT_TRUE(SmoothStream(kId).Transcoding(Id(0)));
@@ -283,7 +283,7 @@ TEST_F(SmoothMonitor, OfTheHardwareEncoderAsksForAFullStream) {
   });
 }
 
-TEST_F(SmoothMonitor, NamesNoPlaceInAStreamDirectoryThatIsNoLink) {
+TEST_F(SmoothMonitor, NamesNoFolderIfTheStreamDirectoryIsNotALink) {
   On("avoton", [this] {
     ASSERT_EQ(unlink(Path(Directory("SS")).c_str()), 0);
     MakeStream("SS", FilmRecord(kProfile));

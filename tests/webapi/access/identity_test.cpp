@@ -73,7 +73,7 @@ TEST_F(CallerOf, ACookieIsASession) {
   EXPECT_EQ(webapi::SessionCookie(Request()), session_);
 }
 
-TEST_F(CallerOf, NobodyIsWhoBringsNoSession) {
+TEST_F(CallerOf, WithoutASessionIsUnknown) {
   for (const std::string query : {"", "_sid=", "_sid=../../etc/passwd", "_sid=short"}) {
     const Caller caller = Find(query, Right::kAccount);
     EXPECT_TRUE(caller.isLoginRequired) << query;
@@ -82,7 +82,7 @@ TEST_F(CallerOf, NobodyIsWhoBringsNoSession) {
   }
 }
 
-TEST_F(CallerOf, ALinkOpensItsStreamAndNoMore) {
+TEST_F(CallerOf, ALinkOpensOnlyItsStream) {
   const Caller caller = Find(LinkQuery(), Right::kLink);
   EXPECT_EQ(caller.account, "anna");
   EXPECT_EQ(caller.linkedStream, kId);
@@ -94,7 +94,7 @@ TEST_F(CallerOf, ALinkOpensItsStreamAndNoMore) {
   EXPECT_EQ(Find("_sid=" + accounts::NewSecret() + "&stream_id=" + kId, Right::kLink).account, "");
 }
 
-TEST_F(CallerOf, ALinkBringsTheTicketThatItWasComparedWith) {
+TEST_F(CallerOf, ALinkComesWithTheTicketThatItWasCheckedAgainst) {
   Request request;
   ASSERT_TRUE(request.AddParameters(LinkQuery()));
   request.SetCaller(webapi::FindCaller(request, Right::kLink));
@@ -114,7 +114,7 @@ TEST_F(CallerOf, ADamagedTicketOpensNothing) {
   EXPECT_EQ(Find(LinkQuery(), Right::kLink).account, "");
 }
 
-TEST_F(CallerOf, EverybodyIsTheOwnerWhereThereAreNoAccounts) {
+TEST_F(CallerOf, EveryoneIsTheOwnerIfThereAreNoAccounts) {
   ASSERT_EQ(accounts::Remove("anna"), accounts::Outcome::kDone);
   const Caller caller = Find("", Right::kOwner);
   Answer refusal = Answer::Failure(webapi::kInternal);
@@ -123,7 +123,7 @@ TEST_F(CallerOf, EverybodyIsTheOwnerWhereThereAreNoAccounts) {
   EXPECT_FALSE(webapi::HasRight(Find("", Right::kOwner), Right::kOwner, refusal));
 }
 
-TEST_F(CallerOf, ADamagedListOfAccountsLetsNobodyIn) {
+TEST_F(CallerOf, ADamagedListOfAccountsAdmitsNobody) {
   Write("/var/packages/Mirevo/etc/accounts", "{");
   Answer refusal = Answer::Failure(webapi::kInternal);
   EXPECT_FALSE(

@@ -34,13 +34,13 @@ TEST(Origin, AHostIsKnownByItsNameAndPort) {
   }
 }
 
-TEST(Origin, TheUsualPortNeedNotBeSaid) {
+TEST(Origin, TheUsualPortMayBeOmitted) {
   EXPECT_FALSE(IsTaken({{"HTTP_HOST", "tv.lan"}}));
   EXPECT_TRUE(IsTaken({{"HTTP_HOST", "tv.lan"}, {"HTTPS", "on"}}));
   EXPECT_TRUE(IsTaken({{"HTTP_HOST", "tv.lan:443"}, {"HTTPS", "on"}}));
 }
 
-TEST(Origin, AStarIsEveryAddressAndNoName) {
+TEST(Origin, AStarMatchesEveryAddressAndNoName) {
   for (const std::string host : {"10.0.0.1:8096", "[2001:db8::7]:8096", "127.0.0.1:8096"}) {
     EXPECT_TRUE(IsTaken({{"MIREVO_HOSTS", "*:8096"}, {"HTTP_HOST", host}})) << host;
   }
@@ -50,7 +50,7 @@ TEST(Origin, AStarIsEveryAddressAndNoName) {
   }
 }
 
-TEST(Origin, WithoutAListNobodyCanLendAName) {
+TEST(Origin, WithoutAListForeignNamesAreRefused) {
   const test::Environment environment(Headers{{"HTTP_HOST", "evil.example"}});
   EXPECT_TRUE(webapi::RefuseStranger(webapi::Request()));
   setenv("HTTP_HOST", "192.0.2.7:5000", 1);
@@ -64,7 +64,7 @@ struct Case {
   bool isTaken;
 };
 
-TEST(Origin, APageCountsWhenItIsOursOrOnTheList) {
+TEST(Origin, APageIsAcceptedIfItIsOursOrOnTheList) {
   const std::string origin = "HTTP_ORIGIN";
   const std::string site = "HTTP_SEC_FETCH_SITE";
   const std::string page = "HTTP_REFERER";

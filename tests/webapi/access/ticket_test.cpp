@@ -68,7 +68,7 @@ TEST_F(Tickets, TellWhatTheStreamWasOpenedFor) {
   EXPECT_EQ(Ticket::All(), std::vector<std::string>{kId});
 }
 
-TEST_F(Tickets, AreForTheirUserAlone) {
+TEST_F(Tickets, AreReadableOnlyByTheirUser) {
   umask(0);
   ASSERT_TRUE(Open());
   EXPECT_EQ(ModeOf(kFolder), 0700U);
@@ -113,7 +113,7 @@ TEST_F(Tickets, AreHeldByOneProcessAtATime) {
   EXPECT_EQ(waiting.Wait(), 0);
 }
 
-TEST_F(Tickets, ThatAreRemovedAreGoneForWhoWaited) {
+TEST_F(Tickets, ThatAreRemovedAreGoneForWaitingRequests) {
   ASSERT_TRUE(Open());
   auto held = HeldTicket::Take(kId);
   ASSERT_TRUE(held);
@@ -140,7 +140,7 @@ TEST_F(Tickets, ThatAreDamagedAreReportedAndLeft) {
   }
 }
 
-TEST_F(Tickets, LackWhatTheirRecordLacks) {
+TEST_F(Tickets, LackTheValuesThatTheirRecordLacks) {
   Write(kSomebody,
         R"({"kind":"HLS","record":{"path":7,"duration":"x"},"parameters":[1],"start":"x"})");
   const auto ticket = Ticket::Read(kId);
@@ -151,7 +151,7 @@ TEST_F(Tickets, LackWhatTheirRecordLacks) {
   EXPECT_EQ(ticket->StartSeconds(), 0);
 }
 
-TEST_F(Tickets, InTheFolderOfAnotherUserCountForNobody) {
+TEST_F(Tickets, InTheFolderOfAnotherUserAreIgnored) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can act for two users";
   }
@@ -165,7 +165,7 @@ TEST_F(Tickets, InTheFolderOfAnotherUserCountForNobody) {
   EXPECT_TRUE(Ticket::Read(kId));
 }
 
-TEST_F(Tickets, HaveNoOtherNamesThanStreamIds) {
+TEST_F(Tickets, AreNamedOnlyByStreamIds) {
   EXPECT_TRUE(webapi::IsStreamId(kId));
   for (const std::string id :
        {"", "../../etc/passwd", "0123456789abcdef0123456789abcdef_aB3dE6g",
@@ -176,7 +176,7 @@ TEST_F(Tickets, HaveNoOtherNamesThanStreamIds) {
   }
 }
 
-TEST_F(Tickets, AreTheirAccountsAloneAndTheOwners) {
+TEST_F(Tickets, BelongToTheirAccountAndTheOwner) {
   ASSERT_TRUE(Open());
   const auto ticket = Ticket::Read(kId);
   ASSERT_TRUE(ticket);

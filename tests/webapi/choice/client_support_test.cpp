@@ -64,7 +64,7 @@ struct Row {
   bool fits;
 };
 
-TEST(DirectPlay, EachClientPlaysWhatItIsKnownToPlay) {
+TEST(DirectPlay, EachClientPlaysItsKnownFormats) {
   const Row rows[] = {
       {kChrome, kMp4, true},
       {kFirefox, kMp4, true},
@@ -95,20 +95,20 @@ TEST(DirectPlay, EachClientPlaysWhatItIsKnownToPlay) {
   }
 }
 
-TEST(DirectPlay, AKnownDeviceCountsBeforeTheClientsName) {
+TEST(DirectPlay, AKnownDeviceHasPriorityOverTheUserAgent) {
   EXPECT_TRUE(JudgeDirect(kMkvAc3, kFirefox, "vlc").fits);
   EXPECT_FALSE(JudgeDirect(kWebM, kChrome, "appletv").fits);
   EXPECT_TRUE(JudgeDirect(kWebM, kChrome, "toaster").fits) << "an unknown device says nothing";
 }
 
-TEST(DirectPlay, TheMediaTypeIsTheContainers) {
+TEST(DirectPlay, TheMediaTypeFollowsTheContainer) {
   EXPECT_EQ(JudgeDirect(kMp4, "", "").contentType, "video/mp4");
   EXPECT_EQ(JudgeDirect(kWebM, "", "").contentType, "video/webm");
   EXPECT_EQ(JudgeDirect(kMkv, "", "").contentType, "video/x-matroska");
   EXPECT_EQ(JudgeDirect(kAvi, "", "").contentType, "video/x-msvideo");
 }
 
-TEST(DirectPlay, TheDefaultSoundDecidesAndNoneIsNoObstacle) {
+TEST(DirectPlay, TheDefaultSoundDecidesAndAFilmWithoutSoundFits) {
   Film film("/films/a.mp4", "mov,mp4", "h264", "");
   EXPECT_TRUE(JudgeDirect(film, kChrome, "").fits);
   film.AddAudio("ac3", false);
@@ -117,7 +117,7 @@ TEST(DirectPlay, TheDefaultSoundDecidesAndNoneIsNoObstacle) {
   EXPECT_TRUE(JudgeDirect(film, kChrome, "").fits);
 }
 
-TEST(DirectPlay, BrowsersAreGivenNoTenBitPictures) {
+TEST(DirectPlay, BrowsersGetNoTenBitPictures) {
   Film film = kMp4;
   film.SetPixels("yuv420p10le");
   EXPECT_FALSE(JudgeDirect(film, kChrome, "").fits);

@@ -26,7 +26,7 @@ TEST(ByteRange, IsCutToTheResource) {
   }
 }
 
-TEST(ByteRange, OfAnotherFormMeansAllOfIt) {
+TEST(ByteRange, OfAnotherFormMeansTheWholeResource) {
   for (const char* header :
        {"", "bytes", "bytes=", "bytes=-", "bytes=a-b", "bytes=5-2", "items=0-1", "bytes=0-1,5-6",
         "bytes=--5", "bytes=1--2", "bytes=+1-2", "bytes=99999999999999999999-"}) {
@@ -36,7 +36,7 @@ TEST(ByteRange, OfAnotherFormMeansAllOfIt) {
   }
 }
 
-TEST(ByteRange, BehindTheEndIsSaidToBeOutside) {
+TEST(ByteRange, AfterTheEndIsOutside) {
   for (const char* header : {"bytes=100-", "bytes=100-200", "bytes=-0"}) {
     bool outside = false;
     EXPECT_FALSE(ParseByteRange(header, 100, outside)) << header;
@@ -47,7 +47,7 @@ TEST(ByteRange, BehindTheEndIsSaidToBeOutside) {
   EXPECT_TRUE(outside);
 }
 
-TEST(ByteRange, ATagIsFoundAmongOthersAndWhereItIsWeak) {
+TEST(ByteRange, ATagIsFoundAmongOthersAndIfItIsWeak) {
   for (const char* header : {"\"a\"", "W/\"a\"", "\"b\", \"a\"", "*", " \"a\" "}) {
     EXPECT_TRUE(NamesTag(header, "\"a\"")) << header;
   }

@@ -16,7 +16,7 @@ TEST(Number, AWholeNumberIsDigitsAndNothingElse) {
   }
 }
 
-TEST(Number, IsTakenOffTheFrontOfAText) {
+TEST(Number, IsRemovedFromTheFrontOfAText) {
   std::string_view text = "42)/rest";
   EXPECT_EQ(webapi::TakeNumber(text), 42);
   EXPECT_EQ(text, ")/rest");

@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(Request, TakesTimesWithAndWithoutAFraction) {
+TEST(Request, AcceptsTimesWithAndWithoutAFraction) {
   webapi::Request request;
   ASSERT_TRUE(request.AddParameters("a=12&b=12.5&c=%2212.25%22&d=-1&e=1e3&f=nan&g=12s&h=&i=inf"));
   EXPECT_EQ(request.Seconds("a", 100), 12);

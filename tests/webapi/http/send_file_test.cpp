@@ -54,7 +54,7 @@ TEST_F(SentFile, IsWholeWithoutARange) {
   EXPECT_EQ(Body(answer), "0123456789");
 }
 
-TEST_F(SentFile, IsThePartThatIsAskedFor) {
+TEST_F(SentFile, IsTheRequestedPart) {
   const std::map<std::string, std::string> parts = {
       {"bytes=0-3", "0123"}, {"bytes=4-", "456789"}, {"bytes=-2", "89"}, {"bytes=8-99", "89"}};
   for (const auto& [range, part] : parts) {
@@ -66,14 +66,14 @@ TEST_F(SentFile, IsThePartThatIsAskedFor) {
   EXPECT_EQ(Header(Answer({{"HTTP_RANGE", "bytes=2-4"}}), "Content-Range"), "bytes 2-4/10");
 }
 
-TEST_F(SentFile, HasNoPartBehindItsEnd) {
+TEST_F(SentFile, HasNoPartAfterItsEnd) {
   const std::string answer = Answer({{"HTTP_RANGE", "bytes=10-"}});
   EXPECT_EQ(Header(answer, "Status"), "416 Range Not Satisfiable");
   EXPECT_EQ(Header(answer, "Content-Range"), "bytes */10");
   EXPECT_EQ(Body(answer), "");
 }
 
-TEST_F(SentFile, IsWholeForARangeThatIsNone) {
+TEST_F(SentFile, IsWholeForAMalformedRange) {
   for (const char* range : {"bytes=", "bytes=5-2", "bytes=0-1,3-4", "chunks=0-1", "bytes=a-b"}) {
     EXPECT_EQ(Body(Answer({{"HTTP_RANGE", range}})), "0123456789") << range;
   }
@@ -86,7 +86,7 @@ TEST_F(SentFile, IsWholeForARangeOfAnotherVersion) {
             "0123456789");
 }
 
-TEST_F(SentFile, IsNotSentAgainToWhoHasIt) {
+TEST_F(SentFile, IsNotSentAgainToAClientThatHasIt) {
   const std::string tag = Header(Answer({}), "ETag");
   const std::string answer = Answer({{"HTTP_IF_NONE_MATCH", tag}});
   EXPECT_EQ(Header(answer, "Status"), "304 Not Modified");
@@ -95,14 +95,14 @@ TEST_F(SentFile, IsNotSentAgainToWhoHasIt) {
   EXPECT_EQ(Header(Answer({{"HTTP_IF_NONE_MATCH", tag}}), "Status"), "200 OK");
 }
 
-TEST_F(SentFile, IsItsHeadersForAHead) {
+TEST_F(SentFile, IsOnlyHeadersForAHeadRequest) {
   const std::string answer =
       Answer({{"REQUEST_METHOD", "HEAD"}, {"MIREVO_SENDFILE", "X-Sendfile"}});
   EXPECT_EQ(Header(answer, "Content-Length"), "10");
   EXPECT_EQ(Body(answer), "");
 }
 
-TEST_F(SentFile, IsHandedToTheWebServerWhereThatCanReadItsName) {
+TEST_F(SentFile, IsSentByTheWebServerIfThatCanReadItsName) {
   const Headers server = {{"MIREVO_SENDFILE", "X-Sendfile"}};
   const std::string answer = Answer(server);
   EXPECT_EQ(Header(answer, "X-Sendfile"), Path(kFile));
@@ -114,7 +114,7 @@ TEST_F(SentFile, IsHandedToTheWebServerWhereThatCanReadItsName) {
   }
 }
 
-TEST_F(SentFile, IsNoFolderPipeOrMissingFile) {
+TEST_F(SentFile, IsNeverAFolderAPipeOrAMissingFile) {
   ASSERT_EQ(mkfifo(Path("/films/pipe").c_str(), 0600), 0);
   EXPECT_EQ(Answer({}, "/films"), "");
   EXPECT_EQ(Answer({}, "/films/pipe"), "");

@@ -34,13 +34,13 @@ class FilmCache : public ::testing::Test {
   std::string folder_;
 };
 
-TEST_F(FilmCache, MakesItsFolderForWhatIsKept) {
+TEST_F(FilmCache, MakesItsFolderForTheFirstFile) {
   EXPECT_TRUE(webapi::KeepInCache(folder_ + "/new/card.json", "{}"));
   std::ifstream kept(folder_ + "/new/card.json");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
 }
 
-TEST_F(FilmCache, GivesAChangedFilmAnotherPlace) {
+TEST_F(FilmCache, GivesAChangedFilmAnotherName) {
   const std::string film = Write("film.mkv", 10, 100);
   const std::string first = webapi::CachePath(film, "card", ".json");
   EXPECT_EQ(first, webapi::CachePath(film, "card", ".json"));

@@ -35,7 +35,7 @@ TEST_F(JobQueue, GivesAsManyPlacesAsItHas) {
   EXPECT_TRUE(JobPlace::Take(file_, 2, 8, 0));
 }
 
-TEST_F(JobQueue, WakesWhoWaitsWhenAPlaceIsLeft) {
+TEST_F(JobQueue, WakesAWaitingRequestWhenAPlaceIsFree) {
   auto held = JobPlace::Take(file_, 1, 8, 0);
   ASSERT_TRUE(held);
   std::thread waiter([&] { EXPECT_TRUE(JobPlace::Take(file_, 1, 8, 60000)); });
@@ -49,7 +49,7 @@ TEST_F(JobQueue, FollowsNoLink) {
   EXPECT_FALSE(std::filesystem::exists(folder_ + "/elsewhere"));
 }
 
-TEST_F(JobQueue, SendsAwayWhoFindsTheLineTooLong) {
+TEST_F(JobQueue, RefusesARequestIfTheQueueIsFull) {
   const auto held = JobPlace::Take(file_, 1, 0, 0);
   ASSERT_TRUE(held);
   EXPECT_FALSE(JobPlace::Take(file_, 1, 0, 60000));

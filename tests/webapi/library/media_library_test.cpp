@@ -53,14 +53,14 @@ class MediaLibrary : public test::Sysroot {
   }
 };
 
-TEST_F(MediaLibrary, ServesWhatLiesInARoot) {
+TEST_F(MediaLibrary, ServesFilesInARoot) {
   Answer refusal = Answer::Failure(webapi::kInternal);
   EXPECT_EQ(ResolveFilm(Path("/films/a.mkv"), refusal), Path("/films/a.mkv"));
   EXPECT_EQ(ResolveFilm(Path("/films/more/../a.mkv"), refusal), Path("/films/a.mkv"));
   EXPECT_EQ(ResolveMediaPath(Path("/films/more"), refusal), Path("/films/more"));
 }
 
-TEST_F(MediaLibrary, RefusesWhatLiesOutside) {
+TEST_F(MediaLibrary, RefusesFilesOutsideTheRoots) {
   EXPECT_EQ(RefusalOf(Path("/secret/b.mkv")), kForbiddenText);
   EXPECT_EQ(RefusalOf(Path("/films/../secret/b.mkv")), kForbiddenText);
   // A name that only begins like the root's.
@@ -68,7 +68,7 @@ TEST_F(MediaLibrary, RefusesWhatLiesOutside) {
   EXPECT_EQ(RefusalOf(Path("/films2/c.mkv")), kForbiddenText);
 }
 
-TEST_F(MediaLibrary, ALinkOutOfARootLeadsNowhere) {
+TEST_F(MediaLibrary, ALinkOutOfARootIsNotFollowed) {
   Link("/secret/b.mkv", "/films/link.mkv");
   Link("/secret", "/films/folder");
   EXPECT_EQ(RefusalOf(Path("/films/link.mkv")), kForbiddenText);
@@ -84,7 +84,7 @@ TEST_F(MediaLibrary, ALinkWithinTheRootsIsFollowed) {
   EXPECT_EQ(ResolveFilm(Path("/films/more/again.mkv"), refusal), Path("/films/a.mkv"));
 }
 
-TEST_F(MediaLibrary, TellsOfMissingFilesOnlyInTheRoots) {
+TEST_F(MediaLibrary, ReportsMissingFilesOnlyInTheRoots) {
   EXPECT_EQ(RefusalOf(Path("/films/none.mkv")), kNotFoundText);
   EXPECT_EQ(RefusalOf(Path("/films/no/none.mkv")), kNotFoundText);
   EXPECT_EQ(RefusalOf(Path("/secret/none.mkv")), kForbiddenText);
@@ -99,7 +99,7 @@ TEST_F(MediaLibrary, TellsOfMissingFilesOnlyInTheRoots) {
   EXPECT_EQ(RefusalOf(Path("/films/more")), kBadRequestText);
 }
 
-TEST_F(MediaLibrary, DoesNotTellWhatAClosedFolderHolds) {
+TEST_F(MediaLibrary, DoesNotRevealTheContentOfAClosedFolder) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can act for two users";
   }
@@ -112,7 +112,7 @@ TEST_F(MediaLibrary, DoesNotTellWhatAClosedFolderHolds) {
   });
 }
 
-TEST_F(MediaLibrary, AListingLeavesOutWhatIsHiddenAndWhatIsNoFilm) {
+TEST_F(MediaLibrary, AListingLeavesOutHiddenFilesAndFilesThatAreNotFilms) {
   const std::string listing = TextOf(webapi::ListFolder(Path("/films")));
   EXPECT_EQ(listing.find("hidden"), std::string::npos);
   EXPECT_EQ(listing.find("notes"), std::string::npos);
@@ -127,7 +127,7 @@ TEST_F(MediaLibrary, ADamagedListOfRootsIsEmpty) {
   }
 }
 
-TEST_F(MediaLibrary, AnAccountSeesNoMoreThanItsFolders) {
+TEST_F(MediaLibrary, AnAccountSeesOnlyItsFolders) {
   test::InChild([&] {
     webapi::LimitMediaRoots({Path("/films/more"), Path("/secret")});
     EXPECT_EQ(webapi::MediaRoots(), std::vector<std::string>{Path("/films/more")});

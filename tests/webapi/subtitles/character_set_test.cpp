@@ -63,17 +63,17 @@ TEST(CharacterSet, TextsOfCommonSetsAreRecognised) {
   }
 }
 
-TEST(CharacterSet, AMarkDecidesAndIsLeftOut) {
+TEST(CharacterSet, AByteOrderMarkDecidesAndIsLeftOut) {
   EXPECT_EQ(ToUtf8("\xef\xbb\xbf\xc3\xa9", "WINDOWS-1252"), "\xc3\xa9");
   EXPECT_EQ(ToUtf8("\xff\xfe" + In("UTF-16LE", kJapanese), ""), kJapanese);
   EXPECT_EQ(ToUtf8("\xfe\xff" + In("UTF-16BE", kJapanese), "GBK"), kJapanese);
 }
 
-TEST(CharacterSet, ANamedSetIsTaken) {
+TEST(CharacterSet, ANamedSetIsUsed) {
   EXPECT_EQ(ToUtf8("\xe9", "ISO-8859-5"), "\xd1\x89");
 }
 
-TEST(CharacterSet, WhatMeansNothingIsReplaced) {
+TEST(CharacterSet, InvalidBytesAreReplaced) {
   EXPECT_EQ(ToUtf8("a\xff"
                    "b",
                    "UTF-8"),
@@ -83,7 +83,7 @@ TEST(CharacterSet, WhatMeansNothingIsReplaced) {
   EXPECT_EQ(ToUtf8("", ""), "");
 }
 
-TEST(CharacterSet, OnlyNamesOfKnownSetsAreTaken) {
+TEST(CharacterSet, OnlyNamesOfKnownSetsAreAccepted) {
   for (const char* name :
        {"UTF-8", "GBK", "windows-1252", "Big5-HKSCS", "SHIFT_JIS", "ISO_8859-1:1987"}) {
     EXPECT_TRUE(IsCharacterSet(name)) << name;

@@ -36,7 +36,7 @@ struct Row {
   const char* to;
 };
 
-TEST(Srt, MarkupBecomesThatOfWebVtt) {
+TEST(Srt, MarkupIsConvertedToWebVtt) {
   for (const Row& row : {
            Row{"<i>leaning</i>", "<i>leaning</i>"},
            Row{"<B>a<I>b</B>c", "<b>a<i>b</i></b><i>c</i>"},
@@ -58,7 +58,7 @@ TEST(Srt, MarkupBecomesThatOfWebVtt) {
   }
 }
 
-TEST(Srt, FilesOfAllHabitsAreRead) {
+TEST(Srt, FilesWithCommonIrregularitiesAreRead) {
   for (const char* file : {
            "1\n00:00:01,000 --> 00:00:02,000\nfirst\n\n2\n00:00:03,000 --> 00:00:04,000\nsecond\n",
            "1\r\n00:00:01,000 --> 00:00:02,000\r\nfirst\r\n\r\n2\r\n00:00:03,000 --> "
@@ -81,7 +81,7 @@ TEST(Srt, AnEmptyLineInATextDoesNotEndIt) {
   EXPECT_EQ(FromSrt("one\n\ntwo"), "one\ntwo");
 }
 
-TEST(Srt, WhatIsNoSubtitleGivesNoCues) {
+TEST(Srt, AFileThatIsNotASubtitleGivesNoCues) {
   for (const std::string& file : {std::string(), std::string("\n\n\n"), std::string("no times"),
                                   std::string(1000, '\0'), std::string("00:00:01,000 --> \n")}) {
     EXPECT_TRUE(webapi::ParseSrt(file).empty());
@@ -90,7 +90,7 @@ TEST(Srt, WhatIsNoSubtitleGivesNoCues) {
   }
 }
 
-TEST(Script, OverridesBecomeMarkupOrVanish) {
+TEST(Script, OverridesBecomeMarkupOrAreRemoved) {
   for (const Row& row : {
            Row{"plain, with a comma", "plain, with a comma"},
            Row{"{\\i1}a{\\i0}b", "<i>a</i>b"},
@@ -123,7 +123,7 @@ TEST(Script, AStyleAppliesUntilItIsOverridden) {
   EXPECT_EQ(FromScript("Unknown,,0,0,0,,a"), "a");
 }
 
-TEST(Script, TheOlderVersionNumbersAlignmentsItsOwnWay) {
+TEST(Script, TheOlderVersionHasItsOwnAlignmentNumbers) {
   const auto cues = webapi::ParseScript(
       "[Script Info]\nScriptType: v4.00\n[V4 Styles]\n"
       "Format: Name, Fontname, Bold, Italic, Alignment\nStyle: Top,Arial,0,-1,6\n"
@@ -152,7 +152,7 @@ constexpr char kSami[] =
     "<SYNC start=3000><P Class=ENCC>english<P Class=KRCC>four<!-- a -> remark -->\n"
     "<SYNC Start=4000><P class='krcc'>five</P></SYNC>\n</BODY></SAMI>\n";
 
-TEST(Sami, TextsLastUntilTheNextInstant) {
+TEST(Sami, TextsLastUntilTheNextTime) {
   const auto cues = webapi::ParseSami(kSami);
   ASSERT_EQ(cues.size(), 3u);
   EXPECT_EQ(cues[0].text, "one\n<i>two</i> &amp; three");
@@ -164,7 +164,7 @@ TEST(Sami, TextsLastUntilTheNextInstant) {
   EXPECT_GT(cues[2].end, 4000);
 }
 
-TEST(Sami, DamagedInstantsArePassedOver) {
+TEST(Sami, DamagedTimesAreSkipped) {
   const auto cues = webapi::ParseSami(
       "<SYNC Start=x><P>no<SYNC><P>no<SYNC Start=-5><P>no<SYNC Start=99999999999999999999><P>no"
       "<SYNC Start=1000<P>yes<SYNC Start=2000>no paragraph<SYNC Start=3000><P>&nbsp;");
@@ -173,7 +173,7 @@ TEST(Sami, DamagedInstantsArePassedOver) {
   EXPECT_EQ(cues[1].text, "no paragraph");
 }
 
-TEST(Formats, AreToldByTheirEndingsInEitherCase) {
+TEST(Formats, AreRecognisedByTheirEndingsInAnyCase) {
   EXPECT_EQ(webapi::ParserFor("srt"), &webapi::ParseSrt);
   EXPECT_EQ(webapi::ParserFor("SSA"), webapi::ParserFor("ass"));
   EXPECT_EQ(webapi::ParserFor("SmI"), &webapi::ParseSami);

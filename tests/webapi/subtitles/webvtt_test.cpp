@@ -26,11 +26,11 @@ std::string TextsOf(const std::vector<Cue>& cues) {
   return texts;
 }
 
-TEST(WebVtt, ATrackWithoutCuesIsTheHeaderAlone) {
+TEST(WebVtt, ATrackWithoutCuesIsOnlyTheHeader) {
   EXPECT_EQ(webapi::WriteWebVtt({}), kHeader);
 }
 
-TEST(WebVtt, CuesAreWrittenWithTimesOfMillisecondsAndTheirPlace) {
+TEST(WebVtt, CuesAreWrittenWithMillisecondsAndTheirPosition) {
   EXPECT_EQ(webapi::WriteWebVtt(
                 {{.start = 1, .end = 3600000, .settings = "", .text = "a\nb"},
                  {.start = 360000007, .end = 360000008, .settings = "line:0", .text = "c"}}),
@@ -39,7 +39,7 @@ TEST(WebVtt, CuesAreWrittenWithTimesOfMillisecondsAndTheirPlace) {
                 "\n100:00:00.007 --> 100:00:00.008 line:0\nc\n");
 }
 
-TEST(WebVtt, WhatWasWrittenIsReadBackAsItWas) {
+TEST(WebVtt, AWrittenTrackIsReadBackUnchanged) {
   const std::string text = webapi::WriteWebVtt(ThreeCues());
   const auto cues = webapi::ParseWebVtt(text);
   ASSERT_EQ(cues.size(), 3u);
@@ -47,14 +47,14 @@ TEST(WebVtt, WhatWasWrittenIsReadBackAsItWas) {
   EXPECT_EQ(webapi::WriteWebVtt(cues), text);
 }
 
-TEST(WebVtt, DamageBetweenCuesIsPassedOver) {
+TEST(WebVtt, DamageBetweenCuesIsSkipped) {
   const auto cues = webapi::ParseWebVtt(
       "garbage\n-->\n00:01 --> x\n\n\x01\xff\n\n00:00:01.000 --> "
       "00:00:02.000\nkept\n\n00:00:03.000 -->");
   EXPECT_EQ(TextsOf(cues), "kept;");
 }
 
-TEST(WebVtt, ASpanHoldsTheCuesThatAreSeenInIt) {
+TEST(WebVtt, ASpanHoldsTheCuesThatAreVisibleInIt) {
   EXPECT_EQ(TextsOf(webapi::Slice(ThreeCues(), 0, 5000)), "one;two;");
   EXPECT_EQ(TextsOf(webapi::Slice(ThreeCues(), 5000, 10000)), "two;three\nlines;");
   EXPECT_EQ(TextsOf(webapi::Slice(ThreeCues(), 7000, 9000)), "");
@@ -73,7 +73,7 @@ TEST(WebVtt, ACueAcrossABoundaryKeepsItsTimesInBothSpans) {
   EXPECT_EQ(after.end, before.end);
 }
 
-TEST(WebVtt, TidyingSortsAndLeavesOutWhatCannotBeSeen) {
+TEST(WebVtt, TidyingSortsAndRemovesInvisibleCues) {
   std::vector<Cue> cues = {{.start = 5, .end = 6, .settings = "", .text = "b"},
                            {.start = 1, .end = 2, .settings = "", .text = "a"},
                            {.start = 1, .end = 2, .settings = "", .text = "a"},
@@ -84,7 +84,7 @@ TEST(WebVtt, TidyingSortsAndLeavesOutWhatCannotBeSeen) {
   EXPECT_EQ(TextsOf(cues), "a;b;");
 }
 
-TEST(WebVtt, TimesAreReadInTheFormsThatFilesHave) {
+TEST(WebVtt, TimesAreReadInAllCommonForms) {
   struct Row {
     const char* text;
     int64_t time;
@@ -109,7 +109,7 @@ TEST(WebVtt, TimesAreReadInTheFormsThatFilesHave) {
   }
 }
 
-TEST(CueText, WhatWouldBeMarkupIsEscaped) {
+TEST(CueText, MarkupCharactersAreEscaped) {
   CueText text;
   text.Put("a < b && c --> d");
   EXPECT_EQ(text.Finish(), "a &lt; b &amp;&amp; c --&gt; d");
