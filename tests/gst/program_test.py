@@ -42,7 +42,6 @@ FILMS = {
     "pal.mp4": pictures("25") + sound() + X264 + ["-c:a", "aac"],
     "late.mkv": pictures("25") + ["-itsoffset", "0.7"] + sound() + X264 + ["-c:a", "ac3"],
     "broadcast.ts": pictures("25", "360x288") + sound() + TWO_TRACKS + MPEG2 + ["-vf", "setsar=16/11"],
-    "upright.mp4": pictures("25") + sound() + X264 + ["-c:a", "aac", "-metadata:s:v", "rotate=90"],
     "silent.mp4": pictures("25") + X264,
     "sound.m4a": sound() + ["-c:a", "aac"],
 }
@@ -57,6 +56,9 @@ def path(name):
 def setUpModule():
     for name, options in FILMS.items():
         subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *options, path(name)], check=True)
+    # Only a copy is marked so.
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", path("pal.mp4"), "-c", "copy", "-metadata:s:v",
+                    "rotate=90", path("upright.mp4")], check=True)
     with open(path("text.mkv"), "w", encoding="ascii") as file:
         file.write("This is no film.\n" * 1000)
 
@@ -141,8 +143,8 @@ class Segments(unittest.TestCase):
         for one, other in zip(found, wanted):
             self.assertAlmostEqual(one, other, delta=frame)
         found, wanted = times(segment, "audio"), times(expected, "audio")
-        self.assertAlmostEqual(found[0], wanted[0], delta=AAC_FRAME)
-        self.assertAlmostEqual(found[-1], wanted[-1], delta=2 * AAC_FRAME)  # the film's end is padded
+        self.assertAlmostEqual(found[0], wanted[0], delta=AAC_FRAME + TICK)
+        self.assertAlmostEqual(found[-1], wanted[-1], delta=2 * AAC_FRAME + TICK)  # the film's end is padded
 
     def test_are_those_of_the_other_transcoder_whatever_the_start(self):
         for film in ("film.mkv", "pal.mp4", "broadcast.ts"):
