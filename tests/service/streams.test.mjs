@@ -54,6 +54,20 @@ for (const [name, seconds] of Object.entries(films)) {
   });
 }
 
+test('every wish for the sound plays, and an unknown one is refused', async () => {
+  const channels = {};
+  for (const sound of ['stereo', 'night', 'original']) {
+    const stream = await service.open(film('h264_ac3.mkv'), { ...transcode, sound });
+    const response = await fetch(`${stream.url}&start=30`);
+    const bytes = await readSome(response, 100000);
+    await response.body.cancel();
+    channels[sound] = (await probe(bytes)).streams.find((track) => track.codec_type === 'audio').channels;
+    await service.close(stream);
+  }
+  assert.deepEqual(channels, { stereo: 2, night: 2, original: 2 });
+  await assert.rejects(service.open(film('h264_ac3.mkv'), { ...transcode, sound: 'loud' }), /stereo, night/);
+});
+
 test('a stream arrives completely and leaves nothing behind', async () => {
   const stream = await service.open(film('h264_ac3.mkv'), { profile: 'http_mp4_remux' });
   const bytes = Buffer.from(await (await fetch(`${stream.url}&start=50`)).arrayBuffer());
