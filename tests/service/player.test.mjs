@@ -89,6 +89,12 @@ test('a film is found by a part of its name and plays', async () => {
   assert.deepEqual(viewer.complaints, []);
 });
 
+test('an empty library says what to do', async () => {
+  const viewer = await enter({ 'Library.list': () => ({ path: '', folders: [], files: [] }) });
+  await viewer.go();
+  await viewer.page.getByText('There are no films in the library yet. Copy films into').waitFor();
+});
+
 test('any name is shown unchanged, and its film plays', async () => {
   const viewer = await enter();
   await viewer.go();

@@ -10,9 +10,13 @@ const ROW = 12;
 
 const tiles = (items, label) => element('ul', { class: 'tiles', 'aria-label': label }, items);
 
-function listing({ folders = [], files = [] }, sight) {
+const NO_FILMS = 'There are no films here.';
+const NO_LIBRARY =
+  'There are no films in the library yet. Copy films into a folder of the library, or start the service with another one: mirevo serve FOLDER.';
+
+function listing({ folders = [], files = [] }, sight, otherwise = NO_FILMS) {
   const items = [...sortedByName(folders).map(folderTile), ...sortedByName(files).map((entry) => filmTile(entry, sight))];
-  return items.length > 0 ? tiles(items, 'Films and folders') : element('p', {}, 'There are no films here.');
+  return items.length > 0 ? tiles(items, 'Films and folders') : element('p', {}, otherwise);
 }
 
 // Library / root / folder / ... The part of a path above its root is hidden.
@@ -59,7 +63,7 @@ export async function homeView(_, signal) {
   const only = roots.files.length === 0 && roots.folders.length === 1;
   const shown = only ? await get('Library', 'list', {}, roots.folders[0].encoded_path, { signal }) : roots;
   const heading = element('h1', {}, 'Library');
-  const list = begun.length > 0 ? [element('h2', {}, 'Films'), listing(shown, sight)] : [listing(shown, sight)];
+  const list = begun.length > 0 ? [element('h2', {}, 'Films'), listing(shown, sight, NO_LIBRARY)] : [listing(shown, sight, NO_LIBRARY)];
   return { title: 'Library', nodes: [heading, ...begun, ...list] };
 }
 
