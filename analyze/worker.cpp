@@ -26,7 +26,8 @@ int Analyze(const std::string& film) {
     if (signal != 0) {
       return 128 + signal;  // as if it had been this process
     }
-    // The rights to read it may change without the film.
+    // A file that cannot be read is not recorded: its permissions may change while the film stays
+    // the same.
     if (access(film.c_str(), R_OK) == 0) {
       WriteFilmRecord({state, error, film});
     }
@@ -42,7 +43,7 @@ int Analyze(const std::string& film) {
 Process StartWorker(const std::string& film) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
-  // This signal lets it finish a result that it is just writing.
+  // With this signal, the worker finishes a result that it is writing.
   options.parentDeath.signal = SIGTERM;
   return Fork([&film] { return Analyze(film); }, options);
 }

@@ -47,7 +47,7 @@ bool Refuse(const std::string& reason) {
   return false;
 }
 
-// `reason`: an errno, taken before anything else is called.
+// `reason` is an errno that the caller saved before any other call.
 bool Refuse(const std::string& subject, int reason) {
   return Refuse(subject + ": " + std::strerror(reason));
 }
@@ -164,7 +164,7 @@ void Stop(const orvo::Process& server) {
   orvo::WaitForChildren(kStopMilliseconds);
 }
 
-// How to call this program's command again from a shell.
+// The shell command line for a command of this program.
 std::string CommandLine(const std::string& command) {
   std::error_code failure;
   const std::string program = std::filesystem::read_symlink("/proc/self/exe", failure).string();
@@ -264,7 +264,8 @@ void TellConfinement() {
   }
 }
 
-// Starts the web server and keeps it until the end. `analyzed`: what to look for key frames in.
+// Starts the web server and runs until the end. `analyzed` lists the files and folders for the key
+// frame analysis.
 int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
         std::vector<std::string> analyzed) {
   orvo::AdoptOrphans();
@@ -337,7 +338,7 @@ int Serve(const Options& options) {
   if (const int refused = MakeOwnFolder(state); refused != 0) {
     return refused;
   }
-  // Two services in one system would close each other's streams.
+  // Two services on one system would close each other's streams.
   const auto alone = orvo::FileLock::Try(state + "/serve.lock");
   if (!alone.IsHeld()) {
     std::cerr << "mirevo already serves here (" << state << ")\n";

@@ -33,7 +33,7 @@ Json::Value ExplainProfiles(const LibOrvoQMX::VideoMetaData& film, const std::st
 // larger than the film's, and the default of each format.
 Json::Value Offers(const Json::Value& profiles, const LibOrvoQMX::VideoMetaData& film);
 
-// An object of "fits", "why" and "content_type": can the client play the file as it is?
+// An object of "fits", "why" and "content_type": can the client play the file without conversion?
 Json::Value ExplainDirect(const LibOrvoQMX::VideoMetaData& film, const std::string& userAgent,
                           const std::string& device);
 

@@ -102,11 +102,11 @@ Verdict JudgeRemux(const Profile& profile, const VideoMetaData& film) {
   }
   if (IsRotated(film) && !TellsRotation(profile)) {
     return Refuse("TransVideoNotSupported",
-                  "The picture has to be turned by " + std::to_string(film.GetVideoRotate()) +
-                      " degrees, and this kind of stream cannot tell a player so; it has to be "
-                      "re-encoded.");
+                  "This kind of stream cannot carry the film's rotation of " +
+                      std::to_string(film.GetVideoRotate()) +
+                      " degrees; the server must re-encode the video.");
   }
-  return {"remux", "", "The video is copied as it is; the sound is made AAC."};
+  return {"remux", "", "The video is copied without conversion; the sound is converted to AAC."};
 }
 
 Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {

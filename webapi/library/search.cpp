@@ -54,8 +54,8 @@ class Search {
                                            failure);
     for (const fs::recursive_directory_iterator end; !failure && entry != end && MayGoOn();
          entry.increment(failure)) {
-      // What hides is not listed either. A linked folder is not entered: what it leads to is found
-      // where it is, and links may lead in circles.
+      // Hidden files are left out, as in a listing. Linked folders are not entered: their content
+      // is found at its real place, and links may form circles.
       const std::string path = entry->path().string();
       const bool isSystemFolder = orvo::IsSystemFolderName(NameOf(path));
       if (isSystemFolder || entry.depth() >= kMaxDepth) {

@@ -166,8 +166,7 @@ bool IsSoundWish(const Request& request) {
          std::find(kSoundWishes.begin(), kSoundWishes.end(), wish) != kSoundWishes.end();
 }
 
-// A copied video needs no place among the transcoders. The progressive kind asks for one all the
-// same.
+// Copied video needs no room in the register. The progressive kind asks for it in any case.
 bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
   const auto traits = LibOrvoQMX::ProfileTraits::Of(rendition.profile.value);
   const bool needsPlace = rendition.method == "transcode" || kind.kind == std::string("HTTP");
@@ -338,7 +337,7 @@ Answer OpenStream(const Request& request) {
   if (!IsSoundWish(request)) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
   }
-  // A stream that is joined has its place already.
+  // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*kind, *rendition)) {
     return Answer::Failure("TransEnable");
   }
