@@ -23,6 +23,7 @@
 
 namespace LibOrvoQMX {
 
+struct AwaitedSegment;
 struct FetchedPiece;
 struct Segment;
 
@@ -50,7 +51,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   // could produce the segment.
   std::string ReadFragment(const std::string& fragment) override;
 
-  // Both for the segment of that number, in one step (stream/fetched_piece.h).
+  // Both for the segment of that number, in one step (stream/fetched_piece.h). Also starts a
+  // transcoder where Transcoding counts on one that has died.
   FetchedPiece Fetch(int number);
 
   int GetSeekTimeInMillisecond() const override;
@@ -137,13 +139,16 @@ class ORVO_API HttpLiveStream : public AdaptStream {
 
   bool IsPlayable() const;
   bool Reach(const Segment& segment);
+  bool Revive(const Segment& segment, const std::string& seen);
+  bool Restart(const Segment& segment);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
   void Watch(const Segment& segment);
   void RunPipeline(const Segment& segment);
 
   std::string SeenSequence() const;
-  std::string Await(int number, const std::string& seen) const;
+  AwaitedSegment Await(int number, const std::string& seen) const;
+  AwaitedSegment AwaitUnlessLost(int number, const std::string& seen) const;
 
   // The plan that the playlist was written from belongs to the stream: all its requests go by the
   // copy in its directory, whatever is stored beside the film meanwhile.

@@ -19,6 +19,8 @@ using std::chrono::milliseconds;
 
 // A transcoder that is at most this many segments behind is waited for.
 constexpr int kReach = 4;
+// A restart records its monitor within this time: it waits five seconds for the one before.
+constexpr int64_t kRecordSeconds = 10;
 
 }  // namespace
 
@@ -27,11 +29,11 @@ Segment::Segment(int segmentNumber) : number(segmentNumber), text(std::to_string
 Segment::Segment(const std::string& segmentText)
     : number(LeadingInt(segmentText)), text(segmentText), isNumber(BeginsWithInt(segmentText)) {}
 
-std::string WriteSequence(const StreamDirectory& directory) {
-  const StateFile file = directory.RequestSequence();
-  // Without it two requests could take their times in one order and write them in the other, and
-  // both be the latest.
-  const StreamLock lock = file.Lock();
+namespace {
+
+// For a caller that holds the file's lock. Without it two requests could take their times in one
+// order and write them in the other, and both be the latest.
+std::string WriteNow(const StateFile& file) {
   timespec now{};
   if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
     return "";
@@ -40,6 +42,20 @@ std::string WriteSequence(const StreamDirectory& directory) {
   snprintf(text, sizeof(text), "%lld.%09ld", static_cast<long long>(now.tv_sec), now.tv_nsec);
   file.Write(std::string(text));
   return text;
+}
+
+}  // namespace
+
+std::string WriteSequence(const StreamDirectory& directory) {
+  const StateFile file = directory.RequestSequence();
+  const StreamLock lock = file.Lock();
+  return WriteNow(file);
+}
+
+std::string WriteSequenceAfter(const StreamDirectory& directory, const std::string& seen) {
+  const StateFile file = directory.RequestSequence();
+  const StreamLock lock = file.Lock();
+  return file.Read() == seen ? WriteNow(file) : "";
 }
 
 bool IsLatestSequence(const StreamDirectory& directory, const std::string& own) {
@@ -83,6 +99,17 @@ bool HlsSegments::IsPipelineOver() const {
   return monitor && !PlatProcAlive(*monitor);
 }
 
+bool HlsSegments::IsRestartLost() const {
+  const auto asked = directory_.RequestSequence().Number();  // seconds of the monotonic clock
+  timespec now{};
+  if (!asked || directory_.IsMonitored() || clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+    return false;
+  }
+  // The clock begins anew with the machine.
+  const int64_t age = now.tv_sec - *asked;
+  return age < 0 || age > kRecordSeconds;
+}
+
 // A segment whose transcoder a newer request has just stopped may be half. Its successor tells, or
 // the end of that request's own transcoder. The sequence is looked at last: a restart writes it
 // before it stops anything.
@@ -91,10 +118,11 @@ bool HlsSegments::IsWhole(int number, const std::string& seen) const {
          (directory_.RequestSequence().Read() == seen || Has(number + 1) || IsPipelineOver());
 }
 
-std::string HlsSegments::Await(int number, const std::string& own, const std::string& seen) const {
+AwaitedSegment HlsSegments::Await(int number, const std::string& own,
+                                  const std::string& seen) const {
   // No watch for a segment that is there.
   if (IsWhole(number, seen)) {
-    return directory_.SegmentPath(number);
+    return {directory_.SegmentPath(number)};
   }
   const Clock::time_point end = Clock::now() + kFragmentTimeout;
   const StreamWatch watch(directory_.Path());
@@ -107,11 +135,11 @@ std::string HlsSegments::Await(int number, const std::string& own, const std::st
     }
     const bool isOver = Clock::now() - lastRunning >= kSettled;
     if (IsWhole(number, seen)) {
-      return directory_.SegmentPath(number);
+      return {directory_.SegmentPath(number)};
     }
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
     if (isOvertaken || isOver || left.count() <= 0 || !directory_.Exists()) {
-      return "";
+      return {"", isOver && !isOvertaken && directory_.Exists()};
     }
     watch.Wait(monitor, static_cast<int>(std::min(left, kLookAgain).count()));
   }

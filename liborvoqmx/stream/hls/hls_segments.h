@@ -23,8 +23,16 @@ struct ORVO_API Segment {
 // When the latest restart was asked for, as the request knows that asked for it: seconds, ".",
 // nanoseconds of the monotonic clock. Compared as texts.
 ORVO_API std::string WriteSequence(const StreamDirectory& directory);  // "" on failure
+// The same if the stream's sequence is still `seen`; "" also if another request was faster.
+std::string WriteSequenceAfter(const StreamDirectory& directory, const std::string& seen);
 // False when a newer request has written one since. True for a request without one ("").
 bool IsLatestSequence(const StreamDirectory& directory, const std::string& own);
+
+// What a request waited for.
+struct AwaitedSegment {
+  std::string path;     // of the complete segment; "" if there is none
+  bool isOver = false;  // nothing is left that could make it
+};
 
 class HlsSegments {
  public:
@@ -38,12 +46,16 @@ class HlsSegments {
   // Will neither the running transcoder nor one that is on its way come to this segment soon?
   bool NeedsRestart(const Segment& segment) const;
 
-  // Waits, up to 60 seconds, until the segment is complete, and answers its path. "" when it is
-  // not: at once when the request with the sequence `own` has been overtaken or the stream is gone,
-  // and soon when nothing is left that could produce the segment. `seen` is the stream's sequence
-  // when the request looked first. A request without a sequence of its own goes on waiting when
-  // that has changed, but takes no half segment from the transcoder that was stopped.
-  std::string Await(int number, const std::string& own, const std::string& seen) const;
+  // Waits, up to 60 seconds, until the segment is complete. Gives up earlier: at once when the
+  // request with the sequence `own` has been overtaken or the stream is gone, and soon when nothing
+  // is left that could produce the segment. `seen` is the stream's sequence when the request looked
+  // first. A request without a sequence of its own goes on waiting when that has changed, but takes
+  // no half segment from the transcoder that was stopped.
+  AwaitedSegment Await(int number, const std::string& own, const std::string& seen) const;
+
+  // Has the latest restart been lost before it recorded a monitor? A crash of the whole service
+  // leaves such a stream, and every request would wait for that restart in vain.
+  bool IsRestartLost() const;
 
  private:
   bool IsPipelineOver() const;

@@ -349,6 +349,22 @@ bool HttpLiveStream::Reach(const Segment& segment) {
     ORVO_LOG("Failed to generate sequence");
     return false;
   }
+  return Restart(segment);
+}
+
+// Starts a transcoder at the segment because the one that the stream's files speak of has died.
+// `seen` is the sequence that this was seen under: of several requests one starts it.
+bool HttpLiveStream::Revive(const Segment& segment, const std::string& seen) {
+  m_sequence = WriteSequenceAfter(Directory(), seen);
+  if (m_sequence.empty()) {
+    return Reach(segment);
+  }
+  Directory().SeekTime().Write(segment.text);
+  return Restart(segment);
+}
+
+// Replaces the stream's pipeline by one that begins at the segment.
+bool HttpLiveStream::Restart(const Segment& segment) {
   if (!StopPreviousPipeline()) {
     return false;
   }
@@ -429,17 +445,35 @@ std::string HttpLiveStream::ReadFragment(const std::string& fragment) {
   if (!IsPlayable() || fragment.empty()) {
     return "";
   }
-  return Await(Segment(fragment).number, SeenSequence());
+  return Await(Segment(fragment).number, SeenSequence()).path;
 }
 
 FetchedPiece HttpLiveStream::Fetch(int number) {
   using State = FetchedPiece::State;
+  const Segment segment(number);
   const std::string seen = SeenSequence();
-  if (!IsPlayable() || !Reach(Segment(number))) {
+  if (!IsPlayable() || !Reach(segment)) {
     return {State::kNotStarted, ""};
   }
-  const std::string path = Await(number, seen);
-  return {path.empty() ? State::kNotYet : State::kComplete, path};
+  AwaitedSegment awaited = AwaitUnlessLost(number, seen);
+  if (awaited.isOver && m_sequence.empty()) {
+    if (!Revive(segment, seen)) {
+      return {State::kNotStarted, ""};
+    }
+    awaited = Await(number, SeenSequence());
+  }
+  if (!awaited.path.empty()) {
+    return {State::kComplete, awaited.path};
+  }
+  return {awaited.isOver ? State::kWillNotCome : State::kNotYet, ""};
+}
+
+AwaitedSegment HttpLiveStream::AwaitUnlessLost(int number, const std::string& seen) const {
+  const HlsSegments segments(Directory());
+  if (m_sequence.empty() && !segments.IsComplete(number) && segments.IsRestartLost()) {
+    return {"", true};
+  }
+  return Await(number, seen);
 }
 
 bool HttpLiveStream::IsPlayable() const {
@@ -451,7 +485,7 @@ std::string HttpLiveStream::SeenSequence() const {
 }
 
 // A request that has restarted the stream itself knows its own sequence.
-std::string HttpLiveStream::Await(int number, const std::string& seen) const {
+AwaitedSegment HttpLiveStream::Await(int number, const std::string& seen) const {
   return HlsSegments(Directory()).Await(number, m_sequence, m_sequence.empty() ? seen : m_sequence);
 }
 
