@@ -7,7 +7,6 @@
 #include "metadata/media_libraries.h"
 #include "metadata/video_metadata.h"
 #include "platform/log.h"
-#include "platform/plat.h"
 #include "util/media_formats.h"
 
 namespace LibOrvoQMX {
@@ -308,14 +307,6 @@ bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document
   document["bitrate"] = static_cast<Json::Int64>(context.bit_rate);
   AppendTracks(context, videos, audios, subtitles);
   return true;
-}
-
-bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
-                                             Json::Value& videos, Json::Value& audios,
-                                             Json::Value& subtitles) {
-  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
-    return ParseMetaDataFromFFMPEG_Impl(path, document, videos, audios, subtitles);
-  });
 }
 
 }  // namespace LibOrvoQMX

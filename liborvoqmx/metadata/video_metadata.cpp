@@ -89,6 +89,14 @@ bool VideoMetaData::ReadMetaDataFromFFMPEG(const std::string& path, Json::Value&
   return true;
 }
 
+bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
+                                             Json::Value& videos, Json::Value& audios,
+                                             Json::Value& subtitles) {
+  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
+    return ParseMetaDataFromFFMPEG_Impl(path, document, videos, audios, subtitles);
+  });
+}
+
 const Json::Value& VideoMetaData::GetDocument() const {
   static const Json::Value nothing(Json::objectValue);
   return m_loaded ? m_document : nothing;

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/export.h"
+
 namespace LibOrvoQMX {
 
 inline constexpr char kTempRoot[] = "/tmp/Mirevo";
@@ -21,7 +23,7 @@ inline constexpr char kVaapiTranscoder[] = "/var/packages/Mirevo/target/bin/ffmp
 inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orvo-gst";
 
 // The directory of the streams of one kind, and of one stream: "/tmp/Mirevo" / kind / stream id.
-std::string StreamKindPath(const std::string& kind);
+ORVO_API std::string StreamKindPath(const std::string& kind);
 std::string StreamPath(const std::string& kind, const std::string& streamId);
 
 // Where a symbolic link leads; "" when the path is none.

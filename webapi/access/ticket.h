@@ -113,7 +113,4 @@ bool MayUse(const Caller& caller, const Ticket& stream, Answer& refusal);
 // The same to close it, whoever may see the film by now.
 bool MayClose(const Caller& caller, const Ticket& stream, Answer& refusal);
 
-// Where the directories of one kind of streams lie.
-std::string KindFolder(const std::string& kind);
-
 }  // namespace webapi

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "metadata/qmxmetadata.h"
+#include "state/stream_directory.h"
 #include "stream/http_live_stream.h"
 #include "stream/http_stream.h"
 #include "stream/smooth_stream.h"
@@ -21,6 +22,7 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::QMXMetaData;
+using LibOrvoQMX::StreamDirectory;
 using LibOrvoQMX::VideoMetaData;
 using Command = std::vector<std::string>;
 
@@ -29,7 +31,7 @@ constexpr char kFirstSegment[] = "0";
 
 Command HlsCommand(const QMXMetaData& plan) {
   return LibOrvoQMX::HttpLiveStream(plan).CommandLine(kFirstSegment,
-                                                      KindFolder("HLS") + "/" + kNoId);
+                                                      StreamDirectory("HLS", kNoId).Path());
 }
 
 Command HttpCommand(const QMXMetaData& plan) {
@@ -42,7 +44,7 @@ Command WebmCommand(const QMXMetaData& plan) {
 }
 
 Command SmoothCommand(const QMXMetaData& plan) {
-  return LibOrvoQMX::SmoothStream(plan).CommandLine(KindFolder("SS") + "/" + kNoId);
+  return LibOrvoQMX::SmoothStream(plan).CommandLine(StreamDirectory("SS", kNoId).Path());
 }
 
 struct Format {

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "webapi/http/number.h"
+
 namespace webapi {
 namespace {
 
@@ -180,12 +182,7 @@ size_t TakeTag(std::string_view html, const HtmlRules& rules, CueText& text) {
 
 // The number at the front of `text`; nothing when there is none.
 std::optional<double> Number(std::string_view text) {
-  while (!text.empty() && text.front() == ' ') {
-    text.remove_prefix(1);
-  }
-  double number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  return parsed.ec == std::errc() && std::isfinite(number) ? std::optional(number) : std::nullopt;
+  return TakeDecimal(text);
 }
 
 // A whole number in 0..1000 after the tag's name; nothing when there is another text or none.
