@@ -4,6 +4,8 @@
 
 #include <functional>
 
+#include "platform/export.h"
+
 namespace LibOrvoQMX {
 
 // A stream that no request has touched for so long has lost its client.
@@ -13,7 +15,7 @@ inline constexpr unsigned long kIdleSeconds = 900;
 // where that is true, `watch`, and ends; an exception ends it too. Returns once `record` came back,
 // so that a request that asks next whether the stream has a monitor is told the truth. False when
 // there is no such process.
-bool StartMonitor(void (*handler)(int), const std::function<bool()>& record,
-                  const std::function<void()>& watch);
+ORVO_API bool StartMonitor(void (*handler)(int), const std::function<bool()>& record,
+                           const std::function<void()>& watch);
 
 }  // namespace LibOrvoQMX

@@ -69,7 +69,7 @@ class HlsSegments : public test::HlsTest {
   };
 
   // What such a request gets after `event`.
-  static std::string WaitFor(const std::function<void()>& event, const std::string& sequence = "") {
+  std::string WaitFor(const std::function<void()>& event, const std::string& sequence = "") const {
     Request request(sequence);
     event();
     return request.Answer();
