@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 
@@ -13,6 +12,7 @@
 #include "platform/plat.h"
 #include "preprocess/preprocess_result.h"
 #include "preprocess/stored_result.h"
+#include "util/number.h"
 
 namespace orvo::analyze {
 namespace {
@@ -41,8 +41,8 @@ void RemoveLeftovers(const fs::path& path) {
   for (fs::directory_iterator entry(path.parent_path(), failure), end; !failure && entry != end;
        entry.increment(failure)) {
     const std::string name = entry->path().filename().string();
-    if (name.rfind(prefix, 0) == 0 && !PlatProcAlive(static_cast<pid_t>(std::strtol(
-                                          name.c_str() + prefix.size(), nullptr, 10)))) {
+    if (name.rfind(prefix, 0) == 0 &&
+        !PlatProcAlive(LibOrvoQMX::LeadingInt(name.substr(prefix.size())))) {
       unlink(entry->path().c_str());
     }
   }

@@ -4,12 +4,10 @@
 #include <cstdlib>
 #include <limits>
 
-#include "metadata/confined_probe.h"
 #include "metadata/media_input.h"
 #include "metadata/media_libraries.h"
 #include "metadata/video_metadata.h"
 #include "platform/log.h"
-#include "platform/plat.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -260,14 +258,6 @@ bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document
   document["bitrate"] = static_cast<Json::Int64>(context.bit_rate);
   AppendTracks(context, videos, audios, subtitles);
   return true;
-}
-
-bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
-                                             Json::Value& videos, Json::Value& audios,
-                                             Json::Value& subtitles) {
-  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
-    return ProbeConfined(path, document, videos, audios, subtitles);
-  });
 }
 
 }  // namespace LibOrvoQMX

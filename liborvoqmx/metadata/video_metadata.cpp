@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "metadata/confined_probe.h"
 #include "metadata/kept_probes.h"
 #include "platform/log.h"
 #include "platform/plat.h"
@@ -87,6 +88,14 @@ bool VideoMetaData::ReadMetaDataFromFFMPEG(const std::string& path, Json::Value&
     KeepProbe(path, *state, document);
   }
   return true;
+}
+
+bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
+                                             Json::Value& videos, Json::Value& audios,
+                                             Json::Value& subtitles) {
+  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
+    return ProbeConfined(path, document, videos, audios, subtitles);
+  });
 }
 
 const Json::Value& VideoMetaData::GetDocument() const {

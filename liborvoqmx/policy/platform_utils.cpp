@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "util/json_utils.h"
+#include "util/number.h"
 #include "util/system_files.h"
 
 namespace libmrv::util {
@@ -160,7 +160,7 @@ std::string PlatformUtils::GetCPUInfo(const std::string& key) const {
 
 std::string PlatformUtils::GetTransPlatformName() {
   const bool isAlpine = m_platform.find("alpine") != std::string::npos;
-  const bool isSingleCore = std::strtol(GetCPUInfo("cpu cores").c_str(), nullptr, 10) < 2;
+  const bool isSingleCore = LibOrvoQMX::LeadingNumber(GetCPUInfo("cpu cores")) < 2;
   int level = isSingleCore && !IsMonaco() && !isAlpine && m_platform != "kvmx64" ? 1 : 2;
 
   std::string name;

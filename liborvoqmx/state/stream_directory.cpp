@@ -27,7 +27,7 @@ bool IsLater(const timespec& one, const timespec& other) {
 
 }  // namespace
 
-StreamDirectory::StreamDirectory(std::string kind, std::string streamId)
+StreamDirectory::StreamDirectory(const std::string& kind, std::string streamId)
     : streamId_(std::move(streamId)),
       path_(kind.empty() || streamId_.empty() ? "" : StreamPath(kind, streamId_)) {}
 

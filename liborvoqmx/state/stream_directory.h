@@ -17,7 +17,7 @@ namespace LibOrvoQMX {
 class ORVO_API StreamDirectory {
  public:
   // If the kind or the id is empty, every path below is "" and nothing is read or written.
-  StreamDirectory(std::string kind, std::string streamId);
+  StreamDirectory(const std::string& kind, std::string streamId);
 
   // The directory; a file in it.
   const std::string& Path() const { return path_; }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/export.h"
+
 namespace LibOrvoQMX {
 
 inline constexpr char kTempRoot[] = "/tmp/Mirevo";
@@ -22,7 +24,7 @@ inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orv
 
 // The directory of one kind of streams, and the directory of one stream: "/tmp/Mirevo" / kind /
 // stream id.
-std::string StreamKindPath(const std::string& kind);
+ORVO_API std::string StreamKindPath(const std::string& kind);
 std::string StreamPath(const std::string& kind, const std::string& streamId);
 
 // The target of a symbolic link; "" if the path is not a link.

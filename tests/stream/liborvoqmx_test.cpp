@@ -511,6 +511,7 @@ TEST_F(FilmStream, IsNotOpenedUnderANameThatItsRecordCannotHold) {
     EXPECT_EQ(!QMXStream::QMX_Init(QMXInitArgument(film, "HTTP", Path("/profiles"), "key")).empty(),
               isOpened)
         << name;
+    EXPECT_EQ(Exists("/tmp/Mirevo/HTTP"), isOpened) << name;
     std::filesystem::remove_all(Path("/tmp/Mirevo/HTTP"));
   }
 }

@@ -250,8 +250,4 @@ bool MayClose(const Caller& caller, const Ticket& stream, Answer& refusal) {
   return IsAllowed(caller, IsHis(caller, stream), refusal);
 }
 
-std::string KindFolder(const std::string& kind) {
-  return orvo::SystemPath("/tmp/Mirevo/" + kind);
-}
-
 }  // namespace webapi

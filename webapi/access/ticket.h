@@ -114,7 +114,4 @@ bool MayUse(const Caller& caller, const Ticket& stream, Answer& refusal);
 // May the caller close the stream? The same rule, but without the check of the film.
 bool MayClose(const Caller& caller, const Ticket& stream, Answer& refusal);
 
-// The folder of the directories of one kind of streams.
-std::string KindFolder(const std::string& kind);
-
 }  // namespace webapi

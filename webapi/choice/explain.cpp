@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "metadata/qmxmetadata.h"
+#include "state/stream_directory.h"
 #include "stream/http_live_stream.h"
 #include "stream/http_stream.h"
 #include "stream/smooth_stream.h"
@@ -22,6 +23,7 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::QMXMetaData;
+using LibOrvoQMX::StreamDirectory;
 using LibOrvoQMX::VideoMetaData;
 using Command = std::vector<std::string>;
 
@@ -33,7 +35,7 @@ constexpr double kRounding = 1.05;
 
 Command HlsCommand(const QMXMetaData& plan) {
   return LibOrvoQMX::HttpLiveStream(plan).CommandLine(kFirstSegment,
-                                                      KindFolder("HLS") + "/" + kNoId);
+                                                      StreamDirectory("HLS", kNoId).Path());
 }
 
 Command HttpCommand(const QMXMetaData& plan) {
@@ -46,7 +48,7 @@ Command WebmCommand(const QMXMetaData& plan) {
 }
 
 Command SmoothCommand(const QMXMetaData& plan) {
-  return LibOrvoQMX::SmoothStream(plan).CommandLine(KindFolder("SS") + "/" + kNoId);
+  return LibOrvoQMX::SmoothStream(plan).CommandLine(StreamDirectory("SS", kNoId).Path());
 }
 
 struct Format {

@@ -16,6 +16,7 @@
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
+#include "util/system_files.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/profiles.h"
@@ -426,7 +427,7 @@ void CloseAllStreams() {
   }
   for (const StreamKind& kind : kStreamKinds) {
     std::error_code failure;
-    const std::string folder = KindFolder(kind.kind);
+    const std::string folder = LibOrvoQMX::StreamKindPath(kind.kind);
     for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
       kind.close(entry.path().filename().string());
     }

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "webapi/http/number.h"
+
 namespace webapi {
 namespace {
 
@@ -180,12 +182,7 @@ size_t TakeTag(std::string_view html, const HtmlRules& rules, CueText& text) {
 
 // The number at the beginning of `text`; nothing if there is none.
 std::optional<double> Number(std::string_view text) {
-  while (!text.empty() && text.front() == ' ') {
-    text.remove_prefix(1);
-  }
-  double number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  return parsed.ec == std::errc() && std::isfinite(number) ? std::optional(number) : std::nullopt;
+  return TakeDecimal(text);
 }
 
 // The whole number in 0..1000 after the tag's name; nothing for any other text.

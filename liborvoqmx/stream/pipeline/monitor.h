@@ -4,6 +4,8 @@
 
 #include <functional>
 
+#include "platform/export.h"
+
 namespace LibOrvoQMX {
 
 // A stream without a request for this time has lost its client.
@@ -13,7 +15,7 @@ inline constexpr unsigned long kIdleSeconds = 900;
 // `record` returns true, the process calls `watch`; then it ends. An exception ends it too.
 // StartMonitor returns when `record` has returned, so a later check whether the stream has a
 // monitor is correct. Returns false if the process cannot be started.
-bool StartMonitor(void (*handler)(int), const std::function<bool()>& record,
-                  const std::function<void()>& watch);
+ORVO_API bool StartMonitor(void (*handler)(int), const std::function<bool()>& record,
+                           const std::function<void()>& watch);
 
 }  // namespace LibOrvoQMX

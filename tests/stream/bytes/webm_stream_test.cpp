@@ -1,6 +1,8 @@
 #include "stream/webm_stream.h"
+#include "stream/pipeline/monitor.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -270,6 +272,27 @@ TEST_F(WebM, ASeekStartsAnotherTranscoder) {
     test::ReapAll();
     EXPECT_FALSE(PlatProcAlive(transcoder));
   });
+}
+
+TEST_F(WebM, StartReturnsOnceTheMonitorIsRecorded) {
+  test::Pipe began;
+  test::Pipe release;
+  test::Pipe answer;
+  test::Child request([&] {
+    const auto record = [&] {
+      began.Write("x");
+      return release.Read(1).empty();
+    };
+    LibOrvoQMX::StartMonitor(SIG_DFL, record, [] {});
+    answer.Write("x");
+  });
+  EXPECT_EQ(began.Read(1), "x");
+  pollfd early{answer.ReadEnd(), POLLIN, 0};
+  EXPECT_EQ(poll(&early, 1, 300), 0) << "nothing is recorded yet";
+  release.Write("x");
+  EXPECT_EQ(answer.Read(1), "x");
+  EXPECT_EQ(request.Wait(), 0);
+  test::ReapAll();
 }
 
 TEST_F(WebM, CloseJustAfterTheStartFindsTheMonitor) {

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <memory>
 #include <regex>
 
+#include "platform/unique_fd.h"
 #include "stream/hls/hls_pipeline.h"
 #include "stream/hls/hls_segments.h"
 #include "support/hls.h"
@@ -36,24 +38,57 @@ class HlsSegments : public test::HlsTest {
   }
   void Finish(int number) const { Write(Slice(number), "segment"); }
 
-  // What a request that waits for segment 7 gets after `event`.
+  // A request for segment 7 in a process of its own.
+  class Request {
+   public:
+    explicit Request(const std::string& sequence = "")
+        : process_([&] {
+            HttpLiveStream stream(kId);
+            if (!sequence.empty()) {
+              stream.WriteSequence();
+            }
+            began_.Write("x");
+            answer_.Write(stream.ReadFragment("7"));
+          }) {
+      EXPECT_EQ(began_.Read(1), "x");
+    }
+    bool IsAnsweredWithin(int milliseconds) const {
+      pollfd answer{answer_.ReadEnd(), POLLIN, 0};
+      return poll(&answer, 1, milliseconds) != 0;
+    }
+    std::string Answer() {
+      const std::string path = answer_.ReadToEnd();
+      EXPECT_EQ(process_.Wait(), 0);
+      return path;
+    }
+
+   private:
+    Pipe began_;
+    Pipe answer_;
+    Child process_;
+  };
+
+  // What such a request gets after `event`.
   std::string WaitFor(const std::function<void()>& event, const std::string& sequence = "") const {
-    Pipe began;
-    Pipe answer;
-    Child request([&] {
-      HttpLiveStream stream(kId);
-      if (!sequence.empty()) {
-        stream.WriteSequence();
-      }
-      began.Write("x");
-      answer.Write(stream.ReadFragment("7"));
-    });
-    EXPECT_EQ(began.Read(1), "x");
+    Request request(sequence);
     event();
-    const std::string path = answer.ReadToEnd();
-    EXPECT_EQ(request.Wait(), 0);
-    return path;
+    return request.Answer();
   }
+
+  // Sees other processes read a file.
+  class ReadWatch {
+   public:
+    explicit ReadWatch(const std::string& path) : reads_(inotify_init1(IN_CLOEXEC)) {
+      EXPECT_GE(inotify_add_watch(reads_.Get(), path.c_str(), IN_CLOSE_NOWRITE), 0);
+    }
+    bool SeesOneWithin(int milliseconds) const {
+      pollfd read{reads_.Get(), POLLIN, 0};
+      return poll(&read, 1, milliseconds) == 1;
+    }
+
+   private:
+    orvo::UniqueFd reads_;
+  };
 };
 
 TEST_F(HlsSegments, HaveFilesByNumber) {
@@ -182,23 +217,21 @@ TEST_F(HlsSegments, AreGivenUpTheMomentANewerRequestRestartsTheStream) {
 
 TEST_F(HlsSegments, AreNotServedIfARestartLeftThemHalf) {
   On("avoton", [this] {
+    HttpLiveStream(kId).WriteSequence();
     const auto monitor = StartMonitor();
     const auto next = std::make_unique<Child>([] { test::SleepUntilKilled(); });
     Finish(7);
-    const std::string path = WaitFor([&] {
-      HttpLiveStream(kId).WriteSequence();
-      monitor->Kill(SIGKILL);
-      // The half segment is looked at now, and the request goes on waiting.
-      test::Pipe unused;
-      pollfd quiet{unused.ReadEnd(), POLLIN, 0};
-      EXPECT_EQ(poll(&quiet, 1, 300), 0);
-      unlink(Path(Slice(7)).c_str());
-      Write(File("monitor.pid"), std::to_string(next->Pid()));
-      Write(Slice(7), "whole");
-      Finish(8);
-    });
-    EXPECT_EQ(path, Path(Slice(7)));
-    EXPECT_EQ(test::ReadWhole(path), "whole");
+    const ReadWatch sequence(Path(File("request_sequence")));
+    Request request;
+    ASSERT_TRUE(sequence.SeesOneWithin(30000));
+    HttpLiveStream(kId).WriteSequence();
+    monitor->Kill(SIGKILL);
+    EXPECT_FALSE(request.IsAnsweredWithin(300)) << "with the half segment";
+    unlink(Path(Slice(7)).c_str());
+    Write(File("monitor.pid"), std::to_string(next->Pid()));
+    Write(Slice(7), "whole");
+    Finish(8);
+    EXPECT_EQ(request.Answer(), Path(Slice(7)));
   });
 }
 

@@ -1,11 +1,13 @@
 #include "webapi/access/ticket.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
 
 #include "support/log_capture.h"
 #include "support/processes.h"
@@ -23,6 +25,7 @@ constexpr char kOther[] = "0123456789abcdef0123456789abcdef_zzzzzzzz";
 constexpr char kFolder[] = "/tmp/Mirevo/tickets";
 constexpr char kSomebody[] = "/tmp/Mirevo/tickets/0123456789abcdef0123456789abcdef_aB3dE6gH";
 constexpr uid_t kStranger = 65534;
+constexpr int kQuietMilliseconds = 300;
 
 // Somebody who has to log in, and has.
 Caller Account(const std::string& name) {
@@ -49,6 +52,26 @@ class Tickets : public test::Sysroot {
   mode_t ModeOf(const std::string& path) const {
     struct stat status {};
     return stat(Path(path).c_str(), &status) == 0 ? status.st_mode & ACCESSPERMS : 0;
+  }
+
+  // The owner in the ticket that another process gets which waits for it during `change`; "none"
+  // where it gets no ticket.
+  static std::string OwnerAfter(const std::function<void(HeldTicket&)>& change) {
+    auto held = HeldTicket::Take(kId);
+    test::Pipe answer;
+    test::Child waiting([&] {
+      // Forked with the lock: only a file of its own makes it wait.
+      held.reset();
+      const auto second = HeldTicket::Take(kId);
+      answer.Write(second ? second->Owner() : "none");
+    });
+    pollfd early{answer.ReadEnd(), POLLIN, 0};
+    EXPECT_EQ(poll(&early, 1, kQuietMilliseconds), 0) << "it does not wait";
+    change(held.value());
+    held.reset();
+    const std::string owner = answer.ReadToEnd();
+    EXPECT_EQ(waiting.Wait(), 0);
+    return owner;
   }
 };
 
@@ -100,20 +123,23 @@ TEST_F(Tickets, AreReadWhileAnotherProcessHoldsThem) {
 
 TEST_F(Tickets, AreHeldByOneProcessAtATime) {
   ASSERT_TRUE(Open());
-  auto held = HeldTicket::Take(kId);
-  ASSERT_TRUE(held);
-  test::Child waiting([&] {
-    // Forked with the lock: only a file of its own makes it wait.
-    held.reset();
-    const auto second = HeldTicket::Take(kId);
-    _exit(second && second->Owner() == "first" ? 0 : 1);
-  });
-  EXPECT_TRUE(held->SetOwner("first", getpid(), 0));
-  held.reset();
-  EXPECT_EQ(waiting.Wait(), 0);
+  EXPECT_EQ(OwnerAfter([](HeldTicket& held) { EXPECT_TRUE(held.SetOwner("first", getpid(), 0)); }),
+            "first");
 }
 
 TEST_F(Tickets, ThatAreRemovedAreGoneForWaitingRequests) {
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(OwnerAfter([](HeldTicket& held) { held.Remove(); }), "none");
+  EXPECT_FALSE(Exists(kSomebody));
+}
+
+TEST_F(Tickets, ThatAreDamagedAreNothingForWaitingRequests) {
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(OwnerAfter([this](HeldTicket&) { Write(kSomebody, "{"); }), "none");
+  EXPECT_EQ(Read(kSomebody), "{");
+}
+
+TEST_F(Tickets, ThatAreRemovedAreGone) {
   ASSERT_TRUE(Open());
   auto held = HeldTicket::Take(kId);
   ASSERT_TRUE(held);
