@@ -3,6 +3,7 @@
 #include <gst/audio/audio.h>
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "gst/picture_filters.h"
@@ -102,7 +103,7 @@ std::string CopyDescription(const std::string& type) {
 }
 
 GstClockTime ToTime(double seconds) {
-  return static_cast<GstClockTime>(seconds * GST_SECOND + 0.5);
+  return static_cast<GstClockTime>(std::llround(seconds * GST_SECOND));
 }
 
 int CountOf(GstStreamCollection* all, GstStreamType type) {

@@ -70,9 +70,9 @@ void Append(std::string& bytes, const Json::Value& value) {
   }
 }
 
-class Reader {
+class MessageReader {
  public:
-  explicit Reader(std::string_view bytes) : left_(bytes) {}
+  explicit MessageReader(std::string_view bytes) : left_(bytes) {}
 
   bool IsAtEnd() const { return left_.empty(); }
 
@@ -174,7 +174,7 @@ std::string EncodeProbeMessage(const Json::Value& value) {
 }
 
 std::optional<Json::Value> DecodeProbeMessage(std::string_view bytes) {
-  Reader reader(bytes);
+  MessageReader reader(bytes);
   Json::Value value;
   const bool isWhole = reader.Read(value, 0) && reader.IsAtEnd();
   return isWhole ? std::optional(std::move(value)) : std::nullopt;

@@ -106,7 +106,7 @@ test('play reports the reason of a failure', async () => {
     [[path.join(media, 'text.mkv')], 1, /not a film/],
     [[outside], 77, /outside the media folders/],
     [['/no/such/film.mkv'], 66, /no such file/],
-    [[film, '--profile', 'nonsense'], 64, /no profile of this name/],
+    [[film, '--profile', 'nonsense'], 64, /no profile with this name/],
     [[film, '--format', 'nonsense'], 64, /nonsense/],
   ];
   for (const [options, code, message] of rows) {

@@ -266,8 +266,8 @@ class Pictures(unittest.TestCase):
 
     def test_a_turned_film_is_upright(self):
         card = make(self.folder / "card.mp4", *CARD)
-        films = {turn: make(self.folder / f"card{turn}.mp4", "-i", card, "-c", "copy", "-metadata:s:v", f"rotate={turn}")
-                 for turn in BRIGHT_CORNER}
+        films = {turn: make(self.folder / f"card{turn}.mp4", "-i", card, "-c", "copy",
+                            "-metadata:s:v", f"rotate={turn}") for turn in BRIGHT_CORNER}
 
         def check(case):
             kind, turn = case
