@@ -9,7 +9,7 @@ as_service=(setpriv --reuid mirevo --regid mirevo --init-groups --)
 export DEBIAN_FRONTEND=noninteractive
 
 find / -xdev \( -path /proc -o -path /dev -o -path /tmp -o -path /root \) -prune -o -print | sort > /root/before
-apt-get install -y -qq /tmp/mirevo_*.deb /tmp/liborvoqmx1_*.deb > /root/log 2>&1 ||
+apt-get install -y -qq --no-install-recommends /tmp/mirevo_*.deb /tmp/liborvoqmx1_*.deb > /root/log 2>&1 ||
   { cat /root/log >&2; fail "the packages can be installed"; }
 
 mirevo --version | grep -q '^mirevo [0-9]' || fail "mirevo is in the path"
