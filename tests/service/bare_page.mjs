@@ -11,6 +11,8 @@ export async function withBarePage(service, scripts, use) {
   const browser = await launch();
   try {
     const context = await browser.newContext({ bypassCSP: true });
+    // A seek starts a transcoder, which takes its time beside other tests.
+    context.setDefaultTimeout(90_000);
     const page = await context.newPage();
     const address = `${service.address}/bare`;
     await page.route(address, (route) => route.fulfill({ contentType: 'text/html', body: html }));
