@@ -99,7 +99,11 @@ std::optional<unsigned long> StreamDirectory::SecondsSinceAccess() const {
   if (!accessed) {
     return std::nullopt;
   }
-  return static_cast<unsigned long>(time(nullptr)) - static_cast<unsigned long>(accessed->tv_sec);
+  // time() may lag behind the clock that the file system reads. At the turn of a second the
+  // difference would then be negative, which is the greatest of all.
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<unsigned long>(now.tv_sec) - static_cast<unsigned long>(accessed->tv_sec);
 }
 
 time_t StreamDirectory::LastAccess() const {

@@ -7,6 +7,7 @@
 #include <climits>
 
 #include "platform/plat.h"
+#include "util/file_state.h"
 #include "util/json_utils.h"
 
 namespace LibOrvoQMX {
@@ -29,14 +30,30 @@ bool IsPlainName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
+const Json::Value& ReadProfiles(const std::string& profilePath) {
+  static struct {
+    std::string path;
+    std::string state;  // "" if a change would not show
+    Json::Value content;
+  } last;
+  const auto state = orvo::FileState::Of(profilePath);
+  if (last.path == profilePath && !last.state.empty() && state && state->text == last.state) {
+    return last.content;
+  }
+  last = {profilePath, state && state->isSettled ? state->text : "", Json::Value()};
+  if (!LibMirevo::ReadJsonFromFile(profilePath, last.content)) {
+    last.content = Json::Value();
+  }
+  return last.content;
+}
+
 bool ReadProfileValue(const std::string& profilePath, const std::string& profileKey,
                       std::string& value) {
   if (profilePath.empty() || profileKey.empty()) {
     return false;
   }
-  Json::Value profiles;
-  if (!LibMirevo::ReadJsonFromFile(profilePath, profiles) || !profiles.isObject() ||
-      !profiles.isMember(profileKey)) {
+  const Json::Value& profiles = ReadProfiles(profilePath);
+  if (!profiles.isObject() || !profiles.isMember(profileKey)) {
     return false;
   }
   const Json::Value& found = profiles[profileKey];

@@ -1,6 +1,8 @@
 // All fixed paths of the system, and helpers for the files there.
 #pragma once
 
+#include <json/value.h>
+
 #include <string>
 
 #include "platform/export.h"
@@ -32,6 +34,10 @@ std::string LinkTarget(const std::string& path);
 
 // Is this a plain name that cannot lead to another directory?
 bool IsPlainName(const std::string& name);
+
+// The content of a transcoding profile file; null if it cannot be read. A request asks for several
+// profiles of one file, so the file that was read last is kept until it changes.
+ORVO_API const Json::Value& ReadProfiles(const std::string& profilePath);
 
 // Reads one key of a transcoding profile file as a text. Returns false if the path or the key is
 // empty, the file cannot be read or it lacks the key.

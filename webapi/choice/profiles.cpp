@@ -8,8 +8,8 @@
 #include "policy/argument_helper.h"
 #include "policy/platform_utils.h"
 #include "policy/profile_traits.h"
-#include "util/json_utils.h"
 #include "util/qmxutils.h"
+#include "util/system_files.h"
 #include "webapi/http/number.h"
 
 namespace webapi {
@@ -137,8 +137,8 @@ std::string ProfileFile() {
 
 std::vector<Profile> ProfilesOf(const std::string& format) {
   std::vector<Profile> profiles;
-  Json::Value file;
-  if (!LibMirevo::ReadJsonFromFile(ProfileFile(), file) || !file.isObject()) {
+  const Json::Value& file = LibOrvoQMX::ReadProfiles(ProfileFile());
+  if (!file.isObject()) {
     return profiles;
   }
   for (const std::string& key : file.getMemberNames()) {
