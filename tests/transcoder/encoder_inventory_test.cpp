@@ -27,6 +27,9 @@ bool AnyNode(const char*) {
   return true;
 }
 
+// A sanitized copy of this program reserves terabytes of addresses.
+constexpr char kAnyMemory[] = "picture_memory=67108864\n";
+
 // A copy of this program plays the FFmpeg that is asked.
 class EncoderInventoryTest : public testing::Test {
  protected:
@@ -36,7 +39,8 @@ class EncoderInventoryTest : public testing::Test {
     setenv("TRANSCODER_TEST_ASKED", dir_.Path("asked").c_str(), 1);
     // The copy writes down that it was asked.
     std::filesystem::create_directories(system_.Path("var/packages/Mirevo/etc"));
-    test::WriteText(system_.Path("var/packages/Mirevo/etc/confinement.conf"), "sandbox=off\n");
+    test::WriteText(system_.Path("var/packages/Mirevo/etc/confinement.conf"),
+                    std::string("sandbox=off\n") + kAnyMemory);
     setenv("ORVO_SYSROOT", system_.Path("").c_str(), 1);
   }
   ~EncoderInventoryTest() override {
@@ -68,7 +72,7 @@ TEST_F(EncoderInventoryTest, KnowsWhatTheExecutableLists) {
 }
 
 TEST_F(EncoderInventoryTest, AsksInAConfinedProcess) {
-  test::WriteText(system_.Path("var/packages/Mirevo/etc/confinement.conf"), "");
+  test::WriteText(system_.Path("var/packages/Mirevo/etc/confinement.conf"), kAnyMemory);
   if (!MissingConfinement().empty()) {
     GTEST_SKIP() << "this kernel lacks " << MissingConfinement();
   }

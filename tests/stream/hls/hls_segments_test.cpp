@@ -100,7 +100,7 @@ TEST_F(HlsSegments, HaveFilesByNumber) {
 }
 
 TEST_F(HlsSegments, BeginAtMultiplesOfTheirLength) {
-  On("avoton", [this] {
+  On("avoton", [] {
     HttpLiveStream stream(kId);
     EXPECT_EQ(stream.CalculateSeekTime(0), 0);
     EXPECT_EQ(stream.CalculateSeekTime(7), 35000);
@@ -274,7 +274,7 @@ TEST_F(HlsSegments, AreGivenUpWhenTheirMonitorHasEndedWithoutThem) {
 }
 
 TEST_F(HlsSegments, OfNoStreamAreNotWaitedFor) {
-  On("avoton", [this] {
+  On("avoton", [] {
     EXPECT_EQ(HttpLiveStream("").ReadFragment("7"), "");
     EXPECT_EQ(HttpLiveStream(kId).ReadFragment(""), "");
     EXPECT_EQ(HttpLiveStream("unknown").ReadFragment("7"), "");

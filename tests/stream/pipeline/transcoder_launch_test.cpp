@@ -177,7 +177,7 @@ TEST_F(Launch, IsRefusedWithoutRoom) {
 
 TEST_F(Launch, FailsBeforeItRegistersWhenSomethingIsMissing) {
   On("avoton", [this] {
-    const auto refuses = [this](PlainStream& stream, const std::string& program) {
+    const auto refuses = [](PlainStream& stream, const std::string& program) {
       EXPECT_FALSE(stream.ExecuteTranscoding(false, {}, "o", program));
       EXPECT_FALSE(stream.ExecuteGstreamerTranscoding("o", {}, program, false));
     };
