@@ -28,7 +28,7 @@ bool AnyNode(const char*) {
 }
 
 // A sanitized copy of this program reserves terabytes of addresses.
-constexpr char kAnyMemory[] = "picture_memory=67108864\n";
+constexpr char kAnyMemory[] = "picture_memory=0\npicture_writable=0\n";
 
 // A copy of this program plays the FFmpeg that is asked.
 class EncoderInventoryTest : public testing::Test {
