@@ -1,6 +1,7 @@
 // How long segments and fragments are, and the clock that fragments are named by.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #include "contract/fragments.h"
@@ -15,8 +16,8 @@ inline constexpr double kLongestLength = 600;
 inline constexpr int64_t kFragmentClockRate = kTicksPerSecond;
 
 // The length of a fragment in ticks of that clock.
-constexpr int64_t FragmentTicks(double seconds) {
-  return static_cast<int64_t>(seconds * static_cast<double>(kFragmentClockRate) + 0.5);
+inline int64_t FragmentTicks(double seconds) {
+  return std::llround(seconds * static_cast<double>(kFragmentClockRate));
 }
 
 }  // namespace orvo::transcoder

@@ -26,7 +26,6 @@ using orvo::Track;
 using test::Child;
 using test::kFfmpeg;
 using test::kId;
-using test::kStandIn;
 using State = FetchedPiece::State;
 
 constexpr char kProfileKey[] = "smoothstreaming_240p_x264_vb200_vf15_aac_ab40";

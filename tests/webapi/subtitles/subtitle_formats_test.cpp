@@ -6,8 +6,6 @@
 
 namespace {
 
-using webapi::Cue;
-
 // The cues of an SRT file that has this text once.
 std::string FromSrt(const std::string& text) {
   const auto cues = webapi::ParseSrt("1\n00:00:01,000 --> 00:00:02,000\n" + text + "\n\n");
