@@ -2,7 +2,6 @@
 // modification time in nanoseconds, and the checksum of what follows), then one name a line.
 #include "transcoder/ffmpeg_listing.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,7 +24,7 @@ namespace {
 using Names = std::set<std::string, std::less<>>;
 
 constexpr size_t kLongestCache = 65536;
-constexpr mode_t kCacheMode = 0644;
+constexpr mode_t kCacheMode = 0600;  // only its own user reads it
 
 // --- The executable ---
 
@@ -124,22 +123,13 @@ std::optional<Names> ReadCache(const std::string& path, const std::string& ident
   return names;
 }
 
-// Written aside and renamed. Failure costs the next start a question, and nothing else.
+// Failure costs the next start a question, and nothing else.
 void WriteCache(const std::string& path, const std::string& identity, const Names& names) {
   std::string body;
   for (const std::string& name : names) {
     body += name + "\n";
   }
-  const std::string aside = path + "." + std::to_string(getpid());
-  const UniqueFd file(
-      open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kCacheMode));
-  if (!file.IsOpen()) {
-    return;
-  }
-  if (!WriteAll(file.Get(), Header(identity, body) + "\n" + body) ||
-      rename(aside.c_str(), path.c_str()) != 0) {
-    unlink(aside.c_str());
-  }
+  ReplaceFile(path, Header(identity, body) + "\n" + body, kCacheMode);
 }
 
 }  // namespace
