@@ -55,7 +55,9 @@ namespace orvo::transcoder {
   X(avcodec_find_encoder_by_name)    \
   X(avcodec_free_context)            \
   X(avcodec_open2)                   \
+  X(avcodec_parameters_alloc)        \
   X(avcodec_parameters_copy)         \
+  X(avcodec_parameters_free)         \
   X(avcodec_parameters_from_context) \
   X(avcodec_parameters_to_context)   \
   X(avcodec_receive_frame)           \
@@ -63,15 +65,19 @@ namespace orvo::transcoder {
   X(avcodec_send_frame)              \
   X(avcodec_send_packet)
 #define ORVO_AV_UTIL_FUNCTIONS(X) \
+  X(av_channel_layout_compare)    \
   X(av_channel_layout_copy)       \
   X(av_channel_layout_default)    \
+  X(av_channel_layout_describe)   \
+  X(av_channel_layout_uninit)     \
+  X(av_dict_copy)                 \
   X(av_dict_free)                 \
   X(av_dict_set)                  \
   X(av_frame_alloc)               \
   X(av_frame_free)                \
-  X(av_frame_get_buffer)          \
   X(av_frame_unref)               \
   X(av_free)                      \
+  X(av_get_sample_fmt_name)       \
   X(av_log_set_level)             \
   X(av_malloc)                    \
   X(av_rescale_delta)             \

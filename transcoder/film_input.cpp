@@ -24,6 +24,10 @@ void FreePacket::operator()(AVPacket* packet) const {
   AvFunctions::Get()->av_packet_free(&packet);
 }
 
+void FreeParameters::operator()(AVCodecParameters* parameters) const {
+  AvFunctions::Get()->avcodec_parameters_free(&parameters);
+}
+
 FilmInput::FilmInput(const AvFunctions& av, UniqueFd film) : av_(av), film_(std::move(film)) {
   struct stat status {};
   if (film_.IsOpen() && fstat(film_.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
@@ -69,10 +73,13 @@ bool FilmInput::IsMatroska() const {
   return std::string_view(context_->iformat->name).starts_with("matroska");
 }
 
+bool FilmInput::IsMp4() const {
+  return std::string_view(context_->iformat->name).starts_with("mov");
+}
+
 // A fragmented MP4 may begin with a header that says little.
 bool FilmInput::StatesItsTracks() const {
-  const std::string_view name = context_->iformat->name;
-  if (!IsMatroska() && !name.starts_with("mov")) {
+  if (!IsMatroska() && !IsMp4()) {
     return false;
   }
   for (unsigned i = 0; i < context_->nb_streams; ++i) {

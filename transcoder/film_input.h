@@ -14,6 +14,11 @@ struct FreePacket {
 };
 using AvPacket = std::unique_ptr<AVPacket, FreePacket>;
 
+struct FreeParameters {
+  void operator()(AVCodecParameters* parameters) const;
+};
+using AvParameters = std::unique_ptr<AVCodecParameters, FreeParameters>;
+
 class FilmInput {
  public:
   // Takes the film. Null when it is no film in a self-contained format, or when libavformat is
@@ -27,6 +32,7 @@ class FilmInput {
   const AVFormatContext& Get() const { return *context_; }
   const AVStream& Track(int number) const { return *context_->streams[number]; }
   bool IsMatroska() const;
+  bool IsMp4() const;
 
   // The packets of this track are left out.
   void LeaveOut(int track) { context_->streams[track]->discard = AVDISCARD_ALL; }

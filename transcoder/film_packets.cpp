@@ -127,8 +127,19 @@ int FilmPackets::FirstOf(AVMediaType type) const {
   return -1;
 }
 
-bool FilmPackets::HasLooseClock() const {
-  return (input_->Get().iformat->flags & AVFMT_TS_DISCONT) != 0;
+std::optional<int> FilmPackets::Find(AVMediaType type, int number) const {
+  std::optional<int> found;
+  for (int i = 0; i < TrackCount(); ++i) {
+    const bool fits = Track(i).codecpar->codec_type == type && IsSoundOrPicture(Track(i));
+    if (!fits || (number >= 0 && number != i)) {
+      continue;
+    }
+    if (found) {
+      return std::nullopt;
+    }
+    found = i;
+  }
+  return found;
 }
 
 // Without a look at its packets no film says where it starts.

@@ -43,9 +43,13 @@ class FilmPackets {
   // The container's time where the film starts, in microseconds; FFmpeg's "start_time".
   int64_t FilmStart() const { return filmStart_; }
 
-  // The container has no index and a clock of its own, which may jump: a transport or program
-  // stream. Such jumps are not repaired.
-  bool HasLooseClock() const;
+  // The only track of this type that is no cover or, with a number of 0 or more, the track with
+  // this number. Nothing when there is none or, without a number, more than one.
+  std::optional<int> Find(AVMediaType type, int number) const;
+
+  // The container is one that states the times of all packets and can be entered at any key frame:
+  // MP4 or Matroska. In others clocks may jump, which is not repaired.
+  bool StatesTimes() const { return input_->IsMatroska() || input_->IsMp4(); }
 
   // The packets of other tracks are left out from here on. All tracks are chosen at first.
   void Choose(const std::vector<int>& tracks);
