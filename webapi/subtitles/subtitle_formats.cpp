@@ -55,11 +55,12 @@ void Complete(Cue& cue, CueText& text, const Placement& placement) {
 
 // --- SRT
 
-void CompleteSrt(Cue& cue, const std::vector<std::string_view>& lines) {
+// `lines`: the text below the cue's times, with its line ends.
+void CompleteSrt(Cue& cue, std::string_view lines) {
   ScriptOverrides overrides(ScriptStyle{}, kUsualWidth, kUsualHeight);
   CueText text;
-  for (const std::string_view line : lines) {
-    PutHtml(line, kSrtRules, &overrides, text);
+  while (!lines.empty()) {
+    PutHtml(TakeLine(lines), kSrtRules, &overrides, text);
     text.Break();
   }
   Complete(cue, text, overrides.Where());
@@ -366,28 +367,28 @@ class SamiReader {
 
 std::vector<Cue> ParseSrt(std::string_view file) {
   std::vector<Cue> cues;
-  std::vector<std::string_view> lines;  // of the cue that is being read
+  const char* textBegin = file.data();  // of the cue that is being read
+  std::string_view previous;            // the last line that has no times
+  const auto complete = [&](const char* end) {
+    if (!cues.empty()) {
+      CompleteSrt(cues.back(), {textBegin, static_cast<size_t>(end - textBegin)});
+    }
+  };
   while (!file.empty() && cues.size() < kMostCues) {
     const std::string_view line = TakeLine(file);
     std::string_view rest = line;
     Cue next;
     if (!TakeTiming(rest, next)) {
-      lines.push_back(line);
+      previous = line;
       continue;
     }
     // A text may contain empty lines. Only the number before the next time marks its end.
-    if (!lines.empty() && IsNumber(Trimmed(lines.back()))) {
-      lines.pop_back();
-    }
-    if (!cues.empty()) {
-      CompleteSrt(cues.back(), lines);
-    }
-    lines.clear();
+    complete(IsNumber(Trimmed(previous)) ? previous.data() : line.data());
+    previous = {};
+    textBegin = file.data();
     cues.push_back(next);
   }
-  if (!cues.empty()) {
-    CompleteSrt(cues.back(), lines);
-  }
+  complete(file.data());
   Tidy(cues);
   return cues;
 }
