@@ -356,7 +356,8 @@ int Serve(const Options& options) {
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
-              options.hosts, options.origins, options.certificate, options.key},
+              options.hosts, options.origins, options.certificate, options.key,
+              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress, options.proxies},
              std::move(sockets), browser.Get(),
              options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
 }

@@ -21,6 +21,9 @@ struct WebServer {
   std::vector<std::string> origins;  // other sites whose pages may use it
   std::string certificate;           // PEM; "" for no encryption
   std::string key;                   // PEM; "" if it is in the certificate's file
+  std::string doorkeeper;            // the library that limits connections (doorkeeper.cpp)
+  int connectionsPerAddress = 0;     // at a time; 0 for no limit
+  std::vector<std::string> proxies;  // numeric addresses without that limit
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };
