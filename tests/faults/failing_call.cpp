@@ -35,9 +35,9 @@ struct Plan {
 
 Counter* MapCounter(const char* path) {
   const int file = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CLOEXEC, 0));
-  void* const memory = file < 0 ? MAP_FAILED
-                                : mmap(nullptr, sizeof(Counter), PROT_READ | PROT_WRITE, MAP_SHARED,
-                                       file, 0);
+  void* const memory =
+      file < 0 ? MAP_FAILED
+               : mmap(nullptr, sizeof(Counter), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
   syscall(SYS_close, file);
   return memory == MAP_FAILED ? nullptr : static_cast<Counter*>(memory);
 }
@@ -102,29 +102,29 @@ bool TakesMode(int flags) {
 
 extern "C" {
 
-#define OPEN(name)                                                      \
-  int name(const char* path, int flags, ...) {                          \
-    va_list rest;                                                       \
-    va_start(rest, flags);                                              \
-    const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0;    \
-    va_end(rest);                                                       \
-    REAL(name);                                                         \
-    return FailsAt("open", path) ? -1 : real(path, flags, mode);        \
+#define OPEN(name)                                                   \
+  int name(const char* path, int flags, ...) {                       \
+    va_list rest;                                                    \
+    va_start(rest, flags);                                           \
+    const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0; \
+    va_end(rest);                                                    \
+    REAL(name);                                                      \
+    return FailsAt("open", path) ? -1 : real(path, flags, mode);     \
   }
-#define OPENAT(name)                                                    \
-  int name(int folder, const char* path, int flags, ...) {              \
-    va_list rest;                                                       \
-    va_start(rest, flags);                                              \
-    const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0;    \
-    va_end(rest);                                                       \
-    REAL(name);                                                         \
+#define OPENAT(name)                                                                   \
+  int name(int folder, const char* path, int flags, ...) {                             \
+    va_list rest;                                                                      \
+    va_start(rest, flags);                                                             \
+    const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0;                   \
+    va_end(rest);                                                                      \
+    REAL(name);                                                                        \
     const bool fails = *path == '/' ? FailsAt("open", path) : FailsOn("open", folder); \
-    return fails ? -1 : real(folder, path, flags, mode);                \
+    return fails ? -1 : real(folder, path, flags, mode);                               \
   }
-#define FOPEN(name)                                                     \
-  FILE* name(const char* path, const char* mode) {                      \
-    REAL(name);                                                         \
-    return FailsAt("open", path) ? nullptr : real(path, mode);          \
+#define FOPEN(name)                                            \
+  FILE* name(const char* path, const char* mode) {             \
+    REAL(name);                                                \
+    return FailsAt("open", path) ? nullptr : real(path, mode); \
   }
 OPEN(open)
 OPEN(open64)
