@@ -290,17 +290,22 @@ orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& 
   }
   orvo::LaunchOptions options;
   options.streams = orvo::StandardStreams::kKept;
-  options.parentDeath.signal = SIGTERM;
+  options.parentDeath.signal = SIGKILL;
   return orvo::Start(program, options);
 }
 
+orvo::UniqueFd Ask(const WebServer& server) {
+  orvo::UniqueFd connection = Connect(server.endpoints.front());
+  orvo::WriteAll(connection.Get(), server.certificate.empty() ? kQuestion : kTlsQuestion);
+  return connection;
+}
+
 bool Answers(const WebServer& server) {
-  const orvo::UniqueFd connection = Connect(server.endpoints.front());
+  const orvo::UniqueFd connection = Ask(server);
   const timeval patience{kAnswerSeconds, 0};
   setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
   char answer = '\0';
-  return orvo::WriteAll(connection.Get(), server.certificate.empty() ? kQuestion : kTlsQuestion) &&
-         read(connection.Get(), &answer, 1) == 1;
+  return read(connection.Get(), &answer, 1) == 1;
 }
 
 }  // namespace serve

@@ -29,8 +29,12 @@ struct WebServer {
 };
 
 // Starts the server on the sockets of its endpoints; the caller closes them afterwards. The server
-// ends with this process. Returns no process, with errno set, on failure.
+// is killed when this process ends. Returns no process, with errno set, on failure.
 orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& sockets);
+
+// Sends a short question on a new connection, where the answer arrives. The result is not open on
+// failure.
+orvo::UniqueFd Ask(const WebServer& server);
 
 // Waits for the first answer. Returns false if the server ends instead.
 bool Answers(const WebServer& server);
