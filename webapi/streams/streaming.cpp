@@ -21,6 +21,7 @@
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/library/media_library.h"
+#include "webapi/streams/byte_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/hls_playback.h"
 #include "webapi/streams/http_playback.h"
@@ -49,10 +50,13 @@ struct StreamKind {
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
+  // Starts the work for a player that will begin at this second; null if it begins with the first
+  // request.
+  void (*startAhead)(const Ticket& ticket, double second) = nullptr;
 };
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
-    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls, StartHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
@@ -288,6 +292,16 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   return QMXStream::QMX_Init(argument);
 }
 
+// A client that says where it will begin waits for less. Without room for a transcoder the first
+// request of the player says so.
+void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+  Answer ignored = Answer::Failure(kInternal);
+  const auto start = StartSecond(request, ticket.Duration(), ignored);
+  if (request.Has("start") && start && kind.startAhead != nullptr) {
+    kind.startAhead(ticket, *start);
+  }
+}
+
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
             const Rendition& rendition, const Joined& joined) {
@@ -297,7 +311,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
-  const auto ticket =
+  auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {
     return Answer::Failure(kInternal);
@@ -315,6 +329,9 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["duration"] = film.GetDuration();
   data["url"] = AddressOf(request, kind, *ticket);
   RememberStream(*ticket, kOpened);
+  const Ticket opened = *ticket;
+  ticket.reset();  // the process that is started now must not hold it
+  StartAhead(request, kind, opened);
   return Answer::Success(data);
 }
 
@@ -379,6 +396,9 @@ Answer OpenStream(const Request& request) {
   }
   if (!IsSoundWish(request)) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
+  }
+  if (!StartSecond(request, film.GetDuration(), refusal)) {
+    return refusal;
   }
   // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
