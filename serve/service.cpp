@@ -264,10 +264,9 @@ void TellConfinement() {
   }
 }
 
-// Starts the web server and runs until the end. `analyzed` lists the files and folders for the key
-// frame analysis.
+// Starts the web server and runs until the end.
 int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
-        std::vector<std::string> analyzed) {
+        bool findsKeyframes) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -285,7 +284,7 @@ int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browse
   }
   Announce(server, browser);
   TellConfinement();
-  Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
+  Analysis analysis(orvo::SystemPath(kAnalyzer), webapi::MediaRoots(), findsKeyframes);
   const bool told = ServeUntilStopped(signals.Get(), process.Descriptor().Get(), analysis);
   analysis.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
@@ -357,8 +356,7 @@ int Serve(const Options& options) {
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
               options.hosts, options.origins, options.certificate, options.key},
-             std::move(sockets), browser.Get(),
-             options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
+             std::move(sockets), browser.Get(), options.analysis);
 }
 
 }  // namespace serve
