@@ -9,6 +9,7 @@
 
 #include "platform/plat.h"
 #include "util/file_state.h"
+#include "util/media_names.h"
 #include "util/private_folder.h"
 #include "util/system_files.h"
 
@@ -19,22 +20,31 @@ using orvo::FileState;
 
 constexpr char kFolder[] = "/catalog";
 constexpr char kFile[] = "/films.db";
-// The number is the version of the tables; a database with another number is made anew.
+// The version of the tables and of the words and keys in them.
+constexpr uint32_t kTablesVersion = 1;
 constexpr char kTables[] =
-    "PRAGMA user_version = 1;"
     "CREATE TABLE folders (id INTEGER PRIMARY KEY, path BLOB NOT NULL UNIQUE, state BLOB NOT NULL);"
     "CREATE TABLE entries (folder INTEGER NOT NULL, is_film INTEGER NOT NULL, key BLOB NOT NULL,"
     " name BLOB NOT NULL, words BLOB NOT NULL, PRIMARY KEY (folder, is_film, key)) WITHOUT ROWID;";
-constexpr int64_t kVersion = 1;
+
+// A database counts only for the version that it was written for, which SQLite keeps as a signed
+// number of 32 bits.
+int64_t Version() {
+  return (orvo::VersionOfNames() + kTablesVersion) & 0x7fffffffU;
+}
+
+bool HasVersion(const Database& database) {
+  Statement version = database.Prepare("PRAGMA user_version");
+  return version.Step() && version.Number(0) == Version();
+}
 
 std::string FolderPath() {
   return orvo::SystemPath(LibOrvoQMX::kCacheFolder) + kFolder;
 }
 
 bool IsGood(const Database& database) {
-  Statement version = database.Prepare("PRAGMA user_version");
   Statement check = database.Prepare("PRAGMA quick_check(1)");
-  return version.Step() && version.Number(0) == kVersion && check.Step() && check.Text(0) == "ok";
+  return HasVersion(database) && check.Step() && check.Text(0) == "ok";
 }
 
 // A reader must not look into another user's folder.
@@ -69,12 +79,13 @@ Reader::Page Cut(std::vector<Entry> entries, int64_t offset, int64_t limit) {
 
 Reader::Reader()
     : database_(OpenForReading()),
+      isUsable_(database_.IsOpen() && HasVersion(database_)),
       findFolder_(database_.Prepare("SELECT id, state FROM folders WHERE path = ?")),
       findEntries_(database_.Prepare("SELECT is_film, key, name, words FROM entries "
                                      "WHERE folder = ? ORDER BY is_film, key LIMIT ? OFFSET ?")) {}
 
 std::optional<int64_t> Reader::FindCurrent(const std::string& folder) {
-  if (!database_.IsOpen() || !findFolder_.With(folder).Step()) {
+  if (!isUsable_ || !findFolder_.With(folder).Step()) {
     findFolder_.Reset();
     return std::nullopt;
   }
@@ -174,7 +185,9 @@ void Writer::MakeAnew() {
     unlink((path_ + ending).c_str());
   }
   database_.emplace(path_, Database::Use::kWrite);
+  const std::string version = "PRAGMA user_version = " + std::to_string(Version());
   database_->Run(kTables);
+  database_->Run(version.c_str());
   isNew_ = true;
 }
 

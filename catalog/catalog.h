@@ -50,6 +50,7 @@ class Reader {
   bool TakeRemembered(int64_t folder, const Wants& wants, std::vector<Entry>& entries);
 
   Database database_;
+  bool isUsable_;
   Statement findFolder_;
   Statement findEntries_;
 };

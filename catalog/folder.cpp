@@ -23,7 +23,7 @@ using Folder = std::unique_ptr<DIR, Closer>;
 bool IsFolderThere(int folder, const std::string& name) {
   struct stat status {};
   return fstatat(folder, name.c_str(), &status, 0) == 0 ? S_ISDIR(status.st_mode)
-                                                        : !orvo::IsFilmName(name);
+                                                        : !orvo::IsPlayableName(name);
 }
 
 // Fills in the type. Returns false for what is neither a file, a folder nor a link.
@@ -45,7 +45,7 @@ bool ComesBefore(const Entry& left, const Entry& right) {
 
 bool IsShown(const std::string& name, bool isFolder) {
   return name.find('/') == std::string::npos &&
-         (isFolder ? !orvo::IsSystemFolderName(name) : orvo::IsFilmName(name));
+         (isFolder ? !orvo::IsSystemFolderName(name) : orvo::IsPlayableName(name));
 }
 
 std::optional<std::vector<Entry>> ReadFolder(const std::string& folder) {

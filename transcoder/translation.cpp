@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "liborvoqmx/util/media_formats.h"
+#include "transcoder/copy_translation.h"
 #include "transcoder/filters.h"
 #include "transcoder/option_values.h"
 #include "transcoder/segment_translation.h"
@@ -73,11 +74,12 @@ struct Facts {
   bool resizes = false;
   bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;    // the input's start position, as given
-  double start = 0;    // the same in seconds
-  double preroll = 0;  // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;  // where the output's clock starts, as given
-  std::string size;    // the picture size asked for
+  std::string seek;      // the input's start position, as given
+  double start = 0;      // the same in seconds
+  double preroll = 0;    // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;    // where the output's clock starts, as given
+  std::string size;      // the picture size asked for
+  bool isMusic = false;  // the film's picture is a cover and stays away
   SoundWish sound = SoundWish::kStereo;
   long channels = 0;         // that were asked for; 0 for those of the film
   std::string soundEncoder;  // "" for the container's usual one
@@ -149,6 +151,9 @@ void NamesSoundFilters(const Argument& argument, Facts& facts) {
 }
 void NamesSoundRate(const Argument& argument, Facts& facts) {
   facts.segments.soundRate = std::lround(ValueOf(argument));
+}
+void NamesMusic(const Argument& argument, Facts& facts) {
+  facts.isMusic = ValueOf(argument) > 0;
 }
 void NamesSegmentStart(const Argument& argument, Facts& facts) {
   facts.segments.isWanted = true;
@@ -281,6 +286,13 @@ std::string Mix(const Facts& facts) {
   constexpr long kStereo = 2;
   const bool isMixed = EncodesSound(facts) && facts.channels == kStereo && !KeepsChannels(facts);
   return isMixed ? StereoMix(facts.sound == SoundWish::kNight) : "";
+}
+
+// Options of the picture have no effect then.
+void Music(const Argument&, const Facts& facts, Strings& out) {
+  if (facts.isMusic) {
+    out.emplace_back("-vn");
+  }
 }
 
 // Whoever copies the sound of a film may have left the filters of an encoder in place.
@@ -463,6 +475,7 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-bufsize", V::kBitRate, Nothing, Same},
     {"-ac", V::kChannels, NamesChannels, Channels},
     {"-sound", V::kSound, NamesSound, Dropped},
+    {"-music", V::kFlag, NamesMusic, Music},
     {"-vf", V::kAny, NamesFilter, VideoFilters},
     {"-filter:v", V::kAny, NamesFilter, VideoFilters},
     {"-bsf:v", V::kAny, NamesBitStreamFilter, BitStreamFilters},
@@ -733,13 +746,15 @@ std::vector<Strings> PictureSearches(const std::vector<Argument>& parsed, Facts 
   return searches;
 }
 
-void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const std::string& output,
+void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const Strings& arguments,
                 Translation& translation) {
+  const std::string& output = arguments.back();
   if (facts.segments.areFragments) {
     translation.fragments = PlanFragments(facts.segments, output);
     translation.fragments->searches = PictureSearches(parsed, facts);
   } else if (facts.segments.isWanted) {
     translation.segments = PlanSegments(facts.segments, facts.entry, output);
+    translation.copy = PlanCopy(arguments, facts.segments, facts.entry);
   }
 }
 
@@ -757,7 +772,7 @@ Translation Translate(const std::vector<std::string>& arguments, const Surroundi
   if (translation.error.empty()) {
     translation.command = Command(parsed, facts, arguments.back());
     translation.notes = Notes(facts);
-    PlanOutput(parsed, facts, arguments.back(), translation);
+    PlanOutput(parsed, facts, arguments, translation);
   }
   return translation;
 }

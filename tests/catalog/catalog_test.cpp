@@ -134,8 +134,10 @@ TEST_F(Catalog, ADamagedDatabaseIsMadeAnew) {
 }
 
 TEST_F(Catalog, ADatabaseOfAnotherVersionIsMadeAnew) {
+  Rename("film 2.mkv", "marked.mkv");
   catalog::Database(Path(kDatabase), catalog::Database::Use::kWrite)
       .Run("PRAGMA user_version = 99");
+  EXPECT_EQ(List(), all_) << "readers look at the disk";
   Writer writer;
   EXPECT_TRUE(writer.TakeLoss());
   EXPECT_FALSE(writer.IsCurrent(Path("/films")));

@@ -113,7 +113,7 @@ class Search {
   void LookAtFilm(const std::string& root) {
     const std::string name = fs::path(root).filename().string();
     const std::string words = orvo::FoldName(name);
-    if (orvo::IsFilmName(name) && Matches(words, {})) {
+    if (orvo::IsPlayableName(name) && Matches(words, {})) {
       films_.push_back({orvo::NameSortKey(name, words), root});
     }
   }
