@@ -3,10 +3,7 @@
 #include <fcntl.h>
 #include <json/writer.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +19,7 @@
 #include "film_analysis.h"
 #include "film_queue.h"
 #include "library_watch.h"
+#include "platform/idle.h"
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "policy/lock.h"
@@ -51,16 +49,6 @@ constexpr auto kStillOpen = seconds(60);
 constexpr int kMaxAttempts = 3;
 constexpr char kLockFile[] = "/run/mirevo/analysis.lock";
 constexpr std::array kCrashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGXCPU, SIGSYS};
-
-// Lowers the priority for processor and disk, so that other processes do not wait for this one.
-void BecomeIdle() {
-  constexpr int kWhoProcess = 1;
-  constexpr int kIdleClass = 3 << 13;
-  const sched_param none{};
-  setpriority(PRIO_PROCESS, 0, 19);
-  sched_setscheduler(0, SCHED_IDLE, &none);
-  syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass);
-}
 
 bool IsYoung(const std::string& film) {
   struct stat status {};
@@ -218,7 +206,7 @@ class Background {
 }  // namespace
 
 int AnalyzeInBackground(const std::vector<std::string>& roots) {
-  BecomeIdle();
+  orvo::BecomeIdle();
   umask(S_IWGRP | S_IWOTH);
   // The kernel sends this signal when a writer breaks a lease.
   signal(SIGIO, SIG_IGN);

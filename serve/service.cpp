@@ -28,6 +28,7 @@
 #include "serve/analysis.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
+#include "serve/measurement.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "util/file_lock.h"
@@ -282,9 +283,9 @@ void TellConfinement() {
 }
 
 // Starts the web server and runs until the end. `analyzed` lists the files and folders for the key
-// frame analysis.
+// frame analysis. `isMeasured`: the machine is measured if it has not been.
 int Run(const WebServer& server, Belongings& belongings, int browser,
-        std::vector<std::string> analyzed) {
+        std::vector<std::string> analyzed, bool isMeasured) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -302,10 +303,12 @@ int Run(const WebServer& server, Belongings& belongings, int browser,
   Announce(server, browser);
   TellConfinement();
   Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
+  Measurement measurement(isMeasured);
   Heartbeat heartbeat(server);
   const bool told = ServeUntilStopped(signals.Get(), keeper, analysis, heartbeat);
   AnnounceStop();
   analysis.Stop();
+  measurement.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(keeper, told);
   unlink((server.stateFolder + kAnalysisFile).c_str());
@@ -377,7 +380,8 @@ int Serve(const Options& options) {
               options.hosts, options.origins, options.certificate, options.key,
               package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress, options.proxies},
              belongings, browser.Get(),
-             options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
+             options.analysis ? webapi::MediaRoots() : std::vector<std::string>(),
+             options.analysis);
 }
 
 }  // namespace serve

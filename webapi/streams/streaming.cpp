@@ -27,6 +27,8 @@
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/smooth_playback.h"
+#include "webapi/streams/start_times.h"
+#include "webapi/streams/transcoder_work.h"
 #include "webapi/streams/webm_playback.h"
 
 namespace webapi {
@@ -95,7 +97,7 @@ std::string AddressOf(const Request& request, const StreamKind& kind, const Tick
 // The profile for a request that names none.
 std::optional<JudgedProfile> UsualProfile(const std::string& format, const VideoMetaData& film,
                                           Answer& refusal) {
-  const std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
+  std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
   if (const JudgedProfile* const chosen = ChooseProfile(format, profiles, film)) {
     return *chosen;
   }
@@ -290,14 +292,14 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
 
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
-            const Rendition& rendition, const Joined& joined) {
+            const Rendition& rendition, const Joined& joined, StartTimes& times) {
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
-  const auto ticket =
+  auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {
     return Answer::Failure(kInternal);
@@ -315,6 +317,8 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["duration"] = film.GetDuration();
   data["url"] = AddressOf(request, kind, *ticket);
   RememberStream(*ticket, kOpened);
+  times.Mark("prepare");
+  ticket->AddTimes(times.Steps());
   return Answer::Success(data);
 }
 
@@ -367,9 +371,11 @@ Answer OpenStream(const Request& request) {
   }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
+  StartTimes times;
   if (!film.LoadFile(*path)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
+  times.Mark("probe");
   const auto choice = ChoiceFor(request, film, refusal);
   if (!choice) {
     return refusal;
@@ -385,7 +391,8 @@ Answer OpenStream(const Request& request) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  return Open(request, *choice->kind, film, choice->rendition, *joined);
+  times.Mark("admission");
+  return Open(request, *choice->kind, film, choice->rendition, *joined, times);
 }
 
 Answer PlayStream(const Request& request) {
@@ -413,6 +420,7 @@ Answer CloseStream(const Request& request) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
       return refusal;
     }
+    LearnFrom(*ticket);
     RememberStream(*ticket, kClosed);
     ticket->Remove();
   }
