@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <csignal>
 
 #include "platform/io.h"
@@ -61,15 +60,6 @@ bool PassOn(int fd, Clock::time_point deadline, const std::function<bool(std::st
   return false;
 }
 
-// A connection of this process's must not serve a film's purposes.
-void CloseAllBut(int kept) {
-  const auto number = static_cast<unsigned>(kept);
-  if (number > STDERR_FILENO + 1) {
-    close_range(STDERR_FILENO + 1, number - 1, 0);
-  }
-  close_range(number + 1, UINT_MAX, 0);
-}
-
 }  // namespace
 
 int RunConfined(Job job, const Reach& reach, const std::function<int(int output)>& body,
@@ -87,7 +77,8 @@ int RunConfined(Job job, const Reach& reach, const std::function<int(int output)
   const Clock::time_point deadline = After(confinement.WallMilliseconds());
   Process process = Fork(
       [&] {
-        CloseAllBut(output.Get());
+        // A connection of this process's must not serve a film's purposes.
+        CloseAllBut({output.Get()});
         return body(output.Get());
       },
       options);

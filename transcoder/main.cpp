@@ -62,12 +62,16 @@ int Explain(const Translation& translation) {
   return printf("%s\n", ShellLine(translation.command).c_str()) < 0 || fflush(stdout) != 0;
 }
 
-int Start(const Translation& translation) {
+int Start(const Translation& translation, int progress) {
   if (translation.fragments) {
     return RunFragments(translation.command, *translation.fragments);
   }
-  return translation.segments ? RunSegments(translation.command, *translation.segments)
-                              : Become(translation.command);
+  if (!translation.segments) {
+    return Become(translation.command);
+  }
+  return translation.copy
+             ? RunSegments(*translation.copy, progress, translation.command, *translation.segments)
+             : RunSegments(translation.command, *translation.segments);
 }
 
 }  // namespace
@@ -79,14 +83,15 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
-  const Translation translation =
-      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex, ClockJumps,
-                            FindHighRange, HasFilter});
+  const int progress = OpenProgressFile();
+  const Translation translation = Translate(
+      arguments,
+      {kExecutable, progress, CanEncode, LacksIndex, ClockJumps, FindHighRange, HasFilter});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }
   for (const std::string& note : translation.notes) {
     orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "%s", note.c_str());
   }
-  return explain ? Explain(translation) : Start(translation);
+  return explain ? Explain(translation) : Start(translation, progress);
 }
