@@ -71,8 +71,8 @@ export function stutterWords({ dropped = 0, total = 0, seconds = Infinity, throu
     return total > 0 && dropped / total > DROPPED_SHARE ? 'The player stutters: this device is too slow for the picture. Choose a lower quality.' : '';
   }
   if (transcoder?.speed > 0 && transcoder.speed < 1) {
-    const isBusy = (transcoder.cpu_percent ?? 100) / 100 >= FULL_LOAD;
-    return isBusy
+    const isLoaded = (transcoder.cpu_percent ?? 100) / 100 >= FULL_LOAD;
+    return isLoaded
       ? 'The processor of the server is too slow for this quality. Choose a lower one.'
       : 'The disk of the server is too slow: its converter waits for the film.';
   }

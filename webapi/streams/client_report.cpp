@@ -18,8 +18,8 @@ constexpr char kStarved[] = "bs";
 
 // Players send the keys in a parameter or, so that addresses stay the same, in headers.
 Keys KeysOf(const Request& request) {
-  return LibOrvoQMX::StringExplode(request.Text("CMCD") + "," + request.Header("CMCD_STATUS") + "," +
-                                       request.Header("CMCD_REQUEST"),
+  return LibOrvoQMX::StringExplode(request.Text("CMCD") + "," + request.Header("CMCD_STATUS") +
+                                       "," + request.Header("CMCD_REQUEST"),
                                    ", ");
 }
 
