@@ -7,6 +7,7 @@
 
 #include "confined_reader.h"
 #include "film_analysis.h"
+#include "platform/idle.h"
 #include "platform/process_launch.h"
 #include "preprocess/stored_result.h"
 
@@ -17,6 +18,7 @@ using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
 
 int Analyze(const std::string& film) {
+  BecomeIdle();
   const std::string state = FilmState(film);
   FilmKeyframes found;
   std::string error;
