@@ -32,6 +32,8 @@
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/smooth_playback.h"
+#include "webapi/streams/start_times.h"
+#include "webapi/streams/transcoder_work.h"
 #include "webapi/streams/webm_playback.h"
 
 namespace webapi {
@@ -105,7 +107,7 @@ std::string AddressOf(const Request& request, const std::string& authority, cons
 // The profile for a request that names none.
 std::optional<JudgedProfile> UsualProfile(const std::string& format, const VideoMetaData& film,
                                           Answer& refusal) {
-  const std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
+  std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
   if (const JudgedProfile* const chosen = ChooseProfile(format, profiles, film)) {
     return *chosen;
   }
@@ -315,7 +317,7 @@ bool HasPrograms(const StreamKind& kind) {
 
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
-            const Rendition& rendition, const Joined& joined) {
+            const Rendition& rendition, const Joined& joined, StartTimes& times) {
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
@@ -343,6 +345,8 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
     data["network_url"] = AddressOf(request, network, kind, *ticket);
   }
   RememberStream(*ticket, kOpened);
+  times.Mark("prepare");
+  ticket->AddTimes(times.Steps());
   const Ticket opened = *ticket;
   ticket.reset();  // the process that is started now must not hold it
   StartAhead(request, kind, opened);
@@ -398,9 +402,11 @@ Answer OpenStream(const Request& request) {
   }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
+  StartTimes times;
   if (!film.LoadFile(*path)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
+  times.Mark("probe");
   const auto choice = ChoiceFor(request, film, refusal);
   if (!choice) {
     return refusal;
@@ -422,7 +428,8 @@ Answer OpenStream(const Request& request) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  return Open(request, *choice->kind, film, choice->rendition, *joined);
+  times.Mark("admission");
+  return Open(request, *choice->kind, film, choice->rendition, *joined, times);
 }
 
 Answer PlayStream(const Request& request) {
@@ -450,6 +457,7 @@ Answer CloseStream(const Request& request) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
       return refusal;
     }
+    LearnFrom(*ticket);
     RememberStream(*ticket, kClosed);
     ticket->Remove();
   }
