@@ -18,11 +18,13 @@
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
 #include "state/stream_directory.h"
+#include "stream/cmaf/cmaf_runs.h"
 #include "stream/http_live_stream.h"
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
 #include "webapi/http/number.h"
 #include "webapi/streams/adapt_playback.h"
+#include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/streaming.h"
@@ -105,6 +107,31 @@ pid_t TranscoderOf(const Ticket& ticket) {
   return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
 }
 
+// Those of all renditions that run.
+std::vector<pid_t> TranscodersOf(const Ticket& ticket) {
+  std::vector<pid_t> pids;
+  if (ticket.Kind() != LibOrvoQMX::kCmafKind) {
+    pids.push_back(TranscoderOf(ticket));
+    return pids;
+  }
+  for (const pid_t monitor : LibOrvoQMX::CmafMonitors(ticket.StreamId())) {
+    pids.push_back(ChildOf(monitor));
+  }
+  return pids;
+}
+
+// The one that encodes pictures or, without one, any other.
+pid_t MainTranscoderOf(const Ticket& ticket) {
+  const std::vector<pid_t> pids = TranscodersOf(ticket);
+  const LibMirevo::TransLoading registry;
+  for (const Json::Value& entry : registry.GetEntries()) {
+    if (std::find(pids.begin(), pids.end(), entry["PID"].asInt()) != pids.end()) {
+      return entry["PID"].asInt();
+    }
+  }
+  return pids.empty() ? -1 : pids.front();
+}
+
 // The processor time and the age of a process and its first child, in seconds.
 struct Effort {
   double cpu = 0;
@@ -154,6 +181,9 @@ double PositionOf(const Ticket& ticket) {
     HttpLiveStream stream(ticket.StreamId());
     const auto asked = static_cast<int>(LastPiece(ticket));
     return std::max(stream.CalculateSeekTime(asked), 0) / 1000.0;
+  }
+  if (ticket.Kind() == LibOrvoQMX::kCmafKind) {
+    return CmafPosition(ticket);
   }
   if (ticket.Kind() == "SS") {
     return static_cast<double>(LastPiece(ticket) * orvo::kFragmentSeconds);
@@ -243,9 +273,10 @@ Answer DescribeStatus() {
       continue;
     }
     data["streams"].append(DescribeStream(*ticket));
-    const pid_t pid = TranscoderOf(*ticket);
-    if (PlatProcAlive(pid)) {
-      data["transcoders"].append(DescribeTranscoder(*ticket, pid, registered));
+    for (const pid_t pid : TranscodersOf(*ticket)) {
+      if (PlatProcAlive(pid)) {
+        data["transcoders"].append(DescribeTranscoder(*ticket, pid, registered));
+      }
     }
   }
   data["recent"] = RecentStreams();
@@ -260,7 +291,7 @@ Answer DescribeStreamState(const Request& request) {
   if (!ticket) {
     return refusal;
   }
-  const pid_t pid = TranscoderOf(*ticket);
+  const pid_t pid = MainTranscoderOf(*ticket);
   Json::Value data(Json::objectValue);
   data["method"] = ticket->Parameter("method");
   data["why"] = ticket->Parameter("why");
