@@ -15,6 +15,7 @@
 #include "gst/conversion.h"
 #include "platform/log.h"
 #include "platform/plat.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace {
@@ -57,11 +58,15 @@ void PrepareGstreamer() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const Reading reading = ReadArguments({argv + 1, argv + argc});
+  Reading reading = ReadArguments({argv + 1, argv + argc});
+  const auto film = orvo::transcoder::GivenFilm::Find(reading.error);
   if (!reading.error.empty()) {
     return Fail(orvo::transcoder::kExitUsage, reading.error);
   }
   orvo::transcoder::PrepareProcess();
+  if (film) {
+    reading.request.film = film->address;
+  }
   const std::string error = Unusable(reading.request);
   if (!error.empty()) {
     return Fail(EXIT_FAILURE, error);

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <vector>
 
 #include "platform/io.h"
 #include "platform/process.h"
@@ -62,12 +63,17 @@ bool PassOn(int fd, Clock::time_point deadline, const std::function<bool(std::st
 }
 
 // A connection of this process's must not serve a film's purposes.
-void CloseAllBut(int kept) {
-  const auto number = static_cast<unsigned>(kept);
-  if (number > STDERR_FILENO + 1) {
-    close_range(STDERR_FILENO + 1, number - 1, 0);
+void CloseAllBut(std::vector<int> kept) {
+  std::sort(kept.begin(), kept.end());
+  unsigned first = STDERR_FILENO + 1;
+  for (const int descriptor : kept) {
+    const auto number = static_cast<unsigned>(descriptor);
+    if (number > first) {
+      close_range(first, number - 1, 0);
+    }
+    first = std::max(first, number + 1);
   }
-  close_range(number + 1, UINT_MAX, 0);
+  close_range(first, UINT_MAX, 0);
 }
 
 }  // namespace
@@ -85,9 +91,11 @@ int RunConfined(Job job, const Reach& reach, const std::function<int(int output)
   options.parentDeath.signal = SIGKILL;
   confinement.AddTo(options);
   const Clock::time_point deadline = After(confinement.WallMilliseconds());
+  std::vector<int> kept = reach.files;
+  kept.push_back(output.Get());
   Process process = Fork(
       [&] {
-        CloseAllBut(output.Get());
+        CloseAllBut(kept);
         return body(output.Get());
       },
       options);

@@ -29,6 +29,7 @@
 #include "serve/web_server.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/system_files.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
@@ -302,14 +303,12 @@ bool IsHostCharacter(unsigned char c) {
          c == '[' || c == ']';
 }
 
-// The folders of all files that requests send, including the folders of films that were given
-// alone.
+// The folders of all files that the web server sends for a request: pieces of streams, and
+// pictures. Films are not among them, and neither is anything secret.
 std::vector<std::string> SendFolders() {
-  std::vector<std::string> folders = {orvo::SystemPath("/tmp/Mirevo"),
-                                      orvo::SystemPath(webapi::kCacheFolder)};
-  for (const std::string& root : webapi::MediaRoots()) {
-    const bool isFolder = std::filesystem::is_directory(root);
-    folders.push_back(isFolder ? root : std::filesystem::path(root).parent_path().string());
+  std::vector<std::string> folders = {orvo::SystemPath(webapi::kCacheFolder)};
+  for (const char* const kind : {"HLS", "SS", "CMAF"}) {
+    folders.push_back(LibOrvoQMX::StreamKindPath(kind));
   }
   return folders;
 }

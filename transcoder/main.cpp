@@ -15,6 +15,7 @@
 #include "transcoder/film_index.h"
 #include "transcoder/film_range.h"
 #include "transcoder/fragment_run.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_run.h"
 #include "transcoder/shell_line.h"
@@ -79,14 +80,22 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
-  const Translation translation =
-      Translate(arguments, {kExecutable, OpenProgressFile(), CanEncode, LacksIndex, ClockJumps,
-                            FindHighRange, HasFilter});
+  std::string error;
+  const auto film = explain ? std::nullopt : GivenFilm::Find(error);
+  if (!error.empty()) {
+    return Refuse(error);
+  }
+  Translation translation = Translate(film ? film->InPlaceOf(arguments) : arguments,
+                                      {kExecutable, OpenProgressFile(), CanEncode, LacksIndex,
+                                       ClockJumps, FindHighRange, HasFilter});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }
   for (const std::string& note : translation.notes) {
     orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "%s", note.c_str());
+  }
+  if (film) {
+    film->NameDemuxer(translation);
   }
   return explain ? Explain(translation) : Start(translation);
 }

@@ -47,6 +47,10 @@ std::string StreamDirectory::RecordPath() const {
   return FilePath("video_metadata");
 }
 
+StateFile StreamDirectory::Film() const {
+  return File("film");
+}
+
 StateFile StreamDirectory::AudioId() const {
   return File("audio_id");
 }

@@ -26,6 +26,8 @@ class ORVO_API StreamDirectory {
 
   // The metadata record.
   std::string RecordPath() const;
+  // Which file the film was when the stream was opened (orvo::MediaFile::Identity).
+  StateFile Film() const;
 
   // The audio track and the audio format that the client asked for.
   StateFile AudioId() const;

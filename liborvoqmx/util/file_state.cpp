@@ -30,6 +30,10 @@ std::optional<FileState> FileState::Of(const std::string& path) {
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
+  return Of(status);
+}
+
+FileState FileState::Of(const struct stat& status) {
   const time_t touched = std::max(status.st_mtim.tv_sec, status.st_ctim.tv_sec);
   return FileState{TextOf(status), time(nullptr) - touched > kCoarsestTick};
 }

@@ -224,14 +224,20 @@ Json::Value ParametersToKeep(const Request& request, const Rendition& rendition)
   return parameters;
 }
 
+// A film that this request has opened and probed.
+struct KnownFilm {
+  const orvo::MediaFile& file;
+  const VideoMetaData& facts;
+};
+
 // Makes the directory and the record of a stream, with the id `streamId` or a new one. Returns the
 // id, or an error word for the client.
-std::string Init(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+std::string Init(const Request& request, const StreamKind& kind, const KnownFilm& film,
                  const Rendition& rendition, const std::string& streamId) {
   if (rendition.method == kDirectProfile) {
-    return InitDirect(film, streamId);
+    return InitDirect(film.facts, streamId);
   }
-  QMXInitArgument argument(film.GetFilePath(), kind.kind, ProfileFile(), rendition.profile.key);
+  QMXInitArgument argument(film.file.Path(), kind.kind, ProfileFile(), rendition.profile.key);
   argument.device = request.Text("device");
   argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
   argument.args["hls_header"] = request.Text("hls_header") == "true";
@@ -242,11 +248,11 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   if (!streamId.empty()) {
     argument.args["stream_id"] = streamId;
   }
-  return QMXStream::QMX_Init(argument);
+  return QMXStream::QMX_Init(argument, film.file);
 }
 
 // Opens a stream of a film that passed all checks.
-Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& film,
             const Rendition& rendition, const Joined& joined) {
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
@@ -254,6 +260,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
+  parameters[kFilmParameter] = film.file.Identity();
   const auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {
@@ -269,7 +276,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["stream_id"] = streamId;
   data["format"] = kind.format;
   data["profile"] = rendition.profile.key;
-  data["duration"] = film.GetDuration();
+  data["duration"] = film.facts.GetDuration();
   data["url"] = AddressOf(request, kind, *ticket);
   RememberStream(*ticket, kOpened);
   return Answer::Success(data);
@@ -314,18 +321,18 @@ Answer OpenStream(const Request& request) {
   if (kind == nullptr) {
     return refusal;
   }
-  const auto path = ResolveFilm(request.Text("path"), refusal);
-  const auto joined = path ? JoinedStream(request, *path, refusal) : std::nullopt;
+  const auto file = OpenFilm(request.Text("path"), refusal);
+  const auto joined = file ? JoinedStream(request, file->Path(), refusal) : std::nullopt;
   if (!joined) {
     return refusal;
   }
-  if (!IsUtf8(*path)) {
+  if (!IsUtf8(file->Path())) {
     return Answer::Failure(kBadRequest,
                            "The name of this film is not valid UTF-8. Rename the file to play it.");
   }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
-  if (!film.LoadFile(*path)) {
+  if (!film.LoadFile(*file)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
   const auto rendition = RenditionFor(request, *kind, film, refusal);
@@ -343,7 +350,7 @@ Answer OpenStream(const Request& request) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  return Open(request, *kind, film, *rendition, *joined);
+  return Open(request, *kind, {*file, film}, *rendition, *joined);
 }
 
 Answer PlayStream(const Request& request) {
