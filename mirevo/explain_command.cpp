@@ -8,6 +8,7 @@
 #include "mirevo/film_argument.h"
 #include "mirevo/output.h"
 #include "mirevo/program_output.h"
+#include "util/qmxutils.h"
 #include "webapi/choice/explain.h"
 
 namespace mirevo {
@@ -24,13 +25,17 @@ struct Options {
   std::string userAgent;
   std::string format;
   std::string profile;
+  std::string codecs;
+  bool showsHighRange = false;
   bool json = false;
 };
 
 Json::Value Explain(const Options& options, const VideoMetaData& film) {
   Json::Value document(Json::objectValue);
   document["path"] = film.GetFilePath();
-  document["direct"] = webapi::ExplainDirect(film, options.userAgent, options.device);
+  document["direct"] = webapi::ExplainDirect(
+      film, {options.userAgent, options.device, LibOrvoQMX::StringExplode(options.codecs, ", "),
+             options.showsHighRange});
   document["profiles"] = Json::Value(Json::arrayValue);
   const Json::Value all = webapi::ExplainProfiles(film, options.device, options.format);
   if (options.profile.empty()) {
@@ -138,6 +143,10 @@ void AddExplainCommand(CLI::App& app, int& exitCode) {
       ->check(CLI::IsMember(webapi::Formats()));
   command->add_option("--profile", options->profile, "Show only this profile, with its command")
       ->type_name("KEY");
+  command->add_option("--codecs", options->codecs, "Codecs that the player names: avc1,hvc1,...")
+      ->type_name("NAMES");
+  command->add_flag("--hdr", options->showsHighRange,
+                    "The player's screen shows a high dynamic range");
   command->add_flag("--json", options->json, "Print the result as JSON");
   command->callback([options, &exitCode] { exitCode = Run(*options); });
 }

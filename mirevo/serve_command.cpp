@@ -11,6 +11,7 @@ namespace mirevo {
 namespace {
 
 constexpr int kMaxPort = 65535;
+constexpr int kMaxConnections = 65535;
 
 // A validator that accepts the option's texts for which `isGood` holds.
 CLI::Validator Check(const std::function<bool(const std::string&)>& isGood, const char* complaint) {
@@ -39,6 +40,17 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->check(Check(serve::IsOrigin, "is not like https://tv.example"))
       ->type_name("URL")
       ->allow_extra_args(false);
+  command
+      .add_option("--proxy", options->proxies,
+                  "A reverse proxy, whose clients all have its address")
+      ->check(Check(isAddress, "is not an IPv4 or IPv6 address"))
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+  command
+      .add_option("--connections", options->connectionsPerAddress,
+                  "The connections that one address may have at a time. Default: 512")
+      ->check(CLI::Range(1, kMaxConnections))
+      ->type_name("N");
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");

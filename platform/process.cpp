@@ -49,6 +49,15 @@ int SendSignal(pid_t pid, int signal) {
   return kill(pid, signal);
 }
 
+// One descriptor receives both signals, so the second one cannot reach another process.
+int AskToEnd(pid_t pid, int signal) {
+  const Process process = pid < 1 ? Process() : Process::Open(pid);
+  if (!process) {
+    return SendSignal(pid, signal);
+  }
+  return process.AskToEnd(signal) ? 0 : -1;
+}
+
 Process::Process(pid_t pid, UniqueFd descriptor, pid_t parent)
     : pid_(pid), descriptor_(std::move(descriptor)), parent_(parent) {}
 
@@ -82,6 +91,22 @@ bool Process::Signal(int number) const {
   return pidfd_send_signal(descriptor_.Get(), number, nullptr, 0) == 0;
 }
 
+bool Process::AskToEnd(int number) const {
+  const bool isSent = Signal(number);
+  const int reason = errno;
+  Signal(SIGCONT);
+  errno = reason;
+  return isSent;
+}
+
+void Process::ContinueIfStopped() const {
+  siginfo_t info{};
+  const auto id = static_cast<id_t>(descriptor_.Get());
+  if (IsMyChild() && waitid(P_PIDFD, id, &info, WSTOPPED | WNOHANG) == 0 && info.si_pid == pid_) {
+    Signal(SIGCONT);
+  }
+}
+
 bool Process::HasEndedWithin(int milliseconds) const {
   if (!descriptor_.IsOpen()) {
     return true;
@@ -108,7 +133,7 @@ int Process::Wait() {
 }
 
 int Process::End(int signal, int milliseconds) {
-  Signal(signal);
+  AskToEnd(signal);
   if (!HasEndedWithin(milliseconds)) {
     Signal(SIGKILL);
   }

@@ -35,6 +35,13 @@ class ORVO_API Process {
   // process has been reaped.
   bool Signal(int number) const;
 
+  // Asks the process to end: sends the signal, and continues the process if it is stopped, so that
+  // it receives the signal. Returns the result of sending, as Signal does.
+  bool AskToEnd(int number) const;
+
+  // Continues a child that was stopped since the last call. Does nothing to other processes.
+  void ContinueIfStopped() const;
+
   // Waits until the process has ended or `milliseconds` have passed; a negative time means no
   // limit. Returns true if it has ended. An object without a process counts as ended. Reaps
   // nothing.
@@ -48,8 +55,8 @@ class ORVO_API Process {
   // Waits for the end without a time limit. Returns the status as above.
   int Wait();
 
-  // Sends `signal`, waits up to `milliseconds` for the end, and then kills the process if it still
-  // runs. Returns the status as above.
+  // Asks the process to end with `signal`, waits up to `milliseconds` for the end, and then kills
+  // the process if it still runs. Returns the status as above.
   int End(int signal, int milliseconds);
 
   // Gives up the child and returns its number. From now on the caller must reap it.
@@ -71,5 +78,8 @@ class ORVO_API Process {
 // Sends a signal to the process with this number. Returns -1, with errno set, if it cannot be sent.
 // Refuses a number below 1, which would name a process group, with ESRCH.
 ORVO_API int SendSignal(pid_t pid, int signal);
+
+// Asks the process with this number to end, also if it is stopped. The result is SendSignal's.
+ORVO_API int AskToEnd(pid_t pid, int signal);
 
 }  // namespace orvo

@@ -41,7 +41,7 @@ void Analysis::Start() {
   program.arguments.insert(program.arguments.end(), roots_.begin(), roots_.end());
   orvo::LaunchOptions options;
   options.streams = orvo::StandardStreams::kKept;
-  options.parentDeath.signal = SIGTERM;
+  options.parentDeath.signal = SIGKILL;  // the results on disk stay whole
   started_ = Clock::now();
   process_ = orvo::Start(program, options);
   if (!process_) {

@@ -24,7 +24,10 @@
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
+#include "policy/registry_sweep.h"
 #include "serve/analysis.h"
+#include "serve/heartbeat.h"
+#include "serve/keeper.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "util/file_lock.h"
@@ -42,6 +45,11 @@ constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
 constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
+
+// The shorter of two times for poll, in milliseconds; negative means no limit.
+int Sooner(int one, int other) {
+  return one < 0 || other < 0 ? std::max(one, other) : std::min(one, other);
+}
 
 bool Refuse(const std::string& reason) {
   std::cerr << reason << "\n";
@@ -136,14 +144,19 @@ orvo::UniqueFd BlockSignals() {
   return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-// Reaps ended processes. Returns true when a signal stops the service, false when the web server
-// ends.
-bool ServeUntilStopped(int signals, int server, Analysis& analysis) {
+// Returns true when a signal stops the service, false when the keeper, and thus the web server, has
+// ended.
+bool ServeUntilStopped(int signals, const orvo::Process& keeper, Analysis& analysis,
+                       Heartbeat& heartbeat) {
   for (;;) {
     analysis.Update();
-    pollfd events[] = {
-        {signals, POLLIN, 0}, {server, POLLIN, 0}, {analysis.Descriptor(), POLLIN, 0}};
-    if (poll(events, 3, analysis.Patience()) < 0) {
+    heartbeat.Update();
+    keeper.ContinueIfStopped();
+    pollfd events[] = {{signals, POLLIN, 0},
+                       {keeper.Descriptor().Get(), POLLIN, 0},
+                       {analysis.Descriptor(), POLLIN, 0},
+                       {heartbeat.Descriptor(), POLLIN, 0}};
+    if (poll(events, 4, Sooner(analysis.Patience(), heartbeat.Patience())) < 0) {
       continue;
     }
     signalfd_siginfo received{};
@@ -158,11 +171,15 @@ bool ServeUntilStopped(int signals, int server, Analysis& analysis) {
   }
 }
 
-void Stop(const orvo::Process& server) {
-  server.Signal(SIGTERM);
-  server.HasEndedWithin(kStopMilliseconds);
-  webapi::CloseAllStreams();
-  orvo::WaitForChildren(kStopMilliseconds);
+// Ends the web server first, so that no request starts another process. After a failure the streams
+// stay, so their viewers can go on when the service runs again.
+void Stop(orvo::Process& keeper, bool closesStreams) {
+  keeper.End(SIGTERM, kStopMilliseconds);
+  if (closesStreams) {
+    webapi::CloseAllStreams();
+  }
+  orvo::EndChildren(kStopMilliseconds);
+  LibMirevo::StrikeDeadTranscoders();
 }
 
 // The shell command line for a command of this program.
@@ -267,30 +284,31 @@ void TellConfinement() {
 
 // Starts the web server and runs until the end. `analyzed` lists the files and folders for the key
 // frame analysis.
-int Run(const WebServer& server, std::vector<orvo::UniqueFd> sockets, int browser,
+int Run(const WebServer& server, Belongings& belongings, int browser,
         std::vector<std::string> analyzed) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
-  const orvo::Process process = Start(server, sockets);
-  sockets.clear();  // only the web server keeps the sockets, so they close when it ends
-  if (!process) {
+  orvo::Process keeper = StartKeeper(server, belongings);
+  if (!keeper) {
     const int reason = errno;
     Refuse("the web server could not be started", reason);
     return 1;
   }
   if (!Answers(server)) {
     std::cerr << "the web server does not answer" << log;
-    Stop(process);
+    Stop(keeper, false);
     return 1;
   }
   Announce(server, browser);
   TellConfinement();
   Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
-  const bool told = ServeUntilStopped(signals.Get(), process.Descriptor().Get(), analysis);
+  Heartbeat heartbeat(server);
+  const bool told = ServeUntilStopped(signals.Get(), keeper, analysis, heartbeat);
+  AnnounceStop();
   analysis.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
-  Stop(process);
+  Stop(keeper, told);
   unlink((server.stateFolder + kAnalysisFile).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
@@ -338,16 +356,16 @@ int Serve(const Options& options) {
     return refused;
   }
   // Two services on one system would close each other's streams.
-  const auto alone = orvo::FileLock::Try(state + "/serve.lock");
-  if (!alone.IsHeld()) {
+  Belongings belongings{{}, orvo::FileLock::Try(state + "/serve.lock")};
+  if (!belongings.alone->IsHeld()) {
     std::cerr << "mirevo already serves here (" << state << ")\n";
     return 1;
   }
   if (const int refused = ConfigureMedia(options.media); refused != 0) {
     return refused;
   }
-  auto sockets = OpenSockets(options, endpoints);
-  if (sockets.empty()) {
+  belongings.sockets = OpenSockets(options, endpoints);
+  if (belongings.sockets.empty()) {
     return 1;
   }
   const orvo::UniqueFd browser = options.browser ? PrepareBrowser() : orvo::UniqueFd();
@@ -355,8 +373,9 @@ int Serve(const Options& options) {
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
-              options.hosts, options.origins, options.certificate, options.key},
-             std::move(sockets), browser.Get(),
+              options.hosts, options.origins, options.certificate, options.key,
+              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress, options.proxies},
+             belongings, browser.Get(),
              options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
 }
 

@@ -20,6 +20,8 @@ struct Options {
   std::vector<std::string> listen;   // addresses; if empty, only this machine
   std::vector<std::string> hosts;    // names of the service (IsHost)
   std::vector<std::string> origins;  // other sites whose pages may use it (IsOrigin)
+  std::vector<std::string> proxies;  // numeric addresses of reverse proxies
+  int connectionsPerAddress = 512;   // at a time; proxies have no limit
   std::string certificate;           // PEM file; "" for no encryption
   std::string key;                   // PEM file; "" if the certificate file holds it
 };

@@ -1,5 +1,6 @@
 #include "serve/web_server.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,6 +22,24 @@ constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
 constexpr int kPassedSocket = 3;  // the descriptor at which a server expects a passed socket
 constexpr int kAnswerSeconds = 10;
 constexpr std::string_view kQuestion = "HEAD / HTTP/1.0\r\n\r\n";
+
+// The web server's descriptors. It needs up to three for a connection: the client, the file that it
+// sends, and the pipe of a request program.
+constexpr rlim_t kMostDescriptors = 32768;
+constexpr rlim_t kDescriptorsEach = 3;
+// These connections are left for this machine's own programs.
+constexpr int kReserved = 64;
+
+// How long a client may send nothing, in seconds: within its first request, and after an answer.
+constexpr char kReadIdle[] = "15";
+constexpr char kKeepAliveIdle[] = "5";
+// How long a client may take nothing of an answer. A page is one part of a moment; a player may be
+// paused for most of a day.
+constexpr char kWriteIdle[] = "30";
+constexpr char kStreamWriteIdle[] = "65535";
+// A request for media, whose method may be a JSON text.
+constexpr char kStreamQuery[] = "(^|[&;])method=(%22)?stream(%22)?(&|$)";
+
 // An empty TLS greeting. A TLS server answers it with an alert, and logs that.
 constexpr std::string_view kTlsQuestion("\x16\x03\x01\0\x04\x01\0\0\0", 9);
 
@@ -106,6 +125,23 @@ std::string HostCondition(const WebServer& server) {
          ")$\" {\n    url.access-deny = ( \"\" )\n  }\n}\n";
 }
 
+// Gives each kind of answer its time.
+std::string StreamCondition() {
+  return std::string("$HTTP[\"querystring\"] =~ ") + Quoted(kStreamQuery) +
+         " {\n  server.max-write-idle = " + kStreamWriteIdle + "\n}\n";
+}
+
+// As many descriptors as this process may give away.
+rlim_t Descriptors() {
+  rlimit limit{};
+  const bool isKnown = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+  return isKnown ? std::min(limit.rlim_max, kMostDescriptors) : kDescriptorsEach * kReserved;
+}
+
+int Connections() {
+  return static_cast<int>(Descriptors() / kDescriptorsEach);
+}
+
 bool IsFarther(const WebServer& server) {
   return std::any_of(server.endpoints.begin(), server.endpoints.end(),
                      [](const Endpoint& endpoint) { return !endpoint.IsLoopback(); });
@@ -187,14 +223,19 @@ std::string Configuration(const WebServer& server) {
   line("setenv.set-response-header", ResponseHeaders(server));
   // Send a film as fast as the viewer reads it, and end a request whose viewer has left.
   line("server.stream-response-body", "2");
+  // The same before the request has answered: a client that closes its side has left.
+  line("cgi.limits", "( \"tcp-fin-propagate\" => \"SIGTERM\" )");
   // One request at a time on each connection, so a viewer who leaves closes the connection.
   line("server.feature-flags", "( \"server.h2proto\" => \"disable\" )");
-  // A paused player may read nothing for hours, and its connection must stay open.
-  line("server.max-write-idle", "65535");
+  line("server.max-fds", std::to_string(Descriptors()));
+  line("server.max-connections", std::to_string(Connections()));
+  line("server.max-read-idle", kReadIdle);
+  line("server.max-keep-alive-idle", kKeepAliveIdle);
+  line("server.max-write-idle", kWriteIdle);
   // A film's name may contain a newline. The request program checks every character itself.
   line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
   line("server.max-request-size", "128");
-  return text + Encryption(server) + HostCondition(server);
+  return text + Encryption(server) + HostCondition(server) + StreamCondition();
 }
 
 bool WriteConfiguration(const WebServer& server, const std::string& path) {
@@ -204,12 +245,30 @@ bool WriteConfiguration(const WebServer& server, const std::string& path) {
   return file.good();
 }
 
-// The caller's environment and the number of passed sockets.
-std::vector<std::string> EnvironmentWith(size_t sockets) {
-  std::vector<std::string> environment = {"LISTEN_FDS=" + std::to_string(sockets)};
+// The list of libraries that are loaded first, with the doorkeeper before all others.
+std::string Preloaded(const WebServer& server) {
+  const char* const others = getenv("LD_PRELOAD");
+  const bool hasOthers = others != nullptr && *others != '\0';
+  return server.doorkeeper + (hasOthers ? std::string(":") + others : "");
+}
+
+// The variables of the web server that the caller's environment lacks.
+std::vector<std::string> OwnVariables(const WebServer& server, size_t sockets) {
+  return {"LISTEN_FDS=" + std::to_string(sockets), "LD_PRELOAD=" + Preloaded(server),
+          "MIREVO_DOOR_EACH=" + std::to_string(server.connectionsPerAddress),
+          "MIREVO_DOOR_ALL=" + std::to_string(Connections() - kReserved),
+          "MIREVO_DOOR_PROXY=" + Join(server.proxies, " ")};
+}
+
+// The caller's environment with those variables.
+std::vector<std::string> EnvironmentWith(std::vector<std::string> environment) {
+  const size_t own = environment.size();
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (std::string_view(*variable).rfind("LISTEN_FDS=", 0) != 0) {
-      environment.emplace_back(*variable);
+    const std::string_view inherited(*variable);
+    const std::string_view name = inherited.substr(0, inherited.find('=') + 1);
+    if (std::none_of(environment.begin(), environment.begin() + static_cast<ptrdiff_t>(own),
+                     [&](const std::string& set) { return set.rfind(name, 0) == 0; })) {
+      environment.emplace_back(inherited);
     }
   }
   return environment;
@@ -223,7 +282,7 @@ orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& 
     return {};
   }
   orvo::Program program{kLighttpd, {kLighttpd, "-D", "-f", path}};
-  program.environment = EnvironmentWith(sockets.size());
+  program.environment = EnvironmentWith(OwnVariables(server, sockets.size()));
   program.pidVariable = "LISTEN_PID";
   for (const orvo::UniqueFd& socket : sockets) {
     const int number = kPassedSocket + static_cast<int>(program.descriptors.size());
@@ -231,17 +290,22 @@ orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& 
   }
   orvo::LaunchOptions options;
   options.streams = orvo::StandardStreams::kKept;
-  options.parentDeath.signal = SIGTERM;
+  options.parentDeath.signal = SIGKILL;
   return orvo::Start(program, options);
 }
 
+orvo::UniqueFd Ask(const WebServer& server) {
+  orvo::UniqueFd connection = Connect(server.endpoints.front());
+  orvo::WriteAll(connection.Get(), server.certificate.empty() ? kQuestion : kTlsQuestion);
+  return connection;
+}
+
 bool Answers(const WebServer& server) {
-  const orvo::UniqueFd connection = Connect(server.endpoints.front());
+  const orvo::UniqueFd connection = Ask(server);
   const timeval patience{kAnswerSeconds, 0};
   setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
   char answer = '\0';
-  return orvo::WriteAll(connection.Get(), server.certificate.empty() ? kQuestion : kTlsQuestion) &&
-         read(connection.Get(), &answer, 1) == 1;
+  return read(connection.Get(), &answer, 1) == 1;
 }
 
 }  // namespace serve

@@ -21,13 +21,20 @@ struct WebServer {
   std::vector<std::string> origins;  // other sites whose pages may use it
   std::string certificate;           // PEM; "" for no encryption
   std::string key;                   // PEM; "" if it is in the certificate's file
+  std::string doorkeeper;            // the library that limits connections (doorkeeper.cpp)
+  int connectionsPerAddress = 0;     // at a time; 0 for no limit
+  std::vector<std::string> proxies;  // numeric addresses without that limit
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };
 
 // Starts the server on the sockets of its endpoints; the caller closes them afterwards. The server
-// ends with this process. Returns no process, with errno set, on failure.
+// is killed when this process ends. Returns no process, with errno set, on failure.
 orvo::Process Start(const WebServer& server, const std::vector<orvo::UniqueFd>& sockets);
+
+// Sends a short question on a new connection, where the answer arrives. The result is not open on
+// failure.
+orvo::UniqueFd Ask(const WebServer& server);
 
 // Waits for the first answer. Returns false if the server ends instead.
 bool Answers(const WebServer& server);

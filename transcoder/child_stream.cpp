@@ -106,7 +106,7 @@ void ChildStream::PassOnSignal() {
 
 void ChildStream::Stop(int signalNumber) {
   stopped_ = true;
-  child_.Signal(signalNumber);
+  child_.AskToEnd(signalNumber);
 }
 
 ssize_t ChildStream::Read(void* buffer, size_t size) {

@@ -73,11 +73,12 @@ struct Facts {
   bool resizes = false;
   bool namesBitStreamFilter = false;
   std::string input;
-  std::string seek;    // the input's start position, as given
-  double start = 0;    // the same in seconds
-  double preroll = 0;  // how much earlier the input is entered, in seconds; cut off again
-  std::string offset;  // where the output's clock starts, as given
-  std::string size;    // the picture size asked for
+  std::string seek;      // the input's start position, as given
+  double start = 0;      // the same in seconds
+  double preroll = 0;    // how much earlier the input is entered, in seconds; cut off again
+  std::string offset;    // where the output's clock starts, as given
+  std::string size;      // the picture size asked for
+  bool isMusic = false;  // the film's picture is a cover and stays away
   SoundWish sound = SoundWish::kStereo;
   long channels = 0;         // that were asked for; 0 for those of the film
   std::string soundEncoder;  // "" for the container's usual one
@@ -149,6 +150,9 @@ void NamesSoundFilters(const Argument& argument, Facts& facts) {
 }
 void NamesSoundRate(const Argument& argument, Facts& facts) {
   facts.segments.soundRate = std::lround(ValueOf(argument));
+}
+void NamesMusic(const Argument& argument, Facts& facts) {
+  facts.isMusic = ValueOf(argument) > 0;
 }
 void NamesSegmentStart(const Argument& argument, Facts& facts) {
   facts.segments.isWanted = true;
@@ -281,6 +285,13 @@ std::string Mix(const Facts& facts) {
   constexpr long kStereo = 2;
   const bool isMixed = EncodesSound(facts) && facts.channels == kStereo && !KeepsChannels(facts);
   return isMixed ? StereoMix(facts.sound == SoundWish::kNight) : "";
+}
+
+// Options of the picture have no effect then.
+void Music(const Argument&, const Facts& facts, Strings& out) {
+  if (facts.isMusic) {
+    out.emplace_back("-vn");
+  }
 }
 
 // Whoever copies the sound of a film may have left the filters of an encoder in place.
@@ -463,6 +474,7 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-bufsize", V::kBitRate, Nothing, Same},
     {"-ac", V::kChannels, NamesChannels, Channels},
     {"-sound", V::kSound, NamesSound, Dropped},
+    {"-music", V::kFlag, NamesMusic, Music},
     {"-vf", V::kAny, NamesFilter, VideoFilters},
     {"-filter:v", V::kAny, NamesFilter, VideoFilters},
     {"-bsf:v", V::kAny, NamesBitStreamFilter, BitStreamFilters},

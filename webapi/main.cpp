@@ -2,8 +2,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
+#include <string>
+#include <string_view>
 
 #include "webapi/access/identity.h"
 #include "webapi/access/login.h"
@@ -57,11 +60,27 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Auth", "who", webapi::DescribeCaller, Right::kAnyone},
 };
 
+// The parameters that a call may always have in its address. A session may stand there for players
+// that know no other way.
+constexpr std::array<std::string_view, 4> kInAddress = {"api", "version", "method", "_sid"};
+
+// Passwords and positions do not belong in logs.
+bool IsAllInBody(const Request& request) {
+  const auto& names = request.NamesInAddress();
+  return std::all_of(names.begin(), names.end(), [](const std::string& name) {
+    return std::find(kInAddress.begin(), kInAddress.end(), name) != kInAddress.end();
+  });
+}
+
 // Makes the call if the caller has the right.
 Answer Make(const Call& call, Request& request) {
   if (call.isPost && request.Method() != "POST") {
     return Answer::Failure(webapi::kMethodNotAllowed, "This call needs POST.")
         .AddHeader("Allow", "POST, OPTIONS");
+  }
+  if (call.isPost && !IsAllInBody(request)) {
+    return Answer::Failure(webapi::kBadRequest,
+                           "The parameters of this call must be in the body, not in the address.");
   }
   request.SetCaller(webapi::FindCaller(request, call.right));
   const webapi::Caller& caller = request.MadeBy();

@@ -58,6 +58,34 @@ int RotationOf(const MediaLibraries& media, const AVStream& stream) {
   return static_cast<int>(std::lround(angle < 0 ? angle + 360 : angle)) % 360;
 }
 
+bool HasDolbyVision(const MediaLibraries& media, const AVStream& stream) {
+  size_t size = 0;
+  return media.av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, &size) != nullptr;
+}
+
+// "" for a standard range.
+std::string DynamicRangeOf(const MediaLibraries& media, const AVStream& stream) {
+  switch (stream.codecpar->color_trc) {
+    case AVCOL_TRC_SMPTE2084:
+      return HasDolbyVision(media, stream) ? "dolby_vision" : "hdr10";
+    case AVCOL_TRC_ARIB_STD_B67:
+      return HasDolbyVision(media, stream) ? "dolby_vision" : "hlg";
+    default:
+      return "";
+  }
+}
+
+// Members that only some tracks have.
+void AddRareTraits(const MediaLibraries& media, const AVStream& stream, Json::Value& track) {
+  if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
+    track["attached_pic"] = true;
+  }
+  const std::string range = DynamicRangeOf(media, stream);
+  if (!range.empty()) {
+    track["dynamic_range"] = range;
+  }
+}
+
 int Truncate(float value) {
   constexpr auto kLimit = static_cast<float>(std::numeric_limits<int>::max());
   return std::isfinite(value) && std::fabs(value) < kLimit ? static_cast<int>(value) : 0;
@@ -199,6 +227,7 @@ Json::Value ParseVideoCodec(const AVStream* stream) {
   track["display_y"] = upright ? picture.displayHeight : picture.displayWidth;
   track["resolutionx"] = static_cast<Json::UInt>(picture.width);
   track["resolutiony"] = static_cast<Json::UInt>(picture.height);
+  AddRareTraits(*media, *stream, track);
   return track;
 }
 

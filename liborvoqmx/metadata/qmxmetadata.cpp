@@ -12,11 +12,27 @@
 namespace LibOrvoQMX {
 namespace {
 
-// The transcoder reads the wish among its arguments.
+// The transcoder reads it among its arguments.
+void AddArgument(const std::string& argument, Json::Value& document) {
+  document["profile_value"] = document["profile_value"].asString() + argument;
+}
+
 void AddSoundWish(const Json::Value& args, Json::Value& document) {
   if (args.isObject() && args["sound"].isString()) {
-    document["profile_value"] =
-        document["profile_value"].asString() + " -sound " + args["sound"].asString();
+    AddArgument(" -sound " + args["sound"].asString(), document);
+  }
+}
+
+bool IsMusic(const Json::Value& document) {
+  return document["track_info"]["video"][0U]["attached_pic"] == true;
+}
+
+// The picture of a piece of music is its cover, which is not streamed. The wrapper of GStreamer,
+// whose options have two dashes, does not know the mark.
+void AddMusicMark(Json::Value& document) {
+  const bool isForWrapper = document["profile_value"].asString().find("--") != std::string::npos;
+  if (IsMusic(document) && !isForWrapper) {
+    AddArgument(" -music 1", document);
   }
 }
 
@@ -51,6 +67,7 @@ bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const orvo::Me
     return false;
   }
   AddSoundWish(argument.args, document);
+  AddMusicMark(document);
   document["device"] = argument.device;
   document["hls_header"] = hlsHeader;
   document["use_pre_analysis"] = argument.usePreAnalysis;
@@ -76,6 +93,7 @@ QMXMetaData QMXMetaData::Plan(const VideoMetaData& film, const std::string& prof
   record.m_document = film.GetDocument();
   record.m_document["profile_key"] = profileKey;
   record.m_document["profile_value"] = profileValue;
+  AddMusicMark(record.m_document);
   record.m_document["device"] = device;
   record.m_loaded = true;
   return record;

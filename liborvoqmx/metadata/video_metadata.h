@@ -3,7 +3,9 @@
 // The document is a JSON object with "path", "filesize" (decimal text), "duration" (whole seconds),
 // "container_type", "start_time" (whole seconds), "bitrate" (bit/s) and "track_info", an object of
 // the arrays "video", "audio" and "subtitle" in container order. Each track has "track" (its index
-// in the container) and "id" (a running number over the kept tracks), both texts.
+// in the container) and "id" (a running number over the kept tracks), both texts. A video track
+// that is the cover of a piece of music has "attached_pic" (true), one of a high dynamic range has
+// "dynamic_range" ("hdr10", "hlg" or "dolby_vision").
 #pragma once
 
 #include <json/value.h>

@@ -7,6 +7,7 @@
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "policy/platform_utils.h"
+#include "policy/registry_sweep.h"
 #include "util/json_utils.h"
 #include "util/system_files.h"
 
@@ -86,14 +87,7 @@ bool TransLoading::ReadAndCheckAlive() {
   if (!ReadJsonFromFileWithoutLock(m_path, stored)) {
     return false;
   }
-  if (!stored.isArray()) {
-    return true;
-  }
-  for (const Json::Value& entry : stored) {
-    if (HasPid(entry) && PlatProcAlive(entry[kPid].asInt())) {
-      m_entries.append(entry);
-    }
-  }
+  m_entries = LivingEntries(stored);
   return true;
 }
 

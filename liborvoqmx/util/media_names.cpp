@@ -13,6 +13,10 @@ constexpr std::array<std::string_view, 36> kFilmEndings = {
     "m2ts", "m2v", "m4v", "mkv", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mts",  "mxf", "nut",
     "ogm",  "ogv", "qt",  "rm",  "rmvb", "tp",   "trp", "ts",   "vob", "webm", "wmv", "wtv"};
 
+constexpr std::array<std::string_view, 15> kMusicEndings = {"aac",  "aif", "aiff", "alac", "ape",
+                                                            "flac", "m4a", "m4b",  "mka",  "mp3",
+                                                            "oga",  "ogg", "opus", "wav",  "wma"};
+
 // In lower case, because some of these file systems ignore the case of names.
 constexpr std::array<std::string_view, 4> kSystemFolders = {
     "#recycle", "$recycle.bin", "lost+found", "system volume information"};
@@ -28,12 +32,25 @@ bool Contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), LowerCase(name)) != names.end();
 }
 
+// A hidden file has no ending.
+template <typename Endings>
+bool HasEnding(const std::string& name, const Endings& endings) {
+  const auto dot = name.rfind('.');
+  return dot != std::string::npos && name.front() != '.' && Contains(endings, name.substr(dot + 1));
+}
+
 }  // namespace
 
 bool IsFilmName(const std::string& name) {
-  const auto dot = name.rfind('.');
-  return dot != std::string::npos && name.front() != '.' &&
-         Contains(kFilmEndings, name.substr(dot + 1));
+  return HasEnding(name, kFilmEndings);
+}
+
+bool IsMusicName(const std::string& name) {
+  return HasEnding(name, kMusicEndings);
+}
+
+bool IsPlayableName(const std::string& name) {
+  return IsFilmName(name) || IsMusicName(name);
 }
 
 bool IsSystemFolderName(const std::string& name) {

@@ -13,15 +13,23 @@
 
 namespace LibOrvoQMX {
 
+// Removes a number, 0 or more, from the front of `text` and returns it. Returns nothing and leaves
+// `text` unchanged if there is none, or if it does not fit.
+inline std::optional<int64_t> TakeNumber(std::string_view& text) {
+  int64_t number = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (parsed.ec != std::errc() || text.front() == '-') {
+    return std::nullopt;
+  }
+  text.remove_prefix(static_cast<size_t>(parsed.ptr - text.data()));
+  return number;
+}
+
 // The number in `text`, 0 or more, if the whole text is a number. Nothing for any other text and
 // for a number that does not fit.
 inline std::optional<int64_t> ParseNumber(std::string_view text) {
-  int64_t number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || text.front() == '-') {
-    return std::nullopt;
-  }
-  return number;
+  const auto number = TakeNumber(text);
+  return text.empty() ? number : std::nullopt;
 }
 
 // The number at the beginning of `text`, read like strtol does: 0 if there is none, and the nearest

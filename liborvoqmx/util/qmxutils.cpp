@@ -73,7 +73,7 @@ bool SaveFile(const std::string& path, const std::string& content) {
 }
 
 int KillProcess(int pid) {
-  return orvo::SendSignal(pid, SIGTERM);
+  return orvo::AskToEnd(pid, SIGTERM);
 }
 
 std::vector<std::string> StringExplode(const std::string& text, const std::string& delimiters) {

@@ -21,8 +21,8 @@ ORVO_API std::string ReadFile(const std::string& path);
 // never written) or the file cannot be opened. Does not detect a short write.
 ORVO_API bool SaveFile(const std::string& path, const std::string& content);
 
-// Sends SIGTERM and returns the result of kill(). Returns -1 for a pid below 1, which would name a
-// process group.
+// Sends SIGTERM and returns the result of kill(). A stopped process continues, so that it receives
+// the signal. Returns -1 for a pid below 1, which would name a process group.
 ORVO_API int KillProcess(int pid);
 
 // Splits `text` at each character of `delimiters`. Leaves out empty pieces.

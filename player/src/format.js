@@ -96,6 +96,11 @@ const CODECS = {
 // The name of a codec as people write it; '' for none.
 export const codecText = (codec) => CODECS[codec] ?? (codec ?? '').toUpperCase();
 
+const RANGES = { hdr10: 'HDR10', hlg: 'HLG', dolby_vision: 'Dolby Vision' };
+
+// The name of a high dynamic range as viewers know it; '' for a standard one.
+export const rangeText = (range) => RANGES[range] ?? '';
+
 const USUAL_LINES = [240, 360, 480, 576, 720, 1080, 1440, 2160, 4320];
 
 // "1080p" for a picture of this size, whichever way it stands; '' without a size. A film that is wider than a screen is

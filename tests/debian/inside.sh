@@ -32,10 +32,11 @@ case $line in "listening on http"*) ;; *) fail "the service listens: $line" ;; e
 
 password=$(cat /etc/mirevo/first-password)
 [ "$(stat -c '%a %U' /etc/mirevo/first-password)" = "600 root" ] || fail "only root can read the first password"
-grep -qF "$password" /root/log || fail "the first password is shown"
+grep -qF "$password" /root/log && fail "the first password is in no log"
+grep -qF /etc/mirevo/first-password /root/log || fail "the place of the first password is shown"
 api="${line#listening on }webapi/entry.cgi?api=ORVO.Mirevo2"
 curl -s "$api.Library&version=1&method=list" | grep -q '"Unauthorized"' || fail "a login is needed"
-curl -s --data-urlencode "passwd=$password" "$api.Auth&version=1&method=login&account=owner" |
+curl -s -d account=owner --data-urlencode "passwd=$password" "$api.Auth&version=1&method=login" |
   grep -q '"success":true' || fail "the first password is the owner's"
 
 address=$(mirevo play --format http /var/lib/mirevo/films/film.mkv) || fail "a film can be opened"

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <utility>
 
 #include "metadata/media_libraries.h"
@@ -193,6 +194,27 @@ TEST_F(FilmProbe, DescribesAFilmInMp4Completely) {
   EXPECT_TRUE(document["track_info"]["subtitle"].isArray());
   EXPECT_TRUE(document["track_info"]["subtitle"].empty());
   EXPECT_TRUE(test::TakeLog().empty());
+}
+
+TEST_F(FilmProbe, MarksACoverAndNoFilm) {
+  const Json::Value music = ProbeOf(
+      "cover.flac", {"-f", "lavfi", "-i", "sine=d=1", "-f", "lavfi", "-i", "color=s=32x32:d=0.04",
+                     "-map", "0", "-map", "1", "-c:v", "mjpeg", "-disposition:v", "attached_pic"});
+  EXPECT_EQ(Video(music)["attached_pic"], true);
+  EXPECT_FALSE(Video(music).isMember("dynamic_range"));
+}
+
+TEST_F(FilmProbe, TellsTheDynamicRangeOfFilmsThatHaveAHighOne) {
+  const std::map<std::string, std::string> names = {{"smpte2084", "hdr10"},
+                                                    {"arib-std-b67", "hlg"}};
+  for (const auto& [transfer, name] : names) {
+    const Json::Value film =
+        ProbeOf(name + ".mp4",
+                {"-f", "lavfi", "-i", "color=s=64x48:d=0.2", "-c:v", "libx264", "-color_primaries",
+                 "bt2020", "-color_trc", transfer, "-colorspace", "bt2020nc"});
+    EXPECT_EQ(Video(film)["dynamic_range"], name);
+    EXPECT_FALSE(Video(film).isMember("attached_pic"));
+  }
 }
 
 TEST_F(FilmProbe, TellsTheCodecsOfEveryFilm) {

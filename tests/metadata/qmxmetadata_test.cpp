@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
+#include "platform/plat.h"
 #include "support/log_capture.h"
 #include "support/streams.h"
 
@@ -170,6 +173,39 @@ TEST_F(FilmRecords, CarryTheWishForTheSoundToTheTranscoder) {
   ASSERT_TRUE(QMXMetaData::ParserMetaData(argument, test::kId, true));
   const Json::Value document = ReadJson(Directory("HLS") + "/video_metadata");
   EXPECT_EQ(document["profile_value"], "-vcodec h264 -sound night");
+}
+
+TEST_F(FilmRecords, TellTheTranscoderOfMusicButNotTheWrapperOfGStreamer) {
+  ASSERT_EQ(PlatExecv("/usr/bin/ffmpeg", {"ffmpeg",
+                                          "-nostdin",
+                                          "-v",
+                                          "fatal",
+                                          "-f",
+                                          "lavfi",
+                                          "-i",
+                                          "sine=d=1",
+                                          "-f",
+                                          "lavfi",
+                                          "-i",
+                                          "color=s=32x32:d=0.04",
+                                          "-map",
+                                          "0",
+                                          "-map",
+                                          "1",
+                                          "-c:v",
+                                          "mjpeg",
+                                          "-disposition:v",
+                                          "attached_pic",
+                                          Path("/cover.flac")}),
+            0);
+  Write("/profiles", R"({"a": "-acodec aac", "b": "--acodec aac"})");
+  MakeDirectory(Directory("HTTP"));
+  for (const auto& [key, value] :
+       std::map<std::string, std::string>{{"a", "-acodec aac -music 1"}, {"b", "--acodec aac"}}) {
+    const QMXInitArgument argument(Path("/cover.flac"), "HTTP", Path("/profiles"), key);
+    ASSERT_TRUE(QMXMetaData::ParserMetaData(argument, test::kId, true));
+    EXPECT_EQ(ReadJson(Directory("HTTP") + "/video_metadata")["profile_value"], value);
+  }
 }
 
 TEST_F(FilmRecords, AreNotWrittenWithoutAProfileOrAFilmOrADirectory) {

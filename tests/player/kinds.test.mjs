@@ -83,6 +83,18 @@ test('a viewer reads the size, the codec and what the server does', () => {
   assert.equal(playsAs({}, undefined), '');
 });
 
+test('a viewer reads the dynamic range and what becomes of it', () => {
+  const film = { metadata: { track_info: { video: [{ display_x: 3840, display_y: 2160, codec: 'hevc', dynamic_range: 'hdr10' }] } } };
+  assert.equal(playsAs(film, { method: 'direct' }), '2160p, HEVC, HDR10, plays as it is');
+  assert.equal(playsAs(film, { method: 'transcode', key: 'hls_720p_vb2500_ab128' }), '2160p, HEVC, HDR10, converted to 720p in standard colors on this server');
+});
+
+test('a viewer reads that a film with a cover is music', () => {
+  const music = { metadata: { track_info: { video: [{ codec: 'mjpeg', attached_pic: true }], audio: [{ codec: 'flac' }] } } };
+  assert.equal(playsAs(music, { method: 'direct' }), 'Music, FLAC, plays as it is');
+  assert.equal(playsAs(music, { method: 'transcode', key: 'http_mp4_480p_vb1200_ab128' }), 'Music, FLAC, sound is converted on this server');
+});
+
 test('a catch-up is slower near its end', () => {
   assert.ok(isEarly(10, 12) && !isEarly(12, 12) && !isEarly(11.95, 12));
   assert.deepEqual([0.1, 2, 30].map(catchUpRate), [2, 6, 16]);

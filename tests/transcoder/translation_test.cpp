@@ -185,6 +185,11 @@ TEST(Translation, TellsTheScalerTheShapeOfPixels) {
   }
 }
 
+TEST(Translation, LeavesTheCoverOfMusicAway) {
+  EXPECT_TRUE(Contains(Output(Words("-acodec aac -music 1")), {"-vn"}));
+  EXPECT_FALSE(Contains(Output(Words("-acodec aac -music 0")), {"-vn"}));
+}
+
 TEST(Translation, LeavesTheShapeOfCopiedPicturesAlone) {
   EXPECT_EQ(Output(Words("-vcodec copy -aspect 16:9")), Words("-vcodec copy -aspect 16:9"));
 }

@@ -11,6 +11,17 @@ TEST(MediaNames, AFilmIsRecognisedByItsEndingInAnyCase) {
   }
 }
 
+TEST(MediaNames, MusicIsPlayableAndNoFilm) {
+  for (const char* name : {"a.flac", "A.MP3", "a.m4a", "a.opus", "a.ogg", "a.mka"}) {
+    EXPECT_TRUE(orvo::IsMusicName(name) && orvo::IsPlayableName(name)) << name;
+    EXPECT_FALSE(orvo::IsFilmName(name)) << name;
+  }
+  EXPECT_TRUE(orvo::IsPlayableName("a.mkv"));
+  EXPECT_FALSE(orvo::IsMusicName("a.mkv"));
+  EXPECT_FALSE(orvo::IsPlayableName(".a.mp3"));
+  EXPECT_FALSE(orvo::IsPlayableName("mp3"));
+}
+
 TEST(MediaNames, SystemFoldersAndHiddenFoldersAreNoLibrary) {
   for (const char* name : {"@ea", "@eaDir", "@tmp", ".git", ".", "#recycle", "#Recycle",
                            "$RECYCLE.BIN", "lost+found", "System Volume Information", ""}) {

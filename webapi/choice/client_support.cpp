@@ -5,6 +5,8 @@
 #include <cctype>
 #include <string_view>
 
+#include "webapi/library/film_traits.h"
+
 namespace webapi {
 namespace {
 
@@ -66,22 +68,41 @@ constexpr std::array kSupport = {
     Support{Family::kFirefox, "webm", " vp8 vp9 ", " opus vorbis "},
     Support{Family::kSafari, "mp4", " h264 ", " aac mp3 "},
     Support{Family::kUnknown, "mp4", " h264 ", " aac mp3 "},
+    // Containers of music.
+    Support{Family::kChromium, "mp3", "", " mp3 "},
+    Support{Family::kChromium, "flac", "", " flac "},
+    Support{Family::kChromium, "ogg", "", " opus vorbis flac "},
+    Support{Family::kChromium, "wav", "", " pcm_s16le "},
+    Support{Family::kChromium, "aac", "", " aac "},
+    Support{Family::kFirefox, "mp3", "", " mp3 "},
+    Support{Family::kFirefox, "flac", "", " flac "},
+    Support{Family::kFirefox, "ogg", "", " opus vorbis flac "},
+    Support{Family::kFirefox, "wav", "", " pcm_s16le "},
+    Support{Family::kSafari, "mp3", "", " mp3 "},
+    Support{Family::kSafari, "flac", "", " flac "},
+    Support{Family::kSafari, "wav", "", " pcm_s16le "},
+    Support{Family::kUnknown, "mp3", "", " mp3 "},
 };
 
 struct MediaType {
   std::string_view container;
-  const char* type;
+  const char* film;
+  const char* music;
 };
 constexpr std::array kMediaTypes = {
-    MediaType{"mp4", "video/mp4"},
-    MediaType{"webm", "video/webm"},
-    MediaType{"matroska", "video/x-matroska"},
-    MediaType{"mpegts", "video/mp2t"},
-    MediaType{"mpeg", "video/mpeg"},
-    MediaType{"avi", "video/x-msvideo"},
-    MediaType{"flv", "video/x-flv"},
-    MediaType{"asf", "video/x-ms-asf"},
-    MediaType{"ogg", "video/ogg"},
+    MediaType{"mp4", "video/mp4", "audio/mp4"},
+    MediaType{"webm", "video/webm", "audio/webm"},
+    MediaType{"matroska", "video/x-matroska", "audio/x-matroska"},
+    MediaType{"mpegts", "video/mp2t", "video/mp2t"},
+    MediaType{"mpeg", "video/mpeg", "video/mpeg"},
+    MediaType{"avi", "video/x-msvideo", "video/x-msvideo"},
+    MediaType{"flv", "video/x-flv", "video/x-flv"},
+    MediaType{"asf", "video/x-ms-asf", "audio/x-ms-wma"},
+    MediaType{"ogg", "video/ogg", "audio/ogg"},
+    MediaType{"mp3", "audio/mpeg", "audio/mpeg"},
+    MediaType{"flac", "audio/flac", "audio/flac"},
+    MediaType{"wav", "audio/wav", "audio/wav"},
+    MediaType{"aac", "audio/aac", "audio/aac"},
 };
 
 std::string Lowered(std::string text) {
@@ -102,9 +123,9 @@ Family FamilyOf(const std::string& text) {
   return found == kClients.end() ? Family::kUnknown : found->family;
 }
 
-Family ClientOf(const std::string& userAgent, const std::string& device) {
-  const Family named = FamilyOf(device);
-  return named != Family::kUnknown ? named : FamilyOf(userAgent);
+Family FamilyOf(const Client& client) {
+  const Family named = FamilyOf(client.device);
+  return named != Family::kUnknown ? named : FamilyOf(client.userAgent);
 }
 
 const FamilyWords& WordsOf(Family family) {
@@ -129,10 +150,13 @@ std::string ContainerOf(const VideoMetaData& film) {
   return demuxer;
 }
 
-std::string MediaTypeOf(const std::string& container) {
+std::string MediaTypeOf(const std::string& container, bool isMusic) {
   const auto found = std::find_if(kMediaTypes.begin(), kMediaTypes.end(),
                                   [&](const MediaType& row) { return container == row.container; });
-  return found == kMediaTypes.end() ? "application/octet-stream" : found->type;
+  if (found == kMediaTypes.end()) {
+    return "application/octet-stream";
+  }
+  return isMusic ? found->music : found->film;
 }
 
 // The audio track that a player starts with: the default track, else the first. Null if there is
@@ -158,47 +182,77 @@ const Support* FindSupport(Family family, const std::string& container) {
   return found == kSupport.end() ? nullptr : found;
 }
 
-// The reason why the client cannot play the film; "" if it can.
-std::string Objection(const VideoMetaData& film, Family family, const std::string& container) {
-  const std::string cannotPlay = WordsOf(family).cannot + std::string(" play the ");
-  const Support* const support = FindSupport(family, container);
-  if (support == nullptr) {
-    return cannotPlay + "container " + container + ".";
+// What is judged, with the words for it.
+struct Case {
+  const VideoMetaData& film;
+  const Client& client;
+  Family family;
+  std::string container;
+
+  std::string CannotPlay(const std::string& what) const {
+    return WordsOf(family).cannot + std::string(" play the ") + what + ".";
   }
-  const std::string video = film.GetFirstVideoMemberString("codec_raw");
-  if (!Lists(support->videos, video)) {
-    return cannotPlay + "video codec " + video + " in the container " + container + ".";
+  std::string InContainer(const std::string& what) const {
+    return what + " in the container " + container;
   }
-  const std::string pixels = film.GetVideoPixFmt();
-  if (!Lists(" yuv420p yuvj420p ", pixels)) {
-    return cannotPlay + "pixel format " + pixels + ".";
+};
+
+bool PlaysPixels(const Case& judged, const std::string& video, const std::string& pixels) {
+  return Lists(" yuv420p yuvj420p ", pixels) ||
+         (pixels == "yuv420p10le" && NamesTenBits(judged.client, video));
+}
+
+std::string ObjectionToPicture(const Case& judged, const Support& support) {
+  const std::string video = judged.film.GetFirstVideoMemberString("codec_raw");
+  if (!Lists(support.videos, video) && !NamesCodec(judged.client, video)) {
+    return judged.CannotPlay(judged.InContainer("video codec " + video));
   }
-  const Json::Value audio = FirstHeard(film);
-  if (audio.isObject() && !Lists(support->audios, audio["codec_raw"].asString())) {
-    return cannotPlay + "audio codec " + audio["codec_raw"].asString() + " in the container " +
-           container + ".";
+  const std::string pixels = judged.film.GetVideoPixFmt();
+  if (!PlaysPixels(judged, video, pixels)) {
+    return judged.CannotPlay("pixel format " + pixels);
+  }
+  const std::string range = HighRangeOf(judged.film);
+  if (!range.empty() && !judged.client.showsHighRange) {
+    return "The film is in " + range +
+           ", and the player did not say that its screen shows a high dynamic range.";
   }
   return "";
 }
 
+std::string ObjectionToSound(const Case& judged, const Support& support) {
+  const Json::Value audio = FirstHeard(judged.film);
+  const std::string codec = audio.isObject() ? audio["codec_raw"].asString() : "";
+  return codec.empty() || Lists(support.audios, codec) || NamesCodec(judged.client, codec)
+             ? ""
+             : judged.CannotPlay(judged.InContainer("audio codec " + codec));
+}
+
+// The reason why the client cannot play the film; "" if it can.
+std::string Objection(const Case& judged) {
+  const Support* const support = FindSupport(judged.family, judged.container);
+  if (support == nullptr) {
+    return judged.CannotPlay("container " + judged.container);
+  }
+  const std::string picture = HasPictures(judged.film) ? ObjectionToPicture(judged, *support) : "";
+  return picture.empty() ? ObjectionToSound(judged, *support) : picture;
+}
+
 }  // namespace
 
-DirectVerdict JudgeDirect(const VideoMetaData& film, const std::string& userAgent,
-                          const std::string& device) {
-  const Family family = ClientOf(userAgent, device);
-  const std::string container = ContainerOf(film);
+DirectVerdict JudgeDirect(const VideoMetaData& film, const Client& client) {
+  const Case judged{film, client, FamilyOf(client), ContainerOf(film)};
   DirectVerdict verdict;
-  verdict.contentType = MediaTypeOf(container);
-  if (film.GetVideoResolutionX() == 0) {
-    verdict.why = "This file has no video.";
+  verdict.contentType = MediaTypeOf(judged.container, IsMusic(film));
+  if (!HasPictures(film) && !HasSound(film)) {
+    verdict.why = "This file has neither pictures nor sound.";
     return verdict;
   }
-  if (family != Family::kPlayer) {
-    verdict.why = Objection(film, family, container);
+  if (judged.family != Family::kPlayer) {
+    verdict.why = Objection(judged);
   }
   verdict.fits = verdict.why.empty();
   if (verdict.fits) {
-    verdict.why = WordsOf(family).can + std::string(" play this file without conversion.");
+    verdict.why = WordsOf(judged.family).can + std::string(" play this file without conversion.");
   }
   return verdict;
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "metadata/video_metadata.h"
+#include "webapi/choice/client.h"
 
 namespace webapi {
 
@@ -13,10 +14,10 @@ struct DirectVerdict {
   std::string contentType;  // the media type of the file, in either case
 };
 
-// Judges by container, codecs and pixel format for the client with the User-Agent `userAgent`. A
-// known `device` ("chromecast", "appletv", "firefox", "vlc" and so on) has priority over it. The
-// judgement is careful: a format that only some versions or machines of a client play does not fit.
-DirectVerdict JudgeDirect(const LibOrvoQMX::VideoMetaData& film, const std::string& userAgent,
-                          const std::string& device);
+// Judges by container, codecs, pixel format and dynamic range. A known `device` ("chromecast",
+// "appletv", "firefox", "vlc" and so on) has priority over the User-Agent, and the codecs that the
+// client names are added to those that are known of it. The judgement is careful: a format that
+// only some versions or machines of a client play does not fit.
+DirectVerdict JudgeDirect(const LibOrvoQMX::VideoMetaData& film, const Client& client);
 
 }  // namespace webapi

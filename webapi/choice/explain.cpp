@@ -18,6 +18,7 @@
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
 #include "webapi/http/number.h"
+#include "webapi/library/film_traits.h"
 
 namespace webapi {
 namespace {
@@ -91,13 +92,18 @@ unsigned BitRate(std::string_view text) {
 
 // The size and the bit rate of the result: those in the command, else those of the film.
 void DescribePicture(const Command& command, const VideoMetaData& film, Json::Value& entry) {
+  const unsigned sound = BitRate(ValueOf(command, "-ab", "--ab"));
+  if (IsMusic(film)) {
+    entry["width"] = entry["height"] = 0;
+    entry["bit_rate"] = sound;
+    return;
+  }
   const Command size = LibOrvoQMX::StringExplode(ValueOf(command, "-s"), "x");
   const bool isAsked = size.size() == 2;
   entry["width"] = isAsked ? Number(size[0]) : film.GetVideoResolutionX();
   entry["height"] = isAsked ? Number(size[1]) : film.GetVideoResolutionY();
   const unsigned video = BitRate(ValueOf(command, "-vb", "--vb"));
-  entry["bit_rate"] =
-      video != 0 ? video + BitRate(ValueOf(command, "-ab", "--ab")) : film.GetBitrate();
+  entry["bit_rate"] = video != 0 ? video + sound : film.GetBitrate();
 }
 
 Json::Value Explain(const Format& format, const JudgedProfile& judged, const VideoMetaData& film,
@@ -175,16 +181,16 @@ Json::Value ExplainProfiles(const VideoMetaData& film, const std::string& device
 Json::Value Offers(const Json::Value& profiles, const VideoMetaData& film) {
   Json::Value offers(Json::arrayValue);
   for (const Json::Value& entry : profiles) {
-    if (entry["default"].asBool() || !Enlarges(entry, film)) {
+    const bool isWorthIt = !IsMusic(film) && !Enlarges(entry, film);
+    if (entry["default"].asBool() || entry["method"] == "refused" || isWorthIt) {
       offers.append(entry);
     }
   }
   return offers;
 }
 
-Json::Value ExplainDirect(const VideoMetaData& film, const std::string& userAgent,
-                          const std::string& device) {
-  const DirectVerdict verdict = JudgeDirect(film, userAgent, device);
+Json::Value ExplainDirect(const VideoMetaData& film, const Client& client) {
+  const DirectVerdict verdict = JudgeDirect(film, client);
   Json::Value entry(Json::objectValue);
   entry["fits"] = verdict.fits;
   entry["why"] = verdict.why;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "metadata/video_metadata.h"
+#include "webapi/choice/client.h"
 #include "webapi/choice/profiles.h"
 
 namespace webapi {
@@ -34,7 +35,6 @@ Json::Value ExplainProfiles(const LibOrvoQMX::VideoMetaData& film, const std::st
 Json::Value Offers(const Json::Value& profiles, const LibOrvoQMX::VideoMetaData& film);
 
 // An object of "fits", "why" and "content_type": can the client play the file without conversion?
-Json::Value ExplainDirect(const LibOrvoQMX::VideoMetaData& film, const std::string& userAgent,
-                          const std::string& device);
+Json::Value ExplainDirect(const LibOrvoQMX::VideoMetaData& film, const Client& client);
 
 }  // namespace webapi

@@ -61,7 +61,7 @@ Answer DescribeFilm(const Request& request) {
   data["subtitles"] = FindSubtitles(file->Path(), film);
   const std::string device = request.Text("device");
   data["profiles"] = Offers(ExplainProfiles(film, device), film);
-  data["direct"] = ExplainDirect(film, request.Header("USER_AGENT"), device);
+  data["direct"] = ExplainDirect(film, ClientOf(request));
   return Answer::Success(data);
 }
 

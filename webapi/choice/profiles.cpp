@@ -11,6 +11,7 @@
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 #include "webapi/http/number.h"
+#include "webapi/library/film_traits.h"
 
 namespace webapi {
 namespace {
@@ -109,6 +110,12 @@ Verdict JudgeRemux(const Profile& profile, const VideoMetaData& film) {
   return {"remux", "", "The video is copied without conversion; the sound is converted to AAC."};
 }
 
+// What happens to the colors; "" if they stay.
+std::string ToneSentence(const VideoMetaData& film) {
+  const std::string range = HighRangeOf(film);
+  return range.empty() ? "" : " Its " + range + " colors become those of a standard screen.";
+}
+
 Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
   const bool hardware = ProfileTraits::Of(profile.value).hardware;
   const unsigned capability = ArgumentHelper(film).AbleToTranscodeTheVideo(hardware);
@@ -119,7 +126,28 @@ Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
   return {"transcode", "",
           "The " + CodecOf(film) + " video of " + std::to_string(film.GetVideoResolutionX()) + "x" +
               std::to_string(film.GetVideoResolutionY()) + " is re-encoded to " +
-              SizeWord(profile) + "."};
+              SizeWord(profile) + "." + ToneSentence(film)};
+}
+
+// Can this kind of stream do without pictures?
+bool HasPlaceForMusic(const Profile& profile) {
+  const ProfileTraits traits = ProfileTraits::Of(profile.value);
+  const bool isByteStream =
+      profile.key.rfind("http_", 0) == 0 || profile.key.rfind("webm_", 0) == 0;
+  return isByteStream && !traits.hardware && !traits.remux;
+}
+
+// The library makes streams only of films with a picture, which may be a cover.
+Verdict JudgeMusic(const Profile& profile, const VideoMetaData& film) {
+  if (film.GetVideoResolutionX() == 0) {
+    return Refuse("TransVideoNotSupported",
+                  "This file has sound alone, and this kind of stream needs a picture.");
+  }
+  if (!HasPlaceForMusic(profile)) {
+    return Refuse("TransVideoNotSupported",
+                  "This file is music with a cover; this kind of stream needs moving pictures.");
+  }
+  return {"transcode", "", "The sound is converted; the cover is not part of the stream."};
 }
 
 // All profiles are for browsers, except the progressive ones that do not produce MP4.
@@ -150,6 +178,9 @@ std::vector<Profile> ProfilesOf(const std::string& format) {
 }
 
 Verdict Judge(const Profile& profile, const VideoMetaData& film) {
+  if (IsMusic(film)) {
+    return JudgeMusic(profile, film);
+  }
   if (film.GetVideoResolutionX() == 0) {
     return Refuse("TransVideoNotSupported", "This file has no video.");
   }

@@ -14,16 +14,6 @@ bool IsDigit(char c) {
 
 }  // namespace
 
-std::optional<int64_t> TakeNumber(std::string_view& text) {
-  int64_t number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (parsed.ec != std::errc() || !IsDigit(text.front())) {
-    return std::nullopt;
-  }
-  text.remove_prefix(static_cast<size_t>(parsed.ptr - text.data()));
-  return number;
-}
-
 std::optional<double> ParseDecimal(std::string_view text) {
   const bool isPlain =
       std::all_of(text.begin(), text.end(), [](char c) { return IsDigit(c) || c == '.'; });

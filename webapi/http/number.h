@@ -10,12 +10,9 @@
 
 namespace webapi {
 
-// The whole number in `text`, if all of `text` is a number.
+// The whole number in `text`, or at its front.
 using LibOrvoQMX::ParseNumber;
-
-// Removes such a number from the front of `text` and returns it. Returns nothing and leaves `text`
-// unchanged if there is none.
-std::optional<int64_t> TakeNumber(std::string_view& text);
+using LibOrvoQMX::TakeNumber;
 
 // The number in `text`, if all of `text` is a number: whole or with a fraction, without sign and
 // exponent. Nothing for any other text.

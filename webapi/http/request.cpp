@@ -70,6 +70,9 @@ std::optional<Request> Request::Read(std::string& error) {
     error = "The query of this address is malformed.";
     return std::nullopt;
   }
+  for (const auto& [name, value] : request.parameters_) {
+    request.namesInAddress_.insert(name);
+  }
   if (request.Method() != "POST") {
     return request;
   }

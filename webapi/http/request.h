@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "webapi/http/caller.h"
@@ -23,6 +24,8 @@ class Request {
   bool AddParameters(const std::string& query);
 
   bool Has(const std::string& name) const;
+  // The names of the parameters in the address, which web servers and proxies write to their logs.
+  const std::set<std::string>& NamesInAddress() const { return namesInAddress_; }
   // A text parameter, which may be plain or a JSON text. "" if absent.
   std::string Text(const std::string& name) const;
   // A whole number from 0 to `max`. Nothing if it is absent or has another form.
@@ -51,6 +54,7 @@ class Request {
 
  private:
   std::map<std::string, std::string> parameters_;
+  std::set<std::string> namesInAddress_;
   Caller caller_;
 };
 

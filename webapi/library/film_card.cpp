@@ -3,6 +3,7 @@
 #include "metadata/video_metadata.h"
 #include "util/json_utils.h"
 #include "webapi/library/film_cache.h"
+#include "webapi/library/film_traits.h"
 #include "webapi/library/job_queue.h"
 #include "webapi/library/media_library.h"
 
@@ -15,7 +16,8 @@ using LibOrvoQMX::VideoMetaData;
 Json::Value Probe(const orvo::MediaFile& file) {
   VideoMetaData film;
   Json::Value facts(Json::objectValue);
-  if (film.LoadFile(file) && film.GetVideoResolutionX() > 0) {
+  if (film.LoadFile(file) && (HasPictures(film) || HasSound(film))) {
+    facts["music"] = IsMusic(film);
     facts["duration"] = film.GetDuration();
     facts["width"] = film.GetVideoDisplayX();
     facts["height"] = film.GetVideoDisplayY();
@@ -30,7 +32,7 @@ bool AreFacts(const Json::Value& facts) {
   return facts.isObject() &&
          (facts.empty() ||
           (facts["duration"].isUInt() && facts["width"].isUInt() && facts["height"].isUInt() &&
-           facts["video"].isString() && facts["audio"].isString()));
+           facts["video"].isString() && facts["audio"].isString() && facts["music"].isBool()));
 }
 
 bool Load(const std::string& kept, Json::Value& facts) {

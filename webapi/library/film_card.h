@@ -12,9 +12,10 @@
 
 namespace webapi {
 
-// "duration" (seconds), "width" and "height" (as displayed), "video" and "audio" (codec names; ""
-// if there is no such track). The cache stores them. If the file is not a film, or if too many
-// requests wait for films, returns nothing and sets `refusal` to the answer.
+// "duration" (seconds), "width" and "height" (as displayed; of the cover for music), "video" and
+// "audio" (codec names; "" if there is no such track), "music" (a boolean). The cache stores them.
+// If the file is not a film, or if too many requests wait for films, returns nothing and sets
+// `refusal` to the answer.
 std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal);
 
 Answer DescribeCard(const Request& request);

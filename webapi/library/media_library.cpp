@@ -83,7 +83,7 @@ class Listing {
     }
     if (S_ISDIR(status.st_mode) && (isRoot || !orvo::IsSystemFolderName(name))) {
       folders_.append(DescribeEntry(path, status));
-    } else if (S_ISREG(status.st_mode) && (isRoot || orvo::IsFilmName(name))) {
+    } else if (S_ISREG(status.st_mode) && (isRoot || orvo::IsPlayableName(name))) {
       files_.append(DescribeEntry(path, status));
     }
   }

@@ -45,7 +45,9 @@ constexpr char kTelling[] =
 struct Look {
   double second;
   const char* chooser;
+  const char* track = "0:V:0";  // the film's pictures, not its cover
 };
+constexpr Look kCover = {0, "", "0:v:0"};
 
 // The film, and FFmpeg's name of its demuxer: the film's descriptor has no name to tell it from.
 struct Source {
@@ -60,21 +62,17 @@ std::string Scale(int width) {
          ")/2)*2):out_range=full,setsar=1,format=yuvj420p";
 }
 
-// Decodes only key frames, and reads at most one minute of the film.
-std::vector<std::string> CommandLine(const Source& film, int width, const Look& look) {
-  return {kDecoder,
-          "-nostdin",
-          "-hide_banner",
-          "-v",
-          "error",
-          "-filter_threads",
-          "1",
-          "-threads",
-          "1",
-          "-noaccurate_seek",
-          "-ss",
-          std::to_string(look.second),
-          "-t",
+// A seek to the start loses a cover, and what a film without an index has before its first entry.
+std::vector<std::string> SeekTo(double second) {
+  if (second <= 0) {
+    return {};
+  }
+  return {"-noaccurate_seek", "-ss", std::to_string(second)};
+}
+
+// What is read, and the picture that is made of it.
+std::vector<std::string> DecodeOne(const Source& film, int width, const Look& look) {
+  return {"-t",
           "60",
           "-skip_frame",
           "nokey",
@@ -87,7 +85,7 @@ std::vector<std::string> CommandLine(const Source& film, int width, const Look& 
           "-i",
           "file:" + film.file.Address(),
           "-map",
-          "0:V:0",
+          look.track,
           "-frames:v",
           "1",
           "-vf",
@@ -101,6 +99,16 @@ std::vector<std::string> CommandLine(const Source& film, int width, const Look& 
           "-f",
           "image2pipe",
           "pipe:1"};
+}
+
+// Decodes only key frames, and reads at most one minute of the film.
+std::vector<std::string> CommandLine(const Source& film, int width, const Look& look) {
+  std::vector<std::string> command = {kDecoder,          "-nostdin", "-hide_banner", "-v", "error",
+                                      "-filter_threads", "1",        "-threads",     "1"};
+  for (std::vector<std::string> part : {SeekTo(look.second), DecodeOne(film, width, look)}) {
+    command.insert(command.end(), part.begin(), part.end());
+  }
+  return command;
 }
 
 // The picture; "" when there is none. False when that is not known, because the time was over or
@@ -210,6 +218,15 @@ std::optional<Subject> SubjectOf(const Request& request, int64_t usualWidth, int
   return Subject{std::move(*film), *width};
 }
 
+// The places where a poster is searched.
+std::vector<Look> LooksFor(const Json::Value& facts) {
+  if (facts["music"].asBool()) {
+    return {kCover};
+  }
+  const double duration = facts["duration"].asUInt();
+  return {{duration * 0.15, kTelling}, {duration * 0.4, kTelling}, {duration * 0.15, ""}, {0, ""}};
+}
+
 }  // namespace
 
 Answer SendPoster(const Request& request) {
@@ -228,9 +245,7 @@ Answer SendPoster(const Request& request) {
     if (!facts) {
       return refusal;
     }
-    const double duration = (*facts)["duration"].asUInt();
-    wish.looks = {
-        {duration * 0.15, kTelling}, {duration * 0.4, kTelling}, {duration * 0.15, ""}, {0, ""}};
+    wish.looks = LooksFor(*facts);
   }
   return SendPicture(request, wish);
 }

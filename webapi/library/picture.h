@@ -6,7 +6,8 @@
 
 namespace webapi {
 
-// Sends a JPEG of a picture from the film that is not black, "width" pixels wide.
+// Sends a JPEG of a picture from the film that is not black, "width" pixels wide; for music, of its
+// cover.
 Answer SendPoster(const Request& request);
 
 // Sends a JPEG of the picture near "time" (seconds). One picture covers ten seconds of the film.

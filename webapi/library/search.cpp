@@ -99,7 +99,7 @@ class Search {
   }
 
   void LookAtFilm(const std::string& path, const std::string& root) {
-    if (!orvo::IsFilmName(NameOf(path)) || !Matches(path, root)) {
+    if (!orvo::IsPlayableName(NameOf(path)) || !Matches(path, root)) {
       return;
     }
     // A link that leads out of the roots counts as missing.

@@ -68,11 +68,15 @@ const StreamKind* FindKind(const std::string& kind) {
   return found == kStreamKinds.end() ? nullptr : found;
 }
 
-const StreamKind* KindOf(const Request& request, Answer& refusal) {
-  const std::string format = request.Text("format");
+const StreamKind* FindFormat(const std::string& format) {
   const auto found = std::find_if(kStreamKinds.begin(), kStreamKinds.end(),
                                   [&](const StreamKind& row) { return format == row.format; });
-  if (found != kStreamKinds.end()) {
+  return found == kStreamKinds.end() ? nullptr : found;
+}
+
+const StreamKind* KindOf(const Request& request, Answer& refusal) {
+  const std::string format = request.Text("format");
+  if (const StreamKind* const found = FindFormat(format)) {
     return found;
   }
   refusal = Answer::Failure(
@@ -132,8 +136,7 @@ std::optional<Rendition> DirectRendition(const Request& request, const VideoMeta
     refusal = Answer::Failure(kBadRequest, "There is no profile with this name.");
     return std::nullopt;
   }
-  const DirectVerdict verdict =
-      JudgeDirect(film, request.Header("USER_AGENT"), request.Text("device"));
+  const DirectVerdict verdict = JudgeDirect(film, ClientOf(request));
   if (!verdict.fits) {
     refusal = Answer::Failure(kNoFilm, verdict.why);
     return std::nullopt;
@@ -153,6 +156,46 @@ std::optional<Rendition> RenditionFor(const Request& request, const StreamKind& 
     return std::nullopt;
   }
   return Rendition{chosen->profile, chosen->verdict.method, chosen->verdict.why, ""};
+}
+
+// A kind of stream with the way in which it plays a film.
+struct Choice {
+  const StreamKind* kind;
+  Rendition rendition;
+};
+
+// The kinds for a request that names none, the one with the least work for the server first.
+constexpr std::array kPreferred = {"direct", "hls", "http", "webm", "ss"};
+
+// A file as it is plays its own first sound track.
+bool ChoosesSound(const Request& request) {
+  return request.Has("audio_id") || request.Has("audio_format") || request.Has("sound");
+}
+
+// The first kind that fits. If none does, `refusal` has the reason of the last one.
+std::optional<Choice> ChooseKind(const Request& request, const VideoMetaData& film,
+                                 Answer& refusal) {
+  for (const char* format : kPreferred) {
+    const StreamKind* const kind = FindFormat(format);
+    if (kind->kind == std::string(kDirectKind) && ChoosesSound(request)) {
+      continue;
+    }
+    if (auto rendition = RenditionFor(request, *kind, film, refusal)) {
+      return Choice{kind, std::move(*rendition)};
+    }
+  }
+  return std::nullopt;
+}
+
+// The kind that the request names, or the one that fits if it names none.
+std::optional<Choice> ChoiceFor(const Request& request, const VideoMetaData& film,
+                                Answer& refusal) {
+  if (request.Text("format").empty()) {
+    return ChooseKind(request, film, refusal);
+  }
+  const StreamKind* const kind = KindOf(request, refusal);
+  auto rendition = kind != nullptr ? RenditionFor(request, *kind, film, refusal) : std::nullopt;
+  return rendition ? std::optional(Choice{kind, std::move(*rendition)}) : std::nullopt;
 }
 
 bool HasAudioTrack(const VideoMetaData& film, const std::string& id) {
@@ -317,8 +360,7 @@ std::optional<Ticket> FindStream(const Request& request, Answer& refusal) {
 
 Answer OpenStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const StreamKind* const kind = KindOf(request, refusal);
-  if (kind == nullptr) {
+  if (!request.Text("format").empty() && KindOf(request, refusal) == nullptr) {
     return refusal;
   }
   const auto file = OpenFilm(request.Text("path"), refusal);
@@ -335,8 +377,8 @@ Answer OpenStream(const Request& request) {
   if (!film.LoadFile(*file)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
-  const auto rendition = RenditionFor(request, *kind, film, refusal);
-  if (!rendition) {
+  const auto choice = ChoiceFor(request, film, refusal);
+  if (!choice) {
     return refusal;
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
@@ -346,11 +388,11 @@ Answer OpenStream(const Request& request) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
   }
   // A joined stream already has room for its transcoder.
-  if (joined->streamId.empty() && IsBusy(*kind, *rendition)) {
+  if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  return Open(request, *kind, {*file, film}, *rendition, *joined);
+  return Open(request, *choice->kind, {*file, film}, choice->rendition, *joined);
 }
 
 Answer PlayStream(const Request& request) {

@@ -12,10 +12,19 @@ constexpr bool IsControl(char c) {
   return byte < 0x20 || byte == 0x7f;
 }
 
+// In UTF-8, only the other bytes of a character begin with the bits 10.
+constexpr bool BeginsCharacter(char c) {
+  return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+}
+
 }  // namespace
 
 void CueText::Put(std::string_view text) {
   for (const char c : text) {
+    full_ = full_ || (text_.size() >= kLongest && BeginsCharacter(c));
+    if (full_) {
+      return;
+    }
     if (c == ' ' || c == '\t') {
       blankPending_ = true;
     } else if (!IsControl(c)) {

@@ -12,8 +12,11 @@ enum class Style { kBold, kItalic, kUnderline };
 
 class CueText {
  public:
+  // No picture has room for more. With its tags, a text is slightly longer.
+  static constexpr size_t kLongest = 16384;
+
   // Appends plain text in UTF-8. Escapes characters that are markup in WebVTT, and leaves out
-  // control characters.
+  // control characters. A text ends after kLongest bytes, at a whole character.
   void Put(std::string_view text);
   // Ends the line. Never writes an empty line, because it would end the cue.
   void Break();
@@ -35,6 +38,7 @@ class CueText {
   std::string text_;
   bool blankPending_ = false;  // seen since the last visible character
   bool breakPending_ = false;  // likewise
+  bool full_ = false;
   int lines_ = 0;
   std::array<bool, 3> wanted_{};  // by Style
   std::vector<Style> open_;       // tags in the order in which they were opened

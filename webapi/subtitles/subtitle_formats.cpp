@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <charconv>
+#include <functional>
 #include <map>
 #include <string>
 
+#include "webapi/http/number.h"
 #include "webapi/subtitles/cue_text.h"
 #include "webapi/subtitles/subtitle_markup.h"
 
@@ -20,6 +21,7 @@ constexpr HtmlRules kSamiRules = {.keepUnknown = false, .collapseSpace = true};
 constexpr int kUsualWidth = 384;
 constexpr int kUsualHeight = 288;
 constexpr int kLargestSize = 100000;
+constexpr int kLastAlignment = 11;
 
 // The duration of the last text of a SAMI file, which has no end time.
 constexpr int64_t kLastCueMilliseconds = 5000;
@@ -38,9 +40,12 @@ bool IsNumber(std::string_view text) {
 
 // The number at the front of `text`, or `otherwise`.
 int64_t NumberIn(std::string_view text, int64_t otherwise) {
-  int64_t number = otherwise;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
+  return TakeNumber(text).value_or(otherwise);
+}
+
+// Is the number at the front of `text` another one than 0? A style's yes is "-1".
+bool IsSet(std::string_view text) {
+  return TakeDecimal(text).value_or(0) != 0;
 }
 
 void Complete(Cue& cue, CueText& text, const Placement& placement) {
@@ -50,11 +55,12 @@ void Complete(Cue& cue, CueText& text, const Placement& placement) {
 
 // --- SRT
 
-void CompleteSrt(Cue& cue, const std::vector<std::string_view>& lines) {
+// `lines`: the text below the cue's times, with its line ends.
+void CompleteSrt(Cue& cue, std::string_view lines) {
   ScriptOverrides overrides(ScriptStyle{}, kUsualWidth, kUsualHeight);
   CueText text;
-  for (const std::string_view line : lines) {
-    PutHtml(line, kSrtRules, &overrides, text);
+  while (!lines.empty()) {
+    PutHtml(TakeLine(lines), kSrtRules, &overrides, text);
     text.Break();
   }
   Complete(cue, text, overrides.Where());
@@ -62,37 +68,71 @@ void CompleteSrt(Cue& cue, const std::vector<std::string_view>& lines) {
 
 // --- Scripts
 
-// The columns of a section: names in the order of its "Format:" line.
+// Removes the text before the first comma, and the comma, from the front of `text`.
+std::string_view TakeField(std::string_view& text) {
+  const size_t comma = std::min(text.find(','), text.size());
+  const std::string_view field = text.substr(0, comma);
+  text.remove_prefix(std::min(text.size(), comma + 1));
+  return field;
+}
+
+// Finds a section's values by the names in its "Format:" line. `Name` is an enumeration of the
+// names that are read, and ends with kCount. The work for a row grows with the row, however many
+// names the line has.
+template <typename Name>
 class Columns {
  public:
-  explicit Columns(std::string_view names) { Read(names); }
+  static constexpr size_t kCount = static_cast<size_t>(Name::kCount);
+  using Names = std::array<std::string_view, kCount>;
 
-  void Read(std::string_view names) {
-    names_.clear();
-    while (!names.empty()) {
-      const size_t comma = std::min(names.find(','), names.size());
-      names_.emplace_back(Trimmed(names.substr(0, comma)));
-      names.remove_prefix(std::min(names.size(), comma + 1));
+  Columns(const Names& wanted, std::string_view format) : wanted_(wanted) { Read(format); }
+
+  void Read(std::string_view format) {
+    places_.fill(kNowhere);
+    for (count_ = 0; !format.empty(); ++count_) {
+      const std::string_view name = Trimmed(TakeField(format));
+      const auto wanted = std::find(wanted_.begin(), wanted_.end(), name);
+      if (wanted != wanted_.end()) {
+        size_t& place = places_[static_cast<size_t>(wanted - wanted_.begin())];
+        place = std::min(place, count_);
+      }
     }
   }
 
-  // A row's value in a column; "" if there is none. The last column has the rest of the row, with
-  // its commas.
-  std::string_view Value(std::string_view row, std::string_view name) const {
-    for (size_t i = 0; i < names_.size(); ++i) {
-      const bool isLast = i + 1 == names_.size();
-      const size_t comma = isLast ? row.size() : std::min(row.find(','), row.size());
-      if (names_[i] == name) {
-        return isLast ? row : Trimmed(row.substr(0, comma));
+  // The values of one row; "" for columns that it lacks. The last column has the rest of the row,
+  // with its commas.
+  class Row {
+   public:
+    std::string_view operator[](Name name) const { return values_[static_cast<size_t>(name)]; }
+
+   private:
+    friend class Columns;
+    std::array<std::string_view, kCount> values_;
+  };
+
+  Row Split(std::string_view text) const {
+    Row row;
+    for (size_t i = 0; i < count_ && !text.empty(); ++i) {
+      const bool isLast = i + 1 == count_;
+      const std::string_view value = isLast ? text : Trimmed(TakeField(text));
+      const auto place = std::find(places_.begin(), places_.end(), i);
+      if (place != places_.end()) {
+        row.values_[static_cast<size_t>(place - places_.begin())] = value;
       }
-      row.remove_prefix(std::min(row.size(), comma + 1));
     }
-    return "";
+    return row;
   }
 
  private:
-  std::vector<std::string> names_;
+  static constexpr size_t kNowhere = std::string_view::npos;
+
+  Names wanted_;
+  std::array<size_t, kCount> places_{};  // by Name
+  size_t count_ = 0;                     // of all names in the line
 };
+
+enum class StyleColumn { kName, kBold, kItalic, kUnderline, kAlignment, kCount };
+enum class EventColumn { kStart, kEnd, kStyle, kText, kCount };
 
 constexpr char kStyleColumns[] =
     "Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, "
@@ -104,7 +144,7 @@ constexpr char kEventColumns[] =
 class ScriptReader {
  public:
   std::vector<Cue> Read(std::string_view file) {
-    while (!file.empty()) {
+    while (!file.empty() && cues_.size() < kMostCues) {
       const std::string_view line = Trimmed(TakeLine(file));
       if (!line.empty() && line.front() == '[') {
         StartSection(line);
@@ -154,16 +194,14 @@ class ScriptReader {
     if (name == "Format") {
       styleColumns_.Read(value);
     } else if (name == "Style") {
-      const auto isSet = [&](const char* column) {
-        return NumberIn(styleColumns_.Value(value, column), 0) != 0;
-      };
+      const auto row = styleColumns_.Split(value);
       const int alignment = static_cast<int>(
-          std::clamp<int64_t>(NumberIn(styleColumns_.Value(value, "Alignment"), 0), 0, 11));
-      ScriptStyle& style = styles_[std::string(StyleName(styleColumns_.Value(value, "Name")))];
-      style = {.bold = isSet("Bold"),
-               .italic = isSet("Italic"),
-               .underline = isSet("Underline"),
-               .alignment = isOldStyle_ ? LegacyAlignment(alignment) : alignment % 10};
+          std::clamp<int64_t>(NumberIn(row[StyleColumn::kAlignment], 0), 0, kLastAlignment));
+      styles_[std::string(StyleName(row[StyleColumn::kName]))] = {
+          .bold = IsSet(row[StyleColumn::kBold]),
+          .italic = IsSet(row[StyleColumn::kItalic]),
+          .underline = IsSet(row[StyleColumn::kUnderline]),
+          .alignment = isOldStyle_ ? LegacyAlignment(alignment) : alignment % 10};
     }
   }
 
@@ -175,21 +213,22 @@ class ScriptReader {
     }
   }
 
-  void ReadDialogue(std::string_view row) {
+  void ReadDialogue(std::string_view text) {
+    const auto row = eventColumns_.Split(text);
     Cue cue;
-    std::string_view start = eventColumns_.Value(row, "Start");
-    std::string_view end = eventColumns_.Value(row, "End");
+    std::string_view start = row[EventColumn::kStart];
+    std::string_view end = row[EventColumn::kEnd];
     cue.start = TakeTime(start);
     cue.end = TakeTime(end);
     if (cue.start < 0 || cue.end < 0) {
       return;
     }
-    const auto style = styles_.find(std::string(StyleName(eventColumns_.Value(row, "Style"))));
+    const auto style = styles_.find(StyleName(row[EventColumn::kStyle]));
     ScriptOverrides overrides(style == styles_.end() ? ScriptStyle{} : style->second, width_,
                               height_);
-    CueText text;
-    PutScript(eventColumns_.Value(row, "Text"), overrides, text);
-    Complete(cue, text, overrides.Where());
+    CueText shown;
+    PutScript(row[EventColumn::kText], overrides, shown);
+    Complete(cue, shown, overrides.Where());
     cues_.push_back(std::move(cue));
   }
 
@@ -203,9 +242,10 @@ class ScriptReader {
   bool isOldStyle_ = false;
   int width_ = kUsualWidth;
   int height_ = kUsualHeight;
-  Columns styleColumns_{kStyleColumns};
-  Columns eventColumns_{kEventColumns};
-  std::map<std::string, ScriptStyle> styles_;
+  Columns<StyleColumn> styleColumns_{{"Name", "Bold", "Italic", "Underline", "Alignment"},
+                                     kStyleColumns};
+  Columns<EventColumn> eventColumns_{{"Start", "End", "Style", "Text"}, kEventColumns};
+  std::map<std::string, ScriptStyle, std::less<>> styles_;
   std::vector<Cue> cues_;
 };
 
@@ -236,16 +276,16 @@ std::string_view Attribute(std::string_view tag, std::string_view name) {
   return value.substr(0, value.find_first_of("\"' \t\r\n<>"));
 }
 
-// Splits `text` before each occurrence of `word`. Leaves out the text before the first.
-std::vector<std::string_view> SplitBefore(std::string_view text, std::string_view word) {
-  std::vector<std::string_view> parts;
-  size_t start = FindWord(text, word, 0);
-  while (start != std::string_view::npos) {
-    const size_t next = FindWord(text, word, start + word.size());
-    parts.push_back(text.substr(start, next == std::string_view::npos ? next : next - start));
-    start = next;
-  }
-  return parts;
+// The rest of `text` from the first `word`; "" if there is none.
+std::string_view From(std::string_view text, std::string_view word) {
+  return text.substr(std::min(FindWord(text, word, 0), text.size()));
+}
+
+// Removes the text up to the second `word` from the front of `text`, which begins with the first.
+std::string_view TakePart(std::string_view& text, std::string_view word) {
+  const std::string_view part = text.substr(0, FindWord(text, word, word.size()));
+  text.remove_prefix(part.size());
+  return part;
 }
 
 std::string_view TagOf(std::string_view part) {
@@ -259,8 +299,10 @@ std::string_view AfterTag(std::string_view part) {
 class SamiReader {
  public:
   std::vector<Cue> Read(std::string_view file) {
-    for (const std::string_view part : SplitBefore(file, "<sync")) {
-      ReadInstant(part);
+    constexpr std::string_view kInstant = "<sync";
+    std::string_view rest = From(file, kInstant);
+    while (!rest.empty() && count_ < kMostCues) {
+      ReadInstant(TakePart(rest, kInstant));
     }
     return Ended();
   }
@@ -271,11 +313,13 @@ class SamiReader {
     if (time < 0 || time > kLastInstant) {
       return;
     }
-    const auto paragraphs = SplitBefore(AfterTag(part), "<p");
-    if (paragraphs.empty()) {
+    constexpr std::string_view kParagraph = "<p";
+    std::string_view rest = From(AfterTag(part), kParagraph);
+    if (rest.empty()) {
       Add(time, "", AfterTag(part));
     }
-    for (const std::string_view paragraph : paragraphs) {
+    while (!rest.empty() && count_ < kMostCues) {
+      const std::string_view paragraph = TakePart(rest, kParagraph);
       std::string language(Attribute(TagOf(paragraph), "class"));
       std::transform(language.begin(), language.end(), language.begin(),
                      [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
@@ -297,6 +341,7 @@ class SamiReader {
       first_ = language;
     }
     cues_[language].push_back(std::move(cue));
+    ++count_;
   }
 
   std::vector<Cue> Ended() {
@@ -313,36 +358,37 @@ class SamiReader {
   static constexpr int64_t kLastInstant = int64_t{1000} * 3600 * 1000;
   static constexpr std::string_view kNoBreakSpace = "\xc2\xa0";
 
-  std::string first_;  // the language to show
-  std::map<std::string, std::vector<Cue>> cues_;
+  std::string first_;                             // the language to show
+  std::map<std::string, std::vector<Cue>> cues_;  // by language
+  size_t count_ = 0;                              // of all languages
 };
 
 }  // namespace
 
 std::vector<Cue> ParseSrt(std::string_view file) {
   std::vector<Cue> cues;
-  std::vector<std::string_view> lines;  // of the cue that is being read
-  while (!file.empty()) {
+  const char* textBegin = file.data();  // of the cue that is being read
+  std::string_view previous;            // the last line that has no times
+  const auto complete = [&](const char* end) {
+    if (!cues.empty()) {
+      CompleteSrt(cues.back(), {textBegin, static_cast<size_t>(end - textBegin)});
+    }
+  };
+  while (!file.empty() && cues.size() < kMostCues) {
     const std::string_view line = TakeLine(file);
     std::string_view rest = line;
     Cue next;
     if (!TakeTiming(rest, next)) {
-      lines.push_back(line);
+      previous = line;
       continue;
     }
     // A text may contain empty lines. Only the number before the next time marks its end.
-    if (!lines.empty() && IsNumber(Trimmed(lines.back()))) {
-      lines.pop_back();
-    }
-    if (!cues.empty()) {
-      CompleteSrt(cues.back(), lines);
-    }
-    lines.clear();
+    complete(IsNumber(Trimmed(previous)) ? previous.data() : line.data());
+    previous = {};
+    textBegin = file.data();
     cues.push_back(next);
   }
-  if (!cues.empty()) {
-    CompleteSrt(cues.back(), lines);
-  }
+  complete(file.data());
   Tidy(cues);
   return cues;
 }

@@ -97,12 +97,10 @@ std::string EntityText(std::string_view name) {
   if (!name.empty() && name.front() == '#') {
     return NumericEntity(name);
   }
-  for (const Entity& entity : kEntities) {
-    if (Lowered(name) == entity.name) {
-      return std::string(entity.text);
-    }
-  }
-  return "";
+  const std::string lowered = Lowered(name);
+  const auto entity = std::find_if(kEntities.begin(), kEntities.end(),
+                                   [&](const Entity& row) { return row.name == lowered; });
+  return entity == kEntities.end() ? "" : std::string(entity->text);
 }
 
 // Appends the entity, or the single "&", at the beginning of `html`. Returns its number of bytes.
@@ -261,18 +259,39 @@ std::string LineOf(const Placement& placement, int alignment, int lines) {
   return "line:" + std::to_string(Percent(top)) + "%";
 }
 
-// Applies the braces at the beginning of the text. Returns their number of bytes; 0 if there are
-// none.
-size_t ApplyBraces(std::string_view script, ScriptOverrides& overrides, CueText& text) {
-  if (script.front() != '{') {
-    return 0;
+// Finds the blocks in braces of one text. It looks for each closing brace only once, whatever the
+// number of opening braces before it.
+class Braces {
+ public:
+  explicit Braces(std::string_view text) : text_(text) {}
+
+  // The number of bytes of the block at the beginning of `rest`, a part of the text up to its end.
+  // 0 if there is none.
+  size_t LengthAt(std::string_view rest) {
+    const size_t at = text_.size() - rest.size();
+    if (rest.front() != '{') {
+      return 0;
+    }
+    if (close_ <= at) {
+      close_ = std::min(text_.find('}', at), text_.size());
+    }
+    const bool isBlock = close_ < text_.size() && close_ - at < kLongestBraces;
+    return isBlock ? close_ - at + 1 : 0;
   }
-  const size_t end = script.substr(0, kLongestBraces).find('}');
-  if (end == std::string_view::npos) {
-    return 0;
+
+ private:
+  std::string_view text_;
+  size_t close_ = 0;  // the first closing brace at or after the last block looked for
+};
+
+// Applies the block at the beginning of the text. Returns its number of bytes; 0 if there is none.
+size_t ApplyBraces(std::string_view script, Braces& braces, ScriptOverrides& overrides,
+                   CueText& text) {
+  const size_t length = braces.LengthAt(script);
+  if (length > 0) {
+    overrides.Apply(script.substr(1, length - 2), text);
   }
-  overrides.Apply(script.substr(1, end - 1), text);
-  return end + 1;
+  return length;
 }
 
 // Appends the meaning of a script's escape. Returns its number of bytes; 0 if it is not an escape.
@@ -308,8 +327,8 @@ void PutLineEnd(const HtmlRules& rules, CueText& text) {
 }
 
 // Appends the first piece of `html`. Returns its number of bytes, at least one.
-size_t PutPieceOfHtml(std::string_view html, const HtmlRules& rules, ScriptOverrides* overrides,
-                      CueText& text) {
+size_t PutPieceOfHtml(std::string_view html, const HtmlRules& rules, Braces& braces,
+                      ScriptOverrides* overrides, CueText& text) {
   const char first = html.front();
   size_t length = 0;
   if (first == '<') {
@@ -320,7 +339,7 @@ size_t PutPieceOfHtml(std::string_view html, const HtmlRules& rules, ScriptOverr
     PutLineEnd(rules, text);
     length = 1;
   } else if (overrides != nullptr && html.substr(0, 2) == "{\\") {
-    length = ApplyBraces(html, *overrides, text);
+    length = ApplyBraces(html, braces, *overrides, text);
   }
   if (length == 0) {
     length = std::min(html.find_first_of("<&{\r\n", 1), html.size());
@@ -405,15 +424,17 @@ void ScriptOverrides::ApplyTag(std::string_view tag, CueText& text) {
 
 void PutHtml(std::string_view html, const HtmlRules& rules, ScriptOverrides* overrides,
              CueText& text) {
+  Braces braces(html);
   while (!html.empty()) {
-    html.remove_prefix(PutPieceOfHtml(html, rules, overrides, text));
+    html.remove_prefix(PutPieceOfHtml(html, rules, braces, overrides, text));
   }
 }
 
 void PutScript(std::string_view script, ScriptOverrides& overrides, CueText& text) {
   overrides.Apply("\\r", text);
+  Braces braces(script);
   while (!script.empty()) {
-    size_t length = ApplyBraces(script, overrides, text);
+    size_t length = ApplyBraces(script, braces, overrides, text);
     if (length == 0 && !overrides.IsDrawing()) {
       length = PutEscape(script, text);
     }

@@ -4,23 +4,27 @@
 #include <cstdio>
 #include <tuple>
 
+#include "webapi/http/number.h"
+
 namespace webapi {
 namespace {
-
-constexpr size_t kMaxDigits = 9;
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-bool TakeNumber(std::string_view& text, int64_t& number) {
-  size_t length = 0;
-  number = 0;
-  while (length < text.size() && IsDigit(text[length]) && length < kMaxDigits) {
-    number = number * 10 + (text[length++] - '0');
+constexpr int64_t kLargestField = 999'999'999;
+
+// A number of hours, minutes or seconds.
+bool TakeField(std::string_view& text, int64_t& number) {
+  std::string_view rest = text;
+  const auto field = TakeNumber(rest);
+  if (!field || *field > kLargestField) {
+    return false;
   }
-  text.remove_prefix(length);
-  return length > 0;
+  number = *field;
+  text = rest;
+  return true;
 }
 
 bool TakeOneOf(std::string_view& text, std::string_view characters) {
@@ -35,10 +39,9 @@ bool TakeOneOf(std::string_view& text, std::string_view characters) {
 int64_t TakeFraction(std::string_view& text) {
   int64_t value = 0;
   int64_t unit = 100;
-  while (!text.empty() && IsDigit(text.front())) {
+  for (; !text.empty() && IsDigit(text.front()); text.remove_prefix(1)) {
     value += (text.front() - '0') * unit;
     unit /= 10;
-    text.remove_prefix(1);
   }
   return value;
 }
@@ -89,13 +92,13 @@ int64_t TakeTime(std::string_view& text) {
   int64_t minutes = 0;
   int64_t seconds = 0;
   SkipBlanks(rest);
-  if (!TakeNumber(rest, minutes) || !TakeOneOf(rest, ":") || !TakeNumber(rest, seconds)) {
+  if (!TakeField(rest, minutes) || !TakeOneOf(rest, ":") || !TakeField(rest, seconds)) {
     return -1;
   }
   // "1:02:030" and "1:02:03" look alike. The third part is in seconds unless it has three digits.
   std::string_view third = rest;
   int64_t number = 0;
-  if (TakeOneOf(third, ":") && TakeNumber(third, number) && rest.size() - third.size() <= 3) {
+  if (TakeOneOf(third, ":") && TakeField(third, number) && rest.size() - third.size() <= 3) {
     hours = minutes;
     minutes = seconds;
     seconds = number;
@@ -127,7 +130,7 @@ bool TakeTiming(std::string_view& text, Cue& cue) {
 
 std::vector<Cue> ParseWebVtt(std::string_view text) {
   std::vector<Cue> cues;
-  while (!text.empty()) {
+  while (!text.empty() && cues.size() < kMostCues) {
     std::string_view line = TakeLine(text);
     Cue cue;
     if (TakeTiming(line, cue)) {

@@ -19,6 +19,10 @@ struct Cue {
   std::string text;      // with the escapes and tags of WebVTT, without empty lines
 };
 
+// A reader stops after this many cues. A film of five hours with a new text for every second frame
+// has fewer.
+inline constexpr size_t kMostCues = 250'000;
+
 // The cues of a WebVTT text, in its order. Skips everything that is not a cue.
 std::vector<Cue> ParseWebVtt(std::string_view text);
 

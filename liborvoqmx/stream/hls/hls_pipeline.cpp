@@ -84,8 +84,7 @@ void RunHlsPipeline(const HlsPrograms& programs) {
 void StopHlsPipeline(bool isRegistered) {
   PipelineOf(isRegistered).End();
   if (gPidHLSSegBin) {
-    gPidHLSSegBin.Signal(SIGINT);
-    gPidHLSSegBin.Wait();
+    gPidHLSSegBin.End(SIGINT, kTranscoderGraceMilliseconds);
     gPidHLSSegBin = orvo::Process();
   }
 }

@@ -51,7 +51,7 @@ void Pipeline::End() {
     return;
   }
   const pid_t pid = transcoder_.Pid();
-  transcoder_.Signal(SIGINT);
+  transcoder_.AskToEnd(SIGINT);
   if (rules_.unregistersFirst) {
     Unregister(pid);
   }

@@ -1,5 +1,5 @@
 // The playback methods, and the order in which the page tries them.
-import { codecText, sizeName } from '../format.js';
+import { codecText, rangeText, sizeName } from '../format.js';
 
 export const KINDS = {
   direct: 'Original file',
@@ -107,15 +107,36 @@ export function qualityNamed(info, kinds, text) {
   return null;
 }
 
+// Is the film music, with or without a cover?
+export function isMusic(info) {
+  const { video = [], audio = [] } = info.metadata?.track_info ?? {};
+  return audio.length > 0 && video.every((track) => track.attached_pic);
+}
+
+function factsOf(info) {
+  const { video: [picture] = [], audio: [sound] = [] } = info.metadata?.track_info ?? {};
+  if (isMusic(info)) {
+    return ['Music', codecText(sound.codec || sound.codec_raw)];
+  }
+  const size = sizeName(picture?.display_x ?? picture?.resolutionx ?? 0, picture?.display_y ?? picture?.resolutiony ?? 0);
+  return [size, codecText(picture?.codec || picture?.codec_raw), rangeText(picture?.dynamic_range)];
+}
+
+function conversionOf(info, used) {
+  if (isMusic(info)) {
+    return 'sound is converted on this server';
+  }
+  const isHigh = rangeText(info.metadata?.track_info?.video?.[0]?.dynamic_range) !== '';
+  return used?.key && `converted to ${profileText(used)}${isHigh ? ' in standard colors' : ''} on this server`;
+}
+
 // How the film plays, in the viewer's words: "1080p, H.264, plays as it is". `used`: { method, key }, as the server
 // describes a profile, or with the method "direct". Profiles that it does not offer convert the picture.
 export function playsAs(info, used) {
-  const [track] = info.metadata?.track_info?.video ?? [];
-  const film = [sizeName(track?.display_x ?? track?.resolutionx ?? 0, track?.display_y ?? track?.resolutiony ?? 0), codecText(track?.codec || track?.codec_raw)];
   const how = {
     direct: 'plays as it is',
     remux: 'picture plays as it is, sound is converted on this server',
-    transcode: used?.key && `converted to ${profileText(used)} on this server`,
+    transcode: conversionOf(info, used),
   };
-  return [...film, how[used?.method ?? 'transcode']].filter(Boolean).join(', ');
+  return [...factsOf(info), how[used?.method ?? 'transcode']].filter(Boolean).join(', ');
 }

@@ -100,6 +100,7 @@ export class Playback extends EventTarget {
   openParameters(kind) {
     const { profile, audio } = this.choice;
     return {
+      ...this.film.info.client,
       format: kind,
       // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',

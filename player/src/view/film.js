@@ -1,8 +1,9 @@
 // The page of a film: its tracks, how it would be played, and the buttons that start it.
 import { addressOf, get } from '../api.js';
 import { element, table } from '../dom.js';
-import { clockText, codecText, frameRateText, languageText, nameOf, rateText, sizeText } from '../format.js';
+import { clockText, codecText, frameRateText, languageText, nameOf, rangeText, rateText, sizeText } from '../format.js';
 import { resumePoint } from '../history.js';
+import { filmInfo } from '../playback/client.js';
 import { abilitiesOf, KINDS, kindsFor, plan, playsAs } from '../playback/kinds.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
@@ -18,6 +19,7 @@ const TRACKS = {
   video: (track) =>
     list(
       codecOf(track),
+      rangeText(track.dynamic_range),
       track.profile,
       track.resolutionx && `${track.resolutionx} × ${track.resolutiony}`,
       frameRateText(track.framerate),
@@ -36,7 +38,7 @@ export const subtitleText = (subtitle, index) => list(languageText(subtitle.lang
 function tracksTable({ metadata, subtitles }) {
   const { video = [], audio = [] } = metadata.track_info;
   const rows = [
-    ...video.map((track) => ['Video', TRACKS.video(track)]),
+    ...video.map((track) => [track.attached_pic ? 'Cover' : 'Video', TRACKS.video(track)]),
     ...audio.map((track) => ['Audio', TRACKS.audio(track)]),
     ...subtitles.map((subtitle, index) => ['Subtitle', subtitleText(subtitle, index)]),
   ];
@@ -102,7 +104,7 @@ export async function filmView({ path }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
   const [roots, info, second] = await Promise.all([
     get('Library', 'list', {}, '', { signal }),
-    get('Library', 'info', {}, path, { signal }),
+    filmInfo(path, { signal }),
     resumePoint(path),
   ]);
   const kinds = kindsFor(info, abilitiesOf(document.createElement('video')));

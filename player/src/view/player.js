@@ -1,10 +1,11 @@
 // The player: the picture, its controls and the messages over it.
-import { get } from '../api.js';
+import { addressOf } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, nameOf, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
+import { filmInfo } from '../playback/client.js';
 import { engineFor } from '../playback/engines.js';
-import { KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
+import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
@@ -15,6 +16,7 @@ import { choiceOf, preferences, remember } from './preferences.js';
 import { Statistics } from './statistics.js';
 import { Thumbnails } from './thumbnails.js';
 
+const COVER_WIDTH = 640;
 const IDLE_MILLISECONDS = 3000;
 const SETTLE_MILLISECONDS = 300; // key presses within this time become one seek
 const SPEEDS = [0.5, 0.75, 1, 1.25, 1.5, 1.75, 2];
@@ -180,7 +182,7 @@ export class PlayerView {
     this.title.textContent = entry.name;
     this.back.href = filmAddress(entry);
     this.why.textContent = '';
-    const info = await get('Library', 'info', {}, entry.encoded_path, { signal });
+    const info = await filmInfo(entry.encoded_path, { signal });
     const start = Number.isNaN(second) ? await resumePoint(entry.encoded_path) : second;
     if (signal.aborted) {
       return;
@@ -192,7 +194,13 @@ export class PlayerView {
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
     this.announce(entry);
+    this.showCover(entry, info);
     await this.playback.play({ entry, info }, choice, start);
+  }
+
+  // Shows the cover while music plays.
+  showCover({ encoded_path: path }, info) {
+    this.video.poster = isMusic(info) ? addressOf('Library', 'poster', { width: COVER_WIDTH }, path) : '';
   }
 
   // Tells the device what plays, for its media keys and its lock screen.

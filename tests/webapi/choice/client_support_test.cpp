@@ -7,6 +7,7 @@
 
 namespace {
 
+using webapi::Client;
 using webapi::DirectVerdict;
 using webapi::JudgeDirect;
 
@@ -46,6 +47,11 @@ class Film : public LibOrvoQMX::VideoMetaData {
     track["is_default"] = isDefault;
     m_document["track_info"]["audio"].append(track);
   }
+  void SetRange(const std::string& range) {
+    m_document["track_info"]["video"][0]["dynamic_range"] = range;
+  }
+  // Turns the pictures into a cover.
+  void BeMusic() { m_document["track_info"]["video"][0]["attached_pic"] = true; }
   void SetPixels(const std::string& format) {
     m_document["track_info"]["video"][0]["pix_fmt"] = format;
   }
@@ -88,7 +94,7 @@ TEST(DirectPlay, EachClientPlaysItsKnownFormats) {
       {"", kMkv, false},
   };
   for (const Row& row : rows) {
-    const DirectVerdict verdict = JudgeDirect(row.film, row.client, "");
+    const DirectVerdict verdict = JudgeDirect(row.film, Client{row.client, "", {}});
     EXPECT_EQ(verdict.fits, row.fits)
         << row.client << " and " << row.film.GetFilePath() << ": " << verdict.why;
     EXPECT_EQ(verdict.why.back(), '.') << "a sentence";
@@ -96,36 +102,72 @@ TEST(DirectPlay, EachClientPlaysItsKnownFormats) {
 }
 
 TEST(DirectPlay, AKnownDeviceHasPriorityOverTheUserAgent) {
-  EXPECT_TRUE(JudgeDirect(kMkvAc3, kFirefox, "vlc").fits);
-  EXPECT_FALSE(JudgeDirect(kWebM, kChrome, "appletv").fits);
-  EXPECT_TRUE(JudgeDirect(kWebM, kChrome, "toaster").fits) << "an unknown device says nothing";
+  EXPECT_TRUE(JudgeDirect(kMkvAc3, Client{kFirefox, "vlc", {}}).fits);
+  EXPECT_FALSE(JudgeDirect(kWebM, Client{kChrome, "appletv", {}}).fits);
+  EXPECT_TRUE(JudgeDirect(kWebM, Client{kChrome, "toaster", {}}).fits)
+      << "an unknown device says nothing";
 }
 
 TEST(DirectPlay, TheMediaTypeFollowsTheContainer) {
-  EXPECT_EQ(JudgeDirect(kMp4, "", "").contentType, "video/mp4");
-  EXPECT_EQ(JudgeDirect(kWebM, "", "").contentType, "video/webm");
-  EXPECT_EQ(JudgeDirect(kMkv, "", "").contentType, "video/x-matroska");
-  EXPECT_EQ(JudgeDirect(kAvi, "", "").contentType, "video/x-msvideo");
+  EXPECT_EQ(JudgeDirect(kMp4, Client{"", "", {}}).contentType, "video/mp4");
+  EXPECT_EQ(JudgeDirect(kWebM, Client{"", "", {}}).contentType, "video/webm");
+  EXPECT_EQ(JudgeDirect(kMkv, Client{"", "", {}}).contentType, "video/x-matroska");
+  EXPECT_EQ(JudgeDirect(kAvi, Client{"", "", {}}).contentType, "video/x-msvideo");
 }
 
 TEST(DirectPlay, TheDefaultSoundDecidesAndAFilmWithoutSoundFits) {
   Film film("/films/a.mp4", "mov,mp4", "h264", "");
-  EXPECT_TRUE(JudgeDirect(film, kChrome, "").fits);
+  EXPECT_TRUE(JudgeDirect(film, Client{kChrome, "", {}}).fits);
   film.AddAudio("ac3", false);
-  EXPECT_FALSE(JudgeDirect(film, kChrome, "").fits);
+  EXPECT_FALSE(JudgeDirect(film, Client{kChrome, "", {}}).fits);
   film.AddAudio("aac", true);
-  EXPECT_TRUE(JudgeDirect(film, kChrome, "").fits);
+  EXPECT_TRUE(JudgeDirect(film, Client{kChrome, "", {}}).fits);
 }
 
 TEST(DirectPlay, BrowsersGetNoTenBitPictures) {
   Film film = kMp4;
   film.SetPixels("yuv420p10le");
-  EXPECT_FALSE(JudgeDirect(film, kChrome, "").fits);
-  EXPECT_TRUE(JudgeDirect(film, "mpv 0.35.1", "").fits);
+  EXPECT_FALSE(JudgeDirect(film, Client{kChrome, "", {}}).fits);
+  EXPECT_TRUE(JudgeDirect(film, Client{"mpv 0.35.1", "", {}}).fits);
 }
 
-TEST(DirectPlay, WithoutVideoNothingFits) {
-  EXPECT_FALSE(JudgeDirect(LibOrvoQMX::VideoMetaData(), "VLC/3.0.20", "").fits);
+TEST(DirectPlay, AClientThatNamesTheCodecAndShowsItsRangeGetsTheFilmAsItIs) {
+  Film film = kHevc;
+  film.SetPixels("yuv420p10le");
+  film.SetRange("hdr10");
+  EXPECT_TRUE(JudgeDirect(film, Client{kSafari, "", {"avc1", "hvc1", "mp4a"}, true}).fits);
+  EXPECT_TRUE(JudgeDirect(film, Client{"curl/8.0", "", {"hvc1.2.4.L120.B0"}, true}).fits);
+  EXPECT_FALSE(JudgeDirect(film, Client{kSafari, "", {}, true}).fits) << "no such codec";
+  const DirectVerdict verdict = JudgeDirect(film, Client{kSafari, "", {"hvc1.2.4.L120.B0"}, false});
+  EXPECT_FALSE(verdict.fits);
+  EXPECT_NE(verdict.why.find("HDR10"), std::string::npos) << verdict.why;
+}
+
+TEST(DirectPlay, APlayerOfItsOwnMapsTheTonesItself) {
+  Film film = kHevc;
+  film.SetRange("hlg");
+  EXPECT_TRUE(JudgeDirect(film, Client{"VLC/3.0.20", "", {}}).fits);
+}
+
+TEST(DirectPlay, TenBitsNeedAClientThatNamesThem) {
+  Film film("/films/a.mp4", "mov,mp4", "av1", "aac");
+  film.SetPixels("yuv420p10le");
+  EXPECT_FALSE(JudgeDirect(film, Client{kChrome, "", {"av01.0.08M.08"}}).fits);
+  EXPECT_TRUE(JudgeDirect(film, Client{kChrome, "", {"av01.0.08M.10"}}).fits);
+}
+
+TEST(DirectPlay, ACoverHasNoSayInWhatPlays) {
+  Film film("/music/a.flac", "flac", "mjpeg", "flac");
+  film.SetPixels("yuvj444p");
+  film.BeMusic();
+  const DirectVerdict verdict = JudgeDirect(film, Client{kChrome, "", {}});
+  EXPECT_TRUE(verdict.fits) << verdict.why;
+  EXPECT_EQ(verdict.contentType, "audio/flac");
+  EXPECT_FALSE(JudgeDirect(film, Client{"curl/8.0", "", {}}).fits);
+}
+
+TEST(DirectPlay, WithoutPicturesAndSoundNothingFits) {
+  EXPECT_FALSE(JudgeDirect(LibOrvoQMX::VideoMetaData(), Client{"VLC/3.0.20", "", {}}).fits);
 }
 
 }  // namespace

@@ -49,6 +49,37 @@ TEST(Profiles, CopyATurnedPictureOnlyWhereTheContainerTellsIt) {
   }
 }
 
+// Music, with a cover unless `width` is 0.
+class Music : public LibOrvoQMX::VideoMetaData {
+ public:
+  explicit Music(unsigned width) {
+    m_loaded = true;
+    Json::Value& tracks = m_document["track_info"];
+    tracks["audio"][0]["codec_raw"] = "flac";
+    Json::Value& video = tracks["video"] = Json::Value(Json::arrayValue);
+    if (width > 0) {
+      video[0]["codec"] = video[0]["codec_raw"] = "mjpeg";
+      video[0]["attached_pic"] = true;
+      video[0]["resolutionx"] = video[0]["resolutiony"] = width;
+    }
+  }
+};
+
+TEST(Profiles, MakeByteStreamsOfMusicWithACover) {
+  const Profile mp4{"http_mp4_480p", "-vcodec libx264 -s hd480 -acodec aac -f mp4"};
+  const Profile webm{"webm_480p", "-vcodec libvpx -s hd480 -acodec libmp3lame -f matroska"};
+  for (const Profile& profile : {mp4, webm}) {
+    EXPECT_EQ(Judge(profile, Music(500)).method, "transcode") << profile.key;
+    EXPECT_EQ(Judge(profile, Music(0)).method, "refused") << profile.key;
+  }
+  const Profile smooth{"smoothstreaming_240p", "-vcodec libx264 -s 240 -acodec aac"};
+  for (const Profile& profile : {kHlsTranscode, kMp4Remux, smooth}) {
+    const Verdict verdict = Judge(profile, Music(500));
+    EXPECT_EQ(verdict.refusal, "TransVideoNotSupported") << profile.key;
+    EXPECT_NE(verdict.why.find("music"), std::string::npos) << verdict.why;
+  }
+}
+
 TEST(Profiles, CopyAnUprightPictureAnywhere) {
   for (const int degrees : {0, 360}) {
     for (const Profile& profile : {kHlsRemux, kTsRemux, kMp4Remux}) {

@@ -179,23 +179,38 @@ TEST(Formats, AreRecognisedByTheirEndingsInAnyCase) {
   EXPECT_EQ(webapi::ParserFor(""), nullptr);
 }
 
-// What takes time with the square of its size does not end within this test's bound.
-TEST(Formats, HostileFilesAreReadToTheirEnd) {
-  const auto repeated = [](const std::string& piece) {
-    std::string text = "1\n00:00:01,000 --> 00:00:02,000\n<SYNC Start=1><P>";
-    text += "[Events]\nDialogue: 0,0:00:01.00,0:00:02.00,Default,,0,0,0,,";
-    while (text.size() < 256 << 10) {
-      text += piece;
+TEST(Formats, ATrackHasAnEnd) {
+  const auto repeated = [](const std::string& head, const std::string& cue) {
+    std::string file = head;
+    for (size_t i = 0; i < webapi::kMostCues + 1000; ++i) {
+      file += cue + std::to_string(i) + "\n";
     }
-    return text;
+    return file;
   };
-  for (const char* piece : {"{", "{\\", "<", "&", "<!--", "<sync", "<sync start", "<p", "{\\t(",
-                            "\\", "<b>", "\n", "00:00:01,000 --> ", "&#", "1:"}) {
-    const std::string file = repeated(piece);
-    for (const char* ending : {"srt", "ass", "smi"}) {
-      EXPECT_LE(webapi::ParserFor(ending)(file).size(), file.size()) << piece;
-    }
+  const std::string srt = repeated("", "0:0 --> 0:9\n");
+  const std::string ass = repeated("[Events]\nFormat: Start, End, Text\n", "Dialogue: 0:0,0:9,");
+  const std::string smi = repeated("", "<sync start=1><p>");
+  const std::string vtt = repeated("", "\n0:0 --> 0:9\n");
+  for (const size_t count : {webapi::ParseSrt(srt).size(), webapi::ParseScript(ass).size(),
+                             webapi::ParseSami(smi).size(), webapi::ParseWebVtt(vtt).size()}) {
+    EXPECT_LE(count, webapi::kMostCues);
   }
+  EXPECT_GE(webapi::ParseScript(ass).size(), webapi::kMostCues - 1);
+}
+
+TEST(Formats, AColumnThatARowLacksIsEmpty) {
+  const auto cues = webapi::ParseScript(
+      "[Events]\nFormat: Start, End, Start, Nobody, Text, Style\n"
+      "Dialogue: 0:00:01.00,0:00:02.00,0:00:05.00,x, seen ,Default, with a comma\n"
+      "Dialogue: 0:00:03.00,0:00:04.00\n");
+  ASSERT_EQ(cues.size(), 1u);
+  EXPECT_EQ(cues[0].start, 1000);
+  EXPECT_EQ(cues[0].text, "seen");
+}
+
+TEST(Formats, BracesBelongToTheNextClosingBrace) {
+  EXPECT_EQ(Plain("{{\\i1}a}{b}c"), "<i>a}c</i>");
+  EXPECT_EQ(Plain("{" + std::string(5000, 'x') + "}{\\i1}"), "{" + std::string(5000, 'x') + "}");
 }
 
 }  // namespace

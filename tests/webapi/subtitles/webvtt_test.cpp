@@ -102,6 +102,9 @@ TEST(WebVtt, TimesAreReadInAllCommonForms) {
            Row{"word", -1, "word"},
            Row{"12", -1, "12"},
            Row{"12:", -1, "12:"},
+           Row{"-1:02", -1, "-1:02"},
+           Row{"1000000000:02", -1, "1000000000:02"},
+           Row{"99999999999999999999:02", -1, "99999999999999999999:02"},
        }) {
     std::string_view text = row.text;
     EXPECT_EQ(webapi::TakeTime(text), row.time) << row.text;
@@ -146,6 +149,17 @@ TEST(CueText, NoLineIsEmpty) {
   text.Break();
   EXPECT_EQ(text.Lines(), 2);
   EXPECT_EQ(text.Finish(), "one\ntwo");
+}
+
+TEST(CueText, ALongTextEndsAtAWholeCharacter) {
+  CueText text;
+  text.Put("x");
+  for (size_t i = 0; i < CueText::kLongest; ++i) {
+    text.Put("\xc3\xa9");
+  }
+  const std::string kept = text.Finish();
+  EXPECT_EQ(kept.size(), CueText::kLongest + 1);
+  EXPECT_EQ(kept.substr(kept.size() - 2), "\xc3\xa9");
 }
 
 TEST(CueText, ControlCharactersAreLeftOut) {

@@ -5,109 +5,18 @@ a high dynamic range becomes a standard one, and a turned film is upright.
 Usage: pictures_test.py TRANSCODER PROFILES [TEST...]
 """
 import collections
-import concurrent.futures
 import itertools
 import json
-import os
-import pathlib
-import shutil
-import subprocess
-import sys
-import tempfile
-import unittest
 
-from fragments import Run, annex_b, make, sized
-
-TRANSCODER = PROFILES = ""
-WORKERS = 2
-KEYS = {
-    "mp4": "http_mp4_240p_vb300_ab96",
-    "ts": "http_ts_240p_vb300_ab96",
-    "wmv": "http_wmv_480p_vb1200_ab128",
-    "remux": "http_mp4_remux",
-    "hls": "hls_480p_vb1200_ab128",
-    "webm": "webm_240p_vb300_ab96",
-    "smooth": "smoothstreaming_240p_x264_vb320_vf15_aac_ab40",
-}
-SMOOTH_SIZE = "320x240"
-
-Picture = collections.namedtuple("Picture", "width height shape luma")  # shape of a pixel, bytes
-
-
-def arguments_of(kind):
-    return json.loads(pathlib.Path(PROFILES, "x86_2.json").read_text())[KEYS[kind]]
-
-
-def output(command):
-    return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=True).stdout
-
-
-def transcode(kind, film, folder, extra=()):
-    """The stream's beginning as a file, made the way the library does it."""
-    folder.mkdir()
-    if kind == "smooth":
-        return first_fragment(film, folder)
-    start = ["-ss", "0.000", *(["-copyts"] if kind in ("mp4", "ts", "remux") else [])]
-    words = arguments_of(kind).split(" ")
-    if kind == "hls":
-        name, cut = "slice-%05d.ts", ["-hls_seek_time", "0", "-segment_time", "5", "-segment_start_number", "0"]
-    else:
-        name, cut = "stream", ["-webm_seek_time", "0"] if kind == "webm" else []
-    output([TRANSCODER, *start, "-i", film, *words, *extra, *cut, folder / name])
-    return next(path for path in (folder / "slice-00000.ts", folder / "stream") if path.exists())
-
-
-def first_fragment(film, folder):
-    words = sized(arguments_of("smooth"), SMOOTH_SIZE)
-    run = Run(TRANSCODER, film, folder / "run", words).finish()
-    run.process.stderr.close()
-    path = folder / "pictures.h264"
-    path.write_bytes(annex_b(run.fragments()["video", 0].samples))
-    return path
-
-
-def pixel_shape(stream):
-    text = stream.get("sample_aspect_ratio", "1:1")
-    width, height = (int(part) for part in text.split(":"))
-    return width / height if width and height else 1
-
-
-def first_picture(path):
-    shown = "stream=width,height,sample_aspect_ratio"
-    text = output(["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", shown, "-of", "json", path])
-    stream = json.loads(text)["streams"][0]
-    luma = output(["ffmpeg", "-v", "error", "-i", path, "-map", "0:v", "-frames:v", "1", "-pix_fmt", "gray", "-f",
-                   "rawvideo", "-"])
-    return Picture(stream["width"], stream["height"], pixel_shape(stream), luma)
-
+from streams import StreamTest, first_picture, main, make, output, roundness, spot
 
 # --- Shape ---
-
-BRIGHT = bytes(1 if level > 127 else 0 for level in range(256))
-
-
-def spread(counts):
-    """The standard deviation of places, of which each is counted so often."""
-    total = sum(counts)
-    middle = sum(place * count for place, count in enumerate(counts)) / total
-    return (sum((place - middle) ** 2 * count for place, count in enumerate(counts)) / total) ** 0.5
-
-
-def roundness(picture):
-    """How much wider than high the bright spot is shown."""
-    bright = picture.luma.translate(BRIGHT)
-    columns = [sum(bright[x::picture.width]) for x in range(picture.width)]
-    rows = [sum(bright[y * picture.width:(y + 1) * picture.width]) for y in range(picture.height)]
-    return spread(columns) * picture.shape / spread(rows)
 
 
 def circle(size, shape):
     """A film of a circle. Its pixels are `shape` times as wide as high; None: it does not say."""
-    width, height = (int(side) for side in size.split("x"))
-    pixel = shape or 1
-    radius = 0.4 * min(width * pixel, height)
-    spot = f"geq=lum='if(lt(hypot((X-W/2)*{pixel},Y-H/2),{radius}),235,16)':cb=128:cr=128"
-    return ["-f", "lavfi", "-i", f"nullsrc=s={size}:r=5:d=0.4,format=yuv420p,{spot},setsar={shape or 0}:max=1000",
+    source = f"nullsrc=s={size}:r=5:d=0.4,format=yuv420p,{spot(size, shape or 1)},setsar={shape or 0}:max=1000"
+    return ["-f", "lavfi", "-i", source,
             "-f", "lavfi", "-i", "sine=440:r=48000:d=0.4", "-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac"]
 
 
@@ -221,23 +130,9 @@ def level(picture):
     return sum(picture.luma) / len(picture.luma)
 
 
-class Pictures(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = pathlib.Path(tempfile.mkdtemp())
-        os.environ["ORVO_SYSROOT"] = str(cls.folder)
-        cls.counter = itertools.count()
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.folder)
-
+class Pictures(StreamTest):
     def begin(self, kind, film, extra=()):
-        return first_picture(transcode(kind, film, self.folder / f"run{next(self.counter)}", extra))
-
-    def judge(self, check, cases):
-        with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
-            self.assertEqual([found for found in pool.map(check, cases) if found], [])
+        return first_picture(self.stream(kind, film, extra=extra))
 
     def test_a_circle_stays_a_circle(self):
         films = {shape.name: make(self.folder / shape.name, *circle(shape.size, shape.pixel)) for shape in SHAPES}
@@ -272,7 +167,7 @@ class Pictures(unittest.TestCase):
         def check(case):
             kind, turn = case
             shown = bright_corner(films[turn])
-            found = bright_corner(transcode(kind, films[turn], self.folder / f"run{next(self.counter)}"))
+            found = bright_corner(self.stream(kind, films[turn]))
             return None if found == shown else f"{kind} {turn}: {found}, not {shown}"
 
         self.assertEqual({turn: bright_corner(film) for turn, film in films.items()}, BRIGHT_CORNER)
@@ -283,12 +178,11 @@ class Pictures(unittest.TestCase):
 
         def check(case):
             kind, name = case
-            path = transcode(kind, films[name], self.folder / f"run{next(self.counter)}")
+            path = self.stream(kind, films[name])
             return [f"{kind} {name}: {fault}" for fault in tone_faults(path, kind)]
 
         self.judge(check, itertools.product(ENCODING, films))
 
 
 if __name__ == "__main__":
-    TRANSCODER, PROFILES = sys.argv.pop(1), sys.argv.pop(1)
-    unittest.main()
+    main()

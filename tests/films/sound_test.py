@@ -5,40 +5,19 @@ viewer wishes is kept.
 Usage: sound_test.py TRANSCODER PROFILES [TEST...]
 """
 import array
-import concurrent.futures
 import itertools
-import json
 import math
 import os
-import pathlib
-import shutil
-import subprocess
-import sys
-import tempfile
-import unittest
 
-from fragments import Run, adts, make, sized
+from streams import KEYS, StreamTest, decoded, main, make, probe
 
-TRANSCODER = PROFILES = ""
-WORKERS = 2
-KEYS = {
-    "mp4": "http_mp4_240p_vb300_ab96",
-    "wmv": "http_wmv_480p_vb1200_ab128",
-    "remux": "http_mp4_remux",
-    "hls": "hls_240p_vb300_ab96",
-    "webm": "webm_240p_vb300_ab96",
-    "smooth": "smoothstreaming_240p_x264_vb320_vf15_aac_ab40",
-}
+KINDS = [kind for kind in KEYS if kind != "ts"]  # its sound is made like that of MP4
 PICTURE = ["-f", "lavfi", "-i", "color=s=64x48:r=5"]
 SECONDS = 3
 RATE = 48000
 # The film's codecs: samples of AC-3 have a point, those of FLAC are whole numbers, and AAC holds eight channels.
 FILMS = {"5.1 ac3": ("5.1(side)", "ac3"), "5.1 flac": ("5.1", "flac"), "7.1 aac": ("7.1", "aac")}
 LEVEL = 0.25  # of a tone
-
-
-def output(command):
-    return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=True).stdout
 
 
 def film(path, sound, codec):
@@ -52,31 +31,13 @@ def tones(layout, channels):
     return f"aevalsrc={LEVEL}*sin(2000*PI*t):s={RATE},pan={layout}|{kept}"
 
 
-def transcode(kind, path, folder, wish=""):
-    folder.mkdir()
-    words = json.loads(pathlib.Path(PROFILES, "x86_2.json").read_text())[KEYS[kind]].split(" ")
-    words += ["-sound", wish] if wish else []
-    if kind == "smooth":
-        run = Run(TRANSCODER, path, folder / "run", sized(" ".join(words), "64x48")).finish()
-        run.process.stderr.close()
-        (folder / "stream").write_bytes(adts(run.fragments()["audio", 0].samples))
-        return folder / "stream"
-    name, cut = "stream", []
-    if kind == "hls":
-        name, cut = "slice-%05d.ts", ["-hls_seek_time", "0", "-segment_time", "5", "-segment_start_number", "0"]
-    output([TRANSCODER, "-ss", "0.000", "-i", path, *words, *cut, folder / name])
-    return next(found for found in (folder / "slice-00000.ts", folder / "stream") if found.exists())
-
-
 def channels(path):
-    text = output(["ffprobe", "-v", "error", "-select_streams", "a", "-show_entries", "stream=channels", "-of", "json",
-                   path])
-    return json.loads(text)["streams"][0]["channels"]
+    return probe(path, "channels", "a")["channels"]
 
 
 def samples(path):
     """Both channels, one after the other."""
-    raw = output(["ffmpeg", "-v", "error", "-i", path, "-map", "0:a", "-ac", "2", "-f", "f32le", "-"])
+    raw = decoded(path, "-map", "0:a", "-ac", "2", "-f", "f32le")
     values = array.array("f", raw)
     return values[0::2], values[1::2]
 
@@ -90,23 +51,9 @@ def second(values, number):
     return values[int((number + 0.3) * RATE):int((number + 0.8) * RATE)]
 
 
-class Sound(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = pathlib.Path(tempfile.mkdtemp())
-        os.environ["ORVO_SYSROOT"] = str(cls.folder)
-        cls.counter = itertools.count()
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.folder)
-
-    def stream(self, kind, path, wish=""):
-        return transcode(kind, path, self.folder / f"run{next(self.counter)}", wish)
-
-    def judge(self, check, cases):
-        with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
-            self.assertEqual([found for found in pool.map(check, cases) if found], [])
+class Sound(StreamTest):
+    def listen(self, kind, path, wish=""):
+        return self.stream(kind, path, extra=["-sound", wish] if wish else [], track="audio")
 
     def film(self, name, sound, codec):
         path = self.folder / f"{name}.mkv"
@@ -117,43 +64,42 @@ class Sound(unittest.TestCase):
             kind, (name, (layout, codec)) = case
             wanted = 20 * math.log10(LEVEL / 2)  # the power of a sine is half of its peak's, and so is -3 dB
             center = self.film(f"{name} center {kind}", tones(layout, ["FC"]), codec)
-            found = [decibels(second(side, 1)) for side in samples(self.stream(kind, center))]
+            found = [decibels(second(side, 1)) for side in samples(self.listen(kind, center))]
             return None if all(abs(level - wanted) < 1 for level in found) else f"{kind} {name}: {found}, not {wanted}"
 
-        self.judge(check, itertools.product(KEYS, FILMS.items()))
+        self.judge(check, itertools.product(KINDS, FILMS.items()))
 
     def test_all_channels_together_do_not_clip(self):
         loud = f"aevalsrc=0.9*sin(2000*PI*t):s={RATE},pan=5.1|FL=c0|FR=c0|FC=c0|BL=c0|BR=c0"
         path = self.film("loud", loud, "flac")
 
         def check(kind):
-            left = second(samples(self.stream(kind, path))[0], 1)
+            left = second(samples(self.listen(kind, path))[0], 1)
             clipped = sum(1 for value in left if abs(value) > 1.12)
             # A sine that is cut off at its top has more power than one that reaches it.
             return None if clipped == 0 and decibels(left) < -2.2 else f"{kind}: {clipped} {decibels(left)}"
 
-        self.judge(check, KEYS)
+        self.judge(check, KINDS)
 
     def test_loud_places_come_near_speech_at_night(self):
         noise = f"anoisesrc=r={RATE}:a=0.6:seed=3,lowpass=f=6000,volume='if(between(t,1,2),1,0.1)':eval=frame"
         path = self.film("loud places", noise, "flac")
 
         def distance(kind, wish):
-            left = samples(self.stream(kind, path, wish))[0]
+            left = samples(self.listen(kind, path, wish))[0]
             return decibels(second(left, 1)) - decibels(second(left, 0))
 
         def check(kind):
             usual, night = distance(kind, ""), distance(kind, "night")
             return None if usual > 18 and 2 < night < 8 else f"{kind}: {usual} dB, at night {night} dB"
 
-        self.judge(check, KEYS)
+        self.judge(check, KINDS)
 
     def test_the_channels_of_the_film_are_kept_where_the_stream_can_hold_them(self):
         path = self.film("original", tones("5.1", ["FC"]), "flac")
-        found = {kind: channels(self.stream(kind, path, "original")) for kind in KEYS}
+        found = {kind: channels(self.listen(kind, path, "original")) for kind in KINDS}
         self.assertEqual(found, {"mp4": 6, "wmv": 2, "remux": 6, "hls": 6, "webm": 2, "smooth": 2})
 
 
 if __name__ == "__main__":
-    TRANSCODER, PROFILES = sys.argv.pop(1), sys.argv.pop(1)
-    unittest.main()
+    main()

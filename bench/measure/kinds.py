@@ -1,0 +1,158 @@
+"""Each kind of stream: how long a viewer waits for its first bytes, against FFmpeg alone doing the same."""
+import concurrent.futures
+import subprocess
+import time
+
+from . import media
+from .figures import Figure, interleaved, milliseconds
+
+ALONE = ["nice", "-n", "10", "ffmpeg", "-nostdin", "-v", "error"]
+QUIET = {"stdin": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+FIRST_BYTES = 65536
+TRANSCODE = "hls_720p_vb2500_ab128"
+SMOOTH = "smoothstreaming_hd720_x264_vb1500_vf15_aac_ab128"
+SEEK_SECONDS = 200  # far from where any transcoder of the first segment gets to
+
+
+def profile(system, key, size=None):
+    words = system.profiles[key].split()
+    if size:
+        words[words.index("-s") + 1] = size
+    return words
+
+
+def alone(film, arguments, start, length, form):
+    """FFmpeg makes one piece of the film and ends."""
+    begun = time.monotonic()
+    subprocess.run([*ALONE, "-ss", str(start), "-i", film, *arguments, "-t", str(length), "-map", "0:v", "-map", "0:a",
+                    *form, "pipe:1"], check=True, stdout=subprocess.DEVNULL, **QUIET)
+    return milliseconds(begun)
+
+
+def first_bytes_alone(film, arguments, start):
+    begun = time.monotonic()
+    process = subprocess.Popen([*ALONE, "-ss", str(start), "-i", film, *arguments, "pipe:1"], stdout=subprocess.PIPE,
+                               **QUIET)
+    process.stdout.read(FIRST_BYTES)
+    took = milliseconds(begun)
+    process.kill()
+    process.wait()
+    process.stdout.close()
+    return took
+
+
+def waits(system, film, kind, key, fetch, second):
+    """(from `open` to the last byte, from the request to the last byte, the same after a seek)"""
+    begun = time.monotonic()
+    stream = system.open(film, kind, key)
+    asked = time.monotonic()
+    fetch(stream, 0)
+    first = milliseconds(begun), milliseconds(asked)
+    begun = time.monotonic()
+    fetch(stream, second)
+    sought = milliseconds(begun)
+    system.close(stream)
+    return *first, sought
+
+
+def compare(system, name, film, kind, key, fetch, floor, bounds):
+    """Yields three figures. `floor` takes a second of the film; `bounds` are ratios."""
+    once = []
+
+    def ours():
+        once[:] = waits(system, film, kind, key, fetch, SEEK_SECONDS)
+        return once[1]
+
+    opened, first, sought, first_floor, sought_floor = interleaved(
+        system.rounds, *in_turn(ours, once), lambda: floor(0), lambda: floor(SEEK_SECONDS))
+    yield Figure(f"{name}, first", first, floor=first_floor, floor_name="FFmpeg alone", bound=bounds[0],
+                 bounds_ratio=True)
+    yield Figure(f"{name}, after a seek", sought, floor=sought_floor, floor_name="FFmpeg alone", bound=bounds[1],
+                 bounds_ratio=True)
+    yield Figure(f"{name}, first, with open", opened, floor=first_floor, floor_name="FFmpeg alone")
+
+
+def in_turn(ours, once):
+    """One run measures three times; interleaved() takes them from three actions."""
+    def opened():
+        ours()
+        return once[0]
+
+    return opened, lambda: once[1], lambda: once[2]
+
+
+def hls_segments(system, film, key, length, bounds):
+    def fetch(stream, second):
+        number = second // length
+        system.get(segment_address(system, stream, number))
+
+    arguments = profile(system, key)
+    yield from compare(system, key, film, "hls", key, fetch,
+                       lambda second: alone(film, arguments, second // length * length, length, ["-f", "mpegts"]),
+                       bounds)
+
+
+def segment_address(system, stream, number):
+    return f"{stream['address']}&fragment_id={number}"
+
+
+def hls(system):
+    """A complete HLS segment, copied and converted: first, and after a seek."""
+    film = media.film()
+    system.serve(film.parent)
+    yield from hls_segments(system, film, "hls_remux", 8, (0.6, 0.7))
+    yield from hls_segments(system, film, TRANSCODE, 5, (0.85, 0.9))
+
+
+def smooth(system):
+    """A pair of Smooth Streaming fragments: first, and after a seek."""
+    film = media.film()
+    system.serve(film.parent)
+    rates = {"video": 1500000, "audio": 128000}
+
+    def fetch(stream, second):
+        """Both at once, as players do."""
+        pieces = [f"QualityLevels({rate})/Fragments({track}={second * 10_000_000})" for track, rate in rates.items()]
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            list(pool.map(lambda piece: system.get(f"{stream['address']}&fragment_id={piece}"), pieces))
+
+    arguments = profile(system, SMOOTH, "1270x720")
+    form = ["-movflags", "frag_keyframe+empty_moov", "-f", "mp4"]
+    yield from compare(system, "fragments, 720p", film, "ss", SMOOTH, fetch,
+                       lambda second: alone(film, arguments, second, 5, form), (0.9, 0.9))
+
+
+def first_bytes(system, kind, keys):
+    film = media.film()
+    system.serve(film.parent)
+    for key, size in keys.items():
+        arguments = profile(system, key, size)
+
+        def fetch(stream, second):
+            system.get(f"{stream['address']}&start={second}", FIRST_BYTES)
+
+        yield from compare(system, key, film, kind, key, fetch,
+                           lambda second: first_bytes_alone(film, arguments, second), (0.9, 0.9))
+
+
+def webm(system):
+    """The first 64 KiB of a live WebM stream, against FFmpeg alone."""
+    yield from first_bytes(system, "webm", {"webm_720p_vb2500_ab128": None, "webm_vp9_720p_vb2500_ab128": None})
+
+
+def progressive(system):
+    """The first 64 KiB of a progressive stream, copied and converted, against FFmpeg alone."""
+    yield from first_bytes(system, "http", {"http_ts_remux": None, "http_ts_720p_vb2500_ab128": "1280x720"})
+
+
+def cmaf(system):
+    """The first segment of a CMAF presentation, where the service offers that kind."""
+    film = media.film()
+    system.serve(film.parent)
+    try:
+        stream = system.open(film, "cmaf")
+    except RuntimeError:
+        print("cmaf         this build does not offer this kind", flush=True)
+        return []
+    system.close(stream)
+    return []

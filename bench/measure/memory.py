@@ -1,0 +1,65 @@
+"""What streams cost while they run, and while nobody plays them."""
+import os
+
+from . import media
+from .figures import Figure, interleaved, timed
+from .system import private_kilobytes
+
+IDLE = 200
+SERVICE = ("mirevo-serve", "lighttpd", "mirevo-analyze", "mirevo\0serve")
+
+
+def of_stream(system):
+    """{pid: command line} of the processes that belong to no part of the service."""
+    return {pid: command for pid, command in system.processes().items()
+            if not any(name in command for name in SERVICE)}
+
+
+def is_ffmpeg(pid):
+    return os.path.basename(os.readlink(f"/proc/{pid}/exe")) == "ffmpeg" and "/target/" not in os.readlink(
+        f"/proc/{pid}/exe")
+
+
+def beside_ffmpeg(system):
+    """The private memory of a running HLS conversion, beside FFmpeg's own."""
+    film = media.film()
+    system.serve(film.parent)
+    stream = system.open(film, "hls", "hls_720p_vb2500_ab128")
+    system.get(f"{stream['address']}&fragment_id=0")
+    sizes = {True: 0, False: 0}
+    for pid in of_stream(system):
+        sizes[is_ffmpeg(pid)] += private_kilobytes(pid) / 1024
+    system.close(stream)
+    yield Figure("HLS conversion, beside FFmpeg", sizes[False], unit="MiB", floor=sizes[True],
+                 floor_name="FFmpeg's private memory", bound=1)
+
+
+def size_of(folder):
+    return sum(os.lstat(os.path.join(place, name)).st_size for place, _, names in os.walk(folder) for name in names)
+
+
+def idle_streams(system):
+    """200 opened streams that nobody plays: processes, files, and what they cost others."""
+    film = media.film()
+    system.serve(film.parent)
+
+    def nothing():
+        return timed(lambda: system.call("Auth", method="who"))
+
+    def open_one():
+        streams.append(system.open(film, "hls", "hls_remux"))
+
+    streams = []
+    open_one()
+    (alone,) = interleaved(system.rounds, lambda: timed(open_one))
+    (quiet,) = interleaved(system.rounds, nothing)
+    while len(streams) < IDLE:
+        open_one()
+    system.wait_until(lambda: not of_stream(system))
+    yield Figure(f"{IDLE} streams, processes", len(of_stream(system)), unit="", bound=0)
+    kilobytes = (size_of(system.root / "tmp") + size_of(system.root / "volume1")) / 1024 / len(streams)
+    yield Figure("files of one stream", kilobytes, unit="KiB")
+    (opened,) = interleaved(system.rounds, lambda: timed(open_one))
+    (answer,) = interleaved(system.rounds, nothing)
+    yield Figure(f"open beside {IDLE} streams", opened, floor=alone, floor_name="beside none")
+    yield Figure(f"a request beside {IDLE} streams", answer, floor=quiet, floor_name="beside none")

@@ -1,0 +1,25 @@
+"""The page in headless Chromium: from the click to the first picture."""
+import json
+import subprocess
+
+from . import HERE, media
+from .figures import Figure
+
+BOUNDS = {"copy": 800, "transcode": 1200}
+
+
+def first_frames(system):
+    """The page in Chromium: click and seek to the first picture in HLS, against the same film without conversion."""
+    film, old = media.film(), media.old_film()
+    system.serve(film.parent)
+    subprocess.run([HERE / "tools/fetch-modules", "tests/service"], check=True)
+    question = {"address": f"http://{system.address}", "rounds": system.rounds,
+                "films": {"copy": str(film), "transcode": str(old)}}
+    run = subprocess.run(["node", HERE / "bench/page.mjs", json.dumps(question)], check=True, text=True,
+                         stdout=subprocess.PIPE)
+    medians = json.loads(run.stdout)
+    floors = medians.pop("direct")
+    for kind, found in medians.items():
+        for what, bound in (("click", BOUNDS[kind]), ("seek", None)):
+            yield Figure(f"{what} to first picture, {kind}", found[what], floor=floors[what],
+                         floor_name="the file itself, same page", bound=bound)

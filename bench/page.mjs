@@ -1,0 +1,68 @@
+// For bench/run: the time from a click, or a seek, to the first picture on the page. Prints medians as JSON.
+import { encode, launch } from '../tests/service/page.mjs';
+
+const { address, rounds, films } = JSON.parse(process.argv[2]);
+const SEEK_PART = 0.6; // of the film; far from what is loaded
+
+const median = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
+
+// Follows a link to the player, as a click does, and waits for the first picture that the browser shows.
+const click = (page, target) =>
+  page.evaluate(
+    (hash) =>
+      new Promise((resolve) => {
+        const video = document.getElementById('video');
+        const begun = performance.now();
+        video.requestVideoFrameCallback((now) => resolve(now - begun));
+        window.location.hash = hash;
+      }),
+    target,
+  );
+
+const seek = (page, part) =>
+  page.evaluate(
+    (to) =>
+      new Promise((resolve) => {
+        const video = document.getElementById('video');
+        const position = document.getElementById('position');
+        const second = Math.floor(Number(position.max) * to);
+        const begun = performance.now();
+        const look = (now, { mediaTime }) => {
+          if (video.currentTime >= second - 1 && mediaTime > 0 && !video.seeking) resolve(now - begun);
+          else video.requestVideoFrameCallback(look);
+        };
+        video.requestVideoFrameCallback(look);
+        position.value = String(second);
+        position.dispatchEvent(new Event('change'));
+      }),
+    part,
+  );
+
+async function measure(browser, film, kind) {
+  const context = await browser.newContext();
+  const page = await context.newPage();
+  page.setDefaultTimeout(60_000);
+  await page.goto(`${address}/#/film${encode(film)}`);
+  await page.locator('a[href^="#/play"]').first().waitFor();
+  const result = { click: await click(page, `#/play${encode(film)}?t=0&kind=${kind}`) };
+  result.seek = await seek(page, SEEK_PART);
+  await page.goto('about:blank');
+  await context.close();
+  return result;
+}
+
+const browser = await launch();
+const cases = { direct: [films.copy, 'direct'], copy: [films.copy, 'hls'], transcode: [films.transcode, 'hls'] };
+const samples = Object.fromEntries(Object.keys(cases).map((name) => [name, []]));
+for (let round = -1; round < rounds; ++round) {
+  for (const [name, [film, kind]] of Object.entries(cases)) {
+    const sample = await measure(browser, film, kind);
+    if (round >= 0) samples[name].push(sample); // the first round warms up
+  }
+}
+await browser.close();
+const medians = Object.entries(samples).map(([name, list]) => [
+  name,
+  { click: median(list.map((sample) => sample.click)), seek: median(list.map((sample) => sample.seek)) },
+]);
+process.stdout.write(JSON.stringify(Object.fromEntries(medians)));

@@ -1,0 +1,120 @@
+#include "serve/keeper.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <optional>
+
+#include "platform/children.h"
+#include "platform/io.h"
+#include "platform/process_launch.h"
+#include "policy/registry_sweep.h"
+
+namespace serve {
+namespace {
+
+// The web server ends at once. A monitor may take four seconds to end its transcoder.
+constexpr int kWebServerMilliseconds = 3000;
+constexpr int kOthersMilliseconds = 4500;
+constexpr int kSweepAgainMilliseconds = 500;
+// Only the parent of a stopped process is told, so the keeper looks at the processes below its
+// children this often.
+constexpr int kLookMilliseconds = 2000;
+
+orvo::UniqueFd Signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGCHLD);
+  return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+bool HasEvent(const pollfd& event) {
+  return event.revents != 0;
+}
+
+// Reaps the processes that have ended. Before that, their numbers cannot belong to other processes,
+// so the register loses exactly their entries. Returns false if the register was in use.
+bool Reap() {
+  const bool isTrue = LibMirevo::StrikeDeadTranscoders();
+  orvo::ReapChildren();
+  return isTrue;
+}
+
+// Returns when the web server or the service has ended, or on SIGTERM.
+void KeepUntilEnd(const orvo::Process& web, const orvo::Process& service, int signals) {
+  for (;;) {
+    orvo::ContinueDescendants();
+    const bool isTrue = Reap();
+    pollfd events[] = {{signals, POLLIN, 0},
+                       {web.Descriptor().Get(), POLLIN, 0},
+                       {service.Descriptor().Get(), POLLIN, 0}};
+    if (poll(events, 3, isTrue ? kLookMilliseconds : kSweepAgainMilliseconds) < 0) {
+      continue;
+    }
+    signalfd_siginfo received{};
+    const bool isTold = HasEvent(events[0]) &&
+                        read(signals, &received, sizeof received) == sizeof received &&
+                        received.ssi_signo == SIGTERM;
+    if (isTold || HasEvent(events[1]) || HasEvent(events[2])) {
+      return;
+    }
+  }
+}
+
+int Keep(const WebServer& server, Belongings& belongings, const orvo::Process& service,
+         orvo::UniqueFd& report) {
+  orvo::AdoptOrphans();
+  const orvo::UniqueFd signals = Signals();
+  orvo::Process web = Start(server, belongings.sockets);
+  const int failure = web ? 0 : errno;
+  belongings = Belongings();
+  orvo::WriteAll(report.Get(), {reinterpret_cast<const char*>(&failure), sizeof failure});
+  report.Reset();
+  if (!web) {
+    return 1;
+  }
+  KeepUntilEnd(web, service, signals.Get());
+  if (service.HasEndedWithin(0)) {
+    orvo::EndChildren(kOthersMilliseconds);
+  }
+  web.End(SIGTERM, kWebServerMilliseconds);
+  LibMirevo::StrikeDeadTranscoders();
+  return 0;
+}
+
+// The keeper's report about the web server's start: 0 or an errno.
+int ReadReport(const orvo::UniqueFd& report) {
+  int failure = EIO;
+  return read(report.Get(), &failure, sizeof failure) == sizeof failure ? failure : EIO;
+}
+
+}  // namespace
+
+orvo::Process StartKeeper(const WebServer& server, Belongings& belongings) {
+  const orvo::Process service = orvo::Process::Open(getpid());
+  orvo::UniqueFd readEnd;
+  orvo::UniqueFd writeEnd;
+  if (!service || !orvo::OpenPipe(readEnd, writeEnd)) {
+    return {};
+  }
+  orvo::LaunchOptions options;
+  options.group = orvo::ProcessGroup::kSession;  // the terminal's signals are for the service
+  options.streams = orvo::StandardStreams::kKept;
+  options.blocked = {SIGTERM, SIGCHLD};
+  orvo::Process keeper = orvo::Fork(
+      [&] {
+        readEnd.Reset();
+        return Keep(server, belongings, service, writeEnd);
+      },
+      options);
+  writeEnd.Reset();
+  belongings.sockets.clear();
+  errno = keeper ? ReadReport(readEnd) : errno;
+  return errno == 0 ? std::move(keeper) : orvo::Process();
+}
+
+}  // namespace serve
