@@ -32,6 +32,8 @@
 #include "serve/web_server.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/private_folder.h"
+#include "util/state_roots.h"
 #include "util/system_files.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
@@ -331,6 +333,21 @@ std::vector<std::string> SendFolders() {
   return folders;
 }
 
+// No other user can put anything into a folder that exists and is closed.
+int PrepareState() {
+  const std::string problem = orvo::StateProblem();
+  if (!problem.empty()) {
+    std::cerr << problem << "\n";
+    return EX_NOPERM;
+  }
+  const std::string streams = orvo::SystemPath("/tmp/Mirevo");
+  if (!orvo::MakePrivateFolder(streams)) {
+    std::cerr << "cannot make the folder " << streams << "\n";
+    return EX_CANTCREAT;
+  }
+  return 0;
+}
+
 }  // namespace
 
 bool IsHost(const std::string& text) {
@@ -351,6 +368,9 @@ int Serve(const Options& options) {
   std::vector<Endpoint> endpoints = EndpointsOf(options);
   if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key)) {
     return 1;
+  }
+  if (const int refused = PrepareState(); refused != 0) {
+    return refused;
   }
   if (const int refused = MakeOwnFolder(state); refused != 0) {
     return refused;

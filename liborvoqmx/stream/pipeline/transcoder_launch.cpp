@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 
 #include "contract/passed_film.h"
@@ -89,13 +90,13 @@ bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait) {
   if (!lock.IsOpen()) {
     return false;
   }
-  const pid_t oldPid = directory.Monitor().value_or(-1);
-  KillProcess(oldPid);
+  const orvo::Process old = directory.OpenMonitor();
+  old.AskToEnd(SIGTERM);
   if (pid > 0) {
-    directory.MonitorPid().Write(pid);
+    directory.RecordMonitor(pid);
   }
-  if (wait && oldPid > 0) {
-    orvo::WaitForExit(oldPid, kMonitorEndMilliseconds);
+  if (wait) {
+    old.HasEndedWithin(kMonitorEndMilliseconds);
   }
   return true;
 }
