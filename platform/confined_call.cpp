@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <vector>
 
@@ -62,20 +61,6 @@ bool PassOn(int fd, Clock::time_point deadline, const std::function<bool(std::st
   return false;
 }
 
-// A connection of this process's must not serve a film's purposes.
-void CloseAllBut(std::vector<int> kept) {
-  std::sort(kept.begin(), kept.end());
-  unsigned first = STDERR_FILENO + 1;
-  for (const int descriptor : kept) {
-    const auto number = static_cast<unsigned>(descriptor);
-    if (number > first) {
-      close_range(first, number - 1, 0);
-    }
-    first = std::max(first, number + 1);
-  }
-  close_range(first, UINT_MAX, 0);
-}
-
 }  // namespace
 
 int RunConfined(Job job, const Reach& reach, const std::function<int(int output)>& body,
@@ -95,6 +80,7 @@ int RunConfined(Job job, const Reach& reach, const std::function<int(int output)
   kept.push_back(output.Get());
   Process process = Fork(
       [&] {
+        // A connection of this process's must not serve a film's purposes.
         CloseAllBut(kept);
         return body(output.Get());
       },

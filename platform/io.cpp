@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -108,6 +110,21 @@ bool OpenPipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
   readEnd.Reset(ends[0]);
   writeEnd.Reset(ends[1]);
   return MoveAboveStandardStreams(readEnd) && MoveAboveStandardStreams(writeEnd);
+}
+
+void CloseAllBut(std::vector<int> kept) {
+  std::sort(kept.begin(), kept.end());
+  unsigned first = STDERR_FILENO + 1;
+  for (const int fd : kept) {
+    const auto number = static_cast<unsigned>(fd);
+    if (fd >= static_cast<int>(first)) {
+      if (number > first) {
+        close_range(first, number - 1, 0);
+      }
+      first = number + 1;
+    }
+  }
+  close_range(first, UINT_MAX, 0);
 }
 
 void DetachStandardStreams() {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/export.h"
 #include "platform/unique_fd.h"
@@ -37,6 +38,9 @@ ORVO_API bool ReadAll(std::istream& stream, std::string& content);
 // process without those would be free: whatever becomes "/dev/null" later would be the pipe. False,
 // with errno set, when there is none.
 ORVO_API bool OpenPipe(UniqueFd& readEnd, UniqueFd& writeEnd);
+
+// Closes all descriptors but the standard streams and these, which may include negative numbers.
+ORVO_API void CloseAllBut(std::vector<int> kept);
 
 // Redirects standard input, output and error to "/dev/null". For a process that outlives its
 // request: the client would otherwise wait for the end of its output.

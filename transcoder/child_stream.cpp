@@ -32,7 +32,7 @@ sigset_t StoppingSignals() {
 }
 
 // It has what this process has, but for its output.
-Process StartWith(const std::vector<std::string>& command, int output) {
+Process StartCommand(const std::vector<std::string>& command, int output) {
   Program program{command.front(), command};
   program.descriptors = {{output, STDOUT_FILENO}};
   program.keepInheritable = true;
@@ -44,12 +44,49 @@ Process StartWith(const std::vector<std::string>& command, int output) {
   return orvo::Start(program, options);
 }
 
+// The film is open already: this process reaches nothing but the libraries, and needs no rights.
+Process StartCopy(const FilmCopy& copy, int output, int progress) {
+  UniqueFd film(open(copy.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!film.IsOpen()) {
+    return {};
+  }
+  LaunchOptions options;
+  options.actions = {{SIGINT, StopFilmCopy}, {SIGTERM, StopFilmCopy}};
+  options.streams = StandardStreams::kKept;
+  options.parentDeath.signal = SIGKILL;
+  if (geteuid() != getuid()) {
+    options.ids = ProcessIds{getuid(), getgid()};
+  }
+  Confinement confinement(Job::kTranscoder, {});
+  confinement.AddTo(options);
+  return Fork(
+      [&] {
+        CloseAllBut({film.Get(), output, progress});
+        return CopyFilm(copy, std::move(film), output, progress);
+      },
+      options);
+}
+
 }  // namespace
 
 ChildStream::ChildStream(Process child, UniqueFd stream, UniqueFd signals)
     : child_(std::move(child)), stream_(std::move(stream)), signals_(std::move(signals)) {}
 
 std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& command) {
+  return StartWith([&](int output) {
+    Process child = StartCommand(command, output);
+    if (!child) {
+      RefuseToStart(command.front(), errno);
+    }
+    return child;
+  });
+}
+
+std::optional<ChildStream> ChildStream::Start(const FilmCopy& copy, int progress) {
+  return StartWith([&](int output) { return StartCopy(copy, output, progress); });
+}
+
+std::optional<ChildStream> ChildStream::StartWith(const std::function<Process(int output)>& start) {
   const sigset_t stopping = StoppingSignals();
   sigprocmask(SIG_BLOCK, &stopping, nullptr);
   UniqueFd signals(signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -60,9 +97,8 @@ std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& co
     return std::nullopt;
   }
   fcntl(stream.Get(), F_SETPIPE_SZ, kPipeSize);
-  Process child = StartWith(command, output.Get());
+  Process child = start(output.Get());
   if (!child) {
-    RefuseToStart(command.front(), errno);
     return std::nullopt;
   }
   return ChildStream(std::move(child), std::move(stream), std::move(signals));

@@ -4,12 +4,14 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/process.h"
 #include "platform/unique_fd.h"
+#include "transcoder/film_copy.h"
 
 namespace orvo::transcoder {
 
@@ -23,6 +25,9 @@ class ChildStream {
   // Nothing, with the reason in the log, when FFmpeg cannot be started. From here on SIGINT and
   // SIGTERM only arrive through Wait().
   static std::optional<ChildStream> Start(const std::vector<std::string>& command);
+
+  // The same for a copy without FFmpeg, which reports its progress into `progress`.
+  static std::optional<ChildStream> Start(const FilmCopy& copy, int progress);
 
   struct Wake {
     bool hasOutput = false;  // Read() is due: there is output, or it has ended
@@ -53,6 +58,7 @@ class ChildStream {
 
  private:
   ChildStream(Process child, UniqueFd stream, UniqueFd signals);
+  static std::optional<ChildStream> StartWith(const std::function<Process(int output)>& start);
   void PassOnSignal();
 
   Process child_;

@@ -1,70 +1,15 @@
 #include "transcoder/fragment_format.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cstdio>
 #include <utility>
 
-#include "liborvoqmx/util/lazy_library.h"
-#include "platform/log.h"
-#include "platform/run_as.h"
+#include "transcoder/av_functions.h"
 #include "transcoder/transport_stream.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/dict.h>
-#include <libavutil/mathematics.h>
-#include <libavutil/mem.h>
-}
 
 namespace orvo::transcoder {
 
-#define ORVO_FORMAT_FUNCTIONS(X)    \
-  X(av_find_input_format)           \
-  X(av_read_frame)                  \
-  X(av_write_frame)                 \
-  X(avformat_alloc_context)         \
-  X(avformat_alloc_output_context2) \
-  X(avformat_close_input)           \
-  X(avformat_free_context)          \
-  X(avformat_new_stream)            \
-  X(avformat_open_input)            \
-  X(avformat_write_header)          \
-  X(avio_alloc_context)             \
-  X(avio_close_dyn_buf)             \
-  X(avio_context_free)              \
-  X(avio_flush)                     \
-  X(avio_open_dyn_buf)              \
-  X(avio_seek)
-#define ORVO_CODEC_FUNCTIONS(X) \
-  X(av_packet_alloc)            \
-  X(av_packet_free)             \
-  X(av_packet_unref)            \
-  X(avcodec_parameters_copy)
-#define ORVO_UTIL_FUNCTIONS(X) \
-  X(av_dict_free)              \
-  X(av_dict_set)               \
-  X(av_free)                   \
-  X(av_log_set_level)          \
-  X(av_malloc)                 \
-  X(av_rescale_q)
-
-struct FormatLibraries {
-#define ORVO_DECLARE(name) decltype(&::name) name = nullptr;  // NOLINT(bugprone-macro-parentheses)
-  ORVO_FORMAT_FUNCTIONS(ORVO_DECLARE)
-  ORVO_CODEC_FUNCTIONS(ORVO_DECLARE)
-  ORVO_UTIL_FUNCTIONS(ORVO_DECLARE)
-#undef ORVO_DECLARE
-};
-
 namespace {
-
-// The release that this was compiled against: structures are read directly, so no other will do.
-constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VERSION_MAJOR);
-constexpr char kCodecLibrary[] = "libavcodec.so." AV_STRINGIFY(LIBAVCODEC_VERSION_MAJOR);
-constexpr char kUtilLibrary[] = "libavutil.so." AV_STRINGIFY(LIBAVUTIL_VERSION_MAJOR);
 
 constexpr AVRational kFragmentClock = {1, kFragmentClockRate};
 constexpr AVRational kPictureClock = {1, kTransportClockRate};
@@ -77,48 +22,13 @@ constexpr std::array<std::pair<const char*, const char*>, 3> kBoxOptions = {{
     {"video_track_timescale", "10000000"},
 }};
 
-bool Load(FormatLibraries& libraries) {
-  const LazyLibrary format(kFormatLibrary);
-  const LazyLibrary codec(kCodecLibrary);
-  const LazyLibrary util(kUtilLibrary);
-  bool found = true;
-#define ORVO_FIND_IN(library, name) found = (library).Find(#name, libraries.name) && found;
-#define ORVO_FIND_FORMAT(name) ORVO_FIND_IN(format, name)
-#define ORVO_FIND_CODEC(name) ORVO_FIND_IN(codec, name)
-#define ORVO_FIND_UTIL(name) ORVO_FIND_IN(util, name)
-  ORVO_FORMAT_FUNCTIONS(ORVO_FIND_FORMAT)
-  ORVO_CODEC_FUNCTIONS(ORVO_FIND_CODEC)
-  ORVO_UTIL_FUNCTIONS(ORVO_FIND_UTIL)
-  return found;
-}
-
-const FormatLibraries* Libraries() {
-  static FormatLibraries libraries;
-  static const bool loaded = [] {
-    bool success = false;
-    // One of the libraries that they bring changes the process's ids for a moment as it is loaded,
-    // which with root's effective id borrowed is for good.
-    IF_RUN_AS(getuid(), getgid()) {
-      success = Load(libraries);
-    }
-    return success;
-  }();
-  if (!loaded) {
-    const char* reason = dlerror();
-    ORVO_LOG("cannot load libavformat: %s", reason != nullptr ? reason : "incomplete");
-    return nullptr;
-  }
-  libraries.av_log_set_level(AV_LOG_ERROR);
-  return &libraries;
-}
-
 // --- Boxes ---
 
 // One track of an MP4 file in memory.
 class Boxes {
  public:
   // `picture` for a track of pictures, null for one of sound.
-  Boxes(const FormatLibraries& libraries, const AVCodecParameters* picture, int number)
+  Boxes(const AvFunctions& libraries, const AVCodecParameters* picture, int number)
       : libraries_(libraries), packet_(libraries.av_packet_alloc()) {
     libraries_.avformat_alloc_output_context2(&context_, nullptr, "mp4", nullptr);
     if (context_ != nullptr && libraries_.avio_open_dyn_buf(&context_->pb) == 0) {
@@ -209,7 +119,7 @@ class Boxes {
     return result;
   }
 
-  const FormatLibraries& libraries_;
+  const AvFunctions& libraries_;
   AVFormatContext* context_ = nullptr;
   AVPacket* packet_;
   bool isReady_ = false;
@@ -221,7 +131,7 @@ class Boxes {
 
 class FormatReader {
  public:
-  FormatReader(const FormatLibraries& libraries, FragmentFormat::Source& source)
+  FormatReader(const AvFunctions& libraries, FragmentFormat::Source& source)
       : libraries_(libraries), source_(source), packet_(libraries.av_packet_alloc()) {
     auto* buffer = static_cast<unsigned char*>(libraries_.av_malloc(kBuffer));
     io_ = libraries_.avio_alloc_context(buffer, kBuffer, 0, this, ReadMore, nullptr, nullptr);
@@ -295,7 +205,7 @@ class FormatReader {
                                                 static_cast<size_t>(packet_->size))};
   }
 
-  const FormatLibraries& libraries_;
+  const AvFunctions& libraries_;
   FragmentFormat::Source& source_;
   AVFormatContext* context_ = nullptr;
   AVIOContext* io_ = nullptr;
@@ -306,7 +216,7 @@ FragmentFormat::FragmentFormat(Source source) : source_(std::move(source)) {}
 FragmentFormat::~FragmentFormat() = default;
 
 bool FragmentFormat::Open() {
-  libraries_ = Libraries();
+  libraries_ = AvFunctions::Get();
   if (libraries_ == nullptr) {
     return false;
   }

@@ -18,7 +18,7 @@ namespace orvo::transcoder {
 // times before 0.
 inline constexpr int kStreamDelay = 10;  // seconds
 
-struct FormatLibraries;
+struct AvFunctions;
 class FormatReader;  // FFmpeg's stream
 
 class FragmentFormat {
@@ -49,7 +49,7 @@ class FragmentFormat {
   std::string Box(Track track, int number, const std::vector<Sample>& samples) const;
 
  private:
-  const FormatLibraries* libraries_ = nullptr;
+  const AvFunctions* libraries_ = nullptr;
   Source source_;
   std::unique_ptr<FormatReader> reader_;
 };

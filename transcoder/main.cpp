@@ -63,12 +63,16 @@ int Explain(const Translation& translation) {
   return printf("%s\n", ShellLine(translation.command).c_str()) < 0 || fflush(stdout) != 0;
 }
 
-int Start(const Translation& translation) {
+int Start(const Translation& translation, int progress) {
   if (translation.fragments) {
     return RunFragments(translation.command, *translation.fragments);
   }
-  return translation.segments ? RunSegments(translation.command, *translation.segments)
-                              : Become(translation.command);
+  if (!translation.segments) {
+    return Become(translation.command);
+  }
+  return translation.copy
+             ? RunSegments(*translation.copy, progress, translation.command, *translation.segments)
+             : RunSegments(translation.command, *translation.segments);
 }
 
 }  // namespace
@@ -85,9 +89,10 @@ int main(int argc, char* argv[]) {
   if (!error.empty()) {
     return Refuse(error);
   }
-  Translation translation = Translate(film ? film->InPlaceOf(arguments) : arguments,
-                                      {kExecutable, OpenProgressFile(), CanEncode, LacksIndex,
-                                       ClockJumps, FindHighRange, HasFilter});
+  const int progress = OpenProgressFile();
+  Translation translation = Translate(
+      film ? film->InPlaceOf(arguments) : arguments,
+      {kExecutable, progress, CanEncode, LacksIndex, ClockJumps, FindHighRange, HasFilter});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }
@@ -97,5 +102,5 @@ int main(int argc, char* argv[]) {
   if (film) {
     film->NameDemuxer(translation);
   }
-  return explain ? Explain(translation) : Start(translation);
+  return explain ? Explain(translation) : Start(translation, progress);
 }

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "platform/log.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/demand.h"
 #include "transcoder/first_key.h"
@@ -31,8 +32,9 @@ class Run {
   int Finish() {
     while (Step()) {
     }
-    const int code = child_.ExitCode();
-    if (child_.IsStopped() || code >= kExitSignal) {
+    const int ended = child_.ExitCode();
+    const int code = ended == kExitNeedsFFmpeg && child_.IsStopped() ? kExitStopped : ended;
+    if (child_.IsStopped() || code >= kExitSignal || code == kExitNeedsFFmpeg) {
       files_.Discard();
     } else if (code == 0 && !cutter_.HasBegun()) {
       files_.Begin(firstNumber_);
@@ -108,14 +110,32 @@ class Run {
 
 }  // namespace
 
-int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan) {
-  auto child = ChildStream::Start(command);
+namespace {
+
+int Cut(std::optional<ChildStream> child, SegmentPlan plan) {
   if (!child) {
     return kExitNotFound;
   }
-  SegmentPlan known = plan;
-  known.firstKey = plan.startsAtOnce ? std::nullopt : RecallFirstKey(FolderOf(plan.pattern));
-  return Run(known, std::move(*child)).Finish();
+  plan.firstKey = plan.startsAtOnce ? std::nullopt : RecallFirstKey(FolderOf(plan.pattern));
+  return Run(plan, std::move(*child)).Finish();
+}
+
+}  // namespace
+
+int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan) {
+  return Cut(ChildStream::Start(command), plan);
+}
+
+int RunSegments(const FilmCopy& copy, int progress, const std::vector<std::string>& command,
+                const SegmentPlan& plan) {
+  auto child = ChildStream::Start(copy, progress);
+  const int code = child ? Cut(std::move(child), plan) : kExitNeedsFFmpeg;
+  if (code != kExitNeedsFFmpeg) {
+    return code;
+  }
+  Log(LOG_NOTICE, __FILE__, __LINE__, "%s needs FFmpeg to be copied", copy.film.c_str());
+  PrepareProcess();  // the next child gets its signals as the first one did
+  return RunSegments(command, plan);
 }
 
 }  // namespace orvo::transcoder

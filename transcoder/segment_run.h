@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "transcoder/film_copy.h"
 #include "transcoder/segment_cutter.h"
 
 namespace orvo::transcoder {
@@ -16,5 +17,10 @@ namespace orvo::transcoder {
 // A segment that is cut short by a signal or by a failure to write loses its file. Where the film
 // has nothing to show, the first segment is an empty file, so that nobody waits for it.
 int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan);
+
+// The same with a copy that reports its progress into `progress`. FFmpeg takes over where the copy
+// cannot begin.
+int RunSegments(const FilmCopy& copy, int progress, const std::vector<std::string>& command,
+                const SegmentPlan& plan);
 
 }  // namespace orvo::transcoder

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "liborvoqmx/util/media_formats.h"
+#include "transcoder/copy_translation.h"
 #include "transcoder/filters.h"
 #include "transcoder/option_values.h"
 #include "transcoder/segment_translation.h"
@@ -745,13 +746,15 @@ std::vector<Strings> PictureSearches(const std::vector<Argument>& parsed, Facts 
   return searches;
 }
 
-void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const std::string& output,
+void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const Strings& arguments,
                 Translation& translation) {
+  const std::string& output = arguments.back();
   if (facts.segments.areFragments) {
     translation.fragments = PlanFragments(facts.segments, output);
     translation.fragments->searches = PictureSearches(parsed, facts);
   } else if (facts.segments.isWanted) {
     translation.segments = PlanSegments(facts.segments, facts.entry, output);
+    translation.copy = PlanCopy(arguments, facts.segments, facts.entry);
   }
 }
 
@@ -769,7 +772,7 @@ Translation Translate(const std::vector<std::string>& arguments, const Surroundi
   if (translation.error.empty()) {
     translation.command = Command(parsed, facts, arguments.back());
     translation.notes = Notes(facts);
-    PlanOutput(parsed, facts, arguments.back(), translation);
+    PlanOutput(parsed, facts, arguments, translation);
   }
   return translation;
 }

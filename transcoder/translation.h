@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "transcoder/film_copy.h"
 #include "transcoder/film_range.h"
 #include "transcoder/fragment_cutter.h"
 #include "transcoder/segment_cutter.h"
@@ -37,6 +38,7 @@ struct Translation {
   std::vector<std::string> command;       // the whole argument vector; empty when there is an error
   std::optional<SegmentPlan> segments;    // set when the output is to be cut into segments
   std::optional<FragmentPlan> fragments;  // or into fragments
+  std::optional<FilmCopy> copy;           // the same output without FFmpeg, where that may do
   std::vector<std::string> notes;         // one line for each thing that this machine cannot do
   std::string error;                      // why nothing can be run; empty otherwise
 };

@@ -1,0 +1,101 @@
+#include "transcoder/copy_output.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace orvo::transcoder {
+namespace {
+
+constexpr int kBuffer = 65536;
+constexpr AVRational kMicroseconds = {1, AV_TIME_BASE};
+constexpr int kDelay = 700000;  // FFmpeg's, in microseconds; the multiplexer doubles it
+
+}  // namespace
+
+CopyOutput::CopyOutput(int descriptor, const volatile sig_atomic_t& stopped)
+    : av_(*AvFunctions::Get()), descriptor_(descriptor), stopped_(stopped) {
+  auto* buffer = static_cast<unsigned char*>(av_.av_malloc(kBuffer));
+  io_ = av_.avio_alloc_context(buffer, kBuffer, 1, this, nullptr, WriteBytes, nullptr);
+  av_.avformat_alloc_output_context2(&context_, nullptr, "mpegts", nullptr);
+  if (context_ != nullptr) {
+    context_->pb = io_;
+    context_->max_delay = kDelay;
+    context_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+  }
+}
+
+CopyOutput::~CopyOutput() {
+  av_.avformat_free_context(context_);
+  if (io_ != nullptr) {
+    av_.av_free(io_->buffer);
+    av_.avio_context_free(&io_);
+  }
+}
+
+int CopyOutput::AddTrack(const AVStream& model, const AVCodecParameters& codec) {
+  AVStream* const track =
+      context_ != nullptr ? av_.avformat_new_stream(context_, nullptr) : nullptr;
+  if (track == nullptr || av_.avcodec_parameters_copy(track->codecpar, &codec) < 0) {
+    return -1;
+  }
+  track->codecpar->codec_tag = 0;
+  track->disposition = model.disposition;
+  track->avg_frame_rate = model.avg_frame_rate;
+  av_.av_dict_copy(&track->metadata, model.metadata, 0);
+  last_.push_back(AV_NOPTS_VALUE);
+  return track->index;
+}
+
+// Frames of sound travel one by one: a bundle of them would cross the cuts.
+bool CopyOutput::Begin() {
+  AVDictionary* options = nullptr;
+  av_.av_dict_set(&options, "pes_payload_size", "0", 0);
+  const int result =
+      context_ != nullptr && io_ != nullptr ? av_.avformat_write_header(context_, &options) : -1;
+  av_.av_dict_free(&options);
+  return result >= 0;
+}
+
+bool CopyOutput::Write(int track, AVPacket& packet, AVRational clock) {
+  const AVStream& stream = *context_->streams[track];
+  const bool isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+  av_.av_packet_rescale_ts(&packet, clock, stream.time_base);
+  Grow(packet, last_[static_cast<size_t>(track)]);
+  packet.stream_index = track;
+  packet.pos = -1;
+  pictures_ += isPicture ? 1 : 0;
+  position_ = std::max(
+      position_, av_.av_rescale_q(packet.pts + packet.duration, stream.time_base, kMicroseconds));
+  return av_.av_interleaved_write_frame(context_, &packet) >= 0;
+}
+
+void CopyOutput::Grow(AVPacket& packet, int64_t& last) const {
+  packet.dts = std::min(packet.dts, packet.pts);
+  if (last != AV_NOPTS_VALUE && packet.dts <= last) {
+    packet.dts = last + 1;
+    packet.pts = std::max(packet.pts, packet.dts);
+  }
+  last = packet.dts;
+}
+
+bool CopyOutput::Finish() {
+  return av_.av_write_trailer(context_) >= 0;
+}
+
+int CopyOutput::WriteBytes(void* self, uint8_t* bytes, int size) {
+  const auto& own = *static_cast<CopyOutput*>(self);
+  for (int written = 0; written < size;) {
+    const ssize_t count = own.stopped_ != 0 ? -1
+                                            : write(own.descriptor_, bytes + written,
+                                                    static_cast<size_t>(size - written));
+    if (own.stopped_ != 0 || (count < 0 && errno != EINTR)) {
+      return AVERROR_EXIT;
+    }
+    written += static_cast<int>(std::max<ssize_t>(count, 0));
+  }
+  return size;
+}
+
+}  // namespace orvo::transcoder

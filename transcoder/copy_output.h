@@ -1,0 +1,51 @@
+// The stream that a copy writes: libavformat's multiplexer before a descriptor.
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+#include <vector>
+
+#include "transcoder/av_functions.h"
+
+namespace orvo::transcoder {
+
+class CopyOutput {
+ public:
+  // Writes an MPEG transport stream into `descriptor`, and gives up once `stopped` is set.
+  CopyOutput(int descriptor, const volatile sig_atomic_t& stopped);
+  ~CopyOutput();
+  CopyOutput(const CopyOutput&) = delete;
+  CopyOutput& operator=(const CopyOutput&) = delete;
+
+  // Adds a track like one of the film's, in other words `codec`. Returns its number, or -1.
+  int AddTrack(const AVStream& model, const AVCodecParameters& codec);
+
+  // After all tracks. False on failure; nothing was written then.
+  bool Begin();
+
+  // Takes what the packet holds, in ticks of `clock`. Times that no multiplexer would take are
+  // moved. False on failure.
+  bool Write(int track, AVPacket& packet, AVRational clock);
+
+  // False on failure.
+  bool Finish();
+
+  // Up to where the stream goes, in microseconds.
+  int64_t Position() const { return position_; }
+  int64_t Pictures() const { return pictures_; }
+
+ private:
+  static int WriteBytes(void* self, uint8_t* bytes, int size);
+  void Grow(AVPacket& packet, int64_t& last) const;
+
+  const AvFunctions& av_;
+  int descriptor_;
+  const volatile sig_atomic_t& stopped_;
+  AVIOContext* io_ = nullptr;
+  AVFormatContext* context_ = nullptr;
+  std::vector<int64_t> last_;  // of each track, in its ticks
+  int64_t position_ = 0;
+  int64_t pictures_ = 0;
+};
+
+}  // namespace orvo::transcoder

@@ -1,0 +1,54 @@
+// A film that is copied by libavformat alone: its pictures as they are, its sound as it is or
+// encoded. It starts in half the time that FFmpeg takes.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/unique_fd.h"
+
+namespace orvo::transcoder {
+
+// One "-map" of a command line.
+struct TrackChoice {
+  bool isWanted = false;
+  int number = -1;          // FFmpeg's number; below 0: the film's only one of its type
+  bool isOptional = false;  // the film may lack it
+};
+
+// How sound is encoded.
+struct SoundRecipe {
+  std::string encoder;
+  std::string coder;          // the encoder's way to work; "" for its usual one
+  long bitRate = 0;           // bits a second
+  long rate = 0;              // samples a second
+  std::string filters;        // "" for none
+  std::optional<long> first;  // the first sample that is wanted, from where the film is entered;
+                              // all are counted from there, through gaps in the film
+};
+
+struct FilmCopy {
+  std::string film;
+  double seek = 0;             // where the film is entered, in seconds
+  std::string pictureFilters;  // of the bit stream; "" for none
+  TrackChoice pictures;
+  TrackChoice sound;
+  std::optional<SoundRecipe> recipe;  // nothing: the sound is copied
+};
+
+// Nothing was written: the film needs FFmpeg.
+inline constexpr int kExitNeedsFFmpeg = 125;
+// Told to stop, as FFmpeg's own code.
+inline constexpr int kExitStopped = 255;
+
+// Writes the film from there on as one MPEG transport stream. The stream's times are those of the
+// film. Reports its progress like FFmpeg into `progress`, unless that is below 0. Returns the exit
+// code: 0 at the film's end.
+//
+// The calling process does nothing else. It is confined; StopFilmCopy() handles its signals.
+int CopyFilm(const FilmCopy& copy, UniqueFd film, int output, int progress);
+
+// Handles a signal: the copy ends as soon as it can.
+void StopFilmCopy(int signalNumber);
+
+}  // namespace orvo::transcoder
