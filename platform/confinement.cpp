@@ -242,6 +242,17 @@ void Confinement::AddTo(LaunchOptions& options) {
   options.confinement = {Apply, this};
 }
 
+int Confinement::Enter() {
+  LaunchOptions options;
+  AddTo(options);
+  for (const ResourceLimit& row : options.limits) {
+    if (setrlimit(static_cast<__rlimit_resource_t>(row.resource), &row.limit) != 0) {
+      return errno;
+    }
+  }
+  return Apply(this);
+}
+
 int Confinement::WallMilliseconds() const {
   return limits_.wall == 0
              ? -1

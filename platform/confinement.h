@@ -71,6 +71,10 @@ class ORVO_API Confinement {
   // Adds the limits and the confinement.
   void AddTo(LaunchOptions& options);
 
+  // Puts the limits and the confinement on the calling process, which has one thread. Returns 0 or
+  // an errno; the process should end after a failure.
+  int Enter();
+
   // How long its owner lets it run, in milliseconds; -1 for any time.
   int WallMilliseconds() const;
 

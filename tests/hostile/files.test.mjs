@@ -71,9 +71,8 @@ async function whileSwapped(name, target, body) {
   } finally {
     process.kill('SIGKILL');
     await once(process, 'exit');
+    for (const left of [name, `${name}.new`, '.link']) fs.rmSync(inFolder(left), { force: true });
     fs.renameSync(inFolder('.real'), inFolder(name));
-    fs.rmSync(inFolder('.link'));
-    fs.rmSync(inFolder(`${name}.new`), { force: true });
   }
 }
 
@@ -228,7 +227,7 @@ test('a transcoder reads the film that was opened, whatever its name leads to no
   assert.equal(fs.readlinkSync(`/proc/${pid}/fd/${descriptor}`), inFolder('kept.mkv'));
   await reader.cancel();
   await close('http', stream);
-  await service.isQuiet();
+  await eventually(() => (service.transcoders().length === 0 ? true : undefined));
 });
 
 test('the web server may send pieces of streams and pictures, and nothing else', () => {
