@@ -37,7 +37,7 @@ TEST_F(FileLock, MakesItsFileAndDirectory) {
   EXPECT_EQ(status.st_mode & 07777, 0777U);
   if (geteuid() == 0) {
     EXPECT_EQ(status.st_uid, geteuid());
-    EXPECT_EQ(status.st_gid, 100U);
+    EXPECT_EQ(status.st_gid, getegid());
   }
 }
 
