@@ -11,6 +11,7 @@
 
 #include "platform/confined_call.h"
 #include "platform/io.h"
+#include "platform/media_file.h"
 
 namespace orvo::analyze {
 namespace {
@@ -86,9 +87,16 @@ class Listener {
 
 bool FindKeyframesConfined(const std::string& path, const Progress& progress, FilmKeyframes& found,
                            std::string& error, int& signal) {
+  const MediaFile film = MediaFile::Open(path);
+  if (!film.IsOpen()) {
+    error = strerror(errno);
+    signal = 0;
+    return false;
+  }
   Listener listener(progress, found);
   const int status = RunConfined(
-      Job::kAnalysis, {.read = {path}}, [&](int output) { return Read(path, output); },
+      Job::kAnalysis, {.files = {film.Get()}},
+      [&](int output) { return Read(film.Address(), output); },
       [&](std::string_view part) { return listener.Take(part); });
   const bool isTooLong = status < 0 && (errno == ETIMEDOUT || errno == EFBIG);
   signal = status > kSignalled ? status - kSignalled : 0;

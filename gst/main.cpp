@@ -1,7 +1,6 @@
 // The GStreamer wrapper: converts one film on the machine's video engines where it has some.
 #include <fcntl.h>
 #include <gst/gst.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,8 +12,11 @@
 
 #include "gst/arguments.h"
 #include "gst/conversion.h"
+#include "platform/confinement.h"
 #include "platform/log.h"
+#include "platform/media_file.h"
 #include "platform/plat.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace {
@@ -32,13 +34,10 @@ int Fail(int code, const std::string& error) {
 
 // What is wrong with the film or the output before anything is opened by GStreamer: anything but a
 // regular file could keep it waiting.
-std::string Unusable(const Request& request) {
-  struct stat status {};
-  if (stat(request.film.c_str(), &status) != 0) {
-    return request.film + ": " + strerror(errno);
-  }
-  if (!S_ISREG(status.st_mode)) {
-    return request.film + " is not a file";
+std::string Unusable(const Request& request, const orvo::MediaFile& film) {
+  if (!film.IsOpen()) {
+    return request.film +
+           (errno == EINVAL ? " is not a file" : std::string(": ") + strerror(errno));
   }
   return fcntl(request.output, F_GETFD) < 0
              ? "descriptor " + std::to_string(request.output) + " is not open"
@@ -57,16 +56,24 @@ void PrepareGstreamer() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const Reading reading = ReadArguments({argv + 1, argv + argc});
+  Reading reading = ReadArguments({argv + 1, argv + argc});
+  const auto given = orvo::transcoder::GivenFilm::Find(reading.error);
   if (!reading.error.empty()) {
     return Fail(orvo::transcoder::kExitUsage, reading.error);
   }
   orvo::transcoder::PrepareProcess();
-  const std::string error = Unusable(reading.request);
+  const auto file = orvo::MediaFile::Open(given ? given->address : reading.request.film);
+  const std::string error = Unusable(reading.request, file);
   if (!error.empty()) {
     return Fail(EXIT_FAILURE, error);
   }
+  reading.request.film = file.Address();
   PrepareGstreamer();
+  // Only now, because GStreamer may start a program that looks at its plugins. Decoders come later.
+  orvo::Confinement confinement(orvo::Job::kTranscoder, {.files = {file.Get()}, .hardware = true});
+  if (const int refused = confinement.Enter(); refused != 0) {
+    return Fail(EXIT_FAILURE, std::string("cannot be confined: ") + strerror(refused));
+  }
   const Result result = Convert(reading.request, {});
   const int code = result.hasSucceeded ? EXIT_SUCCESS : Fail(EXIT_FAILURE, result.error);
   _exit(code);

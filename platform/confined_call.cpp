@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <vector>
 
 #include "platform/io.h"
 #include "platform/process.h"
@@ -75,10 +76,12 @@ int RunConfined(Job job, const Reach& reach, const std::function<int(int output)
   options.parentDeath.signal = SIGKILL;
   confinement.AddTo(options);
   const Clock::time_point deadline = After(confinement.WallMilliseconds());
+  std::vector<int> kept = reach.files;
+  kept.push_back(output.Get());
   Process process = Fork(
       [&] {
         // A connection of this process's must not serve a film's purposes.
-        CloseAllBut({output.Get()});
+        CloseAllBut(kept);
         return body(output.Get());
       },
       options);

@@ -11,11 +11,11 @@
 
 namespace orvo {
 
-// Runs `body` in a forked, confined process that has no descriptor of this one but `output`, and
-// passes what it writes there to `take` as it comes. Returns its exit status or 128 + the signal
-// that ended it, and -1, with errno set, where the process cannot be made (EOPNOTSUPP: not
-// confined), takes longer than its job may (ETIMEDOUT) or `take` refuses (EFBIG). It is gone
-// afterwards.
+// Runs `body` in a forked, confined process that has no descriptor of this one but `output` and the
+// files in `reach`, and passes what it writes there to `take` as it comes. Returns its exit status
+// or 128 + the signal that ended it, and -1, with errno set, where the process cannot be made
+// (EOPNOTSUPP: not confined), takes longer than its job may (ETIMEDOUT) or `take` refuses (EFBIG).
+// It is gone afterwards.
 ORVO_API int RunConfined(Job job, const Reach& reach, const std::function<int(int output)>& body,
                          const std::function<bool(std::string_view)>& take);
 

@@ -135,7 +135,7 @@ void AddOptionalLimit(LaunchOptions& options, int resource, uint64_t wanted, uin
 template <typename Paths>
 bool AllowReadingAll(LandlockRules& rules, const Paths& paths) {
   return std::all_of(paths.begin(), paths.end(),
-                     [&](const auto& path) { return rules.AllowReading(path); });
+                     [&](const auto& file) { return rules.AllowReading(file); });
 }
 
 template <typename Paths>
@@ -173,7 +173,8 @@ std::unique_ptr<LandlockRules> RulesFor(const Reach& reach) {
   const bool isReady =
       rules->IsOpen() && AllowReadingAll(*rules, kSystemFiles) &&
       AllowReadingAll(*rules, MoreLibraries()) && AllowReadingAll(*rules, reach.read) &&
-      AllowDevices(*rules, kPlainDevices) && AllowProgram(*rules, reach.program) &&
+      AllowReadingAll(*rules, reach.files) && AllowDevices(*rules, kPlainDevices) &&
+      AllowProgram(*rules, reach.program) &&
       std::all_of(reach.write.begin(), reach.write.end(),
                   [&](const std::string& path) { return rules->AllowWriting(path); }) &&
       (!reach.hardware || AllowHardware(*rules));
@@ -239,6 +240,17 @@ void Confinement::AddTo(LaunchOptions& options) {
   AddOptionalLimit(options, RLIMIT_NPROC, limits_.processes, 1);
   AddLimit(options, RLIMIT_CORE, 0);
   options.confinement = {Apply, this};
+}
+
+int Confinement::Enter() {
+  LaunchOptions options;
+  AddTo(options);
+  for (const ResourceLimit& row : options.limits) {
+    if (setrlimit(static_cast<__rlimit_resource_t>(row.resource), &row.limit) != 0) {
+      return errno;
+    }
+  }
+  return Apply(this);
 }
 
 int Confinement::WallMilliseconds() const {

@@ -52,6 +52,8 @@ ORVO_API std::string MissingConfinement();
 // What a job needs beside the system's libraries.
 struct Reach {
   std::string program = {};             // what it executes; "" for a function of this program
+  std::vector<int> files = {};          // open files that it gets and may open anew, and no others
+                                        // of the same names; borrowed
   std::vector<std::string> read = {};   // files, and folders with all below
   std::vector<std::string> write = {};  // the same
   bool hardware = false;                // devices for pictures
@@ -68,6 +70,10 @@ class ORVO_API Confinement {
 
   // Adds the limits and the confinement.
   void AddTo(LaunchOptions& options);
+
+  // Puts the limits and the confinement on the calling process, which has one thread. Returns 0 or
+  // an errno; the process should end after a failure.
+  int Enter();
 
   // How long its owner lets it run, in milliseconds; -1 for any time.
   int WallMilliseconds() const;

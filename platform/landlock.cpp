@@ -91,20 +91,25 @@ LandlockRules::LandlockRules() : version_(LandlockVersion()) {
 // Async-signal-safe.
 bool LandlockRules::Allow(const char* path, uint64_t rights) {
   const UniqueFd target(open(path, O_PATH | O_CLOEXEC));
-  if (!target.IsOpen()) {
-    return IsAbsent(errno);
-  }
+  return target.IsOpen() ? AllowOpen(target.Get(), rights) : IsAbsent(errno);
+}
+
+bool LandlockRules::AllowOpen(int file, uint64_t rights) {
   struct stat status {};
-  if (fstat(target.Get(), &status) != 0) {
+  if (fstat(file, &status) != 0) {
     return false;
   }
   const uint64_t possible = S_ISDIR(status.st_mode) ? ~uint64_t{0} : kFileRights;
-  const Rule rule{rights & possible & KnownRights(version_), target.Get()};
+  const Rule rule{rights & possible & KnownRights(version_), file};
   return syscall(kAddRule, rules_.Get(), kPathBeneath, &rule, 0) == 0;
 }
 
 bool LandlockRules::AllowReading(const std::string& path) {
   return Allow(path.c_str(), kReading);
+}
+
+bool LandlockRules::AllowReading(int file) {
+  return AllowOpen(file, kReading);
 }
 
 bool LandlockRules::AllowWriting(const std::string& path) {

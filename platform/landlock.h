@@ -23,6 +23,8 @@ class LandlockRules {
   // Allows to read a file, or all files below a folder. A path that is not there is left out.
   // False, with errno set, on failure.
   bool AllowReading(const std::string& path);
+  // The same for an open file, whatever its name is now.
+  bool AllowReading(int file);
   // The same, and to change, make and remove files there.
   bool AllowWriting(const std::string& path);
   // Allows to execute this file and to read it.
@@ -36,6 +38,7 @@ class LandlockRules {
 
  private:
   bool Allow(const char* path, uint64_t rights);
+  bool AllowOpen(int file, uint64_t rights);
 
   int version_ = 0;
   UniqueFd rules_;

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <csignal>
 #include <fstream>
+#include <utility>
 
 #include "platform/confinement.h"
 #include "platform/io.h"
@@ -28,20 +29,18 @@ bool IsNoFork(int error) {
 
 // Runs the program for that time at most and takes what it prints. `cannotExecute` is the result
 // when it cannot be started.
-int RunWith(const orvo::LaunchOptions& options, const std::string& program,
-            const std::vector<std::string>& argv, int milliseconds, std::string* output,
-            int cannotExecute) {
+int RunWith(const orvo::LaunchOptions& options, orvo::Program program, int milliseconds,
+            std::string* output, int cannotExecute) {
   // In memory nothing is left of a caller that ends.
   const orvo::UniqueFd file(output != nullptr ? memfd_create("output", MFD_CLOEXEC) : -1);
   if (output != nullptr && !file.IsOpen()) {
     return -1;
   }
-  orvo::Program launched{program, argv};
-  launched.keepInheritable = true;
+  program.keepInheritable = true;
   if (file.IsOpen()) {
-    launched.descriptors = {{file.Get(), STDOUT_FILENO}};
+    program.descriptors.push_back({file.Get(), STDOUT_FILENO});
   }
-  orvo::Process process = orvo::Start(launched, options);
+  orvo::Process process = orvo::Start(program, options);
   if (!process) {
     return IsNoFork(errno) ? -1 : cannotExecute;
   }
@@ -89,7 +88,7 @@ int RunWithin(const std::string& program, const std::vector<std::string>& argv, 
               std::string* output) {
   LaunchOptions options;
   options.parentDeath.signal = SIGKILL;
-  return RunWith(options, program, argv, milliseconds, output, kCannotExecute);
+  return RunWith(options, {program, argv}, milliseconds, output, kCannotExecute);
 }
 
 int RunConfined(Job job, const Reach& reach, const std::vector<std::string>& argv, int milliseconds,
@@ -100,7 +99,11 @@ int RunConfined(Job job, const Reach& reach, const std::vector<std::string>& arg
   options.group = ProcessGroup::kOwn;
   confinement.AddTo(options);
   const int longest = confinement.WallMilliseconds();
-  return RunWith(options, reach.program, argv,
+  Program program{reach.program, argv};
+  for (const int file : reach.files) {
+    program.descriptors.push_back({file, file});
+  }
+  return RunWith(options, std::move(program),
                  longest < 0 ? milliseconds : std::min(longest, milliseconds), output, -1);
 }
 

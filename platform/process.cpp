@@ -9,9 +9,13 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <utility>
 
 #include "platform/awaited_children.h"
+#include "platform/io.h"
 #include "platform/pidfd.h"
 
 // This C header lacks its own extern "C".
@@ -47,6 +51,24 @@ int SendSignal(pid_t pid, int signal) {
     return -1;
   }
   return kill(pid, signal);
+}
+
+// The command's name stands in brackets and may contain anything.
+std::optional<uint64_t> StartOf(pid_t pid) {
+  constexpr int kFieldsBetween = 19;  // the name is the second field, the start the 22nd
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string text;
+  const size_t name = pid > 0 && ReadAll(file, text) ? text.rfind(')') : std::string::npos;
+  if (name == std::string::npos) {
+    return std::nullopt;
+  }
+  std::istringstream fields(text.substr(name + 1));
+  std::string skipped;
+  for (int i = 0; i < kFieldsBetween; ++i) {
+    fields >> skipped;
+  }
+  uint64_t start = 0;
+  return fields >> start ? std::optional(start) : std::nullopt;
 }
 
 // One descriptor receives both signals, so the second one cannot reach another process.

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 
 #include "platform/export.h"
@@ -78,6 +79,10 @@ class ORVO_API Process {
 // Sends a signal to the process with this number. Returns -1, with errno set, if it cannot be sent.
 // Refuses a number below 1, which would name a process group, with ESRCH.
 ORVO_API int SendSignal(pid_t pid, int signal);
+
+// When the process with this number started, in clock ticks since the machine did. No two processes
+// with the same number have the same start. Nothing if there is none.
+ORVO_API std::optional<uint64_t> StartOf(pid_t pid);
 
 // Asks the process with this number to end, also if it is stopped. The result is SendSignal's.
 ORVO_API int AskToEnd(pid_t pid, int signal);

@@ -33,6 +33,8 @@
 #include "serve/web_server.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/private_folder.h"
+#include "util/state_roots.h"
 #include "util/system_files.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
@@ -331,16 +333,29 @@ bool IsHostCharacter(unsigned char c) {
          c == '[' || c == ']';
 }
 
-// The folders of all files that requests send, including the folders of films that were given
-// alone.
+// The folders of all files that the web server sends for a request: pieces of streams, and
+// pictures. Films are not among them, and neither is anything secret.
 std::vector<std::string> SendFolders() {
-  std::vector<std::string> folders = {orvo::SystemPath("/tmp/Mirevo"),
-                                      orvo::SystemPath(webapi::kCacheFolder)};
-  for (const std::string& root : webapi::MediaRoots()) {
-    const bool isFolder = std::filesystem::is_directory(root);
-    folders.push_back(isFolder ? root : std::filesystem::path(root).parent_path().string());
+  std::vector<std::string> folders = {orvo::SystemPath(webapi::kCacheFolder)};
+  for (const char* const kind : {"HLS", "SS", "CMAF"}) {
+    folders.push_back(LibOrvoQMX::StreamKindPath(kind));
   }
   return folders;
+}
+
+// No other user can put anything into a folder that exists and is closed.
+int PrepareState() {
+  const std::string problem = orvo::StateProblem();
+  if (!problem.empty()) {
+    std::cerr << problem << "\n";
+    return EX_NOPERM;
+  }
+  const std::string streams = orvo::SystemPath("/tmp/Mirevo");
+  if (!orvo::MakePrivateFolder(streams)) {
+    std::cerr << "cannot make the folder " << streams << "\n";
+    return EX_CANTCREAT;
+  }
+  return 0;
 }
 
 }  // namespace
@@ -363,6 +378,9 @@ int Serve(const Options& options) {
   std::vector<Endpoint> endpoints = EndpointsOf(options);
   if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key)) {
     return 1;
+  }
+  if (const int refused = PrepareState(); refused != 0) {
+    return refused;
   }
   if (const int refused = MakeOwnFolder(state); refused != 0) {
     return refused;

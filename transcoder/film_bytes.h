@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-#include "platform/unique_fd.h"
+#include "platform/media_file.h"
 
 namespace orvo::transcoder {
 
@@ -15,15 +15,14 @@ class FilmBytes {
   // What is no readable plain file is empty.
   explicit FilmBytes(const std::string& path);
 
-  off_t Size() const { return size_; }
+  off_t Size() const { return file_.Status().st_size; }
 
   // At most `count` bytes from `position` on; fewer at the end of the film, none behind it or after
   // an error.
   std::string At(off_t position, size_t count) const;
 
  private:
-  UniqueFd file_;
-  off_t size_ = 0;
+  MediaFile file_;
 };
 
 }  // namespace orvo::transcoder

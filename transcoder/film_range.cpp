@@ -249,7 +249,8 @@ std::optional<HighRange> LookInside(const std::string& path) {
   }
   const LibOrvoQMX::QuietMediaLibraries quiet(*media);
   LibOrvoQMX::MediaInput input(*media);
-  return input.Open(path) ? RangeOf(input.Get()) : std::nullopt;
+  const orvo::MediaFile film = orvo::MediaFile::Open(path);
+  return film.IsOpen() && input.Open(film) ? RangeOf(input.Get()) : std::nullopt;
 }
 
 }  // namespace

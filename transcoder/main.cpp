@@ -20,6 +20,7 @@
 #include "transcoder/film_range.h"
 #include "transcoder/filters.h"
 #include "transcoder/fragment_run.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_run.h"
 #include "transcoder/shell_line.h"
@@ -110,18 +111,28 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
+  std::string error;
+  const auto film = explain ? std::nullopt : GivenFilm::Find(error);
+  if (!error.empty()) {
+    return Refuse(error);
+  }
+  if (film) {
+    arguments = film->InPlaceOf(arguments);
+  }
   if (!arguments.empty() && arguments.front() == kCmafOption) {
     return MakeRendition(arguments);
   }
   const int progress = OpenProgressFile();
-  const Translation translation = Translate(
-      arguments,
-      {kExecutable, progress, CanEncode, LacksIndex, ClockJumps, FindHighRange, HasFilter});
+  Translation translation = Translate(arguments, {kExecutable, progress, CanEncode, LacksIndex,
+                                                  ClockJumps, FindHighRange, HasFilter});
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }
   for (const std::string& note : translation.notes) {
     orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "%s", note.c_str());
+  }
+  if (film) {
+    film->NameDemuxer(translation);
   }
   return explain ? Explain(translation) : Start(translation, progress);
 }

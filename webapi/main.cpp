@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "util/state_roots.h"
 #include "webapi/access/identity.h"
 #include "webapi/access/login.h"
 #include "webapi/access/origin.h"
@@ -117,6 +118,9 @@ Answer Serve(const Request& blank) {
   if (method != "GET" && method != "HEAD" && method != "POST") {
     return Answer::Failure(webapi::kMethodNotAllowed, "There is no such method.")
         .AddHeader("Allow", "GET, HEAD, POST, OPTIONS");
+  }
+  if (const std::string problem = orvo::StateProblem(); !problem.empty()) {
+    return Answer::Failure(webapi::kInternal, problem);
   }
   std::string error;
   auto request = Request::Read(error);

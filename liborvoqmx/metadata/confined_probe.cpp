@@ -18,14 +18,14 @@ namespace {
 constexpr size_t kLongestMessage = 16 << 20;
 
 // In the child.
-std::string Probe(const std::string& path) {
+std::string Probe(const orvo::MediaFile& file) {
   Json::Value message(Json::objectValue);
   message["document"] = Json::Value(Json::objectValue);
   for (const char* const tracks : {"video", "audio", "subtitle"}) {
     message[tracks] = Json::Value(Json::arrayValue);
   }
-  const bool success = ParseMetaDataFromFFMPEG_Impl(path, message["document"], message["video"],
-                                                    message["audio"], message["subtitle"]);
+  const bool success =
+      ProbeFile(file, message["document"], message["video"], message["audio"], message["subtitle"]);
   message["success"] = success;
   return EncodeProbeMessage(message);
 }
@@ -37,21 +37,21 @@ bool IsFromProbe(const Json::Value& message) {
 
 }  // namespace
 
-bool ProbeConfined(const std::string& path, Json::Value& document, Json::Value& videos,
+bool ProbeConfined(const orvo::MediaFile& file, Json::Value& document, Json::Value& videos,
                    Json::Value& audios, Json::Value& subtitles) {
   // Loaded here, the libraries are there for the next probe of this process, too.
-  if (path.empty() || MediaLibraries::Get() == nullptr) {
+  if (!file.IsOpen() || MediaLibraries::Get() == nullptr) {
     return false;
   }
-  const auto bytes = orvo::CallConfined(orvo::Job::kProbe, {.read = {path}}, kLongestMessage,
-                                        [&path] { return Probe(path); });
+  const auto bytes = orvo::CallConfined(orvo::Job::kProbe, {.files = {file.Get()}}, kLongestMessage,
+                                        [&file] { return Probe(file); });
   if (!bytes) {
-    ORVO_LOG("The probe of [%s] was given up: %s.", path.c_str(), strerror(errno));
+    ORVO_LOG("The probe of [%s] was given up: %s.", file.Path().c_str(), strerror(errno));
     return false;
   }
   auto message = DecodeProbeMessage(*bytes);
   if (!message || !IsFromProbe(*message)) {
-    ORVO_LOG("The probe of [%s] died.", path.c_str());
+    ORVO_LOG("The probe of [%s] died.", file.Path().c_str());
     return false;
   }
   for (const std::string& key : (*message)["document"].getMemberNames()) {

@@ -177,9 +177,10 @@ bool FindProbe(const std::string& path, const FileState& state, Json::Value& doc
   return true;
 }
 
-void KeepProbe(const std::string& path, const FileState& state, const Json::Value& document) {
-  const auto now = FileState::Of(path);
-  if (!now || now->text != state.text) {
+void KeepProbe(const orvo::MediaFile& film, const FileState& state, const Json::Value& document) {
+  const std::string& path = film.Path();
+  struct stat now {};
+  if (fstat(film.Get(), &now) != 0 || FileState::Of(now).text != state.text) {
     return;
   }
   Memory& latest = Latest();

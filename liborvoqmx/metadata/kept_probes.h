@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/export.h"
+#include "platform/media_file.h"
 #include "util/file_state.h"
 
 namespace LibOrvoQMX {
@@ -23,7 +24,7 @@ ORVO_API bool FindProbe(const std::string& path, const orvo::FileState& state,
 // Stores the probe's result `document`. `state` is the film's state before the probe began. Does
 // not store the result if the film changed during the probe or shortly before it. Ignores write
 // errors.
-ORVO_API void KeepProbe(const std::string& path, const orvo::FileState& state,
+ORVO_API void KeepProbe(const orvo::MediaFile& film, const orvo::FileState& state,
                         const Json::Value& document);
 
 }  // namespace LibOrvoQMX

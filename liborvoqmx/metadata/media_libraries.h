@@ -25,6 +25,8 @@ namespace LibOrvoQMX {
   X(avformat_find_stream_info)          \
   X(avformat_close_input)               \
   X(avformat_alloc_context)             \
+  X(avio_alloc_context)                 \
+  X(avio_context_free)                  \
   X(av_stream_get_side_data)
 #define ORVO_FFMPEG_CODEC_FUNCTIONS(X) \
   X(avcodec_find_decoder)              \
@@ -38,6 +40,8 @@ namespace LibOrvoQMX {
   X(av_dict_get)                      \
   X(av_log_get_level)                 \
   X(av_log_set_level)                 \
+  X(av_malloc)                        \
+  X(av_freep)                         \
   X(av_strdup)
 
 struct MediaLibraries {

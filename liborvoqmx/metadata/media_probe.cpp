@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "metadata/confined_probe.h"
 #include "metadata/media_input.h"
 #include "metadata/media_libraries.h"
 #include "metadata/video_metadata.h"
@@ -268,13 +269,18 @@ Json::Value ParseSubtitleCodec(const AVStream* stream) {
 bool ParseMetaDataFromFFMPEG_Impl(const std::string& path, Json::Value& document,
                                   Json::Value& videos, Json::Value& audios,
                                   Json::Value& subtitles) {
-  const MediaLibraries* const media = path.empty() ? nullptr : MediaLibraries::Get();
+  return ProbeFile(orvo::MediaFile::Open(path), document, videos, audios, subtitles);
+}
+
+bool ProbeFile(const orvo::MediaFile& file, Json::Value& document, Json::Value& videos,
+               Json::Value& audios, Json::Value& subtitles) {
+  const MediaLibraries* const media = file.IsOpen() ? MediaLibraries::Get() : nullptr;
   if (media == nullptr) {
     return false;
   }
   const QuietMediaLibraries quiet(*media);
   MediaInput input(*media);
-  if (!input.Open(path)) {
+  if (!input.Open(file)) {
     return false;
   }
   const AVFormatContext& context = input.Get();

@@ -4,6 +4,7 @@
 
 #include "platform/io.h"
 #include "platform/log.h"
+#include "platform/media_file.h"
 #include "state/stream_directory.h"
 #include "util/json_utils.h"
 #include "util/system_files.h"
@@ -46,13 +47,18 @@ QMXMetaData::QMXMetaData(const std::string& streamId, const std::string& streamK
 
 bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
                                  bool hlsHeader) {
+  return ParserMetaData(argument, OpenFilm(argument.filePath), streamId, hlsHeader);
+}
+
+bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const orvo::MediaFile& film,
+                                 const std::string& streamId, bool hlsHeader) {
   if (argument.filePath.empty() || argument.streamKind.empty() || argument.profilePath.empty() ||
       argument.profileKey.empty() || streamId.empty() ||
       !LibMirevo::IsJsonText(argument.filePath)) {
     return false;
   }
   Json::Value document(Json::objectValue);
-  if (!ReadMetaDataFromFFMPEG(argument.filePath, document)) {
+  if (!ReadMetaDataFromFFMPEG(film, document)) {
     return false;
   }
   if (!ReadTransProfile(argument.profilePath, argument.profileKey, document)) {
@@ -65,8 +71,9 @@ bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const std::str
   document["device"] = argument.device;
   document["hls_header"] = hlsHeader;
   document["use_pre_analysis"] = argument.usePreAnalysis;
-  return LibMirevo::WriteJsonToFile(StreamDirectory(argument.streamKind, streamId).RecordPath(),
-                                    document);
+  const StreamDirectory directory(argument.streamKind, streamId);
+  directory.Film().Write(film.Identity());
+  return LibMirevo::WriteJsonToFile(directory.RecordPath(), document);
 }
 
 bool QMXMetaData::ReadTransProfile(const std::string& profilePath, const std::string& profileKey,

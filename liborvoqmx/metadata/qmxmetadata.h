@@ -39,6 +39,9 @@ class ORVO_API QMXMetaData : public VideoMetaData {
   // directory, which must exist. Returns false if an argument is missing or a step fails.
   static bool ParserMetaData(const QMXInitArgument& argument, const std::string& streamId,
                              bool hlsHeader);
+  // The same for a film that the caller has opened.
+  static bool ParserMetaData(const QMXInitArgument& argument, const orvo::MediaFile& film,
+                             const std::string& streamId, bool hlsHeader);
 
   // Copies one profile from the profile file into `document`. Returns false if the file cannot be
   // read or has no such key.

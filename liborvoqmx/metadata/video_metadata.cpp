@@ -5,6 +5,7 @@
 #include "metadata/confined_probe.h"
 #include "metadata/kept_probes.h"
 #include "platform/log.h"
+#include "platform/media_file.h"
 #include "platform/plat.h"
 #include "util/qmxutils.h"
 
@@ -44,7 +45,23 @@ const Json::Value& Track(const Json::Value& document, const char* kind, unsigned
   return complete && index < list.size() ? list[index] : Json::Value::nullSingleton();
 }
 
+bool ProbeAsRoot(const orvo::MediaFile& film, Json::Value& document, Json::Value& videos,
+                 Json::Value& audios, Json::Value& subtitles) {
+  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
+    return ProbeConfined(film, document, videos, audios, subtitles);
+  });
+}
+
 }  // namespace
+
+orvo::MediaFile VideoMetaData::OpenFilm(const std::string& path) {
+  orvo::MediaFile film;
+  libmrv::DoActionAsRoot("OpenFilm", [&] {
+    film = orvo::MediaFile::Open(path);
+    return film.IsOpen();
+  });
+  return film;
+}
 
 bool VideoMetaData::LoadFile(const std::string& path) {
   if (path.empty()) {
@@ -62,40 +79,55 @@ bool VideoMetaData::LoadFile(const std::string& path) {
   return true;
 }
 
+bool VideoMetaData::LoadFile(const orvo::MediaFile& film) {
+  m_document = Json::Value(Json::objectValue);
+  m_loaded = ReadMetaDataFromFFMPEG(film, m_document);
+  return m_loaded;
+}
+
 bool VideoMetaData::ReadMetaDataFromFFMPEG(const std::string& path, Json::Value& document) {
-  Json::Value videos(Json::arrayValue);
-  Json::Value audios(Json::arrayValue);
-  Json::Value subtitles(Json::arrayValue);
   int64_t size = 0;
   if (path.empty() || !libmrv::critical::fileop::CheckFileAndGetSize(path, size)) {
     return false;
   }
+  const orvo::MediaFile film = OpenFilm(path);
+  if (film.IsOpen()) {
+    return ReadMetaDataFromFFMPEG(film, document);
+  }
   document["path"] = path;
   document["filesize"] = std::to_string(size);
-  const auto state = orvo::FileState::Of(path);
-  if (state && FindProbe(path, *state, document)) {
+  ORVO_LOG("ParserMetaDataFromFFMPEG fail.");
+  return false;
+}
+
+bool VideoMetaData::ReadMetaDataFromFFMPEG(const orvo::MediaFile& film, Json::Value& document) {
+  if (!film.IsOpen()) {
+    return false;
+  }
+  document["path"] = film.Path();
+  document["filesize"] = std::to_string(film.Status().st_size);
+  const auto state = orvo::FileState::Of(film.Status());
+  if (FindProbe(film.Path(), state, document)) {
     return true;
   }
-  if (!ParserMetaDataFromFFMPEG(path, document, videos, audios, subtitles)) {
+  Json::Value tracks[] = {Json::Value(Json::arrayValue), Json::Value(Json::arrayValue),
+                          Json::Value(Json::arrayValue)};
+  if (!ProbeAsRoot(film, document, tracks[0], tracks[1], tracks[2])) {
     ORVO_LOG("ParserMetaDataFromFFMPEG fail.");
     return false;
   }
-  Json::Value& tracks = document["track_info"] = Json::Value(Json::objectValue);
-  tracks["video"] = videos;
-  tracks["audio"] = audios;
-  tracks["subtitle"] = subtitles;
-  if (state) {
-    KeepProbe(path, *state, document);
-  }
+  Json::Value& info = document["track_info"] = Json::Value(Json::objectValue);
+  info["video"] = tracks[0];
+  info["audio"] = tracks[1];
+  info["subtitle"] = tracks[2];
+  KeepProbe(film, state, document);
   return true;
 }
 
 bool VideoMetaData::ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,
                                              Json::Value& videos, Json::Value& audios,
                                              Json::Value& subtitles) {
-  return libmrv::DoActionAsRoot("ParseMetaDataFromFFMPEG", [&] {
-    return ProbeConfined(path, document, videos, audios, subtitles);
-  });
+  return ProbeAsRoot(OpenFilm(path), document, videos, audios, subtitles);
 }
 
 const Json::Value& VideoMetaData::GetDocument() const {

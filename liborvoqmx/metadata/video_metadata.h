@@ -20,6 +20,10 @@ extern "C" {
 
 #include "platform/export.h"
 
+namespace orvo {
+class MediaFile;
+}
+
 namespace LibOrvoQMX {
 
 class ORVO_API VideoMetaData {
@@ -27,11 +31,18 @@ class ORVO_API VideoMetaData {
   // Probes `path` unless it is already loaded. Returns false, with no document loaded, if the path
   // is empty, the file is missing or it is not a media file.
   bool LoadFile(const std::string& path);
+  // The same for a film that the caller has opened. The document's path is the film's.
+  bool LoadFile(const orvo::MediaFile& film);
 
   // Fills `document` for `path`. Reads the file's size with the caller's rights and the content as
   // root. Uses the stored result if the film has not changed since its last probe. After a failure
   // the document has no "track_info".
   static bool ReadMetaDataFromFFMPEG(const std::string& path, Json::Value& document);
+  // The same for an open film.
+  static bool ReadMetaDataFromFFMPEG(const orvo::MediaFile& film, Json::Value& document);
+
+  // Opens a film as root.
+  static orvo::MediaFile OpenFilm(const std::string& path);
 
   // Runs ParseMetaDataFromFFMPEG_Impl as root.
   static bool ParserMetaDataFromFFMPEG(const std::string& path, Json::Value& document,

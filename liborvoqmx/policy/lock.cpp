@@ -13,10 +13,6 @@
 namespace LibMirevo {
 namespace {
 
-// The service user and group of the appliance.
-constexpr uid_t kServiceUser = 1024;
-constexpr gid_t kServiceGroup = 100;
-
 bool MakeDirectoryOf(const std::string& path) {
   const auto slash = path.rfind('/');
   if (slash == std::string::npos) {
@@ -28,7 +24,7 @@ bool MakeDirectoryOf(const std::string& path) {
   if (directory.empty() || stat(directory.c_str(), &status) == 0) {
     return true;
   }
-  if (PlatFSMkdirP(directory, 0, 1, kServiceUser, kServiceGroup, 0777) != 0) {
+  if (PlatFSMkdirP(directory, 0, 1, geteuid(), getegid(), 0777) != 0) {
     ORVO_LOG("Fail to create dir [%s]", directory.c_str());
     return false;
   }

@@ -1,7 +1,6 @@
 #include "preprocess/preprocess_result.h"
 
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <utility>
 
@@ -9,6 +8,7 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
+#include "platform/media_file.h"
 #include "platform/plat.h"
 #include "preprocess_result.pb.h"
 
@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kResultName[] = "ORVOVIDEO_PREPROCESS_V1";
 // Enough for millions of key frames. A larger file is not a result, and must not fill the memory.
-constexpr std::uintmax_t kLargestFile = 64U << 20U;
+constexpr off_t kLargestFile = 64 << 20;
 
 }  // namespace
 
@@ -70,13 +70,9 @@ bool PreprocessResultWrapper::WriteToFile(const std::string& path) const {
 }
 
 bool PreprocessResultWrapper::ReadFromFile(const std::string& path) {
-  std::error_code failure;
-  const std::uintmax_t size = std::filesystem::file_size(path, failure);
-  if (failure || size > kLargestFile) {
-    return false;
-  }
-  std::ifstream file(path, std::ios::in | std::ios::binary);
-  return m_message->ParseFromIstream(&file);
+  const orvo::MediaFile file = orvo::MediaFile::Open(path);
+  return file.IsOpen() && file.Status().st_size <= kLargestFile &&
+         m_message->ParseFromFileDescriptor(file.Get());
 }
 
 std::vector<double> PreprocessResultWrapper::GetAllKeyframePtsTime() const {

@@ -47,6 +47,10 @@ std::string StreamDirectory::RecordPath() const {
   return FilePath("video_metadata");
 }
 
+StateFile StreamDirectory::Film() const {
+  return File("film");
+}
+
 StateFile StreamDirectory::AudioId() const {
   return File("audio_id");
 }
@@ -59,9 +63,33 @@ StateFile StreamDirectory::MonitorPid() const {
   return File("monitor.pid");
 }
 
+bool StreamDirectory::RecordMonitor(pid_t pid) const {
+  if (const auto start = orvo::StartOf(pid)) {
+    File("monitor.start").Write(std::to_string(pid) + ' ' + std::to_string(*start));
+  }
+  return MonitorPid().Write(pid);
+}
+
 std::optional<pid_t> StreamDirectory::Monitor() const {
   const std::string text = MonitorPid().Read();
-  return text.empty() ? std::nullopt : std::optional<pid_t>(LeadingInt(text));
+  if (text.empty()) {
+    return std::nullopt;
+  }
+  const pid_t pid = LeadingInt(text);
+  const auto start = orvo::StartOf(pid);
+  const std::string recorded = File("monitor.start").Read();
+  const std::string number = std::to_string(pid) + ' ';
+  // Other programs may record a pid alone.
+  const bool isOther =
+      start && recorded.rfind(number, 0) == 0 && recorded != number + std::to_string(*start);
+  return isOther ? std::nullopt : std::optional(pid);
+}
+
+orvo::Process StreamDirectory::OpenMonitor() const {
+  const pid_t pid = Monitor().value_or(-1);
+  orvo::Process process = pid < 1 ? orvo::Process() : orvo::Process::Open(pid);
+  // Now that the process is held, its number cannot pass to another one.
+  return process && Monitor() == pid ? std::move(process) : orvo::Process();
 }
 
 bool StreamDirectory::IsMonitored() const {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/export.h"
+#include "platform/process.h"
 #include "state/state_file.h"
 #include "state/stream_lock.h"
 
@@ -26,6 +27,8 @@ class ORVO_API StreamDirectory {
 
   // The metadata record.
   std::string RecordPath() const;
+  // Which file the film was when the stream was opened (orvo::MediaFile::Identity).
+  StateFile Film() const;
 
   // The audio track and the audio format that the client asked for.
   StateFile AudioId() const;
@@ -34,8 +37,14 @@ class ORVO_API StreamDirectory {
   // The pid of the process that watches the stream's transcoder; for a progressive stream, of the
   // transcoder.
   StateFile MonitorPid() const;
-  std::optional<pid_t> Monitor() const;  // nothing if none was recorded
-  bool IsMonitored() const;              // the recorded monitor runs
+  // Records a process as the monitor, with its start in a second file: a number alone may belong to
+  // another process later. Returns false if the pid cannot be written.
+  bool RecordMonitor(pid_t pid) const;
+  // The recorded pid; nothing if there is none or if another process has this number now.
+  std::optional<pid_t> Monitor() const;
+  // The same as a process, which can be signalled safely. No process if it has ended.
+  orvo::Process OpenMonitor() const;
+  bool IsMonitored() const;  // the recorded monitor runs
   // Waits for the lock that serialises all changes of the recorded monitor.
   StreamLock LockMonitor() const;
 

@@ -3,7 +3,10 @@
 
 #include "state/stream_room.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <string>
 
 #include "platform/log.h"
 #include "platform/plat.h"
@@ -29,6 +32,28 @@ int ErrorOf(unsigned volumeFlags) {
   return (volumeFlags & kVolumeExists) == 0 ? kErrorNoVolume : kErrorNoRoom;
 }
 
+bool IsOwn(const std::string& directory) {
+  struct stat status {};
+  return lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         (status.st_uid == geteuid() || status.st_uid == 0);
+}
+
+// Does the link have the form of those that this system makes? Another one may have been put there
+// to have its target removed.
+bool IsStreamOf(const std::string& link, const std::string& target) {
+  const size_t kindStart = link.rfind('/', link.rfind('/') - 1);
+  const std::string end = kVolumeTempRoot + link.substr(kindStart);
+  struct stat status {};
+  const bool isOurs = lstat(link.c_str(), &status) == 0 &&
+                      (status.st_uid == geteuid() || status.st_uid == 0) && IsOwn(target) &&
+                      target.ends_with(end);
+  if (!isOurs) {
+    ORVO_LOG("[%s] leads to [%s], which is no stream of this system. It stays.", link.c_str(),
+             target.c_str());
+  }
+  return isOurs;
+}
+
 }  // namespace
 
 bool MakeVolumeDirectory(uint64_t space, const std::string& kind, const std::string& streamId,
@@ -50,7 +75,7 @@ bool MakeVolumeDirectory(uint64_t space, const std::string& kind, const std::str
     return false;
   }
   directory = volume + kVolumeTempRoot + "/" + kind + "/" + streamId;
-  return ORVOFSMkdirPMirevo(directory, kDirectoryMode);
+  return ORVOFSMkdirPMirevo(directory, kDirectoryMode) && IsOwn(directory);
 }
 
 bool MakeLinkedDirectory(uint64_t space, const std::string& kind, const std::string& streamId) {
@@ -75,7 +100,7 @@ bool MakePlainDirectory(const std::string& kind, const std::string& streamId) {
 
 void RemoveLinkedDirectory(const std::string& link) {
   const std::string target = LinkTarget(link);
-  if (!target.empty() && VerifyFileExist(target, 0)) {
+  if (!target.empty() && VerifyFileExist(target, 0) && IsStreamOf(link, target)) {
     IF_RUN_AS(0, 0) {
       PlatExec("/bin/rm", "-rf", target);
     }

@@ -1,6 +1,7 @@
 #include "stream/liborvoqmx.h"
 
 #include "platform/log.h"
+#include "platform/media_file.h"
 #include "platform/plat.h"
 #include "policy/argument_helper.h"
 #include "policy/offline_conversion.h"
@@ -14,6 +15,7 @@
 #include "stream/pipeline/transcoder_launch.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
+#include "util/media_formats.h"
 #include "util/qmxutils.h"
 #include "util/random_string.h"
 #include "util/system_files.h"
@@ -63,6 +65,10 @@ void QMXStream::ReadProfile() {
 }
 
 std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
+  return QMX_Init(argument, VideoMetaData::OpenFilm(argument.filePath));
+}
+
+std::string QMXStream::QMX_Init(const QMXInitArgument& argument, const orvo::MediaFile& film) {
   if (argument.filePath.empty() || argument.streamKind.empty() || argument.profilePath.empty() ||
       argument.profileKey.empty() || !LibMirevo::IsJsonText(argument.filePath)) {
     return "";
@@ -81,7 +87,7 @@ std::string QMXStream::QMX_Init(const QMXInitArgument& argument) {
     return kNoSpace;
   }
   const bool hlsHeader = isObject && args["hls_header"].isBool() && args["hls_header"].asBool();
-  if (!QMXMetaData::ParserMetaData(argument, streamId, hlsHeader)) {
+  if (!QMXMetaData::ParserMetaData(argument, film, streamId, hlsHeader)) {
     ORVO_LOG("QMXMetaData.ParserMetaData(%s, %s) failed", streamId.c_str(),
              argument.streamKind.c_str());
     return "";
@@ -253,6 +259,11 @@ bool QMXStream::MayLaunch(const std::string& executable) const {
   return m_isRemux || RegisterTranscoder(m_isHwTranscode);
 }
 
+PassedFilm QMXStream::FilmToPass() const {
+  return {m_metaData.GetFilePath(), Directory().Film().Read(),
+          orvo::DemuxerOf(m_metaData.GetContainer())};
+}
+
 bool QMXStream::ExecuteTranscoding(bool copyTimestamps, const std::vector<std::string>& arguments,
                                    const std::string& output, const std::string& executable) {
   if (!MayLaunch(executable)) {
@@ -260,7 +271,7 @@ bool QMXStream::ExecuteTranscoding(bool copyTimestamps, const std::vector<std::s
   }
   const std::vector<std::string> commandLine =
       TranscodingCommand(copyTimestamps, arguments, output, executable);
-  return !commandLine.empty() && BecomeTranscoder("Execute FFmpeg", commandLine);
+  return !commandLine.empty() && BecomeTranscoder("Execute FFmpeg", commandLine, FilmToPass());
 }
 
 std::vector<std::string> QMXStream::TranscodingCommand(bool copyTimestamps,
@@ -282,7 +293,8 @@ bool QMXStream::ExecuteGstreamerTranscoding(const std::string& output,
                                             const std::string& executable, bool shiftTimestamps) {
   return MayLaunch(executable) &&
          BecomeTranscoder("Execute GStreamer",
-                          GstreamerCommand(output, arguments, executable, shiftTimestamps));
+                          GstreamerCommand(output, arguments, executable, shiftTimestamps),
+                          FilmToPass());
 }
 
 std::vector<std::string> QMXStream::GstreamerCommand(const std::string& output,

@@ -18,6 +18,7 @@
 namespace LibOrvoQMX {
 
 class StreamDirectory;
+struct PassedFilm;
 
 // Makes the directory of a stream on a volume with `space` bytes free. On failure returns false and
 // sets the platform error: 0x2900 if no volume is writable, 0x8300 if there is no volume, 0xDD00 if
@@ -38,6 +39,8 @@ class ORVO_API QMXStream {
   // made before the failure stays. A film whose path is not UTF-8 is a failure, because the record
   // cannot hold the path.
   static std::string QMX_Init(const QMXInitArgument& argument);
+  // The same for a film that the caller has opened.
+  static std::string QMX_Init(const QMXInitArgument& argument, const orvo::MediaFile& film);
 
   // A new stream id: 32 hexadecimal digits that depend only on the path, "_", 8 random letters and
   // digits.
@@ -136,6 +139,7 @@ class ORVO_API QMXStream {
 
   // Can a transcoder be started? Enters this process in the register, unless the video is copied.
   bool MayLaunch(const std::string& executable) const;
+  PassedFilm FilmToPass() const;
 };
 
 }  // namespace LibOrvoQMX

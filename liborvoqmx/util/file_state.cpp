@@ -28,14 +28,18 @@ std::optional<FileState> StateOf(const std::string& path, mode_t type) {
   if (stat(path.c_str(), &status) != 0 || (status.st_mode & S_IFMT) != type) {
     return std::nullopt;
   }
-  const time_t touched = std::max(status.st_mtim.tv_sec, status.st_ctim.tv_sec);
-  return FileState{TextOf(status), time(nullptr) - touched > kCoarsestTick};
+  return FileState::Of(status);
 }
 
 }  // namespace
 
 std::optional<FileState> FileState::Of(const std::string& path) {
   return StateOf(path, S_IFREG);
+}
+
+FileState FileState::Of(const struct stat& status) {
+  const time_t touched = std::max(status.st_mtim.tv_sec, status.st_ctim.tv_sec);
+  return FileState{TextOf(status), time(nullptr) - touched > kCoarsestTick};
 }
 
 std::optional<FileState> FileState::OfFolder(const std::string& path) {

@@ -1,6 +1,8 @@
 // Tells whether a file has changed.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 
@@ -19,6 +21,8 @@ struct ORVO_API FileState {
 
   // Returns nothing if there is no plain file at `path`.
   static std::optional<FileState> Of(const std::string& path);
+  // The state of an open plain file.
+  static FileState Of(const struct stat& status);
   // Returns nothing if there is no folder at `path`.
   static std::optional<FileState> OfFolder(const std::string& path);
 };

@@ -1,6 +1,8 @@
 // The container formats that hold a film by themselves.
 #pragma once
 
+#include <string>
+
 namespace orvo {
 
 // FFmpeg's demuxers that read one file and nothing else, by the first name of each. Playlists,
@@ -35,5 +37,11 @@ inline constexpr char kSelfContainedFormats[] =
     "webvtt,wsaud,wsd,wsvqa,wtv,wv,wve,xa,xbin,xbm_pipe,xmv,xpm_pipe,xvag,"
     "xwd_pipe,xwma,yop,yuv4mpegpipe";
 // clang-format on
+
+// The name that FFmpeg's "-f" takes for the demuxer that a probe names, such as
+// "mov,mp4,m4a,3gp,3g2,mj2".
+inline std::string DemuxerOf(const std::string& container) {
+  return container.substr(0, container.find(','));
+}
 
 }  // namespace orvo

@@ -17,9 +17,12 @@ namespace {
 namespace fs = std::filesystem;
 
 using LibOrvoQMX::FindProbe;
-using LibOrvoQMX::KeepProbe;
 using LibOrvoQMX::VideoMetaData;
 using orvo::FileState;
+
+void Keep(const std::string& path, const FileState& state, const Json::Value& document) {
+  LibOrvoQMX::KeepProbe(orvo::MediaFile::Open(path), state, document);
+}
 
 constexpr char kFolder[] = "/var/packages/Mirevo/cache/probes";
 constexpr unsigned kMadeUpDuration = 4711;
@@ -39,8 +42,7 @@ class FilmKept : public test::Sysroot {
 
   // The process remembers one film; this makes it another one.
   static void Forget() {
-    KeepProbe("/bin/sh", {FileState::Of("/bin/sh").value().text, false},
-              Json::Value(Json::objectValue));
+    Keep("/bin/sh", {FileState::Of("/bin/sh").value().text, false}, Json::Value(Json::objectValue));
   }
 
   static Json::Value Probe(const std::string& path) {
@@ -88,7 +90,7 @@ TEST_F(FilmKept, IsTheSameAsTheProbeResult) {
                            "vp9_opus.webm", "two_audio.mkv", "portrait.mp4", "no_video.mka"}) {
     const std::string film = test::Film(name);
     const Json::Value fresh = Probe(film);
-    KeepProbe(film, State(film), fresh);
+    Keep(film, State(film), fresh);
     ASSERT_TRUE(IsKept(film)) << name;
     Forget();
     EXPECT_EQ(Probe(film), fresh) << name;
@@ -96,7 +98,7 @@ TEST_F(FilmKept, IsTheSameAsTheProbeResult) {
 }
 
 TEST_F(FilmKept, IsReadWithoutOpeningTheFilm) {
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   Forget();
   const Json::Value document = Probe(film_);
   EXPECT_EQ(document["duration"], kMadeUpDuration);
@@ -108,7 +110,7 @@ TEST_F(FilmKept, KeepsUnsignedNumbersUnsigned) {
   Json::Value document = MadeUp();
   document["bitrate"] = static_cast<Json::Int64>(5000000000);
   document["start_time"] = 4000000000U;
-  KeepProbe(film_, State(film_), document);
+  Keep(film_, State(film_), document);
   Forget();
   const Json::Value read = Probe(film_);
   EXPECT_EQ(read["duration"].type(), Json::uintValue);
@@ -125,7 +127,7 @@ TEST_F(FilmKept, IsWhatWasProbed) {
 }
 
 TEST_F(FilmKept, BelongsToTheUserAlone) {
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   struct stat status {};
   ASSERT_EQ(stat(Path(kFolder).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0700U);
@@ -135,7 +137,7 @@ TEST_F(FilmKept, BelongsToTheUserAlone) {
 
 TEST_F(FilmKept, IsRememberedIfNothingCanBeWritten) {
   fs::remove_all(Path("/var/packages/Mirevo"));
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   EXPECT_TRUE(IsKnown(film_));
   EXPECT_FALSE(IsKept(film_));
   EXPECT_EQ(Probe(film_)["duration"], 60U);
@@ -145,7 +147,7 @@ TEST_F(FilmKept, IsRememberedIfNothingCanBeWritten) {
 
 TEST_F(FilmKept, IsForgottenInAnotherState) {
   Json::Value document(Json::objectValue);
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   EXPECT_FALSE(FindProbe(film_, {"another", true}, document));
   Forget();
   EXPECT_FALSE(FindProbe(film_, {"another", true}, document));
@@ -155,25 +157,25 @@ TEST_F(FilmKept, IsForgottenInAnotherState) {
 
 TEST_F(FilmKept, IsReplacedForTheNextState) {
   Write("/film.mkv", "one");
-  KeepProbe(Path("/film.mkv"), State(Path("/film.mkv")), MadeUp());
+  Keep(Path("/film.mkv"), State(Path("/film.mkv")), MadeUp());
   EXPECT_TRUE(IsKept(Path("/film.mkv")));
   Write("/film.mkv", "another");
   EXPECT_FALSE(IsKnown(Path("/film.mkv")));
-  KeepProbe(Path("/film.mkv"), State(Path("/film.mkv")), MadeUp());
+  Keep(Path("/film.mkv"), State(Path("/film.mkv")), MadeUp());
   EXPECT_TRUE(IsKept(Path("/film.mkv")));
   EXPECT_EQ(std::distance(fs::directory_iterator(Path(kFolder)), fs::directory_iterator()), 2)
       << "the lock, and one file for the film";
 }
 
 TEST_F(FilmKept, IsNotStoredIfTheFilmChangedDuringTheProbe) {
-  KeepProbe(film_, {"as it was", true}, MadeUp());
+  Keep(film_, {"as it was", true}, MadeUp());
   EXPECT_FALSE(IsKnown(film_));
   EXPECT_FALSE(Exists(kFolder));
 }
 
 TEST_F(FilmKept, IsNotStoredIfTheFilmHasJustChanged) {
   Write("/film.mkv", "new");
-  KeepProbe(Path("/film.mkv"), FileState::Of(Path("/film.mkv")).value(), MadeUp());
+  Keep(Path("/film.mkv"), FileState::Of(Path("/film.mkv")).value(), MadeUp());
   EXPECT_TRUE(IsKnown(Path("/film.mkv"))) << "within the process";
   EXPECT_FALSE(IsKept(Path("/film.mkv")));
 }
@@ -190,13 +192,13 @@ TEST_F(FilmKept, IsNotStoredForAFileThatIsNotAFilm) {
 TEST_F(FilmKept, IsNotStoredIfJsonCannotHoldIt) {
   Json::Value document = MadeUp();
   document["track_info"]["title"] = "caf\xe9";
-  KeepProbe(film_, State(film_), document);
+  Keep(film_, State(film_), document);
   EXPECT_TRUE(IsKnown(film_));
   EXPECT_FALSE(IsKept(film_));
 }
 
 TEST_F(FilmKept, IsNotBelievedWhenItIsDamaged) {
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   const std::string whole = Read(FileFor(film_));
   ASSERT_GT(whole.size(), 100U);
   for (size_t place = 0; place < whole.size(); place += 7) {
@@ -228,7 +230,7 @@ TEST_F(FilmKept, IsProbedAgainByAnotherProbe) {
                  {"\"path\":\"", "\"path\":\"/other"},
                  {"\"state\":\"", "\"state\":\"9"}};
   for (const auto& change : changes) {
-    KeepProbe(film_, State(film_), MadeUp());
+    Keep(film_, State(film_), MadeUp());
     ASSERT_TRUE(IsKept(film_));
     Rewrite(film_, change.from, change.to);
     EXPECT_FALSE(IsKept(film_)) << change.to;
@@ -236,19 +238,19 @@ TEST_F(FilmKept, IsProbedAgainByAnotherProbe) {
 }
 
 TEST_F(FilmKept, IsProbedAgainByAnotherReleaseOfFfmpeg) {
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   const Json::Value kept = test::ParseText(Read(FileFor(film_)).substr(32));
   ASSERT_GE(kept["authors"].size(), 4U);
   for (const std::string& author : kept["authors"].getMemberNames()) {
     const std::string state = kept["authors"][author].asString();
-    KeepProbe(film_, State(film_), MadeUp());
+    Keep(film_, State(film_), MadeUp());
     Rewrite(film_, state, "1" + state);
     EXPECT_FALSE(IsKept(film_)) << author;
   }
 }
 
 TEST_F(FilmKept, IsNotBelievedInAFolderThatOthersMayWrite) {
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   const std::string file = Path(FileFor(film_));
   for (const mode_t mode : {0620, 0602, 0666}) {
     ASSERT_EQ(chmod(file.c_str(), mode), 0);
@@ -268,7 +270,7 @@ TEST_F(FilmKept, IsNotBelievedFromAnotherUser) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   ASSERT_EQ(chown(Path(FileFor(film_)).c_str(), 65534, 65534), 0);
   EXPECT_FALSE(IsKept(film_));
 }
@@ -278,7 +280,7 @@ TEST_F(FilmKept, IsNotPutIntoAFolderOfOthers) {
     fs::remove_all(Path("/var/packages/Mirevo/cache"));
     MakeDirectory(kFolder);
     ASSERT_EQ(chmod(Path(folder).c_str(), 0775), 0);
-    KeepProbe(film_, State(film_), MadeUp());
+    Keep(film_, State(film_), MadeUp());
     EXPECT_FALSE(IsKept(film_)) << folder;
     EXPECT_TRUE(fs::is_empty(Path(kFolder)));
   }
@@ -286,14 +288,14 @@ TEST_F(FilmKept, IsNotPutIntoAFolderOfOthers) {
   ASSERT_EQ(chmod(Path("/var/packages/Mirevo/cache").c_str(), 0755), 0);
   MakeDirectory("/elsewhere");
   fs::create_directory_symlink(Path("/elsewhere"), Path(kFolder));
-  KeepProbe(film_, State(film_), MadeUp());
+  Keep(film_, State(film_), MadeUp());
   EXPECT_TRUE(fs::is_empty(Path("/elsewhere")));
 }
 
 TEST_F(FilmKept, IsNotReadWhenItIsTooLong) {
   Json::Value document = MadeUp();
   document["track_info"]["title"] = std::string(2 << 20, 'x');
-  KeepProbe(film_, State(film_), document);
+  Keep(film_, State(film_), document);
   EXPECT_FALSE(IsKept(film_));
   const std::string body(2 << 20, ' ');
   Write(FileFor(film_), LibMirevo::GetMD5(body) + body);

@@ -59,6 +59,17 @@ TEST_F(StreamFiles, NameTheMonitor) {
   EXPECT_FALSE(Exists(File("monitor.pid")));
 }
 
+TEST_F(StreamFiles, ANumberThatBelongsToAnotherProcessNowNamesNoMonitor) {
+  const StreamDirectory directory("HLS", kId);
+  ASSERT_TRUE(directory.RecordMonitor(getpid()));
+  EXPECT_EQ(directory.Monitor(), getpid());
+  EXPECT_EQ(directory.OpenMonitor().Pid(), getpid());
+  Write(File("monitor.start"), std::to_string(getpid()) + " 1");
+  EXPECT_FALSE(directory.Monitor());
+  EXPECT_FALSE(directory.IsMonitored());
+  EXPECT_FALSE(directory.OpenMonitor());
+}
+
 TEST_F(StreamFiles, AreLockedWithTheModesOfTheirKind) {
   const StreamDirectory directory("HLS", kId);
   const mode_t previous = umask(0);

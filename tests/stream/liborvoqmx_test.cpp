@@ -462,6 +462,17 @@ TEST_F(Stream, RemovalLeavesARealDirectoryAndRemovesADanglingLink) {
   });
 }
 
+TEST_F(Stream, RemovalLeavesADirectoryThatIsNoStream) {
+  On("avoton", [this] {
+    Write("/volume1/photos/one", "kept");
+    MakeDirectory("/tmp/Mirevo/HLS");
+    ASSERT_EQ(symlink(Path("/volume1/photos").c_str(), Path(Directory("HLS")).c_str()), 0);
+    EXPECT_TRUE(PlainStream("HLS").RemoveTransDir());
+    EXPECT_FALSE(Exists(Directory("HLS")));
+    EXPECT_TRUE(Exists("/volume1/photos/one"));
+  });
+}
+
 class FilmStream : public test::StreamTest {};
 
 TEST_F(FilmStream, IsOpenedWithAnIdOfItsOwn) {

@@ -251,6 +251,16 @@ void HeldTicket::Remove() const {
   unlink(PathOf(streamId_).c_str());
 }
 
+std::optional<orvo::MediaFile> OpenFilmOf(const Ticket& ticket, Answer& refusal) {
+  auto film = OpenFilm(ticket.Path(), refusal);
+  const std::string identity = ticket.Parameter(kFilmParameter);
+  if (film && !identity.empty() && film->Identity() != identity) {
+    refusal = Answer::Failure(kNotFound, "The film has been replaced. Open it again.");
+    return std::nullopt;
+  }
+  return film;
+}
+
 std::string StreamLink(const Ticket& ticket) {
   return ticket.Parameter("link");
 }

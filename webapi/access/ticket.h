@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/media_file.h"
 #include "state/stream_directory.h"
 #include "util/file_lock.h"
 #include "webapi/http/answer.h"
@@ -109,6 +110,13 @@ class HeldTicket : public Ticket {
 
   orvo::FileLock lock_;
 };
+
+// The film of a stream, opened for this request. Nothing, with the answer in `refusal`, if the
+// client may not see it or if its path leads to another file than when the stream was opened.
+std::optional<orvo::MediaFile> OpenFilmOf(const Ticket& ticket, Answer& refusal);
+
+// The parameter of a ticket that tells which file the film is (orvo::MediaFile::Identity).
+inline constexpr char kFilmParameter[] = "film";
 
 // The value of "_sid" in a player's addresses that opens this stream; "" if no login is needed.
 std::string StreamLink(const Ticket& ticket);

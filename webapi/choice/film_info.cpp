@@ -48,17 +48,17 @@ Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
 
 Answer DescribeFilm(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto resolved = ResolveFilm(request.Text("path"), refusal);
-  if (!resolved) {
+  const auto file = OpenFilm(request.Text("path"), refusal);
+  if (!file) {
     return refusal;
   }
   VideoMetaData film;
-  if (!film.LoadFile(*resolved)) {
+  if (!film.LoadFile(*file)) {
     return Answer::Failure("TransVideoNotSupported", "This file is not a film that can be played.");
   }
   Json::Value data(Json::objectValue);
   data["metadata"] = film.GetDocument();
-  data["subtitles"] = FindSubtitles(*resolved, film);
+  data["subtitles"] = FindSubtitles(file->Path(), film);
   const std::string device = request.Text("device");
   data["profiles"] = Offers(ExplainProfiles(film, device), film);
   data["direct"] = ExplainDirect(film, ClientOf(request));

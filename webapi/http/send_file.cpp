@@ -146,4 +146,9 @@ bool SendFile(const Request& request, const std::string& path, const std::string
   return true;
 }
 
+void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
+              const char* cacheControl) {
+  FileAnswer(request, file.Status(), contentType, cacheControl).Send(file.Get());
+}
+
 }  // namespace webapi

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "platform/media_file.h"
 #include "webapi/http/request.h"
 
 namespace webapi {
@@ -17,8 +18,13 @@ inline constexpr char kKeepPicture[] = "private, max-age=86400";
 
 // Sends a file with its media type, or the requested bytes of it, or the answer that the client's
 // copy is still valid. If the environment variable MIREVO_SENDFILE names a header, the web server
-// reads and sends the file. Returns false and sends nothing if there is no such file.
+// reads and sends the file. It is for files that nobody but this service can put in their place.
+// Returns false and sends nothing if there is no such file.
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
+              const char* cacheControl = kAskAgain);
+// The same for an open file. This program always sends it itself: the web server would open the
+// name again, which may lead elsewhere by then.
+void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
               const char* cacheControl = kAskAgain);
 
 // Sends the headers of an answer of unknown length.

@@ -1,7 +1,5 @@
 #include "webapi/library/film_cache.h"
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <filesystem>
 
@@ -16,13 +14,11 @@ constexpr int64_t kMaxBytes = 256 << 20;
 
 }  // namespace
 
-std::string CachePath(const std::string& film, const std::string& what, const std::string& ending) {
-  struct stat status {};
-  if (stat(film.c_str(), &status) != 0) {
-    return "";
-  }
+std::string CachePath(const orvo::MediaFile& film, const std::string& what,
+                      const std::string& ending) {
+  const struct stat& status = film.Status();
   // No path contains a zero byte, so two films never have the same key.
-  const std::string key = film + '\0' + std::to_string(status.st_size) + ' ' +
+  const std::string key = film.Path() + '\0' + std::to_string(status.st_size) + ' ' +
                           std::to_string(status.st_mtim.tv_sec) + '.' +
                           std::to_string(status.st_mtim.tv_nsec) + ' ' + what;
   return orvo::SystemPath(kCacheFolder) + "/" + LibMirevo::GetMD5(key) + ending;

@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "platform/media_file.h"
+
 #include "util/system_files.h"
 
 namespace webapi {
@@ -15,7 +17,8 @@ using LibOrvoQMX::kCacheFolder;
 
 // The path of the cached `what` for the film's current state. `ending` includes its dot. "" if
 // there is no such film.
-std::string CachePath(const std::string& film, const std::string& what, const std::string& ending);
+std::string CachePath(const orvo::MediaFile& film, const std::string& what,
+                      const std::string& ending);
 
 // Stores a file, and removes the oldest files if the cache is too large. Returns false if the file
 // cannot be written.

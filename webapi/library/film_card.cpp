@@ -13,10 +13,10 @@ namespace {
 using LibOrvoQMX::VideoMetaData;
 
 // Returns an empty object for a file that is not a film. The cache stores this result too.
-Json::Value Probe(const std::string& path) {
+Json::Value Probe(const orvo::MediaFile& file) {
   VideoMetaData film;
   Json::Value facts(Json::objectValue);
-  if (film.LoadFile(path) && (HasPictures(film) || HasSound(film))) {
+  if (film.LoadFile(file) && (HasPictures(film) || HasSound(film))) {
     facts["music"] = IsMusic(film);
     facts["duration"] = film.GetDuration();
     facts["width"] = film.GetVideoDisplayX();
@@ -39,7 +39,7 @@ bool Load(const std::string& kept, Json::Value& facts) {
   return LibMirevo::ReadJsonFromFileWithoutLock(kept, facts) && AreFacts(facts);
 }
 
-bool LoadOrProbe(const std::string& film, Json::Value& facts) {
+bool LoadOrProbe(const orvo::MediaFile& film, Json::Value& facts) {
   const std::string kept = CachePath(film, "card", ".json");
   if (Load(kept, facts)) {
     return true;
@@ -55,7 +55,7 @@ bool LoadOrProbe(const std::string& film, Json::Value& facts) {
 
 }  // namespace
 
-std::optional<Json::Value> FactsOf(const std::string& film, Answer& refusal) {
+std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal) {
   Json::Value facts;
   if (!LoadOrProbe(film, facts)) {
     refusal = Answer::Failure(kBusy);
@@ -71,7 +71,7 @@ std::optional<Json::Value> FactsOf(const std::string& film, Answer& refusal) {
 
 Answer DescribeCard(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(request.Text("path"), refusal);
+  const auto film = OpenFilm(request.Text("path"), refusal);
   const auto facts = film ? FactsOf(*film, refusal) : std::nullopt;
   return facts ? Answer::Success(*facts) : refusal;
 }

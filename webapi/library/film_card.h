@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/media_file.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/request.h"
 
@@ -15,7 +16,7 @@ namespace webapi {
 // "audio" (codec names; "" if there is no such track), "music" (a boolean). The cache stores them.
 // If the file is not a film, or if too many requests wait for films, returns nothing and sets
 // `refusal` to the answer.
-std::optional<Json::Value> FactsOf(const std::string& film, Answer& refusal);
+std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal);
 
 Answer DescribeCard(const Request& request);
 

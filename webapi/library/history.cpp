@@ -133,7 +133,7 @@ Answer ListHistory(const Request& request) {
 
 Answer GetHistory(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(request.Text("path"), refusal);
+  const auto film = OpenFilm(request.Text("path"), refusal);
   if (!film) {
     return refusal;
   }
@@ -142,7 +142,7 @@ Answer GetHistory(const Request& request) {
   data["duration"] = 0;
   data["finished"] = false;
   for (const Json::Value& entry : History(request).Load()) {
-    if (entry["path"] == *film) {
+    if (entry["path"] == film->Path()) {
       AddProgress(entry, data);
     }
   }
@@ -151,7 +151,7 @@ Answer GetHistory(const Request& request) {
 
 Answer SaveHistory(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(request.Text("path"), refusal);
+  const auto film = OpenFilm(request.Text("path"), refusal);
   if (!film) {
     return refusal;
   }
@@ -160,16 +160,16 @@ Answer SaveHistory(const Request& request) {
   if (!position || !duration || *position > *duration + 1) {
     return Answer::Failure(kBadRequest, "The position must be a second within the film.");
   }
-  if (!IsUtf8(*film)) {
+  if (!IsUtf8(film->Path())) {
     return Answer::Failure(kBadRequest, "The name of this film is not valid UTF-8.");
   }
   Json::Value entry(Json::objectValue);
-  entry["path"] = *film;
+  entry["path"] = film->Path();
   entry["position"] = static_cast<Json::Int64>(*position);
   entry["duration"] = static_cast<Json::Int64>(*duration);
   entry["time"] = static_cast<Json::Int64>(time(nullptr));
   return Kept(History(request).Change(
-      [&](const Json::Value& entries) { return Limit(entry, Without(entries, *film)); }));
+      [&](const Json::Value& entries) { return Limit(entry, Without(entries, film->Path())); }));
 }
 
 Answer RemoveHistory(const Request& request) {

@@ -229,17 +229,32 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
   return resolved;
 }
 
-std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal) {
+orvo::MediaFile OpenVisible(const std::string& path) {
+  orvo::MediaFile file;
+  libmrv::DoActionAsRoot("OpenFilm", [&] {
+    errno = EXDEV;
+    for (const std::string& root : MediaRoots()) {
+      if (!file.IsOpen() && IsBelow(path, root)) {
+        file = orvo::MediaFile::OpenBeneath(root, path);
+      }
+    }
+    return file.IsOpen();
+  });
+  return file;
+}
+
+std::optional<orvo::MediaFile> OpenFilm(const std::string& path, Answer& refusal) {
   const auto resolved = ResolveMediaPath(path, refusal);
   if (!resolved) {
     return std::nullopt;
   }
-  struct stat status {};
-  if (stat(resolved->c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    refusal = Answer::Failure(kBadRequest, "This is a folder, not a film.");
-    return std::nullopt;
+  orvo::MediaFile film = OpenVisible(*resolved);
+  if (film.IsOpen()) {
+    return film;
   }
-  return resolved;
+  refusal = errno == EINVAL ? Answer::Failure(kBadRequest, "This is a folder, not a film.")
+                            : Answer::Failure(kNotFound, "The server cannot open this film.");
+  return std::nullopt;
 }
 
 Answer ListFolder(const Request& request) {

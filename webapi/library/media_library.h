@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/media_file.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/request.h"
 
@@ -29,8 +30,13 @@ bool MaySee(const std::string& path);
 // does not exist or the client may not see it, returns nothing and sets `refusal` to the answer.
 std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& refusal);
 
-// The same for a path that must name a playable file.
-std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal);
+// Opens the film that a client's path leads to, once for the whole request. If there is none or the
+// client may not see it, returns nothing and sets `refusal` to the answer.
+std::optional<orvo::MediaFile> OpenFilm(const std::string& path, Answer& refusal);
+
+// Opens a file by its real path, below the media root that holds it. Not open, with errno set, if
+// no root does.
+orvo::MediaFile OpenVisible(const std::string& path);
 
 // Is a path without links equal to or below one of `roots`?
 bool LiesIn(const std::vector<std::string>& roots, const std::string& path);

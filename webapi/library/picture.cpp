@@ -9,8 +9,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "metadata/video_metadata.h"
 #include "platform/confinement.h"
 #include "platform/plat.h"
 #include "util/media_formats.h"
@@ -47,6 +49,12 @@ struct Look {
 };
 constexpr Look kCover = {0, "", "0:v:0"};
 
+// The film, and FFmpeg's name of its demuxer: the film's descriptor has no name to tell it from.
+struct Source {
+  const orvo::MediaFile& file;
+  std::string demuxer;
+};
+
 // The height is at most twice the width. A taller film is scaled down and keeps its shape.
 std::string Scale(int width) {
   const std::string w = std::to_string(width);
@@ -63,7 +71,7 @@ std::vector<std::string> SeekTo(double second) {
 }
 
 // What is read, and the picture that is made of it.
-std::vector<std::string> DecodeOne(const std::string& film, int width, const Look& look) {
+std::vector<std::string> DecodeOne(const Source& film, int width, const Look& look) {
   return {"-t",
           "60",
           "-skip_frame",
@@ -72,8 +80,10 @@ std::vector<std::string> DecodeOne(const std::string& film, int width, const Loo
           "file",
           "-format_whitelist",
           orvo::kSelfContainedFormats,
+          "-f",
+          film.demuxer,
           "-i",
-          "file:" + film,
+          "file:" + film.file.Address(),
           "-map",
           look.track,
           "-frames:v",
@@ -92,7 +102,7 @@ std::vector<std::string> DecodeOne(const std::string& film, int width, const Loo
 }
 
 // Decodes only key frames, and reads at most one minute of the film.
-std::vector<std::string> CommandLine(const std::string& film, int width, const Look& look) {
+std::vector<std::string> CommandLine(const Source& film, int width, const Look& look) {
   std::vector<std::string> command = {kDecoder,          "-nostdin", "-hide_banner", "-v", "error",
                                       "-filter_threads", "1",        "-threads",     "1"};
   for (std::vector<std::string> part : {SeekTo(look.second), DecodeOne(film, width, look)}) {
@@ -103,7 +113,7 @@ std::vector<std::string> CommandLine(const std::string& film, int width, const L
 
 // The picture; "" when there is none. False when that is not known, because the time was over or
 // the decoder cannot be started.
-bool Decode(const std::string& film, int width, const Look& look, Clock::time_point deadline,
+bool Decode(const Source& film, int width, const Look& look, Clock::time_point deadline,
             std::string& picture) {
   const auto left =
       std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -111,8 +121,9 @@ bool Decode(const std::string& film, int width, const Look& look, Clock::time_po
   picture.clear();
   if (left > 0) {
     libmrv::DoActionAsRoot("MakePicture", [&] {
-      status = orvo::RunConfined(orvo::Job::kPicture, {.program = kDecoder, .read = {film}},
-                                 CommandLine(film, width, look), static_cast<int>(left), &picture);
+      status =
+          orvo::RunConfined(orvo::Job::kPicture, {.program = kDecoder, .files = {film.file.Get()}},
+                            CommandLine(film, width, look), static_cast<int>(left), &picture);
       return true;
     });
   }
@@ -124,7 +135,7 @@ bool Decode(const std::string& film, int width, const Look& look, Clock::time_po
 
 // The film, the picture to make, and its path in the cache.
 struct Wish {
-  std::string film;
+  const orvo::MediaFile& film;
   std::string path;
   int width = 0;
   std::vector<Look> looks;  // tried in order until one gives a picture
@@ -133,12 +144,17 @@ struct Wish {
 // Makes the picture. A film without a picture gets an empty file, so later requests do not try
 // again.
 bool Make(const Wish& wish) {
+  LibOrvoQMX::VideoMetaData known;
+  if (!known.LoadFile(wish.film)) {
+    return false;
+  }
+  const Source source{wish.film, orvo::DemuxerOf(known.GetContainer())};
   const auto deadline = Clock::now() + kTimeLimit;
   setpriority(PRIO_PROCESS, 0, kNiceness);
   std::string picture;
   bool isKnown = true;
   for (const Look& look : wish.looks) {
-    isKnown = Decode(wish.film, wish.width, look, deadline, picture) && isKnown;
+    isKnown = Decode(source, wish.width, look, deadline, picture) && isKnown;
     if (!picture.empty()) {
       break;
     }
@@ -183,12 +199,12 @@ std::optional<int> WidthOf(const Request& request, int64_t usual, int64_t larges
 
 // A request's film and the width of its picture.
 struct Subject {
-  std::string film;
+  orvo::MediaFile film;
   int width;
 };
 std::optional<Subject> SubjectOf(const Request& request, int64_t usualWidth, int64_t largestWidth,
                                  Answer& refusal) {
-  const auto film = ResolveFilm(request.Text("path"), refusal);
+  auto film = OpenFilm(request.Text("path"), refusal);
   if (!film) {
     return std::nullopt;
   }
@@ -199,7 +215,7 @@ std::optional<Subject> SubjectOf(const Request& request, int64_t usualWidth, int
                                                std::to_string(largestWidth) + ".");
     return std::nullopt;
   }
-  return Subject{*film, *width};
+  return Subject{std::move(*film), *width};
 }
 
 // The places where a poster is searched.

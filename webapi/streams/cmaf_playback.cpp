@@ -66,6 +66,11 @@ std::string WithLink(const Ticket& ticket, const std::string& parameters) {
   return link.empty() ? parameters : parameters + "&_sid=" + link;
 }
 
+// The film as it was when the stream was opened.
+LibOrvoQMX::PassedFilm FilmOf(const Ticket& ticket) {
+  return {ticket.Path(), ticket.Parameter(kFilmParameter), ""};
+}
+
 // The presentation of an opened stream; nothing if its plan cannot be read.
 std::optional<CmafPresentation> PresentationOf(const Ticket& ticket) {
   auto plan = orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
@@ -118,7 +123,7 @@ class SegmentRequest {
                  int number)
       : request_(request),
         rendition_(rendition),
-        run_(ticket.StreamId(), ticket.Path(), rendition),
+        run_(ticket.StreamId(), FilmOf(ticket), rendition),
         folder_(LibOrvoQMX::CmafFolder(ticket.StreamId(), rendition.name)),
         stream_(ticket.Directory()),
         number_(number) {}
@@ -198,7 +203,7 @@ class SegmentRequest {
 };
 
 Answer SendHeader(const Request& request, const Ticket& ticket, const CmafRendition& rendition) {
-  const CmafRun run(ticket.StreamId(), ticket.Path(), rendition);
+  const CmafRun run(ticket.StreamId(), FilmOf(ticket), rendition);
   if (!run.MakeFolder() || !run.MakeHeader()) {
     return Answer::Failure(kInternal, "The header of this rendition could not be made.");
   }
@@ -297,7 +302,7 @@ std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& s
 }
 
 Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
-  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), ticket.Path())) {
+  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), FilmOf(ticket))) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransVideoNotSupported",
                            "The segments of this film cannot be planned.");

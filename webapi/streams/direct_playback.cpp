@@ -1,6 +1,7 @@
 #include "webapi/streams/direct_playback.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 #include "platform/plat.h"
@@ -8,7 +9,6 @@
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
 #include "webapi/http/send_file.h"
-#include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
@@ -24,6 +24,12 @@ void RememberPosition(const Request& request, const std::string& streamId) {
   if (request.Method() != "HEAD") {
     DirectoryOf(streamId).AskForByte(request.RangeStart().value_or(0));
   }
+}
+
+// In bytes, when the film was opened.
+uint64_t SizeOf(const Ticket& ticket) {
+  const Json::Value& size = ticket.Record()["filesize"];
+  return size.isString() ? std::strtoull(size.asString().c_str(), nullptr, 10) : 0;
 }
 
 }  // namespace
@@ -43,21 +49,20 @@ std::string InitDirect(const LibOrvoQMX::VideoMetaData& film, const std::string&
 
 Answer PrepareDirect(const Ticket& ticket, Json::Value& data) {
   ticket.Directory().MarkAccess();
-  std::error_code failure;
   data["content_type"] = ticket.Parameter("content_type");
-  data["size"] = static_cast<Json::UInt64>(std::filesystem::file_size(ticket.Path(), failure));
-  return failure ? Answer::Failure(kNotFound) : Answer::Sent();
+  data["size"] = static_cast<Json::UInt64>(SizeOf(ticket));
+  return Answer::Sent();
 }
 
 Answer PlayDirect(const Request& request, const Ticket& ticket) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto film = ResolveFilm(ticket.Path(), refusal);
+  const auto film = OpenFilmOf(ticket, refusal);
   if (!film) {
     return refusal;
   }
   RememberPosition(request, ticket.StreamId());
-  return SendFile(request, *film, ticket.Parameter("content_type")) ? Answer::Sent()
-                                                                    : Answer::Failure(kNotFound);
+  SendFile(request, *film, ticket.Parameter("content_type"));
+  return Answer::Sent();
 }
 
 void CloseDirect(const std::string& streamId) {
@@ -69,9 +74,8 @@ void CloseDirect(const std::string& streamId) {
 
 double DirectPosition(const Ticket& ticket) {
   const int64_t first = ticket.Directory().LastAskedFor();
-  std::error_code failure;
-  const auto size = std::filesystem::file_size(ticket.Path(), failure);
-  if (failure || size == 0) {
+  const uint64_t size = SizeOf(ticket);
+  if (size == 0) {
     return 0;
   }
   const double part = static_cast<double>(first) / static_cast<double>(size);

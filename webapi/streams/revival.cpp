@@ -21,9 +21,15 @@ bool MakeDirectory(const Ticket& ticket) {
 }  // namespace
 
 bool ReviveDirectory(const Ticket& ticket) {
-  return ticket.HasDirectory() ||
-         (MakeDirectory(ticket) &&
-          LibMirevo::WriteJsonToFile(ticket.RecordPath(), ticket.Record()));
+  if (ticket.HasDirectory()) {
+    return true;
+  }
+  if (!MakeDirectory(ticket)) {
+    return false;
+  }
+  // A directory with a record is complete, so the record comes last.
+  ticket.Directory().Film().Write(ticket.Parameter(kFilmParameter));
+  return LibMirevo::WriteJsonToFile(ticket.RecordPath(), ticket.Record());
 }
 
 }  // namespace webapi

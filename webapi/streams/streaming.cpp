@@ -305,17 +305,23 @@ Json::Value ParametersToKeep(const Request& request, const Rendition& rendition)
   return parameters;
 }
 
+// A film that this request has opened and probed.
+struct KnownFilm {
+  const orvo::MediaFile& file;
+  const VideoMetaData& facts;
+};
+
 // Makes the directory and the record of a stream, with the id `streamId` or a new one. Returns the
 // id, or an error word for the client.
-std::string Init(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+std::string Init(const Request& request, const StreamKind& kind, const KnownFilm& film,
                  const Rendition& rendition, const std::string& streamId) {
   if (rendition.method == kDirectProfile) {
-    return InitDirect(film, streamId);
+    return InitDirect(film.facts, streamId);
   }
   if (IsCmaf(kind)) {
-    return InitCmaf(film, streamId);
+    return InitCmaf(film.facts, streamId);
   }
-  QMXInitArgument argument(film.GetFilePath(), kind.kind, ProfileFile(), rendition.profile.key);
+  QMXInitArgument argument(film.file.Path(), kind.kind, ProfileFile(), rendition.profile.key);
   argument.device = request.Text("device");
   argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
   argument.args["hls_header"] = request.Text("hls_header") == "true";
@@ -326,7 +332,7 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   if (!streamId.empty()) {
     argument.args["stream_id"] = streamId;
   }
-  return QMXStream::QMX_Init(argument);
+  return QMXStream::QMX_Init(argument, film.file);
 }
 
 // A client that says where it will begin waits for less: the work starts as soon as it has its
@@ -345,7 +351,7 @@ bool HasPrograms(const StreamKind& kind) {
 }
 
 // Opens a stream of a film that passed all checks.
-Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
+Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& film,
             const Rendition& rendition, const Joined& joined, StartTimes& times) {
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
@@ -353,6 +359,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
+  parameters[kFilmParameter] = film.file.Identity();
   auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {
@@ -368,7 +375,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["stream_id"] = streamId;
   data["format"] = kind.format;
   data["profile"] = rendition.profile.key;
-  data["duration"] = film.GetDuration();
+  data["duration"] = film.facts.GetDuration();
   data["url"] = AddressOf(request, request.Authority(), kind, *ticket);
   if (const std::string network = NetworkAuthority(request); !network.empty()) {
     data["network_url"] = AddressOf(request, network, kind, *ticket);
@@ -426,19 +433,19 @@ Answer OpenStream(const Request& request) {
   if (!request.Text("format").empty() && KindOf(request, refusal) == nullptr) {
     return refusal;
   }
-  const auto path = ResolveFilm(request.Text("path"), refusal);
-  const auto joined = path ? JoinedStream(request, *path, refusal) : std::nullopt;
+  const auto file = OpenFilm(request.Text("path"), refusal);
+  const auto joined = file ? JoinedStream(request, file->Path(), refusal) : std::nullopt;
   if (!joined) {
     return refusal;
   }
-  if (!IsUtf8(*path)) {
+  if (!IsUtf8(file->Path())) {
     return Answer::Failure(kBadRequest,
                            "The name of this film is not valid UTF-8. Rename the file to play it.");
   }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
   StartTimes times;
-  if (!film.LoadFile(*path)) {
+  if (!film.LoadFile(*file)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
   times.Mark("probe");
@@ -464,7 +471,7 @@ Answer OpenStream(const Request& request) {
   }
   SweepStreams();
   times.Mark("admission");
-  return Open(request, *choice->kind, film, choice->rendition, *joined, times);
+  return Open(request, *choice->kind, {*file, film}, choice->rendition, *joined, times);
 }
 
 Answer PlayStream(const Request& request) {

@@ -6,6 +6,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/io.h"
 #include "util/file_lock.h"
@@ -48,6 +49,7 @@ std::optional<Span> SpanOf(const Request& request) {
 // is read.
 struct Stream {
   Json::Value film;
+  orvo::MediaFile file;
   std::string folder;
 };
 
@@ -70,7 +72,9 @@ std::optional<Stream> StreamOf(const Request& request, Answer& refusal) {
   // The folder stores the converted track. Without it, the film can still be read.
   ReviveStream(*ticket);
   ticket->MarkUse();
-  return Stream{ticket->Record(), ticket->Folder()};
+  auto file = OpenFilmOf(*ticket, refusal);
+  return file ? std::optional(Stream{ticket->Record(), std::move(*file), ticket->Folder()})
+              : std::nullopt;
 }
 
 // A converted track on disk. Several requests may convert the same track at the same time. The file
@@ -104,7 +108,7 @@ bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::st
   if (kept.Load(webVtt)) {
     return true;
   }
-  const auto source = SubtitleSource::Find(stream.film, subtitleId, refusal);
+  const auto source = SubtitleSource::Find(stream.film, stream.file, subtitleId, refusal);
   if (source == nullptr) {
     return false;
   }

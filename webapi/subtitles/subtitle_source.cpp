@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/confinement.h"
@@ -65,20 +66,17 @@ std::string FolderOf(const std::string& path) {
 
 class SubtitleFile : public SubtitleSource {
  public:
-  // `path` has no links in it.
-  SubtitleFile(std::string path, SubtitleParser parse) : path_(std::move(path)), parse_(parse) {}
+  SubtitleFile(orvo::MediaFile file, SubtitleParser parse)
+      : file_(std::move(file)), parse_(parse) {}
 
   bool Convert(const std::string& characterSet, std::string& webVtt,
                Answer& refusal) const override {
-    std::string text;
-    bool isTooLarge = false;
-    const bool read =
-        libmrv::DoActionAsRoot("ReadSubtitle", [&] { return Read(text, isTooLarge); });
-    if (isTooLarge) {
+    if (file_.Status().st_size > kLargestFile) {
       refusal = Answer::Failure(kBadRequest, "This subtitle file is larger than 20 MB.");
       return false;
     }
-    if (!read) {
+    std::string text;
+    if (!ReadAllOf(file_.Get(), text)) {
       refusal = Answer::Failure(kNotFound, "This subtitle file cannot be read.");
       return false;
     }
@@ -87,19 +85,7 @@ class SubtitleFile : public SubtitleSource {
   }
 
  private:
-  // A link or a pipe may have replaced the file. Do not follow the link or wait for the pipe.
-  bool Read(std::string& text, bool& isTooLarge) const {
-    const orvo::UniqueFd file(
-        open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
-    struct stat status {};
-    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-      return false;
-    }
-    isTooLarge = status.st_size > kLargestFile;
-    return !isTooLarge && ReadAllOf(file.Get(), text);
-  }
-
-  std::string path_;
+  orvo::MediaFile file_;
   SubtitleParser parse_;
 };
 
@@ -115,20 +101,26 @@ bool IsListed(const std::string& film, const std::string& id) {
                      [&](const Json::Value& file) { return file.asString() == id; });
 }
 
-// If the film itself is a root, the subtitles beside it are outside every root. A link among them
-// must lead into a root.
-bool MayBeSeen(const std::string& film, const std::string& path) {
-  Answer ignored = Answer::Failure(kNotFound);
-  return FolderOf(path) == FolderOf(film) || ResolveMediaPath(path, ignored).has_value();
+// Opens a file by its real path. If the film itself is a root, the subtitles beside it are outside
+// every root. A link among them must lead into a root.
+orvo::MediaFile OpenBeside(const std::string& film, const std::string& path) {
+  orvo::MediaFile file = OpenVisible(path);
+  const std::string folder = FolderOf(film);
+  if (!file.IsOpen() && FolderOf(path) == folder) {
+    libmrv::DoActionAsRoot("OpenSubtitle", [&] {
+      file = orvo::MediaFile::OpenBeneath(folder.substr(0, folder.size() - 1), path);
+      return file.IsOpen();
+    });
+  }
+  return file;
 }
 
 std::unique_ptr<SubtitleSource> FindFile(const std::string& film, const std::string& id) {
   const std::string path = IsListed(film, id) ? RealPath(id) : "";
   const SubtitleParser parse = ParserFor(libmrv::subtitle::PathInfo(id)["extension"].asString());
-  if (path.empty() || parse == nullptr || !MayBeSeen(film, path)) {
-    return nullptr;
-  }
-  return std::make_unique<SubtitleFile>(path, parse);
+  orvo::MediaFile file =
+      path.empty() || parse == nullptr ? orvo::MediaFile() : OpenBeside(film, path);
+  return file.IsOpen() ? std::make_unique<SubtitleFile>(std::move(file), parse) : nullptr;
 }
 
 // --- Tracks
@@ -161,12 +153,10 @@ constexpr std::array kContainers = {
 
 class SubtitleTrack : public SubtitleSource {
  public:
-  SubtitleTrack(std::string film, const Container& container, std::string track,
+  // The film outlives this object.
+  SubtitleTrack(const orvo::MediaFile& film, const Container& container, std::string track,
                 const Extraction& extraction)
-      : film_(std::move(film)),
-        container_(container),
-        track_(std::move(track)),
-        extraction_(extraction) {}
+      : film_(film), container_(container), track_(std::move(track)), extraction_(extraction) {}
 
   bool Convert(const std::string& characterSet, std::string& webVtt,
                Answer& refusal) const override {
@@ -196,7 +186,7 @@ class SubtitleTrack : public SubtitleSource {
       return false;
     }
     const int status =
-        orvo::RunConfined(orvo::Job::kSubtitles, {.program = kExtractor, .read = {film_}},
+        orvo::RunConfined(orvo::Job::kSubtitles, {.program = kExtractor, .files = {film_.Get()}},
                           CommandLine(pipe.Get()), INT_MAX);
     if (status < 0 || (status >= kSignalled && status != kTimeLimitReached)) {
       return false;
@@ -218,7 +208,7 @@ class SubtitleTrack : public SubtitleSource {
             "-f",
             container_.demuxer,
             "-i",
-            "file:" + film_,
+            "file:" + film_.Address(),
             "-map",
             "0:" + track_,
             "-vn",
@@ -235,7 +225,7 @@ class SubtitleTrack : public SubtitleSource {
             "pipe:" + std::to_string(output)};
   }
 
-  std::string film_;
+  const orvo::MediaFile& film_;
   const Container& container_;
   std::string track_;
   const Extraction& extraction_;
@@ -254,7 +244,8 @@ auto RowOf(const Table& table, Name name, const std::string& text) -> decltype(t
   return row == table.end() ? nullptr : &*row;
 }
 
-std::unique_ptr<SubtitleSource> FindTrack(const Json::Value& film, const std::string& id) {
+std::unique_ptr<SubtitleSource> FindTrack(const Json::Value& film, const orvo::MediaFile& file,
+                                          const std::string& id) {
   const Container* const container =
       RowOf(kContainers, &Container::name, TextIn(film, "container_type"));
   const Json::Value& tracks = film["track_info"];
@@ -266,7 +257,7 @@ std::unique_ptr<SubtitleSource> FindTrack(const Json::Value& film, const std::st
     const Extraction* const extraction =
         RowOf(kExtractions, &Extraction::codec, TextIn(track, "codec"));
     if (TextIn(track, "track") == id && extraction != nullptr) {
-      return std::make_unique<SubtitleTrack>(TextIn(film, "path"), *container, id, *extraction);
+      return std::make_unique<SubtitleTrack>(file, *container, id, *extraction);
     }
   }
   return nullptr;
@@ -274,10 +265,11 @@ std::unique_ptr<SubtitleSource> FindTrack(const Json::Value& film, const std::st
 
 }  // namespace
 
-std::unique_ptr<SubtitleSource> SubtitleSource::Find(const Json::Value& film, const std::string& id,
-                                                     Answer& refusal) {
+std::unique_ptr<SubtitleSource> SubtitleSource::Find(const Json::Value& film,
+                                                     const orvo::MediaFile& file,
+                                                     const std::string& id, Answer& refusal) {
   const bool isPath = !id.empty() && id.front() == '/';
-  auto source = isPath ? FindFile(TextIn(film, "path"), id) : FindTrack(film, id);
+  auto source = isPath ? FindFile(file.Path(), id) : FindTrack(film, file, id);
   if (source == nullptr) {
     refusal = Answer::Failure(kNotFound, "This film has no such subtitle.");
   }

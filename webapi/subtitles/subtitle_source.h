@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/media_file.h"
 #include "webapi/http/answer.h"
 
 namespace webapi {
@@ -14,9 +15,10 @@ class SubtitleSource {
  public:
   // Finds the subtitle with this `id`: the number of a text track in the container, or the path of
   // a file that is beside the film and named after it. Never opens any other path. `film` is the
-  // metadata document. If there is no such subtitle, returns null and sets `refusal` to the answer.
-  static std::unique_ptr<SubtitleSource> Find(const Json::Value& film, const std::string& id,
-                                              Answer& refusal);
+  // metadata document of the open film `file`, which outlives the result. If there is no such
+  // subtitle, returns null and sets `refusal` to the answer.
+  static std::unique_ptr<SubtitleSource> Find(const Json::Value& film, const orvo::MediaFile& file,
+                                              const std::string& id, Answer& refusal);
   virtual ~SubtitleSource() = default;
 
   // Writes the whole track into `webVtt`, without cues if none can be read. `characterSet` is the

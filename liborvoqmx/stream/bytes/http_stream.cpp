@@ -101,7 +101,7 @@ bool HttpStream::Transcoding(const std::string& executable, int startSeconds) {
 
 // Runs in the detached process. Returns only if the launch could not be prepared.
 void HttpStream::ExecuteTranscoder(const orvo::UniqueFd& writeEnd, const std::string& executable) {
-  if (!Directory().MonitorPid().Write(getpid())) {
+  if (!Directory().RecordMonitor(getpid())) {
     return;
   }
   const std::vector<std::string> arguments = CalculateArgument();

@@ -12,7 +12,7 @@
 #include "contract/cmaf.h"
 #include "platform/log.h"
 #include "platform/plat.h"
-#include "platform/process.h"
+#include "platform/process_launch.h"
 #include "state/stream_room.h"
 #include "state/stream_watch.h"
 #include "stream/pipeline/monitor.h"
@@ -51,10 +51,12 @@ bool Exists(const std::string& path) {
 }
 
 // Runs the transcoder program to its end.
-bool RunShort(const char* action, const std::vector<std::string>& command) {
-  return libmrv::DoActionAsRoot(action, [&] {
-    return orvo::RunWithin(command.front(), command, kShortRunMilliseconds) == 0;
+bool RunShort(const char* action, const std::vector<std::string>& command, const PassedFilm& film) {
+  orvo::Process program = orvo::Fork([&] {
+    BecomeTranscoder(action, command, film);
+    return 1;
   });
+  return program && program.WaitFor(kShortRunMilliseconds) == 0;
 }
 
 StreamDirectory DirectoryOf(const std::string& streamId) {
@@ -80,11 +82,13 @@ StreamDirectory CmafFolder(const std::string& streamId, const std::string& rendi
   return StreamDirectory(std::string(kCmafKind) + "/" + streamId, rendition);
 }
 
-bool MakeCmafPlan(const std::string& streamId, const std::string& film) {
+bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film) {
   const StreamDirectory directory = DirectoryOf(streamId);
   return Exists(directory.FilePath(orvo::kCmafPlanFile)) ||
-         RunShort("Plan",
-                  {orvo::SystemPath(kTranscoder), "-cmaf", "plan", "-i", film, directory.Path()});
+         RunShort(
+             "Plan",
+             {orvo::SystemPath(kTranscoder), "-cmaf", "plan", "-i", film.path, directory.Path()},
+             film);
 }
 
 void CloseCmafStream(const std::string& streamId) {
@@ -109,7 +113,7 @@ std::vector<pid_t> CmafMonitors(const std::string& streamId) {
   return monitors;
 }
 
-CmafRun::CmafRun(std::string streamId, std::string film, const CmafRendition& rendition)
+CmafRun::CmafRun(std::string streamId, PassedFilm film, const CmafRendition& rendition)
     : streamId_(std::move(streamId)),
       film_(std::move(film)),
       rendition_(rendition),
@@ -138,7 +142,7 @@ std::vector<std::string> CmafRun::Command(int number, bool isHeaderOnly) const {
   }
   for (const std::string& argument :
        {std::string("-number"), std::to_string(number), std::string("-head"),
-        std::string(isHeaderOnly ? "1" : "0"), std::string("-i"), film_, folder_.Path()}) {
+        std::string(isHeaderOnly ? "1" : "0"), std::string("-i"), film_.path, folder_.Path()}) {
     command.push_back(argument);
   }
   return command;
@@ -149,7 +153,8 @@ bool CmafRun::MakeHeader() const {
     return true;
   }
   const StreamLock lock(folder_.FilePath(kHeaderLock), kLockMode);
-  return Exists(HeaderPath()) || (RunShort("Header", Command(0, true)) && Exists(HeaderPath()));
+  return Exists(HeaderPath()) ||
+         (RunShort("Header", Command(0, true), film_) && Exists(HeaderPath()));
 }
 
 std::optional<StreamLock> CmafRun::TakePlace() const {
@@ -202,7 +207,7 @@ void CmafRun::Watch(int number) const {
   Pipeline pipeline(gTranscoder, {rendition_.IsEncodedPicture(), kGraceMilliseconds});
   const auto become = [&] {
     if (!rendition_.IsEncodedPicture() || RegisterTranscoder(false)) {
-      BecomeTranscoder("Execute FFmpeg", Command(number, false));
+      BecomeTranscoder("Execute FFmpeg", Command(number, false), film_);
     }
   };
   const auto isUnwanted = [&] {

@@ -13,6 +13,7 @@
 #include "platform/export.h"
 #include "state/stream_directory.h"
 #include "state/stream_lock.h"
+#include "stream/pipeline/transcoder_launch.h"
 
 namespace LibOrvoQMX {
 
@@ -22,8 +23,8 @@ inline constexpr char kCmafKind[] = "CMAF";
 ORVO_API StreamDirectory CmafFolder(const std::string& streamId, const std::string& rendition);
 
 // Makes the plan of a film, and what is known of its pictures, in the stream's directory. Returns
-// false if the film cannot be planned.
-ORVO_API bool MakeCmafPlan(const std::string& streamId, const std::string& film);
+// false if the film cannot be planned, or is not the one any more that was opened.
+ORVO_API bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film);
 
 // Ends the runs of all renditions, and removes the stream's directory.
 ORVO_API void CloseCmafStream(const std::string& streamId);
@@ -33,7 +34,7 @@ ORVO_API std::vector<pid_t> CmafMonitors(const std::string& streamId);
 
 class ORVO_API CmafRun {
  public:
-  CmafRun(std::string streamId, std::string film, const CmafRendition& rendition);
+  CmafRun(std::string streamId, PassedFilm film, const CmafRendition& rendition);
 
   std::string HeaderPath() const;
   std::string SegmentPath(int number) const;     // of a complete segment
@@ -76,7 +77,7 @@ class ORVO_API CmafRun {
   std::vector<std::string> Command(int number, bool isHeaderOnly) const;
 
   std::string streamId_;
-  std::string film_;
+  PassedFilm film_;
   CmafRendition rendition_;
   StreamDirectory folder_;
 };

@@ -6,7 +6,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
+
+#include "contract/passed_film.h"
 #include "platform/log.h"
+#include "platform/media_file.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
 #include "policy/trans_loading.h"
@@ -27,6 +32,21 @@ void Execute(const std::vector<std::string>& commandLine, const orvo::ParentDeat
   options.streams = orvo::StandardStreams::kKept;
   options.parentDeath = wish;
   orvo::Become(program, options);
+}
+
+// Opens the film for the program that this process becomes, and announces it.
+bool Pass(const PassedFilm& film, orvo::UniqueFd& file) {
+  const orvo::MediaFile opened = orvo::MediaFile::Open(film.path);
+  if (!film.identity.empty() && (!opened.IsOpen() || opened.Identity() != film.identity)) {
+    ORVO_LOG("[%s] is not the film any more that was opened.", film.path.c_str());
+    return false;
+  }
+  unsetenv(orvo::kFilmVariable);
+  if (opened.IsOpen()) {
+    file.Reset(dup(opened.Get()));  // without close-on-exec
+    setenv(orvo::kFilmVariable, (std::to_string(file.Get()) + ' ' + film.demuxer).c_str(), 1);
+  }
+  return true;
 }
 
 }  // namespace
@@ -53,10 +73,14 @@ void ReplaceProcess(const std::vector<std::string>& commandLine) {
   Execute(commandLine, {});
 }
 
-bool BecomeTranscoder(const char* action, const std::vector<std::string>& commandLine) {
+bool BecomeTranscoder(const char* action, const std::vector<std::string>& commandLine,
+                      const PassedFilm& film) {
   const orvo::ParentDeath wish = orvo::ParentDeath::Current();
   return libmrv::DoActionAsRoot(action, [&] {
-    Execute(commandLine, wish);
+    orvo::UniqueFd file;
+    if (Pass(film, file)) {
+      Execute(commandLine, wish);
+    }
     return false;
   });
 }
@@ -66,13 +90,13 @@ bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait) {
   if (!lock.IsOpen()) {
     return false;
   }
-  const pid_t oldPid = directory.Monitor().value_or(-1);
-  KillProcess(oldPid);
+  const orvo::Process old = directory.OpenMonitor();
+  old.AskToEnd(SIGTERM);
   if (pid > 0) {
-    directory.MonitorPid().Write(pid);
+    directory.RecordMonitor(pid);
   }
-  if (wait && oldPid > 0) {
-    orvo::WaitForExit(oldPid, kMonitorEndMilliseconds);
+  if (wait) {
+    old.HasEndedWithin(kMonitorEndMilliseconds);
   }
   return true;
 }

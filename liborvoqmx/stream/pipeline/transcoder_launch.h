@@ -20,9 +20,19 @@ bool RegisterTranscoder(bool hardware);
 // failure.
 void ReplaceProcess(const std::vector<std::string>& commandLine);
 
-// The same, as root if the process can become root. `action` is the name for the log. Returns only
-// on failure, with false.
-bool BecomeTranscoder(const char* action, const std::vector<std::string>& commandLine);
+// The film of a transcoder, which gets it as an open file.
+struct PassedFilm {
+  std::string path;
+  std::string identity;  // when the stream was opened (orvo::MediaFile); "" if that is not known
+  std::string demuxer;   // FFmpeg's name; "" if it is not known
+};
+
+// The same, as root if the process can become root. The program also gets the film's descriptor,
+// and its number and the demuxer in the environment (contract/passed_film.h). It gets none if the
+// film cannot be opened and its identity is not known. `action` is the name for the log. Returns
+// only on failure, with false; it is a failure if the path leads to another file than before.
+bool BecomeTranscoder(const char* action, const std::vector<std::string>& commandLine,
+                      const PassedFilm& film);
 
 // Ends the stream's monitor and records `pid` as the new one. A pid of 0 or less only ends the
 // monitor; the old number stays recorded. With `wait`, waits at most about 5 seconds until the old

@@ -12,7 +12,7 @@
 namespace {
 
 using webapi::Answer;
-using webapi::ResolveFilm;
+using webapi::OpenFilm;
 using webapi::ResolveMediaPath;
 
 constexpr char kForbiddenText[] = "Status: 403";
@@ -47,6 +47,12 @@ class MediaLibrary : public test::Sysroot {
     answer.Send(false);
     return testing::internal::GetCapturedStdout();
   }
+  // Where an opened film is; "" if it is refused.
+  std::string RealPathOf(const std::string& path) const {
+    Answer refusal = Answer::Failure(webapi::kInternal);
+    const auto film = OpenFilm(Path(path), refusal);
+    return film ? film->Path() : "";
+  }
   static Answer List(const std::string& query) {
     webapi::Request request;
     EXPECT_TRUE(request.AddParameters(query));
@@ -54,14 +60,14 @@ class MediaLibrary : public test::Sysroot {
   }
   std::string RefusalOf(const std::string& path) const {
     Answer refusal = Answer::Failure(webapi::kInternal);
-    return ResolveFilm(path, refusal) ? "" : TextOf(refusal).substr(0, sizeof(kForbiddenText) - 1);
+    return OpenFilm(path, refusal) ? "" : TextOf(refusal).substr(0, sizeof(kForbiddenText) - 1);
   }
 };
 
 TEST_F(MediaLibrary, ServesFilesInARoot) {
   Answer refusal = Answer::Failure(webapi::kInternal);
-  EXPECT_EQ(ResolveFilm(Path("/films/a.mkv"), refusal), Path("/films/a.mkv"));
-  EXPECT_EQ(ResolveFilm(Path("/films/more/../a.mkv"), refusal), Path("/films/a.mkv"));
+  EXPECT_EQ(RealPathOf("/films/a.mkv"), Path("/films/a.mkv"));
+  EXPECT_EQ(RealPathOf("/films/more/../a.mkv"), Path("/films/a.mkv"));
   EXPECT_EQ(ResolveMediaPath(Path("/films/more"), refusal), Path("/films/more"));
 }
 
@@ -85,8 +91,19 @@ TEST_F(MediaLibrary, ALinkOutOfARootIsNotFollowed) {
 
 TEST_F(MediaLibrary, ALinkWithinTheRootsIsFollowed) {
   Link("/films/a.mkv", "/films/more/again.mkv");
-  Answer refusal = Answer::Failure(webapi::kInternal);
-  EXPECT_EQ(ResolveFilm(Path("/films/more/again.mkv"), refusal), Path("/films/a.mkv"));
+  EXPECT_EQ(RealPathOf("/films/more/again.mkv"), Path("/films/a.mkv"));
+}
+
+TEST_F(MediaLibrary, OnlyRegularFilesAreFilms) {
+  ASSERT_EQ(mkfifo(Path("/films/pipe.mkv").c_str(), 0600), 0);
+  EXPECT_EQ(RefusalOf(Path("/films/pipe.mkv")), kBadRequestText);
+}
+
+TEST_F(MediaLibrary, AFileIsOpenedOnlyBelowTheRootThatHoldsIt) {
+  EXPECT_TRUE(webapi::OpenVisible(Path("/films/a.mkv")).IsOpen());
+  EXPECT_FALSE(webapi::OpenVisible(Path("/secret/b.mkv")).IsOpen());
+  Link("/secret/b.mkv", "/films/link.mkv");
+  EXPECT_FALSE(webapi::OpenVisible(Path("/films/link.mkv")).IsOpen());
 }
 
 TEST_F(MediaLibrary, ReportsMissingFilesOnlyInTheRoots) {
