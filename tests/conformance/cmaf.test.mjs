@@ -33,13 +33,15 @@ const films = {
   'sound.m4a': [...sound, ...aac],
   'broadcast.ts': [...picture(25), ...sound, '-c:v', 'mpeg2video', '-g', '12', '-c:a', 'mp2'],
 };
+// Its run pauses before the film's end.
+const longFilm = ['-f', 'lavfi', '-i', 'testsrc2=s=160x90:d=150:r=10', ...h264, '-g', '10'];
 const wishes = { format: 'cmaf', codecs: 'avc1,mp4a,opus' };
 let folder;
 let service;
 
 before(async () => {
   folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-cmaf-'));
-  for (const [name, options] of Object.entries(films)) {
+  for (const [name, options] of Object.entries({ ...films, 'long.mp4': longFilm })) {
     execFileSync('ffmpeg', ['-nostdin', '-v', 'error', ...options, path.join(folder, name)]);
   }
   service = await Service.start([folder]);
@@ -100,6 +102,20 @@ test('a header costs no run', async () => {
   }
   const { data } = await service.call('Status', 'get');
   assert.deepEqual(data.transcoders, []);
+});
+
+test('without a place, a stream gets a clear answer for encoded pictures, and its copy', async () => {
+  const get = async (stream, rendition, number) => {
+    const base = stream.url.replace('master.m3u8', 'segment.m4s');
+    const answer = await fetch(`${base}&rendition=${rendition}&segment=${number}`);
+    await answer.arrayBuffer();
+    return answer.status;
+  };
+  const [first, second] = [await open('long.mp4'), await open('long.mp4')];
+  assert.equal(await get(first, 'h264-90', 0), 200);
+  assert.equal(await get(second, 'h264-90', 0), 503);
+  assert.equal(await get(second, 'copy-video', 0), 200);
+  assert.equal(await get(first, 'h264-90', 25), 200);
 });
 
 test('a wrong rendition, segment or parameter gets a clear error', async () => {

@@ -227,7 +227,7 @@ TEST(FragmentReader, RefusesWhatIsNoSuchStream) {
   for (const std::string& text :
        {std::string("\0\0\0\1moof", 8), std::string("\xff\xff\xff\xffmoof", 8),
         std::string("\0\0\0\x08moov", 8)}) {
-    FragmentReader reader([](CmafSample) { FAIL(); });
+    FragmentReader reader([](const CmafSample&) { FAIL(); });
     EXPECT_FALSE(reader.Add(text));
   }
 }
@@ -235,7 +235,7 @@ TEST(FragmentReader, RefusesWhatIsNoSuchStream) {
 TEST(FragmentReader, ReadsTheHeaderThatThisProgramWrites) {
   CmafTrack track = Pictures();
   track.descriptions = std::string("\0\0\0\x10stsd\0\0\0\0\0\0\0\0", 16);
-  FragmentReader reader([](CmafSample) { FAIL(); });
+  FragmentReader reader([](const CmafSample&) { FAIL(); });
   ASSERT_TRUE(reader.Add(CmafHeader(track, 5)));
   ASSERT_TRUE(reader.Track());
   EXPECT_TRUE(reader.Track()->isPicture);
