@@ -97,6 +97,10 @@ Answer PlayHls(const Request& request, const Ticket& ticket) {
                                     : SendPlaylist(request, stream);
 }
 
+void StartHls(const Ticket& ticket, double second) {
+  (void)HttpLiveStream(ticket.StreamId()).StartAhead(second);
+}
+
 void CloseHls(const std::string& streamId) {
   HttpLiveStream(streamId).Close();
 }

@@ -24,7 +24,9 @@
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/library/media_library.h"
+#include "webapi/streams/byte_playback.h"
 #include "webapi/streams/direct_playback.h"
+#include "webapi/streams/guardian.h"
 #include "webapi/streams/hls_playback.h"
 #include "webapi/streams/http_playback.h"
 #include "webapi/streams/recent_streams.h"
@@ -54,10 +56,13 @@ struct StreamKind {
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
+  // Starts the work for a player that will begin at this second; null if it begins with the first
+  // request.
+  void (*startAhead)(const Ticket& ticket, double second) = nullptr;
 };
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
-    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls, StartHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
@@ -295,6 +300,16 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   return QMXStream::QMX_Init(argument);
 }
 
+// A client that says where it will begin waits for less: the work starts as soon as it has its
+// answer. Without room for a transcoder the first request of the player says so.
+void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+  Answer ignored = Answer::Failure(kInternal);
+  const auto start = StartSecond(request, ticket.Duration(), ignored);
+  if (request.Has("start") && start && kind.startAhead != nullptr) {
+    (void)WatchOverMe([&] { kind.startAhead(ticket, *start); });
+  }
+}
+
 // Is everything installed that this kind of stream needs?
 bool HasPrograms(const StreamKind& kind) {
   return kind.kind == std::string_view(kDirectKind) || access(LibOrvoQMX::kFFmpeg, X_OK) == 0;
@@ -332,6 +347,9 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   RememberStream(*ticket, kOpened);
   times.Mark("prepare");
   ticket->AddTimes(times.Steps());
+  const Ticket opened = *ticket;
+  ticket.reset();  // the process that is started now must not hold it
+  StartAhead(request, kind, opened);
   return Answer::Success(data);
 }
 
@@ -401,6 +419,9 @@ Answer OpenStream(const Request& request) {
   }
   if (!IsSoundWish(request)) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
+  }
+  if (!StartSecond(request, film.GetDuration(), refusal)) {
+    return refusal;
   }
   // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
