@@ -98,14 +98,26 @@ bool MakePlainDirectory(const std::string& kind, const std::string& streamId) {
   return ORVOFSMkdirPMirevo(StreamPath(kind, streamId), kDirectoryMode);
 }
 
-void RemoveLinkedDirectory(const std::string& link) {
-  const std::string target = LinkTarget(link);
-  if (!target.empty() && VerifyFileExist(target, 0) && IsStreamOf(link, target)) {
+namespace {
+
+void RemoveIfThere(const std::string& directory) {
+  if (!directory.empty() && VerifyFileExist(directory, 0)) {
     IF_RUN_AS(0, 0) {
-      PlatExec("/bin/rm", "-rf", target);
+      PlatExec("/bin/rm", "-rf", directory);
     }
   }
+}
+
+}  // namespace
+
+// A transcoder that is still ending may write a file into the directory while it is being emptied.
+// It finds the directory by the link, so the second removal meets nothing new.
+void RemoveLinkedDirectory(const std::string& link) {
+  const std::string named = LinkTarget(link);
+  const std::string target = IsStreamOf(link, named) ? named : "";
+  RemoveIfThere(target);
   unlink(link.c_str());
+  RemoveIfThere(target);
 }
 
 }  // namespace LibOrvoQMX

@@ -28,7 +28,6 @@
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
-#include "webapi/streams/guardian.h"
 #include "webapi/streams/hls_playback.h"
 #include "webapi/streams/http_playback.h"
 #include "webapi/streams/recent_streams.h"
@@ -335,13 +334,14 @@ std::string Init(const Request& request, const StreamKind& kind, const KnownFilm
   return QMXStream::QMX_Init(argument, film.file);
 }
 
-// A client that says where it will begin waits for less: the work starts as soon as it has its
-// answer. Without room for a transcoder the first request of the player says so.
+// A client that says where it will begin waits for less. The work starts before the answer: a
+// request for the first piece would otherwise start it, too, and one of the two would stop the
+// other. Without room for a transcoder the player's first request says so.
 void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
   Answer ignored = Answer::Failure(kInternal);
   const auto start = StartSecond(request, ticket.Duration(), ignored);
   if (request.Has("start") && start && kind.startAhead != nullptr) {
-    (void)WatchOverMe([&] { kind.startAhead(ticket, *start); });
+    kind.startAhead(ticket, *start);
   }
 }
 

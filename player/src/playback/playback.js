@@ -115,7 +115,6 @@ export class Playback extends EventTarget {
     return {
       ...this.film.info.client,
       format: kind,
-      start: Math.floor(Math.min(this.place, this.duration())),
       // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
