@@ -143,6 +143,7 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool Reach(const Segment& segment);
   bool Revive(const Segment& segment, const std::string& seen);
   bool Restart(const Segment& segment);
+  bool StartPipeline(const Segment& segment);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
   void Watch(const Segment& segment);
