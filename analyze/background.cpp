@@ -3,10 +3,8 @@
 #include <fcntl.h>
 #include <json/writer.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,8 +17,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "catalog/catalog.h"
+#include "due_queue.h"
 #include "film_analysis.h"
-#include "film_queue.h"
 #include "library_watch.h"
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -38,7 +37,7 @@ using LibOrvoQMX::preprocess::HasCurrentResult;
 using LibOrvoQMX::preprocess::kOwnResults;
 using LibOrvoQMX::preprocess::ReadFilmRecord;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
-using Clock = FilmQueue::Clock;
+using Clock = DueQueue::Clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -48,19 +47,13 @@ constexpr auto kQuiet = seconds(2);
 // If the system cannot tell whether a process writes a film, the film must be this old.
 constexpr auto kSettled = seconds(10);
 constexpr auto kStillOpen = seconds(60);
+// A folder is remembered when its entries have stayed the same for this time.
+constexpr auto kFolderQuiet = seconds(3);
+// Remembering folders must not slow down viewers, but a busy machine must not stop it either.
+constexpr int kNiceness = 10;
 constexpr int kMaxAttempts = 3;
 constexpr char kLockFile[] = "/run/mirevo/analysis.lock";
 constexpr std::array kCrashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGXCPU, SIGSYS};
-
-// Lowers the priority for processor and disk, so that other processes do not wait for this one.
-void BecomeIdle() {
-  constexpr int kWhoProcess = 1;
-  constexpr int kIdleClass = 3 << 13;
-  const sched_param none{};
-  setpriority(PRIO_PROCESS, 0, 19);
-  sched_setscheduler(0, SCHED_IDLE, &none);
-  syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass);
-}
 
 bool IsYoung(const std::string& film) {
   struct stat status {};
@@ -98,17 +91,23 @@ void ForgetOldRecords() {
 
 class Background {
  public:
-  explicit Background(const std::vector<std::string>& roots)
-      : library_(roots,
-                 [this](const std::string& film, FilmChange change) { Take(film, change); }) {}
+  Background(const std::vector<std::string>& roots, bool findsKeyframes)
+      : library_(
+            roots, [this](const std::string& film, FilmChange change) { Take(film, change); },
+            [this](const std::string& folder, FilmChange change) { TakeFolder(folder, change); }),
+        findsKeyframes_(findsKeyframes) {
+    catalog_.ForgetOthers(roots);
+  }
 
   bool IsPossible() const { return library_.Descriptor() >= 0; }
 
   [[noreturn]] void Run() {
+    catalog_.TakeLoss();
     library_.Scan();
     for (;;) {
       library_.ReadEvents();
       StartNext();
+      RememberNext();
       Tell();
       Wait();
       if (worker_ && worker_.HasEndedWithin(0)) {
@@ -119,11 +118,34 @@ class Background {
 
  private:
   void Take(const std::string& film, FilmChange change) {
+    if (!findsKeyframes_) {
+      return;
+    }
     if (change == FilmChange::kGone) {
       queue_.Remove(film);
       attempts_.erase(film);
     } else {
       queue_.Put(film, Clock::now() + (change == FilmChange::kFound ? seconds(0) : kQuiet));
+    }
+  }
+
+  void TakeFolder(const std::string& folder, FilmChange change) {
+    if (change == FilmChange::kGone) {
+      folders_.Put(folder, Clock::now());
+    } else if (change == FilmChange::kChanged || !catalog_.IsCurrent(folder)) {
+      folders_.Put(folder,
+                   Clock::now() + (change == FilmChange::kFound ? seconds(0) : kFolderQuiet));
+    }
+  }
+
+  // Remembers one folder at a time, because new events must not wait for a large library.
+  void RememberNext() {
+    const auto folder = folders_.TakeDue();
+    if (folder && catalog_.Remember(*folder) == catalog::Writer::Result::kNotYet) {
+      folders_.Put(*folder, Clock::now() + kFolderQuiet);
+    }
+    if (catalog_.TakeLoss()) {
+      library_.Scan();
     }
   }
 
@@ -180,6 +202,9 @@ class Background {
   }
 
   void Tell() {
+    if (!findsKeyframes_) {
+      return;
+    }
     Json::Value state(Json::objectValue);
     state["waiting"] = static_cast<Json::UInt64>(queue_.Size());
     state["analyzed"] = analyzed_;
@@ -197,16 +222,23 @@ class Background {
   // Waits for a change in the library, the worker's end or the next film's time.
   void Wait() const {
     pollfd events[] = {{library_.Descriptor(), POLLIN, 0}, {worker_.Descriptor().Get(), POLLIN, 0}};
+    auto due = folders_.NextDue();
+    if (const auto film = worker_ ? std::nullopt : queue_.NextDue()) {
+      due = due ? std::min(*due, *film) : film;
+    }
     int patience = -1;
-    if (const auto due = queue_.NextDue(); due && !worker_) {
+    if (due) {
       const auto left = std::chrono::ceil<milliseconds>(*due - Clock::now());
       patience = static_cast<int>(std::max(left, milliseconds(0)).count());
     }
     poll(events, 2, patience);
   }
 
-  FilmQueue queue_;
+  DueQueue queue_;
+  DueQueue folders_;  // to be remembered
+  catalog::Writer catalog_;
   LibraryWatch library_;
+  bool findsKeyframes_;
   Process worker_;
   std::string film_;  // the film in work
   std::unordered_map<std::string, int> attempts_;
@@ -217,15 +249,15 @@ class Background {
 
 }  // namespace
 
-int AnalyzeInBackground(const std::vector<std::string>& roots) {
-  BecomeIdle();
+int WatchInBackground(const std::vector<std::string>& roots, bool findsKeyframes) {
+  setpriority(PRIO_PROCESS, 0, kNiceness);
   umask(S_IWGRP | S_IWOTH);
   // The kernel sends this signal when a writer breaks a lease.
   signal(SIGIO, SIG_IGN);
   // A worker of an earlier analysis that is still writing also holds this lock.
   const LibMirevo::Lock alone(orvo::SystemPath(kLockFile), true);
   ForgetOldRecords();
-  Background background(roots);
+  Background background(roots, findsKeyframes);
   if (!background.IsPossible()) {
     perror("mirevo-analyze: the media folders cannot be watched");
     return 1;

@@ -1,4 +1,5 @@
-// Analyzes the films of a library in the background while the service runs.
+// Watches a library in the background while the service runs: remembers its folders, and analyzes
+// its films.
 #pragma once
 
 #include <string>
@@ -10,8 +11,9 @@ namespace orvo::analyze {
 // "analyzed" and "failed" (since the start), and "film", the path of the film in work, if any.
 inline constexpr char kStateFile[] = "/run/mirevo/analysis";
 
-// Analyzes the films in `roots` and those that are added or changed, one at a time, at idle
-// priority. Returns only if the folders cannot be watched. A signal ends it.
-int AnalyzeInBackground(const std::vector<std::string>& roots);
+// Keeps the catalog of the folders in `roots` (catalog/catalog.h). With `findsKeyframes`, also
+// analyzes the films there and those that are added or changed, one at a time, at idle priority.
+// Returns only if the folders cannot be watched. A signal ends it.
+int WatchInBackground(const std::vector<std::string>& roots, bool findsKeyframes);
 
 }  // namespace orvo::analyze

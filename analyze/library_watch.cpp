@@ -18,7 +18,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint32_t kMask = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM |
-                           IN_DELETE | IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
+                           IN_DELETE | IN_ATTRIB | IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
+// Events after which a folder has other entries, or other rights.
+constexpr uint32_t kFolderChanges = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 // Each watch needs about one kilobyte of kernel memory.
 constexpr size_t kMaxFolders = 65536;
 
@@ -41,9 +43,10 @@ FilmChange ChangeOf(uint32_t mask) {
 
 }  // namespace
 
-LibraryWatch::LibraryWatch(std::vector<std::string> roots, OnFilm onFilm)
+LibraryWatch::LibraryWatch(std::vector<std::string> roots, OnFilm onFilm, OnFolder onFolder)
     : roots_(std::move(roots)),
       onFilm_(std::move(onFilm)),
+      onFolder_(std::move(onFolder)),
       events_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}
 
 void LibraryWatch::Scan() {
@@ -67,6 +70,7 @@ void LibraryWatch::ScanFolder(const std::string& folder) {
     // The watch comes before the reading. A film that is added during the reading is then seen
     // twice, not missed.
     Watch(current);
+    onFolder_(current, FilmChange::kFound);
     std::error_code failure;
     for (fs::directory_iterator entry(current, failure), end; !failure && entry != end;
          entry.increment(failure)) {
@@ -148,9 +152,16 @@ void LibraryWatch::Take(const inotify_event& event) {
     folders_.erase(folder);
     return;
   }
+  if ((event.mask & IN_ATTRIB) != 0) {
+    TakeRights(folder->second, event);
+    return;
+  }
   const std::string path = Join(folder->second, event.len > 0 ? event.name : "");
   if (!IsInRoots(path)) {
     return;  // a file beside a root that is a film
+  }
+  if ((event.mask & kFolderChanges) != 0 && IsInRoots(folder->second)) {
+    onFolder_(folder->second, FilmChange::kChanged);
   }
   if ((event.mask & IN_ISDIR) != 0) {
     TakeFolder(path, event);
@@ -159,9 +170,19 @@ void LibraryWatch::Take(const inotify_event& event) {
   }
 }
 
+// Rights and times of a folder itself, for which the event has no name.
+void LibraryWatch::TakeRights(const std::string& folder, const inotify_event& event) {
+  if (event.len == 0 && IsInRoots(folder)) {
+    onFolder_(folder, FilmChange::kChanged);
+  }
+}
+
 void LibraryWatch::TakeFolder(const std::string& folder, const inotify_event& event) {
   if (IsSystemFolderName(NameOf(folder))) {
     return;
+  }
+  if ((event.mask & (IN_MOVED_FROM | IN_DELETE)) != 0) {
+    onFolder_(folder, FilmChange::kGone);
   }
   if ((event.mask & IN_MOVED_FROM) != 0) {
     ForgetBelow(folder);

@@ -21,10 +21,12 @@ enum class FilmChange {
 class LibraryWatch {
  public:
   using OnFilm = std::function<void(const std::string& film, FilmChange change)>;
+  // Reports a folder that a scan found, or whose entries have changed.
+  using OnFolder = std::function<void(const std::string& folder, FilmChange change)>;
 
   // `roots` are real paths of folders and films. Links are not followed; a linked film is found at
   // its real place.
-  LibraryWatch(std::vector<std::string> roots, OnFilm onFilm);
+  LibraryWatch(std::vector<std::string> roots, OnFilm onFilm, OnFolder onFolder);
 
   // Scans all roots and then watches their folders. If the kernel allows no more watches, writes
   // one line to standard error; films that are added to the other folders are found at the next
@@ -42,12 +44,14 @@ class LibraryWatch {
   bool Watch(const std::string& folder);
   void ForgetBelow(const std::string& folder);
   void Take(const inotify_event& event);
+  void TakeRights(const std::string& folder, const inotify_event& event);
   void TakeFolder(const std::string& folder, const inotify_event& event);
   void TakeFile(const std::string& file, const inotify_event& event);
   bool IsInRoots(const std::string& path) const;
 
   std::vector<std::string> roots_;
   OnFilm onFilm_;
+  OnFolder onFolder_;
   UniqueFd events_;
   std::unordered_map<int, std::string> folders_;  // by watch descriptor
   bool isFull_ = false;                           // the kernel allows no more watches

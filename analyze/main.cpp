@@ -4,7 +4,8 @@
 // to 1, "keyframes" and their number, "error" and a reason.
 //
 // mirevo-analyze --watch FILE-OR-FOLDER...: does the same in the background for all films in the
-// folders and for films that are added or changed, until a signal ends it.
+// folders and for films that are added or changed, and keeps the catalog of the folders, until a
+// signal ends it. With --catalog instead of --watch, it keeps only the catalog.
 #include <unistd.h>
 
 #include <cstdio>
@@ -82,7 +83,7 @@ bool Analyze(const std::string& file, bool report) {
 int Usage() {
   fprintf(stderr,
           "usage: mirevo-analyze [--report] FILE...\n"
-          "       mirevo-analyze --watch FILE-OR-FOLDER...\n");
+          "       mirevo-analyze --watch|--catalog FILE-OR-FOLDER...\n");
   return 2;
 }
 
@@ -92,12 +93,13 @@ int main(int argc, char** argv) {
   const std::string option = argc > 1 ? argv[1] : "";
   const bool report = option == "--report";
   const bool watch = option == "--watch";
-  const int first = report || watch ? 2 : 1;
+  const bool isBackground = watch || option == "--catalog";
+  const int first = report || isBackground ? 2 : 1;
   if (argc <= first) {
     return Usage();
   }
-  if (watch) {
-    return orvo::analyze::AnalyzeInBackground({argv + first, argv + argc});
+  if (isBackground) {
+    return orvo::analyze::WatchInBackground({argv + first, argv + argc}, watch);
   }
   bool succeeded = true;
   for (int i = first; i < argc; ++i) {

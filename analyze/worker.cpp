@@ -1,5 +1,8 @@
 #include "worker.h"
 
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -16,7 +19,18 @@ namespace {
 using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
 
+// Lowers the priority for processor and disk, so that other processes do not wait for this one.
+void BecomeIdle() {
+  constexpr int kWhoProcess = 1;
+  constexpr int kIdleClass = 3 << 13;
+  const sched_param none{};
+  setpriority(PRIO_PROCESS, 0, 19);
+  sched_setscheduler(0, SCHED_IDLE, &none);
+  syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass);
+}
+
 int Analyze(const std::string& film) {
+  BecomeIdle();
   const std::string state = FilmState(film);
   FilmKeyframes found;
   std::string error;

@@ -20,8 +20,8 @@ constexpr int kStopMilliseconds = 1000;
 
 }  // namespace
 
-Analysis::Analysis(std::string program, std::vector<std::string> roots)
-    : program_(std::move(program)), roots_(std::move(roots)) {}
+Analysis::Analysis(std::string program, std::vector<std::string> roots, bool findsKeyframes)
+    : program_(std::move(program)), roots_(std::move(roots)), findsKeyframes_(findsKeyframes) {}
 
 Analysis::~Analysis() {
   Stop();
@@ -37,7 +37,7 @@ void Analysis::Update() {
 }
 
 void Analysis::Start() {
-  orvo::Program program{program_, {program_, "--watch"}};
+  orvo::Program program{program_, {program_, findsKeyframes_ ? "--watch" : "--catalog"}};
   program.arguments.insert(program.arguments.end(), roots_.begin(), roots_.end());
   orvo::LaunchOptions options;
   options.streams = orvo::StandardStreams::kKept;

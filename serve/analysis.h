@@ -1,4 +1,5 @@
-// The background process that finds the key frames of the library's films.
+// The background process that watches the library: it keeps the catalog of the folders, and finds
+// the key frames of the films.
 #pragma once
 
 #include <chrono>
@@ -15,8 +16,9 @@ inline constexpr char kAnalysisFile[] = "/analysis";
 // Keeps the process running. After each end it waits longer before the next start.
 class Analysis {
  public:
-  // Runs `program` with "--watch" and the roots. Starts nothing if there are no roots.
-  Analysis(std::string program, std::vector<std::string> roots);
+  // Runs `program` for the roots; without `findsKeyframes` only for the catalog. Starts nothing if
+  // there are no roots.
+  Analysis(std::string program, std::vector<std::string> roots, bool findsKeyframes);
   ~Analysis();
   Analysis(const Analysis&) = delete;
   Analysis& operator=(const Analysis&) = delete;
@@ -39,6 +41,7 @@ class Analysis {
 
   std::string program_;
   std::vector<std::string> roots_;
+  bool findsKeyframes_;
   orvo::Process process_;
   Clock::time_point started_;
   Clock::time_point next_ = Clock::now();

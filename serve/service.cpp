@@ -32,6 +32,7 @@
 #include "serve/web_server.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/system_files.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
@@ -250,18 +251,17 @@ std::vector<Endpoint> EndpointsOf(const Options& options) {
 
 // The address for programs on this machine.
 std::string LocalAddress(const WebServer& server) {
-  Endpoint endpoint = server.endpoints.front();
-  if (endpoint.IsAny()) {
-    endpoint.address = endpoint.address == "::" ? "::1" : "127.0.0.1";
-  }
-  return server.Scheme() + "://" + endpoint.Authority() + "/";
+  const Endpoint local = Reachable(server.endpoints.front()).front();
+  return server.Scheme() + "://" + local.Authority() + "/";
 }
 
 void Announce(const WebServer& server, int browser) {
   const std::string address = LocalAddress(server);
   orvo::ReplaceFile(server.stateFolder + kAddressFile, address + "\n");
   for (const Endpoint& endpoint : server.endpoints) {
-    std::cout << "listening on " << server.Scheme() << "://" << endpoint.Authority() << "/\n";
+    for (const Endpoint& reachable : Reachable(endpoint)) {
+      std::cout << "listening on " << server.Scheme() << "://" << reachable.Authority() << "/\n";
+    }
   }
   std::cout << std::flush;
   AnnounceReadiness("listening on " + address);
@@ -281,10 +281,16 @@ void TellConfinement() {
   }
 }
 
-// Starts the web server and runs until the end. `analyzed` lists the files and folders for the key
-// frame analysis.
-int Run(const WebServer& server, Belongings& belongings, int browser,
-        std::vector<std::string> analyzed) {
+void TellFFmpeg() {
+  if (access(LibOrvoQMX::kFFmpeg, X_OK) != 0) {
+    std::cerr << "FFmpeg is missing (" << LibOrvoQMX::kFFmpeg
+              << "): only films that a player plays as they are can be watched; install the "
+                 "package ffmpeg\n";
+  }
+}
+
+// Starts the web server and runs until the end.
+int Run(const WebServer& server, Belongings& belongings, int browser, bool findsKeyframes) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -301,7 +307,8 @@ int Run(const WebServer& server, Belongings& belongings, int browser,
   }
   Announce(server, browser);
   TellConfinement();
-  Analysis analysis(orvo::SystemPath(kAnalyzer), std::move(analyzed));
+  TellFFmpeg();
+  Analysis analysis(orvo::SystemPath(kAnalyzer), webapi::MediaRoots(), findsKeyframes);
   Heartbeat heartbeat(server);
   const bool told = ServeUntilStopped(signals.Get(), keeper, analysis, heartbeat);
   AnnounceStop();
@@ -376,8 +383,7 @@ int Serve(const Options& options) {
   return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
               options.hosts, options.origins, options.certificate, options.key,
               package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress, options.proxies},
-             belongings, browser.Get(),
-             options.analysis ? webapi::MediaRoots() : std::vector<std::string>());
+             belongings, browser.Get(), options.analysis);
 }
 
 }  // namespace serve

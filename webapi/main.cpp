@@ -37,8 +37,7 @@ struct Call {
   bool isPost = false;  // accepts parameters only from the body, never from the address
 };
 constexpr std::array kCalls = {
-    Call{"ORVO.Mirevo2.Library", "list",
-         [](const Request& request) { return webapi::ListFolder(request.Text("path")); }},
+    Call{"ORVO.Mirevo2.Library", "list", webapi::ListFolder},
     Call{"ORVO.Mirevo2.Library", "info", webapi::DescribeFilm},
     Call{"ORVO.Mirevo2.Library", "search", webapi::SearchFilms},
     Call{"ORVO.Mirevo2.Library", "card", webapi::DescribeCard},

@@ -23,15 +23,23 @@ std::string TextOf(const struct stat& status) {
   return text.data();
 }
 
-}  // namespace
-
-std::optional<FileState> FileState::Of(const std::string& path) {
+std::optional<FileState> StateOf(const std::string& path, mode_t type) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (stat(path.c_str(), &status) != 0 || (status.st_mode & S_IFMT) != type) {
     return std::nullopt;
   }
   const time_t touched = std::max(status.st_mtim.tv_sec, status.st_ctim.tv_sec);
   return FileState{TextOf(status), time(nullptr) - touched > kCoarsestTick};
+}
+
+}  // namespace
+
+std::optional<FileState> FileState::Of(const std::string& path) {
+  return StateOf(path, S_IFREG);
+}
+
+std::optional<FileState> FileState::OfFolder(const std::string& path) {
+  return StateOf(path, S_IFDIR);
 }
 
 }  // namespace orvo

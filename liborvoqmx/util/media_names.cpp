@@ -32,6 +32,20 @@ bool Contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), LowerCase(name)) != names.end();
 }
 
+// FNV-1a over the names.
+template <typename Names>
+constexpr uint32_t Digest(const Names& names, uint32_t digest) {
+  for (const std::string_view name : names) {
+    for (const char c : name) {
+      digest = (digest ^ static_cast<unsigned char>(c)) * 16777619U;
+    }
+    digest = (digest ^ '\n') * 16777619U;
+  }
+  return digest;
+}
+constexpr uint32_t kVersion =
+    Digest(kSystemFolders, Digest(kMusicEndings, Digest(kFilmEndings, 2166136261U)));
+
 // A hidden file has no ending.
 template <typename Endings>
 bool HasEnding(const std::string& name, const Endings& endings) {
@@ -56,6 +70,10 @@ bool IsPlayableName(const std::string& name) {
 bool IsSystemFolderName(const std::string& name) {
   return name.empty() || name.front() == '.' || name.front() == '@' ||
          Contains(kSystemFolders, name);
+}
+
+uint32_t VersionOfNames() {
+  return kVersion;
 }
 
 }  // namespace orvo

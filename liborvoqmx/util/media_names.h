@@ -1,6 +1,7 @@
 // The meaning of names in a media folder.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/export.h"
@@ -19,5 +20,9 @@ ORVO_API bool IsPlayableName(const std::string& name);
 // Is this the name of a folder that is not part of the library: a hidden folder, a system's own
 // folder ("@ea" and the like) or a folder of deleted files? A media root may have any name.
 ORVO_API bool IsSystemFolderName(const std::string& name);
+
+// A number for these rules, which changes with the names that they know. For files that remember
+// what the rules decided.
+ORVO_API uint32_t VersionOfNames();
 
 }  // namespace orvo

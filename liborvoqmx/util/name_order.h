@@ -16,4 +16,8 @@ ORVO_API std::string FoldName(const std::string& name);
 // order: of two different names, one is first.
 ORVO_API bool NameComesBefore(const std::string& left, const std::string& right);
 
+// Bytes that compare as NameComesBefore() compares the names: for sorting many names, and for
+// databases. `folded` is FoldName(name). For names of files, which are shorter than 256 bytes.
+ORVO_API std::string NameSortKey(const std::string& name, const std::string& folded);
+
 }  // namespace orvo

@@ -9,6 +9,13 @@ import { build, eventually, media, processesWith, Service } from './support.mjs'
 
 const RESULT = 'ORVOVIDEO_PREPROCESS_V1';
 const patience = 60000;
+
+// Prints the names that the catalog remembers of a folder, in their order.
+const READ_CATALOG = `
+import sqlite3, sys
+rows = sqlite3.connect(sys.argv[1]).execute(
+    "SELECT name FROM entries JOIN folders ON id = folder WHERE path = ? ORDER BY key", (sys.argv[2].encode(),))
+print(",".join(name.decode() for name, in rows))`;
 let service;
 let films;
 
@@ -183,6 +190,24 @@ test('the library does not show what lies beside films', async () => {
     encoding: 'utf8',
   });
   assert.ok(!out.includes('secret'));
+});
+
+test('the catalog follows the folders, and a change is listed before the catalog knows it', async () => {
+  const folder = path.join(films, 'catalog');
+  const database = path.join(service.root, 'var/packages/Mirevo/cache/catalog/films.db');
+  const remembered = () => execFileSync('python3', ['-c', READ_CATALOG, database, folder], { encoding: 'utf8' }).trim();
+  const listed = async () => {
+    const { data } = await service.call('Library', 'list', { path: folder });
+    return data.files.map(({ name }) => name);
+  };
+  put('mpeg4_mp3.avi', 'catalog/2.avi');
+  assert.deepEqual(await listed(), ['2.avi']);
+  await eventually(() => (remembered() === '2.avi' ? true : undefined), patience);
+  put('mpeg4_mp3.avi', 'catalog/10.avi');
+  assert.deepEqual(await listed(), ['2.avi', '10.avi']);
+  await eventually(() => (remembered() === '2.avi,10.avi' ? true : undefined), patience);
+  fs.rmSync(folder, { recursive: true });
+  await eventually(() => (remembered() === '' ? true : undefined), patience);
 });
 
 test('the service ends at once while a film is analyzed, and nothing half is left', async () => {

@@ -230,6 +230,25 @@ test('a folder is listed as people count', async () => {
   fs.rmSync(clips, { recursive: true });
 });
 
+test('a folder is listed in parts', async () => {
+  const parts = path.join(folder, 'sub/parts');
+  fs.mkdirSync(path.join(parts, 'z folder'), { recursive: true });
+  for (const number of [1, 2, 10]) fs.linkSync(film, path.join(parts, `clip ${number}.mkv`));
+  fs.symlinkSync('/etc/passwd', path.join(parts, 'clip 3.mkv'));
+  const part = async (offset) => {
+    const { data } = await service.call('Library', 'list', { path: parts, offset, limit: 2 });
+    return [[...data.folders, ...data.files].map(({ name }) => name), data.next];
+  };
+  assert.deepEqual(await part(0), [['z folder', 'clip 1.mkv'], 2]);
+  assert.deepEqual(await part(2), [['clip 2.mkv'], 4], 'a link out of the roots is not there');
+  assert.deepEqual(await part(4), [['clip 10.mkv'], undefined]);
+  assert.deepEqual(await part(9), [[], undefined]);
+  for (const wrong of [{ limit: 0 }, { limit: 'all' }, { offset: -1 }, { limit: 10001 }]) {
+    await refuses(service.call('Library', 'list', { path: parts, ...wrong }), 400, 'BadRequest');
+  }
+  fs.rmSync(parts, { recursive: true });
+});
+
 test('a card has the facts of a film as it is displayed', async () => {
   const { data } = await service.call('Library', 'card', { path: path.join(media, 'portrait.mp4') });
   assert.deepEqual(data, { duration: 60, width: 360, height: 640, video: 'h264', audio: 'aac' });

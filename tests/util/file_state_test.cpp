@@ -74,4 +74,18 @@ TEST_F(AFilesState, ExistsOnlyForPlainFiles) {
   EXPECT_FALSE(FileState::Of("/dev/null"));
 }
 
+TEST_F(AFilesState, OfAFolderChangesWithTheNamesInIt) {
+  MakeDirectory("/folder");
+  const timespec old[2] = {{100, 0}, {100, 0}};
+  const auto age = [&] { ASSERT_EQ(utimensat(AT_FDCWD, Path("/folder").c_str(), old, 0), 0); };
+  age();
+  const std::string empty = FileState::OfFolder(Path("/folder")).value().text;
+  Write("/folder/film", "content");
+  const std::string full = FileState::OfFolder(Path("/folder")).value().text;
+  EXPECT_NE(full, empty);
+  std::filesystem::rename(Path("/folder/film"), Path("/folder/other"));
+  EXPECT_NE(FileState::OfFolder(Path("/folder")).value().text, full);
+  EXPECT_FALSE(FileState::OfFolder(Path("/folder/other"))) << "a plain file";
+}
+
 }  // namespace

@@ -41,6 +41,23 @@ TEST(NameOrder, DifferentNamesAlwaysHaveAnOrder) {
   }
 }
 
+TEST(NameOrder, KeysSortAsTheNamesDo) {
+  const Names names = {"clip 1.mkv", "clip 2.mkv", "clip 10.mkv", "clip 010.mkv", "Clip 2.mkv",
+                       "clip",       "clip 2",     "clip a",      "a1",           "a1b",
+                       "a1 b",       "été",        "ete",         "007",          "7",
+                       "7a",         "",           "a/1",         "x99",          "x100",
+                       "\xe9",       "~",          "x 1.2",       "x 1.10"};
+  const auto key = [](const std::string& name) {
+    return orvo::NameSortKey(name, orvo::FoldName(name));
+  };
+  for (const std::string& left : names) {
+    for (const std::string& right : names) {
+      EXPECT_EQ(key(left) < key(right), orvo::NameComesBefore(left, right))
+          << left << " and " << right;
+    }
+  }
+}
+
 TEST(FoldName, MakesTheLettersOfAllScriptsSmallAndPlain) {
   EXPECT_EQ(orvo::FoldName("Film 1 ÄÖÜ ÉΣ ПРИВЕТ"), "film 1 aou eσ привет");
   EXPECT_EQ(orvo::FoldName("Straße, Œuvre, Łódź, Ёлка, Ελλάδα"),

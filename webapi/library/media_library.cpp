@@ -8,11 +8,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <limits>
 
+#include "catalog/catalog.h"
 #include "platform/plat.h"
 #include "util/json_utils.h"
-#include "util/media_names.h"
-#include "util/name_order.h"
 #include "util/system_files.h"
 #include "webapi/http/request.h"
 
@@ -20,6 +20,9 @@ namespace webapi {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr int64_t kMaxOffset = 1000000000;
+constexpr int64_t kMaxLimit = 10000;
 
 bool IsBelow(const std::string& path, const std::string& root) {
   return path == root || root == "/" ||
@@ -72,21 +75,23 @@ std::optional<std::string> ParentOf(const std::string& folder) {
 class Listing {
  public:
   // Lists a root whatever its name is.
-  void Add(const std::string& path, bool isRoot) {
+  void AddRoot(const std::string& path) {
     struct stat status {};
-    const std::string name = fs::path(path).filename().string();
-    if (name.empty() && !isRoot) {
-      return;
-    }
-    if (stat(path.c_str(), &status) != 0) {
-      return;
-    }
-    if (S_ISDIR(status.st_mode) && (isRoot || !orvo::IsSystemFolderName(name))) {
-      folders_.append(DescribeEntry(path, status));
-    } else if (S_ISREG(status.st_mode) && (isRoot || orvo::IsPlayableName(name))) {
-      files_.append(DescribeEntry(path, status));
+    if (stat(path.c_str(), &status) == 0) {
+      Append(path, status);
     }
   }
+
+  // What a remembered folder says of an entry may be wrong, so only the type on the disk counts.
+  void Add(const std::string& folder, const catalog::Entry& entry) {
+    const std::string path = catalog::PathIn(folder, entry.name);
+    const auto status = StatusInRoots(roots_, path);
+    if (status && catalog::IsShown(entry.name, S_ISDIR(status->st_mode))) {
+      Append(path, *status);
+    }
+  }
+
+  void SetNext(int64_t offset) { next_ = offset; }
 
   Answer Finish(const std::string& path, const std::optional<std::string>& parent) const {
     Json::Value data(Json::objectValue);
@@ -94,15 +99,48 @@ class Listing {
     if (parent) {
       data["parent"] = *parent;
     }
+    if (next_) {
+      data["next"] = static_cast<Json::Int64>(*next_);
+    }
     data["folders"] = folders_;
     data["files"] = files_;
     return Answer::Success(data);
   }
 
  private:
+  void Append(const std::string& path, const struct stat& status) {
+    if (S_ISDIR(status.st_mode)) {
+      folders_.append(DescribeEntry(path, status));
+    } else if (S_ISREG(status.st_mode)) {
+      files_.append(DescribeEntry(path, status));
+    }
+  }
+
+  std::vector<std::string> roots_ = MediaRoots();
+  std::optional<int64_t> next_;
   Json::Value folders_{Json::arrayValue};
   Json::Value files_{Json::arrayValue};
 };
+
+Answer ListRoots() {
+  Listing listing;
+  for (const std::string& root : MediaRoots()) {
+    listing.AddRoot(root);
+  }
+  return listing.Finish("", std::nullopt);
+}
+
+// The part of a folder that a request asks for.
+struct Part {
+  int64_t offset = 0;
+  int64_t limit = std::numeric_limits<int64_t>::max();
+};
+
+std::optional<Part> PartOf(const Request& request) {
+  const auto offset = request.Has("offset") ? request.Number("offset", kMaxOffset) : 0;
+  const auto limit = request.Has("limit") ? request.Number("limit", kMaxLimit) : Part().limit;
+  return offset && limit && *limit > 0 ? std::optional(Part{*offset, *limit}) : std::nullopt;
+}
 
 }  // namespace
 
@@ -126,6 +164,16 @@ Json::Value DescribeEntry(const std::string& path, const struct stat& status) {
 bool LiesIn(const std::vector<std::string>& roots, const std::string& path) {
   return std::any_of(roots.begin(), roots.end(),
                      [&](const std::string& root) { return IsBelow(path, root); });
+}
+
+std::optional<struct stat> StatusInRoots(const std::vector<std::string>& roots,
+                                         const std::string& entry) {
+  struct stat status {};
+  bool isThere = lstat(entry.c_str(), &status) == 0;
+  if (isThere && S_ISLNK(status.st_mode)) {
+    isThere = LiesIn(roots, RealPath(entry)) && stat(entry.c_str(), &status) == 0;
+  }
+  return isThere ? std::optional(status) : std::nullopt;
 }
 
 std::vector<std::string> MediaRoots() {
@@ -194,34 +242,29 @@ std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal)
   return resolved;
 }
 
-Answer ListFolder(const std::string& path) {
-  Listing listing;
-  if (path.empty()) {
-    for (const std::string& root : MediaRoots()) {
-      listing.Add(root, true);
-    }
-    return listing.Finish("", std::nullopt);
+Answer ListFolder(const Request& request) {
+  const auto part = PartOf(request);
+  if (!part) {
+    return Answer::Failure(kBadRequest, "The offset and the limit must be whole numbers.");
+  }
+  if (request.Text("path").empty()) {
+    return ListRoots();
   }
   Answer refusal = Answer::Failure(kInternal);
-  const auto folder = ResolveMediaPath(path, refusal);
+  const auto folder = ResolveMediaPath(request.Text("path"), refusal);
   if (!folder) {
     return refusal;
   }
-  std::error_code failure;
-  std::vector<std::string> paths;
-  for (fs::directory_iterator entry(*folder, failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    // A link that leads out of the roots counts as missing.
-    if (!entry->is_symlink() || MaySee(RealPath(entry->path().string()))) {
-      paths.push_back(entry->path().string());
-    }
-  }
-  if (failure) {
+  const auto page = catalog::Reader().Read(*folder, part->offset, part->limit);
+  if (!page) {
     return Answer::Failure(kBadRequest, "The server cannot read this folder.");
   }
-  std::sort(paths.begin(), paths.end(), orvo::NameComesBefore);
-  for (const std::string& entry : paths) {
-    listing.Add(entry, false);
+  Listing listing;
+  for (const catalog::Entry& entry : page->entries) {
+    listing.Add(*folder, entry);
+  }
+  if (!page->isLast) {
+    listing.SetNext(part->offset + part->limit);
   }
   return listing.Finish(*folder, ParentOf(*folder));
 }

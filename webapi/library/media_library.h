@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "webapi/http/answer.h"
+#include "webapi/http/request.h"
 
 namespace webapi {
 
@@ -34,6 +35,11 @@ std::optional<std::string> ResolveFilm(const std::string& path, Answer& refusal)
 // Is a path without links equal to or below one of `roots`?
 bool LiesIn(const std::vector<std::string>& roots, const std::string& path);
 
+// The status of what an entry of a visible folder is or, for a link, leads to. Nothing if it is
+// missing. A link that leads out of `roots` counts as missing.
+std::optional<struct stat> StatusInRoots(const std::vector<std::string>& roots,
+                                         const std::string& entry);
+
 // The real path, without links; "" if it does not exist.
 std::string RealPath(const std::string& path);
 
@@ -41,9 +47,11 @@ std::string RealPath(const std::string& path);
 // for people; it differs from the exact bytes if a name is not UTF-8.
 Json::Value DescribeEntry(const std::string& path, const struct stat& status);
 
-// The folders and playable files in the folder `path` (the media roots for ""), sorted as people do
+// The folders and playable files in the folder "path" (the media roots for ""), sorted as people do
 // it (util/name_order.h), and the "parent" to go back to, if there is one. Folders that systems
-// keep for themselves are left out (util/media_names.h).
-Answer ListFolder(const std::string& path);
+// keep for themselves are left out (util/media_names.h). With "limit", a part of the entries after
+// the first "offset", folders first, and in "next" the offset of the following part, if there is
+// one. A part may be shorter than its limit, because links that lead nowhere are left out.
+Answer ListFolder(const Request& request);
 
 }  // namespace webapi

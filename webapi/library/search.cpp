@@ -8,8 +8,12 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
 #include <vector>
 
+#include "catalog/catalog.h"
 #include "util/media_names.h"
 #include "util/name_order.h"
 #include "webapi/library/media_library.h"
@@ -18,10 +22,10 @@ namespace webapi {
 namespace {
 
 namespace fs = std::filesystem;
+using catalog::Entry;
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t kMaxFound = 200;
-constexpr int kMaxEntries = 100000;
+constexpr Json::ArrayIndex kMaxFound = 200;  // of films, and of folders
 constexpr int kMaxDepth = 32;
 constexpr auto kTimeLimit = std::chrono::seconds(2);
 
@@ -30,14 +34,22 @@ std::vector<std::string> WordsOf(const std::string& text) {
   return {std::istream_iterator<std::string>(words), {}};
 }
 
-std::string NameOf(const std::string& path) {
-  return fs::path(path).filename().string();
-}
+struct Found {
+  std::string key;
+  std::string path;
 
-bool NameComesBefore(const std::string& left, const std::string& right) {
-  const std::string names[] = {NameOf(left), NameOf(right)};
-  return names[0] != names[1] ? orvo::NameComesBefore(names[0], names[1]) : left < right;
-}
+  bool operator<(const Found& other) const {
+    return std::tie(key, path) < std::tie(other.key, other.path);
+  }
+  bool operator==(const Found& other) const { return path == other.path; }
+};
+
+// A folder to be searched.
+struct Place {
+  std::string path;
+  std::string words;  // the folded way from the root; "" for the root
+  int depth = 0;
+};
 
 class Search {
  public:
@@ -47,28 +59,18 @@ class Search {
   void In(const std::string& root) {
     std::error_code failure;
     if (!fs::is_directory(root, failure)) {
-      LookAtFilm(root, fs::path(root).parent_path().string());
+      LookAtFilm(root);
       return;
     }
-    fs::recursive_directory_iterator entry(root, fs::directory_options::skip_permission_denied,
-                                           failure);
-    for (const fs::recursive_directory_iterator end; !failure && entry != end && MayGoOn();
-         entry.increment(failure)) {
-      // Hidden files are left out, as in a listing. Linked folders are not entered: their content
-      // is found at its real place, and links may form circles.
-      const std::string path = entry->path().string();
-      const bool isSystemFolder = orvo::IsSystemFolderName(NameOf(path));
-      if (isSystemFolder || entry.depth() >= kMaxDepth) {
-        entry.disable_recursion_pending();
-      }
-      std::error_code unknown;
-      if (!entry->is_directory(unknown)) {
-        LookAtFilm(path, root);
-      } else if (!isSystemFolder && !entry->is_symlink(unknown) && Matches(path, root)) {
-        folders_.push_back(path);
-      }
+    std::vector<Place> places = {{root, "", 0}};
+    while (!places.empty() && MayGoOn()) {
+      const Place place = std::move(places.back());
+      places.pop_back();
+      reader_.ForEach(
+          place.path,
+          [&](bool isFolder, std::string_view words) { return isFolder || Matches(words, place); },
+          [&](const Entry& entry) { LookAt(place, entry, places); });
     }
-    isTruncated_ = isTruncated_ || failure;
   }
 
   Answer Finish() {
@@ -81,55 +83,88 @@ class Search {
 
  private:
   bool MayGoOn() {
-    isTruncated_ = isTruncated_ || ++entries_ > kMaxEntries ||
-                   films_.size() + folders_.size() >= kMaxFound || Clock::now() > deadline_;
+    isTruncated_ = isTruncated_ || Clock::now() > deadline_;
     return !isTruncated_;
+  }
+
+  bool HasWord(std::string_view name) const {
+    return std::any_of(words_.begin(), words_.end(), [&](const std::string& word) {
+      return name.find(word) != std::string_view::npos;
+    });
   }
 
   // Do all words occur in the way from the root, and one of them in the name itself? The films in a
   // folder that is found are not found for its name alone.
-  bool Matches(const std::string& path, const std::string& root) const {
-    const std::string name = orvo::FoldName(NameOf(path));
-    const std::string way = orvo::FoldName(fs::path(path).lexically_relative(root).string());
-    const auto isIn = [](const std::string& text) {
-      return [&](const std::string& word) { return text.find(word) != std::string::npos; };
-    };
-    return std::any_of(words_.begin(), words_.end(), isIn(name)) &&
-           std::all_of(words_.begin(), words_.end(), isIn(way));
+  bool Matches(std::string_view name, const Place& place) {
+    if (!HasWord(name)) {
+      return false;
+    }
+    WayTo(name, place, way_);
+    return std::all_of(words_.begin(), words_.end(), [&](const std::string& word) {
+      return way_.find(word) != std::string::npos;
+    });
   }
 
-  void LookAtFilm(const std::string& path, const std::string& root) {
-    if (!orvo::IsPlayableName(NameOf(path)) || !Matches(path, root)) {
+  static void WayTo(std::string_view name, const Place& place, std::string& way) {
+    way = place.words;
+    way.append(way.empty() ? "" : "/").append(name);
+  }
+
+  void LookAtFilm(const std::string& root) {
+    const std::string name = fs::path(root).filename().string();
+    const std::string words = orvo::FoldName(name);
+    if (orvo::IsPlayableName(name) && Matches(words, {})) {
+      films_.push_back({orvo::NameSortKey(name, words), root});
+    }
+  }
+
+  void LookAt(const Place& place, const Entry& entry, std::vector<Place>& places) {
+    const std::string path = catalog::PathIn(place.path, entry.name);
+    if (!entry.isFolder) {
+      films_.push_back({entry.key, path});
       return;
     }
-    // A link that leads out of the roots counts as missing.
-    std::error_code failure;
-    if (!fs::is_symlink(path, failure) || LiesIn(roots_, RealPath(path))) {
-      films_.push_back(path);
+    // Linked folders are not entered: their content is found at its real place, and links may form
+    // circles.
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+      return;
+    }
+    if (Matches(entry.words, place)) {
+      folders_.push_back({entry.key, path});
+    }
+    if (place.depth < kMaxDepth) {
+      Place& below = places.emplace_back(Place{path, "", place.depth + 1});
+      WayTo(entry.words, place, below.words);
     }
   }
 
-  // Sorts the paths and describes those that are of this type.
-  static Json::Value Describe(std::vector<std::string>& paths, mode_t type) {
+  // Describes the first ones of this type.
+  Json::Value Describe(std::vector<Found>& found, mode_t type) {
     Json::Value entries(Json::arrayValue);
-    std::sort(paths.begin(), paths.end(), NameComesBefore);
-    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-    for (const std::string& path : paths) {
-      struct stat status {};
-      if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == type) {
-        entries.append(DescribeEntry(path, status));
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    for (const Found& one : found) {
+      if (entries.size() == kMaxFound) {
+        isTruncated_ = true;
+        break;
+      }
+      const auto status = StatusInRoots(roots_, one.path);
+      if (status && (status->st_mode & S_IFMT) == type) {
+        entries.append(DescribeEntry(one.path, *status));
       }
     }
     return entries;
   }
 
   std::vector<std::string> words_;
+  std::string way_;  // of the entry that is looked at; one for all, because there are many
   std::vector<std::string> roots_ = MediaRoots();
+  catalog::Reader reader_;
   Clock::time_point deadline_ = Clock::now() + kTimeLimit;
-  int entries_ = 0;
   bool isTruncated_ = false;
-  std::vector<std::string> films_;
-  std::vector<std::string> folders_;
+  std::vector<Found> films_;
+  std::vector<Found> folders_;
 };
 
 }  // namespace
