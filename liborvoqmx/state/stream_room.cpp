@@ -54,6 +54,14 @@ bool IsStreamOf(const std::string& link, const std::string& target) {
   return isOurs;
 }
 
+void RemoveIfThere(const std::string& directory) {
+  if (!directory.empty() && VerifyFileExist(directory, 0)) {
+    IF_RUN_AS(0, 0) {
+      PlatExec("/bin/rm", "-rf", directory);
+    }
+  }
+}
+
 }  // namespace
 
 bool MakeVolumeDirectory(uint64_t space, const std::string& kind, const std::string& streamId,
@@ -98,23 +106,11 @@ bool MakePlainDirectory(const std::string& kind, const std::string& streamId) {
   return ORVOFSMkdirPMirevo(StreamPath(kind, streamId), kDirectoryMode);
 }
 
-namespace {
-
-void RemoveIfThere(const std::string& directory) {
-  if (!directory.empty() && VerifyFileExist(directory, 0)) {
-    IF_RUN_AS(0, 0) {
-      PlatExec("/bin/rm", "-rf", directory);
-    }
-  }
-}
-
-}  // namespace
-
 // A transcoder that is still ending may write a file into the directory while it is being emptied.
 // It finds the directory by the link, so the second removal meets nothing new.
 void RemoveLinkedDirectory(const std::string& link) {
   const std::string named = LinkTarget(link);
-  const std::string target = IsStreamOf(link, named) ? named : "";
+  const std::string target = !named.empty() && IsStreamOf(link, named) ? named : "";
   RemoveIfThere(target);
   unlink(link.c_str());
   RemoveIfThere(target);

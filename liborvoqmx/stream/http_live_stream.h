@@ -151,6 +151,7 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool Reach(const Segment& segment, Viewer viewer = Viewer::kWaits);
   bool Revive(const Segment& segment, const std::string& seen);
   bool Restart(const Segment& segment, Viewer viewer = Viewer::kWaits);
+  bool StartPipeline(const Segment& segment, Viewer viewer);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
   int SegmentAt(double second);

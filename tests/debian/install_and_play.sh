@@ -6,26 +6,9 @@
 set -euo pipefail
 build=$1 film=$2
 here=$(cd "$(dirname "$0")" && pwd)
-folder=$build/package
-
-skip() {
-  echo "skipped: $*" >&2
-  exit 77
-}
-[ "$(id -u)" -eq 0 ] || skip "only root can install packages into a root of its own"
-for program in debootstrap dh dpkg-buildpackage zstd; do
-  command -v "$program" > /dev/null || skip "$program is missing (tools/install-packages package)"
-done
-
-mkdir -p "$folder"
-# Another recipe makes another base.
-base=$folder/base-$(sha256sum < "$here/make_base.sh" | cut -c 1-12).tar.zst
-if [ ! -e "$base" ]; then
-  rm -f "$folder"/base*.tar.zst
-  "$here/make_base.sh" "$base" || skip "no plain Debian could be fetched"
-fi
-rm -f "$folder"/*.deb
-"$here/../../tools/make-package" "$folder" "$build"
+# shellcheck source=tests/debian/plain_debian.sh
+. "$here/plain_debian.sh"
+prepare_packages "$build"
 
 work=$(mktemp -d "$folder/root.XXXXXX")
 root=$work/root

@@ -3,13 +3,14 @@
 // FAILING_CALL is "KIND NUMBER ERRNO": the call with this number, from 1, among all calls of the
 // kind fails with that error. FAILING_BELOW is a folder: of the calls that name or use a file, only
 // those count whose file is below it, or is a pipe. FAILING_COUNT is a file with one counter for
-// all processes.
+// all processes. CLOCK_JUMP is a number of seconds by which the calendar clock has jumped.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -90,6 +91,12 @@ bool FailsOn(std::string_view kind, int descriptor) {
 template <typename Function>
 Function Real(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+time_t ClockJump() {
+  static const char* const jump = getenv("CLOCK_JUMP");
+  static const time_t seconds = jump != nullptr ? strtoll(jump, nullptr, 10) : 0;
+  return seconds;
 }
 
 bool TakesMode(int flags) {
@@ -193,6 +200,22 @@ int execve(const char* path, char* const* arguments, char* const* environment) n
 int execvpe(const char* path, char* const* arguments, char* const* environment) noexcept {
   REAL(execvpe);
   return Fails("exec") ? -1 : real(path, arguments, environment);
+}
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  REAL(clock_gettime);
+  const int result = real(clock, now);
+  if (result == 0 && clock == CLOCK_REALTIME) {
+    now->tv_sec += ClockJump();
+  }
+  return result;
+}
+time_t time(time_t* result) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  if (result != nullptr) {
+    *result = now.tv_sec;
+  }
+  return now.tv_sec;
 }
 
 }  // extern "C"

@@ -24,7 +24,7 @@ const byteRoles = { http: ['guardian'], webm: ['guardian', 'monitor'] };
 const rolesOf = (kind) => ['request', ...(byteRoles[kind] ?? ['monitor', 'front']), 'ffmpeg', 'web', 'keeper', 'service'];
 const openingRoles = ['request', 'web', 'keeper', 'service'];
 const points = ['opening', 'first', 'running', 'seek', 'pausing', 'closing'];
-const infrastructure = new Set(['web', 'keeper', 'service']);
+const infrastructure = new Set(['web', 'keeper', 'service', 'analysis']);
 const shortCells = /^(http:running:ffmpeg:STOP|webm:running:monitor:KILL|hls:running:service:KILL|ss:seek:monitor:KILL)$/;
 
 function allCells() {
@@ -137,7 +137,14 @@ function isRegisterTrue(service) {
 // Waits until `look` returns no complaint. Returns the last one after the patience.
 async function complaintOf(look) {
   let complaint;
-  await eventually(() => ((complaint = look()) === undefined ? true : undefined), patience).catch(() => {});
+  const tryToLook = () => {
+    try {
+      return look();
+    } catch (failure) {
+      return String(failure); // a folder went while it was read
+    }
+  };
+  await eventually(() => ((complaint = tryToLook()) === undefined ? true : undefined), patience).catch(() => {});
   return complaint;
 }
 

@@ -31,6 +31,7 @@ export function processesOf(root) {
 const rules = [
   ['service', (one, by, service) => one.pid === service],
   ['keeper', (one, by, service) => one.parent === service && one.session === one.pid],
+  ['analysis', (one) => one.program.endsWith('/mirevo-analyze')],
   ['web', (one) => one.program.endsWith('/lighttpd')],
   ['request', (one, by) => isRequestProgram(one) && by(one.parent)?.program.endsWith('/lighttpd')],
   ['guardian', (one) => isRequestProgram(one) && one.session === one.pid],

@@ -128,6 +128,7 @@ AwaitedSegment HlsSegments::Await(int number, const std::string& own,
     return {directory_.SegmentPath(number)};
   }
   const Clock::time_point end = Clock::now() + kFragmentTimeout;
+  const Clock::time_point lost = Clock::now() + std::chrono::seconds(kRecordSeconds);
   const StreamWatch watch(directory_.Path());
   Clock::time_point lastRunning = Clock::now();
   for (;;) {
@@ -136,7 +137,8 @@ AwaitedSegment HlsSegments::Await(int number, const std::string& own,
     if (!IsPipelineOver()) {
       lastRunning = Clock::now();
     }
-    const bool isOver = Clock::now() - lastRunning >= kSettled;
+    const bool isOver =
+        Clock::now() - lastRunning >= kSettled || (Clock::now() >= lost && IsRestartLost());
     if (IsWhole(number, seen)) {
       return {directory_.SegmentPath(number)};
     }

@@ -371,6 +371,7 @@ bool HttpLiveStream::Reach(const Segment& segment, Viewer viewer) {
   directory.SeekTime().Write(segment.text);
   if (WriteSequence().empty()) {
     ORVO_LOG("Failed to generate sequence");
+    directory.SeekTime().Clear();
     return false;
   }
   return Restart(segment, viewer);
@@ -402,11 +403,18 @@ bool HttpLiveStream::Revive(const Segment& segment, const std::string& seen) {
   return Restart(segment);
 }
 
-// Replaces the stream's pipeline by one that begins at the segment.
+// Replaces the stream's pipeline by one that begins at the segment. After a failure the files do
+// not speak of a transcoder, so the next request tries again.
 bool HttpLiveStream::Restart(const Segment& segment, Viewer viewer) {
-  if (!StopPreviousPipeline()) {
-    return false;
+  const bool isDone = StopPreviousPipeline() && StartPipeline(segment, viewer);
+  if (!isDone && CheckSequence()) {
+    Directory().SeekTime().Clear();
   }
+  return isDone;
+}
+
+// Does nothing if a newer request starts one.
+bool HttpLiveStream::StartPipeline(const Segment& segment, Viewer viewer) {
   if (!CheckSequence()) {
     return true;
   }

@@ -1,0 +1,47 @@
+// Many streams for a long time: descriptors and memory stay flat, and no zombie is left.
+import path from 'node:path';
+
+import { media, Service } from '../service/support.mjs';
+import { figures, repeat, report } from './support.mjs';
+
+const streamCount = 32;
+const lookSeconds = 5;
+
+// Copies the video, so the register has room for all. Reads a piece every few seconds, as a player does.
+async function play(service, isOver) {
+  const film = path.join(media, 'long.mkv');
+  const stream = await service.open(film, { format: 'hls', profile: 'hls_remux' });
+  let failed = 0;
+  for (let number = 0; !isOver(); number = (number + 1) % 30) {
+    const response = await fetch(`${stream.url}&fragment_id=${number}`).catch(() => undefined);
+    const size = (await response?.arrayBuffer().catch(() => undefined))?.byteLength ?? 0;
+    if (response?.status !== 200 || size === 0) ++failed;
+    await new Promise((resolve) => setTimeout(resolve, 2000));
+  }
+  await service.call('Streaming', 'close', { format: 'hls', stream_id: stream.stream_id });
+  return failed;
+}
+
+const largest = (rows, name) => Math.max(...rows.map((row) => row[name]));
+
+export async function streamsLoad(seconds) {
+  const service = await Service.start([media]);
+  let over = false;
+  const playing = Array.from({ length: streamCount }, () => play(service, () => over));
+  const rows = [];
+  await repeat(seconds, lookSeconds * 1000, () => void rows.push(figures(service)));
+  over = true;
+  const failed = (await Promise.all(playing)).reduce((sum, count) => sum + count, 0);
+  await service.isQuiet(20000);
+  const rest = figures(service);
+  await service.stop();
+  // The first quarter fills caches; after it nothing may grow by more than a tenth.
+  const early = rows.slice(Math.floor(rows.length / 4), Math.floor(rows.length / 2));
+  const late = rows.slice(Math.floor(rows.length * 0.75));
+  const isFlat = ['descriptors', 'memory'].every((name) => largest(late, name) <= 1.1 * largest(early, name) + 20);
+  const words =
+    `${streamCount} HLS remuxes for ${seconds} s: descriptors ${largest(early, 'descriptors')} → ${largest(late, 'descriptors')}, ` +
+    `memory ${largest(early, 'memory')} → ${largest(late, 'memory')} MiB, at most ${largest(rows, 'processes')} processes; ` +
+    `afterwards ${rest.processes} processes, ${rest.zombies} zombies; ${failed} requests failed`;
+  return report('streams', words, isFlat && rest.zombies === 0 && failed === 0);
+}
