@@ -68,12 +68,12 @@ class SubtitleFile : public SubtitleSource {
   // `path` has no links in it.
   SubtitleFile(std::string path, SubtitleParser parse) : path_(std::move(path)), parse_(parse) {}
 
-  bool Convert(const std::string& characterSet, std::string& webVtt,
-               Answer& refusal) const override {
-    std::string text;
+  bool IsExtracted() const override { return false; }
+
+  bool Read(std::string& text, Answer& refusal) const override {
     bool isTooLarge = false;
     const bool read =
-        libmrv::DoActionAsRoot("ReadSubtitle", [&] { return Read(text, isTooLarge); });
+        libmrv::DoActionAsRoot("ReadSubtitle", [&] { return ReadFile(text, isTooLarge); });
     if (isTooLarge) {
       refusal = Answer::Failure(kBadRequest, "This subtitle file is larger than 20 MB.");
       return false;
@@ -82,13 +82,16 @@ class SubtitleFile : public SubtitleSource {
       refusal = Answer::Failure(kNotFound, "This subtitle file cannot be read.");
       return false;
     }
-    webVtt = ConvertText(text, characterSet, parse_);
     return true;
+  }
+
+  std::string Convert(const std::string& text, const std::string& characterSet) const override {
+    return ConvertText(text, characterSet, parse_);
   }
 
  private:
   // A link or a pipe may have replaced the file. Do not follow the link or wait for the pipe.
-  bool Read(std::string& text, bool& isTooLarge) const {
+  bool ReadFile(std::string& text, bool& isTooLarge) const {
     const orvo::UniqueFd file(
         open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
@@ -168,18 +171,21 @@ class SubtitleTrack : public SubtitleSource {
         track_(std::move(track)),
         extraction_(extraction) {}
 
-  bool Convert(const std::string& characterSet, std::string& webVtt,
-               Answer& refusal) const override {
-    std::string text;
+  bool IsExtracted() const override { return true; }
+
+  bool Read(std::string& text, Answer& refusal) const override {
     if (!Extract(text)) {
       ORVO_LOG("Failed to extract the subtitle track %s", track_.c_str());
       refusal = Answer::Failure(kInternal, "The subtitles could not be read from the film.");
       return false;
     }
-    // Containers hold UTF-8. The character set, which is for files beside the film, applies only if
-    // this film breaks that rule.
-    webVtt = ConvertText(text, IsCharacterSetNeeded(text) ? characterSet : "", extraction_.parse);
     return true;
+  }
+
+  // Containers hold UTF-8. The character set, which is for files beside the film, applies only if
+  // this film breaks that rule.
+  std::string Convert(const std::string& text, const std::string& characterSet) const override {
+    return ConvertText(text, IsCharacterSetNeeded(text) ? characterSet : "", extraction_.parse);
   }
 
  private:
