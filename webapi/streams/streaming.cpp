@@ -24,12 +24,16 @@
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/library/media_library.h"
+#include "webapi/streams/byte_playback.h"
 #include "webapi/streams/direct_playback.h"
+#include "webapi/streams/guardian.h"
 #include "webapi/streams/hls_playback.h"
 #include "webapi/streams/http_playback.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/smooth_playback.h"
+#include "webapi/streams/start_times.h"
+#include "webapi/streams/transcoder_work.h"
 #include "webapi/streams/webm_playback.h"
 
 namespace webapi {
@@ -52,10 +56,13 @@ struct StreamKind {
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
+  // Starts the work for a player that will begin at this second; null if it begins with the first
+  // request.
+  void (*startAhead)(const Ticket& ticket, double second) = nullptr;
 };
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
-    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls, StartHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
@@ -100,7 +107,7 @@ std::string AddressOf(const Request& request, const std::string& authority, cons
 // The profile for a request that names none.
 std::optional<JudgedProfile> UsualProfile(const std::string& format, const VideoMetaData& film,
                                           Answer& refusal) {
-  const std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
+  std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
   if (const JudgedProfile* const chosen = ChooseProfile(format, profiles, film)) {
     return *chosen;
   }
@@ -293,6 +300,16 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   return QMXStream::QMX_Init(argument);
 }
 
+// A client that says where it will begin waits for less: the work starts as soon as it has its
+// answer. Without room for a transcoder the first request of the player says so.
+void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+  Answer ignored = Answer::Failure(kInternal);
+  const auto start = StartSecond(request, ticket.Duration(), ignored);
+  if (request.Has("start") && start && kind.startAhead != nullptr) {
+    (void)WatchOverMe([&] { kind.startAhead(ticket, *start); });
+  }
+}
+
 // Is everything installed that this kind of stream needs?
 bool HasPrograms(const StreamKind& kind) {
   return kind.kind == std::string_view(kDirectKind) || access(LibOrvoQMX::kFFmpeg, X_OK) == 0;
@@ -300,14 +317,14 @@ bool HasPrograms(const StreamKind& kind) {
 
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
-            const Rendition& rendition, const Joined& joined) {
+            const Rendition& rendition, const Joined& joined, StartTimes& times) {
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
-  const auto ticket =
+  auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {
     return Answer::Failure(kInternal);
@@ -328,6 +345,11 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
     data["network_url"] = AddressOf(request, network, kind, *ticket);
   }
   RememberStream(*ticket, kOpened);
+  times.Mark("prepare");
+  ticket->AddTimes(times.Steps());
+  const Ticket opened = *ticket;
+  ticket.reset();  // the process that is started now must not hold it
+  StartAhead(request, kind, opened);
   return Answer::Success(data);
 }
 
@@ -380,14 +402,16 @@ Answer OpenStream(const Request& request) {
   }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
+  StartTimes times;
   if (!film.LoadFile(*path)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
+  times.Mark("probe");
   const auto choice = ChoiceFor(request, film, refusal);
   if (!choice) {
     return refusal;
   }
-  if (!HasPrograms(*kind)) {
+  if (!HasPrograms(*choice->kind)) {
     return Answer::Failure(kUnavailable);
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
@@ -396,12 +420,16 @@ Answer OpenStream(const Request& request) {
   if (!IsSoundWish(request)) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
   }
+  if (!StartSecond(request, film.GetDuration(), refusal)) {
+    return refusal;
+  }
   // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
     return Answer::Failure("TransEnable");
   }
   SweepStreams();
-  return Open(request, *choice->kind, film, choice->rendition, *joined);
+  times.Mark("admission");
+  return Open(request, *choice->kind, film, choice->rendition, *joined, times);
 }
 
 Answer PlayStream(const Request& request) {
@@ -429,6 +457,7 @@ Answer CloseStream(const Request& request) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
       return refusal;
     }
+    LearnFrom(*ticket);
     RememberStream(*ticket, kClosed);
     ticket->Remove();
   }
