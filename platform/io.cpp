@@ -94,9 +94,13 @@ bool TouchFile(const std::string& path) {
   return file.IsOpen() && futimens(file.Get(), nullptr) == 0;
 }
 
-bool ReadAll(std::istream& stream, std::string& content) {
+bool ReadAll(std::istream& stream, std::string& content, size_t maxBytes) {
   std::array<char, 16384> buffer{};
   while (stream.read(buffer.data(), buffer.size()) || stream.gcount() > 0) {
+    if (static_cast<size_t>(stream.gcount()) > maxBytes) {
+      return false;
+    }
+    maxBytes -= static_cast<size_t>(stream.gcount());
     content.append(buffer.data(), static_cast<size_t>(stream.gcount()));
   }
   return !stream.bad();

@@ -31,8 +31,12 @@ ORVO_API std::optional<std::string> ReadOwnFile(const std::string& path, size_t 
 // truncate the file, because that can wait for the disk.
 ORVO_API bool TouchFile(const std::string& path);
 
-// Appends the rest of `stream` to `content`. False on a read error.
-ORVO_API bool ReadAll(std::istream& stream, std::string& content);
+// No file of ours is longer.
+inline constexpr size_t kMostBytes = 64 << 20;
+
+// Appends the rest of `stream` to `content`. False on a read error, and for more than `maxBytes`
+// bytes, of which it has appended some.
+ORVO_API bool ReadAll(std::istream& stream, std::string& content, size_t maxBytes = kMostBytes);
 
 // A pipe whose ends an exec closes. They never get the numbers of the standard streams, which in a
 // process without those would be free: whatever becomes "/dev/null" later would be the pipe. False,

@@ -4,12 +4,15 @@
 #include <cstring>
 #include <fstream>
 #include <optional>
+#include <sstream>
 
+#include "platform/io.h"
 #include "platform/plat.h"
 
 namespace {
 
 constexpr char kBlanks[] = " \t\r";
+constexpr size_t kMostBytes = 1 << 20;
 
 // The value that a shell would take from the text after "=": quoted and bare pieces joined, up to
 // the first bare blank or comment.
@@ -65,9 +68,11 @@ std::string KeyOf(const std::string& left) {
 // key from an absent file.
 std::optional<std::string> FindValue(const std::string& path, const std::string& key,
                                      bool& readable) {
-  std::ifstream file(path);
-  readable = file.is_open();
+  std::ifstream source(path);
+  std::string text;
+  readable = source.is_open() && orvo::ReadAll(source, text, kMostBytes);
   std::optional<std::string> value;
+  std::istringstream file(readable ? text : "");
   std::string line;
   while (std::getline(file, line)) {
     const auto equals = line.find('=');

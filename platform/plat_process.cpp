@@ -22,6 +22,7 @@
 namespace {
 
 constexpr int kCannotExecute = 127;
+constexpr size_t kLongestPid = 4096;  // with its blanks
 
 bool IsNoFork(int error) {
   return error == EAGAIN || error == ENOMEM;
@@ -141,8 +142,11 @@ bool PlatProcAlive(pid_t pid) {
 
 pid_t PlatReadPidFile(const std::string& path) {
   std::ifstream file(path);
-  std::string line;
-  std::getline(file, line);
+  // A pid has fewer digits. A hostile file is one endless line.
+  std::string line(kLongestPid, '\0');
+  file.read(line.data(), static_cast<std::streamsize>(line.size()));
+  line.resize(static_cast<size_t>(file.gcount()));
+  line.resize(std::min(line.find('\n'), line.size()));
   const auto first = line.find_first_not_of(" \t");
   if (first == std::string::npos) {
     return -1;

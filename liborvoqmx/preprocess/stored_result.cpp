@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -13,6 +14,7 @@ namespace LibOrvoQMX::preprocess {
 namespace {
 
 constexpr char kRecordName[] = "/film";
+constexpr size_t kLongestRecord = 65536;
 
 bool IsOlder(const timespec& one, const timespec& other) {
   return one.tv_sec != other.tv_sec ? one.tv_sec < other.tv_sec : one.tv_nsec < other.tv_nsec;
@@ -69,8 +71,13 @@ std::string OwnResultPath(const std::string& film) {
 }
 
 FilmRecord ReadFilmRecord(const std::string& folder) {
-  std::ifstream file(folder + kRecordName, std::ios::binary);
+  std::ifstream source(folder + kRecordName, std::ios::binary);
+  std::string text;
   FilmRecord record;
+  if (!orvo::ReadAll(source, text, kLongestRecord)) {
+    return {};
+  }
+  std::istringstream file(text);
   // The path comes last because it may contain any byte except zero.
   if (!std::getline(file, record.state) || !std::getline(file, record.reason) ||
       !std::getline(file, record.film, '\0')) {

@@ -8,6 +8,7 @@
 #include <openssl/opensslv.h>
 
 #include <array>
+#include <cstdint>
 #include <fstream>
 
 #include "platform/io.h"
@@ -69,7 +70,7 @@ std::string GetFileMD5(const std::string& path) {
     return "";
   }
   std::string content;
-  if (!orvo::ReadAll(file, content)) {
+  if (!orvo::ReadAll(file, content, SIZE_MAX)) {
     ORVO_LOG("failed to read content");
     return "";
   }

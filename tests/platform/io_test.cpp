@@ -113,4 +113,16 @@ TEST_F(Io, AStreamIsReadToItsEndAndAppended) {
   EXPECT_EQ(content.size(), 100007U);
 }
 
+TEST_F(Io, AStreamThatIsTooLongIsNotReadToItsEnd) {
+  for (const size_t length : {size_t{100001}, size_t{1} << 20}) {
+    std::istringstream stream(std::string(length, 'x'));
+    std::string content;
+    EXPECT_FALSE(orvo::ReadAll(stream, content, 100000));
+    EXPECT_LE(content.size(), 100000U);
+  }
+  std::istringstream stream(std::string(100000, 'x'));
+  std::string content;
+  EXPECT_TRUE(orvo::ReadAll(stream, content, 100000));
+}
+
 }  // namespace

@@ -94,4 +94,9 @@ TEST(PlatformError, IsZeroUntilSetAndKeepsTheLastCode) {
   PlatErrSet(0);
 }
 
+TEST_F(KeyValue, AFileThatIsTooLongIsNotRead) {
+  EXPECT_EQ(ValueOf("unique=a\n#" + std::string(1 << 10, 'x'), "unique"), "a");
+  EXPECT_EQ(ValueOf("unique=a\n#" + std::string(1 << 20, 'x'), "unique"), "(none)");
+}
+
 }  // namespace

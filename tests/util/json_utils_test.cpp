@@ -80,6 +80,25 @@ TEST_F(JsonFiles, ThatAreDamagedAreLogged) {
   }
 }
 
+TEST_F(JsonFiles, WithEndlessNestingAreDamaged) {
+  for (const char* piece : {"[", "{\"a\":", "[[],"}) {
+    std::string text;
+    while (text.size() < 1 << 20) {
+      text += piece;
+    }
+    Write("/nested", text);
+    Json::Value value;
+    EXPECT_FALSE(LibMirevo::ReadJsonFromFile(Path("/nested"), value)) << piece;
+  }
+}
+
+TEST_F(JsonFiles, WithoutAnEndAreNotRead) {
+  Write("/endless", "");
+  ASSERT_EQ(truncate(Path("/endless").c_str(), off_t{1} << 40), 0);
+  Json::Value value;
+  EXPECT_FALSE(LibMirevo::ReadJsonFromFile(Path("/endless"), value));
+}
+
 TEST_F(JsonFiles, MayHoldComments) {
   Write("/file.json", "// first\n{\"a\": /* here */ 1}\n");
   Json::Value value;

@@ -29,14 +29,20 @@ std::string Environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
+// The system's calls would take such a text for a shorter one.
+bool HasZero(const std::string& text) {
+  return text.find('\0') != std::string::npos;
+}
+
 // Removes the quotes around a text. Playlists put quotes around the unchanged value, so a text that
-// is not valid JSON is used literally.
+// is not valid JSON, or has a zero byte, is used literally.
 std::string Unquote(const std::string& text) {
   Json::CharReaderBuilder strict;
   strict["failIfExtra"] = true;
   Json::Value value;
   std::istringstream stream(text);
-  const bool isJson = Json::parseFromStream(strict, stream, &value, nullptr) && value.isString();
+  const bool isJson = Json::parseFromStream(strict, stream, &value, nullptr) && value.isString() &&
+                      !HasZero(value.asString());
   return isJson ? value.asString() : text.substr(1, text.size() - 2);
 }
 
@@ -180,15 +186,14 @@ std::optional<std::string> DecodeQueryValue(const std::string& text) {
     } else {
       unsigned byte = 0;
       const char* const digits = text.data() + i + 1;
-      if (i + 2 >= text.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2 ||
-          byte == 0) {
+      if (i + 2 >= text.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
         return std::nullopt;
       }
       value += static_cast<char>(byte);
       i += 2;
     }
   }
-  return value;
+  return HasZero(value) ? std::nullopt : std::optional(std::move(value));
 }
 
 std::string EncodeQueryValue(const std::string& text) {

@@ -96,6 +96,49 @@ class Converter {
   iconv_t handle_;
 };
 
+// The number of bytes of the character at the beginning of `text`; 0 if that is not UTF-8. Checks
+// the first two bytes by the table of well-formed sequences.
+size_t CharacterLength(std::string_view text) {
+  struct Lead {
+    unsigned char first, last;  // the first byte
+    unsigned char least, most;  // the second one
+    size_t length;
+  };
+  static constexpr std::array kLeads = {
+      Lead{0xc2, 0xdf, 0x80, 0xbf, 2}, Lead{0xe0, 0xe0, 0xa0, 0xbf, 3},
+      Lead{0xe1, 0xec, 0x80, 0xbf, 3}, Lead{0xed, 0xed, 0x80, 0x9f, 3},
+      Lead{0xee, 0xef, 0x80, 0xbf, 3}, Lead{0xf0, 0xf0, 0x90, 0xbf, 4},
+      Lead{0xf1, 0xf3, 0x80, 0xbf, 4}, Lead{0xf4, 0xf4, 0x80, 0x8f, 4},
+  };
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  if (byte(0) < 0x80) {
+    return 1;
+  }
+  const auto lead = std::find_if(kLeads.begin(), kLeads.end(), [&](const Lead& row) {
+    return byte(0) >= row.first && byte(0) <= row.last;
+  });
+  if (lead == kLeads.end() || text.size() < lead->length || byte(1) < lead->least ||
+      byte(1) > lead->most) {
+    return 0;
+  }
+  const std::string_view tail = text.substr(2, lead->length - 2);
+  const bool isWhole =
+      std::all_of(tail.begin(), tail.end(), [](unsigned char c) { return (c & 0xc0) == 0x80; });
+  return isWhole ? lead->length : 0;
+}
+
+// The converter also writes characters beyond the last one of Unicode. Replaces them.
+std::string WithoutInvalid(std::string_view text) {
+  std::string valid;
+  valid.reserve(text.size());
+  while (!text.empty()) {
+    const size_t length = CharacterLength(text);
+    valid += length > 0 ? text.substr(0, length) : kReplacement;
+    text.remove_prefix(std::max<size_t>(length, 1));
+  }
+  return valid;
+}
+
 // A text in another set is almost never valid UTF-8.
 bool IsUtf8(const std::string& text) {
   std::string ignored;
@@ -182,7 +225,7 @@ std::string ToUtf8(const std::string& text, const std::string& name) {
   if (converter.IsOpen()) {
     converter.Append(content, converted);
   }
-  return converted;
+  return WithoutInvalid(converted);
 }
 
 }  // namespace webapi

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
 #include <limits>
 #include <optional>
 #include <string>
@@ -77,48 +76,71 @@ std::optional<Stream> StreamOf(const Request& request, Answer& refusal) {
               : std::nullopt;
 }
 
-// A converted track on disk. Several requests may convert the same track at the same time. The file
-// gets its name when it is complete.
-class KeptTrack {
+// A file in the stream's directory that saves work: an extracted text or a converted track. Several
+// requests may make it at the same time. It gets its name when it is complete.
+class KeptFile {
  public:
-  KeptTrack(const std::string& folder, const std::string& subtitleId, const std::string& codepage)
-      // No code page's name contains a line end, so two pairs never have the same key.
-      : path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt") {}
+  KeptFile(const std::string& folder, const std::string& key, const char* ending)
+      : path_(folder + "/subtitle-" + LibMirevo::GetMD5(key) + ending) {}
 
-  bool Load(std::string& webVtt) const {
-    webVtt.clear();
-    std::ifstream file(path_, std::ios::binary);
-    return orvo::ReadAll(file, webVtt) && !webVtt.empty();
+  bool Load(std::string& content) const {
+    content = orvo::ReadOwnFile(path_, kLargest).value_or("");
+    return !content.empty();
   }
 
-  // The stored track only saves time, so a full disk or a removed folder is not a failure.
-  void Save(const std::string& webVtt) const { orvo::ReplaceFile(path_, webVtt); }
+  // A full disk or a removed folder is not a failure.
+  void Save(const std::string& content) const { orvo::ReplaceFile(path_, content); }
 
-  // The lock for the conversion of the track. Not held if there is no folder for it.
-  orvo::FileLock Lock() const { return orvo::FileLock::Wait(path_ + ".lock"); }
+  const std::string& Path() const { return path_; }
 
  private:
+  // More than the longest WebVTT that the largest subtitle file gives.
+  static constexpr size_t kLargest = 256 << 20;
+
   std::string path_;
 };
 
-// The whole track, stored or newly converted. Returns false and sets the refusal on failure.
+// The text of a track in the film. One request extracts it; the others wait for that one, but not
+// for ever.
+bool GetExtractedText(const Stream& stream, const SubtitleSource& source,
+                      const std::string& subtitleId, std::string& text, Answer& refusal) {
+  const KeptFile kept(stream.folder, subtitleId, ".txt");
+  if (kept.Load(text)) {
+    return true;
+  }
+  const auto lock = orvo::FileLock::Wait(kept.Path() + ".lock");
+  if (kept.Load(text)) {
+    return true;
+  }
+  // Where no lock can be made, there is nothing to share.
+  if (!lock.IsHeld() && access((kept.Path() + ".lock").c_str(), F_OK) == 0) {
+    refusal = Answer::Failure(kBusy, "These subtitles are being read from the film. Try again.");
+    return false;
+  }
+  if (!source.Read(text, refusal)) {
+    return false;
+  }
+  kept.Save(text);
+  return true;
+}
+
+// The whole track, stored or newly converted. No lock is held while it is converted. Returns false
+// and sets the refusal on failure.
 bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::string& codepage,
               std::string& webVtt, Answer& refusal) {
-  const KeptTrack kept(stream.folder, subtitleId, codepage);
+  // No code page's name contains a line end, so two pairs never have the same key.
+  const KeptFile kept(stream.folder, subtitleId + "\n" + codepage, ".vtt");
   if (kept.Load(webVtt)) {
     return true;
   }
   const auto source = SubtitleSource::Find(stream.film, stream.file, subtitleId, refusal);
-  if (source == nullptr) {
+  std::string text;
+  if (source == nullptr ||
+      !(source->IsExtracted() ? GetExtractedText(stream, *source, subtitleId, text, refusal)
+                              : source->Read(text, refusal))) {
     return false;
   }
-  const auto lock = kept.Lock();
-  if (kept.Load(webVtt)) {
-    return true;
-  }
-  if (!source->Convert(codepage, webVtt, refusal)) {
-    return false;
-  }
+  webVtt = source->Convert(text, codepage);
   kept.Save(webVtt);
   return true;
 }

@@ -69,19 +69,22 @@ class SubtitleFile : public SubtitleSource {
   SubtitleFile(orvo::MediaFile file, SubtitleParser parse)
       : file_(std::move(file)), parse_(parse) {}
 
-  bool Convert(const std::string& characterSet, std::string& webVtt,
-               Answer& refusal) const override {
+  bool IsExtracted() const override { return false; }
+
+  bool Read(std::string& text, Answer& refusal) const override {
     if (file_.Status().st_size > kLargestFile) {
       refusal = Answer::Failure(kBadRequest, "This subtitle file is larger than 20 MB.");
       return false;
     }
-    std::string text;
     if (!ReadAllOf(file_.Get(), text)) {
       refusal = Answer::Failure(kNotFound, "This subtitle file cannot be read.");
       return false;
     }
-    webVtt = ConvertText(text, characterSet, parse_);
     return true;
+  }
+
+  std::string Convert(const std::string& text, const std::string& characterSet) const override {
+    return ConvertText(text, characterSet, parse_);
   }
 
  private:
@@ -158,18 +161,21 @@ class SubtitleTrack : public SubtitleSource {
                 const Extraction& extraction)
       : film_(film), container_(container), track_(std::move(track)), extraction_(extraction) {}
 
-  bool Convert(const std::string& characterSet, std::string& webVtt,
-               Answer& refusal) const override {
-    std::string text;
+  bool IsExtracted() const override { return true; }
+
+  bool Read(std::string& text, Answer& refusal) const override {
     if (!Extract(text)) {
       ORVO_LOG("Failed to extract the subtitle track %s", track_.c_str());
       refusal = Answer::Failure(kInternal, "The subtitles could not be read from the film.");
       return false;
     }
-    // Containers hold UTF-8. The character set, which is for files beside the film, applies only if
-    // this film breaks that rule.
-    webVtt = ConvertText(text, IsCharacterSetNeeded(text) ? characterSet : "", extraction_.parse);
     return true;
+  }
+
+  // Containers hold UTF-8. The character set, which is for files beside the film, applies only if
+  // this film breaks that rule.
+  std::string Convert(const std::string& text, const std::string& characterSet) const override {
+    return ConvertText(text, IsCharacterSetNeeded(text) ? characterSet : "", extraction_.parse);
   }
 
  private:

@@ -21,11 +21,16 @@ class SubtitleSource {
                                               const std::string& id, Answer& refusal);
   virtual ~SubtitleSource() = default;
 
-  // Writes the whole track into `webVtt`, without cues if none can be read. `characterSet` is the
-  // set of the text, "" if unknown. Returns false and sets `refusal` to the answer if the
-  // conversion failed and a later one may succeed, or the file is too large.
-  virtual bool Convert(const std::string& characterSet, std::string& webVtt,
-                       Answer& refusal) const = 0;
+  // Must a process read the whole film for the text?
+  virtual bool IsExtracted() const = 0;
+
+  // Reads the text as it is in the file or the film. Returns false and sets `refusal` to the answer
+  // if that failed and may succeed later, or the text is too large.
+  virtual bool Read(std::string& text, Answer& refusal) const = 0;
+
+  // The whole track of such a text as WebVTT, without cues if none can be read. `characterSet` is
+  // the set of the text, "" if unknown.
+  virtual std::string Convert(const std::string& text, const std::string& characterSet) const = 0;
 };
 
 }  // namespace webapi

@@ -12,8 +12,8 @@
 namespace LibOrvoQMX {
 
 // Splits an id into `quality` ("QualityLevels(RATE)"), `type` ("video=" or "audio=") and `start`
-// (digits). `type` and `start` are "" if the id lacks them. Returns false unless the id has exactly
-// two parts.
+// (the text up to the next parenthesis). `type` and `start` are "" if the id lacks them. Returns
+// false unless the id has exactly two parts.
 bool TakeApart(const std::string& id, std::string& start, std::string& type, std::string& quality);
 
 // The place of a fragment in the stream's directory.

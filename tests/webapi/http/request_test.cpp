@@ -16,4 +16,15 @@ TEST(Request, AcceptsTimesWithAndWithoutAFraction) {
   }
 }
 
+TEST(Query, AZeroByteIsRefusedInEveryForm) {
+  using namespace std::string_literals;
+  for (const std::string& text : {"a%00b"s, "a\0b"s, "\0"s}) {
+    EXPECT_FALSE(webapi::DecodeQueryValue(text));
+  }
+  webapi::Request request;
+  EXPECT_FALSE(request.AddParameters("path=/films/a.mkv\0.txt"s));
+  ASSERT_TRUE(request.AddParameters("name=%22/films/a.mkv%5Cu0000.txt%22"));
+  EXPECT_EQ(request.Text("name"), "/films/a.mkv\\u0000.txt");
+}
+
 }  // namespace

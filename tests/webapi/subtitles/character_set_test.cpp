@@ -83,6 +83,24 @@ TEST(CharacterSet, InvalidBytesAreReplaced) {
   EXPECT_EQ(ToUtf8("", ""), "");
 }
 
+TEST(CharacterSet, CharactersBeyondUnicodeAreReplaced) {
+  // Each of these bytes is replaced, because they make no character.
+  const auto replaced = [](size_t bytes) {
+    std::string text = "a";
+    for (size_t i = 0; i < bytes; ++i) {
+      text += "\xef\xbf\xbd";
+    }
+    return text;
+  };
+  for (const std::string bytes :
+       {"\xfa\x8d\xa1\x93\x82", "\xf4\x90\x80\x80", "\xed\xa0\x80", "\xc0\xaf"}) {
+    EXPECT_EQ(ToUtf8("a" + bytes, "UTF-8"), replaced(bytes.size())) << bytes;
+  }
+  for (const std::string text : {"\xf4\x8f\xbf\xbf", "\xed\x9f\xbf", "\xef\xbf\xbf", "\xc2\x80"}) {
+    EXPECT_EQ(ToUtf8(text, "UTF-8"), text);
+  }
+}
+
 TEST(CharacterSet, OnlyNamesOfKnownSetsAreAccepted) {
   for (const char* name :
        {"UTF-8", "GBK", "windows-1252", "Big5-HKSCS", "SHIFT_JIS", "ISO_8859-1:1987"}) {
