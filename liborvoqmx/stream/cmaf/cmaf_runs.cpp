@@ -202,7 +202,7 @@ void CmafRun::Watch(int number) const {
   Pipeline pipeline(gTranscoder, {rendition_.IsEncodedPicture(), kGraceMilliseconds});
   const auto become = [&] {
     if (!rendition_.IsEncodedPicture() || RegisterTranscoder(false)) {
-      BecomeTranscoder("Execute FFmpeg", Command(number, false));
+      BecomeTranscoder("Execute FFmpeg", Command(number, false), PassedFilm{});
     }
   };
   const auto isUnwanted = [&] {
