@@ -7,10 +7,13 @@
 #include <optional>
 #include <string>
 
+#include "platform/confinement.h"
 #include "platform/io.h"
 #include "util/file_lock.h"
 #include "util/md5.h"
 #include "webapi/access/ticket.h"
+#include "webapi/http/deadline.h"
+#include "webapi/http/work.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/character_set.h"
 #include "webapi/subtitles/subtitle_source.h"
@@ -79,7 +82,9 @@ class KeptTrack {
  public:
   KeptTrack(const std::string& folder, const std::string& subtitleId, const std::string& codepage)
       // No code page's name contains a line end, so two pairs never have the same key.
-      : path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt") {}
+      : folder_(folder),
+        path_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId + "\n" + codepage) + ".vtt"),
+        lock_(folder + "/subtitle-" + LibMirevo::GetMD5(subtitleId) + ".lock") {}
 
   bool Load(std::string& webVtt) const {
     webVtt.clear();
@@ -90,12 +95,25 @@ class KeptTrack {
   // The stored track only saves time, so a full disk or a removed folder is not a failure.
   void Save(const std::string& webVtt) const { orvo::ReplaceFile(path_, webVtt); }
 
-  // The lock for the conversion of the track. Not held if there is no folder for it.
-  orvo::FileLock Lock() const { return orvo::FileLock::Wait(path_ + ".lock"); }
+  // The lock for the conversions of the track, whatever the code page: each reads the whole film.
+  // Not held if there is no folder for it, or if another conversion takes too long.
+  orvo::FileLock Lock() const {
+    return orvo::FileLock::Wait(lock_, kSubtitleWork.queue.milliseconds);
+  }
+  bool HasFolder() const { return access(folder_.c_str(), F_OK) == 0; }
 
  private:
+  std::string folder_;
   std::string path_;
+  std::string lock_;
 };
+
+// The time for one conversion; 0 for no limit.
+unsigned ConversionSeconds() {
+  constexpr unsigned kParsing = 60;
+  const uint64_t extraction = orvo::LimitsOf(orvo::Job::kSubtitles).wall;
+  return extraction == 0 ? 0 : static_cast<unsigned>(extraction) + kParsing;
+}
 
 // The whole track, stored or newly converted. Returns false and sets the refusal on failure.
 bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::string& codepage,
@@ -108,10 +126,18 @@ bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::st
   if (source == nullptr) {
     return false;
   }
+  // One request converts the track; the others wait for its result.
   const auto lock = kept.Lock();
   if (kept.Load(webVtt)) {
     return true;
   }
+  const auto place = lock.IsHeld() || !kept.HasFolder() ? TakePlace(kSubtitleWork) : std::nullopt;
+  if (!place) {
+    refusal = Answer::Failure(kBusy,
+                              "The server is reading other subtitles. Try again in a few seconds.");
+    return false;
+  }
+  SetDeadline(ConversionSeconds());
   if (!source->Convert(codepage, webVtt, refusal)) {
     return false;
   }
