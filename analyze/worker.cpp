@@ -1,8 +1,5 @@
 #include "worker.h"
 
-#include <sched.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -10,6 +7,7 @@
 
 #include "confined_reader.h"
 #include "film_analysis.h"
+#include "platform/idle.h"
 #include "platform/process_launch.h"
 #include "preprocess/stored_result.h"
 
@@ -18,16 +16,6 @@ namespace {
 
 using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
-
-// Lowers the priority for processor and disk, so that other processes do not wait for this one.
-void BecomeIdle() {
-  constexpr int kWhoProcess = 1;
-  constexpr int kIdleClass = 3 << 13;
-  const sched_param none{};
-  setpriority(PRIO_PROCESS, 0, 19);
-  sched_setscheduler(0, SCHED_IDLE, &none);
-  syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass);
-}
 
 int Analyze(const std::string& film) {
   BecomeIdle();

@@ -1,6 +1,8 @@
 #include "mirevo/explain_command.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <iostream>
 #include <memory>
 
@@ -56,12 +58,20 @@ std::string Picture(const Json::Value& entry) {
              : entry["width"].asString() + "x" + entry["height"].asString();
 }
 
+// "2.4x"; "" if it is not known.
+std::string Speed(const Json::Value& entry) {
+  std::array<char, 32> text{};
+  snprintf(text.data(), text.size(), "%.1fx", entry["speed"].asDouble());
+  return entry.isMember("speed") ? text.data() : "";
+}
+
 void PrintProfiles(const Json::Value& profiles) {
-  Rows rows = {{"", "FORMAT", "PROFILE", "METHOD", "PICTURE", "KBIT/S", "WHY"}};
+  Rows rows = {{"", "FORMAT", "PROFILE", "METHOD", "PICTURE", "KBIT/S", "SPEED", "WHY"}};
   for (const Json::Value& entry : profiles) {
     rows.push_back({entry["default"] == true ? "*" : "", entry["format"].asString(),
                     entry["key"].asString(), entry["method"].asString(), Picture(entry),
-                    std::to_string(entry["bit_rate"].asUInt() / 1000), entry["why"].asString()});
+                    std::to_string(entry["bit_rate"].asUInt() / 1000), Speed(entry),
+                    entry["why"].asString()});
   }
   PrintTable(rows);
 }

@@ -28,6 +28,7 @@
 #include "serve/analysis.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
+#include "serve/measurement.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "util/file_lock.h"
@@ -289,8 +290,9 @@ void TellFFmpeg() {
   }
 }
 
-// Starts the web server and runs until the end.
-int Run(const WebServer& server, Belongings& belongings, int browser, bool findsKeyframes) {
+// Starts the web server and runs until the end. `inBackground`: key frames are found and the
+// machine is measured.
+int Run(const WebServer& server, Belongings& belongings, int browser, bool inBackground) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -308,11 +310,13 @@ int Run(const WebServer& server, Belongings& belongings, int browser, bool finds
   Announce(server, browser);
   TellConfinement();
   TellFFmpeg();
-  Analysis analysis(orvo::SystemPath(kAnalyzer), webapi::MediaRoots(), findsKeyframes);
+  Analysis analysis(orvo::SystemPath(kAnalyzer), webapi::MediaRoots(), inBackground);
+  Measurement measurement(inBackground);
   Heartbeat heartbeat(server);
   const bool told = ServeUntilStopped(signals.Get(), keeper, analysis, heartbeat);
   AnnounceStop();
   analysis.Stop();
+  measurement.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(keeper, told);
   unlink((server.stateFolder + kAnalysisFile).c_str());

@@ -16,7 +16,7 @@ struct Options {
   std::vector<std::string> media;    // files and folders
   std::optional<int> port;           // 0 for any; unset: the usual one, or any if that is in use
   bool browser = true;               // open the page if there is a desktop
-  bool analysis = true;              // find key frames in the background
+  bool analysis = true;              // find key frames and measure the machine in the background
   std::vector<std::string> listen;   // addresses; if empty, only this machine
   std::vector<std::string> hosts;    // names of the service (IsHost)
   std::vector<std::string> origins;  // other sites whose pages may use it (IsOrigin)

@@ -51,7 +51,6 @@ Process StartCopy(const FilmCopy& copy, int output, int progress) {
     return {};
   }
   LaunchOptions options;
-  options.actions = {{SIGINT, StopFilmCopy}, {SIGTERM, StopFilmCopy}};
   options.streams = StandardStreams::kKept;
   options.parentDeath.signal = SIGKILL;
   if (geteuid() != getuid()) {
@@ -112,7 +111,7 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
     return {};
   }
   if (waits[0].revents != 0) {
-    PassOnSignal();
+    TakeSignal();
   }
   return {waits[2].revents != 0, waits[1].revents != 0};
 }
@@ -125,7 +124,7 @@ void ChildStream::WaitForChange(int changes) {
     return;
   }
   if (waits[0].revents != 0) {
-    PassOnSignal();
+    TakeSignal();
   }
   if (waits[2].revents != 0) {
     hasEnded_ = true;  // told once; the rest of its output can still be wanted
@@ -133,10 +132,12 @@ void ChildStream::WaitForChange(int changes) {
   }
 }
 
-void ChildStream::PassOnSignal() {
+// Nothing that a stopped run writes is kept, and whoever stops it waits for its end to start the
+// next one. FFmpeg would take time to write its output's end.
+void ChildStream::TakeSignal() {
   signalfd_siginfo info{};
   if (read(signals_.Get(), &info, sizeof info) == sizeof info) {
-    Stop(static_cast<int>(info.ssi_signo));
+    Stop(SIGKILL);
   }
 }
 

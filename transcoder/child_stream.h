@@ -18,8 +18,8 @@ namespace orvo::transcoder {
 inline constexpr int kExitFailure = 1;
 inline constexpr int kExitSignal = 128;  // and the number of the signal that ended FFmpeg
 
-// This process stays, so that its process id is the transcoder's; SIGINT and SIGTERM go on to
-// FFmpeg, which does not outlive it in any case.
+// This process stays, so that its process id is the transcoder's; SIGINT and SIGTERM end FFmpeg,
+// which does not outlive it in any case.
 class ChildStream {
  public:
   // Nothing, with the reason in the log, when FFmpeg cannot be started. From here on SIGINT and
@@ -34,9 +34,9 @@ class ChildStream {
     bool hasChange = false;  // `changes` is readable
   };
 
-  // Waits for something to happen and passes a signal on. `changes` is one more descriptor to
-  // watch, below 0 for none. With `holdBack` output stays in the pipe, whose other end then waits;
-  // that it is closed is told all the same.
+  // Waits for something to happen; a signal ends FFmpeg at once. `changes` is one more descriptor
+  // to watch, below 0 for none. With `holdBack` output stays in the pipe, whose other end then
+  // waits; that it is closed is told all the same.
   Wake Wait(int changes, bool holdBack);
 
   // The same for one who has no use for output now: returns when `changes` is readable, a signal
@@ -59,7 +59,7 @@ class ChildStream {
  private:
   ChildStream(Process child, UniqueFd stream, UniqueFd signals);
   static std::optional<ChildStream> StartWith(const std::function<Process(int output)>& start);
-  void PassOnSignal();
+  void TakeSignal();
 
   Process child_;
   UniqueFd stream_;

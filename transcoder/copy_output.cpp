@@ -1,9 +1,10 @@
 #include "transcoder/copy_output.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
+
+#include "platform/io.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -14,8 +15,7 @@ constexpr int kDelay = 700000;  // FFmpeg's, in microseconds; the multiplexer do
 
 }  // namespace
 
-CopyOutput::CopyOutput(int descriptor, const volatile sig_atomic_t& stopped)
-    : av_(*AvFunctions::Get()), descriptor_(descriptor), stopped_(stopped) {
+CopyOutput::CopyOutput(int descriptor) : av_(*AvFunctions::Get()), descriptor_(descriptor) {
   auto* buffer = static_cast<unsigned char*>(av_.av_malloc(kBuffer));
   io_ = av_.avio_alloc_context(buffer, kBuffer, 1, this, nullptr, WriteBytes, nullptr);
   av_.avformat_alloc_output_context2(&context_, nullptr, "mpegts", nullptr);
@@ -86,16 +86,8 @@ bool CopyOutput::Finish() {
 
 int CopyOutput::WriteBytes(void* self, uint8_t* bytes, int size) {
   const auto& own = *static_cast<CopyOutput*>(self);
-  for (int written = 0; written < size;) {
-    const ssize_t count = own.stopped_ != 0 ? -1
-                                            : write(own.descriptor_, bytes + written,
-                                                    static_cast<size_t>(size - written));
-    if (own.stopped_ != 0 || (count < 0 && errno != EINTR)) {
-      return AVERROR_EXIT;
-    }
-    written += static_cast<int>(std::max<ssize_t>(count, 0));
-  }
-  return size;
+  const std::string_view text(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+  return WriteAll(own.descriptor_, text) ? size : AVERROR(errno);
 }
 
 }  // namespace orvo::transcoder

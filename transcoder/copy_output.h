@@ -1,7 +1,6 @@
 // The stream that a copy writes: libavformat's multiplexer before a descriptor.
 #pragma once
 
-#include <csignal>
 #include <cstdint>
 #include <vector>
 
@@ -11,8 +10,8 @@ namespace orvo::transcoder {
 
 class CopyOutput {
  public:
-  // Writes an MPEG transport stream into `descriptor`, and gives up once `stopped` is set.
-  CopyOutput(int descriptor, const volatile sig_atomic_t& stopped);
+  // Writes an MPEG transport stream into `descriptor`.
+  explicit CopyOutput(int descriptor);
   ~CopyOutput();
   CopyOutput(const CopyOutput&) = delete;
   CopyOutput& operator=(const CopyOutput&) = delete;
@@ -40,7 +39,6 @@ class CopyOutput {
 
   const AvFunctions& av_;
   int descriptor_;
-  const volatile sig_atomic_t& stopped_;
   AVIOContext* io_ = nullptr;
   AVFormatContext* context_ = nullptr;
   std::vector<int64_t> last_;  // of each track, in its ticks

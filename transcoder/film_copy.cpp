@@ -5,7 +5,6 @@
 #include <array>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string_view>
@@ -23,8 +22,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kReportInterval{2};
-
-volatile sig_atomic_t gStopped = 0;
 
 // --- Progress ---
 
@@ -108,7 +105,7 @@ class Copy {
   Copy(const FilmCopy& plan, int output, int progress)
       : plan_(plan),
         av_(*AvFunctions::Get()),
-        output_(output, gStopped),
+        output_(output),
         report_(progress, static_cast<int64_t>(plan.seek * AV_TIME_BASE)) {}
 
   // False when FFmpeg has to do it.
@@ -119,7 +116,7 @@ class Copy {
   }
 
   int Run() {
-    while (gStopped == 0 && !hasFailed_) {
+    while (!hasFailed_) {
       auto packet = film_->Next();
       if (!packet) {
         Finish();
@@ -128,7 +125,7 @@ class Copy {
       Take(*packet->packet);
       report_.Look(output_);
     }
-    return gStopped != 0 ? kExitStopped : hasFailed_ ? kExitFailure : 0;
+    return hasFailed_ ? kExitFailure : 0;
   }
 
  private:
@@ -250,10 +247,6 @@ int CopyFilm(const FilmCopy& copy, UniqueFd film, int output, int progress) {
   }
   Copy run(copy, output, progress);
   return run.Open(std::move(film)) ? run.Run() : kExitNeedsFFmpeg;
-}
-
-void StopFilmCopy(int /*signalNumber*/) {
-  gStopped = 1;
 }
 
 }  // namespace orvo::transcoder

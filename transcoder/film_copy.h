@@ -38,17 +38,12 @@ struct FilmCopy {
 
 // Nothing was written: the film needs FFmpeg.
 inline constexpr int kExitNeedsFFmpeg = 125;
-// Told to stop, as FFmpeg's own code.
-inline constexpr int kExitStopped = 255;
 
 // Writes the film from there on as one MPEG transport stream. The stream's times are those of the
 // film. Reports its progress like FFmpeg into `progress`, unless that is below 0. Returns the exit
 // code: 0 at the film's end.
 //
-// The calling process does nothing else. It is confined; StopFilmCopy() handles its signals.
+// The calling process is confined and does nothing else.
 int CopyFilm(const FilmCopy& copy, UniqueFd film, int output, int progress);
-
-// Handles a signal: the copy ends as soon as it can.
-void StopFilmCopy(int signalNumber);
 
 }  // namespace orvo::transcoder

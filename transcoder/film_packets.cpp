@@ -14,7 +14,8 @@ constexpr AVRational kMicroseconds = {1, AV_TIME_BASE};
 // Enough to see how pictures are reordered, where the codec does not say.
 constexpr size_t kPicturesToCompare = 16;
 // A track that has not begun by then does not tell where the film starts.
-constexpr size_t kMostPacketsBeforeStart = 500;
+constexpr int kMostBytesBeforeStart = 5'000'000;
+constexpr int kPacketOverhead = 500;  // empty ones cost memory, too
 // How much earlier a film is entered where an index counts decoding times, in seconds.
 constexpr std::array kEarlier = {0.0, 0.5, 4.0, 30.0};
 
@@ -149,13 +150,15 @@ void FilmPackets::FindStart() {
     return;
   }
   std::vector<std::optional<int64_t>> starts(tracks_.size());
-  while (LacksAny(starts) && seen_.size() < kMostPacketsBeforeStart) {
+  int bytes = 0;
+  while (LacksAny(starts) && bytes < kMostBytesBeforeStart) {
     AvPacket packet = Read();
     if (packet == nullptr) {
       break;
     }
     auto& start = starts[static_cast<size_t>(packet->stream_index)];
     start = start ? start : StartOf(*packet);
+    bytes += packet->size + kPacketOverhead;
     seen_.push_back(std::move(packet));
   }
   std::erase(starts, std::nullopt);

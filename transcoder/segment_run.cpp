@@ -33,7 +33,7 @@ class Run {
     while (Step()) {
     }
     const int ended = child_.ExitCode();
-    const int code = ended == kExitNeedsFFmpeg && child_.IsStopped() ? kExitStopped : ended;
+    const int code = ended == kExitNeedsFFmpeg && child_.IsStopped() ? kExitFailure : ended;
     if (child_.IsStopped() || code >= kExitSignal || code == kExitNeedsFFmpeg) {
       files_.Discard();
     } else if (code == 0 && !cutter_.HasBegun()) {

@@ -11,8 +11,8 @@ namespace orvo::transcoder {
 
 // Runs `command`, which writes a transport stream to its standard output, and cuts that into
 // segments until it ends. This process stays, so that its process id is the transcoder's; SIGINT
-// and SIGTERM go on to FFmpeg, which does not outlive it in any case. Returns FFmpeg's exit code,
-// or 128 and the number of the signal that ended it.
+// and SIGTERM end FFmpeg at once, which does not outlive it in any case. Returns FFmpeg's exit
+// code, or 128 and the number of the signal that ended it.
 //
 // A segment that is cut short by a signal or by a failure to write loses its file. Where the film
 // has nothing to show, the first segment is an empty file, so that nobody waits for it.

@@ -86,6 +86,10 @@ bool StreamDirectory::IsMonitorOfLatestRestart() const {
   return recorded && asked && IsLater(*recorded, *asked);
 }
 
+StateFile StreamDirectory::ClientReport() const {
+  return File("client_report");
+}
+
 StateFile StreamDirectory::AppleTvStatus() const {
   return File("appletv_status");
 }

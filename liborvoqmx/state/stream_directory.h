@@ -49,6 +49,9 @@ class ORVO_API StreamDirectory {
   // The state of the work-around for Apple TV.
   StateFile AppleTvStatus() const;
 
+  // What the player said when it last ran out of film.
+  StateFile ClientReport() const;
+
   // The time of the last access. MarkAccess sets it to now. The next function returns the whole
   // seconds since then, or nothing before the first access.
   void MarkAccess() const;

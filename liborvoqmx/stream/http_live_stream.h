@@ -12,6 +12,7 @@
 
 #include <json/value.h>
 
+#include <chrono>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +55,10 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   // Does both for the segment with this number, in one step (stream/fetched_piece.h). Also starts a
   // transcoder if Transcoding relies on one that has died.
   FetchedPiece Fetch(int number);
+
+  // Starts a transcoder for a player that will begin at this second of the film. The transcoder
+  // ends again if nobody has asked for a segment ten seconds later. Returns false on failure.
+  bool StartAhead(double second);
 
   int GetSeekTimeInMillisecond() const override;
 
@@ -140,13 +145,18 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   std::vector<std::string> PrepareArguments(const Segment& segment);
 
   bool IsPlayable() const;
-  bool Reach(const Segment& segment);
+  // Whether somebody waits for the segment already.
+  enum class Viewer { kWaits, kIsExpected };
+
+  bool Reach(const Segment& segment, Viewer viewer = Viewer::kWaits);
   bool Revive(const Segment& segment, const std::string& seen);
-  bool Restart(const Segment& segment);
+  bool Restart(const Segment& segment, Viewer viewer = Viewer::kWaits);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
-  void Watch(const Segment& segment);
-  void RunPipeline(const Segment& segment);
+  int SegmentAt(double second);
+  void Watch(const Segment& segment, Viewer viewer = Viewer::kWaits);
+  void RunPipeline(const Segment& segment, Viewer viewer);
+  bool IsUnwanted(std::chrono::steady_clock::time_point start) const;
 
   std::string SeenSequence() const;
   AwaitedSegment Await(int number, const std::string& seen) const;

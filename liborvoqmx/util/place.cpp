@@ -23,16 +23,23 @@ std::optional<Place> Place::Take(const std::string& file, const Queue& queue) {
   if (!lock.IsOpen()) {
     return std::nullopt;
   }
-  if (LockOneOf(lock, 0, queue.places) >= 0) {
-    return Place(std::move(lock));
+  if (const int byte = LockOneOf(lock, 0, queue.places); byte >= 0) {
+    return Place(std::move(lock), byte);
   }
   const int waiting = LockOneOf(lock, queue.places, queue.line);
   // The processes that wait are spread over the places.
-  if (waiting < 0 || !LockByte(lock, waiting % queue.places, queue.milliseconds)) {
+  const int byte = waiting % queue.places;
+  if (waiting < 0 || !LockByte(lock, byte, queue.milliseconds)) {
     return std::nullopt;
   }
   UnlockByte(lock, waiting);
-  return Place(std::move(lock));
+  return Place(std::move(lock), byte);
+}
+
+Place::~Place() {
+  if (file_.IsOpen()) {
+    UnlockByte(file_, byte_);
+  }
 }
 
 }  // namespace orvo

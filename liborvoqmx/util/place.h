@@ -18,16 +18,24 @@ struct Queue {
   int milliseconds;  // how long each may wait
 };
 
+// A process that this one has forked meanwhile does not keep the place.
 class ORVO_API Place {
  public:
+  Place(Place&&) = default;
+  Place& operator=(Place&&) = delete;
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+  ~Place();
+
   // Takes a place, or waits for one. `file` is the queue's lock file; its folder must exist.
   // Returns nothing at once if the queue is full, or when the time is over.
   static std::optional<Place> Take(const std::string& file, const Queue& queue);
 
  private:
-  explicit Place(UniqueFd file) : file_(std::move(file)) {}
+  Place(UniqueFd file, int byte) : file_(std::move(file)), byte_(byte) {}
 
-  UniqueFd file_;  // closing it gives the place free
+  UniqueFd file_;
+  int byte_;
 };
 
 }  // namespace orvo

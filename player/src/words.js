@@ -59,6 +59,30 @@ const PHASES = {
   buffering: 'The next part of the film has not arrived yet.',
 };
 
+const STARVED_SECONDS = 60; // the page speaks of the last minute
+const FULL_LOAD = 0.7; // of a core: a slow encoder that works less than this waits for its input
+const DROPPED_SHARE = 0.05;
+const SPARE_THROUGHPUT = 1.2; // a network that is faster than the stream by less than this is too slow
+
+// Why the film stutters, in one sentence; '' while it does not. `facts`: { dropped, total } pictures of the player,
+// `seconds` since it last ran out of film, `throughput` and `rate` of the stream in bit/s, and the server's
+// `transcoder`. What is unknown may be missing.
+export function stutterWords({ dropped = 0, total = 0, seconds = Infinity, throughput = 0, rate = 0, transcoder = null }) {
+  if (seconds > STARVED_SECONDS) {
+    return total > 0 && dropped / total > DROPPED_SHARE ? 'The player stutters: this device is too slow for the picture. Choose a lower quality.' : '';
+  }
+  if (transcoder?.speed > 0 && transcoder.speed < 1) {
+    const isLoaded = (transcoder.cpu_percent ?? 100) / 100 >= FULL_LOAD;
+    return isLoaded
+      ? 'The processor of the server is too slow for this quality. Choose a lower one.'
+      : 'The disk of the server is too slow: its converter waits for the film.';
+  }
+  if (throughput > 0 && rate > 0 && throughput < SPARE_THROUGHPUT * rate) {
+    return 'The network is too slow for this quality. Choose a lower one.';
+  }
+  return 'The film arrived late; neither the network nor the server is too slow for it now.';
+}
+
 export function slowWords(phase, state) {
   const speed = state?.transcoder?.speed;
   if (speed > 0 && speed < 1) {

@@ -15,6 +15,7 @@ export async function plays(viewer, { name, channels, pictures }, kind = '') {
   const state = await viewer.state();
   assert.equal(state.message, '', name);
   assert.equal(state.frames > 0, pictures, `${name}: ${state.frames} pictures`);
-  assert.equal(state.sound > 0, channels > 0, `${name}: ${state.sound} bytes of sound`);
+  // Smooth Streaming's manifest promises sound, so a film without any gets silence.
+  assert.equal(state.sound > 0, channels > 0 || kind === 'ss', `${name}: ${state.sound} bytes of sound`);
   return { ...state, kind: await viewer.page.evaluate(() => document.getElementById('why').textContent) };
 }

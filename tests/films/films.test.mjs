@@ -4,7 +4,7 @@ import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 
 import { launch, Viewer } from '../service/page.mjs';
-import { media, readSome, Service } from '../service/support.mjs';
+import { eventually, media, readSome, Service } from '../service/support.mjs';
 import { films, isMusic, plays } from './films.mjs';
 
 const chrome = 'Mozilla/5.0 (X11; Linux x86_64) AppleWebKit/537.36 (KHTML, like Gecko) Chrome/140.0.0.0 Safari/537.36';
@@ -136,6 +136,43 @@ describe('a film of a high dynamic range', () => {
     assert.equal(data.format, 'hls');
     const { data: state } = await service.call('Streaming', 'state', { format: 'hls', stream_id: data.stream_id });
     assert.match(state.why, /HDR10 colors/);
+    await close(data);
+  });
+});
+
+describe('where the time went', () => {
+  const statusOf = async ({ stream_id: id }) => (await service.call('Status', 'get')).data.streams.find((stream) => stream.stream_id === id);
+
+  test('each step of a start is told, and a starving player is remembered', async () => {
+    const { data } = await withAgent('open', { path: film('ten_bit.mkv'), format: 'hls' });
+    const playlist = await (await fetch(data.url)).text();
+    const [segment] = playlist.split('\n').filter((line) => line.startsWith('/') || line.startsWith('http'));
+    const address = new URL(segment, data.url);
+    const begun = performance.now();
+    await (await fetch(address)).arrayBuffer();
+    const waited = performance.now() - begun;
+    const { times, client } = await statusOf(data);
+    const steps = ['probe', 'admission', 'prepare', 'start', 'first_bytes', 'sent'];
+    assert.ok(steps.every((step) => times[step] >= 0), JSON.stringify(times));
+    assert.ok(times.start + (times.first_key ?? 0) + times.first_bytes + times.sent <= waited + 50, JSON.stringify({ times, waited }));
+    assert.equal(client, null);
+    await (await fetch(address, { headers: { 'CMCD-Request': 'bl=300,mtp=1200', 'CMCD-Status': 'bs' } })).arrayBuffer();
+    const later = await statusOf(data);
+    assert.deepEqual([later.client.buffer, later.client.throughput], [300, 1200]);
+    assert.deepEqual(later.times, times, 'a ready segment is no start');
+    await close(data);
+  });
+
+  test('a byte stream tells its steps too', async () => {
+    const { data } = await withAgent('open', { path: film('plain.mp4'), format: 'http' });
+    const response = await fetch(data.url);
+    await readSome(response, 100);
+    const times = await eventually(async () => {
+      const found = await statusOf(data);
+      return found.times.sent === undefined ? undefined : found.times;
+    });
+    assert.ok(['start', 'first_bytes', 'sent'].every((step) => times[step] >= 0), JSON.stringify(times));
+    await response.body.cancel();
     await close(data);
   });
 });

@@ -21,7 +21,7 @@ async function tryToPlay(browser, service, film, kind) {
     return error.message.split('\n')[0];
   } finally {
     await viewer.close();
-    await service.isQuiet(30000);
+    await service.isQuiet(60000);
   }
 }
 

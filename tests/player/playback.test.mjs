@@ -88,6 +88,14 @@ describe('opening', () => {
     assert.equal(playback.now(), 42);
   });
 
+  test('the server learns where the player will begin, and no place after the end', async () => {
+    await playback.play(film, usual, 42.7);
+    await playback.play(film, usual, 100000);
+    const [first, second] = server.asked('open').map(({ start }) => Number(start));
+    assert.equal(first, 42);
+    assert.equal(second, film.info.metadata.duration);
+  });
+
   test('a position after the end becomes the last second', async () => {
     await playback.play(film, usual, 500);
     assert.equal(engine().second, 99);

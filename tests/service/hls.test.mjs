@@ -7,7 +7,7 @@ import { after, afterEach, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
 import { playback, plays, withBarePage } from './bare_page.mjs';
-import { build, eventually, media, Service } from './support.mjs';
+import { build, eventually, media, processesWith, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const film = (name) => path.join(media, name);
@@ -70,6 +70,37 @@ for (const name of Object.keys(films)) {
     }
     });
 }
+
+// The stream's processes. The service's own do not name it.
+const runs = ({ stream_id: id }) => processesWith(id).filter(({ command }) => command.includes('-hls_seek_time'));
+
+test('a player that says where it begins finds the transcoder at work there', async () => {
+  const stream = await open('h264_ac3.mkv', { ...transcode, start: 23 });
+  const [ahead] = await eventually(() => (runs(stream).length > 0 ? runs(stream) : undefined));
+  assert.match(ahead.command, /-hls_seek_time 20000 .*-segment_start_number 4 /);
+  const answer = await segment(stream, 4);
+  assert.equal(answer.status, 200);
+  await answer.arrayBuffer();
+  assert.ok(runs(stream).every(({ command }) => command.includes('-hls_seek_time 20000 ')), 'nothing started anew');
+});
+
+test('a client that does not say where it begins starts nothing by opening', async () => {
+  const stream = await open('h264_ac3.mkv', transcode);
+  assert.deepEqual(runs(stream), []);
+});
+
+test('a stream that nobody asks for gives its place back and plays later all the same', async () => {
+  const stream = await open('long.mkv', { ...transcode, start: 0 });
+  await eventually(() => (runs(stream).length > 0 ? true : undefined));
+  await eventually(() => (runs(stream).length === 0 ? true : undefined), 30000);
+  const answer = await segment(stream, 2);
+  assert.equal(answer.status, 200);
+  await answer.arrayBuffer();
+});
+
+test('a start outside the film is refused', async () => {
+  await assert.rejects(open('h264_ac3.mkv', { ...transcode, start: 61 }), /BadRequest|start/);
+});
 
 test('a presentation with copied video reads to its end', async () => {
   const stream = await open('h264_ac3.mkv', { format: 'hls', profile: 'hls_remux' });

@@ -8,6 +8,7 @@ NAME chooses films. Exits with 1 and says why when something is wrong.
 """
 import concurrent.futures
 import os
+import pathlib
 import subprocess
 import sys
 import tempfile
@@ -35,6 +36,8 @@ MORE_FILMS = [
 LEFT_TO_FFMPEG = [
     Film("flash.flv", pictures(25) + sound() + B_FRAMES + AAC, 25),
 ]
+DAMAGED = {"hour.mkv", "hour.mp4", "fragmented.mp4"}
+PATIENCE = 60
 SOUNDS = {"copied": "-acodec copy", "encoded": "-acodec aac"}
 
 
@@ -106,9 +109,41 @@ def film_errors(options, film):
                     yield f"{film.name}, {name} sound, from {number}, segment {n}: {error}"
 
 
+# What strangers make of a film; each takes its bytes.
+DAMAGES = {
+    "is cut off": lambda film: film[:len(film) * 2 // 3],
+    "has holes": lambda film: b"".join(bytes(64) if n % 40 == 7 else film[n * 64:n * 64 + 64]
+                                       for n in range(len(film) // 64)),
+    "has a hole in its header": lambda film: film[:200] + bytes(200) + film[400:],
+    "lacks its parameter sets": lambda film: film.replace(b"avcC", b"avcX").replace(b"\x63\xA2", b"\xEC\xA2"),
+    "repeats its middle": lambda film: film[:len(film) // 2] + film[len(film) // 4:],
+}
+ENDS = (0, 1, 69, 183, 187, 234, 251, 255)  # the codes with which FFmpeg and a copy give a film up
+
+
+def damage_errors(options, film):
+    """A damaged film ends the run, and nothing dies of it."""
+    folder = os.path.join(options.folder, film.name + ".damaged")
+    os.makedirs(folder)
+    whole = pathlib.Path(make(film, folder)).read_bytes()
+    for what, spoil in DAMAGES.items():
+        path = pathlib.Path(folder, what + film.name)
+        path.write_bytes(spoil(whole))
+        for name, audio in SOUNDS.items():
+            chosen = profile(options, "hls_remux").replace("-acodec aac", audio)
+            process = Copied(options, os.fspath(path), f"{folder}/{what}{name}", 0, chosen, REMUXED, 0).start()
+            try:
+                process.communicate(timeout=PATIENCE)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.communicate()
+            if process.returncode not in ENDS:
+                yield f"{film.name} {what}, {name} sound: exit {process.returncode}"
+
+
 def checked(options, film):
     try:
-        return list(film_errors(options, film))
+        return [*film_errors(options, film), *(damage_errors(options, film) if film.name in DAMAGED else ())]
     except (AssertionError, subprocess.CalledProcessError) as error:
         return [f"{film.name}: {error}"]
 

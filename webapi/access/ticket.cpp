@@ -180,6 +180,10 @@ std::string Ticket::ProfileValue() const {
 int Ticket::StartSeconds() const {
   return NumberIn(content_, "start", 0);
 }
+Json::Value Ticket::Times() const {
+  const Json::Value& times = content_["times"];
+  return times.isObject() ? times : Json::Value(Json::objectValue);
+}
 std::string Ticket::Owner() const {
   return TextIn(content_, "owner");
 }
@@ -255,6 +259,15 @@ bool HeldTicket::SetOwner(const std::string& owner, pid_t pid, int startSeconds)
   content_["owner"] = owner;
   content_["owner_pid"] = pid;
   content_["start"] = startSeconds;
+  return Save();
+}
+
+bool HeldTicket::AddTimes(const Json::Value& steps) {
+  Json::Value times = Times();
+  for (const std::string& step : steps.getMemberNames()) {
+    times[step] = steps[step];
+  }
+  content_["times"] = times;
   return Save();
 }
 

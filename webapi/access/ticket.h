@@ -63,6 +63,8 @@ class Ticket {
   std::string Parameter(const std::string& name) const;  // "" if there is none
   int StartSeconds() const;                              // where the newest request started
   time_t LastUse() const;                                // when a request last used the stream
+  // Milliseconds that the steps up to the stream's first bytes took, by their names.
+  Json::Value Times() const;
 
   // The stream's metadata record and values from it. A missing value is "" or 0.
   const Json::Value& Record() const;
@@ -107,6 +109,9 @@ class HeldTicket : public Ticket {
 
   // Returns false if the ticket cannot be written.
   bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
+
+  // Adds steps to Times(), or replaces them. Returns false if the ticket cannot be written.
+  bool AddTimes(const Json::Value& steps);
 
   void Remove() const;
 

@@ -108,7 +108,7 @@ void DescribePicture(const Command& command, const VideoMetaData& film, Json::Va
 
 Json::Value Explain(const Format& format, const JudgedProfile& judged, const VideoMetaData& film,
                     const std::string& device) {
-  const auto& [profile, verdict] = judged;
+  const auto& [profile, verdict, speed] = judged;
   Json::Value entry(Json::objectValue);
   entry["key"] = profile.key;
   entry["format"] = format.name;
@@ -124,6 +124,9 @@ Json::Value Explain(const Format& format, const JudgedProfile& judged, const Vid
   }
   const Command command = CommandOf(format.name, profile, film, device);
   DescribePicture(command, film, entry);
+  if (speed > 0) {
+    entry["speed"] = speed;
+  }
   entry["command"] = orvo::transcoder::ShellLine(command);
   return entry;
 }
@@ -142,7 +145,7 @@ bool Enlarges(const Json::Value& entry, const VideoMetaData& film) {
 
 void ExplainFormat(const Format& format, const VideoMetaData& film, const std::string& device,
                    Json::Value& list) {
-  const std::vector<JudgedProfile> profiles = JudgeProfiles(format.name, film);
+  std::vector<JudgedProfile> profiles = JudgeProfiles(format.name, film);
   const JudgedProfile* const chosen = ChooseProfile(format.name, profiles, film);
   for (const JudgedProfile& profile : profiles) {
     Json::Value entry = Explain(format, profile, film, device);

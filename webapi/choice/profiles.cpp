@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <filesystem>
 
 #include "platform/plat.h"
@@ -10,6 +11,7 @@
 #include "policy/profile_traits.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
+#include "webapi/choice/machine_speed.h"
 #include "webapi/http/number.h"
 #include "webapi/library/film_traits.h"
 
@@ -23,6 +25,7 @@ using LibOrvoQMX::VideoMetaData;
 constexpr char kProfileFolder[] = "/var/packages/Mirevo/target/profiles/";
 constexpr char kFallbackPlatform[] = "x86_1";
 constexpr unsigned kDefaultMaxHeight = 720;
+constexpr double kUsualRate = 25;  // pictures a second of a film that does not say
 
 struct MediaType {
   const char* muxer;
@@ -155,6 +158,72 @@ bool IsForBrowsers(const std::string& format, const Profile& profile) {
   return format != "http" || ContentTypeOf(profile) == "video/mp4";
 }
 
+// The numbers that tell how much work a conversion is.
+Conversion ConversionOf(const Profile& profile, const VideoMetaData& film) {
+  Conversion conversion;
+  conversion.codec = film.GetFirstVideoMemberString("codec_raw");
+  conversion.width = film.GetVideoResolutionX();
+  conversion.height = film.GetVideoResolutionY();
+  conversion.rate = film.GetVideoFramerate() > 0 ? film.GetVideoFramerate() : kUsualRate;
+  conversion.isHighRange = !HighRangeOf(film).empty();
+  const std::string preset = OptionValue(profile, "-preset");
+  conversion.encoder = OptionValue(profile, "-vcodec") + (preset.empty() ? "" : " " + preset);
+  conversion.outHeight = HeightOf(profile);
+  conversion.outWidth = conversion.outHeight * 16 / 9;
+  conversion.threads =
+      static_cast<unsigned>(ParseNumber(OptionValue(profile, "-threads")).value_or(0));
+  return conversion;
+}
+
+// A quality whose speed is not known counts as fast enough.
+bool IsInTime(const JudgedProfile& judged) {
+  return judged.speed == 0 || judged.speed >= 1;
+}
+
+// "This server makes 1080p at 0.7 of the film's speed;"
+std::string SlownessOf(const JudgedProfile& judged) {
+  std::array<char, 16> speed{};
+  snprintf(speed.data(), speed.size(), "%.1f", judged.speed);
+  return "This server makes " + SizeWord(judged.profile) + " at " + speed.data() +
+         " of the film's speed;";
+}
+
+// The best profile for a browser among those that `isWanted` holds of: one that copies, else the
+// largest picture up to `limit` lines, else the smallest above it.
+JudgedProfile* LargestUpTo(unsigned limit, const std::string& format,
+                           std::vector<JudgedProfile>& profiles,
+                           bool (*isWanted)(const JudgedProfile&)) {
+  JudgedProfile* best = nullptr;
+  for (JudgedProfile& candidate : profiles) {
+    const auto& [profile, verdict, speed] = candidate;
+    if (!IsForBrowsers(format, profile) || verdict.method == "refused" || !isWanted(candidate)) {
+      continue;
+    }
+    if (verdict.method == "remux") {
+      return &candidate;
+    }
+    const unsigned height = HeightOf(profile);
+    const unsigned bestHeight = best != nullptr ? HeightOf(best->profile) : 0;
+    // Up to the limit, the larger picture is better; above it, the smaller one.
+    if (best == nullptr || (height <= limit ? bestHeight > limit || height > bestHeight
+                                            : bestHeight > limit && height < bestHeight)) {
+      best = &candidate;
+    }
+  }
+  return best;
+}
+
+JudgedProfile* Fastest(const std::string& format, std::vector<JudgedProfile>& profiles) {
+  JudgedProfile* best = nullptr;
+  for (JudgedProfile& candidate : profiles) {
+    if (IsForBrowsers(format, candidate.profile) &&
+        (best == nullptr || candidate.speed > best->speed)) {
+      best = &candidate;
+    }
+  }
+  return best;
+}
+
 }  // namespace
 
 std::string ProfileFile() {
@@ -200,35 +269,40 @@ Verdict Judge(const Profile& profile, const VideoMetaData& film) {
 }
 
 std::vector<JudgedProfile> JudgeProfiles(const std::string& format, const VideoMetaData& film) {
+  const MachineSpeed machine = MachineSpeed::Load();
   std::vector<JudgedProfile> judged;
   for (const Profile& profile : ProfilesOf(format)) {
     judged.push_back({profile, Judge(profile, film)});
+    if (machine.IsKnown() && judged.back().verdict.method == "transcode" && !IsMusic(film)) {
+      judged.back().speed = machine.Of(ConversionOf(profile, film));
+    }
   }
   return judged;
 }
 
-const JudgedProfile* ChooseProfile(const std::string& format,
-                                   const std::vector<JudgedProfile>& profiles,
+const JudgedProfile* ChooseProfile(const std::string& format, std::vector<JudgedProfile>& profiles,
                                    const VideoMetaData& film) {
   const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
-  const JudgedProfile* best = nullptr;
-  for (const JudgedProfile& candidate : profiles) {
-    const auto& [profile, verdict] = candidate;
-    if (!IsForBrowsers(format, profile) || verdict.method == "refused") {
-      continue;
-    }
-    if (verdict.method == "remux") {
-      return &candidate;
-    }
-    const unsigned height = HeightOf(profile);
-    const unsigned bestHeight = best != nullptr ? HeightOf(best->profile) : 0;
-    // Up to the limit, the larger picture is better; above it, the smaller one.
-    if (best == nullptr || (height <= limit ? bestHeight > limit || height > bestHeight
-                                            : bestHeight > limit && height < bestHeight)) {
-      best = &candidate;
-    }
+  const auto isAny = [](const JudgedProfile&) { return true; };
+  JudgedProfile* const best = LargestUpTo(limit, format, profiles, isAny);
+  if (best == nullptr || best->verdict.method == "remux" || IsInTime(*best)) {
+    return best;
   }
-  return best;
+  JudgedProfile* faster = LargestUpTo(HeightOf(best->profile), format, profiles, IsInTime);
+  if (faster == nullptr) {
+    faster = Fastest(format, profiles);
+  }
+  faster->verdict.why.append(" ").append(SlownessOf(*best)).append(" ");
+  faster->verdict.why.append(SizeWord(faster->profile)).append(" is chosen.");
+  return faster;
+}
+
+void LearnCost(const Profile& profile, const VideoMetaData& film, double processorSeconds) {
+  MachineSpeed machine = MachineSpeed::Load();
+  if (machine.IsKnown() && !ProfileTraits::Of(profile.value).hardware &&
+      machine.Learn(ConversionOf(profile, film), processorSeconds)) {
+    machine.Save();
+  }
 }
 
 std::string ContentTypeOf(const Profile& profile) {

@@ -33,6 +33,7 @@ Verdict Judge(const Profile& profile, const LibOrvoQMX::VideoMetaData& film);
 struct JudgedProfile {
   Profile profile;
   Verdict verdict;
+  double speed = 0;  // how many seconds of film this machine makes in one; 0 if that is not known
 };
 
 // All profiles of one format, each judged for a film.
@@ -40,11 +41,15 @@ std::vector<JudgedProfile> JudgeProfiles(const std::string& format,
                                          const LibOrvoQMX::VideoMetaData& film);
 
 // The profile for a viewer who names none. Browsers must be able to play it. It copies the video if
-// possible; otherwise it has the largest picture up to the film's own and 720 lines. Null if no
-// profile fits.
-const JudgedProfile* ChooseProfile(const std::string& format,
-                                   const std::vector<JudgedProfile>& profiles,
+// possible; otherwise it has the largest picture up to the film's own and 720 lines that this
+// machine makes in time, or that it makes fastest if none is. If that is smaller than the largest
+// one, its reason says why. Null if no profile fits.
+const JudgedProfile* ChooseProfile(const std::string& format, std::vector<JudgedProfile>& profiles,
                                    const LibOrvoQMX::VideoMetaData& film);
+
+// Remembers that a second of the film cost the profile's transcoder so many processor seconds.
+void LearnCost(const Profile& profile, const LibOrvoQMX::VideoMetaData& film,
+               double processorSeconds);
 
 // The media type of a profile's output.
 std::string ContentTypeOf(const Profile& profile);

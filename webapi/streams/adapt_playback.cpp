@@ -2,8 +2,15 @@
 
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
+#include "webapi/http/send_file.h"
 
 namespace webapi {
+namespace {
+
+// A piece that comes sooner was ready.
+constexpr int64_t kReadyMilliseconds = 50;
+
+}  // namespace
 
 Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
                          const std::string& format) {
@@ -23,6 +30,20 @@ void AddLink(const Ticket& ticket, Json::Value& parameters) {
   if (!link.empty()) {
     parameters["_sid"] = link;
   }
+}
+
+bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
+               const std::string& contentType, StartTimes& times) {
+  const bool isNew = times.Milliseconds() >= kReadyMilliseconds;
+  if (isNew) {
+    times.MarkPiece(ticket, path);
+  }
+  const bool isSent = SendFile(request, path, contentType, kKeepSegment);
+  if (isNew && isSent) {
+    times.Mark("sent");
+    RememberStart(ticket.StreamId(), times);
+  }
+  return isSent;
 }
 
 bool LacksTranscoder(const std::string& profileValue) {

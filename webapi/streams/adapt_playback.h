@@ -6,6 +6,8 @@
 #include <string>
 
 #include "webapi/access/ticket.h"
+#include "webapi/http/request.h"
+#include "webapi/streams/start_times.h"
 
 namespace webapi {
 
@@ -16,6 +18,11 @@ Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
 
 // Adds the stream's link, so that an address with these parameters works without a login.
 void AddLink(const Ticket& ticket, Json::Value& parameters);
+
+// Sends a piece that the request has waited for since `times` began. A wait that is worth it is
+// remembered with the stream. Returns false if there is no such file.
+bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
+               const std::string& contentType, StartTimes& times);
 
 // Does this stream need a transcoder for which there is no room?
 bool LacksTranscoder(const std::string& profileValue);

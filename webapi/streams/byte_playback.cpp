@@ -9,6 +9,7 @@
 #include "webapi/http/deadline.h"
 #include "webapi/streams/guardian.h"
 #include "webapi/streams/revival.h"
+#include "webapi/streams/start_times.h"
 
 namespace webapi {
 namespace {
@@ -51,14 +52,17 @@ bool TakeOver(const BytePlayback& playback, std::string& audioId, Answer& refusa
 
 // Starts the transcoder and reads its first bytes into `buffer`. Returns their number, or less than
 // 1 on failure.
-int StartTranscoder(const BytePlayback& playback, Buffer& buffer) {
+int StartTranscoder(const BytePlayback& playback, Buffer& buffer, StartTimes& times) {
   const pid_t me = getpid();
   const bool started = playback.stream.Transcoding(playback.executable, playback.second);
   if (getpid() != me) {
     // This is the detached process after a failed launch. It must not use the connection.
     _exit(1);
   }
-  return started ? playback.stream.Read(buffer.data(), buffer.size()) : -1;
+  times.Mark("start");
+  const int count = started ? playback.stream.Read(buffer.data(), buffer.size()) : -1;
+  times.Mark("first_bytes");
+  return count;
 }
 
 // Copies the stream to the client until one of them ends.
@@ -72,6 +76,7 @@ void Pump(DirectStream& stream, int count, Buffer& buffer) {
 
 Answer PlayBytes(const BytePlayback& playback) {
   Buffer buffer{};
+  StartTimes times;
   int count = -1;
   // Of two requests at the same time, the older may enter the register first. It has already lost
   // the stream, and its transcoder ends when the newer request tries again.
@@ -84,13 +89,16 @@ Answer PlayBytes(const BytePlayback& playback) {
     if (!playback.stream.Init(audioId)) {
       return Answer::Failure(playback.stream.GetErrorString());
     }
-    count = StartTranscoder(playback, buffer);
+    times.Mark("admission");
+    count = StartTranscoder(playback, buffer, times);
   }
   if (count < 1) {
     return Answer::Failure(kInternal, "The transcoder produced no picture.");
   }
   RemoveDeadline();
   orvo::WriteAll(STDOUT_FILENO, playback.headers + "\r\n");
+  times.Mark("sent");
+  RememberStart(playback.stream.GetStreamID(), times);
   Pump(playback.stream, count, buffer);
   return Answer::Sent();
 }

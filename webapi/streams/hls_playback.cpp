@@ -6,6 +6,7 @@
 #include "stream/http_live_stream.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
+#include "webapi/streams/client_report.h"
 
 namespace webapi {
 namespace {
@@ -62,6 +63,8 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
     SendFileHeaders(kSegmentType);
     return Answer::Sent();
   }
+  KeepClientReport(request, ticket);
+  StartTimes times;
   ticket.Directory().AskFor(*number);
   const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
   if (piece.state == FetchedPiece::State::kNotStarted) {
@@ -70,8 +73,8 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
   if (piece.state != FetchedPiece::State::kComplete) {
     return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
   }
-  return SendFile(request, piece.path, kSegmentType, kKeepSegment) ? Answer::Sent()
-                                                                   : Answer::Failure("NotReady");
+  return SendPiece(request, ticket, piece.path, kSegmentType, times) ? Answer::Sent()
+                                                                     : Answer::Failure("NotReady");
 }
 
 }  // namespace
@@ -92,6 +95,10 @@ Answer PlayHls(const Request& request, const Ticket& ticket) {
   HttpLiveStream stream(ticket.StreamId());
   return request.Has("fragment_id") ? SendSegment(request, ticket, stream)
                                     : SendPlaylist(request, stream);
+}
+
+void StartHls(const Ticket& ticket, double second) {
+  (void)HttpLiveStream(ticket.StreamId()).StartAhead(second);
 }
 
 void CloseHls(const std::string& streamId) {

@@ -15,6 +15,9 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data);
 // Sends a playlist, or the segment "fragment_id" as soon as it is complete.
 Answer PlayHls(const Request& request, const Ticket& ticket);
 
+// Starts the transcoder for a player that will begin at this second of the film.
+void StartHls(const Ticket& ticket, double second);
+
 void CloseHls(const std::string& streamId);
 
 }  // namespace webapi

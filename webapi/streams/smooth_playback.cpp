@@ -60,10 +60,11 @@ Answer SendFragment(const Request& request, const Ticket& ticket, SmoothStream& 
     SendFileHeaders(type);
     return Answer::Sent();
   }
+  StartTimes times;
   ticket.Directory().AskFor(fragment->Number());
   const FetchedPiece piece = stream.Fetch(*fragment);
   if (piece.state == FetchedPiece::State::kComplete &&
-      SendFile(request, piece.path, type, kKeepSegment)) {
+      SendPiece(request, ticket, piece.path, type, times)) {
     return Answer::Sent();
   }
   return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");

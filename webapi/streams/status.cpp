@@ -1,16 +1,8 @@
 #include "webapi/streams/status.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "contract/fragments.h"
@@ -19,126 +11,23 @@
 #include "policy/trans_loading.h"
 #include "state/stream_directory.h"
 #include "stream/http_live_stream.h"
-#include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
-#include "webapi/http/number.h"
 #include "webapi/streams/adapt_playback.h"
+#include "webapi/streams/client_report.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/streaming.h"
+#include "webapi/streams/transcoder_work.h"
 
 namespace webapi {
 namespace {
 
-namespace fs = std::filesystem;
 using LibMirevo::TransLoading;
 using libmrv::util::PlatformUtils;
 using LibOrvoQMX::HttpLiveStream;
 
-// The memory file into which a transcoder writes its progress.
-constexpr char kProgressFile[] = "/memfd:orvo-progress";
-constexpr std::streamoff kProgressTail = 1024;
-
 // A stream counts as watched if its last request is at most this old, in seconds.
 constexpr time_t kIdle = 30;
-
-// The first child of a process; -1 if it has none.
-pid_t ChildOf(pid_t pid) {
-  const std::string name = std::to_string(pid);
-  std::ifstream children("/proc/" + name + "/task/" + name + "/children");
-  pid_t child = -1;
-  return children >> child ? child : -1;
-}
-
-std::string FindProgress(pid_t pid) {
-  std::error_code failure;
-  const fs::path descriptors = "/proc/" + std::to_string(pid) + "/fd";
-  for (fs::directory_iterator entry(descriptors, failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    std::error_code unreadable;
-    if (fs::read_symlink(entry->path(), unreadable).string().rfind(kProgressFile, 0) == 0) {
-      return entry->path().string();
-    }
-  }
-  return "";
-}
-
-// The newest value of `key` ("\nname=") in the progress text, a list of name=value lines; "" if
-// there is none.
-std::string Newest(const std::string& progress, const std::string& key) {
-  const auto found = progress.rfind(key);
-  if (found == std::string::npos) {
-    return "";
-  }
-  const auto value = found + key.size();
-  return progress.substr(value, progress.find('\n', value) - value);
-}
-
-// The number at the beginning of a value; 0 if there is none ("N/A").
-double NumberOf(std::string_view value) {
-  return TakeDecimal(value).value_or(0);
-}
-
-// Adds the transcoder's speed (1 is the film's own speed) and its position in the film.
-void AddProgress(pid_t pid, Json::Value& transcoder) {
-  // A transcoder that cuts segments has FFmpeg as its child.
-  const std::string own = FindProgress(pid);
-  std::ifstream file(own.empty() ? FindProgress(ChildOf(pid)) : own,
-                     std::ios::binary | std::ios::ate);
-  if (!file.is_open()) {
-    return;
-  }
-  const std::streamoff size = file.tellg();
-  file.seekg(size > kProgressTail ? size - kProgressTail : 0);
-  std::array<char, kProgressTail> buffer{};
-  file.read(buffer.data(), buffer.size());
-  std::string progress(1, '\n');
-  progress.append(buffer.data(), static_cast<size_t>(file.gcount()));
-  transcoder["speed"] = NumberOf(Newest(progress, "\nspeed="));
-  transcoder["position"] = NumberOf(Newest(progress, "\nout_time_us=")) / 1e6;
-}
-
-// The pid of the stream's transcoder; -1 if none runs. In a progressive stream it is the recorded
-// monitor; in other kinds it is the monitor's child.
-pid_t TranscoderOf(const Ticket& ticket) {
-  const pid_t monitor = ticket.Directory().Monitor().value_or(-1);
-  return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
-}
-
-// The processor time and the age of a process and its first child, in seconds.
-struct Effort {
-  double cpu = 0;
-  double age = 0;
-};
-
-// The values of a single process; zeros if it has ended.
-Effort EffortOf(pid_t pid) {
-  std::string line;
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::getline(file, line);
-  // The fields after the name, which may contain any text. The first of them is number 3.
-  std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
-  std::vector<std::string> words{std::istream_iterator<std::string>(fields), {}};
-  constexpr size_t kUser = 14 - 3;
-  constexpr size_t kSystem = 15 - 3;
-  constexpr size_t kStart = 22 - 3;
-  timespec now{};
-  if (words.size() <= kStart || clock_gettime(CLOCK_BOOTTIME, &now) != 0) {
-    return {};
-  }
-  const auto seconds = [&](size_t field) {
-    return NumberOf(words[field]) / static_cast<double>(sysconf(_SC_CLK_TCK));
-  };
-  return {seconds(kUser) + seconds(kSystem), static_cast<double>(now.tv_sec) - seconds(kStart)};
-}
-
-// Adds the processor load over the process's life, like `ps`.
-void AddEffort(pid_t pid, Json::Value& transcoder) {
-  const Effort own = EffortOf(pid);
-  const double cpu = own.cpu + EffortOf(ChildOf(pid)).cpu;
-  transcoder["cpu_seconds"] = cpu;
-  transcoder["cpu_percent"] = cpu * 100 / std::max(own.age, 1.0);
-}
 
 // The number of the last requested piece; 0 before the first request.
 int64_t LastPiece(const Ticket& ticket) {
@@ -158,9 +47,7 @@ double PositionOf(const Ticket& ticket) {
   if (ticket.Kind() == "SS") {
     return static_cast<double>(LastPiece(ticket) * orvo::kFragmentSeconds);
   }
-  Json::Value transcoder(Json::objectValue);
-  AddProgress(TranscoderOf(ticket), transcoder);
-  return ticket.StartSeconds() + transcoder["position"].asDouble();
+  return ticket.StartSeconds() + SecondsMade(TranscoderOf(ticket));
 }
 
 Json::Value DescribeStream(const Ticket& ticket) {
@@ -174,19 +61,12 @@ Json::Value DescribeStream(const Ticket& ticket) {
   stream["profile"] = record["profile_key"];
   stream["method"] = ticket.Parameter("method");
   stream["start"] = ticket.StartSeconds();
+  stream["times"] = ticket.Times();
+  stream["client"] = ClientReportOf(ticket);
   stream["position"] = PositionOf(ticket);
   stream["idle_seconds"] = static_cast<Json::Int64>(idle);
   stream["playing"] = PlatProcAlive(ticket.OwnerPid()) || idle < kIdle;
   return stream;
-}
-
-// Describes a running transcoder without its stream's owner.
-Json::Value DescribeWork(pid_t pid) {
-  Json::Value transcoder(Json::objectValue);
-  transcoder["pid"] = pid;
-  AddProgress(pid, transcoder);
-  AddEffort(pid, transcoder);
-  return transcoder;
 }
 
 Json::Value DescribeTranscoder(const Ticket& ticket, pid_t pid, const Json::Value& registered) {
@@ -266,6 +146,7 @@ Answer DescribeStreamState(const Request& request) {
   data["why"] = ticket->Parameter("why");
   data["profile"] = ticket->Record()["profile_key"];
   data["duration"] = ticket->Record()["duration"];
+  data["times"] = ticket->Times();
   data["transcoder"] = PlatProcAlive(pid) ? DescribeWork(pid) : Json::Value();
   return Answer::Success(data);
 }

@@ -29,13 +29,17 @@
 #include "webapi/choice/profiles.h"
 #include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
+#include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
 #include "webapi/streams/direct_playback.h"
+#include "webapi/streams/guardian.h"
 #include "webapi/streams/hls_playback.h"
 #include "webapi/streams/http_playback.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/smooth_playback.h"
+#include "webapi/streams/start_times.h"
+#include "webapi/streams/transcoder_work.h"
 #include "webapi/streams/webm_playback.h"
 
 namespace webapi {
@@ -66,10 +70,13 @@ struct StreamKind {
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
+  // Starts the work for a player that will begin at this second; null if it begins with the first
+  // request.
+  void (*startAhead)(const Ticket& ticket, double second) = nullptr;
 };
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
-    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls},
+    StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls, StartHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
@@ -114,7 +121,7 @@ std::string AddressOf(const Request& request, const std::string& authority, cons
 // The profile for a request that names none.
 std::optional<JudgedProfile> UsualProfile(const std::string& format, const VideoMetaData& film,
                                           Answer& refusal) {
-  const std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
+  std::vector<JudgedProfile> profiles = JudgeProfiles(format, film);
   if (const JudgedProfile* const chosen = ChooseProfile(format, profiles, film)) {
     return *chosen;
   }
@@ -337,6 +344,16 @@ bool MakeRoom(const ClientStreams& own) {
          std::any_of(own.Ids().begin(), own.Ids().end(), CloseIfUnused);
 }
 
+// A client that says where it will begin waits for less: the work starts as soon as it has its
+// answer. Without room for a transcoder the first request of the player says so.
+void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+  Answer ignored = Answer::Failure(kInternal);
+  const auto start = StartSecond(request, ticket.Duration(), ignored);
+  if (request.Has("start") && start && kind.startAhead != nullptr) {
+    (void)WatchOverMe([&] { kind.startAhead(ticket, *start); });
+  }
+}
+
 // Is everything installed that this kind of stream needs?
 bool HasPrograms(const StreamKind& kind) {
   return kind.kind == std::string_view(kDirectKind) || access(LibOrvoQMX::kFFmpeg, X_OK) == 0;
@@ -344,7 +361,7 @@ bool HasPrograms(const StreamKind& kind) {
 
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
-            const Rendition& rendition, const Joined& joined) {
+            const Rendition& rendition, const Joined& joined, StartTimes& times) {
   auto own = ClientStreams::Hold(request);
   if (!own) {
     return Answer::Failure(kBusy);
@@ -359,7 +376,7 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
-  const auto ticket =
+  auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {
     return Answer::Failure(kInternal);
@@ -381,6 +398,13 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
     data["network_url"] = AddressOf(request, network, kind, *ticket);
   }
   RememberStream(*ticket, kOpened);
+  times.Mark("prepare");
+  ticket->AddTimes(times.Steps());
+  const Ticket opened = *ticket;
+  // The process that is started now must hold neither.
+  ticket.reset();
+  own.reset();
+  StartAhead(request, kind, opened);
   return Answer::Success(data);
 }
 
@@ -472,9 +496,11 @@ Answer OpenStream(const Request& request) {
   }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
+  StartTimes times;
   if (!film.LoadFile(*path)) {
     return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
   }
+  times.Mark("probe");
   const auto choice = ChoiceFor(request, film, refusal);
   if (!choice) {
     return refusal;
@@ -488,11 +514,15 @@ Answer OpenStream(const Request& request) {
   if (!IsSoundWish(request)) {
     return Answer::Failure(kBadRequest, "The sound is one of stereo, night and original.");
   }
+  if (!StartSecond(request, film.GetDuration(), refusal)) {
+    return refusal;
+  }
   // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
     return Answer::Failure("TransEnable");
   }
-  return Open(request, *choice->kind, film, choice->rendition, *joined);
+  times.Mark("admission");
+  return Open(request, *choice->kind, film, choice->rendition, *joined, times);
 }
 
 Answer PlayStream(const Request& request) {
@@ -521,6 +551,7 @@ Answer CloseStream(const Request& request) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
       return refusal;
     }
+    LearnFrom(*ticket);
     RememberStream(*ticket, kClosed);
     ticket->Remove();
   } else if (Ticket::Exists(streamId)) {

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +30,9 @@ namespace LibOrvoQMX {
 namespace {
 
 constexpr char kKind[] = "HLS";
+
+// A player asks for its first segment within a second or two of the opening.
+constexpr std::chrono::seconds kViewerPatience(10);
 constexpr char kWrapperOutput[] = "fd:1";  // one end of a pipe, whatever its number
 
 // The content of "appletv_status": an Apple TV has opened the stream; it has resumed.
@@ -301,14 +306,14 @@ void HttpLiveStream::ExecuteMointer(const std::string& fragment) {
 }
 
 // The monitor's work.
-void HttpLiveStream::Watch(const Segment& segment) {
+void HttpLiveStream::Watch(const Segment& segment, Viewer viewer) {
   if (!m_streamId.empty() && !m_profileValue.empty() && segment.isNumber) {
-    RunPipeline(segment);
+    RunPipeline(segment, viewer);
   }
   WaitAllChild();
 }
 
-void HttpLiveStream::RunPipeline(const Segment& segment) {
+void HttpLiveStream::RunPipeline(const Segment& segment, Viewer viewer) {
   const std::vector<std::string> arguments = PrepareArguments(segment);
   if (arguments.empty()) {
     return;
@@ -325,9 +330,28 @@ void HttpLiveStream::RunPipeline(const Segment& segment) {
   if (m_isGstreamer) {
     programs.becomeSegmenter = [&](int input) { ExecuteSegmenter(input, segment.number); };
   }
-  programs.isAbandoned = [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); };
+  programs.isAbandoned = [this, viewer, start = std::chrono::steady_clock::now()] {
+    return (viewer == Viewer::kIsExpected && IsUnwanted(start)) ||
+           RemoveWhenAbandoned(ORVO_LOG_SOURCE);
+  };
   programs.isRegistered = !m_isRemux;
   RunHlsPipeline(programs);
+}
+
+// Gives the expected viewer up. The next request for a segment starts another transcoder.
+bool HttpLiveStream::IsUnwanted(std::chrono::steady_clock::time_point start) const {
+  if (std::chrono::steady_clock::now() - start < kViewerPatience ||
+      Directory().LastAskedFor() >= 0) {
+    return false;
+  }
+  const StateFile seekTime = Directory().SeekTime();
+  const StreamLock lock = seekTime.Lock();
+  if (CheckSequence()) {
+    seekTime.Clear();
+    ORVO_LOG("Nobody asked for a segment within %d seconds: the transcoder of %s ends.",
+             static_cast<int>(kViewerPatience.count()), m_streamId.c_str());
+  }
+  return true;
 }
 
 void HttpLiveStream::WaitAllChild() const {
@@ -339,7 +363,7 @@ bool HttpLiveStream::Transcoding(const std::string& fragment) {
 }
 
 // Makes sure that a transcoder reaches the segment soon.
-bool HttpLiveStream::Reach(const Segment& segment) {
+bool HttpLiveStream::Reach(const Segment& segment, Viewer viewer) {
   const StreamDirectory directory = Directory();
   if (!HlsSegments(directory).NeedsRestart(segment) || IsResumeOnAppleTv(segment.number)) {
     return true;
@@ -349,7 +373,22 @@ bool HttpLiveStream::Reach(const Segment& segment) {
     ORVO_LOG("Failed to generate sequence");
     return false;
   }
-  return Restart(segment);
+  return Restart(segment, viewer);
+}
+
+bool HttpLiveStream::StartAhead(double second) {
+  return IsPlayable() && Reach(Segment(SegmentAt(second)), Viewer::kIsExpected);
+}
+
+// The last segment that starts at or before this second. None is shorter than the usual length.
+int HttpLiveStream::SegmentAt(double second) {
+  const int length = SegmentSeconds(m_isRemux);
+  int number = std::max(0, static_cast<int>(second / length));
+  const auto startsLater = [&](int start) { return start < 0 || start > second * 1000; };
+  while (number > 0 && startsLater(CalculateSeekTime(number))) {
+    --number;
+  }
+  return number;
 }
 
 // Starts a transcoder at the segment because the one that the stream's files speak of has died.
@@ -364,7 +403,7 @@ bool HttpLiveStream::Revive(const Segment& segment, const std::string& seen) {
 }
 
 // Replaces the stream's pipeline by one that begins at the segment.
-bool HttpLiveStream::Restart(const Segment& segment) {
+bool HttpLiveStream::Restart(const Segment& segment, Viewer viewer) {
   if (!StopPreviousPipeline()) {
     return false;
   }
@@ -374,7 +413,7 @@ bool HttpLiveStream::Restart(const Segment& segment) {
   ResetHlsPipeline();
   return StartMonitor(
       MointerSignalHandler, [&] { return BecomeMonitor(Directory(), segment, m_sequence); },
-      [&] { Watch(segment); });
+      [&] { Watch(segment, viewer); });
 }
 
 // An Apple TV that resumes a film first requests the place, and then the film's start, which it

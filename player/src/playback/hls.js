@@ -44,7 +44,7 @@ export class Segments extends MediaPlayback {
     if (this.listening.signal.aborted) {
       return;
     }
-    const hls = new Hls({ ...settings, startPosition: second });
+    const hls = new Hls({ ...settings, startPosition: second, cmcd: { sessionId: stream.stream_id, contentId: stream.stream_id, useHeaders: true } });
     this.hls = hls;
     hls.on(Hls.Events.MANIFEST_PARSED, (_, { subtitleTracks }) => {
       this.hooks.mark('manifest');
@@ -85,6 +85,12 @@ export class Segments extends MediaPlayback {
     } else {
       this.hooks.fail({ reason: reason ?? (type === Hls.ErrorTypes.NETWORK_ERROR ? 'Broken' : 'Undecodable'), details });
     }
+  }
+
+  // { throughput, rate } of the network and of the film, in bit/s; 0 for what is not known.
+  rates() {
+    const level = this.hls?.levels?.[this.hls.currentLevel];
+    return { throughput: this.hls?.bandwidthEstimate ?? 0, rate: level?.bitrate ?? 0 };
   }
 
   learnSubtitles() {

@@ -23,6 +23,7 @@ export class Playback extends EventTarget {
     this.turn = 0; // increases when the running operations become obsolete
     this.clear();
     video.addEventListener('loadeddata', () => this.mark('frame'));
+    video.addEventListener('waiting', () => this.noteStarvation());
     for (const type of ['playing', 'pause', 'waiting', 'seeking', 'seeked', 'canplay', 'loadstart']) {
       video.addEventListener(type, () => this.changed());
     }
@@ -40,6 +41,18 @@ export class Playback extends EventTarget {
     this.needsPress = false;
     this.phase = '';
     this.marks = {};
+    this.starved = -Infinity; // when the player last ran out of film
+  }
+
+  // A wait right after a seek or before the first picture is no lack of film.
+  noteStarvation() {
+    if (this.marks.frame !== undefined && !this.video.seeking) {
+      this.starved = performance.now();
+    }
+  }
+
+  secondsSinceStarved() {
+    return (performance.now() - this.starved) / 1000;
   }
 
   changed() {
@@ -102,6 +115,7 @@ export class Playback extends EventTarget {
     return {
       ...this.film.info.client,
       format: kind,
+      start: Math.floor(Math.min(this.place, this.duration())),
       // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,

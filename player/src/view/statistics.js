@@ -2,6 +2,7 @@
 import { element } from '../dom.js';
 import { clockText, millisecondsText } from '../format.js';
 import { KINDS } from '../playback/kinds.js';
+import { stutterWords } from '../words.js';
 
 const PARTS = [
   ['open', 'opened'],
@@ -21,6 +22,29 @@ export function startText(marks) {
     return `${text} ${millisecondsText(part)}`;
   });
   return marks.frame === undefined ? '' : `${millisecondsText(before)} (${parts.join(', ')})`;
+}
+
+// The steps of the server's own start, in their order.
+const STEPS = {
+  probe: 'examining the film',
+  admission: 'waiting for room',
+  prepare: 'preparing the stream',
+  start: 'starting the converter',
+  first_key: 'first key picture',
+  first_bytes: 'first part',
+  sent: 'sending',
+};
+
+// "examining the film 12 ms, preparing the stream 20 ms"; '' if the server does not tell.
+export const timesText = (times) =>
+  Object.entries(STEPS)
+    .filter(([name]) => times?.[name] !== undefined)
+    .map(([name, text]) => `${text} ${millisecondsText(times[name])}`)
+    .join(', ');
+
+function stutterText(playback, state) {
+  const { droppedVideoFrames: dropped, totalVideoFrames: total } = playback.video.getVideoPlaybackQuality();
+  return stutterWords({ dropped, total, seconds: playback.secondsSinceStarved(), transcoder: state?.transcoder, ...playback.engine?.rates?.() });
 }
 
 function framesText(video) {
@@ -52,6 +76,8 @@ function rowsOf(playback, state) {
     ['Buffer', `${playback.buffered().toFixed(1)} s`],
     ['Frames', framesText(video)],
     ['Startup time', startText(playback.marks)],
+    ['Server', timesText(state?.times)],
+    ['Stutter', stutterText(playback, state)],
     ['Stream', stream?.stream_id],
   ].filter(([, text]) => text);
 }

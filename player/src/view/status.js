@@ -3,7 +3,9 @@ import { get, post } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, nameOf, sizeText } from '../format.js';
 import { forget, watched } from '../history.js';
+import { stutterWords } from '../words.js';
 import { filmAddress, sayError, say } from './page.js';
+import { timesText } from './statistics.js';
 
 const EVERY_MILLISECONDS = 2000;
 
@@ -23,6 +25,11 @@ async function act(action, refresh) {
 
 const button = (text, name, click) => element('button', { type: 'button', 'aria-label': `${text} ${name}`, on: { click } }, text);
 
+// Why the film stutters for its viewer, as far as the player has told.
+function stutterOf({ client }, transcoder) {
+  return client ? stutterWords({ seconds: Date.now() / 1000 - client.starved_at, throughput: client.throughput * 1000, transcoder }) : '';
+}
+
 function streamsTable({ streams, transcoders }, refresh) {
   const rows = streams.map((stream) => {
     const transcoder = transcoders.find(({ stream_id: id }) => id === stream.stream_id);
@@ -33,13 +40,15 @@ function streamsTable({ streams, transcoders }, refresh) {
       stream.kind,
       stream.profile,
       stream.playing ? 'playing' : number(stream.idle_seconds, 0, ' s idle') || 'idle',
+      timesText(stream.times),
+      stutterOf(stream, transcoder),
       transcoder ? `${transcoder.kind}, ${number(transcoder.speed, 1, ' ×')}` : 'none',
       transcoder ? number(transcoder.cpu_seconds, 1, ' s') : '',
       transcoder ? number(transcoder.cpu_percent, 0, ' %') : '',
       button('Stop', fileName(stream.path), stop),
     ];
   });
-  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Transcoder, speed', 'CPU time', 'CPU load', 'Action'];
+  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Start', 'Stutter', 'Transcoder, speed', 'CPU time', 'CPU load', 'Action'];
   return rows.length > 0 ? table('Streams', headings, rows) : element('p', {}, 'Nobody is watching.');
 }
 
