@@ -16,26 +16,28 @@ extern "C" {
 
 namespace orvo::transcoder {
 
-#define ORVO_AV_FORMAT_FUNCTIONS(X) \
-  X(av_find_input_format)           \
-  X(av_interleaved_write_frame)     \
-  X(av_read_frame)                  \
-  X(av_write_frame)                 \
-  X(av_write_trailer)               \
-  X(avformat_alloc_context)         \
-  X(avformat_alloc_output_context2) \
-  X(avformat_close_input)           \
-  X(avformat_find_stream_info)      \
-  X(avformat_free_context)          \
-  X(avformat_new_stream)            \
-  X(avformat_open_input)            \
-  X(avformat_seek_file)             \
-  X(avformat_write_header)          \
-  X(avio_alloc_context)             \
-  X(avio_close_dyn_buf)             \
-  X(avio_context_free)              \
-  X(avio_flush)                     \
-  X(avio_open_dyn_buf)              \
+#define ORVO_AV_FORMAT_FUNCTIONS(X)   \
+  X(av_find_input_format)             \
+  X(av_interleaved_write_frame)       \
+  X(av_read_frame)                    \
+  X(av_write_frame)                   \
+  X(av_write_trailer)                 \
+  X(avformat_alloc_context)           \
+  X(avformat_alloc_output_context2)   \
+  X(avformat_close_input)             \
+  X(avformat_find_stream_info)        \
+  X(avformat_free_context)            \
+  X(avformat_index_get_entries_count) \
+  X(avformat_index_get_entry)         \
+  X(avformat_new_stream)              \
+  X(avformat_open_input)              \
+  X(avformat_seek_file)               \
+  X(avformat_write_header)            \
+  X(avio_alloc_context)               \
+  X(avio_close_dyn_buf)               \
+  X(avio_context_free)                \
+  X(avio_flush)                       \
+  X(avio_open_dyn_buf)                \
   X(avio_seek)
 #define ORVO_AV_CODEC_FUNCTIONS(X)   \
   X(av_bsf_free)                     \

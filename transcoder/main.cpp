@@ -9,11 +9,16 @@
 
 #include "platform/log.h"
 #include "platform/plat.h"
+#include "transcoder/cmaf_packets.h"
+#include "transcoder/cmaf_plan.h"
+#include "transcoder/cmaf_request.h"
+#include "transcoder/cmaf_run.h"
 #include "transcoder/encoder_inventory.h"
 #include "transcoder/ffmpeg_listing.h"
 #include "transcoder/film_clock.h"
 #include "transcoder/film_index.h"
 #include "transcoder/film_range.h"
+#include "transcoder/filters.h"
 #include "transcoder/fragment_run.h"
 #include "transcoder/launch.h"
 #include "transcoder/segment_run.h"
@@ -74,6 +79,28 @@ int Start(const Translation& translation, int progress) {
              : RunSegments(translation.command, *translation.segments);
 }
 
+// The filters that a film in PQ or HLG needs; empty for all others.
+std::string ToneMappingOf(const std::string& film) {
+  const auto range = FindHighRange(film);
+  return range && HasFilter("zscale") ? ToneMapping(*range) : "";
+}
+
+int MakeRendition(const std::vector<std::string>& arguments) {
+  const auto request = ParseCmafRequest(arguments);
+  if (!request) {
+    return Refuse("a rendition cannot be made of these options");
+  }
+  if (request->treatment == Treatment::kPlan) {
+    return WriteCmafPlan(*request);
+  }
+  if (request->treatment == Treatment::kPackets) {
+    return WriteCmafPackets(*request);
+  }
+  const bool encodes = request->treatment == Treatment::kH264;
+  return RunCmaf(*request,
+                 {kExecutable, encodes ? ToneMappingOf(request->film) : "", OpenProgressFile()});
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -83,6 +110,9 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
+  if (!arguments.empty() && arguments.front() == kCmafOption) {
+    return MakeRendition(arguments);
+  }
   const int progress = OpenProgressFile();
   const Translation translation = Translate(
       arguments,

@@ -141,6 +141,12 @@ describe('a film of a high dynamic range', () => {
 });
 
 describe('where the time went', () => {
+  // The steps are remembered after the first bytes were sent.
+  const timesOf = (stream) =>
+    eventually(async () => {
+      const { times } = await statusOf(stream);
+      return times.sent === undefined ? undefined : times;
+    });
   const statusOf = async ({ stream_id: id }) => (await service.call('Status', 'get')).data.streams.find((stream) => stream.stream_id === id);
 
   test('each step of a start is told, and a starving player is remembered', async () => {
@@ -151,7 +157,8 @@ describe('where the time went', () => {
     const begun = performance.now();
     await (await fetch(address)).arrayBuffer();
     const waited = performance.now() - begun;
-    const { times, client } = await statusOf(data);
+    const times = await timesOf(data);
+    const { client } = await statusOf(data);
     const steps = ['probe', 'admission', 'prepare', 'start', 'first_bytes', 'sent'];
     assert.ok(steps.every((step) => times[step] >= 0), JSON.stringify(times));
     assert.ok(times.start + (times.first_key ?? 0) + times.first_bytes + times.sent <= waited + 50, JSON.stringify({ times, waited }));
@@ -167,10 +174,7 @@ describe('where the time went', () => {
     const { data } = await withAgent('open', { path: film('plain.mp4'), format: 'http' });
     const response = await fetch(data.url);
     await readSome(response, 100);
-    const times = await eventually(async () => {
-      const found = await statusOf(data);
-      return found.times.sent === undefined ? undefined : found.times;
-    });
+    const times = await timesOf(data);
     assert.ok(['start', 'first_bytes', 'sent'].every((step) => times[step] >= 0), JSON.stringify(times));
     await response.body.cancel();
     await close(data);

@@ -10,10 +10,12 @@
 #include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
 #include "state/stream_directory.h"
+#include "stream/cmaf/cmaf_runs.h"
 #include "stream/http_live_stream.h"
 #include "webapi/access/ticket.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
+#include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/streaming.h"
@@ -43,6 +45,9 @@ double PositionOf(const Ticket& ticket) {
     HttpLiveStream stream(ticket.StreamId());
     const auto asked = static_cast<int>(LastPiece(ticket));
     return std::max(stream.CalculateSeekTime(asked), 0) / 1000.0;
+  }
+  if (ticket.Kind() == LibOrvoQMX::kCmafKind) {
+    return CmafPosition(ticket);
   }
   if (ticket.Kind() == "SS") {
     return static_cast<double>(LastPiece(ticket) * orvo::kFragmentSeconds);
@@ -123,9 +128,10 @@ Answer DescribeStatus() {
       continue;
     }
     data["streams"].append(DescribeStream(*ticket));
-    const pid_t pid = TranscoderOf(*ticket);
-    if (PlatProcAlive(pid)) {
-      data["transcoders"].append(DescribeTranscoder(*ticket, pid, registered));
+    for (const pid_t pid : TranscodersOf(*ticket)) {
+      if (PlatProcAlive(pid)) {
+        data["transcoders"].append(DescribeTranscoder(*ticket, pid, registered));
+      }
     }
   }
   data["recent"] = RecentStreams();
@@ -140,7 +146,7 @@ Answer DescribeStreamState(const Request& request) {
   if (!ticket) {
     return refusal;
   }
-  const pid_t pid = TranscoderOf(*ticket);
+  const pid_t pid = MainTranscoderOf(*ticket);
   Json::Value data(Json::objectValue);
   data["method"] = ticket->Parameter("method");
   data["why"] = ticket->Parameter("why");

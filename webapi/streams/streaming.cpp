@@ -19,6 +19,7 @@
 #include "policy/argument_helper.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
+#include "stream/cmaf/cmaf_runs.h"
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
@@ -31,6 +32,7 @@
 #include "webapi/library/media_library.h"
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
+#include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/guardian.h"
 #include "webapi/streams/hls_playback.h"
@@ -49,6 +51,7 @@ using LibOrvoQMX::QMXInitArgument;
 using LibOrvoQMX::QMXStream;
 using LibOrvoQMX::VideoMetaData;
 
+constexpr char kCmafFormat[] = "cmaf";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
 constexpr time_t kTicketSeconds = 24 * 3600;
@@ -80,11 +83,14 @@ constexpr std::array kStreamKinds = {
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
+    StreamKind{kCmafFormat, LibOrvoQMX::kCmafKind, "/master.m3u8", PrepareCmaf, PlayCmaf,
+               CloseCmaf},
 };
 
 // Parameters of an opening that later requests of the stream need.
-constexpr std::array kKeptParameters = {"audio_id", "audio_format", "subtitle_id",
-                                        "subtitle_codepage", "force_open_qmx"};
+constexpr std::array kKeptParameters = {"audio_id",          "audio_format",   "subtitle_id",
+                                        "subtitle_codepage", "force_open_qmx", "codecs",
+                                        "dynamic_range",     "max_height",     "max_bitrate"};
 
 const StreamKind* FindKind(const std::string& kind) {
   const auto found = std::find_if(kStreamKinds.begin(), kStreamKinds.end(),
@@ -170,10 +176,30 @@ std::optional<Rendition> DirectRendition(const Request& request, const VideoMeta
   return Rendition{{kDirectProfile, ""}, kDirectProfile, verdict.why, verdict.contentType};
 }
 
+bool IsCmaf(const StreamKind& kind) {
+  return kind.format == std::string(kCmafFormat);
+}
+
+// The client chooses among several renditions while it plays.
+std::optional<Rendition> CmafRendition(const Request& request, Answer& refusal) {
+  const std::string complaint = CmafComplaint(request);
+  if (!complaint.empty()) {
+    refusal = Answer::Failure(kBadRequest, complaint);
+    return std::nullopt;
+  }
+  return Rendition{{kCmafProfile, ""},
+                   "adaptive",
+                   "The player chooses among the film's own video and sound and converted ones.",
+                   ""};
+}
+
 std::optional<Rendition> RenditionFor(const Request& request, const StreamKind& kind,
                                       const VideoMetaData& film, Answer& refusal) {
   if (kind.kind == std::string(kDirectKind)) {
     return DirectRendition(request, film, refusal);
+  }
+  if (IsCmaf(kind)) {
+    return CmafRendition(request, refusal);
   }
   const std::string key = request.Text("profile");
   const auto chosen = key.empty() ? UsualProfile(kind.format, film, refusal)
@@ -300,6 +326,9 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   if (rendition.method == kDirectProfile) {
     return InitDirect(film, streamId);
   }
+  if (IsCmaf(kind)) {
+    return InitCmaf(film, streamId);
+  }
   QMXInitArgument argument(film.GetFilePath(), kind.kind, ProfileFile(), rendition.profile.key);
   argument.device = request.Text("device");
   argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
@@ -396,6 +425,12 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["url"] = AddressOf(request, request.Authority(), kind, *ticket);
   if (const std::string network = NetworkAuthority(request); !network.empty()) {
     data["network_url"] = AddressOf(request, network, kind, *ticket);
+  }
+  if (IsCmaf(kind)) {
+    StreamKind manifest = kind;
+    manifest.name = "/manifest.mpd";
+    data["dash"] =
+        AddressOf(request, request.Authority(), manifest, *ticket) + "&playlist_type=dash";
   }
   RememberStream(*ticket, kOpened);
   times.Mark("prepare");

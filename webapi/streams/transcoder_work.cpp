@@ -15,6 +15,8 @@
 
 #include "metadata/qmxmetadata.h"
 #include "platform/plat.h"
+#include "policy/trans_loading.h"
+#include "stream/cmaf/cmaf_runs.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/number.h"
 
@@ -126,6 +128,29 @@ void AddEffort(pid_t pid, Json::Value& transcoder) {
 pid_t TranscoderOf(const Ticket& ticket) {
   const pid_t monitor = ticket.Directory().Monitor().value_or(-1);
   return ticket.Kind() == "HTTP" ? monitor : ChildOf(monitor);
+}
+
+std::vector<pid_t> TranscodersOf(const Ticket& ticket) {
+  std::vector<pid_t> pids;
+  if (ticket.Kind() != LibOrvoQMX::kCmafKind) {
+    pids.push_back(TranscoderOf(ticket));
+    return pids;
+  }
+  for (const pid_t monitor : LibOrvoQMX::CmafMonitors(ticket.StreamId())) {
+    pids.push_back(ChildOf(monitor));
+  }
+  return pids;
+}
+
+pid_t MainTranscoderOf(const Ticket& ticket) {
+  const std::vector<pid_t> pids = TranscodersOf(ticket);
+  const LibMirevo::TransLoading registry;
+  for (const Json::Value& entry : registry.GetEntries()) {
+    if (std::find(pids.begin(), pids.end(), entry["PID"].asInt()) != pids.end()) {
+      return entry["PID"].asInt();
+    }
+  }
+  return pids.empty() ? -1 : pids.front();
 }
 
 double SecondsMade(pid_t transcoder) {

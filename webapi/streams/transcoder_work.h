@@ -4,6 +4,8 @@
 #include <json/value.h>
 #include <sys/types.h>
 
+#include <vector>
+
 #include "webapi/access/ticket.h"
 
 namespace webapi {
@@ -11,6 +13,12 @@ namespace webapi {
 // The pid of the stream's transcoder; -1 if none runs. In a progressive stream it is the recorded
 // monitor; in other kinds it is the monitor's child.
 pid_t TranscoderOf(const Ticket& ticket);
+
+// Those of all renditions that run; in kinds with one rendition, TranscoderOf.
+std::vector<pid_t> TranscodersOf(const Ticket& ticket);
+
+// The one that encodes pictures or, without one, any other; -1 if none runs.
+pid_t MainTranscoderOf(const Ticket& ticket);
 
 // How far a transcoder has come, in seconds from its start; 0 if that is not known.
 double SecondsMade(pid_t transcoder);

@@ -1,0 +1,23 @@
+// The addresses in the playlists of a presentation. FFmpeg judges an address by the ending of its
+// path, so each one has a file name.
+#pragma once
+
+#include <string>
+
+#include "cmaf/presentation.h"
+
+namespace LibOrvoQMX {
+
+// The beginning of a segment's address; the segment's number follows.
+std::string SegmentAddress(const CmafPresentation& presentation, const std::string& rendition);
+std::string HeaderAddress(const CmafPresentation& presentation, const std::string& rendition);
+std::string MediaPlaylistAddress(const CmafPresentation& presentation,
+                                 const std::string& rendition);
+std::string SubtitlePlaylistAddress(const CmafPresentation& presentation, const std::string& id);
+// The whole track as WebVTT.
+std::string SubtitleAddress(const CmafPresentation& presentation, const std::string& id);
+
+// A text in an XML attribute.
+std::string XmlText(const std::string& text);
+
+}  // namespace LibOrvoQMX

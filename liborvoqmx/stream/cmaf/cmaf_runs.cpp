@@ -1,0 +1,241 @@
+#include "stream/cmaf/cmaf_runs.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <utility>
+
+#include "contract/cmaf.h"
+#include "platform/log.h"
+#include "platform/plat.h"
+#include "platform/process.h"
+#include "state/stream_room.h"
+#include "state/stream_watch.h"
+#include "stream/pipeline/monitor.h"
+#include "stream/pipeline/pipeline.h"
+#include "stream/pipeline/transcoder_launch.h"
+#include "util/qmxutils.h"
+#include "util/system_files.h"
+
+namespace LibOrvoQMX {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+// A run is not restarted for a segment that it will reach after so many others.
+constexpr int kReach = 3;
+// A run without a request for this time ends. Players that pause have this much and more in their
+// buffers, and a new run starts when they go on.
+constexpr unsigned long kUnwantedSeconds = 30;
+constexpr int kGraceMilliseconds = 300;
+constexpr int kShortRunMilliseconds = 20000;
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kLockMode = 0600;
+constexpr char kPlaceFile[] = "place";
+constexpr char kHeaderLock[] = "header.lock";
+
+volatile sig_atomic_t gStop = 0;
+orvo::Process gTranscoder;
+
+void OnStop(int /*signal*/) {
+  gStop = 1;
+}
+
+bool Exists(const std::string& path) {
+  return access(path.c_str(), F_OK) == 0;
+}
+
+// Runs the transcoder program to its end.
+bool RunShort(const char* action, const std::vector<std::string>& command) {
+  return libmrv::DoActionAsRoot(action, [&] {
+    return orvo::RunWithin(command.front(), command, kShortRunMilliseconds) == 0;
+  });
+}
+
+StreamDirectory DirectoryOf(const std::string& streamId) {
+  return StreamDirectory(kCmafKind, streamId);
+}
+
+std::vector<StreamDirectory> Folders(const std::string& streamId) {
+  std::vector<StreamDirectory> folders;
+  std::error_code failure;
+  const std::string path = DirectoryOf(streamId).Path() + "/";
+  for (fs::directory_iterator entry(path, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    if (entry->is_directory(failure)) {
+      folders.push_back(CmafFolder(streamId, entry->path().filename().string()));
+    }
+  }
+  return folders;
+}
+
+}  // namespace
+
+StreamDirectory CmafFolder(const std::string& streamId, const std::string& rendition) {
+  return StreamDirectory(std::string(kCmafKind) + "/" + streamId, rendition);
+}
+
+bool MakeCmafPlan(const std::string& streamId, const std::string& film) {
+  const StreamDirectory directory = DirectoryOf(streamId);
+  return Exists(directory.FilePath(orvo::kCmafPlanFile)) ||
+         RunShort("Plan",
+                  {orvo::SystemPath(kTranscoder), "-cmaf", "plan", "-i", film, directory.Path()});
+}
+
+void CloseCmafStream(const std::string& streamId) {
+  if (!IsPlainName(streamId)) {
+    return;
+  }
+  for (const StreamDirectory& folder : Folders(streamId)) {
+    if (folder.IsMonitored()) {
+      ReplaceMonitor(folder, 0, true);
+    }
+  }
+  RemoveLinkedDirectory(DirectoryOf(streamId).Path());
+}
+
+std::vector<pid_t> CmafMonitors(const std::string& streamId) {
+  std::vector<pid_t> monitors;
+  for (const StreamDirectory& folder : Folders(streamId)) {
+    if (folder.IsMonitored()) {
+      monitors.push_back(*folder.Monitor());
+    }
+  }
+  return monitors;
+}
+
+CmafRun::CmafRun(std::string streamId, std::string film, const CmafRendition& rendition)
+    : streamId_(std::move(streamId)),
+      film_(std::move(film)),
+      rendition_(rendition),
+      folder_(CmafFolder(streamId_, rendition.name)) {}
+
+std::string CmafRun::HeaderPath() const {
+  return folder_.FilePath(orvo::kCmafHeaderFile);
+}
+
+std::string CmafRun::SegmentPath(int number) const {
+  return folder_.FilePath(orvo::CmafSegmentName(number));
+}
+
+std::string CmafRun::UnfinishedPath(int number) const {
+  return SegmentPath(number) + orvo::kUnfinished;
+}
+
+bool CmafRun::MakeFolder() const {
+  return mkdir(folder_.Path().c_str(), kFolderMode) == 0 || errno == EEXIST;
+}
+
+std::vector<std::string> CmafRun::Command(int number, bool isHeaderOnly) const {
+  std::vector<std::string> command = {orvo::SystemPath(kTranscoder), "-cmaf"};
+  for (const std::string& argument : CmafArguments(rendition_)) {
+    command.push_back(argument);
+  }
+  for (const std::string& argument :
+       {std::string("-number"), std::to_string(number), std::string("-head"),
+        std::string(isHeaderOnly ? "1" : "0"), std::string("-i"), film_, folder_.Path()}) {
+    command.push_back(argument);
+  }
+  return command;
+}
+
+bool CmafRun::MakeHeader() const {
+  if (Exists(HeaderPath())) {
+    return true;
+  }
+  const StreamLock lock(folder_.FilePath(kHeaderLock), kLockMode);
+  return Exists(HeaderPath()) || (RunShort("Header", Command(0, true)) && Exists(HeaderPath()));
+}
+
+std::optional<StreamLock> CmafRun::TakePlace() const {
+  if (!rendition_.IsEncodedPicture()) {
+    return std::nullopt;
+  }
+  return std::optional<StreamLock>(std::in_place, DirectoryOf(streamId_).FilePath(kPlaceFile),
+                                   kLockMode);
+}
+
+bool CmafRun::Reach(int number, std::optional<StreamLock>& place) const {
+  StreamLock lock = folder_.SeekTime().Lock();
+  return Exists(SegmentPath(number)) || IsOnItsWay(number) || Start(number, lock, place);
+}
+
+bool CmafRun::IsOnItsWay(int number) const {
+  const auto position = StateFile(folder_.FilePath(orvo::kCmafPositionFile)).Number();
+  return position && folder_.IsMonitored() && *position <= number && number <= *position + kReach;
+}
+
+void CmafRun::StopRivals() const {
+  for (const StreamDirectory& other : Folders(streamId_)) {
+    // Sound and copies need no place.
+    const bool isRival = other.Path().find("/h264-") != std::string::npos;
+    if (isRival && other.Path() != folder_.Path() && other.IsMonitored()) {
+      ReplaceMonitor(other, 0, true);
+    }
+  }
+}
+
+bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const {
+  if (rendition_.IsEncodedPicture()) {
+    StopRivals();
+  }
+  const StateFile position(folder_.FilePath(orvo::kCmafPositionFile));
+  const auto record = [&] {
+    lock.Leave();
+    if (place) {
+      place->Leave();
+    }
+    return ReplaceMonitor(folder_, getpid(), true) && position.Write(number);
+  };
+  gStop = 0;
+  gTranscoder = orvo::Process();
+  return StartMonitor(OnStop, record, [&] { Watch(number); });
+}
+
+// The monitor's work.
+void CmafRun::Watch(int number) const {
+  Pipeline pipeline(gTranscoder, {rendition_.IsEncodedPicture(), kGraceMilliseconds});
+  const auto become = [&] {
+    if (!rendition_.IsEncodedPicture() || RegisterTranscoder(false)) {
+      BecomeTranscoder("Execute FFmpeg", Command(number, false));
+    }
+  };
+  const auto isUnwanted = [&] {
+    const auto idle = folder_.SecondsSinceAccess();
+    return !idle || *idle > kUnwantedSeconds;
+  };
+  if (gStop == 0 && pipeline.Start(become)) {
+    pipeline.Watch(gStop, isUnwanted);
+  }
+  pipeline.End();
+}
+
+CmafRun::State CmafRun::Look(int number) const {
+  if (Exists(SegmentPath(number))) {
+    return State::kComplete;
+  }
+  if (!IsOnItsWay(number)) {
+    // The run may have finished the segment since the first look.
+    return Exists(SegmentPath(number)) ? State::kComplete : State::kNobodyMakesIt;
+  }
+  return Exists(UnfinishedPath(number)) ? State::kGrowing : State::kTimeout;
+}
+
+CmafRun::State CmafRun::Await(int number) const {
+  const StreamWatch watch(folder_.Path());
+  const auto end = Clock::now() + kFragmentTimeout;
+  State state = Look(number);
+  while (state == State::kTimeout && Clock::now() < end) {
+    watch.Wait(OpenRunningProcess(folder_.Monitor().value_or(-1)),
+               static_cast<int>(kLookAgain.count()));
+    state = Look(number);
+  }
+  return state;
+}
+
+}  // namespace LibOrvoQMX

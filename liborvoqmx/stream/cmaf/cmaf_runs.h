@@ -1,0 +1,84 @@
+// The runs of a CMAF stream: each rendition in use has a monitor and a transcoder of its own, which
+// makes segments from a requested one on.
+//
+// The folder of a rendition lies in the stream's directory, below the rendition's name, and has the
+// same state files as a stream's directory.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cmaf/renditions.h"
+#include "platform/export.h"
+#include "state/stream_directory.h"
+#include "state/stream_lock.h"
+
+namespace LibOrvoQMX {
+
+inline constexpr char kCmafKind[] = "CMAF";
+
+// The folder of a rendition.
+ORVO_API StreamDirectory CmafFolder(const std::string& streamId, const std::string& rendition);
+
+// Makes the plan of a film, and what is known of its pictures, in the stream's directory. Returns
+// false if the film cannot be planned.
+ORVO_API bool MakeCmafPlan(const std::string& streamId, const std::string& film);
+
+// Ends the runs of all renditions, and removes the stream's directory.
+ORVO_API void CloseCmafStream(const std::string& streamId);
+
+// The pids of the monitors of all running renditions.
+ORVO_API std::vector<pid_t> CmafMonitors(const std::string& streamId);
+
+class ORVO_API CmafRun {
+ public:
+  CmafRun(std::string streamId, std::string film, const CmafRendition& rendition);
+
+  std::string HeaderPath() const;
+  std::string SegmentPath(int number) const;     // of a complete segment
+  std::string UnfinishedPath(int number) const;  // of one that is being written
+
+  // Makes the folder of the rendition. Returns false on failure.
+  bool MakeFolder() const;
+
+  // Makes sure that there is a header. A short process makes it, without a place in the register.
+  // Returns false on failure.
+  bool MakeHeader() const;
+
+  // Encoded pictures have one place for each stream. Waits until no request for another segment of
+  // encoded pictures uses it. The place is free again when the result is destroyed. Nothing for
+  // other renditions.
+  std::optional<StreamLock> TakePlace() const;
+
+  // Makes sure that a run will make the segment soon. Of the stream's encoded pictures, only one
+  // rendition runs at a time. `place` is what TakePlace() returned. Returns false if no run can be
+  // started.
+  bool Reach(int number, std::optional<StreamLock>& place) const;
+
+  enum class State {
+    kComplete,
+    kGrowing,
+    kNobodyMakesIt,  // no run is left, or it has gone elsewhere
+    kTimeout,
+  };
+  // Waits up to 60 seconds until the segment has begun to grow.
+  State Await(int number) const;
+  // The state now.
+  State Look(int number) const;
+
+ private:
+  bool IsOnItsWay(int number) const;
+  // A run must not hold these locks of its starter.
+  bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;
+  void StopRivals() const;
+  void Watch(int number) const;
+  std::vector<std::string> Command(int number, bool isHeaderOnly) const;
+
+  std::string streamId_;
+  std::string film_;
+  CmafRendition rendition_;
+  StreamDirectory folder_;
+};
+
+}  // namespace LibOrvoQMX

@@ -1,0 +1,159 @@
+// CMAF presentations of a running service: the conformance program over several kinds of films, and real
+// players.
+import assert from 'node:assert/strict';
+import { execFile, execFileSync } from 'node:child_process';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { after, afterEach, before, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+import { promisify } from 'node:util';
+
+import { playback, plays, withBarePage } from '../service/bare_page.mjs';
+import { Service } from '../service/support.mjs';
+
+const run = promisify(execFile);
+const program = fileURLToPath(new URL('cmaf_conformance.py', import.meta.url));
+const seconds = 10;
+const picture = (rate) => ['-f', 'lavfi', '-i', `testsrc2=s=320x180:d=${seconds}:r=${rate}`];
+const sound = ['-f', 'lavfi', '-i', `sine=f=440:beep_factor=2:r=48000:d=${seconds}`];
+const h264 = ['-c:v', 'libx264', '-preset', 'ultrafast', '-pix_fmt', 'yuv420p', '-sc_threshold', '0'];
+const aac = ['-c:a', 'aac', '-b:a', '64k'];
+const films = {
+  'closed.mp4': [...picture('24000/1001'), ...sound, ...h264, '-bf', '3', '-g', '36', ...aac],
+  'closed.mkv': [...picture('24000/1001'), ...sound, ...h264, '-bf', '3', '-g', '36', ...aac],
+  'open.mp4': [
+    ...picture(25),
+    ...sound,
+    ...h264,
+    ...['-bf', '2', '-x264-params', 'open-gop=1:keyint=25:min-keyint=25', ...aac],
+  ],
+  'opus.mkv': [...picture(25), ...sound, ...h264, '-g', '25', '-c:a', 'libopus'],
+  'silent.mp4': [...picture(30), ...h264, '-g', '30'],
+  'sound.m4a': [...sound, ...aac],
+  'broadcast.ts': [...picture(25), ...sound, '-c:v', 'mpeg2video', '-g', '12', '-c:a', 'mp2'],
+};
+const wishes = { format: 'cmaf', codecs: 'avc1,mp4a,opus' };
+let folder;
+let service;
+
+before(async () => {
+  folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-cmaf-'));
+  for (const [name, options] of Object.entries(films)) {
+    execFileSync('ffmpeg', ['-nostdin', '-v', 'error', ...options, path.join(folder, name)]);
+  }
+  service = await Service.start([folder]);
+});
+after(async () => {
+  await service.stop();
+  fs.rmSync(folder, { recursive: true });
+});
+
+const opened = [];
+async function open(name) {
+  const stream = await service.open(path.join(folder, name), wishes);
+  opened.push(stream);
+  return stream;
+}
+async function closeAll() {
+  for (const { stream_id } of opened.splice(0)) {
+    await service.call('Streaming', 'close', { format: 'cmaf', stream_id });
+  }
+  await service.isQuiet(10000);
+}
+afterEach(closeAll);
+
+// Runs the conformance program. Fails with its findings.
+async function conforms(stream, ...options) {
+  try {
+    await run('python3', [program, ...options, stream.url, stream.dash]);
+  } catch (failure) {
+    assert.fail(failure.stdout + failure.stderr);
+  }
+}
+const playlist = async (stream) => (await fetch(stream.url)).text();
+
+for (const name of Object.keys(films)) {
+  test(`${name}: the presentation conforms`, async () => {
+    await conforms(await open(name));
+  });
+}
+
+test('runs that begin at any segment make the same times as one from the start', async () => {
+  const times = path.join(folder, 'times.json');
+  await conforms(await open('closed.mkv'), '--times', times);
+  await closeAll();
+  await conforms(await open('closed.mkv'), '--same', times, '--backwards');
+});
+
+test('the film is copied only if a player can start at each key frame', async () => {
+  assert.match(await playlist(await open('closed.mp4')), /rendition=copy-video/);
+  assert.doesNotMatch(await playlist(await open('open.mp4')), /rendition=copy-video/);
+});
+
+test('a header costs no run', async () => {
+  const stream = await open('closed.mp4');
+  const base = stream.url.replace('master.m3u8', 'init.mp4');
+  for (const rendition of ['copy-video', 'h264-180', 'stereo-0']) {
+    const answer = await fetch(`${base}&rendition=${rendition}&segment=init`);
+    assert.equal(answer.status, 200, rendition);
+  }
+  const { data } = await service.call('Status', 'get');
+  assert.deepEqual(data.transcoders, []);
+});
+
+test('a wrong rendition, segment or parameter gets a clear error', async () => {
+  const stream = await open('closed.mp4');
+  const base = stream.url.replace('master.m3u8', 'segment.m4s');
+  const status = async (rest) => (await fetch(`${base}${rest}`)).status;
+  assert.equal(await status('&rendition=../x&segment=0'), 404);
+  assert.equal(await status('&rendition=copy-video&segment=-1'), 400);
+  assert.equal(await status('&rendition=copy-video&segment=9999'), 404);
+  const file = path.join(folder, 'closed.mp4');
+  for (const bad of [{ codecs: 'a"b' }, { max_height: 'x' }, { dynamic_range: 'wide' }]) {
+    const answer = await service.call('Streaming', 'open', { path: file, ...wishes, ...bad });
+    assert.equal(answer.error?.code, 400, JSON.stringify(answer));
+  }
+});
+
+for (const kind of ['url', 'dash']) {
+  test(`ffmpeg plays the ${kind} without a complaint`, async () => {
+    const stream = await open('closed.mp4');
+    const arguments_ = ['-v', 'warning', '-nostats', '-progress', 'pipe:1', '-i', stream[kind]];
+    const { stdout, stderr } = await run('ffmpeg', [...arguments_, '-map', '0:v:0', '-map', '0:a:0', '-f', 'null', '-']);
+    assert.equal(stderr, '');
+    assert.ok(Number(stdout.match(/frame=(\d+)(?![^]*frame=)/)[1]) >= 230, stdout);
+  });
+}
+
+test('hls.js plays, seeks and changes the rendition', async () => {
+  const { url } = await open('closed.mp4');
+  await withBarePage(service, ['hls.js/dist/hls.min.js'], async (page) => {
+    await page.evaluate(async (address) => {
+      window.errors = [];
+      const video = document.getElementById('video');
+      window.hls = new window.Hls();
+      window.hls.on(window.Hls.Events.ERROR, (_, data) => window.errors.push(`${data.fatal} ${data.details}`));
+      window.hls.loadSource(address);
+      window.hls.attachMedia(video);
+      await video.play();
+    }, url);
+    await plays(page, 0);
+    for (const [level, second] of [
+      [0, 6],
+      [1, 2],
+      [0, 4],
+    ]) {
+      await page.evaluate(
+        ([chosen, time]) => {
+          window.hls.nextLevel = chosen;
+          document.getElementById('video').currentTime = time;
+        },
+        [level, second],
+      );
+      await plays(page, second);
+    }
+    assert.deepEqual(await page.evaluate(() => window.errors.filter((error) => error.startsWith('true'))), []);
+    assert.ok((await playback(page)).sound > 0);
+  });
+});

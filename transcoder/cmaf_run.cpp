@@ -1,0 +1,158 @@
+#include "transcoder/cmaf_run.h"
+
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "platform/io.h"
+#include "platform/log.h"
+#include "transcoder/child_stream.h"
+#include "transcoder/cmaf_cutter.h"
+#include "transcoder/cmaf_files.h"
+#include "transcoder/cmaf_packets.h"
+#include "transcoder/demand.h"
+#include "transcoder/fragment_reader.h"
+#include "transcoder/launch.h"
+
+namespace orvo::transcoder {
+namespace {
+
+constexpr int kNothing = -1;
+constexpr size_t kChunk = 65536;
+
+std::optional<CmafPlan> ReadPlan(const std::string& folder) {
+  const std::string path = folder + "/../" + kCmafPlanFile;
+  std::ifstream file(path);
+  std::string text;
+  return file.is_open() && ReadAll(file, text) ? CmafPlan::Parse(text) : std::nullopt;
+}
+
+class Run : private CmafSink {
+ public:
+  Run(const CmafRequest& request, const CmafPlan& plan, ChildStream child)
+      : request_(request),
+        plan_(plan),
+        files_(request.folder),
+        demand_(request.folder, request.number),
+        child_(std::move(child)),
+        reader_([this](CmafSample sample) { Take(std::move(sample)); }) {}
+
+  int Finish() {
+    while (!IsDone() && Step()) {
+    }
+    if (!IsDone() && !child_.IsStopped() && cutter_ != nullptr) {
+      cutter_->Finish();
+    }
+    const bool isEnough = IsDone();
+    child_.Close();
+    if (isEnough && !child_.IsStopped()) {
+      child_.Stop(SIGKILL);
+      child_.ExitCode();
+      return hasFailed_ ? kExitFailure : 0;
+    }
+    return child_.ExitCode();
+  }
+
+ private:
+  bool IsDone() const {
+    return hasFailed_ || (cutter_ != nullptr && (request_.isHeaderOnly || cutter_->IsSated()));
+  }
+
+  // Takes what has come. False at the stream's end.
+  bool Step() {
+    if (!child_.Wait(kNothing, false).hasOutput || child_.IsStopped()) {
+      return !child_.IsStopped();
+    }
+    const ssize_t count = child_.Read(buffer_.data(), buffer_.size());
+    if (count <= 0) {
+      return count < 0;
+    }
+    if (!reader_.Add({buffer_.data(), static_cast<size_t>(count)})) {
+      ORVO_LOG("The stream of [%s] cannot be read", request_.film.c_str());
+      hasFailed_ = true;
+    }
+    if (reader_.Track() && cutter_ == nullptr) {
+      Prepare(*reader_.Track());
+    }
+    return true;
+  }
+
+  void Prepare(const CmafTrack& track) {
+    CmafSink& sink = *this;
+    if (track.isPicture) {
+      const bool reorders = request_.treatment == Treatment::kPictures && plan_.delay > 0;
+      cutter_ = std::make_unique<PictureCutter>(track, plan_, request_.number, reorders, sink);
+    } else {
+      cutter_ = std::make_unique<SoundCutter>(track, plan_, request_.number, sink);
+    }
+    // The stream of packets does not describe its codec.
+    if (!request_.IsCopy() || request_.isHeaderOnly) {
+      Check(files_.WriteHeader(CmafHeader(track, track.isPicture ? plan_.delay : 0)));
+    }
+  }
+
+  void Take(CmafSample sample) {
+    if (cutter_ == nullptr) {
+      Prepare(*reader_.Track());
+    }
+    if (!IsDone() && !child_.IsStopped()) {
+      sample.time -= kCmafLead * reader_.Track()->clock;
+      cutter_->Take(std::move(sample));
+    }
+  }
+
+  // Waits until somebody wants the segment: the one before may be ahead as far as is allowed.
+  void Begin(int number) override {
+    while (!child_.IsStopped() && !demand_.Wants(number - 1)) {
+      child_.WaitForChange(demand_.Descriptor());
+      demand_.Refresh();
+    }
+    isWriting_ = !child_.IsStopped();
+    Check(!isWriting_ || files_.Begin(number));
+  }
+
+  void Write(const std::string& chunk) override {
+    Check(!isWriting_ || hasFailed_ || files_.Write(chunk));
+  }
+
+  void End() override { Check(!isWriting_ || hasFailed_ || child_.IsStopped() || files_.End()); }
+
+  void Check(bool isRight) {
+    if (!isRight && !hasFailed_) {
+      ORVO_LOG("The segments in [%s] cannot be written", request_.folder.c_str());
+      hasFailed_ = true;
+    }
+  }
+
+  const CmafRequest& request_;
+  const CmafPlan& plan_;
+  CmafFiles files_;
+  Demand demand_;
+  ChildStream child_;
+  FragmentReader reader_;
+  std::unique_ptr<CmafCutter> cutter_;
+  std::vector<char> buffer_ = std::vector<char>(kChunk);
+  bool isWriting_ = false;
+  bool hasFailed_ = false;
+};
+
+}  // namespace
+
+int RunCmaf(const CmafRequest& request, const CmafSurroundings& surroundings) {
+  const auto plan = ReadPlan(request.folder);
+  if (!plan || request.number >= plan->Count()) {
+    ORVO_LOG("There is no plan for the segments in [%s]", request.folder.c_str());
+    return kExitUsage;
+  }
+  CmafRequest placed = request;
+  placed.from = static_cast<double>(plan->Start(request.number)) / kPlanClock;
+  auto child = ChildStream::Start(request.IsCopy() && !request.isHeaderOnly
+                                      ? CmafPacketsCommand(placed)
+                                      : CmafCommand(request, *plan, surroundings));
+  return child ? Run(request, *plan, std::move(*child)).Finish() : kExitNotFound;
+}
+
+}  // namespace orvo::transcoder

@@ -1,0 +1,350 @@
+#include "webapi/streams/cmaf_playback.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "cmaf/presentation.h"
+#include "contract/cmaf.h"
+#include "platform/io.h"
+#include "policy/trans_loading.h"
+#include "stream/cmaf/cmaf_runs.h"
+#include "stream/http_live_stream.h"
+#include "stream/liborvoqmx.h"
+#include "util/json_utils.h"
+#include "webapi/choice/profiles.h"
+#include "webapi/http/number.h"
+#include "webapi/http/send_file.h"
+#include "webapi/streams/growing_segment.h"
+
+namespace webapi {
+namespace {
+
+using LibOrvoQMX::CmafPresentation;
+using LibOrvoQMX::CmafRendition;
+using LibOrvoQMX::CmafRun;
+using LibOrvoQMX::CmafWishes;
+using LibOrvoQMX::QMXMetaData;
+
+constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
+constexpr char kManifestType[] = "application/dash+xml";
+constexpr char kAddress[] = "/webapi/entry.cgi";
+constexpr int64_t kMaxSegment = 9999999;
+constexpr int kTries = 3;
+constexpr int64_t kHighestBound = 1'000'000'000;
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(path);
+  std::string text;
+  return file.is_open() && orvo::ReadAll(file, text) ? text : "";
+}
+
+unsigned Bound(const Ticket& ticket, const char* name) {
+  return static_cast<unsigned>(ParseNumber(ticket.Parameter(name)).value_or(0));
+}
+
+CmafWishes WishesOf(const Ticket& ticket) {
+  CmafWishes wishes;
+  wishes.codecs = ticket.Parameter("codecs");
+  wishes.showsHdr = ticket.Parameter("dynamic_range") == "hdr";
+  wishes.maxHeight = Bound(ticket, "max_height");
+  wishes.maxBitrate = Bound(ticket, "max_bitrate");
+  wishes.audioId = ticket.Parameter("audio_id");
+  const std::string known = ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile));
+  const size_t blank = std::min(known.find(' '), known.size());
+  wishes.copying = known.substr(0, blank);
+  wishes.dynamicRange = known.substr(std::min(blank + 1, known.size()));
+  return wishes;
+}
+
+std::string WithLink(const Ticket& ticket, const std::string& parameters) {
+  const std::string link = StreamLink(ticket);
+  return link.empty() ? parameters : parameters + "&_sid=" + link;
+}
+
+// The presentation of an opened stream; nothing if its plan cannot be read.
+std::optional<CmafPresentation> PresentationOf(const Ticket& ticket) {
+  auto plan = orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
+  QMXMetaData film(ticket.StreamId(), LibOrvoQMX::kCmafKind);
+  if (!plan || !film.LoadMetaData()) {
+    return std::nullopt;
+  }
+  CmafPresentation presentation;
+  const CmafWishes wishes = WishesOf(ticket);
+  presentation.plan = std::move(*plan);
+  presentation.renditions = ListCmafRenditions(film, wishes);
+  presentation.dynamicRange = wishes.dynamicRange;
+  presentation.path = kAddress;
+  const std::string& id = ticket.StreamId();
+  presentation.parameters = WithLink(
+      ticket, "api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=cmaf&stream_id=" + id);
+  presentation.subtitleParameters =
+      WithLink(ticket, "api=ORVO.Mirevo2.Subtitle&version=1&method=get&id=" + id);
+  presentation.defaultSubtitle = ticket.Parameter("subtitle_id");
+  return presentation;
+}
+
+// Looking for subtitles reads folders, so only what names them does it.
+void AddSubtitles(const Ticket& ticket, CmafPresentation& presentation) {
+  QMXMetaData film(ticket.StreamId(), LibOrvoQMX::kCmafKind);
+  film.LoadMetaData();
+  for (const auto& [id, language] : LibOrvoQMX::HttpLiveStream(film).GetSubtitleMap("all")) {
+    presentation.subtitles.push_back({id, language});
+  }
+}
+
+Answer SendText(const Request& request, const char* contentType, const std::string& text) {
+  std::string answer = std::string("Status: 200 OK\r\nContent-Type: ") + contentType;
+  answer += "\r\nContent-Length: " + std::to_string(text.size());
+  answer += "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\n";
+  orvo::WriteAll(STDOUT_FILENO, request.Method() == "HEAD" ? answer : answer + text);
+  return Answer::Sent();
+}
+
+const char* ContentTypeOf(const CmafRendition& rendition) {
+  return rendition.isPicture ? "video/mp4" : "audio/mp4";
+}
+
+// --- Segments ---
+
+// One request for a segment.
+class SegmentRequest {
+ public:
+  SegmentRequest(const Request& request, const Ticket& ticket, const CmafRendition& rendition,
+                 int number)
+      : request_(request),
+        rendition_(rendition),
+        run_(ticket.StreamId(), ticket.Path(), rendition),
+        folder_(LibOrvoQMX::CmafFolder(ticket.StreamId(), rendition.name)),
+        stream_(ticket.Directory()),
+        number_(number) {}
+
+  Answer Send() {
+    if (SendComplete()) {
+      Ask();
+      return Answer::Sent();
+    }
+    if (request_.Method() == "HEAD") {
+      SendFileHeaders(ContentTypeOf(rendition_));
+      return Answer::Sent();
+    }
+    if (!run_.MakeFolder()) {
+      return Answer::Failure(kInternal);
+    }
+    Ask();
+    auto place = run_.TakePlace();
+    return MakeAndSend(place);
+  }
+
+ private:
+  // A request for a complete segment moves the limit of the run, too.
+  void Ask() const {
+    folder_.AskFor(number_);
+    folder_.MarkAccess();
+    stream_.AskFor(number_);
+  }
+
+  bool SendComplete() const {
+    return SendFile(request_, run_.SegmentPath(number_), ContentTypeOf(rendition_), kKeepSegment);
+  }
+
+  // A newer request elsewhere in the film takes the run along.
+  bool IsReplaced() const {
+    const int64_t asked = folder_.LastAskedFor();
+    return asked < number_ || asked > number_ + 1;
+  }
+
+  Answer MakeAndSend(std::optional<LibOrvoQMX::StreamLock>& place) {
+    for (int tries = 0; tries < kTries && (tries == 0 || !IsReplaced()); ++tries) {
+      if (!run_.Reach(number_, place)) {
+        return Answer::Failure(kInternal, "The transcoder could not be started.");
+      }
+      if (Await()) {
+        return Answer::Sent();
+      }
+      if (rendition_.IsEncodedPicture() && !LibMirevo::TransLoading().TransEnable(false)) {
+        return Answer::Failure("TransEnable");
+      }
+    }
+    return Answer::Failure("NotReady");
+  }
+
+  // Sends the segment if it comes.
+  bool Await() {
+    switch (run_.Await(number_)) {
+      case CmafRun::State::kComplete:
+        return SendComplete();
+      case CmafRun::State::kGrowing:
+        return SendGrowing(run_.UnfinishedPath(number_), run_.SegmentPath(number_),
+                           ContentTypeOf(rendition_), [this] { return IsComing(); }) ||
+               SendComplete();
+      default:
+        return SendComplete();
+    }
+  }
+
+  bool IsComing() const { return run_.Look(number_) == CmafRun::State::kGrowing && !IsReplaced(); }
+
+  const Request& request_;
+  const CmafRendition& rendition_;
+  CmafRun run_;
+  LibOrvoQMX::StreamDirectory folder_;
+  LibOrvoQMX::StreamDirectory stream_;
+  int number_;
+};
+
+Answer SendHeader(const Request& request, const Ticket& ticket, const CmafRendition& rendition) {
+  const CmafRun run(ticket.StreamId(), ticket.Path(), rendition);
+  if (!run.MakeFolder() || !run.MakeHeader()) {
+    return Answer::Failure(kInternal, "The header of this rendition could not be made.");
+  }
+  return SendFile(request, run.HeaderPath(), ContentTypeOf(rendition), kKeepSegment)
+             ? Answer::Sent()
+             : Answer::Failure(kInternal);
+}
+
+Answer SendPiece(const Request& request, const Ticket& ticket, const CmafPresentation& presentation,
+                 const CmafRendition& rendition) {
+  if (request.Text("segment") == "init") {
+    return SendHeader(request, ticket, rendition);
+  }
+  const auto number = request.Number("segment", kMaxSegment);
+  if (!number) {
+    return Answer::Failure(kBadRequest, "The segment must be a number or init.");
+  }
+  if (*number >= presentation.plan.Count()) {
+    return Answer::Failure(kNotFound, "The film ends before this segment.");
+  }
+  return SegmentRequest(request, ticket, rendition, static_cast<int>(*number)).Send();
+}
+
+// --- Playlists ---
+
+Answer SendSubtitlePlaylist(const Request& request, const Ticket& ticket,
+                            CmafPresentation& presentation) {
+  AddSubtitles(ticket, presentation);
+  const std::string id = request.Text("subtitle_id");
+  for (const auto& subtitle : presentation.subtitles) {
+    if (subtitle.id == id) {
+      return SendText(request, kPlaylistType, SubtitlePlaylist(presentation, id));
+    }
+  }
+  return Answer::Failure(kNotFound, "The film has no such subtitles.");
+}
+
+Answer SendPlaylist(const Request& request, const Ticket& ticket, CmafPresentation& presentation) {
+  const std::string type = request.Text("playlist_type");
+  if (type == "subtitle") {
+    return SendSubtitlePlaylist(request, ticket, presentation);
+  }
+  AddSubtitles(ticket, presentation);
+  return type == "dash" ? SendText(request, kManifestType, DashManifest(presentation))
+                        : SendText(request, kPlaylistType, MultivariantPlaylist(presentation));
+}
+
+// Can a viewer see nothing without a transcoder?
+bool NeedsPlace(const CmafPresentation& presentation) {
+  const auto& list = presentation.renditions;
+  return std::all_of(list.begin(), list.end(),
+                     [](const CmafRendition& rendition) {
+                       return !rendition.isPicture || rendition.IsEncodedPicture();
+                     }) &&
+         std::any_of(list.begin(), list.end(),
+                     [](const CmafRendition& rendition) { return rendition.isPicture; });
+}
+
+}  // namespace
+
+std::string CmafComplaint(const Request& request) {
+  constexpr std::string_view kCodecCharacters =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.,-_ ";
+  constexpr size_t kLongest = 1000;
+  const std::string codecs = request.Text("codecs");
+  if (codecs.size() > kLongest || codecs.find_first_not_of(kCodecCharacters) != std::string::npos) {
+    return "The codecs are names with commas between them.";
+  }
+  const std::string range = request.Text("dynamic_range");
+  if (request.Has("dynamic_range") && range != "hdr" && range != "sdr") {
+    return "The dynamic_range is hdr or sdr.";
+  }
+  for (const char* const name : {"max_height", "max_bitrate"}) {
+    if (request.Has(name) && !request.Number(name, kHighestBound)) {
+      return std::string("The ") + name + " must be a whole number.";
+    }
+  }
+  return "";
+}
+
+std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& streamId) {
+  using LibOrvoQMX::QMXStream;
+  const std::string id =
+      streamId.empty() ? QMXStream::GetRandStreamID(film.GetFilePath()) : streamId;
+  Json::Value record = film.GetDocument();
+  record["profile_key"] = kCmafProfile;
+  record["profile_value"] = "";
+  if (id.empty()) {
+    return "";
+  }
+  if (!QMXStream::CreateTmpDir(id, LibOrvoQMX::kCmafKind, ProfileFile(), kCmafProfile, 0)) {
+    return "TransSapceNotEnough";
+  }
+  const LibOrvoQMX::StreamDirectory directory(LibOrvoQMX::kCmafKind, id);
+  return LibMirevo::WriteJsonToFile(directory.RecordPath(), record) ? id : "";
+}
+
+Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
+  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), ticket.Path())) {
+    CloseCmaf(ticket.StreamId());
+    return Answer::Failure("TransVideoNotSupported",
+                           "The segments of this film cannot be planned.");
+  }
+  const auto presentation = PresentationOf(ticket);
+  if (!presentation || presentation->renditions.empty()) {
+    CloseCmaf(ticket.StreamId());
+    return Answer::Failure("TransVideoNotSupported");
+  }
+  if (NeedsPlace(*presentation) && !LibMirevo::TransLoading().TransEnable(false)) {
+    CloseCmaf(ticket.StreamId());
+    return Answer::Failure("TransEnable");
+  }
+  ticket.Directory().MarkAccess();
+  data["content_type"] = kPlaylistType;
+  return Answer::Sent();
+}
+
+Answer PlayCmaf(const Request& request, const Ticket& ticket) {
+  auto presentation = PresentationOf(ticket);
+  if (!presentation) {
+    return Answer::Failure(kInternal);
+  }
+  if (!request.Has("rendition")) {
+    return SendPlaylist(request, ticket, *presentation);
+  }
+  const CmafRendition* const rendition = presentation->Find(request.Text("rendition"));
+  if (rendition == nullptr) {
+    return Answer::Failure(kNotFound, "This stream has no such rendition.");
+  }
+  return request.Has("segment")
+             ? SendPiece(request, ticket, *presentation, *rendition)
+             : SendText(request, kPlaylistType, MediaPlaylist(*presentation, *rendition));
+}
+
+void CloseCmaf(const std::string& streamId) {
+  LibOrvoQMX::CloseCmafStream(streamId);
+}
+
+double CmafPosition(const Ticket& ticket) {
+  const auto plan =
+      orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
+  const int64_t asked = ticket.Directory().LastAskedFor();
+  if (!plan || asked < 0 || asked >= plan->Count()) {
+    return 0;
+  }
+  return static_cast<double>(plan->Start(static_cast<int>(asked))) / orvo::kPlanClock;
+}
+
+}  // namespace webapi

@@ -1,0 +1,35 @@
+// Plays a CMAF presentation.
+#pragma once
+
+#include <string>
+
+#include "metadata/video_metadata.h"
+#include "webapi/access/ticket.h"
+#include "webapi/http/answer.h"
+#include "webapi/http/request.h"
+
+namespace webapi {
+
+// The profile of such a stream: the client's codecs decide instead.
+inline constexpr char kCmafProfile[] = "cmaf";
+
+// What is wrong with the request's parameters for this kind; "" if nothing is.
+std::string CmafComplaint(const Request& request);
+
+// Makes the directory and the record of such a stream, with the id `streamId` or, for "", a new
+// one. Returns the id; the library's error word if there is no space.
+std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& streamId);
+
+// Plans the segments of a newly opened stream. A failure leaves no directory.
+Answer PrepareCmaf(const Ticket& ticket, Json::Value& data);
+
+// Sends a playlist, the manifest, the header of the request's "rendition", or its "segment", which
+// may still be growing.
+Answer PlayCmaf(const Request& request, const Ticket& ticket);
+
+void CloseCmaf(const std::string& streamId);
+
+// The second of the film that the last requested segment of any rendition begins at.
+double CmafPosition(const Ticket& ticket);
+
+}  // namespace webapi

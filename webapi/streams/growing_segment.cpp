@@ -1,0 +1,114 @@
+#include "webapi/streams/growing_segment.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "platform/unique_fd.h"
+#include "webapi/http/send_file.h"
+
+namespace webapi {
+namespace {
+
+constexpr int kLookAgainMilliseconds = 1000;
+constexpr size_t kBoxHead = 8;
+
+class GrowingSegment {
+ public:
+  explicit GrowingSegment(const std::string& path)
+      : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)),
+        changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    inotify_add_watch(changes_.Get(), path.c_str(), IN_MODIFY | IN_MOVE_SELF | IN_CLOSE_WRITE);
+  }
+
+  bool IsOpen() const { return file_.IsOpen() && changes_.IsOpen(); }
+
+  // Is this file the one at `path`?
+  bool IsAt(const std::string& path) const {
+    struct stat own {};
+    struct stat there {};
+    return fstat(file_.Get(), &own) == 0 && stat(path.c_str(), &there) == 0 &&
+           own.st_ino == there.st_ino && own.st_dev == there.st_dev;
+  }
+
+  bool HasPairs() { return EndOfPairs() > sent_; }
+
+  // Sends what has come. Returns false when the client has gone.
+  bool SendPairs() {
+    const off_t end = EndOfPairs();
+    while (sent_ < end) {
+      if (sendfile(STDOUT_FILENO, file_.Get(), &sent_, static_cast<size_t>(end - sent_)) <= 0) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  void Wait() const {
+    pollfd change{changes_.Get(), POLLIN, 0};
+    poll(&change, 1, kLookAgainMilliseconds);
+    std::array<char, 4096> ignored{};
+    while (read(changes_.Get(), ignored.data(), ignored.size()) > 0) {
+    }
+  }
+
+ private:
+  // The end of the last complete pair.
+  off_t EndOfPairs() {
+    struct stat status {};
+    std::array<unsigned char, kBoxHead> head{};
+    off_t place = known_;
+    while (fstat(file_.Get(), &status) == 0 &&
+           pread(file_.Get(), head.data(), head.size(), place) == kBoxHead) {
+      const off_t size = static_cast<off_t>(head[0]) << 24 | head[1] << 16 | head[2] << 8 | head[3];
+      place += size;
+      if (size < static_cast<off_t>(kBoxHead) || place > status.st_size) {
+        break;
+      }
+      if (memcmp(head.data() + 4, "mdat", 4) == 0) {
+        known_ = place;
+      }
+    }
+    return known_;
+  }
+
+  orvo::UniqueFd file_;
+  orvo::UniqueFd changes_;
+  off_t known_ = 0;  // the end of the last known pair
+  off_t sent_ = 0;
+};
+
+}  // namespace
+
+bool SendGrowing(const std::string& unfinished, const std::string& finished,
+                 const std::string& contentType, const std::function<bool()>& isAlive) {
+  GrowingSegment segment(unfinished);
+  if (!segment.IsOpen()) {
+    return false;
+  }
+  bool hasBegun = false;
+  for (;;) {
+    const bool isOver = segment.IsAt(finished) || !isAlive();
+    if (segment.HasPairs() && !hasBegun) {
+      SendFileHeaders(contentType);
+      hasBegun = true;
+    }
+    if (!segment.SendPairs()) {
+      return hasBegun;
+    }
+    if (isOver) {
+      return hasBegun;
+    }
+    segment.Wait();
+  }
+}
+
+}  // namespace webapi
