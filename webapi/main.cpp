@@ -14,6 +14,7 @@
 #include "webapi/access/origin.h"
 #include "webapi/choice/film_info.h"
 #include "webapi/http/answer.h"
+#include "webapi/http/deadline.h"
 #include "webapi/http/request.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/history.h"
@@ -30,25 +31,39 @@ using webapi::Answer;
 using webapi::Request;
 using webapi::Right;
 
+// The time until an answer begins, in seconds (http/deadline.h).
+constexpr unsigned kPlainSeconds = 30;    // locks are waited for 10 s
+constexpr unsigned kFilmSeconds = 60;     // a place 15 s, a probe 10 s, a picture 10 s
+constexpr unsigned kStreamSeconds = 300;  // twice: a transcoder 60 s, its first bytes 30 s, a lock
+constexpr unsigned kTrackSeconds = 150;   // two queues of 60 s; the conversion has its own time
+
 struct Call {
   const char* api;
   const char* method;
   Answer (*handle)(const Request& request);
   Right right = Right::kAccount;
   bool isPost = false;  // accepts parameters only from the body, never from the address
+  unsigned seconds = kPlainSeconds;
 };
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list", webapi::ListFolder},
-    Call{"ORVO.Mirevo2.Library", "info", webapi::DescribeFilm},
-    Call{"ORVO.Mirevo2.Library", "search", webapi::SearchFilms},
-    Call{"ORVO.Mirevo2.Library", "card", webapi::DescribeCard},
-    Call{"ORVO.Mirevo2.Library", "poster", webapi::SendPoster},
-    Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail},
-    Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream},
-    Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink},
+    Call{"ORVO.Mirevo2.Library", "info", webapi::DescribeFilm, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "search", webapi::SearchFilms, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "card", webapi::DescribeCard, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "poster", webapi::SendPoster, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink, false,
+         kStreamSeconds},
     Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},
     Call{"ORVO.Mirevo2.Streaming", "state", webapi::DescribeStreamState},
-    Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle, Right::kLink},
+    Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle, Right::kLink, false, kTrackSeconds},
     Call{"ORVO.Mirevo2.History", "list", webapi::ListHistory},
     Call{"ORVO.Mirevo2.History", "get", webapi::GetHistory},
     Call{"ORVO.Mirevo2.History", "save", webapi::SaveHistory, Right::kAccount, true},
@@ -82,6 +97,7 @@ Answer Make(const Call& call, Request& request) {
     return Answer::Failure(webapi::kBadRequest,
                            "The parameters of this call must be in the body, not in the address.");
   }
+  webapi::SetDeadline(call.seconds);
   request.SetCaller(webapi::FindCaller(request, call.right));
   const webapi::Caller& caller = request.MadeBy();
   Answer refusal = Answer::Failure(webapi::kInternal);
@@ -135,6 +151,8 @@ int main() {
   // client is gone.
   signal(SIGPIPE, SIG_DFL);
   signal(SIGTERM, SIG_DFL);
+  signal(SIGALRM, SIG_DFL);
+  webapi::SetDeadline(kPlainSeconds);
   const Request blank;
   Serve(blank).Send(blank.Method() == "HEAD");
   return 0;

@@ -6,19 +6,40 @@
 
 #include <cerrno>
 
+#include "platform/interruption.h"
+
 namespace orvo {
 namespace {
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
-// Makes one of the two lock calls, and repeats it while signals interrupt it.
+// Makes one of the two lock calls. `call` waits if its argument is true; signals interrupt it.
 template <typename Call>
-bool Repeat(Call call) {
-  int result = 0;
+bool LockWithin(int milliseconds, Call call) {
+  const bool isFree = call(false) == 0;
+  if (isFree || milliseconds <= 0) {
+    return isFree;
+  }
+  const Interruption interruption(milliseconds);
+  int result = -1;
   do {
-    result = call();
-  } while (result != 0 && errno == EINTR);
+    result = call(true);
+  } while (result != 0 && errno == EINTR && !interruption.IsDue());
   return result == 0;
+}
+
+int LockWhole(const UniqueFd& file, bool wait) {
+  return flock(file.Get(), wait ? LOCK_EX : LOCK_EX | LOCK_NB);
+}
+
+// `type`: F_WRLCK or F_UNLCK.
+int SetByte(const UniqueFd& file, int64_t byte, short type, bool wait) {
+  struct flock wish {};
+  wish.l_type = type;
+  wish.l_whence = SEEK_SET;
+  wish.l_start = byte;
+  wish.l_len = 1;
+  return fcntl(file.Get(), wait ? F_OFD_SETLKW : F_OFD_SETLK, &wish);
 }
 
 // Opens the file of a lock. `access` is as for open().
@@ -30,15 +51,6 @@ UniqueFd Open(const std::string& path, int access) {
   if (file.IsOpen() && fstat(file.Get(), &status) == 0 && status.st_uid == geteuid() &&
       (status.st_mode & ACCESSPERMS) != kOwnerOnly) {
     fchmod(file.Get(), kOwnerOnly);
-  }
-  return file;
-}
-
-UniqueFd LockWhole(const std::string& path, int operation) {
-  // Read access is enough for this kind of lock. A file of another user may allow no more.
-  UniqueFd file = Open(path, O_RDONLY);
-  if (file.IsOpen() && !Repeat([&] { return flock(file.Get(), operation); })) {
-    file.Reset();
   }
   return file;
 }
@@ -55,17 +67,23 @@ int64_t PlaceOf(const std::string& name) {
 
 }  // namespace
 
-FileLock FileLock::Wait(const std::string& path) {
-  return FileLock(LockWhole(path, LOCK_EX));
+FileLock FileLock::Wait(const std::string& path, int milliseconds) {
+  // Read access is enough for this kind of lock. A file of another user may allow no more.
+  UniqueFd file = Open(path, O_RDONLY);
+  if (file.IsOpen() &&
+      !LockWithin(milliseconds, [&](bool wait) { return LockWhole(file, wait); })) {
+    file.Reset();
+  }
+  return FileLock(std::move(file));
 }
 
 FileLock FileLock::Try(const std::string& path) {
-  return FileLock(LockWhole(path, LOCK_EX | LOCK_NB));
+  return Wait(path, 0);
 }
 
-FileLock FileLock::WaitFor(const std::string& name, const std::string& path) {
+FileLock FileLock::WaitFor(const std::string& name, const std::string& path, int milliseconds) {
   UniqueFd file = OpenLockFile(path);
-  if (file.IsOpen() && !LockByte(file, PlaceOf(name), true)) {
+  if (file.IsOpen() && !LockByte(file, PlaceOf(name), milliseconds)) {
     file.Reset();
   }
   return FileLock(std::move(file));
@@ -75,13 +93,12 @@ UniqueFd OpenLockFile(const std::string& path) {
   return Open(path, O_RDWR);
 }
 
-bool LockByte(const UniqueFd& file, int64_t byte, bool wait) {
-  struct flock wish {};
-  wish.l_type = F_WRLCK;
-  wish.l_whence = SEEK_SET;
-  wish.l_start = byte;
-  wish.l_len = 1;
-  return Repeat([&] { return fcntl(file.Get(), wait ? F_OFD_SETLKW : F_OFD_SETLK, &wish); });
+bool LockByte(const UniqueFd& file, int64_t byte, int milliseconds) {
+  return LockWithin(milliseconds, [&](bool wait) { return SetByte(file, byte, F_WRLCK, wait); });
+}
+
+void UnlockByte(const UniqueFd& file, int64_t byte) {
+  SetByte(file, byte, F_UNLCK, false);
 }
 
 }  // namespace orvo

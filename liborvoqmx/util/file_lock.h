@@ -15,16 +15,21 @@
 
 namespace orvo {
 
+// A process holds such a lock for moments. One that holds it for this time is stuck, and the others
+// go on without the lock or give up.
+inline constexpr int kLockMilliseconds = 10000;
+
 class ORVO_API FileLock {
  public:
-  // Waits for the lock on the file `path`.
-  static FileLock Wait(const std::string& path);
+  // Waits for the lock on the file `path`, at most `milliseconds`.
+  static FileLock Wait(const std::string& path, int milliseconds = kLockMilliseconds);
   // Does not wait. The result is not held if another process holds the lock.
   static FileLock Try(const std::string& path);
-  // Waits for the lock on `name`. The file `path` serves many names.
-  static FileLock WaitFor(const std::string& name, const std::string& path);
+  // The same for the lock on `name`. The file `path` serves many names.
+  static FileLock WaitFor(const std::string& name, const std::string& path,
+                          int milliseconds = kLockMilliseconds);
 
-  // False if another process holds the lock or the file cannot be opened.
+  // False if another process still holds the lock or the file cannot be opened.
   bool IsHeld() const { return file_.IsOpen(); }
 
  private:
@@ -37,8 +42,11 @@ class ORVO_API FileLock {
 // set.
 ORVO_API UniqueFd OpenLockFile(const std::string& path);
 
-// Locks one byte of an open file. The byte represents one place or name. With `wait`, waits until
-// it is free; otherwise returns false if another process holds it.
-ORVO_API bool LockByte(const UniqueFd& file, int64_t byte, bool wait);
+// Locks one byte of an open file. The byte represents one place or name. Waits at most
+// `milliseconds` until it is free. Returns false if another process still holds it.
+ORVO_API bool LockByte(const UniqueFd& file, int64_t byte, int milliseconds);
+
+// Gives such a byte free.
+ORVO_API void UnlockByte(const UniqueFd& file, int64_t byte);
 
 }  // namespace orvo

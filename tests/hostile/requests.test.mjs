@@ -1,6 +1,9 @@
 // Attacks with requests: clients that leave, that never read or send, and that come in crowds.
 import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
 import fs from 'node:fs';
+import http from 'node:http';
 import net from 'node:net';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
@@ -11,6 +14,14 @@ const transcode = { profile: 'http_mp4_240p_vb300_ab96' };
 const film = (name) => path.join(media, name);
 const perAddress = 600; // more connections than one address may have
 const soon = 5000; // for an answer that takes a few milliseconds on an idle machine
+// Locks a whole file, as F_OFD_SETLK does, and says so.
+const lockAll = `
+import fcntl, struct, sys
+file = open(sys.argv[1], "r+")
+fcntl.fcntl(file, 37, struct.pack("hhqqi4x", fcntl.F_WRLCK, 0, 0, 0, 0))
+print("locked", flush=True)
+sys.stdin.read()
+`;
 let service;
 let folder;
 let port;
@@ -33,11 +44,13 @@ async function connect(from = '127.0.0.1') {
   return socket;
 }
 
-// Opens `count` connections from addresses 127.0.1.1, 127.0.1.2, ... with `each` from one address.
+let crowds = 0;
+// Opens `count` connections, `each` from one address. Each crowd has addresses of its own.
 async function crowd(count, each) {
+  const network = `127.1.${(crowds += 1)}`;
   const sockets = [];
   while (sockets.length < count) {
-    const from = `127.0.1.${1 + Math.floor(sockets.length / each)}`;
+    const from = `${network}.${1 + Math.floor(sockets.length / each)}`;
     sockets.push(...(await Promise.all(Array.from({ length: Math.min(100, each) }, () => connect(from)))));
   }
   return sockets;
@@ -147,16 +160,18 @@ test('clients that read nothing of a large film leave room for others', async ()
   }
   for (let i = 0; i < 5; ++i) assert.ok((await ask()) < 20000);
   leave(readers);
+  await eventually(() => (service.requestProcesses().length === 0 ? true : undefined), 30000);
   await service.call('Streaming', 'close', { format: 'direct', stream_id: data.stream_id });
   fs.rmSync(large);
 });
 
 test('one address has a limited number of connections, and leaving makes room', async () => {
   const sockets = await crowd(perAddress, perAddress);
-  await eventually(() => (sockets.filter((socket) => socket.closed).length === perAddress - 512 ? true : undefined));
+  const address = `127.1.${crowds}.1`;
+  await eventually(() => (sockets.filter((socket) => socket.closed).length >= perAddress - 512 ? true : undefined));
   leave(sockets);
   await eventually(async () => {
-    const again = await connect('127.0.1.1');
+    const again = await connect(address);
     again.write(`${head(`${service.address}/`)}Connection: close\r\n\r\n`);
     await new Promise((resolve) => again.on('data', resolve).on('close', resolve));
     again.destroy();
@@ -175,4 +190,81 @@ test('a proxy has no such limit', async () => {
   assert.equal(proxied.filter((socket) => socket.closed).length, 0);
   leave([...proxied, ...stranger]);
   await own.stop();
+});
+
+// Opens a film from an address of this machine. Returns the answer with its time in milliseconds.
+async function openFrom(from, parameters) {
+  const start = performance.now();
+  const address = service.query('Streaming', 'open', parameters);
+  const request = http.get(address, { localAddress: from, agent: false, headers: { 'User-Agent': 'VLC/3.0.20' } });
+  const [response] = await once(request, 'response');
+  const answer = JSON.parse(Buffer.concat(await response.toArray()).toString());
+  return { status: response.statusCode, headers: response.headers, time: performance.now() - start, ...answer };
+}
+
+async function closeAll(answers, format) {
+  for (const { data } of answers) {
+    if (!data?.stream_id) continue;
+    const closed = await service.call('Streaming', 'close', { format, stream_id: data.stream_id });
+    assert.equal(closed.status, 200, JSON.stringify(closed.error));
+  }
+}
+
+test('of 300 openings at once a few wait, and the others are refused at once', async () => {
+  const parameters = { format: 'hls', path: film('h264_ac3.mkv') };
+  const answers = await Promise.all(Array.from({ length: 300 }, (_, i) => openFrom(`127.0.5.${1 + (i % 200)}`, parameters)));
+  const refused = answers.filter(({ status }) => status === 503);
+  assert.ok(answers.every(({ status }) => [200, 503].includes(status)));
+  assert.ok(refused.length > 0 && refused.length < 300, `${refused.length} refused`);
+  for (const { headers, error } of refused) {
+    assert.equal(error.reason, 'Busy');
+    assert.ok(Number(headers['retry-after']) > 0);
+  }
+  await closeAll(answers, 'hls');
+  await service.isQuiet();
+});
+
+test('one client has a limited number of open streams, and forgotten ones give way', async () => {
+  const client = '127.0.6.1';
+  const parameters = { format: 'direct', path: film('h264_aac.mp4') };
+  const tickets = () => fs.readdirSync(path.join(service.root, 'tmp/Mirevo/tickets')).filter((name) => /^[0-9a-f]{32}_/.test(name));
+  const answers = [];
+  for (let i = 0; i < 200; i += 4) {
+    answers.push(...(await Promise.all(Array.from({ length: 4 }, () => openFrom(client, parameters)))));
+  }
+  assert.ok(answers.every(({ status }) => status === 200));
+  const refused = await openFrom(client, parameters);
+  assert.equal(refused.status, 429);
+  assert.ok(Number(refused.headers['retry-after']) > 0);
+  const other = await openFrom('127.0.6.2', parameters);
+  assert.equal(other.status, 200, 'another client');
+  assert.equal(tickets().length, 201);
+  // Nobody has used the first one for an hour.
+  const [{ data: forgotten }] = answers;
+  const then = Date.now() / 1000 - 3600;
+  for (const name of [`tickets/${forgotten.stream_id}`, `DIRECT/${forgotten.stream_id}/access_status`]) {
+    fs.utimesSync(path.join(service.root, 'tmp/Mirevo', name), then, then);
+  }
+  answers.push(other, await openFrom(client, parameters));
+  assert.equal(answers.at(-1).status, 200);
+  assert.equal(tickets().length, 201);
+  assert.ok(!tickets().includes(forgotten.stream_id));
+  await closeAll(answers, 'direct');
+  await service.isQuiet();
+});
+
+test('a request that waits for a lock gives up in time', async () => {
+  const stream = await service.open(film('long.mkv'), transcode);
+  const ticket = path.join(service.root, 'tmp/Mirevo/tickets', stream.stream_id);
+  assert.ok(fs.existsSync(ticket));
+  // A request that was stopped while it held the ticket. The lock is the byte that the id names.
+  const holder = spawn('python3', ['-c', lockAll, path.join(service.root, 'tmp/Mirevo/tickets/.locks')], { stdio: ['pipe', 'pipe', 'inherit'] });
+  await once(holder.stdout, 'data');
+  const start = performance.now();
+  const { status, error } = await service.call('Streaming', 'close', { format: 'http', stream_id: stream.stream_id });
+  assert.equal(status, 503, JSON.stringify(error));
+  assert.ok(performance.now() - start < 30000);
+  holder.kill('SIGKILL');
+  await once(holder, 'exit');
+  assert.equal((await service.close(stream)).status, 200);
 });

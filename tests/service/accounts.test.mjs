@@ -470,7 +470,7 @@ test('the service listens beyond this machine only with accounts', async () => {
   // A player on another machine gets an address that it can reach, if this machine has a network.
   const [network] = Object.values(os.networkInterfaces()).flat().filter(({ family, internal, address }) => family === 'IPv4' && !internal && !address.startsWith('169.254.'));
   const film = path.join(folder, 'shared/film.mkv');
-  const { data } = await own.call('Streaming', 'open', { format: 'direct', path: film, _sid: sid });
+  const { data } = await own.call('Streaming', 'open', { format: 'http', path: film, _sid: sid });
   assert.equal(data.network_url, network && data.url.replace('127.0.0.1', network.address));
   own.account(['remove', 'anna']);
   await refuses(own.call('Library', 'list'), 401);

@@ -23,6 +23,15 @@ TEST_F(FileLocks, AreHeldByOneAtATime) {
   EXPECT_TRUE(FileLock::Try(path).IsHeld());
 }
 
+TEST_F(FileLocks, AreWaitedForForALimitedTime) {
+  const std::string path = Path("/lock");
+  const auto held = FileLock::Wait(path);
+  EXPECT_FALSE(FileLock::Wait(path, 50).IsHeld());
+  const auto name = FileLock::WaitFor("one", Path("/names"));
+  EXPECT_FALSE(FileLock::WaitFor("one", Path("/names"), 50).IsHeld());
+  EXPECT_TRUE(FileLock::WaitFor("two", Path("/names"), 50).IsHeld());
+}
+
 TEST_F(FileLocks, AreReleasedWithTheirProcess) {
   const std::string path = Path("/lock");
   test::InChild([&] {

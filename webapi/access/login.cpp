@@ -4,8 +4,10 @@
 #include <string>
 
 #include "accounts/attempts.h"
+#include "accounts/known_clients.h"
 #include "accounts/sessions.h"
 #include "webapi/access/identity.h"
+#include "webapi/http/work.h"
 
 namespace webapi {
 namespace {
@@ -40,6 +42,17 @@ Answer Welcome(const Request& request, const accounts::Account& account, int64_t
   return answer;
 }
 
+// The bucket of tries for this account. Strangers share one. A client from which the account has
+// logged in before, or whose session is the account's, has one of its own.
+std::string AccountBucket(const Request& request, const std::string& name,
+                          const std::string& client) {
+  if (request.MadeBy().account == name && !name.empty()) {
+    return "session of " + name;
+  }
+  return accounts::IsKnownClient(name, client) ? "account " + name + " at " + client
+                                               : "account " + name;
+}
+
 }  // namespace
 
 Answer LogIn(const Request& request) {
@@ -48,13 +61,19 @@ Answer LogIn(const Request& request) {
   }
   const int64_t now = time(nullptr);
   const std::string name = request.Text("account");
-  const Attempts byAddress("address " + accounts::ClientOf(request.ClientAddress()),
-                           accounts::kPerAddress, now);
-  const Attempts byAccount("account " + name, accounts::kPerAccount, now);
+  const std::string client = accounts::ClientOf(request.ClientAddress());
+  const Attempts byAddress("address " + client, accounts::kPerAddress, now);
+  const Attempts byAccount(AccountBucket(request, name, client), accounts::kPerAccount, now);
   int64_t wait = byAddress.Take();
   wait = wait > 0 ? wait : byAccount.Take();
   if (wait > 0) {
     return AskForPatience(wait);
+  }
+  const auto place = TakePlace(kLoginWork);
+  if (!place) {
+    byAddress.GiveBack();
+    byAccount.GiveBack();
+    return Answer::Failure(kBusy, "Many people are logging in. Try again in a few seconds.");
   }
   const auto account = accounts::Verify(name, request.Text("passwd"));
   if (!account) {
@@ -63,6 +82,7 @@ Answer LogIn(const Request& request) {
   byAddress.GiveBack();
   byAccount.GiveBack();
   Attempts::Sweep(now);
+  accounts::RememberClient(account->name, client);
   return Welcome(request, *account, now);
 }
 

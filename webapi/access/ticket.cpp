@@ -48,8 +48,9 @@ bool IsContent(const Json::Value& content) {
   return content.isObject() && content["record"].isObject() && !TextIn(content, "kind").empty();
 }
 
-// The lock of one ticket. All tickets share one lock file, which is never removed. A lock file that
-// disappears with its ticket would not protect the next ticket of that name.
+// The lock of one ticket, or of another file beside it. All tickets share one lock file, which is
+// never removed. A lock file that disappears with its ticket would not protect the next ticket of
+// that name.
 orvo::FileLock Hold(const std::string& streamId) {
   return orvo::FileLock::WaitFor(streamId, TicketFolder() + kLock);
 }
@@ -59,7 +60,7 @@ time_t ModifiedAt(const std::string& path) {
   return stat(path.c_str(), &status) == 0 ? status.st_mtime : 0;
 }
 
-bool Exists(const std::string& path) {
+bool IsThere(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
@@ -98,7 +99,7 @@ Ticket::Ticket(std::string streamId, Json::Value content)
 
 std::optional<Ticket> Ticket::Read(const std::string& streamId) {
   const std::string path = PathOf(streamId);
-  if (!IsStreamId(streamId) || !orvo::IsOwnFolder(TicketFolder()) || !Exists(path)) {
+  if (!IsStreamId(streamId) || !orvo::IsOwnFolder(TicketFolder()) || !IsThere(path)) {
     return std::nullopt;
   }
   Json::Value content;
@@ -106,7 +107,7 @@ std::optional<Ticket> Ticket::Read(const std::string& streamId) {
     return Ticket(streamId, std::move(content));
   }
   // Another request may have removed it since the first check.
-  if (Exists(path)) {
+  if (IsThere(path)) {
     ORVO_LOG("The ticket [%s] cannot be read", path.c_str());
   }
   return std::nullopt;
@@ -131,6 +132,23 @@ std::vector<std::string> Ticket::All() {
     }
   }
   return ids;
+}
+
+time_t Ticket::ChangedAt(const std::string& streamId) {
+  return ModifiedAt(PathOf(streamId));
+}
+
+bool Ticket::Exists(const std::string& streamId) {
+  return IsStreamId(streamId) && IsThere(PathOf(streamId));
+}
+
+std::string Ticket::FolderPath() {
+  return TicketFolder();
+}
+
+orvo::FileLock Ticket::LockFolder(const std::string& name) {
+  orvo::MakePrivateFolder(TicketFolder());
+  return Hold(name);
 }
 
 std::string Ticket::Kind() const {
@@ -196,7 +214,7 @@ std::string Ticket::RecordPath() const {
 }
 
 bool Ticket::HasDirectory() const {
-  return Exists(RecordPath());
+  return IsThere(RecordPath());
 }
 
 HeldTicket::HeldTicket(std::string streamId, Json::Value content, orvo::FileLock lock)
@@ -217,12 +235,22 @@ std::optional<HeldTicket> HeldTicket::Create(const std::string& streamId, const 
 }
 
 std::optional<HeldTicket> HeldTicket::Take(const std::string& streamId) {
+  Answer ignored = Answer::Failure(kNotFound);
+  return Take(streamId, ignored);
+}
+
+std::optional<HeldTicket> HeldTicket::Take(const std::string& streamId, Answer& refusal) {
+  refusal = Answer::Failure(kNotFound, kStreamClosed);
   // A lock would create its file. Without a ticket there is nothing to lock.
-  if (!IsStreamId(streamId) || !Exists(PathOf(streamId))) {
+  if (!Exists(streamId)) {
     return std::nullopt;
   }
   auto lock = Hold(streamId);
-  auto ticket = lock.IsHeld() ? Read(streamId) : std::nullopt;
+  if (!lock.IsHeld()) {
+    refusal = Answer::Failure(kBusy, "Another request of this stream has not ended.");
+    return std::nullopt;
+  }
+  auto ticket = Read(streamId);
   return ticket ? std::optional(HeldTicket(streamId, ticket->Content(), std::move(lock)))
                 : std::nullopt;
 }

@@ -47,6 +47,17 @@ class Ticket {
   // The ids of all tickets.
   static std::vector<std::string> All();
 
+  // When the ticket of this stream was last written; 0 if there is none.
+  static time_t ChangedAt(const std::string& streamId);
+
+  // Is there a ticket for this stream?
+  static bool Exists(const std::string& streamId);
+
+  // The private folder of all tickets, and a lock on a file of that name in it. Not held if the
+  // folder cannot be made or another process holds it for too long.
+  static std::string FolderPath();
+  static orvo::FileLock LockFolder(const std::string& name);
+
   const std::string& StreamId() const { return streamId_; }
   const Json::Value& Content() const { return content_; }
   std::string Kind() const;
@@ -92,7 +103,9 @@ class HeldTicket : public Ticket {
   static std::optional<HeldTicket> Create(const std::string& streamId, const std::string& kind,
                                           const Json::Value& parameters);
 
-  // Waits until no other process holds the ticket. Returns nothing if it no longer exists then.
+  // Waits until no other process holds the ticket, for a limited time. Returns nothing if it no
+  // longer exists then or is still held, and sets `refusal` to the answer.
+  static std::optional<HeldTicket> Take(const std::string& streamId, Answer& refusal);
   static std::optional<HeldTicket> Take(const std::string& streamId);
 
   // Returns false if the ticket cannot be written.

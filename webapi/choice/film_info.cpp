@@ -3,6 +3,7 @@
 #include "metadata/video_metadata.h"
 #include "util/subtitle.h"
 #include "webapi/choice/explain.h"
+#include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -51,6 +52,10 @@ Answer DescribeFilm(const Request& request) {
   const auto file = OpenFilm(request.Text("path"), refusal);
   if (!file) {
     return refusal;
+  }
+  const auto place = TakePlace(kFilmWork);
+  if (!place) {
+    return Answer::Failure(kBusy);
   }
   VideoMetaData film;
   if (!film.LoadFile(*file)) {

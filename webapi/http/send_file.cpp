@@ -14,6 +14,7 @@
 #include "platform/io.h"
 #include "platform/unique_fd.h"
 #include "webapi/http/byte_range.h"
+#include "webapi/http/deadline.h"
 
 namespace webapi {
 namespace {
@@ -61,6 +62,7 @@ bool IsRangeOfThis(const Request& request, const std::string& tag, const std::st
 }
 
 void Copy(int file, const ByteRange& range) {
+  RemoveDeadline();
   off_t offset = range.first;
   while (offset <= range.last &&
          sendfile(STDOUT_FILENO, file, &offset, static_cast<size_t>(range.last + 1 - offset)) > 0) {

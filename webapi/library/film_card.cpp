@@ -2,9 +2,9 @@
 
 #include "metadata/video_metadata.h"
 #include "util/json_utils.h"
+#include "webapi/http/work.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_traits.h"
-#include "webapi/library/job_queue.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -44,7 +44,7 @@ bool LoadOrProbe(const orvo::MediaFile& film, Json::Value& facts) {
   if (Load(kept, facts)) {
     return true;
   }
-  const auto place = JobPlace::Take();
+  const auto place = TakePlace(kTileWork);
   // Another request may have made the same file in the meantime.
   if (place && !Load(kept, facts)) {
     facts = Probe(film);

@@ -17,9 +17,9 @@
 #include "platform/plat.h"
 #include "util/media_formats.h"
 #include "webapi/http/send_file.h"
+#include "webapi/http/work.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_card.h"
-#include "webapi/library/job_queue.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -172,7 +172,7 @@ bool IsKept(const std::string& path, bool& hasPicture) {
 Answer SendPicture(const Request& request, const Wish& wish) {
   bool hasPicture = false;
   if (!IsKept(wish.path, hasPicture)) {
-    const auto place = JobPlace::Take();
+    const auto place = TakePlace(kTileWork);
     if (!place) {
       return Answer::Failure(kBusy);
     }

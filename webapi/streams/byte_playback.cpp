@@ -6,6 +6,7 @@
 
 #include "platform/io.h"
 #include "util/random_string.h"
+#include "webapi/http/deadline.h"
 #include "webapi/streams/guardian.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/start_times.h"
@@ -31,15 +32,15 @@ void CloseIfMine(const std::string& streamId, const std::string& owner,
 }
 
 // Makes this request the owner of the stream; an older owner ends. Sets `audioId` to the audio
-// track of the opening.
-bool TakeOver(const BytePlayback& playback, std::string& audioId) {
+// track of the opening. Returns false and sets the refusal on failure.
+bool TakeOver(const BytePlayback& playback, std::string& audioId, Answer& refusal) {
   const std::string streamId = playback.stream.GetStreamID();
   const std::string owner = libmrv::util::RandomString("", kOwnerLength);
   // This comes before the lock, because a child would inherit the lock and hold it longer.
   if (!WatchOverMe([&] { CloseIfMine(streamId, owner, playback.close); })) {
     return false;
   }
-  auto ticket = HeldTicket::Take(streamId);
+  auto ticket = HeldTicket::Take(streamId, refusal);
   if (!ticket || !ReviveDirectory(*ticket)) {
     return false;
   }
@@ -81,8 +82,9 @@ Answer PlayBytes(const BytePlayback& playback) {
   // the stream, and its transcoder ends when the newer request tries again.
   for (int attempt = 0; count < 1 && attempt < 2; ++attempt) {
     std::string audioId;
-    if (!TakeOver(playback, audioId)) {
-      return Answer::Failure(kNotFound, kStreamClosed);
+    Answer refusal = Answer::Failure(kNotFound, kStreamClosed);
+    if (!TakeOver(playback, audioId, refusal)) {
+      return refusal;
     }
     if (!playback.stream.Init(audioId)) {
       return Answer::Failure(playback.stream.GetErrorString());
@@ -93,6 +95,7 @@ Answer PlayBytes(const BytePlayback& playback) {
   if (count < 1) {
     return Answer::Failure(kInternal, "The transcoder produced no picture.");
   }
+  RemoveDeadline();
   orvo::WriteAll(STDOUT_FILENO, playback.headers + "\r\n");
   times.Mark("sent");
   RememberStart(playback.stream.GetStreamID(), times);

@@ -68,7 +68,11 @@ Answer PlayDirect(const Request& request, const Ticket& ticket) {
 void CloseDirect(const std::string& streamId) {
   std::error_code ignored;
   if (IsStreamId(streamId)) {
-    std::filesystem::remove_all(DirectoryOf(streamId).Path(), ignored);
+    // A request that still plays may add a file, and a folder with files cannot be removed.
+    const std::string path = DirectoryOf(streamId).Path();
+    const std::string closed = path + ".closed";
+    std::filesystem::rename(path, closed, ignored);
+    std::filesystem::remove_all(closed, ignored);
   }
 }
 

@@ -1,9 +1,11 @@
 #include "webapi/streams/streaming.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <optional>
@@ -11,7 +13,9 @@
 #include <string_view>
 
 #include "accounts/secrets.h"
+#include "platform/io.h"
 #include "platform/plat.h"
+#include "platform/process_launch.h"
 #include "policy/argument_helper.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
@@ -24,8 +28,10 @@
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/profiles.h"
+#include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/byte_playback.h"
+#include "webapi/streams/client_streams.h"
 #include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/hls_playback.h"
@@ -48,6 +54,14 @@ constexpr char kCmafFormat[] = "cmaf";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
 constexpr time_t kTicketSeconds = 24 * 3600;
+// A household opens fewer streams in a day. Each costs a directory with a few small files.
+constexpr size_t kStreamsPerClient = 200;
+// A stream counts as used for this time after a request, so a client with more players than this
+// is refused, and a forgotten stream gives way.
+constexpr time_t kUsedSeconds = 60;
+// How often a request starts a sweep.
+constexpr time_t kSweepSeconds = 60;
+constexpr int kSweepNiceness = 10;
 
 // The kinds of streams that this server offers.
 struct StreamKind {
@@ -334,6 +348,36 @@ std::string Init(const Request& request, const StreamKind& kind, const KnownFilm
   return QMXStream::QMX_Init(argument, film.file);
 }
 
+// Did no request use the stream for a while?
+bool IsUnusedFor(time_t seconds, const Ticket& ticket, time_t now) {
+  return !PlatProcAlive(ticket.OwnerPid()) && now - ticket.LastUse() > seconds;
+}
+
+// Closes a stream with its ticket.
+void CloseForGood(const HeldTicket& ticket) {
+  if (const StreamKind* const kind = FindKind(ticket.Kind())) {
+    kind->close(ticket.StreamId());
+  }
+  RememberStream(ticket, kClosed);
+  ticket.Remove();
+}
+
+bool CloseIfUnused(const std::string& streamId) {
+  const auto ticket = HeldTicket::Take(streamId);
+  const bool isUnused = ticket && IsUnusedFor(kUsedSeconds, *ticket, time(nullptr));
+  if (isUnused) {
+    CloseForGood(*ticket);
+  }
+  return isUnused;
+}
+
+// Makes room for one more stream of the client: if it has too many, closes the oldest one that
+// nobody uses. Returns false if all are in use.
+bool MakeRoom(const ClientStreams& own) {
+  return own.Ids().size() < kStreamsPerClient ||
+         std::any_of(own.Ids().begin(), own.Ids().end(), CloseIfUnused);
+}
+
 // A client that says where it will begin waits for less. The work starts before the answer: a
 // request for the first piece would otherwise start it, too, and one of the two would stop the
 // other. Without room for a transcoder the player's first request says so.
@@ -353,6 +397,14 @@ bool HasPrograms(const StreamKind& kind) {
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& film,
             const Rendition& rendition, const Joined& joined, StartTimes& times) {
+  auto own = ClientStreams::Hold(request);
+  if (!own) {
+    return Answer::Failure(kBusy);
+  }
+  if (joined.streamId.empty() && !MakeRoom(*own)) {
+    return Answer::Failure(kTooManyRequests, "You have too many open streams. Close some of them.")
+        .AddHeader("Retry-After", std::to_string(kUsedSeconds));
+  }
   const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
@@ -372,6 +424,7 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
     kind.close(streamId);
     return prepared;
   }
+  own->Add(streamId);
   data["stream_id"] = streamId;
   data["format"] = kind.format;
   data["profile"] = rendition.profile.key;
@@ -390,14 +443,48 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   times.Mark("prepare");
   ticket->AddTimes(times.Steps());
   const Ticket opened = *ticket;
-  ticket.reset();  // the process that is started now must not hold it
+  // The process that is started now must hold neither.
+  ticket.reset();
+  own.reset();
   StartAhead(request, kind, opened);
   return Answer::Success(data);
 }
 
-// Has no request played the stream for a while?
-bool IsAbandoned(const Ticket& ticket, time_t now) {
-  return !PlatProcAlive(ticket.OwnerPid()) && now - ticket.LastUse() > kAbandonedSeconds;
+// Can the ticket be skipped without a look into it? It was changed a moment ago, or has no
+// directory left to remove and is not yet old.
+bool IsPassedOver(const std::string& streamId, time_t age) {
+  return age <= kAbandonedSeconds ||
+         (age <= kTicketSeconds &&
+          std::none_of(kStreamKinds.begin(), kStreamKinds.end(), [&](const StreamKind& row) {
+            return access(LibOrvoQMX::StreamDirectory(row.kind, streamId).Path().c_str(), F_OK) ==
+                   0;
+          }));
+}
+
+// Removes an abandoned stream, and its ticket if that is old.
+void Sweep(const std::string& streamId, time_t now) {
+  const auto seen = Ticket::Read(streamId);
+  if (!seen || !IsUnusedFor(kAbandonedSeconds, *seen, now)) {
+    return;
+  }
+  const auto ticket = HeldTicket::Take(streamId);
+  if (!ticket || !IsUnusedFor(kAbandonedSeconds, *ticket, now)) {
+    return;
+  }
+  if (now - ticket->LastUse() > kTicketSeconds) {
+    CloseForGood(*ticket);
+  } else if (const StreamKind* const kind = FindKind(ticket->Kind())) {
+    kind->close(streamId);
+  }
+}
+
+void SweepStreams() {
+  const time_t now = time(nullptr);
+  for (const std::string& id : Ticket::All()) {
+    if (!IsPassedOver(id, now - Ticket::ChangedAt(id))) {
+      Sweep(id, now);
+    }
+  }
 }
 
 }  // namespace
@@ -442,6 +529,13 @@ Answer OpenStream(const Request& request) {
     return Answer::Failure(kBadRequest,
                            "The name of this film is not valid UTF-8. Rename the file to play it.");
   }
+  // This comes before the place, because the new process would inherit the place and hold it
+  // longer.
+  StartSweep();
+  const auto place = TakePlace(kFilmWork);
+  if (!place) {
+    return Answer::Failure(kBusy);
+  }
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
   StartTimes times;
@@ -469,7 +563,6 @@ Answer OpenStream(const Request& request) {
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
     return Answer::Failure("TransEnable");
   }
-  SweepStreams();
   times.Mark("admission");
   return Open(request, *choice->kind, {*file, film}, choice->rendition, *joined, times);
 }
@@ -495,13 +588,16 @@ Answer CloseStream(const Request& request) {
   if (streamId.empty()) {
     return refusal;
   }
-  if (const auto ticket = HeldTicket::Take(streamId)) {
+  const auto ticket = HeldTicket::Take(streamId, refusal);
+  if (ticket) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
       return refusal;
     }
     LearnFrom(*ticket);
     RememberStream(*ticket, kClosed);
     ticket->Remove();
+  } else if (Ticket::Exists(streamId)) {
+    return refusal;
   }
   kind->close(streamId);
   return Answer::Success(Json::Value(Json::objectValue));
@@ -513,9 +609,10 @@ Answer ReviveStream(const Ticket& ticket) {
     return Answer::Sent();
   }
   // One of several requests makes the directory; the others find it.
-  const auto held = HeldTicket::Take(ticket.StreamId());
+  Answer refusal = Answer::Failure(kInternal);
+  const auto held = HeldTicket::Take(ticket.StreamId(), refusal);
   if (!held) {
-    return Answer::Failure(kNotFound, kStreamClosed);
+    return refusal;
   }
   if (held->HasDirectory()) {
     return Answer::Sent();
@@ -525,27 +622,24 @@ Answer ReviveStream(const Ticket& ticket) {
                                  : Answer::Failure("TransSapceNotEnough");
 }
 
-void SweepStreams() {
-  const time_t now = time(nullptr);
-  for (const std::string& id : Ticket::All()) {
-    const auto seen = Ticket::Read(id);
-    if (!seen || !IsAbandoned(*seen, now)) {
-      continue;
-    }
-    const auto ticket = HeldTicket::Take(id);
-    if (!ticket || !IsAbandoned(*ticket, now)) {
-      continue;
-    }
-    const StreamKind* const kind = FindKind(ticket->Kind());
-    const time_t idle = now - ticket->LastUse();
-    if (kind != nullptr) {
-      kind->close(id);
-    }
-    if (idle > kTicketSeconds) {
-      RememberStream(*ticket, kClosed);
-      ticket->Remove();
-    }
+void StartSweep() {
+  const std::string mark = Ticket::FolderPath() + "/.swept";
+  struct stat status {};
+  const bool isMarked = stat(mark.c_str(), &status) == 0;
+  // The clock may have been set back.
+  if ((isMarked && std::abs(time(nullptr) - status.st_mtime) < kSweepSeconds) ||
+      !orvo::TouchFile(mark)) {
+    return;
   }
+  orvo::LaunchOptions options;
+  options.detached = true;
+  options.group = orvo::ProcessGroup::kSession;
+  options.niceness = kSweepNiceness;
+  const auto sweep = [] {
+    SweepStreams();
+    return 0;
+  };
+  orvo::Fork(sweep, options);
 }
 
 void CloseAllStreams() {

@@ -27,9 +27,10 @@ Answer CloseStream(const Request& request);
 // for any time.
 Answer ReviveStream(const Ticket& ticket);
 
-// Removes abandoned streams: those without a viewer and without a request for a quarter of an hour.
-// Removes tickets that no request used for a day.
-void SweepStreams();
+// Starts a detached process that removes abandoned streams: those without a viewer and without a
+// request for a quarter of an hour. It removes tickets that no request used for a day. Does so once
+// a minute, however often it is called.
+void StartSweep();
 
 // Closes every stream, with its ticket.
 void CloseAllStreams();

@@ -7,10 +7,13 @@
 #include <string>
 #include <utility>
 
+#include "platform/confinement.h"
 #include "platform/io.h"
 #include "util/file_lock.h"
 #include "util/md5.h"
 #include "webapi/access/ticket.h"
+#include "webapi/http/deadline.h"
+#include "webapi/http/work.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/character_set.h"
 #include "webapi/subtitles/subtitle_source.h"
@@ -91,14 +94,37 @@ class KeptFile {
   // A full disk or a removed folder is not a failure.
   void Save(const std::string& content) const { orvo::ReplaceFile(path_, content); }
 
-  const std::string& Path() const { return path_; }
+  // The lock for making the file. Not held if there is no folder for it, or if another request
+  // takes too long.
+  orvo::FileLock Lock() const {
+    return orvo::FileLock::Wait(LockPath(), kSubtitleWork.queue.milliseconds);
+  }
+  bool HasLock() const { return access(LockPath().c_str(), F_OK) == 0; }
 
  private:
   // More than the longest WebVTT that the largest subtitle file gives.
   static constexpr size_t kLargest = 256 << 20;
 
+  std::string LockPath() const { return path_ + ".lock"; }
+
   std::string path_;
 };
+
+// The time for one conversion; 0 for no limit.
+unsigned ConversionSeconds() {
+  constexpr unsigned kParsing = 60;
+  const uint64_t extraction = orvo::LimitsOf(orvo::Job::kSubtitles).wall;
+  return extraction == 0 ? 0 : static_cast<unsigned>(extraction) + kParsing;
+}
+
+std::optional<orvo::Place> TakeSubtitlePlace(Answer& refusal) {
+  auto place = TakePlace(kSubtitleWork);
+  if (!place) {
+    refusal = Answer::Failure(kBusy,
+                              "The server is reading other subtitles. Try again in a few seconds.");
+  }
+  return place;
+}
 
 // The text of a track in the film. One request extracts it; the others wait for that one, but not
 // for ever.
@@ -108,20 +134,28 @@ bool GetExtractedText(const Stream& stream, const SubtitleSource& source,
   if (kept.Load(text)) {
     return true;
   }
-  const auto lock = orvo::FileLock::Wait(kept.Path() + ".lock");
+  const auto lock = kept.Lock();
   if (kept.Load(text)) {
     return true;
   }
   // Where no lock can be made, there is nothing to share.
-  if (!lock.IsHeld() && access((kept.Path() + ".lock").c_str(), F_OK) == 0) {
+  if (!lock.IsHeld() && kept.HasLock()) {
     refusal = Answer::Failure(kBusy, "These subtitles are being read from the film. Try again.");
     return false;
   }
-  if (!source.Read(text, refusal)) {
+  const auto place = TakeSubtitlePlace(refusal);
+  if (!place || !source.Read(text, refusal)) {
     return false;
   }
   kept.Save(text);
   return true;
+}
+
+bool GetText(const Stream& stream, const SubtitleSource& source, const std::string& subtitleId,
+             std::string& text, Answer& refusal) {
+  SetDeadline(ConversionSeconds());
+  return source.IsExtracted() ? GetExtractedText(stream, source, subtitleId, text, refusal)
+                              : source.Read(text, refusal);
 }
 
 // The whole track, stored or newly converted. No lock is held while it is converted. Returns false
@@ -135,9 +169,11 @@ bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::st
   }
   const auto source = SubtitleSource::Find(stream.film, stream.file, subtitleId, refusal);
   std::string text;
-  if (source == nullptr ||
-      !(source->IsExtracted() ? GetExtractedText(stream, *source, subtitleId, text, refusal)
-                              : source->Read(text, refusal))) {
+  if (source == nullptr || !GetText(stream, *source, subtitleId, text, refusal)) {
+    return false;
+  }
+  const auto place = TakeSubtitlePlace(refusal);
+  if (!place) {
     return false;
   }
   webVtt = source->Convert(text, codepage);
