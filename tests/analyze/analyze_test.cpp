@@ -1,6 +1,7 @@
 // The program that stores key frame times, over real films.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +24,8 @@ using LibOrvoQMX::preprocess::PreprocessHelper;
 using LibOrvoQMX::preprocess::PreprocessResultWrapper;
 using LibOrvoQMX::preprocess::PreprocessUtil;
 using Times = std::vector<double>;
+
+constexpr size_t kLongFilm = 100 << 20;
 
 class FilmAnalysis : public test::Sysroot {
  protected:
@@ -116,12 +119,19 @@ TEST_F(FilmAnalysis, LeavesAnOlderResultWhereItCannotWrite) {
 
 TEST_F(FilmAnalysis, LeavesNothingWhenItIsInterrupted) {
   const std::string film = Path("/volume1/film.ts");
-  ASSERT_EQ(mkfifo(film.c_str(), 0600), 0);
-  const orvo::UniqueFd feed(open(film.c_str(), O_RDWR | O_CLOEXEC));
+  const std::string minute = test::ReadWhole(test::Film("mpeg2_mp2.ts"));
+  {
+    // Far more than is read between the first access and the signal.
+    const orvo::UniqueFd file(open(film.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    for (size_t size = 0; size < kLongFilm; size += minute.size()) {
+      ASSERT_TRUE(orvo::WriteAll(file.Get(), minute));
+    }
+  }
+  const orvo::UniqueFd accesses(inotify_init1(IN_CLOEXEC));
+  ASSERT_GE(inotify_add_watch(accesses.Get(), film.c_str(), IN_ACCESS), 0);
   test::Child program([&] { execl(ORVO_TEST_ANALYZE, ORVO_TEST_ANALYZE, film.c_str(), nullptr); });
-  // More than a pipe holds: when all of it is written, the program is reading.
-  ASSERT_TRUE(orvo::WriteAll(feed.Get(),
-                             test::ReadWhole(test::Film("mpeg2_mp2.ts")).substr(0, 1000 * 188)));
+  inotify_event first{};
+  ASSERT_EQ(read(accesses.Get(), &first, sizeof(first)), ssize_t{sizeof(first)});
   program.Kill(SIGTERM);
   EXPECT_EQ(program.Wait(), 128 + SIGTERM);
   test::ReapAll();  // its reader, which ends with it
