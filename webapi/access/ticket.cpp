@@ -187,6 +187,14 @@ std::string Ticket::Folder() const {
   return Directory().Path();
 }
 
+std::string Ticket::FilePath() const {
+  return PathOf(streamId_);
+}
+
+std::string Ticket::PassPath() const {
+  return FilePath() + ".pass";
+}
+
 std::string Ticket::RecordPath() const {
   return Directory().RecordPath();
 }
@@ -236,6 +244,7 @@ bool HeldTicket::Save() const {
 
 void HeldTicket::Remove() const {
   unlink(PathOf(streamId_).c_str());
+  unlink(PassPath().c_str());
 }
 
 std::string StreamLink(const Ticket& ticket) {
