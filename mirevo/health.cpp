@@ -21,6 +21,7 @@
 #include "preprocess/stored_result.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
+#include "util/system_files.h"
 #include "webapi/choice/profiles.h"
 
 namespace mirevo {
@@ -29,7 +30,6 @@ namespace {
 namespace fs = std::filesystem;
 using Findings = std::vector<Finding>;
 
-constexpr char kFFmpeg[] = "/usr/bin/ffmpeg";
 constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
 constexpr char kFormatLibrary[] = "libavformat.so." AV_STRINGIFY(LIBAVFORMAT_VERSION_MAJOR);
 constexpr char kInstallFFmpeg[] = "apt install ffmpeg";
@@ -88,7 +88,8 @@ template <size_t kCount>
 void ExamineCodecs(const char* option, const std::string& kind,
                    const std::array<Codec, kCount>& codecs, Findings& findings) {
   const std::string listing =
-      OutputOf({kFFmpeg, "-hide_banner", "-loglevel", "quiet", option}, kProgramMilliseconds)
+      OutputOf({LibOrvoQMX::kFFmpeg, "-hide_banner", "-loglevel", "quiet", option},
+               kProgramMilliseconds)
           .value_or("");
   for (const Codec& codec : codecs) {
     const std::string check = kind + " " + codec.name;
@@ -102,10 +103,10 @@ void ExamineCodecs(const char* option, const std::string& kind,
 }
 
 void ExamineFFmpeg(Findings& findings) {
-  const auto version = OutputOf({kFFmpeg, "-version"}, kProgramMilliseconds);
+  const auto version = OutputOf({LibOrvoQMX::kFFmpeg, "-version"}, kProgramMilliseconds);
   if (!version) {
-    findings.push_back(
-        {"ffmpeg", State::kMissing, std::string(kFFmpeg) + " does not run", kInstallFFmpeg});
+    findings.push_back({"ffmpeg", State::kMissing,
+                        std::string(LibOrvoQMX::kFFmpeg) + " does not run", kInstallFFmpeg});
     return;
   }
   findings.push_back(Good("ffmpeg", version->substr(0, version->find(" Copyright"))));

@@ -23,6 +23,7 @@ struct Options {
   std::string file;
   std::map<std::string, std::string> wishes;  // keys: the API's parameters
   bool json = false;
+  bool network = false;
 };
 
 struct Wish {
@@ -81,6 +82,17 @@ Reply Open(std::map<std::string, std::string> parameters) {
   return reply;
 }
 
+// Prints the address for this machine or for others on the network.
+int PrintAddress(const Json::Value& opened, bool network) {
+  const std::string address = opened[network ? "network_url" : "url"].asString();
+  if (address.empty()) {
+    Complain("Only this machine reaches the service. Start it with --listen 0.0.0.0.");
+    return kUnavailable;
+  }
+  std::cout << address << "\n";
+  return kOk;
+}
+
 int Play(const Options& options) {
   const std::string path = RealPath(options.file);
   if (path.empty()) {
@@ -93,12 +105,13 @@ int Play(const Options& options) {
   const Reply reply = Open(parameters);
   if (reply.exitCode != kOk) {
     Complain(reply.message);
-  } else if (options.json) {
-    PrintJson(reply.data);
-  } else {
-    std::cout << reply.data["url"].asString() << "\n";
+    return reply.exitCode;
   }
-  return reply.exitCode;
+  if (options.json) {
+    PrintJson(reply.data);
+    return kOk;
+  }
+  return PrintAddress(reply.data, options.network);
 }
 
 }  // namespace
@@ -121,6 +134,8 @@ void AddPlayCommand(CLI::App& app, int& exitCode) {
   addWish(kFormat)->check(CLI::IsMember({"hls", "http", "webm", "ss", "direct"}));
   std::for_each(std::begin(kWishes), std::end(kWishes), addWish);
   command->add_flag("--json", options->json, "Print the service's answer as JSON");
+  command->add_flag("--network", options->network,
+                    "Print the address for players on other machines");
   command->callback([options, &exitCode] { exitCode = Play(*options); });
 }
 

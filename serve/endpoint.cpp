@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/network.h"
+
 namespace serve {
 namespace {
 
@@ -74,6 +76,18 @@ std::optional<Endpoint> ParseEndpoint(const std::string& address, int port) {
     return std::nullopt;
   }
   return Endpoint{text.data(), port};
+}
+
+std::vector<Endpoint> Reachable(const Endpoint& endpoint) {
+  if (!endpoint.IsAny()) {
+    return {endpoint};
+  }
+  const bool isSix = IsSix(endpoint.address);
+  std::vector<Endpoint> reachable = {{isSix ? "::1" : "127.0.0.1", endpoint.port}};
+  for (const std::string& address : orvo::NetworkAddresses(isSix ? AF_INET6 : AF_INET)) {
+    reachable.push_back({address, endpoint.port});
+  }
+  return reachable;
 }
 
 orvo::UniqueFd Listen(Endpoint& endpoint) {

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/unique_fd.h"
 
@@ -20,6 +21,10 @@ struct Endpoint {
 
 // Reads an address that a user wrote. Returns nothing if it is not an address.
 std::optional<Endpoint> ParseEndpoint(const std::string& address, int port);
+
+// The addresses that programs can name to reach an endpoint: loopback and this machine's network
+// addresses if it means every address, otherwise itself.
+std::vector<Endpoint> Reachable(const Endpoint& endpoint);
 
 // Opens a listening socket. Port 0 means any free port; the function fills it in. On failure the
 // result is not open and errno is set: the port is in use or the address is not this machine's. An

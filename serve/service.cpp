@@ -32,6 +32,7 @@
 #include "serve/web_server.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/system_files.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
@@ -250,18 +251,17 @@ std::vector<Endpoint> EndpointsOf(const Options& options) {
 
 // The address for programs on this machine.
 std::string LocalAddress(const WebServer& server) {
-  Endpoint endpoint = server.endpoints.front();
-  if (endpoint.IsAny()) {
-    endpoint.address = endpoint.address == "::" ? "::1" : "127.0.0.1";
-  }
-  return server.Scheme() + "://" + endpoint.Authority() + "/";
+  const Endpoint local = Reachable(server.endpoints.front()).front();
+  return server.Scheme() + "://" + local.Authority() + "/";
 }
 
 void Announce(const WebServer& server, int browser) {
   const std::string address = LocalAddress(server);
   orvo::ReplaceFile(server.stateFolder + kAddressFile, address + "\n");
   for (const Endpoint& endpoint : server.endpoints) {
-    std::cout << "listening on " << server.Scheme() << "://" << endpoint.Authority() << "/\n";
+    for (const Endpoint& reachable : Reachable(endpoint)) {
+      std::cout << "listening on " << server.Scheme() << "://" << reachable.Authority() << "/\n";
+    }
   }
   std::cout << std::flush;
   AnnounceReadiness("listening on " + address);
@@ -278,6 +278,14 @@ void TellConfinement() {
               << (orvo::SandboxMode() == orvo::Sandbox::kRequired
                       ? "not opened (sandbox=required)\n"
                       : "read by processes that are confined less\n");
+  }
+}
+
+void TellFFmpeg() {
+  if (access(LibOrvoQMX::kFFmpeg, X_OK) != 0) {
+    std::cerr << "FFmpeg is missing (" << LibOrvoQMX::kFFmpeg
+              << "): only films that a player plays as they are can be watched; install the "
+                 "package ffmpeg\n";
   }
 }
 
@@ -299,6 +307,7 @@ int Run(const WebServer& server, Belongings& belongings, int browser, bool finds
   }
   Announce(server, browser);
   TellConfinement();
+  TellFFmpeg();
   Analysis analysis(orvo::SystemPath(kAnalyzer), webapi::MediaRoots(), findsKeyframes);
   Heartbeat heartbeat(server);
   const bool told = ServeUntilStopped(signals.Get(), keeper, analysis, heartbeat);

@@ -166,6 +166,17 @@ bool IsFarther(const WebServer& server) {
                      [](const Endpoint& endpoint) { return !endpoint.IsLoopback(); });
 }
 
+// Where other machines reach the service.
+std::vector<std::string> FartherEndpoints(const WebServer& server) {
+  std::vector<std::string> farther;
+  for (const Endpoint& endpoint : server.endpoints) {
+    if (!endpoint.IsLoopback()) {
+      farther.push_back(endpoint.Authority());
+    }
+  }
+  return farther;
+}
+
 // The environment of the request program.
 std::string EnvironmentOf(const WebServer& server) {
   // The web server itself sends segments, pictures and films without a transcoder, and only from
@@ -176,6 +187,7 @@ std::string EnvironmentOf(const WebServer& server) {
   };
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
+  add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
   if (IsFarther(server)) {
     // This holds even if the last account is removed later.
     add("MIREVO_LOGIN", "required");

@@ -20,6 +20,8 @@ inline constexpr char kHostPlatformFile[] = "/proc/orvo_platform";
 inline constexpr char kCpuInfoFile[] = "/proc/cpuinfo";
 inline constexpr char kCacheFolder[] = "/var/packages/Mirevo/cache";  // may be emptied at any time
 inline constexpr char kNoPreAnalysisFile[] = "/var/packages/Mirevo/etc/not_using_pre_analysis";
+// The system's own FFmpeg, which the transcoder programs run.
+inline constexpr char kFFmpeg[] = "/usr/bin/ffmpeg";
 inline constexpr char kTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg";
 inline constexpr char kVaapiTranscoder[] = "/var/packages/Mirevo/target/bin/ffmpeg_vaapi";
 inline constexpr char kGstreamerWrapper[] = "/var/packages/Mirevo/target/bin/orvo-gst";

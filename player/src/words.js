@@ -7,6 +7,7 @@ const WORDS = {
   NotFound: ['This film or stream no longer exists.', 'Open the film again from the library.'],
   MethodNotAllowed: ['The server did not understand this request.', 'Reload the page. If that does not help, the server is newer than the page.'],
   Busy: ['The server is busy.', 'Try again in a moment.'],
+  Unavailable: ['FFmpeg is missing on the server, so it cannot convert films.', 'Install the package ffmpeg on the server.'],
   TooManyRequests: ['There were too many attempts.', 'Wait a minute, then try again.'],
   RangeNotSatisfiable: ['The film ends before this position.', 'Choose an earlier position.'],
   NotReady: ['The server did not finish this part in time.', 'Choose a lower quality, or try again.'],

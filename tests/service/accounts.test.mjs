@@ -4,6 +4,7 @@ import { execFile, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
 import http from 'node:http';
+import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
@@ -464,7 +465,13 @@ test('the service listens beyond this machine only with accounts', async () => {
     assert.equal(await alone(`http://${host}:${port}/`), 200, host);
   }
   own.address = `http://127.0.0.1:${port}`;
-  assert.ok((await Viewer.login(own, 'anna')).sid);
+  const { sid } = await Viewer.login(own, 'anna');
+  assert.ok(sid);
+  // A player on another machine gets an address that it can reach, if this machine has a network.
+  const [network] = Object.values(os.networkInterfaces()).flat().filter(({ family, internal, address }) => family === 'IPv4' && !internal && !address.startsWith('169.254.'));
+  const film = path.join(folder, 'shared/film.mkv');
+  const { data } = await own.call('Streaming', 'open', { format: 'direct', path: film, _sid: sid });
+  assert.equal(data.network_url, network && data.url.replace('127.0.0.1', network.address));
   own.account(['remove', 'anna']);
   await refuses(own.call('Library', 'list'), 401);
   assert.equal((await own.call('Auth', 'who')).data.login_required, true);

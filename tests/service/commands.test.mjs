@@ -298,3 +298,28 @@ test('the bash completion completes', async () => {
     execFile('bash', ['-c', script], (error, out) => resolve({ stdout: out })));
   assert.equal(stdout, '--device\nanalyze\n');
 });
+
+// Runs a program as on a machine without FFmpeg: a file that nobody may execute hides it.
+function withoutFFmpeg(words, options) {
+  const hide = 'mount --bind /dev/null /usr/bin/ffmpeg && exec "$@"';
+  return spawn('unshare', ['--mount', '--map-root-user', 'sh', '-c', hide, 'sh', ...words], options);
+}
+
+test('a machine without FFmpeg says so at the start and to whoever plays a film', async () => {
+  const own = Service.prepare();
+  const served = withoutFFmpeg([path.join(build, 'target/bin/mirevo-serve'), '--no-browser', '--port', '0', '--no-analysis', '--', media], {
+    env: own.environment,
+    stdio: ['ignore', 'pipe', 'pipe'],
+  });
+  let told = '';
+  served.stderr.on('data', (text) => {
+    told += text;
+  });
+  await eventually(() => told.includes('FFmpeg is missing (/usr/bin/ffmpeg)'));
+  const { code, stdout, stderr } = await mirevo(['play', film, '--format', 'hls'], own.root);
+  assert.deepEqual([code, stdout, stderr], [69, '', 'FFmpeg is missing on the server. It is in the package ffmpeg.\n']);
+  served.kill('SIGTERM');
+  const [status] = await once(served, 'exit');
+  assert.equal(status, 0);
+  fs.rmSync(own.root, { recursive: true });
+});

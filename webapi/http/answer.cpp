@@ -48,6 +48,8 @@ constexpr std::array kReasons = {
            "A conversion is running at the moment. Try again when it has ended."},
     Reason{kBusy, 503, "Service Unavailable",
            "The server is examining many films at the moment. Try again in a few seconds."},
+    Reason{kUnavailable, 503, "Service Unavailable",
+           "FFmpeg is missing on the server. It is in the package ffmpeg."},
     Reason{"NotReady", 504, "Gateway Timeout", "The transcoder did not produce this part in time."},
     Reason{"TransSapceNotEnough", 507, "Insufficient Storage",
            "There is not enough free space on the volumes for this stream."},

@@ -16,6 +16,7 @@ inline constexpr char kTooManyRequests[] = "TooManyRequests";
 inline constexpr char kUnauthorized[] = "Unauthorized";
 inline constexpr char kRangeNotSatisfiable[] = "RangeNotSatisfiable";
 inline constexpr char kBusy[] = "Busy";
+inline constexpr char kUnavailable[] = "Unavailable";
 inline constexpr char kInternal[] = "Internal";
 
 class Answer {

@@ -1,5 +1,7 @@
 #include "webapi/streams/streaming.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <ctime>
@@ -17,6 +19,7 @@
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "util/system_files.h"
+#include "webapi/access/network_address.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/profiles.h"
@@ -85,9 +88,11 @@ const StreamKind* KindOf(const Request& request, Answer& refusal) {
   return nullptr;
 }
 
-std::string AddressOf(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+// `authority`: the host and port in the address.
+std::string AddressOf(const Request& request, const std::string& authority, const StreamKind& kind,
+                      const Ticket& ticket) {
   const std::string link = StreamLink(ticket);
-  return request.Scheme() + "://" + request.Authority() + "/webapi/entry.cgi" + kind.name +
+  return request.Scheme() + "://" + authority + "/webapi/entry.cgi" + kind.name +
          "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
          "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
 }
@@ -288,6 +293,11 @@ std::string Init(const Request& request, const StreamKind& kind, const VideoMeta
   return QMXStream::QMX_Init(argument);
 }
 
+// Is everything installed that this kind of stream needs?
+bool HasPrograms(const StreamKind& kind) {
+  return kind.kind == std::string_view(kDirectKind) || access(LibOrvoQMX::kFFmpeg, X_OK) == 0;
+}
+
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData& film,
             const Rendition& rendition, const Joined& joined) {
@@ -313,7 +323,10 @@ Answer Open(const Request& request, const StreamKind& kind, const VideoMetaData&
   data["format"] = kind.format;
   data["profile"] = rendition.profile.key;
   data["duration"] = film.GetDuration();
-  data["url"] = AddressOf(request, kind, *ticket);
+  data["url"] = AddressOf(request, request.Authority(), kind, *ticket);
+  if (const std::string network = NetworkAuthority(request); !network.empty()) {
+    data["network_url"] = AddressOf(request, network, kind, *ticket);
+  }
   RememberStream(*ticket, kOpened);
   return Answer::Success(data);
 }
@@ -373,6 +386,9 @@ Answer OpenStream(const Request& request) {
   const auto choice = ChoiceFor(request, film, refusal);
   if (!choice) {
     return refusal;
+  }
+  if (!HasPrograms(*kind)) {
+    return Answer::Failure(kUnavailable);
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
     return Answer::Failure(kBadRequest, "The film has no audio track with this id.");

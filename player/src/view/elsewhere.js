@@ -4,6 +4,10 @@ import { element, openDialog } from '../dom.js';
 import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
 import { wordsOf } from '../words.js';
 
+const FOR_ALL = 'Any player or cast device on this network can play this address.';
+const FOR_THIS_COMPUTER =
+  'Only players on this computer can play this address, because the service listens to this computer alone. Start it with --listen 0.0.0.0 to let other devices in.';
+
 // The methods for other players, whatever this browser supports.
 function waysFor(info) {
   const has = { direct: Boolean(info.direct), http: profilesOf(info, 'http').length > 0, hls: mayHave(info, 'hls') };
@@ -54,9 +58,9 @@ export function openElsewhere(entry, info, before = () => {}) {
     place.replaceChildren();
     try {
       await before();
-      const { url } = await post('Streaming', 'open', { format }, entry.encoded_path);
-      told.textContent = 'Any player or cast device on this network can play this address.';
-      place.replaceChildren(...links(entry, url, told));
+      const opened = await post('Streaming', 'open', { format }, entry.encoded_path);
+      told.textContent = opened.network_url ? FOR_ALL : FOR_THIS_COMPUTER;
+      place.replaceChildren(...links(entry, opened.network_url || opened.url, told));
     } catch (error) {
       const { sentence, next } = wordsOf(error);
       told.textContent = `${sentence} ${next}`;
