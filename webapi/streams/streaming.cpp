@@ -387,7 +387,7 @@ Answer OpenStream(const Request& request) {
   if (!choice) {
     return refusal;
   }
-  if (!HasPrograms(*kind)) {
+  if (!HasPrograms(*choice->kind)) {
     return Answer::Failure(kUnavailable);
   }
   if (!HasAudioTrack(film, request.Text("audio_id"))) {
