@@ -402,10 +402,11 @@ int Serve(const Options& options) {
   // A stream's link works like a login, so only this user may read these files.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
-  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
-              options.hosts, options.origins, options.certificate, options.key,
-              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress, options.proxies},
-             belongings, browser.Get(), options.analysis);
+  return Run(
+      {package + "player", package + "webapi", state, SendFolders(), endpoints, options.hosts,
+       options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
+       options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies},
+      belongings, browser.Get(), options.analysis);
 }
 
 }  // namespace serve

@@ -19,6 +19,7 @@ namespace serve {
 namespace {
 
 constexpr char kLighttpd[] = "/usr/sbin/lighttpd";
+constexpr char kScriptModule[] = "/usr/lib/lighttpd/mod_magnet.so";
 constexpr int kPassedSocket = 3;  // the descriptor at which a server expects a passed socket
 constexpr int kAnswerSeconds = 10;
 constexpr std::string_view kQuestion = "HEAD / HTTP/1.0\r\n\r\n";
@@ -114,15 +115,33 @@ std::string PatternOf(const std::string& host, const std::string& usualPort) {
   return pattern;
 }
 
-// Protects the pages, which the web server sends itself. A browser that uses a foreign host name
-// gets none of them.
-std::string HostCondition(const WebServer& server) {
+// All names of this server as a regular expression.
+std::string HostPattern(const WebServer& server) {
   std::vector<std::string> patterns;
   for (const std::string& host : HostsOf(server)) {
     patterns.push_back(PatternOf(host, server.certificate.empty() ? "80" : "443"));
   }
-  return "$HTTP[\"url\"] !~ \"^/webapi/\" {\n  $HTTP[\"host\"] !~ \"^(" + Join(patterns, "|") +
-         ")$\" {\n    url.access-deny = ( \"\" )\n  }\n}\n";
+  return "\"^(" + Join(patterns, "|") + ")$\"";
+}
+
+// Protects the pages, which the web server sends itself. A browser that uses a foreign host name
+// gets none of them.
+std::string HostCondition(const WebServer& server) {
+  return "$HTTP[\"url\"] !~ \"^/webapi/\" {\n  $HTTP[\"host\"] !~ " + HostPattern(server) +
+         " {\n    url.access-deny = ( \"\" )\n  }\n}\n";
+}
+
+// Lets the script send ready segments, if the module for scripts is installed. Pages of other sites
+// need headers that only the request program knows.
+std::string ReadySegments(const WebServer& server) {
+  if (access(kScriptModule, R_OK) != 0 || !server.origins.empty()) {
+    return "";
+  }
+  // A changed file must show at once.
+  return "server.modules += ( \"mod_magnet\" )\nserver.stat-cache-engine = \"disable\"\n"
+         "$HTTP[\"url\"] =~ \"^/webapi/entry\\.cgi/segment\\.ts$\" {\n  $HTTP[\"host\"] =~ " +
+         HostPattern(server) + " {\n    magnet.attract-raw-url-to = ( " +
+         Quoted(server.readySegment) + " )\n  }\n}\n";
 }
 
 // Gives each kind of answer its time.
@@ -247,7 +266,8 @@ std::string Configuration(const WebServer& server) {
   // A film's name may contain a newline. The request program checks every character itself.
   line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
   line("server.max-request-size", "128");
-  return text + Encryption(server) + HostCondition(server) + StreamCondition();
+  return text + Encryption(server) + ReadySegments(server) + HostCondition(server) +
+         StreamCondition();
 }
 
 bool WriteConfiguration(const WebServer& server, const std::string& path) {

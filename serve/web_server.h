@@ -23,6 +23,7 @@ struct WebServer {
   std::string key;                   // PEM; "" if it is in the certificate's file
   std::string doorkeeper;            // the library that limits connections (doorkeeper.cpp)
   int connectionsPerAddress = 0;     // at a time; 0 for no limit
+  std::string readySegment;          // the script that sends segments (ready_segment.lua)
   std::vector<std::string> proxies;  // numeric addresses without that limit
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }

@@ -10,6 +10,8 @@ from .figures import Figure
 CLIENTS = 64
 FETCHES = 20  # of each client
 PAUSE = 1 << 20
+# The web server sends segments of a stream by itself when it has been open for a moment.
+PASS_SECONDS = 4
 
 
 class Client:
@@ -89,6 +91,8 @@ def ready_segment(system):
     address = f"{stream['address'].replace('entry.cgi?', 'entry.cgi/segment.ts?')}&fragment_id=0"
     segment = system.get(address)
     system.get(f"{stream['address']}&fragment_id=1")
+    time.sleep(PASS_SECONDS)
+    system.get(address)
     static = system.build / "target/player/bench-segment.ts"
     static.write_bytes(segment)
     try:

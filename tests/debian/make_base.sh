@@ -21,7 +21,7 @@ printf '#!/bin/sh\nexit 101\n' > "$work/root/usr/sbin/policy-rc.d"
 chmod 755 "$work/root/usr/sbin/policy-rc.d"
 DEBIAN_FRONTEND=noninteractive chroot "$work/root" apt-get install -y -qq --no-install-recommends \
   curl ffmpeg libcurl4 libgstreamer-plugins-base1.0-0 libgstreamer1.0-0 libjsoncpp25 libprotobuf-lite32 libsodium23 \
-  libuchardet0 lighttpd lighttpd-mod-openssl \
+  libuchardet0 libsqlite3-0 lighttpd lighttpd-mod-openssl lighttpd-modules-lua \
   systemd-standalone-sysusers systemd-standalone-tmpfiles > "$work/log" 2>&1 ||
   { tail "$work/log" >&2; exit 1; }
 chroot "$work/root" apt-get clean

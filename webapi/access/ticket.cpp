@@ -209,6 +209,14 @@ std::string Ticket::Folder() const {
   return Directory().Path();
 }
 
+std::string Ticket::FilePath() const {
+  return PathOf(streamId_);
+}
+
+std::string Ticket::PassPath() const {
+  return FilePath() + ".pass";
+}
+
 std::string Ticket::RecordPath() const {
   return Directory().RecordPath();
 }
@@ -277,6 +285,7 @@ bool HeldTicket::Save() const {
 
 void HeldTicket::Remove() const {
   unlink(PathOf(streamId_).c_str());
+  unlink(PassPath().c_str());
 }
 
 std::optional<orvo::MediaFile> OpenFilmOf(const Ticket& ticket, Answer& refusal) {

@@ -84,6 +84,8 @@ class Ticket {
   LibOrvoQMX::StreamDirectory Directory() const;
   std::string Folder() const;      // its path
   std::string RecordPath() const;  // the record in it
+  std::string FilePath() const;    // the ticket itself
+  std::string PassPath() const;    // its pass (pass.h), which is removed with it
   // Does the directory exist, with its record?
   bool HasDirectory() const;
 

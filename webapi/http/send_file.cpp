@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <optional>
+#include <string_view>
 
 #include "platform/io.h"
 #include "platform/unique_fd.h"
@@ -31,11 +32,13 @@ std::string Headers(const char* status, const std::string& contentType, const ch
          Header("Cache-Control", cacheControl) + Header("X-Content-Type-Options", "nosniff");
 }
 
-// A tag that changes when the file or its content changes.
-std::string TagOf(const struct stat& status) {
+// A tag that changes when the file or its content changes. A segment's content belongs to its place
+// in the film, so whole seconds are enough; the web server, which also sends segments
+// (serve/ready_segment.lua), knows no others.
+std::string TagOf(const struct stat& status, bool isSegment) {
   const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
   return '"' + std::to_string(status.st_ino) + "-" + std::to_string(status.st_size) + "-" +
-         std::to_string(nanoseconds) + '"';
+         std::to_string(isSegment ? status.st_mtim.tv_sec : nanoseconds) + '"';
 }
 
 std::string HttpDate(time_t time) {
@@ -75,7 +78,7 @@ class FileAnswer {
              const char* cacheControl)
       : request_(request),
         size_(status.st_size),
-        tag_(TagOf(status)),
+        tag_(TagOf(status, cacheControl == std::string_view(kKeepSegment))),
         date_(HttpDate(status.st_mtime)),
         contentType_(contentType),
         cacheControl_(cacheControl) {}

@@ -4,6 +4,7 @@
 
 #include "stream/fetched_piece.h"
 #include "stream/http_live_stream.h"
+#include "webapi/access/pass.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
@@ -73,8 +74,11 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
   if (piece.state != FetchedPiece::State::kComplete) {
     return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
   }
-  return SendPiece(request, ticket, piece.path, kSegmentType, times) ? Answer::Sent()
-                                                                     : Answer::Failure("NotReady");
+  if (!SendPiece(request, ticket, piece.path, kSegmentType, times)) {
+    return Answer::Failure("NotReady");
+  }
+  LeavePass(request.MadeBy(), ticket);
+  return Answer::Sent();
 }
 
 }  // namespace

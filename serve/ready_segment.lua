@@ -1,0 +1,131 @@
+-- Sends a complete HLS segment from the web server itself. A process for each request would take most of the time.
+--
+-- It decides nothing new: the request program has left a pass (webapi/access/pass.h) when it sent an earlier segment of
+-- the stream to the same link. The pass counts while all files that decided then are the same. For any other request,
+-- this script returns nothing, and the web server starts the request program.
+
+local root = os.getenv("ORVO_SYSROOT") or ""
+local headers = lighty.r.req_header
+
+-- The parameters of the query, or nil unless each one is known, plain and there once. A value may stand in quotes.
+local function parameters_of(query)
+  local known = { api = true, version = true, method = true, format = true, stream_id = true, fragment_id = true, _sid = true }
+  local found, rest = {}, query .. "&"
+  while rest ~= "" do
+    local name, text, more = rest:match("^([%w_]+)=([%w_.%%-]*)&(.*)$")
+    local value = text and (text:match("^%%22([%w_.-]*)%%22$") or text:match("^[%w_.-]*$"))
+    if not value or not known[name] or found[name] then
+      return nil
+    end
+    found[name], rest = value, more
+  end
+  return found
+end
+
+-- Comes the request from this server's own pages, or from a program that is no browser? The web server has checked the
+-- host. All other requests are for the request program.
+local function is_own()
+  local site, referer = headers["Sec-Fetch-Site"], headers["Referer"]
+  local own = lighty.r.req_attr["uri.scheme"] .. "://" .. (headers["Host"] or "") .. "/"
+  if headers["Origin"] or (site and site ~= "same-origin" and site ~= "none") then
+    return false
+  end
+  return not referer or referer:sub(1, #own) == own
+end
+
+local function is_plain()
+  return lighty.r.req_attr["request.method"] == "GET" and not headers["Range"] and not headers["If-None-Match"]
+    and not headers["If-Modified-Since"] and not headers["If-Range"]
+end
+
+-- Does the player report that it ran out of film? The request program keeps such reports.
+local function is_starved()
+  for _, name in ipairs({ "CMCD-Status", "CMCD-Request" }) do
+    if ("," .. (headers[name] or ""):gsub(" ", "") .. ","):find(",bs,", 1, true) then
+      return true
+    end
+  end
+  return false
+end
+
+-- As in pass.cpp.
+local function state_of(path)
+  local file = lighty.stat(path)
+  return file and ("%d %d %d %d"):format(file.st_ino, file.st_size, file.st_mtime, file.st_ctime) or "-"
+end
+
+-- Compares two texts in a time that does not depend on where they differ.
+local function same(one, other)
+  local difference = #one ~ #other
+  for at = 1, math.min(#one, #other) do
+    difference = difference | (one:byte(at) ~ other:byte(at))
+  end
+  return difference == 0
+end
+
+-- Belongs the folder of the passes to the user of the service, and is it closed to others?
+local function is_private(folder)
+  local found, own = lighty.stat(folder), lighty.stat(root .. "/run/mirevo/lighttpd.conf")
+  return found and own and found.is_dir and found.st_uid == own.st_uid and found.st_mode & 63 == 0
+end
+
+-- The stream's folder if the pass counts for this link.
+local function folder_for(id, link)
+  local tickets = root .. "/tmp/Mirevo/tickets"
+  local ticket = tickets .. "/" .. id
+  local pass = is_private(tickets) and io.open(ticket .. ".pass", "r")
+  if not pass then
+    return nil
+  end
+  local version, folder, its_link = pass:read("l", "l", "l")
+  local states = { pass:read("l", "l", "l") }
+  pass:close()
+  local counts = version == "pass 1" and states[1] == state_of(ticket) and states[1] ~= "-"
+    and states[2] == state_of(root .. "/var/packages/Mirevo/etc/accounts")
+    and states[3] == state_of(root .. "/run/mirevo/lighttpd.conf")
+    and (its_link == "" or (link ~= nil and same(link, its_link)))
+  return counts and folder or nil
+end
+
+-- Replaces the beginning of an existing file in one write. Its time becomes now.
+local function overwrite(path, text)
+  local file = io.open(path, "r+b")
+  if not file then
+    return false
+  end
+  file:write(text)
+  return file:close()
+end
+
+local function send(path, file)
+  lighty.r.resp_header["Content-Type"] = "video/mp2t"
+  lighty.r.resp_header["Cache-Control"] = "private, max-age=600"
+  lighty.r.resp_header["ETag"] = ('"%d-%d-%d"'):format(file.st_ino, file.st_size, file.st_mtime)
+  lighty.r.resp_header["Last-Modified"] = os.date("!%a, %d %b %Y %H:%M:%S GMT", file.st_mtime)
+  lighty.r.resp_body.set({ { filename = path } })
+  return 200
+end
+
+local asked = parameters_of(lighty.r.req_attr["uri.query"] or "")
+if not asked or asked.api ~= "ORVO.Mirevo2.Streaming" or asked.version ~= "1" or asked.method ~= "stream"
+  or asked.format ~= "hls" or not is_plain() or not is_own() or is_starved() then
+  return
+end
+local id, number = asked.stream_id or "", asked.fragment_id or ""
+if #id ~= 41 or not id:match("^[0-9a-f]+_%w+$") or not number:match("^%d+$") or #number > 7 then
+  return
+end
+local folder = folder_for(id, asked._sid)
+if not folder then
+  return
+end
+-- A segment is complete if the next one exists.
+local path = ("%s/slice-%05d.ts"):format(folder, tonumber(number))
+local file = lighty.stat(path)
+if not file or not file.is_file or not lighty.stat(("%s/slice-%05d.ts"):format(folder, tonumber(number) + 1)) then
+  return
+end
+-- As the request program does: the transcoder runs ahead of this number, and the stream counts as watched.
+if overwrite(folder .. "/requested", ("%07d"):format(tonumber(number))) and overwrite(folder .. "/access_status", "\n") then
+  return send(path, file)
+end
