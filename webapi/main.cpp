@@ -44,6 +44,8 @@ struct Call {
   Right right = Right::kAccount;
   bool isPost = false;  // accepts parameters only from the body, never from the address
   unsigned seconds = kPlainSeconds;
+  // Goes on without its client. A page sends such a call while it is being left.
+  bool outlivesClient = false;
 };
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list", webapi::ListFolder},
@@ -61,17 +63,20 @@ constexpr std::array kCalls = {
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink, false,
          kStreamSeconds},
-    Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream},
+    Call{"ORVO.Mirevo2.Streaming", "close", webapi::CloseStream, Right::kAccount, false,
+         kPlainSeconds, true},
     Call{"ORVO.Mirevo2.Streaming", "state", webapi::DescribeStreamState},
     Call{"ORVO.Mirevo2.Subtitle", "get", webapi::GetSubtitle, Right::kLink, false, kTrackSeconds},
     Call{"ORVO.Mirevo2.History", "list", webapi::ListHistory},
     Call{"ORVO.Mirevo2.History", "get", webapi::GetHistory},
-    Call{"ORVO.Mirevo2.History", "save", webapi::SaveHistory, Right::kAccount, true},
-    Call{"ORVO.Mirevo2.History", "remove", webapi::RemoveHistory, Right::kAccount, true},
+    Call{"ORVO.Mirevo2.History", "save", webapi::SaveHistory, Right::kAccount, true, kPlainSeconds,
+         true},
+    Call{"ORVO.Mirevo2.History", "remove", webapi::RemoveHistory, Right::kAccount, true,
+         kPlainSeconds, true},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
     Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},
-    Call{"ORVO.Mirevo2.Auth", "logout", webapi::LogOut, Right::kAnyone, true},
+    Call{"ORVO.Mirevo2.Auth", "logout", webapi::LogOut, Right::kAnyone, true, kPlainSeconds, true},
     Call{"ORVO.Mirevo2.Auth", "who", webapi::DescribeCaller, Right::kAnyone},
 };
 
@@ -87,8 +92,20 @@ bool IsAllInBody(const Request& request) {
   });
 }
 
+// The web server sends SIGTERM when the client has left. SIG_BLOCK holds it back, and SIG_UNBLOCK
+// lets it end this process, also if it came before.
+void HandleLeaving(int how) {
+  sigset_t leaving;
+  sigemptyset(&leaving);
+  sigaddset(&leaving, SIGTERM);
+  sigprocmask(how, &leaving, nullptr);
+}
+
 // Makes the call if the caller has the right.
 Answer Make(const Call& call, Request& request) {
+  if (!call.outlivesClient) {
+    HandleLeaving(SIG_UNBLOCK);
+  }
   if (call.isPost && request.Method() != "POST") {
     return Answer::Failure(webapi::kMethodNotAllowed, "This call needs POST.")
         .AddHeader("Allow", "POST, OPTIONS");
@@ -146,6 +163,7 @@ Answer Serve(const Request& blank) {
 }  // namespace
 
 int main() {
+  HandleLeaving(SIG_BLOCK);  // until the call is known
   openlog("mirevo", LOG_PID, LOG_USER);
   // A web server may start this program with these signals ignored. A request must end when its
   // client is gone.

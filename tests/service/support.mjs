@@ -24,12 +24,13 @@ export const browserArguments = [
 
 // Calls `look` until it returns a value other than undefined. For states that send no event to this process.
 // The time is an upper bound.
-export async function eventually(look, milliseconds = 10000) {
+// `describe`: what to say of the state if the time runs out.
+export async function eventually(look, milliseconds = 10000, describe = () => look) {
   const deadline = performance.now() + milliseconds;
   for (;;) {
     const found = await look();
     if (found !== undefined) return found;
-    assert.ok(performance.now() < deadline, `not within ${milliseconds} ms: ${look}`);
+    if (performance.now() >= deadline) assert.fail(`not within ${milliseconds} ms: ${describe()}`);
     await new Promise((resolve) => setImmediate(resolve));
   }
 }
@@ -160,16 +161,13 @@ export class Service {
 
   // Checks that nothing runs, nothing is registered, and only the streams in `kept` have directories.
   async isQuiet(milliseconds = 10000, kept = []) {
-    await eventually(
-      () =>
-        this.requestProcesses().length === 0 &&
-        this.transcoders().length === 0 &&
-        this.streamFolders().every((name) => kept.includes(name)) &&
-        this.registry().length === 0
-          ? true
-          : undefined,
-      milliseconds,
-    );
+    const rest = () => [
+      ...this.requestProcesses(),
+      ...this.transcoders(),
+      ...this.streamFolders().filter((name) => !kept.includes(name)),
+      ...this.registry(),
+    ];
+    await eventually(() => (rest().length === 0 ? true : undefined), milliseconds, () => `left ${JSON.stringify(rest())}`);
   }
 }
 
