@@ -141,7 +141,7 @@ class Background {
   // Remembers one folder at a time, because new events must not wait for a large library.
   void RememberNext() {
     const auto folder = folders_.TakeDue();
-    if (folder && catalog_.Remember(*folder) == catalog::Writer::Result::kNotYet) {
+    if (folder && catalog_.Remember(*folder) == catalog::CatalogWriter::Result::kNotYet) {
       folders_.Put(*folder, Clock::now() + kFolderQuiet);
     }
     if (catalog_.TakeLoss()) {
@@ -236,7 +236,7 @@ class Background {
 
   DueQueue queue_;
   DueQueue folders_;  // to be remembered
-  catalog::Writer catalog_;
+  catalog::CatalogWriter catalog_;
   LibraryWatch library_;
   bool findsKeyframes_;
   Process worker_;

@@ -63,12 +63,12 @@ Entry EntryOf(const Statement& row) {
 }
 
 // A part of what has been read from the disk.
-Reader::Page Cut(std::vector<Entry> entries, int64_t offset, int64_t limit) {
+CatalogReader::Page Cut(std::vector<Entry> entries, int64_t offset, int64_t limit) {
   std::sort(entries.begin(), entries.end(), ComesBefore);
   const auto size = static_cast<int64_t>(entries.size());
   const int64_t first = std::min(offset, size);
   const int64_t count = std::min(limit, size - first);
-  Reader::Page page;
+  CatalogReader::Page page;
   page.isLast = first + count == size;
   std::move(entries.begin() + first, entries.begin() + first + count,
             std::back_inserter(page.entries));
@@ -77,14 +77,14 @@ Reader::Page Cut(std::vector<Entry> entries, int64_t offset, int64_t limit) {
 
 }  // namespace
 
-Reader::Reader()
+CatalogReader::CatalogReader()
     : database_(OpenForReading()),
       isUsable_(database_.IsOpen() && HasVersion(database_)),
       findFolder_(database_.Prepare("SELECT id, state FROM folders WHERE path = ?")),
       findEntries_(database_.Prepare("SELECT is_film, key, name, words FROM entries "
                                      "WHERE folder = ? ORDER BY is_film, key LIMIT ? OFFSET ?")) {}
 
-std::optional<int64_t> Reader::FindCurrent(const std::string& folder) {
+std::optional<int64_t> CatalogReader::FindCurrent(const std::string& folder) {
   if (!isUsable_ || !findFolder_.With(folder).Step()) {
     findFolder_.Reset();
     return std::nullopt;
@@ -99,7 +99,8 @@ std::optional<int64_t> Reader::FindCurrent(const std::string& folder) {
              : std::nullopt;
 }
 
-std::optional<Reader::Page> Reader::ReadRemembered(int64_t folder, int64_t offset, int64_t limit) {
+std::optional<CatalogReader::Page> CatalogReader::ReadRemembered(int64_t folder, int64_t offset,
+                                                                 int64_t limit) {
   Page page;
   const int64_t more = limit < std::numeric_limits<int64_t>::max() ? limit + 1 : limit;
   findEntries_.With(folder).With(more).With(offset);
@@ -115,7 +116,8 @@ std::optional<Reader::Page> Reader::ReadRemembered(int64_t folder, int64_t offse
   return isRead ? std::optional(std::move(page)) : std::nullopt;
 }
 
-std::optional<Reader::Page> Reader::Read(const std::string& folder, int64_t offset, int64_t limit) {
+std::optional<CatalogReader::Page> CatalogReader::Read(const std::string& folder, int64_t offset,
+                                                       int64_t limit) {
   // Both statements see the same state of the database.
   database_.Run("BEGIN");
   const auto remembered = FindCurrent(folder);
@@ -129,7 +131,8 @@ std::optional<Reader::Page> Reader::Read(const std::string& folder, int64_t offs
 }
 
 // Reads all rows before anything is taken: a failure in their middle leaves the disk to be read.
-bool Reader::TakeRemembered(int64_t folder, const Wants& wants, std::vector<Entry>& entries) {
+bool CatalogReader::TakeRemembered(int64_t folder, const Wants& wants,
+                                   std::vector<Entry>& entries) {
   findEntries_.With(folder).With(std::numeric_limits<int64_t>::max()).With(0);
   while (findEntries_.Step()) {
     if (wants(findEntries_.Number(0) == 0, findEntries_.Bytes(3))) {
@@ -142,7 +145,7 @@ bool Reader::TakeRemembered(int64_t folder, const Wants& wants, std::vector<Entr
   return isRead;
 }
 
-bool Reader::ForEach(const std::string& folder, const Wants& wants, const Take& take) {
+bool CatalogReader::ForEach(const std::string& folder, const Wants& wants, const Take& take) {
   std::vector<Entry> entries;
   database_.Run("BEGIN");
   const auto remembered = FindCurrent(folder);
@@ -160,11 +163,11 @@ bool Reader::ForEach(const std::string& folder, const Wants& wants, const Take& 
   return true;
 }
 
-Writer::Writer() : path_(FolderPath() + kFile) {
+CatalogWriter::CatalogWriter() : path_(FolderPath() + kFile) {
   Open();
 }
 
-void Writer::Open() {
+void CatalogWriter::Open() {
   database_.reset();
   if (!orvo::MakePrivateFolder(FolderPath())) {
     return;
@@ -179,7 +182,7 @@ void Writer::Open() {
   inode_ = stat(path_.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-void Writer::MakeAnew() {
+void CatalogWriter::MakeAnew() {
   database_.reset();
   for (const char* ending : {"", "-wal", "-shm"}) {
     unlink((path_ + ending).c_str());
@@ -191,7 +194,7 @@ void Writer::MakeAnew() {
   isNew_ = true;
 }
 
-void Writer::Repair() {
+void CatalogWriter::Repair() {
   struct stat status {};
   const bool isInPlace = stat(path_.c_str(), &status) == 0 && status.st_ino == inode_;
   if (!database_ || !isInPlace) {
@@ -199,7 +202,7 @@ void Writer::Repair() {
   }
 }
 
-bool Writer::IsCurrent(const std::string& folder) {
+bool CatalogWriter::IsCurrent(const std::string& folder) {
   Repair();
   const auto state = FileState::OfFolder(folder);
   if (!database_ || !state) {
@@ -209,7 +212,7 @@ bool Writer::IsCurrent(const std::string& folder) {
   return find.With(folder).With(state->text).Step();
 }
 
-Writer::Result Writer::Remember(const std::string& folder, Trust trust) {
+CatalogWriter::Result CatalogWriter::Remember(const std::string& folder, Trust trust) {
   Repair();
   const auto before = FileState::OfFolder(folder);
   if (!before) {
@@ -229,7 +232,7 @@ Writer::Result Writer::Remember(const std::string& folder, Trust trust) {
   return Result::kFailed;
 }
 
-bool Writer::Forget(const std::string& folder) {
+bool CatalogWriter::Forget(const std::string& folder) {
   if (!database_ || !database_->Run("BEGIN")) {
     return false;
   }
@@ -242,8 +245,8 @@ bool Writer::Forget(const std::string& folder) {
   return database_->Run(isDone ? "COMMIT" : "ROLLBACK") && isDone;
 }
 
-bool Writer::Store(const std::string& folder, const std::string& state,
-                   const std::vector<Entry>& entries) {
+bool CatalogWriter::Store(const std::string& folder, const std::string& state,
+                          const std::vector<Entry>& entries) {
   if (!Forget(folder) || !database_->Run("BEGIN")) {
     database_.reset();  // the next call makes it anew if it is damaged
     return false;
@@ -270,7 +273,7 @@ bool Writer::Store(const std::string& folder, const std::string& state,
   return isDone;
 }
 
-void Writer::ForgetOthers(const std::vector<std::string>& roots) {
+void CatalogWriter::ForgetOthers(const std::vector<std::string>& roots) {
   Repair();
   if (!database_) {
     return;

@@ -23,7 +23,7 @@
 namespace catalog {
 
 // For one request.
-class Reader {
+class CatalogReader {
  public:
   // A part of a folder's entries, in the order of ComesBefore().
   struct Page {
@@ -31,7 +31,7 @@ class Reader {
     bool isLast = true;
   };
 
-  Reader();
+  CatalogReader();
 
   // `limit` entries of a folder after the first `offset`, remembered or from the disk. Nothing if
   // the folder cannot be read.
@@ -56,10 +56,10 @@ class Reader {
 };
 
 // The one process that writes the database.
-class Writer {
+class CatalogWriter {
  public:
   // Opens the database, or makes a new one if it is missing, damaged or of another version.
-  Writer();
+  CatalogWriter();
 
   // Is the folder remembered as it is?
   bool IsCurrent(const std::string& folder);

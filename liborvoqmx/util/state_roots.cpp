@@ -27,7 +27,7 @@ constexpr std::array kRoots = {
 
 bool IsAbsent(const std::string& path) {
   struct stat status {};
-  return lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+  return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 }  // namespace

@@ -13,12 +13,12 @@
 namespace {
 
 namespace fs = std::filesystem;
+using catalog::CatalogReader;
+using catalog::CatalogWriter;
 using catalog::Entry;
-using catalog::Reader;
-using catalog::Writer;
 using Names = std::vector<std::string>;
-using Result = Writer::Result;
-using Trust = Writer::Trust;
+using Result = CatalogWriter::Result;
+using Trust = CatalogWriter::Trust;
 
 constexpr char kDatabase[] = "/var/packages/Mirevo/cache/catalog/films.db";
 constexpr uid_t kStranger = 65534;
@@ -38,18 +38,18 @@ class Catalog : public test::Sysroot {
   void Settle(const std::string& folder) const {
     const timespec old[2] = {{100, 0}, {100, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, Path(folder).c_str(), old, 0), 0);
-    ASSERT_EQ(Writer().Remember(Path(folder), Trust::kAnyState), Result::kDone);
+    ASSERT_EQ(CatalogWriter().Remember(Path(folder), Trust::kAnyState), Result::kDone);
   }
   Names List(int64_t offset = 0, int64_t limit = 1000) const {
     Names names;
-    if (const auto page = Reader().Read(Path("/films"), offset, limit)) {
+    if (const auto page = CatalogReader().Read(Path("/films"), offset, limit)) {
       for (const Entry& entry : page->entries) {
         names.push_back(entry.name);
       }
     }
     return names;
   }
-  bool IsRemembered() const { return Writer().IsCurrent(Path("/films")); }
+  bool IsRemembered() const { return CatalogWriter().IsCurrent(Path("/films")); }
   // Changes the remembered name of a film behind the folder's back, so that a test can tell where a
   // reader has looked.
   void Rename(const std::string& from, const std::string& to) const {
@@ -83,9 +83,9 @@ TEST_F(Catalog, PagesAreTheSameWithAndWithoutTheDatabase) {
     EXPECT_EQ(List(0, 2), (Names{"zoo", "Film 1.mkv"}));
     EXPECT_EQ(List(2, 2), (Names{"film 2.mkv", "film 10.mkv"}));
     EXPECT_EQ(List(4, 2), Names());
-    EXPECT_FALSE(Reader().Read(Path("/films"), 0, 3)->isLast);
-    EXPECT_TRUE(Reader().Read(Path("/films"), 2, 2)->isLast);
-    EXPECT_TRUE(Reader().Read(Path("/films"), 9, 2)->isLast);
+    EXPECT_FALSE(CatalogReader().Read(Path("/films"), 0, 3)->isLast);
+    EXPECT_TRUE(CatalogReader().Read(Path("/films"), 2, 2)->isLast);
+    EXPECT_TRUE(CatalogReader().Read(Path("/films"), 9, 2)->isLast);
     fs::remove(Path(kDatabase));
     Write("/films/film 2.mkv.part", "");  // changes the folder, but no entry
   }
@@ -93,15 +93,15 @@ TEST_F(Catalog, PagesAreTheSameWithAndWithoutTheDatabase) {
 
 TEST_F(Catalog, AFolderThatChangesNowIsNotRemembered) {
   Write("/films/film 3.mkv", "film");
-  Writer writer;
+  CatalogWriter writer;
   EXPECT_EQ(writer.Remember(Path("/films")), Result::kNotYet);
   EXPECT_FALSE(writer.IsCurrent(Path("/films")));
 }
 
 TEST_F(Catalog, AFolderThatIsGoneIsForgotten) {
   fs::remove_all(Path("/films"));
-  EXPECT_FALSE(Reader().Read(Path("/films"), 0, 10));
-  Writer writer;
+  EXPECT_FALSE(CatalogReader().Read(Path("/films"), 0, 10));
+  CatalogWriter writer;
   EXPECT_EQ(writer.Remember(Path("/films"), Trust::kAnyState), Result::kDone);
   const catalog::Database database(Path(kDatabase), catalog::Database::Use::kRead);
   EXPECT_FALSE(database.Prepare("SELECT 1 FROM folders").Step());
@@ -109,10 +109,10 @@ TEST_F(Catalog, AFolderThatIsGoneIsForgotten) {
 }
 
 TEST_F(Catalog, ForgetsFoldersOutsideTheRoots) {
-  Writer().ForgetOthers({Path("/film"), Path("/films/zoo")});
+  CatalogWriter().ForgetOthers({Path("/film"), Path("/films/zoo")});
   EXPECT_FALSE(IsRemembered());
   Settle("/films");
-  Writer().ForgetOthers({Path("/films")});
+  CatalogWriter().ForgetOthers({Path("/films")});
   EXPECT_TRUE(IsRemembered());
 }
 
@@ -126,7 +126,7 @@ TEST_F(Catalog, ADamagedDatabaseIsMadeAnew) {
     }
     Write(kDatabase, damaged);
     EXPECT_EQ(List(), all_) << "readers look at the disk";
-    Writer writer;
+    CatalogWriter writer;
     EXPECT_TRUE(writer.TakeLoss());
     EXPECT_EQ(writer.Remember(Path("/films"), Trust::kAnyState), Result::kDone);
     EXPECT_TRUE(writer.IsCurrent(Path("/films")));
@@ -138,13 +138,13 @@ TEST_F(Catalog, ADatabaseOfAnotherVersionIsMadeAnew) {
   catalog::Database(Path(kDatabase), catalog::Database::Use::kWrite)
       .Run("PRAGMA user_version = 99");
   EXPECT_EQ(List(), all_) << "readers look at the disk";
-  Writer writer;
+  CatalogWriter writer;
   EXPECT_TRUE(writer.TakeLoss());
   EXPECT_FALSE(writer.IsCurrent(Path("/films")));
 }
 
 TEST_F(Catalog, ADatabaseThatIsDeletedIsMadeAnew) {
-  Writer writer;
+  CatalogWriter writer;
   EXPECT_FALSE(writer.TakeLoss());
   fs::remove_all(Path("/var/packages/Mirevo/cache/catalog"));
   EXPECT_EQ(List(), all_);
@@ -156,7 +156,7 @@ TEST_F(Catalog, ADatabaseThatIsDeletedIsMadeAnew) {
 TEST_F(Catalog, AReaderSeesTheOldStateOrTheNewOneWhileAnotherProcessWrites) {
   const pid_t parent = getpid();
   test::Child writing([&] {
-    Writer writer;
+    CatalogWriter writer;
     while (getppid() == parent) {
       writer.Remember(Path("/films"), Trust::kAnyState);
     }
@@ -166,7 +166,7 @@ TEST_F(Catalog, AReaderSeesTheOldStateOrTheNewOneWhileAnotherProcessWrites) {
   }
   writing.Kill(SIGKILL);
   writing.Wait();
-  Writer writer;
+  CatalogWriter writer;
   EXPECT_FALSE(writer.TakeLoss()) << "a kill damages nothing";
   EXPECT_EQ(List(), all_);
 }
@@ -195,7 +195,7 @@ TEST_F(Catalog, AReaderWithoutTheRightToReadAFolderGetsNothing) {
   ASSERT_EQ(chown(Path(kDatabase).c_str(), kStranger, 0), 0);
   test::InChild([&] {
     ASSERT_EQ(setuid(kStranger), 0);
-    EXPECT_FALSE(Reader().Read(Path("/films"), 0, 10));
+    EXPECT_FALSE(CatalogReader().Read(Path("/films"), 0, 10));
   });
 }
 

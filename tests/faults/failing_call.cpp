@@ -13,6 +13,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -43,13 +44,25 @@ Counter* MapCounter(const char* path) {
   return memory == MAP_FAILED ? nullptr : static_cast<Counter*>(memory);
 }
 
+// "KIND NUMBER ERRNO".
+bool ReadCall(const char* text, Plan& plan) {
+  const char* const blank = strchr(text, ' ');
+  if (blank == nullptr || blank - text >= static_cast<ptrdiff_t>(plan.kind.size())) {
+    return false;
+  }
+  std::copy(text, blank, plan.kind.begin());
+  char* end = nullptr;
+  plan.number = static_cast<unsigned>(strtoul(blank, &end, 10));
+  plan.error = static_cast<int>(strtol(end, &end, 10));
+  return *end == '\0' && plan.number > 0 && plan.error > 0;
+}
+
 Plan ReadPlan() {
   Plan plan;
   const char* const call = getenv("FAILING_CALL");
   const char* const below = getenv("FAILING_BELOW");
   const char* const count = getenv("FAILING_COUNT");
-  if (call != nullptr && below != nullptr && count != nullptr &&
-      sscanf(call, "%15s %u %d", plan.kind.data(), &plan.number, &plan.error) == 3) {
+  if (call != nullptr && below != nullptr && count != nullptr && ReadCall(call, plan)) {
     plan.below = below;
     plan.count = MapCounter(count);
   }

@@ -270,7 +270,7 @@ Answer ListFolder(const Request& request) {
   if (!folder) {
     return refusal;
   }
-  const auto page = catalog::Reader().Read(*folder, part->offset, part->limit);
+  const auto page = catalog::CatalogReader().Read(*folder, part->offset, part->limit);
   if (!page) {
     return Answer::Failure(kBadRequest, "The server cannot read this folder.");
   }

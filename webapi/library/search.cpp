@@ -160,7 +160,7 @@ class Search {
   std::vector<std::string> words_;
   std::string way_;  // of the entry that is looked at; one for all, because there are many
   std::vector<std::string> roots_ = MediaRoots();
-  catalog::Reader reader_;
+  catalog::CatalogReader reader_;
   Clock::time_point deadline_ = Clock::now() + kTimeLimit;
   bool isTruncated_ = false;
   std::vector<Found> films_;
