@@ -11,6 +11,7 @@
 #include "platform/confined_call.h"
 #include "platform/io.h"
 #include "platform/log.h"
+#include "platform/media_file.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/film_packets.h"
 #include "transcoder/film_range.h"
@@ -227,8 +228,10 @@ std::string DescribeFilm(const std::string& path) {
 }  // namespace
 
 int WriteCmafPlan(const CmafRequest& request) {
-  const auto text = CallConfined(Job::kProbe, {.read = {request.film}}, kLongestText,
-                                 [&] { return DescribeFilm(request.film); });
+  const MediaFile film = MediaFile::Open(request.film);
+  const auto text = film.IsOpen() ? CallConfined(Job::kProbe, {.files = {film.Get()}}, kLongestText,
+                                                 [&] { return DescribeFilm(film.Address()); })
+                                  : std::nullopt;
   const size_t line = text ? text->find('\n') : std::string::npos;
   if (line == std::string::npos || !CmafPlan::Parse(std::string_view(*text).substr(line + 1))) {
     ORVO_LOG("The segments of [%s] cannot be planned", request.film.c_str());
