@@ -57,14 +57,14 @@ void CmafChunks::Flush() {
 
 // --- Pictures ---
 
-PictureCutter::PictureCutter(const CmafTrack& track, const CmafPlan& plan, int first, bool reorders,
-                             CmafSink& sink)
+CmafPictureCutter::CmafPictureCutter(const CmafTrack& track, const CmafPlan& plan, int first,
+                                     bool reorders, CmafSink& sink)
     : plan_(plan),
       first_(first),
       lookAhead_(reorders ? kReordered : 0),
       chunks_(track, plan.delay, sink) {}
 
-void PictureCutter::Take(CmafSample frame) {
+void CmafPictureCutter::Take(CmafSample frame) {
   const int number = plan_.At(frame.time + plan_.Frame() / 2);
   if (isSated_) {
     return;
@@ -87,19 +87,19 @@ void PictureCutter::Take(CmafSample frame) {
   PassOn(false);
 }
 
-void PictureCutter::Begin(int number) {
+void CmafPictureCutter::Begin(int number) {
   number_ = number;
   chunks_.Begin(number, plan_.Start(number));
 }
 
-void PictureCutter::End() {
+void CmafPictureCutter::End() {
   if (number_ >= 0) {
     PassOn(true);
     chunks_.End();
   }
 }
 
-void PictureCutter::Finish() {
+void CmafPictureCutter::Finish() {
   if (number_ >= 0) {
     End();
     isSated_ = true;
@@ -108,7 +108,7 @@ void PictureCutter::Finish() {
 }
 
 // A picture is decoded when the one is shown that has its place in the order of showing.
-void PictureCutter::PassOn(bool all) {
+void CmafPictureCutter::PassOn(bool all) {
   while (times_.size() > (all ? 0 : lookAhead_ + 1)) {
     CmafSample frame = std::move(waiting_.front());
     waiting_.pop_front();
@@ -121,14 +121,15 @@ void PictureCutter::PassOn(bool all) {
 
 // --- Sound ---
 
-SoundCutter::SoundCutter(const CmafTrack& track, const CmafPlan& plan, int first, CmafSink& sink)
+CmafSoundCutter::CmafSoundCutter(const CmafTrack& track, const CmafPlan& plan, int first,
+                                 CmafSink& sink)
     : plan_(plan), first_(first), clock_(track.clock), chunks_(track, 0, sink), number_(first) {}
 
-int64_t SoundCutter::ToTrack(int64_t ticks) const {
+int64_t CmafSoundCutter::ToTrack(int64_t ticks) const {
   return ticks * clock_ / kPlanClock;
 }
 
-void SoundCutter::Reach(int number, int64_t start) {
+void CmafSoundCutter::Reach(int number, int64_t start) {
   if (!hasBegun_) {
     hasBegun_ = true;
     chunks_.Begin(number_, number_ == number ? start : ToTrack(plan_.Start(number_)));
@@ -140,7 +141,7 @@ void SoundCutter::Reach(int number, int64_t start) {
   }
 }
 
-void SoundCutter::Take(CmafSample frame) {
+void CmafSoundCutter::Take(CmafSample frame) {
   const int64_t middle = (frame.time + frame.duration / 2) * kPlanClock / clock_;
   const int number = plan_.At(middle);
   if (isSated_ || frame.time < 0 || number < first_ || number < number_) {
@@ -155,7 +156,7 @@ void SoundCutter::Take(CmafSample frame) {
   chunks_.Add(std::move(frame));
 }
 
-void SoundCutter::Finish() {
+void CmafSoundCutter::Finish() {
   if (isSated_) {
     return;
   }

@@ -65,11 +65,11 @@ class CmafCutter {
 // Segments of pictures begin with a key frame that is no more than half a picture away from the
 // plan's cut, and cover their span exactly. Pictures that come after that key frame and are shown
 // before it are left out, because they need the segment before.
-class PictureCutter : public CmafCutter {
+class CmafPictureCutter : public CmafCutter {
  public:
   // `reorders` tells that pictures are not shown in the order of their decoding.
-  PictureCutter(const CmafTrack& track, const CmafPlan& plan, int first, bool reorders,
-                CmafSink& sink);
+  CmafPictureCutter(const CmafTrack& track, const CmafPlan& plan, int first, bool reorders,
+                    CmafSink& sink);
   void Take(CmafSample frame) override;
   void Finish() override;
 
@@ -89,9 +89,9 @@ class PictureCutter : public CmafCutter {
 };
 
 // A frame of sound belongs to the segment that its middle lies in.
-class SoundCutter : public CmafCutter {
+class CmafSoundCutter : public CmafCutter {
  public:
-  SoundCutter(const CmafTrack& track, const CmafPlan& plan, int first, CmafSink& sink);
+  CmafSoundCutter(const CmafTrack& track, const CmafPlan& plan, int first, CmafSink& sink);
   void Take(CmafSample frame) override;
   // Sound that ends before the film leaves empty segments.
   void Finish() override;

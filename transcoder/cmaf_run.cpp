@@ -84,9 +84,9 @@ class Run : private CmafSink {
     CmafSink& sink = *this;
     if (track.isPicture) {
       const bool reorders = request_.treatment == Treatment::kPictures && plan_.delay > 0;
-      cutter_ = std::make_unique<PictureCutter>(track, plan_, request_.number, reorders, sink);
+      cutter_ = std::make_unique<CmafPictureCutter>(track, plan_, request_.number, reorders, sink);
     } else {
-      cutter_ = std::make_unique<SoundCutter>(track, plan_, request_.number, sink);
+      cutter_ = std::make_unique<CmafSoundCutter>(track, plan_, request_.number, sink);
     }
     // The stream of packets does not describe its codec.
     if (!request_.IsCopy() || request_.isHeaderOnly) {

@@ -126,11 +126,11 @@ int64_t Length(const Piece& piece) {
   return length;
 }
 
-TEST(PictureCutter, CoversTheSpansOfThePlanExactly) {
+TEST(CmafPictureCutter, CoversTheSpansOfThePlanExactly) {
   const CmafTrack track = Pictures();
   const CmafPlan plan = TwoSeconds(0);
   Pieces pieces;
-  PictureCutter cutter(track, plan, 0, false, pieces);
+  CmafPictureCutter cutter(track, plan, 0, false, pieces);
   for (int64_t i = 0; i < 49; ++i) {
     cutter.Take(Picture(i, i % 25 == 0, 300));  // the film's clock is a little off
   }
@@ -144,11 +144,11 @@ TEST(PictureCutter, CoversTheSpansOfThePlanExactly) {
   EXPECT_TRUE(cutter.IsSated());
 }
 
-TEST(PictureCutter, GivesReorderedPicturesDecodeTimesThatGrow) {
+TEST(CmafPictureCutter, GivesReorderedPicturesDecodeTimesThatGrow) {
   const CmafTrack track = Pictures();
   const CmafPlan plan = TwoSeconds(kFrame);
   Pieces pieces;
-  PictureCutter cutter(track, plan, 0, true, pieces);
+  CmafPictureCutter cutter(track, plan, 0, true, pieces);
   for (const int64_t i : {0, 2, 1, 4, 3, 6, 5, 8, 7}) {
     cutter.Take(Picture(i, i == 0));
   }
@@ -165,11 +165,11 @@ TEST(PictureCutter, GivesReorderedPicturesDecodeTimesThatGrow) {
   EXPECT_EQ(shown, (std::vector<int64_t>{0, 2, 1, 4, 3, 6, 5, 8, 7}));
 }
 
-TEST(PictureCutter, LeavesOutPicturesThatNeedTheSegmentBefore) {
+TEST(CmafPictureCutter, LeavesOutPicturesThatNeedTheSegmentBefore) {
   const CmafTrack track = Pictures();
   const CmafPlan plan = TwoSeconds(kFrame);
   Pieces pieces;
-  PictureCutter cutter(track, plan, 1, true, pieces);
+  CmafPictureCutter cutter(track, plan, 1, true, pieces);
   for (const int64_t i : {10, 25, 23, 24, 26}) {
     cutter.Take(Picture(i, i == 25));
   }
@@ -178,11 +178,11 @@ TEST(PictureCutter, LeavesOutPicturesThatNeedTheSegmentBefore) {
   EXPECT_EQ(pieces.pieces[1].samples.size(), 2U);
 }
 
-TEST(PictureCutter, WritesShortChunksFirstAndNoneOverHalfASecond) {
+TEST(CmafPictureCutter, WritesShortChunksFirstAndNoneOverHalfASecond) {
   const CmafTrack track = Pictures();
   const CmafPlan plan = TwoSeconds(0);
   Pieces pieces;
-  PictureCutter cutter(track, plan, 0, false, pieces);
+  CmafPictureCutter cutter(track, plan, 0, false, pieces);
   for (int64_t i = 0; i < 5; ++i) {
     cutter.Take(Picture(i, i == 0));
   }
@@ -193,11 +193,11 @@ TEST(PictureCutter, WritesShortChunksFirstAndNoneOverHalfASecond) {
   EXPECT_EQ(pieces.chunks[0], 4);
 }
 
-TEST(SoundCutter, PutsAFrameWhereItsMiddleLies) {
+TEST(CmafSoundCutter, PutsAFrameWhereItsMiddleLies) {
   const CmafTrack track = Sound();
   const CmafPlan plan = TwoSeconds(0);
   Pieces pieces;
-  SoundCutter cutter(track, plan, 0, pieces);
+  CmafSoundCutter cutter(track, plan, 0, pieces);
   for (int64_t i = -1; i < 94; ++i) {
     CmafSample frame;
     frame.time = i * 1024;
@@ -211,11 +211,11 @@ TEST(SoundCutter, PutsAFrameWhereItsMiddleLies) {
   EXPECT_EQ(pieces.pieces[1].start, int64_t{47} * 1024);
 }
 
-TEST(SoundCutter, WritesEmptySegmentsBehindTheSound) {
+TEST(CmafSoundCutter, WritesEmptySegmentsBehindTheSound) {
   const CmafTrack track = Sound();
   const CmafPlan plan = TwoSeconds(0);
   Pieces pieces;
-  SoundCutter cutter(track, plan, 0, pieces);
+  CmafSoundCutter cutter(track, plan, 0, pieces);
   cutter.Finish();
   EXPECT_EQ(pieces.ended, (std::vector<int>{0, 1}));
   EXPECT_TRUE(pieces.pieces.empty());
