@@ -59,16 +59,16 @@ class Copied(Run):
 
 
 def aligned(ours, theirs, spare):
-    """A frame of sound at a cut may belong to either side, where Matroska lets FFmpeg guess decoding times."""
-    while spare and len(ours) != len(theirs):
-        longer = max(ours, theirs, key=len)
-        longer.pop(0 if abs(ours[0][0] - theirs[0][0]) > FRAME / 2 else -1)
-        spare -= 1
+    """A frame of sound at each cut may belong to either side, where Matroska lets FFmpeg guess decoding times."""
+    if spare and ours and theirs and abs(ours[0][0] - theirs[0][0]) > FRAME / 2:
+        min(ours, theirs, key=lambda packets: packets[0][0]).pop(0)
+    if spare and abs(len(ours) - len(theirs)) == 1:
+        max(ours, theirs, key=len).pop()
     return ours, theirs
 
 
 def difference(ours, theirs, bound, sizes):
-    ours, theirs = aligned(ours, theirs, 0 if sizes else 1)
+    ours, theirs = aligned(ours, theirs, not sizes)
     if len(ours) != len(theirs):
         return f"{len(ours)} packets, not {len(theirs)}"
     for (time, size, key), (other, wanted, is_key) in zip(ours, theirs):
