@@ -20,7 +20,18 @@ export async function resumePoint(encodedPath) {
   return entry && !entry.finished ? entry.position : 0;
 }
 
+// The watched and begun films by their encoded paths.
+export async function marks() {
+  return new Map((await watched()).map((entry) => [entry.encoded_path, entry]));
+}
+
 export const forget = (encodedPath) => post('History', 'remove', {}, encodedPath);
+
+// Marks a film of this length as watched to its end. The server counts whole seconds.
+export function markWatched(encodedPath, duration) {
+  const position = Math.max(1, Math.floor(duration));
+  return post('History', 'save', { position, duration: position }, encodedPath);
+}
 
 // Saves a film's position: every few seconds, on a pause, and when the page unloads.
 export class HistoryKeeper {
