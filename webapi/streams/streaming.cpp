@@ -80,7 +80,7 @@ constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
     StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls, StartHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
-    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
+    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth, StartSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
     StreamKind{kCmafFormat, LibOrvoQMX::kCmafKind, "/master.m3u8", PrepareCmaf, PlayCmaf,
                CloseCmaf},
@@ -385,7 +385,7 @@ void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ti
   Answer ignored = Answer::Failure(kInternal);
   const auto start = StartSecond(request, ticket.Duration(), ignored);
   if (request.Has("start") && start && kind.startAhead != nullptr) {
-    kind.startAhead(ticket, *start);
+    kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1));
   }
 }
 
