@@ -39,7 +39,14 @@ class ChildStream {
   // waits; that it is closed is told all the same.
   Wake Wait(int changes, bool holdBack);
 
-  // The same for one who has no use for output now: returns when `changes` is readable, a signal
+  // Ends FFmpeg by SIGKILL when it writes nothing for so long while Wait() waits for its output.
+  void LimitSilence(int milliseconds) { silence_ = milliseconds; }
+
+  // Waits until `output` can be written. False when the run was stopped first, or nobody reads
+  // `output` any more.
+  bool WaitToWrite(int output);
+
+  // As Wait() for one who has no use for output now: returns when `changes` is readable, a signal
   // has come or FFmpeg has failed.
   void WaitForChange(int changes);
 
@@ -60,12 +67,14 @@ class ChildStream {
   ChildStream(Process child, UniqueFd stream, UniqueFd signals);
   static std::optional<ChildStream> StartWith(const std::function<Process(int output)>& start);
   void TakeSignal();
+  void EndSilent(int ready);
 
   Process child_;
   UniqueFd stream_;
   UniqueFd signals_;
   bool hasEnded_ = false;
   bool stopped_ = false;
+  int silence_ = -1;
 };
 
 }  // namespace orvo::transcoder
