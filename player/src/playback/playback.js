@@ -105,9 +105,14 @@ export class Playback extends EventTarget {
     this.phase = 'manifest';
     this.mark('open');
     this.engine = this.makeEngine(kind);
-    await this.engine.open(stream, Math.min(this.place, Math.max(0, stream.duration - 1)));
+    await this.engine.open(stream, this.firstSecond());
     this.showSubtitle();
     this.changed();
+  }
+
+  // Where the film begins: the viewer's place, but not its very end.
+  firstSecond() {
+    return Math.min(this.place, Math.max(0, this.duration() - 1));
   }
 
   openParameters(kind) {
@@ -119,6 +124,8 @@ export class Playback extends EventTarget {
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
+      // The server starts the conversion there before the player asks for the first piece.
+      start: String(Math.floor(this.firstSecond())),
     };
   }
 
