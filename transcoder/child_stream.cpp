@@ -139,13 +139,38 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
   std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
                                   {changes, POLLIN, 0},
                                   {stream_.Get(), holdBack ? short{} : short{POLLIN}, 0}}};
-  if (poll(waits.data(), waits.size(), -1) < 0) {
+  const int ready = poll(waits.data(), waits.size(), holdBack ? -1 : silence_);
+  if (ready <= 0) {
+    EndSilent(ready);
     return {};
   }
   if (waits[0].revents != 0) {
     TakeSignal();
   }
   return {waits[2].revents != 0, waits[1].revents != 0};
+}
+
+// Its end is the end of its output.
+void ChildStream::EndSilent(int ready) {
+  if (ready == 0) {
+    child_.AskToEnd(SIGKILL);
+    silence_ = -1;
+  }
+}
+
+bool ChildStream::WaitToWrite(int output) {
+  while (!stopped_) {
+    std::array<pollfd, 2> waits = {{{signals_.Get(), POLLIN, 0}, {output, POLLOUT, 0}}};
+    if (poll(waits.data(), waits.size(), -1) < 0) {
+      continue;
+    }
+    if (waits[0].revents != 0) {
+      TakeSignal();
+    } else {
+      return (waits[1].revents & POLLOUT) != 0;
+    }
+  }
+  return false;
 }
 
 void ChildStream::WaitForChange(int changes) {
