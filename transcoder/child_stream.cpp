@@ -145,7 +145,7 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
 // Its end is the end of its output.
 void ChildStream::EndSilent(int ready) {
   if (ready == 0) {
-    child_.AskToEnd(SIGKILL);
+    child_->End(SIGKILL);
     silence_ = -1;
   }
 }
