@@ -3,14 +3,19 @@ import { get, post, postLastly } from './api.js';
 
 const SAVE_SECONDS = 10;
 
+// The newest save. What is read after it contains it.
+let saving = Promise.resolve();
+
 // The watched films, newest first; [] without a history.
 export async function watched() {
+  await saving;
   const answer = await get('History', 'list', {}, undefined, { quiet: true }).catch(() => null);
   return answer?.items ?? [];
 }
 
 // The second at which to resume; 0 for a film that is new or finished.
 export async function resumePoint(encodedPath) {
+  await saving;
   const entry = await get('History', 'get', {}, encodedPath, { quiet: true }).catch(() => null);
   return entry && !entry.finished ? entry.position : 0;
 }
@@ -52,10 +57,14 @@ export class HistoryKeeper {
 
   async save() {
     const entry = this.entry();
-    if (!entry) {
-      return;
+    if (entry) {
+      this.saved = entry.position;
+      saving = this.send(entry);
+      await saving;
     }
-    this.saved = entry.position;
+  }
+
+  async send(entry) {
     try {
       await post('History', 'save', entry, this.playback.film.entry.encoded_path);
     } catch (error) {

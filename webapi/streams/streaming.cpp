@@ -32,6 +32,7 @@
 #include "webapi/library/media_library.h"
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
+#include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/hls_playback.h"
@@ -412,6 +413,9 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
   parameters[kFilmParameter] = film.file.Identity();
+  if (IsCmaf(kind)) {
+    FixCmafChoices(film.facts, joined.ticket, parameters);
+  }
   auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {

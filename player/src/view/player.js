@@ -218,14 +218,14 @@ export class PlayerView {
   }
 
   close() {
-    this.keeper.saveLastly();
+    const saved = this.keeper.save();
     if (!this.upNext.takeGoing()) {
       this.section.hidden = true;
       this.leaveFullScreen();
     }
     this.upNext.cancel();
     this.thumbnails.forFilm(null);
-    this.closing = this.playback.stop();
+    this.closing = Promise.all([saved, this.playback.stop()]);
     return this.closing;
   }
 
