@@ -1,12 +1,14 @@
 // Decides which connections the web server gets. The service loads this library into it.
 //
 // The web server itself has no limit for one address, and does not look at a connection while the
-// request program works. This library stands between it and four system calls:
+// request program works. This library stands between it and five system calls:
 //   - An address has a limited number of connections; a further one is reset. Proxies have no such
 //     limit, because all their clients have one address.
 //   - The last connections are for this machine, so that its commands always reach the service.
 //   - The first read of a connection finds nothing. The web server then waits for the client, and
 //     a web server that has waited once notices when the client leaves, at any later time.
+//   - The request program starts with SIGTERM held back. The web server sends it when the client
+//     leaves, and the program decides whether that ends it. Until then it waits.
 //
 // The program that starts the web server sets three variables; nobody inherits them further:
 //   MIREVO_DOOR_EACH   connections of one address
@@ -22,6 +24,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -225,6 +228,19 @@ extern "C" {
     return -1;
   }
   return syscall(SYS_read, fd, buffer, size);
+}
+
+[[gnu::visibility("default")]] pid_t fork() {
+  sigset_t leaving;
+  sigset_t before;
+  sigemptyset(&leaving);
+  sigaddset(&leaving, SIGTERM);
+  sigprocmask(SIG_BLOCK, &leaving, &before);
+  const auto pid = _Fork();
+  if (pid != 0) {
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+  }
+  return pid;
 }
 
 [[gnu::visibility("default")]] int close(int fd) {

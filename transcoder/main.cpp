@@ -98,8 +98,8 @@ int MakeRendition(const std::vector<std::string>& arguments) {
     return WriteCmafPackets(*request);
   }
   const bool encodes = request->treatment == Treatment::kH264;
-  return RunCmaf(*request,
-                 {kExecutable, encodes ? ToneMappingOf(request->film) : "", OpenProgressFile()});
+  return RunCmaf(*request, {kExecutable, encodes ? ToneMappingOf(request->film) : "",
+                            OpenProgressFile(), LacksIndex(request->film)});
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "transcoder/copy_translation.h"
 #include "transcoder/filters.h"
 #include "transcoder/option_values.h"
+#include "transcoder/private_options.h"
 #include "transcoder/segment_translation.h"
 
 namespace orvo::transcoder {
@@ -81,8 +82,10 @@ struct Facts {
   std::string size;      // the picture size asked for
   bool isMusic = false;  // the film's picture is a cover and stays away
   SoundWish sound = SoundWish::kStereo;
-  long channels = 0;         // that were asked for; 0 for those of the film
-  std::string soundEncoder;  // "" for the container's usual one
+  long channels = 0;           // that were asked for; 0 for those of the film
+  std::string soundEncoder;    // as given; "" for the container's usual one
+  std::string pictureEncoder;  // the same for the picture
+  double ceiling = 0;          // the highest bit rate that was asked for; 0 if none was
   bool namesSoundFilter = false;
   std::string toneMapping;        // filters; empty for a film of standard dynamic range
   bool lacksToneMapping = false;  // the film needs it, and this FFmpeg has no filter for it
@@ -173,6 +176,9 @@ void NamesFragmentLength(const Argument& argument, Facts& facts) {
 void NamesFragmentStart(const Argument& argument, Facts& facts) {
   facts.fragmentStart = ValueOf(argument);
 }
+void NamesCeiling(const Argument& argument, Facts& facts) {
+  facts.ceiling = ValueOf(argument);
+}
 void NamesPictureBits(const Argument& argument, Facts& facts) {
   facts.segments.pictureBits = std::lround(ValueOf(argument));
 }
@@ -222,6 +228,7 @@ void NamesEncoder(const Argument& argument, Facts& facts) {
 void NamesVideoEncoder(const Argument& argument, Facts& facts) {
   facts.copiesVideo |= argument.value == "copy";
   facts.segments.takesFineClock |= argument.value == kFineClockEncoder;
+  facts.pictureEncoder = argument.value;
   NamesEncoder(argument, facts);
 }
 
@@ -327,10 +334,46 @@ void Seek(const Argument& argument, const Facts& facts, Strings& out) {
   }
 }
 
+// The encoder that does the work of the named one here.
+std::string UsedEncoder(const std::string& name, const Facts& facts) {
+  return IsLost(facts, name) ? std::string(FindEncoder(name)->replacement) : name;
+}
+
 void ReplacedEncoder(const Argument& argument, const Facts& facts, Strings& out) {
-  const bool lost = IsLost(facts, argument.value);
-  Append(out, {argument.name,
-               lost ? std::string(FindEncoder(argument.value)->replacement) : argument.value});
+  Append(out, {argument.name, UsedEncoder(argument.value, facts)});
+}
+
+// For options of picture encoders: an option that only another one knows is left out.
+void ForPictures(const Argument& argument, const Facts& facts, Strings& out) {
+  if (TakesOption(UsedEncoder(facts.pictureEncoder, facts), argument.option->name)) {
+    Same(argument, facts, out);
+  }
+}
+
+void ForSound(const Argument& argument, const Facts& facts, Strings& out) {
+  if (TakesOption(UsedEncoder(facts.soundEncoder, facts), argument.option->name)) {
+    Same(argument, facts, out);
+  }
+}
+
+// The limits of a profile belong to the profile's own rate. The rate may have been changed for the
+// film, and the limits follow it.
+bool HasOtherCeiling(const Facts& facts) {
+  return facts.ceiling > 0 && facts.segments.pictureBits > 0 &&
+         std::lround(facts.ceiling) != facts.segments.pictureBits;
+}
+
+void Ceiling(const Argument& argument, const Facts& facts, Strings& out) {
+  const long bits = facts.segments.pictureBits;
+  Append(out, {argument.name, HasOtherCeiling(facts) ? std::to_string(bits) : argument.value});
+}
+
+// Keeps the buffer's length in seconds.
+void BufferSize(const Argument& argument, const Facts& facts, Strings& out) {
+  const double share = static_cast<double>(facts.segments.pictureBits) / facts.ceiling;
+  Append(out, {argument.name, HasOtherCeiling(facts)
+                                  ? std::to_string(std::lround(ValueOf(argument) * share))
+                                  : argument.value});
 }
 
 // Such AAC cannot be put into Matroska, and the command line does not tell whether it is AAC.
@@ -344,6 +387,13 @@ void SoundEncoder(const Argument& argument, const Facts& facts, Strings& out) {
 
 void UnlessHardwareLost(const Argument& argument, const Facts& facts, Strings& out) {
   if (!facts.hardwareLost) {
+    Same(argument, facts, out);
+  }
+}
+
+// Frames on the graphics card have the card's format.
+void PixelFormat(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.vaapiUsed || !argument.behindInput) {
     Same(argument, facts, out);
   }
 }
@@ -367,6 +417,9 @@ void Size(const Argument& argument, const Facts& facts, Strings& out) {
 }
 
 void Preset(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!TakesOption(UsedEncoder(facts.pictureEncoder, facts), argument.option->name)) {
+    return;
+  }
   const bool known = std::find(kSoftwarePresets.begin(), kSoftwarePresets.end(), argument.value) !=
                      kSoftwarePresets.end();
   Append(out, {argument.name, facts.hardwareLost && !known ? kFallbackPreset : argument.value});
@@ -471,8 +524,9 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-profile:v", V::kAny, Nothing, VideoProfile},
     {"-s", V::kSize, NamesSize, Size},
     {"-aspect", V::kAspect, NamesAspect, Aspect},
-    {"-maxrate", V::kBitRate, Nothing, Same},
-    {"-bufsize", V::kBitRate, Nothing, Same},
+    {"-maxrate", V::kBitRate, NamesCeiling, Ceiling},
+    {"-bufsize", V::kBitRate, Nothing, BufferSize},
+    {"-pix_fmt", V::kAny, Nothing, PixelFormat},
     {"-ac", V::kChannels, NamesChannels, Channels},
     {"-sound", V::kSound, NamesSound, Dropped},
     {"-music", V::kFlag, NamesMusic, Music},
@@ -507,10 +561,29 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-hwaccel_device", V::kAny, Nothing, UnlessHardwareLost},
     {"-hwaccel_output_format", V::kAny, Nothing, UnlessHardwareLost},
     {"-profile:a", V::kAny, Nothing, UnlessFdkLost},
-    {"-afterburner", V::kAny, Nothing, UnlessFdkLost},
-    {"-vbr", V::kAny, Nothing, UnlessFdkLost},
-    {"-signaling", V::kAny, Nothing, UnlessFdkLost},
-    {"-eld_sbr", V::kAny, Nothing, UnlessFdkLost},
+    {"-crf", V::kAny, Nothing, ForPictures},
+    {"-tune", V::kAny, Nothing, ForPictures},
+    {"-x264-params", V::kAny, Nothing, ForPictures},
+    {"-x264opts", V::kAny, Nothing, ForPictures},
+    {"-deadline", V::kAny, Nothing, ForPictures},
+    {"-cpu-used", V::kAny, Nothing, ForPictures},
+    {"-lag-in-frames", V::kAny, Nothing, ForPictures},
+    {"-auto-alt-ref", V::kAny, Nothing, ForPictures},
+    {"-row-mt", V::kAny, Nothing, ForPictures},
+    {"-tile-columns", V::kAny, Nothing, ForPictures},
+    {"-rc_mode", V::kAny, Nothing, ForPictures},
+    {"-low_power", V::kAny, Nothing, ForPictures},
+    {"-async_depth", V::kAny, Nothing, ForPictures},
+    {"-look_ahead", V::kAny, Nothing, ForPictures},
+    {"-rc", V::kAny, Nothing, ForPictures},
+    {"-cq", V::kAny, Nothing, ForPictures},
+    {"-num_output_buffers", V::kAny, Nothing, ForPictures},
+    {"-num_capture_buffers", V::kAny, Nothing, ForPictures},
+    {"-aac_coder", V::kAny, Nothing, ForSound},
+    {"-afterburner", V::kAny, Nothing, ForSound},
+    {"-vbr", V::kAny, Nothing, ForSound},
+    {"-signaling", V::kAny, Nothing, ForSound},
+    {"-eld_sbr", V::kAny, Nothing, ForSound},
 });
 
 bool Names(const Option& option, std::string_view text) {

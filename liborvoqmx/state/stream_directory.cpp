@@ -163,6 +163,10 @@ int64_t StreamDirectory::LastAskedFor() const {
   return File(orvo::kRequestedFile).Number().value_or(-1);
 }
 
+std::optional<timespec> StreamDirectory::LastAsked() const {
+  return File(orvo::kRequestedFile).Written();
+}
+
 std::string StreamDirectory::SegmentPath(int number) const {
   char name[32];
   snprintf(name, sizeof(name), orvo::kSegmentPattern, number);

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -72,6 +73,7 @@ class ORVO_API StreamDirectory {
   void AskFor(int64_t number) const;
   void AskForByte(int64_t offset) const;
   int64_t LastAskedFor() const;
+  std::optional<timespec> LastAsked() const;  // the time of that request; nothing before the first
 
   // HLS.
   std::string SegmentPath(int number) const;

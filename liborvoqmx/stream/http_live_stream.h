@@ -12,7 +12,7 @@
 
 #include <json/value.h>
 
-#include <chrono>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +24,7 @@
 
 namespace LibOrvoQMX {
 
+class ExpectedViewer;
 struct AwaitedSegment;
 struct FetchedPiece;
 struct Segment;
@@ -145,19 +146,18 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   std::vector<std::string> PrepareArguments(const Segment& segment);
 
   bool IsPlayable() const;
-  // Whether somebody waits for the segment already.
-  enum class Viewer { kWaits, kIsExpected };
+  // Null if somebody waits for the segment already.
+  using Expected = std::shared_ptr<const ExpectedViewer>;
 
-  bool Reach(const Segment& segment, Viewer viewer = Viewer::kWaits);
+  bool Reach(const Segment& segment, const Expected& viewer = nullptr);
   bool Revive(const Segment& segment, const std::string& seen);
-  bool Restart(const Segment& segment, Viewer viewer = Viewer::kWaits);
-  bool StartPipeline(const Segment& segment, Viewer viewer);
+  bool Restart(const Segment& segment, const Expected& viewer = nullptr);
+  bool StartPipeline(const Segment& segment, const Expected& viewer);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
   int SegmentAt(double second);
-  void Watch(const Segment& segment, Viewer viewer = Viewer::kWaits);
-  void RunPipeline(const Segment& segment, Viewer viewer);
-  bool IsUnwanted(std::chrono::steady_clock::time_point start) const;
+  void Watch(const Segment& segment, const Expected& viewer = nullptr);
+  void RunPipeline(const Segment& segment, const Expected& viewer);
 
   std::string SeenSequence() const;
   AwaitedSegment Await(int number, const std::string& seen) const;

@@ -16,6 +16,7 @@
 #include <json/value.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ struct FragmentId;
 
 namespace LibOrvoQMX {
 
+class ExpectedViewer;
 class StreamLock;
 struct FetchedPiece;
 struct FragmentPlace;
@@ -58,6 +60,10 @@ class ORVO_API SmoothStream : public AdaptStream {
   // could make the fragment, it starts a transcoder and waits once more. It does not if the viewer
   // has gone elsewhere: the last requested piece is more than ten pieces away.
   FetchedPiece Fetch(const orvo::FragmentId& id);
+
+  // Starts a transcoder for a player that will begin at this second of the film. The transcoder
+  // ends again if nobody has asked for a fragment ten seconds later. Returns false on failure.
+  bool StartAhead(double second);
 
   int GetSeekTimeInMillisecond() const override;
 
@@ -124,14 +130,20 @@ class ORVO_API SmoothStream : public AdaptStream {
                        std::string& samplingRate, std::string& codecPrivateData) const;
 
   bool IsPlayable() const;
-  bool StartUnless(const FragmentPlace& place, const std::function<bool()>& isNeedless);
-  bool StartAt(const FragmentPlace& place, StreamLock& lock);
+  // Null if somebody waits for the fragment already.
+  using Expected = std::shared_ptr<const ExpectedViewer>;
+
+  bool StartUnless(const FragmentPlace& place, const std::function<bool()>& isNeedless,
+                   const Expected& viewer = nullptr);
+  bool StartAt(const FragmentPlace& place, StreamLock& lock, const Expected& viewer);
+  void Watch(const FragmentPlace& place, const Expected& viewer);
   long SaveSeekTime(const FragmentPlace& place) const;
-  void RunTranscoder();
+  void RunTranscoder(const Expected& viewer);
   std::string OutputDirectory() const;
 
   FetchedPiece Await(const FragmentPlace& place) const;
   bool MakeSureOfTranscoder(const orvo::FragmentId& id);
+  std::string VideoRate() const;
   bool NeedsStart(const FragmentPlace& place, const FragmentPlace& video) const;
   void LetVideoComeFirst(const std::function<bool()>& isNeedless) const;
   bool HasGoneElsewhere(const orvo::FragmentId& id) const;

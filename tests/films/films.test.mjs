@@ -16,10 +16,7 @@ let service;
 before(async () => {
   service = await Service.start([media]);
 });
-after(async () => {
-  await service.isQuiet();
-  await service.stop();
-});
+after(() => service.finish());
 
 const withAgent = async (method, parameters, agent = chrome) => {
   const response = await fetch(service.query('Streaming', method, parameters), { headers: { 'User-Agent': agent } });
@@ -149,8 +146,9 @@ describe('where the time went', () => {
     });
   const statusOf = async ({ stream_id: id }) => (await service.call('Status', 'get')).data.streams.find((stream) => stream.stream_id === id);
 
-  test('each step of a start is told, and a starving player is remembered', async () => {
+  test('each step of a start is told, and a starving player is remembered', async (t) => {
     const { data } = await withAgent('open', { path: film('ten_bit.mkv'), format: 'hls' });
+    t.after(() => close(data));
     const playlist = await (await fetch(data.url)).text();
     const [segment] = playlist.split('\n').filter((line) => line.startsWith('/') || line.startsWith('http'));
     const address = new URL(segment, data.url);
@@ -167,17 +165,16 @@ describe('where the time went', () => {
     const later = await statusOf(data);
     assert.deepEqual([later.client.buffer, later.client.throughput], [300, 1200]);
     assert.deepEqual(later.times, times, 'a ready segment is no start');
-    await close(data);
   });
 
-  test('a byte stream tells its steps too', async () => {
+  test('a byte stream tells its steps too', async (t) => {
     const { data } = await withAgent('open', { path: film('plain.mp4'), format: 'http' });
+    t.after(() => close(data));
     const response = await fetch(data.url);
     await readSome(response, 100);
     const times = await timesOf(data);
     assert.ok(['start', 'first_bytes', 'sent'].every((step) => times[step] >= 0), JSON.stringify(times));
     await response.body.cancel();
-    await close(data);
   });
 });
 
@@ -193,9 +190,12 @@ describe('in Chromium', () => {
   for (const wanted of films.filter(({ name }) => chosen.includes(name))) {
     test(`${wanted.name} plays`, async () => {
       const viewer = await Viewer.open(browser, service);
-      const { kind } = await plays(viewer, wanted);
-      assert.equal(/^Music/.test(kind), isMusic(wanted), kind);
-      await viewer.close();
+      try {
+        const { kind } = await plays(viewer, wanted);
+        assert.equal(/^Music/.test(kind), isMusic(wanted), kind);
+      } finally {
+        await viewer.close();
+      }
       await service.isQuiet();
     });
   }

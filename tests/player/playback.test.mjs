@@ -94,6 +94,13 @@ describe('opening', () => {
     assert.equal(engine().second, 99);
   });
 
+  test('the server is told where the player begins', async () => {
+    await playback.play(film, usual, 42.7);
+    await playback.play(film, usual, 500);
+    await playback.play({ ...film, info: { ...info, metadata: {} } }, usual, 42);
+    assert.deepEqual(server.asked('open').map(({ start }) => start), ['42', '99', '0']);
+  });
+
   test('a quality is sent only with its own playback method', async () => {
     server.answers.open = ({ format }) => (format === 'hls' ? refusal('Internal')() : { format, stream_id: 's', duration: 100, url: '/' });
     await playback.play(film, { ...usual, kind: 'hls', profile: 'hls_720p' }, 0);

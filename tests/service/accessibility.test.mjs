@@ -23,8 +23,7 @@ before(async () => {
 });
 after(async () => {
   await browser.close();
-  await service.isQuiet();
-  await service.stop();
+  await service.finish();
 });
 
 // The serious and critical findings of axe on the current page.

@@ -216,7 +216,7 @@ test('the service ends at once while a film is analyzed, and nothing half is lef
   await eventually(() => (state()?.film ? true : undefined), patience);
   const begun = performance.now();
   service.process.kill('SIGTERM');
-  await new Promise((resolve) => service.process.once('exit', resolve));
+  await service.ended();
   assert.ok(performance.now() - begun < 5000, 'nothing had to be killed');
   assert.deepEqual(processesWith(service.root), []);
   assert.ok(!fs.existsSync(path.join(service.root, 'run/mirevo/analysis')));

@@ -15,8 +15,7 @@ before(async () => {
 });
 after(async () => {
   await browser.close();
-  await service.isQuiet();
-  await service.stop();
+  await service.finish();
 });
 beforeEach(async () => {
   viewer = await Viewer.open(browser, service);

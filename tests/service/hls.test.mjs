@@ -98,6 +98,15 @@ test('a stream that nobody asks for gives its place back and plays later all the
   await answer.arrayBuffer();
 });
 
+test('an earlier viewer of a stream does not count as the one who is expected', async () => {
+  const copied = { format: 'hls', profile: 'hls_remux' };
+  const stream = await open('long.mkv', copied);
+  await (await segment(stream, 0)).arrayBuffer();
+  await open('long.mkv', { ...copied, stream_id: stream.stream_id, start: 100 });
+  await eventually(() => (runs(stream).some(({ command }) => command.includes('-segment_start_number 12 ')) ? true : undefined));
+  await eventually(() => (runs(stream).length === 0 ? true : undefined), 30000);
+});
+
 test('a start outside the film is refused', async () => {
   await assert.rejects(open('h264_ac3.mkv', { ...transcode, start: 61 }), /BadRequest|start/);
 });

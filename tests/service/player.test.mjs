@@ -35,9 +35,8 @@ before(async () => {
 });
 after(async () => {
   await browser.close();
-  await service.isQuiet();
-  await service.stop();
   fs.rmSync(folder, { recursive: true });
+  await service.finish();
 });
 beforeEach(() => {
   viewers = [];

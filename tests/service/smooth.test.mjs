@@ -112,6 +112,22 @@ test('a near fragment is waited for, a distant one restarts the transcoder', asy
   await assertFragment(stream, 'audio', 295);
 });
 
+test('a player that says where it begins finds the transcoder at work there', async () => {
+  const stream = await open('long.mkv', { start: 123 });
+  const ahead = await eventually(() => (service.transcoders().length > 0 ? service.transcoders() : undefined));
+  assert.equal(startOf(stream), '120');
+  await Promise.all([assertFragment(stream, 'audio', 120), assertFragment(stream, 'video', 120)]);
+  assert.deepEqual(service.transcoders(), ahead, 'nothing started anew');
+});
+
+test('a stream that nobody asks for gives its place back and plays later all the same', async () => {
+  const stream = await open('long.mkv', { start: 0 });
+  await eventually(() => (service.transcoders().length > 0 ? true : undefined));
+  await eventually(() => (service.transcoders().length === 0 ? true : undefined), 30000);
+  await assertFragment(stream, 'audio', 10);
+  await assertFragment(stream, 'video', 10);
+});
+
 test('a killed transcoder starts again at the requested fragment', async () => {
   const stream = await open('long.mkv');
   await assertFragment(stream, 'video', 50);

@@ -93,6 +93,14 @@ export class Service {
       this.address = line.match(/^listening on (https?:\/\/[0-9a-f.:[\]]+:\d+)\/$/)?.[1];
       break;
     }
+    // A test that fails before it stops its service ends all the same, and the service with it.
+    const { process: started, root } = this;
+    started.unref();
+    started.stdout.unref();
+    process.once('exit', () => {
+      started.kill('SIGKILL');
+      fs.rmSync(root, { recursive: true, force: true });
+    });
     assert.ok(this.address, 'the service says where it listens');
   }
 
@@ -102,14 +110,29 @@ export class Service {
     return execFileSync(program, ['account', ...words], { env: this.environment, input: password, encoding: 'utf8' });
   }
 
+  // Waits until the service ends. Returns its exit code.
+  async ended() {
+    this.process.ref();
+    const [code] = await once(this.process, 'exit');
+    return code;
+  }
+
   // Ends the service as Ctrl-C does, and checks that it leaves nothing behind.
   async stop() {
     this.process.kill('SIGINT');
-    const [code] = await once(this.process, 'exit');
-    assert.equal(code, 0);
+    assert.equal(await this.ended(), 0);
     assert.deepEqual(processesWith(this.root), []);
     assert.deepEqual(this.streamFolders(), []);
     fs.rmSync(this.root, { recursive: true });
+  }
+
+  // Ends the service after checking that its clients left nothing.
+  async finish() {
+    try {
+      await this.isQuiet();
+    } finally {
+      await this.stop();
+    }
   }
 
   query(api, method, parameters = {}) {

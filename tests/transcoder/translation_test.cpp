@@ -257,6 +257,42 @@ TEST(Translation, LeavesOutWhatOnlyTheReplacedSoundEncoderKnows) {
             (Words("-acodec aac")));
 }
 
+TEST(Translation, LeavesOutWhatOnlyAnotherPictureEncoderKnows) {
+  const Machine machine{{"h264_vaapi"}};
+  EXPECT_EQ(Output(Words("-vcodec wmv2 -preset fast -crf 25 -deadline realtime -g 50")),
+            Words("-vcodec wmv2 -g 50"));
+  EXPECT_EQ(Output(Words("-c:v libvpx -cpu-used -6 -row-mt 1")), Words("-c:v libvpx -cpu-used -6"));
+  EXPECT_EQ(Output(Words("-vcodec copy -preset:v fast")), Words("-vcodec copy"));
+  EXPECT_EQ(Output(Words("-preset fast -crf 25")), Words("-preset fast -crf 25"));
+  const Strings onCard = Translated(
+      Words("-i f -vcodec h264_vaapi -preset superfast -pix_fmt yuv420p -crf 25 -bf 0 o"), machine);
+  EXPECT_FALSE(Contains(onCard, {"-preset"}) || Contains(onCard, {"-crf"}));
+  EXPECT_FALSE(Contains(onCard, {"-pix_fmt"}));
+  EXPECT_TRUE(Contains(onCard, Words("-bf 0")));
+}
+
+TEST(Translation, LeavesOutWhatOnlyAnotherSoundEncoderKnows) {
+  EXPECT_EQ(Output(Words("-acodec libshine -aac_coder fast")), Words("-acodec libmp3lame"));
+  EXPECT_EQ(Output(Words("-acodec aac -aac_coder fast")), Words("-acodec aac -aac_coder fast"));
+  EXPECT_EQ(Output(Words("-vcodec copy -acodec copy -aac_coder fast")),
+            Words("-vcodec copy -acodec copy"));
+}
+
+TEST(Translation, LetsTheLimitsOfTheRateFollowTheRate) {
+  EXPECT_EQ(Output(Words("-vb 540000 -maxrate 270k -bufsize 270k")),
+            Words("-vb 540000 -maxrate 540000 -bufsize 540000"));
+  EXPECT_EQ(Output(Words("-maxrate 2M -bufsize 4M -vb 500000")),
+            Words("-maxrate 500000 -bufsize 1000000 -vb 500000"));
+}
+
+TEST(Translation, LeavesLimitsAloneThatFitTheRate) {
+  for (const char* options :
+       {"-vb 270k -maxrate 270k -bufsize 540k", "-vb 270000 -maxrate 270k -bufsize 270k",
+        "-maxrate 2M -bufsize 1M", "-vb 2M -bufsize 1M"}) {
+    EXPECT_EQ(Output(Words(options)), Words(options));
+  }
+}
+
 TEST(Translation, BringsThePicturesToTheHardware) {
   const Machine machine{{"h264_vaapi"}};
   const Strings command = Translated(Words("-i f -vcodec h264_vaapi -s 1280x720 o"), machine);

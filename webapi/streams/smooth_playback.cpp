@@ -98,6 +98,10 @@ Answer PlaySmooth(const Request& request, const Ticket& ticket) {
                                     : SendManifest(request, stream);
 }
 
+void StartSmooth(const Ticket& ticket, double second, Json::Value& /*data*/) {
+  (void)SmoothStream(ticket.StreamId()).StartAhead(second);
+}
+
 void CloseSmooth(const std::string& streamId) {
   SmoothStream(streamId).Close();
 }

@@ -15,6 +15,9 @@ Answer PrepareSmooth(const Ticket& ticket, Json::Value& data);
 // Sends the manifest, or the fragment "fragment_id" as soon as it is complete.
 Answer PlaySmooth(const Request& request, const Ticket& ticket);
 
+// Starts the transcoder for a player that will begin at this second of the film.
+void StartSmooth(const Ticket& ticket, double second, Json::Value& data);
+
 void CloseSmooth(const std::string& streamId);
 
 }  // namespace webapi

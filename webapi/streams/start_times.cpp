@@ -72,14 +72,18 @@ void StartTimes::MarkPiece(const Ticket& ticket, const std::string& path) {
   Mark("first_bytes");
 }
 
+bool HasBegun(const Ticket& ticket) {
+  return ticket.Times().isMember(kSent);
+}
+
 void RememberStart(const std::string& streamId, const StartTimes& times) {
   auto ticket = HeldTicket::Take(streamId);
   if (!ticket) {
     return;
   }
-  const bool isFirst = !ticket->Times().isMember(kSent);
+  const bool isFirst = !HasBegun(*ticket);
   ticket->AddTimes(times.Steps());
-  if (isFirst && ticket->Times().isMember(kSent)) {
+  if (isFirst && HasBegun(*ticket)) {
     orvo::Log(LOG_INFO, __FILE__, __LINE__, "stream %s (%s) has begun: %s", streamId.c_str(),
               ticket->Kind().c_str(), TextOf(ticket->Times()).c_str());
   }

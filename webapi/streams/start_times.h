@@ -38,6 +38,9 @@ class StartTimes {
   Json::Value steps_{Json::objectValue};
 };
 
+// Have the stream's first bytes been sent?
+bool HasBegun(const Ticket& ticket);
+
 // Adds the steps to the stream's ticket. When the stream's first bytes are sent, writes all of them
 // into the log, one line for each opened stream.
 void RememberStart(const std::string& streamId, const StartTimes& times);

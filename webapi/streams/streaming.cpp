@@ -32,6 +32,7 @@
 #include "webapi/library/media_library.h"
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
+#include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/hls_playback.h"
@@ -80,7 +81,7 @@ constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
     StreamKind{"hls", "HLS", "", PrepareHls, PlayHls, CloseHls, StartHls},
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
-    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth},
+    StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth, StartSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
     StreamKind{kCmafFormat, LibOrvoQMX::kCmafKind, "/master.m3u8", PrepareCmaf, PlayCmaf, CloseCmaf,
                StartCmaf},
@@ -386,7 +387,7 @@ void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ti
   Answer ignored = Answer::Failure(kInternal);
   const auto start = StartSecond(request, ticket.Duration(), ignored);
   if (request.Has("start") && start && kind.startAhead != nullptr) {
-    kind.startAhead(ticket, *start, data);
+    kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1), data);
   }
 }
 
@@ -413,6 +414,9 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
   parameters[kFilmParameter] = film.file.Identity();
+  if (IsCmaf(kind)) {
+    FixCmafChoices(film.facts, joined.ticket, parameters);
+  }
   auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {

@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <memory>
 
 #include "contract/stream_files.h"
 #include "platform/log.h"
@@ -15,6 +15,7 @@
 #include "playlist/address_text.h"
 #include "playlist/fixed_plan.h"
 #include "playlist/subtitle_playlist.h"
+#include "state/expected_viewer.h"
 #include "state/stream_directory.h"
 #include "stream/fetched_piece.h"
 #include "stream/hls/hls_arguments.h"
@@ -30,9 +31,6 @@ namespace LibOrvoQMX {
 namespace {
 
 constexpr char kKind[] = "HLS";
-
-// A player asks for its first segment within a second or two of the opening.
-constexpr std::chrono::seconds kViewerPatience(10);
 constexpr char kWrapperOutput[] = "fd:1";  // one end of a pipe, whatever its number
 
 // The content of "appletv_status": an Apple TV has opened the stream; it has resumed.
@@ -306,14 +304,14 @@ void HttpLiveStream::ExecuteMointer(const std::string& fragment) {
 }
 
 // The monitor's work.
-void HttpLiveStream::Watch(const Segment& segment, Viewer viewer) {
+void HttpLiveStream::Watch(const Segment& segment, const Expected& viewer) {
   if (!m_streamId.empty() && !m_profileValue.empty() && segment.isNumber) {
     RunPipeline(segment, viewer);
   }
   WaitAllChild();
 }
 
-void HttpLiveStream::RunPipeline(const Segment& segment, Viewer viewer) {
+void HttpLiveStream::RunPipeline(const Segment& segment, const Expected& viewer) {
   const std::vector<std::string> arguments = PrepareArguments(segment);
   if (arguments.empty()) {
     return;
@@ -330,28 +328,11 @@ void HttpLiveStream::RunPipeline(const Segment& segment, Viewer viewer) {
   if (m_isGstreamer) {
     programs.becomeSegmenter = [&](int input) { ExecuteSegmenter(input, segment.number); };
   }
-  programs.isAbandoned = [this, viewer, start = std::chrono::steady_clock::now()] {
-    return (viewer == Viewer::kIsExpected && IsUnwanted(start)) ||
-           RemoveWhenAbandoned(ORVO_LOG_SOURCE);
+  programs.isAbandoned = [this, &viewer] {
+    return (viewer != nullptr && viewer->HasStayedAway()) || RemoveWhenAbandoned(ORVO_LOG_SOURCE);
   };
   programs.isRegistered = !m_isRemux;
   RunHlsPipeline(programs);
-}
-
-// Gives the expected viewer up. The next request for a segment starts another transcoder.
-bool HttpLiveStream::IsUnwanted(std::chrono::steady_clock::time_point start) const {
-  if (std::chrono::steady_clock::now() - start < kViewerPatience ||
-      Directory().LastAskedFor() >= 0) {
-    return false;
-  }
-  const StateFile seekTime = Directory().SeekTime();
-  const StreamLock lock = seekTime.Lock();
-  if (CheckSequence()) {
-    seekTime.Clear();
-    ORVO_LOG("Nobody asked for a segment within %d seconds: the transcoder of %s ends.",
-             static_cast<int>(kViewerPatience.count()), m_streamId.c_str());
-  }
-  return true;
 }
 
 void HttpLiveStream::WaitAllChild() const {
@@ -363,7 +344,7 @@ bool HttpLiveStream::Transcoding(const std::string& fragment) {
 }
 
 // Makes sure that a transcoder reaches the segment soon.
-bool HttpLiveStream::Reach(const Segment& segment, Viewer viewer) {
+bool HttpLiveStream::Reach(const Segment& segment, const Expected& viewer) {
   const StreamDirectory directory = Directory();
   if (!HlsSegments(directory).NeedsRestart(segment) || IsResumeOnAppleTv(segment.number)) {
     return true;
@@ -378,7 +359,8 @@ bool HttpLiveStream::Reach(const Segment& segment, Viewer viewer) {
 }
 
 bool HttpLiveStream::StartAhead(double second) {
-  return IsPlayable() && Reach(Segment(SegmentAt(second)), Viewer::kIsExpected);
+  return IsPlayable() &&
+         Reach(Segment(SegmentAt(second)), std::make_shared<ExpectedViewer>(Directory()));
 }
 
 // The last segment that starts at or before this second. None is shorter than the usual length.
@@ -405,7 +387,7 @@ bool HttpLiveStream::Revive(const Segment& segment, const std::string& seen) {
 
 // Replaces the stream's pipeline by one that begins at the segment. After a failure the files do
 // not speak of a transcoder, so the next request tries again.
-bool HttpLiveStream::Restart(const Segment& segment, Viewer viewer) {
+bool HttpLiveStream::Restart(const Segment& segment, const Expected& viewer) {
   const bool isDone = StopPreviousPipeline() && StartPipeline(segment, viewer);
   if (!isDone && CheckSequence()) {
     Directory().SeekTime().Clear();
@@ -414,7 +396,7 @@ bool HttpLiveStream::Restart(const Segment& segment, Viewer viewer) {
 }
 
 // Does nothing if a newer request starts one.
-bool HttpLiveStream::StartPipeline(const Segment& segment, Viewer viewer) {
+bool HttpLiveStream::StartPipeline(const Segment& segment, const Expected& viewer) {
   if (!CheckSequence()) {
     return true;
   }

@@ -7,11 +7,13 @@
 #include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <memory>
 
 #include "contract/fragments.h"
 #include "contract/stream_files.h"
 #include "platform/log.h"
 #include "platform/plat.h"
+#include "state/expected_viewer.h"
 #include "state/stream_directory.h"
 #include "state/stream_watch.h"
 #include "stream/fetched_piece.h"
@@ -208,13 +210,13 @@ bool SmoothStream::Transcoding(const std::string& fragment) {
 }
 
 // Of several requests at the same time, one restarts the transcoder and the others see that.
-bool SmoothStream::StartUnless(const FragmentPlace& place,
-                               const std::function<bool()>& isNeedless) {
+bool SmoothStream::StartUnless(const FragmentPlace& place, const std::function<bool()>& isNeedless,
+                               const Expected& viewer) {
   if (isNeedless()) {
     return true;
   }
   StreamLock lock = Directory().SeekTime().Lock();
-  return isNeedless() || StartAt(place, lock);
+  return isNeedless() || StartAt(place, lock, viewer);
 }
 
 bool SmoothStream::Restart(const std::string& fragment) {
@@ -222,11 +224,11 @@ bool SmoothStream::Restart(const std::string& fragment) {
     return false;
   }
   StreamLock lock = Directory().SeekTime().Lock();
-  return StartAt(FragmentPlace(Directory(), fragment), lock);
+  return StartAt(FragmentPlace(Directory(), fragment), lock, nullptr);
 }
 
 // Until the new monitor is recorded, the lock tells waiting requests that one is starting.
-bool SmoothStream::StartAt(const FragmentPlace& place, StreamLock& lock) {
+bool SmoothStream::StartAt(const FragmentPlace& place, StreamLock& lock, const Expected& viewer) {
   m_seekSeconds = SaturateToInt(static_cast<double>(SaveSeekTime(place)));
   if (!SeekingHandler()) {
     return false;
@@ -238,7 +240,7 @@ bool SmoothStream::StartAt(const FragmentPlace& place, StreamLock& lock) {
         lock.Leave();
         return SaveMonitorPid(getpid(), true);
       },
-      [&] { ExecuteMointer(place.id); });
+      [&] { Watch(place, viewer); });
 }
 
 std::vector<std::string> SmoothStream::CalculateFFmpegArgument() const {
@@ -258,13 +260,17 @@ void SmoothStream::MointerSignalHandler(int signal) {
 }
 
 void SmoothStream::ExecuteMointer(const std::string& fragment) {
-  if (!m_streamId.empty() && !m_profileValue.empty() && !fragment.empty()) {
-    RunTranscoder();
+  Watch(FragmentPlace(Directory(), fragment), nullptr);
+}
+
+void SmoothStream::Watch(const FragmentPlace& place, const Expected& viewer) {
+  if (!m_streamId.empty() && !m_profileValue.empty() && !place.id.empty()) {
+    RunTranscoder(viewer);
   }
   WaitAllChild();
 }
 
-void SmoothStream::RunTranscoder() {
+void SmoothStream::RunTranscoder(const Expected& viewer) {
   const std::vector<std::string> arguments = CalculateFFmpegArgument();
   if (m_seekSeconds < 0 || arguments.empty()) {
     return;
@@ -274,7 +280,10 @@ void SmoothStream::RunTranscoder() {
         ExecuteTranscoding(m_isHwTranscode, arguments, OutputDirectory(),
                            orvo::SystemPath(kTranscoder));
       },
-      [this] { return RemoveWhenAbandoned(ORVO_LOG_SOURCE); });
+      [this, &viewer] {
+        return (viewer != nullptr && viewer->HasStayedAway()) ||
+               RemoveWhenAbandoned(ORVO_LOG_SOURCE);
+      });
 }
 
 // The directory on the data volume; "" if the stream directory is not a link.
@@ -285,6 +294,18 @@ std::string SmoothStream::OutputDirectory() const {
 
 void SmoothStream::WaitAllChild() {
   StopSmoothPipeline();
+}
+
+bool SmoothStream::StartAhead(double second) {
+  orvo::FragmentId id;
+  id.rate = VideoRate();
+  id.start = static_cast<int64_t>(second / orvo::kFragmentSeconds) * orvo::kTicksPerFragment;
+  const FragmentPlace place(Directory(), id);
+  const SmoothFragments fragments(Directory());
+  return IsPlayable() && !id.rate.empty() &&
+         StartUnless(
+             place, [&] { return !fragments.NeedsSeek(place); },
+             std::make_shared<ExpectedViewer>(Directory()));
 }
 
 // --- A whole request ---
@@ -313,9 +334,8 @@ FetchedPiece SmoothStream::Fetch(const orvo::FragmentId& id) {
 bool SmoothStream::MakeSureOfTranscoder(const orvo::FragmentId& id) {
   orvo::FragmentId videoId = id;
   videoId.track = orvo::Track::kVideo;
-  SmoothRendition rendition;
-  if (id.track != orvo::Track::kVideo && FindRendition(m_metaData, m_isHwTranscode, rendition)) {
-    videoId.rate = rendition.videoBitrate;
+  if (id.track != orvo::Track::kVideo) {
+    videoId.rate = VideoRate();
   }
   const FragmentPlace place(Directory(), id);
   const FragmentPlace video(Directory(), videoId);
@@ -324,6 +344,13 @@ bool SmoothStream::MakeSureOfTranscoder(const orvo::FragmentId& id) {
     LetVideoComeFirst(isNeedless);
   }
   return StartUnless(video, isNeedless);
+}
+
+// "" if the tables lack the profile.
+std::string SmoothStream::VideoRate() const {
+  SmoothRendition rendition;
+  FindRendition(m_metaData, m_isHwTranscode, rendition);
+  return rendition.videoBitrate;
 }
 
 // Must a transcoder start at this fragment because no other will reach it? One whose start is up to

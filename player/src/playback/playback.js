@@ -112,9 +112,14 @@ export class Playback extends EventTarget {
       return;
     }
     this.engine = this.makeEngine(Engine);
-    await this.engine.open(stream, Math.min(this.place, Math.max(0, stream.duration - 1)), this.wishFor(kind));
+    await this.engine.open(stream, this.firstSecond(), this.wishFor(kind));
     this.showSubtitle();
     this.changed();
+  }
+
+  // Where the film begins: the viewer's place, but not its very end.
+  firstSecond() {
+    return Math.min(this.place, Math.max(0, this.duration() - 1));
   }
 
   openParameters(kind) {
@@ -126,19 +131,21 @@ export class Playback extends EventTarget {
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
+      // The server starts the conversion there before the player asks for the first piece.
+      start: String(Math.floor(this.firstSecond())),
       ...(kind === 'cmaf' && this.cmafParameters()),
     };
   }
 
-  // The server starts at this place, with these renditions, before it answers.
+  // The server starts these renditions.
   cmafParameters() {
-    return { codecs: segmentCodecs(), profile: '', start: Math.floor(this.place), renditions: this.wishFor('cmaf').quality };
+    return { codecs: segmentCodecs(), profile: '', renditions: this.wishFor('cmaf').quality };
   }
 
   // What the viewer has chosen in a presentation: the name of a rendition, and the number of a track.
   wishFor(kind) {
     const { audio, profile } = this.choice;
-    const track = this.film.info.metadata.track_info.audio?.find(({ id }) => id === audio)?.track;
+    const track = this.film.info.metadata.track_info?.audio?.find(({ id }) => id === audio)?.track;
     return { quality: kind === this.choice.kind ? profile : '', sound: track === undefined ? undefined : Number(track) };
   }
 
