@@ -100,6 +100,20 @@ export function qualities(info, kind) {
   });
 }
 
+// How the server would process the film with this method and profile: { method, key, why }. A presentation's renditions
+// are known when it is open; before that, it is taken to copy what HLS copies.
+export function usualWay(info, kind, profile) {
+  if (kind === 'direct') {
+    return { method: 'direct', why: info.direct.why };
+  }
+  if (kind === 'cmaf' && profile.startsWith('h264-')) {
+    return { method: 'transcode', key: profile.replace('h264-', 'cmaf_').concat('p') };
+  }
+  const format = kind === 'cmaf' ? 'hls' : kind;
+  const key = kind === 'cmaf' ? '' : profile;
+  return info.profiles.find((row) => row.format === format && (key ? row.key === key : row.default));
+}
+
 // The quality with this text as { kind, profile }: of the first of these methods that has it. null if none does.
 export function qualityNamed(info, kinds, text) {
   for (const kind of kinds.filter((name) => name !== 'direct')) {

@@ -1,6 +1,7 @@
 // Requests for the pieces of a presentation.
 import { ApiError, errorOf } from '../../api.js';
 import { isBusy, retrySeconds } from '../../words.js';
+import { reasonOfStatus } from '../status_codes.js';
 
 const DELAYS = [500, 1000, 2000, 4000]; // milliseconds between the attempts after a failure
 const LONGEST_WAIT = 5; // seconds until the next question to a busy server
@@ -19,7 +20,9 @@ export async function ask(address, signal) {
     throw isAborted(error) ? error : new ApiError({ reason: 'Unreachable' });
   }
   if (!response.ok) {
-    throw await errorOf(response);
+    const error = await errorOf(response);
+    error.reason = error.reason === 'Unreadable' ? (reasonOfStatus(response.status) ?? error.reason) : error.reason;
+    throw error;
   }
   return response;
 }
