@@ -231,6 +231,9 @@ std::string WhyNotCopied(const VideoMetaData& film, const CmafWishes& wishes) {
   if (wishes.copying == orvo::kCmafOpenGroups) {
     return "A player cannot start at the key frames of this film: they need pictures before them.";
   }
+  if (wishes.copying == orvo::kCmafChanging) {
+    return "The pictures of this film change their size or coding.";
+  }
   if (wishes.copying != orvo::kCmafCopied) {
     return "The file has no usable index of its key frames, and the background analysis had not "
            "found them when the film was opened.";

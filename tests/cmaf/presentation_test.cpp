@@ -112,7 +112,8 @@ TEST(CmafRenditions, CopyOnlyWhatTheClientPlays) {
 
 TEST(CmafRenditions, CopyNoPicturesThatAPlayerCannotStartAt) {
   const KnownFilm film(FilmOf("h264", 1920, 1080));
-  for (const char* const reason : {orvo::kCmafOpenGroups, orvo::kCmafNoIndex}) {
+  for (const char* const reason :
+       {orvo::kCmafOpenGroups, orvo::kCmafNoIndex, orvo::kCmafChanging}) {
     CmafWishes wishes = Copied();
     wishes.copying = reason;
     EXPECT_NE(WhyNotCopied(film, wishes), "") << reason;
