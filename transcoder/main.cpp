@@ -7,12 +7,14 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/copies.h"
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "transcoder/cmaf_packets.h"
 #include "transcoder/cmaf_plan.h"
 #include "transcoder/cmaf_request.h"
 #include "transcoder/cmaf_run.h"
+#include "transcoder/copy_parent.h"
 #include "transcoder/encoder_inventory.h"
 #include "transcoder/ffmpeg_listing.h"
 #include "transcoder/film_clock.h"
@@ -111,6 +113,9 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
+  if (arguments == std::vector<std::string>{orvo::kCopiesOption}) {
+    return ServeCopies();
+  }
   std::string error;
   const auto film = explain ? std::nullopt : GivenFilm::Find(error);
   if (!error.empty()) {

@@ -37,6 +37,9 @@ const OUTLINES = {
   elsewhere: 'M14 4h6v6M20 4l-9 9M18 14v6H4V6h6',
   help: 'M9 9a3 3 0 1 1 4 3c-1 .5-1 1-1 2M12 17.5v.5',
   folder: 'M3 6h7l2 3h9v10H3z',
+  broken: 'M4 5h16v14H4zM4 5l7 6-2 3 6 5M9 9h.01',
+  check: 'M4 12l5 6L20 6',
+  close: 'M6 6l12 12M18 6 6 18',
   film: 'M4 5h16v14H4zM8 5v14M16 5v14M4 10h4M4 14h4M16 10h4M16 14h4',
 };
 const FILLED = new Set(['play', 'pause']);

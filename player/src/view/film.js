@@ -7,6 +7,7 @@ import { filmInfo } from '../playback/client.js';
 import { abilitiesOf, KINDS, kindsFor, plan, playsAs } from '../playback/kinds.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
+import { lineFor } from './names.js';
 import { playAddress } from './page.js';
 import { choiceOf } from './preferences.js';
 
@@ -102,6 +103,7 @@ function poster(entry) {
 
 export async function filmView({ path }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
+  const name = lineFor(entry);
   const [roots, info, second] = await Promise.all([
     get('Library', 'list', {}, '', { signal }),
     filmInfo(path, { signal }),
@@ -111,10 +113,10 @@ export async function filmView({ path }, signal) {
   const { duration, filesize } = info.metadata;
   const crumbs = crumbsOf(path, [...roots.folders, ...roots.files]).slice(0, -1);
   return {
-    title: entry.name,
+    title: name,
     nodes: [
-      breadcrumbs(crumbs, entry.name),
-      element('h1', {}, entry.name),
+      breadcrumbs(crumbs, name),
+      element('h1', { title: entry.name }, name),
       poster(entry),
       element('p', {}, list(clockText(duration), filesize && sizeText(Number(filesize)))),
       kinds.length > 0 ? startButtons(entry, second, info) : null,

@@ -215,13 +215,13 @@ export class PlayerView {
   }
 
   close() {
-    this.keeper.saveLastly();
+    const saved = this.keeper.save();
     this.section.hidden = true;
     if (document.fullscreenElement) {
       document.exitFullscreen();
     }
     this.thumbnails.forFilm(null);
-    this.closing = this.playback.stop();
+    this.closing = Promise.all([saved, this.playback.stop()]);
     return this.closing;
   }
 
