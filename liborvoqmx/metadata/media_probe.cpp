@@ -20,13 +20,13 @@ std::string TextOrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-const char* FindTag(const MediaLibraries& media, const AVStream& stream, const char* key) {
-  const AVDictionaryEntry* const entry = media.av_dict_get(stream.metadata, key, nullptr, 0);
+const char* FindTag(const MediaLibraries& media, const AVDictionary* tags, const char* key) {
+  const AVDictionaryEntry* const entry = media.av_dict_get(tags, key, nullptr, 0);
   return entry != nullptr ? entry->value : nullptr;
 }
 
 std::string Tag(const MediaLibraries& media, const AVStream& stream, const char* key) {
-  return TextOrEmpty(FindTag(media, stream, key));
+  return TextOrEmpty(FindTag(media, stream.metadata, key));
 }
 
 std::string ProfileName(const MediaLibraries& media, const AVCodecParameters& codec) {
@@ -42,7 +42,7 @@ std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
 // Older demuxers give the rotation as a "rotate" tag, newer ones as a display matrix. The matrix's
 // angle has the opposite direction and may be negative.
 int RotationOf(const MediaLibraries& media, const AVStream& stream) {
-  if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
+  if (const char* tag = FindTag(media, stream.metadata, "rotate"); tag != nullptr) {
     return static_cast<int>(std::strtol(tag, nullptr, 10));
   }
   size_t size = 0;
@@ -83,6 +83,13 @@ void AddRareTraits(const MediaLibraries& media, const AVStream& stream, Json::Va
   const std::string range = DynamicRangeOf(media, stream);
   if (!range.empty()) {
     track["dynamic_range"] = range;
+  }
+}
+
+// What a player tells its viewer about a track of sound or subtitles.
+void AddFlags(const AVStream& stream, Json::Value& track) {
+  if ((stream.disposition & AV_DISPOSITION_FORCED) != 0) {
+    track["is_forced"] = true;
   }
 }
 
@@ -190,6 +197,23 @@ void AppendTracks(const AVFormatContext& input, Json::Value& videos, Json::Value
   }
 }
 
+// The chapters of the film, in seconds from its start. More than these help no viewer.
+void AddChapters(const MediaLibraries& media, const AVFormatContext& input, Json::Value& document) {
+  constexpr unsigned kMost = 1000;
+  const bool hasStart = input.start_time != AV_NOPTS_VALUE;
+  const double origin =
+      hasStart ? static_cast<double>(input.start_time) / kMicrosecondsPerSecond : 0;
+  for (unsigned i = 0; i < input.nb_chapters && i < kMost; ++i) {
+    const AVChapter& chapter = *input.chapters[i];
+    const double unit = av_q2d(chapter.time_base);
+    Json::Value entry(Json::objectValue);
+    entry["start"] = static_cast<double>(chapter.start) * unit - origin;
+    entry["end"] = static_cast<double>(chapter.end) * unit - origin;
+    entry["title"] = TextOrEmpty(FindTag(media, chapter.metadata, "title"));
+    document["chapters"].append(entry);
+  }
+}
+
 }  // namespace
 
 Json::Value ParseVideoCodec(const AVStream* stream) {
@@ -251,6 +275,9 @@ Json::Value ParseAudioCodec(const AVStream* stream) {
     track["frequency"] = codec.sample_rate;
   }
   track["bitrate"] = static_cast<Json::Int64>(AudioBitrate(codec));
+  if (const std::string title = Tag(*media, *stream, "title"); !title.empty()) {
+    track["title"] = title;
+  }
   return track;
 }
 
@@ -263,6 +290,7 @@ Json::Value ParseSubtitleCodec(const AVStream* stream) {
   track["language"] = Tag(*media, *stream, "language");
   track["title"] = Tag(*media, *stream, "title");
   track["codec"] = GetCodecName(stream->codecpar->codec_id);
+  AddFlags(*stream, track);
   return track;
 }
 
@@ -292,6 +320,7 @@ bool ProbeFile(const orvo::MediaFile& file, Json::Value& document, Json::Value& 
   document["start_time"] = WholeSeconds(context.start_time);
   document["bitrate"] = static_cast<Json::Int64>(context.bit_rate);
   AppendTracks(context, videos, audios, subtitles);
+  AddChapters(*media, context, document);
   return true;
 }
 

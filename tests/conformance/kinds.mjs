@@ -55,7 +55,7 @@ const kinds = {
   'silent.mkv': { parts: [[...picture(), ...x264]], copies: 'picture' },
   'music.flac': { parts: [[...sound, '-c:a', 'flac']], copies: '' },
   'cover.mp3': { parts: [[...sound, '-f', 'lavfi', '-i', 'testsrc=s=300x300:d=1', '-map', '0', '-map', '1', '-frames:v', '1', '-c:a', 'libmp3lame', '-c:v', 'mjpeg', '-disposition:v', 'attached_pic']], copies: '' },
-  'rotated.mp4': { parts: [[...picture(), ...sound, ...x264, ...aac, '-metadata:s:v', 'rotate=90']], copies: 'sound' },
+  'rotated.mp4': { parts: [[...picture(), ...sound, ...x264, ...aac]], turn: 90, copies: 'picture sound' },
   'two-sizes.ts': { parts: [transport('320x180', 0), transport('640x360', seconds)], copies: 'sound' },
   // Its clock turns over after two seconds.
   'turn.ts': { parts: [transport('320x180', 2 ** 33 / 90000 - 2)], copies: 'picture sound' },
@@ -65,7 +65,15 @@ const kinds = {
 let folder;
 let service;
 
-async function make(name, parts) {
+// FFmpeg turns a film only while it copies it.
+async function turned(film, degrees) {
+  const upright = `${film}.upright.mp4`;
+  fs.renameSync(film, upright);
+  await run('ffmpeg', ['-nostdin', '-v', 'error', '-i', upright, '-c', 'copy', '-metadata:s:v', `rotate=${degrees}`, film]);
+  fs.rmSync(upright);
+}
+
+async function make(name, { parts, turn }) {
   const film = path.join(folder, name);
   const pieces = parts.map((_, i) => (parts.length === 1 ? film : `${film}.${i}.ts`));
   for (const [i, options] of parts.entries()) {
@@ -75,6 +83,7 @@ async function make(name, parts) {
     fs.writeFileSync(film, Buffer.concat(pieces.map((piece) => fs.readFileSync(piece))));
     pieces.forEach((piece) => fs.rmSync(piece));
   }
+  if (turn) await turned(film, turn);
   return film;
 }
 
@@ -95,9 +104,10 @@ async function conforms(stream) {
   }
 }
 
-for (const [name, { parts, copies, wishes, refusal }] of Object.entries(kinds)) {
+for (const [name, kind] of Object.entries(kinds)) {
+  const { parts, copies, wishes, refusal } = kind;
   test(refusal ? `${name}: is refused` : `${name}: conforms, copied: ${copies || 'nothing'}`, async () => {
-    const film = await make(name, parts);
+    const film = await make(name, kind);
     if (copies?.includes('picture') || parts.length > 1) {
       execFileSync(path.join(build, 'target/bin/mirevo-analyze'), [film], { env: service.environment });
     }
