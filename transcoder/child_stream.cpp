@@ -18,6 +18,8 @@
 #include "platform/process_launch.h"
 #include "transcoder/command_reach.h"
 #include "transcoder/copy_client.h"
+#include "transcoder/copy_text.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -96,17 +98,23 @@ std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& co
 }
 
 std::optional<ChildStream> ChildStream::Start(const FilmCopy& copy, int progress) {
-  UniqueFd film(open(copy.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  UniqueFd film = OpenFilm(copy.film);
   if (!film.IsOpen()) {
     return std::nullopt;
   }
-  auto stream =
-      StartWith([&](int output) { return AskForCopy(copy, film.Get(), output, progress); });
+  const std::string work = TextOf(copy);
+  auto stream = StartWith([&](int output) {
+    return AskForCopy(work, {film.Get(), output, progress});
+  });
   if (stream) {
     return stream;
   }
   // The pipe is another one: the first may have got bytes from a parent that answered too late.
   return StartWith([&](int output) { return Child::Of(StartCopy(copy, film, output, progress)); });
+}
+
+std::optional<ChildStream> ChildStream::StartByParent(const std::string& work, int film) {
+  return StartWith([&](int output) { return AskForCopy(work, {film, output}); });
 }
 
 std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
@@ -131,13 +139,38 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
   std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
                                   {changes, POLLIN, 0},
                                   {stream_.Get(), holdBack ? short{} : short{POLLIN}, 0}}};
-  if (poll(waits.data(), waits.size(), -1) < 0) {
+  const int ready = poll(waits.data(), waits.size(), holdBack ? -1 : silence_);
+  if (ready <= 0) {
+    EndSilent(ready);
     return {};
   }
   if (waits[0].revents != 0) {
     TakeSignal();
   }
   return {waits[2].revents != 0, waits[1].revents != 0};
+}
+
+// Its end is the end of its output.
+void ChildStream::EndSilent(int ready) {
+  if (ready == 0) {
+    child_->End(SIGKILL);
+    silence_ = -1;
+  }
+}
+
+bool ChildStream::WaitToWrite(int output) {
+  while (!stopped_) {
+    std::array<pollfd, 2> waits = {{{signals_.Get(), POLLIN, 0}, {output, POLLOUT, 0}}};
+    if (poll(waits.data(), waits.size(), -1) < 0) {
+      continue;
+    }
+    if (waits[0].revents != 0) {
+      TakeSignal();
+    } else {
+      return (waits[1].revents & POLLOUT) != 0;
+    }
+  }
+  return false;
 }
 
 void ChildStream::WaitForChange(int changes) {

@@ -31,6 +31,10 @@ class ChildStream {
   // parent of copies makes it, or else a child.
   static std::optional<ChildStream> Start(const FilmCopy& copy, int progress);
 
+  // The same for other work of that parent, for which there is no child instead (copy_text.h).
+  // Nothing if it cannot be had.
+  static std::optional<ChildStream> StartByParent(const std::string& work, int film);
+
   struct Wake {
     bool hasOutput = false;  // Read() is due: there is output, or it has ended
     bool hasChange = false;  // `changes` is readable
@@ -41,7 +45,14 @@ class ChildStream {
   // waits; that it is closed is told all the same.
   Wake Wait(int changes, bool holdBack);
 
-  // The same for one who has no use for output now: returns when `changes` is readable, a signal
+  // Ends FFmpeg by SIGKILL when it writes nothing for so long while Wait() waits for its output.
+  void LimitSilence(int milliseconds) { silence_ = milliseconds; }
+
+  // Waits until `output` can be written. False when the run was stopped first, or nobody reads
+  // `output` any more.
+  bool WaitToWrite(int output);
+
+  // As Wait() for one who has no use for output now: returns when `changes` is readable, a signal
   // has come or FFmpeg has failed.
   void WaitForChange(int changes);
 
@@ -64,6 +75,7 @@ class ChildStream {
   ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals);
   static std::optional<ChildStream> StartWith(const Starter& start);
   void TakeSignal();
+  void EndSilent(int ready);
 
   std::unique_ptr<Worker> child_;
   UniqueFd stream_;
@@ -71,6 +83,7 @@ class ChildStream {
   bool hasEnded_ = false;
   int exitCode_ = 0;  // once it has ended
   bool stopped_ = false;
+  int silence_ = -1;
 };
 
 }  // namespace orvo::transcoder
