@@ -126,9 +126,15 @@ whenSessionChanges(showPlaces);
 window.addEventListener('hashchange', go);
 showPlaces();
 listenToSearch();
-try {
-  await learnWho();
-  await go();
-} catch (error) {
-  sayError(error);
+
+async function begin() {
+  try {
+    await learnWho();
+    await go();
+  } catch (error) {
+    sayError(error);
+  }
 }
+
+// This module does not wait for it: modules that are loaded later import this one, and wait until it has run.
+begin();

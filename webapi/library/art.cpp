@@ -69,10 +69,6 @@ std::string FirstFilm(const std::string& folder, const std::vector<catalog::Entr
   return "";
 }
 
-bool StartsWith(std::string_view text, std::string_view start) {
-  return text.substr(0, start.size()) == start;
-}
-
 }  // namespace
 
 orvo::MediaFile ArtBeside(const std::string& path, bool isFolder, Art art) {
@@ -94,13 +90,13 @@ std::string PictureDemuxer(const orvo::MediaFile& picture) {
   std::array<char, 12> start{};
   const ssize_t size = pread(picture.Get(), start.data(), start.size(), 0);
   const std::string_view bytes(start.data(), size > 0 ? static_cast<size_t>(size) : 0);
-  if (StartsWith(bytes, "\xff\xd8\xff")) {
+  if (bytes.starts_with("\xff\xd8\xff")) {
     return "jpeg_pipe";
   }
-  if (StartsWith(bytes, "\x89PNG")) {
+  if (bytes.starts_with("\x89PNG")) {
     return "png_pipe";
   }
-  return StartsWith(bytes, "RIFF") && bytes.size() == start.size() && bytes.substr(8) == "WEBP"
+  return bytes.starts_with("RIFF") && bytes.size() == start.size() && bytes.substr(8) == "WEBP"
              ? "webp_pipe"
              : "";
 }

@@ -5,7 +5,7 @@ import { clockText, codecText, frameRateText, languageText, nameOf, rangeText, r
 import { forget, markWatched, marks } from '../history.js';
 import { t } from '../language.js';
 import { filmInfo } from '../playback/client.js';
-import { abilitiesOf, KINDS, kindsFor, plan, playsAs } from '../playback/kinds.js';
+import { abilitiesOf, KINDS, kindsFor, plan, playsAs, usualWay } from '../playback/kinds.js';
 import { episodeCode, lineOf, titleOfEntry, withCard } from '../titles.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
@@ -54,14 +54,13 @@ const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Co
 const methodText = ({ method }) => METHODS[method] ?? method;
 
 // How the film plays if the viewer chooses nothing: { kind, used }, `used` as for playsAs.
-function usualWay(info, kinds) {
+function wayOf(info, kinds) {
   const choice = choiceOf(info, kinds);
   const [kind] = plan(info, abilitiesOf(document.createElement('video')), choice);
-  const isUsed = ({ format, key, default: isDefault }) => format === kind && (choice.profile ? key === choice.profile : isDefault);
-  return { kind, used: kind === 'direct' ? { method: 'direct', why: info.direct.why } : info.profiles.find(isUsed) };
+  return { kind, used: usualWay(info, kind, kind === choice.kind ? choice.profile : '') };
 }
 
-const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, usualWay(info, kinds).used) : 'This browser cannot play this film.');
+const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, wayOf(info, kinds).used) : 'This browser cannot play this film.');
 
 function profilesTable(info) {
   const direct = info.direct ? [[KINDS.direct, '', METHODS[info.direct.fits ? 'direct' : 'refused'], info.direct.why]] : [];
@@ -76,7 +75,7 @@ function profilesTable(info) {
 
 // What only the curious read.
 function details(info, kinds) {
-  const { kind, used } = kinds.length > 0 ? usualWay(info, kinds) : {};
+  const { kind, used } = kinds.length > 0 ? wayOf(info, kinds) : {};
   return element(
     'details',
     {},

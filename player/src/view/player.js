@@ -4,7 +4,7 @@ import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
 import { t } from '../language.js';
-import { filmInfo } from '../playback/client.js';
+import { recentFilmInfo } from '../playback/client.js';
 import { engineFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
@@ -198,7 +198,7 @@ export class PlayerView {
     this.title.textContent = lineFor(entry);
     this.back.href = filmAddress(entry);
     this.why.textContent = '';
-    const info = await filmInfo(entry.encoded_path, { signal });
+    const info = await recentFilmInfo(entry.encoded_path, { signal });
     const start = Number.isNaN(second) ? await resumePoint(entry.encoded_path) : second;
     if (signal.aborted) {
       return;
@@ -249,8 +249,8 @@ export class PlayerView {
 
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
   fillQualities() {
-    const { film, kind, choice, can } = this.playback;
-    const list = (format) => qualities(film.info, format).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
+    const { film, kind, choice, can, engine } = this.playback;
+    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
     const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: 'Automatic' };
@@ -278,7 +278,7 @@ export class PlayerView {
       return;
     }
     const shown = `${playback.kind} ${JSON.stringify(playback.choice)} ${playback.film.entry.encoded_path}`;
-    if (playback.stream && shown !== this.shown) {
+    if (playback.engine && shown !== this.shown) {
       this.shown = shown;
       this.fillQualities();
     }
@@ -470,13 +470,13 @@ export class PlayerView {
   chooseQuality(value) {
     const [kind, profile] = value.split(' ');
     remember('quality', profile ? this.quality.selectedOptions[0].text : '');
-    return this.playback.change({ kind, profile });
+    return this.playback.changeWithin({ kind, profile });
   }
 
   chooseSound(id) {
     const { audio } = this.playback.film.info.metadata.track_info;
     remember('soundLanguage', audio.find((track) => track.id === id)?.language ?? '');
-    return this.playback.change({ audio: id });
+    return this.playback.changeWithin({ audio: id });
   }
 
   chooseSubtitle(id) {
