@@ -5,6 +5,7 @@ import time
 
 from . import media
 from .figures import Figure, interleaved, milliseconds
+from .memory import of_stream
 
 ALONE = ["nice", "-n", "10", "ffmpeg", "-nostdin", "-v", "error"]
 QUIET = {"stdin": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
@@ -49,6 +50,8 @@ def waits(system, film, kind, key, fetch, second):
     fetch(stream, 0)
     opened = milliseconds(begun)
     system.close(stream)
+    # The place of the transcoder is free when that has ended.
+    system.wait_until(lambda: not of_stream(system))
     stream = system.open(film, kind, key)
     asked = time.monotonic()
     fetch(stream, 0)
