@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "accounts/accounts.h"
+#include "contract/copies.h"
 #include "platform/children.h"
 #include "platform/confinement.h"
 #include "platform/io.h"
@@ -363,6 +364,7 @@ int Run(const WebServer& server, Belongings& belongings, int browser, const Wish
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(keeper, told);
   unlink((server.stateFolder + kAnalysisFile).c_str());
+  unlink(orvo::SystemPath(orvo::kCopiesSocket).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
   }

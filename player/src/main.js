@@ -39,6 +39,7 @@ async function go() {
   clearTimeout(typing);
   leaving.abort();
   leaving = new AbortController();
+  document.querySelectorAll('dialog:not(#login)').forEach((dialog) => dialog.close());
   const { signal } = leaving;
   const address = parseAddress(window.location.hash || '#/');
   say('');
@@ -110,9 +111,15 @@ whenSessionChanges(showPlaces);
 window.addEventListener('hashchange', go);
 showPlaces();
 listenToSearch();
-try {
-  await learnWho();
-  await go();
-} catch (error) {
-  sayError(error);
+
+async function begin() {
+  try {
+    await learnWho();
+    await go();
+  } catch (error) {
+    sayError(error);
+  }
 }
+
+// This module does not wait for it: modules that are loaded later import this one, and wait until it has run.
+begin();

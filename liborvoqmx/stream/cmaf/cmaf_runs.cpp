@@ -134,8 +134,8 @@ void CloseCmafStream(const std::string& streamId) {
 std::vector<pid_t> CmafMonitors(const std::string& streamId) {
   std::vector<pid_t> monitors;
   for (const StreamDirectory& folder : Folders(streamId)) {
-    if (folder.IsMonitored()) {
-      monitors.push_back(*folder.Monitor());
+    if (const auto monitor = folder.Monitor(); PlatProcAlive(monitor.value_or(-1))) {
+      monitors.push_back(*monitor);
     }
   }
   return monitors;
@@ -181,8 +181,18 @@ bool CmafRun::MakeHeader() const {
     return true;
   }
   const StreamLock lock(folder_.FilePath(kHeaderLock), kLockMode);
-  return Exists(HeaderPath()) ||
-         (RunShort("Header", Command(0, true), film_) && Exists(HeaderPath()));
+  return ComesFromRun() || (RunShort("Header", Command(0, true), film_) && Exists(HeaderPath()));
+}
+
+bool CmafRun::ComesFromRun() const {
+  const StreamWatch watch(folder_.Path());
+  const auto end = Clock::now() + std::chrono::milliseconds(kShortRunMilliseconds);
+  while (!Exists(HeaderPath()) && !rendition_.IsCopy() && folder_.IsMonitored() &&
+         Clock::now() < end) {
+    watch.Wait(OpenRunningProcess(folder_.Monitor().value_or(-1)),
+               static_cast<int>(kLookAgain.count()));
+  }
+  return Exists(HeaderPath());
 }
 
 std::optional<StreamLock> CmafRun::TakePlace() const {

@@ -1,20 +1,27 @@
 // The player: the picture, its controls and the messages over it.
 import { addressOf } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
-import { clockText, nameOf, spokenTime } from '../format.js';
+import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
-import { filmInfo } from '../playback/client.js';
+import { t } from '../language.js';
+import { recentFilmInfo } from '../playback/client.js';
 import { engineFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { audioText, subtitleText } from './film.js';
+import { Chapters } from './chapters.js';
+import { savePicture, stepFrame } from './frames.js';
+import { listenToGestures } from './gestures.js';
 import { handleKey, showHelp } from './keyboard.js';
+import { MediaKeys } from './media_keys.js';
+import { lineFor } from './names.js';
 import { addressAt, attempt, filmAddress, say } from './page.js';
 import { choiceOf, preferences, remember } from './preferences.js';
 import { Statistics } from './statistics.js';
 import { Thumbnails } from './thumbnails.js';
+import { UpNext } from './up_next.js';
 
 const COVER_WIDTH = 640;
 const IDLE_MILLISECONDS = 3000;
@@ -38,6 +45,9 @@ export class PlayerView {
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();
+    this.chapters = new Chapters(this);
+    this.upNext = new UpNext(this);
+    this.mediaKeys = new MediaKeys(this, this.upNext);
     this.makeControls();
     this.makeSettings();
     this.makeOverlay();
@@ -60,17 +70,20 @@ export class PlayerView {
     this.controls = element(
       'div',
       { id: 'controls' },
-      element('div', { class: 'timeline' }, this.preview, this.position),
+      element('div', { class: 'timeline' }, this.preview, this.position, this.chapters.marks),
       element(
         'div',
         { class: 'bar' },
+        this.upNext.previousButton,
         this.playButton,
+        this.upNext.nextButton,
         this.muteButton,
         this.volume,
         this.clock,
         element('span', { class: 'gap' }),
         this.captionsButton,
         this.settingsButton,
+        signButton('camera', t('Save this picture'), () => this.savePicture(), { class: 'sign minor' }),
         signButton('figures', 'Statistics', () => this.figures(), { class: 'sign minor' }),
         signButton('elsewhere', 'Play elsewhere', () => this.elsewhere()),
         signButton('help', 'Keyboard shortcuts', () => showHelp(), { class: 'sign minor' }),
@@ -87,6 +100,7 @@ export class PlayerView {
     this.subtitle = select('subtitle', (value) => this.chooseSubtitle(value));
     this.kind = select('kind', (value) => this.playback.change({ kind: value, profile: '' }));
     this.speed = select('speed', (value) => this.playback.setSpeed(Number(value)));
+    this.repeat = element('input', { id: 'repeat', type: 'checkbox' });
     this.cueSize = select('cue-size', (value) => this.prefer('cueSize', value));
     this.cueLook = select('cue-look', (value) => this.prefer('cueLook', value));
     fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? 'Normal' : `${speed} ×` })), '1');
@@ -97,6 +111,8 @@ export class PlayerView {
       labelled('Audio track', this.audio),
       labelled('Subtitles', this.subtitle),
       labelled('Speed', this.speed),
+      this.chapters.row,
+      labelled(t('Repeat the film'), this.repeat),
       labelled('Playback method', this.kind),
       labelled('Subtitle size', this.cueSize),
       labelled('Subtitle style', this.cueLook),
@@ -119,18 +135,18 @@ export class PlayerView {
     const top = element('div', { class: 'top' }, this.back, this.title);
     this.stage = element('div', { class: 'stage' });
     this.section.prepend(this.stage);
-    this.stage.append(this.video, this.overlay, top, this.statistics.panel, this.panel, this.controls);
+    this.stage.append(this.video, this.overlay, top, this.statistics.panel, this.panel, this.upNext.panel, this.controls);
     this.section.append(this.why);
   }
 
   listen() {
     const { video, playback, position } = this;
     playback.addEventListener('change', () => this.refresh());
-    playback.addEventListener('ended', () => this.refresh());
+    playback.addEventListener('ended', () => this.atEnd());
     video.addEventListener('timeupdate', () => this.showClock());
     video.addEventListener('progress', () => this.showClock());
     video.addEventListener('volumechange', () => this.showVolume());
-    video.addEventListener('click', (event) => this.touch(event));
+    listenToGestures(this);
     position.addEventListener('change', () => this.seek(Number(position.value)));
     position.addEventListener('input', () => this.showPreview(Number(position.value)));
     position.addEventListener('pointermove', (event) => this.showPreview(this.secondAt(event)));
@@ -179,10 +195,10 @@ export class PlayerView {
   // playback method, '' for the default.
   async open(entry, second, kind, signal) {
     this.section.hidden = false;
-    this.title.textContent = entry.name;
+    this.title.textContent = lineFor(entry);
     this.back.href = filmAddress(entry);
     this.why.textContent = '';
-    const info = await filmInfo(entry.encoded_path, { signal });
+    const info = await recentFilmInfo(entry.encoded_path, { signal });
     const start = Number.isNaN(second) ? await resumePoint(entry.encoded_path) : second;
     if (signal.aborted) {
       return;
@@ -193,7 +209,9 @@ export class PlayerView {
     this.thumbnails.forFilm(entry.encoded_path);
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
-    this.announce(entry);
+    this.mediaKeys.announce(entry);
+    this.chapters.show(info);
+    this.upNext.prepare(entry, info, signal);
     this.showCover(entry, info);
     await this.playback.play({ entry, info }, choice, start);
   }
@@ -203,26 +221,22 @@ export class PlayerView {
     this.video.poster = isMusic(info) ? addressOf('Library', 'poster', { width: COVER_WIDTH }, path) : '';
   }
 
-  // Tells the device what plays, for its media keys and its lock screen.
-  announce(entry) {
-    const keys = navigator.mediaSession;
-    if (!keys) {
-      return;
-    }
-    keys.metadata = new MediaMetadata({ title: nameOf(entry.encoded_path) });
-    keys.setActionHandler('seekbackward', () => this.skip(-10));
-    keys.setActionHandler('seekforward', () => this.skip(10));
-  }
-
   close() {
     const saved = this.keeper.save();
-    this.section.hidden = true;
-    if (document.fullscreenElement) {
-      document.exitFullscreen();
+    if (!this.upNext.takeGoing()) {
+      this.section.hidden = true;
+      this.leaveFullScreen();
     }
+    this.upNext.cancel();
     this.thumbnails.forFilm(null);
     this.closing = Promise.all([saved, this.playback.stop()]);
     return this.closing;
+  }
+
+  leaveFullScreen() {
+    if (document.fullscreenElement) {
+      document.exitFullscreen();
+    }
   }
 
   fillTracks(info, choice) {
@@ -235,8 +249,8 @@ export class PlayerView {
 
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
   fillQualities() {
-    const { film, kind, choice, can } = this.playback;
-    const list = (format) => qualities(film.info, format).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
+    const { film, kind, choice, can, engine } = this.playback;
+    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
     const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: 'Automatic' };
@@ -246,13 +260,25 @@ export class PlayerView {
     fill(this.kind, [{ value: '', text: 'Automatic' }, ...ways], choice.kind);
   }
 
+  atEnd() {
+    this.refresh();
+    if (this.isRepeating()) {
+      this.seek(0);
+      this.playback.start();
+    }
+  }
+
+  isRepeating() {
+    return this.repeat.checked;
+  }
+
   refresh() {
     const { playback } = this;
     if (!playback.film) {
       return;
     }
     const shown = `${playback.kind} ${JSON.stringify(playback.choice)} ${playback.film.entry.encoded_path}`;
-    if (playback.stream && shown !== this.shown) {
+    if (playback.engine && shown !== this.shown) {
       this.shown = shown;
       this.fillQualities();
     }
@@ -338,7 +364,7 @@ export class PlayerView {
     const duration = this.playback.duration();
     this.preview.hidden = false;
     this.preview.style.setProperty('--place', String(duration > 0 ? second / duration : 0));
-    this.preview.lastChild.textContent = clockText(second);
+    this.preview.lastChild.textContent = [this.chapters.titleAt(second), clockText(second)].filter(Boolean).join(' · ');
     this.thumbnails.show(second);
   }
 
@@ -428,17 +454,29 @@ export class PlayerView {
     return attempt(() => (document.pictureInPictureElement ? document.exitPictureInPicture() : this.video.requestPictureInPicture()));
   }
 
+  stepFrame(direction) {
+    stepFrame(this, direction);
+  }
+
+  savePicture() {
+    savePicture(this);
+  }
+
+  toggleRepeat() {
+    this.repeat.checked = !this.repeat.checked;
+  }
+
   // `value`: the method and the key of a profile.
   chooseQuality(value) {
     const [kind, profile] = value.split(' ');
     remember('quality', profile ? this.quality.selectedOptions[0].text : '');
-    return this.playback.change({ kind, profile });
+    return this.playback.changeWithin({ kind, profile });
   }
 
   chooseSound(id) {
     const { audio } = this.playback.film.info.metadata.track_info;
     remember('soundLanguage', audio.find((track) => track.id === id)?.language ?? '');
-    return this.playback.change({ audio: id });
+    return this.playback.changeWithin({ audio: id });
   }
 
   chooseSubtitle(id) {
