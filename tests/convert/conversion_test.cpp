@@ -16,6 +16,7 @@
 #include "metadata/video_metadata.h"
 #include "platform/plat.h"
 #include "platform/unique_fd.h"
+#include "policy/trans_loading.h"
 #include "support/processes.h"
 #include "support/sysroot.h"
 
@@ -106,10 +107,10 @@ class FilmConversion : public test::Sysroot {
   // The process that is registered as a conversion; 0 for none.
   pid_t Registered() const {
     const Json::Value entries = Registry();
-    return entries.size() == 1 && entries[0]["offline_conversion"] == true &&
-                   entries[0]["hardware_transcode"] == false
-               ? entries[0]["PID"].asInt()
-               : 0;
+    const Json::Value first = entries.empty() ? Json::Value() : entries[0];
+    const bool isConversion = first["offline_conversion"] == true;
+    EXPECT_TRUE(!isConversion || first["hardware_transcode"] == false);
+    return isConversion ? first["PID"].asInt() : 0;
   }
   // Waits for the conversion that the register names.
   pid_t UntilRegistered() const {
@@ -119,6 +120,20 @@ class FilmConversion : public test::Sysroot {
   static bool IsStopped(pid_t pid) {
     return test::ReadWhole("/proc/" + std::to_string(pid) + "/status").find("State:\tT") !=
            std::string::npos;
+  }
+
+  // Waits until no entry of the register has this number.
+  void UntilGone(pid_t transcoder) const {
+    Until(kRegistry, [&] { return Registered() != transcoder; });
+  }
+  // A viewer forces the service to give way, and leaves after `meanwhile`.
+  void Visit(const std::function<void()>& meanwhile) {
+    test::Child viewer(test::SleepUntilKilled);
+    LibMirevo::TransLoading().SaveTransPID(viewer.Pid(), false, false);
+    Service().Kill(SIGUSR1);
+    meanwhile();
+    viewer.Kill(SIGKILL);
+    viewer.Wait();
   }
 
   // Is this the whole film, in a file that plays while it loads?
@@ -172,16 +187,11 @@ TEST_F(FilmConversion, GivesWayToAViewerAndGoesOnFromItsPlace) {
   const int64_t id = Add(MakeFilm("film.mkv"));
   StartService();
   const pid_t transcoder = UntilRegistered();
-  ASSERT_EQ(kill(Service().Pid(), SIGUSR1), 0);
-  UntilState(id, State::kPaused);
-  EXPECT_EQ(Registered(), 0);
-  EXPECT_TRUE(IsStopped(transcoder));
-  {
-    test::Child viewer(test::SleepUntilKilled);
-    SetRegistry(test::JsonArray({test::RegistryEntry(viewer.Pid(), false)}));
-    viewer.Kill(SIGKILL);
-    viewer.Wait();
-  }
+  Visit([&] {
+    UntilState(id, State::kPaused);
+    EXPECT_EQ(Registered(), 0);
+    EXPECT_TRUE(IsStopped(transcoder));
+  });
   EXPECT_EQ(UntilRegistered(), transcoder) << "the same process goes on";
   UntilState(id, State::kReady);
   ExpectWhole(id);
@@ -267,12 +277,8 @@ TEST_F(FilmConversion, TenInterruptedConversionsEndAsTenWholeFilms) {
   for (size_t i = 0; i < ids.size(); ++i) {
     UntilBegun(ids[i]);
     const pid_t transcoder = Registered();
-    if (i % 5 == 4) {
-      kill(Service().Pid(), SIGUSR1);
-      test::Child viewer(test::SleepUntilKilled);
-      SetRegistry(test::JsonArray({test::RegistryEntry(viewer.Pid(), false)}));
-      viewer.Kill(SIGKILL);
-      viewer.Wait();
+    if (i % 5 == 4 && transcoder > 0) {
+      Visit([&] { UntilGone(transcoder); });
     } else if (i % 5 == 3 && transcoder > 0) {
       kill(transcoder, SIGKILL);
     } else {
