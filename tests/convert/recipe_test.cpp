@@ -43,7 +43,7 @@ TEST(ConversionRecipe, KeepsTheSizeOfAFilmUpToItsProfile) {
   EXPECT_EQ(Size({3840, 1600}), "1920x800");
   EXPECT_EQ(Size({1440, 1080}), "1440x1080");
   EXPECT_EQ(Size({1920, 1080}, "mp4-720p"), "1280x720");
-  EXPECT_EQ(Size({1920, 1080}, "mp4-480p"), "852x480");
+  EXPECT_EQ(Size({1920, 1080}, "mp4-480p"), "854x480");
 }
 
 TEST(ConversionRecipe, MakesOddSizesEven) {
