@@ -220,7 +220,8 @@ Confinement::Confinement(Job job, const Reach& reach)
   files_ = RulesFor(reach);
   const int error = errno;
   if (HasSystemCallFilters()) {
-    calls_ = MediaFilter(isFunction_ ? Execution::kRefused : Execution::kAllowed);
+    calls_ = MediaFilter(isFunction_ ? Execution::kRefused : Execution::kAllowed,
+                         reach.socketPairs ? SocketPairs::kAllowed : SocketPairs::kRefused);
   }
   isRefused_ = mode == Sandbox::kRequired && (files_ == nullptr || calls_.empty());
   if (isRefused_) {
