@@ -8,6 +8,8 @@
 //   - Requests beyond the end of their queue are refused (request_places.h).
 //   - The first read of a connection finds nothing. The web server then waits for the client, and
 //     a web server that has waited once notices when the client leaves, at any later time.
+//   - The request program starts with SIGTERM held back. The web server sends it when the client
+//     leaves, and the program decides whether that ends it. Until then it waits.
 //
 // The program that starts the web server sets three variables; nobody inherits them further:
 //   MIREVO_DOOR_EACH   connections of one address
@@ -23,6 +25,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -236,6 +239,19 @@ extern "C" {
     return -1;
   }
   return syscall(SYS_read, fd, buffer, size);
+}
+
+[[gnu::visibility("default")]] pid_t fork() {
+  sigset_t leaving;
+  sigset_t before;
+  sigemptyset(&leaving);
+  sigaddset(&leaving, SIGTERM);
+  sigprocmask(SIG_BLOCK, &leaving, &before);
+  const auto pid = _Fork();
+  if (pid != 0) {
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+  }
+  return pid;
 }
 
 // In the new process of a request. Nothing but the refusal would come of its program.

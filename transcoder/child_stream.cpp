@@ -14,8 +14,12 @@
 #include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/log.h"
+#include "platform/process.h"
 #include "platform/process_launch.h"
 #include "transcoder/command_reach.h"
+#include "transcoder/copy_client.h"
+#include "transcoder/copy_text.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -31,6 +35,22 @@ sigset_t StoppingSignals() {
   return set;
 }
 
+class Child : public Worker {
+ public:
+  // Null for no process.
+  static std::unique_ptr<Worker> Of(Process process) {
+    return process ? std::make_unique<Child>(std::move(process)) : nullptr;
+  }
+  explicit Child(Process process) : process_(std::move(process)) {}
+
+  int Descriptor() const override { return process_.Descriptor().Get(); }
+  void End(int signalNumber) override { process_.AskToEnd(signalNumber); }
+  int Wait() override { return process_.Wait(); }
+
+ private:
+  Process process_;
+};
+
 // It has what this process has, but for its output.
 Process StartCommand(const std::vector<std::string>& command, int output) {
   Program program{command.front(), command};
@@ -45,11 +65,7 @@ Process StartCommand(const std::vector<std::string>& command, int output) {
 }
 
 // The film is open already: this process reaches nothing but the libraries, and needs no rights.
-Process StartCopy(const FilmCopy& copy, int output, int progress) {
-  UniqueFd film(open(copy.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!film.IsOpen()) {
-    return {};
-  }
+Process StartCopy(const FilmCopy& copy, UniqueFd& film, int output, int progress) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
   options.parentDeath.signal = SIGKILL;
@@ -68,7 +84,7 @@ Process StartCopy(const FilmCopy& copy, int output, int progress) {
 
 }  // namespace
 
-ChildStream::ChildStream(Process child, UniqueFd stream, UniqueFd signals)
+ChildStream::ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals)
     : child_(std::move(child)), stream_(std::move(stream)), signals_(std::move(signals)) {}
 
 std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& command) {
@@ -77,15 +93,31 @@ std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& co
     if (!child) {
       RefuseToStart(command.front(), errno);
     }
-    return child;
+    return Child::Of(std::move(child));
   });
 }
 
 std::optional<ChildStream> ChildStream::Start(const FilmCopy& copy, int progress) {
-  return StartWith([&](int output) { return StartCopy(copy, output, progress); });
+  UniqueFd film = OpenFilm(copy.film);
+  if (!film.IsOpen()) {
+    return std::nullopt;
+  }
+  const std::string work = TextOf(copy);
+  auto stream = StartWith([&](int output) {
+    return AskForCopy(work, {film.Get(), output, progress});
+  });
+  if (stream) {
+    return stream;
+  }
+  // The pipe is another one: the first may have got bytes from a parent that answered too late.
+  return StartWith([&](int output) { return Child::Of(StartCopy(copy, film, output, progress)); });
 }
 
-std::optional<ChildStream> ChildStream::StartWith(const std::function<Process(int output)>& start) {
+std::optional<ChildStream> ChildStream::StartByParent(const std::string& work, int film) {
+  return StartWith([&](int output) { return AskForCopy(work, {film, output}); });
+}
+
+std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
   const sigset_t stopping = StoppingSignals();
   sigprocmask(SIG_BLOCK, &stopping, nullptr);
   UniqueFd signals(signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -96,8 +128,8 @@ std::optional<ChildStream> ChildStream::StartWith(const std::function<Process(in
     return std::nullopt;
   }
   fcntl(stream.Get(), F_SETPIPE_SZ, kPipeSize);
-  Process child = start(output.Get());
-  if (!child) {
+  std::unique_ptr<Worker> child = start(output.Get());
+  if (child == nullptr) {
     return std::nullopt;
   }
   return ChildStream(std::move(child), std::move(stream), std::move(signals));
@@ -107,7 +139,9 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
   std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
                                   {changes, POLLIN, 0},
                                   {stream_.Get(), holdBack ? short{} : short{POLLIN}, 0}}};
-  if (poll(waits.data(), waits.size(), -1) < 0) {
+  const int ready = poll(waits.data(), waits.size(), holdBack ? -1 : silence_);
+  if (ready <= 0) {
+    EndSilent(ready);
     return {};
   }
   if (waits[0].revents != 0) {
@@ -116,10 +150,33 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
   return {waits[2].revents != 0, waits[1].revents != 0};
 }
 
+// Its end is the end of its output.
+void ChildStream::EndSilent(int ready) {
+  if (ready == 0) {
+    child_->End(SIGKILL);
+    silence_ = -1;
+  }
+}
+
+bool ChildStream::WaitToWrite(int output) {
+  while (!stopped_) {
+    std::array<pollfd, 2> waits = {{{signals_.Get(), POLLIN, 0}, {output, POLLOUT, 0}}};
+    if (poll(waits.data(), waits.size(), -1) < 0) {
+      continue;
+    }
+    if (waits[0].revents != 0) {
+      TakeSignal();
+    } else {
+      return (waits[1].revents & POLLOUT) != 0;
+    }
+  }
+  return false;
+}
+
 void ChildStream::WaitForChange(int changes) {
   std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
                                   {changes, POLLIN, 0},
-                                  {hasEnded_ ? -1 : child_.Descriptor().Get(), POLLIN, 0}}};
+                                  {hasEnded_ ? -1 : child_->Descriptor(), POLLIN, 0}}};
   if (poll(waits.data(), waits.size(), -1) < 0) {
     return;
   }
@@ -128,7 +185,8 @@ void ChildStream::WaitForChange(int changes) {
   }
   if (waits[2].revents != 0) {
     hasEnded_ = true;  // told once; the rest of its output can still be wanted
-    stopped_ |= child_.Wait() != 0;
+    exitCode_ = child_->Wait();
+    stopped_ |= exitCode_ != 0;
   }
 }
 
@@ -143,7 +201,7 @@ void ChildStream::TakeSignal() {
 
 void ChildStream::Stop(int signalNumber) {
   stopped_ = true;
-  child_.AskToEnd(signalNumber);
+  child_->End(signalNumber);
 }
 
 ssize_t ChildStream::Read(void* buffer, size_t size) {
@@ -155,7 +213,7 @@ ssize_t ChildStream::Read(void* buffer, size_t size) {
 }
 
 int ChildStream::ExitCode() {
-  const int status = child_.Wait();
+  const int status = hasEnded_ ? exitCode_ : child_->Wait();
   return status < 0 ? kExitFailure : status;
 }
 

@@ -5,13 +5,14 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "transcoder/film_copy.h"
+#include "transcoder/worker.h"
 
 namespace orvo::transcoder {
 
@@ -26,8 +27,13 @@ class ChildStream {
   // SIGTERM only arrive through Wait().
   static std::optional<ChildStream> Start(const std::vector<std::string>& command);
 
-  // The same for a copy without FFmpeg, which reports its progress into `progress`.
+  // The same for a copy without FFmpeg, which reports its progress into `progress`. The service's
+  // parent of copies makes it, or else a child.
   static std::optional<ChildStream> Start(const FilmCopy& copy, int progress);
+
+  // The same for other work of that parent, for which there is no child instead (copy_text.h).
+  // Nothing if it cannot be had.
+  static std::optional<ChildStream> StartByParent(const std::string& work, int film);
 
   struct Wake {
     bool hasOutput = false;  // Read() is due: there is output, or it has ended
@@ -39,7 +45,14 @@ class ChildStream {
   // waits; that it is closed is told all the same.
   Wake Wait(int changes, bool holdBack);
 
-  // The same for one who has no use for output now: returns when `changes` is readable, a signal
+  // Ends FFmpeg by SIGKILL when it writes nothing for so long while Wait() waits for its output.
+  void LimitSilence(int milliseconds) { silence_ = milliseconds; }
+
+  // Waits until `output` can be written. False when the run was stopped first, or nobody reads
+  // `output` any more.
+  bool WaitToWrite(int output);
+
+  // As Wait() for one who has no use for output now: returns when `changes` is readable, a signal
   // has come or FFmpeg has failed.
   void WaitForChange(int changes);
 
@@ -57,15 +70,20 @@ class ChildStream {
   void Close() { stream_.Reset(); }
 
  private:
-  ChildStream(Process child, UniqueFd stream, UniqueFd signals);
-  static std::optional<ChildStream> StartWith(const std::function<Process(int output)>& start);
-  void TakeSignal();
+  using Starter = std::function<std::unique_ptr<Worker>(int output)>;
 
-  Process child_;
+  ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals);
+  static std::optional<ChildStream> StartWith(const Starter& start);
+  void TakeSignal();
+  void EndSilent(int ready);
+
+  std::unique_ptr<Worker> child_;
   UniqueFd stream_;
   UniqueFd signals_;
   bool hasEnded_ = false;
+  int exitCode_ = 0;  // once it has ended
   bool stopped_ = false;
+  int silence_ = -1;
 };
 
 }  // namespace orvo::transcoder

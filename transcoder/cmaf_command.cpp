@@ -19,6 +19,10 @@ constexpr int64_t kLeadFrames = 4;
 // A run is entered this much before its sound, so that no stored order of packets loses any.
 constexpr double kSoundEntry = 1.0;
 constexpr double kPictureEntry = 0.001;
+// A film without an index is entered between two key frames, and the pictures up to the next one
+// are lost. A copy is entered just before the key frame of its cut.
+constexpr double kUnindexedEntry = -6.0;
+constexpr double kUnindexedCopyEntry = -1.0;
 // Key frames are forced a little early, because FFmpeg compares rounded times.
 constexpr double kForceEarly = 0.002;
 // The command line has room for so many times. A run ends behind the last of them.
@@ -135,13 +139,33 @@ Strings EncoderOptions(const CmafRequest& request, const CmafPlan& plan,
   }
 }
 
+double PictureEntry(const CmafRequest& request, bool lacksIndex) {
+  return !lacksIndex ? kPictureEntry : request.IsCopy() ? kUnindexedCopyEntry : kUnindexedEntry;
+}
+
 // Where the film is entered, in seconds; 0 for its start, which is not sought.
-double Entry(const CmafRequest& request, const CmafPlan& plan) {
+double Entry(const CmafRequest& request, const CmafPlan& plan, bool lacksIndex) {
   const double start = InSeconds(plan.Start(request.number));
   if (request.number == 0) {
     return 0;
   }
-  return std::max(0.0, request.IsSound() ? start - kSoundEntry : start + kPictureEntry);
+  return std::max(
+      0.0, request.IsSound() ? start - kSoundEntry : start + PictureEntry(request, lacksIndex));
+}
+
+// Times count from the film's start, whichever track is read. FFmpeg corrects an offset of exactly
+// the film's start to that of the tracks in use; one of a microsecond less it leaves alone.
+Strings ClockOptions(const CmafSurroundings& surroundings) {
+  if (!surroundings.clockStart) {
+    return {"-copyts", "-start_at_zero"};
+  }
+  constexpr double kMicroseconds = 1e6;
+  return {"-copyts", "-itsoffset",
+          Seconds(static_cast<double>(1 - *surroundings.clockStart) / kMicroseconds)};
+}
+
+void Append(Strings& out, const Strings& more) {
+  out.insert(out.end(), more.begin(), more.end());
 }
 
 }  // namespace
@@ -159,17 +183,16 @@ std::vector<std::string> CmafCommand(const CmafRequest& request, const CmafPlan&
     Append(out,
            {"-progress", "pipe:" + std::to_string(surroundings.progressFd), "-stats_period", "2"});
   }
-  const double entry = Entry(request, plan);
+  const double entry = Entry(request, plan, surroundings.lacksIndex);
   if (entry > 0) {
     Append(out, {"-noaccurate_seek", "-ss", Seconds(entry)});
   }
-  Append(out, {"-copyts", "-start_at_zero", "-protocol_whitelist", "file,pipe,fd"});
-  Append(out, {"-format_whitelist", kSelfContainedFormats, "-i", "file:" + request.film});
+  Append(out, ClockOptions(surroundings));
+  Append(out, {"-protocol_whitelist", "file,pipe,fd", "-format_whitelist", kSelfContainedFormats,
+               "-i", "file:" + request.film});
   Append(out, {"-map", "0:" + std::to_string(request.track), "-map_metadata", "-1"});
   Append(out, {"-map_chapters", "-1"});
-  for (const std::string& option : EncoderOptions(request, plan, surroundings)) {
-    out.push_back(option);
-  }
+  Append(out, EncoderOptions(request, plan, surroundings));
   if (request.isHeaderOnly) {
     Append(out, {"-frames", "1"});
   }

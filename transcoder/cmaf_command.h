@@ -1,6 +1,8 @@
 // The FFmpeg command of a CMAF rendition.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,8 @@ struct CmafSurroundings {
   std::string executable;   // the stock FFmpeg
   std::string toneMapping;  // filters; empty for a film of standard dynamic range
   int progressFd = -1;      // for progress reports; below 0 for none
+  bool lacksIndex = false;  // of the film: it cannot be entered at a key frame
+  std::optional<int64_t> clockStart = std::nullopt;  // CmafKnowledge has it
 };
 
 // The command that writes the rendition from its first wanted segment on, in a fragmented MP4

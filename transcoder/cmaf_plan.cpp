@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <fstream>
 #include <memory>
 #include <optional>
 
@@ -13,6 +14,7 @@
 #include "platform/log.h"
 #include "platform/media_file.h"
 #include "transcoder/child_stream.h"
+#include "transcoder/film_clock.h"
 #include "transcoder/film_packets.h"
 #include "transcoder/film_range.h"
 
@@ -109,10 +111,31 @@ int64_t ReadEnd(const AvFunctions& av, FilmPackets& packets, int track) {
   return ToTicks(av, std::max<int64_t>(packets.Format().duration, 0), AV_TIME_BASE_Q);
 }
 
-// H.264 and HEVC come with start codes in some files. Such pictures are not copied.
+bool HasUnits(const AVCodecParameters& codec) {
+  return codec.codec_id == AV_CODEC_ID_H264 || codec.codec_id == AV_CODEC_ID_HEVC;
+}
+
+// Other codecs are never copied, so their key frames do not matter.
 bool IsForMp4(const AVCodecParameters& codec) {
-  const bool hasUnits = codec.codec_id == AV_CODEC_ID_H264 || codec.codec_id == AV_CODEC_ID_HEVC;
-  return !hasUnits || (codec.extradata_size > 0 && codec.extradata[0] == 1);
+  return HasUnits(codec) || codec.codec_id == AV_CODEC_ID_AV1 || codec.codec_id == AV_CODEC_ID_VP9;
+}
+
+// H.264 and HEVC come with start codes in some files. FFmpeg turns those of a transport stream into
+// lengths (cmaf_run.cpp). Others are not copied.
+bool HasLengths(const AVCodecParameters& codec) {
+  return !HasUnits(codec) || (codec.extradata_size > 0 && codec.extradata[0] == 1);
+}
+
+bool IsFormat(FilmPackets& packets, std::string_view name) {
+  return packets.Format().iformat->name == name;
+}
+
+// Can the pictures be copied if all key frames are known?
+bool MayCopy(FilmPackets& packets, int track) {
+  const AVCodecParameters& codec = *packets.Track(track).codecpar;
+  const bool isFitting = packets.StatesTimes() || IsFormat(packets, "flv");
+  return IsForMp4(codec) &&
+         (IsFormat(packets, "mpegts") ? HasUnits(codec) : isFitting && HasLengths(codec));
 }
 
 // The key frame of the track that is shown at or before this time. Nothing at the film's end.
@@ -127,25 +150,33 @@ std::optional<FilmPacket> KeyAt(FilmPackets& packets, int track, double seconds)
   return packet;
 }
 
-// How many pictures are stored ahead of one that is shown before them.
-size_t ReadOrder(FilmPackets& packets) {
+// What the film's first pictures tell. Not every film can be entered at its start again.
+struct Beginning {
+  std::optional<FilmPacket> key;  // the first key frame
+  size_t reordered = 0;           // how many pictures are stored ahead of one that is shown before
+};
+
+Beginning ReadBeginning(FilmPackets& packets) {
+  Beginning beginning;
   std::vector<int64_t> shown;
   for (auto packet = packets.Next(); packet && shown.size() < kPicturesToSee;
        packet = packets.Next()) {
-    shown.push_back(packet->packet->pts);
+    if (beginning.key || packet->IsKey()) {
+      shown.push_back(packet->packet->pts);
+    }
+    if (!beginning.key && packet->IsKey()) {
+      beginning.key = std::move(packet);
+    }
   }
-  return DecodingTimes::ReorderedIn(shown);
+  beginning.reordered = DecodingTimes::ReorderedIn(shown);
+  return beginning;
 }
 
 // Adds the key frames of the container's index. It knows when they are decoded or when they are
 // shown; looks at some of them tell which, and whether each one begins a closed group.
-void ReadKeys(const AvFunctions& av, FilmPackets& packets, int track, FilmOutline& film) {
-  packets.Choose({track});
-  const auto first = KeyAt(packets, track, 0);
-  if (!first) {
-    return;
-  }
-  film.isOpen = !first->isIdr;
+void ReadKeys(const AvFunctions& av, FilmPackets& packets, int track, const FilmPacket& first,
+              FilmOutline& film) {
+  KeyAt(packets, track, 0);  // loads the index
   const AVStream& stream = packets.Track(track);
   std::vector<int64_t> times;
   const int count = av.avformat_index_get_entries_count(&stream);
@@ -159,7 +190,7 @@ void ReadKeys(const AvFunctions& av, FilmPackets& packets, int track, FilmOutlin
   if (times.empty()) {
     return;
   }
-  const int64_t later = first->packet->pts - times.front();
+  const int64_t later = first.packet->pts - times.front();
   const size_t step = std::max<size_t>(times.size() / kLooks, 1);
   for (size_t i = 0; i < times.size(); i += step) {
     constexpr double kRounding = 0.002;
@@ -179,7 +210,70 @@ void ReadKeys(const AvFunctions& av, FilmPackets& packets, int track, FilmOutlin
   }
 }
 
-std::optional<FilmOutline> ReadOutline(const std::string& path) {
+// The key frame that is shown at this time, in ticks of the track. Films without an index are
+// entered a little early.
+std::optional<FilmPacket> ExactKeyAt(FilmPackets& packets, int track, int64_t time) {
+  constexpr double kEarlier = 1.0;
+  const double seconds = static_cast<double>(time) * av_q2d(packets.Track(track).time_base);
+  if (!packets.Seek(track, std::max(0.0, seconds - kEarlier))) {
+    return std::nullopt;
+  }
+  auto packet = packets.Next();
+  while (packet && (!packet->IsKey() || packet->packet->pts < time - 1)) {
+    packet = packets.Next();
+  }
+  return packet && packet->packet->pts <= time + 1 ? std::move(packet) : std::nullopt;
+}
+
+// Adds the key frames that the analysis found, in ticks of kPlanClock from the first one, if the
+// film has them where it says. Their last number is the film's end.
+void TakeKeys(const AvFunctions& av, FilmPackets& packets, int track, const FilmPacket& first,
+              const std::vector<int64_t>& found, FilmOutline& film) {
+  if (found.size() < 2) {
+    return;
+  }
+  const AVRational clock = packets.Track(track).time_base;
+  const int64_t start = first.packet->pts;
+  const size_t count = found.size() - 1;
+  const size_t step = std::max<size_t>(count / kLooks, 1);
+  for (size_t i = step; i < count; i += step) {
+    const auto key = ExactKeyAt(packets, track, start + av.av_rescale_q(found[i], kClock, clock));
+    if (!key) {
+      return;
+    }
+    film.isOpen = film.isOpen || !key->isIdr;
+  }
+  const int64_t begin = ToTicks(av, start, clock);
+  for (size_t i = 0; i < count; ++i) {
+    if (film.keys.empty() || begin + found[i] > film.keys.back()) {
+      film.keys.push_back(std::max<int64_t>(begin + found[i], 0));
+    }
+  }
+  film.end = std::max(begin + found.back(), film.keys.back());
+}
+
+// How the pictures are reordered, and where their key frames are: from the container's index or, if
+// it has none, from the analysis.
+void ReadPictures(const AvFunctions& av, FilmPackets& packets, int track,
+                  const std::vector<int64_t>& found, FilmOutline& film) {
+  packets.Choose({track});
+  const Beginning beginning = ReadBeginning(packets);
+  if (!beginning.key) {
+    return;
+  }
+  film.isOpen = !beginning.key->isIdr;
+  if (packets.StatesTimes()) {
+    ReadKeys(av, packets, track, *beginning.key, film);
+  }
+  if (!film.isOpen && !HasUsableKeys(film)) {
+    film.keys.clear();
+    TakeKeys(av, packets, track, *beginning.key, found, film);
+  }
+  const CmafPlan rate{film.rate, film.scale, 0, {}};
+  film.delay = static_cast<int64_t>(beginning.reordered) * rate.Frame();
+}
+
+std::optional<FilmOutline> ReadOutline(const std::string& path, const std::vector<int64_t>& found) {
   UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   const AvFunctions* const av = AvFunctions::Get();
   const auto packets =
@@ -190,15 +284,15 @@ std::optional<FilmOutline> ReadOutline(const std::string& path) {
   FilmOutline film;
   const int track = packets->FirstOf(AVMEDIA_TYPE_VIDEO);
   film.hasPicture = track >= 0;
+  if ((packets->Format().iformat->flags & AVFMT_TS_DISCONT) != 0) {
+    film.clockStart = packets->FilmStart();
+  }
   film.end = ReadEnd(*av, *packets, track);
   if (film.hasPicture) {
     ReadRate(packets->Track(track), film);
   }
-  if (film.hasPicture && packets->StatesTimes() && IsForMp4(*packets->Track(track).codecpar)) {
-    ReadKeys(*av, *packets, track, film);
-    packets->Seek(track, 0);
-    const CmafPlan rate{film.rate, film.scale, 0, {}};
-    film.delay = static_cast<int64_t>(ReadOrder(*packets)) * rate.Frame();
+  if (film.hasPicture && MayCopy(*packets, track)) {
+    ReadPictures(*av, *packets, track, found, film);
   }
   return film;
 }
@@ -211,27 +305,43 @@ const char* RangeOf(const std::string& path) {
   return range->transfer == AVCOL_TRC_ARIB_STD_B67 ? kCmafHlg : kCmafPq;
 }
 
-// The plan, behind a line about the pictures.
-std::string DescribeFilm(const std::string& path) {
-  const auto film = ReadOutline(path);
+// What the film's folder has from an earlier analysis; nothing if there is no such file.
+std::vector<int64_t> ReadFoundKeys(const std::string& folder) {
+  std::ifstream file(folder + "/" + kCmafKeysFile);
+  std::string text;
+  return file.is_open() && ReadAll(file, text)
+             ? ParseCmafNumbers(text).value_or(std::vector<int64_t>())
+             : std::vector<int64_t>();
+}
+
+const char* CopyingOf(const FilmOutline& film, const std::string& path) {
+  return ClockJumps(path)      ? kCmafClockJumps
+         : !film.hasPicture    ? kCmafNoPicture
+         : HasUsableKeys(film) ? kCmafCopied
+         : film.isOpen         ? kCmafOpenGroups
+                               : kCmafNoIndex;
+}
+
+// The plan, behind a line of CmafKnowledge.
+std::string DescribeFilm(const std::string& path, const std::vector<int64_t>& found) {
+  const auto film = ReadOutline(path, found);
   if (!film || film->end <= 0) {
     return "";
   }
-  const char* const copy = !film->hasPicture      ? kCmafNoPicture
-                           : HasUsableKeys(*film) ? kCmafCopied
-                           : film->isOpen         ? kCmafOpenGroups
-                                                  : kCmafNoIndex;
+  const char* const copy = CopyingOf(*film, path);
   const char* const range = film->hasPicture ? RangeOf(path) : kCmafStandardRange;
-  return std::string(copy) + " " + range + "\n" + PlanCmaf(*film).Text();
+  return CmafKnowledge{copy, range, film->clockStart}.Text() + "\n" + PlanCmaf(*film).Text();
 }
 
 }  // namespace
 
 int WriteCmafPlan(const CmafRequest& request) {
   const MediaFile film = MediaFile::Open(request.film);
-  const auto text = film.IsOpen() ? CallConfined(Job::kProbe, {.files = {film.Get()}}, kLongestText,
-                                                 [&] { return DescribeFilm(film.Address()); })
-                                  : std::nullopt;
+  const std::vector<int64_t> found = ReadFoundKeys(request.folder);
+  const auto text = film.IsOpen()
+                        ? CallConfined(Job::kProbe, {.files = {film.Get()}}, kLongestText,
+                                       [&] { return DescribeFilm(film.Address(), found); })
+                        : std::nullopt;
   const size_t line = text ? text->find('\n') : std::string::npos;
   if (line == std::string::npos || !CmafPlan::Parse(std::string_view(*text).substr(line + 1))) {
     ORVO_LOG("The segments of [%s] cannot be planned", request.film.c_str());

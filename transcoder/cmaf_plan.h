@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,8 @@ struct FilmOutline {
   int64_t scale = 1;
   int64_t delay = 0;          // of reordered pictures
   std::vector<int64_t> keys;  // the key frames in the index, ascending; empty without an index
-  bool isOpen = false;        // not each key frame begins a closed group of pictures
+  std::optional<int64_t> clockStart;  // CmafKnowledge has it
+  bool isOpen = false;                // not each key frame begins a closed group of pictures
   bool hasPicture = false;
 };
 
@@ -29,7 +31,8 @@ bool HasUsableKeys(const FilmOutline& film);
 CmafPlan PlanCmaf(const FilmOutline& film);
 
 // Writes the plan of the request's film into its folder, and beside it whether the pictures can be
-// copied (contract/cmaf.h). A confined process reads the film. Returns the exit code.
+// copied (contract/cmaf.h). Uses the file kCmafKeysFile there if the container tells no key frames.
+// A confined process reads the film. Returns the exit code.
 int WriteCmafPlan(const CmafRequest& request);
 
 }  // namespace orvo::transcoder

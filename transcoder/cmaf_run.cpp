@@ -13,8 +13,10 @@
 #include "transcoder/cmaf_cutter.h"
 #include "transcoder/cmaf_files.h"
 #include "transcoder/cmaf_packets.h"
+#include "transcoder/copy_text.h"
 #include "transcoder/demand.h"
 #include "transcoder/fragment_reader.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -23,11 +25,11 @@ namespace {
 constexpr int kNothing = -1;
 constexpr size_t kChunk = 65536;
 
-std::optional<CmafPlan> ReadPlan(const std::string& folder) {
-  const std::string path = folder + "/../" + kCmafPlanFile;
-  std::ifstream file(path);
+// A file of the presentation that the rendition's folder belongs to; "" if it cannot be read.
+std::string ReadShared(const std::string& folder, const char* name) {
+  std::ifstream file(folder + "/../" + name);
   std::string text;
-  return file.is_open() && ReadAll(file, text) ? CmafPlan::Parse(text) : std::nullopt;
+  return file.is_open() && ReadAll(file, text) ? text : "";
 }
 
 class Run : private CmafSink {
@@ -139,19 +141,29 @@ class Run : private CmafSink {
   bool hasFailed_ = false;
 };
 
+std::optional<ChildStream> StartPackets(const CmafRequest& request) {
+  const UniqueFd film = OpenFilm(request.film);
+  auto stream =
+      film.IsOpen() ? ChildStream::StartByParent(TextOf(request), film.Get()) : std::nullopt;
+  return stream ? std::move(stream) : ChildStream::Start(CmafPacketsCommand(request));
+}
+
 }  // namespace
 
-int RunCmaf(const CmafRequest& request, const CmafSurroundings& surroundings) {
-  const auto plan = ReadPlan(request.folder);
+int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
+  const auto plan = CmafPlan::Parse(ReadShared(request.folder, kCmafPlanFile));
   if (!plan || request.number >= plan->Count()) {
     ORVO_LOG("There is no plan for the segments in [%s]", request.folder.c_str());
     return kExitUsage;
   }
+  surroundings.clockStart =
+      CmafKnowledge::Parse(ReadShared(request.folder, kCmafPicturesFile)).clockStart;
   CmafRequest placed = request;
   placed.from = static_cast<double>(plan->Start(request.number)) / kPlanClock;
-  auto child = ChildStream::Start(request.IsCopy() && !request.isHeaderOnly
-                                      ? CmafPacketsCommand(placed)
-                                      : CmafCommand(request, *plan, surroundings));
+  // FFmpeg brings packets of transport and program streams into the form that MP4 needs.
+  const bool readsPackets = request.IsCopy() && !request.isHeaderOnly && !surroundings.lacksIndex;
+  auto child = readsPackets ? StartPackets(placed)
+                            : ChildStream::Start(CmafCommand(request, *plan, surroundings));
   return child ? Run(request, *plan, std::move(*child)).Finish() : kExitNotFound;
 }
 

@@ -10,7 +10,8 @@
 namespace orvo::transcoder {
 
 // Writes segments into the request's folder, at most some ahead of the file "requested" there, and
-// the rendition's header. The plan is in the folder above. Returns the exit code.
-int RunCmaf(const CmafRequest& request, const CmafSurroundings& surroundings);
+// the rendition's header. The plan and the clock's start are in the folder above. Returns the exit
+// code.
+int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings);
 
 }  // namespace orvo::transcoder

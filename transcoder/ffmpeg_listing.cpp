@@ -28,16 +28,6 @@ constexpr mode_t kCacheMode = 0600;  // only its own user reads it
 
 // --- The executable ---
 
-// What tells one build of the executable from another; empty when there is none.
-std::string Identity(const std::string& executable) {
-  struct stat status {};
-  if (stat(executable.c_str(), &status) != 0) {
-    return "";
-  }
-  const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
-  return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
-}
-
 std::string ReadToEnd(int fd) {
   std::string content;
   std::array<char, 4096> buffer;
@@ -134,6 +124,15 @@ void WriteCache(const std::string& path, const std::string& identity, const Name
 
 }  // namespace
 
+std::string FileIdentity(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    return "";
+  }
+  const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
+  return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
+}
+
 FfmpegListing::FfmpegListing(std::string executable, std::string option, std::string cacheFile)
     : executable_(std::move(executable)),
       option_(std::move(option)),
@@ -148,7 +147,7 @@ void FfmpegListing::Load() {
   if (std::exchange(loaded_, true)) {
     return;
   }
-  const std::string identity = Identity(executable_);
+  const std::string identity = FileIdentity(executable_);
   if (std::optional<Names> cached = ReadCache(cacheFile_, identity)) {
     names_ = std::move(*cached);
   } else if (const std::optional<std::string> listing = Listing(executable_, option_)) {

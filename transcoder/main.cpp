@@ -1,19 +1,22 @@
 // The transcoder: an FFmpeg command line with this system's own options in, stock FFmpeg in the
 // same process out.
-#include <unistd.h>
-
 #include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "contract/copies.h"
 #include "platform/log.h"
-#include "platform/plat.h"
+#include "platform/process_launch.h"
+#include "transcoder/byte_run.h"
 #include "transcoder/cmaf_packets.h"
 #include "transcoder/cmaf_plan.h"
 #include "transcoder/cmaf_request.h"
 #include "transcoder/cmaf_run.h"
+#include "transcoder/copy_parent.h"
 #include "transcoder/encoder_inventory.h"
+#include "transcoder/engine_proof.h"
+#include "transcoder/engines.h"
 #include "transcoder/ffmpeg_listing.h"
 #include "transcoder/film_clock.h"
 #include "transcoder/film_index.h"
@@ -22,33 +25,41 @@
 #include "transcoder/fragment_run.h"
 #include "transcoder/given_film.h"
 #include "transcoder/launch.h"
+#include "transcoder/places.h"
+#include "transcoder/resumption.h"
 #include "transcoder/segment_run.h"
 #include "transcoder/shell_line.h"
+#include "transcoder/software_seat.h"
 #include "transcoder/translation.h"
 
 namespace {
 
 using namespace orvo::transcoder;
 
-constexpr char kExecutable[] = "/usr/bin/ffmpeg";
-constexpr char kCacheFolder[] = "/tmp/Mirevo";
 constexpr char kEncodersName[] = "/transcoder_encoders";
 constexpr char kFiltersName[] = "/transcoder_filters";
-constexpr mode_t kCacheFolderMode = 0777;  // the request programs' folder, whoever makes it first
+constexpr char kProveOption[] = "--prove";
 
-bool NodeExists(const char* node) {
-  return access(node, F_OK) == 0;
-}
-
-std::string CacheFile(const char* name) {
-  const std::string folder = orvo::SystemPath(kCacheFolder);
-  libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, kCacheFolderMode);
-  return folder + name;
+const EngineRecord& Engines() {
+  static const EngineRecord record = EngineRecord::Load();
+  return record;
 }
 
 bool CanEncode(std::string_view encoder) {
-  static EncoderInventory inventory(kExecutable, CacheFile(kEncodersName), NodeExists);
+  static EncoderInventory inventory(
+      kExecutable, CacheFile(kEncodersName),
+      [](std::string_view engine) { return Engines().Proved(engine).has_value(); });
   return inventory.CanEncode(encoder);
+}
+
+// For a run after the failure of an engine.
+bool CanEncodeInSoftware(std::string_view encoder) {
+  return !IsEngine(encoder) && CanEncode(encoder);
+}
+
+std::string NodeOf(std::string_view encoder) {
+  const auto engine = Engines().Proved(encoder);
+  return engine ? engine->node : "";
 }
 
 bool HasFilter(std::string_view filter) {
@@ -68,16 +79,88 @@ int Explain(const Translation& translation) {
   return printf("%s\n", ShellLine(translation.command).c_str()) < 0 || fflush(stdout) != 0;
 }
 
-int Start(const Translation& translation, int progress) {
-  if (translation.fragments) {
-    return RunFragments(translation.command, *translation.fragments);
+// A command line and what it needs.
+class Job {
+ public:
+  Job(std::vector<std::string> arguments, std::optional<GivenFilm> film, int progress)
+      : arguments_(std::move(arguments)), film_(std::move(film)), progress_(progress) {}
+
+  Translation Translated() const { return TranslatedFor(arguments_, CanEncode); }
+
+  int Start(const Translation& translation) const {
+    if (translation.isEngineReplaced && !TakeSoftwareSeat()) {
+      return kExitNoSeat;
+    }
+    if (translation.engine.empty() || translation.fragments) {
+      return StartSoftware(translation);
+    }
+    return translation.segments ? StartSegments(translation) : StartBytes(translation);
   }
-  if (!translation.segments) {
-    return Become(translation.command);
+
+ private:
+  Translation TranslatedFor(const std::vector<std::string>& arguments,
+                            bool (*canEncode)(std::string_view)) const {
+    Translation translation =
+        Translate(arguments, {kExecutable, progress_, canEncode, NodeOf, LacksIndex, ClockJumps,
+                              FindHighRange, HasFilter});
+    if (film_) {
+      film_->NameDemuxer(translation);
+    }
+    return translation;
   }
-  return translation.copy
-             ? RunSegments(*translation.copy, progress, translation.command, *translation.segments)
-             : RunSegments(translation.command, *translation.segments);
+
+  int StartSoftware(const Translation& translation) const {
+    if (translation.fragments) {
+      return RunFragments(translation.command, *translation.fragments);
+    }
+    if (!translation.segments) {
+      return Become(translation.command);
+    }
+    return translation.copy ? RunSegments(*translation.copy, progress_, translation.command,
+                                          *translation.segments)
+                            : RunSegments(translation.command, *translation.segments);
+  }
+
+  int StartSegments(const Translation& translation) const {
+    const EngineRunEnd end = RunEngineSegments(translation.command, *translation.segments);
+    return end.canGoOn ? GoOn(translation.engine,
+                              ResumedAt(arguments_, *translation.segments, end.unfinishedPart))
+                       : end.code;
+  }
+
+  int StartBytes(const Translation& translation) const {
+    if (!WritesBytes(translation.command)) {
+      return Become(translation.command);
+    }
+    const ByteRunEnd end = RunEngineBytes(translation.command);
+    return end.canGoOn ? GoOn(translation.engine, arguments_) : end.code;
+  }
+
+  // The same pictures from software, after an engine has failed. The engine has to prove itself
+  // again.
+  int GoOn(const std::string& engine, const std::vector<std::string>& arguments) const {
+    orvo::Log(LOG_WARNING, __FILE__, __LINE__, "%s has failed; software goes on", engine.c_str());
+    PrepareProcess();  // the next child gets its signals as the first one did
+    orvo::LaunchOptions options;
+    options.detached = true;
+    orvo::Fork([] { return ProveAndSaveEngines().IsKnown() ? 0 : 1; }, options);
+    return TakeSoftwareSeat() ? StartSoftware(TranslatedFor(arguments, CanEncodeInSoftware))
+                              : kExitNoSeat;
+  }
+
+  std::vector<std::string> arguments_;
+  std::optional<GivenFilm> film_;
+  int progress_;
+};
+
+int Prove() {
+  const EngineRecord record = ProveAndSaveEngines();
+  for (const Engine& engine : record.All()) {
+    const std::string proof =
+        engine.lines > 0 ? std::to_string(engine.lines) + " lines on " + engine.node + ". " : "";
+    printf("%s: %s%s\n", engine.encoder.c_str(), proof.c_str(), engine.reason.c_str());
+  }
+  return fflush(stdout) == 0 ? 0 : 1;
 }
 
 // The filters that a film in PQ or HLG needs; empty for all others.
@@ -95,11 +178,11 @@ int MakeRendition(const std::vector<std::string>& arguments) {
     return WriteCmafPlan(*request);
   }
   if (request->treatment == Treatment::kPackets) {
-    return WriteCmafPackets(*request);
+    return WriteCmafPackets(*request, OpenFilm(request->film), STDOUT_FILENO);
   }
   const bool encodes = request->treatment == Treatment::kH264;
-  return RunCmaf(*request,
-                 {kExecutable, encodes ? ToneMappingOf(request->film) : "", OpenProgressFile()});
+  return RunCmaf(*request, {kExecutable, encodes ? ToneMappingOf(request->film) : "",
+                            OpenProgressFile(), LacksIndex(request->film)});
 }
 
 }  // namespace
@@ -111,6 +194,12 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
+  if (arguments == std::vector<std::string>{orvo::kCopiesOption}) {
+    return ServeCopies();
+  }
+  if (arguments == std::vector<std::string>{kProveOption}) {
+    return Prove();
+  }
   std::string error;
   const auto film = explain ? std::nullopt : GivenFilm::Find(error);
   if (!error.empty()) {
@@ -122,17 +211,13 @@ int main(int argc, char* argv[]) {
   if (!arguments.empty() && arguments.front() == kCmafOption) {
     return MakeRendition(arguments);
   }
-  const int progress = OpenProgressFile();
-  Translation translation = Translate(arguments, {kExecutable, progress, CanEncode, LacksIndex,
-                                                  ClockJumps, FindHighRange, HasFilter});
+  const Job job(arguments, film, OpenProgressFile());
+  const Translation translation = job.Translated();
   if (!translation.error.empty()) {
     return Refuse(translation.error);
   }
   for (const std::string& note : translation.notes) {
     orvo::Log(LOG_NOTICE, __FILE__, __LINE__, "%s", note.c_str());
   }
-  if (film) {
-    film->NameDemuxer(translation);
-  }
-  return explain ? Explain(translation) : Start(translation, progress);
+  return explain ? Explain(translation) : job.Start(translation);
 }

@@ -14,6 +14,8 @@
 namespace orvo::transcoder {
 namespace {
 
+constexpr int kEngineSilence = 8000;  // milliseconds
+
 std::string FolderOf(const std::string& pattern) {
   const size_t slash = pattern.rfind('/');
   return slash == std::string::npos ? "." : pattern.substr(0, slash + 1);
@@ -29,10 +31,26 @@ class Run {
         demand_(folder_, plan.firstNumber),
         child_(std::move(child)) {}
 
+  EngineRunEnd FinishEngine() {
+    child_.LimitSilence(kEngineSilence);
+    while (Step()) {
+    }
+    const int code = child_.ExitCode();
+    if (code == 0 || child_.IsStopped() || files_.HasFailed()) {
+      return {Conclude(code)};
+    }
+    files_.Discard();
+    return {code, true, std::max(firstNumber_, cutter_.Number())};
+  }
+
   int Finish() {
     while (Step()) {
     }
-    const int ended = child_.ExitCode();
+    return Conclude(child_.ExitCode());
+  }
+
+ private:
+  int Conclude(int ended) {
     const int code = ended == kExitNeedsFFmpeg && child_.IsStopped() ? kExitFailure : ended;
     if (child_.IsStopped() || code >= kExitSignal || code == kExitNeedsFFmpeg) {
       files_.Discard();
@@ -43,7 +61,6 @@ class Run {
     return files_.HasFailed() ? kExitFailure : code;
   }
 
- private:
   bool IsPaused() const { return !child_.IsStopped() && !demand_.Wants(cutter_.Number()); }
 
   // Waits for something to do and does it. False at the stream's end.
@@ -108,22 +125,25 @@ class Run {
   std::array<unsigned char, 65536> chunk_;
 };
 
-}  // namespace
-
-namespace {
-
-int Cut(std::optional<ChildStream> child, SegmentPlan plan) {
-  if (!child) {
-    return kExitNotFound;
-  }
+SegmentPlan Prepared(SegmentPlan plan) {
   plan.firstKey = plan.startsAtOnce ? std::nullopt : RecallFirstKey(FolderOf(plan.pattern));
-  return Run(plan, std::move(*child)).Finish();
+  return plan;
+}
+
+int Cut(std::optional<ChildStream> child, const SegmentPlan& plan) {
+  return child ? Run(Prepared(plan), std::move(*child)).Finish() : kExitNotFound;
 }
 
 }  // namespace
 
 int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan) {
   return Cut(ChildStream::Start(command), plan);
+}
+
+EngineRunEnd RunEngineSegments(const std::vector<std::string>& command, const SegmentPlan& plan) {
+  auto child = ChildStream::Start(command);
+  return child ? Run(Prepared(plan), std::move(*child)).FinishEngine()
+               : EngineRunEnd{kExitNotFound};
 }
 
 int RunSegments(const FilmCopy& copy, int progress, const std::vector<std::string>& command,

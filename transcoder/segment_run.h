@@ -23,4 +23,15 @@ int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan
 int RunSegments(const FilmCopy& copy, int progress, const std::vector<std::string>& command,
                 const SegmentPlan& plan);
 
+// How the run of a video engine ended.
+struct EngineRunEnd {
+  int code = 0;            // 0 at the film's end
+  bool canGoOn = false;    // the engine has failed, and another encoder could go on
+  int unfinishedPart = 0;  // the number of the segment to go on with
+};
+
+// The same with a video engine, after whose failure software goes on. A failed run leaves complete
+// segments only. An engine that writes nothing for eight seconds while somebody waits has failed.
+EngineRunEnd RunEngineSegments(const std::vector<std::string>& command, const SegmentPlan& plan);
+
 }  // namespace orvo::transcoder

@@ -44,8 +44,10 @@ const Encoder* FindEncoder(std::string_view name) {
   return row == kEncoders.end() ? nullptr : &*row;
 }
 
-// Where VA-API frames come from when the command line names no device.
-constexpr char kVaapiDevice[] = "/dev/dri/renderD128";
+bool IsOfEngine(const Encoder& encoder) {
+  return encoder.kind == Kind::kHardware || encoder.kind == Kind::kVaapi;
+}
+
 constexpr double kPreroll = 3;  // seconds: most broadcasts have a key frame more often
 
 // Its clock may tick finer than once a picture without upsetting its rate control.
@@ -70,6 +72,7 @@ struct Facts {
   bool fdkLost = false;
   bool copiesUnframed = false;  // sound is copied from a film that does not describe it in a header
   bool vaapiUsed = false;
+  std::string engine;  // the encoder, if it is one of a video engine
   bool namesVaapiDevice = false;
   bool namesFilter = false;
   bool resizes = false;
@@ -218,11 +221,12 @@ void NamesEncoder(const Argument& argument, Facts& facts) {
   }
   if (facts.surroundings->canEncode(encoder->name)) {
     facts.vaapiUsed |= encoder->kind == Kind::kVaapi;
+    facts.engine = IsOfEngine(*encoder) ? encoder->name : facts.engine;
     return;
   }
   facts.lost.emplace_back(encoder->name);
   facts.fdkLost |= encoder->kind == Kind::kFdkAac;
-  facts.hardwareLost |= encoder->kind == Kind::kHardware || encoder->kind == Kind::kVaapi;
+  facts.hardwareLost |= IsOfEngine(*encoder);
 }
 
 void NamesVideoEncoder(const Argument& argument, Facts& facts) {
@@ -422,6 +426,9 @@ void Preset(const Argument& argument, const Facts& facts, Strings& out) {
   }
   const bool known = std::find(kSoftwarePresets.begin(), kSoftwarePresets.end(), argument.value) !=
                      kSoftwarePresets.end();
+  if (known && !facts.engine.empty()) {
+    return;  // it was meant for the software that may have to stand in
+  }
   Append(out, {argument.name, facts.hardwareLost && !known ? kFallbackPreset : argument.value});
 }
 
@@ -770,7 +777,7 @@ Strings Command(const std::vector<Argument>& parsed, const Facts& facts,
   Strings out;
   AppendGeneral(*facts.surroundings, out);
   if (facts.vaapiUsed && !facts.namesVaapiDevice) {
-    Append(out, {"-vaapi_device", kVaapiDevice});
+    Append(out, {"-vaapi_device", facts.surroundings->nodeOf(facts.engine)});
   }
   for (const Argument& argument : parsed) {
     EmitArgument(argument, facts, out);
@@ -844,6 +851,8 @@ Translation Translate(const std::vector<std::string>& arguments, const Surroundi
   translation.error = Complaint(arguments, facts);
   if (translation.error.empty()) {
     translation.command = Command(parsed, facts, arguments.back());
+    translation.engine = facts.engine;
+    translation.isEngineReplaced = facts.hardwareLost;
     translation.notes = Notes(facts);
     PlanOutput(parsed, facts, arguments, translation);
   }

@@ -21,6 +21,10 @@ struct Surroundings {
   // True when the machine can encode with the named encoder. Asked only about encoders that have a
   // replacement, so a command line without one costs nothing.
   std::function<bool(std::string_view encoder)> canEncode;
+  // The device of a VA-API encoder that the machine has.
+  std::function<std::string(std::string_view encoder)> nodeOf = [](std::string_view) {
+    return "/dev/dri/renderD128";
+  };
   // True when a seek in this film lands between key frames. Asked only when there is a seek or
   // sound is copied beside encoded pictures.
   std::function<bool(const std::string& film)> lacksIndex;
@@ -39,6 +43,8 @@ struct Translation {
   std::optional<SegmentPlan> segments;    // set when the output is to be cut into segments
   std::optional<FragmentPlan> fragments;  // or into fragments
   std::optional<FilmCopy> copy;           // the same output without FFmpeg, where that may do
+  std::string engine;                     // the encoder, if it is one of a video engine
+  bool isEngineReplaced = false;          // one was asked for, and software stands in for it
   std::vector<std::string> notes;         // one line for each thing that this machine cannot do
   std::string error;                      // why nothing can be run; empty otherwise
 };

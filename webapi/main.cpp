@@ -163,7 +163,7 @@ Answer Serve(const Request& blank) {
 }  // namespace
 
 int main() {
-  HandleLeaving(SIG_BLOCK);  // until the call is known
+  HandleLeaving(SIG_BLOCK);  // until the call is known; some web servers do it before
   openlog("mirevo", LOG_PID, LOG_USER);
   // A web server may start this program with these signals ignored. A request must end when its
   // client is gone.

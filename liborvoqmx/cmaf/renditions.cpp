@@ -108,7 +108,8 @@ void AddLadder(const VideoMetaData& film, const CmafWishes& wishes,
     // The largest picture of a small film is its own.
     const unsigned height = last == 0 ? std::min(own, rung.height) : rung.height;
     const bool isUseful = last == 0 ? own > rung.height / 2 : height < last;
-    if (count < kMostRungs && isUseful && IsWithin(wishes, height, rung.rate)) {
+    if (count < kMostRungs && isUseful && IsWithin(wishes, height, rung.rate) &&
+        (wishes.maxEncoded == 0 || height <= wishes.maxEncoded)) {
       renditions.push_back(EncodedPictures(film, rung, height));
       last = height;
       ++count;
@@ -188,8 +189,9 @@ class SoundList {
 // Sound is copied from containers that state its times and its configuration.
 bool MayCopySound(const VideoMetaData& film) {
   const std::string container = film.GetContainer();
-  return container.find("matroska") != std::string::npos ||
-         container.find("mp4") != std::string::npos;
+  constexpr std::array kContainers = {"matroska", "mp4", "mpegts", "flv"};
+  return std::any_of(kContainers.begin(), kContainers.end(),
+                     [&](const char* name) { return container.find(name) != std::string::npos; });
 }
 
 size_t DefaultTrack(const Json::Value& tracks, const std::string& audioId) {
@@ -230,8 +232,8 @@ std::string WhyNotCopied(const VideoMetaData& film, const CmafWishes& wishes) {
     return "A player cannot start at the key frames of this film: they need pictures before them.";
   }
   if (wishes.copying != orvo::kCmafCopied) {
-    return "The file has no index of its key frames, so the video cannot be cut without "
-           "conversion.";
+    return "The file has no usable index of its key frames, and the background analysis had not "
+           "found them when the film was opened.";
   }
   if (wishes.dynamicRange != orvo::kCmafStandardRange && !wishes.showsHdr) {
     return "The client does not show this film's high dynamic range.";

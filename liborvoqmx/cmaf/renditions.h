@@ -16,6 +16,7 @@ struct CmafWishes {
   bool showsHdr = false;     // shows PQ and HLG
   unsigned maxHeight = 0;    // lines; 0 for no bound
   unsigned maxBitrate = 0;   // kbit/s; 0 for no bound
+  unsigned maxEncoded = 0;   // lines that this machine encodes in time; 0 for no bound
   std::string audioId;       // the default track; "" for the film's own
   std::string copying;       // kCmafCopied and so on (contract/cmaf.h)
   std::string dynamicRange;  // of the film: kCmafPq and so on
@@ -39,7 +40,8 @@ struct CmafRendition {
 };
 
 // Copied pictures come first, then the ladder from the largest picture on, then the sound: for each
-// track the copy, stereo and night. The list depends on nothing but the arguments.
+// track the copy, stereo and night. If no row of the ladder keeps the bounds, it has the smallest
+// one. The list depends on nothing but the arguments.
 ORVO_API std::vector<CmafRendition> ListCmafRenditions(const VideoMetaData& film,
                                                        const CmafWishes& wishes);
 

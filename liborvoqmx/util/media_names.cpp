@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <string_view>
+
+#include "util/lower_case.h"
 
 namespace orvo {
 namespace {
@@ -20,12 +21,6 @@ constexpr std::array<std::string_view, 15> kMusicEndings = {"aac",  "aif", "aiff
 // In lower case, because some of these file systems ignore the case of names.
 constexpr std::array<std::string_view, 4> kSystemFolders = {
     "#recycle", "$recycle.bin", "lost+found", "system volume information"};
-
-std::string LowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
 
 template <typename Names>
 bool Contains(const Names& names, const std::string& name) {

@@ -36,16 +36,6 @@ export function sizeText(bytes) {
   return `${unit > 0 && size < 9.95 ? size.toFixed(1) : Math.round(size)} ${UNITS[unit]}`;
 }
 
-const collator = new Intl.Collator(undefined, { numeric: true });
-
-// The entries in the order of their names, as in the viewer's language; numbers count by their value.
-export const sortedByName = (entries) => [...entries].sort((a, b) => collator.compare(a.name, b.name));
-
-const folded = (text) => text.normalize('NFD').replace(/\p{M}/gu, '').toLowerCase();
-
-// Does the name contain every word, in any order and case, with or without accents?
-export const hasWords = (name, words) => folded(words).trim().split(/\s+/).every((word) => folded(name).includes(word));
-
 export function rateText(bitsPerSecond) {
   return bitsPerSecond < 1e6 ? `${Math.round(bitsPerSecond / 1000)} kbit/s` : `${(bitsPerSecond / 1e6).toFixed(1)} Mbit/s`;
 }

@@ -3,19 +3,35 @@ import { get, post, postLastly } from './api.js';
 
 const SAVE_SECONDS = 10;
 
+// The newest save. What is read after it contains it.
+let saving = Promise.resolve();
+
 // The watched films, newest first; [] without a history.
 export async function watched() {
+  await saving;
   const answer = await get('History', 'list', {}, undefined, { quiet: true }).catch(() => null);
   return answer?.items ?? [];
 }
 
 // The second at which to resume; 0 for a film that is new or finished.
 export async function resumePoint(encodedPath) {
+  await saving;
   const entry = await get('History', 'get', {}, encodedPath, { quiet: true }).catch(() => null);
   return entry && !entry.finished ? entry.position : 0;
 }
 
+// The watched and begun films by their encoded paths.
+export async function marks() {
+  return new Map((await watched()).map((entry) => [entry.encoded_path, entry]));
+}
+
 export const forget = (encodedPath) => post('History', 'remove', {}, encodedPath);
+
+// Marks a film of this length as watched to its end. The server counts whole seconds.
+export function markWatched(encodedPath, duration) {
+  const position = Math.max(1, Math.floor(duration));
+  return post('History', 'save', { position, duration: position }, encodedPath);
+}
 
 // Saves a film's position: every few seconds, on a pause, and when the page unloads.
 export class HistoryKeeper {
@@ -41,10 +57,14 @@ export class HistoryKeeper {
 
   async save() {
     const entry = this.entry();
-    if (!entry) {
-      return;
+    if (entry) {
+      this.saved = entry.position;
+      saving = this.send(entry);
+      await saving;
     }
-    this.saved = entry.position;
+  }
+
+  async send(entry) {
     try {
       await post('History', 'save', entry, this.playback.film.entry.encoded_path);
     } catch (error) {

@@ -1,6 +1,7 @@
 // The page: finds the view that the address names and shows it.
 import { element, find } from './dom.js';
 import { nameOf } from './format.js';
+import { language, t } from './language.js';
 import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
 import { filmView } from './view/film.js';
 import { folderView, homeView, searchView } from './view/library.js';
@@ -12,6 +13,7 @@ const TYPING_MILLISECONDS = 300;
 
 const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView };
 
+document.documentElement.lang = language;
 const player = new PlayerView();
 let leaving = new AbortController();
 
@@ -37,6 +39,7 @@ async function go() {
   clearTimeout(typing);
   leaving.abort();
   leaving = new AbortController();
+  document.querySelectorAll('dialog:not(#login)').forEach((dialog) => dialog.close());
   const { signal } = leaving;
   const address = parseAddress(window.location.hash || '#/');
   say('');
@@ -54,7 +57,7 @@ async function go() {
 }
 
 function showPlaces() {
-  const links = [element('a', { href: '#/' }, 'Library')];
+  const links = [element('a', { href: '#/' }, t('Library'))];
   if (session.owner) {
     links.push(element('a', { href: '#/status' }, 'Server'));
   }

@@ -87,6 +87,15 @@ TEST(CmafRenditions, KeepToTheClientsBounds) {
   EXPECT_EQ(Names(ListCmafRenditions(film, wishes)).front(), "h264-360");
 }
 
+TEST(CmafRenditions, AreEncodedOnlyAsLargeAsTheMachineDoesInTime) {
+  const KnownFilm film(FilmOf("hevc", 1920, 1080));
+  CmafWishes wishes = Copied();
+  wishes.maxEncoded = 480;
+  EXPECT_EQ(Names(ListCmafRenditions(film, wishes)).front(), "h264-480");
+  wishes.maxEncoded = 100;
+  EXPECT_EQ(Names(ListCmafRenditions(film, wishes)).front(), "h264-240") << "one row stays";
+}
+
 TEST(CmafRenditions, CopyOnlyWhatTheClientPlays) {
   const KnownFilm film(FilmOf("h264", 1920, 1080));
   CmafWishes wishes = Copied();

@@ -10,7 +10,7 @@ import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
 import { playback, plays, withBarePage } from '../service/bare_page.mjs';
-import { Service } from '../service/support.mjs';
+import { build, Service } from '../service/support.mjs';
 
 const run = promisify(execFile);
 const program = fileURLToPath(new URL('cmaf_conformance.py', import.meta.url));
@@ -33,6 +33,11 @@ const films = {
   'sound.m4a': [...sound, ...aac],
   'broadcast.ts': [...picture(25), ...sound, '-c:v', 'mpeg2video', '-g', '12', '-c:a', 'mp2'],
 };
+// Their containers do not tell where the key frames are. The sound begins before the pictures.
+const unindexed = {
+  'camera.ts': [...picture(25), ...sound, ...h264, '-bf', '2', '-g', '50', ...aac],
+  'camera.flv': [...picture(25), ...sound, ...h264, '-bf', '2', '-g', '50', ...aac],
+};
 // Its run pauses before the film's end.
 const longFilm = ['-f', 'lavfi', '-i', 'testsrc2=s=160x90:d=150:r=10', ...h264, '-g', '10'];
 const wishes = { format: 'cmaf', codecs: 'avc1,mp4a,opus' };
@@ -41,7 +46,7 @@ let service;
 
 before(async () => {
   folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-cmaf-'));
-  for (const [name, options] of Object.entries({ ...films, 'long.mp4': longFilm })) {
+  for (const [name, options] of Object.entries({ ...films, ...unindexed, 'long.mp4': longFilm })) {
     execFileSync('ffmpeg', ['-nostdin', '-v', 'error', ...options, path.join(folder, name)]);
   }
   service = await Service.start([folder]);
@@ -92,6 +97,28 @@ test('the film is copied only if a player can start at each key frame', async ()
   assert.match(await playlist(await open('closed.mp4')), /rendition=copy-video/);
   assert.doesNotMatch(await playlist(await open('open.mp4')), /rendition=copy-video/);
 });
+
+const analyze = (film) =>
+  run(path.join(build, 'target/bin/mirevo-analyze'), [film], { env: service.environment });
+
+for (const name of Object.keys(unindexed)) {
+  test(`${name}: the pictures are copied once the analysis has found the key frames`, async () => {
+    const film = path.join(folder, name);
+    const early = await open(name);
+    const plan = await playlist(early);
+    assert.doesNotMatch(plan, /rendition=copy-video/);
+    await analyze(film);
+    const stream = await open(name);
+    assert.match(await playlist(stream), /rendition=copy-video/);
+    const times = path.join(folder, `${name}.json`);
+    await conforms(stream, '--times', times);
+    await service.call('Streaming', 'close', { format: 'cmaf', stream_id: stream.stream_id });
+    await conforms(await open(name), '--same', times, '--backwards');
+    // The other stream keeps what its players know, also if its directory is made again.
+    fs.rmSync(fs.realpathSync(path.join(service.root, 'tmp/Mirevo/CMAF', early.stream_id)), { recursive: true });
+    assert.equal(await playlist(early), plan);
+  });
+}
 
 test('a header costs no run', async () => {
   const stream = await open('closed.mp4');

@@ -118,6 +118,18 @@ test('a viewer who leaves before the first picture frees the transcoder', async 
   assert.equal((await service.close(stream)).status, 200);
 });
 
+test('a page that leaves as soon as it has closed its stream has closed it', async () => {
+  // The request is at another point of its way each time.
+  for (let milliseconds = 0; milliseconds < 30; ++milliseconds) {
+    const stream = await service.open(film('long.mkv'));
+    const socket = await connect();
+    socket.write(`${head(service.query('Streaming', 'close', { format: 'http', stream_id: stream.stream_id }))}\r\n`);
+    await new Promise((resolve) => setTimeout(resolve, milliseconds));
+    socket.destroy();
+    await service.isQuiet();
+  }
+});
+
 test('a client that leaves while a film is examined ends the examination', async () => {
   // The probe looks for sound in it until its time is over.
   const endless = path.join(folder, 'endless.mp3');

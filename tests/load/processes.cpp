@@ -1,12 +1,9 @@
 // Load on the register and on process numbers. Usage: load_processes register | pids
-#include <linux/sched.h>
 #include <poll.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -20,6 +17,7 @@
 #include "platform/process_launch.h"
 #include "policy/trans_loading.h"
 #include "stream/http_stream.h"
+#include "support/chosen_pid.h"
 #include "util/system_files.h"
 
 namespace {
@@ -89,21 +87,6 @@ int LoadRegister() {
   return failed == 0 && left == 0 ? 0 : 1;
 }
 
-// A process with this number, which must be free. -1 if the system does not let one choose.
-pid_t ForkAs(pid_t number) {
-  clone_args args{};
-  args.exit_signal = SIGCHLD;
-  args.set_tid = reinterpret_cast<uint64_t>(&number);
-  args.set_tid_size = 1;
-  const auto pid = static_cast<pid_t>(syscall(SYS_clone3, &args, sizeof args));
-  if (pid == 0) {
-    for (;;) {
-      pause();
-    }
-  }
-  return pid;
-}
-
 // Records a monitor, lets another process get its number, and closes the stream. Returns true if
 // the other process survived, nothing if the number could not be had.
 std::optional<bool> ReuseNumber(const std::string& streamId) {
@@ -115,7 +98,7 @@ std::optional<bool> ReuseNumber(const std::string& streamId) {
   // A number comes round after some ten thousand others. That takes longer than the tick in which
   // the kernel counts the starts of processes.
   poll(nullptr, 0, kTickMilliseconds);
-  const pid_t stranger = ForkAs(number);
+  const pid_t stranger = test::ForkAs(number);
   if (stranger < 0) {
     return std::nullopt;
   }

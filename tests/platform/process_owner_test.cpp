@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <linux/sched.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,6 +6,7 @@
 #include <utility>
 
 #include "platform/process_launch.h"
+#include "support/chosen_pid.h"
 #include "support/processes.h"
 
 namespace {
@@ -27,19 +26,6 @@ Process Sleeper() {
 
 bool IsRunning(const Process& process) {
   return process && !process.HasEndedWithin(0);
-}
-
-// A process with this number, which must be free. -1 where the system does not let one choose.
-pid_t ForkAs(pid_t number) {
-  clone_args args{};
-  args.exit_signal = SIGCHLD;
-  args.set_tid = reinterpret_cast<uint64_t>(&number);
-  args.set_tid_size = 1;
-  const auto pid = static_cast<pid_t>(syscall(SYS_clone3, &args, sizeof args));
-  if (pid == 0) {
-    test::SleepUntilKilled();
-  }
-  return pid;
 }
 
 TEST(ProcessOwner, TellsTheStatusAsOftenAsOneAsks) {
@@ -147,7 +133,7 @@ TEST(ProcessOwner, OwnsNothingInAForkedProcess) {
 TEST(ProcessOwner, SignalsNoProcessThatGotTheNumberLater) {
   Process process = Shell("exit 0");
   EXPECT_EQ(process.Wait(), 0);
-  const pid_t later = ForkAs(process.Pid());
+  const pid_t later = test::ForkAs(process.Pid());
   if (later < 0) {
     GTEST_SKIP() << "numbers cannot be chosen here";
   }

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { clockText, codecText, frameRateText, hasWords, nameOf, rateText, sizeName, sizeText, sortedByName, spokenTime } from '../../player/src/format.js';
+import { clockText, codecText, frameRateText, nameOf, rateText, sizeName, sizeText, spokenTime } from '../../player/src/format.js';
 import { crumbsOf } from '../../player/src/view/library.js';
 import { addressAt, parseAddress } from '../../player/src/view/page.js';
 
@@ -22,17 +22,6 @@ test('a picture is named by its lines, a wide one by the screen that it fills', 
   const sizes = [[1920, 1080], [1080, 1920], [1920, 800], [640, 272], [480, 360], [3440, 1440], [0, 0]];
   assert.deepEqual(sizes.map(([width, height]) => sizeName(width, height)), ['1080p', '1080p', '1080p', '360p', '360p', '1440p', '']);
   assert.deepEqual(['h264', 'vp9', '', undefined].map(codecText), ['H.264', 'VP9', '', '']);
-});
-
-test('names are sorted as people count and spell', () => {
-  const names = ['clip 1', 'Clip 2', 'clip 10', 'éclair', 'Eclipse', 'zebra'];
-  assert.deepEqual(sortedByName([...names].reverse().map((name) => ({ name }))).map(({ name }) => name), names);
-});
-
-test('words are found in any order, without accents', () => {
-  assert.ok(hasWords('Le Café du Soir 2.mkv', ' 2 CAFE '));
-  assert.ok(hasWords('Cafe.mkv', 'café'));
-  assert.ok(!hasWords('Le Café.mkv', 'cafe soir'));
 });
 
 test('an encoded path gives a name, whether it is valid text or not', () => {

@@ -20,10 +20,10 @@ constexpr char kListing[] =
     " V....D h264_vaapi           H.264/AVC (VAAPI) (codec h264)\n"
     " A..... aac                  AAC (Advanced Audio Coding)\n";
 
-bool NoNode(const char*) {
+bool NoEngine(std::string_view) {
   return false;
 }
-bool AnyNode(const char*) {
+bool AnyEngine(std::string_view) {
   return true;
 }
 
@@ -50,8 +50,8 @@ class EncoderInventoryTest : public testing::Test {
   }
 
   static void SetListing(const char* listing) { setenv("TRANSCODER_TEST_LISTING", listing, 1); }
-  EncoderInventory Inventory(bool (*nodeExists)(const char*) = NoNode) const {
-    return {executable_, cache_, nodeExists};
+  EncoderInventory Inventory(bool (*isProved)(std::string_view) = NoEngine) const {
+    return {executable_, cache_, isProved};
   }
   bool CanEncode(const char* encoder) const { return Inventory().CanEncode(encoder); }
   ptrdiff_t TimesAsked() const {
@@ -138,17 +138,17 @@ TEST_F(EncoderInventoryTest, LeavesNothingButTheCacheBehind) {
 }
 
 TEST_F(EncoderInventoryTest, AnswersWithoutAPlaceForTheCache) {
-  EncoderInventory inventory(executable_, "/nonexistent/cache", NoNode);
+  EncoderInventory inventory(executable_, "/nonexistent/cache", NoEngine);
   EXPECT_TRUE(inventory.CanEncode("aac"));
 }
 
-TEST_F(EncoderInventoryTest, HasAHardwareEncoderOnlyWithItsDevice) {
-  EXPECT_FALSE(Inventory(NoNode).CanEncode("h264_vaapi"));
-  EXPECT_TRUE(Inventory(AnyNode).CanEncode("h264_vaapi"));
+TEST_F(EncoderInventoryTest, HasAHardwareEncoderOnlyWithAProof) {
+  EXPECT_FALSE(Inventory(NoEngine).CanEncode("h264_vaapi"));
+  EXPECT_TRUE(Inventory(AnyEngine).CanEncode("h264_vaapi"));
 }
 
 TEST_F(EncoderInventoryTest, HasNoHardwareEncoderThatTheExecutableLacks) {
-  EXPECT_FALSE(Inventory(AnyNode).CanEncode("h264_nvenc"));
+  EXPECT_FALSE(Inventory(AnyEngine).CanEncode("h264_nvenc"));
 }
 
 TEST_F(EncoderInventoryTest, HasNothingWithoutAnExecutable) {

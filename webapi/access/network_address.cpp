@@ -15,22 +15,18 @@ namespace {
 constexpr std::string_view kAnyFour = "0.0.0.0:";
 constexpr std::string_view kAnySix = "[::]:";
 
-bool StartsWith(const std::string& text, std::string_view beginning) {
-  return text.compare(0, beginning.size(), beginning) == 0;
-}
-
 bool IsLoopback(const std::string& authority) {
-  return StartsWith(authority, "127.") || StartsWith(authority, "[::1]") ||
-         StartsWith(authority, "localhost");
+  return authority.starts_with("127.") || authority.starts_with("[::1]") ||
+         authority == "localhost" || authority.starts_with("localhost:");
 }
 
 // The first of the machine's own addresses, for an endpoint that means all of them.
 std::string Resolve(const std::string& endpoint) {
-  if (StartsWith(endpoint, kAnyFour)) {
+  if (endpoint.starts_with(kAnyFour)) {
     const auto own = orvo::NetworkAddresses(AF_INET);
     return own.empty() ? "" : own.front() + ":" + endpoint.substr(kAnyFour.size());
   }
-  if (StartsWith(endpoint, kAnySix)) {
+  if (endpoint.starts_with(kAnySix)) {
     const auto own = orvo::NetworkAddresses(AF_INET6);
     return own.empty() ? "" : "[" + own.front() + "]:" + endpoint.substr(kAnySix.size());
   }

@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/io.h"
+#include "util/lower_case.h"
 #include "util/qmxutils.h"
 
 namespace webapi {
@@ -24,12 +24,6 @@ constexpr char kMethods[] = "GET, HEAD, POST, OPTIONS";
 std::vector<std::string> ListIn(const char* variable, const char* otherwise) {
   const char* const text = secure_getenv(variable);
   return LibOrvoQMX::StringExplode(text != nullptr ? text : otherwise, " ");
-}
-
-std::string LowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
 }
 
 struct Host {
@@ -55,7 +49,7 @@ bool IsAddress(const std::string& name) {
 }
 
 bool IsOurs(const std::string& authority, const std::string& usualPort) {
-  const Host host = Split(LowerCase(authority));
+  const Host host = Split(orvo::LowerCase(authority));
   const std::string port = host.port.empty() ? usualPort : host.port;
   const std::vector<std::string> known = ListIn("MIREVO_HOSTS", kUsualHosts);
   return std::any_of(known.begin(), known.end(), [&](const std::string& entry) {
@@ -71,7 +65,7 @@ bool IsListed(const std::string& origin) {
 }
 
 std::string OwnOrigin(const Request& request) {
-  return request.Scheme() + "://" + LowerCase(request.Header("HOST"));
+  return request.Scheme() + "://" + orvo::LowerCase(request.Header("HOST"));
 }
 
 // "https://a.example" of "https://a.example/page".

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <string_view>
 
+#include "util/lower_case.h"
 #include "webapi/library/film_traits.h"
 
 namespace webapi {
@@ -105,18 +105,12 @@ constexpr std::array kMediaTypes = {
     MediaType{"aac", "audio/aac", "audio/aac"},
 };
 
-std::string Lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
 bool Lists(std::string_view words, const std::string& word) {
   return words.find(" " + word + " ") != std::string_view::npos;
 }
 
 Family FamilyOf(const std::string& text) {
-  const std::string name = Lowered(text);
+  const std::string name = orvo::LowerCase(text);
   const auto found = std::find_if(kClients.begin(), kClients.end(), [&](const ClientRow& row) {
     return name.find(row.token) != std::string::npos;
   });
@@ -133,11 +127,6 @@ const FamilyWords& WordsOf(Family family) {
                        [&](const FamilyWords& row) { return row.family == family; });
 }
 
-bool EndsWith(const std::string& text, std::string_view ending) {
-  return text.size() >= ending.size() &&
-         text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
-}
-
 // One word for the container. A demuxer that reads several containers names them all.
 std::string ContainerOf(const VideoMetaData& film) {
   const std::string demuxer = film.GetContainer();
@@ -145,7 +134,7 @@ std::string ContainerOf(const VideoMetaData& film) {
     return "mp4";
   }
   if (demuxer.find("webm") != std::string::npos) {
-    return EndsWith(Lowered(film.GetFilePath()), ".webm") ? "webm" : "matroska";
+    return orvo::LowerCase(film.GetFilePath()).ends_with(".webm") ? "webm" : "matroska";
   }
   return demuxer;
 }

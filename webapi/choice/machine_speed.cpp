@@ -13,6 +13,7 @@
 #include "util/json_utils.h"
 #include "util/kept_files.h"
 #include "util/system_files.h"
+#include "webapi/library/film_traits.h"
 
 namespace webapi {
 namespace {
@@ -30,6 +31,8 @@ constexpr double kWeight = 0.5;
 constexpr double kLeastCorrection = 0.2;
 constexpr double kMostCorrection = 5;
 constexpr double kSameCorrection = 0.1;
+
+constexpr double kUsualRate = 25;  // pictures a second of a film that does not say
 
 long Cores() {
   return std::max(1L, sysconf(_SC_NPROCESSORS_ONLN));
@@ -74,6 +77,16 @@ std::string CorrectionKey(const Conversion& conversion) {
 }
 
 }  // namespace
+
+Conversion ConversionFrom(const LibOrvoQMX::VideoMetaData& film) {
+  Conversion conversion;
+  conversion.codec = film.GetFirstVideoMemberString("codec_raw");
+  conversion.width = film.GetVideoResolutionX();
+  conversion.height = film.GetVideoResolutionY();
+  conversion.rate = film.GetVideoFramerate() > 0 ? film.GetVideoFramerate() : kUsualRate;
+  conversion.isHighRange = !HighRangeOf(film).empty();
+  return conversion;
+}
 
 MachineSpeed MachineSpeed::Load() {
   MachineSpeed speed;

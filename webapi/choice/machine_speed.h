@@ -10,6 +10,8 @@
 
 #include <string>
 
+#include "metadata/video_metadata.h"
+
 namespace webapi {
 
 // What a transcoder does to a film's pictures.
@@ -24,6 +26,9 @@ struct Conversion {
   unsigned outHeight = 0;
   unsigned threads = 0;  // of the encoder; 0 for as many as there are cores
 };
+
+// A conversion of the film's pictures whose result is still to be filled in.
+Conversion ConversionFrom(const LibOrvoQMX::VideoMetaData& film);
 
 class MachineSpeed {
  public:

@@ -25,7 +25,6 @@ using LibOrvoQMX::VideoMetaData;
 constexpr char kProfileFolder[] = "/var/packages/Mirevo/target/profiles/";
 constexpr char kFallbackPlatform[] = "x86_1";
 constexpr unsigned kDefaultMaxHeight = 720;
-constexpr double kUsualRate = 25;  // pictures a second of a film that does not say
 
 struct MediaType {
   const char* muxer;
@@ -160,12 +159,7 @@ bool IsForBrowsers(const std::string& format, const Profile& profile) {
 
 // The numbers that tell how much work a conversion is.
 Conversion ConversionOf(const Profile& profile, const VideoMetaData& film) {
-  Conversion conversion;
-  conversion.codec = film.GetFirstVideoMemberString("codec_raw");
-  conversion.width = film.GetVideoResolutionX();
-  conversion.height = film.GetVideoResolutionY();
-  conversion.rate = film.GetVideoFramerate() > 0 ? film.GetVideoFramerate() : kUsualRate;
-  conversion.isHighRange = !HighRangeOf(film).empty();
+  Conversion conversion = ConversionFrom(film);
   const std::string preset = OptionValue(profile, "-preset");
   conversion.encoder = OptionValue(profile, "-vcodec") + (preset.empty() ? "" : " " + preset);
   conversion.outHeight = HeightOf(profile);

@@ -1,10 +1,13 @@
 #include "webapi/library/film_card.h"
 
+#include <filesystem>
+
 #include "metadata/video_metadata.h"
 #include "util/json_utils.h"
 #include "webapi/http/work.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_traits.h"
+#include "webapi/library/folder_card.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -62,15 +65,29 @@ std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal)
     return std::nullopt;
   }
   if (facts.empty()) {
-    refusal =
-        Answer::Failure("TransVideoNotSupported", "This file is not a film that can be played.");
+    refusal = Answer::Failure("TransVideoNotSupported",
+                              film.Status().st_size == 0
+                                  ? "The file is empty."
+                                  : "The file is damaged or incomplete, or it is not a film.");
     return std::nullopt;
   }
   return facts;
 }
 
+std::optional<int64_t> KnownLength(const orvo::MediaFile& film) {
+  Json::Value facts;
+  const bool isKnown = film.IsOpen() && Load(CachePath(film, "card", ".json"), facts);
+  return isKnown && !facts.empty() ? std::optional<int64_t>(facts["duration"].asUInt())
+                                   : std::nullopt;
+}
+
 Answer DescribeCard(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
+  const auto path = ResolveMediaPath(request.Text("path"), refusal);
+  std::error_code failure;
+  if (path && std::filesystem::is_directory(*path, failure)) {
+    return DescribeFolderCard(request, *path);
+  }
   const auto film = OpenFilm(request.Text("path"), refusal);
   const auto facts = film ? FactsOf(*film, refusal) : std::nullopt;
   return facts ? Answer::Success(*facts) : refusal;

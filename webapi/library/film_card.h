@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -18,6 +19,10 @@ namespace webapi {
 // `refusal` to the answer.
 std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal);
 
+// The length in seconds, if the cache knows it. `film` may be closed.
+std::optional<int64_t> KnownLength(const orvo::MediaFile& film);
+
+// For a folder, the facts of folder_card.h.
 Answer DescribeCard(const Request& request);
 
 }  // namespace webapi

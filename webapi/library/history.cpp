@@ -117,6 +117,16 @@ bool IsFinished(int64_t position, int64_t duration) {
          (duration >= kWithCredits && duration - position < kCredits);
 }
 
+std::set<std::string> FinishedFilms(const Request& request) {
+  std::set<std::string> films;
+  for (const Json::Value& entry : History(request).Load()) {
+    if (IsFinished(entry["position"].asInt64(), entry["duration"].asInt64())) {
+      films.insert(entry["path"].asString());
+    }
+  }
+  return films;
+}
+
 Answer ListHistory(const Request& request) {
   const std::vector<std::string> roots = MediaRoots();
   Json::Value data(Json::objectValue);

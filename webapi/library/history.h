@@ -1,6 +1,10 @@
 // The position in each film that each account has watched.
 #pragma once
 
+#include <cstdint>
+#include <set>
+#include <string>
+
 #include "webapi/http/answer.h"
 #include "webapi/http/request.h"
 
@@ -8,6 +12,9 @@ namespace webapi {
 
 // Does a film count as watched to its end at this second?
 bool IsFinished(int64_t position, int64_t duration);
+
+// The real paths of the films that the caller has watched to their end; some may be gone.
+std::set<std::string> FinishedFilms(const Request& request);
 
 // The watched films that still exist, the newest first.
 Answer ListHistory(const Request& request);

@@ -15,6 +15,7 @@
 #include "util/json_utils.h"
 #include "util/system_files.h"
 #include "webapi/http/request.h"
+#include "webapi/library/folder_view.h"
 
 namespace webapi {
 namespace {
@@ -262,6 +263,10 @@ Answer ListFolder(const Request& request) {
   if (!part) {
     return Answer::Failure(kBadRequest, "The offset and the limit must be whole numbers.");
   }
+  const auto view = FolderViewOf(request);
+  if (!view) {
+    return Answer::Failure(kBadRequest, "There is no such order, or no such kind of films.");
+  }
   if (request.Text("path").empty()) {
     return ListRoots();
   }
@@ -270,7 +275,7 @@ Answer ListFolder(const Request& request) {
   if (!folder) {
     return refusal;
   }
-  const auto page = catalog::CatalogReader().Read(*folder, part->offset, part->limit);
+  const auto page = ReadView(request, *folder, *view, part->offset, part->limit);
   if (!page) {
     return Answer::Failure(kBadRequest, "The server cannot read this folder.");
   }

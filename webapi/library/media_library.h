@@ -55,7 +55,8 @@ Json::Value DescribeEntry(const std::string& path, const struct stat& status);
 
 // The folders and playable files in the folder "path" (the media roots for ""), sorted as people do
 // it (util/name_order.h), and the "parent" to go back to, if there is one. Folders that systems
-// keep for themselves are left out (util/media_names.h). With "limit", a part of the entries after
+// keep for themselves are left out (util/media_names.h). "sort" and "show" choose another order
+// and a part of the films (folder_view.h). With "limit", a part of the entries after
 // the first "offset", folders first, and in "next" the offset of the following part, if there is
 // one. A part may be shorter than its limit, because links that lead nowhere are left out.
 Answer ListFolder(const Request& request);

@@ -7,8 +7,8 @@
 namespace webapi {
 namespace {
 
-// A piece that comes sooner was ready. The first one counts as made for this request all the same: a
-// fast machine has it early.
+// A piece that comes sooner was ready. The first one counts as made for this request all the same:
+// a fast machine has it early.
 constexpr int64_t kReadyMilliseconds = 50;
 
 }  // namespace

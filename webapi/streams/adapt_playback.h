@@ -20,7 +20,8 @@ Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
 void AddLink(const Ticket& ticket, Json::Value& parameters);
 
 // Sends a piece that the request has waited for since `times` began. The stream's
-// start, and a wait that is worth it, are remembered with the stream. Returns false if there is no such file.
+// start, and a wait that is worth it, are remembered with the stream. Returns false if there is no
+// such file.
 bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
                const std::string& contentType, StartTimes& times);
 

@@ -19,6 +19,7 @@
 #include "webapi/choice/profiles.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
+#include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/growing_segment.h"
 
 namespace webapi {
@@ -53,11 +54,12 @@ CmafWishes WishesOf(const Ticket& ticket) {
   wishes.showsHdr = ticket.Parameter("dynamic_range") == "hdr";
   wishes.maxHeight = Bound(ticket, "max_height");
   wishes.maxBitrate = Bound(ticket, "max_bitrate");
+  wishes.maxEncoded = Bound(ticket, kLadderParameter);
   wishes.audioId = ticket.Parameter("audio_id");
-  const std::string known = ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile));
-  const size_t blank = std::min(known.find(' '), known.size());
-  wishes.copying = known.substr(0, blank);
-  wishes.dynamicRange = known.substr(std::min(blank + 1, known.size()));
+  const auto known =
+      orvo::CmafKnowledge::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
+  wishes.copying = known.copying;
+  wishes.dynamicRange = known.dynamicRange;
   return wishes;
 }
 
@@ -302,10 +304,17 @@ std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& s
 }
 
 Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
-  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), FilmOf(ticket))) {
+  const bool usesAnalysis = !ticket.Parameter(kAnalysisParameter).empty();
+  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), FilmOf(ticket), usesAnalysis)) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransVideoNotSupported",
                            "The segments of this film cannot be planned.");
+  }
+  if (WishesOf(ticket).copying == orvo::kCmafClockJumps) {
+    CloseCmaf(ticket.StreamId());
+    return Answer::Failure("TransVideoNotSupported",
+                           "The clock of this film jumps, so it cannot be cut into segments. It "
+                           "plays in the formats hls and http.");
   }
   const auto presentation = PresentationOf(ticket);
   if (!presentation || presentation->renditions.empty()) {

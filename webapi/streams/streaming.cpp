@@ -1,5 +1,6 @@
 #include "webapi/streams/streaming.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,6 +33,7 @@
 #include "webapi/library/media_library.h"
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
+#include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/hls_playback.h"
@@ -380,11 +382,15 @@ bool MakeRoom(const ClientStreams& own) {
 
 // A client that says where it will begin waits for less. The work starts before the answer: a
 // request for the first piece would otherwise start it, too, and one of the two would stop the
-// other. Without room for a transcoder the player's first request says so.
+// other. Without room for a transcoder the player's first request says so. A request in a crowd has
+// a lower priority than the web server, which the transcoder would keep; the first request for a
+// piece starts it then.
 void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
   Answer ignored = Answer::Failure(kInternal);
   const auto start = StartSecond(request, ticket.Duration(), ignored);
-  if (request.Has("start") && start && kind.startAhead != nullptr) {
+  const bool isInCrowd =
+      getpriority(PRIO_PROCESS, 0) > getpriority(PRIO_PROCESS, static_cast<id_t>(getppid()));
+  if (request.Has("start") && start && kind.startAhead != nullptr && !isInCrowd) {
     kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1));
   }
 }
@@ -412,6 +418,9 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   Json::Value parameters = ParametersToKeep(request, rendition);
   AddOwnership(request, joined, parameters);
   parameters[kFilmParameter] = film.file.Identity();
+  if (IsCmaf(kind)) {
+    FixCmafChoices(film.facts, joined.ticket, parameters);
+  }
   auto ticket =
       streamId.empty() ? std::nullopt : HeldTicket::Create(streamId, kind.kind, parameters);
   if (!ticket) {

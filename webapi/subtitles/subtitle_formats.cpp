@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "util/lower_case.h"
 #include "webapi/http/number.h"
 #include "webapi/subtitles/cue_text.h"
 #include "webapi/subtitles/subtitle_markup.h"
@@ -253,8 +254,8 @@ class ScriptReader {
 
 // The next position of `word` in `text`, ignoring case.
 size_t FindWord(std::string_view text, std::string_view word, size_t from) {
-  const auto same = [](unsigned char left, unsigned char right) {
-    return std::tolower(left) == std::tolower(right);
+  const auto same = [](char left, char right) {
+    return orvo::LowerCase(left) == orvo::LowerCase(right);
   };
   const auto begin = text.begin() + static_cast<ptrdiff_t>(std::min(from, text.size()));
   const auto found = std::search(begin, text.end(), word.begin(), word.end(), same);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "util/lower_case.h"
 #include "webapi/http/number.h"
 
 namespace webapi {
@@ -18,18 +19,8 @@ constexpr std::string_view kNoBreakSpace = "\xc2\xa0";
 // The approximate height of a line of text in a player, as a share of the picture's height.
 constexpr double kLineHeight = 0.06;
 
-char Lower(char c) {
-  return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-}
-
 bool IsLetter(char c) {
   return std::isalpha(static_cast<unsigned char>(c)) != 0;
-}
-
-std::string Lowered(std::string_view text) {
-  std::string lowered(text);
-  std::transform(lowered.begin(), lowered.end(), lowered.begin(), Lower);
-  return lowered;
 }
 
 // --- Entities
@@ -82,7 +73,7 @@ std::string Utf8(uint32_t code) {
 // The character of "#38" or "#x26"; "" for any other text.
 std::string NumericEntity(std::string_view name) {
   name.remove_prefix(1);
-  const bool isHex = !name.empty() && Lower(name.front()) == 'x';
+  const bool isHex = !name.empty() && orvo::LowerCase(name.front()) == 'x';
   name.remove_prefix(isHex ? 1 : 0);
   uint32_t code = 0;
   const auto parsed =
@@ -97,7 +88,7 @@ std::string EntityText(std::string_view name) {
   if (!name.empty() && name.front() == '#') {
     return NumericEntity(name);
   }
-  const std::string lowered = Lowered(name);
+  const std::string lowered = orvo::LowerCase(name);
   const auto entity = std::find_if(kEntities.begin(), kEntities.end(),
                                    [&](const Entity& row) { return row.name == lowered; });
   return entity == kEntities.end() ? "" : std::string(entity->text);
@@ -168,7 +159,7 @@ size_t TakeTag(std::string_view html, const HtmlRules& rules, CueText& text) {
   const bool closes = !inside.empty() && inside.front() == '/';
   inside.remove_prefix(closes ? 1 : 0);
   const auto nameEnd = std::find_if_not(inside.begin(), inside.end(), IsLetter);
-  const std::string name = Lowered(inside.substr(0, nameEnd - inside.begin()));
+  const std::string name = orvo::LowerCase(inside.substr(0, nameEnd - inside.begin()));
   if (name.empty() || (rules.keepUnknown && !IsKnownTag(name))) {
     return name.empty() && !rules.keepUnknown ? end + 1 : 0;
   }
@@ -352,8 +343,9 @@ size_t PutPieceOfHtml(std::string_view html, const HtmlRules& rules, Braces& bra
 
 bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.size() >= beginning.size() &&
-         std::equal(beginning.begin(), beginning.end(), text.begin(),
-                    [](char left, char right) { return Lower(left) == Lower(right); });
+         std::equal(beginning.begin(), beginning.end(), text.begin(), [](char left, char right) {
+           return orvo::LowerCase(left) == orvo::LowerCase(right);
+         });
 }
 
 std::string CueSettings(const Placement& placement, int lines) {

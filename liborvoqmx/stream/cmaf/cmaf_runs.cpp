@@ -5,14 +5,17 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <filesystem>
 #include <utility>
 
 #include "contract/cmaf.h"
+#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
+#include "preprocess/stored_result.h"
 #include "state/stream_room.h"
 #include "state/stream_watch.h"
 #include "stream/pipeline/monitor.h"
@@ -76,19 +79,44 @@ std::vector<StreamDirectory> Folders(const std::string& streamId) {
   return folders;
 }
 
+// Puts the stored key frames of the film's current state beside the plan. Returns false if there
+// are none.
+bool WriteKnownKeys(const StreamDirectory& directory, const std::string& film) {
+  preprocess::PreprocessResultWrapper result;
+  if (!preprocess::ReadCurrentResult(film, result) || !(result.end_time() > 0)) {
+    return false;
+  }
+  std::vector<int64_t> ticks;
+  for (const double seconds : result.GetAllKeyframePtsTime()) {
+    ticks.push_back(std::llround(std::max(seconds, 0.0) * orvo::kPlanClock));
+  }
+  ticks.push_back(std::llround(result.end_time() * orvo::kPlanClock));
+  return ticks.size() > 1 &&
+         orvo::ReplaceFile(directory.FilePath(orvo::kCmafKeysFile), orvo::CmafNumbers(ticks));
+}
+
+bool LacksKeys(const StreamDirectory& directory) {
+  const std::string known = StateFile(directory.FilePath(orvo::kCmafPicturesFile)).Read();
+  return orvo::CmafKnowledge::Parse(known).copying == orvo::kCmafNoIndex;
+}
+
 }  // namespace
 
 StreamDirectory CmafFolder(const std::string& streamId, const std::string& rendition) {
   return StreamDirectory(std::string(kCmafKind) + "/" + streamId, rendition);
 }
 
-bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film) {
+bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film, bool usesAnalysis) {
   const StreamDirectory directory = DirectoryOf(streamId);
-  return Exists(directory.FilePath(orvo::kCmafPlanFile)) ||
-         RunShort(
-             "Plan",
-             {orvo::SystemPath(kTranscoder), "-cmaf", "plan", "-i", film.path, directory.Path()},
-             film);
+  if (Exists(directory.FilePath(orvo::kCmafPlanFile))) {
+    return true;
+  }
+  const bool hasKeys = usesAnalysis && WriteKnownKeys(directory, film.path);
+  const bool isPlanned = RunShort(
+      "Plan", {orvo::SystemPath(kTranscoder), "-cmaf", "plan", "-i", film.path, directory.Path()},
+      film);
+  // Without the analysis the plan would not be the one that players know.
+  return isPlanned && (hasKeys || !usesAnalysis || !LacksKeys(directory));
 }
 
 void CloseCmafStream(const std::string& streamId) {

@@ -22,9 +22,11 @@ inline constexpr char kCmafKind[] = "CMAF";
 // The folder of a rendition.
 ORVO_API StreamDirectory CmafFolder(const std::string& streamId, const std::string& rendition);
 
-// Makes the plan of a film, and what is known of its pictures, in the stream's directory. Returns
-// false if the film cannot be planned, or is not the one any more that was opened.
-ORVO_API bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film);
+// Makes the plan of a film, and what is known of its pictures, in the stream's directory, unless
+// there is one. With `usesAnalysis`, takes the key frames that the background analysis has stored
+// if the container does not tell them. Returns false if the film cannot be planned, is not the one
+// any more that was opened, or needs an analysis that is gone.
+ORVO_API bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film, bool usesAnalysis);
 
 // Ends the runs of all renditions, and removes the stream's directory.
 ORVO_API void CloseCmafStream(const std::string& streamId);

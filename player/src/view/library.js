@@ -1,23 +1,21 @@
 // The library: folders and films, films to continue, and the search.
 import { asText, get } from '../api.js';
 import { element } from '../dom.js';
-import { hasWords, nameOf, sortedByName } from '../format.js';
-import { watched } from '../history.js';
-import { folderAddress } from './page.js';
+import { nameOf } from '../format.js';
+import { forget, marks, watched } from '../history.js';
+import { counted, t } from '../language.js';
+import { listFolder, listing, tiles } from './listing.js';
+import { attempt, folderAddress } from './page.js';
+import { queueRow } from './queue_view.js';
 import { begunTile, filmTile, folderTile, observer } from './tiles.js';
+import { optionsOf, tools } from './tools.js';
 
 const ROW = 12;
 
-const tiles = (items, label) => element('ul', { class: 'tiles', 'aria-label': label }, items);
-
-const NO_FILMS = 'There are no films here.';
 const NO_LIBRARY =
   'There are no films in the library yet. Copy films into a folder of the library, or start the service with another one: mirevo serve FOLDER.';
-
-function listing({ folders = [], files = [] }, sight, otherwise = NO_FILMS) {
-  const items = [...sortedByName(folders).map(folderTile), ...sortedByName(files).map((entry) => filmTile(entry, sight))];
-  return items.length > 0 ? tiles(items, 'Films and folders') : element('p', {}, otherwise);
-}
+const NO_FILMS = 'There are no films here. Copy films into this folder; they appear when you open it again.';
+const NO_MATCH = 'No film here matches. Choose “All films” to see the others.';
 
 // Library / root / folder / ... The part of a path above its root is hidden.
 export function crumbsOf(path, roots) {
@@ -35,7 +33,7 @@ export function crumbsOf(path, roots) {
 }
 
 export function breadcrumbs(crumbs, last) {
-  const links = [{ name: 'Library', address: '#/' }, ...crumbs.map((crumb) => ({ name: crumb.name, address: folderAddress(crumb) }))];
+  const links = [{ name: t('Library'), address: '#/' }, ...crumbs.map((crumb) => ({ name: crumb.name, address: folderAddress(crumb) }))];
   const steps = links.map(({ name, address }, index) => {
     const isHere = last === undefined && index === links.length - 1;
     return element('li', {}, isHere ? element('span', { 'aria-current': 'page' }, name) : element('a', { href: address }, name));
@@ -43,78 +41,83 @@ export function breadcrumbs(crumbs, last) {
   if (last !== undefined) {
     steps.push(element('li', {}, element('span', { 'aria-current': 'page' }, last)));
   }
-  return element('nav', { 'aria-label': 'Position in the library', class: 'crumbs' }, element('ol', {}, steps));
+  return element('nav', { 'aria-label': t('Position in the library'), class: 'crumbs' }, element('ol', {}, steps));
+}
+
+// Takes a film off the list of begun films, and the whole row when it was the last one.
+async function removeBegun(tile, entry) {
+  const row = tile.closest('section');
+  const next = tile.nextElementSibling ?? tile.previousElementSibling;
+  await forget(entry.encoded_path);
+  tile.remove();
+  (next?.querySelector('button') ?? document.getElementById('content')).focus();
+  if (!next) {
+    row.remove();
+  }
 }
 
 async function begunRow(sight) {
   const begun = (await watched()).filter(({ finished, position }) => !finished && position > 0).slice(0, ROW);
   if (begun.length === 0) {
-    return [];
+    return null;
   }
-  const row = tiles(begun.map((entry) => begunTile(entry, sight)), 'Continue watching');
+  const row = tiles(begun.map((entry) => begunTile(entry, sight, (...which) => attempt(() => removeBegun(...which)))), t('Continue watching'));
   row.classList.add('row');
-  return [element('h2', {}, 'Continue watching'), row];
+  return element('section', {}, element('h2', {}, t('Continue watching')), row);
+}
+
+// The folder at `path` with its tools. `address`: that of the view, which keeps the viewer's choice.
+async function folderNodes(path, parameters, { signal, sight, otherwise }) {
+  const options = optionsOf(parameters);
+  const [first, seen] = await Promise.all([listFolder(path, options, 0, signal), marks()]);
+  const text = options.show ? t(NO_MATCH) : otherwise;
+  return [tools(path, options, first), ...listing(path, options, first, { sight, marks: seen, signal, otherwise: text })];
 }
 
 // The start page: films to continue, and the media folders. A single media folder is opened at once.
-export async function homeView(_, signal) {
+export async function homeView({ parameters }, signal) {
   const sight = observer(signal);
-  const [roots, begun] = await Promise.all([get('Library', 'list', {}, '', { signal }), begunRow(sight)]);
-  const only = roots.files.length === 0 && roots.folders.length === 1;
-  const shown = only ? await get('Library', 'list', {}, roots.folders[0].encoded_path, { signal }) : roots;
-  const heading = element('h1', {}, 'Library');
-  const list = begun.length > 0 ? [element('h2', {}, 'Films'), listing(shown, sight, NO_LIBRARY)] : [listing(shown, sight, NO_LIBRARY)];
-  return { title: 'Library', nodes: [heading, ...begun, ...list] };
-}
-
-export async function folderView({ path }, signal) {
-  const [roots, shown] = await Promise.all([get('Library', 'list', {}, '', { signal }), get('Library', 'list', {}, path, { signal })]);
-  const name = nameOf(path);
-  return {
-    title: name,
-    nodes: [breadcrumbs(crumbsOf(path, roots.folders)), element('h1', {}, name), listing(shown, observer(signal))],
-  };
-}
-
-// For a server without a search: searches the media roots and the folders right below them.
-async function searchByHand(words, signal) {
   const roots = await get('Library', 'list', {}, '', { signal });
-  const below = await Promise.all(roots.folders.map((folder) => get('Library', 'list', {}, folder.encoded_path, { signal })));
-  const found = (kind) => [roots, ...below].flatMap((list) => list[kind]).filter(({ name }) => hasWords(name, words));
-  return { folders: found('folders'), files: found('files'), truncated: below.some(({ folders }) => folders.length > 0) };
+  const only = roots.files.length === 0 && roots.folders.length === 1;
+  const path = only ? roots.folders[0].encoded_path : '';
+  const [begun, nodes] = await Promise.all([begunRow(sight), folderNodes(path, parameters, { signal, sight, otherwise: t(NO_LIBRARY) })]);
+  return { title: t('Library'), nodes: [element('h1', {}, t('Library')), queueRow(sight), begun, begun && element('h2', {}, t('Films')), ...nodes] };
 }
 
-async function search(words, signal) {
-  try {
-    return await get('Library', 'search', { q: asText(words) }, undefined, { signal });
-  } catch (error) {
-    if (error.reason !== 'BadRequest') {
-      throw error;
-    }
-    return searchByHand(words, signal);
-  }
+export async function folderView({ path, parameters }, signal) {
+  const sight = observer(signal);
+  const [roots, nodes] = await Promise.all([get('Library', 'list', {}, '', { signal }), folderNodes(path, parameters, { signal, sight, otherwise: t(NO_FILMS) })]);
+  const name = nameOf(path);
+  return { title: name, nodes: [breadcrumbs(crumbsOf(path, roots.folders)), element('h1', {}, name), ...nodes] };
 }
-
-const countText = (count, name) => `${count} ${name}${count === 1 ? '' : 's'}`;
 
 // "2 folders and 1 film"
 function foundText(folders, files) {
-  const texts = [folders.length > 0 && countText(folders.length, 'folder'), (files.length > 0 || folders.length === 0) && countText(files.length, 'film')];
-  return texts.filter(Boolean).join(' and ');
+  const found = [
+    folders.length > 0 && counted(folders.length, '{count} folder', '{count} folders'),
+    (files.length > 0 || folders.length === 0) && counted(files.length, '{count} film', '{count} films'),
+  ].filter(Boolean);
+  return found.length === 2 ? t('{one} and {other}', { one: found[0], other: found[1] }) : found[0];
+}
+
+function foundTiles({ folders, files }, sight, seen) {
+  const items = [...folders.map((entry) => folderTile(entry, sight)), ...files.map((entry) => filmTile(entry, sight, seen.get(entry.encoded_path)))];
+  return items.length > 0 ? tiles(items, t('Films and folders')) : null;
 }
 
 export async function searchView({ parameters }, signal) {
   const words = parameters.get('q') ?? '';
-  const { folders = [], files, truncated } = words ? await search(words, signal) : { files: [], truncated: false };
-  const found = foundText(folders, files);
+  const [found, seen] = await Promise.all([words ? get('Library', 'search', { q: asText(words) }, undefined, { signal }) : {}, marks()]);
+  const { folders = [], files = [], truncated = false } = found;
+  const text = foundText(folders, files);
   return {
-    title: `Search: ${words}`,
+    title: t('Search: {words}', { words }),
     keepsFocus: true,
     nodes: [
-      breadcrumbs([], 'Search'),
-      element('h1', {}, `Films and folders named “${words}”`),
-      element('p', { role: 'status' }, truncated ? `${found}. There may be more; type more letters.` : `${found}.`),
-      folders.length + files.length > 0 ? listing({ folders, files }, observer(signal)) : null,
+      breadcrumbs([], t('Search')),
+      element('h1', {}, t('Films and folders named “{words}”', { words })),
+      element('p', { role: 'status' }, truncated ? t('{found}. There may be more; type more letters.', { found: text }) : `${text}.`),
+      foundTiles({ folders, files }, observer(signal), seen),
     ],
   };
 }

@@ -3,7 +3,7 @@
 import { qualityNamed } from '../playback/kinds.js';
 
 // `quality`: its text, for example "720p"; '' for the default.
-const USUAL = { cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', soundLanguage: '', quality: '', volume: 1, muted: false };
+const USUAL = { sort: 'name', cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', soundLanguage: '', quality: '', volume: 1, muted: false };
 const NAME = 'mirevo';
 
 export function preferences() {

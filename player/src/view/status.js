@@ -3,6 +3,7 @@ import { get, post } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, nameOf, sizeText } from '../format.js';
 import { forget, watched } from '../history.js';
+import { counted, t } from '../language.js';
 import { stutterWords } from '../words.js';
 import { filmAddress, sayError, say } from './page.js';
 import { timesText } from './statistics.js';
@@ -30,26 +31,53 @@ function stutterOf({ client }, transcoder) {
   return client ? stutterWords({ seconds: Date.now() / 1000 - client.starved_at, throughput: client.throughput * 1000, transcoder }) : '';
 }
 
-function streamsTable({ streams, transcoders }, refresh) {
-  const rows = streams.map((stream) => {
-    const transcoder = transcoders.find(({ stream_id: id }) => id === stream.stream_id);
-    const stop = () => act(() => post('Streaming', 'close', { format: stream.kind.toLowerCase(), stream_id: stream.stream_id }), refresh);
-    return [
-      fileName(stream.path),
-      stream.account,
-      stream.kind,
-      stream.profile,
-      stream.playing ? 'playing' : number(stream.idle_seconds, 0, ' s idle') || 'idle',
-      timesText(stream.times),
-      stutterOf(stream, transcoder),
-      transcoder ? `${transcoder.kind}, ${number(transcoder.speed, 1, ' ×')}` : 'none',
-      transcoder ? number(transcoder.cpu_seconds, 1, ' s') : '',
-      transcoder ? number(transcoder.cpu_percent, 0, ' %') : '',
-      button('Stop', fileName(stream.path), stop),
-    ];
-  });
-  const headings = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Start', 'Stutter', 'Transcoder, speed', 'CPU time', 'CPU load', 'Action'];
-  return rows.length > 0 ? table('Streams', headings, rows) : element('p', {}, 'Nobody is watching.');
+const close = (stream) => post('Streaming', 'close', { format: stream.kind.toLowerCase(), stream_id: stream.stream_id });
+
+function streamRow(stream, transcoders, refresh) {
+  const transcoder = transcoders.find(({ stream_id: id }) => id === stream.stream_id);
+  return [
+    fileName(stream.path),
+    stream.account,
+    stream.kind,
+    stream.profile,
+    stream.playing ? t('playing') : t('{count} s idle', { count: number(stream.idle_seconds, 0, '') || '0' }),
+    timesText(stream.times),
+    stutterOf(stream, transcoder),
+    transcoder ? `${transcoder.kind}, ${number(transcoder.speed, 1, ' ×')}` : t('none'),
+    transcoder ? number(transcoder.cpu_seconds, 1, ' s') : '',
+    transcoder ? number(transcoder.cpu_percent, 0, ' %') : '',
+    button(t('Stop'), fileName(stream.path), () => act(() => close(stream), refresh)),
+  ];
+}
+
+const STREAM_HEADINGS = ['Film', 'Account', 'Kind', 'Quality', 'State', 'Start', 'Stutter', 'Transcoder, speed', 'CPU time', 'CPU load', 'Action'];
+
+function streamsTable(label, streams, transcoders, refresh) {
+  return table(label, STREAM_HEADINGS.map((text) => t(text)), streams.map((stream) => streamRow(stream, transcoders, refresh)));
+}
+
+let isLeftOpen = false; // does the viewer look at the streams that nobody watches?
+
+// The streams whose viewers have left without closing them: one line until someone wants to see them.
+function leftStreams(left, transcoders, refresh) {
+  const all = element('button', { type: 'button', on: { click: () => act(() => Promise.all(left.map(close)), refresh) } }, t('Stop all of them'));
+  return element(
+    'details',
+    { open: isLeftOpen, on: { toggle: ({ target }) => { isLeftOpen = target.open; } } },
+    element('summary', { 'aria-label': t('Streams without a viewer') }, counted(left.length, '{count} stream without a viewer', '{count} streams without a viewer')),
+    element('p', {}, t('Their viewers left without closing them. The server ends them by itself after some time without a request.')),
+    element('p', { class: 'actions' }, all),
+    streamsTable(t('Streams without a viewer'), left, transcoders, refresh),
+  );
+}
+
+function streamsOf({ streams, transcoders }, refresh) {
+  const inUse = streams.filter(({ playing }) => playing);
+  const left = streams.filter(({ playing }) => !playing);
+  return [
+    inUse.length > 0 ? streamsTable(t('Streams'), inUse, transcoders, refresh) : element('p', {}, t('Nobody is watching.')),
+    left.length > 0 && leftStreams(left, transcoders, refresh),
+  ];
 }
 
 function limits({ limits: allowed, transcoders, platform }) {
@@ -92,7 +120,7 @@ function history(items, refresh) {
 function body(status, items, refresh) {
   return [
     element('h2', {}, 'Streams'),
-    streamsTable(status, refresh),
+    ...streamsOf(status, refresh),
     element('h2', {}, 'Limits'),
     limits(status),
     element('h2', {}, 'Disks'),
@@ -105,7 +133,7 @@ function body(status, items, refresh) {
 // Replaces the content. If the keyboard focus was in it, moves the focus to the new button of the same name.
 function replace(place, nodes) {
   const name = place.contains(document.activeElement) ? document.activeElement.getAttribute('aria-label') : null;
-  place.replaceChildren(...nodes);
+  place.replaceChildren(...nodes.filter(Boolean));
   if (name) {
     [...place.querySelectorAll('[aria-label]')].find((node) => node.getAttribute('aria-label') === name)?.focus();
   }

@@ -1,8 +1,11 @@
 // Tiles of films and folders. The page requests a tile's picture and details when it becomes visible, a few at a time:
 // the server makes each picture from the film, and other requests must not wait behind them.
 import { addressOf, get } from '../api.js';
-import { element, icon } from '../dom.js';
-import { clockText, sizeText } from '../format.js';
+import { element, icon, signButton } from '../dom.js';
+import { clockText, sizeName, sizeText } from '../format.js';
+import { counted, t } from '../language.js';
+import { wordsOf } from '../words.js';
+import { nameNode } from './names.js';
 import { filmAddress, folderAddress, playAddress } from './page.js';
 
 const AT_ONCE = 2;
@@ -36,23 +39,46 @@ async function loadPoster(tile, entry, signal) {
   const image = element('img', { alt: '', decoding: 'async' });
   await loadImage(image, addressOf('Library', 'poster', { width: POSTER_WIDTH }, entry.encoded_path), signal);
   if (image.naturalWidth > 0) {
-    tile.querySelector('.poster').replaceChildren(image);
+    image.classList.toggle('upright', image.naturalHeight > image.naturalWidth);
+    tile.querySelector('.poster .icon')?.replaceWith(image);
   }
 }
 
-let cards = true; // does the server support cards?
+const setFacts = (tile, facts) => {
+  tile.querySelector('.facts').textContent = facts.filter(Boolean).join(' · ');
+};
 
+// The server has looked at the file, and it cannot be played.
+const isBroken = ({ code, reason }) => code === 415 || reason?.startsWith('TransVideo') || reason?.startsWith('TransAudio');
+
+function showBroken(tile, error) {
+  tile.classList.add('broken');
+  tile.querySelector('.poster').replaceChildren(icon('broken'));
+  setFacts(tile, [`${t('Cannot be played.')} ${wordsOf(error).sentence}`]);
+}
+
+// Returns false if the film has no picture to ask for.
 async function loadCard(tile, entry, signal) {
-  if (!cards) {
-    return;
-  }
   try {
-    const { duration, width, height } = await get('Library', 'card', {}, entry.encoded_path, { signal, quiet: true });
-    const facts = [duration && clockText(duration), width && `${width} × ${height}`, entry.size && sizeText(entry.size)];
-    tile.querySelector('.facts').textContent = facts.filter(Boolean).join(' · ');
+    const { duration, width, height, music } = await get('Library', 'card', {}, entry.encoded_path, { signal, quiet: true });
+    setFacts(tile, [duration && clockText(duration), music ? t('Music') : sizeName(width, height), entry.size && sizeText(entry.size)]);
   } catch (error) {
-    cards = error.reason !== 'BadRequest';
+    if (isBroken(error)) {
+      showBroken(tile, error);
+      return false;
+    }
   }
+  return true;
+}
+
+async function loadFolderCard(tile, entry, signal) {
+  const { films, watched, is_all: isAll } = await get('Library', 'card', {}, entry.encoded_path, { signal, quiet: true });
+  const seen = watched > 0 && t('{count} watched', { count: watched });
+  setFacts(tile, [isAll ? counted(films, '{count} film', '{count} films') : t('more than {count} films', { count: films }), seen]);
+  if (isAll && films > 0 && watched > 0) {
+    showProgress(tile, watched, films, t('Watched films'));
+  }
+  return false;
 }
 
 // Watches for tiles that become visible, until `signal` aborts.
@@ -62,12 +88,9 @@ export function observer(signal) {
     for (const { isIntersecting, target } of changes) {
       if (isIntersecting) {
         sight.unobserve(target);
-        const entry = entries.get(target);
+        const [entry, load] = entries.get(target);
         waiting.push(async () => {
-          if (!signal.aborted) {
-            if (entry.size !== undefined) {
-              await loadCard(target, entry, signal);
-            }
+          if (!signal.aborted && (await load(target, entry, signal))) {
             await loadPoster(target, entry, signal);
           }
         });
@@ -82,14 +105,14 @@ export function observer(signal) {
     waiting.length = 0;
   });
   return {
-    watch(tile, entry) {
-      entries.set(tile, entry);
+    watch(tile, entry, load) {
+      entries.set(tile, [entry, load]);
       sight.observe(tile);
     },
   };
 }
 
-function makeTile(entry, address, sign, facts) {
+function makeTile(address, sign, name, facts) {
   return element(
     'li',
     { class: 'tile' },
@@ -97,25 +120,51 @@ function makeTile(entry, address, sign, facts) {
       'a',
       { href: address },
       element('span', { class: 'poster', 'aria-hidden': true }, icon(sign)),
-      element('span', { class: 'name' }, entry.name),
+      name,
       element('span', { class: 'facts' }, facts),
     ),
   );
 }
 
-export const folderTile = (entry) => makeTile(entry, folderAddress(entry), 'folder', 'Folder');
+function showProgress(tile, value, max, label) {
+  tile.querySelector('progress')?.remove();
+  tile.querySelector('.facts').before(element('progress', { max, value, 'aria-label': label }));
+}
 
-export function filmTile(entry, sight) {
-  const item = makeTile(entry, filmAddress(entry), 'film', entry.size ? sizeText(entry.size) : '');
-  sight.watch(item, entry);
+// Shows how far the viewer has come: a mark for a watched film, a bar for a begun one.
+export function showMark(tile, mark) {
+  tile.classList.toggle('watched', Boolean(mark?.finished));
+  tile.querySelector('.seen')?.remove();
+  if (mark?.finished) {
+    tile.querySelector('.facts').before(element('span', { class: 'seen' }, icon('check'), t('Watched')));
+  } else if (mark?.position > 0) {
+    showProgress(tile, mark.position, mark.duration || 1, t('Watched part'));
+  }
+}
+
+export function folderTile(entry, sight) {
+  const item = makeTile(folderAddress(entry), 'folder', element('span', { class: 'name' }, entry.name), t('Folder'));
+  item.classList.add('folder');
+  sight.watch(item, entry, loadFolderCard);
   return item;
 }
 
-// A film to continue; a click resumes it.
-export function begunTile(entry, sight) {
+// `mark`: the film's entry of the history, if there is one.
+export function filmTile(entry, sight, mark, isInSeason) {
+  const item = makeTile(filmAddress(entry), 'film', nameNode(entry, isInSeason), entry.size ? sizeText(entry.size) : '');
+  showMark(item, mark);
+  sight.watch(item, entry, loadCard);
+  return item;
+}
+
+// A film to continue; a click resumes it. `remove` takes it off the list.
+export function begunTile(entry, sight, remove) {
   const left = Math.max(0, entry.duration - entry.position);
-  const item = makeTile(entry, playAddress(entry, entry.position), 'film', `${clockText(left)} left`);
-  item.querySelector('.facts').before(element('progress', { max: entry.duration || 1, value: entry.position, 'aria-label': 'Watched part' }));
-  sight.watch(item, { encoded_path: entry.encoded_path }); // its details are known
+  const item = makeTile(playAddress(entry, entry.position), 'film', nameNode(entry), t('{time} left', { time: clockText(left) }));
+  showMark(item, entry);
+  const button = signButton('close', t('Remove {name} from this list', { name: entry.name }), () => remove(item, entry));
+  button.classList.add('remove');
+  item.append(button);
+  sight.watch(item, entry, async () => true); // its details are known
   return item;
 }

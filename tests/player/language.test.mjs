@@ -1,0 +1,42 @@
+// The page's languages: each text of the page has a translation, and each translation is used.
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { counted, languageFor, t } from '../../player/src/language.js';
+import { GERMAN } from '../../player/src/strings.js';
+
+const folder = path.join(import.meta.dirname, '../../player/src');
+const sources = fs.readdirSync(folder, { recursive: true }).filter((name) => name.endsWith('.js') && name !== 'strings.js');
+const source = sources.map((name) => fs.readFileSync(path.join(folder, name), 'utf8')).join('\n');
+
+const placesIn = (text) => [...text.matchAll(/\{\w+\}/g)].map(([place]) => place).sort();
+
+test('each text that the page translates has a German one', () => {
+  const called = [...source.matchAll(/\bt\('((?:[^'\\]|\\.)+)'/g)].map(([, text]) => text);
+  const countedTexts = [...source.matchAll(/\bcounted\([^']*'([^']+)', '([^']+)'/g)].flatMap(([, one, many]) => [one, many]);
+  const missing = [...called, ...countedTexts].filter((text) => !(text in GERMAN));
+  assert.ok(called.length > 10);
+  assert.deepEqual(missing, []);
+});
+
+test('each German text belongs to a text of the page and has its values', () => {
+  for (const [english, german] of Object.entries(GERMAN)) {
+    const isUsed = [`'${english}'`, `${english}:`, `"${english}"`].some((text) => source.includes(text));
+    assert.ok(isUsed, `${english} is used`);
+    assert.deepEqual(placesIn(german), placesIn(english), english);
+  }
+});
+
+test('the first language that the page speaks is chosen', () => {
+  assert.equal(languageFor(['fr-FR', 'de-CH', 'en-US']), 'de');
+  assert.equal(languageFor(['fr-FR']), 'en');
+  assert.equal(languageFor([]), 'en');
+});
+
+test('values are put in place of their names', () => {
+  assert.equal(t('{count} films', { count: 3 }), '3 films');
+  assert.equal(counted(1, '{count} film', '{count} films'), '1 film');
+  assert.equal(t('{time} left', { time: '{count}' }), '{count} left');
+});

@@ -1,0 +1,202 @@
+// The file is text. The first line is "orvo-engines" and what the proofs depend on; each other line
+// is one engine: encoder, node, lines, speed and reason, with tabs between them.
+#include "transcoder/engines.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/io.h"
+#include "platform/plat.h"
+#include "transcoder/ffmpeg_listing.h"
+#include "transcoder/places.h"
+
+namespace orvo::transcoder {
+namespace {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+
+constexpr char kRecordName[] = "/transcoder_engines";
+constexpr char kBootFile[] = "/proc/sys/kernel/random/boot_id";
+constexpr char kNvidiaVersion[] = "/proc/driver/nvidia/version";
+constexpr size_t kLongestRecord = 65536;
+constexpr mode_t kRecordMode = 0600;
+constexpr size_t kFields = 5;
+
+// What an encoder opens: the devices whose names begin so.
+struct Devices {
+  std::string_view encoder;
+  const char* folder;
+  const char* prefix;
+};
+constexpr auto kDevices = std::to_array<Devices>({
+    {"h264_vaapi", "/dev/dri", "renderD"},
+    {"h264_qsv", "/dev/dri", "renderD"},
+    {"h264_nvenc", "/dev", "nvidia0"},
+    {"h264_v4l2m2m", "/dev", "video"},
+    {"h264_omx", "/dev", "vchiq"},
+    {"h264_smd", "/dev", "ismd"},
+});
+
+constexpr std::array kDriverFolders = {"/usr/lib/x86_64-linux-gnu/dri",
+                                       "/usr/lib/aarch64-linux-gnu/dri",
+                                       "/usr/lib/arm-linux-gnueabihf/dri", "/usr/lib/dri"};
+constexpr char kDriverEnd[] = "_drv_video.so";
+
+// The names in a folder that `isWanted`, in order.
+template <typename Wanted>
+Strings NamesIn(const std::string& folder, Wanted isWanted) {
+  Strings names;
+  std::error_code failure;
+  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    const std::string name = entry->path().filename().string();
+    if (isWanted(name)) {
+      names.push_back(name);
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string FirstLine(const std::string& path) {
+  std::ifstream file(SystemPath(path));
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+Strings DriverFolders() {
+  const char* const given = getenv("LIBVA_DRIVERS_PATH");
+  return given != nullptr ? Strings{given} : Strings(kDriverFolders.begin(), kDriverFolders.end());
+}
+
+std::string Drivers() {
+  std::string text;
+  for (const std::string& folder : DriverFolders()) {
+    const Strings names =
+        NamesIn(folder, [](const std::string& name) { return name.ends_with(kDriverEnd); });
+    for (const std::string& name : names) {
+      text += folder + "/" + name + " " + FileIdentity(folder + "/" + name) + " ";
+    }
+  }
+  return text;
+}
+
+std::string Nodes() {
+  std::string text;
+  for (const Devices& row : kDevices) {
+    for (const std::string& node : NodesOf(row.encoder)) {
+      text += node + " ";
+    }
+  }
+  return text;
+}
+
+// Everything that a proof depends on, in one line.
+std::string MachineState() {
+  std::string state = "orvo-engines " + FirstLine(kBootFile) + " " + FileIdentity(kExecutable) +
+                      " " + Drivers() + Nodes() + FirstLine(kNvidiaVersion);
+  std::replace(state.begin(), state.end(), '\n', ' ');
+  return state;
+}
+
+template <typename Number>
+bool Parse(const std::string& text, Number& number) {
+  const char* const end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, number);
+  return parsed.ec == std::errc() && parsed.ptr == end && number >= 0;
+}
+
+std::optional<Engine> ParseEngine(const std::string& line) {
+  Strings fields;
+  std::istringstream text(line + "\t");
+  for (std::string field; std::getline(text, field, '\t');) {
+    fields.push_back(field);
+  }
+  Engine engine;
+  if (fields.size() != kFields || !IsEngine(fields[0]) || !Parse(fields[2], engine.lines) ||
+      !Parse(fields[3], engine.speed)) {
+    return std::nullopt;
+  }
+  engine.encoder = fields[0];
+  engine.node = fields[1];
+  engine.reason = fields[4];
+  return engine;
+}
+
+std::string LineOf(const Engine& engine) {
+  std::array<char, 32> speed{};
+  snprintf(speed.data(), speed.size(), "%.2f", engine.speed);
+  return engine.encoder + "\t" + engine.node + "\t" + std::to_string(engine.lines) + "\t" +
+         speed.data() + "\t" + engine.reason + "\n";
+}
+
+}  // namespace
+
+bool IsEngine(std::string_view encoder) {
+  return std::any_of(kDevices.begin(), kDevices.end(),
+                     [&](const Devices& row) { return row.encoder == encoder; });
+}
+
+Strings NodesOf(std::string_view encoder) {
+  const auto row = std::find_if(kDevices.begin(), kDevices.end(),
+                                [&](const Devices& devices) { return devices.encoder == encoder; });
+  if (row == kDevices.end()) {
+    return {};
+  }
+  const std::string folder = SystemPath(row->folder);
+  Strings nodes =
+      NamesIn(folder, [&](const std::string& name) { return name.starts_with(row->prefix); });
+  for (std::string& node : nodes) {
+    node.insert(0, folder + "/");
+  }
+  return nodes;
+}
+
+EngineRecord EngineRecord::Load() {
+  EngineRecord record;
+  std::istringstream lines(ReadOwnFile(CacheFile(kRecordName), kLongestRecord).value_or(""));
+  std::string line;
+  if (!std::getline(lines, line) || line != MachineState()) {
+    return record;
+  }
+  while (std::getline(lines, line)) {
+    const auto engine = ParseEngine(line);
+    if (!engine) {
+      return {};
+    }
+    record.engines_.push_back(*engine);
+  }
+  record.isKnown_ = true;
+  return record;
+}
+
+std::optional<Engine> EngineRecord::Proved(std::string_view encoder, int lines) const {
+  const auto found = std::find_if(engines_.begin(), engines_.end(), [&](const Engine& engine) {
+    return engine.encoder == encoder && engine.lines > 0 && engine.lines >= lines;
+  });
+  return found == engines_.end() ? std::nullopt : std::optional(*found);
+}
+
+void EngineRecord::Set(const Engine& engine) {
+  std::erase_if(engines_, [&](const Engine& known) { return known.encoder == engine.encoder; });
+  engines_.push_back(engine);
+  isKnown_ = true;
+}
+
+bool EngineRecord::Save() const {
+  std::string text = MachineState() + "\n";
+  for (const Engine& engine : engines_) {
+    text += LineOf(engine);
+  }
+  return ReplaceFile(CacheFile(kRecordName), text, kRecordMode);
+}
+
+}  // namespace orvo::transcoder

@@ -1,0 +1,14 @@
+// The programs and files outside the sources that the transcoder uses.
+#pragma once
+
+#include <string>
+
+namespace orvo::transcoder {
+
+inline constexpr char kExecutable[] = "/usr/bin/ffmpeg";  // the stock FFmpeg
+
+// The path of a file with this name, which begins with a slash, in the folder for what may be lost
+// at a reboot. Makes the folder. Others can write there too.
+std::string CacheFile(const std::string& name);
+
+}  // namespace orvo::transcoder

@@ -1,0 +1,15 @@
+// The command line of a run that goes on where another one has failed.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "transcoder/segment_cutter.h"
+
+namespace orvo::transcoder {
+
+// `arguments` make the segments of `plan`. The result makes the same ones from `number` on.
+std::vector<std::string> ResumedAt(std::vector<std::string> arguments, const SegmentPlan& plan,
+                                   int number);
+
+}  // namespace orvo::transcoder
