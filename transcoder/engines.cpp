@@ -13,7 +13,7 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "transcoder/ffmpeg_listing.h"
+#include "transcoder/file_identity.h"
 #include "transcoder/places.h"
 
 namespace orvo::transcoder {
