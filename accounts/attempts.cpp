@@ -8,13 +8,14 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <fstream>
 
 #include "accounts/secrets.h"
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "util/file_lock.h"
+#include "util/number.h"
 #include "util/private_folder.h"
+#include "util/state_reading.h"
 
 namespace accounts {
 namespace {
@@ -22,6 +23,7 @@ namespace {
 constexpr char kFolder[] = "/run/mirevo/attempts";
 constexpr char kLock[] = "/run/mirevo/attempts.lock";
 constexpr int64_t kSweepSeconds = 24 * 3600;
+constexpr size_t kLongestTime = 64;
 constexpr size_t kNetworkBytes = 8;
 
 std::string Folder() {
@@ -29,12 +31,11 @@ std::string Folder() {
 }
 
 // The time when the bucket is full again. If that is later than for an empty bucket, the file is
-// damaged or the clock was set back.
+// damaged or the clock was set back. A file that cannot be read stands for an empty bucket.
 int64_t FullAt(const std::string& path, int64_t now, const Limit& limit) {
-  std::ifstream file(path);
-  int64_t full = 0;
-  file >> full;
-  return std::clamp(full, now, now + int64_t{limit.tries} * limit.secondsPerTry);
+  const int64_t latest = now + int64_t{limit.tries} * limit.secondsPerTry;
+  const auto text = orvo::ReadIfThere(path, kLongestTime);
+  return text ? std::clamp(LibOrvoQMX::LeadingNumber(*text), now, latest) : latest;
 }
 
 bool Save(const std::string& path, int64_t full) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "accounts/secrets.h"
@@ -11,6 +12,7 @@
 #include "util/file_lock.h"
 #include "util/private_folder.h"
 #include "util/qmxutils.h"
+#include "util/state_reading.h"
 
 namespace accounts {
 namespace {
@@ -25,8 +27,10 @@ std::string PathOf(const std::string& account) {
   return Folder() + "/" + DigestOf("known clients of " + account);
 }
 
-std::vector<std::string> Load(const std::string& path) {
-  return LibOrvoQMX::StringExplode(orvo::ReadOwnFile(path, kLongestFile).value_or(""), "\n");
+// Nothing if they cannot be read now.
+std::optional<std::vector<std::string>> Load(const std::string& path) {
+  const auto text = orvo::ReadIfThere(path, kLongestFile);
+  return text ? std::optional(LibOrvoQMX::StringExplode(*text, "\n")) : std::nullopt;
 }
 
 // Not the address itself, so that the file does not tell where somebody lives.
@@ -37,9 +41,9 @@ std::string LineOf(const std::string& account, const std::string& client) {
 }  // namespace
 
 bool IsKnownClient(const std::string& account, const std::string& client) {
-  const std::vector<std::string> lines = Load(PathOf(account));
+  const auto lines = Load(PathOf(account));
   const std::string line = LineOf(account, client);
-  return !line.empty() && std::find(lines.begin(), lines.end(), line) != lines.end();
+  return lines && !line.empty() && std::find(lines->begin(), lines->end(), line) != lines->end();
 }
 
 void RememberClient(const std::string& account, const std::string& client) {
@@ -48,7 +52,11 @@ void RememberClient(const std::string& account, const std::string& client) {
   }
   const std::string path = PathOf(account);
   const auto lock = orvo::FileLock::WaitFor(path, Folder() + "/.locks");
-  std::vector<std::string> lines = Load(path);
+  auto known = Load(path);
+  if (!known) {
+    return;
+  }
+  std::vector<std::string>& lines = *known;
   const std::string line = LineOf(account, client);
   lines.erase(std::remove(lines.begin(), lines.end(), line), lines.end());
   lines.push_back(line);

@@ -17,6 +17,7 @@
 #include "platform/plat.h"
 #include "util/json_utils.h"
 #include "util/private_folder.h"
+#include "util/state_reading.h"
 
 namespace accounts {
 namespace {
@@ -46,12 +47,15 @@ std::string PathOf(const std::string& id) {
   return digest.empty() ? "" : Folder() + "/" + digest;
 }
 
-std::optional<Session> Load(const std::string& path) {
+// Nothing if the file is no session, or if it cannot be read now.
+std::optional<Session> Load(const std::string& path, bool& isUnreadable) {
   struct stat status {};
   Json::Value content;
-  if (path.empty() || stat(path.c_str(), &status) != 0 ||
-      !LibMirevo::ReadJsonFromFileWithoutLock(path, content) || !content.isObject() ||
-      !content["account"].isString() || !content["era"].isString() || !content["begun"].isInt64()) {
+  const auto reading = orvo::ReadStateJson(path, content);
+  isUnreadable = reading == orvo::JsonReading::kUnreadable;
+  if (reading != orvo::JsonReading::kRead || stat(path.c_str(), &status) != 0 ||
+      !content.isObject() || !content["account"].isString() || !content["era"].isString() ||
+      !content["begun"].isInt64()) {
     return std::nullopt;
   }
   return Session{content["account"].asString(), content["era"].asString(),
@@ -69,6 +73,15 @@ std::optional<Account> AccountOf(const Session& session) {
   return account && account->era == session.era ? account : std::nullopt;
 }
 
+// Has the session ended for good? Not if the accounts cannot be read now.
+bool HasEnded(const Session& session, int64_t now) {
+  const auto all = List();
+  const auto isItsAccount = [&](const Account& account) {
+    return account.name == session.account && account.era == session.era;
+  };
+  return session.IsOver(now) || (all && std::none_of(all->begin(), all->end(), isItsAccount));
+}
+
 // Removes ended sessions, and the oldest one of the account if it has too many.
 void Sweep(const Account& account, int64_t now) {
   std::vector<std::pair<int64_t, std::string>> own;
@@ -78,8 +91,12 @@ void Sweep(const Account& account, int64_t now) {
     if (entry.path().has_extension()) {
       continue;
     }
-    const auto session = Load(entry.path());
-    if (!session || session->IsOver(now) || !AccountOf(*session)) {
+    bool isUnreadable = false;
+    const auto session = Load(entry.path(), isUnreadable);
+    if (isUnreadable) {
+      continue;
+    }
+    if (!session || HasEnded(*session, now)) {
       unlink(entry.path().c_str());
     } else if (session->account == account.name) {
       own.emplace_back(session->used, entry.path());
@@ -115,14 +132,15 @@ std::string BeginSession(const Account& account, int64_t now) {
 
 std::optional<Account> UseSession(const std::string& id, int64_t now) {
   const std::string path = PathOf(id);
-  const auto session = Load(path);
+  bool isUnreadable = false;
+  const auto session = path.empty() ? std::nullopt : Load(path, isUnreadable);
   if (!session) {
     return std::nullopt;
   }
   auto account = session->IsOver(now) ? std::nullopt : AccountOf(*session);
-  if (!account) {
+  if (!account && HasEnded(*session, now)) {
     unlink(path.c_str());
-  } else if (now - session->used > kTouchSeconds) {
+  } else if (account && now - session->used > kTouchSeconds) {
     MarkUse(path, now);
   }
   return account;

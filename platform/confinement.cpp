@@ -253,6 +253,13 @@ int Confinement::Enter() {
   return Apply(this);
 }
 
+int Confinement::EnterAsParent() {
+  if (!calls_.empty()) {
+    calls_ = MediaFilter(Execution::kForks);
+  }
+  return Apply(this);
+}
+
 int Confinement::WallMilliseconds() const {
   return limits_.wall == 0
              ? -1

@@ -75,6 +75,10 @@ class ORVO_API Confinement {
   // an errno; the process should end after a failure.
   int Enter();
 
+  // For a process that starts others and confines them: puts only the files on it, and a filter
+  // that lets it do so. The results are the same. Use a confinement of its own for that.
+  int EnterAsParent();
+
   // How long its owner lets it run, in milliseconds; -1 for any time.
   int WallMilliseconds() const;
 

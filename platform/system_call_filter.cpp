@@ -26,6 +26,10 @@ constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
 #error "Name the architecture as <linux/audit.h> does."
 #endif
 
+// Landlock's calls, which headers of an older kernel do not name.
+constexpr int kAddRule = 445;
+constexpr int kRestrictSelf = 446;
+
 constexpr uint32_t kAllow = SECCOMP_RET_ALLOW;
 constexpr uint32_t kRefuse = SECCOMP_RET_ERRNO | EPERM;
 constexpr uint32_t kUnknown = SECCOMP_RET_ERRNO | ENOSYS;  // the caller takes an older call then
@@ -75,6 +79,16 @@ constexpr int kAllowed[] = {
     SYS_gettimeofday, SYS_getrandom,
     // Names of threads and the like. The kernel lets nobody undo a confinement by it.
     SYS_prctl, SYS_exit, SYS_exit_group};
+
+// For a process that starts others, and what the others do before they have filters of their own.
+constexpr int kForking[] = {
+    SYS_clone,   SYS_wait4,   SYS_waitid,  SYS_kill,       SYS_pidfd_open, SYS_pidfd_send_signal,
+    SYS_accept4, SYS_recvmsg, SYS_sendmsg, SYS_getsockopt, SYS_prlimit64,  SYS_setpriority,
+    SYS_setpgid, SYS_unshare, SYS_seccomp, kAddRule,       kRestrictSelf,
+#ifdef SYS_fork
+    SYS_fork,
+#endif
+};
 
 constexpr uint32_t LowHalf(int argument) {
   return offsetof(seccomp_data, args) + sizeof(uint64_t) * static_cast<uint32_t>(argument);
@@ -143,6 +157,13 @@ void AllowThreads(Writer& writer) {
   writer.Decide(SYS_clone, clone);
 }
 
+// The answers of these calls come before those that refuse them.
+void AllowForking(Writer& writer) {
+  for (const int call : kForking) {
+    writer.Answer(call, kAllow);
+  }
+}
+
 // Root could raise its limits again, so they may be read only.
 void AllowReadingLimits(Writer& writer) {
   Writer limits;
@@ -170,6 +191,9 @@ void AllowDeviceCalls(Writer& writer) {
 std::vector<sock_filter> MediaFilter(Execution execution) {
   Writer writer;
   CheckArchitecture(writer);
+  if (execution == Execution::kForks) {
+    AllowForking(writer);
+  }
   AllowThreads(writer);
   AllowReadingLimits(writer);
   AllowDeviceCalls(writer);

@@ -9,12 +9,16 @@
 
 namespace orvo {
 
-// Whether the process still executes a program after the filter has been installed.
-enum class Execution { kAllowed, kRefused };
+// What the process still does after the filter has been installed, besides the media calls.
+enum class Execution {
+  kAllowed,  // executes a program
+  kRefused,  // nothing
+  kForks,    // accepts connections and starts confined copies of itself
+};
 
 // A filter for InstallFilter. All calls that it does not know fail with EPERM: sockets, other
 // processes, mounts, keys, identities and whatever the kernel gets later. New threads are allowed,
-// new processes are not. A call of another architecture ends the process.
+// new processes only as said above. A call of another architecture ends the process.
 std::vector<sock_filter> MediaFilter(Execution execution);
 
 // Async-signal-safe: gives up new privileges and installs the filter in the calling thread. Returns

@@ -1,10 +1,11 @@
 // Decides which connections the web server gets. The service loads this library into it.
 //
 // The web server itself has no limit for one address, and does not look at a connection while the
-// request program works. This library stands between it and five system calls:
+// request program works. This library stands between it and some system calls:
 //   - An address has a limited number of connections; a further one is reset. Proxies have no such
 //     limit, because all their clients have one address.
 //   - The last connections are for this machine, so that its commands always reach the service.
+//   - Requests beyond the end of their queue are refused (request_places.h).
 //   - The first read of a connection finds nothing. The web server then waits for the client, and
 //     a web server that has waited once notices when the client leaves, at any later time.
 //   - The request program starts with SIGTERM held back. The web server sends it when the client
@@ -34,7 +35,12 @@
 #include <utility>
 #include <vector>
 
+#include "serve/request_places.h"
+
 namespace {
+
+using serve::RefuseRequest;
+using serve::RequestPlaces;
 
 // An IPv6 network of 64 bits, which one client usually has for itself, or an IPv4 address in the
 // form that IPv6 has for it.
@@ -196,8 +202,13 @@ Door& TheDoor() {
   static Door door;
   return door;
 }
+RequestPlaces& ThePlaces() {
+  static RequestPlaces places;
+  return places;
+}
 [[gnu::constructor]] void OpenDoor() {
   TheDoor();
+  ThePlaces();
 }
 
 // Closes a connection so that nothing of it remains, here and in the kernel.
@@ -241,6 +252,22 @@ extern "C" {
     sigprocmask(SIG_SETMASK, &before, nullptr);
   }
   return pid;
+}
+
+// In the new process of a request. Nothing but the refusal would come of its program.
+[[gnu::visibility("default")]] int execve(const char* path, char* const* arguments,
+                                          char* const* environment) noexcept {
+  if (!ThePlaces().Take(environment)) {
+    RefuseRequest(STDOUT_FILENO);
+    _exit(0);
+  }
+  return static_cast<int>(syscall(SYS_execve, path, arguments, environment));
+}
+
+[[gnu::visibility("default")]] pid_t waitpid(pid_t pid, int* status, int options) {
+  const auto ended = static_cast<pid_t>(syscall(SYS_wait4, pid, status, options, nullptr));
+  ThePlaces().Leave(ended);
+  return ended;
 }
 
 [[gnu::visibility("default")]] int close(int fd) {

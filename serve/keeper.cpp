@@ -8,10 +8,13 @@
 #include <csignal>
 #include <optional>
 
+#include "contract/copies.h"
 #include "platform/children.h"
 #include "platform/io.h"
+#include "platform/plat.h"
 #include "platform/process_launch.h"
 #include "policy/registry_sweep.h"
+#include "util/system_files.h"
 
 namespace serve {
 namespace {
@@ -65,12 +68,22 @@ void KeepUntilEnd(const orvo::Process& web, const orvo::Process& service, int si
   }
 }
 
+// Copies start sooner where this process has loaded FFmpeg's libraries; without it they start by
+// themselves.
+orvo::Process StartCopies() {
+  const std::string program = orvo::SystemPath(LibOrvoQMX::kTranscoder);
+  orvo::LaunchOptions options;
+  options.parentDeath.signal = SIGKILL;
+  return orvo::Start({program, {program, orvo::kCopiesOption}}, options);
+}
+
 int Keep(const WebServer& server, Belongings& belongings, const orvo::Process& service,
          orvo::UniqueFd& report) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = Signals();
   orvo::Process web = Start(server, belongings.sockets);
   const int failure = web ? 0 : errno;
+  const orvo::Process copies = web ? StartCopies() : orvo::Process();
   belongings = Belongings();
   orvo::WriteAll(report.Get(), {reinterpret_cast<const char*>(&failure), sizeof failure});
   report.Reset();

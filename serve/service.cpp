@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "accounts/accounts.h"
+#include "contract/copies.h"
 #include "platform/children.h"
 #include "platform/confinement.h"
 #include "platform/io.h"
@@ -322,6 +323,7 @@ int Run(const WebServer& server, Belongings& belongings, int browser, bool inBac
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(keeper, told);
   unlink((server.stateFolder + kAnalysisFile).c_str());
+  unlink(orvo::SystemPath(orvo::kCopiesSocket).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
   }

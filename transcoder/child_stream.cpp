@@ -14,8 +14,10 @@
 #include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/log.h"
+#include "platform/process.h"
 #include "platform/process_launch.h"
 #include "transcoder/command_reach.h"
+#include "transcoder/copy_client.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -31,6 +33,22 @@ sigset_t StoppingSignals() {
   return set;
 }
 
+class Child : public Worker {
+ public:
+  // Null for no process.
+  static std::unique_ptr<Worker> Of(Process process) {
+    return process ? std::make_unique<Child>(std::move(process)) : nullptr;
+  }
+  explicit Child(Process process) : process_(std::move(process)) {}
+
+  int Descriptor() const override { return process_.Descriptor().Get(); }
+  void End(int signalNumber) override { process_.AskToEnd(signalNumber); }
+  int Wait() override { return process_.Wait(); }
+
+ private:
+  Process process_;
+};
+
 // It has what this process has, but for its output.
 Process StartCommand(const std::vector<std::string>& command, int output) {
   Program program{command.front(), command};
@@ -45,11 +63,7 @@ Process StartCommand(const std::vector<std::string>& command, int output) {
 }
 
 // The film is open already: this process reaches nothing but the libraries, and needs no rights.
-Process StartCopy(const FilmCopy& copy, int output, int progress) {
-  UniqueFd film(open(copy.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!film.IsOpen()) {
-    return {};
-  }
+Process StartCopy(const FilmCopy& copy, UniqueFd& film, int output, int progress) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
   options.parentDeath.signal = SIGKILL;
@@ -68,7 +82,7 @@ Process StartCopy(const FilmCopy& copy, int output, int progress) {
 
 }  // namespace
 
-ChildStream::ChildStream(Process child, UniqueFd stream, UniqueFd signals)
+ChildStream::ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals)
     : child_(std::move(child)), stream_(std::move(stream)), signals_(std::move(signals)) {}
 
 std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& command) {
@@ -77,15 +91,25 @@ std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& co
     if (!child) {
       RefuseToStart(command.front(), errno);
     }
-    return child;
+    return Child::Of(std::move(child));
   });
 }
 
 std::optional<ChildStream> ChildStream::Start(const FilmCopy& copy, int progress) {
-  return StartWith([&](int output) { return StartCopy(copy, output, progress); });
+  UniqueFd film(open(copy.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!film.IsOpen()) {
+    return std::nullopt;
+  }
+  auto stream =
+      StartWith([&](int output) { return AskForCopy(copy, film.Get(), output, progress); });
+  if (stream) {
+    return stream;
+  }
+  // The pipe is another one: the first may have got bytes from a parent that answered too late.
+  return StartWith([&](int output) { return Child::Of(StartCopy(copy, film, output, progress)); });
 }
 
-std::optional<ChildStream> ChildStream::StartWith(const std::function<Process(int output)>& start) {
+std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
   const sigset_t stopping = StoppingSignals();
   sigprocmask(SIG_BLOCK, &stopping, nullptr);
   UniqueFd signals(signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -96,8 +120,8 @@ std::optional<ChildStream> ChildStream::StartWith(const std::function<Process(in
     return std::nullopt;
   }
   fcntl(stream.Get(), F_SETPIPE_SZ, kPipeSize);
-  Process child = start(output.Get());
-  if (!child) {
+  std::unique_ptr<Worker> child = start(output.Get());
+  if (child == nullptr) {
     return std::nullopt;
   }
   return ChildStream(std::move(child), std::move(stream), std::move(signals));
@@ -144,7 +168,7 @@ bool ChildStream::WaitToWrite(int output) {
 void ChildStream::WaitForChange(int changes) {
   std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
                                   {changes, POLLIN, 0},
-                                  {hasEnded_ ? -1 : child_.Descriptor().Get(), POLLIN, 0}}};
+                                  {hasEnded_ ? -1 : child_->Descriptor(), POLLIN, 0}}};
   if (poll(waits.data(), waits.size(), -1) < 0) {
     return;
   }
@@ -153,7 +177,8 @@ void ChildStream::WaitForChange(int changes) {
   }
   if (waits[2].revents != 0) {
     hasEnded_ = true;  // told once; the rest of its output can still be wanted
-    stopped_ |= child_.Wait() != 0;
+    exitCode_ = child_->Wait();
+    stopped_ |= exitCode_ != 0;
   }
 }
 
@@ -168,7 +193,7 @@ void ChildStream::TakeSignal() {
 
 void ChildStream::Stop(int signalNumber) {
   stopped_ = true;
-  child_.AskToEnd(signalNumber);
+  child_->End(signalNumber);
 }
 
 ssize_t ChildStream::Read(void* buffer, size_t size) {
@@ -180,7 +205,7 @@ ssize_t ChildStream::Read(void* buffer, size_t size) {
 }
 
 int ChildStream::ExitCode() {
-  const int status = child_.Wait();
+  const int status = hasEnded_ ? exitCode_ : child_->Wait();
   return status < 0 ? kExitFailure : status;
 }
 

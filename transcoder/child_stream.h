@@ -5,13 +5,14 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "transcoder/film_copy.h"
+#include "transcoder/worker.h"
 
 namespace orvo::transcoder {
 
@@ -26,7 +27,8 @@ class ChildStream {
   // SIGTERM only arrive through Wait().
   static std::optional<ChildStream> Start(const std::vector<std::string>& command);
 
-  // The same for a copy without FFmpeg, which reports its progress into `progress`.
+  // The same for a copy without FFmpeg, which reports its progress into `progress`. The service's
+  // parent of copies makes it, or else a child.
   static std::optional<ChildStream> Start(const FilmCopy& copy, int progress);
 
   struct Wake {
@@ -64,15 +66,18 @@ class ChildStream {
   void Close() { stream_.Reset(); }
 
  private:
-  ChildStream(Process child, UniqueFd stream, UniqueFd signals);
-  static std::optional<ChildStream> StartWith(const std::function<Process(int output)>& start);
+  using Starter = std::function<std::unique_ptr<Worker>(int output)>;
+
+  ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals);
+  static std::optional<ChildStream> StartWith(const Starter& start);
   void TakeSignal();
   void EndSilent(int ready);
 
-  Process child_;
+  std::unique_ptr<Worker> child_;
   UniqueFd stream_;
   UniqueFd signals_;
   bool hasEnded_ = false;
+  int exitCode_ = 0;  // once it has ended
   bool stopped_ = false;
   int silence_ = -1;
 };

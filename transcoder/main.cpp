@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/copies.h"
 #include "platform/log.h"
 #include "platform/process_launch.h"
 #include "transcoder/byte_run.h"
@@ -12,6 +13,7 @@
 #include "transcoder/cmaf_plan.h"
 #include "transcoder/cmaf_request.h"
 #include "transcoder/cmaf_run.h"
+#include "transcoder/copy_parent.h"
 #include "transcoder/encoder_inventory.h"
 #include "transcoder/engine_proof.h"
 #include "transcoder/engines.h"
@@ -192,7 +194,10 @@ int main(int argc, char* argv[]) {
     arguments.erase(arguments.begin());
   }
   PrepareProcess();
-  if (arguments.size() == 1 && arguments.front() == kProveOption) {
+  if (arguments == std::vector<std::string>{orvo::kCopiesOption}) {
+    return ServeCopies();
+  }
+  if (arguments == std::vector<std::string>{kProveOption}) {
     return Prove();
   }
   std::string error;

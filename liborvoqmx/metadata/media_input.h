@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "liborvoqmx/metadata/large_attachments.h"
 #include "liborvoqmx/metadata/media_libraries.h"
 #include "liborvoqmx/util/media_formats.h"
 #include "platform/media_file.h"
@@ -38,7 +39,7 @@ class MediaReader {
  public:
   // The file outlives this object.
   MediaReader(const MediaLibraries& media, const orvo::MediaFile& file)
-      : media_(media), file_(file) {
+      : media_(media), file_(file), attachments_(file) {
     constexpr int kSize = 32768;  // what FFmpeg uses for files
     auto* buffer = static_cast<unsigned char*>(media_.av_malloc(kSize));
     io_ = media_.avio_alloc_context(buffer, kSize, 0, this, Read, nullptr, Seek);
@@ -65,6 +66,7 @@ class MediaReader {
     if (count <= 0) {
       return count == 0 ? AVERROR_EOF : AVERROR(errno);
     }
+    reader->attachments_.Hide(reader->position_, buffer, static_cast<size_t>(count));
     reader->position_ += count;
     return static_cast<int>(count);
   }
@@ -85,6 +87,7 @@ class MediaReader {
 
   const MediaLibraries& media_;
   const orvo::MediaFile& file_;
+  LargeAttachments attachments_;
   AVIOContext* io_ = nullptr;
   int64_t position_ = 0;
 };

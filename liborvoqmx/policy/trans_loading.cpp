@@ -9,6 +9,7 @@
 #include "policy/platform_utils.h"
 #include "policy/registry_sweep.h"
 #include "util/json_utils.h"
+#include "util/state_reading.h"
 #include "util/system_files.h"
 
 namespace LibMirevo {
@@ -84,7 +85,12 @@ bool TransLoading::ReadAndCheckAlive() {
     return true;
   }
   Json::Value stored;
-  if (!ReadJsonFromFileWithoutLock(m_path, stored)) {
+  const auto reading = orvo::ReadStateJson(m_path, stored);
+  if (reading == orvo::JsonReading::kUnreadable) {
+    // Without the lock, nothing is admitted, and no empty register is written over the entries.
+    UnlockFile();
+  }
+  if (reading != orvo::JsonReading::kRead) {
     return false;
   }
   m_entries = LivingEntries(stored);

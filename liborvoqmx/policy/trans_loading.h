@@ -23,7 +23,7 @@ class ORVO_API TransLoading : public Lock {
   ~TransLoading() override;
 
   // Loads the file and keeps the entries of running processes. Returns false if the file cannot be
-  // read or is not JSON. An empty file is valid.
+  // read or is not JSON. An empty file is valid. Gives up the lock if the file cannot be read.
   bool ReadAndCheckAlive();
 
   // May one more transcode of this kind start now? If the platform supports the kind, the answer is

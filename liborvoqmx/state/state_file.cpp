@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "util/number.h"
@@ -19,6 +20,13 @@ StateFile::StateFile(std::string path) : path_(std::move(path)) {}
 
 std::string StateFile::Read() const {
   return ReadFile(path_);
+}
+
+std::optional<std::string> StateFile::TryRead() const {
+  errno = 0;  // of an empty file
+  std::string text = Read();
+  const bool isKnown = !text.empty() || errno == 0 || errno == ENOENT || errno == ENOTDIR;
+  return isKnown ? std::optional(std::move(text)) : std::nullopt;
 }
 
 std::optional<int64_t> StateFile::Number() const {

@@ -19,6 +19,9 @@ class ORVO_API StateFile {
 
   // The content; "" if the file is missing or empty.
   std::string Read() const;
+  // The same, but nothing if the file is there and cannot be read, for example for want of memory.
+  // Decisions that rely on the file being absent need to know the difference.
+  std::optional<std::string> TryRead() const;
   // The decimal number at the beginning of the content, or 0 for any other content. Returns nothing
   // if the file is missing or empty.
   std::optional<int64_t> Number() const;

@@ -70,30 +70,44 @@ bool StreamDirectory::RecordMonitor(pid_t pid) const {
   return MonitorPid().Write(pid);
 }
 
-std::optional<pid_t> StreamDirectory::Monitor() const {
-  const std::string text = MonitorPid().Read();
-  if (text.empty()) {
-    return std::nullopt;
+StreamDirectory::MonitorRecord StreamDirectory::ReadMonitor() const {
+  const auto text = MonitorPid().TryRead();
+  const auto recorded = File("monitor.start").TryRead();
+  if (!text || !recorded) {
+    return {std::nullopt, false};
   }
-  const pid_t pid = LeadingInt(text);
+  if (text->empty()) {
+    return {};
+  }
+  const pid_t pid = LeadingInt(*text);
   const auto start = orvo::StartOf(pid);
-  const std::string recorded = File("monitor.start").Read();
   const std::string number = std::to_string(pid) + ' ';
   // Other programs may record a pid alone.
   const bool isOther =
-      start && recorded.rfind(number, 0) == 0 && recorded != number + std::to_string(*start);
-  return isOther ? std::nullopt : std::optional(pid);
+      start && recorded->rfind(number, 0) == 0 && *recorded != number + std::to_string(*start);
+  return {isOther ? std::nullopt : std::optional(pid)};
 }
 
-orvo::Process StreamDirectory::OpenMonitor() const {
-  const pid_t pid = Monitor().value_or(-1);
+std::optional<pid_t> StreamDirectory::Monitor() const {
+  return ReadMonitor().pid;
+}
+
+std::optional<orvo::Process> StreamDirectory::OpenMonitor() const {
+  const MonitorRecord record = ReadMonitor();
+  if (!record.isReadable) {
+    return std::nullopt;
+  }
+  const pid_t pid = record.pid.value_or(-1);
   orvo::Process process = pid < 1 ? orvo::Process() : orvo::Process::Open(pid);
-  // Now that the process is held, its number cannot pass to another one.
-  return process && Monitor() == pid ? std::move(process) : orvo::Process();
+  // Now that the process is held, its number cannot pass to another one. Without its start, it may
+  // be another one already.
+  const bool isHeld = process && orvo::StartOf(pid) && Monitor() == pid;
+  return isHeld ? std::move(process) : orvo::Process();
 }
 
 bool StreamDirectory::IsMonitored() const {
-  return PlatProcAlive(Monitor().value_or(-1));
+  const MonitorRecord record = ReadMonitor();
+  return !record.isReadable || PlatProcAlive(record.pid.value_or(-1));
 }
 
 StreamLock StreamDirectory::LockMonitor() const {

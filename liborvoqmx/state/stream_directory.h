@@ -41,11 +41,15 @@ class ORVO_API StreamDirectory {
   // Records a process as the monitor, with its start in a second file: a number alone may belong to
   // another process later. Returns false if the pid cannot be written.
   bool RecordMonitor(pid_t pid) const;
-  // The recorded pid; nothing if there is none or if another process has this number now.
+  // The recorded pid; nothing if there is none, if another process has this number now, or if the
+  // record cannot be read.
   std::optional<pid_t> Monitor() const;
-  // The same as a process, which can be signalled safely. No process if it has ended.
-  orvo::Process OpenMonitor() const;
-  bool IsMonitored() const;  // the recorded monitor runs
+  // The same as a process, which can be signalled safely. No process if it has ended; nothing if
+  // the record cannot be read.
+  std::optional<orvo::Process> OpenMonitor() const;
+  // Does the recorded monitor run? Also true if the record cannot be read: a monitor may run then,
+  // and what it writes is not finished.
+  bool IsMonitored() const;
   // Waits for the lock that serialises all changes of the recorded monitor.
   StreamLock LockMonitor() const;
 
@@ -90,7 +94,13 @@ class ORVO_API StreamDirectory {
   std::string FragmentPath(const std::string& id) const;  // a fragment, or the folder of a rate
 
  private:
+  // What is recorded of the monitor.
+  struct MonitorRecord {
+    std::optional<pid_t> pid;  // as Monitor()
+    bool isReadable = true;
+  };
   StateFile File(const char* name) const;
+  MonitorRecord ReadMonitor() const;
 
   std::string streamId_;
   std::string path_;

@@ -29,10 +29,11 @@ class StreamLock {
   orvo::UniqueFd file_;  // closing it releases the lock
 };
 
-// Does any process hold that lock?
+// Does any process hold that lock? One may, if the file is there and cannot be opened now.
 inline bool IsStreamLocked(const std::string& path) {
   const orvo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return file.IsOpen() && flock(file.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  return file.IsOpen() ? flock(file.Get(), LOCK_SH | LOCK_NB) != 0
+                       : errno != ENOENT && errno != ENOTDIR;
 }
 
 }  // namespace LibOrvoQMX

@@ -46,4 +46,18 @@ TEST_F(KnownClients, AreStoredWithoutTheirAddresses) {
   }
 }
 
+// Root may read every file, so a link to itself stands for a file that cannot be opened.
+TEST_F(KnownClients, AreNotForgottenWhenTheyCannotBeRead) {
+  RememberClient("anna", "192.0.2.1");
+  std::string file;
+  for (const auto& entry : std::filesystem::directory_iterator(Path("/run/mirevo/known"))) {
+    file = entry.path().filename() == ".locks" ? file : entry.path().string();
+  }
+  std::filesystem::rename(file, file + ".away");
+  std::filesystem::create_symlink(file, file);
+  RememberClient("anna", "192.0.2.2");
+  EXPECT_FALSE(IsKnownClient("anna", "192.0.2.1"));
+  std::filesystem::rename(file + ".away", file);
+  EXPECT_TRUE(IsKnownClient("anna", "192.0.2.1"));
+}
 }  // namespace

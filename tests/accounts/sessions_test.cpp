@@ -207,4 +207,27 @@ TEST(Secrets, ADigestIsSha256) {
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
+// Root may read every file, so a link to itself stands for a file that cannot be opened.
+TEST_F(Sessions, OutliveAFailureToReadTheAccounts) {
+  const std::string id = Begin();
+  const std::string file = Path("/var/packages/Mirevo/etc/accounts");
+  std::filesystem::rename(file, file + ".away");
+  std::filesystem::create_symlink(file, file);
+  EXPECT_FALSE(UseSession(id, kNow));
+  std::filesystem::rename(file + ".away", file);
+  EXPECT_TRUE(UseSession(id, kNow));
+}
+
+TEST_F(Sessions, ThatCannotBeReadWhenAnotherBeginsStay) {
+  const std::string id = Begin();
+  const std::string file = Path(std::string(kFolder) + "/" + accounts::DigestOf(id));
+  const std::string away = Path("/away");
+  std::filesystem::rename(file, away);
+  std::filesystem::create_symlink(file, file);
+  Begin();
+  EXPECT_TRUE(std::filesystem::is_symlink(file));
+  std::filesystem::remove(file);
+  std::filesystem::rename(away, file);
+  EXPECT_TRUE(UseSession(id, kNow));
+}
 }  // namespace

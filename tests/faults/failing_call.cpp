@@ -1,9 +1,10 @@
 // A library to preload: lets one call of a program or of the processes below it fail.
 //
 // FAILING_CALL is "KIND NUMBER ERRNO": the call with this number, from 1, among all calls of the
-// kind fails with that error. FAILING_BELOW is a folder: of the calls that name or use a file, only
-// those count whose file is below it, or is a pipe. FAILING_COUNT is a file with one counter for
-// all processes. CLOCK_JUMP is a number of seconds by which the calendar clock has jumped.
+// kind fails with that error. For the number 0, the calls are counted only. FAILING_BELOW is a
+// folder: of the calls that name or use a file, only those count whose file is below it, or is a
+// pipe. FAILING_COUNT is a file with one counter for all processes. CLOCK_JUMP is a number of
+// seconds by which the calendar clock has jumped.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -54,7 +55,7 @@ bool ReadCall(const char* text, Plan& plan) {
   char* end = nullptr;
   plan.number = static_cast<unsigned>(strtoul(blank, &end, 10));
   plan.error = static_cast<int>(strtol(end, &end, 10));
-  return *end == '\0' && plan.number > 0 && plan.error > 0;
+  return *end == '\0' && plan.error >= 0;
 }
 
 Plan ReadPlan() {

@@ -14,11 +14,11 @@ const transcode = { profile: 'http_mp4_240p_vb300_ab96' };
 const film = (name) => path.join(media, name);
 const perAddress = 600; // more connections than one address may have
 const soon = 5000; // for an answer that takes a few milliseconds on an idle machine
-// Locks a whole file, as F_OFD_SETLK does, and says so.
-const lockAll = `
+// Locks the first bytes of a file, or all for 0, as F_OFD_SETLK does, and says so.
+const lockBytes = `
 import fcntl, struct, sys
 file = open(sys.argv[1], "r+")
-fcntl.fcntl(file, 37, struct.pack("hhqqi4x", fcntl.F_WRLCK, 0, 0, 0, 0))
+fcntl.fcntl(file, 37, struct.pack("hhqqi4x", fcntl.F_WRLCK, 0, 0, int(sys.argv[2]), 0))
 print("locked", flush=True)
 sys.stdin.read()
 `;
@@ -236,6 +236,30 @@ test('of 300 openings at once a few wait, and the others are refused at once', a
   await service.isQuiet();
 });
 
+test('a refusal waits for nothing, and starts no further process', async () => {
+  const parameters = { format: 'direct', path: film('h264_aac.mp4') };
+  await closeAll([await openFrom('127.0.7.1', parameters)], 'direct');
+  // Requests that do not come to an end hold the four places.
+  const holder = spawn('python3', ['-c', lockBytes, path.join(service.root, 'tmp/Mirevo/work/films'), '4'], { stdio: ['pipe', 'pipe', 'inherit'] });
+  await once(holder.stdout, 'data');
+  try {
+    const answers = [];
+    const asked = Array.from({ length: 100 }, (_, i) => openFrom(`127.0.7.${2 + i}`, parameters).then((answer) => answers.push(answer)));
+    // Twenty-eight wait for a place. Four more may have a process for a moment.
+    await eventually(() => (answers.length >= 68 ? true : undefined));
+    assert.ok(answers.every(({ status, headers }) => status === 503 && Number(headers['retry-after']) > 0));
+    assert.ok(answers.every(({ error }) => error.reason === 'Busy' && /[.]$/.test(error.message)));
+    assert.ok(answers.some(({ error }) => /requests of this kind/.test(error.message)), 'the web server refuses some itself');
+    assert.ok(service.requestProcesses().length <= 32);
+    holder.kill('SIGKILL');
+    await Promise.all(asked);
+    await closeAll(answers, 'direct');
+  } finally {
+    holder.kill('SIGKILL');
+  }
+  await service.isQuiet();
+});
+
 test('one client has a limited number of open streams, and forgotten ones give way', async () => {
   const client = '127.0.6.1';
   const parameters = { format: 'direct', path: film('h264_aac.mp4') };
@@ -270,7 +294,7 @@ test('a request that waits for a lock gives up in time', async () => {
   const ticket = path.join(service.root, 'tmp/Mirevo/tickets', stream.stream_id);
   assert.ok(fs.existsSync(ticket));
   // A request that was stopped while it held the ticket. The lock is the byte that the id names.
-  const holder = spawn('python3', ['-c', lockAll, path.join(service.root, 'tmp/Mirevo/tickets/.locks')], { stdio: ['pipe', 'pipe', 'inherit'] });
+  const holder = spawn('python3', ['-c', lockBytes, path.join(service.root, 'tmp/Mirevo/tickets/.locks'), '0'], { stdio: ['pipe', 'pipe', 'inherit'] });
   await once(holder.stdout, 'data');
   const start = performance.now();
   const { status, error } = await service.call('Streaming', 'close', { format: 'http', stream_id: stream.stream_id });

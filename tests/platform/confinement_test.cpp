@@ -133,6 +133,33 @@ TEST_F(ConfinedFiles, AProgramReadsTheFilmAndNotTheAccounts) {
   EXPECT_EQ(Run("/bin/cat", {"cat", Path("/accounts")}), 1);
 }
 
+// What `body` returns in a process that starts others and is confined itself.
+int InParent(const std::function<int()>& body) {
+  Process process = orvo::Fork([&] {
+    Confinement own(Job::kTranscoder, {});
+    const int error = own.EnterAsParent();
+    return error != 0 ? error : body();
+  });
+  return process ? process.Wait() : -1;
+}
+
+TEST_F(ConfinedFiles, AParentOfConfinedProcessesReachesNoMoreThanThey) {
+  EXPECT_EQ(InParent([&] { return OpenError(Path("/accounts"), O_RDONLY); }), EACCES);
+  EXPECT_EQ(InParent([] { return ErrorOf(socket(AF_UNIX, SOCK_STREAM, 0) >= 0); }), EPERM);
+  EXPECT_EQ(InParent([] {
+              const char* const arguments[] = {"true", nullptr};
+              return ErrorOf(execv("/bin/true", const_cast<char**>(arguments)) == 0);
+            }),
+            EPERM);
+}
+
+TEST_F(ConfinedFiles, AParentOfConfinedProcessesConfinesThem) {
+  EXPECT_EQ(InParent([] {
+              return In(Job::kTranscoder, {}, [] { return ErrorOf(fork() >= 0) == EPERM ? 0 : 1; });
+            }),
+            0);
+}
+
 TEST_F(ConfinedFiles, OnlyHarmlessDevicesAreOpen) {
   EXPECT_EQ(InProbe([] { return OpenError("/dev/null", O_RDWR); }), 0);
   EXPECT_EQ(InProbe([] { return OpenError("/dev/full", O_RDWR); }), EACCES);

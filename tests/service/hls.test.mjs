@@ -118,6 +118,17 @@ test('a presentation with copied video reads to its end', async () => {
   assert.ok(Math.abs(Math.max(...clock) - Math.min(...clock) - 60) < 0.2);
 });
 
+test('copies are made by a process of the service, and go on without it', async () => {
+  const parent = () => processesWith(service.root).find(({ command }) => command.includes(' --copies'));
+  const { pid } = await eventually(parent);
+  const stream = await open('long.mkv', { format: 'hls', profile: 'hls_remux' });
+  await (await segment(stream, 0)).arrayBuffer();
+  assert.notEqual(fs.readFileSync(`/proc/${pid}/task/${pid}/children`, 'utf8'), '');
+  process.kill(pid, 'SIGKILL');
+  await eventually(() => (parent() ? undefined : true));
+  assert.equal((await segment(stream, 25)).status, 200);
+});
+
 test('copied video is cut at its key frames once they are stored', async () => {
   const folder = fs.mkdtempSync(path.join(media, 'planned-'));
   try {

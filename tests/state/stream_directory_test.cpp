@@ -63,11 +63,31 @@ TEST_F(StreamFiles, ANumberThatBelongsToAnotherProcessNowNamesNoMonitor) {
   const StreamDirectory directory("HLS", kId);
   ASSERT_TRUE(directory.RecordMonitor(getpid()));
   EXPECT_EQ(directory.Monitor(), getpid());
-  EXPECT_EQ(directory.OpenMonitor().Pid(), getpid());
+  EXPECT_EQ(directory.OpenMonitor().value().Pid(), getpid());
   Write(File("monitor.start"), std::to_string(getpid()) + " 1");
   EXPECT_FALSE(directory.Monitor());
   EXPECT_FALSE(directory.IsMonitored());
-  EXPECT_FALSE(directory.OpenMonitor());
+  EXPECT_FALSE(directory.OpenMonitor().value());
+}
+
+// Root may read every file, so a link to itself stands for a file that cannot be opened.
+TEST_F(StreamFiles, AMonitorWhoseRecordCannotBeReadMayRun) {
+  const StreamDirectory directory("HLS", kId);
+  EXPECT_FALSE(directory.IsMonitored());
+  for (const char* name : {"monitor.pid", "monitor.start"}) {
+    ASSERT_EQ(symlink(name, Path(File(name)).c_str()), 0);
+    EXPECT_TRUE(directory.IsMonitored()) << name;
+    EXPECT_FALSE(directory.Monitor()) << name;
+    EXPECT_FALSE(directory.OpenMonitor()) << name;
+    unlink(Path(File(name)).c_str());
+  }
+}
+
+TEST_F(StreamFiles, ALockFileThatCannotBeOpenedMayBeLocked) {
+  const StreamDirectory directory("HLS", kId);
+  EXPECT_FALSE(directory.SeekTime().IsLocked());
+  ASSERT_EQ(symlink("seek_time", Path(File("seek_time")).c_str()), 0);
+  EXPECT_TRUE(directory.SeekTime().IsLocked());
 }
 
 TEST_F(StreamFiles, AreLockedWithTheModesOfTheirKind) {

@@ -32,6 +32,7 @@ def make_film(path):
 
 class Running:
     """A remux into a folder of its own."""
+    parent = None  # the process that has the copies as its children; None: each run has its own
 
     def __init__(self, test, film, number=0):
         self.folder = tempfile.mkdtemp(dir=test.folder)
@@ -77,7 +78,7 @@ class Running:
         return self.path(number).exists()
 
     def child(self):
-        pid = self.process.pid
+        pid = self.parent or self.process.pid
         return int(pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()[0])
 
     def contents(self):

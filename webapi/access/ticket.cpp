@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <string_view>
@@ -60,8 +61,9 @@ time_t ModifiedAt(const std::string& path) {
   return stat(path.c_str(), &status) == 0 ? status.st_mtime : 0;
 }
 
+// A file that cannot be looked at may be there.
 bool IsThere(const std::string& path) {
-  return access(path.c_str(), F_OK) == 0;
+  return access(path.c_str(), F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 bool IsHis(const Caller& caller, const Ticket& ticket) {

@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "contract/request_queues.h"
 #include "util/place.h"
 
 namespace webapi {
@@ -13,15 +14,20 @@ struct Work {
   orvo::Queue queue;
 };
 
+// `milliseconds`: how long a request may wait.
+constexpr orvo::Queue QueueOf(const orvo::RequestQueue& queue, int milliseconds) {
+  return {queue.places, queue.line, milliseconds};
+}
+
 // Pictures and cards for tiles: a page shows many, and two decoders leave a processor to players.
-inline constexpr Work kTileWork{"tiles", {2, 32, 15000}};
+inline constexpr Work kTileWork{"tiles", QueueOf(orvo::kTileQueue, 15000)};
 // Openings and descriptions of films: each may need a probe of 512 MB and 10 s. A viewer who has
 // waited longer than this tries again anyway.
-inline constexpr Work kFilmWork{"films", {4, 28, 5000}};
+inline constexpr Work kFilmWork{"films", QueueOf(orvo::kFilmQueue, 5000)};
 // Extractions and conversions of subtitles: each may read a whole film.
-inline constexpr Work kSubtitleWork{"subtitles", {2, 16, 60000}};
+inline constexpr Work kSubtitleWork{"subtitles", QueueOf(orvo::kSubtitleQueue, 60000)};
 // Checks of passwords: each needs 64 MB for a tenth of a second or more.
-inline constexpr Work kLoginWork{"logins", {4, 12, 5000}};
+inline constexpr Work kLoginWork{"logins", QueueOf(orvo::kLoginQueue, 5000)};
 
 // Takes a place for a piece of work, or waits for one. Returns nothing if the queue is full or the
 // wait was too long; the answer is kBusy then.

@@ -3,6 +3,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/io.h"
@@ -10,6 +11,7 @@
 #include "util/file_lock.h"
 #include "util/json_utils.h"
 #include "util/private_folder.h"
+#include "util/state_reading.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -42,27 +44,31 @@ class History {
   explicit History(const Request& request)
       : path_(orvo::SystemPath(kFolder) + "/" + FileNameOf(request.MadeBy().account)) {}
 
-  // A damaged file counts as absent.
-  Json::Value Load() const {
+  // A damaged file counts as absent. Nothing if it cannot be read now.
+  std::optional<Json::Value> TryLoad() const {
     Json::Value file;
     Json::Value entries(Json::arrayValue);
-    if (LibMirevo::ReadJsonFromFileWithoutLock(path_, file) && file.isArray()) {
-      for (const Json::Value& entry : file) {
-        if (IsEntry(entry)) {
-          entries.append(entry);
-        }
+    if (orvo::ReadStateJson(path_, file) == orvo::JsonReading::kUnreadable) {
+      return std::nullopt;
+    }
+    for (const Json::Value& entry : file.isArray() ? file : entries) {
+      if (IsEntry(entry)) {
+        entries.append(entry);
       }
     }
     return entries;
   }
+  Json::Value Load() const { return TryLoad().value_or(Json::Value(Json::arrayValue)); }
 
-  // Changes the entries with `change` and writes them. Returns false if they cannot be written.
+  // Changes the entries with `change` and writes them. Returns false if they cannot be read or
+  // written.
   bool Change(const std::function<Json::Value(const Json::Value& entries)>& change) const {
     if (!orvo::MakePrivateFolder(orvo::SystemPath(kFolder))) {
       return false;
     }
     const auto lock = orvo::FileLock::Wait(path_ + ".lock");
-    return lock.IsHeld() && orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(Load())), kMode);
+    const auto entries = lock.IsHeld() ? TryLoad() : std::nullopt;
+    return entries && orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(*entries)), kMode);
   }
 
  private:

@@ -6,6 +6,7 @@
 #include "platform/io.h"
 #include "util/md5.h"
 #include "util/qmxutils.h"
+#include "util/state_reading.h"
 #include "webapi/access/ticket.h"
 
 namespace webapi {
@@ -21,9 +22,8 @@ std::string ClientOf(const Request& request) {
 
 }  // namespace
 
-ClientStreams::ClientStreams(std::string path, orvo::FileLock lock)
+ClientStreams::ClientStreams(std::string path, const std::string& lines, orvo::FileLock lock)
     : path_(std::move(path)), lock_(std::move(lock)) {
-  const std::string lines = orvo::ReadOwnFile(path_, kLongestList).value_or("");
   for (const std::string& id : LibOrvoQMX::StringExplode(lines, "\n")) {
     if (Ticket::Exists(id)) {
       ids_.push_back(id);
@@ -34,9 +34,9 @@ ClientStreams::ClientStreams(std::string path, orvo::FileLock lock)
 std::optional<ClientStreams> ClientStreams::Hold(const Request& request) {
   const std::string name = ".of-" + LibMirevo::GetMD5(ClientOf(request));
   auto lock = Ticket::LockFolder(name);
-  return lock.IsHeld()
-             ? std::optional(ClientStreams(Ticket::FolderPath() + "/" + name, std::move(lock)))
-             : std::nullopt;
+  const std::string path = Ticket::FolderPath() + "/" + name;
+  const auto lines = lock.IsHeld() ? orvo::ReadIfThere(path, kLongestList) : std::nullopt;
+  return lines ? std::optional(ClientStreams(path, *lines, std::move(lock))) : std::nullopt;
 }
 
 void ClientStreams::Add(const std::string& streamId) {

@@ -27,7 +27,7 @@ class ClientStreams {
   void Add(const std::string& streamId);
 
  private:
-  ClientStreams(std::string path, orvo::FileLock lock);
+  ClientStreams(std::string path, const std::string& lines, orvo::FileLock lock);
 
   std::string path_;
   orvo::FileLock lock_;

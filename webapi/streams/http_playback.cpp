@@ -30,10 +30,10 @@ constexpr int kPatienceMilliseconds = 1000;
 // Ends the previous request's transcoder. The stream's directory stays.
 void StopTranscoder(const std::string& streamId) {
   const StreamDirectory directory(kKind, streamId);
-  const pid_t pid = directory.Monitor().value_or(-1);
-  if (pid > 0) {
-    LibOrvoQMX::KillProcess(pid);
-    LibMirevo::TransLoading().RemoveTransPIDLock(pid);
+  const auto transcoder = directory.OpenMonitor();
+  if (transcoder && *transcoder) {
+    transcoder->AskToEnd(SIGTERM);
+    LibMirevo::TransLoading().RemoveTransPIDLock(transcoder->Pid());
     directory.MonitorPid().Remove();
   }
 }
@@ -120,8 +120,8 @@ Answer PlayHttp(const Request& request, const Ticket& ticket) {
 
 void CloseHttp(const std::string& streamId) {
   HttpStream stream(streamId);
-  const auto transcoder =
-      orvo::Process::Open(StreamDirectory(kKind, streamId).Monitor().value_or(-1));
+  const orvo::Process transcoder =
+      StreamDirectory(kKind, streamId).OpenMonitor().value_or(orvo::Process());
   stream.Close();
   // A busy encoder finishes its picture before it handles a signal. On a slow machine this takes
   // long.

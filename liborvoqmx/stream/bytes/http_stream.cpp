@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <utility>
 
 #include "platform/io.h"
@@ -139,9 +140,9 @@ int HttpStream::Read(char* buffer, int length) {
 
 bool HttpStream::Close() {
   if (!m_streamId.empty()) {
-    if (const auto transcoder = Directory().Monitor(); transcoder) {
-      KillProcess(*transcoder);
-      TransLoading().RemoveTransPIDLock(*transcoder);
+    if (const auto transcoder = Directory().OpenMonitor(); transcoder) {
+      transcoder->AskToEnd(SIGTERM);
+      TransLoading().RemoveTransPIDLock(transcoder->Pid());
     }
     RemoveDirectory();
   }

@@ -134,8 +134,8 @@ void CloseCmafStream(const std::string& streamId) {
 std::vector<pid_t> CmafMonitors(const std::string& streamId) {
   std::vector<pid_t> monitors;
   for (const StreamDirectory& folder : Folders(streamId)) {
-    if (folder.IsMonitored()) {
-      monitors.push_back(*folder.Monitor());
+    if (const auto monitor = folder.Monitor(); PlatProcAlive(monitor.value_or(-1))) {
+      monitors.push_back(*monitor);
     }
   }
   return monitors;

@@ -118,7 +118,7 @@ bool HlsSegments::IsRestartLost() const {
 // last, because a restart writes it before it stops anything.
 bool HlsSegments::IsWhole(int number, const std::string& seen) const {
   return IsComplete(number) &&
-         (directory_.RequestSequence().Read() == seen || Has(number + 1) || IsPipelineOver());
+         (directory_.RequestSequence().TryRead() == seen || Has(number + 1) || IsPipelineOver());
 }
 
 AwaitedSegment HlsSegments::Await(int number, const std::string& own,

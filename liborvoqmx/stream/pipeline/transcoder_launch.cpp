@@ -90,13 +90,16 @@ bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait) {
   if (!lock.IsOpen()) {
     return false;
   }
-  const orvo::Process old = directory.OpenMonitor();
-  old.AskToEnd(SIGTERM);
+  const auto old = directory.OpenMonitor();
+  if (!old) {
+    return false;
+  }
+  old->AskToEnd(SIGTERM);
   if (pid > 0) {
     directory.RecordMonitor(pid);
   }
   if (wait) {
-    old.HasEndedWithin(kMonitorEndMilliseconds);
+    old->HasEndedWithin(kMonitorEndMilliseconds);
   }
   return true;
 }

@@ -36,7 +36,8 @@ bool BecomeTranscoder(const char* action, const std::vector<std::string>& comman
 
 // Ends the stream's monitor and records `pid` as the new one. A pid of 0 or less only ends the
 // monitor; the old number stays recorded. With `wait`, waits at most about 5 seconds until the old
-// monitor has ended. Returns false if the lock file cannot be opened.
+// monitor has ended. Returns false if the lock file cannot be opened, or the
+// record cannot be read.
 bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait);
 
 }  // namespace LibOrvoQMX

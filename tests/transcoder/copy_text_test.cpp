@@ -1,0 +1,75 @@
+#include "transcoder/copy_text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using orvo::transcoder::FilmCopy;
+using orvo::transcoder::ParseFilmCopy;
+using orvo::transcoder::SoundRecipe;
+using orvo::transcoder::TextOf;
+
+FilmCopy Whole() {
+  FilmCopy copy{
+      "/films/a \n\"b\".mkv", 103.28,
+      "h264_mp4toannexb",     {true, 0, false},
+      {true, 2, true},        SoundRecipe{"aac", "fast", 128000, 48000, "aresample=48000", -512}};
+  return copy;
+}
+
+TEST(CopyText, IsReadBackUnchanged) {
+  const auto read = ParseFilmCopy(TextOf(Whole()));
+  ASSERT_TRUE(read && read->recipe);
+  EXPECT_EQ(read->film, Whole().film);
+  EXPECT_EQ(read->seek, 103.28);
+  EXPECT_EQ(read->pictureFilters, "h264_mp4toannexb");
+  EXPECT_TRUE(read->pictures.isWanted && !read->pictures.isOptional);
+  EXPECT_EQ(read->sound.number, 2);
+  EXPECT_TRUE(read->sound.isOptional);
+  EXPECT_EQ(read->recipe->encoder, "aac");
+  EXPECT_EQ(read->recipe->coder, "fast");
+  EXPECT_EQ(read->recipe->bitRate, 128000);
+  EXPECT_EQ(read->recipe->rate, 48000);
+  EXPECT_EQ(read->recipe->filters, "aresample=48000");
+  EXPECT_EQ(read->recipe->first, -512);
+}
+
+TEST(CopyText, HasNoRecipeForCopiedSoundAndNoFirstSampleForSoundThatIsNotCounted) {
+  FilmCopy copy = Whole();
+  copy.recipe->first.reset();
+  const auto uncounted = ParseFilmCopy(TextOf(copy));
+  ASSERT_TRUE(uncounted && uncounted->recipe);
+  EXPECT_FALSE(uncounted->recipe->first);
+  copy.recipe.reset();
+  const auto copied = ParseFilmCopy(TextOf(copy));
+  ASSERT_TRUE(copied);
+  EXPECT_FALSE(copied->recipe);
+}
+
+TEST(CopyText, WithoutAnyOfItsBytesIsNoCopy) {
+  const std::string text = TextOf(Whole());
+  for (size_t length = 0; length < text.size(); ++length) {
+    EXPECT_FALSE(ParseFilmCopy(text.substr(0, length))) << length;
+  }
+  EXPECT_FALSE(ParseFilmCopy(text + "more"));
+}
+
+std::string Text(const std::vector<std::string>& values) {
+  std::string text;
+  for (const std::string& value : values) {
+    text.append(value).push_back('\0');
+  }
+  return text;
+}
+
+TEST(CopyText, WithAValueOfAnotherKindIsNoCopy) {
+  EXPECT_TRUE(ParseFilmCopy(Text({"a.mkv", "1", "", "1", "0", "0", "1", "0", "0", "0"})));
+  EXPECT_FALSE(ParseFilmCopy(Text({"a.mkv", "1s", "", "1", "0", "0", "1", "0", "0", "0"})));
+  EXPECT_FALSE(ParseFilmCopy(Text({"a.mkv", "1", "", "7", "0", "0", "1", "0", "0", "0"})));
+  EXPECT_FALSE(ParseFilmCopy(Text({"a.mkv", "1", "", "1", "", "0", "1", "0", "0", "0"})));
+}
+
+}  // namespace
