@@ -18,6 +18,8 @@
 #include "platform/process_launch.h"
 #include "transcoder/command_reach.h"
 #include "transcoder/copy_client.h"
+#include "transcoder/copy_text.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -96,17 +98,23 @@ std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& co
 }
 
 std::optional<ChildStream> ChildStream::Start(const FilmCopy& copy, int progress) {
-  UniqueFd film(open(copy.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  UniqueFd film = OpenFilm(copy.film);
   if (!film.IsOpen()) {
     return std::nullopt;
   }
-  auto stream =
-      StartWith([&](int output) { return AskForCopy(copy, film.Get(), output, progress); });
+  const std::string work = TextOf(copy);
+  auto stream = StartWith([&](int output) {
+    return AskForCopy(work, {film.Get(), output, progress});
+  });
   if (stream) {
     return stream;
   }
   // The pipe is another one: the first may have got bytes from a parent that answered too late.
   return StartWith([&](int output) { return Child::Of(StartCopy(copy, film, output, progress)); });
+}
+
+std::optional<ChildStream> ChildStream::StartByParent(const std::string& work, int film) {
+  return StartWith([&](int output) { return AskForCopy(work, {film, output}); });
 }
 
 std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
@@ -145,7 +153,7 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
 // Its end is the end of its output.
 void ChildStream::EndSilent(int ready) {
   if (ready == 0) {
-    child_.AskToEnd(SIGKILL);
+    child_->End(SIGKILL);
     silence_ = -1;
   }
 }

@@ -31,6 +31,10 @@ class ChildStream {
   // parent of copies makes it, or else a child.
   static std::optional<ChildStream> Start(const FilmCopy& copy, int progress);
 
+  // The same for other work of that parent, for which there is no child instead (copy_text.h).
+  // Nothing if it cannot be had.
+  static std::optional<ChildStream> StartByParent(const std::string& work, int film);
+
   struct Wake {
     bool hasOutput = false;  // Read() is due: there is output, or it has ended
     bool hasChange = false;  // `changes` is readable

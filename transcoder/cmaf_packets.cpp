@@ -1,6 +1,5 @@
 #include "transcoder/cmaf_packets.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,8 +30,8 @@ std::string OwnPath() {
 // Passes packets on as samples of a stream.
 class PacketStream {
  public:
-  PacketStream(const AvFunctions& av, const AVStream& stream)
-      : av_(av), stream_(stream), clock_{1, static_cast<int>(ClockOf(stream))} {
+  PacketStream(const AvFunctions& av, const AVStream& stream, int output)
+      : av_(av), stream_(stream), output_(output), clock_{1, static_cast<int>(ClockOf(stream))} {
     track_.isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
     track_.clock = static_cast<uint32_t>(clock_.den);
     track_.display.assign(kDisplayBytes, '\0');
@@ -84,10 +83,11 @@ class PacketStream {
     return bytes_.size() < (track_.isPicture ? kBatch / 4 : kBatch / 16) || Flush();
   }
 
-  bool Flush() { return WriteAll(STDOUT_FILENO, std::exchange(bytes_, "")); }
+  bool Flush() { return WriteAll(output_, std::exchange(bytes_, "")); }
 
   const AvFunctions& av_;
   const AVStream& stream_;
+  int output_;
   AVRational clock_;
   CmafTrack track_;
   std::optional<CmafSample> held_;
@@ -125,8 +125,7 @@ std::vector<std::string> CmafPacketsCommand(const CmafRequest& request) {
           "pipe:1"};
 }
 
-int WriteCmafPackets(const CmafRequest& request) {
-  UniqueFd film(open(request.film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+int WriteCmafPackets(const CmafRequest& request, UniqueFd film, int output) {
   const AvFunctions* const av = AvFunctions::Get();
   const auto packets =
       film.IsOpen() && av != nullptr ? FilmPackets::Open(std::move(film)) : nullptr;
@@ -135,7 +134,7 @@ int WriteCmafPackets(const CmafRequest& request) {
     return kExitFailure;
   }
   packets->Choose({request.track});
-  PacketStream stream(*av, packets->Track(request.track));
+  PacketStream stream(*av, packets->Track(request.track), output);
   for (auto packet = packets->Next(); packet; packet = packets->Next()) {
     if (!stream.Add(*packet)) {
       return kExitFailure;

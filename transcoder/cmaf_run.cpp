@@ -13,8 +13,10 @@
 #include "transcoder/cmaf_cutter.h"
 #include "transcoder/cmaf_files.h"
 #include "transcoder/cmaf_packets.h"
+#include "transcoder/copy_text.h"
 #include "transcoder/demand.h"
 #include "transcoder/fragment_reader.h"
+#include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -139,6 +141,13 @@ class Run : private CmafSink {
   bool hasFailed_ = false;
 };
 
+std::optional<ChildStream> StartPackets(const CmafRequest& request) {
+  const UniqueFd film = OpenFilm(request.film);
+  auto stream =
+      film.IsOpen() ? ChildStream::StartByParent(TextOf(request), film.Get()) : std::nullopt;
+  return stream ? std::move(stream) : ChildStream::Start(CmafPacketsCommand(request));
+}
+
 }  // namespace
 
 int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
@@ -153,8 +162,8 @@ int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
   placed.from = static_cast<double>(plan->Start(request.number)) / kPlanClock;
   // FFmpeg brings packets of transport and program streams into the form that MP4 needs.
   const bool readsPackets = request.IsCopy() && !request.isHeaderOnly && !surroundings.lacksIndex;
-  auto child = ChildStream::Start(readsPackets ? CmafPacketsCommand(placed)
-                                               : CmafCommand(request, *plan, surroundings));
+  auto child = readsPackets ? StartPackets(placed)
+                            : ChildStream::Start(CmafCommand(request, *plan, surroundings));
   return child ? Run(request, *plan, std::move(*child)).Finish() : kExitNotFound;
 }
 

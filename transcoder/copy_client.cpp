@@ -14,7 +14,6 @@
 #include "platform/plat.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/copy_parent.h"
-#include "transcoder/copy_text.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -53,9 +52,9 @@ class RemoteCopy : public Worker {
 
 }  // namespace
 
-std::unique_ptr<Worker> AskForCopy(const FilmCopy& copy, int film, int output, int progress) {
+std::unique_ptr<Worker> AskForCopy(const std::string& work, const std::vector<int>& files) {
   UniqueFd connection = ConnectLocally(SystemPath(kCopiesSocket));
-  if (!connection.IsOpen() || !SendLocally(connection, TextOf(copy), {film, output, progress})) {
+  if (!connection.IsOpen() || !SendLocally(connection, work, files)) {
     return nullptr;
   }
   auto worker = std::make_unique<RemoteCopy>(std::move(connection));

@@ -2,14 +2,16 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
-#include "transcoder/film_copy.h"
 #include "transcoder/worker.h"
 
 namespace orvo::transcoder {
 
-// Asks for a copy from the film into `output`. Null if this service has no such parent, or none
-// that answers at once; what came into `output` by then is worth nothing.
-std::unique_ptr<Worker> AskForCopy(const FilmCopy& copy, int film, int output, int progress);
+// Asks for this work (copy_text.h). `files`: the film, the output, and for a FilmCopy the file for
+// the progress. Null if this service has no such parent, or none that answers at once; what came
+// into the output by then is worth nothing.
+std::unique_ptr<Worker> AskForCopy(const std::string& work, const std::vector<int>& files);
 
 }  // namespace orvo::transcoder

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "contract/copies.h"
@@ -20,6 +21,7 @@
 #include "platform/process_launch.h"
 #include "transcoder/av_functions.h"
 #include "transcoder/child_stream.h"
+#include "transcoder/cmaf_packets.h"
 #include "transcoder/copy_text.h"
 #include "transcoder/sound_graph.h"
 
@@ -28,7 +30,34 @@ namespace {
 
 // A transcoder that finds no place makes its copy itself.
 constexpr size_t kMostClients = 64;
-constexpr size_t kFiles = 3;
+
+// What a client has asked for. The descriptors belong to the message.
+struct Task {
+  CopyWork work;
+  LocalMessage message;
+};
+
+std::optional<Task> ReceiveTask(const UniqueFd& connection) {
+  auto message = ReceiveLocally(connection);
+  auto work = message ? ParseCopyWork(message->text) : std::nullopt;
+  const size_t files = work && std::holds_alternative<FilmCopy>(*work) ? 3 : 2;
+  const bool isWhole = work && message->files.size() == files;
+  return isWhole ? std::optional(Task{*std::move(work), *std::move(message)}) : std::nullopt;
+}
+
+// Runs in the process of the copy. Returns its exit code.
+int Do(Task& task) {
+  auto& files = task.message.files;
+  std::vector<int> kept;
+  for (const UniqueFd& file : files) {
+    kept.push_back(file.Get());
+  }
+  CloseAllBut(kept);
+  const auto* const copy = std::get_if<FilmCopy>(&task.work);
+  return copy != nullptr ? CopyFilm(*copy, std::move(files[0]), files[1].Get(), files[2].Get())
+                         : WriteCmafPackets(std::get<CmafRequest>(task.work), std::move(files[0]),
+                                            files[1].Get());
+}
 
 // The confinement of every copy. It is prepared before this process loses sight of its settings.
 class CopyConfinement {
@@ -78,18 +107,8 @@ class Client {
   }
 
   bool Begin(const LaunchOptions& options) {
-    auto message = ReceiveLocally(connection_);
-    const auto copy = message ? ParseFilmCopy(message->text) : std::nullopt;
-    if (!copy || message->files.size() != kFiles) {
-      return false;
-    }
-    auto& files = message->files;
-    copy_ = Fork(
-        [&] {
-          CloseAllBut({files[0].Get(), files[1].Get(), files[2].Get()});
-          return CopyFilm(*copy, std::move(files[0]), files[1].Get(), files[2].Get());
-        },
-        options);
+    auto task = ReceiveTask(connection_);
+    copy_ = task ? Fork([&] { return Do(*task); }, options) : Process();
     if (copy_) {
       Tell(kCopyBegun);
     }

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace orvo::transcoder {
 namespace {
@@ -88,10 +89,7 @@ void Visit(Visitor&& visit, Copy& copy, bool& encodes) {
   visit(encodes);
 }
 
-}  // namespace
-
-std::string TextOf(const FilmCopy& copy) {
-  Writer writer;
+void Put(Writer& writer, const FilmCopy& copy) {
   const auto put = [&](const auto& value) { writer.Put(value); };
   bool encodes = copy.recipe.has_value();
   Visit(put, copy, encodes);
@@ -100,11 +98,9 @@ std::string TextOf(const FilmCopy& copy) {
     long first = copy.recipe->first.value_or(0);
     VisitRecipe(put, *copy.recipe, counts, first);
   }
-  return writer.Take();
 }
 
-std::optional<FilmCopy> ParseFilmCopy(const std::string& text) {
-  Reader reader(text);
+FilmCopy TakeFilmCopy(Reader& reader) {
   const auto take = [&](auto& value) { reader.Take(value); };
   FilmCopy copy;
   bool encodes = false;
@@ -115,7 +111,42 @@ std::optional<FilmCopy> ParseFilmCopy(const std::string& text) {
     VisitRecipe(take, copy.recipe.emplace(), counts, first);
     copy.recipe->first = counts ? std::optional(first) : std::nullopt;
   }
-  return reader.IsDone() ? std::optional(std::move(copy)) : std::nullopt;
+  return copy;
+}
+
+void Put(Writer& writer, const CmafRequest& packets) {
+  writer.Put(packets.track);
+  writer.Put(packets.from);
+}
+
+CmafRequest TakePackets(Reader& reader) {
+  CmafRequest packets;
+  packets.treatment = Treatment::kPackets;
+  reader.Take(packets.track);
+  reader.Take(packets.from);
+  return packets;
+}
+
+}  // namespace
+
+std::string TextOf(const CopyWork& work) {
+  Writer writer;
+  writer.Put(static_cast<int>(work.index()));
+  std::visit([&](const auto& kind) { Put(writer, kind); }, work);
+  return writer.Take();
+}
+
+std::optional<CopyWork> ParseCopyWork(const std::string& text) {
+  Reader reader(text);
+  int kind = 0;
+  reader.Take(kind);
+  CopyWork work;
+  if (kind == 0) {
+    work = TakeFilmCopy(reader);
+  } else {
+    work = TakePackets(reader);
+  }
+  return kind >= 0 && kind <= 1 && reader.IsDone() ? std::optional(std::move(work)) : std::nullopt;
 }
 
 }  // namespace orvo::transcoder

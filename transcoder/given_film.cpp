@@ -70,4 +70,8 @@ void GivenFilm::NameDemuxer(Translation& translation) const {
   }
 }
 
+UniqueFd OpenFilm(const std::string& film) {
+  return UniqueFd(open(film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+}
+
 }  // namespace orvo::transcoder

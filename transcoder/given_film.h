@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/unique_fd.h"
 #include "transcoder/translation.h"
 
 namespace orvo::transcoder {
@@ -23,5 +24,8 @@ struct GivenFilm {
   // name only, and an address has none.
   void NameDemuxer(Translation& translation) const;
 };
+
+// Opens a film for this program's own reading, by name or address. Never waits for a pipe.
+UniqueFd OpenFilm(const std::string& film);
 
 }  // namespace orvo::transcoder

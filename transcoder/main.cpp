@@ -178,7 +178,7 @@ int MakeRendition(const std::vector<std::string>& arguments) {
     return WriteCmafPlan(*request);
   }
   if (request->treatment == Treatment::kPackets) {
-    return WriteCmafPackets(*request);
+    return WriteCmafPackets(*request, OpenFilm(request->film), STDOUT_FILENO);
   }
   const bool encodes = request->treatment == Treatment::kH264;
   return RunCmaf(*request, {kExecutable, encodes ? ToneMappingOf(request->film) : "",

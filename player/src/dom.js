@@ -26,6 +26,10 @@ const SVG = 'http://www.w3.org/2000/svg';
 const OUTLINES = {
   play: 'M7 4v16l13-8z',
   pause: 'M6 4h4v16H6zM14 4h4v16h-4z',
+  previous: 'M6 5v14M19 5 9 12l10 7z',
+  next: 'M18 5v14M5 5l10 7-10 7z',
+  repeat: 'M4 12V9a3 3 0 0 1 3-3h11l-3-3M20 12v3a3 3 0 0 1-3 3H6l3 3',
+  camera: 'M4 7h4l2-2h4l2 2h4v12H4zM12 16a3 3 0 1 0 0-6 3 3 0 0 0 0 6z',
   back: 'M11 5 4 12l7 7v-5h9v-4h-9z',
   sound: 'M4 9v6h4l5 5V4L8 9zM16 8a5 5 0 0 1 0 8M18 5a9 9 0 0 1 0 14',
   silent: 'M4 9v6h4l5 5V4L8 9zM16 9l6 6M22 9l-6 6',

@@ -39,6 +39,7 @@ async function go() {
   clearTimeout(typing);
   leaving.abort();
   leaving = new AbortController();
+  document.querySelectorAll('dialog:not(#login)').forEach((dialog) => dialog.close());
   const { signal } = leaving;
   const address = parseAddress(window.location.hash || '#/');
   say('');

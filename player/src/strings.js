@@ -40,6 +40,37 @@ export const GERMAN = {
   'Films and folders named “{words}”': 'Filme und Ordner mit dem Namen „{words}“',
   '{found}. There may be more; type more letters.': '{found}. Vielleicht gibt es mehr; geben Sie mehr Buchstaben ein.',
 
+  'Play all': 'Alle abspielen',
+  Queue: 'Warteschlange',
+  'Add to the queue': 'In die Warteschlange',
+  'In the queue': 'In der Warteschlange',
+  'Play the queue': 'Warteschlange abspielen',
+  'Clear the queue': 'Warteschlange leeren',
+
+  // A film
+  Play: 'Abspielen',
+  'Resume at {time}': 'Weiter bei {time}',
+  'Play from the beginning': 'Von Anfang an abspielen',
+  'Play elsewhere': 'Anderswo abspielen',
+  'Mark as watched': 'Als gesehen markieren',
+  'Mark as not watched': 'Als nicht gesehen markieren',
+  Download: 'Herunterladen',
+  'Opening the film …': 'Der Film wird geöffnet …',
+  'The browser saves the film.': 'Der Browser speichert den Film.',
+  'The original file has the film’s own quality. A converted film plays on more devices, and the server makes it while it is saved.':
+    'Die Originaldatei hat die Qualität des Films. Ein umgewandelter Film läuft auf mehr Geräten; der Server macht ihn, während er gespeichert wird.',
+  'Original file ({size})': 'Originaldatei ({size})',
+  'Converted (MP4)': 'Umgewandelt (MP4)',
+
+  // The player
+  'Previous film': 'Voriger Film',
+  'Next film': 'Nächster Film',
+  'Next: {name}': 'Als Nächstes: {name}',
+  'It begins in {count} s.': 'Er beginnt in {count} s.',
+  'Play now': 'Jetzt abspielen',
+  'Repeat the film': 'Film wiederholen',
+  'Save this picture': 'Dieses Bild speichern',
+
   // The server
   playing: 'läuft',
   '{count} s idle': 'seit {count} s ohne Anfrage',

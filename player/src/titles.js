@@ -9,6 +9,8 @@ const NUMBERED = [
   new RegExp(`^(.*?)${GAP}\\b(\\d{1,2})x(\\d{2,3})(?=$|[\\s._\\])-])${GAP}(.*)$`, 'i'),
 ];
 const SEASON_FOLDER = /^(?:season|series|staffel|saison|s)[\s._-]*(\d{1,2})$/i;
+export const isSeasonFolder = (name) => SEASON_FOLDER.test(name);
+
 const LEADING_NUMBER = /^(?:e|ep|episode|folge)?[\s._-]*(\d{1,3})(?:[\s._-]+(.*))?$/i;
 const LINES = /[\s._[(-](?:4320|2160|1440|1080|720|576|480)[pi](?=$|[\s._\])-])/i;
 // Words with which people describe a copy of a film. What follows them is not part of its title.

@@ -7,10 +7,18 @@
 
 namespace {
 
+using orvo::transcoder::CmafRequest;
 using orvo::transcoder::FilmCopy;
-using orvo::transcoder::ParseFilmCopy;
+using orvo::transcoder::ParseCopyWork;
 using orvo::transcoder::SoundRecipe;
 using orvo::transcoder::TextOf;
+using orvo::transcoder::Treatment;
+
+std::optional<FilmCopy> ParseFilmCopy(const std::string& text) {
+  const auto work = ParseCopyWork(text);
+  const auto* const copy = work ? std::get_if<FilmCopy>(&*work) : nullptr;
+  return copy != nullptr ? std::optional(*copy) : std::nullopt;
+}
 
 FilmCopy Whole() {
   FilmCopy copy{
@@ -66,10 +74,25 @@ std::string Text(const std::vector<std::string>& values) {
 }
 
 TEST(CopyText, WithAValueOfAnotherKindIsNoCopy) {
-  EXPECT_TRUE(ParseFilmCopy(Text({"a.mkv", "1", "", "1", "0", "0", "1", "0", "0", "0"})));
-  EXPECT_FALSE(ParseFilmCopy(Text({"a.mkv", "1s", "", "1", "0", "0", "1", "0", "0", "0"})));
-  EXPECT_FALSE(ParseFilmCopy(Text({"a.mkv", "1", "", "7", "0", "0", "1", "0", "0", "0"})));
-  EXPECT_FALSE(ParseFilmCopy(Text({"a.mkv", "1", "", "1", "", "0", "1", "0", "0", "0"})));
+  EXPECT_TRUE(ParseFilmCopy(Text({"0", "a.mkv", "1", "", "1", "0", "0", "1", "0", "0", "0"})));
+  EXPECT_FALSE(ParseFilmCopy(Text({"0", "a.mkv", "1s", "", "1", "0", "0", "1", "0", "0", "0"})));
+  EXPECT_FALSE(ParseFilmCopy(Text({"0", "a.mkv", "1", "", "7", "0", "0", "1", "0", "0", "0"})));
+  EXPECT_FALSE(ParseFilmCopy(Text({"0", "a.mkv", "1", "", "1", "", "0", "1", "0", "0", "0"})));
+}
+
+TEST(CopyText, NamesTheTrackAndThePlaceOfPackets) {
+  CmafRequest packets;
+  packets.track = 2;
+  packets.from = 61.44;
+  const auto work = ParseCopyWork(TextOf(packets));
+  const auto* const read = work ? std::get_if<CmafRequest>(&*work) : nullptr;
+  ASSERT_NE(read, nullptr);
+  EXPECT_EQ(read->treatment, Treatment::kPackets);
+  EXPECT_EQ(read->track, 2);
+  EXPECT_EQ(read->from, 61.44);
+  EXPECT_FALSE(ParseCopyWork(Text({"1", "2"})));
+  EXPECT_FALSE(ParseCopyWork(Text({"2", "2", "61.44"})));
+  EXPECT_FALSE(ParseCopyWork(Text({"-1", "2", "61.44"})));
 }
 
 }  // namespace

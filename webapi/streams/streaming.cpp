@@ -384,11 +384,13 @@ bool MakeRoom(const ClientStreams& own) {
 // A client that says where it will begin waits for less. The work starts before the answer: a
 // request for the first piece would otherwise start it, too, and one of the two would stop the
 // other. Without room for a transcoder the player's first request says so. A request in a crowd has
-// a low priority, which the transcoder would keep; the first request for a piece starts it then.
+// a lower priority than the web server, which the transcoder would keep; the first request for a
+// piece starts it then.
 void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
   Answer ignored = Answer::Failure(kInternal);
   const auto start = StartSecond(request, ticket.Duration(), ignored);
-  const bool isInCrowd = getpriority(PRIO_PROCESS, 0) > 0;
+  const bool isInCrowd =
+      getpriority(PRIO_PROCESS, 0) > getpriority(PRIO_PROCESS, static_cast<id_t>(getppid()));
   if (request.Has("start") && start && kind.startAhead != nullptr && !isInCrowd) {
     kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1));
   }

@@ -2,14 +2,17 @@
 import { addressOf, get } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, codecText, frameRateText, languageText, nameOf, rangeText, rateText, sizeText } from '../format.js';
-import { resumePoint } from '../history.js';
+import { forget, markWatched, marks } from '../history.js';
+import { t } from '../language.js';
 import { filmInfo } from '../playback/client.js';
 import { abilitiesOf, KINDS, kindsFor, plan, playsAs } from '../playback/kinds.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
 import { lineFor } from './names.js';
-import { playAddress } from './page.js';
+import { openDownload } from './download.js';
+import { attempt, playAddress } from './page.js';
 import { choiceOf } from './preferences.js';
+import { queueButton } from './queue_view.js';
 
 const POSTER_WIDTH = 640;
 
@@ -87,11 +90,38 @@ function details(info, kinds) {
 
 function startButtons(entry, second, info) {
   const from = (where, text, isMain) => element('a', { href: playAddress(entry, where), class: isMain ? 'button main' : 'button' }, text);
+  const start = second > 0 ? [from(second, t('Resume at {time}', { time: clockText(second) }), true), from(0, t('Play from the beginning'))] : [from(0, t('Play'), true)];
+  return [...start, element('button', { type: 'button', on: { click: () => openElsewhere(entry, info) } }, t('Play elsewhere'))];
+}
+
+// Marks the film as watched to its end, or as not watched.
+function markButton(entry, isWatched, duration) {
+  let watched = isWatched;
+  const button = element('button', { type: 'button', 'aria-pressed': watched });
+  const show = () => {
+    button.textContent = watched ? t('Mark as not watched') : t('Mark as watched');
+    button.setAttribute('aria-pressed', watched);
+  };
+  button.addEventListener('click', () =>
+    attempt(async () => {
+      await (watched ? forget(entry.encoded_path) : markWatched(entry.encoded_path, duration));
+      watched = !watched;
+      show();
+    }),
+  );
+  show();
+  return button;
+}
+
+function actions(entry, mark, info, canPlay) {
+  const second = mark && !mark.finished ? mark.position : 0;
   return element(
     'p',
     { class: 'actions' },
-    second > 0 ? [from(second, `Resume at ${clockText(second)}`, true), from(0, 'Play from the beginning')] : from(0, 'Play', true),
-    element('button', { type: 'button', on: { click: () => openElsewhere(entry, info) } }, 'Play elsewhere'),
+    canPlay ? startButtons(entry, second, info) : null,
+    canPlay ? queueButton(entry) : null,
+    markButton(entry, Boolean(mark?.finished), info.metadata.duration),
+    element('button', { type: 'button', on: { click: () => openDownload(entry, info) } }, t('Download')),
   );
 }
 
@@ -104,10 +134,10 @@ function poster(entry) {
 export async function filmView({ path }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
   const name = lineFor(entry);
-  const [roots, info, second] = await Promise.all([
+  const [roots, info, seen] = await Promise.all([
     get('Library', 'list', {}, '', { signal }),
     filmInfo(path, { signal }),
-    resumePoint(path),
+    marks(),
   ]);
   const kinds = kindsFor(info, abilitiesOf(document.createElement('video')));
   const { duration, filesize } = info.metadata;
@@ -119,7 +149,7 @@ export async function filmView({ path }, signal) {
       element('h1', { title: entry.name }, name),
       poster(entry),
       element('p', {}, list(clockText(duration), filesize && sizeText(Number(filesize)))),
-      kinds.length > 0 ? startButtons(entry, second, info) : null,
+      actions(entry, seen.get(path), info, kinds.length > 0),
       element('p', {}, summary(info, kinds)),
       details(info, kinds),
     ],

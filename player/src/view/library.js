@@ -6,6 +6,7 @@ import { forget, marks, watched } from '../history.js';
 import { counted, t } from '../language.js';
 import { listFolder, listing, tiles } from './listing.js';
 import { attempt, folderAddress } from './page.js';
+import { queueRow } from './queue_view.js';
 import { begunTile, filmTile, folderTile, observer } from './tiles.js';
 import { optionsOf, tools } from './tools.js';
 
@@ -80,7 +81,7 @@ export async function homeView({ parameters }, signal) {
   const only = roots.files.length === 0 && roots.folders.length === 1;
   const path = only ? roots.folders[0].encoded_path : '';
   const [begun, nodes] = await Promise.all([begunRow(sight), folderNodes(path, parameters, { signal, sight, otherwise: t(NO_LIBRARY) })]);
-  return { title: t('Library'), nodes: [element('h1', {}, t('Library')), begun, begun && element('h2', {}, t('Films')), ...nodes] };
+  return { title: t('Library'), nodes: [element('h1', {}, t('Library')), queueRow(sight), begun, begun && element('h2', {}, t('Films')), ...nodes] };
 }
 
 export async function folderView({ path, parameters }, signal) {

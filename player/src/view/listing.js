@@ -3,14 +3,13 @@ import { get } from '../api.js';
 import { element } from '../dom.js';
 import { nameOf } from '../format.js';
 import { t } from '../language.js';
-import { titleOfEntry } from '../titles.js';
+import { isSeasonFolder, titleOfEntry } from '../titles.js';
 import { seasonText } from './names.js';
 import { attempt } from './page.js';
 import { filmTile, folderTile } from './tiles.js';
 
 const FIRST = 60; // more than a screen shows
 const PART = 200;
-const SEASON_NAME = /^(?:season|series|staffel|saison|s)[\s._-]*\d{1,2}$/i;
 
 export const listFolder = (path, options, offset, signal) =>
   get('Library', 'list', { ...options, offset, limit: offset === 0 ? FIRST : PART }, path, { signal });
@@ -72,7 +71,7 @@ export function listing(path, options, first, { sight, marks, signal, otherwise 
   }
   const list = tiles([], t('Films and folders'));
   const isByName = !options.sort || options.sort === 'name';
-  const filler = new Filler(list, sight, marks, isByName && !SEASON_NAME.test(nameOf(path ?? '')));
+  const filler = new Filler(list, sight, marks, isByName && !isSeasonFolder(nameOf(path ?? '')));
   filler.add(first);
   return [list, loadOnSight(list, path, options, first, filler, signal)];
 }

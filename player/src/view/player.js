@@ -1,8 +1,9 @@
 // The player: the picture, its controls and the messages over it.
 import { addressOf } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
-import { clockText, nameOf, spokenTime } from '../format.js';
+import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
+import { t } from '../language.js';
 import { filmInfo } from '../playback/client.js';
 import { engineFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
@@ -10,11 +11,16 @@ import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { audioText, subtitleText } from './film.js';
+import { savePicture, stepFrame } from './frames.js';
+import { listenToGestures } from './gestures.js';
 import { handleKey, showHelp } from './keyboard.js';
+import { MediaKeys } from './media_keys.js';
+import { lineFor } from './names.js';
 import { addressAt, attempt, filmAddress, say } from './page.js';
 import { choiceOf, preferences, remember } from './preferences.js';
 import { Statistics } from './statistics.js';
 import { Thumbnails } from './thumbnails.js';
+import { UpNext } from './up_next.js';
 
 const COVER_WIDTH = 640;
 const IDLE_MILLISECONDS = 3000;
@@ -38,6 +44,8 @@ export class PlayerView {
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();
+    this.upNext = new UpNext(this);
+    this.mediaKeys = new MediaKeys(this, this.upNext);
     this.makeControls();
     this.makeSettings();
     this.makeOverlay();
@@ -64,13 +72,16 @@ export class PlayerView {
       element(
         'div',
         { class: 'bar' },
+        this.upNext.previousButton,
         this.playButton,
+        this.upNext.nextButton,
         this.muteButton,
         this.volume,
         this.clock,
         element('span', { class: 'gap' }),
         this.captionsButton,
         this.settingsButton,
+        signButton('camera', t('Save this picture'), () => this.savePicture(), { class: 'sign minor' }),
         signButton('figures', 'Statistics', () => this.figures(), { class: 'sign minor' }),
         signButton('elsewhere', 'Play elsewhere', () => this.elsewhere()),
         signButton('help', 'Keyboard shortcuts', () => showHelp(), { class: 'sign minor' }),
@@ -87,6 +98,7 @@ export class PlayerView {
     this.subtitle = select('subtitle', (value) => this.chooseSubtitle(value));
     this.kind = select('kind', (value) => this.playback.change({ kind: value, profile: '' }));
     this.speed = select('speed', (value) => this.playback.setSpeed(Number(value)));
+    this.repeat = element('input', { id: 'repeat', type: 'checkbox' });
     this.cueSize = select('cue-size', (value) => this.prefer('cueSize', value));
     this.cueLook = select('cue-look', (value) => this.prefer('cueLook', value));
     fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? 'Normal' : `${speed} ×` })), '1');
@@ -97,6 +109,7 @@ export class PlayerView {
       labelled('Audio track', this.audio),
       labelled('Subtitles', this.subtitle),
       labelled('Speed', this.speed),
+      labelled(t('Repeat the film'), this.repeat),
       labelled('Playback method', this.kind),
       labelled('Subtitle size', this.cueSize),
       labelled('Subtitle style', this.cueLook),
@@ -119,18 +132,18 @@ export class PlayerView {
     const top = element('div', { class: 'top' }, this.back, this.title);
     this.stage = element('div', { class: 'stage' });
     this.section.prepend(this.stage);
-    this.stage.append(this.video, this.overlay, top, this.statistics.panel, this.panel, this.controls);
+    this.stage.append(this.video, this.overlay, top, this.statistics.panel, this.panel, this.upNext.panel, this.controls);
     this.section.append(this.why);
   }
 
   listen() {
     const { video, playback, position } = this;
     playback.addEventListener('change', () => this.refresh());
-    playback.addEventListener('ended', () => this.refresh());
+    playback.addEventListener('ended', () => this.atEnd());
     video.addEventListener('timeupdate', () => this.showClock());
     video.addEventListener('progress', () => this.showClock());
     video.addEventListener('volumechange', () => this.showVolume());
-    video.addEventListener('click', (event) => this.touch(event));
+    listenToGestures(this);
     position.addEventListener('change', () => this.seek(Number(position.value)));
     position.addEventListener('input', () => this.showPreview(Number(position.value)));
     position.addEventListener('pointermove', (event) => this.showPreview(this.secondAt(event)));
@@ -179,7 +192,7 @@ export class PlayerView {
   // playback method, '' for the default.
   async open(entry, second, kind, signal) {
     this.section.hidden = false;
-    this.title.textContent = entry.name;
+    this.title.textContent = lineFor(entry);
     this.back.href = filmAddress(entry);
     this.why.textContent = '';
     const info = await filmInfo(entry.encoded_path, { signal });
@@ -193,7 +206,8 @@ export class PlayerView {
     this.thumbnails.forFilm(entry.encoded_path);
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
-    this.announce(entry);
+    this.mediaKeys.announce(entry);
+    this.upNext.prepare(entry, info, signal);
     this.showCover(entry, info);
     await this.playback.play({ entry, info }, choice, start);
   }
@@ -203,26 +217,22 @@ export class PlayerView {
     this.video.poster = isMusic(info) ? addressOf('Library', 'poster', { width: COVER_WIDTH }, path) : '';
   }
 
-  // Tells the device what plays, for its media keys and its lock screen.
-  announce(entry) {
-    const keys = navigator.mediaSession;
-    if (!keys) {
-      return;
-    }
-    keys.metadata = new MediaMetadata({ title: nameOf(entry.encoded_path) });
-    keys.setActionHandler('seekbackward', () => this.skip(-10));
-    keys.setActionHandler('seekforward', () => this.skip(10));
-  }
-
   close() {
     const saved = this.keeper.save();
-    this.section.hidden = true;
-    if (document.fullscreenElement) {
-      document.exitFullscreen();
+    if (!this.upNext.takeGoing()) {
+      this.section.hidden = true;
+      this.leaveFullScreen();
     }
+    this.upNext.cancel();
     this.thumbnails.forFilm(null);
     this.closing = Promise.all([saved, this.playback.stop()]);
     return this.closing;
+  }
+
+  leaveFullScreen() {
+    if (document.fullscreenElement) {
+      document.exitFullscreen();
+    }
   }
 
   fillTracks(info, choice) {
@@ -244,6 +254,18 @@ export class PlayerView {
     fill(this.quality, [automatic, ...others], isChosen ? `${kind} ${choice.profile}` : automatic.value);
     const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: KINDS[way] }));
     fill(this.kind, [{ value: '', text: 'Automatic' }, ...ways], choice.kind);
+  }
+
+  atEnd() {
+    this.refresh();
+    if (this.isRepeating()) {
+      this.seek(0);
+      this.playback.start();
+    }
+  }
+
+  isRepeating() {
+    return this.repeat.checked;
   }
 
   refresh() {
@@ -426,6 +448,18 @@ export class PlayerView {
 
   inset() {
     return attempt(() => (document.pictureInPictureElement ? document.exitPictureInPicture() : this.video.requestPictureInPicture()));
+  }
+
+  stepFrame(direction) {
+    stepFrame(this, direction);
+  }
+
+  savePicture() {
+    savePicture(this);
+  }
+
+  toggleRepeat() {
+    this.repeat.checked = !this.repeat.checked;
   }
 
   // `value`: the method and the key of a profile.

@@ -1,7 +1,10 @@
 // The row of tools over a folder: order, and which films are shown. The address keeps the choice; the browser
 // remembers the order.
 import { element } from '../dom.js';
+import { marks } from '../history.js';
 import { t } from '../language.js';
+import { allFilmsOf, setQueue } from '../queue.js';
+import { attempt, playAddress } from './page.js';
 import { preferences, remember } from './preferences.js';
 
 const SORTS = { name: 'Name', added: 'Recently added', length: 'Length' };
@@ -24,6 +27,14 @@ function select(label, names, chosen, change) {
   return element('label', {}, `${t(label)} `, element('select', { on: { change: ({ target }) => change(target.value) } }, options));
 }
 
+// Plays all films of a folder one after the other, beginning with the first one that is not watched.
+async function playFolder(path) {
+  const [films, seen] = await Promise.all([allFilmsOf(path), marks()]);
+  const first = films.find((film) => !seen.get(film.encoded_path)?.finished) ?? films[0];
+  setQueue(films.map((film) => film.encoded_path));
+  window.location.assign(playAddress(first, seen.get(first.encoded_path)?.finished ? 0 : (seen.get(first.encoded_path)?.position ?? 0)));
+}
+
 // Nothing for a folder with little in it.
 export function tools(path, options, { folders = [], files = [] }) {
   if (!path || (folders.length + files.length < 2 && !options.show)) {
@@ -37,5 +48,6 @@ export function tools(path, options, { folders = [], files = [] }) {
       choose({ ...options, sort });
     }),
     select('Show', SHOWN, options.show, (show) => choose({ ...options, show })),
+    files.length > 0 && element('button', { type: 'button', on: { click: () => attempt(() => playFolder(path)) } }, t('Play all')),
   );
 }
