@@ -9,9 +9,9 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
-#include <string_view>
 
 #include "platform/log.h"
+#include "util/base64_url.h"
 #include "util/lazy_library.h"
 
 namespace accounts {
@@ -58,22 +58,6 @@ class Sodium {
   bool loaded_ = false;
 };
 
-// Encodes without padding.
-std::string Base64Url(const unsigned char* bytes, size_t count) {
-  constexpr std::string_view kAlphabet =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-  std::string text;
-  unsigned pending = 0;
-  int bits = 0;
-  for (size_t i = 0; i < count; ++i) {
-    pending = (pending << 8) | bytes[i];
-    for (bits += 8; bits >= 6; bits -= 6) {
-      text += kAlphabet[(pending >> (bits - 6)) & 0x3f];
-    }
-  }
-  return bits > 0 ? text + kAlphabet[(pending << (6 - bits)) & 0x3f] : text;
-}
-
 std::string Hexadecimal(const unsigned char* bytes, size_t count) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
@@ -87,12 +71,13 @@ std::string Hexadecimal(const unsigned char* bytes, size_t count) {
 }  // namespace
 
 std::string NewSecret() {
-  std::array<unsigned char, kSecretBytes> bytes{};
+  std::array<char, kSecretBytes> bytes{};
   ssize_t count = -1;
   do {
     count = getrandom(bytes.data(), bytes.size(), 0);
   } while (count < 0 && errno == EINTR);
-  return count == static_cast<ssize_t>(bytes.size()) ? Base64Url(bytes.data(), bytes.size()) : "";
+  return count == static_cast<ssize_t>(bytes.size()) ? orvo::Base64Url({bytes.data(), bytes.size()})
+                                                     : "";
 }
 
 bool IsSecret(const std::string& text) {

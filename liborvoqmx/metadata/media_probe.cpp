@@ -1,4 +1,5 @@
 // The probe: reads one media file and writes its metadata document.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -20,13 +21,13 @@ std::string TextOrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-const char* FindTag(const MediaLibraries& media, const AVStream& stream, const char* key) {
-  const AVDictionaryEntry* const entry = media.av_dict_get(stream.metadata, key, nullptr, 0);
+const char* FindTag(const MediaLibraries& media, const AVDictionary* tags, const char* key) {
+  const AVDictionaryEntry* const entry = media.av_dict_get(tags, key, nullptr, 0);
   return entry != nullptr ? entry->value : nullptr;
 }
 
 std::string Tag(const MediaLibraries& media, const AVStream& stream, const char* key) {
-  return TextOrEmpty(FindTag(media, stream, key));
+  return TextOrEmpty(FindTag(media, stream.metadata, key));
 }
 
 std::string ProfileName(const MediaLibraries& media, const AVCodecParameters& codec) {
@@ -42,7 +43,7 @@ std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
 // Older demuxers give the rotation as a "rotate" tag, newer ones as a display matrix. The matrix's
 // angle has the opposite direction and may be negative.
 int RotationOf(const MediaLibraries& media, const AVStream& stream) {
-  if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
+  if (const char* tag = FindTag(media, stream.metadata, "rotate"); tag != nullptr) {
     return static_cast<int>(std::strtol(tag, nullptr, 10));
   }
   size_t size = 0;
@@ -83,6 +84,13 @@ void AddRareTraits(const MediaLibraries& media, const AVStream& stream, Json::Va
   const std::string range = DynamicRangeOf(media, stream);
   if (!range.empty()) {
     track["dynamic_range"] = range;
+  }
+}
+
+// What a player tells its viewer about a track of sound or subtitles.
+void AddFlags(const AVStream& stream, Json::Value& track) {
+  if ((stream.disposition & AV_DISPOSITION_FORCED) != 0) {
+    track["is_forced"] = true;
   }
 }
 
@@ -190,6 +198,44 @@ void AppendTracks(const AVFormatContext& input, Json::Value& videos, Json::Value
   }
 }
 
+constexpr std::array kFilmTags = {"title", "artist", "album", "date", "track"};
+constexpr size_t kLongestTag = 300;
+constexpr unsigned kMostChapters = 200;
+
+std::string ShortTag(const MediaLibraries& media, const AVDictionary* tags, const char* key) {
+  const std::string text = TextOrEmpty(FindTag(media, tags, key));
+  return text.size() <= kLongestTag ? text : "";
+}
+
+// The member "tags", for a film that has some.
+void AddTags(const MediaLibraries& media, const AVFormatContext& input, Json::Value& document) {
+  for (const char* key : kFilmTags) {
+    const std::string text = ShortTag(media, input.metadata, key);
+    if (!text.empty()) {
+      document["tags"][key] = text;
+    }
+  }
+}
+
+// The member "chapters", for a film that has some: "start" and "end" in seconds from the film's
+// start, and "title".
+void AddChapters(const MediaLibraries& media, const AVFormatContext& input, Json::Value& document) {
+  const bool hasStart = input.start_time != AV_NOPTS_VALUE;
+  const double origin =
+      hasStart ? static_cast<double>(input.start_time) / kMicrosecondsPerSecond : 0;
+  for (unsigned index = 0; index < std::min(input.nb_chapters, kMostChapters); ++index) {
+    const AVChapter& chapter = *input.chapters[index];
+    if (chapter.time_base.den <= 0 || chapter.time_base.num <= 0) {
+      continue;
+    }
+    const double unit = av_q2d(chapter.time_base);
+    Json::Value& entry = document["chapters"].append(Json::Value(Json::objectValue));
+    entry["start"] = static_cast<double>(chapter.start) * unit - origin;
+    entry["end"] = static_cast<double>(chapter.end) * unit - origin;
+    entry["title"] = ShortTag(media, chapter.metadata, "title");
+  }
+}
+
 }  // namespace
 
 Json::Value ParseVideoCodec(const AVStream* stream) {
@@ -251,6 +297,9 @@ Json::Value ParseAudioCodec(const AVStream* stream) {
     track["frequency"] = codec.sample_rate;
   }
   track["bitrate"] = static_cast<Json::Int64>(AudioBitrate(codec));
+  if (const std::string title = ShortTag(*media, stream->metadata, "title"); !title.empty()) {
+    track["title"] = title;
+  }
   return track;
 }
 
@@ -263,6 +312,7 @@ Json::Value ParseSubtitleCodec(const AVStream* stream) {
   track["language"] = Tag(*media, *stream, "language");
   track["title"] = Tag(*media, *stream, "title");
   track["codec"] = GetCodecName(stream->codecpar->codec_id);
+  AddFlags(*stream, track);
   return track;
 }
 
@@ -291,6 +341,8 @@ bool ProbeFile(const orvo::MediaFile& file, Json::Value& document, Json::Value& 
   document["container_type"] = context.iformat->name;
   document["start_time"] = WholeSeconds(context.start_time);
   document["bitrate"] = static_cast<Json::Int64>(context.bit_rate);
+  AddTags(*media, context, document);
+  AddChapters(*media, context, document);
   AppendTracks(context, videos, audios, subtitles);
   return true;
 }

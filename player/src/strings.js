@@ -1,5 +1,14 @@
 // The page's texts: English, which the code uses, and German.
 export const GERMAN = {
+  // Every page
+  'Skip to the content': 'Zum Inhalt',
+  'Search films': 'Filme suchen',
+  Pages: 'Seiten',
+  Player: 'Abspieler',
+  Server: 'Server',
+  'Log in': 'Anmelden',
+  'Log out {name}': '{name} abmelden',
+
   // The library
   Library: 'Mediathek',
   'Position in the library': 'Ort in der Mediathek',
@@ -54,6 +63,9 @@ export const GERMAN = {
   'Play elsewhere': 'Anderswo abspielen',
   'Mark as watched': 'Als gesehen markieren',
   'Mark as not watched': 'Als nicht gesehen markieren',
+  Chapter: 'Kapitel',
+  Chapters: 'Kapitel',
+  'Chapter {number}': 'Kapitel {number}',
   Download: 'Herunterladen',
   'Opening the film …': 'Der Film wird geöffnet …',
   'The browser saves the film.': 'Der Browser speichert den Film.',

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { catchUpRate, isEarly } from '../../player/src/playback/catch_up.js';
-import { kindsFor, plan, playsAs, profileText, qualities, qualityNamed } from '../../player/src/playback/kinds.js';
+import { kindsFor, plan, playsAs, profileText, qualities, qualityNamed, usualWay } from '../../player/src/playback/kinds.js';
 import { subtitleIdOf } from '../../player/src/playback/subtitle_id.js';
 
 const profile = (key, method, more = {}) => ({ key, format: key.split('_')[0], method, ...more });
@@ -28,6 +28,18 @@ test('the original file comes first, then HLS, then one stream', () => {
   assert.deepEqual(kindsFor(info, { ...can, plays: () => false }), ['hls', 'http', 'webm']);
   assert.deepEqual(kindsFor(info, { ...can, segments: false }), ['direct', 'http', 'webm']);
   assert.deepEqual(kindsFor({ ...info, direct: { fits: false } }, { ...can, mp4: false, segments: false }), ['webm']);
+});
+
+test('a browser with MediaSource plays a presentation where the original file does not fit', () => {
+  assert.deepEqual(kindsFor(info, { ...can, cmaf: true }), ['direct', 'cmaf', 'hls', 'http', 'webm']);
+  assert.equal(plan(info, { ...can, cmaf: true }, { ...choice, audio: '2' })[0], 'cmaf');
+});
+
+test('a presentation is taken to copy what HLS copies, until its renditions are known', () => {
+  const found = { ...info, profiles: [{ ...info.profiles[0], default: true }] };
+  assert.equal(usualWay(found, 'cmaf', '').method, 'remux');
+  assert.deepEqual(usualWay(found, 'cmaf', 'h264-480'), { method: 'transcode', key: 'cmaf_480p' });
+  assert.equal(usualWay(found, 'direct', '').method, 'direct');
 });
 
 test('a server that lists only progressive profiles may still have others', () => {
@@ -72,6 +84,7 @@ test('a quality is found by its text in the first method that has it', () => {
   assert.deepEqual(qualityNamed(info, ['direct', 'hls', 'http'], '1080p'), { kind: 'hls', profile: 'hls_1080p_vb5000_ab192' });
   assert.deepEqual(qualityNamed(info, ['direct', 'hls', 'http'], '480p'), { kind: 'http', profile: 'http_mp4_480p_vb1200_ab128' });
   assert.equal(qualityNamed(info, ['direct', 'hls'], '2160p'), null);
+  assert.deepEqual(qualityNamed(info, ['direct', 'cmaf', 'hls'], '480p, 1200 kbit/s'), { kind: 'cmaf', profile: 'h264-480' });
 });
 
 test('a viewer reads the size, the codec and what the server does', () => {

@@ -71,6 +71,7 @@ beforeEach(() => {
   engines = [];
   Engine.opening = undefined;
   playback = new Playback(video, engineFor);
+  playback.can.cmaf = false; // in most tests the original file and HLS are enough
 });
 afterEach(() => {
   playback.stop();

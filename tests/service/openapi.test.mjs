@@ -169,6 +169,17 @@ test('each operation has its call and its schemas', () => {
   }
 });
 
+test('a presentation is described, with the headers of what it begins with', async () => {
+  const opening = operations.find(({ verb, place }) => verb === 'GET' && place.endsWith('#Streaming.open'));
+  const { data } = await isGood(opening, { path: film, format: 'cmaf', start: '2', renditions: 'h264-360' });
+  assert.ok(data.headers['h264-360'].length > 100);
+  const [first] = data.presentation.renditions;
+  const answer = await fetch(new URL(`${first.segments}0`, service.address));
+  assert.match(answer.headers.get('server-timing'), /^wait;dur=\d+$/);
+  await answer.arrayBuffer();
+  await closeOpened({ data });
+});
+
 test('calls that need POST refuse GET and name POST', async () => {
   for (const entry of operations) {
     if (Object.keys(description.paths[entry.place]).join() !== 'post') continue;

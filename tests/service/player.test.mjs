@@ -127,7 +127,7 @@ test('ten seeks reach their positions', async () => {
 test('a segment that is missing once is requested again', async () => {
   const viewer = await enter();
   let missing = true;
-  await viewer.page.route(/fragment_id=/, (route) => {
+  await viewer.page.route(/&segment=0/, (route) => {
     if (!missing) return route.fallback();
     missing = false;
     return route.fulfill({ status: 404, body: '' });
@@ -138,7 +138,7 @@ test('a segment that is missing once is requested again', async () => {
   assert.equal((await viewer.state()).message, '');
 });
 
-for (const kind of ['hls', 'http']) {
+for (const kind of ['cmaf', 'hls', 'http']) {
   test(`sound, subtitle and quality change by ${kind} at the place of the film`, async () => {
     const viewer = await enter();
     await watch(viewer, 'film.mkv', { kind, t: 30 });
@@ -282,9 +282,9 @@ test('after a failure the page names it and tries the next method', async () => 
   const viewer = await enter();
   await answerFor(viewer.page, {});
   await viewer.page.route(/playlist_type=video/, (route) => route.fulfill({ body: 'nonsense' }));
-  await watch(viewer, 'film.mkv');
+  await watch(viewer, 'film.mkv', { kind: 'hls' });
   await viewer.playing();
-  assert.match((await viewer.state()).message, /^HLS failed: .* Trying MP4 stream instead\.$/);
+  assert.match((await viewer.state()).message, /^HLS failed: .* Trying CMAF instead\.$/);
 });
 
 test('a final failure has a next step and can be tried again', async () => {

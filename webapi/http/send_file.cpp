@@ -75,13 +75,14 @@ void Copy(int file, const ByteRange& range) {
 class FileAnswer {
  public:
   FileAnswer(const Request& request, const struct stat& status, const std::string& contentType,
-             const char* cacheControl)
+             const char* cacheControl, const std::string& more = "")
       : request_(request),
         size_(status.st_size),
         tag_(TagOf(status, cacheControl == std::string_view(kKeepSegment))),
         date_(HttpDate(status.st_mtime)),
         contentType_(contentType),
-        cacheControl_(cacheControl) {}
+        cacheControl_(cacheControl),
+        more_(more) {}
 
   // Lets the web server send the whole file or a part of it.
   void SendBy(const std::string& handOver) const { Write(Common("200 OK") + handOver + kEnd); }
@@ -110,7 +111,7 @@ class FileAnswer {
 
   std::string Common(const char* status) const {
     return Headers(status, contentType_, cacheControl_) + Header("ETag", tag_) +
-           Header("Last-Modified", date_) + Header("Accept-Ranges", "bytes");
+           Header("Last-Modified", date_) + Header("Accept-Ranges", "bytes") + more_;
   }
 
   void SendBytes(int file, const std::string& headers, const ByteRange& range) const {
@@ -126,22 +127,23 @@ class FileAnswer {
   std::string date_;
   const std::string& contentType_;
   const char* cacheControl_;
+  std::string more_;
 };
 
 }  // namespace
 
-void SendFileHeaders(const std::string& contentType) {
-  orvo::WriteAll(STDOUT_FILENO, Headers("200 OK", contentType, kNoStore) + kEnd);
+void SendFileHeaders(const std::string& contentType, const std::string& more) {
+  orvo::WriteAll(STDOUT_FILENO, Headers("200 OK", contentType, kNoStore) + more + kEnd);
 }
 
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
-              const char* cacheControl) {
+              const char* cacheControl, const std::string& more) {
   const orvo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return false;
   }
-  const FileAnswer answer(request, status, contentType, cacheControl);
+  const FileAnswer answer(request, status, contentType, cacheControl, more);
   const std::string handOver = request.Method() == "HEAD" ? "" : HandOver(path);
   if (handOver.empty()) {
     answer.Send(file.Get());

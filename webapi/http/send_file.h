@@ -20,14 +20,15 @@ inline constexpr char kKeepPicture[] = "private, max-age=86400";
 // copy is still valid. If the environment variable MIREVO_SENDFILE names a header, the web server
 // reads and sends the file. It is for files that nobody but this service can put in their place.
 // Returns false and sends nothing if there is no such file.
+// `more` are further headers, each with its line end.
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
-              const char* cacheControl = kAskAgain);
+              const char* cacheControl = kAskAgain, const std::string& more = "");
 // The same for an open file. This program always sends it itself: the web server would open the
 // name again, which may lead elsewhere by then.
 void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
               const char* cacheControl = kAskAgain);
 
 // Sends the headers of an answer of unknown length.
-void SendFileHeaders(const std::string& contentType);
+void SendFileHeaders(const std::string& contentType, const std::string& more = "");
 
 }  // namespace webapi

@@ -15,12 +15,15 @@
 #include "stream/cmaf/cmaf_runs.h"
 #include "stream/http_live_stream.h"
 #include "stream/liborvoqmx.h"
+#include "util/base64_url.h"
 #include "util/json_utils.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
+#include "webapi/streams/cmaf_description.h"
 #include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/growing_segment.h"
+#include "webapi/streams/start_times.h"
 
 namespace webapi {
 namespace {
@@ -33,6 +36,7 @@ using LibOrvoQMX::QMXMetaData;
 
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kManifestType[] = "application/dash+xml";
+constexpr char kChapterType[] = "application/json";
 constexpr char kAddress[] = "/webapi/entry.cgi";
 constexpr int64_t kMaxSegment = 9999999;
 constexpr int kTries = 3;
@@ -84,6 +88,7 @@ std::optional<CmafPresentation> PresentationOf(const Ticket& ticket) {
   const CmafWishes wishes = WishesOf(ticket);
   presentation.plan = std::move(*plan);
   presentation.renditions = ListCmafRenditions(film, wishes);
+  presentation.chapters = LibOrvoQMX::ChaptersOf(film.GetDocument(), presentation.plan);
   presentation.dynamicRange = wishes.dynamicRange;
   presentation.path = kAddress;
   const std::string& id = ticket.StreamId();
@@ -102,6 +107,7 @@ void AddSubtitles(const Ticket& ticket, CmafPresentation& presentation) {
   for (const auto& [id, language] : LibOrvoQMX::HttpLiveStream(film).GetSubtitleMap("all")) {
     presentation.subtitles.push_back({id, language});
   }
+  DescribeSubtitles(film, presentation.subtitles);
 }
 
 Answer SendText(const Request& request, const char* contentType, const std::string& text) {
@@ -136,7 +142,7 @@ class SegmentRequest {
       return Answer::Sent();
     }
     if (request_.Method() == "HEAD") {
-      SendFileHeaders(ContentTypeOf(rendition_));
+      SendHeaders();
       return Answer::Sent();
     }
     if (!run_.MakeFolder()) {
@@ -156,7 +162,16 @@ class SegmentRequest {
   }
 
   bool SendComplete() const {
-    return SendFile(request_, run_.SegmentPath(number_), ContentTypeOf(rendition_), kKeepSegment);
+    return SendFile(request_, run_.SegmentPath(number_), ContentTypeOf(rendition_), kKeepSegment,
+                    WaitHeader());
+  }
+
+  void SendHeaders() const { SendFileHeaders(ContentTypeOf(rendition_), WaitHeader()); }
+
+  // Tells the player how long the answer waited for the transcoder, in milliseconds. It must not
+  // take that time for the network's.
+  std::string WaitHeader() const {
+    return "Server-Timing: wait;dur=" + std::to_string(wait_.Milliseconds()) + "\r\n";
   }
 
   // A newer request elsewhere in the film takes the run along.
@@ -186,8 +201,9 @@ class SegmentRequest {
       case CmafRun::State::kComplete:
         return SendComplete();
       case CmafRun::State::kGrowing:
-        return SendGrowing(run_.UnfinishedPath(number_), run_.SegmentPath(number_),
-                           ContentTypeOf(rendition_), [this] { return IsComing(); }) ||
+        return SendGrowing(
+                   run_.UnfinishedPath(number_), run_.SegmentPath(number_),
+                   [this] { return IsComing(); }, [this] { SendHeaders(); }) ||
                SendComplete();
       default:
         return SendComplete();
@@ -202,6 +218,7 @@ class SegmentRequest {
   LibOrvoQMX::StreamDirectory folder_;
   LibOrvoQMX::StreamDirectory stream_;
   int number_;
+  StartTimes wait_;
 };
 
 Answer SendHeader(const Request& request, const Ticket& ticket, const CmafRendition& rendition) {
@@ -248,6 +265,9 @@ Answer SendPlaylist(const Request& request, const Ticket& ticket, CmafPresentati
   if (type == "subtitle") {
     return SendSubtitlePlaylist(request, ticket, presentation);
   }
+  if (type == "chapters") {
+    return SendText(request, kChapterType, ChapterList(presentation));
+  }
   AddSubtitles(ticket, presentation);
   return type == "dash" ? SendText(request, kManifestType, DashManifest(presentation))
                         : SendText(request, kPlaylistType, MultivariantPlaylist(presentation));
@@ -264,6 +284,30 @@ bool NeedsPlace(const CmafPresentation& presentation) {
                      [](const CmafRendition& rendition) { return rendition.isPicture; });
 }
 
+// --- Starting ahead ---
+
+// Starts the run of a rendition, unless it goes on. A refused place shows in the player's first
+// request.
+void StartRun(const Ticket& ticket, const CmafRendition& rendition, int number) {
+  const CmafRun run(ticket.StreamId(), FilmOf(ticket), rendition);
+  const LibOrvoQMX::StreamDirectory folder =
+      LibOrvoQMX::CmafFolder(ticket.StreamId(), rendition.name);
+  if (run.MakeFolder()) {
+    folder.AskFor(number);
+    folder.MarkAccess();
+    auto place = run.TakePlace();
+    (void)run.Reach(number, place);
+  }
+}
+
+// The rendition's header, in base64url; "" if it cannot be made or is unusually large.
+std::string HeaderText(const Ticket& ticket, const CmafRendition& rendition) {
+  constexpr size_t kLargest = 16384;
+  const CmafRun run(ticket.StreamId(), FilmOf(ticket), rendition);
+  const std::string header = run.MakeHeader() ? ReadText(run.HeaderPath()) : "";
+  return header.size() > kLargest ? "" : orvo::Base64Url(header);
+}
+
 }  // namespace
 
 std::string CmafComplaint(const Request& request) {
@@ -273,6 +317,11 @@ std::string CmafComplaint(const Request& request) {
   const std::string codecs = request.Text("codecs");
   if (codecs.size() > kLongest || codecs.find_first_not_of(kCodecCharacters) != std::string::npos) {
     return "The codecs are names with commas between them.";
+  }
+  const std::string renditions = request.Text("renditions");
+  if (renditions.size() > kLongest ||
+      renditions.find_first_not_of(kCodecCharacters) != std::string::npos) {
+    return "The renditions are names with commas between them.";
   }
   const std::string range = request.Text("dynamic_range");
   if (request.Has("dynamic_range") && range != "hdr" && range != "sdr") {
@@ -327,7 +376,23 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
   }
   ticket.Directory().MarkAccess();
   data["content_type"] = kPlaylistType;
+  data["presentation"] = DescribeCmaf(*presentation);
   return Answer::Sent();
+}
+
+void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
+  const auto presentation = PresentationOf(ticket);
+  if (!presentation) {
+    return;
+  }
+  const int number = presentation->plan.At(static_cast<int64_t>(second * orvo::kPlanClock));
+  const auto renditions = FirstRenditions(*presentation, ticket.Parameter("renditions"));
+  for (const CmafRendition* const rendition : renditions) {
+    StartRun(ticket, *rendition, number);
+  }
+  for (const CmafRendition* const rendition : renditions) {
+    data["headers"][rendition->name] = HeaderText(ticket, *rendition);
+  }
 }
 
 Answer PlayCmaf(const Request& request, const Ticket& ticket) {

@@ -20,12 +20,17 @@ std::string CmafComplaint(const Request& request);
 // one. Returns the id; the library's error word if there is no space.
 std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& streamId);
 
-// Plans the segments of a newly opened stream. A failure leaves no directory.
+// Plans the segments of a newly opened stream, and adds their description to the answer. A failure
+// leaves no directory.
 Answer PrepareCmaf(const Ticket& ticket, Json::Value& data);
 
 // Sends a playlist, the manifest, the header of the request's "rendition", or its "segment", which
 // may still be growing.
 Answer PlayCmaf(const Request& request, const Ticket& ticket);
+
+// Starts the runs of the renditions that a player begins with at this second, and adds their
+// headers to the answer.
+void StartCmaf(const Ticket& ticket, double second, Json::Value& data);
 
 void CloseCmaf(const std::string& streamId);
 

@@ -13,7 +13,6 @@
 #include <string_view>
 
 #include "platform/unique_fd.h"
-#include "webapi/http/send_file.h"
 
 namespace webapi {
 namespace {
@@ -89,7 +88,7 @@ class GrowingSegment {
 }  // namespace
 
 bool SendGrowing(const std::string& unfinished, const std::string& finished,
-                 const std::string& contentType, const std::function<bool()>& isAlive) {
+                 const std::function<bool()>& isAlive, const std::function<void()>& begin) {
   GrowingSegment segment(unfinished);
   if (!segment.IsOpen()) {
     return false;
@@ -98,7 +97,7 @@ bool SendGrowing(const std::string& unfinished, const std::string& finished,
   for (;;) {
     const bool isOver = segment.IsAt(finished) || !isAlive();
     if (segment.HasPairs() && !hasBegun) {
-      SendFileHeaders(contentType);
+      begin();
       hasBegun = true;
     }
     if (!segment.SendPairs()) {

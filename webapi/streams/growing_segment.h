@@ -8,9 +8,9 @@ namespace webapi {
 
 // Sends the content of the file `unfinished` as it grows, in whole pairs of "moof" and "mdat",
 // until it has been renamed to `finished`. Gives up when `isAlive`, which is called from time to
-// time, returns false and the file is still not finished. Writes the headers before the first pair.
-// Returns false if it has sent nothing, not even the headers.
+// time, returns false and the file is still not finished. Calls `begin`, which writes the headers,
+// before the first pair. Returns false if it has sent nothing, not even the headers.
 bool SendGrowing(const std::string& unfinished, const std::string& finished,
-                 const std::string& contentType, const std::function<bool()>& isAlive);
+                 const std::function<bool()>& isAlive, const std::function<void()>& begin);
 
 }  // namespace webapi

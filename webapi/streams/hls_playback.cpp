@@ -101,7 +101,7 @@ Answer PlayHls(const Request& request, const Ticket& ticket) {
                                     : SendPlaylist(request, stream);
 }
 
-void StartHls(const Ticket& ticket, double second) {
+void StartHls(const Ticket& ticket, double second, Json::Value& /*data*/) {
   (void)HttpLiveStream(ticket.StreamId()).StartAhead(second);
 }
 

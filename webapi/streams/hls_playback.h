@@ -16,7 +16,7 @@ Answer PrepareHls(const Ticket& ticket, Json::Value& data);
 Answer PlayHls(const Request& request, const Ticket& ticket);
 
 // Starts the transcoder for a player that will begin at this second of the film.
-void StartHls(const Ticket& ticket, double second);
+void StartHls(const Ticket& ticket, double second, Json::Value& data);
 
 void CloseHls(const std::string& streamId);
 

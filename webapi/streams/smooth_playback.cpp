@@ -98,7 +98,7 @@ Answer PlaySmooth(const Request& request, const Ticket& ticket) {
                                     : SendManifest(request, stream);
 }
 
-void StartSmooth(const Ticket& ticket, double second) {
+void StartSmooth(const Ticket& ticket, double second, Json::Value& /*data*/) {
   (void)SmoothStream(ticket.StreamId()).StartAhead(second);
 }
 

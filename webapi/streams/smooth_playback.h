@@ -16,7 +16,7 @@ Answer PrepareSmooth(const Ticket& ticket, Json::Value& data);
 Answer PlaySmooth(const Request& request, const Ticket& ticket);
 
 // Starts the transcoder for a player that will begin at this second of the film.
-void StartSmooth(const Ticket& ticket, double second);
+void StartSmooth(const Ticket& ticket, double second, Json::Value& data);
 
 void CloseSmooth(const std::string& streamId);
 

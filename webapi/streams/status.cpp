@@ -111,6 +111,17 @@ Json::Value DescribePlatform() {
   return description;
 }
 
+// May the stream start to encode pictures? It may replace its own transcoder.
+bool CanEncode(const Ticket& ticket) {
+  TransLoading registry;
+  const std::vector<pid_t> own = TranscodersOf(ticket);
+  const Json::Value& entries = registry.GetEntries();
+  return registry.TransEnable(false) ||
+         std::any_of(entries.begin(), entries.end(), [&](const Json::Value& entry) {
+           return std::find(own.begin(), own.end(), entry["PID"].asInt()) != own.end();
+         });
+}
+
 }  // namespace
 
 Answer DescribeStatus() {
@@ -156,6 +167,7 @@ Answer DescribeStreamState(const Request& request) {
   data["duration"] = ticket->Record()["duration"];
   data["times"] = ticket->Times();
   data["transcoder"] = PlatProcAlive(pid) ? DescribeWork(pid) : Json::Value();
+  data["can_encode"] = CanEncode(*ticket);
   return Answer::Success(data);
 }
 

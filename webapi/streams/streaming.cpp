@@ -75,9 +75,9 @@ struct StreamKind {
   Answer (*prepare)(const Ticket& ticket, Json::Value& data);
   Answer (*play)(const Request& request, const Ticket& ticket);
   void (*close)(const std::string& streamId);
-  // Starts the work for a player that will begin at this second; null if it begins with the first
-  // request.
-  void (*startAhead)(const Ticket& ticket, double second) = nullptr;
+  // Starts the work for a player that will begin at this second, and may add to the answer; null if
+  // the work begins with the first request.
+  void (*startAhead)(const Ticket& ticket, double second, Json::Value& data) = nullptr;
 };
 constexpr std::array kStreamKinds = {
     StreamKind{"http", "HTTP", "", PrepareHttp, PlayHttp, CloseHttp},
@@ -85,14 +85,14 @@ constexpr std::array kStreamKinds = {
     StreamKind{"webm", "WEBM", "", PrepareWebm, PlayWebm, CloseWebm},
     StreamKind{"ss", "SS", "/Manifest", PrepareSmooth, PlaySmooth, CloseSmooth, StartSmooth},
     StreamKind{"direct", kDirectKind, "", PrepareDirect, PlayDirect, CloseDirect},
-    StreamKind{kCmafFormat, LibOrvoQMX::kCmafKind, "/master.m3u8", PrepareCmaf, PlayCmaf,
-               CloseCmaf},
+    StreamKind{kCmafFormat, LibOrvoQMX::kCmafKind, "/master.m3u8", PrepareCmaf, PlayCmaf, CloseCmaf,
+               StartCmaf},
 };
 
 // Parameters of an opening that later requests of the stream need.
-constexpr std::array kKeptParameters = {"audio_id",          "audio_format",   "subtitle_id",
-                                        "subtitle_codepage", "force_open_qmx", "codecs",
-                                        "dynamic_range",     "max_height",     "max_bitrate"};
+constexpr std::array kKeptParameters = {
+    "audio_id", "audio_format",  "subtitle_id", "subtitle_codepage", "force_open_qmx",
+    "codecs",   "dynamic_range", "max_height",  "max_bitrate",       "renditions"};
 
 const StreamKind* FindKind(const std::string& kind) {
   const auto found = std::find_if(kStreamKinds.begin(), kStreamKinds.end(),
@@ -386,13 +386,14 @@ bool MakeRoom(const ClientStreams& own) {
 // other. Without room for a transcoder the player's first request says so. A request in a crowd has
 // a lower priority than the web server, which the transcoder would keep; the first request for a
 // piece starts it then.
-void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket) {
+void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ticket,
+                Json::Value& data) {
   Answer ignored = Answer::Failure(kInternal);
   const auto start = StartSecond(request, ticket.Duration(), ignored);
   const bool isInCrowd =
       getpriority(PRIO_PROCESS, 0) > getpriority(PRIO_PROCESS, static_cast<id_t>(getppid()));
   if (request.Has("start") && start && kind.startAhead != nullptr && !isInCrowd) {
-    kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1));
+    kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1), data);
   }
 }
 
@@ -456,7 +457,7 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   // The process that is started now must hold neither.
   ticket.reset();
   own.reset();
-  StartAhead(request, kind, opened);
+  StartAhead(request, kind, opened, data);
   return Answer::Success(data);
 }
 

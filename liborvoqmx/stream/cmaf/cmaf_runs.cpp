@@ -181,8 +181,18 @@ bool CmafRun::MakeHeader() const {
     return true;
   }
   const StreamLock lock(folder_.FilePath(kHeaderLock), kLockMode);
-  return Exists(HeaderPath()) ||
-         (RunShort("Header", Command(0, true), film_) && Exists(HeaderPath()));
+  return ComesFromRun() || (RunShort("Header", Command(0, true), film_) && Exists(HeaderPath()));
+}
+
+bool CmafRun::ComesFromRun() const {
+  const StreamWatch watch(folder_.Path());
+  const auto end = Clock::now() + std::chrono::milliseconds(kShortRunMilliseconds);
+  while (!Exists(HeaderPath()) && !rendition_.IsCopy() && folder_.IsMonitored() &&
+         Clock::now() < end) {
+    watch.Wait(OpenRunningProcess(folder_.Monitor().value_or(-1)),
+               static_cast<int>(kLookAgain.count()));
+  }
+  return Exists(HeaderPath());
 }
 
 std::optional<StreamLock> CmafRun::TakePlace() const {

@@ -41,6 +41,30 @@ export async function describeClient(plays, showsHighRange, capabilities = globa
   return { codecs: codecs.map(({ name }) => name).join(','), dynamic_range: isHigh ? 'hdr' : '' };
 }
 
+// The codecs that a segmented stream may have. The server takes a full name as the highest profile and level.
+const SEGMENT_CODECS = [
+  'avc1.640028',
+  'avc1.640034',
+  'hvc1.1.6.L120.90',
+  'hvc1.1.6.L153.90',
+  'hvc1.2.4.L153.90',
+  'vp09.00.40.08',
+  'vp09.02.40.10',
+  'av01.0.08M.08',
+  'av01.0.08M.10',
+  'mp4a.40.2',
+  'mp4a.6B',
+  'opus',
+  'flac',
+  'ac-3',
+  'ec-3',
+];
+const SOUND = /^(?:mp4a|opus|flac|ac-3|ec-3)/;
+
+// Those of them that this browser's MediaSource plays, for `open`.
+export const segmentCodecs = (isSupported = (type) => MediaSource.isTypeSupported(type)) =>
+  SEGMENT_CODECS.filter((name) => isSupported(`${SOUND.test(name) ? 'audio' : 'video'}/mp4; codecs="${name}"`)).join(',');
+
 let described = null;
 
 function thisClient() {
@@ -50,8 +74,16 @@ function thisClient() {
   return described;
 }
 
+const RECENT_MILLISECONDS = 60000;
+let recent = { path: '', info: null, until: 0 };
+
 // The description of a film for this browser. Its member `client` holds what the server was told.
 export async function filmInfo(path, options) {
   const client = await thisClient();
-  return { ...(await get('Library', 'info', client, path, options)), client };
+  const info = { ...(await get('Library', 'info', client, path, options)), client };
+  recent = { path, info, until: performance.now() + RECENT_MILLISECONDS };
+  return info;
 }
+
+// The same; the one that the film's page has just shown costs no request.
+export const recentFilmInfo = async (path, options) => (recent.path === path && performance.now() < recent.until ? recent.info : filmInfo(path, options));

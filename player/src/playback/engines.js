@@ -4,12 +4,18 @@ import { Segments } from './hls.js';
 import { Progressive } from './progressive.js';
 import { Smooth } from './smooth.js';
 
+// The page loads this engine when it first plays a film with it.
+const loadCmaf = async () => (await import('./cmaf/engine.js')).Cmaf;
+
 const ENGINES = { direct: BrowserFile, hls: Segments, http: Progressive, webm: Progressive, ss: Smooth };
 
 const isApple = () => navigator.vendor.startsWith('Apple');
 
-// `can`: the browser's abilities from abilitiesOf().
+// The class, or a promise of it. `can`: the browser's abilities from abilitiesOf().
 export function engineFor(kind, can) {
+  if (kind === 'cmaf') {
+    return loadCmaf();
+  }
   const isNative = kind === 'hls' && (!can.segments || (can.nativeHls && isApple()));
   return isNative ? BrowserFile : ENGINES[kind];
 }

@@ -1,15 +1,17 @@
 // The playback methods, and the order in which the page tries them.
 import { codecText, rangeText, sizeName } from '../format.js';
+import { renditionNamed } from './cmaf/presentation.js';
 
 export const KINDS = {
   direct: 'Original file',
+  cmaf: 'CMAF',
   hls: 'HLS',
   http: 'MP4 stream',
   webm: 'WebM stream',
   ss: 'Smooth Streaming',
 };
 
-const ORDER = ['direct', 'hls', 'http', 'webm', 'ss'];
+const ORDER = ['direct', 'cmaf', 'hls', 'http', 'webm', 'ss'];
 
 // The media type that a browser needs from a progressive stream.
 const PROGRESSIVE = { http: 'video/mp4', webm: 'video/webm' };
@@ -33,6 +35,7 @@ export function abilitiesOf(video) {
   const plays = (type) => video.canPlayType(type) !== '';
   return {
     plays,
+    cmaf: Boolean(globalThis.MediaSource?.isTypeSupported('video/mp4; codecs="avc1.42E01E,mp4a.40.2"')),
     segments: Boolean(source?.isTypeSupported('video/mp4; codecs="avc1.42E01E,mp4a.40.2"')),
     nativeHls: plays('application/vnd.apple.mpegurl'),
     mp4: plays('video/mp4; codecs="avc1.42E01E,mp4a.40.2"'),
@@ -42,6 +45,7 @@ export function abilitiesOf(video) {
 
 const FITS = {
   direct: (info, can) => Boolean(info.direct?.fits) && (!info.direct.content_type || can.plays(info.direct.content_type)),
+  cmaf: (info, can) => can.cmaf && info.profiles.length > 0,
   hls: (info, can) => (can.segments || can.nativeHls) && mayHave(info, 'hls'),
   http: (info, can) => can.mp4 && profilesOf(info, 'http').length > 0,
   webm: (info, can) => can.webm && mayHave(info, 'webm'),
@@ -96,9 +100,26 @@ export function qualities(info, kind) {
   });
 }
 
+// How the server would process the film with this method and profile: { method, key, why }. A presentation's renditions
+// are known when it is open; before that, it is taken to copy what HLS copies.
+export function usualWay(info, kind, profile) {
+  if (kind === 'direct') {
+    return { method: 'direct', why: info.direct.why };
+  }
+  if (kind === 'cmaf' && profile.startsWith('h264-')) {
+    return { method: 'transcode', key: profile.replace('h264-', 'cmaf_').concat('p') };
+  }
+  const format = kind === 'cmaf' ? 'hls' : kind;
+  const key = kind === 'cmaf' ? '' : profile;
+  return info.profiles.find((row) => row.format === format && (key ? row.key === key : row.default));
+}
+
 // The quality with this text as { kind, profile }: of the first of these methods that has it. null if none does.
 export function qualityNamed(info, kinds, text) {
   for (const kind of kinds.filter((name) => name !== 'direct')) {
+    if (kind === 'cmaf') {
+      return { kind, profile: renditionNamed(text) };
+    }
     const found = qualities(info, kind).find((quality) => quality.text === text);
     if (found) {
       return { kind, profile: found.value };

@@ -3,6 +3,7 @@
 // Events: "change" when something visible has changed; "ended".
 import { get, localAddress, post, postLastly } from '../api.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
+import { segmentCodecs } from './client.js';
 import { abilitiesOf, KINDS, plan } from './kinds.js';
 import { SubtitleTrack } from './subtitle_track.js';
 
@@ -95,6 +96,8 @@ export class Playback extends EventTarget {
     this.phase = 'opening';
     this.marks = { start: performance.now() };
     this.watch();
+    const engine = Promise.resolve(this.engineFor(kind, this.can));
+    engine.catch(() => {}); // a refused opening comes first
     const stream = await post('Streaming', 'open', this.openParameters(kind), this.film.entry.encoded_path);
     if (turn !== this.turn) {
       this.closeOnServer(stream);
@@ -104,8 +107,12 @@ export class Playback extends EventTarget {
     this.queue = null;
     this.phase = 'manifest';
     this.mark('open');
-    this.engine = this.makeEngine(kind);
-    await this.engine.open(stream, this.firstSecond());
+    const Engine = await engine;
+    if (turn !== this.turn) {
+      return;
+    }
+    this.engine = this.makeEngine(Engine);
+    await this.engine.open(stream, this.firstSecond(), this.wishFor(kind));
     this.showSubtitle();
     this.changed();
   }
@@ -126,10 +133,23 @@ export class Playback extends EventTarget {
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
       // The server starts the conversion there before the player asks for the first piece.
       start: String(Math.floor(this.firstSecond())),
+      ...(kind === 'cmaf' && this.cmafParameters()),
     };
   }
 
-  makeEngine(kind) {
+  // The server starts these renditions.
+  cmafParameters() {
+    return { codecs: segmentCodecs(), profile: '', renditions: this.wishFor('cmaf').quality };
+  }
+
+  // What the viewer has chosen in a presentation: the name of a rendition, and the number of a track.
+  wishFor(kind) {
+    const { audio, profile } = this.choice;
+    const track = this.film.info.metadata.track_info?.audio?.find(({ id }) => id === audio)?.track;
+    return { quality: kind === this.choice.kind ? profile : '', sound: track === undefined ? undefined : Number(track) };
+  }
+
+  makeEngine(Engine) {
     const turn = this.turn;
     const current = (action) => (...values) => turn === this.turn && action(...values);
     const hooks = {
@@ -137,12 +157,12 @@ export class Playback extends EventTarget {
       mark: current((name) => this.mark(name)),
       play: current(() => this.start()),
       busy: current((error) => this.setBusy(error)),
+      changed: current(() => this.changed()),
       missing: current(() => this.checkStream(turn)),
       subtitles: current(() => this.showSubtitle()),
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
     };
-    const Engine = this.engineFor(kind, this.can);
     return new Engine(this.video, hooks);
   }
 
@@ -288,8 +308,11 @@ export class Playback extends EventTarget {
   }
 
   toggle() {
-    if (this.error || (this.video.ended && this.engine)) {
-      this.seek(this.error ? this.now() : 0);
+    if (this.error) {
+      this.seek(this.now());
+    } else if (this.video.ended && this.engine) {
+      this.seek(0);
+      this.start();
     } else if (this.video.paused) {
       this.start();
     } else {
@@ -311,6 +334,18 @@ export class Playback extends EventTarget {
   // Changes quality, audio track or playback method at the same position.
   change(changes) {
     return this.play(this.film, { ...this.choice, ...changes }, this.now());
+  }
+
+  // Changes the quality or the sound. An engine that plays several in one stream changes within it.
+  changeWithin(changes) {
+    const choice = { ...this.choice, ...changes };
+    if (!this.engine?.showWish || plan(this.film.info, this.can, choice)[0] !== this.kind) {
+      return this.change(changes);
+    }
+    this.choice = choice;
+    this.engine.showWish(this.wishFor(this.kind));
+    this.changed();
+    return undefined;
   }
 
   changeSubtitle(id) {
@@ -414,6 +449,9 @@ export class Playback extends EventTarget {
   // How the server processes the film: { method, why, key }. A profile that the film's description does not offer has
   // its key alone.
   methodOf() {
+    if (this.engine?.method) {
+      return this.engine.method();
+    }
     const { info } = this.film;
     const key = this.stream?.profile;
     return this.kind === 'direct' ? { method: 'direct', why: info.direct?.why } : (info.profiles.find((profile) => profile.key === key) ?? { key });

@@ -4,13 +4,14 @@ import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
 import { t } from '../language.js';
-import { filmInfo } from '../playback/client.js';
+import { recentFilmInfo } from '../playback/client.js';
 import { engineFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { audioText, subtitleText } from './film.js';
+import { Chapters } from './chapters.js';
 import { savePicture, stepFrame } from './frames.js';
 import { listenToGestures } from './gestures.js';
 import { handleKey, showHelp } from './keyboard.js';
@@ -44,6 +45,7 @@ export class PlayerView {
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();
+    this.chapters = new Chapters(this);
     this.upNext = new UpNext(this);
     this.mediaKeys = new MediaKeys(this, this.upNext);
     this.makeControls();
@@ -68,7 +70,7 @@ export class PlayerView {
     this.controls = element(
       'div',
       { id: 'controls' },
-      element('div', { class: 'timeline' }, this.preview, this.position),
+      element('div', { class: 'timeline' }, this.preview, this.position, this.chapters.marks),
       element(
         'div',
         { class: 'bar' },
@@ -109,6 +111,7 @@ export class PlayerView {
       labelled('Audio track', this.audio),
       labelled('Subtitles', this.subtitle),
       labelled('Speed', this.speed),
+      this.chapters.row,
       labelled(t('Repeat the film'), this.repeat),
       labelled('Playback method', this.kind),
       labelled('Subtitle size', this.cueSize),
@@ -195,7 +198,7 @@ export class PlayerView {
     this.title.textContent = lineFor(entry);
     this.back.href = filmAddress(entry);
     this.why.textContent = '';
-    const info = await filmInfo(entry.encoded_path, { signal });
+    const info = await recentFilmInfo(entry.encoded_path, { signal });
     const start = Number.isNaN(second) ? await resumePoint(entry.encoded_path) : second;
     if (signal.aborted) {
       return;
@@ -207,6 +210,7 @@ export class PlayerView {
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
     this.mediaKeys.announce(entry);
+    this.chapters.show(info);
     this.upNext.prepare(entry, info, signal);
     this.showCover(entry, info);
     await this.playback.play({ entry, info }, choice, start);
@@ -245,8 +249,8 @@ export class PlayerView {
 
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
   fillQualities() {
-    const { film, kind, choice, can } = this.playback;
-    const list = (format) => qualities(film.info, format).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
+    const { film, kind, choice, can, engine } = this.playback;
+    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
     const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: 'Automatic' };
@@ -274,7 +278,7 @@ export class PlayerView {
       return;
     }
     const shown = `${playback.kind} ${JSON.stringify(playback.choice)} ${playback.film.entry.encoded_path}`;
-    if (playback.stream && shown !== this.shown) {
+    if (playback.engine && shown !== this.shown) {
       this.shown = shown;
       this.fillQualities();
     }
@@ -360,7 +364,7 @@ export class PlayerView {
     const duration = this.playback.duration();
     this.preview.hidden = false;
     this.preview.style.setProperty('--place', String(duration > 0 ? second / duration : 0));
-    this.preview.lastChild.textContent = clockText(second);
+    this.preview.lastChild.textContent = [this.chapters.titleAt(second), clockText(second)].filter(Boolean).join(' · ');
     this.thumbnails.show(second);
   }
 
@@ -466,13 +470,13 @@ export class PlayerView {
   chooseQuality(value) {
     const [kind, profile] = value.split(' ');
     remember('quality', profile ? this.quality.selectedOptions[0].text : '');
-    return this.playback.change({ kind, profile });
+    return this.playback.changeWithin({ kind, profile });
   }
 
   chooseSound(id) {
     const { audio } = this.playback.film.info.metadata.track_info;
     remember('soundLanguage', audio.find((track) => track.id === id)?.language ?? '');
-    return this.playback.change({ audio: id });
+    return this.playback.changeWithin({ audio: id });
   }
 
   chooseSubtitle(id) {

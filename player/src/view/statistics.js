@@ -70,7 +70,7 @@ function rowsOf(playback, state) {
     ['Playback method', KINDS[playback.kind]],
     ['Conversion', state?.method ?? playback.methodOf()?.method],
     ['Reason', state?.why ?? playback.methodOf()?.why],
-    ['Quality', stream?.profile],
+    ['Quality', playback.engine?.qualityName?.() ?? stream?.profile],
     ['Encoder', encoderText(state?.transcoder)],
     ['Resolution', video.videoWidth && `${video.videoWidth} × ${video.videoHeight}`],
     ['Buffer', `${playback.buffered().toFixed(1)} s`],
