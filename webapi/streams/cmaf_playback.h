@@ -29,6 +29,10 @@ Answer PlayCmaf(const Request& request, const Ticket& ticket);
 
 void CloseCmaf(const std::string& streamId);
 
+// Why the stream does not offer the film's own pictures, as one sentence; "" if it does, or if
+// there are none.
+std::string WhyCmafIsNotCopied(const Ticket& ticket);
+
 // The second of the film that the last requested segment of any rendition begins at.
 double CmafPosition(const Ticket& ticket);
 
