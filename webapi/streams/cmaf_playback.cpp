@@ -416,6 +416,13 @@ void CloseCmaf(const std::string& streamId) {
   LibOrvoQMX::CloseCmafStream(streamId);
 }
 
+std::string WhyCmafIsNotCopied(const Ticket& ticket) {
+  const CmafWishes wishes = WishesOf(ticket);
+  QMXMetaData film(ticket.StreamId(), LibOrvoQMX::kCmafKind);
+  const bool hasPicture = !wishes.copying.empty() && wishes.copying != orvo::kCmafNoPicture;
+  return hasPicture && film.LoadMetaData() ? WhyNotCopied(film, wishes) : "";
+}
+
 double CmafPosition(const Ticket& ticket) {
   const auto plan =
       orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));

@@ -34,6 +34,10 @@ void StartCmaf(const Ticket& ticket, double second, Json::Value& data);
 
 void CloseCmaf(const std::string& streamId);
 
+// Why the stream does not offer the film's own pictures, as one sentence; "" if it does, or if
+// there are none.
+std::string WhyCmafIsNotCopied(const Ticket& ticket);
+
 // The second of the film that the last requested segment of any rendition begins at.
 double CmafPosition(const Ticket& ticket);
 

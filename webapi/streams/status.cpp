@@ -163,6 +163,9 @@ Answer DescribeStreamState(const Request& request) {
   Json::Value data(Json::objectValue);
   data["method"] = ticket->Parameter("method");
   data["why"] = ticket->Parameter("why");
+  if (ticket->Kind() == LibOrvoQMX::kCmafKind) {
+    data["not_copied"] = WhyCmafIsNotCopied(*ticket);
+  }
   data["profile"] = ticket->Record()["profile_key"];
   data["duration"] = ticket->Record()["duration"];
   data["times"] = ticket->Times();
