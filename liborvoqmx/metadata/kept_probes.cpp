@@ -21,12 +21,14 @@ namespace {
 
 using orvo::FileState;
 
-constexpr int kVersion = 1;  // of the file's format
+constexpr int kVersion = 2;  // of the file's format
 constexpr size_t kLongestFile = 1 << 20;
 constexpr int64_t kFolderBytes = 32 << 20;  // some eight thousand films
 constexpr size_t kDigestLength = 32;
 
 constexpr std::array kKeys = {"duration", "container_type", "start_time", "bitrate", "track_info"};
+// Only some films have these.
+constexpr std::array kRareKeys = {"chapters", "tags"};
 // JSON text does not distinguish 5, 5U and 5LL. The values of these keys are unsigned, all others
 // signed.
 constexpr std::array<std::string_view, 6> kUnsignedKeys = {
@@ -48,6 +50,11 @@ Memory& Latest() {
 void CopyResult(const Json::Value& from, Json::Value& to) {
   for (const char* key : kKeys) {
     to[key] = from[key];
+  }
+  for (const char* key : kRareKeys) {
+    if (from.isMember(key)) {
+      to[key] = from[key];
+    }
   }
 }
 

@@ -1,4 +1,5 @@
 // The probe: reads one media file and writes its metadata document.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -190,6 +191,41 @@ void AppendTracks(const AVFormatContext& input, Json::Value& videos, Json::Value
   }
 }
 
+constexpr std::array kFilmTags = {"title", "artist", "album", "date", "track"};
+constexpr size_t kLongestTag = 300;
+constexpr unsigned kMostChapters = 200;
+
+std::string ShortTag(const MediaLibraries& media, const AVDictionary* tags, const char* key) {
+  const AVDictionaryEntry* const entry = media.av_dict_get(tags, key, nullptr, 0);
+  const std::string text = entry != nullptr ? TextOrEmpty(entry->value) : "";
+  return text.size() <= kLongestTag ? text : "";
+}
+
+// The member "tags", for a film that has some.
+void AddTags(const MediaLibraries& media, const AVFormatContext& input, Json::Value& document) {
+  for (const char* key : kFilmTags) {
+    const std::string text = ShortTag(media, input.metadata, key);
+    if (!text.empty()) {
+      document["tags"][key] = text;
+    }
+  }
+}
+
+// The member "chapters", for a film that has some: "start" and "end" in seconds, "title".
+void AddChapters(const MediaLibraries& media, const AVFormatContext& input, Json::Value& document) {
+  for (unsigned index = 0; index < std::min(input.nb_chapters, kMostChapters); ++index) {
+    const AVChapter& chapter = *input.chapters[index];
+    if (chapter.time_base.den <= 0 || chapter.time_base.num <= 0) {
+      continue;
+    }
+    const double unit = static_cast<double>(chapter.time_base.num) / chapter.time_base.den;
+    Json::Value& entry = document["chapters"].append(Json::Value(Json::objectValue));
+    entry["start"] = static_cast<double>(chapter.start) * unit;
+    entry["end"] = static_cast<double>(chapter.end) * unit;
+    entry["title"] = ShortTag(media, chapter.metadata, "title");
+  }
+}
+
 }  // namespace
 
 Json::Value ParseVideoCodec(const AVStream* stream) {
@@ -251,6 +287,9 @@ Json::Value ParseAudioCodec(const AVStream* stream) {
     track["frequency"] = codec.sample_rate;
   }
   track["bitrate"] = static_cast<Json::Int64>(AudioBitrate(codec));
+  if (const std::string title = ShortTag(*media, stream->metadata, "title"); !title.empty()) {
+    track["title"] = title;
+  }
   return track;
 }
 
@@ -291,6 +330,8 @@ bool ProbeFile(const orvo::MediaFile& file, Json::Value& document, Json::Value& 
   document["container_type"] = context.iformat->name;
   document["start_time"] = WholeSeconds(context.start_time);
   document["bitrate"] = static_cast<Json::Int64>(context.bit_rate);
+  AddTags(*media, context, document);
+  AddChapters(*media, context, document);
   AppendTracks(context, videos, audios, subtitles);
   return true;
 }

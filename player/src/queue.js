@@ -1,6 +1,7 @@
 // What plays after a film: the viewer's queue, or the next file of its folder. The queue lives as long as the tab.
 import { get } from './api.js';
 import { nameOf } from './format.js';
+import { isMusic } from './playback/kinds.js';
 import { isSeasonFolder, titleOfEntry } from './titles.js';
 
 const NAME = 'mirevo-queue';
@@ -65,8 +66,7 @@ async function besideInFolder(path, signal) {
 // Does the next film belong to the same series or album, so that it may begin by itself?
 function follows(entry, next, info) {
   const [one, other] = [titleOfEntry(entry), titleOfEntry(next)];
-  const isMusic = info?.metadata?.track_info?.video?.every((track) => track.attached_pic) ?? false;
-  return isMusic || (one.episode !== undefined && other.episode !== undefined && one.show === other.show);
+  return isMusic(info) || (one.episode !== undefined && other.episode !== undefined && one.show === other.show);
 }
 
 // { previous, next, isAutomatic } of a film; `previous` and `next` are entries or undefined.

@@ -62,6 +62,14 @@ const foldersOf = (encodedPath) => encodedPath.split('/').slice(-3, -1).map(name
 
 export const titleOfEntry = (entry) => titleOf(entry.name ?? nameOf(entry.encoded_path), foldersOf(entry.encoded_path));
 
+// What is known of a film when its card has come: the notes beside it count first, then its name, then its tags.
+export function withCard(about, { title = '', notes = {} }) {
+  if (notes.title) {
+    return { ...about, ...notes, plain: false };
+  }
+  return about.plain && title ? { title, plain: false } : about;
+}
+
 const two = (number) => String(number).padStart(2, '0');
 
 // "S01E02"

@@ -225,7 +225,7 @@ TEST_F(FilmKept, IsProbedAgainByAnotherProbe) {
   const struct {
     const char* from;
     const char* to;
-  } changes[] = {{"\"version\":1", "\"version\":2"},
+  } changes[] = {{"\"version\":2", "\"version\":3"},
                  {"libavformat", "libavgone"},
                  {"\"path\":\"", "\"path\":\"/other"},
                  {"\"state\":\"", "\"state\":\"9"}};

@@ -1,11 +1,13 @@
 #include "webapi/library/film_card.h"
 
+#include <array>
 #include <filesystem>
 
 #include "metadata/video_metadata.h"
 #include "util/json_utils.h"
 #include "webapi/http/work.h"
 #include "webapi/library/film_cache.h"
+#include "webapi/library/film_notes.h"
 #include "webapi/library/film_traits.h"
 #include "webapi/library/folder_card.h"
 #include "webapi/library/media_library.h"
@@ -14,6 +16,10 @@ namespace webapi {
 namespace {
 
 using LibOrvoQMX::VideoMetaData;
+
+// A new name when the facts change.
+constexpr char kCard[] = "card 2";
+constexpr std::array kTags = {"title", "artist", "album"};
 
 // Returns an empty object for a file that is not a film. The cache stores this result too.
 Json::Value Probe(const orvo::MediaFile& file) {
@@ -26,6 +32,10 @@ Json::Value Probe(const orvo::MediaFile& file) {
     facts["height"] = film.GetVideoDisplayY();
     facts["video"] = film.GetVideoCodecName();
     facts["audio"] = film.GetAudioCodecName();
+    const Json::Value& tags = film.GetDocument()["tags"];
+    for (const char* tag : kTags) {
+      facts[tag] = tags[tag].isString() && IsUtf8(tags[tag].asString()) ? tags[tag] : "";
+    }
   }
   return facts;
 }
@@ -35,6 +45,7 @@ bool AreFacts(const Json::Value& facts) {
   return facts.isObject() &&
          (facts.empty() ||
           (facts["duration"].isUInt() && facts["width"].isUInt() && facts["height"].isUInt() &&
+           facts["title"].isString() && facts["artist"].isString() && facts["album"].isString() &&
            facts["video"].isString() && facts["audio"].isString() && facts["music"].isBool()));
 }
 
@@ -43,7 +54,7 @@ bool Load(const std::string& kept, Json::Value& facts) {
 }
 
 bool LoadOrProbe(const orvo::MediaFile& film, Json::Value& facts) {
-  const std::string kept = CachePath(film, "card", ".json");
+  const std::string kept = CachePath(film, kCard, ".json");
   if (Load(kept, facts)) {
     return true;
   }
@@ -76,7 +87,7 @@ std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal)
 
 std::optional<int64_t> KnownLength(const orvo::MediaFile& film) {
   Json::Value facts;
-  const bool isKnown = film.IsOpen() && Load(CachePath(film, "card", ".json"), facts);
+  const bool isKnown = film.IsOpen() && Load(CachePath(film, kCard, ".json"), facts);
   return isKnown && !facts.empty() ? std::optional<int64_t>(facts["duration"].asUInt())
                                    : std::nullopt;
 }
@@ -90,7 +101,12 @@ Answer DescribeCard(const Request& request) {
   }
   const auto film = OpenFilm(request.Text("path"), refusal);
   const auto facts = film ? FactsOf(*film, refusal) : std::nullopt;
-  return facts ? Answer::Success(*facts) : refusal;
+  if (!facts) {
+    return refusal;
+  }
+  Json::Value card = *facts;
+  card["notes"] = NotesBeside(*film);
+  return Answer::Success(card);
 }
 
 }  // namespace webapi

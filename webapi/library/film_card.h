@@ -14,7 +14,8 @@
 namespace webapi {
 
 // "duration" (seconds), "width" and "height" (as displayed; of the cover for music), "video" and
-// "audio" (codec names; "" if there is no such track), "music" (a boolean). The cache stores them.
+// "audio" (codec names; "" if there is no such track), "music" (a boolean), "title", "artist" and
+// "album" (tags in the film; "" if missing). The cache stores them.
 // If the file is not a film, or if too many requests wait for films, returns nothing and sets
 // `refusal` to the answer.
 std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal);
@@ -22,7 +23,7 @@ std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal)
 // The length in seconds, if the cache knows it. `film` may be closed.
 std::optional<int64_t> KnownLength(const orvo::MediaFile& film);
 
-// For a folder, the facts of folder_card.h.
+// The facts and, in "notes", those of film_notes.h. For a folder, the facts of folder_card.h.
 Answer DescribeCard(const Request& request);
 
 }  // namespace webapi

@@ -6,6 +6,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@
 #include "util/media_formats.h"
 #include "webapi/http/send_file.h"
 #include "webapi/http/work.h"
+#include "webapi/library/art.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/media_library.h"
@@ -139,16 +141,26 @@ struct Wish {
   std::string path;
   int width = 0;
   std::vector<Look> looks;  // tried in order until one gives a picture
+  std::string demuxer;      // of a picture that lies beside films; "" for a film
 };
+
+std::optional<std::string> DemuxerFor(const Wish& wish) {
+  LibOrvoQMX::VideoMetaData known;
+  if (!wish.demuxer.empty()) {
+    return wish.demuxer;
+  }
+  return known.LoadFile(wish.film) ? std::optional(orvo::DemuxerOf(known.GetContainer()))
+                                   : std::nullopt;
+}
 
 // Makes the picture. A film without a picture gets an empty file, so later requests do not try
 // again.
 bool Make(const Wish& wish) {
-  LibOrvoQMX::VideoMetaData known;
-  if (!known.LoadFile(wish.film)) {
+  const auto demuxer = DemuxerFor(wish);
+  if (!demuxer) {
     return false;
   }
-  const Source source{wish.film, orvo::DemuxerOf(known.GetContainer())};
+  const Source source{wish.film, *demuxer};
   const auto deadline = Clock::now() + kTimeLimit;
   setpriority(PRIO_PROCESS, 0, kNiceness);
   std::string picture;
@@ -227,18 +239,10 @@ std::vector<Look> LooksFor(const Json::Value& facts) {
   return {{duration * 0.15, kTelling}, {duration * 0.4, kTelling}, {duration * 0.15, ""}, {0, ""}};
 }
 
-}  // namespace
-
-Answer SendPoster(const Request& request) {
-  constexpr int64_t kUsual = 320;
-  constexpr int64_t kLargest = 640;
+// A picture out of the film itself.
+Answer SendOwnPoster(const Request& request, const orvo::MediaFile& film, int width) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto subject = SubjectOf(request, kUsual, kLargest, refusal);
-  if (!subject) {
-    return refusal;
-  }
-  const auto& [film, width] = *subject;
-  Wish wish{film, CachePath(film, "poster " + std::to_string(width), ".jpg"), width, {}};
+  Wish wish{film, CachePath(film, "poster " + std::to_string(width), ".jpg"), width, {}, ""};
   bool ignored = false;
   if (!IsKept(wish.path, ignored)) {
     const auto facts = FactsOf(film, refusal);
@@ -248,6 +252,71 @@ Answer SendPoster(const Request& request) {
     wish.looks = LooksFor(*facts);
   }
   return SendPicture(request, wish);
+}
+
+// The picture `art` that lies beside the film or folder; nothing if there is none.
+std::optional<Answer> SendArt(const Request& request, const orvo::MediaFile& art, int width) {
+  const std::string demuxer = art.IsOpen() ? PictureDemuxer(art) : "";
+  if (demuxer.empty()) {
+    return std::nullopt;
+  }
+  const std::string path = CachePath(art, "art " + std::to_string(width), ".jpg");
+  return SendPicture(request, {art, path, width, {kCover}, demuxer});
+}
+
+constexpr int64_t kUsualPoster = 320;
+constexpr int64_t kLargestPoster = 1280;
+
+// A folder's picture: the one in it, or that of its first film.
+Answer SendFolderPoster(const Request& request, const std::string& folder, Art art, int width) {
+  if (auto answer = SendArt(request, ArtBeside(folder, true, art), width)) {
+    return *answer;
+  }
+  const std::string path = art == Art::kPoster ? FilmForFolder(folder) : "";
+  const orvo::MediaFile film = path.empty() ? orvo::MediaFile() : OpenVisible(path);
+  if (!film.IsOpen()) {
+    return Answer::Failure(kNotFound, "The server found no picture for this folder.");
+  }
+  const auto answer = SendArt(request, ArtBeside(path, false, art), width);
+  return answer ? *answer : SendOwnPoster(request, film, width);
+}
+
+// "poster" or "backdrop"; nothing for another word.
+std::optional<Art> ArtOf(const Request& request) {
+  const std::string word = request.Text("art");
+  if (word.empty() || word == "poster") {
+    return Art::kPoster;
+  }
+  return word == "backdrop" ? std::optional(Art::kBackdrop) : std::nullopt;
+}
+
+}  // namespace
+
+Answer SendPoster(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto path = ResolveMediaPath(request.Text("path"), refusal);
+  const auto width = WidthOf(request, kUsualPoster, kLargestPoster);
+  const auto art = ArtOf(request);
+  if (!path) {
+    return refusal;
+  }
+  if (!width || !art) {
+    return Answer::Failure(kBadRequest, "The width or the name of the picture is wrong.");
+  }
+  std::error_code failure;
+  if (std::filesystem::is_directory(*path, failure)) {
+    return SendFolderPoster(request, *path, *art, *width);
+  }
+  const auto film = OpenFilm(*path, refusal);
+  if (!film) {
+    return refusal;
+  }
+  if (auto answer = SendArt(request, ArtBeside(film->Path(), false, *art), *width)) {
+    return *answer;
+  }
+  return *art == Art::kPoster
+             ? SendOwnPoster(request, *film, *width)
+             : Answer::Failure(kNotFound, "There is no such picture beside this film.");
 }
 
 Answer SendThumbnail(const Request& request) {
@@ -269,9 +338,11 @@ Answer SendThumbnail(const Request& request) {
   }
   const int second = static_cast<int>(*time) / kSecondsEach * kSecondsEach;
   const std::string what = "thumbnail " + std::to_string(width) + " " + std::to_string(second);
-  return SendPicture(
-      request,
-      {film, CachePath(film, what, ".jpg"), width, {{static_cast<double>(second), ""}, {0, ""}}});
+  return SendPicture(request, {film,
+                               CachePath(film, what, ".jpg"),
+                               width,
+                               {{static_cast<double>(second), ""}, {0, ""}},
+                               ""});
 }
 
 }  // namespace webapi

@@ -6,15 +6,16 @@ import { forget, markWatched, marks } from '../history.js';
 import { t } from '../language.js';
 import { filmInfo } from '../playback/client.js';
 import { abilitiesOf, KINDS, kindsFor, plan, playsAs, usualWay } from '../playback/kinds.js';
+import { episodeCode, lineOf, titleOfEntry, withCard } from '../titles.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
-import { lineFor } from './names.js';
 import { openDownload } from './download.js';
 import { attempt, playAddress } from './page.js';
 import { choiceOf } from './preferences.js';
 import { queueButton } from './queue_view.js';
 
 const POSTER_WIDTH = 640;
+const BACKDROP_WIDTH = 1280;
 
 const list = (...facts) => facts.filter(Boolean).join(', ');
 const codecOf = (track) => codecText(track.codec || track.codec_raw) || 'unknown';
@@ -124,32 +125,60 @@ function actions(entry, mark, info, canPlay) {
   );
 }
 
-function poster(entry) {
-  const image = element('img', { class: 'large', alt: '', src: addressOf('Library', 'poster', { width: POSTER_WIDTH }, entry.encoded_path) });
-  image.addEventListener('error', () => image.remove());
-  return image;
+// The picture that lies behind the film's name: the one beside the film, else its poster.
+function hero(entry) {
+  const poster = element('img', { class: 'large', alt: '', src: addressOf('Library', 'poster', { width: POSTER_WIDTH }, entry.encoded_path) });
+  poster.addEventListener('error', () => poster.remove());
+  const backdrop = element('img', { class: 'backdrop', alt: '', src: addressOf('Library', 'poster', { width: BACKDROP_WIDTH, art: 'backdrop' }, entry.encoded_path) });
+  backdrop.addEventListener('error', () => backdrop.remove());
+  return [backdrop, poster];
 }
+
+function factsOf(about, { music, artist, album }, { duration, filesize }) {
+  const series = about.episode !== undefined && [about.show, episodeCode(about)].filter(Boolean).join(' ');
+  return list(series, about.year && String(about.year), music && artist, music && album, clockText(duration), filesize && sizeText(Number(filesize)));
+}
+
+function chaptersOf(entry, chapters = []) {
+  const items = chapters.map(({ start, title }, index) =>
+    element('li', {}, element('a', { href: playAddress(entry, start) }, element('span', { class: 'when' }, clockText(start)), ` ${title || t('Chapter {number}', { number: index + 1 })}`)),
+  );
+  return items.length > 1 ? [element('h2', {}, t('Chapters')), element('ol', { class: 'chapters' }, items)] : [];
+}
+
+const NO_CARD = { title: '', notes: {} };
 
 export async function filmView({ path }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
-  const name = lineFor(entry);
-  const [roots, info, seen] = await Promise.all([
+  const [roots, info, seen, card] = await Promise.all([
     get('Library', 'list', {}, '', { signal }),
     filmInfo(path, { signal }),
     marks(),
+    get('Library', 'card', {}, path, { signal, quiet: true }).catch(() => NO_CARD),
   ]);
+  const about = withCard(titleOfEntry(entry), card);
+  const name = lineOf(about, entry.name);
   const kinds = kindsFor(info, abilitiesOf(document.createElement('video')));
-  const { duration, filesize } = info.metadata;
   const crumbs = crumbsOf(path, [...roots.folders, ...roots.files]).slice(0, -1);
   return {
     title: name,
     nodes: [
       breadcrumbs(crumbs, name),
-      element('h1', { title: entry.name }, name),
-      poster(entry),
-      element('p', {}, list(clockText(duration), filesize && sizeText(Number(filesize)))),
-      actions(entry, seen.get(path), info, kinds.length > 0),
-      element('p', {}, summary(info, kinds)),
+      element(
+        'div',
+        { class: 'hero' },
+        hero(entry),
+        element(
+          'div',
+          { class: 'about' },
+          element('h1', { title: entry.name }, name),
+          element('p', { class: 'facts' }, factsOf(about, card, info.metadata)),
+          about.plot ? element('p', { class: 'plot' }, about.plot) : null,
+          actions(entry, seen.get(path), info, kinds.length > 0),
+          element('p', {}, summary(info, kinds)),
+        ),
+      ),
+      ...chaptersOf(entry, info.metadata.chapters),
       details(info, kinds),
     ],
   };

@@ -7,8 +7,7 @@ import { lineOf, titleOfEntry } from '../titles.js';
 export const lineFor = (entry) => lineOf(titleOfEntry(entry), entry.name);
 
 // The name in a tile. A name that tells no more than itself keeps its ending for programs that read it aloud.
-export function nameNode(entry, isInSeason = false) {
-  const about = titleOfEntry(entry);
+export function nameNode(entry, isInSeason = false, about = titleOfEntry(entry)) {
   if (about.plain) {
     const ending = entry.name.slice(about.title.length);
     return element('span', { class: 'name' }, about.title, ending && element('span', { class: 'ending' }, ending));

@@ -11,6 +11,7 @@ import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { audioText, subtitleText } from './film.js';
+import { Chapters } from './chapters.js';
 import { savePicture, stepFrame } from './frames.js';
 import { listenToGestures } from './gestures.js';
 import { handleKey, showHelp } from './keyboard.js';
@@ -44,6 +45,7 @@ export class PlayerView {
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();
+    this.chapters = new Chapters(this);
     this.upNext = new UpNext(this);
     this.mediaKeys = new MediaKeys(this, this.upNext);
     this.makeControls();
@@ -68,7 +70,7 @@ export class PlayerView {
     this.controls = element(
       'div',
       { id: 'controls' },
-      element('div', { class: 'timeline' }, this.preview, this.position),
+      element('div', { class: 'timeline' }, this.preview, this.position, this.chapters.marks),
       element(
         'div',
         { class: 'bar' },
@@ -109,6 +111,7 @@ export class PlayerView {
       labelled('Audio track', this.audio),
       labelled('Subtitles', this.subtitle),
       labelled('Speed', this.speed),
+      this.chapters.row,
       labelled(t('Repeat the film'), this.repeat),
       labelled('Playback method', this.kind),
       labelled('Subtitle size', this.cueSize),
@@ -207,6 +210,7 @@ export class PlayerView {
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
     this.mediaKeys.announce(entry);
+    this.chapters.show(info);
     this.upNext.prepare(entry, info, signal);
     this.showCover(entry, info);
     await this.playback.play({ entry, info }, choice, start);
@@ -360,7 +364,7 @@ export class PlayerView {
     const duration = this.playback.duration();
     this.preview.hidden = false;
     this.preview.style.setProperty('--place', String(duration > 0 ? second / duration : 0));
-    this.preview.lastChild.textContent = clockText(second);
+    this.preview.lastChild.textContent = [this.chapters.titleAt(second), clockText(second)].filter(Boolean).join(' · ');
     this.thumbnails.show(second);
   }
 

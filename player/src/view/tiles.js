@@ -4,6 +4,7 @@ import { addressOf, get } from '../api.js';
 import { element, icon, signButton } from '../dom.js';
 import { clockText, sizeName, sizeText } from '../format.js';
 import { counted, t } from '../language.js';
+import { titleOfEntry, withCard } from '../titles.js';
 import { wordsOf } from '../words.js';
 import { nameNode } from './names.js';
 import { filmAddress, folderAddress, playAddress } from './page.js';
@@ -58,10 +59,21 @@ function showBroken(tile, error) {
 }
 
 // Returns false if the film has no picture to ask for.
+// The card knows more than the name of the file.
+function showName(tile, entry, card, isInSeason) {
+  const about = titleOfEntry(entry);
+  const better = withCard(about, card);
+  if (better !== about) {
+    tile.querySelector('.name').replaceWith(nameNode(entry, isInSeason, better));
+  }
+}
+
 async function loadCard(tile, entry, signal) {
   try {
-    const { duration, width, height, music } = await get('Library', 'card', {}, entry.encoded_path, { signal, quiet: true });
-    setFacts(tile, [duration && clockText(duration), music ? t('Music') : sizeName(width, height), entry.size && sizeText(entry.size)]);
+    const card = await get('Library', 'card', {}, entry.encoded_path, { signal, quiet: true });
+    const { duration, width, height, music, artist } = card;
+    showName(tile, entry, card, tile.dataset.isEpisode !== undefined);
+    setFacts(tile, [duration && clockText(duration), music ? artist || t('Music') : sizeName(width, height), entry.size && sizeText(entry.size)]);
   } catch (error) {
     if (isBroken(error)) {
       showBroken(tile, error);
@@ -78,7 +90,7 @@ async function loadFolderCard(tile, entry, signal) {
   if (isAll && films > 0 && watched > 0) {
     showProgress(tile, watched, films, t('Watched films'));
   }
-  return false;
+  return films > 0;
 }
 
 // Watches for tiles that become visible, until `signal` aborts.
@@ -152,6 +164,9 @@ export function folderTile(entry, sight) {
 // `mark`: the film's entry of the history, if there is one.
 export function filmTile(entry, sight, mark, isInSeason) {
   const item = makeTile(filmAddress(entry), 'film', nameNode(entry, isInSeason), entry.size ? sizeText(entry.size) : '');
+  if (isInSeason) {
+    item.dataset.isEpisode = '';
+  }
   showMark(item, mark);
   sight.watch(item, entry, loadCard);
   return item;
