@@ -1,5 +1,14 @@
 // The page's texts: English, which the code uses, and German.
 export const GERMAN = {
+  // Every page
+  'Skip to the content': 'Zum Inhalt',
+  'Search films': 'Filme suchen',
+  Pages: 'Seiten',
+  Player: 'Abspieler',
+  Server: 'Server',
+  'Log in': 'Anmelden',
+  'Log out {name}': '{name} abmelden',
+
   // The library
   Library: 'Mediathek',
   'Position in the library': 'Ort in der Mediathek',
