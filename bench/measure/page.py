@@ -11,7 +11,7 @@ BOUNDS = {"copy": (800, None), "transcode": (1200, None),
 
 
 def first_frames(system):
-    """The page in Chromium: click and seek to the first picture in HLS and CMAF, against the same film without conversion."""
+    """The page in Chromium: click and seek to the first picture, against the same film without conversion."""
     film, old = media.film(), media.old_film()
     system.serve(film.parent)
     subprocess.run([HERE / "tools/fetch-modules", "tests/service"], check=True)
