@@ -52,7 +52,13 @@ async function measure(browser, film, kind) {
 }
 
 const browser = await launch();
-const cases = { direct: [films.copy, 'direct'], copy: [films.copy, 'hls'], transcode: [films.transcode, 'hls'] };
+const cases = {
+  direct: [films.copy, 'direct'],
+  copy: [films.copy, 'hls'],
+  transcode: [films.transcode, 'hls'],
+  'cmaf copy': [films.copy, 'cmaf'],
+  'cmaf transcode': [films.transcode, 'cmaf'],
+};
 const samples = Object.fromEntries(Object.keys(cases).map((name) => [name, []]));
 for (let round = -1; round < rounds; ++round) {
   for (const [name, [film, kind]] of Object.entries(cases)) {

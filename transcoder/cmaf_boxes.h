@@ -16,6 +16,10 @@ struct CmafSample {
   std::string data;
 };
 
+// The sample description box of a track whose codec is not described; its last byte is the closing
+// zero.
+inline constexpr char kCmafNoCodec[] = "\0\0\0\x10stsd\0\0\0\0\0\0\0";
+
 // What FFmpeg has written about a track.
 struct CmafTrack {
   bool isPicture = false;

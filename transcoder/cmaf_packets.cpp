@@ -12,12 +12,12 @@
 #include "transcoder/child_stream.h"
 #include "transcoder/cmaf_boxes.h"
 #include "transcoder/cmaf_command.h"
+#include "transcoder/cmaf_copy_header.h"
 #include "transcoder/film_packets.h"
 
 namespace orvo::transcoder {
 namespace {
 
-constexpr char kNoCodec[] = "\0\0\0\x10stsd\0\0\0\0\0\0\0";  // with the closing zero
 constexpr size_t kDisplayBytes = 44;
 constexpr size_t kBatch = 1 << 18;
 
@@ -32,10 +32,15 @@ class PacketStream {
  public:
   PacketStream(const AvFunctions& av, const AVStream& stream, int output)
       : av_(av), stream_(stream), output_(output), clock_{1, static_cast<int>(ClockOf(stream))} {
-    track_.isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
-    track_.clock = static_cast<uint32_t>(clock_.den);
-    track_.display.assign(kDisplayBytes, '\0');
-    track_.descriptions.assign(kNoCodec, sizeof(kNoCodec));
+    const auto clock = static_cast<uint32_t>(clock_.den);
+    if (auto described = DescribeCopy(av, stream, clock)) {
+      track_ = *std::move(described);
+    } else {
+      track_.isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+      track_.clock = clock;
+      track_.display.assign(kDisplayBytes, '\0');
+      track_.descriptions.assign(kCmafNoCodec, sizeof(kCmafNoCodec));
+    }
     bytes_ = CmafHeader(track_, 0);
   }
 

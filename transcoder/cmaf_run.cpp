@@ -4,6 +4,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -41,6 +42,8 @@ class Run : private CmafSink {
         demand_(request.folder, request.number),
         child_(std::move(child)),
         reader_([this](CmafSample sample) { Take(std::move(sample)); }) {}
+
+  bool HasHeader() const { return hasHeader_; }
 
   int Finish() {
     while (!IsDone() && Step()) {
@@ -90,8 +93,9 @@ class Run : private CmafSink {
     } else {
       cutter_ = std::make_unique<CmafSoundCutter>(track, plan_, request_.number, sink);
     }
-    // The stream of packets does not describe its codec.
-    if (!request_.IsCopy() || request_.isHeaderOnly) {
+    // A stream of packets does not describe every codec.
+    hasHeader_ = track.descriptions != std::string_view(kCmafNoCodec, sizeof(kCmafNoCodec));
+    if (hasHeader_) {
       Check(files_.WriteHeader(CmafHeader(track, track.isPicture ? plan_.delay : 0)));
     }
   }
@@ -137,6 +141,7 @@ class Run : private CmafSink {
   FragmentReader reader_;
   std::unique_ptr<CmafCutter> cutter_;
   std::vector<char> buffer_ = std::vector<char>(kChunk);
+  bool hasHeader_ = false;
   bool isWriting_ = false;
   bool hasFailed_ = false;
 };
@@ -146,6 +151,12 @@ std::optional<ChildStream> StartPackets(const CmafRequest& request) {
   auto stream =
       film.IsOpen() ? ChildStream::StartByParent(TextOf(request), film.Get()) : std::nullopt;
   return stream ? std::move(stream) : ChildStream::Start(CmafPacketsCommand(request));
+}
+
+// Makes the header of a copy from its stream of packets. False if that does not describe the codec.
+bool HasMadeHeader(const CmafRequest& request, const CmafPlan& plan, ChildStream packets) {
+  Run run(request, plan, std::move(packets));
+  return run.Finish() == 0 && run.HasHeader();
 }
 
 }  // namespace
@@ -161,7 +172,14 @@ int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
   CmafRequest placed = request;
   placed.from = static_cast<double>(plan->Start(request.number)) / kPlanClock;
   // FFmpeg brings packets of transport and program streams into the form that MP4 needs.
-  const bool readsPackets = request.IsCopy() && !request.isHeaderOnly && !surroundings.lacksIndex;
+  bool readsPackets = request.IsCopy() && !surroundings.lacksIndex;
+  if (readsPackets && request.isHeaderOnly) {
+    auto packets = StartPackets(placed);
+    readsPackets = false;  // unless they describe the codec, FFmpeg does
+    if (packets && HasMadeHeader(request, *plan, std::move(*packets))) {
+      return 0;
+    }
+  }
   auto child = readsPackets ? StartPackets(placed)
                             : ChildStream::Start(CmafCommand(request, *plan, surroundings));
   return child ? Run(request, *plan, std::move(*child)).Finish() : kExitNotFound;

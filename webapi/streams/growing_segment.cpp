@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "platform/unique_fd.h"
+#include "webapi/http/deadline.h"
 
 namespace webapi {
 namespace {
@@ -97,6 +98,7 @@ bool SendGrowing(const std::string& unfinished, const std::string& finished,
   for (;;) {
     const bool isOver = segment.IsAt(finished) || !isAlive();
     if (segment.HasPairs() && !hasBegun) {
+      RemoveDeadline();
       begin();
       hasBegun = true;
     }
