@@ -80,6 +80,9 @@ void AddServeCommand(CLI::App& app, int& exitCode) {
   command->add_flag_callback(
       "--no-analysis", [options] { options->analysis = false; },
       "Do not look for films' key frames in the background");
+  command->add_flag_callback(
+      "--no-conversions", [options] { options->conversions = false; },
+      "Do not convert queued films in the background");
   command->callback([options, &exitCode] { exitCode = serve::Serve(*options); });
 }
 

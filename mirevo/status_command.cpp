@@ -8,7 +8,6 @@
 #include "mirevo/output.h"
 #include "mirevo/service_client.h"
 #include "platform/plat.h"
-#include "serve/analysis.h"
 #include "serve/service.h"
 #include "util/json_utils.h"
 

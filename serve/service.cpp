@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -26,9 +27,9 @@
 #include "platform/plat.h"
 #include "platform/process_launch.h"
 #include "policy/registry_sweep.h"
-#include "serve/analysis.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
+#include "serve/kept_program.h"
 #include "serve/measurement.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
@@ -48,6 +49,7 @@ constexpr int kDefaultPort = 8096;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
 constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
+constexpr char kConverter[] = "/var/packages/Mirevo/target/bin/orvovideoconversiond";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
 // The shorter of two times for poll, in milliseconds; negative means no limit.
@@ -148,19 +150,59 @@ orvo::UniqueFd BlockSignals() {
   return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
+// What the service wants beside its answers to requests.
+struct Wishes {
+  bool analysis;  // key frames are found and the machine is measured
+  bool conversions;
+};
+
+// The catalog is kept in any case.
+std::vector<std::string> AnalysisCommand(bool findsKeyframes) {
+  std::vector<std::string> command = {orvo::SystemPath(kAnalyzer),
+                                      findsKeyframes ? "--watch" : "--catalog"};
+  const std::vector<std::string> roots = webapi::MediaRoots();
+  command.insert(command.end(), roots.begin(), roots.end());
+  return roots.empty() ? std::vector<std::string>{} : command;
+}
+
+std::vector<std::string> ConverterCommand(bool isWanted) {
+  return isWanted ? std::vector{orvo::SystemPath(kConverter)} : std::vector<std::string>{};
+}
+
+// The background programs.
+struct Companions {
+  explicit Companions(const Wishes& wishes)
+      : analysis("the analysis of the library", AnalysisCommand(wishes.analysis)),
+        converter("the conversion of films", ConverterCommand(wishes.conversions)) {}
+
+  void Update() {
+    analysis.Update();
+    converter.Update();
+  }
+  int Patience() const { return Sooner(analysis.Patience(), converter.Patience()); }
+  void Stop() {
+    analysis.Stop();
+    converter.Stop();
+  }
+
+  KeptProgram analysis;
+  KeptProgram converter;
+};
+
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has
 // ended.
-bool ServeUntilStopped(int signals, const orvo::Process& keeper, Analysis& analysis,
+bool ServeUntilStopped(int signals, const orvo::Process& keeper, Companions& companions,
                        Heartbeat& heartbeat) {
   for (;;) {
-    analysis.Update();
+    companions.Update();
     heartbeat.Update();
     keeper.ContinueIfStopped();
     pollfd events[] = {{signals, POLLIN, 0},
                        {keeper.Descriptor().Get(), POLLIN, 0},
-                       {analysis.Descriptor(), POLLIN, 0},
+                       {companions.analysis.Descriptor(), POLLIN, 0},
+                       {companions.converter.Descriptor(), POLLIN, 0},
                        {heartbeat.Descriptor(), POLLIN, 0}};
-    if (poll(events, 4, Sooner(analysis.Patience(), heartbeat.Patience())) < 0) {
+    if (poll(events, std::size(events), Sooner(companions.Patience(), heartbeat.Patience())) < 0) {
       continue;
     }
     signalfd_siginfo received{};
@@ -293,9 +335,8 @@ void TellFFmpeg() {
   }
 }
 
-// Starts the web server and runs until the end. `inBackground`: key frames are found and the
-// machine is measured.
-int Run(const WebServer& server, Belongings& belongings, int browser, bool inBackground) {
+// Starts the web server and runs until the end.
+int Run(const WebServer& server, Belongings& belongings, int browser, const Wishes& wishes) {
   orvo::AdoptOrphans();
   const orvo::UniqueFd signals = BlockSignals();
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
@@ -313,12 +354,12 @@ int Run(const WebServer& server, Belongings& belongings, int browser, bool inBac
   Announce(server, browser);
   TellConfinement();
   TellFFmpeg();
-  Analysis analysis(orvo::SystemPath(kAnalyzer), webapi::MediaRoots(), inBackground);
-  Measurement measurement(inBackground);
+  Companions companions(wishes);
+  Measurement measurement(wishes.analysis);
   Heartbeat heartbeat(server);
-  const bool told = ServeUntilStopped(signals.Get(), keeper, analysis, heartbeat);
+  const bool told = ServeUntilStopped(signals.Get(), keeper, companions, heartbeat);
   AnnounceStop();
-  analysis.Stop();
+  companions.Stop();
   measurement.Stop();
   unlink((server.stateFolder + kAddressFile).c_str());
   Stop(keeper, told);
@@ -408,7 +449,7 @@ int Serve(const Options& options) {
       {package + "player", package + "webapi", state, SendFolders(), endpoints, options.hosts,
        options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
        options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies},
-      belongings, browser.Get(), options.analysis);
+      belongings, browser.Get(), {options.analysis, options.conversions});
 }
 
 }  // namespace serve

@@ -11,12 +11,15 @@ namespace serve {
 inline constexpr char kStateFolder[] = "/run/mirevo";
 // The address of the page, in one line. The file exists while the service answers.
 inline constexpr char kAddressFile[] = "/address";
+// The state of the background analysis; see docs/state-files.md.
+inline constexpr char kAnalysisFile[] = "/analysis";
 
 struct Options {
   std::vector<std::string> media;    // files and folders
   std::optional<int> port;           // 0 for any; unset: the usual one, or any if that is in use
   bool browser = true;               // open the page if there is a desktop
   bool analysis = true;              // find key frames and measure the machine in the background
+  bool conversions = true;           // convert queued films in the background
   std::vector<std::string> listen;   // addresses; if empty, only this machine
   std::vector<std::string> hosts;    // names of the service (IsHost)
   std::vector<std::string> origins;  // other sites whose pages may use it (IsOrigin)

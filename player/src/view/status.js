@@ -80,6 +80,11 @@ function streamsOf({ streams, transcoders }, refresh) {
   ];
 }
 
+const engineText = ({ encoder, device, lines, speed, reason }) =>
+  lines > 0
+    ? `${encoder} on ${device}: up to ${lines} lines${speed > 0 ? `, ${speed.toFixed(1)} times the film's speed` : ''}`
+    : `${encoder} on ${device}: not used. ${reason}`;
+
 function limits({ limits: allowed, transcoders, platform }) {
   const running = (kind) => transcoders.filter((transcoder) => transcoder.kind === kind).length;
   const line = (kind, name) => element('li', {}, t('{name}: {count} of {limit} in use', { name, count: running(kind), limit: allowed[kind] }));
@@ -89,6 +94,7 @@ function limits({ limits: allowed, transcoders, platform }) {
     line('software', t('Software conversions')),
     line('hardware', t('Hardware conversions')),
     element('li', {}, `Profiles: ${platform?.profiles ?? 'unknown'}. Hardware conversion: ${platform?.hardware_enabled ? 'on' : 'off'}`),
+    ...(platform?.engines ?? []).map((engine) => element('li', {}, engineText(engine))),
   );
 }
 

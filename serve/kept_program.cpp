@@ -1,4 +1,4 @@
-#include "serve/analysis.h"
+#include "serve/kept_program.h"
 
 #include <algorithm>
 #include <csignal>
@@ -14,60 +14,57 @@ using std::chrono::seconds;
 
 constexpr seconds kShortestPause{1};
 constexpr seconds kLongestPause{300};
-// If the analysis ran for this time, its end was not a failed start.
+// If the program ran for this time, its end was not a failed start.
 constexpr seconds kLongLife{600};
 constexpr int kStopMilliseconds = 1000;
 
 }  // namespace
 
-Analysis::Analysis(std::string program, std::vector<std::string> roots, bool findsKeyframes)
-    : program_(std::move(program)), roots_(std::move(roots)), findsKeyframes_(findsKeyframes) {}
+KeptProgram::KeptProgram(std::string name, std::vector<std::string> command)
+    : name_(std::move(name)), command_(std::move(command)) {}
 
-Analysis::~Analysis() {
+KeptProgram::~KeptProgram() {
   Stop();
 }
 
-void Analysis::Update() {
+void KeptProgram::Update() {
   if (process_ && process_.HasEndedWithin(0)) {
     NoticeEnd();
   }
-  if (!process_ && !roots_.empty() && Clock::now() >= next_) {
+  if (!process_ && !command_.empty() && Clock::now() >= next_) {
     Start();
   }
 }
 
-void Analysis::Start() {
-  orvo::Program program{program_, {program_, findsKeyframes_ ? "--watch" : "--catalog"}};
-  program.arguments.insert(program.arguments.end(), roots_.begin(), roots_.end());
+void KeptProgram::Start() {
   orvo::LaunchOptions options;
   options.streams = orvo::StandardStreams::kKept;
-  options.parentDeath.signal = SIGKILL;  // the results on disk stay whole
+  options.parentDeath.signal = SIGKILL;  // what it keeps on disk stays whole
   started_ = Clock::now();
-  process_ = orvo::Start(program, options);
+  process_ = orvo::Start({command_.front(), command_}, options);
   if (!process_) {
     NoticeEnd();
   }
 }
 
-void Analysis::NoticeEnd() {
+void KeptProgram::NoticeEnd() {
   process_ = orvo::Process();
   const bool wasLong = Clock::now() - started_ >= kLongLife;
   pause_ = wasLong ? kShortestPause : std::clamp(pause_ * 2, kShortestPause, kLongestPause);
   next_ = Clock::now() + pause_;
-  std::cerr << "the analysis of the library has ended; it starts again in " << pause_.count()
-            << " s\n";
+  std::cerr << name_ << " has ended; it starts again in " << pause_.count() << " s\n";
 }
 
-int Analysis::Patience() const {
-  if (process_ || roots_.empty()) {
+int KeptProgram::Patience() const {
+  if (process_ || command_.empty()) {
     return -1;
   }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now());
   return static_cast<int>(std::max<long>(left.count(), 0));
 }
 
-void Analysis::Stop() {
-  roots_.clear();
+void KeptProgram::Stop() {
+  command_.clear();
   process_.End(SIGTERM, kStopMilliseconds);
   process_ = orvo::Process();
 }

@@ -1,0 +1,168 @@
+#include "convert/queue.h"
+
+#include <algorithm>
+#include <array>
+
+#include "accounts/ownership.h"
+#include "convert/work_folder.h"
+#include "platform/plat.h"
+#include "util/private_folder.h"
+
+namespace convert {
+namespace {
+
+using catalog::Database;
+using catalog::Statement;
+
+constexpr char kFile[] = "/queue.db";
+constexpr char kSelect[] =
+    "SELECT id, path, root, profile, state, reason, folder, seconds FROM items ";
+// Writers hold the lock for the time of one commit.
+constexpr char kTables[] =
+    "PRAGMA busy_timeout = 5000;"
+    "CREATE TABLE IF NOT EXISTS items (id INTEGER PRIMARY KEY AUTOINCREMENT, path BLOB NOT NULL,"
+    " root BLOB NOT NULL, profile BLOB NOT NULL, state INTEGER NOT NULL DEFAULT 0,"
+    " reason BLOB NOT NULL DEFAULT x'', folder BLOB NOT NULL DEFAULT x'',"
+    " seconds INTEGER NOT NULL DEFAULT 0);"
+    "CREATE TABLE IF NOT EXISTS settings (name TEXT PRIMARY KEY, value INTEGER NOT NULL);";
+
+// The progress of a conversion whose result has not been checked.
+constexpr double kNotChecked = 0.99;
+
+constexpr std::array kNames = {"waiting", "converting", "paused", "ready", "failed", "removed"};
+
+// Makes the folder, and answers with the path of the database in it; "" if it cannot be used.
+std::string PreparePath() {
+  const std::string folder = orvo::SystemPath(kQueueFolder);
+  if (!orvo::MakePrivateFolder(folder)) {
+    return "";
+  }
+  accounts::LeaveToFolderOwner(folder);
+  return folder + kFile;
+}
+
+Item ItemOf(const Statement& row) {
+  Item item;
+  item.id = row.Number(0);
+  item.path = row.Text(1);
+  item.root = row.Text(2);
+  item.profile = row.Text(3);
+  item.state = static_cast<State>(std::clamp<int64_t>(row.Number(4), 0, kNames.size() - 1));
+  item.reason = row.Text(5);
+  item.folder = row.Text(6);
+  item.seconds = row.Number(7);
+  return item;
+}
+
+int64_t NumberOf(State state) {
+  return static_cast<int64_t>(state);
+}
+
+}  // namespace
+
+const char* NameOf(State state) {
+  return kNames.at(static_cast<size_t>(state));
+}
+
+Queue::Queue() : database_(PreparePath(), Database::Use::kWrite), isOpen_(database_.Run(kTables)) {
+  accounts::LeaveToFolderOwner(orvo::SystemPath(kQueueFolder) + kFile);
+}
+
+std::optional<int64_t> Queue::Add(const std::string& path, const std::string& root,
+                                  const std::string& profile) {
+  if (!database_.Run("BEGIN IMMEDIATE")) {
+    return std::nullopt;
+  }
+  Statement find = database_.Prepare(
+      "SELECT id FROM items WHERE path = ? AND profile = ? AND state NOT IN (?, ?)");
+  find.With(path).With(profile).With(NumberOf(State::kFailed)).With(NumberOf(State::kRemoved));
+  std::optional<int64_t> id;
+  if (find.Step()) {
+    id = find.Number(0);
+  }
+  find.Reset();
+  Statement insert = database_.Prepare("INSERT INTO items (path, root, profile) VALUES (?, ?, ?)");
+  if (!id && insert.With(path).With(root).With(profile).Run()) {
+    Statement newest = database_.Prepare("SELECT last_insert_rowid()");
+    id = newest.Step() ? std::optional(newest.Number(0)) : std::nullopt;
+  }
+  return database_.Run("COMMIT") ? id : std::nullopt;
+}
+
+std::vector<Item> Queue::Select(const char* condition) const {
+  std::vector<Item> items;
+  Statement rows = database_.Prepare((std::string(kSelect) + condition).c_str());
+  while (rows.Step()) {
+    items.push_back(ItemOf(rows));
+  }
+  return items;
+}
+
+std::vector<Item> Queue::List() const {
+  return Select("WHERE state < 5 ORDER BY id");
+}
+
+std::vector<Item> Queue::Removed() const {
+  return Select("WHERE state = 5 ORDER BY id");
+}
+
+std::optional<Item> Queue::Find(int64_t id) const {
+  Statement row = database_.Prepare((std::string(kSelect) + "WHERE id = ? AND state < 5").c_str());
+  return row.With(id).Step() ? std::optional(ItemOf(row)) : std::nullopt;
+}
+
+std::optional<Item> Queue::Next(const std::vector<int64_t>& skipped) const {
+  for (Item& item : Select("WHERE state < 3 ORDER BY state = 0, id")) {
+    if (std::find(skipped.begin(), skipped.end(), item.id) == skipped.end()) {
+      return std::move(item);
+    }
+  }
+  return std::nullopt;
+}
+
+bool Queue::Remove(int64_t id) const {
+  return Find(id) &&
+         database_.Prepare("UPDATE items SET state = 5, reason = x'' WHERE id = ?").With(id).Run();
+}
+
+bool Queue::SetPaused(bool isPaused) const {
+  return database_.Prepare("INSERT OR REPLACE INTO settings (name, value) VALUES ('paused', ?)")
+      .With(isPaused ? 1 : 0)
+      .Run();
+}
+
+bool Queue::IsPaused() const {
+  Statement row = database_.Prepare("SELECT value FROM settings WHERE name = 'paused'");
+  return row.Step() && row.Number(0) != 0;
+}
+
+bool Queue::Update(const Item& item) const {
+  return database_
+      .Prepare(
+          "UPDATE items SET state = ?, reason = ?, folder = ?, seconds = ? "
+          "WHERE id = ? AND state < 5")
+      .With(NumberOf(item.state))
+      .With(item.reason)
+      .With(item.folder)
+      .With(item.seconds)
+      .With(item.id)
+      .Run();
+}
+
+bool Queue::Forget(int64_t id) const {
+  return database_.Prepare("DELETE FROM items WHERE id = ?").With(id).Run();
+}
+
+double ProgressOf(const Item& item) {
+  if (item.state == State::kReady) {
+    return 1;
+  }
+  if (item.folder.empty() || item.seconds <= 0) {
+    return 0;
+  }
+  const auto pieces = WorkFolder(item.folder).Pieces();
+  const double complete = pieces.empty() ? 0 : pieces.rbegin()->first;  // the last one is in work
+  return std::min(complete * kPieceSeconds / static_cast<double>(item.seconds), kNotChecked);
+}
+
+}  // namespace convert
