@@ -12,12 +12,15 @@
 #include "platform/confined_call.h"
 #include "platform/io.h"
 #include "platform/media_file.h"
+#include "util/film_memory.h"
 
 namespace orvo::analyze {
 namespace {
 
 constexpr size_t kLongestReason = 1024;
 constexpr size_t kMostKeyframes = 20'000'000;  // a day in which each picture is one
+// Another process may analyse the same film for so long.
+constexpr int kPatienceMilliseconds = 60000;
 constexpr int kSignalled = 128;
 
 std::string Message(char kind, double number) {
@@ -94,6 +97,12 @@ bool FindKeyframesConfined(const std::string& path, const Progress& progress, Fi
     return false;
   }
   Listener listener(progress, found);
+  const auto memory = FilmMemory::Take(film, Job::kAnalysis, kPatienceMilliseconds);
+  if (!memory) {
+    signal = SIGKILL;  // tried again later
+    error = "another process analyses it";
+    return false;
+  }
   const int status = RunConfined(
       Job::kAnalysis, {.files = {film.Get()}},
       [&](int output) { return Read(film.Address(), output); },

@@ -24,7 +24,8 @@ inline constexpr char kUnfinished[] = ".part";
 
 // What is known of the film, in a file beside the plan: words in one line. The first one tells
 // whether they can be copied: yes; no, because key frames do not begin closed groups of pictures;
-// no, because no index tells all key frames; there are none. A film whose clock jumps has no plan
+// no, because no index tells all key frames; no, because their size or coding changes; there are
+// none. A film whose clock jumps has no plan
 // that a run could keep. The second word is the dynamic range of the pictures. The third one is
 // there if the film's clock does not begin with 0 and FFmpeg would not count from the film's start,
 // but from that of the track that it reads: the film's start on that clock, in microseconds.
@@ -33,6 +34,7 @@ inline constexpr char kCmafCopied[] = "copied";
 inline constexpr char kCmafOpenGroups[] = "open-groups";
 inline constexpr char kCmafNoIndex[] = "no-index";
 inline constexpr char kCmafNoPicture[] = "no-picture";
+inline constexpr char kCmafChanging[] = "changing";
 inline constexpr char kCmafClockJumps[] = "clock-jumps";
 inline constexpr char kCmafStandardRange[] = "sdr";
 inline constexpr char kCmafPq[] = "pq";

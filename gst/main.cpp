@@ -12,6 +12,7 @@
 
 #include "gst/arguments.h"
 #include "gst/conversion.h"
+#include "platform/confinement.h"
 #include "platform/log.h"
 #include "platform/media_file.h"
 #include "platform/plat.h"
@@ -68,6 +69,12 @@ int main(int argc, char* argv[]) {
   }
   reading.request.film = file.Address();
   PrepareGstreamer();
+  // Only now, because GStreamer may start a program that looks at its plugins. Decoders come later.
+  orvo::Confinement confinement(orvo::Job::kTranscoder,
+                                {.files = {file.Get()}, .hardware = true, .socketPairs = true});
+  if (const int refused = confinement.Enter(); refused != 0) {
+    return Fail(EXIT_FAILURE, std::string("cannot be confined: ") + strerror(refused));
+  }
   const Result result = Convert(reading.request, {});
   const int code = result.hasSucceeded ? EXIT_SUCCESS : Fail(EXIT_FAILURE, result.error);
   _exit(code);

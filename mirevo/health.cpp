@@ -1,11 +1,14 @@
 #include "mirevo/health.h"
 
 #include <dlfcn.h>
+#include <grp.h>
 #include <libavformat/version.h>
 #include <libavutil/macros.h>
+#include <sys/stat.h>
 #include <sys/timex.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <ctime>
@@ -16,12 +19,12 @@
 #include "mirevo/program_output.h"
 #include "platform/confinement.h"
 #include "platform/plat.h"
-#include "policy/platform_utils.h"
 #include "policy/trans_loading.h"
 #include "preprocess/stored_result.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
 #include "util/system_files.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/choice/profiles.h"
 
 namespace mirevo {
@@ -289,19 +292,53 @@ void ExamineAnalysis(Findings& findings) {
 
 // --- The machine ---
 
-void ExamineHardware(Findings& findings) {
-  auto& platform = libmrv::util::PlatformUtils::GetInst();
-  if (!platform.IsSupportVaapi()) {
-    findings.push_back(Good("hardware", "this platform encodes in software"));
-    return;
+// The group that may open a device; "" if there is no such group.
+std::string GroupOf(const std::string& device) {
+  struct stat status {};
+  const group* const found = stat(device.c_str(), &status) == 0 ? getgrgid(status.st_gid) : nullptr;
+  return found != nullptr ? found->gr_name : "";
+}
+
+std::string SpeedOf(const Json::Value& engine) {
+  std::array<char, 32> text{};
+  snprintf(text.data(), text.size(), ", %.1f times the film's speed", engine["speed"].asDouble());
+  return engine["speed"].asDouble() > 0 ? text.data() : "";
+}
+
+// Does another engine encode on this device?
+bool IsUsedByAnother(const std::string& device, const Json::Value& engines) {
+  return std::any_of(engines.begin(), engines.end(), [&](const Json::Value& engine) {
+    return engine["device"] == device && engine["lines"].asInt() > 0;
+  });
+}
+
+Finding FindingOf(const Json::Value& engine, const Json::Value& engines) {
+  const std::string device = engine["device"].asString();
+  const std::string check = "hardware " + engine["encoder"].asString();
+  if (access(device.c_str(), R_OK | W_OK) != 0) {
+    return {check, State::kWarning, "This user cannot open " + device + ".",
+            "Add the service's user to the group " + GroupOf(device) + "."};
   }
-  constexpr char kNode[] = "/dev/dri/renderD128";
-  findings.push_back(
-      access(kNode, R_OK | W_OK) == 0
-          ? Good("hardware", kNode)
-          : Finding{"hardware", State::kWarning,
-                    std::string(kNode) + " cannot be opened; films are encoded in software.",
-                    "Add the service's user to the group render."});
+  if (engine["lines"].asInt() == 0) {
+    const std::string detail = device + " is not used. " + engine["reason"].asString();
+    if (IsUsedByAnother(device, engines)) {
+      return Good(check, detail);
+    }
+    return {check, State::kWarning, detail,
+            "Check its driver, then \"mirevo hardware on\" tries again."};
+  }
+  return Good(check, device + " has encoded pictures of " + engine["lines"].asString() + " lines" +
+                         SpeedOf(engine));
+}
+
+void ExamineHardware(Findings& findings) {
+  const Json::Value engines = webapi::DescribeEngines();
+  for (const Json::Value& engine : engines) {
+    findings.push_back(FindingOf(engine, engines));
+  }
+  if (engines.empty()) {
+    findings.push_back(Good("hardware", "no video engine is known; films are encoded in software"));
+  }
 }
 
 void ExamineConfinement(Findings& findings) {

@@ -17,7 +17,9 @@
 #include "mirevo/doctor_command.h"
 #include "mirevo/exit_codes.h"
 #include "mirevo/explain_command.h"
+#include "mirevo/hardware_command.h"
 #include "mirevo/output.h"
+#include "mirevo/platform_command.h"
 #include "mirevo/play_command.h"
 #include "mirevo/probe_command.h"
 #include "mirevo/serve_command.h"
@@ -65,8 +67,8 @@ int Run(int argc, char** argv) {
   for (const auto add :
        {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
         mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
-        mirevo::AddAnalyzeCommand, mirevo::AddConvertCommand, mirevo::AddDoctorCommand,
-        mirevo::AddCompletionCommand}) {
+        mirevo::AddAnalyzeCommand, mirevo::AddConvertCommand, mirevo::AddPlatformCommand,
+        mirevo::AddHardwareCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {

@@ -25,13 +25,14 @@ constexpr uint64_t kMebibyte = 1 << 20;
 constexpr uint64_t kLargestLimit = UINT64_C(1) << 40;
 constexpr int kMilliseconds = 1000;
 
-// In the order of Job.
+// In the order of Job. What works on one film beside its transcoder has 1 GiB in all, with the
+// files that pictures and subtitles have in memory (util/film_memory.h).
 constexpr std::array kJobs = {
     // name, memory, writable, processor, wall, file, files, processes
     JobLimits{"probe", 512, 0, 10, 10, 1, 256, 4096},
-    JobLimits{"picture", 2048, 1024, 20, 15, 64, 256, 4096},
-    JobLimits{"subtitles", 2048, 1024, 300, 310, 64, 256, 4096},
-    JobLimits{"analysis", 1024, 0, 3600, 14400, 1, 256, 4096},
+    JobLimits{"picture", 2048, 496, 20, 15, 16, 256, 4096},
+    JobLimits{"subtitles", 2048, 192, 300, 310, 64, 256, 4096},
+    JobLimits{"analysis", 256, 0, 3600, 14400, 1, 256, 4096},
     JobLimits{"transcoder", 65536, 8192, 604800, 0, 262144, 1024, 4096},
 };
 
@@ -219,7 +220,8 @@ Confinement::Confinement(Job job, const Reach& reach)
   files_ = RulesFor(reach);
   const int error = errno;
   if (HasSystemCallFilters()) {
-    calls_ = MediaFilter(isFunction_ ? Execution::kRefused : Execution::kAllowed);
+    calls_ = MediaFilter(isFunction_ ? Execution::kRefused : Execution::kAllowed,
+                         reach.socketPairs ? SocketPairs::kAllowed : SocketPairs::kRefused);
   }
   isRefused_ = mode == Sandbox::kRequired && (files_ == nullptr || calls_.empty());
   if (isRefused_) {
@@ -255,7 +257,7 @@ int Confinement::Enter() {
 
 int Confinement::EnterAsParent() {
   if (!calls_.empty()) {
-    calls_ = MediaFilter(Execution::kForks);
+    calls_ = MediaFilter(Execution::kForks, SocketPairs::kRefused);
   }
   return Apply(this);
 }

@@ -57,6 +57,7 @@ struct Reach {
   std::vector<std::string> read = {};   // files, and folders with all below
   std::vector<std::string> write = {};  // the same
   bool hardware = false;                // devices for pictures
+  bool socketPairs = false;             // pairs of local sockets, by which threads wake each other
 };
 
 // The confinement of one process. Made before the launch, which it has to outlive.

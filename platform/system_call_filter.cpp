@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -186,9 +187,19 @@ void AllowDeviceCalls(Writer& writer) {
   writer.Decide(SYS_ioctl, device);
 }
 
+// Both ends stay in the process: it can neither connect to another one nor pass descriptors on.
+void AllowLocalPairs(Writer& writer) {
+  Writer pair;
+  pair.Load(LowHalf(0));
+  pair.SkipUnlessEqual(AF_UNIX, 1);
+  pair.Return(kAllow);
+  pair.Return(kRefuse);
+  writer.Decide(SYS_socketpair, pair);
+}
+
 }  // namespace
 
-std::vector<sock_filter> MediaFilter(Execution execution) {
+std::vector<sock_filter> MediaFilter(Execution execution, SocketPairs pairs) {
   Writer writer;
   CheckArchitecture(writer);
   if (execution == Execution::kForks) {
@@ -199,6 +210,9 @@ std::vector<sock_filter> MediaFilter(Execution execution) {
   AllowDeviceCalls(writer);
   if (execution == Execution::kAllowed) {
     writer.Answer(SYS_execve, kAllow);
+  }
+  if (pairs == SocketPairs::kAllowed) {
+    AllowLocalPairs(writer);
   }
   for (const int call : kAllowed) {
     writer.Answer(call, kAllow);

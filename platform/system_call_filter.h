@@ -16,10 +16,13 @@ enum class Execution {
   kForks,    // accepts connections and starts confined copies of itself
 };
 
+// Whether the process may make pairs of local sockets. GStreamer's threads wake each other by them.
+enum class SocketPairs { kAllowed, kRefused };
+
 // A filter for InstallFilter. All calls that it does not know fail with EPERM: sockets, other
 // processes, mounts, keys, identities and whatever the kernel gets later. New threads are allowed,
 // new processes only as said above. A call of another architecture ends the process.
-std::vector<sock_filter> MediaFilter(Execution execution);
+std::vector<sock_filter> MediaFilter(Execution execution, SocketPairs pairs);
 
 // Async-signal-safe: gives up new privileges and installs the filter in the calling thread. Returns
 // 0 or an errno.

@@ -1,11 +1,12 @@
-// The background process that measures the machine at the first start.
+// The background process that finds out about the machine: its engines, its platform, its speed.
 #pragma once
 
 #include "platform/process.h"
 
 namespace serve {
 
-// Measures unless the machine as it is has been measured before. The destructor ends it.
+// Proves the engines and measures the speed unless that is known of the machine as it is, and
+// detects the platform (machine_setup.h). The destructor ends it.
 class Measurement {
  public:
   // Starts nothing if it is not wanted.

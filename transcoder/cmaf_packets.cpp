@@ -52,7 +52,12 @@ class PacketStream {
     return PassHeld(std::exchange(held_, std::move(sample)));
   }
 
-  bool Finish() { return PassHeld(std::exchange(held_, std::nullopt)) && Flush(); }
+  bool Finish() {
+    if (held_ && held_->duration == 0) {
+      held_->duration = lastDuration_;
+    }
+    return PassHeld(std::exchange(held_, std::nullopt)) && Flush();
+  }
 
  private:
   static int64_t ClockOf(const AVStream& stream) {
@@ -73,6 +78,7 @@ class PacketStream {
     if (!sample || sample->time < 0) {
       return true;
     }
+    lastDuration_ = sample->duration;
     const int64_t start = sample->time + kCmafLead * clock_.den;
     std::vector<CmafSample> samples;
     samples.push_back(*std::move(sample));
@@ -91,6 +97,7 @@ class PacketStream {
   AVRational clock_;
   CmafTrack track_;
   std::optional<CmafSample> held_;
+  int64_t lastDuration_ = 0;
   std::string bytes_;
 };
 

@@ -17,6 +17,7 @@
 #include "transcoder/film_clock.h"
 #include "transcoder/film_packets.h"
 #include "transcoder/film_range.h"
+#include "transcoder/parameter_sets.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -50,7 +51,8 @@ std::optional<int64_t> NextKey(const std::vector<int64_t>& keys, int64_t start, 
 }  // namespace
 
 bool HasUsableKeys(const FilmOutline& film) {
-  if (!film.hasPicture || film.keys.empty() || film.isOpen || film.keys.front() > kSecond / 2) {
+  if (!film.hasPicture || film.keys.empty() || film.isOpen || film.changes ||
+      film.keys.front() > kSecond / 2) {
     return false;
   }
   int64_t last = 0;
@@ -150,6 +152,16 @@ std::optional<FilmPacket> KeyAt(FilmPackets& packets, int track, double seconds)
   return packet;
 }
 
+// Notes what a look at a key frame tells.
+void Look(const FilmPackets& packets, const FilmPacket& first, const FilmPacket& key,
+          FilmOutline& film) {
+  const AVCodecParameters& codec = *packets.Track(key.Track()).codecpar;
+  film.isOpen = film.isOpen || !key.isIdr;
+  film.changes = film.changes || AnnouncesChange(*key.packet) ||
+                 (!HasLengths(codec) && SequenceSets(codec.codec_id, *key.packet) !=
+                                            SequenceSets(codec.codec_id, *first.packet));
+}
+
 // What the film's first pictures tell. Not every film can be entered at its start again.
 struct Beginning {
   std::optional<FilmPacket> key;  // the first key frame
@@ -197,7 +209,9 @@ void ReadKeys(const AvFunctions& av, FilmPackets& packets, int track, const Film
     const int64_t shown = times[i] + later;
     const double seconds = static_cast<double>(shown) * av_q2d(stream.time_base);
     const auto key = KeyAt(packets, track, seconds + kRounding);
-    film.isOpen = film.isOpen || (key && !key->isIdr);
+    if (key) {
+      Look(packets, first, *key, film);
+    }
     if (!key || std::abs(key->packet->pts - shown) > 1) {
       return;
     }
@@ -241,7 +255,7 @@ void TakeKeys(const AvFunctions& av, FilmPackets& packets, int track, const Film
     if (!key) {
       return;
     }
-    film.isOpen = film.isOpen || !key->isIdr;
+    Look(packets, first, *key, film);
   }
   const int64_t begin = ToTicks(av, start, clock);
   for (size_t i = 0; i < count; ++i) {
@@ -265,7 +279,7 @@ void ReadPictures(const AvFunctions& av, FilmPackets& packets, int track,
   if (packets.StatesTimes()) {
     ReadKeys(av, packets, track, *beginning.key, film);
   }
-  if (!film.isOpen && !HasUsableKeys(film)) {
+  if (!film.isOpen && !film.changes && !HasUsableKeys(film)) {
     film.keys.clear();
     TakeKeys(av, packets, track, *beginning.key, found, film);
   }
@@ -318,6 +332,7 @@ const char* CopyingOf(const FilmOutline& film, const std::string& path) {
   return ClockJumps(path)      ? kCmafClockJumps
          : !film.hasPicture    ? kCmafNoPicture
          : HasUsableKeys(film) ? kCmafCopied
+         : film.changes        ? kCmafChanging
          : film.isOpen         ? kCmafOpenGroups
                                : kCmafNoIndex;
 }

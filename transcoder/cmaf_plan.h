@@ -20,6 +20,7 @@ struct FilmOutline {
   std::vector<int64_t> keys;  // the key frames in the index, ascending; empty without an index
   std::optional<int64_t> clockStart;  // CmafKnowledge has it
   bool isOpen = false;                // not each key frame begins a closed group of pictures
+  bool changes = false;  // the pictures have another size or coding from some key frame on
   bool hasPicture = false;
 };
 

@@ -13,7 +13,7 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "transcoder/ffmpeg_listing.h"
+#include "transcoder/file_identity.h"
 #include "transcoder/places.h"
 
 namespace orvo::transcoder {
@@ -162,7 +162,7 @@ Strings NodesOf(std::string_view encoder) {
 
 EngineRecord EngineRecord::Load() {
   EngineRecord record;
-  std::istringstream lines(ReadOwnFile(CacheFile(kRecordName), kLongestRecord).value_or(""));
+  std::istringstream lines(ReadOwnFile(CachePath(kRecordName), kLongestRecord).value_or(""));
   std::string line;
   if (!std::getline(lines, line) || line != MachineState()) {
     return record;

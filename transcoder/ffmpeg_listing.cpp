@@ -2,7 +2,6 @@
 // modification time in nanoseconds, and the checksum of what follows), then one name a line.
 #include "transcoder/ffmpeg_listing.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,6 +16,7 @@
 #include "platform/io.h"
 #include "platform/process_launch.h"
 #include "platform/unique_fd.h"
+#include "transcoder/file_identity.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -123,15 +123,6 @@ void WriteCache(const std::string& path, const std::string& identity, const Name
 }
 
 }  // namespace
-
-std::string FileIdentity(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    return "";
-  }
-  const int64_t nanoseconds = status.st_mtim.tv_sec * INT64_C(1000000000) + status.st_mtim.tv_nsec;
-  return std::to_string(status.st_size) + " " + std::to_string(nanoseconds);
-}
 
 FfmpegListing::FfmpegListing(std::string executable, std::string option, std::string cacheFile)
     : executable_(std::move(executable)),

@@ -10,10 +10,6 @@
 
 namespace orvo::transcoder {
 
-// What tells one version of a file from another: its size and modification time; "" when there is
-// none.
-std::string FileIdentity(const std::string& path);
-
 class FfmpegListing {
  public:
   // `executable`: the FFmpeg to ask. `option`: the question, "-encoders" or "-filters".

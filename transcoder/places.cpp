@@ -10,10 +10,13 @@ constexpr mode_t kCacheFolderMode = 0777;  // the request programs' folder, whoe
 
 }  // namespace
 
+std::string CachePath(const std::string& name) {
+  return SystemPath(kCacheFolder) + name;
+}
+
 std::string CacheFile(const std::string& name) {
-  const std::string folder = SystemPath(kCacheFolder);
-  libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, kCacheFolderMode);
-  return folder + name;
+  libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(SystemPath(kCacheFolder), kCacheFolderMode);
+  return CachePath(name);
 }
 
 }  // namespace orvo::transcoder

@@ -8,7 +8,10 @@ namespace orvo::transcoder {
 inline constexpr char kExecutable[] = "/usr/bin/ffmpeg";  // the stock FFmpeg
 
 // The path of a file with this name, which begins with a slash, in the folder for what may be lost
-// at a reboot. Makes the folder. Others can write there too.
+// at a reboot. Others can write there too.
+std::string CachePath(const std::string& name);
+
+// The same; makes the folder.
 std::string CacheFile(const std::string& name);
 
 }  // namespace orvo::transcoder

@@ -1,12 +1,13 @@
 """What streams cost while they run, and while nobody plays them."""
 import os
+import time
 
 from . import media
-from .figures import Figure, interleaved, timed
+from .figures import Figure, interleaved, milliseconds, timed
 from .system import private_kilobytes
 
 IDLE = 200
-SERVICE = ("mirevo-serve", "lighttpd", "mirevo-analyze", "mirevo\0serve")
+SERVICE = ("mirevo-serve", "lighttpd", "mirevo-analyze", "mirevo\0serve", "ffmpeg\0--copies")
 
 
 def of_stream(system):
@@ -47,19 +48,25 @@ def idle_streams(system):
         return timed(lambda: system.call("Auth", method="who"))
 
     def open_one():
-        streams.append(system.open(film, "hls", "hls_remux"))
+        return system.open(film, "hls", "hls_remux")
 
-    streams = []
-    open_one()
-    (alone,) = interleaved(system.rounds, lambda: timed(open_one))
+    def open_and_close():
+        begun = time.monotonic()
+        stream = open_one()
+        took = milliseconds(begun)
+        system.close(stream)
+        return took
+
+    (alone,) = interleaved(system.rounds, open_and_close)
     (quiet,) = interleaved(system.rounds, nothing)
-    while len(streams) < IDLE:
-        open_one()
+    streams = [open_one() for _ in range(IDLE)]
     system.wait_until(lambda: not of_stream(system))
     yield Figure(f"{IDLE} streams, processes", len(of_stream(system)), unit="", bound=0)
     kilobytes = (size_of(system.root / "tmp") + size_of(system.root / "volume1")) / 1024 / len(streams)
     yield Figure("files of one stream", kilobytes, unit="KiB")
-    (opened,) = interleaved(system.rounds, lambda: timed(open_one))
+    # A client has no more streams than these at a time.
+    system.close(streams.pop())
+    (opened,) = interleaved(system.rounds, open_and_close)
     (answer,) = interleaved(system.rounds, nothing)
     yield Figure(f"open beside {IDLE} streams", opened, floor=alone, floor_name="beside none")
     yield Figure(f"a request beside {IDLE} streams", answer, floor=quiet, floor_name="beside none")

@@ -27,6 +27,11 @@ std::string MediaPlaylistAddress(const CmafPresentation& presentation,
   return Address(presentation, "/media.m3u8", presentation.parameters) + "&rendition=" + rendition;
 }
 
+std::string ChapterListAddress(const CmafPresentation& presentation) {
+  return Address(presentation, "/chapters.json", presentation.parameters) +
+         "&playlist_type=chapters";
+}
+
 std::string SubtitlePlaylistAddress(const CmafPresentation& presentation, const std::string& id) {
   return Address(presentation, "/subtitle.m3u8", presentation.parameters) +
          "&playlist_type=subtitle&subtitle_id=" + PercentEncode(id);

@@ -96,12 +96,29 @@ std::string SoundSet(const CmafPresentation& presentation, const CmafRendition& 
 std::string SubtitleSet(const CmafPresentation& presentation, const CmafSubtitle& subtitle,
                         size_t number) {
   return "<AdaptationSet contentType=\"text\" mimeType=\"text/vtt\" lang=\"" +
-         XmlText(subtitle.language) +
-         "\"><Role schemeIdUri=\"urn:mpeg:dash:role:2011\" value=\"subtitle\"/>"
-         "<Representation id=\"subtitle-" +
-         std::to_string(number) + "\" bandwidth=\"256\"><BaseURL>" +
-         XmlText(SubtitleAddress(presentation, subtitle.id)) +
+         XmlText(subtitle.language) + "\"><Role schemeIdUri=\"urn:mpeg:dash:role:2011\" value=\"" +
+         (subtitle.isForced ? "forced-subtitle" : "subtitle") + "\"/>" +
+         (subtitle.title.empty() ? "" : "<Label>" + XmlText(subtitle.title) + "</Label>") +
+         "<Representation id=\"subtitle-" + std::to_string(number) +
+         "\" bandwidth=\"256\"><BaseURL>" + XmlText(SubtitleAddress(presentation, subtitle.id)) +
          "</BaseURL></Representation></AdaptationSet>";
+}
+
+// DASH has no chapters of its own, so they are events.
+std::string ChapterEvents(const CmafPresentation& presentation) {
+  if (presentation.chapters.empty()) {
+    return "";
+  }
+  std::string events = "<EventStream schemeIdUri=\"urn:mirevo:chapters\" timescale=\"" +
+                       std::to_string(orvo::kPlanClock) + "\">";
+  for (size_t i = 0; i < presentation.chapters.size(); ++i) {
+    const CmafChapter& chapter = presentation.chapters[i];
+    events += "<Event id=\"" + std::to_string(i) + "\" presentationTime=\"" +
+              std::to_string(chapter.start) + "\" duration=\"" +
+              std::to_string(chapter.end - chapter.start) + "\">" + XmlText(chapter.title) +
+              "</Event>";
+  }
+  return events + "</EventStream>";
 }
 
 }  // namespace
@@ -113,6 +130,7 @@ std::string DashManifest(const CmafPresentation& presentation) {
       "profiles=\"urn:mpeg:dash:profile:cmaf:2019\" type=\"static\" minBufferTime=\"PT1S\" "
       "mediaPresentationDuration=\"" +
       Length(presentation.plan.cuts.back()) + "\"><Period id=\"0\" start=\"PT0S\">";
+  manifest += ChapterEvents(presentation);
   manifest += PictureSets(presentation);
   for (const CmafRendition& rendition : presentation.renditions) {
     manifest += rendition.isPicture ? "" : SoundSet(presentation, rendition);

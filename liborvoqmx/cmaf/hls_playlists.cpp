@@ -106,12 +106,14 @@ std::string SubtitleLines(const CmafPresentation& presentation) {
   std::string lines;
   std::map<std::string, int> counts;
   for (const CmafSubtitle& subtitle : presentation.subtitles) {
-    const int count = ++counts[subtitle.language];
-    const std::string name =
-        count == 1 ? subtitle.language : subtitle.language + "-" + std::to_string(count);
+    const std::string label = subtitle.title.empty() ? subtitle.language : subtitle.title;
+    const int count = ++counts[label];
+    const std::string name = count == 1 ? label : label + "-" + std::to_string(count);
     const bool isDefault = subtitle.id == presentation.defaultSubtitle;
     lines += "#EXT-X-MEDIA:TYPE=SUBTITLES,GROUP-ID=\"subs\",NAME=\"" + name + "\",LANGUAGE=\"" +
-             subtitle.language + "\",FORCED=NO,AUTOSELECT=YES,DEFAULT=";
+             subtitle.language + "\",FORCED=";
+    lines += subtitle.isForced ? "YES" : "NO";
+    lines += ",AUTOSELECT=YES,DEFAULT=";
     lines += isDefault ? "YES" : "NO";
     lines += ",URI=\"" + SubtitlePlaylistAddress(presentation, subtitle.id) + "\"\n";
   }
@@ -160,6 +162,10 @@ std::string MultivariantPlaylist(const CmafPresentation& presentation) {
       std::any_of(presentation.renditions.begin(), presentation.renditions.end(),
                   [](const CmafRendition& row) { return row.isPicture; });
   std::string playlist = kPlaylistHead;
+  if (!presentation.chapters.empty()) {
+    playlist += "#EXT-X-SESSION-DATA:DATA-ID=\"com.apple.hls.chapters\",FORMAT=JSON,URI=\"" +
+                ChapterListAddress(presentation) + "\"\n";
+  }
   if (hasPicture) {
     for (const SoundGroup& group : groups) {
       for (const CmafRendition* const sound : group.members) {

@@ -1,6 +1,8 @@
 // The playlists of a CMAF presentation, as functions of values.
 #pragma once
 
+#include <json/value.h>
+
 #include <string>
 #include <vector>
 
@@ -13,6 +15,14 @@ namespace LibOrvoQMX {
 struct CmafSubtitle {
   std::string id;
   std::string language;
+  std::string title{};    // for viewers; "" for none
+  bool isForced = false;  // translates what viewers of the film's own language would not understand
+};
+
+struct CmafChapter {
+  int64_t start = 0;  // ticks of the plan
+  int64_t end = 0;
+  std::string title;
 };
 
 struct CmafPresentation {
@@ -20,7 +30,8 @@ struct CmafPresentation {
   std::vector<CmafRendition> renditions;
   std::vector<CmafSubtitle> subtitles;
   std::string defaultSubtitle;  // its id; "" for none
-  std::string dynamicRange;     // of the film: kCmafPq and so on (contract/cmaf.h)
+  std::vector<CmafChapter> chapters;
+  std::string dynamicRange;  // of the film: kCmafPq and so on (contract/cmaf.h)
   // The path and the parameters that all addresses have: "/webapi/entry.cgi" and
   // "api=...&stream_id=...".
   std::string path;
@@ -38,6 +49,16 @@ ORVO_API std::string MultivariantPlaylist(const CmafPresentation& presentation);
 ORVO_API std::string MediaPlaylist(const CmafPresentation& presentation,
                                    const CmafRendition& rendition);
 ORVO_API std::string SubtitlePlaylist(const CmafPresentation& presentation, const std::string& id);
+
+// The chapters as players of HLS read them: a JSON array.
+ORVO_API std::string ChapterList(const CmafPresentation& presentation);
+
+// The chapters of a metadata document within the plan's span, in the order of their start.
+ORVO_API std::vector<CmafChapter> ChaptersOf(const Json::Value& document,
+                                             const orvo::CmafPlan& plan);
+
+// What the document says of subtitle tracks is added to those in the film itself.
+ORVO_API void DescribeSubtitles(const VideoMetaData& film, std::vector<CmafSubtitle>& subtitles);
 
 // The DASH manifest.
 ORVO_API std::string DashManifest(const CmafPresentation& presentation);

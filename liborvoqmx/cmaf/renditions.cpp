@@ -6,6 +6,7 @@
 #include <map>
 
 #include "cmaf/codec_words.h"
+#include "cmaf/film_texts.h"
 #include "contract/cmaf.h"
 #include "util/number.h"
 
@@ -32,6 +33,7 @@ constexpr std::array kLadder = {
 };
 constexpr size_t kMostRungs = 3;
 constexpr float kFastRate = 30.5F;
+constexpr unsigned kHalfTurn = 180;  // degrees
 
 std::string CodecsOf(const CmafWishes& wishes) {
   return wishes.codecs.empty() ? kUsualCodecs : wishes.codecs;
@@ -53,10 +55,6 @@ int TrackOf(const Json::Value& track) {
   return static_cast<int>(number.isString() ? ParseNumber(number.asString()).value_or(0) : 0);
 }
 
-std::string TextOf(const Json::Value& track, const char* key) {
-  return track[key].isString() ? track[key].asString() : "";
-}
-
 // --- Pictures ---
 
 CmafRendition CopiedPictures(const VideoMetaData& film) {
@@ -67,8 +65,9 @@ CmafRendition CopiedPictures(const VideoMetaData& film) {
   copy.codec = PictureCodec(film);
   copy.bandwidth = std::max(film.GetBitrate(), 1U);
   copy.isPicture = true;
-  copy.width = film.GetVideoResolutionX();
-  copy.height = film.GetVideoResolutionY();
+  const bool isUpright = film.GetVideoRotate() % kHalfTurn == 0;
+  copy.width = isUpright ? film.GetVideoResolutionX() : film.GetVideoResolutionY();
+  copy.height = isUpright ? film.GetVideoResolutionY() : film.GetVideoResolutionX();
   return copy;
 }
 
@@ -128,14 +127,6 @@ std::string Layout(unsigned channels) {
   return channels < kNames.size() ? kNames[channels] : std::to_string(channels) + " channels";
 }
 
-// A player shows the label; line ends and quotes have no place in playlists.
-std::string Plain(std::string text) {
-  constexpr size_t kLongest = 80;
-  const auto isBad = [](unsigned char c) { return c < ' ' || c == '"' || c == 0x7f; };
-  text.erase(std::remove_if(text.begin(), text.end(), isBad), text.end());
-  return text.size() > kLongest ? "" : text;
-}
-
 bool IsLanguage(const std::string& text) {
   const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
   return text.size() >= 2 && text.size() <= 3 && std::all_of(text.begin(), text.end(), isLetter);
@@ -151,7 +142,7 @@ class SoundList {
     sound.track = TrackOf(track);
     sound.language = IsLanguage(TextOf(track, "language")) ? TextOf(track, "language") : "";
     sound.channels = track["channel"].isInt() ? track["channel"].asUInt() : 0;
-    const std::string title = Plain(TextOf(track, "title"));
+    const std::string title = PlainText(TextOf(track, "title"));
     const std::string name = !title.empty()           ? title
                              : sound.language.empty() ? "Track " + std::to_string(position + 1)
                                                       : sound.language;
@@ -223,7 +214,6 @@ void AddSound(const VideoMetaData& film, const CmafWishes& wishes,
 }  // namespace
 
 std::string WhyNotCopied(const VideoMetaData& film, const CmafWishes& wishes) {
-  constexpr unsigned kFullTurn = 360;
   const std::string codec = PictureCodec(film);
   if (codec.empty() || !PlaysCodec(CodecsOf(wishes), codec)) {
     return "The client does not play this film's video without conversion.";
@@ -231,15 +221,15 @@ std::string WhyNotCopied(const VideoMetaData& film, const CmafWishes& wishes) {
   if (wishes.copying == orvo::kCmafOpenGroups) {
     return "A player cannot start at the key frames of this film: they need pictures before them.";
   }
+  if (wishes.copying == orvo::kCmafChanging) {
+    return "The pictures of this film change their size or coding.";
+  }
   if (wishes.copying != orvo::kCmafCopied) {
     return "The file has no usable index of its key frames, and the background analysis had not "
            "found them when the film was opened.";
   }
   if (wishes.dynamicRange != orvo::kCmafStandardRange && !wishes.showsHdr) {
     return "The client does not show this film's high dynamic range.";
-  }
-  if (film.GetVideoRotate() % kFullTurn != 0) {
-    return "The film is rotated, and not every player turns the picture.";
   }
   if (!IsWithin(wishes, ShownHeight(film), film.GetBitrate())) {
     return "The film's own picture is larger than the client wants.";

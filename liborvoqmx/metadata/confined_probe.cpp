@@ -11,11 +11,14 @@
 #include "metadata/video_metadata.h"
 #include "platform/confined_call.h"
 #include "platform/log.h"
+#include "util/film_memory.h"
 
 namespace LibOrvoQMX {
 namespace {
 
 constexpr size_t kLongestMessage = 16 << 20;
+// A picture of the same film may be decoded for so long.
+constexpr int kPatienceMilliseconds = 15000;
 
 // In the child.
 std::string Probe(const orvo::MediaFile& file) {
@@ -41,6 +44,11 @@ bool ProbeConfined(const orvo::MediaFile& file, Json::Value& document, Json::Val
                    Json::Value& audios, Json::Value& subtitles) {
   // Loaded here, the libraries are there for the next probe of this process, too.
   if (!file.IsOpen() || MediaLibraries::Get() == nullptr) {
+    return false;
+  }
+  const auto memory = orvo::FilmMemory::Take(file, orvo::Job::kProbe, kPatienceMilliseconds);
+  if (!memory) {
+    ORVO_LOG("The probe of [%s] was given up: others work on this film.", file.Path().c_str());
     return false;
   }
   const auto bytes = orvo::CallConfined(orvo::Job::kProbe, {.files = {file.Get()}}, kLongestMessage,

@@ -21,13 +21,13 @@ std::string TextOrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-const char* FindTag(const MediaLibraries& media, const AVStream& stream, const char* key) {
-  const AVDictionaryEntry* const entry = media.av_dict_get(stream.metadata, key, nullptr, 0);
+const char* FindTag(const MediaLibraries& media, const AVDictionary* tags, const char* key) {
+  const AVDictionaryEntry* const entry = media.av_dict_get(tags, key, nullptr, 0);
   return entry != nullptr ? entry->value : nullptr;
 }
 
 std::string Tag(const MediaLibraries& media, const AVStream& stream, const char* key) {
-  return TextOrEmpty(FindTag(media, stream, key));
+  return TextOrEmpty(FindTag(media, stream.metadata, key));
 }
 
 std::string ProfileName(const MediaLibraries& media, const AVCodecParameters& codec) {
@@ -43,7 +43,7 @@ std::string DescriptorName(const MediaLibraries& media, AVCodecID id) {
 // Older demuxers give the rotation as a "rotate" tag, newer ones as a display matrix. The matrix's
 // angle has the opposite direction and may be negative.
 int RotationOf(const MediaLibraries& media, const AVStream& stream) {
-  if (const char* tag = FindTag(media, stream, "rotate"); tag != nullptr) {
+  if (const char* tag = FindTag(media, stream.metadata, "rotate"); tag != nullptr) {
     return static_cast<int>(std::strtol(tag, nullptr, 10));
   }
   size_t size = 0;
@@ -84,6 +84,13 @@ void AddRareTraits(const MediaLibraries& media, const AVStream& stream, Json::Va
   const std::string range = DynamicRangeOf(media, stream);
   if (!range.empty()) {
     track["dynamic_range"] = range;
+  }
+}
+
+// What a player tells its viewer about a track of sound or subtitles.
+void AddFlags(const AVStream& stream, Json::Value& track) {
+  if ((stream.disposition & AV_DISPOSITION_FORCED) != 0) {
+    track["is_forced"] = true;
   }
 }
 
@@ -196,8 +203,7 @@ constexpr size_t kLongestTag = 300;
 constexpr unsigned kMostChapters = 200;
 
 std::string ShortTag(const MediaLibraries& media, const AVDictionary* tags, const char* key) {
-  const AVDictionaryEntry* const entry = media.av_dict_get(tags, key, nullptr, 0);
-  const std::string text = entry != nullptr ? TextOrEmpty(entry->value) : "";
+  const std::string text = TextOrEmpty(FindTag(media, tags, key));
   return text.size() <= kLongestTag ? text : "";
 }
 
@@ -211,17 +217,21 @@ void AddTags(const MediaLibraries& media, const AVFormatContext& input, Json::Va
   }
 }
 
-// The member "chapters", for a film that has some: "start" and "end" in seconds, "title".
+// The member "chapters", for a film that has some: "start" and "end" in seconds from the film's
+// start, and "title".
 void AddChapters(const MediaLibraries& media, const AVFormatContext& input, Json::Value& document) {
+  const bool hasStart = input.start_time != AV_NOPTS_VALUE;
+  const double origin =
+      hasStart ? static_cast<double>(input.start_time) / kMicrosecondsPerSecond : 0;
   for (unsigned index = 0; index < std::min(input.nb_chapters, kMostChapters); ++index) {
     const AVChapter& chapter = *input.chapters[index];
     if (chapter.time_base.den <= 0 || chapter.time_base.num <= 0) {
       continue;
     }
-    const double unit = static_cast<double>(chapter.time_base.num) / chapter.time_base.den;
+    const double unit = av_q2d(chapter.time_base);
     Json::Value& entry = document["chapters"].append(Json::Value(Json::objectValue));
-    entry["start"] = static_cast<double>(chapter.start) * unit;
-    entry["end"] = static_cast<double>(chapter.end) * unit;
+    entry["start"] = static_cast<double>(chapter.start) * unit - origin;
+    entry["end"] = static_cast<double>(chapter.end) * unit - origin;
     entry["title"] = ShortTag(media, chapter.metadata, "title");
   }
 }
@@ -302,6 +312,7 @@ Json::Value ParseSubtitleCodec(const AVStream* stream) {
   track["language"] = Tag(*media, *stream, "language");
   track["title"] = Tag(*media, *stream, "title");
   track["codec"] = GetCodecName(stream->codecpar->codec_id);
+  AddFlags(*stream, track);
   return track;
 }
 

@@ -1,10 +1,14 @@
 #include "state/stream_directory.h"
 
 #include <fcntl.h>
+#include <fnmatch.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "contract/stream_files.h"
@@ -189,6 +193,16 @@ std::string StreamDirectory::SegmentPath(int number) const {
 
 std::string StreamDirectory::SegmentPattern() const {
   return FilePath(orvo::kSegmentPattern);
+}
+
+void StreamDirectory::RemoveSegments() const {
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(path_, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    if (fnmatch(orvo::kAnySegment, entry->path().filename().c_str(), 0) == 0) {
+      unlink(entry->path().c_str());
+    }
+  }
 }
 
 std::string StreamDirectory::IndexPath() const {

@@ -82,6 +82,7 @@ class ORVO_API StreamDirectory {
   // HLS.
   std::string SegmentPath(int number) const;
   std::string SegmentPattern() const;  // with a format for the number
+  void RemoveSegments() const;         // those that this process may remove
   std::string IndexPath() const;       // the only playlist of a stream without subtitles
   std::string VideoPlaylistPath() const;
   std::string SubtitleTemplatePath() const;

@@ -94,6 +94,10 @@ bool AdaptStream::SeekingHandler() const {
     return false;
   }
   SaveMonitorPid(0, true);
+  if (m_streamKind == "HLS") {
+    // find starts a program for each file, and the viewer waits for all of them.
+    Directory().RemoveSegments();
+  }
   const std::string pattern = m_streamKind == "HLS" ? orvo::kAnySegment : orvo::kFragmentsFolder;
   // "-depth" is needed: without it, find would enter the directory that it has just deleted and
   // report a failure.

@@ -4,6 +4,7 @@
 // when the process ends for any reason.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -28,14 +29,15 @@ class ORVO_API Place {
   ~Place();
 
   // Takes a place, or waits for one. `file` is the queue's lock file; its folder must exist.
-  // Returns nothing at once if the queue is full, or when the time is over.
-  static std::optional<Place> Take(const std::string& file, const Queue& queue);
+  // Returns nothing at once if the queue is full, or when the time is over. Several queues in one
+  // file begin at different bytes; each needs `places` + `line`.
+  static std::optional<Place> Take(const std::string& file, const Queue& queue, int64_t first = 0);
 
  private:
-  Place(UniqueFd file, int byte) : file_(std::move(file)), byte_(byte) {}
+  Place(UniqueFd file, int64_t byte) : file_(std::move(file)), byte_(byte) {}
 
   UniqueFd file_;
-  int byte_;
+  int64_t byte_;
 };
 
 }  // namespace orvo

@@ -6,7 +6,7 @@ import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.
 import { filmView } from './view/film.js';
 import { folderView, homeView, searchView } from './view/library.js';
 import { attempt, parseAddress, say, sayError } from './view/page.js';
-import { PlayerView } from './view/player.js';
+import { showSkeletonSoon } from './view/skeleton.js';
 import { statusView } from './view/status.js';
 
 const TYPING_MILLISECONDS = 300;
@@ -14,13 +14,18 @@ const TYPING_MILLISECONDS = 300;
 const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView };
 
 document.documentElement.lang = language;
-const player = new PlayerView();
+let player = null; // loaded with the first film
 let leaving = new AbortController();
 
 async function playView({ path, parameters }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
-  signal.addEventListener('abort', () => player.close());
   show({ title: entry.name, nodes: [] });
+  const { PlayerView } = await import('./view/player.js');
+  if (signal.aborted) {
+    return null;
+  }
+  player ??= new PlayerView();
+  signal.addEventListener('abort', () => player.close());
   const second = parameters.has('t') ? Number(parameters.get('t')) : NaN;
   await player.open(entry, second, parameters.get('kind') ?? '', signal);
   return null;
@@ -43,6 +48,7 @@ async function go() {
   const { signal } = leaving;
   const address = parseAddress(window.location.hash || '#/');
   say('');
+  const cancelSkeleton = ['play', 'search'].includes(address.view) ? () => {} : showSkeletonSoon(find('view'));
   try {
     const shown = await (VIEWS[address.view] ?? homeView)(address, signal);
     if (shown && !signal.aborted) {
@@ -53,16 +59,18 @@ async function go() {
       find('view').replaceChildren();
       sayError(error);
     }
+  } finally {
+    cancelSkeleton();
   }
 }
 
 function showPlaces() {
   const links = [element('a', { href: '#/' }, t('Library'))];
   if (session.owner) {
-    links.push(element('a', { href: '#/status' }, 'Server'));
+    links.push(element('a', { href: '#/status' }, t('Server')));
   }
   if (session.loginRequired) {
-    const [text, action] = session.account ? [`Log out ${session.account}`, leave] : ['Log in', enter];
+    const [text, action] = session.account ? [t('Log out {name}', { name: session.account }), leave] : [t('Log in'), enter];
     links.push(element('button', { type: 'button', on: { click: () => attempt(action) } }, text));
   }
   find('places').replaceChildren(...links);
@@ -75,7 +83,7 @@ async function enter() {
 
 async function leave() {
   leaving.abort();
-  await player.close();
+  await player?.close();
   await logOut();
   find('view').replaceChildren();
   window.location.hash = '#/';
@@ -103,10 +111,17 @@ function listenToSearch() {
   });
 }
 
+find('skip').textContent = t('Skip to the content');
+find('words').placeholder = t('Search');
+find('words').setAttribute('aria-label', t('Search films'));
+find('places').setAttribute('aria-label', t('Pages'));
+find('film').setAttribute('aria-label', t('Player'));
 find('skip').addEventListener('click', (event) => {
   event.preventDefault();
   find('content').focus();
 });
+// A browser without this, or a page that is not secure, has no shell.
+navigator.serviceWorker?.register('offline.js').catch(() => {});
 whenSessionChanges(showPlaces);
 window.addEventListener('hashchange', go);
 showPlaces();

@@ -1,6 +1,7 @@
 // The logged-in account. The session itself is in a cookie that scripts cannot read.
 import { ApiError, asText, get, post, whenUnauthorized } from './api.js';
 import { element } from './dom.js';
+import { t } from './language.js';
 import { wordsOf } from './words.js';
 
 export const session = { loginRequired: false, account: '', owner: true };
@@ -34,15 +35,15 @@ function loginForm(dialog, done) {
   const form = element(
     'form',
     {},
-    element('h2', {}, 'Log in'),
-    field('Account', { name: 'account', autocomplete: 'username', autocapitalize: 'none', autofocus: true }),
-    field('Password', { name: 'passwd', type: 'password', autocomplete: 'current-password' }),
+    element('h2', {}, t('Log in')),
+    field(t('Account'), { name: 'account', autocomplete: 'username', autocapitalize: 'none', autofocus: true }),
+    field(t('Password'), { name: 'passwd', type: 'password', autocomplete: 'current-password' }),
     complaint,
     element(
       'p',
       { class: 'actions' },
-      element('button', { class: 'main' }, 'Log in'),
-      element('button', { type: 'button', on: { click: () => dialog.close() } }, 'Cancel'),
+      element('button', { class: 'main' }, t('Log in')),
+      element('button', { type: 'button', on: { click: () => dialog.close() } }, t('Cancel')),
     ),
   );
   form.addEventListener('submit', async (event) => {
@@ -56,7 +57,7 @@ function loginForm(dialog, done) {
       dialog.close();
     } catch (error) {
       const { sentence, next } = wordsOf(error);
-      complaint.textContent = error.reason === 'Unauthorized' ? 'The account or the password is wrong.' : `${sentence} ${next}`;
+      complaint.textContent = error.reason === 'Unauthorized' ? t('The account or the password is wrong.') : `${sentence} ${next}`;
       passwd.select();
     }
   });
@@ -68,7 +69,7 @@ let asking = null;
 // Shows the login dialog until the login succeeds. Rejects when the viewer cancels. All callers share one dialog.
 export function logIn() {
   asking ??= new Promise((resolve, reject) => {
-    const dialog = element('dialog', { id: 'login', 'aria-label': 'Log in' });
+    const dialog = element('dialog', { id: 'login', 'aria-label': t('Log in') });
     dialog.append(loginForm(dialog, resolve));
     dialog.addEventListener('close', () => {
       dialog.remove();

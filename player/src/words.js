@@ -1,4 +1,5 @@
 // The page's error texts: for each reason a sentence and the next step.
+import { t } from './language.js';
 
 const WORDS = {
   BadRequest: ['The server did not understand this request.', 'Reload the page. If that does not help, the server is older than the page.'],
@@ -36,10 +37,10 @@ export const REASONS = Object.keys(WORDS);
 // { sentence, next } of an error. The server's own sentence is more specific, so it replaces the page's.
 export function wordsOf(error) {
   if (error.reason === undefined) {
-    return { sentence: 'An error occurred in this page.', next: `Reload the page. (${error})` };
+    return { sentence: t('An error occurred in this page.'), next: `${t('Reload the page.')} (${error})` };
   }
   const [sentence, next] = WORDS[error.reason] ?? WORDS.Internal;
-  return { sentence: error.message || sentence, next };
+  return { sentence: error.message || t(sentence), next: t(next) };
 }
 
 export const isBusy = (error) => error.reason === 'TransEnable' || error.reason === 'TransEnableOfflineConverting';
@@ -88,5 +89,5 @@ export function slowWords(phase, state) {
   if (speed > 0 && speed < 1) {
     return `The server converts at ${speed.toFixed(1)} times the film’s speed, which is too slow. Choose a lower quality.`;
   }
-  return PHASES[phase] ?? PHASES.buffering;
+  return t(PHASES[phase] ?? PHASES.buffering);
 }

@@ -112,7 +112,8 @@ TEST(CmafRenditions, CopyOnlyWhatTheClientPlays) {
 
 TEST(CmafRenditions, CopyNoPicturesThatAPlayerCannotStartAt) {
   const KnownFilm film(FilmOf("h264", 1920, 1080));
-  for (const char* const reason : {orvo::kCmafOpenGroups, orvo::kCmafNoIndex}) {
+  for (const char* const reason :
+       {orvo::kCmafOpenGroups, orvo::kCmafNoIndex, orvo::kCmafChanging}) {
     CmafWishes wishes = Copied();
     wishes.copying = reason;
     EXPECT_NE(WhyNotCopied(film, wishes), "") << reason;
@@ -172,6 +173,71 @@ TEST(CmafManifest, HasTheSameSegments) {
                        "media=\"/entry.cgi/segment.m4s?a=1&amp;stream_id=x&amp;"
                        "rendition=$RepresentationID$&amp;segment=$Number$\""));
   EXPECT_TRUE(Contains(manifest, "<Representation id=\"h264-720\""));
+}
+
+// --- Chapters and titles ---
+
+Json::Value DocumentWithChapters() {
+  Json::Value document = FilmOf("h264", 1920, 1080);
+  const auto add = [&](double start, double end, const char* title) {
+    Json::Value chapter(Json::objectValue);
+    chapter["start"] = start;
+    chapter["end"] = end;
+    chapter["title"] = title;
+    document["chapters"].append(chapter);
+  };
+  add(2, 100, "The \"end\" <&>\n#EXT");
+  add(-1, 2, "Beginning");
+  add(200, 300, "Behind the film");
+  return document;
+}
+
+TEST(CmafChapters, LieWithinTheFilmInTheirOrder) {
+  const auto chapters = ChaptersOf(DocumentWithChapters(), Presentation().plan);
+  ASSERT_EQ(chapters.size(), 2U);
+  EXPECT_EQ(chapters[0].title, "Beginning");
+  EXPECT_EQ(chapters[0].start, 0);
+  EXPECT_EQ(chapters[1].start, 180'000);
+  EXPECT_EQ(chapters[1].end, 720'000);
+  EXPECT_EQ(chapters[1].title, "The end <&>#EXT");
+}
+
+TEST(CmafChapters, AreInTheManifestAndInTheListThatThePlaylistNames) {
+  CmafPresentation presentation = Presentation();
+  EXPECT_FALSE(Contains(MultivariantPlaylist(presentation), "chapters"));
+  EXPECT_FALSE(Contains(DashManifest(presentation), "EventStream"));
+  presentation.chapters = ChaptersOf(DocumentWithChapters(), presentation.plan);
+  EXPECT_TRUE(Contains(MultivariantPlaylist(presentation),
+                       "#EXT-X-SESSION-DATA:DATA-ID=\"com.apple.hls.chapters\",FORMAT=JSON,URI=\""
+                       "/entry.cgi/chapters.json?a=1&stream_id=x&playlist_type=chapters\"\n"));
+  EXPECT_TRUE(Contains(DashManifest(presentation),
+                       "<Event id=\"1\" presentationTime=\"180000\" duration=\"540000\">"
+                       "The end &lt;&amp;>#EXT</Event>"));
+  EXPECT_TRUE(Contains(ChapterList(presentation), "\"duration\":6.0"));
+}
+
+TEST(CmafSubtitles, HaveTheTitleAndTheMarkOfTheirTrack) {
+  Json::Value document = FilmOf("h264", 1920, 1080);
+  Json::Value track = Track("subrip", 2);
+  track["title"] = "Signs";
+  track["is_forced"] = true;
+  document["track_info"]["subtitle"].append(track);
+  CmafPresentation presentation = Presentation();
+  presentation.subtitles = {{"2", "eng"}, {"/films/a.srt", "eng"}};
+  DescribeSubtitles(KnownFilm(document), presentation.subtitles);
+  const std::string playlist = MultivariantPlaylist(presentation);
+  EXPECT_TRUE(Contains(playlist, "NAME=\"Signs\",LANGUAGE=\"eng\",FORCED=YES"));
+  EXPECT_TRUE(Contains(playlist, "NAME=\"eng\",LANGUAGE=\"eng\",FORCED=NO"));
+  EXPECT_TRUE(Contains(DashManifest(presentation), "value=\"forced-subtitle\"/><Label>Signs<"));
+}
+
+TEST(CmafRenditions, CopyARotatedFilmWithTheSizeThatIsShown) {
+  Json::Value document = FilmOf("h264", 1920, 1080);
+  document["track_info"]["video"][0]["rotate"] = 270;
+  const CmafRendition copy = ListCmafRenditions(KnownFilm(document), Copied()).front();
+  EXPECT_EQ(copy.name, "copy-video");
+  EXPECT_EQ(copy.width, 1080U);
+  EXPECT_EQ(copy.height, 1920U);
 }
 
 TEST(CmafPlan, IsReadAsItWasWritten) {

@@ -110,10 +110,7 @@ for (const name of Object.keys(unindexed)) {
     await analyze(film);
     const stream = await open(name);
     assert.match(await playlist(stream), /rendition=copy-video/);
-    const times = path.join(folder, `${name}.json`);
-    await conforms(stream, '--times', times);
-    await service.call('Streaming', 'close', { format: 'cmaf', stream_id: stream.stream_id });
-    await conforms(await open(name), '--same', times, '--backwards');
+    await conforms(stream, '--backwards');
     // The other stream keeps what its players know, also if its directory is made again.
     fs.rmSync(fs.realpathSync(path.join(service.root, 'tmp/Mirevo/CMAF', early.stream_id)), { recursive: true });
     assert.equal(await playlist(early), plan);

@@ -15,7 +15,7 @@ function describe(pid) {
   const [state, parent, , session] = stat.slice(stat.lastIndexOf(')') + 2).split(' ');
   if (state === undefined || state === '' || state === 'Z') return undefined;
   const command = read(pid, 'cmdline').split('\0');
-  return { pid, state, parent: Number(parent), session: Number(session), program: command[0] ?? '' };
+  return { pid, state, parent: Number(parent), session: Number(session), program: command[0] ?? '', option: command[1] ?? '' };
 }
 
 // The living processes whose environment names the service's root.
@@ -36,6 +36,8 @@ const rules = [
   ['request', (one, by) => isRequestProgram(one) && by(one.parent)?.program.endsWith('/lighttpd')],
   ['guardian', (one) => isRequestProgram(one) && one.session === one.pid],
   ['monitor', (one, by) => isRequestProgram(one) && !isRequestProgram(by(one.parent) ?? one)],
+  ['copies', (one, by) => one.option === '--copies' && by(one.parent)?.option !== '--copies'],
+  ['copy', (one) => one.option === '--copies'],
   ['front', (one) => one.program.endsWith('/target/bin/ffmpeg')],
   ['ffmpeg', (one) => /^\/usr(\/local)?\/bin\/ffmpeg$/.test(one.program)],
 ];

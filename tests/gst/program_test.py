@@ -185,6 +185,32 @@ class Streams(unittest.TestCase):
         self.assertNotIn("audio", streams(convert("-s", "15", "-i", path("silent.mp4"))[0]))
 
 
+class Confinement(unittest.TestCase):
+    def test_holds_for_every_thread_and_lets_a_film_through(self):
+        root = tempfile.mkdtemp(dir=FOLDER.name)
+        settings = os.path.join(root, "var/packages/Mirevo/etc")
+        os.makedirs(settings)
+        with open(os.path.join(settings, "confinement.conf"), "w", encoding="ascii") as file:
+            file.write("sandbox=required\n")
+        read, write = os.pipe()
+        with start("-s", "0", "-i", path("film.mkv"), "--vb", "400k", "--acodec", "aac", output=write,
+                   env={**os.environ, "ORVO_SYSROOT": root}) as wrapper:
+            os.close(write)
+            with open(read, "rb") as output:
+                begin = output.read(1000)
+                threads = [self.status(wrapper.pid, task) for task in os.listdir(f"/proc/{wrapper.pid}/task")]
+                self.assertGreater(len(threads), 1)
+                self.assertEqual({(status["NoNewPrivs"], status["Seccomp"]) for status in threads}, {("1", "2")})
+                output.read()
+            self.assertEqual(len(begin), 1000)
+            self.assertEqual(wrapper.wait(60), 0)
+
+    @staticmethod
+    def status(pid, task):
+        with open(f"/proc/{pid}/task/{task}/status", encoding="ascii") as file:
+            return dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
+
+
 class Refusals(unittest.TestCase):
     def refuse(self, code, words, *arguments):
         began = time.monotonic()

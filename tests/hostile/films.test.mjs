@@ -1,5 +1,6 @@
 // Attacks with films: files of a few bytes or none that want all memory, all time, or other files.
 import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
@@ -133,8 +134,10 @@ const ask = async (api, method, parameters) => {
   return { status: answer.status, body };
 };
 
-// Everything that the page of a film causes, at once, and an opening in each kind.
-async function visit(film) {
+const everyFormat = ['direct', 'http', 'hls', 'webm', 'ss'];
+
+// Everything that the page of a film causes, at once, and an opening in each of these kinds.
+async function visit(film, formats) {
   const wishes = [
     ['Library', 'info', {}],
     ['Library', 'card', {}],
@@ -142,7 +145,7 @@ async function visit(film) {
     ['Library', 'thumbnail', { time: 0 }],
   ];
   await Promise.all(wishes.map(([api, method, more]) => ask(api, method, { path: film, ...more })));
-  for (const format of ['direct', 'http', 'hls', 'webm', 'ss']) {
+  for (const format of formats) {
     const { status, body } = await ask('Streaming', 'open', { path: film, format });
     if (status === 200) {
       await ask('Streaming', 'close', { format, stream_id: JSON.parse(body).data.stream_id });
@@ -150,8 +153,8 @@ async function visit(film) {
   }
 }
 
-async function survives(film) {
-  const most = await memoryDuring(() => visit(film));
+async function survives(film, formats = everyFormat) {
+  const most = await memoryDuring(() => visit(film, formats));
   assert.ok(most <= mostMemory, `${Math.round(most / mebibyte)} MB`);
   await eventually(() => (service.requestProcesses().length + service.transcoders().length === 0 ? true : undefined));
   assert.equal((await ask('Library', 'list', {})).status, 200);
@@ -166,12 +169,64 @@ for (const [name, make] of Object.entries(films)) {
   });
 }
 
-test('a sparse film of 200 GB costs bounded time and memory, and leaves nothing', async () => {
-  for (const name of ['sparse.mkv', 'sparse.ts', 'sparse.mp4']) {
+// One of the kinds costs the time of a whole probe for each question. All of them are asked on wish.
+const sparse = process.env.ORVO_LONG_TESTS ? ['sparse.mkv', 'sparse.ts', 'sparse.mp4'] : ['sparse.ts'];
+for (const name of sparse) {
+  test(`${name} of 200 GB costs bounded time and memory, and leaves nothing`, async () => {
     const film = path.join(folder, name);
     fs.writeFileSync(film, name === 'sparse.mkv' ? matroska([picture(320, 180)], endlessFrame) : '');
     fs.truncateSync(film, 200e9);
-    await survives(film);
+    await survives(film, process.env.ORVO_LONG_TESTS ? everyFormat : []);
     fs.rmSync(film);
-  }
+  });
+}
+
+// --- Honest films that are larger than most
+
+const ffmpeg = (...words) => execFileSync('ffmpeg', ['-v', 'error', '-y', ...words], { stdio: ['ignore', 'ignore', 'inherit'] });
+
+async function describe(film) {
+  let answer;
+  const most = await memoryDuring(async () => (answer = await ask('Library', 'info', { path: film })));
+  assert.equal(answer.status, 200, answer.body);
+  assert.ok(most <= 512 * mebibyte, `${Math.round(most / mebibyte)} MB`);
+  return JSON.parse(answer.body).data.metadata.track_info;
+}
+
+test('a film with 300 MB of fonts is described and opened', async () => {
+  const font = path.join(folder, 'font.ttf');
+  const film = path.join(folder, 'fonts.mkv');
+  fs.writeFileSync(font, Buffer.alloc(30 * mebibyte, 'font'));
+  const fonts = Array.from({ length: 10 }, (_, n) => ['-attach', font, `-metadata:s:t:${n}`, 'mimetype=font/ttf']).flat();
+  ffmpeg('-i', path.join(media, 'h264_ac3.mkv'), '-map', '0', '-c', 'copy', ...fonts, film);
+  assert.equal((await describe(film)).video.length, 1);
+  await survives(film, ['direct', 'hls']);
+  fs.rmSync(film);
+  fs.rmSync(font);
+});
+
+test('a film with 60 audio tracks is described with all of them', async () => {
+  const film = path.join(folder, 'sixty.mkv');
+  const tracks = Array.from({ length: 60 }, () => ['-map', '0:a']).flat();
+  ffmpeg('-i', path.join(media, 'h264_ac3.mkv'), '-map', '0:v', ...tracks, '-c', 'copy', film);
+  assert.equal((await describe(film)).audio.length, 60);
+  fs.rmSync(film);
+});
+
+test('a film in 8K has a poster', async () => {
+  const film = path.join(folder, '8k.mkv');
+  const source = ['-f', 'lavfi', '-i', 'testsrc2=size=8192x4320:rate=1:duration=1'];
+  ffmpeg(...source, '-pix_fmt', 'yuv420p10le', '-c:v', 'libx265', '-preset', 'ultrafast', '-x265-params', 'log-level=0', film);
+  assert.equal((await describe(film)).video.length, 1);
+  assert.equal((await ask('Library', 'poster', { path: film })).status, 200);
+  fs.rmSync(film);
+});
+
+test('a picture of 15,500 x 15,500 is not decoded', async () => {
+  const film = path.join(folder, 'large.mkv');
+  fs.writeFileSync(film, films['large.mkv']());
+  assert.equal((await ask('Library', 'poster', { path: film })).status, 415);
+  const { status, body } = await ask('Streaming', 'open', { path: film, format: 'hls' });
+  assert.ok(status >= 400, body);
+  fs.rmSync(film);
 });

@@ -1,4 +1,5 @@
 // Load on the register and on process numbers. Usage: load_processes register | pids
+#include <poll.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -26,6 +27,7 @@ using LibMirevo::TransLoading;
 
 constexpr int kProcesses = 64;
 constexpr int kChanges = 1000;
+constexpr int kTickMilliseconds = 11;
 
 double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -93,6 +95,9 @@ std::optional<bool> ReuseNumber(const std::string& streamId) {
   stream.SaveMonitorPid(monitor.Pid(), false);
   const pid_t number = monitor.Pid();
   monitor.End(SIGKILL, 0);
+  // A number comes round after some ten thousand others. That takes longer than the tick in which
+  // the kernel counts the starts of processes.
+  poll(nullptr, 0, kTickMilliseconds);
   const pid_t stranger = test::ForkAs(number);
   if (stranger < 0) {
     return std::nullopt;

@@ -21,6 +21,13 @@ test('each text that the page translates has a German one', () => {
   assert.deepEqual(missing, []);
 });
 
+test('each error and each key has a German text', () => {
+  const errors = [...source.matchAll(/^ {2}\w+: \['([^']+)', '([^']+)'\],$/gm)].flatMap(([, sentence, next]) => [sentence, next]);
+  const keys = [...source.matchAll(/^ {2}\[\[.*?\], '[^']+', '([^']+)', \(/gm)].map(([, text]) => text);
+  assert.ok(errors.length > 40 && keys.length > 20);
+  assert.deepEqual([...errors, ...keys].filter((text) => !(text in GERMAN)), []);
+});
+
 test('each German text belongs to a text of the page and has its values', () => {
   for (const [english, german] of Object.entries(GERMAN)) {
     const isUsed = [`'${english}'`, `${english}:`, `"${english}"`].some((text) => source.includes(text));

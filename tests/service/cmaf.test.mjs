@@ -48,8 +48,8 @@ for (const [name, middle, why] of [
     await viewer.seekTo(middle, 60_000);
     const landed = await viewer.state();
     assert.ok(Math.abs(landed.time - middle) < 1, `landed at ${landed.time}`);
-    await viewer.isInStep();
     await isAt(landed.time + 1);
+    await viewer.isInStep();
     const later = await viewer.state();
     assert.ok(later.sound > landed.sound);
     assert.equal(later.message, '');

@@ -180,3 +180,33 @@ test('a German browser gets a German page', async () => {
   await page.getByRole('link', { name: 'Mediathek' }).first().waitFor();
   assert.equal(await page.evaluate(() => document.documentElement.lang), 'de');
 });
+
+test('less than 100 kB of script is loaded before a film is opened', async () => {
+  const page = await enter(place('film', 'Films/Quiet River (2021).mkv'));
+  await page.getByRole('link', { name: 'Play', exact: true }).waitFor();
+  const size = await page.evaluate(() =>
+    performance
+      .getEntriesByType('resource')
+      .filter(({ name }) => name.endsWith('.js'))
+      .reduce((sum, { decodedBodySize }) => sum + decodedBodySize, 0),
+  );
+  assert.ok(size > 10_000 && size < 100_000, `${size} bytes`);
+});
+
+test('the page can be installed, and starts without the server', async () => {
+  const page = await enter('', {}, { serviceWorkers: 'allow' });
+  await page.getByRole('heading', { name: 'Library' }).waitFor();
+  const manifest = await page.evaluate(async () => (await fetch(document.querySelector('link[rel=manifest]').href)).json());
+  assert.equal(manifest.display, 'standalone');
+  for (const { src } of manifest.icons) {
+    assert.equal((await fetch(`${service.address}/${src}`)).status, 200, src);
+  }
+  await page.evaluate(() => navigator.serviceWorker.ready.then(() => navigator.serviceWorker.controller ?? new Promise((done) => {
+    navigator.serviceWorker.addEventListener('controllerchange', done);
+  })));
+  await page.reload(); // now everything is stored
+  await page.getByRole('heading', { name: 'Library' }).waitFor();
+  await page.context().setOffline(true);
+  await page.reload();
+  await page.getByText('The server does not answer.').waitFor();
+});

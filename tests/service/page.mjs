@@ -47,7 +47,8 @@ export class Viewer {
   static async open(browser, service, options = {}) {
     const viewer = new Viewer();
     viewer.service = service;
-    viewer.context = await browser.newContext(options);
+    // Answers that a test gives do not reach requests that a worker of the page makes.
+    viewer.context = await browser.newContext({ serviceWorkers: 'block', ...options });
     viewer.page = await viewer.context.newPage();
     viewer.complaints = [];
     viewer.page.on('console', (message) => {

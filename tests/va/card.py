@@ -12,7 +12,7 @@ PROGRAMS = {}
 
 
 def take_arguments(arguments):
-    PROGRAMS["transcoder"], PROGRAMS["driver"] = arguments
+    PROGRAMS["transcoder"], PROGRAMS["driver"], *PROGRAMS["package"] = arguments
 
 
 class Machine:

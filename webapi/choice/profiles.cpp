@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include "platform/plat.h"
 #include "policy/argument_helper.h"
@@ -11,6 +12,7 @@
 #include "policy/profile_traits.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/choice/machine_speed.h"
 #include "webapi/http/number.h"
 #include "webapi/library/film_traits.h"
@@ -237,7 +239,7 @@ std::vector<Profile> ProfilesOf(const std::string& format) {
       profiles.push_back({key, file[key].asString()});
     }
   }
-  return profiles;
+  return WithoutUnprovedEngines(std::move(profiles));
 }
 
 Verdict Judge(const Profile& profile, const VideoMetaData& film) {
@@ -293,7 +295,7 @@ const JudgedProfile* ChooseProfile(const std::string& format, std::vector<Judged
 
 void LearnCost(const Profile& profile, const VideoMetaData& film, double processorSeconds) {
   MachineSpeed machine = MachineSpeed::Load();
-  if (machine.IsKnown() && !ProfileTraits::Of(profile.value).hardware &&
+  if (machine.IsKnown() && !RunsOnHardware(profile.value) &&
       machine.Learn(ConversionOf(profile, film), processorSeconds)) {
     machine.Save();
   }

@@ -18,7 +18,8 @@ struct Profile {
 // The path of the profile file for this appliance's transcoding platform.
 std::string ProfileFile();
 
-// The profiles of one format: for "http", those whose key begins with "http_".
+// The profiles of one format that this machine offers: for "http", those whose key begins with
+// "http_". The profiles of an engine need its proof (engine_rows.h).
 std::vector<Profile> ProfilesOf(const std::string& format);
 
 // The effect of a profile on a film, and the reason.

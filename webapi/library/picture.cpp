@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -16,6 +17,7 @@
 #include "metadata/video_metadata.h"
 #include "platform/confinement.h"
 #include "platform/plat.h"
+#include "util/film_memory.h"
 #include "util/media_formats.h"
 #include "webapi/http/send_file.h"
 #include "webapi/http/work.h"
@@ -121,7 +123,9 @@ bool Decode(const Source& film, int width, const Look& look, Clock::time_point d
       std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
   int status = kKilled;
   picture.clear();
-  if (left > 0) {
+  const auto memory = orvo::FilmMemory::Take(film.file, orvo::Job::kPicture,
+                                             static_cast<int>(std::max<int64_t>(left, 0)));
+  if (left > 0 && memory) {
     libmrv::DoActionAsRoot("MakePicture", [&] {
       status =
           orvo::RunConfined(orvo::Job::kPicture, {.program = kDecoder, .files = {film.file.Get()}},

@@ -2,6 +2,7 @@
 
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/http/send_file.h"
 
 namespace webapi {
@@ -49,7 +50,7 @@ bool SendPiece(const Request& request, const Ticket& ticket, const std::string& 
 
 bool LacksTranscoder(const std::string& profileValue) {
   const auto traits = LibOrvoQMX::ProfileTraits::Of(profileValue);
-  return !traits.remux && !LibMirevo::TransLoading().TransEnable(traits.hardware);
+  return !traits.remux && !LibMirevo::TransLoading().TransEnable(RunsOnHardware(profileValue));
 }
 
 }  // namespace webapi

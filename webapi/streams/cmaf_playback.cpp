@@ -36,6 +36,7 @@ using LibOrvoQMX::QMXMetaData;
 
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kManifestType[] = "application/dash+xml";
+constexpr char kChapterType[] = "application/json";
 constexpr char kAddress[] = "/webapi/entry.cgi";
 constexpr int64_t kMaxSegment = 9999999;
 constexpr int kTries = 3;
@@ -87,6 +88,7 @@ std::optional<CmafPresentation> PresentationOf(const Ticket& ticket) {
   const CmafWishes wishes = WishesOf(ticket);
   presentation.plan = std::move(*plan);
   presentation.renditions = ListCmafRenditions(film, wishes);
+  presentation.chapters = LibOrvoQMX::ChaptersOf(film.GetDocument(), presentation.plan);
   presentation.dynamicRange = wishes.dynamicRange;
   presentation.path = kAddress;
   const std::string& id = ticket.StreamId();
@@ -105,6 +107,7 @@ void AddSubtitles(const Ticket& ticket, CmafPresentation& presentation) {
   for (const auto& [id, language] : LibOrvoQMX::HttpLiveStream(film).GetSubtitleMap("all")) {
     presentation.subtitles.push_back({id, language});
   }
+  DescribeSubtitles(film, presentation.subtitles);
 }
 
 Answer SendText(const Request& request, const char* contentType, const std::string& text) {
@@ -261,6 +264,9 @@ Answer SendPlaylist(const Request& request, const Ticket& ticket, CmafPresentati
   const std::string type = request.Text("playlist_type");
   if (type == "subtitle") {
     return SendSubtitlePlaylist(request, ticket, presentation);
+  }
+  if (type == "chapters") {
+    return SendText(request, kChapterType, ChapterList(presentation));
   }
   AddSubtitles(ticket, presentation);
   return type == "dash" ? SendText(request, kManifestType, DashManifest(presentation))

@@ -13,6 +13,7 @@
 #include "stream/cmaf/cmaf_runs.h"
 #include "stream/http_live_stream.h"
 #include "webapi/access/ticket.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
 #include "webapi/streams/cmaf_playback.h"
@@ -106,6 +107,7 @@ Json::Value DescribePlatform() {
   description["profiles"] = platform.GetTransPlatformName();
   description["hardware"] = platform.IsSupportHWTranscode();
   description["hardware_enabled"] = platform.IsHWSettingEnabled();
+  description["engines"] = DescribeEngines();
   return description;
 }
 

@@ -28,6 +28,7 @@
 #include "webapi/access/network_address.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
@@ -265,9 +266,9 @@ bool IsSoundWish(const Request& request) {
 
 // Copied video needs no room in the register. The progressive kind asks for it in any case.
 bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
-  const auto traits = LibOrvoQMX::ProfileTraits::Of(rendition.profile.value);
   const bool needsPlace = rendition.method == "transcode" || kind.kind == std::string("HTTP");
-  return needsPlace && !LibMirevo::TransLoading().TransEnable(traits.hardware);
+  return needsPlace &&
+         !LibMirevo::TransLoading().TransEnable(RunsOnHardware(rendition.profile.value));
 }
 
 // The stream that a request joins.

@@ -19,6 +19,7 @@
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "platform/unique_fd.h"
+#include "util/film_memory.h"
 #include "util/subtitle.h"
 #include "webapi/library/media_library.h"
 #include "webapi/subtitles/character_set.h"
@@ -32,6 +33,8 @@ constexpr int64_t kLargestFile = 20 << 20;
 // An extraction that needs more processor time than this is an attack.
 constexpr char kExtractionSeconds[] = "300";
 
+// Another track of the same film may be extracted for so long.
+constexpr int kPatienceMilliseconds = 60000;
 constexpr int kSignalled = 128;
 constexpr int kTimeLimitReached = 255;
 
@@ -189,6 +192,10 @@ class SubtitleTrack : public SubtitleSource {
     // remains when the request ends.
     const orvo::UniqueFd pipe(memfd_create("subtitle", 0));
     if (!pipe.IsOpen()) {
+      return false;
+    }
+    const auto memory = orvo::FilmMemory::Take(film_, orvo::Job::kSubtitles, kPatienceMilliseconds);
+    if (!memory) {
       return false;
     }
     const int status =

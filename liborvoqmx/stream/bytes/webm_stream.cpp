@@ -64,7 +64,7 @@ bool WebMStream::Transcoding(const std::string& executable, int startSeconds) {
       MointerSignalHandler,
       [&] {
         readEnd.Reset();
-        return SaveMonitorPid(getpid(), true);
+        return BecomeMonitor(Directory());
       },
       [&] { ExecuteMointer(writeEnd.Release()); });
   if (isStarted) {

@@ -233,7 +233,7 @@ bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& pla
     if (place) {
       place->Leave();
     }
-    return ReplaceMonitor(folder_, getpid(), true) && position.Write(number);
+    return BecomeMonitor(folder_) && position.Write(number);
   };
   gStop = 0;
   gTranscoder = orvo::Process();

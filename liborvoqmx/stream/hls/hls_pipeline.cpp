@@ -59,7 +59,7 @@ bool BecomeMonitor(const StreamDirectory& directory, const Segment& segment,
                    const std::string& own) {
   const StateFile seekTime = directory.SeekTime();
   const StreamLock lock = seekTime.Lock();
-  if (!IsLatestSequence(directory, own) || !ReplaceMonitor(directory, getpid(), true)) {
+  if (!IsLatestSequence(directory, own) || !BecomeMonitor(directory)) {
     return false;
   }
   // An older request may have written its own number in the meantime.

@@ -104,4 +104,8 @@ bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait) {
   return true;
 }
 
+bool BecomeMonitor(const StreamDirectory& directory) {
+  return ReplaceMonitor(directory, getpid(), true) && directory.Monitor() == getpid();
+}
+
 }  // namespace LibOrvoQMX

@@ -40,4 +40,9 @@ bool BecomeTranscoder(const char* action, const std::vector<std::string>& comman
 // record cannot be read.
 bool ReplaceMonitor(const StreamDirectory& directory, int pid, bool wait);
 
+// Makes this process the stream's monitor, as above. Returns false also if the record cannot be
+// written, on a full volume for example: nobody could end this monitor then, and what its
+// transcoder has begun would count as finished.
+bool BecomeMonitor(const StreamDirectory& directory);
+
 }  // namespace LibOrvoQMX

@@ -18,6 +18,7 @@
 #include "state/stream_watch.h"
 #include "stream/fetched_piece.h"
 #include "stream/pipeline/monitor.h"
+#include "stream/pipeline/transcoder_launch.h"
 #include "stream/smooth/smooth_arguments.h"
 #include "stream/smooth/smooth_fragments.h"
 #include "stream/smooth/smooth_manifest.h"
@@ -238,7 +239,7 @@ bool SmoothStream::StartAt(const FragmentPlace& place, StreamLock& lock, const E
       MointerSignalHandler,
       [&] {
         lock.Leave();
-        return SaveMonitorPid(getpid(), true);
+        return BecomeMonitor(Directory());
       },
       [&] { Watch(place, viewer); });
 }

@@ -1,6 +1,7 @@
 // Plays a film in another player: makes an address that needs no login, to copy, to open or to save as a playlist.
 import { post } from '../api.js';
 import { element, openDialog } from '../dom.js';
+import { t } from '../language.js';
 import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
 import { wordsOf } from '../words.js';
 
@@ -29,22 +30,22 @@ async function copy(input, told) {
   input.select();
   try {
     await navigator.clipboard.writeText(input.value);
-    told.textContent = 'Copied.';
+    told.textContent = t('Copied.');
   } catch {
-    told.textContent = 'The browser does not let this page copy. Copy the address from the field.';
+    told.textContent = t('The browser does not let this page copy. Copy the address from the field.');
   }
 }
 
 function links(entry, address, told) {
-  const input = element('input', { readOnly: true, value: address, 'aria-label': 'Address of the film' });
+  const input = element('input', { readOnly: true, value: address, 'aria-label': t('Address of the film') });
   return [
     input,
     element(
       'p',
       { class: 'actions' },
-      element('button', { type: 'button', on: { click: () => copy(input, told) } }, 'Copy address'),
-      element('a', { class: 'button', href: `vlc://${address}` }, 'Open in VLC'),
-      element('button', { type: 'button', on: { click: () => keep(entry.name, address) } }, 'Save as playlist (.m3u)'),
+      element('button', { type: 'button', on: { click: () => copy(input, told) } }, t('Copy address')),
+      element('a', { class: 'button', href: `vlc://${address}` }, t('Open in VLC')),
+      element('button', { type: 'button', on: { click: () => keep(entry.name, address) } }, t('Save as playlist (.m3u)')),
     ),
   ];
 }
@@ -54,12 +55,12 @@ export function openElsewhere(entry, info, before = () => {}) {
   const told = element('p', { role: 'status' });
   const place = element('div');
   const make = async (format) => {
-    told.textContent = 'Opening the film …';
+    told.textContent = t('Opening the film …');
     place.replaceChildren();
     try {
       await before();
       const opened = await post('Streaming', 'open', { format }, entry.encoded_path);
-      told.textContent = opened.network_url ? FOR_ALL : FOR_THIS_COMPUTER;
+      told.textContent = t(opened.network_url ? FOR_ALL : FOR_THIS_COMPUTER);
       place.replaceChildren(...links(entry, opened.network_url || opened.url, told));
     } catch (error) {
       const { sentence, next } = wordsOf(error);
@@ -67,5 +68,5 @@ export function openElsewhere(entry, info, before = () => {}) {
     }
   };
   const buttons = waysFor(info).map((kind) => element('button', { type: 'button', on: { click: () => make(kind) } }, KINDS[kind]));
-  return openDialog('Play elsewhere', element('p', {}, 'Choose the kind of stream that the other player supports.'), element('p', { class: 'actions' }, buttons), told, place);
+  return openDialog(t('Play elsewhere'), element('p', {}, t('Choose the kind of stream that the other player supports.')), element('p', { class: 'actions' }, buttons), told, place);
 }

@@ -43,15 +43,15 @@ export const subtitleText = (subtitle, index) => list(languageText(subtitle.lang
 function tracksTable({ metadata, subtitles }) {
   const { video = [], audio = [] } = metadata.track_info;
   const rows = [
-    ...video.map((track) => [track.attached_pic ? 'Cover' : 'Video', TRACKS.video(track)]),
-    ...audio.map((track) => ['Audio', TRACKS.audio(track)]),
-    ...subtitles.map((subtitle, index) => ['Subtitle', subtitleText(subtitle, index)]),
+    ...video.map((track) => [track.attached_pic ? t('Cover') : t('Video'), TRACKS.video(track)]),
+    ...audio.map((track) => [t('Audio'), TRACKS.audio(track)]),
+    ...subtitles.map((subtitle, index) => [t('Subtitle'), subtitleText(subtitle, index)]),
   ];
-  return table('Tracks of this film', ['Track', 'Details'], rows);
+  return table(t('Tracks of this film'), [t('Track'), t('Details')], rows);
 }
 
 const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
-const methodText = ({ method }) => METHODS[method] ?? method;
+const methodText = ({ method }) => t(METHODS[method] ?? method);
 
 // How the film plays if the viewer chooses nothing: { kind, used }, `used` as for playsAs.
 function wayOf(info, kinds) {
@@ -60,17 +60,17 @@ function wayOf(info, kinds) {
   return { kind, used: usualWay(info, kind, kind === choice.kind ? choice.profile : '') };
 }
 
-const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, wayOf(info, kinds).used) : 'This browser cannot play this film.');
+const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, wayOf(info, kinds).used) : t('This browser cannot play this film.'));
 
 function profilesTable(info) {
-  const direct = info.direct ? [[KINDS.direct, '', METHODS[info.direct.fits ? 'direct' : 'refused'], info.direct.why]] : [];
+  const direct = info.direct ? [[KINDS.direct, '', t(METHODS[info.direct.fits ? 'direct' : 'refused']), info.direct.why]] : [];
   const rows = info.profiles.map((profile) => [
     KINDS[profile.format] ?? profile.format,
     profile.default ? element('strong', {}, `${profile.key} (default)`) : profile.key,
     methodText(profile),
     profile.why,
   ]);
-  return table('Playback methods of this film', ['Method', 'Quality', 'Conversion', 'Reason'], [...direct, ...rows]);
+  return table(t('Playback methods of this film'), [t('Method'), t('Quality'), t('Conversion'), t('Reason')], [...direct, ...rows]);
 }
 
 // What only the curious read.
@@ -79,11 +79,11 @@ function details(info, kinds) {
   return element(
     'details',
     {},
-    element('summary', {}, 'Details'),
+    element('summary', {}, t('Details')),
     used ? element('p', {}, `${KINDS[kind]}: ${used.why ?? ''}`) : null,
-    element('h2', {}, 'Tracks'),
+    element('h2', {}, t('Tracks')),
     tracksTable(info),
-    element('h2', {}, 'All playback methods and qualities'),
+    element('h2', {}, t('All playback methods and qualities')),
     profilesTable(info),
   );
 }

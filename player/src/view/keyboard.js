@@ -1,5 +1,6 @@
 // The keyboard shortcuts of the player, and the dialog that lists them.
 import { element, openDialog } from '../dom.js';
+import { t } from '../language.js';
 
 // Each row: the keys, their readable name, what they do, and the function to call.
 export const KEYS = [
@@ -33,8 +34,8 @@ export const KEYS = [
 ];
 
 export function showHelp() {
-  const rows = KEYS.flatMap(([, sign, text]) => [element('dt', {}, element('kbd', {}, sign)), element('dd', {}, text)]);
-  openDialog('Keyboard shortcuts', element('dl', { class: 'keys' }, rows));
+  const rows = KEYS.flatMap(([, sign, text]) => [element('dt', {}, element('kbd', {}, sign)), element('dd', {}, t(text))]);
+  openDialog(t('Keyboard shortcuts'), element('dl', { class: 'keys' }, rows));
 }
 
 // Does the element use this key itself?

@@ -58,15 +58,15 @@ export class PlayerView {
   }
 
   makeControls() {
-    this.position = element('input', { id: 'position', type: 'range', min: 0, max: 0, step: 1, value: '0', 'aria-label': 'Position' });
+    this.position = element('input', { id: 'position', type: 'range', min: 0, max: 0, step: 1, value: '0', 'aria-label': t('Position') });
     this.clock = element('output', { id: 'clock', for: 'position' }, '0:00');
-    this.playButton = signButton('play', 'Play', () => this.toggle(), { id: 'play' });
-    this.muteButton = signButton('sound', 'Mute', () => this.mute(), { id: 'mute' });
-    this.volume = element('input', { id: 'volume', type: 'range', min: 0, max: 1, step: 0.05, value: '1', 'aria-label': 'Volume' });
+    this.playButton = signButton('play', t('Play'), () => this.toggle(), { id: 'play' });
+    this.muteButton = signButton('sound', t('Mute'), () => this.mute(), { id: 'mute' });
+    this.volume = element('input', { id: 'volume', type: 'range', min: 0, max: 1, step: 0.05, value: '1', 'aria-label': t('Volume') });
     this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, element('span'));
-    this.settingsButton = signButton('settings', 'Settings', () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
-    this.insetButton = signButton('inset', 'Picture in picture', () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
-    this.captionsButton = signButton('captions', 'Subtitles', () => this.nextSubtitle());
+    this.settingsButton = signButton('settings', t('Settings'), () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
+    this.insetButton = signButton('inset', t('Picture in picture'), () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
+    this.captionsButton = signButton('captions', t('Subtitles'), () => this.nextSubtitle());
     this.controls = element(
       'div',
       { id: 'controls' },
@@ -84,11 +84,11 @@ export class PlayerView {
         this.captionsButton,
         this.settingsButton,
         signButton('camera', t('Save this picture'), () => this.savePicture(), { class: 'sign minor' }),
-        signButton('figures', 'Statistics', () => this.figures(), { class: 'sign minor' }),
-        signButton('elsewhere', 'Play elsewhere', () => this.elsewhere()),
-        signButton('help', 'Keyboard shortcuts', () => showHelp(), { class: 'sign minor' }),
+        signButton('figures', t('Statistics'), () => this.figures(), { class: 'sign minor' }),
+        signButton('elsewhere', t('Play elsewhere'), () => this.elsewhere()),
+        signButton('help', t('Keyboard shortcuts'), () => showHelp(), { class: 'sign minor' }),
         this.insetButton,
-        signButton('full', 'Full screen', () => this.fullScreen(), { id: 'full' }),
+        signButton('full', t('Full screen'), () => this.fullScreen(), { id: 'full' }),
       ),
     );
   }
@@ -103,20 +103,20 @@ export class PlayerView {
     this.repeat = element('input', { id: 'repeat', type: 'checkbox' });
     this.cueSize = select('cue-size', (value) => this.prefer('cueSize', value));
     this.cueLook = select('cue-look', (value) => this.prefer('cueLook', value));
-    fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? 'Normal' : `${speed} ×` })), '1');
+    fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? t('Normal') : `${speed} ×` })), '1');
     this.panel = element(
       'div',
-      { id: 'settings', role: 'group', 'aria-label': 'Settings', hidden: true },
-      labelled('Quality', this.quality),
-      labelled('Audio track', this.audio),
-      labelled('Subtitles', this.subtitle),
-      labelled('Speed', this.speed),
+      { id: 'settings', role: 'group', 'aria-label': t('Settings'), hidden: true },
+      labelled(t('Quality'), this.quality),
+      labelled(t('Audio track'), this.audio),
+      labelled(t('Subtitles'), this.subtitle),
+      labelled(t('Speed'), this.speed),
       this.chapters.row,
       labelled(t('Repeat the film'), this.repeat),
-      labelled('Playback method', this.kind),
-      labelled('Subtitle size', this.cueSize),
-      labelled('Subtitle style', this.cueLook),
-      element('button', { type: 'button', on: { click: () => this.figures() } }, 'Show or hide statistics'),
+      labelled(t('Playback method'), this.kind),
+      labelled(t('Subtitle size'), this.cueSize),
+      labelled(t('Subtitle style'), this.cueLook),
+      element('button', { type: 'button', on: { click: () => this.figures() } }, t('Show or hide statistics')),
     );
   }
 
@@ -129,7 +129,7 @@ export class PlayerView {
   }
 
   assemble() {
-    this.back = element('a', { href: '#/', class: 'back' }, 'Back');
+    this.back = element('a', { href: '#/', class: 'back' }, t('Back'));
     this.title = element('h1', { id: 'title', tabindex: '-1' });
     this.why = element('p', { id: 'why' });
     const top = element('div', { class: 'top' }, this.back, this.title);
@@ -173,8 +173,8 @@ export class PlayerView {
 
   applyPreferences() {
     const { cueSize, cueLook } = preferences();
-    fill(this.cueSize, Object.entries(CUE_SIZES).map(([value, text]) => ({ value, text })), cueSize);
-    fill(this.cueLook, Object.entries(CUE_LOOKS).map(([value, text]) => ({ value, text })), cueLook);
+    fill(this.cueSize, Object.entries(CUE_SIZES).map(([value, text]) => ({ value, text: t(text) })), cueSize);
+    fill(this.cueLook, Object.entries(CUE_LOOKS).map(([value, text]) => ({ value, text: t(text) })), cueLook);
     this.video.dataset.cueSize = cueSize;
     this.video.dataset.cueLook = cueLook;
   }
@@ -243,7 +243,7 @@ export class PlayerView {
     const { audio } = info.metadata.track_info;
     fill(this.audio, audio.map((track, index) => ({ value: track.id, text: audioText(track, index) })), choice.audio || audio[0]?.id);
     const subtitles = info.subtitles.map((subtitle, index) => ({ value: String(subtitle.id), text: subtitleText(subtitle, index) }));
-    fill(this.subtitle, [{ value: '', text: 'None' }, ...subtitles], choice.subtitle);
+    fill(this.subtitle, [{ value: '', text: t('None') }, ...subtitles], choice.subtitle);
     this.captionsButton.hidden = subtitles.length === 0;
   }
 
@@ -253,11 +253,11 @@ export class PlayerView {
     const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
-    const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: 'Automatic' };
+    const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: t('Automatic') };
     const isChosen = choice.profile && kind === choice.kind;
     fill(this.quality, [automatic, ...others], isChosen ? `${kind} ${choice.profile}` : automatic.value);
     const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: KINDS[way] }));
-    fill(this.kind, [{ value: '', text: 'Automatic' }, ...ways], choice.kind);
+    fill(this.kind, [{ value: '', text: t('Automatic') }, ...ways], choice.kind);
   }
 
   atEnd() {
@@ -283,7 +283,7 @@ export class PlayerView {
       this.fillQualities();
     }
     const isOver = this.video.ended && Boolean(playback.engine);
-    changeSign(this.playButton, playback.isPlaying() ? 'pause' : 'play', isOver ? 'Play again' : playback.isPlaying() ? 'Pause' : 'Play');
+    changeSign(this.playButton, playback.isPlaying() ? 'pause' : 'play', isOver ? t('Play again') : playback.isPlaying() ? t('Pause') : t('Play'));
     say(playback.notice);
     this.why.textContent = playback.stream ? playsAs(playback.film.info, playback.methodOf()) : '';
     this.refreshOverlay();
@@ -308,18 +308,18 @@ export class PlayerView {
   // The sentence over the picture, the next step below it, and the buttons.
   overlayText() {
     const { playback } = this;
-    const leave = ['Back', () => window.location.assign(this.back.href)];
+    const leave = [t('Back'), () => window.location.assign(this.back.href)];
     if (playback.error) {
       const { sentence, next } = wordsOf(playback.error);
-      return [sentence, next, [['Try again', () => playback.reopen(playback.place)], leave]];
+      return [sentence, next, [[t('Try again'), () => playback.reopen(playback.place)], leave]];
     }
     if (playback.queue) {
       const { seconds, error } = playback.queue;
-      const when = seconds > 0 ? `The next attempt is in ${seconds} s.` : 'Trying again now.';
-      return [`${wordsOf(error).sentence} You are waiting in line.`, `${when} ${wordsOf({ reason: error.reason }).next}`, [['Stop waiting', leave[1]]]];
+      const when = seconds > 0 ? t('The next attempt is in {count} s.', { count: seconds }) : t('Trying again now.');
+      return [`${wordsOf(error).sentence} ${t('You are waiting in line.')}`, `${when} ${wordsOf({ reason: error.reason }).next}`, [[t('Stop waiting'), leave[1]]]];
     }
     if (playback.needsPress) {
-      return ['Press Play to start.', '', [['Play', () => playback.start()]]];
+      return [t('Press Play to start.'), '', [[t('Play'), () => playback.start()]]];
     }
     return [playback.slow, '', []];
   }
@@ -352,7 +352,7 @@ export class PlayerView {
   showVolume() {
     const { muted } = this.playback.wish;
     this.volume.value = String(muted ? 0 : this.video.volume);
-    changeSign(this.muteButton, muted ? 'silent' : 'sound', muted ? 'Unmute' : 'Mute');
+    changeSign(this.muteButton, muted ? 'silent' : 'sound', muted ? t('Unmute') : t('Mute'));
   }
 
   secondAt({ clientX }) {

@@ -80,50 +80,56 @@ function streamsOf({ streams, transcoders }, refresh) {
   ];
 }
 
+const engineText = ({ encoder, device, lines, speed, reason }) =>
+  lines > 0
+    ? `${encoder} on ${device}: up to ${lines} lines${speed > 0 ? `, ${speed.toFixed(1)} times the film's speed` : ''}`
+    : `${encoder} on ${device}: not used. ${reason}`;
+
 function limits({ limits: allowed, transcoders, platform }) {
   const running = (kind) => transcoders.filter((transcoder) => transcoder.kind === kind).length;
-  const line = (kind, name) => element('li', {}, `${name}: ${running(kind)} of ${allowed[kind]} in use`);
+  const line = (kind, name) => element('li', {}, t('{name}: {count} of {limit} in use', { name, count: running(kind), limit: allowed[kind] }));
   return element(
     'ul',
     {},
-    line('software', 'Software conversions'),
-    line('hardware', 'Hardware conversions'),
+    line('software', t('Software conversions')),
+    line('hardware', t('Hardware conversions')),
     element('li', {}, `Profiles: ${platform?.profiles ?? 'unknown'}. Hardware conversion: ${platform?.hardware_enabled ? 'on' : 'off'}`),
+    ...(platform?.engines ?? []).map((engine) => element('li', {}, engineText(engine))),
   );
 }
 
 const volumes = (list) =>
   table(
-    'Disks',
-    ['Volume', 'Free', 'Size', 'Writable'],
-    list.map(({ path, free, total, writable }) => [path, sizeText(free), sizeText(total), writable ? 'yes' : 'no']),
+    t('Disks'),
+    [t('Volume'), t('Free'), t('Size'), t('Writable')],
+    list.map(({ path, free, total, writable }) => [path, sizeText(free), sizeText(total), writable ? t('yes') : t('no')]),
   );
 
 const when = (seconds) => (seconds ? new Date(seconds * 1000).toLocaleString() : '');
 
 function recent(list) {
   const rows = list.map(({ path, account, kind, time }) => [when(time), fileName(path), account, kind]);
-  return rows.length > 0 ? [element('h2', {}, 'Recent streams'), table('Recent streams', ['When', 'Film', 'Account', 'Kind'], rows)] : [];
+  return rows.length > 0 ? [element('h2', {}, t('Recent streams')), table(t('Recent streams'), [t('When'), t('Film'), t('Account'), t('Kind')], rows)] : [];
 }
 
 function history(items, refresh) {
   const rows = items.map((item) => [
     when(item.time),
     element('a', { href: filmAddress(item) }, item.name || nameOf(item.encoded_path)),
-    item.finished ? 'finished' : `${clockText(item.position)} of ${clockText(item.duration)}`,
-    button('Remove', item.name, () => act(() => forget(item.encoded_path), refresh)),
+    item.finished ? t('finished') : `${clockText(item.position)} of ${clockText(item.duration)}`,
+    button(t('Remove'), item.name, () => act(() => forget(item.encoded_path), refresh)),
   ]);
-  const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, 'Clear history');
-  return rows.length > 0 ? [element('h2', {}, 'Watch history'), table('Watch history', ['When', 'Film', 'Position', 'Action'], rows), element('p', { class: 'actions' }, all)] : [];
+  const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, t('Clear history'));
+  return rows.length > 0 ? [element('h2', {}, t('Watch history')), table(t('Watch history'), [t('When'), t('Film'), t('Position'), t('Action')], rows), element('p', { class: 'actions' }, all)] : [];
 }
 
 function body(status, items, refresh) {
   return [
-    element('h2', {}, 'Streams'),
+    element('h2', {}, t('Streams')),
     ...streamsOf(status, refresh),
-    element('h2', {}, 'Limits'),
+    element('h2', {}, t('Limits')),
     limits(status),
-    element('h2', {}, 'Disks'),
+    element('h2', {}, t('Disks')),
     volumes(status.volumes),
     ...recent(status.recent ?? []),
     ...history(items, refresh),
@@ -150,5 +156,5 @@ export async function statusView(_, signal) {
   await refresh();
   const timer = setInterval(() => !document.hidden && refresh().catch(sayError), EVERY_MILLISECONDS);
   signal.addEventListener('abort', () => clearInterval(timer));
-  return { title: 'Server', nodes: [element('h1', {}, 'Server'), place] };
+  return { title: t('Server'), nodes: [element('h1', {}, t('Server')), place] };
 }

@@ -75,6 +75,16 @@ TEST_F(SmoothMonitor, StartsATranscoderAtTheFragment) {
   });
 }
 
+TEST_F(SmoothMonitor, StartsNoTranscoderIfItCannotBeRecorded) {
+  On("avoton", [this] {
+    // Nothing can be written to this device.
+    ASSERT_EQ(symlink("/dev/full", Path(File("monitor.pid")).c_str()), 0);
+    ASSERT_TRUE(Request(Id(0)));
+    test::ReapAll();
+    EXPECT_FALSE(standIn_->HasStarted());
+  });
+}
+
 TEST_F(SmoothMonitor, TellsItsCommandLineBeforeItIsOpened) {
   On("avoton", [this] {
     QMXMetaData opened(kId, "SS");

@@ -1,0 +1,31 @@
+// The page's shell for times without the server: the page starts and says that the server does not answer. The server's
+// own files count as long as it answers. Calls of the web API are never stored.
+const STORE = 'mirevo-shell-1';
+
+const isOwn = ({ method, url }) => method === 'GET' && new URL(url).origin === self.location.origin && !new URL(url).pathname.startsWith('/webapi/');
+
+// Pages are never the same for long; the names of their scripts change with the content.
+async function answer(request) {
+  const store = await caches.open(STORE);
+  try {
+    const response = await fetch(request);
+    if (response.ok && response.status === 200) {
+      await store.put(request, response.clone());
+    }
+    return response;
+  } catch (error) {
+    const stored = await store.match(request, { ignoreSearch: true });
+    if (stored) {
+      return stored;
+    }
+    throw error;
+  }
+}
+
+self.addEventListener('install', () => self.skipWaiting());
+self.addEventListener('activate', (event) => event.waitUntil(self.clients.claim()));
+self.addEventListener('fetch', (event) => {
+  if (isOwn(event.request)) {
+    event.respondWith(answer(event.request));
+  }
+});
