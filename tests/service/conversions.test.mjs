@@ -23,7 +23,7 @@ before(async () => {
   execFileSync('ffmpeg', ['-v', 'error', ...source, '-c:v', 'libx264', '-preset', 'ultrafast', '-c:a', 'ac3', film]);
   await service.serve([path.dirname(film)]);
 });
-after(() => service.stop());
+after(() => service?.stop());
 
 test('a film is converted and downloaded, whole and in parts', async () => {
   mirevo('pause');
