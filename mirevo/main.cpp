@@ -13,6 +13,7 @@
 #include "mirevo/account_command.h"
 #include "mirevo/analyze_command.h"
 #include "mirevo/completion_command.h"
+#include "mirevo/convert_command.h"
 #include "mirevo/doctor_command.h"
 #include "mirevo/exit_codes.h"
 #include "mirevo/explain_command.h"
@@ -66,8 +67,8 @@ int Run(int argc, char** argv) {
   for (const auto add :
        {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
         mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
-        mirevo::AddAnalyzeCommand, mirevo::AddPlatformCommand, mirevo::AddHardwareCommand,
-        mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
+        mirevo::AddAnalyzeCommand, mirevo::AddConvertCommand, mirevo::AddPlatformCommand,
+        mirevo::AddHardwareCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {

@@ -13,6 +13,7 @@
 #include "webapi/access/login.h"
 #include "webapi/access/origin.h"
 #include "webapi/choice/film_info.h"
+#include "webapi/conversions/conversions.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/request.h"
@@ -73,6 +74,11 @@ constexpr std::array kCalls = {
          true},
     Call{"ORVO.Mirevo2.History", "remove", webapi::RemoveHistory, Right::kAccount, true,
          kPlainSeconds, true},
+    Call{"ORVO.Mirevo2.Conversion", "add", webapi::AddConversion, Right::kAccount, false,
+         kFilmSeconds},
+    Call{"ORVO.Mirevo2.Conversion", "list", webapi::ListConversions},
+    Call{"ORVO.Mirevo2.Conversion", "remove", webapi::RemoveConversion},
+    Call{"ORVO.Mirevo2.Conversion", "get", webapi::GetConversion},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
     Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},

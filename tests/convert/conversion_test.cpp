@@ -7,6 +7,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -160,7 +161,7 @@ class FilmConversion : public test::Sysroot {
         "-show_entries stream=nb_read_frames -of csv=p=0 '" +
         film + "' > '" + list + "' 2>&1";
     EXPECT_EQ(PlatExec("/bin/sh", "-c", command), 0);
-    return std::atoi(test::ReadWhole(list).c_str());
+    return static_cast<int>(std::strtol(test::ReadWhole(list).c_str(), nullptr, 10));
   }
 
   Queue& TheQueue() { return *queue_; }

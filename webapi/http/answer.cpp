@@ -28,6 +28,7 @@ constexpr std::array kReasons = {
     Reason{kForbidden, 403, "Forbidden", "This path lies outside the media folders."},
     Reason{kNotFound, 404, "Not Found", "The server has nothing with this name."},
     Reason{kMethodNotAllowed, 405, "Method Not Allowed", "This call needs another HTTP method."},
+    Reason{"NotFinished", 409, "Conflict", "The conversion has not ended yet."},
     Reason{"TransAudioNotSupported", 415, "Unsupported Media Type",
            "The sound of this film cannot be decoded."},
     Reason{"TransVideoNotHardwareSupported", 415, "Unsupported Media Type",

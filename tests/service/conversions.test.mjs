@@ -1,0 +1,60 @@
+// Films that are converted in advance, by the running service.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { after, before, test } from 'node:test';
+import { build, eventually, Service } from './support.mjs';
+
+let service;
+let film;
+const make = (method, parameters = {}) => service.call('Conversion', method, parameters);
+const items = async () => (await make('list')).data.items;
+const mirevo = (...words) =>
+  execFileSync(path.join(build, 'target/bin/mirevo'), ['convert', ...words], {
+    env: service.environment,
+    encoding: 'utf8',
+  });
+
+before(async () => {
+  service = Service.prepare('x86');
+  film = path.join(service.root, 'volume1/film.mkv');
+  const source = ['-f', 'lavfi', '-i', 'testsrc2=s=160x90:r=12:d=12', '-f', 'lavfi', '-i', 'sine=d=12'];
+  execFileSync('ffmpeg', ['-v', 'error', ...source, '-c:v', 'libx264', '-preset', 'ultrafast', '-c:a', 'ac3', film]);
+  await service.serve([path.dirname(film)]);
+});
+after(() => service?.stop());
+
+test('a film is converted and downloaded, whole and in parts', async () => {
+  mirevo('pause');
+  const { data } = await make('add', { path: film });
+  assert.deepEqual((await make('add', { path: film })).data, data, 'a film is there once');
+  assert.equal((await make('get', { id: data.id })).status, 409);
+  mirevo('pause', '--off');
+  await eventually(async () => ((await items())[0].state === 'ready' ? true : undefined), 120000);
+  assert.equal((await items())[0].progress, 1);
+
+  const address = service.query('Conversion', 'get', { id: data.id });
+  const whole = Buffer.from(await (await fetch(address)).arrayBuffer());
+  assert.equal(whole.subarray(4, 8).toString(), 'ftyp');
+  const part = await fetch(address, { headers: { range: 'bytes=1000-' } });
+  assert.equal(part.status, 206);
+  assert.ok(whole.subarray(1000).equals(Buffer.from(await part.arrayBuffer())));
+
+  assert.equal((await make('remove', { id: data.id })).status, 200);
+  assert.deepEqual(await items(), []);
+  assert.equal((await make('get', { id: data.id })).status, 404);
+  const folder = path.join(service.root, 'volume1/@conversions', String(data.id));
+  await eventually(() => (fs.existsSync(folder) ? undefined : true));
+});
+
+test('only films that the caller may see are converted and listed', async () => {
+  assert.equal((await make('add', { path: '/etc/passwd' })).status, 403);
+  assert.equal((await make('add', { path: film, profile: '../mp4' })).status, 400);
+  const outside = path.join(service.root, 'outside.mkv');
+  fs.copyFileSync(film, outside);
+  const id = mirevo('add', outside).trim();
+  assert.deepEqual(await items(), []);
+  assert.equal((await make('get', { id })).status, 404);
+  mirevo('remove', id);
+});

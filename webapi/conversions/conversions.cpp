@@ -1,0 +1,149 @@
+#include "webapi/conversions/conversions.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "convert/queue.h"
+#include "convert/recipe.h"
+#include "convert/work_folder.h"
+#include "platform/media_file.h"
+#include "webapi/http/send_file.h"
+#include "webapi/library/media_library.h"
+
+namespace webapi {
+namespace {
+
+using convert::Item;
+using convert::Queue;
+using convert::State;
+
+constexpr char kResultType[] = "video/mp4";
+constexpr char kNotFinished[] = "NotFinished";
+// A queue of this length takes weeks.
+constexpr size_t kMost = 1000;
+
+// The caller's media root that holds the film.
+std::string RootOf(const std::string& film) {
+  for (const std::string& root : MediaRoots()) {
+    if (LiesIn({root}, film)) {
+      return root;
+    }
+  }
+  return film;
+}
+
+Answer NoQueue() {
+  return Answer::Failure(kInternal, "The list of conversions cannot be opened.");
+}
+
+// The conversion that the request names, if the caller may see its film.
+std::optional<Item> FindItem(const Queue& queue, int64_t id) {
+  auto item = queue.Find(id);
+  return item && MaySee(item->path) ? std::move(item) : std::nullopt;
+}
+
+std::optional<int64_t> IdOf(const Request& request, Answer& refusal) {
+  const auto id = request.Number("id", std::numeric_limits<int64_t>::max());
+  if (!id) {
+    refusal = Answer::Failure(kBadRequest, "The id must be a number.");
+  }
+  return id;
+}
+
+Json::Value Describe(const Item& item) {
+  Json::Value entry(Json::objectValue);
+  entry["id"] = static_cast<Json::Int64>(item.id);
+  entry["path"] = item.path;
+  entry["encoded_path"] = EncodeQueryValue(item.path);
+  entry["name"] = std::filesystem::path(item.path).filename().string();
+  entry["profile"] = item.profile;
+  entry["state"] = NameOf(item.state);
+  entry["progress"] = ProgressOf(item);
+  entry["reason"] = item.reason;
+  return entry;
+}
+
+}  // namespace
+
+Answer AddConversion(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto film = OpenFilm(request.Text("path"), refusal);
+  if (!film) {
+    return refusal;
+  }
+  const auto profile = convert::FindProfile(request.Text("profile"));
+  if (!profile) {
+    return Answer::Failure(kBadRequest, "There is no profile of this name.");
+  }
+  if (!IsUtf8(film->Path())) {
+    return Answer::Failure(kBadRequest, "The name of this film is not valid UTF-8.");
+  }
+  Queue queue;
+  if (queue.List().size() >= kMost) {
+    return Answer::Failure(kBusy, "Too many films wait for their conversion.");
+  }
+  const auto id = queue.Add(film->Path(), RootOf(film->Path()), profile->name);
+  if (!id) {
+    return NoQueue();
+  }
+  Json::Value data(Json::objectValue);
+  data["id"] = static_cast<Json::Int64>(*id);
+  return Answer::Success(data);
+}
+
+Answer ListConversions(const Request& /*request*/) {
+  const Queue queue;
+  if (!queue.IsOpen()) {
+    return NoQueue();
+  }
+  Json::Value data(Json::objectValue);
+  data["paused"] = queue.IsPaused();
+  data["items"] = Json::Value(Json::arrayValue);
+  for (const Item& item : queue.List()) {
+    if (MaySee(item.path) && IsUtf8(item.path)) {
+      data["items"].append(Describe(item));
+    }
+  }
+  return Answer::Success(data);
+}
+
+Answer RemoveConversion(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto id = IdOf(request, refusal);
+  if (!id) {
+    return refusal;
+  }
+  const Queue queue;
+  if (FindItem(queue, *id) && !queue.Remove(*id)) {
+    return NoQueue();
+  }
+  return Answer::Success(Json::Value(Json::objectValue));
+}
+
+Answer GetConversion(const Request& request) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto id = IdOf(request, refusal);
+  if (!id) {
+    return refusal;
+  }
+  const auto item = FindItem(Queue(), *id);
+  if (!item) {
+    return Answer::Failure(kNotFound);
+  }
+  if (item->state != State::kReady) {
+    return Answer::Failure(kNotFinished);
+  }
+  const auto result =
+      orvo::MediaFile::OpenBeneath(item->folder, convert::WorkFolder(item->folder).Result());
+  if (!result.IsOpen()) {
+    return Answer::Failure(kNotFound, "The converted file is not there any more.");
+  }
+  SendFile(request, result, kResultType);
+  return Answer::Sent();
+}
+
+}  // namespace webapi
