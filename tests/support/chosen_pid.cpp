@@ -15,8 +15,10 @@ pid_t ForkAs(pid_t number) {
   args.set_tid = reinterpret_cast<uint64_t>(&number);
   args.set_tid_size = 1;
   const auto pid = static_cast<pid_t>(syscall(SYS_clone3, &args, sizeof args));
-  while (pid == 0) {
-    pause();
+  if (pid == 0) {
+    for (;;) {
+      pause();
+    }
   }
   return pid;
 }
