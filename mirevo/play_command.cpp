@@ -72,6 +72,7 @@ std::vector<std::string> FormatsFor(const std::map<std::string, std::string>& wi
 // Opens the film in the first format that fits it and the player.
 Reply Open(std::map<std::string, std::string> parameters) {
   Reply reply;
+  parameters["force_open_qmx"] = "true";  // a viewer does not wait for a conversion
   for (const std::string& format : FormatsFor(parameters)) {
     parameters["format"] = format;
     reply = CallService("Streaming", "open", parameters);

@@ -1,9 +1,11 @@
 // The appliance's offline conversion of films. A viewer's transcoder has priority over it.
 #pragma once
 
+#include "platform/export.h"
+
 namespace LibMirevo {
 
 // Asks a running conversion to pause, and waits up to 30 seconds until it has.
-void AskOfflineConversionToGiveWay();
+ORVO_API void AskOfflineConversionToGiveWay();
 
 }  // namespace LibMirevo

@@ -48,6 +48,15 @@ test('a film is converted and downloaded, whole and in parts', async () => {
   await eventually(() => (fs.existsSync(folder) ? undefined : true));
 });
 
+test('a viewer does not wait for a conversion', async (t) => {
+  const { data } = await make('add', { path: film });
+  t.after(() => make('remove', { id: data.id }));
+  await eventually(() => (service.registry().some((entry) => entry.offline_conversion) ? true : undefined), 30000);
+  const stream = await service.open(film, { force_open_qmx: true });
+  t.after(() => service.close(stream));
+  assert.deepEqual(service.registry(), []);
+});
+
 test('only films that the caller may see are converted and listed', async () => {
   assert.equal((await make('add', { path: '/etc/passwd' })).status, 403);
   assert.equal((await make('add', { path: film, profile: '../mp4' })).status, 400);

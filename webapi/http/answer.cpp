@@ -77,6 +77,10 @@ const char* StatusText(int code) {
 
 }  // namespace
 
+bool Answer::IsFor(const std::string& reason) const {
+  return IsFailure() && body_["error"]["reason"] == reason;
+}
+
 Answer Answer::Success(const Json::Value& data) {
   Answer answer;
   answer.code_ = kOk;

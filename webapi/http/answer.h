@@ -35,6 +35,9 @@ class Answer {
 
   bool IsFailure() const { return code_ >= 400; }
 
+  // Is it a failure for this reason?
+  bool IsFor(const std::string& reason) const;
+
   // Writes the answer to standard output in CGI form. For a HEAD request it writes only the
   // headers.
   void Send(bool headersOnly) const;

@@ -18,6 +18,8 @@
 #include "platform/plat.h"
 #include "platform/process_launch.h"
 #include "policy/argument_helper.h"
+#include "policy/offline_conversion.h"
+#include "policy/platform_utils.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "stream/cmaf/cmaf_runs.h"
@@ -54,6 +56,7 @@ using LibOrvoQMX::QMXStream;
 using LibOrvoQMX::VideoMetaData;
 
 constexpr char kCmafFormat[] = "cmaf";
+constexpr char kForced[] = "force_open_qmx";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
 constexpr time_t kTicketSeconds = 24 * 3600;
@@ -91,7 +94,7 @@ constexpr std::array kStreamKinds = {
 
 // Parameters of an opening that later requests of the stream need.
 constexpr std::array kKeptParameters = {
-    "audio_id", "audio_format",  "subtitle_id", "subtitle_codepage", "force_open_qmx",
+    "audio_id", "audio_format",  "subtitle_id", "subtitle_codepage", kForced,
     "codecs",   "dynamic_range", "max_height",  "max_bitrate",       "renditions"};
 
 const StreamKind* FindKind(const std::string& kind) {
@@ -264,10 +267,25 @@ bool IsSoundWish(const Request& request) {
          std::find(kSoundWishes.begin(), kSoundWishes.end(), wish) != kSoundWishes.end();
 }
 
+// A viewer who says so does not wait for a conversion in the background. With VA-API both have
+// room.
+void MakeConversionGiveWay(bool isForced) {
+  if (isForced && !libmrv::util::PlatformUtils::GetInst().IsSupportVaapi()) {
+    LibMirevo::AskOfflineConversionToGiveWay();
+  }
+}
+
+bool IsForced(const std::string& value) {
+  return value == "true";
+}
+
 // Copied video needs no room in the register. The progressive kind asks for it in any case.
+bool NeedsPlace(const StreamKind& kind, const Rendition& rendition) {
+  return rendition.method == "transcode" || kind.kind == std::string("HTTP");
+}
+
 bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
-  const bool needsPlace = rendition.method == "transcode" || kind.kind == std::string("HTTP");
-  return needsPlace &&
+  return NeedsPlace(kind, rendition) &&
          !LibMirevo::TransLoading().TransEnable(RunsOnHardware(rendition.profile.value));
 }
 
@@ -570,6 +588,9 @@ Answer OpenStream(const Request& request) {
   if (!StartSecond(request, film.GetDuration(), refusal)) {
     return refusal;
   }
+  if (NeedsPlace(*choice->kind, choice->rendition) || IsCmaf(*choice->kind)) {
+    MakeConversionGiveWay(IsForced(request.Text(kForced)));
+  }
   // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
     return Answer::Failure("TransEnable");
@@ -589,7 +610,14 @@ Answer PlayStream(const Request& request) {
     return revived;
   }
   ticket->MarkUse();
-  return FindKind(ticket->Kind())->play(request, *ticket);
+  const auto play = FindKind(ticket->Kind())->play;
+  Answer answer = play(request, *ticket);
+  // A conversion may have taken the room while the viewer paused.
+  if (answer.IsFor("TransEnable") && IsForced(ticket->Parameter(kForced))) {
+    MakeConversionGiveWay(true);
+    answer = play(request, *ticket);
+  }
+  return answer;
 }
 
 Answer CloseStream(const Request& request) {

@@ -133,6 +133,8 @@ export class Playback extends EventTarget {
       subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
       // The server starts the conversion there before the player asks for the first piece.
       start: String(Math.floor(this.firstSecond())),
+      // A viewer does not wait for a conversion that nobody watches.
+      force_open_qmx: 'true',
       ...(kind === 'cmaf' && this.cmafParameters()),
     };
   }
