@@ -16,6 +16,7 @@
 #include "webapi/conversions/conversions.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/deadline.h"
+#include "webapi/http/leaving.h"
 #include "webapi/http/request.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/history.h"
@@ -98,19 +99,10 @@ bool IsAllInBody(const Request& request) {
   });
 }
 
-// The web server sends SIGTERM when the client has left. SIG_BLOCK holds it back, and SIG_UNBLOCK
-// lets it end this process, also if it came before.
-void HandleLeaving(int how) {
-  sigset_t leaving;
-  sigemptyset(&leaving);
-  sigaddset(&leaving, SIGTERM);
-  sigprocmask(how, &leaving, nullptr);
-}
-
 // Makes the call if the caller has the right.
 Answer Make(const Call& call, Request& request) {
   if (!call.outlivesClient) {
-    HandleLeaving(SIG_UNBLOCK);
+    webapi::EndWithClient();
   }
   if (call.isPost && request.Method() != "POST") {
     return Answer::Failure(webapi::kMethodNotAllowed, "This call needs POST.")
@@ -169,7 +161,7 @@ Answer Serve(const Request& blank) {
 }  // namespace
 
 int main() {
-  HandleLeaving(SIG_BLOCK);  // until the call is known; some web servers do it before
+  webapi::OutliveClient();  // until the call is known; some web servers do it before
   openlog("mirevo", LOG_PID, LOG_USER);
   // A web server may start this program with these signals ignored. A request must end when its
   // client is gone.

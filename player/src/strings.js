@@ -235,6 +235,8 @@ export const GERMAN = {
   'Wait a minute, then try again.': 'Warten Sie eine Minute, und versuchen Sie es noch einmal.',
   'The film ends before this position.': 'Der Film endet vor dieser Stelle.',
   'Choose an earlier position.': 'Wählen Sie eine frühere Stelle.',
+  'The conversion of this film has not ended.': 'Die Umwandlung dieses Films ist noch nicht fertig.',
+  'Come back when it is ready.': 'Kommen Sie wieder, wenn sie fertig ist.',
   'The server did not finish this part in time.': 'Der Server wurde mit diesem Teil nicht rechtzeitig fertig.',
   'Choose a lower quality, or try again.': 'Wählen Sie eine niedrigere Qualität, oder versuchen Sie es noch einmal.',
   'Something went wrong on the server.': 'Auf dem Server ist etwas schiefgegangen.',

@@ -11,6 +11,7 @@ const WORDS = {
   Unavailable: ['FFmpeg is missing on the server, so it cannot convert films.', 'Install the package ffmpeg on the server.'],
   TooManyRequests: ['There were too many attempts.', 'Wait a minute, then try again.'],
   RangeNotSatisfiable: ['The film ends before this position.', 'Choose an earlier position.'],
+  NotFinished: ['The conversion of this film has not ended.', 'Come back when it is ready.'],
   NotReady: ['The server did not finish this part in time.', 'Choose a lower quality, or try again.'],
   Internal: ['Something went wrong on the server.', 'Try again. The server’s log has the details.'],
   TransEnable: ['The server is busy with other films.', 'Your film starts when the server is free.'],

@@ -24,7 +24,7 @@ const byteRoles = { http: ['guardian'], webm: ['guardian', 'monitor'] };
 const rolesOf = (kind) => ['request', ...(byteRoles[kind] ?? ['monitor', 'front']), 'ffmpeg', 'web', 'keeper', 'service'];
 const openingRoles = ['request', 'web', 'keeper', 'service'];
 const points = ['opening', 'first', 'running', 'seek', 'pausing', 'closing'];
-const infrastructure = new Set(['web', 'keeper', 'service', 'analysis', 'copies']);
+const infrastructure = new Set(['web', 'keeper', 'service', 'analysis', 'conversions', 'copies']);
 const shortCells = /^(http:running:ffmpeg:STOP|webm:running:monitor:KILL|hls:running:service:KILL|ss:seek:monitor:KILL)$/;
 
 function allCells() {

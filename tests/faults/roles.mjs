@@ -32,6 +32,7 @@ const rules = [
   ['service', (one, by, service) => one.pid === service],
   ['keeper', (one, by, service) => one.parent === service && one.session === one.pid],
   ['analysis', (one) => one.program.endsWith('/mirevo-analyze')],
+  ['conversions', (one) => one.program.endsWith('/orvovideoconversiond')],
   ['web', (one) => one.program.endsWith('/lighttpd')],
   ['request', (one, by) => isRequestProgram(one) && by(one.parent)?.program.endsWith('/lighttpd')],
   ['guardian', (one) => isRequestProgram(one) && one.session === one.pid],

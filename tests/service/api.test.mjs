@@ -251,7 +251,8 @@ test('a folder is listed in parts', async () => {
 
 test('a card has the facts of a film as it is displayed', async () => {
   const { data } = await service.call('Library', 'card', { path: path.join(media, 'portrait.mp4') });
-  assert.deepEqual(data, { duration: 60, width: 360, height: 640, video: 'h264', audio: 'aac', music: false });
+  const facts = { duration: 60, width: 360, height: 640, video: 'h264', audio: 'aac', music: false };
+  assert.deepEqual(data, { ...facts, title: '', artist: '', album: '', notes: {} });
   await refuses(service.call('Library', 'card', { path: path.join(media, 'zeros.mkv') }), 415, 'TransVideoNotSupported');
   await refuses(service.call('Library', 'card', { path: path.join(media, 'zeros.mkv') }), 415, 'TransVideoNotSupported');
 });
@@ -386,7 +387,7 @@ test('a direct stream needs no transcoder and appears in the status', async () =
   const { why, times, ...facts } = state;
   assert.equal(typeof why, 'string');
   assert.ok(times.probe >= 0 && times.admission >= 0 && times.prepare >= 0, JSON.stringify(times));
-  assert.deepEqual(facts, { method: 'direct', profile: 'direct', duration: 60, transcoder: null });
+  assert.deepEqual(facts, { method: 'direct', profile: 'direct', duration: 60, transcoder: null, can_encode: true });
   const response = await fetch(stream.url, { headers: { Range: `bytes=${Math.floor(stream.size / 2)}-` } });
   await response.arrayBuffer();
   const { data } = await service.call('Status', 'get');

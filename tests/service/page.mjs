@@ -109,7 +109,7 @@ export class Viewer {
         paused: video.paused,
         sound: video.webkitAudioDecodedByteCount,
         frames: video.getVideoPlaybackQuality().totalVideoFrames,
-        clock: document.getElementById('clock').textContent,
+        clock: document.getElementById('clock')?.textContent,
         message: document.getElementById('message').textContent,
       };
     });

@@ -16,6 +16,7 @@
 #include "platform/unique_fd.h"
 #include "webapi/http/byte_range.h"
 #include "webapi/http/deadline.h"
+#include "webapi/http/leaving.h"
 
 namespace webapi {
 namespace {
@@ -148,6 +149,8 @@ bool SendFile(const Request& request, const std::string& path, const std::string
   if (handOver.empty()) {
     answer.Send(file.Get());
   } else {
+    // The web server needs this process no more, but what it still has to remember is not lost.
+    OutliveClient();
     answer.SendBy(handOver);
   }
   return true;

@@ -1,0 +1,25 @@
+#include "webapi/http/leaving.h"
+
+#include <csignal>
+
+namespace webapi {
+namespace {
+
+void HandleLeaving(int how) {
+  sigset_t leaving;
+  sigemptyset(&leaving);
+  sigaddset(&leaving, SIGTERM);
+  sigprocmask(how, &leaving, nullptr);
+}
+
+}  // namespace
+
+void OutliveClient() {
+  HandleLeaving(SIG_BLOCK);
+}
+
+void EndWithClient() {
+  HandleLeaving(SIG_UNBLOCK);
+}
+
+}  // namespace webapi
