@@ -42,8 +42,9 @@ class Filler {
 function loadOnSight(list, path, options, first, filler, signal) {
   let { next } = first;
   const end = element('p', { class: 'more', role: 'status' }, t('Loading more …'));
-  const sight = new IntersectionObserver(async ([{ isIntersecting }]) => {
-    if (isIntersecting) {
+  // A busy browser tells several changes at a time.
+  const sight = new IntersectionObserver(async (changes) => {
+    if (changes.at(-1).isIntersecting) {
       sight.unobserve(end);
       const part = await attempt(() => listFolder(path, options, next, signal));
       if (part && !signal.aborted) {
