@@ -4,12 +4,13 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <string_view>
 
 #include "platform/unique_fd.h"
+#include "util/number.h"
 #include "util/private_folder.h"
 
 namespace convert {
@@ -24,13 +25,15 @@ constexpr std::string_view kPieceEnd = ".ts";
 // The number in the name of a piece.
 std::optional<int> NumberOf(const std::string& name) {
   const bool isPiece = name.starts_with(kPieceStart) && name.ends_with(kPieceEnd);
-  const char* const first = name.data() + kPieceStart.size();
-  const char* const end = name.data() + name.size() - kPieceEnd.size();
-  int number = 0;
-  const auto parsed = isPiece && first < end
-                          ? std::from_chars(first, end, number)
-                          : std::from_chars_result{first, std::errc::invalid_argument};
-  return parsed.ec == std::errc() && parsed.ptr == end ? std::optional(number) : std::nullopt;
+  const size_t around = kPieceStart.size() + kPieceEnd.size();
+  if (!isPiece || name.size() <= around) {
+    return std::nullopt;
+  }
+  const auto number = LibOrvoQMX::ParseNumber(
+      std::string_view(name).substr(kPieceStart.size(), name.size() - around));
+  return number && *number <= std::numeric_limits<int>::max()
+             ? std::optional(static_cast<int>(*number))
+             : std::nullopt;
 }
 
 bool Sync(const std::string& path) {
