@@ -62,6 +62,12 @@ bool IsUsable(const EngineRow& row, const EngineRecord& record) {
 }  // namespace
 
 std::vector<Profile> WithoutUnprovedEngines(std::vector<Profile> profiles) {
+  const bool hasEngines = std::any_of(profiles.begin(), profiles.end(), [](const Profile& profile) {
+    return !RowOf(profile.value).encoder.empty();
+  });
+  if (!hasEngines) {
+    return profiles;  // the record takes a look at all drivers and devices
+  }
   const EngineRecord record = EngineRecord::Load();
   const auto isUnproved = [&](const Profile& profile) {
     const EngineRow row = RowOf(profile.value);
