@@ -185,6 +185,7 @@ std::string EnvironmentOf(const WebServer& server) {
   const auto add = [&](const std::string& name, const std::string& value) {
     environment += ", " + Quoted(name) + " => " + Quoted(value);
   };
+  add("MIREVO_CHUNKED", "1");
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));

@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -65,12 +68,11 @@ bool IsRangeOfThis(const Request& request, const std::string& tag, const std::st
   return condition.empty() || condition == tag || condition == date;
 }
 
-void Copy(int file, const ByteRange& range) {
-  RemoveDeadline();
-  off_t offset = range.first;
-  while (offset <= range.last &&
-         sendfile(STDOUT_FILENO, file, &offset, static_cast<size_t>(range.last + 1 - offset)) > 0) {
+// Sends the bytes from `from` to `end`, and moves `from`. Returns false if the client has gone.
+bool Copy(int file, off_t& from, off_t end) {
+  while (from < end && sendfile(STDOUT_FILENO, file, &from, static_cast<size_t>(end - from)) > 0) {
   }
+  return from >= end;
 }
 
 class FileAnswer {
@@ -118,7 +120,9 @@ class FileAnswer {
   void SendBytes(int file, const std::string& headers, const ByteRange& range) const {
     Write(headers + Header("Content-Length", std::to_string(range.Length())) + kEnd);
     if (request_.Method() != "HEAD") {
-      Copy(file, range);
+      RemoveDeadline();
+      off_t from = range.first;
+      Copy(file, from, range.last + 1);
     }
   }
 
@@ -133,8 +137,37 @@ class FileAnswer {
 
 }  // namespace
 
+Answer SendText(const Request& request, const std::string& contentType, const std::string& text) {
+  const std::string headers = Headers("200 OK", contentType, kNoStore) +
+                              Header("Content-Length", std::to_string(text.size())) + kEnd;
+  orvo::WriteAll(STDOUT_FILENO, request.Method() == "HEAD" ? headers : headers + text);
+  return Answer::Sent();
+}
+
 void SendFileHeaders(const std::string& contentType, const std::string& more) {
   orvo::WriteAll(STDOUT_FILENO, Headers("200 OK", contentType, kNoStore) + more + kEnd);
+}
+
+OpenAnswer::OpenAnswer(const std::string& contentType, const std::string& more)
+    : isChunked_(secure_getenv("MIREVO_CHUNKED") != nullptr) {
+  RemoveDeadline();
+  SendFileHeaders(contentType, more + (isChunked_ ? Header("Transfer-Encoding", "chunked") : ""));
+}
+
+bool OpenAnswer::Send(int file, off_t& from, off_t end) const {
+  if (!isChunked_ || from >= end) {
+    return Copy(file, from, end);
+  }
+  std::array<char, 24> length;
+  snprintf(length.data(), length.size(), "%jx\r\n", static_cast<intmax_t>(end - from));
+  return orvo::WriteAll(STDOUT_FILENO, length.data()) && Copy(file, from, end) &&
+         orvo::WriteAll(STDOUT_FILENO, kEnd);
+}
+
+void OpenAnswer::Finish() const {
+  if (isChunked_) {
+    orvo::WriteAll(STDOUT_FILENO, "0\r\n\r\n");
+  }
 }
 
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,

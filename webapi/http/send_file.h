@@ -1,9 +1,12 @@
 // Answers a request with a file.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 #include "platform/media_file.h"
+#include "webapi/http/answer.h"
 #include "webapi/http/request.h"
 
 namespace webapi {
@@ -28,7 +31,30 @@ bool SendFile(const Request& request, const std::string& path, const std::string
 void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
               const char* cacheControl = kAskAgain);
 
+// Sends a text that belongs to this request alone.
+Answer SendText(const Request& request, const std::string& contentType, const std::string& text);
+
 // Sends the headers of an answer of unknown length.
 void SendFileHeaders(const std::string& contentType, const std::string& more = "");
+
+// An answer whose end is not known when it begins.
+//
+// If the environment variable MIREVO_CHUNKED is set, the web server decodes an answer in chunks
+// (RFC 9112, 7.1), and breaks the connection to the client if the last one is missing. Otherwise
+// the client takes all that has come for the whole.
+class OpenAnswer {
+ public:
+  // Sends the headers.
+  OpenAnswer(const std::string& contentType, const std::string& more);
+
+  // Sends the bytes of a file from `from` on, and moves `from`. Returns false if the client has
+  // gone.
+  bool Send(int file, off_t& from, off_t end) const;
+  // The answer is whole.
+  void Finish() const;
+
+ private:
+  bool isChunked_;
+};
 
 }  // namespace webapi

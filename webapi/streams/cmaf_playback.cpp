@@ -77,10 +77,15 @@ LibOrvoQMX::PassedFilm FilmOf(const Ticket& ticket) {
   return {ticket.Path(), ticket.Parameter(kFilmParameter), ""};
 }
 
-// The presentation of an opened stream; nothing if its plan cannot be read.
-std::optional<CmafPresentation> PresentationOf(const Ticket& ticket) {
+// Not read yet.
+QMXMetaData RecordOf(const Ticket& ticket) {
+  return QMXMetaData(ticket.StreamId(), LibOrvoQMX::kCmafKind);
+}
+
+// The presentation of an opened stream; nothing if its plan or its record cannot be read. `film` is
+// the stream's record, which is read here.
+std::optional<CmafPresentation> PresentationOf(const Ticket& ticket, QMXMetaData& film) {
   auto plan = orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
-  QMXMetaData film(ticket.StreamId(), LibOrvoQMX::kCmafKind);
   if (!plan || !film.LoadMetaData()) {
     return std::nullopt;
   }
@@ -101,21 +106,11 @@ std::optional<CmafPresentation> PresentationOf(const Ticket& ticket) {
 }
 
 // Looking for subtitles reads folders, so only what names them does it.
-void AddSubtitles(const Ticket& ticket, CmafPresentation& presentation) {
-  QMXMetaData film(ticket.StreamId(), LibOrvoQMX::kCmafKind);
-  film.LoadMetaData();
+void AddSubtitles(const QMXMetaData& film, CmafPresentation& presentation) {
   for (const auto& [id, language] : LibOrvoQMX::HttpLiveStream(film).GetSubtitleMap("all")) {
     presentation.subtitles.push_back({id, language});
   }
   DescribeSubtitles(film, presentation.subtitles);
-}
-
-Answer SendText(const Request& request, const char* contentType, const std::string& text) {
-  std::string answer = std::string("Status: 200 OK\r\nContent-Type: ") + contentType;
-  answer += "\r\nContent-Length: " + std::to_string(text.size());
-  answer += "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\n";
-  orvo::WriteAll(STDOUT_FILENO, request.Method() == "HEAD" ? answer : answer + text);
-  return Answer::Sent();
 }
 
 const char* ContentTypeOf(const CmafRendition& rendition) {
@@ -137,18 +132,22 @@ class SegmentRequest {
         number_(number) {}
 
   Answer Send() {
-    if (SendComplete()) {
+    const bool isRead = request_.Method() != "HEAD";
+    if (isRead && !run_.MakeFolder()) {
+      return Answer::Failure(kInternal);
+    }
+    // Before anything is sent: the player's next request comes as soon as it has this answer, and
+    // must find its own number here.
+    if (isRead) {
       Ask();
+    }
+    if (SendComplete()) {
       return Answer::Sent();
     }
-    if (request_.Method() == "HEAD") {
+    if (!isRead) {
       SendHeaders();
       return Answer::Sent();
     }
-    if (!run_.MakeFolder()) {
-      return Answer::Failure(kInternal);
-    }
-    Ask();
     auto place = run_.TakePlace();
     return MakeAndSend(place);
   }
@@ -203,7 +202,8 @@ class SegmentRequest {
       case CmafRun::State::kGrowing:
         return SendGrowing(
                    run_.UnfinishedPath(number_), run_.SegmentPath(number_),
-                   [this] { return IsComing(); }, [this] { SendHeaders(); }) ||
+                   [this] { return IsComing(); },
+                   [this] { return OpenAnswer(ContentTypeOf(rendition_), WaitHeader()); }) ||
                SendComplete();
       default:
         return SendComplete();
@@ -248,9 +248,9 @@ Answer SendPiece(const Request& request, const Ticket& ticket, const CmafPresent
 
 // --- Playlists ---
 
-Answer SendSubtitlePlaylist(const Request& request, const Ticket& ticket,
+Answer SendSubtitlePlaylist(const Request& request, const QMXMetaData& film,
                             CmafPresentation& presentation) {
-  AddSubtitles(ticket, presentation);
+  AddSubtitles(film, presentation);
   const std::string id = request.Text("subtitle_id");
   for (const auto& subtitle : presentation.subtitles) {
     if (subtitle.id == id) {
@@ -260,15 +260,16 @@ Answer SendSubtitlePlaylist(const Request& request, const Ticket& ticket,
   return Answer::Failure(kNotFound, "The film has no such subtitles.");
 }
 
-Answer SendPlaylist(const Request& request, const Ticket& ticket, CmafPresentation& presentation) {
+Answer SendPlaylist(const Request& request, const QMXMetaData& film,
+                    CmafPresentation& presentation) {
   const std::string type = request.Text("playlist_type");
   if (type == "subtitle") {
-    return SendSubtitlePlaylist(request, ticket, presentation);
+    return SendSubtitlePlaylist(request, film, presentation);
   }
   if (type == "chapters") {
     return SendText(request, kChapterType, ChapterList(presentation));
   }
-  AddSubtitles(ticket, presentation);
+  AddSubtitles(film, presentation);
   return type == "dash" ? SendText(request, kManifestType, DashManifest(presentation))
                         : SendText(request, kPlaylistType, MultivariantPlaylist(presentation));
 }
@@ -365,7 +366,8 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
                            "The clock of this film jumps, so it cannot be cut into segments. It "
                            "plays in the formats hls and http.");
   }
-  const auto presentation = PresentationOf(ticket);
+  QMXMetaData film = RecordOf(ticket);
+  const auto presentation = PresentationOf(ticket, film);
   if (!presentation || presentation->renditions.empty()) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransVideoNotSupported");
@@ -381,7 +383,8 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
 }
 
 void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
-  const auto presentation = PresentationOf(ticket);
+  QMXMetaData film = RecordOf(ticket);
+  const auto presentation = PresentationOf(ticket, film);
   if (!presentation) {
     return;
   }
@@ -396,12 +399,13 @@ void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
 }
 
 Answer PlayCmaf(const Request& request, const Ticket& ticket) {
-  auto presentation = PresentationOf(ticket);
+  QMXMetaData film = RecordOf(ticket);
+  auto presentation = PresentationOf(ticket, film);
   if (!presentation) {
     return Answer::Failure(kInternal);
   }
   if (!request.Has("rendition")) {
-    return SendPlaylist(request, ticket, *presentation);
+    return SendPlaylist(request, film, *presentation);
   }
   const CmafRendition* const rendition = presentation->Find(request.Text("rendition"));
   if (rendition == nullptr) {
@@ -418,7 +422,7 @@ void CloseCmaf(const std::string& streamId) {
 
 std::string WhyCmafIsNotCopied(const Ticket& ticket) {
   const CmafWishes wishes = WishesOf(ticket);
-  QMXMetaData film(ticket.StreamId(), LibOrvoQMX::kCmafKind);
+  QMXMetaData film = RecordOf(ticket);
   const bool hasPicture = !wishes.copying.empty() && wishes.copying != orvo::kCmafNoPicture;
   return hasPicture && film.LoadMetaData() ? WhyNotCopied(film, wishes) : "";
 }

@@ -3,17 +3,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "platform/unique_fd.h"
-#include "webapi/http/deadline.h"
 
 namespace webapi {
 namespace {
@@ -42,15 +41,7 @@ class GrowingSegment {
   bool HasPairs() { return EndOfPairs() > sent_; }
 
   // Sends what has come. Returns false when the client has gone.
-  bool SendPairs() {
-    const off_t end = EndOfPairs();
-    while (sent_ < end) {
-      if (sendfile(STDOUT_FILENO, file_.Get(), &sent_, static_cast<size_t>(end - sent_)) <= 0) {
-        return false;
-      }
-    }
-    return true;
-  }
+  bool SendPairs(const OpenAnswer& answer) { return answer.Send(file_.Get(), sent_, EndOfPairs()); }
 
   void Wait() const {
     pollfd change{changes_.Get(), POLLIN, 0};
@@ -89,27 +80,30 @@ class GrowingSegment {
 }  // namespace
 
 bool SendGrowing(const std::string& unfinished, const std::string& finished,
-                 const std::function<bool()>& isAlive, const std::function<void()>& begin) {
+                 const std::function<bool()>& isAlive, const std::function<OpenAnswer()>& begin) {
   GrowingSegment segment(unfinished);
   if (!segment.IsOpen()) {
     return false;
   }
-  bool hasBegun = false;
-  for (;;) {
-    const bool isOver = segment.IsAt(finished) || !isAlive();
-    if (segment.HasPairs() && !hasBegun) {
-      RemoveDeadline();
-      begin();
-      hasBegun = true;
+  std::optional<OpenAnswer> answer;
+  for (bool isOver = false; !isOver;) {
+    const bool isLost = !isAlive();
+    const bool isFinished = segment.IsAt(finished);  // it may have become so since the last line
+    isOver = isLost || isFinished;
+    if (segment.HasPairs() && !answer) {
+      answer = begin();
     }
-    if (!segment.SendPairs()) {
-      return hasBegun;
+    if (answer && !segment.SendPairs(*answer)) {
+      break;
     }
-    if (isOver) {
-      return hasBegun;
+    if (answer && isFinished) {
+      answer->Finish();
     }
-    segment.Wait();
+    if (!isOver) {
+      segment.Wait();
+    }
   }
+  return answer.has_value();
 }
 
 }  // namespace webapi

@@ -1,7 +1,5 @@
 #include "webapi/subtitles/subtitle.h"
 
-#include <unistd.h>
-
 #include <limits>
 #include <optional>
 #include <string>
@@ -13,6 +11,7 @@
 #include "util/md5.h"
 #include "webapi/access/ticket.h"
 #include "webapi/http/deadline.h"
+#include "webapi/http/send_file.h"
 #include "webapi/http/work.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/character_set.h"
@@ -181,14 +180,6 @@ bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::st
   return true;
 }
 
-Answer Send(const std::string& webVtt, bool headersOnly) {
-  std::string text = std::string("Status: 200 OK\r\nContent-Type: ") + kContentType;
-  text += "\r\nContent-Length: " + std::to_string(webVtt.size());
-  text += "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\n";
-  orvo::WriteAll(STDOUT_FILENO, headersOnly ? text : text + webVtt);
-  return Answer::Sent();
-}
-
 }  // namespace
 
 Answer GetSubtitle(const Request& request) {
@@ -221,8 +212,8 @@ Answer GetSubtitle(const Request& request) {
   }
   // The track is parsed and written again even if all of it is sent, because the stored file may be
   // damaged.
-  return Send(WriteWebVtt(Slice(ParseWebVtt(webVtt), span->start, span->end)),
-              request.Method() == "HEAD");
+  return SendText(request, kContentType,
+                  WriteWebVtt(Slice(ParseWebVtt(webVtt), span->start, span->end)));
 }
 
 }  // namespace webapi
