@@ -308,7 +308,7 @@ test('a viewer can stop waiting in line', async () => {
 test('after a failure the page names it and tries the next method', async () => {
   const viewer = await enter();
   await answerFor(viewer.page, {});
-  await viewer.page.route(/playlist_type=video/, (route) => route.fulfill({ body: 'nonsense' }));
+  await viewer.page.route(/format=hls/, (route) => route.fulfill({ body: 'nonsense' }));
   await watch(viewer, 'film.mkv', { kind: 'hls' });
   await viewer.playing();
   assert.match((await viewer.state()).message, /^HLS failed: .* Trying CMAF instead\.$/);
