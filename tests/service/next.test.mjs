@@ -202,7 +202,7 @@ test('a folder is saved as a playlist for other players, whatever its films are 
 });
 
 test('the queue is saved as a playlist', async () => {
-  await page.addInitScript((path) => sessionStorage.setItem('mirevo-queue', JSON.stringify([`${path}/one.mkv`, `${path}/two.mkv`])), encode(path.join(folder, 'Films')));
+  await page.addInitScript((films) => sessionStorage.setItem('mirevo-queue', JSON.stringify([`${films}/one.mkv`, `${films}/two.mkv`])), encode(path.join(folder, 'Films')));
   await viewer.go();
   const [name, list] = await savedAs('M3U');
   assert.equal(name, 'Queue.m3u');
