@@ -3,7 +3,7 @@
 import { qualityNamed } from '../playback/kinds.js';
 
 // `quality`: its text, for example "720p"; '' for the default.
-const USUAL = { sort: 'name', cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', soundLanguage: '', quality: '', volume: 1, muted: false };
+const USUAL = { sort: 'name', cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', secondLanguage: '', soundLanguage: '', quality: '', volume: 1, muted: false };
 const NAME = 'mirevo';
 
 export function preferences() {
@@ -22,12 +22,27 @@ export function remember(name, value) {
   }
 }
 
-// The first choice for a film: sound, subtitle and quality as the viewer chose them last. `kinds`: the methods that the
+// Can the page show this subtitle? Pictures of DVDs it cannot.
+export const isShown = ({ form, codec }) => form !== 'picture' || codec === 'hdmv_pgs_subtitle';
+
+// The subtitle in the viewer's language. Without one, a forced subtitle in the language of the sound shows itself: it
+// translates what the film itself leaves in another language.
+function subtitleFor({ subtitles }, wanted, spoken) {
+  const shown = subtitles.filter(isShown);
+  const fitting = wanted ? shown.filter(({ language }) => language === wanted) : [];
+  return fitting.find(({ forced }) => !forced) ?? fitting[0] ?? shown.find(({ forced, language }) => forced && language === spoken);
+}
+
+const idOf = (subtitle) => String(subtitle?.id ?? '');
+
+// The first choice for a film: sound, subtitles and quality as the viewer chose them last. `kinds`: the methods that the
 // page may use; `kind`: the one that the address names, or ''.
 export function choiceOf(info, kinds = [], kind = '') {
-  const { subtitleLanguage, soundLanguage, quality } = preferences();
-  const subtitle = subtitleLanguage && info.subtitles.find(({ language }) => language === subtitleLanguage);
-  const sound = soundLanguage && info.metadata.track_info.audio.find(({ language }) => language === soundLanguage);
+  const { subtitleLanguage, secondLanguage, soundLanguage, quality } = preferences();
+  const { audio = [] } = info.metadata.track_info;
+  const sound = soundLanguage && audio.find(({ language }) => language === soundLanguage);
+  const spoken = (sound || audio[0])?.language;
+  const second = secondLanguage && info.subtitles.find((subtitle) => isShown(subtitle) && subtitle.language === secondLanguage);
   const named = quality && qualityNamed(info, kind ? [kind] : kinds, quality);
-  return { kind, profile: '', ...named, audio: sound ? sound.id : '', subtitle: subtitle ? String(subtitle.id) : '' };
+  return { kind, profile: '', ...named, audio: sound ? sound.id : '', subtitle: idOf(subtitleFor(info, subtitleLanguage, spoken)), second: idOf(second || null) };
 }
