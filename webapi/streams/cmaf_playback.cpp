@@ -17,6 +17,7 @@
 #include "stream/liborvoqmx.h"
 #include "util/base64_url.h"
 #include "util/json_utils.h"
+#include "webapi/access/pass.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
@@ -171,6 +172,9 @@ class SegmentRequest {
     const bool isNew = MarkPiece(path, times);
     const bool isSent = SendFile(request_, path, ContentTypeOf(rendition_), kKeepSegment, wait);
     Remember(isNew && isSent, times);
+    if (isSent) {
+      LeavePass(request_.MadeBy(), ticket_);
+    }
     return isSent;
   }
 
