@@ -101,6 +101,12 @@ test('the film is copied only if a player can start at each key frame', async ()
   assert.doesNotMatch(await playlist(stream), /rendition=copy-video/);
   const { data } = await service.call('Streaming', 'state', { format: 'cmaf', stream_id: stream.stream_id });
   assert.match(data.not_copied, /cannot start at the key frames/);
+  const about = async (name, client) =>
+    (await service.call('Library', 'info', { path: path.join(folder, name), ...client })).data.not_copied;
+  assert.equal(await about('open.mp4', {}), data.not_copied);
+  assert.equal(await about('closed.mp4', {}), '');
+  assert.match(await about('closed.mp4', { codecs: 'vp09' }), /does not play/);
+  assert.equal(await about('sound.m4a', {}), '');
 });
 
 const analyze = (film) =>

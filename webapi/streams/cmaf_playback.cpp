@@ -18,6 +18,7 @@
 #include "util/base64_url.h"
 #include "util/json_utils.h"
 #include "webapi/access/pass.h"
+#include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
@@ -54,6 +55,10 @@ unsigned Bound(const Ticket& ticket, const char* name) {
   return static_cast<unsigned>(ParseNumber(ticket.Parameter(name)).value_or(0));
 }
 
+orvo::CmafKnowledge KnowledgeOf(const Ticket& ticket) {
+  return orvo::CmafKnowledge::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
+}
+
 CmafWishes WishesOf(const Ticket& ticket) {
   CmafWishes wishes;
   wishes.codecs = ticket.Parameter("codecs");
@@ -62,8 +67,7 @@ CmafWishes WishesOf(const Ticket& ticket) {
   wishes.maxBitrate = Bound(ticket, "max_bitrate");
   wishes.maxEncoded = Bound(ticket, kLadderParameter);
   wishes.audioId = ticket.Parameter("audio_id");
-  const auto known =
-      orvo::CmafKnowledge::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
+  const auto known = KnowledgeOf(ticket);
   wishes.copying = known.copying;
   wishes.dynamicRange = known.dynamicRange;
   return wishes;
@@ -327,6 +331,14 @@ bool NeedsPlace(const CmafPresentation& presentation) {
                      [](const CmafRendition& rendition) { return rendition.isPicture; });
 }
 
+// Lets descriptions of the film tell what the plan has found out.
+void Remember(const Ticket& ticket) {
+  Answer ignored = Answer::Failure(kInternal);
+  if (const auto file = OpenFilmOf(ticket, ignored)) {
+    KeepCmafKnowledge(*file, KnowledgeOf(ticket));
+  }
+}
+
 // --- Starting ahead ---
 
 // Starts the run of a rendition, unless it goes on. A refused place shows in the player's first
@@ -418,6 +430,7 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransEnable");
   }
+  Remember(ticket);
   ticket.Directory().MarkAccess();
   data["content_type"] = kPlaylistType;
   data["presentation"] = DescribeCmaf(*presentation);
