@@ -147,21 +147,16 @@ test('pieces of a CMAF stream come as well, with what the transcoder and the pla
       await get(address(0));
       return fs.existsSync(pass(cmaf)) ? true : undefined;
     }, 60_000);
-    const both = async (number) => {
-      const answers = [];
-      for (const isOurs of [true, false]) {
-        fs.truncateSync(accessed);
-        const answer = await get(address(number), isOurs ? {} : { Range: 'bytes=0-' });
-        assert.equal(fs.statSync(accessed).size > 0, isOurs, `segment ${number}`);
-        const { 'content-type': type, etag, 'last-modified': date, 'cache-control': keep } = answer.headers;
-        answers.push({ body: answer.body, type, etag, date, keep, timing: 'server-timing' in answer.headers });
-      }
-      return answers;
+    const take = async (number, isOurs) => {
+      fs.truncateSync(accessed);
+      const answer = await get(address(number), isOurs ? {} : { Range: 'bytes=0-' });
+      assert.equal(fs.statSync(accessed).size > 0, isOurs, `segment ${number}`);
+      const { 'content-type': type, etag, 'last-modified': date, 'cache-control': keep } = answer.headers;
+      return { body: answer.body, type, etag, date, keep, timing: 'server-timing' in answer.headers };
     };
-    for (const number of [1, 'init']) {
-      const [ours, theirs] = await both(number);
-      assert.deepEqual(ours, theirs);
-    }
+    // A request that the program answers slowly is remembered, which ends the pass. So these come last.
+    const ours = [await take(1, true), await take('init', true)];
+    assert.deepEqual(ours, [await take(1, false), await take('init', false)]);
     for (const file of [folder, path.join(folder, 'copy-video')]) {
       assert.equal(fs.readFileSync(path.join(file, 'requested'), 'utf8'), '0000001');
     }
