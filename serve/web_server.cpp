@@ -141,7 +141,8 @@ std::string ReadySegments(const WebServer& server) {
   }
   // A changed file must show at once.
   return "server.modules += ( \"mod_magnet\" )\nserver.stat-cache-engine = \"disable\"\n"
-         "$HTTP[\"url\"] =~ \"^/webapi/entry\\.cgi/segment\\.ts$\" {\n  $HTTP[\"host\"] =~ " +
+         "$HTTP[\"url\"] =~ \"^/webapi/entry\\.cgi/(segment\\.(ts|m4s)|init\\.mp4)$\" {\n  "
+         "$HTTP[\"host\"] =~ " +
          HostPattern(server) + " {\n    magnet.attract-raw-url-to = ( " +
          Quoted(server.readySegment) + " )\n  }\n}\n";
 }
