@@ -192,6 +192,9 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   add("MIREVO_PROXIES", Join(server.proxies, " "));
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
+  if (!server.clusterKey.empty()) {
+    add("MIREVO_CLUSTER_KEY", server.clusterKey);
+  }
   if (IsFarther(server)) {
     // This holds even if the last account is removed later.
     add("MIREVO_LOGIN", "required");
