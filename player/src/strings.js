@@ -245,6 +245,7 @@ export const GERMAN = {
   'Log in to continue.': 'Melden Sie sich an, um fortzufahren.',
   'You do not have access to this film.': 'Sie haben keinen Zugang zu diesem Film.',
   'Choose another film from the library.': 'Wählen Sie einen anderen Film aus der Mediathek.',
+  'The address of this film no longer works.': 'Die Adresse dieses Films gilt nicht mehr.',
   'This film or stream no longer exists.': 'Diesen Film oder Stream gibt es nicht mehr.',
   'Open the film again from the library.': 'Öffnen Sie den Film noch einmal aus der Mediathek.',
   'Reload the page. If that does not help, the server is newer than the page.':
