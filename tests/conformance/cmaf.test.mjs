@@ -10,7 +10,7 @@ import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
 import { playback, plays, withBarePage } from '../service/bare_page.mjs';
-import { build, Service } from '../service/support.mjs';
+import { build, processesWith, Service } from '../service/support.mjs';
 
 const run = promisify(execFile);
 const program = fileURLToPath(new URL('cmaf_conformance.py', import.meta.url));
@@ -40,13 +40,15 @@ const unindexed = {
 };
 // Its run pauses before the film's end.
 const longFilm = ['-f', 'lavfi', '-i', 'testsrc2=s=160x90:d=150:r=10', ...h264, '-g', '10'];
+// Its pictures take so long that a segment grows for a while.
+const slowFilm = ['-f', 'lavfi', '-i', 'testsrc2=s=1280x720:d=12:r=25', ...h264, '-g', '25'];
 const wishes = { format: 'cmaf', codecs: 'avc1,mp4a,opus' };
 let folder;
 let service;
 
 before(async () => {
   folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-cmaf-'));
-  for (const [name, options] of Object.entries({ ...films, ...unindexed, 'long.mp4': longFilm })) {
+  for (const [name, options] of Object.entries({ ...films, ...unindexed, 'long.mp4': longFilm, 'slow.mp4': slowFilm })) {
     execFileSync('ffmpeg', ['-nostdin', '-v', 'error', ...options, path.join(folder, name)]);
   }
   service = await Service.start([folder]);
@@ -66,7 +68,7 @@ async function closeAll() {
   for (const { stream_id } of opened.splice(0)) {
     await service.call('Streaming', 'close', { format: 'cmaf', stream_id });
   }
-  await service.isQuiet(10000);
+  await service.isQuiet();
 }
 afterEach(closeAll);
 
@@ -143,6 +145,35 @@ test('without a place, a stream gets a clear answer for encoded pictures, and it
   assert.equal(await get(second, 'h264-90', 0), 503);
   assert.equal(await get(second, 'copy-video', 0), 200);
   assert.equal(await get(first, 'h264-90', 25), 200);
+});
+
+test('the server knows the requested segment before the player has it', async () => {
+  const stream = await open('long.mp4');
+  const base = stream.url.replace('master.m3u8', 'segment.m4s');
+  const requested = path.join(service.root, 'tmp/Mirevo/CMAF', stream.stream_id, 'copy-video/requested');
+  for (const turn of [1, 2]) {
+    for (let number = 0; number < 10; ++number) {
+      await (await fetch(`${base}&rendition=copy-video&segment=${number}`)).arrayBuffer();
+      assert.equal(Number(fs.readFileSync(requested, 'utf8')), number, `turn ${turn}`);
+    }
+  }
+});
+
+test('a segment whose transcoder dies reaches the player as a broken one', async () => {
+  const stream = await open('slow.mp4');
+  const base = stream.url.replace('master.m3u8', 'segment.m4s');
+  for (let number = 0; ; ++number) {
+    const answer = await fetch(`${base}&rendition=h264-720&segment=${number}`);
+    if (answer.headers.has('etag')) {
+      await answer.arrayBuffer();
+      continue; // it was whole at once
+    }
+    for (const { pid, command } of processesWith(service.root)) {
+      if (command.includes(' -number ')) process.kill(pid, 'SIGKILL');
+    }
+    await assert.rejects(answer.arrayBuffer());
+    break;
+  }
 });
 
 test('a wrong rendition, segment or parameter gets a clear error', async () => {
