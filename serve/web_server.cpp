@@ -191,6 +191,9 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
+  if (!server.proxies.empty()) {
+    add("MIREVO_PROXIES", Join(server.proxies, " "));
+  }
   if (!server.clusterKey.empty()) {
     add("MIREVO_CLUSTER_KEY", server.clusterKey);
   }

@@ -1,7 +1,9 @@
 // Two services with the same films and the same key: an address of one plays on the other.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
+import { once } from 'node:events';
 import fs from 'node:fs';
+import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
@@ -228,6 +230,39 @@ test('a stream that was last used a day ago is refused with 410', async () => {
   const response = await fetch(at(other, stream.url));
   assert.equal(response.status, 410);
   assert.match((await response.json()).error.message, /expired/);
+});
+
+const mirevo = path.join(build, 'target/bin/mirevo');
+const balancer = (...words) => execFileSync(mirevo, ['cluster', 'haproxy', ...words], { encoding: 'utf8', stdio: 'pipe' });
+
+test('the printed configuration is one that HAProxy accepts', { skip: !fs.existsSync('/usr/sbin/haproxy') && 'HAProxy is not installed' }, () => {
+  for (const boxes of [['127.0.0.1'], ['127.0.0.1:8001', '[::1]:8002', 'localhost', 'box.invalid']]) {
+    const file = path.join(opening.root, 'haproxy.cfg');
+    fs.writeFileSync(file, balancer(...boxes));
+    execFileSync('/usr/sbin/haproxy', ['-c', '-f', file], { stdio: 'pipe' });
+  }
+});
+
+test('words that are no boxes are refused before anything is printed', () => {
+  for (const word of ['', 'a b', 'a\nb', 'box:0', 'box:65536', 'box:x', '[::1', '::1', 'box:1:2', 'BOX', '$(id)', '"']) {
+    assert.throws(() => balancer(word), ({ status, stdout }) => status === 64 && stdout === '', word);
+  }
+  assert.throws(() => balancer('box', '--socket', '/run/a b'), ({ status }) => status === 64);
+  assert.throws(() => balancer('box', '--listen', '*'), ({ status }) => status === 64);
+});
+
+test('health is told without a login and under any name, and nothing else is', async () => {
+  const ask = async (method, api = 'Status') => {
+    const { hostname, port } = new URL(opening.address);
+    const query = `/webapi/entry.cgi?api=ORVO.Mirevo2.${api}&version=1&method=${method}`;
+    const [response] = await once(http.get({ hostname, port, path: query, headers: { Host: 'balancer.example' } }), 'response');
+    return { status: response.statusCode, ...JSON.parse(Buffer.concat(await response.toArray())) };
+  };
+  const health = await ask('health');
+  assert.equal(health.status, 200);
+  assert.deepEqual(Object.keys(health.data).sort(), ['draining', 'free', 'limit', 'streams']);
+  assert.equal((await ask('get')).status, 403);
+  assert.equal((await ask('who', 'Auth')).status, 403);
 });
 
 test('a service without a key makes addresses without a ticket', async () => {

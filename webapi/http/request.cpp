@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "util/json_utils.h"
+#include "webapi/http/forwarded_for.h"
 #include "webapi/http/number.h"
 
 namespace webapi {
@@ -163,7 +164,8 @@ std::string Request::Scheme() const {
 }
 
 std::string Request::ClientAddress() const {
-  return Environment("REMOTE_ADDR");
+  return ClientBehind(Environment("REMOTE_ADDR"), Header("X_FORWARDED_FOR"),
+                      Environment("MIREVO_PROXIES"));
 }
 
 std::optional<int64_t> Request::RangeStart() const {
