@@ -77,11 +77,13 @@ function end(box) {
   fs.rmSync(box.root, { recursive: true, force: true });
 }
 
-async function open(parameters) {
+// Opens the film through the balancer, until the end of the test.
+async function open(t, parameters) {
   const query = new URLSearchParams({ api: 'ORVO.Mirevo2.Streaming', version: 1, method: 'open', path: film, ...parameters });
   const response = await fetch(`http://${authority}/webapi/entry.cgi?${query}`);
   const { data, error } = await response.json();
   assert.ok(response.ok, JSON.stringify(error));
+  t.after(() => Promise.allSettled(boxes.map((box) => box.call('Streaming', 'close', { format: 'hls', stream_id: data.stream_id }))));
   return data;
 }
 
@@ -124,7 +126,7 @@ async function hasNoSeam(file, track) {
 }
 
 test('segments that three boxes have made by turns follow each other without a seam', async (t) => {
-  const stream = await open({ format: 'hls', profile: 'hls_240p_vb300_ab96' });
+  const stream = await open(t, { format: 'hls', profile: 'hls_240p_vb300_ab96' });
   const list = await segments(stream.url);
   assert.ok(list.length > 8, 'four blocks');
   const whole = path.join(folder, 'whole.ts');
@@ -135,8 +137,8 @@ test('segments that three boxes have made by turns follow each other without a s
   }
 });
 
-test('a forged ticket is refused through the balancer', async () => {
-  const { url } = await open({ format: 'hls', profile: 'hls_remux' });
+test('a forged ticket is refused through the balancer', async (t) => {
+  const { url } = await open(t, { format: 'hls', profile: 'hls_remux' });
   const [first] = await segments(url);
   const response = await fetch(first.replace(/ticket=./, (text) => `ticket=${text.at(-1) === 'A' ? 'B' : 'A'}`));
   assert.equal(response.status, 403);
@@ -149,21 +151,21 @@ async function makerOf(stream, list) {
     fs.existsSync(path.join(root, 'tmp/Mirevo/HLS', stream.stream_id, 'slice-00008.ts')));
 }
 
-test('a drained box gets no new segment, and nobody misses it', async () => {
+test('a drained box gets no new segment, and nobody misses it', async (t) => {
   const admin = (command) => {
     const socket = net.connect(path.join(folder, 'admin.sock'));
     socket.end(`${command}\n`);
     return once(socket.resume(), 'end');
   };
   await admin('set weight boxes/b2 0%');
-  const stream = await open({ format: 'hls', profile: 'hls_remux' });
+  const stream = await open(t, { format: 'hls', profile: 'hls_remux' });
   for (const address of await segments(stream.url)) await bytes(address);
   assert.ok(!makers(stream).includes(boxes[1]));
   await admin('set weight boxes/b2 100%');
 });
 
 test('the segment that a frozen box was to make comes from another one', async (t) => {
-  const stream = await open({ format: 'hls', profile: 'hls_240p_vb300_ab96' });
+  const stream = await open(t, { format: 'hls', profile: 'hls_240p_vb300_ab96' });
   const list = await segments(stream.url);
   const maker = await makerOf(stream, list);
   const begun = performance.now();
@@ -179,7 +181,7 @@ test('the segment that a frozen box was to make comes from another one', async (
 });
 
 test('the segment that a killed box was to make comes from another one', async (t) => {
-  const stream = await open({ format: 'hls', profile: 'hls_240p_vb300_ab96' });
+  const stream = await open(t, { format: 'hls', profile: 'hls_240p_vb300_ab96' });
   const list = await segments(stream.url);
   const maker = await makerOf(stream, list);
   if (maker === boxes[0]) t.diagnostic('the killed box is the one with the sessions');
