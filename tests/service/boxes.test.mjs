@@ -1,6 +1,7 @@
 // Two services with the same films and the same key: an address of one plays on the other.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
+import { createHash } from 'node:crypto';
 import { once } from 'node:events';
 import fs from 'node:fs';
 import http from 'node:http';
@@ -19,14 +20,14 @@ let sid; // anna's session on the box that opens
 const newKey = () => execFileSync(path.join(build, 'target/bin/mirevo'), ['cluster', 'key'], { encoding: 'utf8' });
 
 // A box of the cluster with this key, with the accounts of `like`.
-async function startBox(key, like) {
+async function startBox(key, like, options = []) {
   const box = Service.prepare();
   const folder = path.join(box.root, 'var/packages/Mirevo/etc');
   fs.mkdirSync(folder, { recursive: true });
   fs.writeFileSync(path.join(folder, 'cluster_key'), key, { mode: 0o600 });
   if (like) fs.copyFileSync(path.join(like.root, 'var/packages/Mirevo/etc/accounts'), path.join(folder, 'accounts'));
   else box.account(['add', 'anna'], password);
-  await box.serve([films], ['--cluster_key', path.join(folder, 'cluster_key'), '--no-conversions']);
+  await box.serve([films], ['--cluster_key', path.join(folder, 'cluster_key'), '--no-conversions', ...options]);
   return box;
 }
 
@@ -249,6 +250,26 @@ test('words that are no boxes are refused before anything is printed', () => {
   }
   assert.throws(() => balancer('box', '--socket', '/run/a b'), ({ status }) => status === 64);
   assert.throws(() => balancer('box', '--listen', '*'), ({ status }) => status === 64);
+});
+
+test('tries of a password count for the client that a named proxy tells, and for no other', async () => {
+  const tryAt = (box) =>
+    fetch(`${box.address}/webapi/entry.cgi`, {
+      method: 'POST',
+      headers: { 'X-Forwarded-For': '198.51.100.7, 203.0.113.9' },
+      body: new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'nobody', passwd: 'wrong' }),
+    });
+  const counted = (box, client) =>
+    fs.existsSync(path.join(box.root, 'run/mirevo/attempts', createHash('sha256').update(`address ${client}`).digest('hex')));
+  const behind = await startBox(newKey(), opening, ['--proxy', '127.0.0.1']);
+  try {
+    assert.equal((await tryAt(behind)).status, 401);
+    assert.deepEqual(['203.0.113.9', '198.51.100.7', '127.0.0.1'].map((client) => counted(behind, client)), [true, false, false]);
+    assert.equal((await tryAt(other)).status, 401);
+    assert.deepEqual(['203.0.113.9', '127.0.0.1'].map((client) => counted(other, client)), [false, true]);
+  } finally {
+    await behind.stop();
+  }
 });
 
 test('health is told without a login and under any name, and nothing else is', async () => {
