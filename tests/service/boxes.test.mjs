@@ -208,6 +208,21 @@ test('a film that has changed, or is gone, is refused with 410', async () => {
   await isRefused(at(other, url), 410);
 });
 
+test('where the other box would cut the film differently, it refuses with 410', async () => {
+  const file = path.join(films, 'cut.mkv');
+  fs.copyFileSync(path.join(media, 'h264_ac3.mkv'), file);
+  const analyze = () => execFileSync(mirevo, ['analyze', file], { env: opening.environment, stdio: 'ignore' });
+  const forget = () => fs.rmSync(path.join(films, '@ea'), { recursive: true });
+  analyze();
+  const { url: planned } = await open('hls', { profile: 'hls_remux' }, 'cut.mkv');
+  forget();
+  await isRefused(at(other, planned), 410);
+  const { url } = await open('hls', { profile: 'hls_remux' }, 'cut.mkv');
+  analyze();
+  assert.equal(await text(at(other, url)), await text(url), 'an analysis that came later changes nothing');
+  forget();
+});
+
 test('a closed stream stays closed on the box that was told', async () => {
   const stream = await open('hls', { profile: 'hls_remux' });
   await text(at(other, stream.url));
