@@ -99,12 +99,18 @@ test('HLS: the playlists of both boxes are the same, and segments of both follow
   }
 });
 
-test('HLS: a segment can be the first thing that a box hears of a stream, also for several requests at once', async () => {
+test('HLS: a segment can be the first thing that a box hears of a stream', async () => {
   const stream = await open('hls', { profile: 'hls_remux' });
   const [, second] = addressesIn(await text(stream.url));
-  const answers = await Promise.all([1, 2, 3].map(() => fetch(at(other, second))));
-  assert.deepEqual(answers.map(({ status }) => status), [200, 200, 200]);
-  await Promise.all(answers.map((answer) => answer.arrayBuffer()));
+  const answer = await fetch(at(other, second));
+  assert.equal(answer.status, 200);
+  await answer.arrayBuffer();
+});
+
+test('of several first requests at once, one makes the stream and all are answered', async () => {
+  const stream = await open('hls', { profile: 'hls_remux' });
+  const playlists = await Promise.all([1, 2, 3, 4].map(() => text(at(other, stream.url))));
+  assert.deepEqual(new Set(playlists), new Set([await text(stream.url)]));
 });
 
 test('CMAF: playlist, manifest, header and segment come from the other box', async () => {
