@@ -42,7 +42,7 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->allow_extra_args(false);
   command
       .add_option("--proxy", options->proxies,
-                  "A reverse proxy, whose clients all have its address")
+                  "A reverse proxy, which tells its clients' addresses")
       ->check(Check(isAddress, "is not an IPv4 or IPv6 address"))
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
@@ -51,6 +51,10 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
                   "The connections that one address may have at a time. Default: 512")
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
+  command
+      .add_option("--cluster_key", options->clusterKey,
+                  "The key that this box shares with the others of its cluster")
+      ->type_name("FILE");
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");

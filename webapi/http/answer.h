@@ -11,6 +11,7 @@ namespace webapi {
 inline constexpr char kBadRequest[] = "BadRequest";
 inline constexpr char kForbidden[] = "Forbidden";
 inline constexpr char kNotFound[] = "NotFound";
+inline constexpr char kGone[] = "Gone";
 inline constexpr char kMethodNotAllowed[] = "MethodNotAllowed";
 inline constexpr char kTooManyRequests[] = "TooManyRequests";
 inline constexpr char kUnauthorized[] = "Unauthorized";
@@ -32,6 +33,9 @@ class Answer {
 
   // Adds a header. Do not pass a client's text as the value: line ends in it are not checked.
   Answer& AddHeader(const std::string& name, const std::string& value);
+
+  // Adds data to a failure, for callers that need both.
+  Answer& AddData(const Json::Value& data);
 
   bool IsFailure() const { return code_ >= 400; }
 
