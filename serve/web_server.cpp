@@ -32,8 +32,10 @@ constexpr rlim_t kDescriptorsEach = 3;
 constexpr int kReserved = 64;
 
 // How long a client may send nothing, in seconds: within its first request, and after an answer.
+// Many programs use a connection again for five seconds; a server that closes it then may do so
+// under the next request. A player asks for a segment every two to ten seconds.
 constexpr char kReadIdle[] = "15";
-constexpr char kKeepAliveIdle[] = "5";
+constexpr char kKeepAliveIdle[] = "20";
 // How long a client may take nothing of an answer. A page is one part of a moment; a player may be
 // paused for most of a day.
 constexpr char kWriteIdle[] = "30";

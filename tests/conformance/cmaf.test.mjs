@@ -68,7 +68,7 @@ async function closeAll() {
   for (const { stream_id } of opened.splice(0)) {
     await service.call('Streaming', 'close', { format: 'cmaf', stream_id });
   }
-  await service.isQuiet(10000);
+  await service.isQuiet();
 }
 afterEach(closeAll);
 

@@ -12,7 +12,7 @@ import { eventually, media, Service } from '../service/support.mjs';
 
 const password = 'correct horse battery';
 const secret = 'argon2'; // in the accounts file and nowhere else
-const soon = 5000; // for an answer that takes a few milliseconds on an idle machine
+const soon = 20_000; // for an answer that takes a few milliseconds on an idle machine
 let service;
 let folder;
 let session;

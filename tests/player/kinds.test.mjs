@@ -4,7 +4,6 @@ import { test } from 'node:test';
 
 import { catchUpRate, isEarly } from '../../player/src/playback/catch_up.js';
 import { kindsFor, plan, playsAs, profileText, qualities, qualityNamed, usualWay } from '../../player/src/playback/kinds.js';
-import { subtitleIdOf } from '../../player/src/playback/subtitle_id.js';
 
 const profile = (key, method, more = {}) => ({ key, format: key.split('_')[0], method, ...more });
 const info = {
@@ -111,10 +110,4 @@ test('a viewer reads that a film with a cover is music', () => {
 test('a catch-up is slower near its end', () => {
   assert.ok(isEarly(10, 12) && !isEarly(12, 12) && !isEarly(11.95, 12));
   assert.deepEqual([0.1, 2, 30].map(catchUpRate), [2, 6, 16]);
-});
-
-test('the address of a playlist contains the subtitle’s id, quoted or not', () => {
-  assert.equal(subtitleIdOf('/a?subtitle_id=%22%2Ffilms%2Fa%20b.srt%22&x=1'), '/films/a b.srt');
-  assert.equal(subtitleIdOf('http://h/a?subtitle_id=3'), '3');
-  assert.equal(subtitleIdOf('/a'), '');
 });

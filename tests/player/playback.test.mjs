@@ -113,12 +113,6 @@ describe('opening', () => {
     assert.deepEqual(server.asked('open').map(({ format, audio_id: id }) => [format, id]), [['direct', undefined], ['hls', '2']]);
   });
 
-  test('HLS requests the subtitles of a film that has some', async () => {
-    await playback.play(withSubtitles, { ...usual, kind: 'hls' }, 0);
-    await playback.play(film, { ...usual, kind: 'hls' }, 0);
-    assert.deepEqual(server.asked('open').map(({ subtitle_id: id }) => id), ['all', undefined]);
-  });
-
   test('the steps of opening are reported in order, each once', async () => {
     const phases = [];
     playback.addEventListener('change', () => phases.at(-1) !== playback.phase && phases.push(playback.phase));
@@ -495,7 +489,8 @@ describe('subtitles', () => {
     tracks = [];
     globalThis.document = {
       createElement() {
-        const track = { track: { mode: 'disabled' }, append() {}, setAttribute(name, value) { track[name] = value; } };
+        const track = { track: { mode: 'disabled', cues: null }, append() {}, setAttribute(name, value) { track[name] = value; } };
+        track.addEventListener = (type, handler) => { track[type] = handler; };
         tracks.push(track);
         return track;
       },
@@ -503,23 +498,61 @@ describe('subtitles', () => {
   });
   afterEach(() => delete globalThis.document);
 
-  test('a presentation without subtitles gets one track over the picture at a time', async () => {
+  const loadCue = (track) => {
+    const cue = { startTime: 10, endTime: 12, line: 'auto' };
+    track.track.cues = [cue];
+    track.load();
+    return cue;
+  };
+
+  test('a subtitle is one track over the picture', async () => {
     await playback.play(withSubtitles, { ...usual, subtitle: '7' }, 0);
     const { searchParams } = new URL(tracks[0].src, 'http://box');
     assert.deepEqual(['id', 'subtitle_id', 'output_webvtt'].map((name) => searchParams.get(name)), ['s1', '"7"', 'true']);
     assert.equal(tracks[0].track.mode, 'showing');
-    playback.changeSubtitle('8');
+    playback.changeSubtitles({ subtitle: '8' });
     assert.deepEqual([video.children, tracks[0].track.mode], [[tracks[1]], 'disabled']);
-    playback.changeSubtitle('');
+    playback.changeSubtitles({ subtitle: '' });
     assert.deepEqual(video.children, []);
   });
 
-  test('the engine shows the subtitles of a presentation', async () => {
-    await playback.play(withSubtitles, usual, 0);
-    const shown = [];
-    engine().showSubtitle = (id) => shown.push(id) > 0;
-    playback.changeSubtitle('7');
-    assert.deepEqual([shown, video.children], [['7'], []]);
+  test('a second subtitle stands above, and the first one stays while it changes', async () => {
+    await playback.play(withSubtitles, { ...usual, subtitle: '7' }, 0);
+    playback.changeSubtitles({ second: '8' });
+    assert.deepEqual(video.children, [tracks[0], tracks[1]]);
+    assert.deepEqual([loadCue(tracks[0]).line, loadCue(tracks[1]).line], ['auto', -4]);
+    playback.changeSubtitles({ second: '' });
+    assert.deepEqual(video.children, [tracks[0]]);
+  });
+
+  test('a subtitle is not shown twice', async () => {
+    await playback.play(withSubtitles, { ...usual, subtitle: '7', second: '7' }, 0);
+    assert.equal(video.children.length, 1);
+  });
+
+  test('a delay moves the cues that are loaded, and those that come later', async () => {
+    await playback.play(withSubtitles, { ...usual, subtitle: '7' }, 0);
+    const cue = loadCue(tracks[0]);
+    playback.changeSubtitles({ delay: 1.5 });
+    assert.deepEqual([cue.startTime, cue.endTime], [11.5, 13.5]);
+    playback.changeSubtitles({ delay: -0.5 });
+    assert.deepEqual([cue.startTime, cue.endTime], [9.5, 11.5]);
+    playback.changeSubtitles({ subtitle: '8' });
+    assert.equal(loadCue(tracks[1]).startTime, 9.5);
+  });
+
+  test('a delay stays with the film when its stream changes', async () => {
+    await playback.play(withSubtitles, { ...usual, subtitle: '7', delay: 2 }, 0);
+    await playback.change({ kind: 'hls' });
+    assert.equal(loadCue(tracks[1]).startTime, 12);
+  });
+
+  test('the cues follow the clock of the stream', async () => {
+    await playback.play(withSubtitles, { ...usual, subtitle: '7' }, 0);
+    const cue = loadCue(tracks[0]);
+    engine().clockShift = () => -0.4;
+    engine().hooks.clock();
+    assert.equal(cue.startTime, 9.6);
   });
 
   test('a track is removed with its stream', async () => {

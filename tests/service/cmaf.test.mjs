@@ -21,7 +21,6 @@ after(async () => {
 });
 beforeEach(async () => {
   viewer = await Viewer.open(browser, service);
-  viewer.page.setDefaultTimeout(30_000);
   opened = [];
   viewer.page.on('request', (request) => {
     const parameters = new URLSearchParams(request.postData() ?? '');

@@ -7,7 +7,7 @@ import { after, afterEach, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
 import { playback, plays, withBarePage } from './bare_page.mjs';
-import { build, eventually, media, processesWith, Service } from './support.mjs';
+import { build, eventually, media, patience, processesWith, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const film = (name) => path.join(media, name);
@@ -29,7 +29,7 @@ afterEach(async () => {
   for (const { stream_id } of opened.splice(0)) {
     await service.call('Streaming', 'close', { format: 'hls', stream_id });
   }
-  await service.isQuiet(4000);
+  await service.isQuiet();
 });
 const segment = (stream, number) => fetch(`${stream.url}&fragment_id=%22${String(number).padStart(5, '0')}%22`);
 
@@ -232,7 +232,7 @@ test('a stream plays again after its directory was removed for idleness', async 
   const link = path.join(service.root, 'tmp/Mirevo/HLS', stream.stream_id);
   const monitor = Number(fs.readFileSync(path.join(link, 'monitor.pid'), 'utf8'));
   process.kill(monitor, 'SIGTERM');
-  await service.isQuiet(5000, [stream.stream_id]);
+  await service.isQuiet(patience, [stream.stream_id]);
   fs.rmSync(fs.readlinkSync(link), { recursive: true });
   fs.unlinkSync(link);
   assert.equal((await segment(stream, 6)).status, 200);

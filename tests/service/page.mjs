@@ -4,7 +4,7 @@ import path from 'node:path';
 
 import { chromium } from 'playwright-core';
 
-import { browserArguments, media } from './support.mjs';
+import { browserArguments, media, patience } from './support.mjs';
 
 export const launch = () => chromium.launch({ executablePath: '/usr/bin/chromium', args: browserArguments });
 
@@ -49,6 +49,7 @@ export class Viewer {
     viewer.service = service;
     // Answers that a test gives do not reach requests that a worker of the page makes.
     viewer.context = await browser.newContext({ serviceWorkers: 'block', ...options });
+    viewer.context.setDefaultTimeout(patience);
     viewer.page = await viewer.context.newPage();
     viewer.complaints = [];
     viewer.page.on('console', (message) => {
@@ -116,7 +117,7 @@ export class Viewer {
   }
 
   // Waits until the film plays at this second or shortly after it.
-  async runsFrom(second, timeout = 30000) {
+  async runsFrom(second, timeout = patience) {
     const runs = (value) => {
       const video = document.getElementById('video');
       return video.readyState >= 3 && !video.seeking && video.playbackRate === 1 && video.currentTime >= value - 0.2;
@@ -144,10 +145,10 @@ export class Viewer {
   async set(label, option) {
     await this.wake();
     const settings = this.page.getByRole('button', { name: 'Settings' });
-    if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.click();
+    // On a busy machine the controls may hide between a look and a click.
+    if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.dispatchEvent('click');
     await this.page.getByRole('combobox', { name: label, exact: true }).selectOption(option);
-    await this.wake();
-    await settings.click();
+    await settings.dispatchEvent('click');
   }
 
   // Waits for this sentence over the picture.

@@ -160,6 +160,33 @@ for (const kind of ['cmaf', 'hls', 'http']) {
   });
 }
 
+test('two subtitles are shown at once, and both come later by the viewer’s delay', async () => {
+  const viewer = await enter();
+  const { page } = viewer;
+  await watch(viewer, 'film.mkv', { t: 30 });
+  await viewer.playing();
+  await page.keyboard.press('k');
+  await viewer.set('Subtitles', 'English, film.eng.srt');
+  await viewer.set('Second subtitles', 'French, film.fre.srt');
+  const both = async () => ((await shownCues(viewer)).sort().join() === 'English later,Français later' ? true : undefined);
+  await eventually(both, 60_000);
+  assert.deepEqual(await page.evaluate(() => [...document.getElementById('video').textTracks].map(({ activeCues }) => activeCues[0].line)), ['auto', -4]);
+  await page.keyboard.press('h');
+  await page.getByText('Subtitles come 0.1 s later.').waitFor();
+  await viewer.wake();
+  await page.getByRole('button', { name: 'Settings' }).click();
+  const delay = page.getByRole('spinbutton', { name: 'Subtitle delay (s)' });
+  assert.equal(await delay.inputValue(), '0.1');
+  await delay.fill('25');
+  await delay.press('Enter');
+  await page.getByText('Subtitles come 25.0 s later.').waitFor();
+  await cueIs(viewer, 'English,Français');
+  await delay.fill('0');
+  await delay.press('Enter');
+  await eventually(both, 60_000);
+  assert.deepEqual(viewer.complaints, []);
+});
+
 test('a film resumes where the viewer stopped', async () => {
   const viewer = await enter();
   await watch(viewer, 'long.mkv');
@@ -281,7 +308,7 @@ test('a viewer can stop waiting in line', async () => {
 test('after a failure the page names it and tries the next method', async () => {
   const viewer = await enter();
   await answerFor(viewer.page, {});
-  await viewer.page.route(/playlist_type=video/, (route) => route.fulfill({ body: 'nonsense' }));
+  await viewer.page.route(/format=hls/, (route) => route.fulfill({ body: 'nonsense' }));
   await watch(viewer, 'film.mkv', { kind: 'hls' });
   await viewer.playing();
   assert.match((await viewer.state()).message, /^HLS failed: .* Trying CMAF instead\.$/);

@@ -31,7 +31,7 @@ async function closeAll() {
   for (const { stream_id } of opened.splice(0)) {
     await service.call('Streaming', 'close', { format, stream_id });
   }
-  await service.isQuiet(4000);
+  await service.isQuiet();
 }
 afterEach(closeAll);
 

@@ -8,7 +8,7 @@ import { promisify } from 'node:util';
 
 import { chromium } from 'playwright-core';
 
-import { browserArguments, media, Service } from './support.mjs';
+import { browserArguments, media, patience, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const header = 'WEBVTT\nX-TIMESTAMP-MAP=MPEGTS:126000,LOCAL:00:00:00.000\n';
@@ -241,7 +241,7 @@ test('cue times are mapped to the clock of the segments', async () => {
   const segment = path.join(folder, 'segment.ts');
   fs.writeFileSync(segment, Buffer.from(await response.arrayBuffer()));
   await service.call('Streaming', 'close', { format: 'hls', stream_id: film.stream_id });
-  await service.isQuiet(4000, [stream.stream_id]);
+  await service.isQuiet(patience, [stream.stream_id]);
   assert.equal(response.status, 200);
   const { stdout } = await run('ffprobe', ['-v', 'error', '-select_streams', 'v', '-show_entries', 'packet=pts', '-of', 'csv=p=0', segment]);
   const first = Math.min(...stdout.trim().split(/[\s,]+/).map(Number));

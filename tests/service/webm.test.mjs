@@ -59,7 +59,7 @@ test('closing the page ends the transcoder and empties the register', async () =
     await plays(page, 0);
     assert.equal(service.registry().length, 1);
   });
-  await service.isQuiet(2000);
+  await service.isQuiet(20_000);
 });
 
 // The stream's directory names the monitor.
@@ -74,7 +74,7 @@ test('a monitor that gets SIGTERM ends the transcoder, and the stream ends', asy
   process.kill(monitorOf(stream), 'SIGTERM');
   const reader = response.body.getReader();
   while (!(await reader.read()).done);
-  await service.isQuiet(2000);
+  await service.isQuiet(20_000);
 });
 
 test('a seek takes the stream over from the earlier request', async () => {

@@ -4,7 +4,6 @@ import workerPath from 'hls.js/dist/hls.worker.js?url';
 import { localAddress } from '../api.js';
 import { MediaPlayback } from './media_playback.js';
 import { reasonOfStatus } from './status_codes.js';
-import { subtitleIdOf } from './subtitle_id.js';
 
 // The server makes a segment on request, so its first byte may take a while. The player asks a busy server again
 // until the viewer stops it.
@@ -28,6 +27,9 @@ const settings = {
   playlistLoadPolicy: playlistPolicy,
 };
 
+// Seconds from the film's clock to the segments' clock: the multiplexer delays all time stamps by that.
+const SEGMENT_CLOCK_OFFSET = 1.4;
+
 // Errors that repeat, however often the player asks.
 const FINAL = new Set(['Unauthorized', 'Forbidden', 'TransSapceNotEnough']);
 
@@ -35,7 +37,7 @@ export class Segments extends MediaPlayback {
   constructor(video, hooks) {
     super(video, hooks);
     this.recovered = false;
-    this.knowsSubtitles = false;
+    this.shift = 0;
   }
 
   async open(stream, second) {
@@ -46,35 +48,27 @@ export class Segments extends MediaPlayback {
     }
     const hls = new Hls({ ...settings, startPosition: second, cmcd: { sessionId: stream.stream_id, contentId: stream.stream_id, useHeaders: true } });
     this.hls = hls;
-    hls.on(Hls.Events.MANIFEST_PARSED, (_, { subtitleTracks }) => {
-      this.hooks.mark('manifest');
-      if (subtitleTracks.length === 0) {
-        this.learnSubtitles();
-      }
-    });
-    // After this event hls.js selects the default subtitle; the viewer's choice comes after that.
-    hls.on(Hls.Events.SUBTITLE_TRACKS_UPDATED, () => queueMicrotask(() => this.hls && this.learnSubtitles()));
+    hls.on(Hls.Events.MANIFEST_PARSED, () => this.hooks.mark('manifest'));
+    hls.on(Hls.Events.INIT_PTS_FOUND, (_, found) => this.learnClock(found));
     hls.on(Hls.Events.FRAG_BUFFERED, () => {
       this.hooks.mark('media');
       this.hooks.busy(null);
     });
     hls.on(Hls.Events.ERROR, (_, data) => this.judge(Hls, data));
     this.video.addEventListener('ended', () => this.hooks.ended(), { signal: this.listening.signal });
-    hls.subtitleDisplay = false;
     hls.loadSource(localAddress(stream.url));
     hls.attachMedia(this.video);
     this.video.playbackRate = this.hooks.wish.speed;
     this.hooks.play();
   }
 
-  judge(Hls, { type, details, fatal, frag, response, networkDetails }) {
+  judge(Hls, { type, details, fatal, response, networkDetails }) {
     const reason = reasonOfStatus(response?.code);
-    const isSubtitle = frag?.type === 'subtitle' || details.startsWith('subtitle');
-    if (FINAL.has(reason) && !isSubtitle) {
+    if (FINAL.has(reason)) {
       this.hooks.fail({ reason });
     } else if (!fatal) {
       // A segment that was removed while it was sent exists again for the next request; a closed stream does not.
-      if (reason === 'NotFound' && !isSubtitle) {
+      if (reason === 'NotFound') {
         this.hooks.missing();
       } else if (reason === 'TransEnable') {
         this.hooks.busy({ reason, retryAfter: Number(networkDetails?.getResponseHeader?.('retry-after')) || undefined });
@@ -93,21 +87,17 @@ export class Segments extends MediaPlayback {
     return { throughput: this.hls?.bandwidthEstimate ?? 0, rate: level?.bitrate ?? 0 };
   }
 
-  learnSubtitles() {
-    this.knowsSubtitles = true;
-    this.hooks.subtitles();
+  // hls.js lets the first segment begin where the playlist says, although it may begin at a key frame beside that.
+  learnClock({ id, initPTS: start, timescale }) {
+    if (id === 'main') {
+      this.shift = SEGMENT_CLOCK_OFFSET - start / timescale;
+      this.hooks.clock();
+    }
   }
 
-  // Shows the subtitle with this id, '' for none. Before the subtitles are known, does nothing and returns true; the
-  // caller repeats the call when they are known. False if the presentation has no such subtitle.
-  showSubtitle(id) {
-    if (!this.knowsSubtitles) {
-      return true;
-    }
-    const track = id === '' ? -1 : this.hls.subtitleTracks.findIndex(({ url }) => subtitleIdOf(url) === id);
-    this.hls.subtitleDisplay = track >= 0;
-    this.hls.subtitleTrack = track;
-    return id === '' || track >= 0;
+  // Seconds from the film's clock to that of the video element.
+  clockShift() {
+    return this.shift;
   }
 
   release() {

@@ -21,6 +21,7 @@ export class Playback extends EventTarget {
     this.engineFor = engineFor;
     this.can = abilitiesOf(video);
     this.wish = { muted: video.muted, speed: 1 }; // the viewer's settings; a catch-up changes the element's for a while
+    this.subtitles = [null, null]; // the tracks over the picture
     this.turn = 0; // increases when the running operations become obsolete
     this.clear();
     video.addEventListener('loadeddata', () => this.mark('frame'));
@@ -60,7 +61,8 @@ export class Playback extends EventTarget {
     this.dispatchEvent(new Event('change'));
   }
 
-  // Plays a film from this second on. `choice`: { kind, profile, audio, subtitle }, each '' for the default.
+  // Plays a film from this second on. `choice`: { kind, profile, audio, subtitle, second, delay }; '' is the default of each
+  // text.
   play(film, choice, second) {
     this.film = film;
     this.choice = choice;
@@ -113,7 +115,7 @@ export class Playback extends EventTarget {
     }
     this.engine = this.makeEngine(Engine);
     await this.engine.open(stream, this.firstSecond(), this.wishFor(kind));
-    this.showSubtitle();
+    this.showSubtitles();
     this.changed();
   }
 
@@ -130,7 +132,6 @@ export class Playback extends EventTarget {
       // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
-      subtitle_id: kind === 'hls' && this.film.info.subtitles.length > 0 ? 'all' : '',
       // The server starts the conversion there before the player asks for the first piece.
       start: String(Math.floor(this.firstSecond())),
       // A viewer does not wait for a conversion that nobody watches.
@@ -161,7 +162,7 @@ export class Playback extends EventTarget {
       busy: current((error) => this.setBusy(error)),
       changed: current(() => this.changed()),
       missing: current(() => this.checkStream(turn)),
-      subtitles: current(() => this.showSubtitle()),
+      clock: current(() => this.moveSubtitles()),
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
     };
@@ -350,19 +351,40 @@ export class Playback extends EventTarget {
     return undefined;
   }
 
-  changeSubtitle(id) {
-    this.choice = { ...this.choice, subtitle: id };
-    this.showSubtitle();
+  // Changes what is read: { subtitle, second, delay }, the ids of two subtitles ('' for none) and the seconds by which
+  // both come later.
+  changeSubtitles(changes) {
+    this.choice = { ...this.choice, ...changes };
+    this.showSubtitles();
+    this.moveSubtitles();
   }
 
-  // Shows the presentation's own subtitle if it has one, otherwise a track over the video.
-  showSubtitle() {
-    this.subtitle?.remove();
-    this.subtitle = null;
-    const id = this.choice.subtitle;
-    if (this.engine && !this.engine.showSubtitle?.(id) && id !== '') {
-      this.subtitle = new SubtitleTrack(this.video, this.stream.stream_id, id);
-    }
+  // A track stays while it is the chosen one.
+  showSubtitles() {
+    const { subtitle = '', second = '' } = this.choice;
+    const wanted = this.engine ? [subtitle, second === subtitle ? '' : second] : ['', ''];
+    this.subtitles = wanted.map((id, place) => {
+      const shown = this.subtitles[place];
+      if (shown && shown.id === id) {
+        return shown;
+      }
+      shown?.remove();
+      return id === '' ? null : new SubtitleTrack(this.video, this.stream.stream_id, id, this.subtitleShift(), place > 0);
+    });
+  }
+
+  moveSubtitles() {
+    this.subtitles.forEach((track) => track?.move(this.subtitleShift()));
+  }
+
+  // From a cue's time to the moment at which it is shown, on the clock of the video element.
+  subtitleShift() {
+    return (this.choice.delay ?? 0) + (this.engine?.clockShift?.() ?? 0);
+  }
+
+  removeSubtitles() {
+    this.subtitles.forEach((track) => track?.remove());
+    this.subtitles = [null, null];
   }
 
   // Watches the progress. Explains a wait, and fails after a long one.
@@ -424,8 +446,7 @@ export class Playback extends EventTarget {
   closeStream() {
     const { stream } = this;
     this.unwatch();
-    this.subtitle?.remove();
-    this.subtitle = null;
+    this.removeSubtitles();
     this.engine?.close();
     this.engine = null;
     this.stream = null;

@@ -10,7 +10,8 @@ import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
-import { audioText, subtitleText } from './film.js';
+import { fill, labelled, selectFor } from './fields.js';
+import { audioText } from './film.js';
 import { Chapters } from './chapters.js';
 import { savePicture, stepFrame } from './frames.js';
 import { listenToGestures } from './gestures.js';
@@ -20,6 +21,7 @@ import { lineFor } from './names.js';
 import { addressAt, attempt, filmAddress, say } from './page.js';
 import { choiceOf, preferences, remember } from './preferences.js';
 import { Statistics } from './statistics.js';
+import { SubtitleSettings } from './subtitles.js';
 import { Thumbnails } from './thumbnails.js';
 import { UpNext } from './up_next.js';
 
@@ -27,15 +29,7 @@ const COVER_WIDTH = 640;
 const IDLE_MILLISECONDS = 3000;
 const SETTLE_MILLISECONDS = 300; // key presses within this time become one seek
 const SPEEDS = [0.5, 0.75, 1, 1.25, 1.5, 1.75, 2];
-const CUE_SIZES = { small: 'Small', normal: 'Normal', large: 'Large', huge: 'Very large' };
-const CUE_LOOKS = { box: 'White on a dark box', shadow: 'White with a shadow', yellow: 'Yellow on a dark box' };
-
-function fill(select, options, chosen) {
-  select.replaceChildren(...options.map(({ value, text }) => new Option(text, value, value === chosen, value === chosen)));
-  select.disabled = options.length < 2;
-}
-
-const labelled = (text, control) => element('div', {}, element('label', { for: control.id }, text), control);
+const TOLD_MILLISECONDS = 2500;
 
 export class PlayerView {
   constructor() {
@@ -48,12 +42,12 @@ export class PlayerView {
     this.chapters = new Chapters(this);
     this.upNext = new UpNext(this);
     this.mediaKeys = new MediaKeys(this, this.upNext);
+    this.subtitles = new SubtitleSettings(this);
     this.makeControls();
     this.makeSettings();
     this.makeOverlay();
     this.assemble();
     this.listen();
-    this.applyPreferences();
     this.restoreVolume();
   }
 
@@ -66,7 +60,7 @@ export class PlayerView {
     this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, element('span'));
     this.settingsButton = signButton('settings', t('Settings'), () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
     this.insetButton = signButton('inset', t('Picture in picture'), () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
-    this.captionsButton = signButton('captions', t('Subtitles'), () => this.nextSubtitle());
+    this.captionsButton = signButton('captions', t('Subtitles'), () => this.subtitles.next());
     this.controls = element(
       'div',
       { id: 'controls' },
@@ -94,28 +88,23 @@ export class PlayerView {
   }
 
   makeSettings() {
-    const select = (id, change) => element('select', { id, on: { change: ({ target }) => attempt(() => change(target.value)) } });
-    this.quality = select('profile', (value) => this.chooseQuality(value));
-    this.audio = select('audio', (value) => this.chooseSound(value));
-    this.subtitle = select('subtitle', (value) => this.chooseSubtitle(value));
-    this.kind = select('kind', (value) => this.playback.change({ kind: value, profile: '' }));
-    this.speed = select('speed', (value) => this.playback.setSpeed(Number(value)));
+    this.quality = selectFor('profile', (value) => this.chooseQuality(value));
+    this.audio = selectFor('audio', (value) => this.chooseSound(value));
+    this.kind = selectFor('kind', (value) => this.playback.change({ kind: value, profile: '' }));
+    this.speed = selectFor('speed', (value) => this.playback.setSpeed(Number(value)));
     this.repeat = element('input', { id: 'repeat', type: 'checkbox' });
-    this.cueSize = select('cue-size', (value) => this.prefer('cueSize', value));
-    this.cueLook = select('cue-look', (value) => this.prefer('cueLook', value));
     fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? t('Normal') : `${speed} ×` })), '1');
     this.panel = element(
       'div',
       { id: 'settings', role: 'group', 'aria-label': t('Settings'), hidden: true },
       labelled(t('Quality'), this.quality),
       labelled(t('Audio track'), this.audio),
-      labelled(t('Subtitles'), this.subtitle),
+      this.subtitles.choiceRows(),
       labelled(t('Speed'), this.speed),
       this.chapters.row,
       labelled(t('Repeat the film'), this.repeat),
       labelled(t('Playback method'), this.kind),
-      labelled(t('Subtitle size'), this.cueSize),
-      labelled(t('Subtitle style'), this.cueLook),
+      this.subtitles.lookRows(),
       element('button', { type: 'button', on: { click: () => this.figures() } }, t('Show or hide statistics')),
     );
   }
@@ -125,6 +114,7 @@ export class PlayerView {
     this.next = element('p', { class: 'next' });
     this.actions = element('p', { class: 'actions' });
     this.spinner = element('div', { class: 'spinner', 'aria-hidden': 'true' });
+    this.told = element('p', { class: 'told', role: 'status' });
     this.overlay = element('div', { class: 'overlay', role: 'status' }, this.spinner, this.sentence, this.next, this.actions);
   }
 
@@ -135,7 +125,7 @@ export class PlayerView {
     const top = element('div', { class: 'top' }, this.back, this.title);
     this.stage = element('div', { class: 'stage' });
     this.section.prepend(this.stage);
-    this.stage.append(this.video, this.overlay, top, this.statistics.panel, this.panel, this.upNext.panel, this.controls);
+    this.stage.append(this.video, this.overlay, this.told, top, this.statistics.panel, this.panel, this.upNext.panel, this.controls);
     this.section.append(this.why);
   }
 
@@ -171,24 +161,11 @@ export class PlayerView {
     playback.stopLastly();
   }
 
-  applyPreferences() {
-    const { cueSize, cueLook } = preferences();
-    fill(this.cueSize, Object.entries(CUE_SIZES).map(([value, text]) => ({ value, text: t(text) })), cueSize);
-    fill(this.cueLook, Object.entries(CUE_LOOKS).map(([value, text]) => ({ value, text: t(text) })), cueLook);
-    this.video.dataset.cueSize = cueSize;
-    this.video.dataset.cueLook = cueLook;
-  }
-
   restoreVolume() {
     const { volume, muted } = preferences();
     this.video.volume = volume;
     this.playback.setMuted(muted);
     this.showVolume();
-  }
-
-  prefer(name, value) {
-    remember(name, value);
-    this.applyPreferences();
   }
 
   // Shows a film and plays it. `second`: where to begin, NaN for the position at which the viewer stopped; `kind`: the
@@ -242,9 +219,7 @@ export class PlayerView {
   fillTracks(info, choice) {
     const { audio } = info.metadata.track_info;
     fill(this.audio, audio.map((track, index) => ({ value: track.id, text: audioText(track, index) })), choice.audio || audio[0]?.id);
-    const subtitles = info.subtitles.map((subtitle, index) => ({ value: String(subtitle.id), text: subtitleText(subtitle, index) }));
-    fill(this.subtitle, [{ value: '', text: t('None') }, ...subtitles], choice.subtitle);
-    this.captionsButton.hidden = subtitles.length === 0;
+    this.captionsButton.hidden = !this.subtitles.show(info, choice);
   }
 
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
@@ -322,6 +297,15 @@ export class PlayerView {
       return [t('Press Play to start.'), '', [[t('Play'), () => playback.start()]]];
     }
     return [playback.slow, '', []];
+  }
+
+  // Says for a moment over the picture what a key has changed.
+  tell(text) {
+    this.told.textContent = text;
+    clearTimeout(this.telling);
+    this.telling = setTimeout(() => {
+      this.told.textContent = '';
+    }, TOLD_MILLISECONDS);
   }
 
   showClock() {
@@ -477,21 +461,6 @@ export class PlayerView {
     const { audio } = this.playback.film.info.metadata.track_info;
     remember('soundLanguage', audio.find((track) => track.id === id)?.language ?? '');
     return this.playback.changeWithin({ audio: id });
-  }
-
-  chooseSubtitle(id) {
-    this.subtitle.value = id;
-    const { info } = this.playback.film;
-    remember('subtitleLanguage', info.subtitles.find((subtitle) => String(subtitle.id) === id)?.language ?? '');
-    this.playback.changeSubtitle(id);
-  }
-
-  nextSubtitle() {
-    const options = [...this.subtitle.options];
-    const next = options[(this.subtitle.selectedIndex + 1) % options.length];
-    if (next && next.value !== this.subtitle.value) {
-      this.chooseSubtitle(next.value);
-    }
   }
 
   settings() {
