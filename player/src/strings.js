@@ -123,6 +123,8 @@ export const GERMAN = {
   'Audio track': 'Tonspur',
   Speed: 'Tempo',
   'Playback method': 'Wiedergabeart',
+  '{name} (cannot be shown here)': '{name} (hier nicht darstellbar)',
+  forced: 'erzwungen',
   'Second subtitles': 'Zweite Untertitel',
   'Subtitle delay (s)': 'Verzögerung (s)',
   'Subtitles come on time.': 'Die Untertitel kommen rechtzeitig.',

@@ -2,6 +2,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
+import { choiceOf } from '../../player/src/view/preferences.js';
 import { catchUpRate, isEarly } from '../../player/src/playback/catch_up.js';
 import { kindsFor, plan, playsAs, profileText, qualities, qualityNamed, usualWay } from '../../player/src/playback/kinds.js';
 
@@ -110,4 +111,24 @@ test('a viewer reads that a film with a cover is music', () => {
 test('a catch-up is slower near its end', () => {
   assert.ok(isEarly(10, 12) && !isEarly(12, 12) && !isEarly(11.95, 12));
   assert.deepEqual([0.1, 2, 30].map(catchUpRate), [2, 6, 16]);
+});
+
+test('a forced subtitle in the language of the sound shows itself, unless the viewer wants another one', () => {
+  const track = (id, language, more) => ({ id, language, form: 'text', ...more });
+  const foreign = {
+    metadata: { track_info: { audio: [{ id: 'a', language: 'ger' }] } },
+    subtitles: [track('1', 'ger'), track('2', 'fre', { forced: true }), track('3', 'ger', { forced: true })],
+    profiles: [],
+  };
+  assert.equal(choiceOf(foreign).subtitle, '3');
+  globalThis.localStorage = { getItem: () => JSON.stringify({ subtitleLanguage: 'ger', secondLanguage: 'fre' }) };
+  assert.deepEqual([choiceOf(foreign).subtitle, choiceOf(foreign).second], ['1', '2']);
+  delete globalThis.localStorage;
+});
+
+test('the page never chooses pictures of a DVD, which it cannot show', () => {
+  const pictures = (codec) => ({ id: '1', language: 'ger', forced: true, form: 'picture', codec });
+  const dubbed = (codec) => ({ metadata: { track_info: { audio: [{ id: 'a', language: 'ger' }] } }, subtitles: [pictures(codec)], profiles: [] });
+  assert.equal(choiceOf(dubbed('dvd_subtitle')).subtitle, '');
+  assert.equal(choiceOf(dubbed('hdmv_pgs_subtitle')).subtitle, '1');
 });

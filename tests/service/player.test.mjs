@@ -1,13 +1,18 @@
 // The page as viewers use it: they find a film, play it, resume it, and wait for a free transcoder.
 import assert from 'node:assert/strict';
+import { execFile } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { after, afterEach, before, beforeEach, test } from 'node:test';
+import { promisify } from 'node:util';
 
 import { answerFor, encode, launch, Viewer } from './page.mjs';
+import { whiteBox } from './pgs.mjs';
 import { eventually, media, readSome, Service } from './support.mjs';
 
 const HOSTILE = '<img src=x onerror="document.title=\'taken\'">&amp;.mkv';
+
+const run = promisify(execFile);
 
 let service;
 let browser;
@@ -15,6 +20,14 @@ let folder;
 let viewers;
 
 const srt = (text) => `1\n00:00:01,000 --> 00:00:20,000\n${text}\n\n2\n00:00:28,000 --> 00:00:59,000\n${text} later\n`;
+
+// A film with subtitles of pictures: a white box at the lower edge.
+async function makePictures() {
+  const sup = path.join(folder, 'box.sup');
+  fs.writeFileSync(sup, whiteBox({ width: 640, height: 360 }, { x: 200, y: 300, width: 200, height: 40 }, 1, 50));
+  const film = ['-i', path.join(media, 'two_audio.mkv'), '-i', sup, '-map', '0:v', '-map', '0:a:0', '-map', '1', '-c', 'copy', '-copyts', '-metadata:s:s', 'language=ger'];
+  await run('ffmpeg', ['-nostdin', '-v', 'error', '-y', ...film, path.join(folder, 'pictures.mkv')]);
+}
 
 // A separate folder with subtitles and unusual names.
 function makeFilms() {
@@ -30,6 +43,7 @@ function makeFilms() {
 
 before(async () => {
   makeFilms();
+  await makePictures();
   service = await Service.start([folder]);
   browser = await launch();
 });
@@ -184,6 +198,35 @@ test('two subtitles are shown at once, and both come later by the viewer’s del
   await delay.fill('0');
   await delay.press('Enter');
   await eventually(both, 60_000);
+  assert.deepEqual(viewer.complaints, []);
+});
+
+// The colour of the drawn subtitle at a place of the film's picture, [red, green, blue, opacity].
+const drawnAt = (viewer, x, y) =>
+  viewer.page.evaluate(([left, top]) => {
+    const drawn = document.querySelector('canvas.pictures');
+    const copy = document.createElement('canvas');
+    Object.assign(copy, { width: drawn.width, height: drawn.height });
+    copy.getContext('2d').drawImage(drawn, 0, 0);
+    return [...copy.getContext('2d').getImageData((left * drawn.width) / 640, (top * drawn.height) / 360, 1, 1).data];
+  }, [x, y]);
+
+test('subtitles of pictures are drawn over the film', async () => {
+  const viewer = await enter();
+  const { page } = viewer;
+  await watch(viewer, 'pictures.mkv', { t: 10 });
+  await viewer.playing();
+  await page.keyboard.press('c');
+  await page.locator('canvas.pictures').waitFor();
+  const isDrawn = (x, y, opacity) => eventually(async () => ((await drawnAt(viewer, x, y))[3] === opacity ? true : undefined), 60_000);
+  await isDrawn(300, 320, 255);
+  await isDrawn(100, 320, 0);
+  assert.deepEqual(await drawnAt(viewer, 300, 320), [235, 235, 235, 255]);
+  const boxOf = ({ left, top, width, height }) => [left, top, width, height].map(Math.round);
+  const boxes = await page.evaluate(() => ['video', 'canvas.pictures'].map((name) => document.querySelector(name).getBoundingClientRect().toJSON()));
+  assert.deepEqual(boxOf(boxes[1]), boxOf(boxes[0]));
+  await page.keyboard.press('c');
+  await page.locator('canvas.pictures').waitFor({ state: 'detached' });
   assert.deepEqual(viewer.complaints, []);
 });
 

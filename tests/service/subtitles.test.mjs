@@ -8,6 +8,7 @@ import { promisify } from 'node:util';
 
 import { chromium } from 'playwright-core';
 
+import { segmentsOf, whiteBox } from './pgs.mjs';
 import { browserArguments, media, patience, Service } from './support.mjs';
 
 const run = promisify(execFile);
@@ -74,6 +75,10 @@ before(async () => {
   const tracks = ['-i', path.join(folder, 'track.srt'), '-i', path.join(folder, 'track.ass')];
   await ffmpeg('-i', film, ...tracks, '-map', '0', '-map', '1', '-map', '2', '-c', 'copy', path.join(folder, 'film.mkv'));
   await ffmpeg('-i', path.join(media, 'h264_aac.mp4'), ...tracks.slice(0, 2), '-map', '0', '-map', '1', '-c', 'copy', '-c:s', 'mov_text', path.join(folder, 'film.mp4'));
+  const pictures = path.join(folder, 'track.sup');
+  fs.writeFileSync(pictures, whiteBox({ width: 640, height: 360 }, { x: 100, y: 300, width: 200, height: 20 }, 1, 5));
+  const blu = ['-i', film, '-i', pictures, '-map', '0', '-map', '1', '-c', 'copy', '-copyts', '-disposition:s', 'forced', '-metadata:s:s', 'language=eng'];
+  await ffmpeg(...blu, path.join(folder, 'pictures.mkv'));
   fs.unlinkSync(path.join(folder, 'track.srt'));
   service = await Service.start([folder]);
   stream = await service.open(path.join(folder, 'film.mkv'));
@@ -299,4 +304,40 @@ test('a browser reads every cue with its style and position', async () => {
     await browser.close();
     fs.unlinkSync(name);
   }
+});
+
+const formOf = async (name) => (await service.call('Library', 'info', { path: beside(name) })).data.subtitles;
+
+test('a film tells the form of each of its subtitles', async () => {
+  const forms = Object.fromEntries((await formOf('film.mkv')).map(({ id, form }) => [path.basename(id), form]));
+  const [text, ass] = Object.keys(forms).filter((id) => /^\d+$/.test(id));
+  assert.deepEqual([forms[text], forms[ass], forms['film.ssa'], forms['film.marked.srt'], forms['film.kor.smi']], ['text', 'ass', 'ass', 'text', 'text']);
+  const [pictures] = await formOf('pictures.mkv');
+  assert.deepEqual([pictures.form, pictures.codec, pictures.forced], ['picture', 'hdmv_pgs_subtitle', true]);
+});
+
+test('a script comes as it is, from a file and from the film', async () => {
+  const [, track] = (await formOf('film.mkv')).filter(({ source }) => source === 'embedded');
+  for (const id of [beside('film.ssa'), track.id]) {
+    const answer = await fetch(address(id, { output: 'ass' }));
+    assert.equal(answer.headers.get('content-type'), 'text/x-ssa; charset=utf-8');
+    assert.match(await answer.text(), /^Dialogue: .*\{\\fnArial\\i1\}leaning\{\\i0\}, \{\\c&H00FF00&\}green & <so>/m);
+  }
+});
+
+test('pictures come as a file that other programs read', async () => {
+  const film = await service.open(beside('pictures.mkv'));
+  const [{ id }] = await formOf('pictures.mkv');
+  const answer = await fetch(address(id, { output: 'sup' }, film.stream_id));
+  assert.equal(answer.status, 200);
+  const sup = Buffer.from(await answer.arrayBuffer());
+  assert.deepEqual(segmentsOf(sup), segmentsOf(fs.readFileSync(path.join(folder, 'track.sup'))));
+  await refuses(id, {}, 400, 'BadRequest', film.stream_id);
+  await service.close(film);
+});
+
+test('an output that the subtitles do not have is refused', async () => {
+  await refuses(beside('film.marked.srt'), { output: 'ass' }, 400, 'BadRequest');
+  await refuses(beside('film.ssa'), { output: 'sup' }, 400, 'BadRequest');
+  await refuses(beside('film.ssa'), { output: '../ass' }, 400, 'BadRequest');
 });

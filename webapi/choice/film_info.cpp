@@ -5,29 +5,55 @@
 #include "webapi/choice/explain.h"
 #include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
+#include "webapi/library/subtitle_form.h"
 
 namespace webapi {
 namespace {
 
 using LibOrvoQMX::VideoMetaData;
 
+// A container whose text tracks are shown, or a Blu-ray's, which holds pictures only.
+bool HoldsSubtitles(const std::string& container, SubtitleForm form) {
+  return libmrv::subtitle::IsAllowEmbaddedSubtitleContiner(container) ||
+         (container == "mpegts" && form == SubtitleForm::kPicture);
+}
+
+Json::Value DescribeTrack(const Json::Value& track, SubtitleForm form) {
+  Json::Value entry(Json::objectValue);
+  entry["id"] = track["track"];
+  entry["language"] = track["language"];
+  entry["title"] = track["title"];
+  entry["source"] = "embedded";
+  entry["form"] = WordOf(form);
+  entry["codec"] = track["codec"];
+  if (track["is_forced"] == true) {
+    entry["forced"] = true;
+  }
+  return entry;
+}
+
 Json::Value EmbeddedSubtitles(const VideoMetaData& film) {
   Json::Value found(Json::arrayValue);
   Json::Value tracks;
-  if (!libmrv::subtitle::IsAllowEmbaddedSubtitleContiner(film.GetContainer()) ||
-      !film.GetSubtitleTrackInfo(tracks)) {
-    return found;
-  }
+  film.GetSubtitleTrackInfo(tracks);
   for (const Json::Value& track : tracks) {
-    if (libmrv::subtitle::IsTextBaseSubtitleCodec(track["codec"].asString())) {
-      Json::Value& entry = found.append(Json::Value(Json::objectValue));
-      entry["id"] = track["track"];
-      entry["language"] = track["language"];
-      entry["title"] = track["title"];
-      entry["source"] = "embedded";
+    const SubtitleForm form = FormOfCodec(track["codec"].asString());
+    if (form != SubtitleForm::kNone && HoldsSubtitles(film.GetContainer(), form)) {
+      found.append(DescribeTrack(track, form));
     }
   }
   return found;
+}
+
+Json::Value DescribeSubtitleFile(const Json::Value& file) {
+  const Json::Value info = libmrv::subtitle::PathInfo(file.asString());
+  Json::Value entry(Json::objectValue);
+  entry["id"] = file;
+  entry["language"] = info["language"];
+  entry["title"] = info["basename"];
+  entry["source"] = "file";
+  entry["form"] = WordOf(FormOfFile(info["extension"].asString()));
+  return entry;
 }
 
 Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
@@ -35,12 +61,7 @@ Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
   Json::Value files(Json::arrayValue);
   libmrv::subtitle::GetExternalSubtitle(path, files);
   for (const Json::Value& file : files) {
-    const Json::Value info = libmrv::subtitle::PathInfo(file.asString());
-    Json::Value& entry = found.append(Json::Value(Json::objectValue));
-    entry["id"] = file;
-    entry["language"] = info["language"];
-    entry["title"] = info["basename"];
-    entry["source"] = "file";
+    found.append(DescribeSubtitleFile(file));
   }
   return found;
 }

@@ -1,8 +1,12 @@
 #include "webapi/subtitles/subtitle.h"
 
+#include <algorithm>
+#include <array>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/confinement.h"
@@ -21,7 +25,18 @@
 namespace webapi {
 namespace {
 
-constexpr char kContentType[] = "text/vtt; charset=utf-8";
+// What a caller may ask for (`output`).
+struct Output {
+  std::string_view word;
+  SubtitleForm form;  // of the subtitles that have this output; kNone: all but pictures
+  const char* contentType;
+};
+constexpr std::array kOutputs = {
+    Output{"", SubtitleForm::kNone, "text/vtt; charset=utf-8"},
+    Output{"webvtt", SubtitleForm::kNone, "text/vtt; charset=utf-8"},
+    Output{"ass", SubtitleForm::kAss, "text/x-ssa; charset=utf-8"},
+    Output{"sup", SubtitleForm::kPicture, "application/octet-stream"},
+};
 constexpr int64_t kLastSecond = 1000 * 3600;
 
 struct Span {
@@ -157,27 +172,102 @@ bool GetText(const Stream& stream, const SubtitleSource& source, const std::stri
                               : source.Read(text, refusal);
 }
 
+// The request's parameters after their check.
+struct Wish {
+  std::string subtitleId;
+  std::string codepage;
+  Span span;
+  const Output* output = nullptr;
+};
+
+bool IsOffered(SubtitleForm form, const Output& output) {
+  return output.form == SubtitleForm::kNone ? form != SubtitleForm::kPicture : form == output.form;
+}
+
+// The source of the wanted subtitles. Returns null and sets the refusal if they do not exist or do
+// not have this output.
+std::unique_ptr<SubtitleSource> SourceOf(const Stream& stream, const Wish& wish, Answer& refusal) {
+  auto source = SubtitleSource::Find(stream.film, stream.file, wish.subtitleId, refusal);
+  if (source != nullptr && !IsOffered(source->Form(), *wish.output)) {
+    refusal = Answer::Failure(kBadRequest, "These subtitles have another form than this output.");
+    return nullptr;
+  }
+  return source;
+}
+
 // The whole track, stored or newly converted. No lock is held while it is converted. Returns false
 // and sets the refusal on failure.
-bool GetTrack(const Stream& stream, const std::string& subtitleId, const std::string& codepage,
-              std::string& webVtt, Answer& refusal) {
+bool GetTrack(const Stream& stream, const Wish& wish, std::string& webVtt, Answer& refusal) {
   // No code page's name contains a line end, so two pairs never have the same key.
-  const KeptFile kept(stream.folder, subtitleId + "\n" + codepage, ".vtt");
+  const KeptFile kept(stream.folder, wish.subtitleId + "\n" + wish.codepage, ".vtt");
   if (kept.Load(webVtt)) {
     return true;
   }
-  const auto source = SubtitleSource::Find(stream.film, stream.file, subtitleId, refusal);
+  const auto source = SourceOf(stream, wish, refusal);
   std::string text;
-  if (source == nullptr || !GetText(stream, *source, subtitleId, text, refusal)) {
+  if (source == nullptr || !GetText(stream, *source, wish.subtitleId, text, refusal)) {
     return false;
   }
   const auto place = TakeSubtitlePlace(refusal);
   if (!place) {
     return false;
   }
-  webVtt = source->Convert(text, codepage);
+  webVtt = source->Convert(text, wish.codepage);
   kept.Save(webVtt);
   return true;
+}
+
+// Reads the parameters. Returns nothing and sets the refusal if one is missing or wrong.
+std::optional<Wish> WishOf(const Request& request, Answer& refusal) {
+  const auto fail = [&refusal](const char* message) {
+    refusal = Answer::Failure(kBadRequest, message);
+    return std::nullopt;
+  };
+  const auto span = SpanOf(request);
+  if (!span) {
+    return fail("The times must be whole seconds, the end not before the start.");
+  }
+  if (!request.Has("subtitle_id")) {
+    return fail("The parameter subtitle_id is missing.");
+  }
+  const std::string codepage = request.Text("subtitle_codepage");
+  if (!codepage.empty() && !IsCharacterSet(codepage)) {
+    return fail("This server knows no code page of this name.");
+  }
+  const std::string word = request.Text("output");
+  const auto* const output = std::find_if(kOutputs.begin(), kOutputs.end(),
+                                          [&](const Output& one) { return one.word == word; });
+  if (output == kOutputs.end()) {
+    return fail("The output must be webvtt, ass or sup.");
+  }
+  return Wish{request.Text("subtitle_id"), codepage, *span, output};
+}
+
+Answer SendWebVtt(const Request& request, const Stream& stream, Wish wish) {
+  Answer refusal = Answer::Failure(kInternal);
+  std::string webVtt;
+  if (!GetTrack(stream, wish, webVtt, refusal)) {
+    return refusal;
+  }
+  if (ReachesTheEnd(wish.span, stream.film)) {
+    wish.span.end = Span().end;
+  }
+  // The track is parsed and written again even if all of it is sent, because the stored file may be
+  // damaged.
+  const auto cues = Slice(ParseWebVtt(webVtt), wish.span.start, wish.span.end);
+  return SendText(request, wish.output->contentType, WriteWebVtt(cues));
+}
+
+// Sends the whole track as the film has it. Scripts come in UTF-8.
+Answer SendAsItIs(const Request& request, const Stream& stream, const Wish& wish) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto source = SourceOf(stream, wish, refusal);
+  std::string text;
+  if (source == nullptr || !GetText(stream, *source, wish.subtitleId, text, refusal)) {
+    return refusal;
+  }
+  const bool isScript = source->Form() == SubtitleForm::kAss;
+  return SendText(request, wish.output->contentType, isScript ? ToUtf8(text, wish.codepage) : text);
 }
 
 }  // namespace
@@ -187,33 +277,16 @@ Answer GetSubtitle(const Request& request) {
   if (StreamIdOf(request, refusal).empty()) {
     return refusal;
   }
-  auto span = SpanOf(request);
-  if (!span) {
-    return Answer::Failure(kBadRequest,
-                           "The times must be whole seconds, the end not before the start.");
-  }
-  if (!request.Has("subtitle_id")) {
-    return Answer::Failure(kBadRequest, "The parameter subtitle_id is missing.");
-  }
-  const std::string codepage = request.Text("subtitle_codepage");
-  if (!codepage.empty() && !IsCharacterSet(codepage)) {
-    return Answer::Failure(kBadRequest, "This server knows no code page of this name.");
+  const auto wish = WishOf(request, refusal);
+  if (!wish) {
+    return refusal;
   }
   const auto stream = StreamOf(request, refusal);
   if (!stream) {
     return refusal;
   }
-  std::string webVtt;
-  if (!GetTrack(*stream, request.Text("subtitle_id"), codepage, webVtt, refusal)) {
-    return refusal;
-  }
-  if (ReachesTheEnd(*span, stream->film)) {
-    span->end = Span().end;
-  }
-  // The track is parsed and written again even if all of it is sent, because the stored file may be
-  // damaged.
-  return SendText(request, kContentType,
-                  WriteWebVtt(Slice(ParseWebVtt(webVtt), span->start, span->end)));
+  return wish->output->form == SubtitleForm::kNone ? SendWebVtt(request, *stream, *wish)
+                                                   : SendAsItIs(request, *stream, *wish);
 }
 
 }  // namespace webapi

@@ -30,6 +30,8 @@ namespace {
 
 constexpr char kExtractor[] = "/usr/bin/ffmpeg";
 constexpr int64_t kLargestFile = 20 << 20;
+// A track of pictures for a long film has 30 to 50 MB.
+constexpr int64_t kLargestPictures = 60 << 20;
 // An extraction that needs more processor time than this is an attack.
 constexpr char kExtractionSeconds[] = "300";
 
@@ -42,14 +44,14 @@ std::string TextIn(const Json::Value& object, const char* key) {
   return object.isObject() && object[key].isString() ? object[key].asString() : "";
 }
 
-bool ReadAllOf(int fd, std::string& content) {
+bool ReadAllOf(int fd, std::string& content, int64_t largest = kLargestFile) {
   std::array<char, 65536> buffer;
   for (;;) {
     const ssize_t count = read(fd, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) {
       continue;
     }
-    if (count <= 0 || content.size() > static_cast<size_t>(kLargestFile)) {
+    if (count <= 0 || content.size() > static_cast<size_t>(largest)) {
       return count == 0;
     }
     content.append(buffer.data(), static_cast<size_t>(count));
@@ -69,8 +71,10 @@ std::string FolderOf(const std::string& path) {
 
 class SubtitleFile : public SubtitleSource {
  public:
-  SubtitleFile(orvo::MediaFile file, SubtitleParser parse)
-      : file_(std::move(file)), parse_(parse) {}
+  SubtitleFile(orvo::MediaFile file, SubtitleForm form, SubtitleParser parse)
+      : file_(std::move(file)), form_(form), parse_(parse) {}
+
+  SubtitleForm Form() const override { return form_; }
 
   bool IsExtracted() const override { return false; }
 
@@ -92,6 +96,7 @@ class SubtitleFile : public SubtitleSource {
 
  private:
   orvo::MediaFile file_;
+  SubtitleForm form_;
   SubtitleParser parse_;
 };
 
@@ -123,27 +128,30 @@ orvo::MediaFile OpenBeside(const std::string& film, const std::string& path) {
 
 std::unique_ptr<SubtitleSource> FindFile(const std::string& film, const std::string& id) {
   const std::string path = IsListed(film, id) ? RealPath(id) : "";
-  const SubtitleParser parse = ParserFor(libmrv::subtitle::PathInfo(id)["extension"].asString());
+  const std::string ending = libmrv::subtitle::PathInfo(id)["extension"].asString();
+  const SubtitleParser parse = ParserFor(ending);
   orvo::MediaFile file =
       path.empty() || parse == nullptr ? orvo::MediaFile() : OpenBeside(film, path);
-  return file.IsOpen() ? std::make_unique<SubtitleFile>(std::move(file), parse) : nullptr;
+  return file.IsOpen() ? std::make_unique<SubtitleFile>(std::move(file), FormOfFile(ending), parse)
+                       : nullptr;
 }
 
 // --- Tracks
 
-// How to extract a codec's text from its container. The text stays unchanged if it has a file
+// How to extract a codec's subtitles from its container. They stay unchanged if they have a file
 // format.
 struct Extraction {
   std::string_view codec;
   const char* encoder;
   const char* format;
-  SubtitleParser parse;
+  SubtitleParser parse;  // null for pictures
 };
 constexpr std::array kExtractions = {
     Extraction{"subrip", "copy", "srt", ParseSrt},
     Extraction{"ass", "copy", "ass", ParseScript},
     Extraction{"ssa", "copy", "ass", ParseScript},
     Extraction{"mov_text", "ass", "ass", ParseScript},
+    Extraction{"hdmv_pgs_subtitle", "copy", "sup", nullptr},
 };
 
 // The demuxer of each container whose tracks are shown. The extraction uses the same demuxer as the
@@ -155,6 +163,7 @@ struct Container {
 constexpr std::array kContainers = {
     Container{"matroska,webm", "matroska"},
     Container{"mov,mp4,m4a,3gp,3g2,mj2", "mov"},
+    Container{"mpegts", "mpegts"},
 };
 
 class SubtitleTrack : public SubtitleSource {
@@ -163,6 +172,8 @@ class SubtitleTrack : public SubtitleSource {
   SubtitleTrack(const orvo::MediaFile& film, const Container& container, std::string track,
                 const Extraction& extraction)
       : film_(film), container_(container), track_(std::move(track)), extraction_(extraction) {}
+
+  SubtitleForm Form() const override { return FormOfCodec(std::string(extraction_.codec)); }
 
   bool IsExtracted() const override { return true; }
 
@@ -204,7 +215,11 @@ class SubtitleTrack : public SubtitleSource {
     if (status < 0 || (status >= kSignalled && status != kTimeLimitReached)) {
       return false;
     }
-    return lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text);
+    return lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text, Largest());
+  }
+
+  int64_t Largest() const {
+    return Form() == SubtitleForm::kPicture ? kLargestPictures : kLargestFile;
   }
 
   // Skips the packets of all other tracks, so a long film is read at about the disk's speed.
@@ -232,7 +247,7 @@ class SubtitleTrack : public SubtitleSource {
             "-c:s",
             extraction_.encoder,
             "-fs",
-            std::to_string(kLargestFile),
+            std::to_string(Largest()),
             "-f",
             extraction_.format,
             "pipe:" + std::to_string(output)};

@@ -1,8 +1,10 @@
 // The engines that play each kind of stream in this browser.
 import { BrowserFile } from './file.js';
 import { Segments } from './hls.js';
+import { PictureTrack } from './picture_track.js';
 import { Progressive } from './progressive.js';
 import { Smooth } from './smooth.js';
+import { SubtitleTrack } from './subtitle_track.js';
 
 // The page loads this engine when it first plays a film with it.
 const loadCmaf = async () => (await import('./cmaf/engine.js')).Cmaf;
@@ -19,3 +21,6 @@ export function engineFor(kind, can) {
   const isNative = kind === 'hls' && (!can.segments || (can.nativeHls && isApple()));
   return isNative ? BrowserFile : ENGINES[kind];
 }
+
+// The class that shows subtitles of this form.
+export const trackFor = (form) => (form === 'picture' ? PictureTrack : SubtitleTrack);

@@ -14,11 +14,13 @@ const HOPELESS_SECONDS = 60; // without progress, after which the method has fai
 const SAME_EVERYWHERE = new Set(['Unauthorized', 'Forbidden', 'NotFound', 'Unreachable']);
 
 export class Playback extends EventTarget {
-  // `engineFor`: gives the class that plays a kind in a browser with these abilities.
-  constructor(video, engineFor) {
+  // `engineFor`: gives the class that plays a kind in a browser with these abilities; `trackFor`: the one that shows
+  // subtitles of a form.
+  constructor(video, engineFor, trackFor = () => SubtitleTrack) {
     super();
     this.video = video;
     this.engineFor = engineFor;
+    this.trackFor = trackFor;
     this.can = abilitiesOf(video);
     this.wish = { muted: video.muted, speed: 1 }; // the viewer's settings; a catch-up changes the element's for a while
     this.subtitles = [null, null]; // the tracks over the picture
@@ -369,8 +371,14 @@ export class Playback extends EventTarget {
         return shown;
       }
       shown?.remove();
-      return id === '' ? null : new SubtitleTrack(this.video, this.stream.stream_id, id, this.subtitleShift(), place > 0);
+      return id === '' ? null : this.makeSubtitle(id, place > 0);
     });
+  }
+
+  makeSubtitle(id, isAbove) {
+    const form = this.film.info.subtitles.find((subtitle) => String(subtitle.id) === id)?.form;
+    const Track = this.trackFor(form);
+    return new Track(this.video, this.stream.stream_id, id, this.subtitleShift(), isAbove);
   }
 
   moveSubtitles() {

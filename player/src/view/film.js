@@ -38,7 +38,7 @@ const TRACKS = {
 export const audioText = (track, index) => list(languageText(track.language), track.title, codecOf(track)) || `Track ${index + 1}`;
 
 // A subtitle file's title is its name.
-export const subtitleText = (subtitle, index) => list(languageText(subtitle.language), subtitle.title) || `Subtitle ${index + 1}`;
+export const subtitleText = (subtitle, index) => list(languageText(subtitle.language), subtitle.title, subtitle.forced && t('forced')) || `Subtitle ${index + 1}`;
 
 function tracksTable({ metadata, subtitles }) {
   const { video = [], audio = [] } = metadata.track_info;

@@ -5,7 +5,7 @@ import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
 import { t } from '../language.js';
 import { recentFilmInfo } from '../playback/client.js';
-import { engineFor } from '../playback/engines.js';
+import { engineFor, trackFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { wordsOf } from '../words.js';
@@ -35,7 +35,7 @@ export class PlayerView {
   constructor() {
     this.section = find('film');
     this.video = find('video');
-    this.playback = new Playback(this.video, engineFor);
+    this.playback = new Playback(this.video, engineFor, trackFor);
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();

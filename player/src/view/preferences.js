@@ -22,12 +22,27 @@ export function remember(name, value) {
   }
 }
 
+// Can the page show this subtitle? Pictures of DVDs it cannot.
+export const isShown = ({ form, codec }) => form !== 'picture' || codec === 'hdmv_pgs_subtitle';
+
+// The subtitle in the viewer's language. Without one, a forced subtitle in the language of the sound shows itself: it
+// translates what the film itself leaves in another language.
+function subtitleFor({ subtitles }, wanted, spoken) {
+  const shown = subtitles.filter(isShown);
+  const fitting = wanted ? shown.filter(({ language }) => language === wanted) : [];
+  return fitting.find(({ forced }) => !forced) ?? fitting[0] ?? shown.find(({ forced, language }) => forced && language === spoken);
+}
+
+const idOf = (subtitle) => String(subtitle?.id ?? '');
+
 // The first choice for a film: sound, subtitles and quality as the viewer chose them last. `kinds`: the methods that the
 // page may use; `kind`: the one that the address names, or ''.
 export function choiceOf(info, kinds = [], kind = '') {
   const { subtitleLanguage, secondLanguage, soundLanguage, quality } = preferences();
-  const subtitleIn = (wanted) => String((wanted && info.subtitles.find(({ language }) => language === wanted)?.id) ?? '');
-  const sound = soundLanguage && info.metadata.track_info.audio.find(({ language }) => language === soundLanguage);
+  const { audio = [] } = info.metadata.track_info;
+  const sound = soundLanguage && audio.find(({ language }) => language === soundLanguage);
+  const spoken = (sound || audio[0])?.language;
+  const second = secondLanguage && info.subtitles.find((subtitle) => isShown(subtitle) && subtitle.language === secondLanguage);
   const named = quality && qualityNamed(info, kind ? [kind] : kinds, quality);
-  return { kind, profile: '', ...named, audio: sound ? sound.id : '', subtitle: subtitleIn(subtitleLanguage), second: subtitleIn(secondLanguage) };
+  return { kind, profile: '', ...named, audio: sound ? sound.id : '', subtitle: idOf(subtitleFor(info, subtitleLanguage, spoken)), second: idOf(second || null) };
 }
