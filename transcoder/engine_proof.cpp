@@ -25,7 +25,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kProofFilm[] = "/transcoder_proof_";
 constexpr char kEncodersName[] = "/transcoder_encoders";
-constexpr int kPatience = 10000;  // milliseconds
+constexpr int kPatience = 10000;         // milliseconds
+constexpr int kWrapperPatience = 60000;  // its first run makes GStreamer's list of plugins
 
 // The pictures of a proof: a grid of gray squares that changes with each picture.
 constexpr int kColumns = 16;
@@ -204,7 +205,7 @@ class ProofFilm {
         isMade_ ? RunWithin(program,
                             {program, "-s", "0", "-i", path_, "--vb", size.rate, "--size",
                              size.name, "--encoders", "hardware", "-o", "fd:1"},
-                            kPatience, &output)
+                            kWrapperPatience, &output)
                 : -1;
     return status == 0 ? std::optional(std::move(output)) : std::nullopt;
   }
