@@ -12,6 +12,7 @@
 
 #include "mirevo/account_command.h"
 #include "mirevo/analyze_command.h"
+#include "mirevo/cluster_command.h"
 #include "mirevo/completion_command.h"
 #include "mirevo/convert_command.h"
 #include "mirevo/doctor_command.h"
@@ -68,7 +69,8 @@ int Run(int argc, char** argv) {
        {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
         mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
         mirevo::AddAnalyzeCommand, mirevo::AddConvertCommand, mirevo::AddPlatformCommand,
-        mirevo::AddHardwareCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
+        mirevo::AddHardwareCommand, mirevo::AddClusterCommand, mirevo::AddDoctorCommand,
+        mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {

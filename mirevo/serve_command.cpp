@@ -51,6 +51,10 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
                   "The connections that one address may have at a time. Default: 512")
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
+  command
+      .add_option("--cluster_key", options->clusterKey,
+                  "The key that this box shares with the others of its cluster")
+      ->type_name("FILE");
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");

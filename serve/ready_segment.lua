@@ -9,7 +9,8 @@ local headers = lighty.r.req_header
 
 -- The parameters of the query, or nil unless each one is known, plain and there once. A value may stand in quotes.
 local function parameters_of(query)
-  local known = { api = true, version = true, method = true, format = true, stream_id = true, fragment_id = true, _sid = true }
+  local known = { api = true, version = true, method = true, format = true, stream_id = true, fragment_id = true, _sid = true,
+    ticket = true }
   local found, rest = {}, query .. "&"
   while rest ~= "" do
     local name, text, more = rest:match("^([%w_]+)=([%w_.%%-]*)&(.*)$")
@@ -69,8 +70,8 @@ local function is_private(folder)
   return found and own and found.is_dir and found.st_uid == own.st_uid and found.st_mode & 63 == 0
 end
 
--- The stream's folder if the pass counts for this link.
-local function folder_for(id, link)
+-- The stream's folder if the pass counts for this link and this sealed ticket.
+local function folder_for(id, link, sealed)
   local tickets = root .. "/tmp/Mirevo/tickets"
   local ticket = tickets .. "/" .. id
   local pass = is_private(tickets) and io.open(ticket .. ".pass", "r")
@@ -79,11 +80,13 @@ local function folder_for(id, link)
   end
   local version, folder, its_link = pass:read("l", "l", "l")
   local states = { pass:read("l", "l", "l") }
+  local its_sealed = pass:read("l")
   pass:close()
   local counts = version == "pass 1" and states[1] == state_of(ticket) and states[1] ~= "-"
     and states[2] == state_of(root .. "/var/packages/Mirevo/etc/accounts")
     and states[3] == state_of(root .. "/run/mirevo/lighttpd.conf")
     and (its_link == "" or (link ~= nil and same(link, its_link)))
+    and (sealed == nil or (its_sealed ~= nil and same(sealed, its_sealed)))
   return counts and folder or nil
 end
 
@@ -115,7 +118,7 @@ local id, number = asked.stream_id or "", asked.fragment_id or ""
 if #id ~= 41 or not id:match("^[0-9a-f]+_%w+$") or not number:match("^%d+$") or #number > 7 then
   return
 end
-local folder = folder_for(id, asked._sid)
+local folder = folder_for(id, asked._sid, asked.ticket)
 if not folder then
   return
 end

@@ -38,6 +38,7 @@
 #include "util/private_folder.h"
 #include "util/state_roots.h"
 #include "util/system_files.h"
+#include "webapi/cluster/cluster_keys.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
@@ -251,9 +252,20 @@ bool MayListen(const std::vector<Endpoint>& endpoints) {
                 CommandLine("account add NAME"));
 }
 
+// The web server runs elsewhere. "" stays "".
+std::string AbsolutePath(const std::string& path) {
+  return path.empty() ? "" : std::filesystem::absolute(path).string();
+}
+
 bool CanRead(const std::string& file) {
   const bool canRead = file.empty() || access(file.c_str(), R_OK) == 0;
   return canRead || Refuse(file, errno);
+}
+
+// Addresses of streams would otherwise work on this box alone, and nobody would see why.
+bool CanSeal(const std::string& keyFile) {
+  const std::string problem = keyFile.empty() ? "" : webapi::ReadClusterKeys(keyFile).problem;
+  return problem.empty() || Refuse(problem);
 }
 
 // Opens a socket for each endpoint, all on the first one's port. Returns none if one of them fails.
@@ -419,7 +431,8 @@ bool IsOrigin(const std::string& text) {
 int Serve(const Options& options) {
   const std::string state = orvo::SystemPath(kStateFolder);
   std::vector<Endpoint> endpoints = EndpointsOf(options);
-  if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key)) {
+  if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key) ||
+      !CanSeal(options.clusterKey)) {
     return 1;
   }
   if (const int refused = PrepareState(); refused != 0) {
@@ -445,11 +458,11 @@ int Serve(const Options& options) {
   // A stream's link works like a login, so only this user may read these files.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
-  return Run(
-      {package + "player", package + "webapi", state, SendFolders(), endpoints, options.hosts,
-       options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
-       options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies},
-      belongings, browser.Get(), {options.analysis, options.conversions});
+  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
+              options.hosts, options.origins, options.certificate, options.key,
+              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress,
+              package + "lib/ready_segment.lua", options.proxies, AbsolutePath(options.clusterKey)},
+             belongings, browser.Get(), {options.analysis, options.conversions});
 }
 
 }  // namespace serve

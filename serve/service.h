@@ -27,6 +27,7 @@ struct Options {
   int connectionsPerAddress = 512;   // at a time; proxies have no limit
   std::string certificate;           // PEM file; "" for no encryption
   std::string key;                   // PEM file; "" if the certificate file holds it
+  std::string clusterKey;            // key file (webapi/cluster); "" for a service on its own
 };
 
 // Is this a host in the form of a URL: a name or an address, in lower case, with or without a port?

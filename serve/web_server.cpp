@@ -191,6 +191,9 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
+  if (!server.clusterKey.empty()) {
+    add("MIREVO_CLUSTER_KEY", server.clusterKey);
+  }
   if (IsFarther(server)) {
     // This holds even if the last account is removed later.
     add("MIREVO_LOGIN", "required");

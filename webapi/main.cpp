@@ -12,6 +12,7 @@
 #include "webapi/access/identity.h"
 #include "webapi/access/login.h"
 #include "webapi/access/origin.h"
+#include "webapi/access/sealed_ticket.h"
 #include "webapi/choice/film_info.h"
 #include "webapi/conversions/conversions.h"
 #include "webapi/http/answer.h"
@@ -113,6 +114,9 @@ Answer Make(const Call& call, Request& request) {
                            "The parameters of this call must be in the body, not in the address.");
   }
   webapi::SetDeadline(call.seconds);
+  if (auto refusal = webapi::RefuseSealedTicket(request)) {
+    return *refusal;
+  }
   request.SetCaller(webapi::FindCaller(request, call.right));
   const webapi::Caller& caller = request.MadeBy();
   Answer refusal = Answer::Failure(webapi::kInternal);

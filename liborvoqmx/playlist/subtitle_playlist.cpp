@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kPlaceholder = "__ORVO_SUBTITLE_ID_PLACEHOLDER__";
 
 // Options that the requests for subtitle segments repeat.
-constexpr std::array kPassedOptions = {"api", "version", "method", "_sid", "OrvoToken"};
+constexpr std::array kPassedOptions = {"api", "version", "method", "_sid", "OrvoToken", "ticket"};
 
 bool Has(const Json::Value& options, const char* name) {
   return options.isObject() && options.isMember(name);

@@ -20,7 +20,7 @@ struct PassedParameter {
 constexpr std::array kPassedTexts = {
     PassedParameter{"method", false},    PassedParameter{"token", true},
     PassedParameter{"_sid", true},       PassedParameter{"OrvoToken", false},
-    PassedParameter{"sharing_id", true},
+    PassedParameter{"sharing_id", true}, PassedParameter{"ticket", false},
 };
 
 // A text member of the request; null for a member of another type.

@@ -136,19 +136,23 @@ export class Viewer {
     await this.runsFrom(second, timeout);
   }
 
-  // Shows the controls, which hide while a film plays.
+  // Shows the controls, which hide while a film plays. They stay, because on a busy machine seconds may pass before the
+  // next step.
   wake() {
-    return this.page.locator('.stage').dispatchEvent('pointermove');
+    return this.page.locator('.stage').evaluate((stage) => {
+      const move = () => stage.dispatchEvent(new Event('pointermove'));
+      move();
+      window.moving ??= setInterval(move, 500);
+    });
   }
 
   // Opens the settings if necessary, and chooses an option.
   async set(label, option) {
     await this.wake();
     const settings = this.page.getByRole('button', { name: 'Settings' });
-    // On a busy machine the controls may hide between a look and a click.
-    if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.dispatchEvent('click');
+    if ((await settings.getAttribute('aria-expanded')) === 'false') await settings.click();
     await this.page.getByRole('combobox', { name: label, exact: true }).selectOption(option);
-    await settings.dispatchEvent('click');
+    await settings.click();
   }
 
   // Waits for this sentence over the picture.

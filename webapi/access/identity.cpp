@@ -34,7 +34,7 @@ std::optional<Caller> ByLink(const Request& request, const std::string& link) {
   if (!accounts::IsSecret(link)) {
     return std::nullopt;
   }
-  const auto ticket = Ticket::Read(request.StreamId());
+  const auto ticket = Ticket::Of(request);
   if (!ticket || !accounts::SameSecret(ticket->Parameter("link"), link)) {
     return std::nullopt;
   }

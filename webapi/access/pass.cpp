@@ -50,6 +50,8 @@ void LeavePass(const Caller& caller, const Ticket& ticket) {
   pass += StateOf(ticket.FilePath(), isSettled) + "\n";
   pass += StateOf(orvo::SystemPath(kAccounts), isSettled) + "\n";
   pass += StateOf(orvo::SystemPath(kWebServer), isSettled) + "\n";
+  const std::string sealed = ticket.Parameter(kSealedParameter);
+  pass += sealed.empty() ? "" : sealed + "\n";
   const bool isLine = folder.find('\n') == std::string::npos && !folder.empty();
   if (MayHavePass(caller) && isSettled && isLine) {
     orvo::ReplaceFile(path, pass, kMode);

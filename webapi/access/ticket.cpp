@@ -24,6 +24,7 @@ using LibOrvoQMX::StreamDirectory;
 
 constexpr char kFolder[] = "/tmp/Mirevo/tickets";
 constexpr char kLock[] = "/.locks";
+constexpr char kClosedEnding[] = ".closed";
 constexpr mode_t kMode = 0600;  // a ticket's link works like a login
 constexpr size_t kDigestLength = 32;
 constexpr size_t kStreamIdLength = 41;
@@ -34,6 +35,10 @@ std::string TicketFolder() {
 
 std::string PathOf(const std::string& streamId) {
   return TicketFolder() + "/" + streamId;
+}
+
+std::string ClosedPathOf(const std::string& streamId) {
+  return PathOf(streamId) + kClosedEnding;
 }
 
 // A ticket may be damaged. A member of the wrong type counts as absent.
@@ -118,9 +123,25 @@ std::optional<Ticket> Ticket::Read(const std::string& streamId) {
 std::optional<Ticket> Ticket::Of(const Request& request) {
   const std::string streamId = request.StreamId();
   const Caller& caller = request.MadeBy();
-  return !caller.linkedStream.empty() && caller.linkedStream == streamId
-             ? Ticket(streamId, caller.linkedTicket)
-             : Read(streamId);
+  if (!caller.linkedStream.empty() && caller.linkedStream == streamId) {
+    return Ticket(streamId, caller.linkedTicket);
+  }
+  auto ticket = Read(streamId);
+  if (!ticket && IsContent(request.SealedTicket())) {
+    ticket = Ticket(streamId, request.SealedTicket());
+  }
+  return ticket;
+}
+
+std::optional<Ticket> Ticket::Draft(const std::string& streamId, const std::string& kind,
+                                    const Json::Value& parameters) {
+  Json::Value content(Json::objectValue);
+  content["kind"] = kind;
+  content["parameters"] = parameters;
+  const bool isRead = LibMirevo::ReadJsonFromFileWithoutLock(
+      StreamDirectory(kind, streamId).RecordPath(), content["record"]);
+  return isRead && IsContent(content) ? std::optional(Ticket(streamId, std::move(content)))
+                                      : std::nullopt;
 }
 
 std::vector<std::string> Ticket::All() {
@@ -144,6 +165,25 @@ bool Ticket::Exists(const std::string& streamId) {
   return IsStreamId(streamId) && IsThere(PathOf(streamId));
 }
 
+void Ticket::MarkClosed(const std::string& streamId) {
+  if (IsStreamId(streamId) && orvo::MakePrivateFolder(TicketFolder())) {
+    orvo::ReplaceFile(ClosedPathOf(streamId), "", kMode);
+  }
+}
+
+time_t Ticket::ClosedAt(const std::string& streamId) {
+  return IsStreamId(streamId) ? ModifiedAt(ClosedPathOf(streamId)) : 0;
+}
+
+void Ticket::ForgetClosed(time_t before) {
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator(TicketFolder(), failure)) {
+    if (entry.path().extension() == kClosedEnding && ModifiedAt(entry.path()) < before) {
+      unlink(entry.path().c_str());
+    }
+  }
+}
+
 std::string Ticket::FolderPath() {
   return TicketFolder();
 }
@@ -151,6 +191,10 @@ std::string Ticket::FolderPath() {
 orvo::FileLock Ticket::LockFolder(const std::string& name) {
   orvo::MakePrivateFolder(TicketFolder());
   return Hold(name);
+}
+
+bool Ticket::IsSealed() const {
+  return content_.isMember(kOpeningMember);
 }
 
 std::string Ticket::Kind() const {
@@ -232,15 +276,11 @@ HeldTicket::HeldTicket(std::string streamId, Json::Value content, orvo::FileLock
 
 std::optional<HeldTicket> HeldTicket::Create(const std::string& streamId, const std::string& kind,
                                              const Json::Value& parameters) {
-  Json::Value content(Json::objectValue);
-  content["kind"] = kind;
-  content["parameters"] = parameters;
-  if (!LibMirevo::ReadJsonFromFileWithoutLock(StreamDirectory(kind, streamId).RecordPath(),
-                                              content["record"]) ||
-      !IsContent(content) || !orvo::MakePrivateFolder(TicketFolder())) {
+  const auto draft = Draft(streamId, kind, parameters);
+  if (!draft || !orvo::MakePrivateFolder(TicketFolder())) {
     return std::nullopt;
   }
-  HeldTicket ticket(streamId, std::move(content), Hold(streamId));
+  HeldTicket ticket(streamId, draft->Content(), Hold(streamId));
   return ticket.lock_.IsHeld() && ticket.Save() ? std::optional(std::move(ticket)) : std::nullopt;
 }
 
@@ -263,6 +303,11 @@ std::optional<HeldTicket> HeldTicket::Take(const std::string& streamId, Answer& 
   auto ticket = Read(streamId);
   return ticket ? std::optional(HeldTicket(streamId, ticket->Content(), std::move(lock)))
                 : std::nullopt;
+}
+
+bool HeldTicket::SetParameter(const std::string& name, const std::string& value) {
+  content_["parameters"][name] = value;
+  return Save();
 }
 
 bool HeldTicket::SetOwner(const std::string& owner, pid_t pid, int startSeconds) {
@@ -302,6 +347,13 @@ std::optional<orvo::MediaFile> OpenFilmOf(const Ticket& ticket, Answer& refusal)
 
 std::string StreamLink(const Ticket& ticket) {
   return ticket.Parameter("link");
+}
+
+std::string AddressEnd(const Ticket& ticket) {
+  const std::string link = StreamLink(ticket);
+  const std::string sealed = ticket.Parameter(kSealedParameter);
+  return (link.empty() ? "" : "&_sid=" + link) +
+         (sealed.empty() ? "" : std::string("&") + kSealedParameter + "=" + sealed);
 }
 
 bool MayUse(const Caller& caller, const Ticket& stream, Answer& refusal) {

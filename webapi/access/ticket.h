@@ -30,6 +30,10 @@ namespace webapi {
 // 32 hexadecimal digits, "_", 8 letters or digits.
 bool IsStreamId(const std::string& text);
 
+// The member of a ticket's content that only one from an address has: what the address promises of
+// the stream.
+inline constexpr char kOpeningMember[] = "opening";
+
 // The answer to a request for a stream without a ticket.
 inline constexpr char kStreamClosed[] = "This stream has been closed. Open the film again.";
 
@@ -41,8 +45,15 @@ class Ticket {
   static std::optional<Ticket> Read(const std::string& streamId);
 
   // The ticket of the request's stream. Uses the copy that the link was checked against, if there
-  // is one, and reads the ticket otherwise.
+  // is one, and reads the ticket otherwise. Where there is none, uses the one that the address
+  // carries (sealed_ticket.h).
   static std::optional<Ticket> Of(const Request& request);
+
+  // The ticket of a stream whose directory and record exist, before it is written. `parameters` are
+  // the texts of the opening that later requests need. Returns nothing if the record cannot be
+  // read.
+  static std::optional<Ticket> Draft(const std::string& streamId, const std::string& kind,
+                                     const Json::Value& parameters);
 
   // The ids of all tickets.
   static std::vector<std::string> All();
@@ -53,10 +64,21 @@ class Ticket {
   // Is there a ticket for this stream?
   static bool Exists(const std::string& streamId);
 
+  // Remembers that a stream has been closed, because a sealed ticket would make it again.
+  static void MarkClosed(const std::string& streamId);
+  // When that was; 0 if it was not closed here.
+  static time_t ClosedAt(const std::string& streamId);
+  // Forgets the streams that were closed before this time.
+  static void ForgetClosed(time_t before);
+
   // The private folder of all tickets, and a lock on a file of that name in it. Not held if the
   // folder cannot be made or another process holds it for too long.
   static std::string FolderPath();
   static orvo::FileLock LockFolder(const std::string& name);
+
+  // Does this come from an address, so that the stream is not made here yet? Its record has the
+  // path and the profile only.
+  bool IsSealed() const;
 
   const std::string& StreamId() const { return streamId_; }
   const Json::Value& Content() const { return content_; }
@@ -100,8 +122,7 @@ class Ticket {
 class HeldTicket : public Ticket {
  public:
   // Makes the ticket of a newly opened stream from the record in its directory. Replaces an older
-  // one. `parameters` are the texts of the opening that later requests need. Returns nothing if the
-  // ticket cannot be written.
+  // one. Returns nothing if the ticket cannot be written.
   static std::optional<HeldTicket> Create(const std::string& streamId, const std::string& kind,
                                           const Json::Value& parameters);
 
@@ -109,6 +130,9 @@ class HeldTicket : public Ticket {
   // longer exists then or is still held, and sets `refusal` to the answer.
   static std::optional<HeldTicket> Take(const std::string& streamId, Answer& refusal);
   static std::optional<HeldTicket> Take(const std::string& streamId);
+
+  // Sets a parameter. Returns false if the ticket cannot be written.
+  bool SetParameter(const std::string& name, const std::string& value);
 
   // Returns false if the ticket cannot be written.
   bool SetOwner(const std::string& owner, pid_t pid, int startSeconds);
@@ -135,6 +159,14 @@ inline constexpr char kFilmParameter[] = "film";
 
 // The value of "_sid" in a player's addresses that opens this stream; "" if no login is needed.
 std::string StreamLink(const Ticket& ticket);
+
+// The parameter of a ticket, and of its addresses, from which another box makes the stream
+// (sealed_ticket.h). A ticket without a cluster has none.
+inline constexpr char kSealedParameter[] = "ticket";
+
+// The last parameters of a player's addresses, each after an "&": the link and the sealed ticket,
+// as far as the stream has them.
+std::string AddressEnd(const Ticket& ticket);
 
 // May the caller use the stream? Its account and the owner may, as long as they may see its film.
 // If not, sets `refusal` to the answer.

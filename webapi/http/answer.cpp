@@ -29,6 +29,7 @@ constexpr std::array kReasons = {
     Reason{kNotFound, 404, "Not Found", "The server has nothing with this name."},
     Reason{kMethodNotAllowed, 405, "Method Not Allowed", "This call needs another HTTP method."},
     Reason{"NotFinished", 409, "Conflict", "The conversion has not ended yet."},
+    Reason{kGone, 410, "Gone", "This address no longer leads to a film. Open the film again."},
     Reason{"TransAudioNotSupported", 415, "Unsupported Media Type",
            "The sound of this film cannot be decoded."},
     Reason{"TransVideoNotHardwareSupported", 415, "Unsupported Media Type",

@@ -11,6 +11,7 @@ namespace webapi {
 inline constexpr char kBadRequest[] = "BadRequest";
 inline constexpr char kForbidden[] = "Forbidden";
 inline constexpr char kNotFound[] = "NotFound";
+inline constexpr char kGone[] = "Gone";
 inline constexpr char kMethodNotAllowed[] = "MethodNotAllowed";
 inline constexpr char kTooManyRequests[] = "TooManyRequests";
 inline constexpr char kUnauthorized[] = "Unauthorized";

@@ -52,10 +52,16 @@ class Request {
   const Caller& MadeBy() const { return caller_; }
   void SetCaller(const Caller& caller) { caller_ = caller; }
 
+  // The content of the ticket that the address carries, if the stream is not known here
+  // (access/sealed_ticket.h); otherwise null.
+  const Json::Value& SealedTicket() const { return sealedTicket_; }
+  void SetSealedTicket(const Json::Value& content) { sealedTicket_ = content; }
+
  private:
   std::map<std::string, std::string> parameters_;
   std::set<std::string> namesInAddress_;
   Caller caller_;
+  Json::Value sealedTicket_;
 };
 
 // Decodes a query value. Returns nothing for a broken escape or a zero byte.

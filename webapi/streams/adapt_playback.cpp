@@ -32,6 +32,10 @@ void AddLink(const Ticket& ticket, Json::Value& parameters) {
   if (!link.empty()) {
     parameters["_sid"] = link;
   }
+  const std::string sealed = ticket.Parameter(kSealedParameter);
+  if (!sealed.empty()) {
+    parameters[kSealedParameter] = sealed;
+  }
 }
 
 bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,

@@ -16,7 +16,8 @@ namespace webapi {
 Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
                          const std::string& format);
 
-// Adds the stream's link, so that an address with these parameters works without a login.
+// Adds the stream's link and its sealed ticket, so that an address with these parameters works
+// without a login and on every box of the cluster.
 void AddLink(const Ticket& ticket, Json::Value& parameters);
 
 // Sends a piece that the request has waited for since `times` began. The stream's

@@ -68,8 +68,7 @@ CmafWishes WishesOf(const Ticket& ticket) {
 }
 
 std::string WithLink(const Ticket& ticket, const std::string& parameters) {
-  const std::string link = StreamLink(ticket);
-  return link.empty() ? parameters : parameters + "&_sid=" + link;
+  return parameters + AddressEnd(ticket);
 }
 
 // The film as it was when the stream was opened.

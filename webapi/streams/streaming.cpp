@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,12 +29,15 @@
 #include "util/md5.h"
 #include "util/system_files.h"
 #include "webapi/access/network_address.h"
+#include "webapi/access/sealed_ticket.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
 #include "webapi/choice/engine_rows.h"
 #include "webapi/choice/profiles.h"
+#include "webapi/cluster/cluster_keys.h"
 #include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
+#include "webapi/streams/adoption.h"
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
 #include "webapi/streams/cmaf_opening.h"
@@ -41,6 +45,7 @@
 #include "webapi/streams/direct_playback.h"
 #include "webapi/streams/hls_playback.h"
 #include "webapi/streams/http_playback.h"
+#include "webapi/streams/plan_checksum.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/smooth_playback.h"
@@ -59,7 +64,6 @@ constexpr char kCmafFormat[] = "cmaf";
 constexpr char kForced[] = "force_open_qmx";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
-constexpr time_t kTicketSeconds = 24 * 3600;
 // A household opens fewer streams in a day. Each costs a directory with a few small files.
 constexpr size_t kStreamsPerClient = 200;
 // A stream counts as used for this time after a request, so a client with more players than this
@@ -97,6 +101,9 @@ constexpr std::array kKeptParameters = {
     "audio_id", "audio_format",  "subtitle_id", "subtitle_codepage", kForced,
     "codecs",   "dynamic_range", "max_height",  "max_bitrate",       "renditions"};
 
+// Further ones that another box needs to make the same stream.
+constexpr std::array kBoxParameters = {"device", "hls_header", "use_pre_analysis", "sound"};
+
 const StreamKind* FindKind(const std::string& kind) {
   const auto found = std::find_if(kStreamKinds.begin(), kStreamKinds.end(),
                                   [&](const StreamKind& row) { return kind == row.kind; });
@@ -123,10 +130,9 @@ const StreamKind* KindOf(const Request& request, Answer& refusal) {
 // `authority`: the host and port in the address.
 std::string AddressOf(const Request& request, const std::string& authority, const StreamKind& kind,
                       const Ticket& ticket) {
-  const std::string link = StreamLink(ticket);
   return request.Scheme() + "://" + authority + "/webapi/entry.cgi" + kind.name +
          "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
-         "&stream_id=" + ticket.StreamId() + (link.empty() ? "" : "&_sid=" + link);
+         "&stream_id=" + ticket.StreamId() + AddressEnd(ticket);
 }
 
 // The profile for a request that names none.
@@ -310,15 +316,21 @@ std::optional<Joined> JoinedStream(const Request& request, const std::string& pa
   return isGood ? std::optional(std::move(joined)) : std::nullopt;
 }
 
+std::string NewLink(const std::string& streamId, const Caller& caller) {
+  return IsInCluster() ? LinkInCluster(streamId, caller.account, caller.era)
+                       : accounts::NewSecret();
+}
+
 // Adds the owner of the stream. A joined stream keeps its owner and its addresses.
-void AddOwnership(const Request& request, const Joined& joined, Json::Value& parameters) {
+void AddOwnership(const Request& request, const Joined& joined, const std::string& streamId,
+                  Json::Value& parameters) {
   const Caller& caller = request.MadeBy();
   if (caller.account.empty()) {
     return;
   }
   parameters["account"] = caller.account;
   parameters["era"] = caller.era;
-  parameters["link"] = accounts::NewSecret();
+  parameters["link"] = NewLink(streamId, caller);
   if (joined.ticket && !StreamLink(*joined.ticket).empty()) {
     for (const char* name : {"account", "era", "link"}) {
       parameters[name] = joined.ticket->Parameter(name);
@@ -331,10 +343,14 @@ Json::Value ParametersToKeep(const Request& request, const Rendition& rendition)
   parameters["method"] = rendition.method;
   parameters["why"] = rendition.why;
   parameters["content_type"] = rendition.contentType;
-  for (const char* name : kKeptParameters) {
+  const auto keep = [&](const char* name) {
     if (request.Has(name)) {
       parameters[name] = request.Text(name);
     }
+  };
+  std::for_each(kKeptParameters.begin(), kKeptParameters.end(), keep);
+  if (IsInCluster()) {
+    std::for_each(kBoxParameters.begin(), kBoxParameters.end(), keep);
   }
   return parameters;
 }
@@ -345,23 +361,40 @@ struct KnownFilm {
   const VideoMetaData& facts;
 };
 
+// The profile of a stream that another box has opened; nothing if this box does not have it.
+std::optional<Profile> FindProfile(const StreamKind& kind, const std::string& key) {
+  if (kind.kind == std::string(kDirectKind) || IsCmaf(kind)) {
+    return Profile{key, ""};
+  }
+  for (const Profile& profile : ProfilesOf(kind.format)) {
+    if (profile.key == key) {
+      return profile;
+    }
+  }
+  return std::nullopt;
+}
+
+// What the library is told of an opening: texts by the names of parameters, "" for none.
+using Wishes = std::function<std::string(const char* name)>;
+
 // Makes the directory and the record of a stream, with the id `streamId` or a new one. Returns the
 // id, or an error word for the client.
-std::string Init(const Request& request, const StreamKind& kind, const KnownFilm& film,
-                 const Rendition& rendition, const std::string& streamId) {
-  if (rendition.method == kDirectProfile) {
+std::string Init(const Wishes& wishes, const StreamKind& kind, const KnownFilm& film,
+                 const Profile& profile, const std::string& streamId) {
+  if (kind.kind == std::string(kDirectKind)) {
     return InitDirect(film.facts, streamId);
   }
   if (IsCmaf(kind)) {
     return InitCmaf(film.facts, streamId);
   }
-  QMXInitArgument argument(film.file.Path(), kind.kind, ProfileFile(), rendition.profile.key);
-  argument.device = request.Text("device");
-  argument.usePreAnalysis = request.Text("use_pre_analysis") != "false";
-  argument.args["hls_header"] = request.Text("hls_header") == "true";
+  QMXInitArgument argument(film.file.Path(), kind.kind, ProfileFile(), profile.key);
+  argument.device = wishes("device");
+  argument.usePreAnalysis = wishes("use_pre_analysis") != "false";
+  argument.args["hls_header"] = wishes("hls_header") == "true";
   // Only the transcoder program knows the wish.
-  if (request.Has("sound") && !LibOrvoQMX::ProfileTraits::Of(rendition.profile.value).gstreamer) {
-    argument.args["sound"] = request.Text("sound");
+  const std::string sound = wishes("sound");
+  if (!sound.empty() && !LibOrvoQMX::ProfileTraits::Of(profile.value).gstreamer) {
+    argument.args["sound"] = sound;
   }
   if (!streamId.empty()) {
     argument.args["stream_id"] = streamId;
@@ -420,6 +453,30 @@ bool HasPrograms(const StreamKind& kind) {
   return kind.kind == std::string_view(kDirectKind) || access(LibOrvoQMX::kFFmpeg, X_OK) == 0;
 }
 
+// Fixes what another box would choose by its own analysis of the film.
+void FixAnalysis(HeldTicket& ticket) {
+  std::error_code failure;
+  const std::string kept = ticket.Directory().KeptPlanPath();
+  const bool isUsed = std::filesystem::file_size(kept, failure) > 0 && !failure;
+  if (ticket.Kind() == "HLS" && !isUsed) {
+    ticket.SetParameter("use_pre_analysis", "false");
+  }
+}
+
+// Prepares an opened stream. In a cluster it does so twice: the ticket in the addresses tells the
+// plan, and the playlists carry the addresses.
+Answer Prepare(const StreamKind& kind, const orvo::MediaFile& film, HeldTicket& ticket,
+               Json::Value& data) {
+  Answer prepared = kind.prepare(ticket, data);
+  if (prepared.IsFailure() || !IsInCluster()) {
+    return prepared;
+  }
+  FixAnalysis(ticket);
+  const std::string sealed = SealTicket(ticket, {FilmState(film), PlanChecksum(ticket)});
+  return ticket.SetParameter(kSealedParameter, sealed) ? kind.prepare(ticket, data)
+                                                       : Answer::Failure(kInternal);
+}
+
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& film,
             const Rendition& rendition, const Joined& joined, StartTimes& times) {
@@ -431,12 +488,13 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
     return Answer::Failure(kTooManyRequests, "You have too many open streams. Close some of them.")
         .AddHeader("Retry-After", std::to_string(kUsedSeconds));
   }
-  const std::string streamId = Init(request, kind, film, rendition, joined.streamId);
+  const std::string streamId = Init([&](const char* name) { return request.Text(name); }, kind,
+                                    film, rendition.profile, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
     return Answer::Failure(streamId);
   }
   Json::Value parameters = ParametersToKeep(request, rendition);
-  AddOwnership(request, joined, parameters);
+  AddOwnership(request, joined, streamId, parameters);
   parameters[kFilmParameter] = film.file.Identity();
   if (IsCmaf(kind)) {
     FixCmafChoices(film.facts, joined.ticket, parameters);
@@ -447,7 +505,7 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
     return Answer::Failure(kInternal);
   }
   Json::Value data(Json::objectValue);
-  const Answer prepared = kind.prepare(*ticket, data);
+  const Answer prepared = Prepare(kind, film.file, *ticket, data);
   if (prepared.IsFailure()) {
     ticket->Remove();
     kind.close(streamId);
@@ -514,6 +572,21 @@ void SweepStreams() {
       Sweep(id, now);
     }
   }
+  Ticket::ForgetClosed(now - kTicketSeconds);
+}
+
+// May the caller close the stream of its address, which was never made here?
+bool MayCloseUnmade(const Request& request) {
+  Answer ignored = Answer::Failure(kInternal);
+  const auto ticket = Ticket::Of(request);
+  return ticket && ticket->IsSealed() && MayClose(request.MadeBy(), *ticket, ignored);
+}
+
+// Its addresses would make a closed stream again.
+void KeepClosed(const std::string& streamId) {
+  if (IsInCluster()) {
+    Ticket::MarkClosed(streamId);
+  }
 }
 
 }  // namespace
@@ -525,6 +598,32 @@ std::string StreamIdOf(const Request& request, Answer& refusal) {
   }
   refusal = Answer::Failure(kBadRequest, "This is not the id of a stream.");
   return "";
+}
+
+bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal) {
+  const StreamKind* const kind = ticket ? FindKind(ticket->Kind()) : nullptr;
+  if (kind == nullptr || !ticket->IsSealed()) {
+    return kind != nullptr;
+  }
+  StartSweep();
+  const Ticket sealed = *ticket;
+  const auto wishes = [&](const char* name) { return sealed.Parameter(name); };
+  const auto profile = FindProfile(*kind, sealed.ProfileKey());
+  if (!profile) {
+    refusal = Answer::Failure(kGone, "This server lacks the quality of this address.");
+    return false;
+  }
+  const StreamSteps steps = {
+      [&](const orvo::MediaFile& file, const VideoMetaData& facts) {
+        return Init(wishes, *kind, {file, facts}, *profile, sealed.StreamId());
+      },
+      [&](const Ticket& own) {
+        Json::Value ignored;
+        return kind->prepare(own, ignored);
+      },
+      [&] { kind->close(sealed.StreamId()); }};
+  ticket = AdoptStream(sealed, steps, refusal);
+  return ticket.has_value();
 }
 
 std::optional<Ticket> FindStream(const Request& request, Answer& refusal) {
@@ -541,7 +640,7 @@ std::optional<Ticket> FindStream(const Request& request, Answer& refusal) {
     refusal = Answer::Failure(kNotFound, kStreamClosed);
     return std::nullopt;
   }
-  return ticket;
+  return MakeKnown(ticket, refusal) ? ticket : std::nullopt;
 }
 
 Answer OpenStream(const Request& request) {
@@ -637,6 +736,9 @@ Answer CloseStream(const Request& request) {
     ticket->Remove();
   } else if (Ticket::Exists(streamId)) {
     return refusal;
+  }
+  if (ticket || MayCloseUnmade(request)) {
+    KeepClosed(streamId);
   }
   kind->close(streamId);
   return Answer::Success(Json::Value(Json::objectValue));

@@ -18,6 +18,11 @@ std::string StreamIdOf(const Request& request, Answer& refusal);
 // use it, returns nothing and sets `refusal` to the answer.
 std::optional<Ticket> FindStream(const Request& request, Answer& refusal);
 
+// Makes the stream of a ticket from an address (access/sealed_ticket.h), and replaces the ticket by
+// the stream's own. Leaves other tickets as they are. If there is none or the stream cannot be made
+// as its players know it, returns false and sets `refusal` to the answer.
+bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal);
+
 Answer OpenStream(const Request& request);
 // Sends the media. The returned answer is for the case that there is nothing to send.
 Answer PlayStream(const Request& request);

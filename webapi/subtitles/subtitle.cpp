@@ -77,12 +77,12 @@ bool ReachesTheEnd(const Span& span, const Json::Value& film) {
 }
 
 std::optional<Stream> StreamOf(const Request& request, Answer& refusal) {
-  const auto ticket = Ticket::Of(request);
+  auto ticket = Ticket::Of(request);
   if (!ticket) {
     refusal = Answer::Failure(kNotFound, kStreamClosed);
     return std::nullopt;
   }
-  if (!MayUse(request.MadeBy(), *ticket, refusal)) {
+  if (!MayUse(request.MadeBy(), *ticket, refusal) || !MakeKnown(ticket, refusal)) {
     return std::nullopt;
   }
   // The folder stores the converted track. Without it, the film can still be read.

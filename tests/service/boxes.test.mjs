@@ -1,0 +1,259 @@
+// Two services with the same films and the same key: an address of one plays on the other.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { after, before, test } from 'node:test';
+
+import { build, media, readSome, Service } from './support.mjs';
+
+const password = 'a long "pass" & word';
+let films; // the folder that both boxes serve
+let opening; // the box that opens
+let other; // the box that only sees addresses
+let sid; // anna's session on the box that opens
+
+const newKey = () => execFileSync(path.join(build, 'target/bin/mirevo'), ['cluster', 'key'], { encoding: 'utf8' });
+
+// A box of the cluster with this key, with the accounts of `like`.
+async function startBox(key, like) {
+  const box = Service.prepare();
+  const folder = path.join(box.root, 'var/packages/Mirevo/etc');
+  fs.mkdirSync(folder, { recursive: true });
+  fs.writeFileSync(path.join(folder, 'cluster_key'), key, { mode: 0o600 });
+  if (like) fs.copyFileSync(path.join(like.root, 'var/packages/Mirevo/etc/accounts'), path.join(folder, 'accounts'));
+  else box.account(['add', 'anna'], password);
+  await box.serve([films], ['--cluster_key', path.join(folder, 'cluster_key'), '--no-conversions']);
+  return box;
+}
+
+before(async () => {
+  films = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-films-'));
+  for (const name of ['h264_ac3.mkv', 'h264_aac.mp4']) fs.copyFileSync(path.join(media, name), path.join(films, name));
+  const key = newKey();
+  opening = await startBox(key);
+  other = await startBox(key, opening);
+  const body = new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'anna', passwd: password });
+  const answer = await (await fetch(`${opening.address}/webapi/entry.cgi`, { method: 'POST', body })).json();
+  sid = answer.data._sid;
+});
+after(async () => {
+  await Promise.allSettled([opening?.stop(), other?.stop()]);
+  fs.rmSync(films, { recursive: true, force: true });
+});
+
+const open = (format, parameters = {}, film = 'h264_ac3.mkv') =>
+  opening.open(path.join(films, film), { format, _sid: sid, ...parameters });
+
+// The same address on another box.
+function at(box, address) {
+  const moved = new URL(address, opening.address);
+  return `${box.address}${moved.pathname}${moved.search}`;
+}
+const changed = (address, name, change) => {
+  const url = new URL(address);
+  url.searchParams.set(name, change(url.searchParams.get(name)));
+  return url.href;
+};
+const addressesIn = (playlist) => playlist.split('\n').filter((line) => line.startsWith('/') || line.startsWith('http'));
+const ticketsOf = (box) => {
+  const folder = path.join(box.root, 'tmp/Mirevo/tickets');
+  return fs.existsSync(folder) ? fs.readdirSync(folder).filter((name) => name.length === 41) : [];
+};
+
+async function text(address) {
+  const response = await fetch(address);
+  const body = await response.text();
+  assert.equal(response.status, 200, body.slice(0, 500));
+  return body;
+}
+
+// Checks that the box refuses the address with this status and a sentence, and that it makes nothing.
+async function isRefused(address, status, box = other) {
+  const known = ticketsOf(box);
+  const running = new Set(box.transcoders().map(({ pid }) => pid)); // of earlier streams
+  const response = await fetch(address);
+  const { error } = await response.json();
+  assert.equal(response.status, status, JSON.stringify(error));
+  assert.match(error.message, /^[A-Z].*\.$/);
+  assert.deepEqual(ticketsOf(box), known);
+  assert.deepEqual(box.transcoders().filter(({ pid }) => !running.has(pid)), []);
+  const made = new URL(address).searchParams.get('stream_id');
+  assert.ok(!box.streamFolders().includes(made) || known.includes(made), 'no folder is made');
+}
+
+test('HLS: the playlists of both boxes are the same, and segments of both follow each other', async () => {
+  const stream = await open('hls', { profile: 'hls_remux' });
+  const own = await text(stream.url);
+  const elsewhere = await text(at(other, stream.url));
+  assert.equal(elsewhere, own);
+  const [first, second] = addressesIn(own);
+  for (const address of [at(opening, first), at(other, second)]) {
+    const response = await fetch(address);
+    assert.equal(response.status, 200);
+    assert.equal(Buffer.from(await response.arrayBuffer())[0], 0x47, 'a transport stream');
+  }
+});
+
+test('HLS: a segment can be the first thing that a box hears of a stream, also for several requests at once', async () => {
+  const stream = await open('hls', { profile: 'hls_remux' });
+  const [, second] = addressesIn(await text(stream.url));
+  const answers = await Promise.all([1, 2, 3].map(() => fetch(at(other, second))));
+  assert.deepEqual(answers.map(({ status }) => status), [200, 200, 200]);
+  await Promise.all(answers.map((answer) => answer.arrayBuffer()));
+});
+
+test('CMAF: playlist, manifest, header and segment come from the other box', async () => {
+  const stream = await open('cmaf');
+  assert.equal(await text(at(other, stream.url)), await text(stream.url));
+  assert.match(await text(at(other, stream.dash)), /<MPD/);
+  const rendition = addressesIn(await text(stream.url))[0];
+  const playlist = await text(at(other, rendition));
+  const header = playlist.match(/URI="([^"]+)"/)[1];
+  for (const address of [header, addressesIn(playlist)[1]]) {
+    const response = await fetch(at(other, address));
+    assert.equal(response.status, 200);
+    assert.ok((await response.arrayBuffer()).byteLength > 100);
+  }
+});
+
+test('Smooth Streaming, progressive, WebM and direct addresses play on the other box', async () => {
+  const smooth = await open('ss');
+  assert.match(await text(at(other, smooth.url)), /<SmoothStreamingMedia/);
+  for (const [format, film] of [['http', 'h264_ac3.mkv'], ['webm', 'h264_ac3.mkv'], ['direct', 'h264_aac.mp4']]) {
+    const stream = await open(format, {}, film);
+    const response = await fetch(at(other, stream.url));
+    assert.equal(response.status, 200, format);
+    assert.ok((await readSome(response, 1000)).length >= 1000);
+    await response.body.cancel();
+  }
+});
+
+test('the address tells nobody the path or the account', async () => {
+  const { url } = await open('hls', { profile: 'hls_remux' });
+  const ticket = new URL(url).searchParams.get('ticket');
+  assert.ok(ticket.length < 260, `${ticket.length} characters`);
+  const bytes = Buffer.from(ticket, 'base64url').toString('latin1');
+  for (const word of [films, 'anna', 'h264', 'hls']) assert.ok(!bytes.includes(word));
+});
+
+test('forged, altered and borrowed tickets are refused with 403', async () => {
+  const { url } = await open('hls', { profile: 'hls_remux' });
+  const { url: another } = await open('hls', { profile: 'hls_remux' });
+  const address = at(other, url);
+  const flip = (ticket, index) => `${ticket.slice(0, index)}${ticket[index] === 'A' ? 'B' : 'A'}${ticket.slice(index + 1)}`;
+  for (const index of [0, 11, 40, 100]) {
+    await isRefused(changed(address, 'ticket', (ticket) => flip(ticket, index)), 403);
+  }
+  await isRefused(changed(address, 'ticket', () => 'A'.repeat(120)), 403);
+  await isRefused(changed(address, 'ticket', () => 'not base64url at all!'), 403);
+  await isRefused(changed(address, 'ticket', () => new URL(another).searchParams.get('ticket')), 403);
+});
+
+test('a forged ticket is refused by a box that knows the stream, too', async () => {
+  const { url } = await open('hls', { profile: 'hls_remux' });
+  await isRefused(changed(at(opening, url), 'ticket', () => 'A'.repeat(120)), 403, opening);
+});
+
+test('a ticket of another cluster is refused with 403', async () => {
+  const { url } = await open('hls', { profile: 'hls_remux' });
+  const foreign = await startBox(newKey(), opening);
+  try {
+    await isRefused(at(foreign, url), 403, foreign);
+  } finally {
+    await foreign.stop();
+  }
+});
+
+test('a second key in the file opens what it has sealed, so that a key can be changed', async () => {
+  const { url } = await open('hls', { profile: 'hls_remux' });
+  const file = path.join(other.root, 'var/packages/Mirevo/etc/cluster_key');
+  const key = fs.readFileSync(file, 'utf8');
+  try {
+    fs.writeFileSync(file, newKey() + key);
+    await text(at(other, url));
+  } finally {
+    fs.writeFileSync(file, key);
+  }
+});
+
+test('the address works with its own link only, and with none after a new password', async () => {
+  const { url } = await open('hls', { profile: 'hls_remux' });
+  const address = at(other, url);
+  await isRefused(changed(address, '_sid', (link) => link.split('').reverse().join('')), 401);
+  await isRefused(address.replace(/&_sid=[^&]*/, ''), 401);
+  const accounts = path.join(other.root, 'var/packages/Mirevo/etc/accounts');
+  const kept = fs.readFileSync(accounts);
+  try {
+    other.account(['passwd', 'anna'], 'another long password');
+    await isRefused(address, 401);
+  } finally {
+    fs.writeFileSync(accounts, kept);
+  }
+  await text(address);
+});
+
+test('a film that has changed, or is gone, is refused with 410', async () => {
+  const file = path.join(films, 'changing.mkv');
+  fs.copyFileSync(path.join(media, 'h264_ac3.mkv'), file);
+  const { url } = await open('hls', { profile: 'hls_remux' }, 'changing.mkv');
+  const { atime, mtime } = fs.statSync(file);
+  fs.utimesSync(file, atime, new Date(mtime.getTime() + 1000));
+  await isRefused(at(other, url), 410);
+  fs.rmSync(file);
+  await isRefused(at(other, url), 410);
+});
+
+test('a closed stream stays closed on the box that was told', async () => {
+  const stream = await open('hls', { profile: 'hls_remux' });
+  await text(at(other, stream.url));
+  const login = await fetch(`${other.address}/webapi/entry.cgi`, {
+    method: 'POST',
+    body: new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'anna', passwd: password }),
+  });
+  const { data } = await login.json();
+  const answer = await other.call('Streaming', 'close', { format: 'hls', stream_id: stream.stream_id, _sid: data._sid });
+  assert.ok(answer.success);
+  await isRefused(at(other, stream.url), 410);
+  await text(stream.url);
+});
+
+test('a stream that was last used a day ago is refused with 410', async () => {
+  const stream = await open('hls', { profile: 'hls_remux' });
+  await text(at(other, stream.url));
+  const yesterday = new Date(Date.now() - 25 * 3600 * 1000);
+  fs.utimesSync(path.join(other.root, 'tmp/Mirevo/tickets', stream.stream_id), yesterday, yesterday);
+  fs.utimesSync(path.join(other.root, 'tmp/Mirevo/HLS', stream.stream_id, 'access_status'), yesterday, yesterday);
+  const response = await fetch(at(other, stream.url));
+  assert.equal(response.status, 410);
+  assert.match((await response.json()).error.message, /expired/);
+});
+
+test('a service without a key makes addresses without a ticket', async () => {
+  const alone = await Service.start([films]);
+  try {
+    const { url } = await alone.open(path.join(films, 'h264_ac3.mkv'), { format: 'hls', profile: 'hls_remux' });
+    assert.ok(!url.includes('ticket'));
+    assert.ok(!(await text(url)).includes('ticket'));
+  } finally {
+    await alone.stop();
+  }
+});
+
+test('a service whose key others can read does not start', () => {
+  const box = Service.prepare();
+  try {
+    const file = path.join(box.root, 'key');
+    fs.writeFileSync(file, newKey(), { mode: 0o644 });
+    assert.throws(
+      () => execFileSync(path.join(build, 'target/bin/mirevo-serve'), ['--no-browser', '--cluster_key', file, '--', films], {
+        env: box.environment,
+        stdio: 'pipe',
+      }),
+      (error) => error.status === 1 && /0600/.test(error.stderr.toString()),
+    );
+  } finally {
+    fs.rmSync(box.root, { recursive: true });
+  }
+});
