@@ -25,8 +25,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kProofFilm[] = "/transcoder_proof_";
 constexpr char kEncodersName[] = "/transcoder_encoders";
-constexpr int kPatience = 10000;         // milliseconds
-constexpr int kWrapperPatience = 60000;  // its first run makes GStreamer's list of plugins
+constexpr int kPatience = 10000;  // milliseconds
+// Of software, which does not hang, and of the wrapper, whose first run lists GStreamer's plugins.
+constexpr int kLongPatience = 60000;
 
 // The pictures of a proof: a grid of gray squares that changes with each picture.
 constexpr int kColumns = 16;
@@ -127,7 +128,8 @@ std::optional<std::string> OutputOf(const Strings& command, const UniqueFd& inpu
   reach.files = {input.Get()};
   reach.hardware = hardware;
   std::string output;
-  const int status = RunConfined(Job::kTranscoder, reach, command, kPatience, &output);
+  const int status =
+      RunConfined(Job::kTranscoder, reach, command, hardware ? kPatience : kLongPatience, &output);
   return status == 0 ? std::optional(std::move(output)) : std::nullopt;
 }
 
@@ -205,7 +207,7 @@ class ProofFilm {
         isMade_ ? RunWithin(program,
                             {program, "-s", "0", "-i", path_, "--vb", size.rate, "--size",
                              size.name, "--encoders", "hardware", "-o", "fd:1"},
-                            kWrapperPatience, &output)
+                            kLongPatience, &output)
                 : -1;
     return status == 0 ? std::optional(std::move(output)) : std::nullopt;
   }

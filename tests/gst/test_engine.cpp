@@ -22,7 +22,7 @@ int FailingPicture() {
   constexpr char kPicture[] = "picture=";
   const char* const wish = g_getenv("ORVO_TEST_ENGINE");
   const bool fails = wish != nullptr && g_str_has_prefix(wish, kPicture) != FALSE;
-  return fails ? atoi(wish + strlen(kPicture)) : 0;
+  return fails ? static_cast<int>(strtol(wish + strlen(kPicture), nullptr, 10)) : 0;
 }
 
 GstPadProbeReturn OnPicture(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, gpointer data) {
