@@ -1,8 +1,14 @@
 #include "mirevo/cluster_command.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "mirevo/balancer.h"
 #include "mirevo/exit_codes.h"
 #include "mirevo/output.h"
 #include "webapi/cluster/cluster_keys.h"
@@ -20,6 +26,62 @@ int PrintKey() {
   return kOk;
 }
 
+// Where HAProxy's own package keeps it.
+constexpr char kSocket[] = "/run/haproxy/admin.sock";
+constexpr char kListen[] = "*:8080";
+constexpr size_t kMostBoxes = 64;
+
+struct BalancerOptions {
+  std::vector<std::string> boxes;
+  std::string listen = kListen;
+  std::string socket = kSocket;
+};
+
+std::string BoxComplaint(const std::string& text) {
+  return ParseBox(text) ? "" : text + " is not a host in lower case, or HOST:PORT";
+}
+
+std::string ListenComplaint(const std::string& text) {
+  return text.rfind("*:", 0) == 0 ? BoxComplaint("all" + text.substr(1)) : BoxComplaint(text);
+}
+
+// A blank would begin another word of the configuration.
+std::string PathComplaint(const std::string& text) {
+  const bool isPlain =
+      text.rfind('/', 0) == 0 && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+        return c < 128 && (std::isalnum(c) != 0 || std::strchr("/._-", c) != nullptr);
+      });
+  return isPlain ? "" : text + " is not an absolute path of letters, digits and /._-";
+}
+
+void PrintBalancer(const BalancerOptions& options) {
+  std::vector<Box> boxes;
+  for (const std::string& text : options.boxes) {
+    boxes.push_back(ParseBox(text).value());
+  }
+  std::cout << BalancerConfiguration(boxes, options.listen, options.socket);
+}
+
+void AddBalancer(CLI::App& command) {
+  auto options = std::make_shared<BalancerOptions>();
+  CLI::App* const balancer = command.add_subcommand(
+      "haproxy", "Print a configuration of HAProxy that spreads streams over boxes");
+  balancer->add_option("box", options->boxes, "The boxes")
+      ->required()
+      ->expected(1, kMostBoxes)
+      ->check(CLI::Validator(BoxComplaint, ""))
+      ->type_name("HOST[:PORT]");
+  balancer->add_option("--listen", options->listen, "Where players reach the balancer")
+      ->check(CLI::Validator(ListenComplaint, ""))
+      ->type_name("HOST:PORT")
+      ->capture_default_str();
+  balancer->add_option("--socket", options->socket, "The balancer's administration socket")
+      ->check(CLI::Validator(PathComplaint, ""))
+      ->type_name("PATH")
+      ->capture_default_str();
+  balancer->callback([options] { PrintBalancer(*options); });
+}
+
 }  // namespace
 
 void AddClusterCommand(CLI::App& app, int& exitCode) {
@@ -28,6 +90,7 @@ void AddClusterCommand(CLI::App& app, int& exitCode) {
   command->require_subcommand(1);
   command->add_subcommand("key", "Print a new key for the file that cluster_key names")
       ->callback([&exitCode] { exitCode = PrintKey(); });
+  AddBalancer(*command);
 }
 
 }  // namespace mirevo

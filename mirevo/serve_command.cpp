@@ -42,7 +42,7 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->allow_extra_args(false);
   command
       .add_option("--proxy", options->proxies,
-                  "A reverse proxy, whose clients all have its address")
+                  "A reverse proxy, which tells its clients' addresses")
       ->check(Check(isAddress, "is not an IPv4 or IPv6 address"))
       ->type_name("ADDRESS")
       ->allow_extra_args(false);

@@ -1,4 +1,5 @@
--- Sends a complete HLS segment from the web server itself. A process for each request would take most of the time.
+-- Sends a complete segment of HLS or CMAF, or a header of CMAF, from the web server itself. A process for each request
+-- would take most of the time.
 --
 -- It decides nothing new: the request program has left a pass (webapi/access/pass.h) when it sent an earlier segment of
 -- the stream to the same link. The pass counts while all files that decided then are the same. For any other request,
@@ -9,8 +10,8 @@ local headers = lighty.r.req_header
 
 -- The parameters of the query, or nil unless each one is known, plain and there once. A value may stand in quotes.
 local function parameters_of(query)
-  local known = { api = true, version = true, method = true, format = true, stream_id = true, fragment_id = true, _sid = true,
-    ticket = true }
+  local known = { api = true, version = true, method = true, format = true, stream_id = true, fragment_id = true,
+    rendition = true, segment = true, _sid = true, ticket = true }
   local found, rest = {}, query .. "&"
   while rest ~= "" do
     local name, text, more = rest:match("^([%w_]+)=([%w_.%%-]*)&(.*)$")
@@ -100,35 +101,84 @@ local function overwrite(path, text)
   return file:close()
 end
 
-local function send(path, file)
-  lighty.r.resp_header["Content-Type"] = "video/mp2t"
+-- A piece's number; nil for any other text.
+local function number_of(text)
+  return text and text:match("^%d+$") and #text <= 7 and tonumber(text) or nil
+end
+
+-- The piece that a request names, if it may be sent: its path and media type, its number if it has one, and the folders
+-- that remember the request.
+local pieces = {}
+
+-- A segment is complete if the next one exists.
+function pieces.hls(folder, asked)
+  local number = not asked.rendition and not asked.segment and number_of(asked.fragment_id)
+  if not number or not lighty.stat(("%s/slice-%05d.ts"):format(folder, number + 1)) then
+    return nil
+  end
+  return { path = ("%s/slice-%05d.ts"):format(folder, number), type = "video/mp2t", number = number, folders = { folder } }
+end
+
+-- A segment that is being made has another name.
+function pieces.cmaf(folder, asked)
+  local rendition = not asked.fragment_id and (asked.rendition or ""):match("^[%w-]+$")
+  if not rendition then
+    return nil
+  end
+  local own = folder .. "/" .. rendition
+  local is_picture = rendition == "copy-video" or rendition:match("^h264%-")
+  local piece = { type = is_picture and "video/mp4" or "audio/mp4", folders = { folder } }
+  if asked.segment == "init" then
+    piece.path = own .. "/init.mp4"
+    return piece
+  end
+  local number = number_of(asked.segment)
+  if not number then
+    return nil
+  end
+  piece.path, piece.number, piece.folders[2] = ("%s/%05d.m4s"):format(own, number), number, own
+  piece.timing = "wait;dur=0"
+  return piece
+end
+
+-- As the request program does: the transcoder runs ahead of this number, and the stream counts as watched.
+local function remember(piece)
+  for _, folder in ipairs(piece.folders) do
+    if piece.number and not overwrite(folder .. "/requested", ("%07d"):format(piece.number)) then
+      return false
+    end
+    if not overwrite(folder .. "/access_status", "\n") then
+      return false
+    end
+  end
+  return true
+end
+
+local function send(piece, file)
+  lighty.r.resp_header["Content-Type"] = piece.type
   lighty.r.resp_header["Cache-Control"] = "private, max-age=600"
   lighty.r.resp_header["ETag"] = ('"%d-%d-%d"'):format(file.st_ino, file.st_size, file.st_mtime)
   lighty.r.resp_header["Last-Modified"] = os.date("!%a, %d %b %Y %H:%M:%S GMT", file.st_mtime)
-  lighty.r.resp_body.set({ { filename = path } })
+  if piece.timing then
+    lighty.r.resp_header["Server-Timing"] = piece.timing
+  end
+  lighty.r.resp_body.set({ { filename = piece.path } })
   return 200
 end
 
 local asked = parameters_of(lighty.r.req_attr["uri.query"] or "")
-if not asked or asked.api ~= "ORVO.Mirevo2.Streaming" or asked.version ~= "1" or asked.method ~= "stream"
-  or asked.format ~= "hls" or not is_plain() or not is_own() or is_starved() then
+local find = asked and pieces[asked.format]
+if not find or asked.api ~= "ORVO.Mirevo2.Streaming" or asked.version ~= "1" or asked.method ~= "stream"
+  or not is_plain() or not is_own() or is_starved() then
   return
 end
-local id, number = asked.stream_id or "", asked.fragment_id or ""
-if #id ~= 41 or not id:match("^[0-9a-f]+_%w+$") or not number:match("^%d+$") or #number > 7 then
+local id = asked.stream_id or ""
+if #id ~= 41 or not id:match("^[0-9a-f]+_%w+$") then
   return
 end
 local folder = folder_for(id, asked._sid, asked.ticket)
-if not folder then
-  return
-end
--- A segment is complete if the next one exists.
-local path = ("%s/slice-%05d.ts"):format(folder, tonumber(number))
-local file = lighty.stat(path)
-if not file or not file.is_file or not lighty.stat(("%s/slice-%05d.ts"):format(folder, tonumber(number) + 1)) then
-  return
-end
--- As the request program does: the transcoder runs ahead of this number, and the stream counts as watched.
-if overwrite(folder .. "/requested", ("%07d"):format(tonumber(number))) and overwrite(folder .. "/access_status", "\n") then
-  return send(path, file)
+local piece = folder and find(folder, asked)
+local file = piece and lighty.stat(piece.path)
+if file and file.is_file and remember(piece) then
+  return send(piece, file)
 end

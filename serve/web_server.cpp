@@ -141,7 +141,8 @@ std::string ReadySegments(const WebServer& server) {
   }
   // A changed file must show at once.
   return "server.modules += ( \"mod_magnet\" )\nserver.stat-cache-engine = \"disable\"\n"
-         "$HTTP[\"url\"] =~ \"^/webapi/entry\\.cgi/segment\\.ts$\" {\n  $HTTP[\"host\"] =~ " +
+         "$HTTP[\"url\"] =~ \"^/webapi/entry\\.cgi/(segment\\.(ts|m4s)|init\\.mp4)$\" {\n  "
+         "$HTTP[\"host\"] =~ " +
          HostPattern(server) + " {\n    magnet.attract-raw-url-to = ( " +
          Quoted(server.readySegment) + " )\n  }\n}\n";
 }
@@ -190,6 +191,7 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_CHUNKED", "1");
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
+  add("MIREVO_PROXIES", Join(server.proxies, " "));
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
   if (!server.clusterKey.empty()) {
     add("MIREVO_CLUSTER_KEY", server.clusterKey);
@@ -234,6 +236,22 @@ std::string Encryption(const WebServer& server) {
   return text + "ssl.openssl.ssl-conf-cmd = ( \"MinProtocol\" => \"TLSv1.2\" )\n";
 }
 
+// What the named proxies tell about their clients: the address, and whether the client's connection
+// is encrypted. Anybody else's word does not count.
+std::string Forwarding(const WebServer& server) {
+  if (server.proxies.empty()) {
+    return "";
+  }
+  std::string trusted;
+  for (const std::string& proxy : server.proxies) {
+    trusted += (trusted.empty() ? "" : ", ") + Quoted(proxy) + " => \"trust\"";
+  }
+  return "server.modules += ( \"mod_extforward\" )\n"
+         "extforward.headers = ( \"X-Forwarded-For\" )\n"
+         "extforward.forwarder = ( " +
+         trusted + " )\n";
+}
+
 std::string Configuration(const WebServer& server) {
   std::string text;
   const auto line = [&](const std::string& key, const std::string& value) {
@@ -272,8 +290,8 @@ std::string Configuration(const WebServer& server) {
   // A film's name may contain a newline. The request program checks every character itself.
   line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
   line("server.max-request-size", "128");
-  return text + Encryption(server) + ReadySegments(server) + HostCondition(server) +
-         StreamCondition();
+  return text + Encryption(server) + Forwarding(server) + ReadySegments(server) +
+         HostCondition(server) + StreamCondition();
 }
 
 bool WriteConfiguration(const WebServer& server, const std::string& path) {

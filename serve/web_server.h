@@ -24,8 +24,9 @@ struct WebServer {
   std::string doorkeeper;            // the library that limits connections (doorkeeper.cpp)
   int connectionsPerAddress = 0;     // at a time; 0 for no limit
   std::string readySegment;          // the script that sends segments (ready_segment.lua)
-  std::vector<std::string> proxies;  // numeric addresses without that limit
-  std::string clusterKey;            // the key file, an absolute path; "" without a cluster
+  std::vector<std::string>
+      proxies;             // numeric addresses without that limit; they tell their clients
+  std::string clusterKey;  // the key file, an absolute path; "" without a cluster
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };

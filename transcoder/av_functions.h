@@ -20,6 +20,7 @@ namespace orvo::transcoder {
   X(av_find_input_format)             \
   X(av_interleaved_write_frame)       \
   X(av_read_frame)                    \
+  X(av_stream_new_side_data)          \
   X(av_write_frame)                   \
   X(av_write_trailer)                 \
   X(avformat_alloc_context)           \
@@ -73,6 +74,7 @@ namespace orvo::transcoder {
   X(av_channel_layout_describe)   \
   X(av_channel_layout_uninit)     \
   X(av_dict_copy)                 \
+  X(av_dict_parse_string)         \
   X(av_dict_free)                 \
   X(av_dict_set)                  \
   X(av_frame_alloc)               \

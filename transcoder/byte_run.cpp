@@ -2,14 +2,13 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <optional>
 #include <string_view>
 
+#include "platform/log.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/launch.h"
 
@@ -35,7 +34,6 @@ class Relay {
   Relay(ChildStream child, int output) : child_(std::move(child)), output_(output) {}
 
   ByteRunEnd Finish() {
-    child_.LimitSilence(kSilence);
     while (Step()) {
     }
     child_.Close();
@@ -44,35 +42,32 @@ class Relay {
   }
 
  private:
-  bool Step() {
-    if (!child_.Wait(-1, false).hasOutput) {
-      return true;
-    }
-    const ssize_t count = child_.Read(chunk_.data(), chunk_.size());
-    return count < 0 || (count > 0 && PassOn({chunk_.data(), static_cast<size_t>(count)}));
-  }
+  bool Step() { return !child_.Wait(-1, false).hasOutput || PassOn(); }
 
-  // Writes no more than fits, so that a signal is seen while the reader takes its time.
-  bool PassOn(std::string_view bytes) {
-    while (!bytes.empty() && child_.WaitToWrite(output_)) {
-      const ssize_t count = write(output_, bytes.data(), std::min(bytes.size(), size_t{4096}));
-      if (count < 0 && errno != EINTR && errno != EAGAIN) {
-        break;
-      }
+  // Moves no more than fits, so that a signal is seen while the reader takes its time.
+  bool PassOn() {
+    if (child_.WaitToWrite(output_)) {
+      const ssize_t count = child_.Move(output_);
       hasWritten_ |= count > 0;
-      bytes.remove_prefix(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+      if (count >= 0) {
+        return count > 0;
+      }
+      if (errno == EINTR || errno == EAGAIN) {
+        return true;
+      }
     }
-    if (!bytes.empty()) {
-      child_.Stop(SIGKILL);
-    }
-    return bytes.empty();
+    child_.Stop(SIGKILL);
+    return false;
   }
 
   ChildStream child_;
   int output_;
   bool hasWritten_ = false;
-  std::array<char, 65536> chunk_;
 };
+
+int OutputOf(const std::vector<std::string>& command) {
+  return DescriptorOf(command.back()).value_or(STDOUT_FILENO);
+}
 
 }  // namespace
 
@@ -81,10 +76,26 @@ bool WritesBytes(const std::vector<std::string>& command) {
 }
 
 ByteRunEnd RunEngineBytes(std::vector<std::string> command) {
-  const int output = DescriptorOf(command.back()).value_or(STDOUT_FILENO);
+  const int output = OutputOf(command);
   command.back() = "pipe:1";
   auto child = ChildStream::Start(command);
-  return child ? Relay(std::move(*child), output).Finish() : ByteRunEnd{kExitNotFound};
+  if (!child) {
+    return {kExitNotFound};
+  }
+  child->LimitSilence(kSilence);
+  return Relay(std::move(*child), output).Finish();
+}
+
+int RunCopyBytes(const FilmCopy& copy, int progress, const std::vector<std::string>& command) {
+  auto child = ChildStream::Start(copy, progress);
+  const ByteRunEnd end = child ? Relay(std::move(*child), OutputOf(command)).Finish()
+                               : ByteRunEnd{kExitNeedsFFmpeg, true};
+  if (!end.canGoOn) {
+    return end.code;
+  }
+  Log(LOG_NOTICE, __FILE__, __LINE__, "%s needs FFmpeg to be copied", copy.film.c_str());
+  PrepareProcess();  // FFmpeg gets its signals as a first run would
+  return Become(command);
 }
 
 }  // namespace orvo::transcoder

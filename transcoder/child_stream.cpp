@@ -212,6 +212,10 @@ ssize_t ChildStream::Read(void* buffer, size_t size) {
   return errno == EINTR || errno == EAGAIN ? -1 : 0;
 }
 
+ssize_t ChildStream::Move(int pipe) {
+  return splice(stream_.Get(), nullptr, pipe, nullptr, kPipeSize, SPLICE_F_NONBLOCK);
+}
+
 int ChildStream::ExitCode() {
   const int status = hasEnded_ ? exitCode_ : child_->Wait();
   return status < 0 ? kExitFailure : status;

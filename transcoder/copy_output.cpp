@@ -1,6 +1,7 @@
 #include "transcoder/copy_output.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <string_view>
 
@@ -9,20 +10,26 @@
 namespace orvo::transcoder {
 namespace {
 
-constexpr int kBuffer = 65536;
+constexpr int kBuffer = 32768;
 constexpr AVRational kMicroseconds = {1, AV_TIME_BASE};
-constexpr int kDelay = 700000;  // FFmpeg's, in microseconds; the multiplexer doubles it
+// What is said of the film's file is not true of the copy.
+constexpr auto kOfTheFile = std::to_array<const char*>(
+    {"creation_time", "company_name", "product_name", "product_version"});
+
+AVRational PixelShape(const AVStream& track) {
+  return track.sample_aspect_ratio.num > 0 ? track.sample_aspect_ratio
+                                           : track.codecpar->sample_aspect_ratio;
+}
 
 }  // namespace
 
-CopyOutput::CopyOutput(int descriptor) : av_(*AvFunctions::Get()), descriptor_(descriptor) {
+CopyOutput::CopyOutput(int descriptor, const CopyFormat& format)
+    : av_(*AvFunctions::Get()), format_(format), descriptor_(descriptor) {
   auto* buffer = static_cast<unsigned char*>(av_.av_malloc(kBuffer));
   io_ = av_.avio_alloc_context(buffer, kBuffer, 1, this, nullptr, WriteBytes, nullptr);
-  av_.avformat_alloc_output_context2(&context_, nullptr, "mpegts", nullptr);
+  av_.avformat_alloc_output_context2(&context_, nullptr, format.name.c_str(), nullptr);
   if (context_ != nullptr) {
     context_->pb = io_;
-    context_->max_delay = kDelay;
-    context_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
   }
 }
 
@@ -34,26 +41,51 @@ CopyOutput::~CopyOutput() {
   }
 }
 
+void CopyOutput::Describe(const AVDictionary* film) {
+  if (context_ != nullptr) {
+    av_.av_dict_copy(&context_->metadata, film, 0);
+    for (const char* const name : kOfTheFile) {
+      av_.av_dict_set(&context_->metadata, name, nullptr, 0);
+    }
+  }
+}
+
 int CopyOutput::AddTrack(const AVStream& model, const AVCodecParameters& codec) {
   AVStream* const track =
       context_ != nullptr ? av_.avformat_new_stream(context_, nullptr) : nullptr;
-  if (track == nullptr || av_.avcodec_parameters_copy(track->codecpar, &codec) < 0) {
+  if (track == nullptr || av_.avcodec_parameters_copy(track->codecpar, &codec) < 0 ||
+      !CopySideData(model, *track)) {
     return -1;
   }
   track->codecpar->codec_tag = 0;
   track->disposition = model.disposition;
+  track->time_base = model.time_base;
   track->avg_frame_rate = model.avg_frame_rate;
+  track->sample_aspect_ratio = track->codecpar->sample_aspect_ratio = PixelShape(model);
   av_.av_dict_copy(&track->metadata, model.metadata, 0);
   last_.push_back(AV_NOPTS_VALUE);
   return track->index;
 }
 
-// Frames of sound travel one by one: a bundle of them would cross the cuts.
+// A turned picture says so beside its parameters.
+bool CopyOutput::CopySideData(const AVStream& model, AVStream& track) const {
+  for (int i = 0; i < model.nb_side_data; ++i) {
+    const AVPacketSideData& data = model.side_data[i];
+    uint8_t* const copy = av_.av_stream_new_side_data(&track, data.type, data.size);
+    if (copy == nullptr) {
+      return false;
+    }
+    std::copy_n(data.data, data.size, copy);
+  }
+  return true;
+}
+
 bool CopyOutput::Begin() {
   AVDictionary* options = nullptr;
-  av_.av_dict_set(&options, "pes_payload_size", "0", 0);
-  const int result =
-      context_ != nullptr && io_ != nullptr ? av_.avformat_write_header(context_, &options) : -1;
+  const bool isReady =
+      context_ != nullptr && io_ != nullptr &&
+      av_.av_dict_parse_string(&options, format_.options.c_str(), "=", ":", 0) >= 0;
+  const int result = isReady ? av_.avformat_write_header(context_, &options) : -1;
   av_.av_dict_free(&options);
   return result >= 0;
 }

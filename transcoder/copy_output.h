@@ -5,16 +5,20 @@
 #include <vector>
 
 #include "transcoder/av_functions.h"
+#include "transcoder/film_copy.h"
 
 namespace orvo::transcoder {
 
 class CopyOutput {
  public:
-  // Writes an MPEG transport stream into `descriptor`.
-  explicit CopyOutput(int descriptor);
+  // Writes into `descriptor`. The format outlives the object.
+  CopyOutput(int descriptor, const CopyFormat& format);
   ~CopyOutput();
   CopyOutput(const CopyOutput&) = delete;
   CopyOutput& operator=(const CopyOutput&) = delete;
+
+  // The film's own words, such as its title.
+  void Describe(const AVDictionary* film);
 
   // Adds a track like one of the film's, in other words `codec`. Returns its number, or -1.
   int AddTrack(const AVStream& model, const AVCodecParameters& codec);
@@ -35,9 +39,11 @@ class CopyOutput {
 
  private:
   static int WriteBytes(void* self, uint8_t* bytes, int size);
+  bool CopySideData(const AVStream& model, AVStream& track) const;
   void Grow(AVPacket& packet, int64_t& last) const;
 
   const AvFunctions& av_;
+  const CopyFormat& format_;
   int descriptor_;
   AVIOContext* io_ = nullptr;
   AVFormatContext* context_ = nullptr;

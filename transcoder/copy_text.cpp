@@ -45,6 +45,9 @@ class Reader {
     value = number == 1;
   }
 
+  // What is read is no work otherwise.
+  void Demand(bool isGood) { isGood_ = isGood_ && isGood; }
+
   bool IsDone() const { return isGood_ && rest_.empty(); }
 
  private:
@@ -84,6 +87,8 @@ void Visit(Visitor&& visit, Copy& copy, bool& encodes) {
   visit(copy.film);
   visit(copy.seek);
   visit(copy.pictureFilters);
+  visit(copy.format.name);
+  visit(copy.format.options);
   VisitTrack(visit, copy.pictures);
   VisitTrack(visit, copy.sound);
   visit(encodes);
@@ -105,6 +110,7 @@ FilmCopy TakeFilmCopy(Reader& reader) {
   FilmCopy copy;
   bool encodes = false;
   Visit(take, copy, encodes);
+  reader.Demand(copy.format.name == kTransportStream || copy.format.name == kMp4);
   if (encodes) {
     bool counts = false;
     long first = 0;

@@ -10,7 +10,7 @@
 
 namespace orvo::transcoder {
 
-// A film as a transport stream, or the packets of one track of it (Treatment::kPackets).
+// A film as one stream, or the packets of one track of it (Treatment::kPackets).
 using CopyWork = std::variant<FilmCopy, CmafRequest>;
 
 // Without the names of films and folders, but for the log.

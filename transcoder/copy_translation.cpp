@@ -13,6 +13,13 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
+// FFmpeg's own delay, in microseconds, which the multiplexer doubles. Frames of sound travel one by
+// one: a bundle of them would cross the cuts.
+constexpr char kSegmentStream[] = "max_delay=700000:avoid_negative_ts=disabled:pes_payload_size=0";
+
+// The usual delay would move the film's clock.
+constexpr char kByteStream[] = "max_delay=0";
+
 // What the options say.
 struct Wish {
   FilmCopy copy;
@@ -20,6 +27,9 @@ struct Wish {
   bool encodesSound = false;
   bool copiesPictures = false;
   bool isStereo = false;
+  bool keepsClock = false;
+  bool dropsChapters = false;
+  std::string fragments;  // options of the multiplexer, each after a colon
 };
 
 // What an option tells; false when a copy cannot do it.
@@ -33,6 +43,39 @@ struct CopyOption {
 
 bool Nothing(const std::string&, Wish&) {
   return true;
+}
+
+bool KeepsClock(const std::string&, Wish& wish) {
+  wish.keepsClock = true;
+  return true;
+}
+
+bool Chapters(const std::string& value, Wish& wish) {
+  wish.dropsChapters = value == "-1";
+  return true;
+}
+
+bool Container(const std::string& value, Wish& wish) {
+  wish.copy.format.name = value;
+  return true;
+}
+
+// Colons and equals signs separate options, and the other characters hide those.
+bool Fragments(const char* option, const std::string& value, Wish& wish) {
+  wish.fragments += std::string(":") + option + "=" + value;
+  return value.find_first_of(":=\\'") == std::string::npos;
+}
+
+bool FragmentFlags(const std::string& value, Wish& wish) {
+  return Fragments("movflags", value + kClockOfFragments, wish);
+}
+
+bool FragmentLength(const std::string& value, Wish& wish) {
+  return Fragments("frag_duration", value, wish);
+}
+
+bool TimeCode(const std::string& value, Wish& wish) {
+  return Fragments("write_tmcd", value, wish);
 }
 
 bool Film(const std::string& value, Wish& wish) {
@@ -65,6 +108,11 @@ bool SoundCoder(const std::string& value, Wish& wish) {
 bool SoundBits(const std::string& value, Wish& wish) {
   wish.recipe.bitRate = std::lround(ParseValue(ValueKind::kBitRate, value).value_or(0));
   return wish.recipe.bitRate > 0;
+}
+
+bool SoundRate(const std::string& value, Wish& wish) {
+  wish.recipe.rate = std::lround(ParseValue(ValueKind::kSampleRate, value).value_or(0));
+  return wish.recipe.rate > 0;
 }
 
 bool Channels(const std::string& value, Wish& wish) {
@@ -101,10 +149,11 @@ constexpr auto kCopyOptions = std::to_array<CopyOption>({
     {"-i", true, Film},
     {"-ss", true, Nothing},  // the entry says where
     {"-prefer_smd", false, Nothing},
+    {"-copyts", false, KeepsClock},
     {"-sn", false, Nothing},
     {"-dn", false, Nothing},
     {"-map", true, Map},
-    {"-map_chapters", true, Nothing},
+    {"-map_chapters", true, Chapters},
     {"-max_muxing_queue_size", true, Nothing},
     {"-vcodec", true, PictureCodec},
     {"-c:v", true, PictureCodec},
@@ -115,9 +164,9 @@ constexpr auto kCopyOptions = std::to_array<CopyOption>({
     {"-codec:a", true, SoundCodec},
     {"-aac_coder", true, SoundCoder},
     {"-ab", true, SoundBits},
-    {"-ar", true, Nothing},  // the request says it
+    {"-ar", true, SoundRate},
     {"-ac", true, Channels},
-    {"-af", true, Nothing},  // the same
+    {"-af", true, Nothing},  // the caller says it, together with the mix
     {"-sound", true, Sound},
     {"-hls_seek_time", true, Nothing},
     {"-segment_time", true, Nothing},
@@ -128,7 +177,10 @@ constexpr auto kCopyOptions = std::to_array<CopyOption>({
     {"-individual_header_trailer", true, Nothing},
     {"-avoid_negative_ts", true, Nothing},
     {"-break_non_keyframes", true, Nothing},
-    {"-f", true, Nothing},
+    {"-f", true, Container},
+    {"-movflags", true, FragmentFlags},
+    {"-frag_duration", true, FragmentLength},
+    {"-write_tmcd", true, TimeCode},
 });
 
 const CopyOption* FindOption(std::string_view name) {
@@ -154,22 +206,51 @@ std::optional<Wish> ReadWish(const Strings& arguments) {
   return wish;
 }
 
+bool IsCopy(const Wish& wish) {
+  return wish.copiesPictures && wish.copy.pictures.isWanted &&
+         (!wish.encodesSound || wish.isStereo);
+}
+
+// A transport stream has no fragments.
+bool IsContainer(const Wish& wish) {
+  return wish.copy.format.name == kMp4 ||
+         (wish.copy.format.name == kTransportStream && wish.fragments.empty());
+}
+
 }  // namespace
 
 std::optional<FilmCopy> PlanCopy(const Strings& arguments, const SegmentRequest& request,
                                  const SegmentEntry& entry) {
   auto wish = ReadWish(arguments);
   const bool isSeekable = request.isSeekable && !request.lacksIndex && !request.clockJumps;
-  if (!wish || !isSeekable || !wish->copiesPictures || !wish->copy.pictures.isWanted ||
-      (wish->encodesSound && !wish->isStereo)) {
+  if (!wish || !isSeekable || !IsCopy(*wish) || !wish->fragments.empty()) {
     return std::nullopt;
   }
+  wish->copy.format = {kTransportStream, kSegmentStream};
   wish->copy.seek = entry.seek;
   wish->copy.pictureFilters = Decodable(wish->copy.pictureFilters, request);
   if (wish->encodesSound) {
     wish->recipe.rate = request.soundRate;
     wish->recipe.filters = request.soundFilters;
     wish->recipe.first = entry.firstSample;
+    wish->copy.recipe = wish->recipe;
+  }
+  return wish->copy;
+}
+
+std::optional<FilmCopy> PlanByteCopy(const Strings& arguments, double start,
+                                     const std::string& soundFilters) {
+  auto wish = ReadWish(arguments);
+  if (!wish || !IsCopy(*wish) || !IsContainer(*wish) || !wish->keepsClock || !wish->dropsChapters ||
+      (wish->encodesSound && wish->recipe.rate <= 0)) {
+    return std::nullopt;
+  }
+  wish->copy.format.options = kByteStream + wish->fragments;
+  wish->copy.seek = start;
+  wish->copy.pictureFilters =
+      wish->copy.pictureFilters.empty() ? "null" : wish->copy.pictureFilters;
+  if (wish->encodesSound) {
+    wish->recipe.filters = soundFilters;
     wish->copy.recipe = wish->recipe;
   }
   return wish->copy;

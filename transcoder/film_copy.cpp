@@ -105,14 +105,17 @@ class Copy {
   Copy(const FilmCopy& plan, int output, int progress)
       : plan_(plan),
         av_(*AvFunctions::Get()),
-        output_(output),
+        output_(output, plan.format),
         report_(progress, static_cast<int64_t>(plan.seek * AV_TIME_BASE)) {}
 
   // False when FFmpeg has to do it.
   bool Open(UniqueFd film) {
-    film_ = FilmPackets::Open(std::move(film));
-    return film_ != nullptr && film_->StatesTimes() && ChooseTracks() && OpenTracks() && Enter() &&
-           output_.Begin();
+    film_ = FilmPackets::Open(std::move(film), WantedDetail());
+    if (film_ == nullptr || !film_->StatesTimes() || !ChooseTracks()) {
+      return false;
+    }
+    output_.Describe(film_->Format().metadata);
+    return OpenTracks() && Enter() && output_.Begin();
   }
 
   int Run() {
@@ -129,6 +132,11 @@ class Copy {
   }
 
  private:
+  // An MP4 file's header states the shape of pixels.
+  Detail WantedDetail() const {
+    return plan_.format.name == kMp4 ? Detail::kPixelShape : Detail::kStated;
+  }
+
   bool ChooseTracks() {
     const auto pictures = film_->Find(AVMEDIA_TYPE_VIDEO, plan_.pictures.number);
     const auto sound = film_->Find(AVMEDIA_TYPE_AUDIO, plan_.sound.number);
@@ -172,12 +180,42 @@ class Copy {
     if (packet.stream_index == picture_) {
       TakePicture(packet);
     } else if (encoder_ == nullptr) {
-      Write(soundTrack_, packet, film_->Track(sound_).time_base);
+      TakeSound(packet);
     } else {
       CountFromEntry(packet);
       encoder_->Take(packet);
       hasFailed_ = hasFailed_ || encoder_->HasFailed();
     }
+  }
+
+  // MP4 states how many samples each packet has, whatever the film's clock.
+  void TakeSound(AVPacket& packet) {
+    const AVStream& sound = film_->Track(sound_);
+    const bool counts = plan_.format.name == kMp4 && CountSamples(sound, packet);
+    Write(soundTrack_, packet, counts ? SampleClock(sound) : sound.time_base);
+  }
+
+  static AVRational SampleClock(const AVStream& sound) { return {1, sound.codecpar->sample_rate}; }
+
+  // 0 where packets differ and do not say. A header seldom says how long frames of AAC are; for
+  // longer ones the film's clock goes on to count.
+  int SamplesOf(const AVStream& sound, const AVPacket& packet) const {
+    constexpr int kUsualFrame = 1024;
+    const int stated = av_.av_get_audio_frame_duration2(sound.codecpar, packet.size);
+    return stated > 0 || sound.codecpar->codec_id != AV_CODEC_ID_AAC ? stated : kUsualFrame;
+  }
+
+  bool CountSamples(const AVStream& sound, AVPacket& packet) {
+    const int samples = SamplesOf(sound, packet);
+    if (samples <= 0 || sound.codecpar->sample_rate <= 0) {
+      return false;
+    }
+    const AVRational clock = SampleClock(sound);
+    packet.dts =
+        av_.av_rescale_delta(sound.time_base, packet.dts, clock, samples, &lastSample_, clock);
+    packet.pts = packet.dts;
+    packet.duration = samples;
+    return true;
   }
 
   // A stream begins with a key frame.
@@ -234,7 +272,8 @@ class Copy {
   Report report_;
   int picture_ = -1;  // the film's tracks
   int sound_ = -1;
-  int soundTrack_ = -1;  // the stream's
+  int soundTrack_ = -1;                  // the stream's
+  int64_t lastSample_ = AV_NOPTS_VALUE;  // what av_rescale_delta() keeps
   bool hasBegun_ = false;
   bool hasFailed_ = false;
 };

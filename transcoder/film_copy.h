@@ -9,6 +9,10 @@
 
 namespace orvo::transcoder {
 
+// The containers that a copy can have, by FFmpeg's names.
+inline constexpr char kTransportStream[] = "mpegts";
+inline constexpr char kMp4[] = "mp4";
+
 // One "-map" of a command line.
 struct TrackChoice {
   bool isWanted = false;
@@ -27,21 +31,28 @@ struct SoundRecipe {
                               // all are counted from there, through gaps in the film
 };
 
+// What the copy is written as.
+struct CopyFormat {
+  std::string name;     // FFmpeg's
+  std::string options;  // of the multiplexer: "NAME=VALUE", separated by colons
+};
+
 struct FilmCopy {
   std::string film;
   double seek = 0;             // where the film is entered, in seconds
-  std::string pictureFilters;  // of the bit stream; "" for none
+  std::string pictureFilters;  // of the bit stream
   TrackChoice pictures;
   TrackChoice sound;
   std::optional<SoundRecipe> recipe;  // nothing: the sound is copied
+  CopyFormat format;
 };
 
 // Nothing was written: the film needs FFmpeg.
 inline constexpr int kExitNeedsFFmpeg = 125;
 
-// Writes the film from there on as one MPEG transport stream. The stream's times are those of the
-// film. Reports its progress like FFmpeg into `progress`, unless that is below 0. Returns the exit
-// code: 0 at the film's end.
+// Writes the film from there on as one stream, whose times are those of the film. Reports its
+// progress like FFmpeg into `progress`, unless that is below 0. Returns the exit code: 0 at the
+// film's end.
 //
 // The calling process is confined and does nothing else.
 int CopyFilm(const FilmCopy& copy, UniqueFd film, int output, int progress);

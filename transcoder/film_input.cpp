@@ -47,16 +47,16 @@ FilmInput::~FilmInput() {
   }
 }
 
-std::unique_ptr<FilmInput> FilmInput::Open(UniqueFd film) {
+std::unique_ptr<FilmInput> FilmInput::Open(UniqueFd film, Detail detail) {
   const AvFunctions* const av = AvFunctions::Get();
   if (av == nullptr) {
     return nullptr;
   }
   std::unique_ptr<FilmInput> input(new FilmInput(*av, std::move(film)));
-  return input->OpenContext() ? std::move(input) : nullptr;
+  return input->OpenContext(detail) ? std::move(input) : nullptr;
 }
 
-bool FilmInput::OpenContext() {
+bool FilmInput::OpenContext(Detail detail) {
   context_ = av_.avformat_alloc_context();
   if (context_ == nullptr || io_ == nullptr) {
     return false;
@@ -66,7 +66,7 @@ bool FilmInput::OpenContext() {
   context_->format_whitelist = av_.av_strdup(kSelfContainedFormats);
   // A failure frees the context.
   return av_.avformat_open_input(&context_, nullptr, nullptr, nullptr) >= 0 &&
-         (StatesItsTracks() || av_.avformat_find_stream_info(context_, nullptr) >= 0);
+         (StatesItsTracks(detail) || av_.avformat_find_stream_info(context_, nullptr) >= 0);
 }
 
 bool FilmInput::IsMatroska() const {
@@ -78,15 +78,20 @@ bool FilmInput::IsMp4() const {
 }
 
 // A fragmented MP4 may begin with a header that says little.
-bool FilmInput::StatesItsTracks() const {
+bool FilmInput::StatesItsTracks(Detail detail) const {
   if (!IsMatroska() && !IsMp4()) {
     return false;
   }
   for (unsigned i = 0; i < context_->nb_streams; ++i) {
-    const AVCodecParameters& codec = *context_->streams[i]->codecpar;
+    const AVStream& track = *context_->streams[i];
+    const AVCodecParameters& codec = *track.codecpar;
     const bool isUnknown =
         codec.codec_id == AV_CODEC_ID_NONE && codec.codec_type != AVMEDIA_TYPE_DATA;
-    if (isUnknown || (codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate == 0)) {
+    const bool lacksShape = detail == Detail::kPixelShape &&
+                            codec.codec_type == AVMEDIA_TYPE_VIDEO &&
+                            track.sample_aspect_ratio.num <= 0;
+    const bool lacksRate = codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate == 0;
+    if (isUnknown || lacksShape || lacksRate) {
       return false;
     }
   }

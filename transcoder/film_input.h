@@ -19,12 +19,18 @@ struct FreeParameters {
 };
 using AvParameters = std::unique_ptr<AVCodecParameters, FreeParameters>;
 
+// What must be known of a film's tracks.
+enum class Detail {
+  kStated,      // what the header of an MP4 or Matroska file states
+  kPixelShape,  // the shape of pixels as well, which may stand in the pictures alone
+};
+
 class FilmInput {
  public:
   // Takes the film. Null when it is no film in a self-contained format, or when libavformat is
-  // missing, which is in the log. What MP4 and Matroska state in their headers is taken from there;
-  // the beginning of other films is read until their tracks are known.
-  static std::unique_ptr<FilmInput> Open(UniqueFd film);
+  // missing, which is in the log. What MP4 and Matroska state in their headers is taken from there,
+  // if it is enough; the beginning of other films is read until their tracks are known.
+  static std::unique_ptr<FilmInput> Open(UniqueFd film, Detail detail = Detail::kStated);
   ~FilmInput();
   FilmInput(const FilmInput&) = delete;
   FilmInput& operator=(const FilmInput&) = delete;
@@ -46,8 +52,8 @@ class FilmInput {
 
  private:
   FilmInput(const AvFunctions& av, UniqueFd film);
-  bool OpenContext();
-  bool StatesItsTracks() const;
+  bool OpenContext(Detail detail);
+  bool StatesItsTracks(Detail detail) const;
   static int ReadBytes(void* self, uint8_t* buffer, int size);
   static int64_t SeekByte(void* self, int64_t offset, int whence);
 

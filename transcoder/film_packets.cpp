@@ -93,8 +93,8 @@ bool IsIdrWithStartCodes(AVCodecID codec, Bytes bytes) {
 
 }  // namespace
 
-std::unique_ptr<FilmPackets> FilmPackets::Open(UniqueFd film) {
-  auto input = FilmInput::Open(std::move(film));
+std::unique_ptr<FilmPackets> FilmPackets::Open(UniqueFd film, Detail detail) {
+  auto input = FilmInput::Open(std::move(film), detail);
   if (input == nullptr) {
     return nullptr;
   }

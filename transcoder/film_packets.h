@@ -30,7 +30,7 @@ struct FilmPacket {
 class FilmPackets {
  public:
   // Takes the film. Null when it is no film, or when libavformat is missing, which is in the log.
-  static std::unique_ptr<FilmPackets> Open(UniqueFd film);
+  static std::unique_ptr<FilmPackets> Open(UniqueFd film, Detail detail = Detail::kStated);
 
   // Tracks have FFmpeg's numbers: those of "-map 0:N".
   int TrackCount() const { return trackCount_; }

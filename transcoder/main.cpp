@@ -114,7 +114,9 @@ class Job {
       return RunFragments(translation.command, *translation.fragments);
     }
     if (!translation.segments) {
-      return Become(translation.command);
+      return translation.copy && WritesBytes(translation.command)
+                 ? RunCopyBytes(*translation.copy, progress_, translation.command)
+                 : Become(translation.command);
     }
     return translation.copy ? RunSegments(*translation.copy, progress_, translation.command,
                                           *translation.segments)

@@ -483,10 +483,8 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
   AppendUnlessEmpty(argument.name, CutFilters(Shaped(chain, facts), facts), out);
 }
 
-// A fragmented file carries the film's clock only when each fragment states it, and when the header
-// waits for the first packets to learn how far sound and picture start apart.
 void MovFlags(const Argument& argument, const Facts& facts, Strings& out) {
-  const char* clock = facts.keepsFilmClock ? "+frag_discont+delay_moov" : "";
+  const char* clock = facts.keepsFilmClock ? kClockOfFragments : "";
   Append(out, {argument.name, argument.value + clock});
 }
 
@@ -826,6 +824,12 @@ std::vector<Strings> PictureSearches(const std::vector<Argument>& parsed, Facts 
   return searches;
 }
 
+// Films without an index cannot be entered by their key frames.
+bool IsEnteredAtKeyFrames(const Facts& facts) {
+  return !IsDescriptor(facts.input) &&
+         (facts.start <= 0 || !facts.surroundings->lacksIndex(facts.input));
+}
+
 void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const Strings& arguments,
                 Translation& translation) {
   const std::string& output = arguments.back();
@@ -835,6 +839,8 @@ void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const S
   } else if (facts.segments.isWanted) {
     translation.segments = PlanSegments(facts.segments, facts.entry, output);
     translation.copy = PlanCopy(arguments, facts.segments, facts.entry);
+  } else if (facts.copiesVideo && IsEnteredAtKeyFrames(facts)) {
+    translation.copy = PlanByteCopy(arguments, facts.start, facts.segments.soundFilters);
   }
 }
 

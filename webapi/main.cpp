@@ -49,6 +49,8 @@ struct Call {
   unsigned seconds = kPlainSeconds;
   // Goes on without its client. A page sends such a call while it is being left.
   bool outlivesClient = false;
+  // May name any host: it tells nothing that a page of another server could use.
+  bool isForAnyHost = false;
 };
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list", webapi::ListFolder},
@@ -83,6 +85,8 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Conversion", "get", webapi::GetConversion},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
+    Call{"ORVO.Mirevo2.Status", "health", webapi::DescribeHealth, Right::kAnyone, false,
+         kPlainSeconds, false, true},
     Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},
     Call{"ORVO.Mirevo2.Auth", "logout", webapi::LogOut, Right::kAnyone, true, kPlainSeconds, true},
     Call{"ORVO.Mirevo2.Auth", "who", webapi::DescribeCaller, Right::kAnyone},
@@ -129,28 +133,45 @@ Answer Make(const Call& call, Request& request) {
   return call.handle(request);
 }
 
+// The call that a request names; null if there is none.
+const Call* CallOf(const Request& request) {
+  const auto found = std::find_if(kCalls.begin(), kCalls.end(), [&](const Call& call) {
+    return request.Text("api") == call.api && request.Text("method") == call.method;
+  });
+  return found == kCalls.end() ? nullptr : found;
+}
+
 Answer Dispatch(Request& request) {
   if (request.Text("version") != "1") {
     return Answer::Failure(webapi::kBadRequest, "This server speaks version 1 of the API.");
   }
-  for (const Call& call : kCalls) {
-    if (request.Text("api") == call.api && request.Text("method") == call.method) {
-      return Make(call, request);
-    }
-  }
-  return Answer::Failure(webapi::kBadRequest, "There is no such API method.");
+  const Call* const call = CallOf(request);
+  return call != nullptr ? Make(*call, request)
+                         : Answer::Failure(webapi::kBadRequest, "There is no such API method.");
+}
+
+bool IsRead(const Request& blank) {
+  return blank.Method() == "GET" || blank.Method() == "HEAD";
+}
+
+// Balancers ask boxes by addresses of their own.
+bool IsForAnyHost(const Request& blank) {
+  std::string ignored;
+  const auto request = IsRead(blank) ? Request::Read(ignored) : std::nullopt;
+  const Call* const call = request ? CallOf(*request) : nullptr;
+  return call != nullptr && call->isForAnyHost;
 }
 
 Answer Serve(const Request& blank) {
   const std::string method = blank.Method();
-  if (auto refusal = webapi::RefuseStranger(blank)) {
+  if (auto refusal = webapi::RefuseStranger(blank); refusal && !IsForAnyHost(blank)) {
     return *refusal;
   }
   webapi::SendOriginHeaders(blank);
   if (method == "OPTIONS") {
     return webapi::DescribeOptions(blank);
   }
-  if (method != "GET" && method != "HEAD" && method != "POST") {
+  if (!IsRead(blank) && method != "POST") {
     return Answer::Failure(webapi::kMethodNotAllowed, "There is no such method.")
         .AddHeader("Allow", "GET, HEAD, POST, OPTIONS");
   }

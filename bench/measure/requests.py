@@ -60,3 +60,25 @@ def playlist(system):
         return took
 
     yield pair("playlist, ten hours", system.rounds, lambda: take(long), lambda: take(short), "one minute")
+    yield from ten_hours_of_cmaf(system, "CMAF playlist", cmaf_playlist)
+    yield from ten_hours_of_cmaf(system, "CMAF manifest", cmaf_manifest)
+
+
+def cmaf_playlist(system, stream):
+    listed = system.get(stream["address"]).decode().splitlines()
+    return next(line for line in listed if not line.startswith("#"))
+
+
+def cmaf_manifest(system, stream):
+    return system.local(stream["dash"])
+
+
+def ten_hours_of_cmaf(system, what, address_of):
+    """One text of a ten-hour presentation, and how large it is."""
+    stream, short = (system.open(film, "cmaf") for film in (media.ten_hours(), media.small_film()))
+    address, floor = address_of(system, stream), address_of(system, short)
+    yield pair(f"{what}, ten hours", system.rounds, lambda: timed(lambda: system.get(address)),
+               lambda: timed(lambda: system.get(floor)), "one minute", bound=20)
+    yield Figure(f"{what}, ten hours, size", len(system.get(address)) / 1024, unit="KiB")
+    for opened in (stream, short):
+        system.close(opened)

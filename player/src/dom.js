@@ -1,4 +1,5 @@
 // Creates elements. Every text becomes a text node, because a file's name may contain markup.
+import { t } from './language.js';
 
 const OWN = new Set(['hidden', 'disabled', 'checked', 'value', 'open', 'required', 'readOnly', 'muted']);
 
@@ -77,7 +78,7 @@ export const find = (id) => document.getElementById(id);
 
 // Shows a dialog and removes it when it is closed.
 export function openDialog(title, ...children) {
-  const close = element('button', { type: 'button', on: { click: () => dialog.close() } }, 'Close');
+  const close = element('button', { type: 'button', on: { click: () => dialog.close() } }, t('Close'));
   const heading = element('h2', {}, title);
   const dialog = element('dialog', { 'aria-label': title }, heading, ...children, element('p', { class: 'actions' }, close));
   dialog.addEventListener('close', () => dialog.remove());

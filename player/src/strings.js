@@ -56,6 +56,19 @@ export const GERMAN = {
   'Play the queue': 'Warteschlange abspielen',
   'Clear the queue': 'Warteschlange leeren',
 
+  'Save as playlist': 'Als Wiedergabeliste speichern',
+  'Other players, such as VLC, play the original files of a playlist one after the other. Most of them read both forms.':
+    'Andere Abspieler wie VLC spielen die Originaldateien einer Wiedergabeliste nacheinander ab. Die meisten lesen beide Formen.',
+  'Opening film {number} of {count} …': 'Film {number} von {count} wird geöffnet …',
+  'None of these films can be played.': 'Keiner dieser Filme kann abgespielt werden.',
+  'The browser saves a playlist of {count} film.': 'Der Browser speichert eine Wiedergabeliste mit {count} Film.',
+  'The browser saves a playlist of {count} films.': 'Der Browser speichert eine Wiedergabeliste mit {count} Filmen.',
+  'It has the first {count} films only.': 'Sie enthält nur die ersten {count} Filme.',
+  'Only players on this computer can play it, because the service listens to this computer alone.':
+    'Nur Abspieler auf diesem Computer können sie abspielen, weil der Dienst nur für ihn da ist.',
+  'Anybody who has the playlist can play its films. An address ends when nobody has used it for a day.':
+    'Wer die Liste hat, kann ihre Filme abspielen. Eine Adresse endet, wenn sie einen Tag lang niemand benutzt.',
+
   // A film
   Play: 'Abspielen',
   'Resume at {time}': 'Weiter bei {time}',
@@ -210,6 +223,7 @@ export const GERMAN = {
   'Not available': 'Nicht möglich',
   Password: 'Passwort',
   Cancel: 'Abbrechen',
+  Close: 'Schließen',
   'The account or the password is wrong.': 'Das Konto oder das Passwort ist falsch.',
   'Copied.': 'Kopiert.',
   'The browser does not let this page copy. Copy the address from the field.':
@@ -249,6 +263,7 @@ export const GERMAN = {
   'Log in to continue.': 'Melden Sie sich an, um fortzufahren.',
   'You do not have access to this film.': 'Sie haben keinen Zugang zu diesem Film.',
   'Choose another film from the library.': 'Wählen Sie einen anderen Film aus der Mediathek.',
+  'The address of this film no longer works.': 'Die Adresse dieses Films gilt nicht mehr.',
   'This film or stream no longer exists.': 'Diesen Film oder Stream gibt es nicht mehr.',
   'Open the film again from the library.': 'Öffnen Sie den Film noch einmal aus der Mediathek.',
   'Reload the page. If that does not help, the server is newer than the page.':

@@ -6,6 +6,7 @@ const WORDS = {
   Unauthorized: ['You are not logged in.', 'Log in to continue.'],
   Forbidden: ['You do not have access to this film.', 'Choose another film from the library.'],
   NotFound: ['This film or stream no longer exists.', 'Open the film again from the library.'],
+  Gone: ['The address of this film no longer works.', 'Open the film again from the library.'],
   MethodNotAllowed: ['The server did not understand this request.', 'Reload the page. If that does not help, the server is newer than the page.'],
   Busy: ['The server is busy.', 'Try again in a moment.'],
   Unavailable: ['FFmpeg is missing on the server, so it cannot convert films.', 'Install the package ffmpeg on the server.'],

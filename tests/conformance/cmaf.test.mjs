@@ -10,7 +10,7 @@ import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
 import { playback, plays, withBarePage } from '../service/bare_page.mjs';
-import { build, processesWith, Service } from '../service/support.mjs';
+import { build, eventually, processesWith, Service } from '../service/support.mjs';
 
 const run = promisify(execFile);
 const program = fileURLToPath(new URL('cmaf_conformance.py', import.meta.url));
@@ -101,6 +101,12 @@ test('the film is copied only if a player can start at each key frame', async ()
   assert.doesNotMatch(await playlist(stream), /rendition=copy-video/);
   const { data } = await service.call('Streaming', 'state', { format: 'cmaf', stream_id: stream.stream_id });
   assert.match(data.not_copied, /cannot start at the key frames/);
+  const about = async (name, client) =>
+    (await service.call('Library', 'info', { path: path.join(folder, name), ...client })).data.not_copied;
+  assert.equal(await about('open.mp4', {}), data.not_copied);
+  assert.equal(await about('closed.mp4', {}), '');
+  assert.match(await about('closed.mp4', { codecs: 'vp09' }), /does not play/);
+  assert.equal(await about('sound.m4a', {}), '');
 });
 
 const analyze = (film) =>
@@ -121,6 +127,23 @@ for (const name of Object.keys(unindexed)) {
     assert.equal(await playlist(early), plan);
   });
 }
+
+test('the times of a start are those of its pictures', async () => {
+  const stream = await open('closed.mp4');
+  const base = stream.url.replace('master.m3u8', 'segment.m4s');
+  for (const rendition of ['stereo-0', 'copy-video']) {
+    await (await fetch(`${base}&rendition=${rendition}&segment=0`)).arrayBuffer();
+  }
+  // The request writes them after its answer.
+  const times = await eventually(async () => {
+    const { data } = await service.call('Status', 'get');
+    const found = data.streams.find(({ stream_id: id }) => id === stream.stream_id).times;
+    return 'sent' in found ? found : undefined;
+  }, 60_000);
+  assert.deepEqual(Object.keys(times).filter((step) => step !== 'first_key').sort(), [
+    ...['admission', 'first_bytes', 'prepare', 'probe', 'sent', 'start'],
+  ]);
+});
 
 test('a header costs no run', async () => {
   const stream = await open('closed.mp4');

@@ -1,7 +1,10 @@
 // Two services with the same films and the same key: an address of one plays on the other.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
+import { createHash } from 'node:crypto';
+import { once } from 'node:events';
 import fs from 'node:fs';
+import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
@@ -17,14 +20,14 @@ let sid; // anna's session on the box that opens
 const newKey = () => execFileSync(path.join(build, 'target/bin/mirevo'), ['cluster', 'key'], { encoding: 'utf8' });
 
 // A box of the cluster with this key, with the accounts of `like`.
-async function startBox(key, like) {
+async function startBox(key, like, options = []) {
   const box = Service.prepare();
   const folder = path.join(box.root, 'var/packages/Mirevo/etc');
   fs.mkdirSync(folder, { recursive: true });
   fs.writeFileSync(path.join(folder, 'cluster_key'), key, { mode: 0o600 });
   if (like) fs.copyFileSync(path.join(like.root, 'var/packages/Mirevo/etc/accounts'), path.join(folder, 'accounts'));
   else box.account(['add', 'anna'], password);
-  await box.serve([films], ['--cluster_key', path.join(folder, 'cluster_key'), '--no-conversions']);
+  await box.serve([films], ['--cluster_key', path.join(folder, 'cluster_key'), '--no-conversions', ...options]);
   return box;
 }
 
@@ -96,12 +99,18 @@ test('HLS: the playlists of both boxes are the same, and segments of both follow
   }
 });
 
-test('HLS: a segment can be the first thing that a box hears of a stream, also for several requests at once', async () => {
+test('HLS: a segment can be the first thing that a box hears of a stream', async () => {
   const stream = await open('hls', { profile: 'hls_remux' });
   const [, second] = addressesIn(await text(stream.url));
-  const answers = await Promise.all([1, 2, 3].map(() => fetch(at(other, second))));
-  assert.deepEqual(answers.map(({ status }) => status), [200, 200, 200]);
-  await Promise.all(answers.map((answer) => answer.arrayBuffer()));
+  const answer = await fetch(at(other, second));
+  assert.equal(answer.status, 200);
+  await answer.arrayBuffer();
+});
+
+test('of several first requests at once, one makes the stream and all are answered', async () => {
+  const stream = await open('hls', { profile: 'hls_remux' });
+  const playlists = await Promise.all([1, 2, 3, 4].map(() => text(at(other, stream.url))));
+  assert.deepEqual(new Set(playlists), new Set([await text(stream.url)]));
 });
 
 test('CMAF: playlist, manifest, header and segment come from the other box', async () => {
@@ -205,6 +214,21 @@ test('a film that has changed, or is gone, is refused with 410', async () => {
   await isRefused(at(other, url), 410);
 });
 
+test('where the other box would cut the film differently, it refuses with 410', async () => {
+  const file = path.join(films, 'cut.mkv');
+  fs.copyFileSync(path.join(media, 'h264_ac3.mkv'), file);
+  const analyze = () => execFileSync(mirevo, ['analyze', file], { env: opening.environment, stdio: 'ignore' });
+  const forget = () => fs.rmSync(path.join(films, '@ea'), { recursive: true });
+  analyze();
+  const { url: planned } = await open('hls', { profile: 'hls_remux' }, 'cut.mkv');
+  forget();
+  await isRefused(at(other, planned), 410);
+  const { url } = await open('hls', { profile: 'hls_remux' }, 'cut.mkv');
+  analyze();
+  assert.equal(await text(at(other, url)), await text(url), 'an analysis that came later changes nothing');
+  forget();
+});
+
 test('a closed stream stays closed on the box that was told', async () => {
   const stream = await open('hls', { profile: 'hls_remux' });
   await text(at(other, stream.url));
@@ -228,6 +252,59 @@ test('a stream that was last used a day ago is refused with 410', async () => {
   const response = await fetch(at(other, stream.url));
   assert.equal(response.status, 410);
   assert.match((await response.json()).error.message, /expired/);
+});
+
+const mirevo = path.join(build, 'target/bin/mirevo');
+const balancer = (...words) => execFileSync(mirevo, ['cluster', 'haproxy', ...words], { encoding: 'utf8', stdio: 'pipe' });
+
+test('the printed configuration is one that HAProxy accepts', { skip: !fs.existsSync('/usr/sbin/haproxy') && 'HAProxy is not installed' }, () => {
+  for (const boxes of [['127.0.0.1'], ['127.0.0.1:8001', '[::1]:8002', 'localhost', 'box.invalid']]) {
+    const file = path.join(opening.root, 'haproxy.cfg');
+    fs.writeFileSync(file, balancer(...boxes));
+    execFileSync('/usr/sbin/haproxy', ['-c', '-f', file], { stdio: 'pipe' });
+  }
+});
+
+test('words that are no boxes are refused before anything is printed', () => {
+  for (const word of ['', 'a b', 'a\nb', 'box:0', 'box:65536', 'box:x', '[::1', '::1', 'box:1:2', 'BOX', '$(id)', '"']) {
+    assert.throws(() => balancer(word), ({ status, stdout }) => status === 64 && stdout === '', word);
+  }
+  assert.throws(() => balancer('box', '--socket', '/run/a b'), ({ status }) => status === 64);
+  assert.throws(() => balancer('box', '--listen', '*'), ({ status }) => status === 64);
+});
+
+test('tries of a password count for the client that a named proxy tells, and for no other', async () => {
+  const tryAt = (box) =>
+    fetch(`${box.address}/webapi/entry.cgi`, {
+      method: 'POST',
+      headers: { 'X-Forwarded-For': '198.51.100.7, 203.0.113.9' },
+      body: new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'nobody', passwd: 'wrong' }),
+    });
+  const counted = (box, client) =>
+    fs.existsSync(path.join(box.root, 'run/mirevo/attempts', createHash('sha256').update(`address ${client}`).digest('hex')));
+  const behind = await startBox(newKey(), opening, ['--proxy', '127.0.0.1']);
+  try {
+    assert.equal((await tryAt(behind)).status, 401);
+    assert.deepEqual(['203.0.113.9', '198.51.100.7', '127.0.0.1'].map((client) => counted(behind, client)), [true, false, false]);
+    assert.equal((await tryAt(other)).status, 401);
+    assert.deepEqual(['203.0.113.9', '127.0.0.1'].map((client) => counted(other, client)), [false, true]);
+  } finally {
+    await behind.stop();
+  }
+});
+
+test('health is told without a login and under any name, and nothing else is', async () => {
+  const ask = async (method, api = 'Status') => {
+    const { hostname, port } = new URL(opening.address);
+    const query = `/webapi/entry.cgi?api=ORVO.Mirevo2.${api}&version=1&method=${method}`;
+    const [response] = await once(http.get({ hostname, port, path: query, headers: { Host: 'balancer.example' } }), 'response');
+    return { status: response.statusCode, ...JSON.parse(Buffer.concat(await response.toArray())) };
+  };
+  const health = await ask('health');
+  assert.equal(health.status, 200);
+  assert.deepEqual(Object.keys(health.data).sort(), ['draining', 'free', 'limit', 'streams']);
+  assert.equal((await ask('get')).status, 403);
+  assert.equal((await ask('who', 'Auth')).status, 403);
 });
 
 test('a service without a key makes addresses without a ticket', async () => {

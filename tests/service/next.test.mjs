@@ -7,6 +7,9 @@ import { after, afterEach, before, beforeEach, test } from 'node:test';
 import { encode, launch, Viewer } from './page.mjs';
 import { eventually, media, Service } from './support.mjs';
 
+// A name that would add a film to a playlist, and an element to its other form.
+const LINES = 'Lists/b\nfile:etc<location>.mkv';
+
 let service;
 let browser;
 let folder;
@@ -18,7 +21,7 @@ const watch = (name, second) => viewer.go(place('play', name, `?t=${second}`));
 
 before(async () => {
   folder = fs.mkdtempSync(path.join(media, 'next-'));
-  for (const name of ['Show/Season 1/Show.S01E01.mkv', 'Show/Season 1/Show.S01E02.mkv', 'Show/Season 2/Show.S02E01.mkv', 'Films/one.mkv', 'Films/two.mkv']) {
+  for (const name of ['Show/Season 1/Show.S01E01.mkv', 'Show/Season 1/Show.S01E02.mkv', 'Show/Season 2/Show.S02E01.mkv', 'Films/one.mkv', 'Films/two.mkv', 'Lists/a.mkv', LINES]) {
     const file = path.join(folder, name);
     fs.mkdirSync(path.dirname(file), { recursive: true });
     fs.linkSync(path.join(media, 'cinema.mkv'), file);
@@ -157,4 +160,51 @@ test('two taps at the edge of the picture skip ten seconds', async () => {
   await tap();
   await tap();
   await page.waitForFunction(() => document.getElementById('video').currentTime > 9.5);
+});
+
+// Saves the folder that is shown as a playlist of this form. Returns the file's name and text.
+async function savedAs(form) {
+  await page.getByRole('button', { name: 'Save as playlist' }).click();
+  const dialog = page.getByRole('dialog', { name: 'Save as playlist' });
+  const saved = page.waitForEvent('download');
+  await dialog.getByRole('button', { name: form }).click();
+  const file = await saved;
+  const text = fs.readFileSync(await file.path(), 'utf8');
+  await dialog.getByText('The browser saves a playlist of 2 films.').waitFor();
+  await page.keyboard.press('Escape');
+  await dialog.waitFor({ state: 'detached' });
+  return [file.suggestedFilename(), text];
+}
+
+// Does each address give a film?
+async function playAll(addresses) {
+  for (const address of addresses) {
+    const answer = await fetch(address, { headers: { Range: 'bytes=0-3' } });
+    assert.equal(answer.status, 206);
+    assert.equal(Buffer.from(await answer.arrayBuffer()).toString('hex'), '1a45dfa3', 'the film itself');
+  }
+}
+
+test('a folder is saved as a playlist for other players, whatever its films are called', async () => {
+  await viewer.go(place('folder', 'Lists'));
+  const [name, list] = await savedAs('M3U');
+  assert.equal(name, 'Lists.m3u');
+  const [head, first, one, second, two, ...rest] = list.split('\n');
+  assert.deepEqual([head, first, second, rest], ['#EXTM3U', '#EXTINF:20,a.mkv', '#EXTINF:20,b file:etc<location>.mkv', ['']]);
+  await playAll([one, two]);
+  const [, text] = await savedAs('XSPF');
+  const tracks = await page.evaluate((xml) => {
+    const read = new DOMParser().parseFromString(xml, 'application/xml');
+    return [...read.querySelectorAll('track')].map((track) => ['location', 'title'].map((part) => [...track.querySelectorAll(part)].map((node) => node.textContent)));
+  }, text);
+  assert.deepEqual(tracks.map(([, title]) => title), [['a.mkv'], ['b file:etc<location>.mkv']]);
+  await playAll(tracks.flatMap(([location]) => location));
+});
+
+test('the queue is saved as a playlist', async () => {
+  await page.addInitScript((films) => sessionStorage.setItem('mirevo-queue', JSON.stringify([`${films}/one.mkv`, `${films}/two.mkv`])), encode(path.join(folder, 'Films')));
+  await viewer.go();
+  const [name, list] = await savedAs('M3U');
+  assert.equal(name, 'Queue.m3u');
+  assert.deepEqual(list.match(/(?<=,).*\.mkv/g), ['one.mkv', 'two.mkv']);
 });

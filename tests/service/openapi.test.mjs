@@ -126,6 +126,7 @@ const good = {
   'Conversion.remove': () => ({ id: '1' }),
   'Conversion.get': () => undefined, // nothing has been converted
   'Status.get': () => ({}),
+  'Status.health': () => ({}),
   'Auth.login': () => undefined, // without accounts nobody can log in
   'Auth.logout': () => ({}),
   'Auth.who': () => ({}),

@@ -28,11 +28,11 @@ afterEach(async () => {
   await service.call('Streaming', 'close', { format: 'hls', stream_id: stream.stream_id, _sid: stream.sid });
 });
 
-async function open(account) {
+async function open(account, parameters = { format: 'hls', profile: 'hls_remux' }) {
   const body = new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account, passwd: password });
   const { data } = await (await fetch(`${service.address}/webapi/entry.cgi`, { method: 'POST', body })).json();
   const film = path.join(media, 'h264_ac3.mkv');
-  return { sid: data._sid, ...(await service.open(film, { format: 'hls', profile: 'hls_remux', _sid: data._sid })) };
+  return { sid: data._sid, ...(await service.open(film, { ...parameters, _sid: data._sid })) };
 }
 
 async function firstSegment({ url }) {
@@ -133,6 +133,40 @@ test('a new password ends the links, also for ready segments', async () => {
   assert.equal((await get(segment)).status, 401);
   assert.ok(!isByWebServer());
   stream = await open('anna');
+});
+
+test('pieces of a CMAF stream come as well, with what the transcoder and the player need', { timeout: 120_000 }, async () => {
+  const cmaf = await open('anna', { format: 'cmaf' });
+  try {
+    const folder = path.join(service.root, 'tmp/Mirevo/CMAF', cmaf.stream_id);
+    const accessed = path.join(folder, 'access_status');
+    const address = (number) =>
+      `${cmaf.url.replace('master.m3u8', number === 'init' ? 'init.mp4' : 'segment.m4s')}&rendition=copy-video&segment=${number}`;
+    for (const number of [0, 1, 'init']) assert.equal((await get(address(number))).status, 200);
+    await eventually(async () => {
+      await get(address(0));
+      return fs.existsSync(pass(cmaf)) ? true : undefined;
+    }, 60_000);
+    const take = async (number, isOurs) => {
+      fs.truncateSync(accessed);
+      const answer = await get(address(number), isOurs ? {} : { Range: 'bytes=0-' });
+      assert.equal(fs.statSync(accessed).size > 0, isOurs, `segment ${number}`);
+      const { 'content-type': type, etag, 'last-modified': date, 'cache-control': keep } = answer.headers;
+      return { body: answer.body, type, etag, date, keep, timing: 'server-timing' in answer.headers };
+    };
+    // A request that the program answers slowly is remembered, which ends the pass. So these come last.
+    const ours = [await take(1, true), await take('init', true)];
+    assert.deepEqual(ours, [await take(1, false), await take('init', false)]);
+    for (const file of [folder, path.join(folder, 'copy-video')]) {
+      assert.equal(fs.readFileSync(path.join(file, 'requested'), 'utf8'), '0000001');
+    }
+    // What the request program would refuse is left to it.
+    for (const [from, to] of [['copy-video', '..'], ['segment=1', 'segment=1x']]) {
+      assert.ok((await get(address(1).replace(from, to))).status >= 400);
+    }
+  } finally {
+    await service.call('Streaming', 'close', { format: 'cmaf', stream_id: cmaf.stream_id, _sid: cmaf.sid });
+  }
 });
 
 test('a closed stream leaves no pass', async () => {

@@ -186,6 +186,11 @@ export class Service {
     return processesWith(this.root).filter(({ command }) => command.includes('-progress pipe:'));
   }
 
+  // The processes of the transcoder program itself: those that a copy without FFmpeg has, too.
+  transcoderPrograms() {
+    return processesWith(this.root).filter(({ command }) => command.includes('target/bin/ffmpeg '));
+  }
+
   // Checks that nothing runs, nothing is registered, and only the streams in `kept` have directories.
   async isQuiet(milliseconds = patience, kept = []) {
     const rest = () => [

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -21,10 +22,13 @@ std::optional<FilmCopy> ParseFilmCopy(const std::string& text) {
 }
 
 FilmCopy Whole() {
-  FilmCopy copy{
-      "/films/a \n\"b\".mkv", 103.28,
-      "h264_mp4toannexb",     {true, 0, false},
-      {true, 2, true},        SoundRecipe{"aac", "fast", 128000, 48000, "aresample=48000", -512}};
+  FilmCopy copy{"/films/a \n\"b\".mkv",
+                103.28,
+                "h264_mp4toannexb",
+                {true, 0, false},
+                {true, 2, true},
+                SoundRecipe{"aac", "fast", 128000, 48000, "aresample=48000", -512},
+                {"mp4", "movflags=frag_keyframe"}};
   return copy;
 }
 
@@ -34,6 +38,8 @@ TEST(CopyText, IsReadBackUnchanged) {
   EXPECT_EQ(read->film, Whole().film);
   EXPECT_EQ(read->seek, 103.28);
   EXPECT_EQ(read->pictureFilters, "h264_mp4toannexb");
+  EXPECT_EQ(read->format.name, "mp4");
+  EXPECT_EQ(read->format.options, "movflags=frag_keyframe");
   EXPECT_TRUE(read->pictures.isWanted && !read->pictures.isOptional);
   EXPECT_EQ(read->sound.number, 2);
   EXPECT_TRUE(read->sound.isOptional);
@@ -73,11 +79,25 @@ std::string Text(const std::vector<std::string>& values) {
   return text;
 }
 
+std::vector<std::string> Values() {
+  return {"0", "a.mkv", "1", "", "mpegts", "", "1", "0", "0", "1", "0", "0", "0"};
+}
+
 TEST(CopyText, WithAValueOfAnotherKindIsNoCopy) {
-  EXPECT_TRUE(ParseFilmCopy(Text({"0", "a.mkv", "1", "", "1", "0", "0", "1", "0", "0", "0"})));
-  EXPECT_FALSE(ParseFilmCopy(Text({"0", "a.mkv", "1s", "", "1", "0", "0", "1", "0", "0", "0"})));
-  EXPECT_FALSE(ParseFilmCopy(Text({"0", "a.mkv", "1", "", "7", "0", "0", "1", "0", "0", "0"})));
-  EXPECT_FALSE(ParseFilmCopy(Text({"0", "a.mkv", "1", "", "1", "", "0", "1", "0", "0", "0"})));
+  EXPECT_TRUE(ParseFilmCopy(Text(Values())));
+  for (const auto& [place, value] : {std::pair(2, "1s"), {6, "7"}, {7, ""}}) {
+    auto values = Values();
+    values[static_cast<size_t>(place)] = value;
+    EXPECT_FALSE(ParseFilmCopy(Text(values))) << place;
+  }
+}
+
+TEST(CopyText, NamesNoContainerThatWritesFilesOfItsOwn) {
+  for (const char* const name : {"hls", "tee", "segment", ""}) {
+    auto values = Values();
+    values[4] = name;
+    EXPECT_FALSE(ParseFilmCopy(Text(values))) << name;
+  }
 }
 
 TEST(CopyText, NamesTheTrackAndThePlaceOfPackets) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace orvo::transcoder {
 namespace {
 
@@ -74,6 +76,56 @@ TEST(CopyTranslation, LeavesFilmsThatCannotBeEnteredAnywhereToFFmpeg) {
   SegmentRequest piped = Request();
   piped.isSeekable = false;
   EXPECT_FALSE(Plan({"-acodec", "copy"}, piped));
+}
+
+Strings Progressive(const Strings& more) {
+  Strings arguments = {"-ss",           "7.500",   "-copyts", "-i",     "film.mkv",
+                       "-sn",           "-vcodec", "copy",    "-bsf:v", "h264_mp4toannexb",
+                       "-map_chapters", "-1",      "-acodec", "aac",    "-ab",
+                       "192k",          "-ac",     "2",       "-map",   "0:0",
+                       "-map",          "0:1"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  arguments.emplace_back("pipe:5");
+  return arguments;
+}
+
+TEST(CopyTranslation, MakesOneStreamWithTheClockOfTheFilm) {
+  const auto copy = PlanByteCopy(Progressive({"-f", "mpegts", "-ar", "44100"}), 7.5, "aresample");
+  ASSERT_TRUE(copy && copy->recipe);
+  EXPECT_DOUBLE_EQ(copy->seek, 7.5);
+  EXPECT_EQ(copy->pictureFilters, "h264_mp4toannexb");
+  EXPECT_EQ(copy->format.name, "mpegts");
+  EXPECT_EQ(copy->format.options, "max_delay=0");
+  EXPECT_EQ(copy->recipe->rate, 44100);
+  EXPECT_EQ(copy->recipe->filters, "aresample");
+  EXPECT_FALSE(copy->recipe->first);
+}
+
+TEST(CopyTranslation, TellsTheMultiplexerHowToMakeFragments) {
+  const auto copy =
+      PlanByteCopy(Progressive({"-ar", "48000", "-movflags", "frag_keyframe+default_base_moof",
+                                "-frag_duration", "500000", "-write_tmcd", "0", "-f", "mp4"}),
+                   0, "");
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->format.name, "mp4");
+  EXPECT_EQ(copy->format.options,
+            "max_delay=0:movflags=frag_keyframe+default_base_moof+frag_discont+delay_moov"
+            ":frag_duration=500000:write_tmcd=0");
+}
+
+TEST(CopyTranslation, LeavesStreamsThatItDoesNotKnowToFFmpeg) {
+  ASSERT_TRUE(PlanByteCopy(Progressive({"-ar", "48000", "-f", "mp4"}), 0, ""));
+  for (const Strings& more :
+       {Strings{"-ar", "48000", "-f", "matroska"}, Strings{"-ar", "48000"}, Strings{"-f", "mpegts"},
+        Strings{"-ar", "48000", "-f", "mpegts", "-frag_duration", "5"},
+        Strings{"-ar", "48000", "-f", "mp4", "-movflags", "a:write_tmcd=1"},
+        Strings{"-ar", "48000", "-f", "mp4", "-map_chapters", "0"},
+        Strings{"-ar", "48000", "-f", "mp4", "-webm_seek_time", "3"}}) {
+    EXPECT_FALSE(PlanByteCopy(Progressive(more), 0, "")) << more.back();
+  }
+  Strings moved = Progressive({"-ar", "48000", "-f", "mp4"});
+  moved.erase(std::find(moved.begin(), moved.end(), "-copyts"));
+  EXPECT_FALSE(PlanByteCopy(moved, 0, ""));
 }
 
 TEST(CopyTranslation, FindsTheOnlyTrackOfAType) {

@@ -2,6 +2,7 @@
 
 #include "metadata/video_metadata.h"
 #include "util/subtitle.h"
+#include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/explain.h"
 #include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
@@ -88,6 +89,7 @@ Answer DescribeFilm(const Request& request) {
   const std::string device = request.Text("device");
   data["profiles"] = Offers(ExplainProfiles(film, device), film);
   data["direct"] = ExplainDirect(film, ClientOf(request));
+  data["not_copied"] = WhyPicturesAreNotCopied(request, *file, film);
   return Answer::Success(data);
 }
 

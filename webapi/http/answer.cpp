@@ -121,6 +121,11 @@ Answer& Answer::AddHeader(const std::string& name, const std::string& value) {
   return *this;
 }
 
+Answer& Answer::AddData(const Json::Value& data) {
+  body_["data"] = data;
+  return *this;
+}
+
 void Answer::Send(bool headersOnly) const {
   if (code_ == 0) {
     return;

@@ -34,6 +34,9 @@ class Answer {
   // Adds a header. Do not pass a client's text as the value: line ends in it are not checked.
   Answer& AddHeader(const std::string& name, const std::string& value);
 
+  // Adds data to a failure, for callers that need both.
+  Answer& AddData(const Json::Value& data);
+
   bool IsFailure() const { return code_ >= 400; }
 
   // Is it a failure for this reason?

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "util/json_utils.h"
+#include "util/qmxutils.h"
 #include "webapi/http/number.h"
 
 namespace webapi {
@@ -60,6 +61,15 @@ bool ReadBody(size_t length, std::string& body) {
     done += static_cast<size_t>(count);
   }
   return true;
+}
+
+// Does a named proxy say that its client came by HTTPS? The web server believes that only for
+// clients with another address than the proxies, so not for those on the proxy's own machine.
+bool IsEncryptedBeforeProxy() {
+  const auto proxies = LibOrvoQMX::StringExplode(Environment("MIREVO_PROXIES"), " ");
+  const bool isProxy =
+      std::find(proxies.begin(), proxies.end(), Environment("REMOTE_ADDR")) != proxies.end();
+  return isProxy && Environment("HTTP_X_FORWARDED_PROTO") == "https";
 }
 
 bool IsAuthority(const std::string& text) {
@@ -159,7 +169,7 @@ std::string Request::Authority() const {
 
 std::string Request::Scheme() const {
   const std::string secure = Environment("HTTPS");
-  return secure == "on" || secure == "1" ? "https" : "http";
+  return secure == "on" || secure == "1" || IsEncryptedBeforeProxy() ? "https" : "http";
 }
 
 std::string Request::ClientAddress() const {

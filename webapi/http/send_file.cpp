@@ -165,6 +165,7 @@ bool OpenAnswer::Send(int file, off_t& from, off_t end) const {
 }
 
 void OpenAnswer::Finish() const {
+  OutliveClient();  // as in SendFile
   if (isChunked_) {
     orvo::WriteAll(STDOUT_FILENO, "0\r\n\r\n");
   }

@@ -6,13 +6,6 @@
 #include "webapi/http/send_file.h"
 
 namespace webapi {
-namespace {
-
-// A piece that comes sooner was ready. The first one counts as made for this request all the same:
-// a fast machine has it early.
-constexpr int64_t kReadyMilliseconds = 50;
-
-}  // namespace
 
 Json::Value PieceRequest(const Ticket& ticket, const std::string& address,
                          const std::string& format) {
@@ -40,9 +33,9 @@ void AddLink(const Ticket& ticket, Json::Value& parameters) {
 
 bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
                const std::string& contentType, StartTimes& times) {
-  const bool isNew = !HasBegun(ticket) || times.Milliseconds() >= kReadyMilliseconds;
+  const bool isNew = WasMadeFor(ticket, times);
   if (isNew) {
-    times.MarkPiece(ticket, path);
+    times.MarkPiece(ticket.Directory(), path);
   }
   const bool isSent = SendFile(request, path, contentType, kKeepSegment);
   if (isNew && isSent) {

@@ -17,9 +17,12 @@
 #include "stream/liborvoqmx.h"
 #include "util/base64_url.h"
 #include "util/json_utils.h"
+#include "webapi/access/pass.h"
+#include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
+#include "webapi/streams/client_report.h"
 #include "webapi/streams/cmaf_description.h"
 #include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/growing_segment.h"
@@ -52,6 +55,10 @@ unsigned Bound(const Ticket& ticket, const char* name) {
   return static_cast<unsigned>(ParseNumber(ticket.Parameter(name)).value_or(0));
 }
 
+orvo::CmafKnowledge KnowledgeOf(const Ticket& ticket) {
+  return orvo::CmafKnowledge::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
+}
+
 CmafWishes WishesOf(const Ticket& ticket) {
   CmafWishes wishes;
   wishes.codecs = ticket.Parameter("codecs");
@@ -60,8 +67,7 @@ CmafWishes WishesOf(const Ticket& ticket) {
   wishes.maxBitrate = Bound(ticket, "max_bitrate");
   wishes.maxEncoded = Bound(ticket, kLadderParameter);
   wishes.audioId = ticket.Parameter("audio_id");
-  const auto known =
-      orvo::CmafKnowledge::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
+  const auto known = KnowledgeOf(ticket);
   wishes.copying = known.copying;
   wishes.dynamicRange = known.dynamicRange;
   return wishes;
@@ -121,10 +127,12 @@ const char* ContentTypeOf(const CmafRendition& rendition) {
 // One request for a segment.
 class SegmentRequest {
  public:
-  SegmentRequest(const Request& request, const Ticket& ticket, const CmafRendition& rendition,
-                 int number)
+  SegmentRequest(const Request& request, const Ticket& ticket, const CmafPresentation& presentation,
+                 const CmafRendition& rendition, int number)
       : request_(request),
+        ticket_(ticket),
         rendition_(rendition),
+        tellsTheWait_(rendition.isPicture == presentation.renditions.front().isPicture),
         run_(ticket.StreamId(), FilmOf(ticket), rendition),
         folder_(LibOrvoQMX::CmafFolder(ticket.StreamId(), rendition.name)),
         stream_(ticket.Directory()),
@@ -154,14 +162,54 @@ class SegmentRequest {
  private:
   // A request for a complete segment moves the limit of the run, too.
   void Ask() const {
+    KeepClientReport(request_, ticket_);
     folder_.AskFor(number_);
     folder_.MarkAccess();
     stream_.AskFor(number_);
   }
 
   bool SendComplete() const {
-    return SendFile(request_, run_.SegmentPath(number_), ContentTypeOf(rendition_), kKeepSegment,
-                    WaitHeader());
+    const std::string path = run_.SegmentPath(number_);
+    const std::string wait = WaitHeader();
+    StartTimes times = wait_;
+    const bool isNew = MarkPiece(path, times);
+    const bool isSent = SendFile(request_, path, ContentTypeOf(rendition_), kKeepSegment, wait);
+    Remember(isNew && isSent, times);
+    if (isSent) {
+      LeavePass(request_.MadeBy(), ticket_);
+    }
+    return isSent;
+  }
+
+  // Sends the segment while it is being made. Returns false if nothing of it has come.
+  bool SendUnfinished() const {
+    const std::string path = run_.UnfinishedPath(number_);
+    StartTimes times = wait_;
+    bool isNew = false;
+    const bool isSent = SendGrowing(
+        path, run_.SegmentPath(number_), [this] { return IsComing(); },
+        [&] {
+          isNew = MarkPiece(path, times);
+          return OpenAnswer(ContentTypeOf(rendition_), WaitHeader());
+        });
+    Remember(isNew, times);
+    return isSent;
+  }
+
+  // Returns whether the times are to be remembered.
+  bool MarkPiece(const std::string& path, StartTimes& times) const {
+    const bool isNew = tellsTheWait_ && WasMadeFor(ticket_, times);
+    if (isNew) {
+      times.MarkPiece(folder_, path);
+    }
+    return isNew;
+  }
+
+  void Remember(bool isNew, StartTimes& times) const {
+    if (isNew) {
+      times.Mark("sent");
+      RememberStart(ticket_.StreamId(), times);
+    }
   }
 
   void SendHeaders() const { SendFileHeaders(ContentTypeOf(rendition_), WaitHeader()); }
@@ -199,11 +247,7 @@ class SegmentRequest {
       case CmafRun::State::kComplete:
         return SendComplete();
       case CmafRun::State::kGrowing:
-        return SendGrowing(
-                   run_.UnfinishedPath(number_), run_.SegmentPath(number_),
-                   [this] { return IsComing(); },
-                   [this] { return OpenAnswer(ContentTypeOf(rendition_), WaitHeader()); }) ||
-               SendComplete();
+        return SendUnfinished() || SendComplete();
       default:
         return SendComplete();
     }
@@ -212,7 +256,9 @@ class SegmentRequest {
   bool IsComing() const { return run_.Look(number_) == CmafRun::State::kGrowing && !IsReplaced(); }
 
   const Request& request_;
+  const Ticket& ticket_;
   const CmafRendition& rendition_;
+  bool tellsTheWait_;  // sound comes beside the pictures
   CmafRun run_;
   LibOrvoQMX::StreamDirectory folder_;
   LibOrvoQMX::StreamDirectory stream_;
@@ -242,7 +288,7 @@ Answer SendPiece(const Request& request, const Ticket& ticket, const CmafPresent
   if (*number >= presentation.plan.Count()) {
     return Answer::Failure(kNotFound, "The film ends before this segment.");
   }
-  return SegmentRequest(request, ticket, rendition, static_cast<int>(*number)).Send();
+  return SegmentRequest(request, ticket, presentation, rendition, static_cast<int>(*number)).Send();
 }
 
 // --- Playlists ---
@@ -282,6 +328,14 @@ bool NeedsPlace(const CmafPresentation& presentation) {
                      }) &&
          std::any_of(list.begin(), list.end(),
                      [](const CmafRendition& rendition) { return rendition.isPicture; });
+}
+
+// Lets descriptions of the film tell what the plan has found out.
+void Remember(const Ticket& ticket) {
+  Answer ignored = Answer::Failure(kInternal);
+  if (const auto file = OpenFilmOf(ticket, ignored)) {
+    KeepCmafKnowledge(*file, KnowledgeOf(ticket));
+  }
 }
 
 // --- Starting ahead ---
@@ -375,6 +429,7 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransEnable");
   }
+  Remember(ticket);
   ticket.Directory().MarkAccess();
   data["content_type"] = kPlaylistType;
   data["presentation"] = DescribeCmaf(*presentation);

@@ -15,6 +15,8 @@ namespace {
 using Time = std::chrono::system_clock::time_point;
 
 constexpr char kSent[] = "sent";
+// A piece that comes sooner was ready.
+constexpr int64_t kReadyMilliseconds = 50;
 constexpr std::array kSteps = {"probe",     "admission",   "prepare", "start",
                                "first_key", "first_bytes", kSent};
 
@@ -61,8 +63,8 @@ void StartTimes::Mark(const char* step) {
   Add(step, Clock::now());
 }
 
-void StartTimes::MarkPiece(const Ticket& ticket, const std::string& path) {
-  const auto started = ticket.Directory().MonitorPid().Written();
+void StartTimes::MarkPiece(const LibOrvoQMX::StreamDirectory& directory, const std::string& path) {
+  const auto started = directory.MonitorPid().Written();
   if (started) {
     Add("start", TimeOf(started->tv_sec, started->tv_nsec));
   }
@@ -74,6 +76,10 @@ void StartTimes::MarkPiece(const Ticket& ticket, const std::string& path) {
 
 bool HasBegun(const Ticket& ticket) {
   return ticket.Times().isMember(kSent);
+}
+
+bool WasMadeFor(const Ticket& ticket, const StartTimes& times) {
+  return !HasBegun(ticket) || times.Milliseconds() >= kReadyMilliseconds;
 }
 
 void RememberStart(const std::string& streamId, const StartTimes& times) {

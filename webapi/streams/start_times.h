@@ -6,6 +6,7 @@
 #include <chrono>
 #include <string>
 
+#include "state/stream_directory.h"
 #include "webapi/access/ticket.h"
 
 namespace webapi {
@@ -21,8 +22,8 @@ class StartTimes {
   void Mark(const char* step);
 
   // The same for a piece of a stream that has just been made: the times of files tell how the wait
-  // is made up.
-  void MarkPiece(const Ticket& ticket, const std::string& path);
+  // is made up. `directory` has the files of the run that made it.
+  void MarkPiece(const LibOrvoQMX::StreamDirectory& directory, const std::string& path);
 
   // Milliseconds of each step.
   const Json::Value& Steps() const { return steps_; }
@@ -40,6 +41,10 @@ class StartTimes {
 
 // Have the stream's first bytes been sent?
 bool HasBegun(const Ticket& ticket);
+
+// Was a piece that is ready now, and that `times` has waited for, made for this request? The first
+// one of a stream always counts: a fast machine has it early.
+bool WasMadeFor(const Ticket& ticket, const StartTimes& times);
 
 // Adds the steps to the stream's ticket. When the stream's first bytes are sent, writes all of them
 // into the log, one line for each opened stream.

@@ -153,6 +153,19 @@ Answer DescribeStatus() {
   return Answer::Success(data);
 }
 
+Answer DescribeHealth(const Request& /*request*/) {
+  TransLoading registry;
+  const unsigned limit = registry.GetLimit(false);
+  const unsigned running = registry.GetEntries().size();
+  Json::Value data(Json::objectValue);
+  data["limit"] = limit;
+  data["free"] = limit - std::min(limit, running);
+  data["streams"] = static_cast<Json::UInt64>(CountStreams());
+  data["draining"] = false;  // the balancer drains a box, which need not know it
+  const bool isFull = !registry.TransEnable(false) && !registry.TransEnable(true);
+  return isFull ? Answer::Failure("TransEnable").AddData(data) : Answer::Success(data);
+}
+
 Answer DescribeStreamState(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const auto ticket = FindStream(request, refusal);

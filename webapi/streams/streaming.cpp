@@ -10,6 +10,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -781,6 +782,17 @@ void StartSweep() {
     return 0;
   };
   orvo::Fork(sweep, options);
+}
+
+size_t CountStreams() {
+  size_t count = 0;
+  for (const StreamKind& kind : kStreamKinds) {
+    std::error_code failure;
+    const std::filesystem::directory_iterator folder(LibOrvoQMX::StreamKindPath(kind.kind),
+                                                     failure);
+    count += static_cast<size_t>(std::distance(begin(folder), end(folder)));
+  }
+  return count;
 }
 
 void CloseAllStreams() {

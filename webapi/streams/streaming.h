@@ -37,6 +37,9 @@ Answer ReviveStream(const Ticket& ticket);
 // a minute, however often it is called.
 void StartSweep();
 
+// The number of streams that have a directory.
+size_t CountStreams();
+
 // Closes every stream, with its ticket.
 void CloseAllStreams();
 

@@ -4,6 +4,7 @@ const REASONS = {
   401: 'Unauthorized',
   403: 'Forbidden',
   404: 'NotFound',
+  410: 'Gone',
   415: 'TransVideoNotSupported',
   500: 'Internal',
   503: 'TransEnable',

@@ -10,8 +10,8 @@ import { convertInAdvance } from './conversions.js';
 
 const stemOf = (name) => titleOf(name).plain ? titleOf(name).title : name.replace(/\.[^.]*$/, '');
 
-// A device that plays every file: what is saved need not play in this browser.
-const ANY_DEVICE = 'VLC';
+// A device that plays every file: what is saved or played elsewhere need not play in this browser.
+export const ANY_DEVICE = 'VLC';
 
 // Opens the film in this form and lets the browser save what the server sends.
 async function save(entry, format, name, told) {

@@ -4,6 +4,8 @@ import { element, openDialog } from '../dom.js';
 import { t } from '../language.js';
 import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
 import { wordsOf } from '../words.js';
+import { lineFor } from './names.js';
+import { savePlaylist } from './save_playlist.js';
 
 const FOR_ALL = 'Any player or cast device on this network can play this address.';
 const FOR_THIS_COMPUTER =
@@ -13,17 +15,6 @@ const FOR_THIS_COMPUTER =
 function waysFor(info) {
   const has = { direct: Boolean(info.direct), http: profilesOf(info, 'http').length > 0, hls: mayHave(info, 'hls') };
   return ['hls', 'http', 'direct'].filter((kind) => has[kind]);
-}
-
-function playlist(name, address) {
-  const line = name.replace(/[\r\n]/g, ' ');
-  return new Blob([`#EXTM3U\n#EXTINF:-1,${line}\n${address}\n`], { type: 'audio/x-mpegurl' });
-}
-
-function keep(name, address) {
-  const file = URL.createObjectURL(playlist(name, address));
-  element('a', { href: file, download: `${name.replace(/[/\\\r\n]/g, '_')}.m3u` }).click();
-  setTimeout(() => URL.revokeObjectURL(file), 10000);
 }
 
 async function copy(input, told) {
@@ -45,7 +36,7 @@ function links(entry, address, told) {
       { class: 'actions' },
       element('button', { type: 'button', on: { click: () => copy(input, told) } }, t('Copy address')),
       element('a', { class: 'button', href: `vlc://${address}` }, t('Open in VLC')),
-      element('button', { type: 'button', on: { click: () => keep(entry.name, address) } }, t('Save as playlist (.m3u)')),
+      element('button', { type: 'button', on: { click: () => savePlaylist([{ title: lineFor(entry), address }], entry.name, 'm3u') } }, t('Save as playlist (.m3u)')),
     ),
   ];
 }

@@ -4,6 +4,7 @@ import { nameOf } from '../format.js';
 import { t } from '../language.js';
 import { enqueue, queued, setQueue } from '../queue.js';
 import { playAddress } from './page.js';
+import { openSavePlaylist } from './save_playlist.js';
 import { filmTile } from './tiles.js';
 
 const SHOWN = 50;
@@ -38,6 +39,7 @@ export function queueRow(sight) {
       'p',
       { class: 'actions' },
       element('a', { class: 'button main', href: playAddress(entries[0]) }, t('Play the queue')),
+      element('button', { type: 'button', on: { click: () => openSavePlaylist(t('Queue'), async () => entries) } }, t('Save as playlist')),
       element('button', { type: 'button', on: { click: clear } }, t('Clear the queue')),
     ),
   );

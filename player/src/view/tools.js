@@ -1,11 +1,13 @@
 // The row of tools over a folder: order, and which films are shown. The address keeps the choice; the browser
 // remembers the order.
 import { element } from '../dom.js';
+import { nameOf } from '../format.js';
 import { marks } from '../history.js';
 import { t } from '../language.js';
 import { allFilmsOf, setQueue } from '../queue.js';
 import { attempt, playAddress } from './page.js';
 import { preferences, remember } from './preferences.js';
+import { openSavePlaylist } from './save_playlist.js';
 
 const SORTS = { name: 'Name', added: 'Recently added', length: 'Length' };
 const SHOWN = { '': 'All films', unwatched: 'Not watched', films: 'Films', music: 'Music' };
@@ -49,5 +51,6 @@ export function tools(path, options, { folders = [], files = [] }) {
     }),
     select('Show', SHOWN, options.show, (show) => choose({ ...options, show })),
     files.length > 0 && element('button', { type: 'button', on: { click: () => attempt(() => playFolder(path)) } }, t('Play all')),
+    files.length > 0 && element('button', { type: 'button', on: { click: () => openSavePlaylist(nameOf(path), () => allFilmsOf(path)) } }, t('Save as playlist')),
   );
 }

@@ -1,0 +1,156 @@
+#include "mirevo/balancer.h"
+
+#include <sstream>
+
+#include "serve/service.h"
+#include "util/number.h"
+
+namespace mirevo {
+namespace {
+
+constexpr int kUsualPort = 8096;
+constexpr int64_t kMaxPort = 65535;
+
+constexpr char kHead[] =
+    R"(# HAProxy 2.6, printed by "mirevo cluster haproxy". docs/boxes.md explains it.
+# Start each box with: mirevo serve --cluster_key FILE --listen ADDRESS --proxy ADDRESS-OF-THIS-MACHINE
+#   --host NAME-BY-WHICH-PLAYERS-CALL-THIS-MACHINE
+global
+  stats socket @SOCKET@ mode 660 level admin
+
+resolvers names
+  parse-resolv-conf
+
+defaults
+  mode http
+  # A box whose name nobody knows counts as down until somebody does.
+  default-server init-addr last,libc,none resolvers names
+  timeout connect 1s
+  timeout check 3s
+  # A request waits at most 60 s for its segment.
+  timeout server 75s
+  timeout http-request 15s
+  timeout http-keep-alive 5s
+  timeout queue 10s
+  # A player may be paused for most of a day.
+  timeout client 65535s
+  option forwardfor
+  # A viewer who has left ends the request.
+  option abortonclose
+  option redispatch 1
+  retries 3
+
+frontend films
+  bind @LISTEN@
+  # Players must not name other clients.
+  http-request del-header X-Forwarded-For
+  # Only addresses with a ticket can be served by every box.
+  use_backend boxes if { url_param(ticket) -m found }
+  default_backend home
+
+# Logins, lists and openings: sessions are on one box. The next one takes over, and its users log in again.
+backend home
+  option httpchk
+  http-check send meth GET uri "@HEALTH@"
+  http-check expect rstatus ^(200|503)$
+  default-server check inter 1s fastinter 200ms downinter 1s fall 2 rise 1
+)";
+
+constexpr char kBoxes[] = R"(
+backend boxes
+  retry-on conn-failure empty-response junk-response 0rtt-rejected 502 503
+  # The number of the segment: of HLS and CMAF as it is, of Smooth Streaming from the time in units of 100 ns.
+  http-request set-var(txn.number) url_param(fragment_id),url_dec,regsub([^0-9],,g)
+  http-request set-var(txn.number) url_param(segment),regsub([^0-9],,g) if { url_param(segment) -m found }
+  http-request set-var(txn.number) url_param(fragment_id),url_dec,regsub(^.*=,,),regsub([^0-9],,g),div(50000000) if { url_param(format) ss }
+  http-request set-var(txn.part) var(txn.number),add(0) if { var(txn.number) -m len gt 0 }
+  # Its block: 2, 2 and 4 segments, then 8 each.
+  http-request set-var(txn.block) var(txn.part),div(8),add(2) if { var(txn.number) -m len gt 0 }
+  http-request set-var(txn.block) int(0) if { var(txn.part) -m int lt 2 }
+  http-request set-var(txn.block) int(1) if { var(txn.part) -m int 2:3 }
+  http-request set-var(txn.block) int(2) if { var(txn.part) -m int 4:7 }
+  # Blocks go to boxes by turns; a stream without segments stays on one box.
+  http-request set-var(txn.film) url_param(id),url_dec,regsub([^0-9A-Za-z_],,g),crc32
+  http-request set-var(txn.film) url_param(stream_id),url_dec,regsub([^0-9A-Za-z_],,g),crc32 if { url_param(stream_id) -m found }
+  http-request set-var(txn.key) var(txn.film)
+  http-request set-var(txn.key) var(txn.block),add(txn.film) if { var(txn.block) -m found }
+  http-request set-var(txn.turn) var(txn.key),mod(@COUNT@)
+  # The others take over for a box that is down or has the weight 0.
+  balance hash var(txn.key)
+  hash-type consistent sdbm avalanche
+  # A full box still sends what it has, so a 503 keeps it in.
+  option httpchk
+  http-check send meth GET uri "@HEALTH@"
+  http-check expect rstatus ^(200|503)$
+  default-server check weight 100 inter 1s fastinter 200ms downinter 1s fall 2 rise 1 on-marked-down shutdown-sessions
+)";
+
+constexpr char kTail[] = R"(
+# To let a box run out before an upgrade, and to take it back:
+#   echo "set weight boxes/b1 0%" | socat stdio @SOCKET@
+#   echo "set weight boxes/b1 100%" | socat stdio @SOCKET@
+# Open byte streams run on; new segments come from the other boxes.
+)";
+
+constexpr char kHealth[] = "/webapi/entry.cgi?api=ORVO.Mirevo2.Status&version=1&method=health";
+
+std::string Replace(std::string text, const std::string& mark, const std::string& value) {
+  for (size_t at = text.find(mark); at != std::string::npos;
+       at = text.find(mark, at + value.size())) {
+    text.replace(at, mark.size(), value);
+  }
+  return text;
+}
+
+std::string AddressOf(const Box& box) {
+  return box.host + ":" + std::to_string(box.port);
+}
+
+std::string HomeServers(const std::vector<Box>& boxes) {
+  std::ostringstream lines;
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    lines << "  server b" << i + 1 << " " << AddressOf(boxes[i]) << (i > 0 ? " backup" : "")
+          << "\n";
+  }
+  return lines.str();
+}
+
+std::string TurnServers(const std::vector<Box>& boxes) {
+  std::ostringstream lines;
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    lines << "  use-server b" << i + 1 << " if { var(txn.turn) -m int " << i << " } { srv_weight(b"
+          << i + 1 << ") gt 0 }\n";
+  }
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    lines << "  server b" << i + 1 << " " << AddressOf(boxes[i]) << "\n";
+  }
+  return lines.str();
+}
+
+}  // namespace
+
+std::optional<Box> ParseBox(const std::string& text) {
+  const size_t colon = text.rfind(':');
+  const bool hasPort = colon != std::string::npos && text.find(']', colon) == std::string::npos;
+  const std::string host = text.substr(0, hasPort ? colon : std::string::npos);
+  const auto port = hasPort ? LibOrvoQMX::ParseNumber(text.substr(colon + 1))
+                            : std::optional<int64_t>(kUsualPort);
+  const bool isBracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  const bool isName = serve::IsHost(host) && host.find_first_of("[]:") == std::string::npos;
+  if (!port || *port < 1 || *port > kMaxPort ||
+      (!isName && !(isBracketed && serve::IsHost(host)))) {
+    return std::nullopt;
+  }
+  return Box{host, static_cast<int>(*port)};
+}
+
+std::string BalancerConfiguration(const std::vector<Box>& boxes, const std::string& listen,
+                                  const std::string& socket) {
+  std::string text = kHead + HomeServers(boxes) + kBoxes + TurnServers(boxes) + kTail;
+  text = Replace(text, "@COUNT@", std::to_string(boxes.size()));
+  text = Replace(text, "@HEALTH@", kHealth);
+  text = Replace(text, "@LISTEN@", listen);
+  return Replace(text, "@SOCKET@", socket);
+}
+
+}  // namespace mirevo
