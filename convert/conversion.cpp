@@ -115,7 +115,7 @@ bool Conversion::Run() {
   } else if (process_) {
     process_.Continue();
   } else if (isJoining_) {
-    process_ = WorkProcess::Join(JoinCommand(folder_), folder_);
+    process_ = WorkProcess::Join(JoinCommand(known_, folder_, film_.Address()), folder_, film_);
   } else {
     isEntered_ = EnterConversion([this] { return StartConverting(); });
   }

@@ -81,7 +81,8 @@ WorkProcess WorkProcess::Convert(const std::vector<std::string>& command,
   return work;
 }
 
-WorkProcess WorkProcess::Join(const std::vector<std::string>& command, const WorkFolder& folder) {
+WorkProcess WorkProcess::Join(const std::vector<std::string>& command, const WorkFolder& folder,
+                              const orvo::MediaFile& film) {
   WorkProcess work;
   orvo::UniqueFd pieces;
   orvo::UniqueFd feed;
@@ -89,9 +90,10 @@ WorkProcess WorkProcess::Join(const std::vector<std::string>& command, const Wor
     return work;
   }
   orvo::Program program{command.front(), command};
-  program.descriptors = {{pieces.Get(), STDIN_FILENO}};
-  orvo::Confinement confinement(orvo::Job::kTranscoder,
-                                {.program = command.front(), .write = {folder.Path()}});
+  program.descriptors = {{pieces.Get(), STDIN_FILENO}, {film.Get(), film.Get()}};
+  orvo::Confinement confinement(
+      orvo::Job::kTranscoder,
+      {.program = command.front(), .files = {film.Get()}, .write = {folder.Path()}});
   orvo::LaunchOptions options = Options();
   confinement.AddTo(options);
   work.leader_ = orvo::Start(program, options);

@@ -19,8 +19,10 @@ class WorkProcess {
   // The transcoder with this film, which it gets as an open file.
   static WorkProcess Convert(const std::vector<std::string>& command, const orvo::MediaFile& film,
                              const std::string& demuxer);
-  // FFmpeg, confined to the folder, with the pieces in their order as its standard input.
-  static WorkProcess Join(const std::vector<std::string>& command, const WorkFolder& folder);
+  // FFmpeg, confined to the folder and the film, with the pieces in their order as its standard
+  // input. It has the film under its own descriptor's number.
+  static WorkProcess Join(const std::vector<std::string>& command, const WorkFolder& folder,
+                          const orvo::MediaFile& film);
 
   explicit operator bool() const { return static_cast<bool>(leader_); }
   pid_t Pid() const { return leader_.Pid(); }

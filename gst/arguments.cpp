@@ -86,6 +86,13 @@ bool ReadContainer(std::string_view text, Request& request) {
   return text == "mp4" || text == "mpegts";
 }
 
+bool ReadEncoders(std::string_view text, Request& request) {
+  request.encoders = text == "hardware"   ? Encoders::kHardware
+                     : text == "software" ? Encoders::kSoftware
+                                          : Encoders::kAny;
+  return request.encoders != Encoders::kAny || text == "any";
+}
+
 bool ReadTrack(std::string_view text, Request& request) {
   return ReadWhole(text, kMostTracks, request.soundTrack);
 }
@@ -108,6 +115,7 @@ constexpr auto kOptions = std::to_array<Option>({
     {"--fps", "pictures a second", ReadFrameRate},
     {"--mux", "mpegts or mp4", ReadContainer},
     {"--aidx", "the number of a sound track", ReadTrack},
+    {"--encoders", "any, hardware or software", ReadEncoders},
 });
 
 constexpr std::string_view kFilmClock = "--shiftpts";

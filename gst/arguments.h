@@ -8,11 +8,14 @@ namespace orvo::gst {
 
 enum class Container { kTransportStream, kMp4 };
 
+enum class Encoders { kAny, kHardware, kSoftware };
+
 struct Request {
   std::string film;  // a path
   double start = 0;  // seconds into the film
   int output = -1;   // a descriptor
   Container container = Container::kTransportStream;
+  Encoders encoders = Encoders::kAny;  // those for the pictures
   bool copiesSound = false;
   bool keepsFilmClock = false;  // the output's times are the film's; without, they count from 0
   int soundTrack = 0;           // among the film's sound tracks

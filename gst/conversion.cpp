@@ -22,9 +22,10 @@ struct LoopRelease {
 
 class Conversion {
  public:
-  Conversion(const Request& request, const Patience& patience)
+  Conversion(const Request& request, const Patience& patience, Attendant& attendant)
       : request_(request),
         patience_(patience),
+        attendant_(attendant),
         output_(request.output),
         loop_(g_main_loop_new(nullptr, FALSE)) {
     interrupt_.Set(g_unix_signal_add(SIGINT, OnSignal, this));
@@ -51,7 +52,7 @@ class Conversion {
     return G_SOURCE_CONTINUE;
   }
   static gboolean OnStall(gpointer self) {
-    static_cast<Conversion*>(self)->Finish("the pipeline stands still");
+    static_cast<Conversion*>(self)->GiveUp();
     return G_SOURCE_CONTINUE;
   }
   static gboolean OnWritable(gint fd, GIOCondition condition, gpointer self);
@@ -86,7 +87,7 @@ class Conversion {
 
   void Finish(const std::string& error) {
     if (!result_) {
-      result_ = Result{error.empty(), error};
+      result_ = Result{.hasSucceeded = error.empty(), .error = error};
     }
     g_main_loop_quit(loop_.get());
   }
@@ -106,6 +107,9 @@ class Conversion {
     }
   }
 
+  void Enter(const std::string& error);
+  bool IsOnHardware() const;
+  void GiveUp();
   void Pump();
   void Write();
   void Handle(GstMessage* message);
@@ -116,12 +120,14 @@ class Conversion {
 
   const Request& request_;
   const Patience& patience_;
+  Attendant& attendant_;
   Elements elements_;
   Output output_;
   std::unique_ptr<Pipeline> pipeline_;
   std::unique_ptr<GMainLoop, LoopRelease> loop_;
   std::optional<Result> result_;
   bool hasEnded_ = false;  // nothing comes after what has been pulled
+  bool hasSeat_ = false;   // among the transcoders in software
   Source interrupt_;
   Source terminate_;
   Source messages_;
@@ -129,6 +135,32 @@ class Conversion {
   Source stall_;
   Source stop_;
 };
+
+bool Conversion::IsOnHardware() const {
+  GstElementFactory* const encoder = pipeline_->PictureEncoder();
+  return encoder != nullptr && IsHardware(encoder);
+}
+
+// After a step that may have connected the encoders. The register has this process as one on
+// hardware.
+void Conversion::Enter(const std::string& error) {
+  FinishIf(error);
+  if (pipeline_->PictureEncoder() == nullptr || IsOnHardware() || hasSeat_) {
+    return;
+  }
+  hasSeat_ = attendant_.TakeSoftwareSeat();
+  if (!hasSeat_) {
+    Finish("no more transcoders in software may run");
+    result_->lacksSeat = true;
+  }
+}
+
+void Conversion::GiveUp() {
+  if (IsOnHardware()) {
+    attendant_.ReportFailure();
+  }
+  Finish("the pipeline stands still");
+}
 
 // Moves on from a piece that has been written.
 void Conversion::Pump() {
@@ -183,7 +215,7 @@ void Conversion::Handle(GstMessage* message) {
     case GST_MESSAGE_ELEMENT:
       if (gst_is_missing_plugin_message(message) != FALSE) {
         const OwnedText caps(gst_missing_plugin_message_get_installer_detail(message));
-        FinishIf(pipeline_->GoOnWithout(caps ? caps.get() : ""));
+        Enter(pipeline_->GoOnWithout(caps ? caps.get() : ""));
       }
       break;
     case GST_MESSAGE_ERROR:
@@ -202,7 +234,7 @@ void Conversion::HandleOwn(const char* name) {
   if (g_strcmp0(name, Pipeline::kOutput) == 0) {
     Pump();
   } else {
-    FinishIf(pipeline_->EnterWhenHeld());
+    Enter(pipeline_->EnterWhenHeld());
   }
 }
 
@@ -231,6 +263,9 @@ void Conversion::HandleError(GstMessage* message) {
     BeginAnew();
     return;
   }
+  if (suspect != nullptr && IsHardware(suspect)) {
+    attendant_.ReportFailure();
+  }
   Finish(GST_OBJECT_NAME(GST_MESSAGE_SRC(message)) + std::string(": ") + reason->message);
 }
 
@@ -241,8 +276,8 @@ void Conversion::LogElements() const {
 
 }  // namespace
 
-Result Convert(const Request& request, const Patience& patience) {
-  return Conversion(request, patience).Run();
+Result Convert(const Request& request, const Patience& patience, Attendant& attendant) {
+  return Conversion(request, patience, attendant).Run();
 }
 
 }  // namespace orvo::gst

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "gst/arguments.h"
+#include "gst/attendant.h"
 
 namespace orvo::gst {
 
@@ -15,11 +16,13 @@ struct Patience {
 struct Result {
   bool hasSucceeded = false;  // the output is complete, or was ended by a signal
   std::string error;          // why not
+  bool lacksSeat = false;     // because no more transcoders in software may run
 };
 
 // Runs the main loop until the output has ended. SIGINT and SIGTERM end it early. An encoder or
 // decoder that fails before anything was written is replaced by the next one. What is still at work
-// afterwards ends with the process: leave by _exit(2).
-Result Convert(const Request& request, const Patience& patience);
+// afterwards ends with the process: leave by _exit(2). `attendant` keeps the register and the
+// record of the engines true.
+Result Convert(const Request& request, const Patience& patience, Attendant& attendant);
 
 }  // namespace orvo::gst

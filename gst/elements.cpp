@@ -51,11 +51,6 @@ constexpr auto kDecodingHardware = std::to_array<Hardware>({
     {"nv", GST_RANK_PRIMARY + 10},
 });
 
-bool IsHardware(GstElementFactory* factory) {
-  const char* const kind = gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS);
-  return kind != nullptr && strstr(kind, "Hardware") != nullptr;
-}
-
 void Promote(GstElementFactory* factory) {
   const char* const name = GST_OBJECT_NAME(factory);
   for (const Hardware& row : kDecodingHardware) {
@@ -107,20 +102,25 @@ void SetProperties(GstElement* element, const std::string& properties) {
   }
 }
 
-bool Elements::Has(const char* name) const {
+bool Elements::Has(const char* name, Encoders wanted) const {
   const OwnedObject<GstElementFactory> factory(gst_element_factory_find(name));
-  return factory != nullptr && excluded_.count(name) == 0;
+  if (factory == nullptr || excluded_.count(name) != 0) {
+    return false;
+  }
+  return wanted == Encoders::kAny || IsHardware(factory.get()) == (wanted == Encoders::kHardware);
 }
 
 EncoderChoice Elements::PictureEncoder(const Request& request) const {
-  const auto row = std::find_if(kPictureEncoders.begin(), kPictureEncoders.end(),
-                                [&](const Encoder& encoder) { return Has(encoder.name); });
+  const auto row =
+      std::find_if(kPictureEncoders.begin(), kPictureEncoders.end(),
+                   [&](const Encoder& encoder) { return Has(encoder.name, request.encoders); });
   return row == kPictureEncoders.end() ? EncoderChoice{} : Chosen(*row, request.pictureBits);
 }
 
 EncoderChoice Elements::SoundEncoder(const Request& request) const {
-  const auto row = std::find_if(kSoundEncoders.begin(), kSoundEncoders.end(),
-                                [&](const Encoder& encoder) { return Has(encoder.name); });
+  const auto row =
+      std::find_if(kSoundEncoders.begin(), kSoundEncoders.end(),
+                   [&](const Encoder& encoder) { return Has(encoder.name, Encoders::kAny); });
   return row == kSoundEncoders.end() ? EncoderChoice{} : Chosen(*row, request.soundBits);
 }
 
@@ -130,6 +130,11 @@ bool Elements::Exclude(GstElementFactory* factory) {
   }
   gst_plugin_feature_set_rank(GST_PLUGIN_FEATURE(factory), GST_RANK_NONE);
   return true;
+}
+
+bool IsHardware(GstElementFactory* factory) {
+  const char* const kind = gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS);
+  return kind != nullptr && strstr(kind, "Hardware") != nullptr;
 }
 
 bool IsCodec(GstElementFactory* factory) {

@@ -32,12 +32,15 @@ class Elements {
   bool Exclude(GstElementFactory* factory);
 
  private:
-  bool Has(const char* name) const;
+  bool Has(const char* name, Encoders wanted) const;
 
   std::set<std::string> excluded_;
 };
 
 // Does it change one codec's data into pictures or sound, or the reverse?
 bool IsCodec(GstElementFactory* factory);
+
+// Does it run on video hardware?
+bool IsHardware(GstElementFactory* factory);
 
 }  // namespace orvo::gst

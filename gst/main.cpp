@@ -11,13 +11,16 @@
 #include <vector>
 
 #include "gst/arguments.h"
+#include "gst/attendant.h"
 #include "gst/conversion.h"
 #include "platform/confinement.h"
 #include "platform/log.h"
 #include "platform/media_file.h"
 #include "platform/plat.h"
+#include "transcoder/engines.h"
 #include "transcoder/given_film.h"
 #include "transcoder/launch.h"
+#include "transcoder/software_seat.h"
 
 namespace {
 
@@ -44,6 +47,15 @@ std::string Unusable(const Request& request, const orvo::MediaFile& film) {
              : "";
 }
 
+// Engines that are known not to encode are left alone.
+void ChooseEncoders(Request& request) {
+  const auto record = orvo::transcoder::EngineRecord::Load();
+  if (request.encoders == Encoders::kAny && record.IsKnown() &&
+      !record.Proved(orvo::transcoder::kWrapper)) {
+    request.encoders = Encoders::kSoftware;
+  }
+}
+
 // GStreamer keeps a list of its plugins. Without a home it would make it anew at each start.
 void PrepareGstreamer() {
   const std::string folder = orvo::SystemPath(kCacheFolder);
@@ -68,6 +80,8 @@ int main(int argc, char* argv[]) {
     return Fail(EXIT_FAILURE, error);
   }
   reading.request.film = file.Address();
+  ChooseEncoders(reading.request);
+  Attendant attendant = Attendant::Start();
   PrepareGstreamer();
   // Only now, because GStreamer may start a program that looks at its plugins. Decoders come later.
   orvo::Confinement confinement(orvo::Job::kTranscoder,
@@ -75,7 +89,8 @@ int main(int argc, char* argv[]) {
   if (const int refused = confinement.Enter(); refused != 0) {
     return Fail(EXIT_FAILURE, std::string("cannot be confined: ") + strerror(refused));
   }
-  const Result result = Convert(reading.request, {});
-  const int code = result.hasSucceeded ? EXIT_SUCCESS : Fail(EXIT_FAILURE, result.error);
+  const Result result = Convert(reading.request, {}, attendant);
+  const int failure = result.lacksSeat ? orvo::transcoder::kExitNoSeat : EXIT_FAILURE;
+  const int code = result.hasSucceeded ? EXIT_SUCCESS : Fail(failure, result.error);
   _exit(code);
 }

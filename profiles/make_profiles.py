@@ -11,7 +11,8 @@ import pathlib
 import sys
 
 Rendition = collections.namedtuple("Rendition", "name height size video audio")
-Machine = collections.namedtuple("Machine", "preset tallest encoder variants", defaults=("libx264", ()))
+Machine = collections.namedtuple("Machine", "preset tallest encoder variants wrapper",
+                                 defaults=("libx264", (), None))
 
 # The library knows these names of sizes and adapts them to the film.
 RENDITIONS = [
@@ -24,7 +25,8 @@ RENDITIONS = [
 
 # The processor determines the preset of the encoder and the greatest height that it encodes in real time.
 # Hardware encoders have a preset too, for the software encoder that replaces a missing one. A variant is a
-# second set of keys with its own encoder, whose name is part of the keys.
+# second set of keys with its own encoder, whose name is part of the keys. The wrapper is the greatest height
+# that GStreamer encodes on the machine's engines.
 WEAK = Machine("ultrafast", 480)
 MACHINES = {
     "x86_1": WEAK,
@@ -37,9 +39,9 @@ MACHINES = {
     "avoton_2": Machine("superfast", 720),
     "evansport_1": Machine("ultrafast", 1080, "h264_smd"),
     "evansport_2": Machine("ultrafast", 1080, "h264_smd"),
-    "braswell_1": Machine("superfast", 1080, variants=(("vaapi", "h264_vaapi"),)),
-    "braswell_2": Machine("superfast", 1080, variants=(("vaapi", "h264_vaapi"),)),
-    "monaco_2": WEAK,
+    "braswell_1": Machine("superfast", 1080, variants=(("vaapi", "h264_vaapi"),), wrapper=1080),
+    "braswell_2": Machine("superfast", 1080, variants=(("vaapi", "h264_vaapi"),), wrapper=1080),
+    "monaco_2": WEAK._replace(wrapper=1080),
 }
 
 # Only video and audio: subtitles and chapters would become tracks that delay the start.
@@ -88,6 +90,9 @@ SEGMENT_SOUND = "-acodec {encoder} -ab {rate}k -ac 2"
 # With copied video, sound is most of the work. At a high rate the faster search is good enough.
 FAST_SOUND = "-aac_coder fast"
 REMUX_SOUND_RATE = 192
+
+# For the GStreamer wrapper. The library may add a codec of the sound behind these; the last one counts.
+WRAPPER = "--vcodec h264 --vb {rate}k --ab {sound}k --size {box} --mux {container} --acodec aac"
 
 # A live stream for browsers. The library copies AAC and MP3 sound, which Matroska can hold and WebM cannot;
 # browsers accept Matroska as WebM. A cluster is written when it is complete, so short clusters make the first
@@ -180,6 +185,24 @@ def segments(machine, encoder, infix):
                    arguments(video, segment_sound(rendition.audio)))
 
 
+def box(rendition):
+    """A size that the picture fits into, with the names of the library resolved."""
+    widths = {"hd480": 852, "hd720": 1280, "hd1080": 1920}
+    return f"{widths[rendition.size]}x{rendition.height}" if rendition.size in widths else rendition.size
+
+
+def wrapped(machine):
+    """The keys and arguments of the renditions that GStreamer makes."""
+    for rendition in RENDITIONS:
+        if rendition.height > (machine.wrapper or 0):
+            continue
+        for kind, container, share in (("http_mp4", "mp4", 1), ("http_ts", "mpegts", MPEGTS_PICTURE_SHARE),
+                                       ("hls", "mpegts", MPEGTS_PICTURE_SHARE)):
+            yield (f"{kind}_{rendition.name}_gst_{rates(rendition)}",
+                   picture(WRAPPER, rendition, share, sound=rendition.audio, box=box(rendition),
+                           container=container))
+
+
 def windows_media():
     rendition = next(r for r in RENDITIONS if r.name == "480p")
     value = arguments(picture(WMV, rendition), sound(rendition.audio, "wmav2"), ASF)
@@ -218,6 +241,7 @@ def profiles(machine):
         infix = f"{name}_" if name else ""
         result.update(transcodes(machine, encoder, infix))
         result.update(segments(machine, encoder, infix))
+    result.update(wrapped(machine))
     result.update(live_webm(machine))
     result.update(fragments(machine))
     result.update(windows_media())

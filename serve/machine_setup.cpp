@@ -26,7 +26,8 @@ constexpr char kKey[] = "unique";
 constexpr char kDetected[] = "detected";
 constexpr char kOwn[] = "own";
 constexpr char kFolder[] = "/etc.defaults";
-constexpr char kVaapiPlatform[] = "braswell";  // whose rules let VA-API be switched on
+constexpr char kVaapiPlatform[] = "braswell";      // whose rules let VA-API be switched on
+constexpr char kWrapperPlatform[] = "apollolake";  // whose engines GStreamer drives
 constexpr char kPlainPlatform[] = "x86";
 constexpr char kArmPlatform[] = "alpine";
 
@@ -113,6 +114,9 @@ bool NamePlatform(const std::string& name) {
 std::string DetectedPlatform(const EngineRecord& engines) {
   if (engines.Proved("h264_vaapi")) {
     return kVaapiPlatform;
+  }
+  if (engines.Proved(orvo::transcoder::kWrapper)) {
+    return kWrapperPlatform;
   }
   utsname system{};
   uname(&system);

@@ -11,6 +11,7 @@
 
 #include "platform/confinement.h"
 #include "platform/io.h"
+#include "platform/plat.h"
 #include "platform/unique_fd.h"
 #include "transcoder/ffmpeg_listing.h"
 #include "transcoder/places.h"
@@ -22,8 +23,11 @@ namespace {
 using Strings = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
+constexpr char kProofFilm[] = "/transcoder_proof_";
 constexpr char kEncodersName[] = "/transcoder_encoders";
 constexpr int kPatience = 10000;  // milliseconds
+// Of software, which does not hang, and of the wrapper, whose first run lists GStreamer's plugins.
+constexpr int kLongPatience = 60000;
 
 // The pictures of a proof: a grid of gray squares that changes with each picture.
 constexpr int kColumns = 16;
@@ -39,7 +43,7 @@ constexpr int kTolerance = 8;  // mean difference of a square's gray
 
 struct Size {
   int lines;
-  const char* name;
+  const char* name;  // also as FFmpeg's filters take it
   const char* rate;
 };
 constexpr auto kSizes = std::to_array<Size>({
@@ -124,7 +128,8 @@ std::optional<std::string> OutputOf(const Strings& command, const UniqueFd& inpu
   reach.files = {input.Get()};
   reach.hardware = hardware;
   std::string output;
-  const int status = RunConfined(Job::kTranscoder, reach, command, kPatience, &output);
+  const int status =
+      RunConfined(Job::kTranscoder, reach, command, hardware ? kPatience : kLongPatience, &output);
   return status == 0 ? std::optional(std::move(output)) : std::nullopt;
 }
 
@@ -167,10 +172,64 @@ std::string Pictures(int count) {
   return raw;
 }
 
+// A file with the pictures as a film of this size. It exists as long as the object.
+class ProofFilm {
+ public:
+  ProofFilm(const Size& size, int count)
+      : path_(CacheFile(kProofFilm + std::to_string(getpid()) + ".ts")) {
+    constexpr mode_t kMode = 0600;
+    const UniqueFd pictures = Unnamed(Pictures(count));
+    const auto film =
+        OutputOf({kExecutable,   "-nostdin",
+                  "-loglevel",   "quiet",
+                  "-f",          "rawvideo",
+                  "-pix_fmt",    "yuv420p",
+                  "-video_size", std::to_string(kWidth) + "x" + std::to_string(kHeight),
+                  "-framerate",  std::to_string(kRate),
+                  "-i",          Pipe(pictures),
+                  "-vf",         std::string("scale=") + size.name + ":flags=neighbor",
+                  "-vcodec",     "libx264",
+                  "-preset",     "ultrafast",
+                  "-f",          "mpegts",
+                  "pipe:1"},
+                 pictures, false);
+    isMade_ = film && ReplaceFile(path_, *film, kMode);
+  }
+  ProofFilm(const ProofFilm&) = delete;
+  ProofFilm& operator=(const ProofFilm&) = delete;
+  ~ProofFilm() { unlink(path_.c_str()); }
+
+  // What the wrapper makes of it on the machine's engines; nothing if it fails.
+  std::optional<std::string> Wrapped(const Size& size) const {
+    const std::string program = SystemPath(kWrapperProgram);
+    std::string output;
+    const int status =
+        isMade_ ? RunWithin(program,
+                            {program, "-s", "0", "-i", path_, "--vb", size.rate, "--size",
+                             size.name, "--encoders", "hardware", "-o", "fd:1"},
+                            kLongPatience, &output)
+                : -1;
+    return status == 0 ? std::optional(std::move(output)) : std::nullopt;
+  }
+
+ private:
+  std::string path_;
+  bool isMade_ = false;
+};
+
+// The pictures, encoded; nothing if that fails.
+std::optional<std::string> Encoded(const Size& size, const std::string& encoder,
+                                   const std::string& node, int count) {
+  if (encoder == kWrapper) {
+    return ProofFilm(size, count).Wrapped(size);
+  }
+  const UniqueFd pictures = Unnamed(Pictures(count));
+  return OutputOf(EncodingOf(size, encoder, node, pictures), pictures, true);
+}
+
 // Why pictures of this size cannot be encoded; "" if they can.
 std::string Complaint(const Size& size, const std::string& encoder, const std::string& node) {
-  const UniqueFd pictures = Unnamed(Pictures(kFewPictures));
-  const auto stream = OutputOf(EncodingOf(size, encoder, node, pictures), pictures, true);
+  const auto stream = Encoded(size, encoder, node, kFewPictures);
   const std::string lines = std::to_string(size.lines) + " lines";
   if (!stream) {
     return "It fails to encode pictures of " + lines + ".";
@@ -179,11 +238,10 @@ std::string Complaint(const Size& size, const std::string& encoder, const std::s
                                    : "What it encodes at " + lines + " is not what it was given.";
 }
 
-// Seconds of film a second, the start of FFmpeg included.
+// Seconds of film a second, the start of the program included.
 double SpeedAt(const Size& size, const std::string& encoder, const std::string& node) {
-  const UniqueFd pictures = Unnamed(Pictures(kManyPictures));
   const auto start = Clock::now();
-  if (!OutputOf(EncodingOf(size, encoder, node, pictures), pictures, true)) {
+  if (!Encoded(size, encoder, node, kManyPictures)) {
     return 0;
   }
   const std::chrono::duration<double> took = Clock::now() - start;
@@ -227,6 +285,13 @@ Engine BestOf(const std::string& encoder, FfmpegListing& listing) {
   return best;
 }
 
+// The wrapper chooses the device.
+Engine WrapperProof() {
+  const Strings nodes = NodesOf(kWrapper);
+  return nodes.empty() ? Engine{.encoder = kWrapper, .reason = "This machine has no device for it."}
+                       : Proof(kWrapper, nodes.front());
+}
+
 }  // namespace
 
 EngineRecord ProveEngines() {
@@ -235,6 +300,7 @@ EngineRecord ProveEngines() {
   for (const std::string_view encoder : kEncoders) {
     record.Set(BestOf(std::string(encoder), listing));
   }
+  record.Set(WrapperProof());
   return record;
 }
 

@@ -29,7 +29,7 @@ constexpr size_t kLongestRecord = 65536;
 constexpr mode_t kRecordMode = 0600;
 constexpr size_t kFields = 5;
 
-// What an encoder opens: the devices whose names begin so.
+// What an encoder opens: the devices whose names begin so. An encoder may have several rows.
 struct Devices {
   std::string_view encoder;
   const char* folder;
@@ -42,11 +42,17 @@ constexpr auto kDevices = std::to_array<Devices>({
     {"h264_v4l2m2m", "/dev", "video"},
     {"h264_omx", "/dev", "vchiq"},
     {"h264_smd", "/dev", "ismd"},
+    {kWrapper, "/dev/dri", "renderD"},
+    {kWrapper, "/dev", "video"},
+    {kWrapper, "/dev", "nvidia0"},
 });
 
 constexpr std::array kDriverFolders = {"/usr/lib/x86_64-linux-gnu/dri",
                                        "/usr/lib/aarch64-linux-gnu/dri",
                                        "/usr/lib/arm-linux-gnueabihf/dri", "/usr/lib/dri"};
+constexpr std::array kPluginFolders = {"/usr/lib/x86_64-linux-gnu/gstreamer-1.0",
+                                       "/usr/lib/aarch64-linux-gnu/gstreamer-1.0",
+                                       "/usr/lib/arm-linux-gnueabihf/gstreamer-1.0"};
 constexpr char kDriverEnd[] = "_drv_video.so";
 
 // The names in a folder that `isWanted`, in order.
@@ -89,6 +95,15 @@ std::string Drivers() {
   return text;
 }
 
+// The wrapper and the folders of GStreamer's plugins.
+std::string Wrapper() {
+  std::string text = FileIdentity(SystemPath(kWrapperProgram)) + " ";
+  for (const char* folder : kPluginFolders) {
+    text += FileIdentity(folder) + " ";
+  }
+  return text;
+}
+
 std::string Nodes() {
   std::string text;
   for (const Devices& row : kDevices) {
@@ -102,7 +117,7 @@ std::string Nodes() {
 // Everything that a proof depends on, in one line.
 std::string MachineState() {
   std::string state = "orvo-engines " + FirstLine(kBootFile) + " " + FileIdentity(kExecutable) +
-                      " " + Drivers() + Nodes() + FirstLine(kNvidiaVersion);
+                      " " + Drivers() + Wrapper() + Nodes() + FirstLine(kNvidiaVersion);
   std::replace(state.begin(), state.end(), '\n', ' ');
   return state;
 }
@@ -146,16 +161,16 @@ bool IsEngine(std::string_view encoder) {
 }
 
 Strings NodesOf(std::string_view encoder) {
-  const auto row = std::find_if(kDevices.begin(), kDevices.end(),
-                                [&](const Devices& devices) { return devices.encoder == encoder; });
-  if (row == kDevices.end()) {
-    return {};
-  }
-  const std::string folder = SystemPath(row->folder);
-  Strings nodes =
-      NamesIn(folder, [&](const std::string& name) { return name.starts_with(row->prefix); });
-  for (std::string& node : nodes) {
-    node.insert(0, folder + "/");
+  Strings nodes;
+  for (const Devices& row : kDevices) {
+    if (row.encoder != encoder) {
+      continue;
+    }
+    const std::string folder = SystemPath(row.folder);
+    const auto isDevice = [&](const std::string& name) { return name.starts_with(row.prefix); };
+    for (const std::string& name : NamesIn(folder, isDevice)) {
+      nodes.push_back(folder + "/" + name);
+    }
   }
   return nodes;
 }

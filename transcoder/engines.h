@@ -12,8 +12,12 @@
 
 namespace orvo::transcoder {
 
+// The GStreamer wrapper, which chooses among the engines by itself: its name where an encoder of
+// FFmpeg has its own.
+inline constexpr char kWrapper[] = "orvo-gst";
+
 struct Engine {
-  std::string encoder{};  // FFmpeg's name
+  std::string encoder{};  // FFmpeg's name, or the wrapper's
   std::string node{};     // the device; "" if there is none
   int lines = 0;          // of the tallest pictures that it has encoded; 0 if it is not proved
   double speed = 0;       // seconds of film a second, at that size; 0 if that is not known
@@ -45,7 +49,7 @@ class EngineRecord {
   std::vector<Engine> engines_;
 };
 
-// Is this an encoder of a video engine, which counts only with a proof?
+// Is this an encoder of a video engine, or the wrapper, which count only with a proof?
 bool IsEngine(std::string_view encoder);
 
 // The devices of an encoder on this machine, by name. "" stands for one that FFmpeg finds itself.

@@ -3,6 +3,7 @@ import { element, find } from './dom.js';
 import { nameOf } from './format.js';
 import { language, t } from './language.js';
 import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
+import { conversionsView } from './view/conversions.js';
 import { filmView } from './view/film.js';
 import { folderView, homeView, searchView } from './view/library.js';
 import { attempt, parseAddress, say, sayError } from './view/page.js';
@@ -11,7 +12,7 @@ import { statusView } from './view/status.js';
 
 const TYPING_MILLISECONDS = 300;
 
-const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView };
+const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView, conversions: conversionsView };
 
 document.documentElement.lang = language;
 let player = null; // loaded with the first film
@@ -65,7 +66,7 @@ async function go() {
 }
 
 function showPlaces() {
-  const links = [element('a', { href: '#/' }, t('Library'))];
+  const links = [element('a', { href: '#/' }, t('Library')), element('a', { href: '#/conversions' }, t('Conversions'))];
   if (session.owner) {
     links.push(element('a', { href: '#/status' }, t('Server')));
   }

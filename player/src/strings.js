@@ -80,6 +80,24 @@ export const GERMAN = {
   Chapters: 'Kapitel',
   'Chapter {number}': 'Kapitel {number}',
   Download: 'Herunterladen',
+  'Convert in advance': 'Im Voraus umwandeln',
+  'The server converts the film while nobody watches one.': 'Der Server wandelt den Film um, solange niemand einen anschaut.',
+
+  // The films that are converted in advance
+  Conversions: 'Umwandlungen',
+  'The server converts these films to files that play on every device. It works on them while nobody watches a film.':
+    'Der Server wandelt diese Filme in Dateien um, die jedes Gerät abspielt. Er arbeitet daran, solange niemand einen Film anschaut.',
+  'No film is converted in advance. Open a film and choose “Download”.':
+    'Kein Film wird im Voraus umgewandelt. Öffnen Sie einen Film, und wählen Sie „Herunterladen“.',
+  'All conversions are paused.': 'Alle Umwandlungen sind angehalten.',
+  'Part that is converted': 'Umgewandelter Teil',
+  Waits: 'Wartet',
+  'In work': 'In Arbeit',
+  Paused: 'Angehalten',
+  Ready: 'Fertig',
+  Failed: 'Gescheitert',
+
+  // The film's page, continued
   'Opening the film …': 'Der Film wird geöffnet …',
   'The browser saves the film.': 'Der Browser speichert den Film.',
   'The original file has the film’s own quality. A converted film plays on more devices, and the server makes it while it is saved.':

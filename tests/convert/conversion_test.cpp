@@ -2,7 +2,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/inotify.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,6 +15,7 @@
 #include <memory>
 
 #include "convert/queue.h"
+#include "convert/recipe.h"
 #include "convert/work_folder.h"
 #include "metadata/video_metadata.h"
 #include "platform/plat.h"
@@ -64,8 +67,10 @@ class FilmConversion : public test::Sysroot {
     return id.value_or(0);
   }
 
-  void StartService() {
-    service_ = std::make_unique<test::Child>([] {
+  // `prepare` runs in the service's process.
+  void StartService(const std::function<void()>& prepare = [] {}) {
+    service_ = std::make_unique<test::Child>([&prepare] {
+      prepare();
       const char* const program = ORVO_TEST_TARGET "/bin/orvovideoconversiond";
       execl(program, program, nullptr);
     });
@@ -222,6 +227,61 @@ TEST_F(FilmConversion, StopsWhileTheOwnerHasPausedIt) {
   TheQueue().SetPaused(false);
   UntilState(id, State::kReady);
   ExpectWhole(id);
+}
+
+// Only this process and those below it see the volume.
+void MountSmallVolume(const std::string& folder) {
+  fs::create_directories(folder);
+  const bool isMounted = unshare(CLONE_NEWNS) == 0 &&
+                         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=64k,mode=0700") == 0;
+  if (!isMounted) {
+    _exit(1);
+  }
+}
+
+TEST_F(FilmConversion, WaitsForSpaceAndTriesTheNextFilm) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root";
+  }
+  const std::string film = MakeFilm("film.mkv");
+  fs::copy_file(film, Path("/volume1/other.mkv"));
+  const std::vector<int64_t> ids = {Add(film), Add(Path("/volume1/other.mkv"))};
+  StartService([this] { MountSmallVolume(Path("/volume1/@conversions")); });
+  for (const int64_t id : ids) {
+    Until(std::string(convert::kQueueFolder) + "/queue.db", [&] {
+      const Item item = *TheQueue().Find(id);
+      return item.state == State::kWaiting && !item.reason.empty();
+    });
+    EXPECT_EQ(TheQueue().Find(id)->reason, "The volume of the result is full.");
+  }
+  Service().Kill(SIGTERM);
+  EXPECT_EQ(Service().Wait(), 0);
+  EXPECT_EQ(Registry().size(), 0U);
+}
+
+TEST_F(FilmConversion, KeepsAllSoundsAndTheSubtitlesOfText) {
+  const std::string plain = MakeFilm("plain.mkv");
+  Write("/volume1/text.srt", "1\n00:00:02,000 --> 00:00:04,000\nHello\n");
+  const std::string film = Path("/volume1/film.mkv");
+  ASSERT_EQ(PlatExec("/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-i", plain, "-i",
+                     Path("/volume1/text.srt"), "-map", "0", "-map", "0:a", "-map", "1", "-c",
+                     "copy", "-metadata:s:a:0", "language=ger", "-metadata:s:a:1", "language=fre",
+                     "-metadata:s:s:0", "language=eng", film),
+            0);
+  const int64_t id = Add(film);
+  StartService();
+  UntilState(id, State::kReady);
+  ExpectWhole(id);
+  VideoMetaData known;
+  ASSERT_TRUE(known.LoadFile(convert::WorkFolder(TheQueue().Find(id)->folder).Result()));
+  const auto sounds = convert::SoundsOf(known);
+  ASSERT_EQ(sounds.size(), 2U);
+  EXPECT_EQ(sounds[0]["language"], "ger");
+  EXPECT_EQ(sounds[1]["language"], "fre");
+  const auto texts = convert::TextsOf(known);
+  ASSERT_EQ(texts.size(), 1U);
+  EXPECT_EQ(texts[0]["language"], "eng");
 }
 
 TEST_F(FilmConversion, EndsAConversionThatIsRemoved) {

@@ -14,6 +14,7 @@ class Known : public VideoMetaData {
  public:
   Known(int width, int height, int rotation = 0) {
     m_loaded = true;
+    m_document["container_type"] = "matroska,webm";
     Json::Value video(Json::objectValue);
     video["codec"] = "h264";
     video["resolutionx"] = width;
@@ -24,6 +25,13 @@ class Known : public VideoMetaData {
   }
   Known& Lasting(int seconds) {
     m_document["duration"] = seconds;
+    return *this;
+  }
+  Known& WithTrack(const char* kind, const char* track, const char* codec, const char* language) {
+    Json::Value& added = m_document["track_info"][kind].append(Json::Value(Json::objectValue));
+    added["track"] = track;
+    added["codec"] = codec;
+    added["language"] = language;
     return *this;
   }
   Known& WithSound(const std::string& codec) {
@@ -59,6 +67,41 @@ TEST(ConversionRecipe, ShowsAnUprightFilmInItsFullSize) {
 TEST(ConversionRecipe, HasAProfileWithoutAName) {
   EXPECT_EQ(FindProfile("")->name, std::string("mp4"));
   EXPECT_FALSE(FindProfile("avi"));
+}
+
+bool Has(const std::vector<std::string>& command, const std::string& option,
+         const std::string& value) {
+  for (size_t i = 0; i + 1 < command.size(); ++i) {
+    if (command[i] == option && command[i + 1] == value) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(ConversionRecipe, TakesAllSoundsAndTheSubtitlesOfText) {
+  Known film(640, 360);
+  film.WithTrack("audio", "1", "ac3", "ger").WithTrack("audio", "2", "", "fre");
+  film.WithTrack("audio", "3", "dts", "x; rm").WithTrack("subtitle", "4", "subrip", "eng");
+  film.WithTrack("subtitle", "5", "hdmv_pgs_subtitle", "eng");
+  const convert::WorkFolder folder("/volume1/@conversions/1");
+  const auto work = convert::ConversionCommand(film, *FindProfile(""), folder, 0);
+  EXPECT_TRUE(Has(work, "-map", "0:1") && Has(work, "-map", "0:3"));
+  EXPECT_FALSE(Has(work, "-map", "0:2")) << "nothing can decode it";
+  const auto join = convert::JoinCommand(film, folder, "/proc/self/fd/9");
+  EXPECT_TRUE(Has(join, "-i", "file:/proc/self/fd/9"));
+  EXPECT_TRUE(Has(join, "-map", "1:4"));
+  EXPECT_FALSE(Has(join, "-map", "1:5"));
+  EXPECT_TRUE(Has(join, "-metadata:s:a:0", "language=ger"));
+  EXPECT_TRUE(Has(join, "-metadata:s:s:0", "language=eng"));
+  for (const std::string& word : join) {
+    EXPECT_EQ(word.find("x; rm"), std::string::npos) << "no code of a language";
+  }
+}
+
+TEST(ConversionRecipe, ReadsTheFilmAgainOnlyForSubtitles) {
+  const auto join = convert::JoinCommand(Known(640, 360), convert::WorkFolder("/f"), "/film");
+  EXPECT_FALSE(Has(join, "-i", "file:/film"));
 }
 
 TEST(ConversionRecipe, AcceptsOnlyAWholeFilm) {

@@ -23,7 +23,8 @@ constexpr Patience kImpatient{1000, 1500};
   Request request;
   request.film = std::string(GST_TEST_MEDIA) + "/h264_aac.mp4";
   request.output = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  const Result result = Convert(request, kImpatient);
+  Attendant none;
+  const Result result = Convert(request, kImpatient, none);
   fputs(result.error.c_str(), stderr);
   _exit(result.hasSucceeded ? 0 : 1);
 }

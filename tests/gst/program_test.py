@@ -54,6 +54,7 @@ def path(name):
 
 
 def setUpModule():
+    os.environ["ORVO_SYSROOT"] = FOLDER.name  # with a register of its own
     for name, options in FILMS.items():
         subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *options, path(name)], check=True)
     # Only a copy is marked so.

@@ -4,6 +4,7 @@ import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
+import { answerFor, encode, launch, Viewer } from './page.mjs';
 import { build, eventually, Service } from './support.mjs';
 
 let service;
@@ -66,4 +67,35 @@ test('only films that the caller may see are converted and listed', async () => 
   assert.deepEqual(await items(), []);
   assert.equal((await make('get', { id })).status, 404);
   mirevo('remove', id);
+});
+
+test('the page shows the conversions, adds one and removes it', async (t) => {
+  mirevo('pause');
+  t.after(() => mirevo('pause', '--off'));
+  const browser = await launch();
+  t.after(() => browser.close());
+  const viewer = await Viewer.open(browser, service);
+  const { page } = viewer;
+  const row = (name) => page.getByRole('row', { name });
+
+  await viewer.go(`#/film${encode(film)}`);
+  await page.getByRole('button', { name: 'Download', exact: true }).click();
+  await page.getByRole('button', { name: 'Convert in advance' }).click();
+  await page.getByRole('dialog').getByRole('link', { name: 'Conversions' }).click();
+  await row('film.mkv').getByText('Waits').waitFor();
+  await page.getByText('All conversions are paused.').waitFor();
+  await row('film.mkv').getByRole('button', { name: 'Remove film.mkv' }).click();
+  await page.getByText('No film is converted in advance.').waitFor();
+  assert.deepEqual(await items(), []);
+
+  const item = (id, state, more) => ({ id, state, name: `${state}.mkv`, encoded_path: `/${state}.mkv`, profile: 'mp4', progress: 0.5, reason: '', ...more });
+  const list = [item(1, 'ready'), item(2, 'failed', { reason: 'The film has no picture.' }), item(3, 'converting')];
+  await answerFor(page, { 'Conversion.list': () => ({ paused: false, items: list }) });
+  await row('ready.mkv').waitFor();
+  const link = row('ready.mkv').getByRole('link', { name: 'Download ready.mkv' });
+  assert.match(await link.getAttribute('href'), /method=get&id=1$/);
+  await row('failed.mkv').getByText('The film has no picture.').waitFor();
+  assert.equal(await row('failed.mkv').getByRole('link', { name: /Download/ }).count(), 0);
+  assert.equal(await row('converting.mkv').getByRole('progressbar').getAttribute('value'), '0.5');
+  await viewer.close();
 });

@@ -37,6 +37,8 @@ CODECS = {"mp4": ("h264", "aac"), "ts": ("h264", "aac"), "wmv": ("wmv2", "wmav2"
 KEY = re.compile(r"(http_mp4|http_ts|http_wmv|hls|webm|webm_vp9)_((\d+p)_(vaapi_)?vb(\d+)_ab(\d+)|remux)")
 # What is in these is another test's.
 FRAGMENT_KEY = re.compile(r"smoothstreaming_(?:hd)?(\d+)p?_(x264|h264_smd)_vb(\d+)_(vf15_)?aac_ab(\d+)")
+# For another program.
+WRAPPER_KEY = re.compile(r"(http_mp4|http_ts|hls)_(\d+p)_gst_vb(\d+)_ab(\d+)")
 # Where segments are cut is another test's; here their streams are played uncut.
 KINDS = {"http_mp4": "mp4", "http_ts": "ts", "http_wmv": "wmv", "hls": "ts",
          "webm": "webm", "webm_vp9": "webm"}
@@ -75,6 +77,9 @@ def load(folder):
             if match := FRAGMENT_KEY.fullmatch(key):
                 check_fragments(f"{path.name}: {key}", match, arguments)
                 continue
+            if match := WRAPPER_KEY.fullmatch(key):
+                check_wrapper(f"{path.name}: {key}", match, arguments)
+                continue
             check_text(path.name, key, arguments)
             seen.setdefault((key.replace("vaapi_", ""), arguments), key)
     return [(key, arguments) for (_, arguments), key in seen.items()]
@@ -86,6 +91,16 @@ def check_fragments(where, match, arguments):
     value = {name: words[words.index(name) + 1] for name in ("-s", "-vb", "-ab")}
     assert value == {"-s": match[1], "-vb": match[3] + "000", "-ab": match[5] + "000"}, where
     assert (match[2] == "x264") == (match[4] is not None) == ("libx264" in words), where
+
+
+def check_wrapper(where, match, arguments):
+    words = arguments.split(" ")
+    value = dict(zip(words[::2], words[1::2]))
+    kind, size, video, sound = match.groups()
+    rate = round(int(video) * (1 if kind == "http_mp4" else 0.9))
+    assert value == {"--vcodec": "h264", "--acodec": "aac", "--vb": f"{rate}k", "--ab": f"{sound}k",
+                     "--size": "{}x{}".format(*SIZES[size]),
+                     "--mux": "mp4" if kind == "http_mp4" else "mpegts"}, where
 
 
 def check_text(name, key, arguments):

@@ -10,6 +10,7 @@
 #include "util/json_utils.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
+#include "webapi/http/number.h"
 
 namespace webapi {
 namespace {
@@ -24,6 +25,13 @@ std::string ValueOf(const std::vector<std::string>& arguments, const std::string
   return found == arguments.end() || found + 1 == arguments.end() ? "" : *(found + 1);
 }
 
+// The height in "1280x720". Some profiles name only a height.
+unsigned HeightIn(const std::string& size) {
+  const size_t x = size.find('x');
+  const std::string height = x == std::string::npos ? size : size.substr(x + 1);
+  return static_cast<unsigned>(ParseNumber(height).value_or(0));
+}
+
 struct EngineRow {
   std::string encoder;  // "" for a profile that needs no engine
   int lines = 0;
@@ -31,20 +39,19 @@ struct EngineRow {
 
 EngineRow RowOf(const std::string& profileValue) {
   const auto arguments = LibOrvoQMX::StringExplode(profileValue, " \n");
-  const std::string encoder = ValueOf(arguments, "-vcodec");
+  const bool isWrapped = LibOrvoQMX::ProfileTraits::Of(profileValue).gstreamer;
+  const std::string encoder =
+      isWrapped ? orvo::transcoder::kWrapper : ValueOf(arguments, "-vcodec");
   if (!orvo::transcoder::IsEngine(encoder)) {
     return {};
   }
-  unsigned width = 0;
-  unsigned height = 0;
-  LibOrvoQMX::ArgumentHelper::MapVideoSize(ValueOf(arguments, "-s"), width, height);
-  return {encoder, std::max(1, static_cast<int>(height))};
+  return {encoder, std::max(1, static_cast<int>(LinesOf(profileValue)))};
 }
 
 // The platforms' own question where they have one; the administrator's switch elsewhere.
 bool IsWanted(const std::string& encoder) {
   const PlatformUtils& platform = PlatformUtils::GetInst();
-  if (platform.IsBraswell() && encoder == kVaapiEncoder) {
+  if (encoder == kVaapiEncoder) {
     return platform.IsVaapiFFmpegEnabled();
   }
   if (platform.IsSupportHWTranscode()) {
@@ -60,6 +67,15 @@ bool IsUsable(const EngineRow& row, const EngineRecord& record) {
 }
 
 }  // namespace
+
+unsigned LinesOf(const std::string& profileValue) {
+  const auto arguments = LibOrvoQMX::StringExplode(profileValue, " \n");
+  const std::string size = ValueOf(arguments, "-s") + ValueOf(arguments, "--size");
+  unsigned width = 0;
+  unsigned height = 0;
+  LibOrvoQMX::ArgumentHelper::MapVideoSize(size, width, height);
+  return height != 0 ? height : HeightIn(size);
+}
 
 std::vector<Profile> WithoutUnprovedEngines(std::vector<Profile> profiles) {
   const bool hasEngines = std::any_of(profiles.begin(), profiles.end(), [](const Profile& profile) {

@@ -10,6 +10,9 @@
 
 namespace webapi {
 
+// The greatest height of a profile's pictures; 0 if it names none.
+unsigned LinesOf(const std::string& profileValue);
+
 // Leaves out the profiles of engines that have not encoded pictures of the profile's size
 // (transcoder/engines.h) or that the administrator does not want. If only such profiles are left,
 // all stay: software stands in for the engine.

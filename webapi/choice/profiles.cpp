@@ -10,6 +10,7 @@
 #include "policy/argument_helper.h"
 #include "policy/platform_utils.h"
 #include "policy/profile_traits.h"
+#include "policy/trans_loading.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 #include "webapi/choice/engine_rows.h"
@@ -58,12 +59,7 @@ std::string OptionValue(const Profile& profile, const std::string& option) {
 }
 
 unsigned HeightOf(const Profile& profile) {
-  unsigned width = 0;
-  unsigned height = 0;
-  const std::string size = OptionValue(profile, "-s");
-  ArgumentHelper::MapVideoSize(size, width, height);
-  // Some profiles name only a height.
-  return height != 0 ? height : static_cast<unsigned>(ParseNumber(size).value_or(0));
+  return LinesOf(profile.value);
 }
 
 // "720p"; the profile's own text for a size without a known height.
@@ -114,6 +110,11 @@ Verdict JudgeRemux(const Profile& profile, const VideoMetaData& film) {
   return {"remux", "", "The video is copied without conversion; the sound is converted to AAC."};
 }
 
+bool NeedsFfmpeg(const VideoMetaData& film) {
+  return LibMirevo::ForceFFmpegTranscoding(film.GetContainer(), film.GetVideoCodecName(),
+                                           film.GetVideoProfile());
+}
+
 // What happens to the colors; "" if they stay.
 std::string ToneSentence(const VideoMetaData& film) {
   const std::string range = HighRangeOf(film);
@@ -121,8 +122,13 @@ std::string ToneSentence(const VideoMetaData& film) {
 }
 
 Verdict JudgeTranscode(const Profile& profile, const VideoMetaData& film) {
-  const bool hardware = ProfileTraits::Of(profile.value).hardware;
-  const unsigned capability = ArgumentHelper(film).AbleToTranscodeTheVideo(hardware);
+  const ProfileTraits traits = ProfileTraits::Of(profile.value);
+  if (traits.gstreamer && NeedsFfmpeg(film)) {
+    return Refuse("TransVideoNotHardwareSupported",
+                  "FFmpeg, not GStreamer, transcodes this film's " + CodecOf(film) +
+                      " video on this server.");
+  }
+  const unsigned capability = ArgumentHelper(film).AbleToTranscodeTheVideo(traits.hardware);
   if (capability != LibOrvoQMX::kHardwareAble) {
     return Refuse(ArgumentHelper::RefusalWord(capability),
                   "The hardware cannot transcode this film's " + CodecOf(film) + " video.");
@@ -302,7 +308,7 @@ void LearnCost(const Profile& profile, const VideoMetaData& film, double process
 }
 
 std::string ContentTypeOf(const Profile& profile) {
-  const std::string muxer = OptionValue(profile, "-f");
+  const std::string muxer = OptionValue(profile, "-f") + OptionValue(profile, "--mux");
   for (const MediaType& row : kMediaTypes) {
     if (muxer == row.muxer) {
       return row.type;

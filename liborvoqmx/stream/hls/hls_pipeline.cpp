@@ -30,13 +30,13 @@ Pipeline PipelineOf(bool isRegistered) {
                                     }});
 }
 
-// Starts the transcoder and, behind it, the segmenter.
-bool StartPrograms(Pipeline& pipeline, const HlsPrograms& programs) {
+// Starts the transcoder and, behind it, the segmenter, which sees the end of its input when
+// `writeEnd` is closed, too.
+bool StartPrograms(Pipeline& pipeline, const HlsPrograms& programs, orvo::UniqueFd& writeEnd) {
   if (!programs.becomeSegmenter) {
     return pipeline.Start([&] { programs.becomeTranscoder(-1); });
   }
   orvo::UniqueFd readEnd;
-  orvo::UniqueFd writeEnd;
   if (!orvo::OpenPipe(readEnd, writeEnd) || !pipeline.Start([&] {
         KeepAcrossExec(writeEnd);
         programs.becomeTranscoder(writeEnd.Get());
@@ -51,6 +51,13 @@ bool StartPrograms(Pipeline& pipeline, const HlsPrograms& programs) {
     gPidHLSTransBin.Signal(SIGKILL);
   }
   return static_cast<bool>(gPidHLSSegBin);
+}
+
+void StopSegmenter() {
+  if (gPidHLSSegBin) {
+    gPidHLSSegBin.End(SIGINT, kTranscoderGraceMilliseconds);
+    gPidHLSSegBin = orvo::Process();
+  }
 }
 
 }  // namespace
@@ -74,19 +81,24 @@ void ResetHlsPipeline() {
 
 void RunHlsPipeline(const HlsPrograms& programs) {
   Pipeline pipeline = PipelineOf(programs.isRegistered);
-  if (gHLSSignal == 0 && StartPrograms(pipeline, programs) &&
-      pipeline.Watch(gHLSSignal, programs.isAbandoned)) {
+  orvo::UniqueFd writeEnd;
+  if (gHLSSignal != 0 || !StartPrograms(pipeline, programs, writeEnd) ||
+      !pipeline.Watch(gHLSSignal, programs.isAbandoned)) {
+    return;
+  }
+  if (pipeline.Status() == 0) {
     // The segmenter still has to write the end of the film.
+    writeEnd.Reset();
     gPidHLSSegBin.HasEndedWithin(kGraceMilliseconds);
+  } else {
+    // Before it sees an end: the segment in work would look complete.
+    StopSegmenter();
   }
 }
 
 void StopHlsPipeline(bool isRegistered) {
   PipelineOf(isRegistered).End();
-  if (gPidHLSSegBin) {
-    gPidHLSSegBin.End(SIGINT, kTranscoderGraceMilliseconds);
-    gPidHLSSegBin = orvo::Process();
-  }
+  StopSegmenter();
 }
 
 void OnHlsStopSignal(int /*signal*/) {

@@ -74,7 +74,7 @@ void Pipeline::Unregister(pid_t pid) const {
 }
 
 void Pipeline::Reap() {
-  transcoder_.Wait();
+  status_ = transcoder_.Wait();
   transcoder_ = orvo::Process();
 }
 

@@ -35,6 +35,9 @@ class Pipeline {
   // every two seconds, returns true.
   bool Watch(const volatile sig_atomic_t& stop, const std::function<bool()>& isAbandoned = nullptr);
 
+  // The exit status of the transcoder that has ended, as Process::Wait returns it.
+  int Status() const { return status_; }
+
   // Ends the transcoder, if there is one, with SIGINT, and with SIGKILL after the grace time. Reaps
   // and unregisters it. After this returns, the transcoder writes nothing.
   void End();
@@ -45,6 +48,7 @@ class Pipeline {
 
   orvo::Process& transcoder_;
   PipelineRules rules_;
+  int status_ = -1;
 };
 
 }  // namespace LibOrvoQMX

@@ -6,6 +6,7 @@ import { t } from '../language.js';
 import { profilesOf } from '../playback/kinds.js';
 import { titleOf } from '../titles.js';
 import { wordsOf } from '../words.js';
+import { convertInAdvance } from './conversions.js';
 
 const stemOf = (name) => titleOf(name).plain ? titleOf(name).title : name.replace(/\.[^.]*$/, '');
 
@@ -25,6 +26,15 @@ async function save(entry, format, name, told) {
   }
 }
 
+async function convertLater(entry, told) {
+  try {
+    told.replaceChildren(...(await convertInAdvance(entry)));
+  } catch (error) {
+    const { sentence, next } = wordsOf(error);
+    told.textContent = `${sentence} ${next}`;
+  }
+}
+
 export function openDownload(entry, info) {
   const told = element('p', { role: 'status' });
   const button = (text, format, name) => element('button', { type: 'button', on: { click: () => save(entry, format, name, told) } }, text);
@@ -37,6 +47,7 @@ export function openDownload(entry, info) {
       { class: 'actions' },
       button(t('Original file ({size})', { size }), 'direct', entry.name),
       profilesOf(info, 'http').length > 0 && button(t('Converted (MP4)'), 'http', `${stemOf(entry.name)}.mp4`),
+      element('button', { type: 'button', on: { click: () => convertLater(entry, told) } }, t('Convert in advance')),
     ),
     told,
   );

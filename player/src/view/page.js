@@ -23,6 +23,15 @@ export async function attempt(action) {
   }
 }
 
+// Replaces the content. If the keyboard focus was in it, moves the focus to the new button of the same name.
+export function replaceContent(place, nodes) {
+  const name = place.contains(document.activeElement) ? document.activeElement.getAttribute('aria-label') : null;
+  place.replaceChildren(...nodes.filter(Boolean));
+  if (name) {
+    [...place.querySelectorAll('[aria-label]')].find((node) => node.getAttribute('aria-label') === name)?.focus();
+  }
+}
+
 export const folderAddress = (entry) => `#/folder${entry.encoded_path}`;
 export const filmAddress = (entry) => `#/film${entry.encoded_path}`;
 // `second`: where to begin; `kind`: the playback method, '' for the default.

@@ -5,7 +5,7 @@ import { clockText, nameOf, sizeText } from '../format.js';
 import { forget, watched } from '../history.js';
 import { counted, t } from '../language.js';
 import { stutterWords } from '../words.js';
-import { filmAddress, sayError, say } from './page.js';
+import { filmAddress, replaceContent, sayError, say } from './page.js';
 import { timesText } from './statistics.js';
 
 const EVERY_MILLISECONDS = 2000;
@@ -136,21 +136,12 @@ function body(status, items, refresh) {
   ];
 }
 
-// Replaces the content. If the keyboard focus was in it, moves the focus to the new button of the same name.
-function replace(place, nodes) {
-  const name = place.contains(document.activeElement) ? document.activeElement.getAttribute('aria-label') : null;
-  place.replaceChildren(...nodes.filter(Boolean));
-  if (name) {
-    [...place.querySelectorAll('[aria-label]')].find((node) => node.getAttribute('aria-label') === name)?.focus();
-  }
-}
-
 export async function statusView(_, signal) {
   const place = element('div');
   const refresh = async () => {
     const [status, items] = await Promise.all([get('Status', 'get', {}, undefined, { signal }), watched()]);
     if (!signal.aborted) {
-      replace(place, body(status, items, refresh));
+      replaceContent(place, body(status, items, refresh));
     }
   };
   await refresh();

@@ -522,6 +522,22 @@ TEST_F(HlsPipeline, OfTheWrapperHasASegmenterAtItsEnd) {
   EXPECT_EQ(Registry(), Json::Value(Json::arrayValue));
 }
 
+TEST_F(HlsPipeline, OfAWrapperThatFailsLetsTheSegmenterSeeNoEnd) {
+  Open("--vcodec h264 --acodec aac");
+  WriteScript(kWrapper, "exit 1\n");
+  // At the end of its input it would finish the segment; after a signal it discards it.
+  WriteScript(kFfmpeg,
+              "trap 'echo stopped > \"$ORVO_SYSROOT/segmenter\"; exit 0' INT\n"
+              "eval \"exec <&${2#pipe:}\"\n"
+              "while read -r line; do :; done\n"
+              "echo finished > \"$ORVO_SYSROOT/segmenter\"\n");
+  On("braswell", [] {
+    EXPECT_TRUE(HttpLiveStream(kId).Transcoding("3"));
+    test::ReapAll();
+  });
+  EXPECT_NE(Read("/segmenter"), "finished\n");
+}
+
 TEST_F(HlsPipeline, OfTheWrapperEndsWithASignalToTheMonitor) {
   Open("--vcodec h264 --acodec aac");
   WriteScript(kWrapper, kStandIn);
