@@ -72,11 +72,14 @@ def transcode(kind, film, folder, extra=(), track="video", key=""):
         return first_fragment(film, folder, words, track)
     start = ["-ss", "0.000", *(["-copyts"] if kind in KEEPING_CLOCK else [])]
     if kind == "hls":
-        name, cut = "slice-%05d.ts", ["-hls_seek_time", "0", "-segment_time", "5", "-segment_start_number", "0"]
-    else:
-        name, cut = "stream", ["-webm_seek_time", "0"] if kind == "webm" else []
-    output([Programs.transcoder, *start, "-i", film, *words, *cut, folder / name])
-    return next(path for path in (folder / "slice-00000.ts", folder / "stream") if path.exists())
+        cut = ["-hls_seek_time", "0", "-segment_time", "5", "-segment_start_number", "0"]
+        output([Programs.transcoder, *start, "-i", film, *words, *cut, folder / "slice-%05d.ts"])
+        return folder / "slice-00000.ts"
+    # Copies are made by libavformat alone where the tracks are named.
+    more = {"webm": ["-webm_seek_time", "0"], "remux": ["-map", "0:v", "-map", "0:a?"]}.get(kind, [])
+    path = folder / "stream"
+    path.write_bytes(output([Programs.transcoder, *start, "-i", film, *words, *more, "pipe:1"]))
+    return path
 
 
 # --- Looking at a stream ---
