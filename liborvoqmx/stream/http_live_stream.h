@@ -54,7 +54,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   std::string ReadFragment(const std::string& fragment) override;
 
   // Does both for the segment with this number, in one step (stream/fetched_piece.h). Also starts a
-  // transcoder if Transcoding relies on one that has died.
+  // transcoder if Transcoding relies on one that has died, and waits for one that a newer request
+  // has started for the same segment.
   FetchedPiece Fetch(int number);
 
   // Starts a transcoder for a player that will begin at this second of the film. The transcoder
@@ -161,6 +162,7 @@ class ORVO_API HttpLiveStream : public AdaptStream {
 
   std::string SeenSequence() const;
   AwaitedSegment Await(int number, const std::string& seen) const;
+  AwaitedSegment AwaitFromAny(int number, const std::string& seen);
   AwaitedSegment AwaitUnlessLost(int number, const std::string& seen) const;
 
   // Copies the playlist's plan into the stream's directory. All requests of the stream use this

@@ -226,6 +226,15 @@ test('the newest of eight distant requests keeps the transcoder', async () => {
   assert.equal(service.transcoders().length, 1);
 });
 
+test('requests for one segment of a new stream are all answered', async () => {
+  for (let number = 0; number < 3; ++number) {
+    const stream = await open('h264_ac3.mkv', { format: 'hls', profile: 'hls_remux' });
+    const answers = await Promise.all(Array.from({ length: 6 }, () => segment(stream, number)));
+    assert.deepEqual(answers.map(({ status }) => status), Array(6).fill(200));
+    await Promise.all(answers.map((answer) => answer.arrayBuffer()));
+  }
+});
+
 test('a stream plays again after its directory was removed for idleness', async () => {
   const stream = await open('h264_ac3.mkv', transcode);
   await (await segment(stream, 0)).arrayBuffer();

@@ -23,6 +23,11 @@ constexpr int kReach = 4;
 // old one.
 constexpr int64_t kRecordSeconds = 10;
 
+// Does a run from segment `start` on make this segment soon?
+bool IsWithinReach(int64_t start, int number) {
+  return start <= number && number <= start + kReach;
+}
+
 }  // namespace
 
 Segment::Segment(int segmentNumber) : number(segmentNumber), text(std::to_string(segmentNumber)) {}
@@ -79,9 +84,14 @@ bool HlsSegments::IsComplete(int number) const {
   return !isRunning || Has(number + 1);
 }
 
+bool HlsSegments::IsElsewhere(int number) const {
+  const auto start = directory_.SeekTime().Number();
+  return start && !IsWithinReach(*start, number);
+}
+
 bool HlsSegments::NeedsRestart(const Segment& segment) const {
   const auto start = directory_.SeekTime().Number();
-  if (start && *start <= segment.number && segment.number <= *start + kReach) {
+  if (start && IsWithinReach(*start, segment.number)) {
     return false;
   }
   if (Has(segment.number)) {
@@ -121,7 +131,7 @@ bool HlsSegments::IsWhole(int number, const std::string& seen) const {
          (directory_.RequestSequence().TryRead() == seen || Has(number + 1) || IsPipelineOver());
 }
 
-AwaitedSegment HlsSegments::Await(int number, const std::string& own,
+AwaitedSegment HlsSegments::Await(int number, const std::function<bool()>& isReplaced,
                                   const std::string& seen) const {
   // A complete segment needs no watch.
   if (IsWhole(number, seen)) {
@@ -133,7 +143,7 @@ AwaitedSegment HlsSegments::Await(int number, const std::string& own,
   Clock::time_point lastRunning = Clock::now();
   for (;;) {
     const orvo::UniqueFd monitor = OpenRunningProcess(directory_.Monitor().value_or(-1));
-    const bool isOvertaken = !IsLatestSequence(directory_, own);
+    const bool isOvertaken = isReplaced();
     if (!IsPipelineOver()) {
       lastRunning = Clock::now();
     }

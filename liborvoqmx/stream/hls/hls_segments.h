@@ -1,6 +1,7 @@
 // The segments of an HLS stream: when one is complete, and when the transcoder must restart for it.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "platform/export.h"
@@ -45,13 +46,16 @@ class HlsSegments {
   // Does the segment need a restart? It does if neither the running transcoder nor one that is
   // starting will reach it soon.
   bool NeedsRestart(const Segment& segment) const;
+  // Has the latest restart begun at a place that does not lead to this segment? False while a
+  // request writes the place.
+  bool IsElsewhere(int number) const;
 
-  // Waits up to 60 seconds until the segment is complete. Gives up at once if a newer request has
-  // replaced the one with the sequence `own` or the stream is gone, and soon if no process is left
-  // that could produce the segment. `seen` is the stream's sequence at the request's first look. If
-  // the sequence has changed since, a request with an empty `own` goes on waiting, but accepts no
-  // half segment from the stopped transcoder.
-  AwaitedSegment Await(int number, const std::string& own, const std::string& seen) const;
+  // Waits up to 60 seconds until the segment is complete. Gives up at once if `isReplaced` or the
+  // stream is gone, and soon if no process is left that could produce the segment. `seen` is the
+  // stream's sequence at the request's first look. If the sequence has changed since, the request
+  // accepts no half segment from the stopped transcoder.
+  AwaitedSegment Await(int number, const std::function<bool()>& isReplaced,
+                       const std::string& seen) const;
 
   // Did the latest restart die before it recorded a monitor? A crash of the whole service can leave
   // such a stream, and every request would wait for that restart in vain.

@@ -484,17 +484,30 @@ FetchedPiece HttpLiveStream::Fetch(int number) {
   if (!IsPlayable() || !Reach(segment)) {
     return {State::kNotStarted, ""};
   }
-  AwaitedSegment awaited = AwaitUnlessLost(number, seen);
+  AwaitedSegment awaited = AwaitFromAny(number, seen);
   if (awaited.isOver && m_sequence.empty()) {
     if (!Revive(segment, seen)) {
       return {State::kNotStarted, ""};
     }
-    awaited = Await(number, SeenSequence());
+    awaited = AwaitFromAny(number, SeenSequence());
   }
   if (!awaited.path.empty()) {
     return {State::kComplete, awaited.path};
   }
   return {awaited.isOver ? State::kWillNotCome : State::kNotYet, ""};
+}
+
+// A newer request may have restarted the stream for this segment, too. Its transcoder then makes
+// the segment for both.
+AwaitedSegment HttpLiveStream::AwaitFromAny(int number, const std::string& seen) {
+  AwaitedSegment awaited = AwaitUnlessLost(number, seen);
+  if (!awaited.path.empty() || CheckSequence()) {
+    return awaited;
+  }
+  m_sequence.clear();
+  const HlsSegments segments(Directory());
+  return segments.Await(
+      number, [&] { return segments.IsElsewhere(number); }, SeenSequence());
 }
 
 AwaitedSegment HttpLiveStream::AwaitUnlessLost(int number, const std::string& seen) const {
@@ -515,7 +528,9 @@ std::string HttpLiveStream::SeenSequence() const {
 
 // A request that has restarted the stream knows its own sequence.
 AwaitedSegment HttpLiveStream::Await(int number, const std::string& seen) const {
-  return HlsSegments(Directory()).Await(number, m_sequence, m_sequence.empty() ? seen : m_sequence);
+  return HlsSegments(Directory())
+      .Await(
+          number, [this] { return !CheckSequence(); }, m_sequence.empty() ? seen : m_sequence);
 }
 
 }  // namespace LibOrvoQMX
