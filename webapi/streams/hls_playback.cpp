@@ -18,6 +18,7 @@ using LibOrvoQMX::HttpLiveStream;
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
+constexpr int kTries = 3;
 
 // The address of the request program, with a file name for players that judge a segment by its
 // ending.
@@ -67,18 +68,21 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
   KeepClientReport(request, ticket);
   StartTimes times;
   ticket.Directory().AskFor(*number);
-  const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
-  if (piece.state == FetchedPiece::State::kNotStarted) {
-    return Answer::Failure(kInternal, "The transcoder could not be started.");
+  // A request that restarts the stream may remove the segment before it is sent.
+  for (int tries = 0; tries < kTries; ++tries) {
+    const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
+    if (piece.state == FetchedPiece::State::kNotStarted) {
+      return Answer::Failure(kInternal, "The transcoder could not be started.");
+    }
+    if (piece.state != FetchedPiece::State::kComplete) {
+      return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
+    }
+    if (SendPiece(request, ticket, piece.path, kSegmentType, times)) {
+      LeavePass(request.MadeBy(), ticket);
+      return Answer::Sent();
+    }
   }
-  if (piece.state != FetchedPiece::State::kComplete) {
-    return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
-  }
-  if (!SendPiece(request, ticket, piece.path, kSegmentType, times)) {
-    return Answer::Failure("NotReady");
-  }
-  LeavePass(request.MadeBy(), ticket);
-  return Answer::Sent();
+  return Answer::Failure("NotReady");
 }
 
 }  // namespace
