@@ -154,7 +154,7 @@ AwaitedSegment HlsSegments::Await(int number, const std::function<bool()>& isRep
     }
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
     if (isOvertaken || isOver || left.count() <= 0 || !directory_.Exists()) {
-      return {"", isOver && !isOvertaken && directory_.Exists()};
+      return {"", isOver && !isOvertaken && directory_.Exists(), isOvertaken};
     }
     watch.Wait(monitor, static_cast<int>(std::min(left, kLookAgain).count()));
   }

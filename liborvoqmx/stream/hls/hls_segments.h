@@ -30,8 +30,9 @@ bool IsLatestSequence(const StreamDirectory& directory, const std::string& own);
 
 // The result of a wait for a segment.
 struct AwaitedSegment {
-  std::string path;     // the complete segment; "" if there is none
-  bool isOver = false;  // no process is left that could make it
+  std::string path;         // the complete segment; "" if there is none
+  bool isOver = false;      // no process is left that could make it
+  bool isReplaced = false;  // a newer request has ended the wait
 };
 
 class HlsSegments {

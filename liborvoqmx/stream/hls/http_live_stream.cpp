@@ -501,7 +501,7 @@ FetchedPiece HttpLiveStream::Fetch(int number) {
 // the segment for both.
 AwaitedSegment HttpLiveStream::AwaitFromAny(int number, const std::string& seen) {
   AwaitedSegment awaited = AwaitUnlessLost(number, seen);
-  if (!awaited.path.empty() || CheckSequence()) {
+  if (!awaited.isReplaced) {
     return awaited;
   }
   m_sequence.clear();
