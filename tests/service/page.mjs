@@ -140,7 +140,7 @@ export class Viewer {
   // next step.
   wake() {
     return this.page.locator('.stage').evaluate((stage) => {
-      const move = () => stage.dispatchEvent(new Event('pointermove'));
+      const move = () => stage.dispatchEvent(new Event('pointermove', { bubbles: true }));
       move();
       window.moving ??= setInterval(move, 500);
     });

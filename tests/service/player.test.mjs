@@ -293,7 +293,8 @@ test('the keyboard controls everything', async () => {
   const viewer = await enter();
   const { page } = viewer;
   await viewer.go(filmPlace('long.mkv'));
-  await page.getByRole('link', { name: 'Play', exact: true }).focus();
+  // The film has a link more if an earlier test has left a place in it.
+  await page.getByRole('link', { name: /^(Play|Resume)/ }).first().focus();
   await page.keyboard.press('Enter');
   await viewer.playing();
   await page.keyboard.press(' ');
