@@ -53,8 +53,11 @@ export class Viewer {
     viewer.page = await viewer.context.newPage();
     viewer.complaints = [];
     viewer.page.on('console', (message) => {
-      const isPicture = /method=(poster|card|thumbnail)/.test(message.location().url);
-      if (message.type() === 'error' && !isPicture) viewer.complaints.push(`${message.text()} ${message.location().url}`);
+      const { url } = message.location();
+      const isPicture = /method=(poster|card|thumbnail)/.test(url);
+      // After a seek the server breaks off the pieces that nobody waits for any more.
+      const isLeft = url.includes('segment=') && message.text().includes('ERR_INCOMPLETE_CHUNKED_ENCODING');
+      if (message.type() === 'error' && !isPicture && !isLeft) viewer.complaints.push(`${message.text()} ${url}`);
     });
     viewer.page.on('pageerror', (error) => viewer.complaints.push(error.message));
     return viewer;
