@@ -1,8 +1,5 @@
 #include "accounts/secrets.h"
 
-#include <sodium/core.h>
-#include <sodium/crypto_hash_sha256.h>
-#include <sodium/crypto_pwhash.h>
 #include <sys/random.h>
 
 #include <algorithm>
@@ -10,14 +7,12 @@
 #include <cctype>
 #include <cerrno>
 
-#include "platform/log.h"
+#include "accounts/sodium.h"
 #include "util/base64_url.h"
-#include "util/lazy_library.h"
 
 namespace accounts {
 namespace {
 
-constexpr char kSoname[] = "libsodium.so.23";
 constexpr size_t kSecretBytes = 32;
 constexpr size_t kSecretLength = 43;
 
@@ -25,38 +20,6 @@ constexpr size_t kSecretLength = 43;
 constexpr char kNobody[] =
     "$argon2id$v=19$m=65536,t=2,p=1$AAAAAAAAAAAAAAAAAAAAAA$"
     "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA";
-
-// Only requests with a session or a password load libsodium. Requests of a running stream have
-// neither.
-class Sodium {
- public:
-  static const Sodium& Get() {
-    static const Sodium sodium;
-    return sodium;
-  }
-
-  bool IsLoaded() const { return loaded_; }
-  // Only passwords need the library's initialisation; a digest does not wait for it.
-  bool IsReady() const { return loaded_ && init_() >= 0; }
-
-  decltype(&crypto_hash_sha256) sha256 = nullptr;
-  decltype(&crypto_pwhash_str) hash = nullptr;
-  decltype(&crypto_pwhash_str_verify) verify = nullptr;
-
- private:
-  Sodium() : library_(kSoname) {
-    loaded_ = library_.Find("sodium_init", init_) && library_.Find("crypto_hash_sha256", sha256) &&
-              library_.Find("crypto_pwhash_str", hash) &&
-              library_.Find("crypto_pwhash_str_verify", verify);
-    if (!loaded_) {
-      ORVO_LOG("Failed to load %s", kSoname);
-    }
-  }
-
-  orvo::LazyLibrary library_;
-  decltype(&sodium_init) init_ = nullptr;
-  bool loaded_ = false;
-};
 
 std::string Hexadecimal(const unsigned char* bytes, size_t count) {
   constexpr char kDigits[] = "0123456789abcdef";
@@ -108,9 +71,10 @@ bool SameSecret(const std::string& one, const std::string& other) {
 std::string HashPassword(const std::string& password) {
   const Sodium& sodium = Sodium::Get();
   std::array<char, crypto_pwhash_STRBYTES> hash{};
-  const bool done = sodium.IsReady() && sodium.hash(hash.data(), password.data(), password.size(),
-                                                    crypto_pwhash_OPSLIMIT_INTERACTIVE,
-                                                    crypto_pwhash_MEMLIMIT_INTERACTIVE) == 0;
+  const bool done =
+      sodium.IsReady() && sodium.hashPassword(hash.data(), password.data(), password.size(),
+                                              crypto_pwhash_OPSLIMIT_INTERACTIVE,
+                                              crypto_pwhash_MEMLIMIT_INTERACTIVE) == 0;
   return done ? hash.data() : "";
 }
 
@@ -120,8 +84,8 @@ bool MatchesPassword(const std::string& hash, const std::string& password) {
   std::array<char, crypto_pwhash_STRBYTES> known{};
   const std::string text = hash.empty() || hash.size() >= known.size() ? kNobody : hash;
   std::copy(text.begin(), text.end(), known.begin());
-  return sodium.IsReady() && sodium.verify(known.data(), password.data(), password.size()) == 0 &&
-         text == hash;
+  return sodium.IsReady() &&
+         sodium.verifyPassword(known.data(), password.data(), password.size()) == 0 && text == hash;
 }
 
 }  // namespace accounts

@@ -1,18 +1,15 @@
 #include "webapi/cluster/seal.h"
 
-#include <sodium/crypto_generichash.h>
-#include <sodium/crypto_secretbox.h>
-
 #include <string_view>
 
-#include "platform/log.h"
+#include "accounts/sodium.h"
 #include "util/base64_url.h"
-#include "util/lazy_library.h"
 
 namespace webapi {
 namespace {
 
-constexpr char kSoname[] = "libsodium.so.23";
+using accounts::Sodium;
+
 // Addresses carry this part of the nonce. The rest follows from it and from the name, so only
 // tickets of one stream could ever share a nonce, and this many bits keep them apart.
 constexpr size_t kSaltBytes = 8;
@@ -29,34 +26,6 @@ const unsigned char* Bytes(std::string_view text) {
 unsigned char* Bytes(std::string& text) {
   return reinterpret_cast<unsigned char*>(text.data());
 }
-
-// Only requests that open a stream, or that come to a box for the first time, load libsodium.
-class Sodium {
- public:
-  static const Sodium& Get() {
-    static const Sodium sodium;
-    return sodium;
-  }
-
-  bool IsLoaded() const { return loaded_; }
-
-  decltype(&crypto_secretbox_easy) close = nullptr;
-  decltype(&crypto_secretbox_open_easy) open = nullptr;
-  decltype(&crypto_generichash) hash = nullptr;
-
- private:
-  Sodium() : library_(kSoname) {
-    loaded_ = library_.Find("crypto_secretbox_easy", close) &&
-              library_.Find("crypto_secretbox_open_easy", open) &&
-              library_.Find("crypto_generichash", hash);
-    if (!loaded_) {
-      ORVO_LOG("Failed to load %s", kSoname);
-    }
-  }
-
-  orvo::LazyLibrary library_;
-  bool loaded_ = false;
-};
 
 // `size` bytes that only holders of the key can compute from the texts.
 std::string Hash(const ClusterKey& key, std::string_view purpose, std::string_view name,
@@ -86,8 +55,8 @@ std::string Seal(const ClusterKey& key, const std::string& name, const std::stri
   const std::string salt = Hash(key, kForSalt, name, content, kSaltBytes);
   const std::string nonce = NonceOf(key, name, salt);
   std::string box(content.size() + crypto_secretbox_MACBYTES, '\0');
-  sodium.close(Bytes(box), Bytes(std::string_view(content)), content.size(),
-               Bytes(std::string_view(nonce)), key.data());
+  sodium.closeBox(Bytes(box), Bytes(std::string_view(content)), content.size(),
+                  Bytes(std::string_view(nonce)), key.data());
   return orvo::Base64Url(salt + box);
 }
 
@@ -101,8 +70,8 @@ std::optional<std::string> Unseal(const ClusterKey& key, const std::string& name
   const std::string_view box = std::string_view(*bytes).substr(kSaltBytes);
   const std::string nonce = NonceOf(key, name, std::string_view(*bytes).substr(0, kSaltBytes));
   std::string content(box.size() - crypto_secretbox_MACBYTES, '\0');
-  const bool isGood = sodium.open(Bytes(content), Bytes(box), box.size(),
-                                  Bytes(std::string_view(nonce)), key.data()) == 0;
+  const bool isGood = sodium.openBox(Bytes(content), Bytes(box), box.size(),
+                                     Bytes(std::string_view(nonce)), key.data()) == 0;
   return isGood ? std::optional(std::move(content)) : std::nullopt;
 }
 
