@@ -2,7 +2,7 @@
 import { ApiError, asText, get, post, whenUnauthorized } from './api.js';
 import { element } from './dom.js';
 import { t } from './language.js';
-import { wordsOf } from './words.js';
+import { errorText } from './words.js';
 
 export const session = { loginRequired: false, account: '', owner: true };
 
@@ -56,8 +56,7 @@ function loginForm(dialog, done) {
       done();
       dialog.close();
     } catch (error) {
-      const { sentence, next } = wordsOf(error);
-      complaint.textContent = error.reason === 'Unauthorized' ? t('The account or the password is wrong.') : `${sentence} ${next}`;
+      complaint.textContent = error.reason === 'Unauthorized' ? t('The account or the password is wrong.') : errorText(error);
       passwd.select();
     }
   });

@@ -45,6 +45,12 @@ export function wordsOf(error) {
   return { sentence: error.message || t(sentence), next: t(next) };
 }
 
+// Both in one text.
+export function errorText(error) {
+  const { sentence, next } = wordsOf(error);
+  return `${sentence} ${next}`;
+}
+
 export const isBusy = (error) => error.reason === 'TransEnable' || error.reason === 'TransEnableOfflineConverting';
 
 const RETRY_SECONDS = 5;

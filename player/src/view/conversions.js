@@ -3,9 +3,7 @@ import { addressOf, get, post } from '../api.js';
 import { element, table } from '../dom.js';
 import { t } from '../language.js';
 import { titleOf } from '../titles.js';
-import { attempt, filmAddress, replaceContent, sayError } from './page.js';
-
-const EVERY_MILLISECONDS = 2000;
+import { attempt, filmAddress, keepFresh, replaceContent } from './page.js';
 
 const STATES = { waiting: 'Waits', converting: 'In work', paused: 'Paused', ready: 'Ready', failed: 'Failed' };
 
@@ -47,9 +45,7 @@ export async function conversionsView(_, signal) {
       replaceContent(place, body(list, refresh));
     }
   };
-  await refresh();
-  const timer = setInterval(() => !document.hidden && refresh().catch(sayError), EVERY_MILLISECONDS);
-  signal.addEventListener('abort', () => clearInterval(timer));
+  await keepFresh(refresh, signal);
   const about = t('The server converts these films to files that play on every device. It works on them while nobody watches a film.');
   return { title: t('Conversions'), nodes: [element('h1', {}, t('Conversions')), element('p', {}, about), place] };
 }

@@ -5,7 +5,7 @@ import { sizeText } from '../format.js';
 import { t } from '../language.js';
 import { profilesOf } from '../playback/kinds.js';
 import { titleOf } from '../titles.js';
-import { wordsOf } from '../words.js';
+import { errorText } from '../words.js';
 import { convertInAdvance } from './conversions.js';
 
 const stemOf = (name) => titleOf(name).plain ? titleOf(name).title : name.replace(/\.[^.]*$/, '');
@@ -21,8 +21,7 @@ async function save(entry, format, name, told) {
     element('a', { href: localAddress(url), download: name }).click();
     told.textContent = t('The browser saves the film.');
   } catch (error) {
-    const { sentence, next } = wordsOf(error);
-    told.textContent = `${sentence} ${next}`;
+    told.textContent = errorText(error);
   }
 }
 
@@ -30,8 +29,7 @@ async function convertLater(entry, told) {
   try {
     told.replaceChildren(...(await convertInAdvance(entry)));
   } catch (error) {
-    const { sentence, next } = wordsOf(error);
-    told.textContent = `${sentence} ${next}`;
+    told.textContent = errorText(error);
   }
 }
 

@@ -3,7 +3,7 @@ import { post } from '../api.js';
 import { element, openDialog } from '../dom.js';
 import { t } from '../language.js';
 import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
-import { wordsOf } from '../words.js';
+import { errorText } from '../words.js';
 import { lineFor } from './names.js';
 import { savePlaylist } from './save_playlist.js';
 
@@ -54,8 +54,7 @@ export function openElsewhere(entry, info, before = () => {}) {
       told.textContent = t(opened.network_url ? FOR_ALL : FOR_THIS_COMPUTER);
       place.replaceChildren(...links(entry, opened.network_url || opened.url, told));
     } catch (error) {
-      const { sentence, next } = wordsOf(error);
-      told.textContent = `${sentence} ${next}`;
+      told.textContent = errorText(error);
     }
   };
   const buttons = waysFor(info).map((kind) => element('button', { type: 'button', on: { click: () => make(kind) } }, KINDS[kind]));

@@ -1,6 +1,6 @@
 // Shared code of the views: the message line, addresses of views, links to films.
 import { find } from '../dom.js';
-import { wordsOf } from '../words.js';
+import { errorText } from '../words.js';
 
 export function say(text) {
   find('message').textContent = text;
@@ -8,8 +8,7 @@ export function say(text) {
 
 export function sayError(error) {
   if (error.name !== 'AbortError') {
-    const { sentence, next } = wordsOf(error);
-    say(`${sentence} ${next}`);
+    say(errorText(error));
   }
 }
 
@@ -21,6 +20,15 @@ export async function attempt(action) {
     sayError(error);
     return undefined;
   }
+}
+
+const FRESH_MILLISECONDS = 2000;
+
+// Calls `refresh` now, and from then on again and again while the page is visible, until `signal` aborts.
+export async function keepFresh(refresh, signal) {
+  await refresh();
+  const timer = setInterval(() => !document.hidden && refresh().catch(sayError), FRESH_MILLISECONDS);
+  signal.addEventListener('abort', () => clearInterval(timer));
 }
 
 // Replaces the content. If the keyboard focus was in it, moves the focus to the new button of the same name.

@@ -3,7 +3,7 @@ import { post } from '../api.js';
 import { element, openDialog } from '../dom.js';
 import { counted, t } from '../language.js';
 import { FORMS } from '../playlist.js';
-import { wordsOf } from '../words.js';
+import { errorText } from '../words.js';
 import { ANY_DEVICE } from './download.js';
 import { lineFor } from './names.js';
 
@@ -69,8 +69,7 @@ export function openSavePlaylist(name, loadEntries) {
       }
       told.textContent = resultText(all, items, isPublic);
     } catch (error) {
-      const { sentence, next } = wordsOf(error);
-      told.textContent = `${sentence} ${next}`;
+      told.textContent = errorText(error);
     }
     buttons.forEach((button) => { button.disabled = false; });
   };

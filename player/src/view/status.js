@@ -5,10 +5,8 @@ import { clockText, nameOf, sizeText } from '../format.js';
 import { forget, watched } from '../history.js';
 import { counted, t } from '../language.js';
 import { stutterWords } from '../words.js';
-import { filmAddress, replaceContent, sayError, say } from './page.js';
+import { filmAddress, keepFresh, replaceContent, sayError, say } from './page.js';
 import { timesText } from './statistics.js';
-
-const EVERY_MILLISECONDS = 2000;
 
 const number = (value, digits, unit) => (value === undefined || value === null ? '' : `${Number(value).toFixed(digits)}${unit}`);
 const fileName = (path) => (path ?? '').split('/').at(-1);
@@ -144,8 +142,6 @@ export async function statusView(_, signal) {
       replaceContent(place, body(status, items, refresh));
     }
   };
-  await refresh();
-  const timer = setInterval(() => !document.hidden && refresh().catch(sayError), EVERY_MILLISECONDS);
-  signal.addEventListener('abort', () => clearInterval(timer));
+  await keepFresh(refresh, signal);
   return { title: t('Server'), nodes: [element('h1', {}, t('Server')), place] };
 }
