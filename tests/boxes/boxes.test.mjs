@@ -9,23 +9,14 @@ import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { build, eventually, media, processesWith, Service } from '../service/support.mjs';
+import { build, eventually, freePort, media, patience, processesWith, Service } from '../service/support.mjs';
 
 const program = path.join(build, 'target/bin/mirevo');
 const film = path.join(media, 'h264_ac3.mkv');
-const patience = 60_000;
 let folder;
 let boxes;
 let balancer; // HAProxy
 let authority; // host and port of the balancer
-
-async function freePort() {
-  const server = net.createServer().listen(0, '127.0.0.1');
-  await once(server, 'listening');
-  const { port } = server.address();
-  server.close();
-  return port;
-}
 
 async function startBox(key) {
   const box = Service.prepare();

@@ -12,17 +12,9 @@ import path from 'node:path';
 import { chromium } from 'playwright-core';
 
 import { encode, Viewer } from './page.mjs';
-import { browserArguments, eventually, media, Service } from './support.mjs';
+import { browserArguments, eventually, freePort, media, Service } from './support.mjs';
 
 const NAME = 'films.example';
-
-async function freePort() {
-  const server = net.createServer().listen(0, '127.0.0.1');
-  await once(server, 'listening');
-  const { port } = server.address();
-  server.close();
-  return port;
-}
 
 // The documented server, on this port of this machine, in front of the service.
 function configuration(folder, port, service) {

@@ -3,6 +3,7 @@ import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
+import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 import readline from 'node:readline';
@@ -37,6 +38,15 @@ export async function eventually(look, milliseconds = patience, describe = () =>
     if (performance.now() >= deadline) assert.fail(`not within ${milliseconds} ms: ${describe()}`);
     await new Promise((resolve) => setTimeout(resolve, Math.min(performance.now() - begun, 50)));
   }
+}
+
+// A port of this machine that nobody listens on.
+export async function freePort() {
+  const server = net.createServer().listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const { port } = server.address();
+  server.close();
+  return port;
 }
 
 // The command lines of all running processes that contain `text`.
