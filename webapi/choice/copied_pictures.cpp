@@ -33,8 +33,11 @@ void KeepCmafKnowledge(const orvo::MediaFile& file, const orvo::CmafKnowledge& k
 
 std::string WhyPicturesAreNotCopied(const Request& request, const orvo::MediaFile& file,
                                     const LibOrvoQMX::VideoMetaData& film) {
+  if (!HasPictures(film)) {
+    return "";
+  }
   const orvo::CmafKnowledge known = KnowledgeOf(file);
-  if (!HasPictures(film) || known.copying == orvo::kCmafNoPicture) {
+  if (known.copying == orvo::kCmafNoPicture) {
     return "";
   }
   LibOrvoQMX::CmafWishes wishes;

@@ -139,20 +139,19 @@ class SegmentRequest {
         number_(number) {}
 
   Answer Send() {
-    const bool isRead = request_.Method() != "HEAD";
-    if (isRead && !run_.MakeFolder()) {
+    if (request_.Method() == "HEAD") {
+      if (!SendComplete()) {
+        SendHeaders();
+      }
+      return Answer::Sent();
+    }
+    if (!run_.MakeFolder()) {
       return Answer::Failure(kInternal);
     }
     // Before anything is sent: the player's next request comes as soon as it has this answer, and
     // must find its own number here.
-    if (isRead) {
-      Ask();
-    }
+    Ask();
     if (SendComplete()) {
-      return Answer::Sent();
-    }
-    if (!isRead) {
-      SendHeaders();
       return Answer::Sent();
     }
     auto place = run_.TakePlace();
@@ -331,10 +330,10 @@ bool NeedsPlace(const CmafPresentation& presentation) {
 }
 
 // Lets descriptions of the film tell what the plan has found out.
-void Remember(const Ticket& ticket) {
+void Remember(const Ticket& ticket, const orvo::CmafKnowledge& known) {
   Answer ignored = Answer::Failure(kInternal);
   if (const auto file = OpenFilmOf(ticket, ignored)) {
-    KeepCmafKnowledge(*file, KnowledgeOf(ticket));
+    KeepCmafKnowledge(*file, known);
   }
 }
 
@@ -413,7 +412,8 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
     return Answer::Failure("TransVideoNotSupported",
                            "The segments of this film cannot be planned.");
   }
-  if (WishesOf(ticket).copying == orvo::kCmafClockJumps) {
+  const orvo::CmafKnowledge known = KnowledgeOf(ticket);
+  if (known.copying == orvo::kCmafClockJumps) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransVideoNotSupported",
                            "The clock of this film jumps, so it cannot be cut into segments. It "
@@ -429,7 +429,7 @@ Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransEnable");
   }
-  Remember(ticket);
+  Remember(ticket, known);
   ticket.Directory().MarkAccess();
   data["content_type"] = kPlaylistType;
   data["presentation"] = DescribeCmaf(*presentation);
