@@ -147,13 +147,18 @@ std::optional<JudgedProfile> UsualProfile(const std::string& format, const Video
   return std::nullopt;
 }
 
-// The profile that the request names.
-std::optional<JudgedProfile> NamedProfile(const std::string& key, const std::string& format,
-                                          const VideoMetaData& film, Answer& refusal) {
+std::optional<Profile> FindProfile(const std::string& format, const std::string& key) {
   const std::vector<Profile> profiles = ProfilesOf(format);
   const auto found = std::find_if(profiles.begin(), profiles.end(),
                                   [&](const Profile& profile) { return profile.key == key; });
-  if (found == profiles.end()) {
+  return found == profiles.end() ? std::nullopt : std::optional(*found);
+}
+
+// The profile that the request names.
+std::optional<JudgedProfile> NamedProfile(const std::string& key, const std::string& format,
+                                          const VideoMetaData& film, Answer& refusal) {
+  const auto found = FindProfile(format, key);
+  if (!found) {
     refusal = Answer::Failure(kBadRequest, "There is no profile with this name.");
     return std::nullopt;
   }
@@ -363,16 +368,9 @@ struct KnownFilm {
 };
 
 // The profile of a stream that another box has opened; nothing if this box does not have it.
-std::optional<Profile> FindProfile(const StreamKind& kind, const std::string& key) {
-  if (kind.kind == std::string(kDirectKind) || IsCmaf(kind)) {
-    return Profile{key, ""};
-  }
-  for (const Profile& profile : ProfilesOf(kind.format)) {
-    if (profile.key == key) {
-      return profile;
-    }
-  }
-  return std::nullopt;
+std::optional<Profile> ProfileElsewhere(const StreamKind& kind, const std::string& key) {
+  const bool hasProfiles = kind.kind != std::string(kDirectKind) && !IsCmaf(kind);
+  return hasProfiles ? FindProfile(kind.format, key) : std::optional(Profile{key, ""});
 }
 
 // What the library is told of an opening: texts by the names of parameters, "" for none.
@@ -609,7 +607,7 @@ bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal) {
   StartSweep();
   const Ticket sealed = *ticket;
   const auto wishes = [&](const char* name) { return sealed.Parameter(name); };
-  const auto profile = FindProfile(*kind, sealed.ProfileKey());
+  const auto profile = ProfileElsewhere(*kind, sealed.ProfileKey());
   if (!profile) {
     refusal = Answer::Failure(kGone, "This server lacks the quality of this address.");
     return false;
