@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/blocks.h"
 #include "platform/io.h"
 #include "platform/process_launch.h"
 
@@ -195,6 +196,7 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
   if (!server.clusterKey.empty()) {
     add("MIREVO_CLUSTER_KEY", server.clusterKey);
+    add(orvo::kBlocksVariable, "1");
   }
   if (IsFarther(server)) {
     // This holds even if the last account is removed later.

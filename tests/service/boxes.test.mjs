@@ -9,7 +9,7 @@ import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { build, media, readSome, Service } from './support.mjs';
+import { build, eventually, media, readSome, Service } from './support.mjs';
 
 const password = 'a long "pass" & word';
 let films; // the folder that both boxes serve
@@ -124,6 +124,53 @@ test('CMAF: playlist, manifest, header and segment come from the other box', asy
     const response = await fetch(at(other, address));
     assert.equal(response.status, 200);
     assert.ok((await response.arrayBuffer()).byteLength > 100);
+  }
+});
+
+// The numbers of the complete pieces in a folder of this box's streams.
+function pieces(box, folder) {
+  const whole = path.join(box.root, 'tmp/Mirevo', folder);
+  const names = fs.existsSync(whole) ? fs.readdirSync(whole) : [];
+  return names.map((name) => name.match(/^(?:slice-)?(\d{5})\.(?:ts|m4s)$/)?.[1]).filter(Boolean).map(Number).sort((a, b) => a - b);
+}
+
+async function sends(address) {
+  const response = await fetch(address);
+  const body = await response.arrayBuffer();
+  assert.equal(response.status, 200);
+  assert.ok(body.byteLength > 100);
+}
+
+// Waits until nothing is encoded on the box.
+const isFree = (box) => eventually(() => (box.registry().length === 0 && box.transcoders().length === 0 ? true : undefined));
+
+test('HLS: a box makes the rest of the block that it is asked for, and then its place is free', async () => {
+  const stream = await open('hls', { profile: 'hls_240p_vb300_ab96' });
+  const list = addressesIn(await text(stream.url));
+  await sends(at(other, list[5]));
+  await isFree(other);
+  const folder = path.join('HLS', stream.stream_id);
+  assert.deepEqual(pieces(other, folder), [5, 6, 7]);
+  // Another box may be down, so this one makes the next block, too.
+  for (const number of [8, 9]) await sends(at(other, list[number]));
+  await isFree(other);
+  assert.deepEqual(pieces(other, folder), [8, 9, 10, 11], 'up to the end of the film');
+});
+
+test('CMAF: the runs of pictures and of sound end with their block', async () => {
+  const stream = await open('cmaf');
+  const master = await text(stream.url);
+  const pictures = addressesIn(master).find((line) => line.includes('rendition=h264-'));
+  const sound = master.match(/URI="([^"]+rendition=stereo-[^"]+)"/)[1];
+  for (const playlist of [pictures, sound]) {
+    const track = playlist.match(/rendition=([\w-]+)/)[1];
+    const list = addressesIn(await text(at(other, playlist)));
+    await sends(at(other, list[2]));
+    await isFree(other);
+    assert.deepEqual(pieces(other, path.join('CMAF', stream.stream_id, track)), [2, 3]);
+    await sends(at(other, list[4]));
+    await isFree(other);
+    assert.deepEqual(pieces(other, path.join('CMAF', stream.stream_id, track)), [2, 3, 4, 5, 6, 7]);
   }
 });
 
