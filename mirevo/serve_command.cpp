@@ -55,6 +55,14 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       .add_option("--cluster_key", options->clusterKey,
                   "The key that this box shares with the others of its cluster")
       ->type_name("FILE");
+  const auto isPlace = [](const std::string& text) {
+    return serve::ParseAuthority(text).has_value();
+  };
+  command
+      .add_option("--agent", options->agent,
+                  "Where a load balancer asks how much this box can take")
+      ->check(Check(isPlace, "is not ADDRESS:PORT"))
+      ->type_name("ADDRESS:PORT");
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");
