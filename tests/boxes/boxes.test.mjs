@@ -1,7 +1,6 @@
 // Three boxes behind HAProxy: segments of all of them fit together, and nobody misses a box that dies.
 import assert from 'node:assert/strict';
 import { execFile, execFileSync, spawn } from 'node:child_process';
-import { once } from 'node:events';
 import fs from 'node:fs';
 import net from 'node:net';
 import os from 'node:os';
