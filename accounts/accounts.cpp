@@ -156,8 +156,7 @@ const char* Describe(Outcome outcome) {
       return "No account has this name.";
     case Outcome::kDamaged:
       return "The accounts file is damaged, or the shared storage with it is missing. Restore it, "
-             "or "
-             "remove it to start without accounts.";
+             "or remove it to start without accounts.";
     case Outcome::kFailed:
       break;
   }
