@@ -46,8 +46,9 @@ defaults
 
 frontend films
   bind @LISTEN@
-  # Players must not name other clients.
+  # Players must not name other clients, or another scheme.
   http-request del-header X-Forwarded-For
+  http-request set-header X-Forwarded-Proto %[ssl_fc,iif(https,http)]
   # Only addresses with a ticket can be served by every box.
   use_backend boxes if { url_param(ticket) -m found }
   default_backend home
