@@ -50,6 +50,7 @@ constexpr int kDefaultPort = 8096;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
 constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
+constexpr char kProgram[] = "/var/packages/Mirevo/target/bin/mirevo";
 constexpr char kConverter[] = "/var/packages/Mirevo/target/bin/orvovideoconversiond";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
@@ -155,6 +156,7 @@ orvo::UniqueFd BlockSignals() {
 struct Wishes {
   bool analysis;  // key frames are found and the machine is measured
   bool conversions;
+  std::string agent;  // where a balancer asks; "" for nowhere
 };
 
 // The catalog is kept in any case.
@@ -170,24 +172,36 @@ std::vector<std::string> ConverterCommand(bool isWanted) {
   return isWanted ? std::vector{orvo::SystemPath(kConverter)} : std::vector<std::string>{};
 }
 
+std::vector<std::string> AgentCommand(const std::string& place) {
+  return place.empty() ? std::vector<std::string>{}
+                       : std::vector{orvo::SystemPath(kProgram), std::string("agent"),
+                                     std::string("--listen"), place};
+}
+
 // The background programs.
 struct Companions {
   explicit Companions(const Wishes& wishes)
       : analysis("the analysis of the library", AnalysisCommand(wishes.analysis)),
-        converter("the conversion of films", ConverterCommand(wishes.conversions)) {}
+        converter("the conversion of films", ConverterCommand(wishes.conversions)),
+        agent("the agent for the balancer", AgentCommand(wishes.agent)) {}
 
   void Update() {
     analysis.Update();
     converter.Update();
+    agent.Update();
   }
-  int Patience() const { return Sooner(analysis.Patience(), converter.Patience()); }
+  int Patience() const {
+    return Sooner(agent.Patience(), Sooner(analysis.Patience(), converter.Patience()));
+  }
   void Stop() {
     analysis.Stop();
     converter.Stop();
+    agent.Stop();
   }
 
   KeptProgram analysis;
   KeptProgram converter;
+  KeptProgram agent;
 };
 
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has
@@ -202,6 +216,7 @@ bool ServeUntilStopped(int signals, const orvo::Process& keeper, Companions& com
                        {keeper.Descriptor().Get(), POLLIN, 0},
                        {companions.analysis.Descriptor(), POLLIN, 0},
                        {companions.converter.Descriptor(), POLLIN, 0},
+                       {companions.agent.Descriptor(), POLLIN, 0},
                        {heartbeat.Descriptor(), POLLIN, 0}};
     if (poll(events, std::size(events), Sooner(companions.Patience(), heartbeat.Patience())) < 0) {
       continue;
@@ -463,7 +478,7 @@ int Serve(const Options& options) {
        options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
        options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies,
        AbsolutePath(options.clusterKey), options.clusterUrl, options.clusterBoxes},
-      belongings, browser.Get(), {options.analysis, options.conversions});
+      belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
 }
 
 }  // namespace serve
