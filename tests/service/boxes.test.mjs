@@ -250,6 +250,73 @@ test('the address works with its own link only, and with none after a new passwo
   await text(address);
 });
 
+// Three boxes with one key whose accounts, history and sessions are on the same storage.
+async function startSharing(t) {
+  const storage = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-shared-'));
+  const boxes = [];
+  t.after(async () => {
+    await Promise.allSettled(boxes.map((box) => box.stop()));
+    fs.rmSync(storage, { recursive: true, force: true });
+  });
+  const key = newKey();
+  for (let count = 0; count < 3; count += 1) {
+    const box = Service.prepare();
+    const etc = path.join(box.root, 'var/packages/Mirevo/etc');
+    fs.mkdirSync(etc, { recursive: true });
+    fs.symlinkSync(storage, path.join(etc, 'shared'));
+    fs.writeFileSync(path.join(etc, 'cluster_key'), key, { mode: 0o600 });
+    if (count === 0) box.account(['add', 'anna'], password);
+    await box.serve([films], ['--cluster_key', path.join(etc, 'cluster_key'), '--no-conversions']);
+    boxes.push(box);
+  }
+  return boxes;
+}
+
+async function logIn(box, passwd = password) {
+  const body = new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'anna', passwd });
+  return (await (await fetch(`${box.address}/webapi/entry.cgi`, { method: 'POST', body })).json()).data._sid;
+}
+
+// The boxes on which a session is valid.
+async function valid(boxes, session) {
+  const answers = await Promise.all(boxes.map((box) => box.call('Library', 'list', { _sid: session })));
+  return answers.map(({ status }) => status === 200);
+}
+
+test('a session that began on one box is valid on all until it ends on one', async (t) => {
+  const boxes = await startSharing(t);
+  const [one, another, third] = boxes;
+  const session = await logIn(one);
+  assert.doesNotMatch(Buffer.from(session, 'base64url').toString('latin1'), /anna/);
+  assert.deepEqual(await valid(boxes, session), [true, true, true]);
+  assert.deepEqual(await valid(boxes, `${session.slice(0, -9)}${'A'.repeat(9)}`), [false, false, false]);
+
+  const post = (box, api, method, parameters) =>
+    fetch(box.query(api, method), { method: 'POST', body: new URLSearchParams(parameters) }).then((response) => response.json());
+  const film = path.join(films, 'h264_ac3.mkv');
+  await post(one, 'History', 'save', { _sid: session, path: film, position: 7, duration: 60 });
+  assert.equal((await another.call('History', 'get', { _sid: session, path: film })).data.position, 7);
+
+  const stays = await logIn(another);
+  assert.ok((await post(another, 'Auth', 'logout', { _sid: session })).success);
+  assert.deepEqual(await valid(boxes, session), [false, false, false], 'a logout');
+  assert.deepEqual(await valid(boxes, stays), [true, true, true], 'of one session');
+
+  third.account(['passwd', 'anna'], 'another long password');
+  assert.deepEqual(await valid(boxes, stays), [false, false, false], 'a new password');
+
+  const last = await logIn(third, 'another long password');
+  third.account(['logout', 'anna']);
+  assert.deepEqual(await valid(boxes, last), [false, false, false], 'a logout everywhere');
+
+  const inOldKey = await logIn(one, 'another long password');
+  for (const box of boxes) {
+    const file = path.join(box.root, 'var/packages/Mirevo/etc/cluster_key');
+    fs.writeFileSync(file, newKey() + fs.readFileSync(file, 'utf8'));
+  }
+  assert.deepEqual(await valid(boxes, inOldKey), [true, true, true], 'a second key');
+});
+
 test('a film that has changed, or is gone, is refused with 410', async () => {
   const file = path.join(films, 'changing.mkv');
   fs.copyFileSync(path.join(media, 'h264_ac3.mkv'), file);
