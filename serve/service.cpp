@@ -39,7 +39,6 @@
 #include "util/state_roots.h"
 #include "util/system_files.h"
 #include "webapi/cluster/cluster_keys.h"
-#include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
 
@@ -406,7 +405,7 @@ bool IsHostCharacter(unsigned char c) {
 // The folders of all files that the web server sends for a request: pieces of streams, and
 // pictures. Films are not among them, and neither is anything secret.
 std::vector<std::string> SendFolders() {
-  std::vector<std::string> folders = {orvo::SystemPath(webapi::kCacheFolder)};
+  std::vector<std::string> folders = {orvo::SystemPath(LibOrvoQMX::kCacheFolder)};
   for (const char* const kind : {"HLS", "SS", "CMAF"}) {
     folders.push_back(LibOrvoQMX::StreamKindPath(kind));
   }

@@ -4,9 +4,9 @@
 #include <filesystem>
 
 #include "metadata/video_metadata.h"
+#include "util/film_cache.h"
 #include "util/json_utils.h"
 #include "webapi/http/work.h"
-#include "webapi/library/film_cache.h"
 #include "webapi/library/film_notes.h"
 #include "webapi/library/film_traits.h"
 #include "webapi/library/folder_card.h"
@@ -14,6 +14,9 @@
 
 namespace webapi {
 namespace {
+
+using orvo::CachePath;
+using orvo::KeepInCache;
 
 using LibOrvoQMX::VideoMetaData;
 

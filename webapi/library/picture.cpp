@@ -17,18 +17,20 @@
 #include "metadata/video_metadata.h"
 #include "platform/confinement.h"
 #include "platform/plat.h"
+#include "util/film_cache.h"
 #include "util/film_memory.h"
 #include "util/media_formats.h"
 #include "webapi/http/send_file.h"
 #include "webapi/http/work.h"
 #include "webapi/library/art.h"
-#include "webapi/library/film_cache.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
 
+using orvo::CachePath;
+using orvo::KeepInCache;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kDecoder[] = "/usr/bin/ffmpeg";

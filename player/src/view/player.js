@@ -58,7 +58,7 @@ export class PlayerView {
     this.playButton = signButton('play', t('Play'), () => this.toggle(), { id: 'play' });
     this.muteButton = signButton('sound', t('Mute'), () => this.mute(), { id: 'mute' });
     this.volume = element('input', { id: 'volume', type: 'range', min: 0, max: 1, step: 0.05, value: '1', 'aria-label': t('Volume') });
-    this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, element('span'));
+    this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, this.thumbnails.piece, element('span'));
     this.settingsButton = signButton('settings', t('Settings'), () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
     this.insetButton = signButton('inset', t('Picture in picture'), () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
     this.captionsButton = signButton('captions', t('Subtitles'), () => this.subtitles.next());
@@ -138,6 +138,7 @@ export class PlayerView {
     playback.addEventListener('ended', () => this.atEnd());
     video.addEventListener('timeupdate', () => this.showClock());
     video.addEventListener('progress', () => this.showClock());
+    video.addEventListener('playing', () => this.thumbnails.load());
     video.addEventListener('volumechange', () => this.showVolume());
     listenToGestures(this);
     position.addEventListener('change', () => this.seek(Number(position.value)));
@@ -186,7 +187,7 @@ export class PlayerView {
     // The previous stream may use the only free transcoder.
     await this.closing;
     this.keeper.startAnew();
-    this.thumbnails.forFilm(entry.encoded_path);
+    this.thumbnails.forFilm(entry.encoded_path, info.previews);
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
     this.mediaKeys.announce(entry);
