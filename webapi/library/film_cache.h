@@ -5,6 +5,7 @@
 // they are the oldest. Anyone may delete any file here.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/media_file.h"
@@ -23,5 +24,11 @@ std::string CachePath(const orvo::MediaFile& film, const std::string& what,
 // Stores a file, and removes the oldest files if the cache is too large. Returns false if the file
 // cannot be written.
 bool KeepInCache(const std::string& path, const std::string& content);
+
+// The size of all facts and pictures in the cache, in bytes.
+int64_t CacheBytes();
+
+// Removes them. They are made again when somebody wants to see them.
+void EmptyCache();
 
 }  // namespace webapi
