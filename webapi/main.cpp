@@ -21,11 +21,12 @@
 #include "webapi/http/leaving.h"
 #include "webapi/http/request.h"
 #include "webapi/library/film_card.h"
+#include "webapi/library/fonts.h"
 #include "webapi/library/history.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/picture.h"
 #include "webapi/library/search.h"
-#include "webapi/settings/settings.h"
+#include "webapi/management/settings.h"
 #include "webapi/streams/status.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/subtitle.h"
@@ -66,6 +67,7 @@ constexpr std::array kCalls = {
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail, Right::kAccount, false,
          kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "font", webapi::SendFont, Right::kAccount, false, kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream, Right::kAccount, false,
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink, false,

@@ -21,7 +21,7 @@ export const REFUSALS = [
   'This server has accounts already. Log in with one of them.',
   'The last owner cannot be removed. Create another owner first.',
   'No account has this name.',
-  'The accounts file is damaged. Restore it, or remove it to start without accounts.',
+  'The accounts file is damaged, or the shared storage with it is missing. Restore it, or remove it to start without accounts.',
   'The accounts file could not be written.',
   'There is no such limit, or the value is out of its range.',
   'Create an account on the server first. Without one, the settings can be changed only there.',

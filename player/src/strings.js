@@ -232,8 +232,8 @@ export const GERMAN = {
   'This server has accounts already. Log in with one of them.': 'Dieser Server hat schon Konten. Melden Sie sich mit einem davon an.',
   'The last owner cannot be removed. Create another owner first.': 'Der letzte Besitzer kann nicht entfernt werden. Legen Sie zuerst einen anderen an.',
   'No account has this name.': 'Kein Konto hat diesen Namen.',
-  'The accounts file is damaged. Restore it, or remove it to start without accounts.':
-    'Die Datei der Konten ist beschädigt. Stellen Sie sie wieder her, oder löschen Sie sie, um ohne Konten zu beginnen.',
+  'The accounts file is damaged, or the shared storage with it is missing. Restore it, or remove it to start without accounts.':
+    'Die Datei der Konten ist beschädigt, oder der gemeinsame Speicher mit ihr fehlt. Stellen Sie sie wieder her, oder löschen Sie sie, um ohne Konten zu beginnen.',
   'The accounts file could not be written.': 'Die Datei der Konten konnte nicht geschrieben werden.',
   'There is no such limit, or the value is out of its range.': 'Diese Grenze gibt es nicht, oder der Wert liegt außerhalb ihres Bereichs.',
   'Create an account on the server first. Without one, the settings can be changed only there.':
@@ -253,6 +253,9 @@ export const GERMAN = {
   'Full screen': 'Vollbild',
   Normal: 'Normal',
   'Audio track': 'Tonspur',
+  Sound: 'Ton',
+  'As in the film': 'Wie im Film',
+  'Night: loud places lowered': 'Nacht: laute Stellen leiser',
   Speed: 'Tempo',
   'Playback method': 'Wiedergabeart',
   '{name} (cannot be shown here)': '{name} (hier nicht darstellbar)',

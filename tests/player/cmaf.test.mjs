@@ -18,7 +18,7 @@ const sound = (name, track, more = {}) => ({ name, kind: 'sound', codec: 'mp4a',
 const presentation = new Presentation({
   timescale: 10,
   durations: [10, 10, 20, 40, 20],
-  renditions: [copy, high, low, sound('stereo-0', 1), sound('copy-audio-1', 2, { treatment: 'sound', default: true }), sound('stereo-1', 2)],
+  renditions: [copy, high, low, sound('stereo-0', 1), sound('copy-audio-1', 2, { treatment: 'sound', default: true }), sound('stereo-1', 2), sound('night-1', 2, { treatment: 'night' })],
 });
 
 describe('the plan', () => {
@@ -30,6 +30,11 @@ describe('the plan', () => {
   test('names the usual sound, and the converted one of the same track', () => {
     const usual = presentation.usualSound();
     assert.deepEqual([usual.name, presentation.convertedSound(usual).name], ['copy-audio-1', 'stereo-1']);
+  });
+
+  test('names the night sound of a track, and the sound itself where there is none', () => {
+    const [first] = presentation.sounds;
+    assert.deepEqual([presentation.nightSound(presentation.usualSound()).name, presentation.nightSound(first).name], ['night-1', 'stereo-0']);
   });
 
   test('a quality’s text names its rendition', () => {

@@ -58,6 +58,12 @@ test('another audio track or quality rules out the original file', () => {
   assert.equal(plan(info, can, { ...choice, kind: 'hls', profile: 'hls_remux' })[0], 'hls');
 });
 
+test('night sound rules out the original file, unless nothing else plays the film', () => {
+  const night = { ...choice, kind: 'direct', treatment: 'night' };
+  assert.deepEqual(plan(info, can, night), ['hls', 'http', 'webm']);
+  assert.deepEqual(plan({ ...info, profiles: [profile('hls_remux', 'refused')] }, can, night), ['direct']);
+});
+
 test('qualities go from the original down, without refused ones and those for other players', () => {
   assert.deepEqual(qualities(info, 'hls').map(({ text }) => text), ['Original quality', '1080p', '240p']);
   assert.deepEqual(qualities(info, 'http').map(({ text }) => text), ['480p']);

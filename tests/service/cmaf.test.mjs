@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { after, afterEach, before, beforeEach, test } from 'node:test';
 
 import { launch, Viewer } from './page.mjs';
-import { media, Service } from './support.mjs';
+import { eventually, media, Service } from './support.mjs';
 
 let service;
 let browser;
@@ -107,6 +107,41 @@ test('quality and sound change within the stream, and back', async () => {
   await isAt(time + 1);
   assert.ok((await viewer.state()).sound > sound);
   assert.deepEqual([opened, viewer.complaints], [['cmaf'], []]);
+});
+
+// The names of the renditions whose segments the page has requested, from now on.
+function requestedRenditions() {
+  const names = new Set();
+  viewer.page.on('request', (request) => {
+    const { searchParams } = new URL(request.url());
+    if (searchParams.get('segment') !== null) names.add(searchParams.get('rendition'));
+  });
+  return names;
+}
+
+test('night sound is heard within the stream, for the next film, and no more when the viewer has enough', async () => {
+  const renditions = requestedRenditions();
+  const isHeard = (name) => eventually(async () => (renditions.has(name) ? true : undefined));
+  await viewer.watch('two_audio.mkv', { kind });
+  await viewer.playing();
+  await viewer.set('Sound', 'Night: loud places lowered');
+  await isHeard('night-0');
+  const { time, sound } = await viewer.state();
+  await isAt(time + 1);
+  assert.ok((await viewer.state()).sound > sound);
+  await viewer.set('Audio track', 'French, AAC');
+  await isHeard('night-1');
+  assert.deepEqual(opened, ['cmaf']);
+
+  renditions.clear();
+  await viewer.watch('h264_aac.mp4');
+  await viewer.playing();
+  await isHeard('night-0');
+  assert.deepEqual([renditions.has('copy-audio-0'), opened], [false, ['cmaf', 'cmaf']]);
+  await viewer.set('Sound', 'As in the film');
+  await viewer.page.waitForFunction(() => document.getElementById('why').textContent.endsWith('plays as it is'));
+  await viewer.playing();
+  assert.deepEqual(viewer.complaints, []);
 });
 
 test('a film without sound plays', async () => {

@@ -55,12 +55,15 @@ const FITS = {
 // The methods that this film and this browser support, best first.
 export const kindsFor = (info, can) => ORDER.filter((kind) => FITS[kind](info, can));
 
-// The methods to try for the viewer's choice { kind, profile, audio }: the chosen one first, then the others.
-// The original file has one quality and plays its first audio track.
+// The methods to try for the viewer's choice { kind, profile, audio, treatment }: the chosen one first, then the others.
+// The original file has one quality and plays its first audio track as it is.
 export function plan(info, can, choice) {
   const firstAudio = info.metadata?.track_info?.audio?.[0]?.id;
   const otherSound = choice.audio && firstAudio !== undefined && choice.audio !== firstAudio;
-  const open = kindsFor(info, can).filter((kind) => kind !== 'direct' || (!otherSound && (!choice.profile || choice.kind === 'direct')));
+  const possible = kindsFor(info, can);
+  // A film that has no other method sounds as it is.
+  const isTreated = Boolean(choice.treatment) && possible.some((kind) => kind !== 'direct');
+  const open = possible.filter((kind) => kind !== 'direct' || (!otherSound && !isTreated && (!choice.profile || choice.kind === 'direct')));
   const chosen = open.filter((kind) => kind === choice.kind);
   return [...chosen, ...open.filter((kind) => kind !== choice.kind)];
 }

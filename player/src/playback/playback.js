@@ -4,6 +4,7 @@
 import { get, localAddress, post, postLastly } from '../api.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
 import { segmentCodecs } from './client.js';
+import { nightNamed } from './cmaf/presentation.js';
 import { abilitiesOf, KINDS, plan } from './kinds.js';
 import { SubtitleTrack } from './subtitle_track.js';
 
@@ -63,8 +64,8 @@ export class Playback extends EventTarget {
     this.dispatchEvent(new Event('change'));
   }
 
-  // Plays a film from this second on. `choice`: { kind, profile, audio, subtitle, second, delay }; '' is the default of each
-  // text.
+  // Plays a film from this second on. `choice`: { kind, profile, audio, treatment, subtitle, second, delay }; '' is the
+  // default of each text. `treatment` of the sound: '' or 'night'.
   play(film, choice, second) {
     this.film = film;
     this.choice = choice;
@@ -127,13 +128,14 @@ export class Playback extends EventTarget {
   }
 
   openParameters(kind) {
-    const { profile, audio } = this.choice;
+    const { profile, audio, treatment } = this.choice;
     return {
       ...this.film.info.client,
       format: kind,
       // A quality belongs to one playback method.
       profile: kind === this.choice.kind ? profile : '',
       audio_id: kind === 'direct' ? '' : audio,
+      ...(treatment && kind !== 'direct' && { sound: treatment }),
       // The server starts the conversion there before the player asks for the first piece.
       start: String(Math.floor(this.firstSecond())),
       // A viewer does not wait for a conversion that nobody watches.
@@ -144,14 +146,26 @@ export class Playback extends EventTarget {
 
   // The server starts these renditions.
   cmafParameters() {
-    return { codecs: segmentCodecs(), profile: '', renditions: this.wishFor('cmaf').quality };
+    const { quality, treatment } = this.wishFor('cmaf');
+    const night = treatment ? nightNamed(this.soundPosition()) : '';
+    return { codecs: segmentCodecs(), profile: '', renditions: [quality, night].filter(Boolean).join() };
   }
 
-  // What the viewer has chosen in a presentation: the name of a rendition, and the number of a track.
+  audioTracks() {
+    return this.film.info.metadata.track_info?.audio ?? [];
+  }
+
+  // Where the track that plays stands in the film's list.
+  soundPosition() {
+    const { audio } = this.choice;
+    return Math.max(0, this.audioTracks().findIndex((track) => (audio ? track.id === audio : track.is_default)));
+  }
+
+  // What the viewer has chosen in a presentation: the name of a rendition, the number of a track, and its treatment.
   wishFor(kind) {
-    const { audio, profile } = this.choice;
-    const track = this.film.info.metadata.track_info?.audio?.find(({ id }) => id === audio)?.track;
-    return { quality: kind === this.choice.kind ? profile : '', sound: track === undefined ? undefined : Number(track) };
+    const { audio, profile, treatment } = this.choice;
+    const track = this.audioTracks().find(({ id }) => id === audio)?.track;
+    return { quality: kind === this.choice.kind ? profile : '', sound: track === undefined ? undefined : Number(track), treatment };
   }
 
   makeEngine(Engine) {
@@ -377,8 +391,8 @@ export class Playback extends EventTarget {
 
   makeSubtitle(id, isAbove) {
     const form = this.film.info.subtitles.find((subtitle) => String(subtitle.id) === id)?.form;
-    const Track = this.trackFor(form);
-    return new Track(this.video, this.stream.stream_id, id, this.subtitleShift(), isAbove);
+    const Track = this.trackFor(form, isAbove);
+    return new Track(this.video, this.stream.stream_id, id, this.subtitleShift(), isAbove, this.film);
   }
 
   moveSubtitles() {

@@ -5,6 +5,7 @@ import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
 import { t } from '../language.js';
 import { recentFilmInfo } from '../playback/client.js';
+import { NIGHT } from '../playback/cmaf/presentation.js';
 import { engineFor, trackFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
@@ -90,6 +91,7 @@ export class PlayerView {
   makeSettings() {
     this.quality = selectFor('profile', (value) => this.chooseQuality(value));
     this.audio = selectFor('audio', (value) => this.chooseSound(value));
+    this.treatment = selectFor('treatment', (value) => this.chooseTreatment(value));
     this.kind = selectFor('kind', (value) => this.playback.change({ kind: value, profile: '' }));
     this.speed = selectFor('speed', (value) => this.playback.setSpeed(Number(value)));
     this.repeat = element('input', { id: 'repeat', type: 'checkbox' });
@@ -99,6 +101,7 @@ export class PlayerView {
       { id: 'settings', role: 'group', 'aria-label': t('Settings'), hidden: true },
       labelled(t('Quality'), this.quality),
       labelled(t('Audio track'), this.audio),
+      labelled(t('Sound'), this.treatment),
       this.subtitles.choiceRows(),
       labelled(t('Speed'), this.speed),
       this.chapters.row,
@@ -219,7 +222,13 @@ export class PlayerView {
   fillTracks(info, choice) {
     const { audio } = info.metadata.track_info;
     fill(this.audio, audio.map((track, index) => ({ value: track.id, text: audioText(track, index) })), choice.audio || audio[0]?.id);
+    this.fillTreatments(audio.length > 0, choice.treatment);
     this.captionsButton.hidden = !this.subtitles.show(info, choice);
+  }
+
+  fillTreatments(hasSound, chosen) {
+    const night = hasSound ? [{ value: NIGHT, text: t('Night: loud places lowered') }] : [];
+    fill(this.treatment, [{ value: '', text: t('As in the film') }, ...night], chosen);
   }
 
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
@@ -461,6 +470,11 @@ export class PlayerView {
     const { audio } = this.playback.film.info.metadata.track_info;
     remember('soundLanguage', audio.find((track) => track.id === id)?.language ?? '');
     return this.playback.changeWithin({ audio: id });
+  }
+
+  chooseTreatment(treatment) {
+    remember('treatment', treatment);
+    return this.playback.changeWithin({ treatment });
   }
 
   settings() {

@@ -2,8 +2,8 @@
 
 import { qualityNamed } from '../playback/kinds.js';
 
-// `quality`: its text, for example "720p"; '' for the default.
-const USUAL = { sort: 'name', cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', secondLanguage: '', soundLanguage: '', quality: '', volume: 1, muted: false };
+// `quality`: its text, for example "720p"; '' for the default. `treatment` of the sound: '' or 'night'.
+const USUAL = { sort: 'name', cueSize: 'normal', cueLook: 'box', subtitleLanguage: '', secondLanguage: '', soundLanguage: '', treatment: '', quality: '', volume: 1, muted: false };
 const NAME = 'mirevo';
 
 export function preferences() {
@@ -38,11 +38,11 @@ const idOf = (subtitle) => String(subtitle?.id ?? '');
 // The first choice for a film: sound, subtitles and quality as the viewer chose them last. `kinds`: the methods that the
 // page may use; `kind`: the one that the address names, or ''.
 export function choiceOf(info, kinds = [], kind = '') {
-  const { subtitleLanguage, secondLanguage, soundLanguage, quality } = preferences();
+  const { subtitleLanguage, secondLanguage, soundLanguage, treatment, quality } = preferences();
   const { audio = [] } = info.metadata.track_info;
   const sound = soundLanguage && audio.find(({ language }) => language === soundLanguage);
   const spoken = (sound || audio[0])?.language;
   const second = secondLanguage && info.subtitles.find((subtitle) => isShown(subtitle) && subtitle.language === secondLanguage);
   const named = quality && qualityNamed(info, kind ? [kind] : kinds, quality);
-  return { kind, profile: '', ...named, audio: sound ? sound.id : '', subtitle: idOf(subtitleFor(info, subtitleLanguage, spoken)), second: idOf(second || null) };
+  return { kind, profile: '', ...named, audio: sound ? sound.id : '', treatment, subtitle: idOf(subtitleFor(info, subtitleLanguage, spoken)), second: idOf(second || null) };
 }

@@ -2,7 +2,7 @@
 import { get } from '../../api.js';
 import { isBusy } from '../../words.js';
 import { MediaPlayback } from '../media_playback.js';
-import { COPIED_SOUND, mediaType, Presentation, qualityText } from './presentation.js';
+import { COPIED_SOUND, mediaType, NIGHT, Presentation, qualityText } from './presentation.js';
 import { Quality } from './quality.js';
 import { Source } from './source.js';
 import { Throughput } from './throughput.js';
@@ -16,6 +16,9 @@ const throughput = new Throughput(); // the network stays the same from one film
 
 const bytesOf = (text) => Uint8Array.from(atob(text.replaceAll('-', '+').replaceAll('_', '/')), (sign) => sign.charCodeAt(0));
 
+// Does a viewer hear the same? A copy and its conversion differ for the browser alone.
+const soundsAlike = (one, other) => one?.track === other?.track && (one?.treatment === NIGHT) === (other?.treatment === NIGHT);
+
 export class Cmaf extends MediaPlayback {
   constructor(video, hooks) {
     super(video, hooks);
@@ -23,7 +26,8 @@ export class Cmaf extends MediaPlayback {
     this.first = {}; // the renditions with which the film begins
   }
 
-  // `wish`: { quality, sound }, the name of a rendition and the number of a track; each may be missing.
+  // `wish`: { quality, sound, treatment }, the name of a rendition, the number of a track, and NIGHT if its loud places
+  // are to be lowered; each may be missing.
   open(stream, second, wish) {
     this.stream = stream;
     this.wanted = second;
@@ -54,7 +58,7 @@ export class Cmaf extends MediaPlayback {
     opened.catch(() => {}); // the tracks report it
     this.quality = new Quality(pictures, throughput, () => this.mayEncode());
     this.quality.pick(wish.quality);
-    this.sound = this.soundOf(wish.sound);
+    this.sound = this.soundOf(wish);
     this.first = { picture: this.quality.picked ?? this.quality.best(), sound: this.sound };
     const choose = {
       picture: (_number, current) => this.quality.next(current, this.buffered()),
@@ -109,9 +113,10 @@ export class Cmaf extends MediaPlayback {
     this.hooks.play();
   }
 
-  // The sound of this track of the film, or the usual one.
-  soundOf(track) {
-    return this.presentation.sounds.find((sound) => sound.track === track) ?? this.presentation.usualSound();
+  // The sound of the wanted track of the film, or the usual one, as the viewer wants to hear it.
+  soundOf({ sound: track, treatment }) {
+    const own = this.presentation.sounds.find((sound) => sound.track === track) ?? this.presentation.usualSound();
+    return treatment === NIGHT ? this.presentation.nightSound(own) : own;
   }
 
   noteLoaded() {
@@ -184,12 +189,13 @@ export class Cmaf extends MediaPlayback {
   }
 
   // Changes quality and sound from one of the next segments on. `wish`: as for open().
-  showWish({ quality, sound }) {
-    if ((quality ?? '') !== (this.quality.picked?.name ?? '')) {
-      this.showQuality(quality);
+  showWish(wish) {
+    if ((wish.quality ?? '') !== (this.quality.picked?.name ?? '')) {
+      this.showQuality(wish.quality);
     }
-    if (this.soundOf(sound)?.track !== this.sound?.track) {
-      this.sound = this.soundOf(sound);
+    const sound = this.soundOf(wish);
+    if (!soundsAlike(sound, this.sound)) {
+      this.sound = sound;
       this.tracks.sound.renew(this.presentation.at(this.now()));
     }
   }

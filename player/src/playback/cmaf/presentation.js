@@ -45,6 +45,11 @@ export class Presentation {
     return this.sounds.find(({ track, treatment }) => track === sound.track && treatment === 'stereo') ?? sound;
   }
 
+  // The same track with its loud places lowered; `sound` itself if there is none.
+  nightSound(sound) {
+    return this.sounds.find(({ track, treatment }) => track === sound?.track && treatment === NIGHT) ?? sound;
+  }
+
   // The sound with which a film begins.
   usualSound() {
     return this.sounds.find((sound) => sound.default) ?? this.sounds[0];
@@ -53,6 +58,12 @@ export class Presentation {
 
 // The treatment of sound that is the film's own.
 export const COPIED_SOUND = 'sound';
+
+// The sound with loud places lowered. The viewer's choice and the treatment have the same name.
+export const NIGHT = 'night';
+
+// The name of such a rendition of the track at this position of the film's list.
+export const nightNamed = (position) => `${NIGHT}-${position}`;
 
 // The type of a rendition, as a SourceBuffer is told.
 export const mediaType = ({ kind, codec }) => `${kind === 'picture' ? 'video' : 'audio'}/mp4; codecs="${codec}"`;

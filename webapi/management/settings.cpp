@@ -1,4 +1,4 @@
-#include "webapi/settings/settings.h"
+#include "webapi/management/settings.h"
 
 #include <unistd.h>
 
