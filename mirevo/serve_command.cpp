@@ -93,8 +93,7 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
 void AddServeCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<serve::Options>();
   CLI::App* const command = app.add_subcommand("serve", "Serve films on this machine");
-  command->add_option("media", options->media, "Files and folders to serve")
-      ->required()
+  command->add_option("media", options->media, "Files and folders to serve; the page can add more")
       ->type_name("FILE-OR-FOLDER");
   command
       ->add_option("--port", options->port,

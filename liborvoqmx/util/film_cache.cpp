@@ -8,6 +8,34 @@
 #include "util/system_files.h"
 
 namespace orvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kChecksumLength = 32;
+
+// Names that the cache gives: a checksum and an ending. Other files have other makers.
+bool IsCached(const fs::path& file) {
+  const std::string stem = file.stem().string();
+  const std::string ending = file.extension().string();
+  return stem.size() == kChecksumLength &&
+         stem.find_first_not_of("0123456789abcdef") == std::string::npos &&
+         (ending == ".json" || ending == ".jpg" || ending == ".txt");
+}
+
+// Calls `use` for each cached file.
+template <typename Use>
+void ForEachCached(const Use& use) {
+  std::error_code failure;
+  for (fs::directory_iterator file(SystemPath(LibOrvoQMX::kCacheFolder), failure), end;
+       !failure && file != end; file.increment(failure)) {
+    if (IsCached(file->path())) {
+      use(*file);
+    }
+  }
+}
+
+}  // namespace
 
 std::string CachePath(const MediaFile& film, const std::string& what, const std::string& ending) {
   const struct stat& status = film.Status();
@@ -19,9 +47,26 @@ std::string CachePath(const MediaFile& film, const std::string& what, const std:
 }
 
 bool KeepInCache(const std::string& path, std::string_view content, int64_t mostBytes) {
-  const std::string folder = std::filesystem::path(path).parent_path().string();
+  const std::string folder = fs::path(path).parent_path().string();
   return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, 0755) &&
          KeepFile(path, content, 0644, mostBytes);
+}
+
+int64_t CacheBytes() {
+  int64_t bytes = 0;
+  ForEachCached([&](const fs::directory_entry& file) {
+    std::error_code gone;
+    const auto size = file.file_size(gone);
+    bytes += gone ? 0 : static_cast<int64_t>(size);
+  });
+  return bytes;
+}
+
+void EmptyCache() {
+  ForEachCached([](const fs::directory_entry& file) {
+    std::error_code gone;
+    fs::remove(file.path(), gone);
+  });
 }
 
 }  // namespace orvo

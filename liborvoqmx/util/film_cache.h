@@ -18,11 +18,14 @@ namespace orvo {
 ORVO_API std::string CachePath(const MediaFile& film, const std::string& what,
                                const std::string& ending);
 
-inline constexpr int64_t kCacheBytes = 256 << 20;
-
 // Stores a file, and removes the oldest files of its folder if that is larger than `mostBytes`.
 // Returns false if the file cannot be written.
-ORVO_API bool KeepInCache(const std::string& path, std::string_view content,
-                          int64_t mostBytes = kCacheBytes);
+ORVO_API bool KeepInCache(const std::string& path, std::string_view content, int64_t mostBytes);
+
+// The size of all facts and pictures in the cache, in bytes; the folders in it do not count.
+ORVO_API int64_t CacheBytes();
+
+// Removes them. They are made again when somebody wants to see them.
+ORVO_API void EmptyCache();
 
 }  // namespace orvo

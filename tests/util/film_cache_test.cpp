@@ -39,7 +39,7 @@ class FilmCache : public ::testing::Test {
 };
 
 TEST_F(FilmCache, MakesItsFolderForTheFirstFile) {
-  EXPECT_TRUE(orvo::KeepInCache(folder_ + "/new/card.json", "{}"));
+  EXPECT_TRUE(orvo::KeepInCache(folder_ + "/new/card.json", "{}", 1 << 20));
   std::ifstream kept(folder_ + "/new/card.json");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
 }

@@ -5,13 +5,13 @@
 #include "cmaf/renditions.h"
 #include "platform/io.h"
 #include "util/film_cache.h"
+#include "webapi/library/film_cache.h"
 #include "webapi/library/film_traits.h"
 
 namespace webapi {
 namespace {
 
 using orvo::CachePath;
-using orvo::KeepInCache;
 
 std::string KnowledgePath(const orvo::MediaFile& file) {
   return CachePath(file, "cmaf pictures 1", ".txt");

@@ -7,6 +7,7 @@
 #include "util/film_cache.h"
 #include "util/json_utils.h"
 #include "webapi/http/work.h"
+#include "webapi/library/film_cache.h"
 #include "webapi/library/film_notes.h"
 #include "webapi/library/film_traits.h"
 #include "webapi/library/folder_card.h"
@@ -16,7 +17,6 @@ namespace webapi {
 namespace {
 
 using orvo::CachePath;
-using orvo::KeepInCache;
 
 using LibOrvoQMX::VideoMetaData;
 

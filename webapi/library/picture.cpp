@@ -23,6 +23,7 @@
 #include "webapi/http/send_file.h"
 #include "webapi/http/work.h"
 #include "webapi/library/art.h"
+#include "webapi/library/film_cache.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/media_library.h"
 
@@ -30,7 +31,6 @@ namespace webapi {
 namespace {
 
 using orvo::CachePath;
-using orvo::KeepInCache;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kDecoder[] = "/usr/bin/ffmpeg";

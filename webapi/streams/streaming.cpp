@@ -24,6 +24,7 @@
 #include "policy/platform_utils.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
+#include "settings/limits.h"
 #include "stream/cmaf/cmaf_runs.h"
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
@@ -66,8 +67,6 @@ constexpr char kCmafFormat[] = "cmaf";
 constexpr char kForced[] = "force_open_qmx";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
-// A household opens fewer streams in a day. Each costs a directory with a few small files.
-constexpr size_t kStreamsPerClient = 200;
 // A stream counts as used for this time after a request, so a client with more players than this
 // is refused, and a forgotten stream gives way.
 constexpr time_t kUsedSeconds = 60;
@@ -428,7 +427,7 @@ bool CloseIfUnused(const std::string& streamId) {
 // Makes room for one more stream of the client: if it has too many, closes the oldest one that
 // nobody uses. Returns false if all are in use.
 bool MakeRoom(const ClientStreams& own) {
-  return own.Ids().size() < kStreamsPerClient ||
+  return own.Ids().size() < static_cast<size_t>(settings::ValueOf(settings::kStreamsPerViewer)) ||
          std::any_of(own.Ids().begin(), own.Ids().end(), CloseIfUnused);
 }
 
