@@ -18,6 +18,7 @@
 #include "preprocess/stored_result.h"
 #include "state/stream_room.h"
 #include "state/stream_watch.h"
+#include "stream/cmaf/warmed_streams.h"
 #include "stream/pipeline/monitor.h"
 #include "stream/pipeline/pipeline.h"
 #include "stream/pipeline/transcoder_launch.h"
@@ -35,6 +36,8 @@ constexpr int kReach = 3;
 // A run without a request for this time ends. Players that pause have this much and more in their
 // buffers, and a new run starts when they go on.
 constexpr unsigned long kUnwantedSeconds = 30;
+// The same before the first request of a viewer who has not asked for the stream yet.
+constexpr unsigned long kWarmSeconds = 10;
 constexpr int kGraceMilliseconds = 300;
 constexpr int kShortRunMilliseconds = 20000;
 constexpr mode_t kFolderMode = 0700;
@@ -77,6 +80,19 @@ std::vector<StreamDirectory> Folders(const std::string& streamId) {
     }
   }
   return folders;
+}
+
+// Ends the runs of encoded pictures in other folders than this one. Returns whether there were any.
+// Sound and copies need no place.
+bool StopPicturesBut(const std::string& folder, const std::string& streamId) {
+  bool hasEnded = false;
+  for (const StreamDirectory& other : Folders(streamId)) {
+    const bool isEncoded = other.Path().find("/h264-") != std::string::npos;
+    if (isEncoded && other.Path() != folder && other.IsMonitored()) {
+      hasEnded = ReplaceMonitor(other, 0, true) || hasEnded;
+    }
+  }
+  return hasEnded;
 }
 
 // Puts the stored key frames of the film's current state beside the plan. Returns false if there
@@ -129,6 +145,10 @@ void CloseCmafStream(const std::string& streamId) {
     }
   }
   RemoveLinkedDirectory(DirectoryOf(streamId).Path());
+}
+
+bool StopCmafPictures(const std::string& streamId) {
+  return StopPicturesBut("", streamId);
 }
 
 std::vector<pid_t> CmafMonitors(const std::string& streamId) {
@@ -213,19 +233,9 @@ bool CmafRun::IsOnItsWay(int number) const {
   return position && folder_.IsMonitored() && *position <= number && number <= *position + kReach;
 }
 
-void CmafRun::StopRivals() const {
-  for (const StreamDirectory& other : Folders(streamId_)) {
-    // Sound and copies need no place.
-    const bool isRival = other.Path().find("/h264-") != std::string::npos;
-    if (isRival && other.Path() != folder_.Path() && other.IsMonitored()) {
-      ReplaceMonitor(other, 0, true);
-    }
-  }
-}
-
 bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const {
   if (rendition_.IsEncodedPicture()) {
-    StopRivals();
+    StopPicturesBut(folder_.Path(), streamId_);
   }
   const StateFile position(folder_.FilePath(orvo::kCmafPositionFile));
   const auto record = [&] {
@@ -250,7 +260,7 @@ void CmafRun::Watch(int number) const {
   };
   const auto isUnwanted = [&] {
     const auto idle = folder_.SecondsSinceAccess();
-    return !idle || *idle > kUnwantedSeconds;
+    return !idle || *idle > (IsCmafWarmed(streamId_) ? kWarmSeconds : kUnwantedSeconds);
   };
   if (gStop == 0 && pipeline.Start(become)) {
     pipeline.Watch(gStop, isUnwanted);
