@@ -18,18 +18,22 @@
 #include "platform/plat.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/shared_state.h"
 
 namespace accounts {
 namespace {
 
 constexpr char kFolder[] = "/var/packages/Mirevo/etc";
-constexpr char kFile[] = "/var/packages/Mirevo/etc/accounts";
 constexpr size_t kLongestName = 64;
 constexpr size_t kShortestPassword = 8;
 constexpr size_t kLongestPassword = 1024;
 
 std::string AccountsFile() {
-  return orvo::SystemPath(kFile);
+  return orvo::SharedStatePath("accounts");
+}
+
+bool IsAbsent(const std::string& path) {
+  return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
 }
 
 bool IsName(const std::string& text) {
@@ -56,12 +60,13 @@ bool AreAccounts(const Json::Value& content) {
   return content.isObject() && std::all_of(content.begin(), content.end(), IsAccount);
 }
 
-// The accounts as a JSON object by name; empty without a file. Nothing for a damaged file.
+// The accounts as a JSON object by name; empty without a file. Nothing for a damaged file. If the
+// state is shared and the file is missing, the storage may be missing, and then nobody is an owner.
 std::optional<Json::Value> Load() {
   const std::string path = AccountsFile();
   Json::Value content(Json::objectValue);
-  if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
-    return content;
+  if (IsAbsent(path)) {
+    return orvo::IsStateShared() ? std::nullopt : std::optional(content);
   }
   const bool isRead = LibMirevo::ReadJsonFromFileWithoutLock(path, content);
   return isRead && AreAccounts(content) ? std::optional(content) : std::nullopt;
@@ -84,7 +89,8 @@ Outcome Change(const std::function<Outcome(Json::Value& content)>& change) {
     return Outcome::kFailed;
   }
   LeaveToFolderOwner(path + ".lock");
-  auto content = Load();
+  // The first account makes the file.
+  auto content = IsAbsent(path) ? std::optional(Json::Value(Json::objectValue)) : Load();
   if (!content) {
     return Outcome::kDamaged;
   }
@@ -107,10 +113,14 @@ Outcome ChangeOne(const std::string& name,
   });
 }
 
+bool PutNewEra(Json::Value& entry) {
+  entry["era"] = NewSecret();
+  return !entry["era"].asString().empty();
+}
+
 bool Put(const std::string& password, Json::Value& entry) {
   entry["password"] = HashPassword(password);
-  entry["era"] = NewSecret();
-  return !entry["password"].asString().empty() && !entry["era"].asString().empty();
+  return PutNewEra(entry) && !entry["password"].asString().empty();
 }
 
 // Stores the paths with links resolved. False if a path is not absolute or does not exist.
@@ -145,7 +155,8 @@ const char* Describe(Outcome outcome) {
     case Outcome::kUnknown:
       return "No account has this name.";
     case Outcome::kDamaged:
-      return "The accounts file is damaged. Restore it, or remove it to start without accounts.";
+      return "The accounts file is damaged, or the shared storage with it is missing. Restore it, "
+             "or remove it to start without accounts.";
     case Outcome::kFailed:
       break;
   }
@@ -212,6 +223,12 @@ Outcome SetPassword(const std::string& name, const std::string& password) {
   }
   return ChangeOne(name, [&](Json::Value& entry) {
     return Put(password, entry) ? Outcome::kDone : Outcome::kFailed;
+  });
+}
+
+Outcome EndSessions(const std::string& name) {
+  return ChangeOne(name, [&](Json::Value& entry) {
+    return PutNewEra(entry) ? Outcome::kDone : Outcome::kFailed;
   });
 }
 

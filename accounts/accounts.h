@@ -1,7 +1,8 @@
 // The accounts: who may use the system, and which films each account may see.
 //
-// The file is "/var/packages/Mirevo/etc/accounts"; only its owner can read it. A change holds the
-// lock "accounts.lock" beside the file and replaces the file at once, so readers need no lock.
+// The file is "/var/packages/Mirevo/etc/accounts", or on storage that several machines share
+// (util/shared_state.h); only its owner can read it. A change holds the lock "accounts.lock" beside
+// the file and replaces the file at once, so readers need no lock.
 #pragma once
 
 #include <optional>
@@ -14,8 +15,8 @@ struct Account {
   std::string name;
   bool owner = false;              // sees the status, closes any stream
   std::vector<std::string> roots;  // absolute paths; empty for all served films
-  // Changes with the password. Sessions and links name the era in which they were made, so a new
-  // password ends them.
+  // Changes with the password and with EndSessions. Sessions and links name the era in which they
+  // were made, so both end them, on all machines that read this file.
   std::string era;
 };
 
@@ -46,6 +47,8 @@ Outcome Create(const std::string& name, const std::string& password, bool owner,
 Outcome Remove(const std::string& name);
 // Ends all the account's sessions and links.
 Outcome SetPassword(const std::string& name, const std::string& password);
+// The same without a new password.
+Outcome EndSessions(const std::string& name);
 // Sets the account's media roots; an empty list means all served films.
 Outcome GrantRoots(const std::string& name, const std::vector<std::string>& roots);
 

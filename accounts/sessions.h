@@ -1,8 +1,8 @@
 // Sessions. A login creates one, and it identifies the account until it ends.
 //
-// The id of a session is a secret that only the client has. The server has a file in
-// "/run/mirevo/sessions" whose name is the id's SHA-256: JSON with the account and the era of the
-// login. The file's modification time is the last use.
+// The id of a session is a secret that only the client has. Sessions of this machine have random
+// ids and files in "/run/mirevo/sessions" (session_folder.h). Sessions of a cluster have ids from
+// which each machine with the key reads the login, and files in "sessions" of the shared state.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "accounts/accounts.h"
+#include "accounts/session_folder.h"
 
 namespace accounts {
 
@@ -28,5 +29,14 @@ std::string BeginSession(const Account& account, int64_t now);
 std::optional<Account> UseSession(const std::string& id, int64_t now);
 
 void EndSession(const std::string& id);
+
+// The same for a cluster. The caller makes the id, which nobody else can make, and reads the login
+// from it. Begins a session of the account that `id` names; false if it cannot be stored.
+bool BeginSharedSession(const std::string& id, const Account& account, int64_t now);
+// The account of such a session. A machine without the session's file counts the idle time from the
+// login.
+std::optional<Account> UseSharedSession(const std::string& id, const Login& login, int64_t now);
+// Ends it on all machines with the same state.
+void EndSharedSession(const std::string& id, const Login& login);
 
 }  // namespace accounts

@@ -136,6 +136,9 @@ void AddAccountCommand(CLI::App& app, int& exitCode) {
   AddOne(command, "passwd", "Set a new password; the account's sessions end", options)
       .callback([options, &exitCode] { exitCode = ChangePassword(*options); });
 
+  AddOne(command, "logout", "End the account's sessions and links everywhere", options)
+      .callback([options, &exitCode] { exitCode = Report(accounts::EndSessions(options->name)); });
+
   CLI::App& grant = AddOne(command, "grant", "Set which folders an account sees", options);
   grant.add_option("paths", options->roots, "The folders; without one, all served folders")
       ->type_name("PATH");

@@ -1,7 +1,10 @@
 #include "mirevo/balancer.h"
 
+#include <array>
+#include <cstdint>
 #include <sstream>
 
+#include "contract/blocks.h"
 #include "serve/service.h"
 #include "util/number.h"
 
@@ -56,6 +59,8 @@ backend home
   default-server check inter 1s fastinter 200ms downinter 1s fall 2 rise 1
 )";
 
+static_assert(orvo::kBlockLength == 8 && orvo::kShortBlocks == std::array<int64_t, 3>{0, 2, 4},
+              "the blocks of the configuration are those of the runs");
 constexpr char kBoxes[] = R"(
 backend boxes
   retry-on conn-failure empty-response junk-response 0rtt-rejected 502 503

@@ -66,12 +66,14 @@ bool WriteAll(int fd, std::string_view content) {
 
 bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode) {
   std::string aside = path + ".XXXXXX";
-  const UniqueFd file(mkostemp(aside.data(), O_CLOEXEC));
+  UniqueFd file(mkostemp(aside.data(), O_CLOEXEC));
   if (!file.IsOpen()) {
     return false;
   }
+  // Network storage may send the content only when the file is closed, and tells then whether it
+  // could. The name must not change before.
   if (fchmod(file.Get(), mode) == 0 && WriteAll(file.Get(), content) &&
-      rename(aside.c_str(), path.c_str()) == 0) {
+      close(file.Release()) == 0 && rename(aside.c_str(), path.c_str()) == 0) {
     return true;
   }
   unlink(aside.c_str());

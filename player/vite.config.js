@@ -1,4 +1,8 @@
+import { fileURLToPath } from 'node:url';
+
 import { defineConfig } from 'vite';
+
+const unused = fileURLToPath(new URL('./src/playback/unused.js', import.meta.url));
 
 export default defineConfig({
   base: './',
@@ -10,4 +14,7 @@ export default defineConfig({
     modulePreload: { polyfill: false },
     target: 'es2022',
   },
+  // Parts of jassub: what browsers without requestVideoFrameCallback need, and fonts from other servers.
+  resolve: { alias: { 'lfa-ponyfill': unused, 'rvfc-polyfill': unused } },
+  worker: { format: 'es' },
 });

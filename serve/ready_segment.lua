@@ -71,6 +71,12 @@ local function is_private(folder)
   return found and own and found.is_dir and found.st_uid == own.st_uid and found.st_mode & 63 == 0
 end
 
+-- As SharedStatePath does. A link to storage that is missing is no folder; then nobody has a pass that counts.
+local function accounts_file()
+  local folder = root .. "/var/packages/Mirevo/etc"
+  return (lighty.stat(folder .. "/shared") and folder .. "/shared" or folder) .. "/accounts"
+end
+
 -- The stream's folder if the pass counts for this link and this sealed ticket.
 local function folder_for(id, link, sealed)
   local tickets = root .. "/tmp/Mirevo/tickets"
@@ -84,7 +90,7 @@ local function folder_for(id, link, sealed)
   local its_sealed = pass:read("l")
   pass:close()
   local counts = version == "pass 1" and states[1] == state_of(ticket) and states[1] ~= "-"
-    and states[2] == state_of(root .. "/var/packages/Mirevo/etc/accounts")
+    and states[2] == state_of(accounts_file())
     and states[3] == state_of(root .. "/run/mirevo/lighttpd.conf")
     and (its_link == "" or (link ~= nil and same(link, its_link)))
     and (sealed == nil or (its_sealed ~= nil and same(sealed, its_sealed)))

@@ -34,6 +34,7 @@ struct Call {
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Streaming", "open", kFilms},
     Call{"ORVO.Mirevo2.Library", "info", kFilms},
+    Call{"ORVO.Mirevo2.Library", "font", kFilms},
     Call{"ORVO.Mirevo2.Library", "card", kTiles},
     Call{"ORVO.Mirevo2.Library", "poster", kTiles},
     Call{"ORVO.Mirevo2.Library", "thumbnail", kTiles},

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/blocks.h"
 #include "platform/io.h"
 #include "platform/process_launch.h"
 
@@ -195,6 +196,7 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
   if (!server.clusterKey.empty()) {
     add("MIREVO_CLUSTER_KEY", server.clusterKey);
+    add(orvo::kBlocksVariable, "1");
   }
   if (IsFarther(server)) {
     // This holds even if the last account is removed later.
@@ -208,10 +210,12 @@ std::string EnvironmentOf(const WebServer& server) {
 
 std::string ResponseHeaders(const WebServer& server) {
   // hls.js plays from blob: addresses and starts its subtitle tracks with an empty text in a data:
-  // address.
+  // address. Subtitles with styles are drawn by a module of WebAssembly, which needs the word of
+  // script-src; texts do not become scripts by it.
   std::string headers =
       "( \"Content-Security-Policy\" => \"default-src 'self'; img-src 'self' data:; media-src "
-      "'self' blob: data:; style-src 'self' 'unsafe-inline'; object-src 'none'; base-uri 'none'; "
+      "'self' blob: data:; script-src 'self' 'wasm-unsafe-eval'; style-src 'self' 'unsafe-inline'; "
+      "object-src 'none'; base-uri 'none'; "
       "form-action 'self'; frame-ancestors 'none'\", "
       "\"Referrer-Policy\" => \"same-origin\", \"X-Content-Type-Options\" => \"nosniff\", "
       "\"X-Frame-Options\" => \"DENY\"";
@@ -269,7 +273,8 @@ std::string Configuration(const WebServer& server) {
   line("mimetype.assign",
        "( \".html\" => \"text/html; charset=utf-8\", \".js\" => \"text/javascript\", "
        "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\", "
-       "\".json\" => \"application/json\" )");
+       "\".json\" => \"application/json\", \".wasm\" => \"application/wasm\", "
+       "\".woff2\" => \"font/woff2\" )");
   line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + " )");
   line("cgi.assign", "( \"entry.cgi\" => \"\" )");
   line("setenv.set-environment", EnvironmentOf(server));

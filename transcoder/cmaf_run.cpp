@@ -1,6 +1,7 @@
 #include "transcoder/cmaf_run.h"
 
 #include <csignal>
+#include <cstdint>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "contract/blocks.h"
 #include "platform/io.h"
 #include "platform/log.h"
 #include "transcoder/child_stream.h"
@@ -38,6 +40,7 @@ class Run : private CmafSink {
   Run(const CmafRequest& request, const CmafPlan& plan, ChildStream child)
       : request_(request),
         plan_(plan),
+        last_(LastOfRun(request.number)),
         files_(request.folder),
         demand_(request.folder, request.number),
         child_(std::move(child)),
@@ -63,7 +66,8 @@ class Run : private CmafSink {
 
  private:
   bool IsDone() const {
-    return hasFailed_ || (cutter_ != nullptr && (request_.isHeaderOnly || cutter_->IsSated()));
+    return hasFailed_ || isFull_ ||
+           (cutter_ != nullptr && (request_.isHeaderOnly || cutter_->IsSated()));
   }
 
   // Takes what has come. False at the stream's end.
@@ -112,11 +116,12 @@ class Run : private CmafSink {
 
   // Waits until somebody wants the segment: the one before may be ahead as far as is allowed.
   void Begin(int number) override {
-    while (!child_.IsStopped() && !demand_.Wants(number - 1)) {
+    isFull_ = number > last_;
+    while (!isFull_ && !child_.IsStopped() && !demand_.Wants(number - 1)) {
       child_.WaitForChange(demand_.Descriptor());
       demand_.Refresh();
     }
-    isWriting_ = !child_.IsStopped();
+    isWriting_ = !isFull_ && !child_.IsStopped();
     Check(!isWriting_ || files_.Begin(number));
   }
 
@@ -135,6 +140,7 @@ class Run : private CmafSink {
 
   const CmafRequest& request_;
   const CmafPlan& plan_;
+  int64_t last_;
   CmafFiles files_;
   Demand demand_;
   ChildStream child_;
@@ -142,6 +148,7 @@ class Run : private CmafSink {
   std::unique_ptr<CmafCutter> cutter_;
   std::vector<char> buffer_ = std::vector<char>(kChunk);
   bool hasHeader_ = false;
+  bool isFull_ = false;  // the last segment of the run is complete
   bool isWriting_ = false;
   bool hasFailed_ = false;
 };

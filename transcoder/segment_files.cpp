@@ -27,7 +27,8 @@ std::string Padded(int number, int width) {
 
 }  // namespace
 
-SegmentFiles::SegmentFiles(std::string pattern) : pattern_(std::move(pattern)) {}
+SegmentFiles::SegmentFiles(std::string pattern, int64_t last)
+    : pattern_(std::move(pattern)), last_(last) {}
 
 std::string SegmentFiles::Path(int number) const {
   const size_t percent = pattern_.rfind('%');
@@ -43,7 +44,8 @@ std::string SegmentFiles::Path(int number) const {
 
 void SegmentFiles::Begin(int number) {
   Finish();
-  if (failed_) {
+  full_ = number > last_;
+  if (failed_ || full_) {
     return;
   }
   path_ = Path(number);

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "contract/blocks.h"
 #include "platform/log.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/demand.h"
@@ -26,7 +27,7 @@ class Run {
   Run(const SegmentPlan& plan, ChildStream child)
       : folder_(FolderOf(plan.pattern)),
         firstNumber_(plan.firstNumber),
-        files_(plan.pattern),
+        files_(plan.pattern, LastOfRun(plan.firstNumber)),
         cutter_(plan, files_),
         demand_(folder_, plan.firstNumber),
         child_(std::move(child)) {}
@@ -51,6 +52,9 @@ class Run {
 
  private:
   int Conclude(int ended) {
+    if (files_.IsFull()) {
+      return 0;  // the program was killed behind its last segment
+    }
     const int code = ended == kExitNeedsFFmpeg && child_.IsStopped() ? kExitFailure : ended;
     if (child_.IsStopped() || code >= kExitSignal || code == kExitNeedsFFmpeg) {
       files_.Discard();
@@ -86,7 +90,7 @@ class Run {
       Cut(static_cast<size_t>(count));
       Remember();
     }
-    if (files_.HasFailed() && !child_.IsStopped()) {
+    if ((files_.HasFailed() || files_.IsFull()) && !child_.IsStopped()) {
       child_.Stop(SIGKILL);
     }
     return true;

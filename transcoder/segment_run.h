@@ -14,6 +14,9 @@ namespace orvo::transcoder {
 // and SIGTERM end FFmpeg at once, which does not outlive it in any case. Returns FFmpeg's exit
 // code, or 128 and the number of the signal that ended it.
 //
+// The run also ends, with 0, when the last segment of its block is complete, where runs end with
+// their blocks (contract/blocks.h).
+//
 // A segment that is cut short by a signal or by a failure to write loses its file. Where the film
 // has nothing to show, the first segment is an empty file, so that nobody waits for it.
 int RunSegments(const std::vector<std::string>& command, const SegmentPlan& plan);

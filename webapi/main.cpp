@@ -20,6 +20,7 @@
 #include "webapi/http/leaving.h"
 #include "webapi/http/request.h"
 #include "webapi/library/film_card.h"
+#include "webapi/library/fonts.h"
 #include "webapi/library/history.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/picture.h"
@@ -64,6 +65,7 @@ constexpr std::array kCalls = {
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail, Right::kAccount, false,
          kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "font", webapi::SendFont, Right::kAccount, false, kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream, Right::kAccount, false,
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink, false,

@@ -55,6 +55,13 @@ UniqueFd Open(const std::string& path, int access) {
   return file;
 }
 
+// For a lock on a whole file. Network storage wants write access for an exclusive lock. The
+// kernel's own file systems do without, and a file of another user may allow no more.
+UniqueFd OpenWhole(const std::string& path) {
+  UniqueFd file = Open(path, O_RDWR);
+  return file.IsOpen() || errno != EACCES ? std::move(file) : Open(path, O_RDONLY);
+}
+
 // The byte for a name, one of 2^62, by FNV-1a. Two names with the same byte wait for each other,
 // which does no harm.
 int64_t PlaceOf(const std::string& name) {
@@ -68,8 +75,7 @@ int64_t PlaceOf(const std::string& name) {
 }  // namespace
 
 FileLock FileLock::Wait(const std::string& path, int milliseconds) {
-  // Read access is enough for this kind of lock. A file of another user may allow no more.
-  UniqueFd file = Open(path, O_RDONLY);
+  UniqueFd file = OpenWhole(path);
   if (file.IsOpen() &&
       !LockWithin(milliseconds, [&](bool wait) { return LockWhole(file, wait); })) {
     file.Reset();

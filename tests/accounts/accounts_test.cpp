@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <vector>
 
 #include "support/sysroot.h"
@@ -184,6 +185,19 @@ TEST_F(Accounts, AnInvalidHashMatchesNoPassword) {
     ASSERT_TRUE(accounts::Find("anna"));
     EXPECT_FALSE(accounts::Verify("anna", kPassword));
   }
+}
+
+TEST_F(Accounts, MissingFromTheSharedStateLetNobodyIn) {
+  const std::string shared = Folder("/var/packages/Mirevo/etc/shared");
+  EXPECT_TRUE(accounts::AreNeeded());
+  EXPECT_FALSE(accounts::List());
+  ASSERT_EQ(accounts::Create("anna", kPassword, false, {}), Outcome::kDone);
+  EXPECT_TRUE(accounts::Verify("anna", kPassword));
+  std::filesystem::rename(shared, shared + ".away");
+  std::filesystem::create_symlink("/nowhere", shared);
+  EXPECT_TRUE(accounts::AreNeeded());
+  EXPECT_FALSE(accounts::Find("anna"));
+  EXPECT_EQ(accounts::Create("eve", kPassword, false, {}), Outcome::kFailed);
 }
 
 TEST_F(Accounts, SimultaneousChangesAreAllKept) {

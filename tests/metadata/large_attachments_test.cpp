@@ -6,25 +6,18 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/matroska.h"
 #include "support/sysroot.h"
 
 namespace {
 
 using LibOrvoQMX::LargeAttachments;
+using test::Element;
 
 constexpr char kAttachments[] = "\x19\x41\xa4\x69";
 constexpr char kAttachedFile[] = "\x61\xa7";
 constexpr char kMediaType[] = "\x46\x60";
 constexpr char kData[] = "\x46\x5c";
-
-// An element with a size of eight bytes, and its first bytes. The others are zeros.
-std::string Element(const std::string& id, const std::string& body, uint64_t size) {
-  std::string text = id + '\x01';
-  for (int shift = 48; shift >= 0; shift -= 8) {
-    text += static_cast<char>(size >> shift & 0xff);
-  }
-  return text + body;
-}
 
 class Attachments : public test::Sysroot {
  protected:

@@ -9,7 +9,7 @@ import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { build, media, readSome, Service } from './support.mjs';
+import { build, eventually, media, readSome, Service } from './support.mjs';
 
 const password = 'a long "pass" & word';
 let films; // the folder that both boxes serve
@@ -127,6 +127,53 @@ test('CMAF: playlist, manifest, header and segment come from the other box', asy
   }
 });
 
+// The numbers of the complete pieces in a folder of this box's streams.
+function pieces(box, folder) {
+  const whole = path.join(box.root, 'tmp/Mirevo', folder);
+  const names = fs.existsSync(whole) ? fs.readdirSync(whole) : [];
+  return names.map((name) => name.match(/^(?:slice-)?(\d{5})\.(?:ts|m4s)$/)?.[1]).filter(Boolean).map(Number).sort((a, b) => a - b);
+}
+
+async function sends(address) {
+  const response = await fetch(address);
+  const body = await response.arrayBuffer();
+  assert.equal(response.status, 200);
+  assert.ok(body.byteLength > 100);
+}
+
+// Waits until nothing is encoded on the box.
+const isFree = (box) => eventually(() => (box.registry().length === 0 && box.transcoders().length === 0 ? true : undefined));
+
+test('HLS: a box makes the rest of the block that it is asked for, and then its place is free', async () => {
+  const stream = await open('hls', { profile: 'hls_240p_vb300_ab96' });
+  const list = addressesIn(await text(stream.url));
+  await sends(at(other, list[5]));
+  await isFree(other);
+  const folder = path.join('HLS', stream.stream_id);
+  assert.deepEqual(pieces(other, folder), [5, 6, 7]);
+  // Another box may be down, so this one makes the next block, too.
+  for (const number of [8, 9]) await sends(at(other, list[number]));
+  await isFree(other);
+  assert.deepEqual(pieces(other, folder), [8, 9, 10, 11], 'up to the end of the film');
+});
+
+test('CMAF: the runs of pictures and of sound end with their block', async () => {
+  const stream = await open('cmaf');
+  const master = await text(stream.url);
+  const pictures = addressesIn(master).find((line) => line.includes('rendition=h264-'));
+  const sound = master.match(/URI="([^"]+rendition=stereo-[^"]+)"/)[1];
+  for (const playlist of [pictures, sound]) {
+    const track = playlist.match(/rendition=([\w-]+)/)[1];
+    const list = addressesIn(await text(at(other, playlist)));
+    await sends(at(other, list[2]));
+    await isFree(other);
+    assert.deepEqual(pieces(other, path.join('CMAF', stream.stream_id, track)), [2, 3]);
+    await sends(at(other, list[4]));
+    await isFree(other);
+    assert.deepEqual(pieces(other, path.join('CMAF', stream.stream_id, track)), [2, 3, 4, 5, 6, 7]);
+  }
+});
+
 test('Smooth Streaming, progressive, WebM and direct addresses play on the other box', async () => {
   const smooth = await open('ss');
   assert.match(await text(at(other, smooth.url)), /<SmoothStreamingMedia/);
@@ -201,6 +248,73 @@ test('the address works with its own link only, and with none after a new passwo
     fs.writeFileSync(accounts, kept);
   }
   await text(address);
+});
+
+// Three boxes with one key whose accounts, history and sessions are on the same storage.
+async function startSharing(t) {
+  const storage = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-shared-'));
+  const boxes = [];
+  t.after(async () => {
+    await Promise.allSettled(boxes.map((box) => box.stop()));
+    fs.rmSync(storage, { recursive: true, force: true });
+  });
+  const key = newKey();
+  for (let count = 0; count < 3; count += 1) {
+    const box = Service.prepare();
+    const etc = path.join(box.root, 'var/packages/Mirevo/etc');
+    fs.mkdirSync(etc, { recursive: true });
+    fs.symlinkSync(storage, path.join(etc, 'shared'));
+    fs.writeFileSync(path.join(etc, 'cluster_key'), key, { mode: 0o600 });
+    if (count === 0) box.account(['add', 'anna'], password);
+    await box.serve([films], ['--cluster_key', path.join(etc, 'cluster_key'), '--no-conversions']);
+    boxes.push(box);
+  }
+  return boxes;
+}
+
+async function logIn(box, passwd = password) {
+  const body = new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'anna', passwd });
+  return (await (await fetch(`${box.address}/webapi/entry.cgi`, { method: 'POST', body })).json()).data._sid;
+}
+
+// The boxes on which a session is valid.
+async function valid(boxes, session) {
+  const answers = await Promise.all(boxes.map((box) => box.call('Library', 'list', { _sid: session })));
+  return answers.map(({ status }) => status === 200);
+}
+
+test('a session that began on one box is valid on all until it ends on one', async (t) => {
+  const boxes = await startSharing(t);
+  const [one, another, third] = boxes;
+  const session = await logIn(one);
+  assert.doesNotMatch(Buffer.from(session, 'base64url').toString('latin1'), /anna/);
+  assert.deepEqual(await valid(boxes, session), [true, true, true]);
+  assert.deepEqual(await valid(boxes, `${session.slice(0, -9)}${'A'.repeat(9)}`), [false, false, false]);
+
+  const post = (box, api, method, parameters) =>
+    fetch(box.query(api, method), { method: 'POST', body: new URLSearchParams(parameters) }).then((response) => response.json());
+  const film = path.join(films, 'h264_ac3.mkv');
+  await post(one, 'History', 'save', { _sid: session, path: film, position: 7, duration: 60 });
+  assert.equal((await another.call('History', 'get', { _sid: session, path: film })).data.position, 7);
+
+  const stays = await logIn(another);
+  assert.ok((await post(another, 'Auth', 'logout', { _sid: session })).success);
+  assert.deepEqual(await valid(boxes, session), [false, false, false], 'a logout');
+  assert.deepEqual(await valid(boxes, stays), [true, true, true], 'of one session');
+
+  third.account(['passwd', 'anna'], 'another long password');
+  assert.deepEqual(await valid(boxes, stays), [false, false, false], 'a new password');
+
+  const last = await logIn(third, 'another long password');
+  third.account(['logout', 'anna']);
+  assert.deepEqual(await valid(boxes, last), [false, false, false], 'a logout everywhere');
+
+  const inOldKey = await logIn(one, 'another long password');
+  for (const box of boxes) {
+    const file = path.join(box.root, 'var/packages/Mirevo/etc/cluster_key');
+    fs.writeFileSync(file, newKey() + fs.readFileSync(file, 'utf8'));
+  }
+  assert.deepEqual(await valid(boxes, inOldKey), [true, true, true], 'a second key');
 });
 
 test('a film that has changed, or is gone, is refused with 410', async () => {

@@ -34,9 +34,10 @@ class Running:
     """A remux into a folder of its own."""
     parent = None  # the process that has the copies as its children; None: each run has its own
 
-    def __init__(self, test, film, number=0):
+    def __init__(self, test, film, number=0, variables=None):
         self.folder = tempfile.mkdtemp(dir=test.folder)
         self.film, self.number = film, number
+        self.environment = {**os.environ, **(variables or {})}
 
     def start(self):
         start = self.number * LENGTH
@@ -46,7 +47,7 @@ class Running:
                    "-segment_time_delta", "0.000", "-segment_start_number", f"{self.number}",
                    "-break_non_keyframes", "0", "-map", "0:v", "-map", "0:a",
                    f"{self.folder}/slice-%05d.ts"]
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL,
+        self.process = subprocess.Popen(command, env=self.environment, stdin=subprocess.DEVNULL,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         return self
 
@@ -114,6 +115,16 @@ class SegmentRun(unittest.TestCase):
         self.assertTrue(running.ends_within(PATIENCE))
         self.assertEqual(running.process.returncode, 0)
         return running
+
+    def test_where_boxes_share_the_blocks_a_run_makes_the_rest_of_its_block_and_ends(self):
+        whole = self.whole().contents()
+        for first, last in ((0, 1), (2, 3), (4, 7), (6, 7), (8, 15), (LAST, LAST)):
+            running = Running(self, self.film, first, {"ORVO_BLOCKS": "1"}).request(first).start()
+            self.assertTrue(running.ends_within(PATIENCE))
+            self.assertEqual(running.process.returncode, 0)
+            made = running.contents()
+            self.assertEqual(list(made), list(range(first, last + 1)))
+            self.assertEqual(made, {number: whole[number] for number in made})
 
     def test_a_run_whose_viewer_says_nothing_goes_to_the_end(self):
         self.assertEqual(self.whole().numbers(), list(range(LAST + 1)))

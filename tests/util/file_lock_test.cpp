@@ -1,8 +1,11 @@
 #include "util/file_lock.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <filesystem>
 
 #include "support/processes.h"
 #include "support/sysroot.h"
@@ -60,6 +63,21 @@ TEST_F(FileLocks, CannotBeOpenedByOthers) {
     EXPECT_EQ(status.st_mode & ACCESSPERMS, 0600U) << name;
   }
   umask(022);
+}
+
+// Network storage wants this for an exclusive lock.
+TEST_F(FileLocks, OpenTheirFileForWriting) {
+  const std::string path = Path("/lock");
+  const auto lock = FileLock::Wait(path);
+  int found = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code failure;
+    if (std::filesystem::read_symlink(entry, failure) == path) {
+      ++found;
+      EXPECT_EQ(fcntl(std::stoi(entry.path().filename()), F_GETFL) & O_ACCMODE, O_RDWR);
+    }
+  }
+  EXPECT_EQ(found, 1);
 }
 
 TEST_F(FileLocks, FollowNoLinkAndMakeNoFolder) {

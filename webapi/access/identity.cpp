@@ -8,7 +8,7 @@
 
 #include "accounts/accounts.h"
 #include "accounts/secrets.h"
-#include "accounts/sessions.h"
+#include "webapi/access/session.h"
 #include "webapi/access/ticket.h"
 
 namespace webapi {
@@ -50,7 +50,7 @@ std::optional<Caller> ByLink(const Request& request, const std::string& link) {
 }
 
 std::optional<Caller> BySession(const std::string& id) {
-  const auto account = accounts::UseSession(id, time(nullptr));
+  const auto account = UseSession(id, time(nullptr));
   return account ? std::optional(ToCaller(*account)) : std::nullopt;
 }
 

@@ -7,6 +7,7 @@
 #include "accounts/known_clients.h"
 #include "accounts/sessions.h"
 #include "webapi/access/identity.h"
+#include "webapi/access/session.h"
 #include "webapi/http/work.h"
 
 namespace webapi {
@@ -28,7 +29,7 @@ Answer AskForPatience(int64_t seconds) {
 }
 
 Answer Welcome(const Request& request, const accounts::Account& account, int64_t now) {
-  const std::string id = accounts::BeginSession(account, now);
+  const std::string id = webapi::BeginSession(account, now);
   if (id.empty()) {
     return Answer::Failure(kInternal, "The session could not be stored.");
   }
@@ -87,8 +88,8 @@ Answer LogIn(const Request& request) {
 }
 
 Answer LogOut(const Request& request) {
-  accounts::EndSession(request.Text("_sid"));
-  accounts::EndSession(SessionCookie(request));
+  EndSession(request.Text("_sid"));
+  EndSession(SessionCookie(request));
   Answer answer = Answer::Success(Json::Value(Json::objectValue));
   answer.AddHeader("Set-Cookie", CookieOf(request, "", 0));
   return answer;

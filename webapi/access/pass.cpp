@@ -8,12 +8,12 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
+#include "util/shared_state.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
 
-constexpr char kAccounts[] = "/var/packages/Mirevo/etc/accounts";
 constexpr char kWebServer[] = "/run/mirevo/lighttpd.conf";
 constexpr mode_t kMode = 0600;
 
@@ -48,7 +48,7 @@ void LeavePass(const Caller& caller, const Ticket& ticket) {
   std::string pass = "pass 1\n" + folder + "\n";
   pass += (caller.isLoginRequired ? StreamLink(ticket) : "") + "\n";
   pass += StateOf(ticket.FilePath(), isSettled) + "\n";
-  pass += StateOf(orvo::SystemPath(kAccounts), isSettled) + "\n";
+  pass += StateOf(orvo::SharedStatePath("accounts"), isSettled) + "\n";
   pass += StateOf(orvo::SystemPath(kWebServer), isSettled) + "\n";
   const std::string sealed = ticket.Parameter(kSealedParameter);
   pass += sealed.empty() ? "" : sealed + "\n";

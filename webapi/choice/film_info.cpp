@@ -1,10 +1,13 @@
 #include "webapi/choice/film_info.h"
 
+#include <algorithm>
+
 #include "metadata/video_metadata.h"
 #include "util/subtitle.h"
 #include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/explain.h"
 #include "webapi/http/work.h"
+#include "webapi/library/fonts.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/subtitle_form.h"
 
@@ -67,6 +70,14 @@ Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
   return found;
 }
 
+// Only subtitles with styles use them.
+Json::Value FindFonts(const orvo::MediaFile& film, const Json::Value& subtitles) {
+  const bool isUsed = std::any_of(
+      subtitles.begin(), subtitles.end(),
+      [](const Json::Value& subtitle) { return subtitle["form"] == WordOf(SubtitleForm::kAss); });
+  return isUsed ? DescribeFonts(film) : Json::Value(Json::arrayValue);
+}
+
 }  // namespace
 
 Answer DescribeFilm(const Request& request) {
@@ -86,6 +97,7 @@ Answer DescribeFilm(const Request& request) {
   Json::Value data(Json::objectValue);
   data["metadata"] = film.GetDocument();
   data["subtitles"] = FindSubtitles(file->Path(), film);
+  data["fonts"] = FindFonts(*file, data["subtitles"]);
   const std::string device = request.Text("device");
   data["profiles"] = Offers(ExplainProfiles(film, device), film);
   data["direct"] = ExplainDirect(film, ClientOf(request));

@@ -17,7 +17,6 @@
 
 #include "platform/io.h"
 #include "platform/unique_fd.h"
-#include "webapi/http/byte_range.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/leaving.h"
 
@@ -80,31 +79,38 @@ class FileAnswer {
   FileAnswer(const Request& request, const struct stat& status, const std::string& contentType,
              const char* cacheControl, const std::string& more = "")
       : request_(request),
-        size_(status.st_size),
+        resource_{0, status.st_size - 1},
         tag_(TagOf(status, cacheControl == std::string_view(kKeepSegment))),
         date_(HttpDate(status.st_mtime)),
         contentType_(contentType),
         cacheControl_(cacheControl),
         more_(more) {}
 
+  // The answer is this part of the file.
+  FileAnswer& Within(const ByteRange& part) {
+    resource_ = part;
+    return *this;
+  }
+
   // Lets the web server send the whole file or a part of it.
   void SendBy(const std::string& handOver) const { Write(Common("200 OK") + handOver + kEnd); }
 
   void Send(int file) const {
     bool outside = false;
-    const auto range = ParseByteRange(request_.Header("RANGE"), size_, outside);
+    const int64_t size = resource_.Length();
+    const auto range = ParseByteRange(request_.Header("RANGE"), size, outside);
     if (NamesTag(request_.Header("IF_NONE_MATCH"), tag_)) {
       Write(Common("304 Not Modified") + kEnd);
     } else if (request_.Method() == "HEAD" || !IsRangeOfThis(request_, tag_, date_) ||
                (!range && !outside)) {
-      SendBytes(file, Common("200 OK"), {0, size_ - 1});
+      SendBytes(file, Common("200 OK"), {0, size - 1});
     } else if (outside) {
-      const std::string all = "bytes */" + std::to_string(size_);
+      const std::string all = "bytes */" + std::to_string(size);
       Write(Common("416 Range Not Satisfiable") + Header("Content-Range", all) +
             Header("Content-Length", "0") + kEnd);
     } else {
       const std::string part = "bytes " + std::to_string(range->first) + "-" +
-                               std::to_string(range->last) + "/" + std::to_string(size_);
+                               std::to_string(range->last) + "/" + std::to_string(size);
       SendBytes(file, Common("206 Partial Content") + Header("Content-Range", part), *range);
     }
   }
@@ -121,13 +127,13 @@ class FileAnswer {
     Write(headers + Header("Content-Length", std::to_string(range.Length())) + kEnd);
     if (request_.Method() != "HEAD") {
       RemoveDeadline();
-      off_t from = range.first;
-      Copy(file, from, range.last + 1);
+      off_t from = resource_.first + range.first;
+      Copy(file, from, from + range.Length());
     }
   }
 
   const Request& request_;
-  int64_t size_;
+  ByteRange resource_;
   std::string tag_;
   std::string date_;
   const std::string& contentType_;
@@ -193,6 +199,11 @@ bool SendFile(const Request& request, const std::string& path, const std::string
 void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
               const char* cacheControl) {
   FileAnswer(request, file.Status(), contentType, cacheControl).Send(file.Get());
+}
+
+void SendPart(const Request& request, const orvo::MediaFile& file, const ByteRange& part,
+              const std::string& contentType, const char* cacheControl) {
+  FileAnswer(request, file.Status(), contentType, cacheControl).Within(part).Send(file.Get());
 }
 
 }  // namespace webapi

@@ -7,6 +7,7 @@
 
 #include "platform/media_file.h"
 #include "webapi/http/answer.h"
+#include "webapi/http/byte_range.h"
 #include "webapi/http/request.h"
 
 namespace webapi {
@@ -30,6 +31,10 @@ bool SendFile(const Request& request, const std::string& path, const std::string
 // name again, which may lead elsewhere by then.
 void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
               const char* cacheControl = kAskAgain);
+
+// Sends a part of such a file in the same way, as a resource of its own.
+void SendPart(const Request& request, const orvo::MediaFile& file, const ByteRange& part,
+              const std::string& contentType, const char* cacheControl);
 
 // Sends a text that belongs to this request alone.
 Answer SendText(const Request& request, const std::string& contentType, const std::string& text);

@@ -7,20 +7,23 @@
 #include <string>
 
 #include "platform/io.h"
-#include "platform/plat.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
 #include "util/private_folder.h"
+#include "util/shared_state.h"
 #include "util/state_reading.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
 namespace {
 
-constexpr char kFolder[] = "/var/packages/Mirevo/etc/history";
 constexpr mode_t kMode = 0600;  // other users must not see what an account watches
 constexpr Json::ArrayIndex kMost = 500;
 constexpr double kLongest = 1000 * 3600;
+
+std::string Folder() {
+  return orvo::SharedStatePath("history");
+}
 
 // A file name for any account name; "all" if there are no accounts.
 std::string FileNameOf(const std::string& account) {
@@ -42,7 +45,7 @@ bool IsEntry(const Json::Value& entry) {
 class History {
  public:
   explicit History(const Request& request)
-      : path_(orvo::SystemPath(kFolder) + "/" + FileNameOf(request.MadeBy().account)) {}
+      : path_(Folder() + "/" + FileNameOf(request.MadeBy().account)) {}
 
   // A damaged file counts as absent. Nothing if it cannot be read now.
   std::optional<Json::Value> TryLoad() const {
@@ -63,7 +66,7 @@ class History {
   // Changes the entries with `change` and writes them. Returns false if they cannot be read or
   // written.
   bool Change(const std::function<Json::Value(const Json::Value& entries)>& change) const {
-    if (!orvo::MakePrivateFolder(orvo::SystemPath(kFolder))) {
+    if (!orvo::MakePrivateFolder(Folder())) {
       return false;
     }
     const auto lock = orvo::FileLock::Wait(path_ + ".lock");

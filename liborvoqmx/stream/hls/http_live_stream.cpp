@@ -9,6 +9,7 @@
 #include <limits>
 #include <memory>
 
+#include "contract/blocks.h"
 #include "contract/stream_files.h"
 #include "platform/log.h"
 #include "platform/plat.h"
@@ -291,6 +292,8 @@ std::vector<std::string> HttpLiveStream::CommandLine(const std::string& fragment
 // --- The pipeline ---
 
 void HttpLiveStream::ExecuteSegmenter(int readEnd, int fragment) {
+  // The wrapper takes the end of its reader for a failure, so its runs do not end with a block.
+  unsetenv(orvo::kBlocksVariable);
   ReplaceProcess(SegmenterCommand(readEnd, fragment, Directory().SegmentPattern()));
 }
 

@@ -4,6 +4,7 @@ import { Segments } from './hls.js';
 import { PictureTrack } from './picture_track.js';
 import { Progressive } from './progressive.js';
 import { Smooth } from './smooth.js';
+import { StyledTrack } from './styled_track.js';
 import { SubtitleTrack } from './subtitle_track.js';
 
 // The page loads this engine when it first plays a film with it.
@@ -22,5 +23,8 @@ export function engineFor(kind, can) {
   return isNative ? BrowserFile : ENGINES[kind];
 }
 
-// The class that shows subtitles of this form.
-export const trackFor = (form) => (form === 'picture' ? PictureTrack : SubtitleTrack);
+const TRACKS = { picture: PictureTrack, ass: StyledTrack };
+
+// The class that shows subtitles of this form. Over other subtitles a script is shown as text, since its styles name
+// places of their own.
+export const trackFor = (form, isAbove) => (isAbove && form === 'ass' ? SubtitleTrack : (TRACKS[form] ?? SubtitleTrack));

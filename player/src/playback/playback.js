@@ -361,8 +361,8 @@ export class Playback extends EventTarget {
 
   makeSubtitle(id, isAbove) {
     const form = this.film.info.subtitles.find((subtitle) => String(subtitle.id) === id)?.form;
-    const Track = this.trackFor(form);
-    return new Track(this.video, this.stream.stream_id, id, this.subtitleShift(), isAbove);
+    const Track = this.trackFor(form, isAbove);
+    return new Track(this.video, this.stream.stream_id, id, this.subtitleShift(), isAbove, this.film);
   }
 
   moveSubtitles() {

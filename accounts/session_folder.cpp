@@ -1,0 +1,178 @@
+#include "accounts/session_folder.h"
+
+#include <fcntl.h>
+#include <json/value.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "accounts/ownership.h"
+#include "accounts/secrets.h"
+#include "accounts/sessions.h"
+#include "platform/io.h"
+#include "util/json_utils.h"
+#include "util/private_folder.h"
+#include "util/state_reading.h"
+
+namespace accounts {
+
+// A session as its file tells it.
+struct SessionFolder::Session {
+  Login login;
+  int64_t used = 0;
+  bool isEnded = false;  // by a logout
+
+  bool IsOver(int64_t now) const {
+    return now - used > kSessionIdleSeconds || now - login.begun > kSessionSeconds;
+  }
+};
+
+namespace {
+
+constexpr char kEnded[] = "ended";
+// The precision of the last use.
+constexpr int64_t kTouchSeconds = 60;
+
+// Does nothing without the file: a machine that does not share the folder keeps no times.
+void MarkUse(const std::string& path, int64_t now) {
+  const std::array<timespec, 2> times = {timespec{now, 0}, timespec{now, 0}};
+  utimensat(AT_FDCWD, path.c_str(), times.data(), 0);
+}
+
+bool Save(const std::string& path, const Login& login, bool isEnded) {
+  Json::Value content(Json::objectValue);
+  content["account"] = login.account;
+  content["era"] = login.era;
+  content["begun"] = static_cast<Json::Int64>(login.begun);
+  if (isEnded) {
+    content[kEnded] = true;
+  }
+  const bool isSaved = orvo::ReplaceFile(path, LibMirevo::FormatJson(content), S_IRUSR | S_IWUSR);
+  LeaveToFolderOwner(path);
+  return isSaved;
+}
+
+bool IsLogin(const Json::Value& content) {
+  return content.isObject() && content["account"].isString() && content["era"].isString() &&
+         content["begun"].isInt64();
+}
+
+Login LoginIn(const Json::Value& content) {
+  return {content["account"].asString(), content["era"].asString(), content["begun"].asInt64()};
+}
+
+// The current account, if it is still the one that began the session.
+std::optional<Account> AccountOf(const Login& login) {
+  auto account = Find(login.account);
+  return account && account->era == login.era ? account : std::nullopt;
+}
+
+// Is the account gone, or in another era? Not if the accounts cannot be read now.
+bool HasLostAccount(const Login& login) {
+  const auto all = List();
+  return all && std::none_of(all->begin(), all->end(), [&](const Account& account) {
+           return account.name == login.account && account.era == login.era;
+         });
+}
+
+}  // namespace
+
+// "" if no digest can be made.
+std::string SessionFolder::PathOf(const std::string& id) const {
+  const std::string digest = DigestOf(id);
+  return digest.empty() ? "" : path_ + "/" + digest;
+}
+
+// Nothing if there is no such session, or if its file is damaged or cannot be read now: it may say
+// that the session has ended.
+std::optional<SessionFolder::Session> SessionFolder::Find(const std::string& path,
+                                                          const std::optional<Login>& login) const {
+  struct stat status {};
+  Json::Value content;
+  const auto reading = orvo::ReadStateJson(path, content);
+  if (reading == orvo::JsonReading::kAbsent && login) {
+    return Session{*login, login->begun, false};
+  }
+  if (reading != orvo::JsonReading::kRead || stat(path.c_str(), &status) != 0 ||
+      !IsLogin(content) || (login && !(LoginIn(content) == *login))) {
+    return std::nullopt;
+  }
+  return Session{LoginIn(content), status.st_mtime, content.isMember(kEnded)};
+}
+
+void SessionFolder::EndAt(const std::string& path, const Login& login) const {
+  if (id_ == Id::kALogin) {
+    Save(path, login, true);
+  } else {
+    unlink(path.c_str());
+  }
+}
+
+void SessionFolder::Sweep(const Account& account, int64_t now) const {
+  std::vector<std::pair<int64_t, std::string>> own;
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator(path_, failure)) {
+    // Another login is about to rename a file with an ending.
+    Json::Value content;
+    if (entry.path().has_extension() ||
+        orvo::ReadStateJson(entry.path(), content) == orvo::JsonReading::kUnreadable) {
+      continue;
+    }
+    const auto session = Find(entry.path(), std::nullopt);
+    if (!session || session->IsOver(now) || HasLostAccount(session->login)) {
+      unlink(entry.path().c_str());
+    } else if (session->login.account == account.name && !session->isEnded) {
+      own.emplace_back(session->used, entry.path());
+    }
+  }
+  std::sort(own.begin(), own.end());
+  for (size_t i = 0; i + kSessionsPerAccount <= own.size(); ++i) {
+    if (const auto session = Find(own[i].second, std::nullopt)) {
+      EndAt(own[i].second, session->login);
+    }
+  }
+}
+
+bool SessionFolder::Begin(const std::string& id, const Account& account, int64_t now) const {
+  const std::string path = PathOf(id);
+  if (path.empty() || !orvo::MakePrivateFolder(path_)) {
+    return false;
+  }
+  LeaveToFolderOwner(path_);
+  Sweep(account, now);
+  if (!Save(path, {account.name, account.era, now}, false)) {
+    return false;
+  }
+  MarkUse(path, now);
+  return true;
+}
+
+std::optional<Account> SessionFolder::Use(const std::string& id, const std::optional<Login>& login,
+                                          int64_t now) const {
+  const std::string path = PathOf(id);
+  const auto session = path.empty() ? std::nullopt : Find(path, login);
+  if (!session || session->isEnded) {
+    return std::nullopt;
+  }
+  auto account = session->IsOver(now) ? std::nullopt : AccountOf(session->login);
+  if (!account && (session->IsOver(now) || HasLostAccount(session->login))) {
+    unlink(path.c_str());
+  } else if (account && now - session->used > kTouchSeconds) {
+    MarkUse(path, now);
+  }
+  return account;
+}
+
+void SessionFolder::End(const std::string& id, const std::optional<Login>& login) const {
+  const std::string path = PathOf(id);
+  if (!path.empty() && (!login || orvo::MakePrivateFolder(path_))) {
+    EndAt(path, login.value_or(Login()));
+  }
+}
+
+}  // namespace accounts

@@ -1,0 +1,60 @@
+// The files that remember sessions.
+//
+// Each session has one file, named by the SHA-256 of its id: JSON with the account, the era and the
+// time of the login. The file's modification time is the last use.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "accounts/accounts.h"
+
+namespace accounts {
+
+// What a session stands for.
+struct Login {
+  std::string account;
+  std::string era;    // of the account, at the login
+  int64_t begun = 0;  // seconds since the epoch
+
+  bool operator==(const Login& other) const {
+    return account == other.account && era == other.era && begun == other.begun;
+  }
+};
+
+class SessionFolder {
+ public:
+  // What a session's id is without its file.
+  enum class Id {
+    kNothing,  // so a session ends with its file
+    kALogin,   // so the file of an ended session stays and says so, until the session is too old
+  };
+  // `path`: the folder, which is made when the first session begins.
+  SessionFolder(std::string path, Id id) : path_(std::move(path)), id_(id) {}
+
+  // Remembers a session of the account that begins now. Removes ended ones, and ends the account's
+  // longest unused one if it has too many. Returns false if the session cannot be stored.
+  bool Begin(const std::string& id, const Account& account, int64_t now) const;
+
+  // The account of a session; this counts as a use. Nothing if the session has ended, or if the
+  // account was removed or has another era. `login`: what the id tells, for kALogin only. Without
+  // it, only a file makes a session; with it, a session without a file was last used at the login.
+  std::optional<Account> Use(const std::string& id, const std::optional<Login>& login,
+                             int64_t now) const;
+
+  void End(const std::string& id, const std::optional<Login>& login) const;
+
+ private:
+  struct Session;
+
+  std::string PathOf(const std::string& id) const;
+  std::optional<Session> Find(const std::string& path, const std::optional<Login>& login) const;
+  void EndAt(const std::string& path, const Login& login) const;
+  void Sweep(const Account& account, int64_t now) const;
+
+  std::string path_;
+  Id id_;
+};
+
+}  // namespace accounts

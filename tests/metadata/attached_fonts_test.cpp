@@ -1,0 +1,121 @@
+#include "metadata/attached_fonts.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "metadata/matroska_elements.h"
+#include "support/matroska.h"
+#include "support/sysroot.h"
+
+namespace {
+
+using LibOrvoQMX::AttachedFont;
+using LibOrvoQMX::FindAttachedFonts;
+using test::Element;
+
+const std::string kHeader = "\x1a\x45\xdf\xa3";
+const std::string kSegment = "\x18\x53\x80\x67";
+const std::string kSeekHead = "\x11\x4d\x9b\x74";
+const std::string kCluster = "\x1f\x43\xb6\x75";
+const std::string kTracks = "\x16\x54\xae\x6b";
+const std::string kTrack = "\xae";
+const std::string kAttachments = "\x19\x41\xa4\x69";
+const std::string kAttachedFile = "\x61\xa7";
+const std::string kFileName = "\x46\x6e";
+const std::string kMediaType = "\x46\x60";
+const std::string kData = "\x46\x5c";
+const std::string kFont("\0\1\0\0a font", 10);
+
+std::string Attachment(const std::string& name, const std::string& data) {
+  return Element(kAttachedFile,
+                 Element(kFileName, name) + Element(kMediaType, "font/ttf") + Element(kData, data));
+}
+
+class Fonts : public test::Sysroot {
+ protected:
+  void Write(const std::string& content) {
+    std::ofstream(Path("/film"), std::ios::binary) << content;
+    film_ = orvo::MediaFile::Open(Path("/film"));
+    ASSERT_TRUE(film_.IsOpen());
+  }
+  // A film with two tracks and these attachments.
+  void WriteFilm(const std::string& attachments) {
+    const std::string tracks = Element(kTracks, Element(kTrack, "a") + Element(kTrack, "b"));
+    Write(Element(kHeader, "") +
+          Element(kSegment, tracks + Element(kAttachments, attachments) + Element(kCluster, "x")));
+  }
+  std::string BytesOf(const AttachedFont& font) const {
+    return LibOrvoQMX::BytesAt(film_, font.position, static_cast<size_t>(font.size));
+  }
+
+  orvo::MediaFile film_;
+};
+
+TEST_F(Fonts, AreFoundWithTheirPlacesAndNumbers) {
+  WriteFilm(Attachment("notes.txt", "text") + Attachment("a.ttf", kFont) +
+            Attachment("b.otf", "OTTO and more"));
+  const auto fonts = FindAttachedFonts(film_);
+  ASSERT_EQ(fonts.size(), 2U);
+  EXPECT_EQ(fonts[0].id, 3);
+  EXPECT_EQ(fonts[0].name, "a.ttf");
+  EXPECT_STREQ(fonts[0].type, "font/ttf");
+  EXPECT_EQ(BytesOf(fonts[0]), kFont);
+  EXPECT_EQ(fonts[1].id, 4);
+  EXPECT_STREQ(fonts[1].type, "font/otf");
+  EXPECT_EQ(BytesOf(fonts[1]), "OTTO and more");
+}
+
+TEST_F(Fonts, BehindTheFilmAreFoundByItsIndex) {
+  const std::string cluster = Element(kCluster, std::string(1000, 'x'));
+  const auto seek = [&](uint8_t position) {
+    return Element(kSeekHead, Element("\x4d\xbb", Element("\x53\xab", kAttachments) +
+                                                      Element("\x53\xac", std::string("\x04") +
+                                                                              char(position))));
+  };
+  const std::string before = seek(0) + cluster;
+  ASSERT_EQ(before.size() >> 8, 4U);
+  Write(Element(kHeader, "") +
+        Element(kSegment, seek(before.size() & 0xff) + cluster +
+                              Element(kAttachments, Attachment("a.ttf", kFont))));
+  ASSERT_EQ(FindAttachedFonts(film_).size(), 1U);
+}
+
+TEST_F(Fonts, OfAFilmThatIsCutOffAreFoundWhereTheyAreWhole) {
+  const std::string tracks = Element(kTracks, Element(kTrack, "a"));
+  const std::string list = Element(kAttachments, Attachment("a.ttf", kFont));
+  Write(Element(kHeader, "") + Element(kSegment, tracks + list, 1 << 20));
+  EXPECT_EQ(FindAttachedFonts(film_).size(), 1U);
+  Write(Element(kHeader, "") +
+        Element(kSegment, tracks + list.substr(0, list.size() - 1), 1 << 20));
+  EXPECT_TRUE(FindAttachedFonts(film_).empty());
+}
+
+TEST_F(Fonts, LargerThanTheirAttachmentOrTooLargeAreLeftOut) {
+  const std::string lies = Element(kFileName, "a.ttf") + Element(kMediaType, "font/ttf") +
+                           Element(kData, kFont, uint64_t{1} << 55);
+  WriteFilm(Element(kAttachedFile, lies));
+  EXPECT_TRUE(FindAttachedFonts(film_).empty());
+  WriteFilm(Attachment("a.ttf", kFont + std::string(LibOrvoQMX::kLargestFont, 'x')));
+  EXPECT_TRUE(FindAttachedFonts(film_).empty());
+}
+
+TEST_F(Fonts, AreLimitedInNumber) {
+  std::string many;
+  for (size_t n = 0; n < LibOrvoQMX::kMostFonts + 10; ++n) {
+    many += Attachment("a.ttf", kFont);
+  }
+  WriteFilm(many);
+  EXPECT_EQ(FindAttachedFonts(film_).size(), LibOrvoQMX::kMostFonts);
+}
+
+TEST_F(Fonts, OfOtherFilesAreNone) {
+  for (const std::string& content :
+       {std::string(), kHeader, std::string(1000, '\0'), std::string(1000, '\xff'),
+        Element(kHeader, "") + Element(kSegment, Element(kAttachments, std::string(99, '\x01')))}) {
+    Write(content);
+    EXPECT_TRUE(FindAttachedFonts(film_).empty());
+  }
+}
+
+}  // namespace
