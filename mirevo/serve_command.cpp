@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kMaxPort = 65535;
 constexpr int kMaxConnections = 65535;
+constexpr int kMaxKeptSegments = 1 << 30;  // MiB
 
 // A validator that accepts the option's texts for which `isGood` holds.
 CLI::Validator Check(const std::function<bool(const std::string&)>& isGood, const char* complaint) {
@@ -51,6 +52,11 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
                   "The connections that one address may have at a time. Default: 512")
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
+  command
+      .add_option("--kept_segments", options->keptSegments,
+                  "The disk space for the segments of each CMAF stream, in MiB. Default: 4096")
+      ->check(CLI::Range(1, kMaxKeptSegments))
+      ->type_name("MIB");
   command
       .add_option("--cluster_key", options->clusterKey,
                   "The key that this box shares with the others of its cluster")

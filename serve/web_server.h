@@ -26,6 +26,7 @@ struct WebServer {
   std::string readySegment;          // the script that sends segments (ready_segment.lua)
   std::vector<std::string> proxies;  // numeric addresses without that limit
   std::string clusterKey;            // the key file, an absolute path; "" without a cluster
+  int keptSegments = 0;              // of each CMAF stream, in MiB; 0 for the default
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };

@@ -183,6 +183,16 @@ test('a viewer gets the place of a film that is only prepared', async () => {
   await Promise.all([prepared, wanted].map(close));
 });
 
+test('a segment that was removed is made again', async () => {
+  const { data } = await service.call('Streaming', 'open', { format: 'cmaf', path: path.join(media, 'h264_aac.mp4') });
+  const [picture] = data.presentation.renditions;
+  const bytes = async () => Buffer.from(await (await fetch(`${service.address}${picture.segments}2`)).arrayBuffer());
+  const first = await bytes();
+  fs.unlinkSync(path.join(folderOf(data), picture.name, '00002.m4s'));
+  assert.ok(first.equals(await bytes()));
+  await service.call('Streaming', 'close', { format: 'cmaf', stream_id: data.stream_id });
+});
+
 test('a film without sound plays', async () => {
   await viewer.watch('no_audio.mkv', { kind });
   await viewer.playing();

@@ -18,6 +18,7 @@
 #include "preprocess/stored_result.h"
 #include "state/stream_room.h"
 #include "state/stream_watch.h"
+#include "stream/cmaf/kept_segments.h"
 #include "stream/cmaf/warmed_streams.h"
 #include "stream/pipeline/monitor.h"
 #include "stream/pipeline/pipeline.h"
@@ -259,6 +260,7 @@ void CmafRun::Watch(int number) const {
     }
   };
   const auto isUnwanted = [&] {
+    KeepCmafWithin(streamId_, KeptCmafBytes());
     const auto idle = folder_.SecondsSinceAccess();
     return !idle || *idle > (IsCmafWarmed(streamId_) ? kWarmSeconds : kUnwantedSeconds);
   };
