@@ -9,6 +9,7 @@ import { NIGHT } from '../playback/cmaf/presentation.js';
 import { engineFor, trackFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
+import { warmth } from '../playback/warmth.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { fill, labelled, selectFor } from './fields.js';
@@ -210,7 +211,7 @@ export class PlayerView {
     }
     this.upNext.cancel();
     this.thumbnails.forFilm(null);
-    this.closing = Promise.all([saved, this.playback.stop()]);
+    this.closing = Promise.all([saved, this.playback.stop(), warmth.drop()]);
     return this.closing;
   }
 
