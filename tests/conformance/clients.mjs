@@ -2,17 +2,16 @@
 // takes some minutes and needs mpv, VLC and GStreamer, so it is a command of its own:
 // ORVO_TEST_BUILD=build/ci node --test tests/conformance/clients.mjs
 import assert from 'node:assert/strict';
-import { execFile, execFileSync } from 'node:child_process';
+import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
-import { promisify } from 'node:util';
 
 import { playback, shownSecond, withBarePage } from '../service/bare_page.mjs';
 import { eventually, Service } from '../service/support.mjs';
+import { gstreamer, isClean, mpv, nowhere, players, program, vlc } from './players.mjs';
 
-const run = promisify(execFile);
 const seconds = 40;
 const rate = 25;
 const places = [31, 2, 17, 17.5, 38, 0, 9, 24.3, 24.9, 12, 35, 5, 29, 21, 14, 36.6, 1, 27, 19, 7];
@@ -40,35 +39,6 @@ after(async () => {
   await service?.stop();
   fs.rmSync(folder, { recursive: true });
 });
-
-// --- Programs ---
-
-async function program(name, words, options = {}) {
-  const { stdout, stderr } = await run(name, words, { timeout: 120000, ...options });
-  return stdout + stderr;
-}
-
-const nowhere = ['-f', 'null', '-'];
-const mpv = (address, ...words) =>
-  program('mpv', [
-    ...['--no-config', '--vo=null', '--ao=null', '--ao-null-untimed=yes', '--untimed', '--msg-level=all=warn'],
-    ...['--term-status-msg=', ...words, address],
-  ]);
-// VLC does not run as root.
-function vlc(address, ...words) {
-  const sinks = ['-I', 'dummy', '--vout=dummy', '--aout=dummy', '--rate=8', '--play-and-exit'];
-  const command = ['cvlc', ...sinks, '--adaptive-logic=highest', ...words, address];
-  const isRoot = process.getuid() === 0;
-  return isRoot
-    ? program('runuser', ['-u', 'nobody', '--', 'env', 'HOME=/tmp', ...command])
-    : program(command[0], command.slice(1));
-}
-const gstreamer = (address, ...words) =>
-  program('gst-play-1.0', [
-    ...['-q', '--use-playbin3', '--videosink=fakesink sync=false', '--audiosink=fakesink sync=false', ...words, address],
-  ]);
-// mpv beside other work says that it is too slow to show all pictures in time.
-const isClean = (output, complaint = /error|fail|invalid|corrupt|missing|discontinu/i) => assert.doesNotMatch(output, complaint);
 
 // FFmpeg's HLS demuxer cannot seek in fragmented MP4, its own included. That of GStreamer 1.22 stops at an assertion.
 const seeksOf = (kind) => (kind === 'dash' ? places : []);
@@ -106,71 +76,6 @@ for (const kind of ['url', 'dash']) {
 }
 
 // --- Players in a browser ---
-
-// Each one puts `errors`, `renditions`, `show(i)`, `sounds` and `hear(i)` on the page. They run there.
-const players = {
-  'hls.js': {
-    script: 'hls.js/dist/hls.min.js',
-    kind: 'url',
-    start: async (address) => {
-      const hls = new window.Hls();
-      window.hls = hls;
-      hls.on(window.Hls.Events.ERROR, (_, data) => data.fatal && window.errors.push(data.details));
-      const parsed = new Promise((resolve) => {
-        hls.once(window.Hls.Events.MANIFEST_PARSED, resolve);
-      });
-      hls.loadSource(address);
-      hls.attachMedia(document.getElementById('video'));
-      await parsed;
-      window.renditions = hls.levels.length;
-      window.show = (i) => {
-        hls.nextLevel = i;
-      };
-      window.sounds = 4;
-      window.hear = (i) => {
-        hls.audioTrack = i;
-      };
-    },
-  },
-  'dash.js': {
-    script: 'dashjs/dist/modern/umd/dash.all.min.js',
-    kind: 'dash',
-    start: async (address) => {
-      const player = window.dashjs.MediaPlayer().create();
-      player.updateSettings({ streaming: { abr: { autoSwitchBitrate: { video: false } } } });
-      player.on('error', ({ error }) => window.errors.push(error.message));
-      const ready = new Promise((resolve) => {
-        player.on('streamInitialized', resolve);
-      });
-      player.initialize(document.getElementById('video'), address, true);
-      await ready;
-      window.renditions = player.getRepresentationsByType('video').length;
-      window.show = (i) => player.setRepresentationForTypeByIndex('video', i, true);
-      window.sounds = player.getTracksFor('audio').length;
-      window.hear = (i) => player.setCurrentTrack(player.getTracksFor('audio')[i]);
-    },
-  },
-  Shaka: {
-    script: 'shaka-player/dist/shaka-player.compiled.js',
-    kind: 'dash',
-    start: async (address) => {
-      const player = new window.shaka.Player();
-      await player.attach(document.getElementById('video'));
-      player.configure({ abr: { enabled: false } });
-      player.addEventListener('error', ({ detail }) => window.errors.push(`${detail.code} ${detail.data}`));
-      await player.load(address);
-      const tracks = () => player.getVariantTracks();
-      const heights = [...new Set(tracks().map(({ videoBandwidth }) => videoBandwidth))];
-      const sounds = [...new Set(tracks().map(({ audioId }) => audioId))];
-      const choose = (isWanted) => player.selectVariantTrack(tracks().find(isWanted), true);
-      const active = () => tracks().find((track) => track.active);
-      window.renditions = heights.length;
-      window.show = (i) => choose((track) => track.videoBandwidth === heights[i] && track.audioId === active().audioId);
-      window.sounds = sounds.length;
-      window.hear = (i) => choose((track) => track.audioId === sounds[i] && track.videoId === active().videoId);
-    },
-  },
-};
 
 // What a player that stands still was doing.
 function observe(page) {
