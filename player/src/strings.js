@@ -262,6 +262,7 @@ export const GERMAN = {
   forced: 'erzwungen',
   'Second subtitles': 'Zweite Untertitel',
   'Subtitle delay (s)': 'Verzögerung (s)',
+  'The subtitles cannot be read.': 'Die Untertitel können nicht gelesen werden.',
   'Subtitles come on time.': 'Die Untertitel kommen rechtzeitig.',
   'Subtitles come {time} s later.': 'Die Untertitel kommen {time} s später.',
   'Subtitles come {time} s earlier.': 'Die Untertitel kommen {time} s früher.',

@@ -80,6 +80,18 @@ test('nothing but a font of the film is sent', async () => {
   assert.equal(elsewhere.status, 403);
 });
 
+test('subtitles of a film with too many fonts for FFmpeg are refused instead of empty', async () => {
+  fs.writeFileSync(beside('large.ttf'), Buffer.concat([fs.readFileSync(FONT), Buffer.alloc(60 << 20)]));
+  const attach = ['-attach', beside('large.ttf'), '-metadata:s:t', 'mimetype=application/x-truetype-font'];
+  await run('ffmpeg', ['-nostdin', '-v', 'error', '-y', '-i', beside('styled.mkv'), '-map', '0:v', '-map', '0:a', '-map', '0:s', '-c', 'copy', ...attach, beside('large.mkv')]);
+  const { data } = await service.call('Library', 'info', { path: beside('large.mkv') });
+  const { stream_id: id } = await service.open(beside('large.mkv'));
+  const answer = await service.call('Subtitle', 'get', { id, subtitle_id: data.subtitles[0].id, output: 'ass' });
+  assert.equal(answer.status, 500);
+  assert.match(answer.error.message, /could not be read/);
+  await service.close({ stream_id: id });
+});
+
 // The colour of the drawn subtitles at a place of the film's picture, [red, green, blue, opacity].
 const drawnAt = (page, x, y) =>
   page.evaluate(([left, top]) => {
@@ -123,6 +135,21 @@ test('a browser that cannot draw shows the text', async (t) => {
   await watch(viewer);
   await viewer.page.waitForFunction(() => document.getElementById('video').textTracks[0]?.activeCues?.[0]?.text.includes('\u2588'));
   assert.equal(await viewer.page.locator('canvas.pictures').count(), 0);
+});
+
+test('the page says that subtitles cannot be read', async (t) => {
+  const viewer = await Viewer.open(browser, service);
+  t.after(() => viewer.close());
+  await viewer.page.route(/subtitle_id=/, (route) => route.fulfill({ status: 500, json: { success: false, error: { code: 500 } } }));
+  await viewer.go(`#/play${encode(beside('styled.mkv'))}?t=10`);
+  await viewer.playing();
+  // The sentence stays for a moment only.
+  await viewer.page.evaluate(() => {
+    const told = document.querySelector('.told');
+    new MutationObserver(() => (window.said ||= told.textContent)).observe(told, { childList: true });
+  });
+  await viewer.page.keyboard.press('c');
+  await viewer.page.waitForFunction(() => window.said === 'The subtitles cannot be read.');
 });
 
 for (const [what, address] of Object.entries({ script: /output=ass/, module: /\.wasm/ })) {

@@ -197,7 +197,8 @@ class SubtitleTrack : public SubtitleSource {
     return ToUtf8(text, "UTF-8").find("\xef\xbf\xbd") != std::string::npos;
   }
 
-  // Returns false if the extractor could not run. A damaged film gives the readable part.
+  // Returns false if the extractor could not run, or could not open the film: it has no memory for
+  // many large fonts. A damaged film gives the readable part.
   bool Extract(std::string& text) const {
     // The child gets this descriptor under the same number. The file is in memory, so nothing
     // remains when the request ends.
@@ -215,7 +216,10 @@ class SubtitleTrack : public SubtitleSource {
     if (status < 0 || (status >= kSignalled && status != kTimeLimitReached)) {
       return false;
     }
-    return lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text, Largest());
+    const bool isRead =
+        lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text, Largest());
+    // It has not opened the film if it fails without a word.
+    return isRead && (status == 0 || !text.empty());
   }
 
   int64_t Largest() const {

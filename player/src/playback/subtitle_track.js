@@ -1,4 +1,5 @@
-// One subtitle over the picture: a WebVTT track of the whole film.
+// One subtitle over the picture: a WebVTT track of the whole film. The video element gets the event "unread" if the
+// track cannot be loaded.
 import { addressOf } from '../api.js';
 import { element } from '../dom.js';
 
@@ -12,7 +13,7 @@ export class SubtitleTrack {
     this.wanted = seconds;
     this.moved = 0; // by how much the loaded cues have been moved
     this.isAbove = isAbove;
-    this.track = element('track', { kind: 'subtitles', label: subtitleId, src: addressOf('Subtitle', 'get', parameters), on: { load: () => this.arrange() } });
+    this.track = element('track', { kind: 'subtitles', label: subtitleId, src: addressOf('Subtitle', 'get', parameters), on: { load: () => this.arrange(), error: () => video.dispatchEvent(new Event('unread')) } });
     video.append(this.track);
     this.track.track.mode = 'showing';
   }

@@ -140,6 +140,7 @@ export class PlayerView {
     video.addEventListener('timeupdate', () => this.showClock());
     video.addEventListener('progress', () => this.showClock());
     video.addEventListener('playing', () => this.thumbnails.load());
+    video.addEventListener('unread', () => this.tell(t('The subtitles cannot be read.')));
     video.addEventListener('volumechange', () => this.showVolume());
     listenToGestures(this);
     position.addEventListener('change', () => this.seek(Number(position.value)));
