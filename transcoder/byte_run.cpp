@@ -65,11 +65,11 @@ class Relay {
   bool hasWritten_ = false;
 };
 
+}  // namespace
+
 int OutputOf(const std::vector<std::string>& command) {
   return DescriptorOf(command.back()).value_or(STDOUT_FILENO);
 }
-
-}  // namespace
 
 bool WritesBytes(const std::vector<std::string>& command) {
   return DescriptorOf(command.back()).has_value();

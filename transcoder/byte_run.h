@@ -23,5 +23,7 @@ int RunCopyBytes(const FilmCopy& copy, int progress, const std::vector<std::stri
 
 // Does the command write to a descriptor?
 bool WritesBytes(const std::vector<std::string>& command);
+// That descriptor; standard output if the command names none.
+int OutputOf(const std::vector<std::string>& command);
 
 }  // namespace orvo::transcoder

@@ -212,6 +212,17 @@ ssize_t ChildStream::Read(void* buffer, size_t size) {
   return errno == EINTR || errno == EAGAIN ? -1 : 0;
 }
 
+int ChildStream::ReadNext(unsigned char* buffer, int size) {
+  constexpr int kAgain = -1;
+  ssize_t count = kAgain;
+  while (count == kAgain && !stopped_) {
+    if (Wait(-1, false).hasOutput) {
+      count = Read(buffer, static_cast<size_t>(size));
+    }
+  }
+  return stopped_ ? kAgain : static_cast<int>(count);
+}
+
 ssize_t ChildStream::Move(int pipe) {
   return splice(stream_.Get(), nullptr, pipe, nullptr, kPipeSize, SPLICE_F_NONBLOCK);
 }

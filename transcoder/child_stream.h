@@ -59,6 +59,9 @@ class ChildStream {
   // As read(2), but 0 also for a failure to read; -1 asks to wait again.
   ssize_t Read(void* buffer, size_t size);
 
+  // The same, but waits for output. Below 0 once the run is stopped.
+  int ReadNext(unsigned char* buffer, int size);
+
   // Moves output into another pipe without waiting, as splice(2) does: 0 at the end, -1 with errno.
   ssize_t Move(int pipe);
 

@@ -4,8 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <string_view>
-
-#include "platform/io.h"
+#include <utility>
 
 namespace orvo::transcoder {
 namespace {
@@ -23,8 +22,8 @@ AVRational PixelShape(const AVStream& track) {
 
 }  // namespace
 
-CopyOutput::CopyOutput(int descriptor, const CopyFormat& format)
-    : av_(*AvFunctions::Get()), format_(format), descriptor_(descriptor) {
+CopyOutput::CopyOutput(Sink sink, const CopyFormat& format)
+    : av_(*AvFunctions::Get()), format_(format), sink_(std::move(sink)) {
   auto* buffer = static_cast<unsigned char*>(av_.av_malloc(kBuffer));
   io_ = av_.avio_alloc_context(buffer, kBuffer, 1, this, nullptr, WriteBytes, nullptr);
   av_.avformat_alloc_output_context2(&context_, nullptr, format.name.c_str(), nullptr);
@@ -119,7 +118,7 @@ bool CopyOutput::Finish() {
 int CopyOutput::WriteBytes(void* self, uint8_t* bytes, int size) {
   const auto& own = *static_cast<CopyOutput*>(self);
   const std::string_view text(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
-  return WriteAll(own.descriptor_, text) ? size : AVERROR(errno);
+  return own.sink_(text) ? size : AVERROR(EPIPE);
 }
 
 }  // namespace orvo::transcoder

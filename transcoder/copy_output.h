@@ -1,7 +1,9 @@
-// The stream that a copy writes: libavformat's multiplexer before a descriptor.
+// The stream that a copy writes: libavformat's multiplexer.
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <string_view>
 #include <vector>
 
 #include "transcoder/av_functions.h"
@@ -11,8 +13,11 @@ namespace orvo::transcoder {
 
 class CopyOutput {
  public:
-  // Writes into `descriptor`. The format outlives the object.
-  CopyOutput(int descriptor, const CopyFormat& format);
+  // Takes the stream's next bytes. False when nobody wants more.
+  using Sink = std::function<bool(std::string_view bytes)>;
+
+  // The format outlives the object.
+  CopyOutput(Sink sink, const CopyFormat& format);
   ~CopyOutput();
   CopyOutput(const CopyOutput&) = delete;
   CopyOutput& operator=(const CopyOutput&) = delete;
@@ -44,7 +49,7 @@ class CopyOutput {
 
   const AvFunctions& av_;
   const CopyFormat& format_;
-  int descriptor_;
+  Sink sink_;
   AVIOContext* io_ = nullptr;
   AVFormatContext* context_ = nullptr;
   std::vector<int64_t> last_;  // of each track, in its ticks

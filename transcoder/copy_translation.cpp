@@ -17,9 +17,6 @@ using Strings = std::vector<std::string>;
 // one: a bundle of them would cross the cuts.
 constexpr char kSegmentStream[] = "max_delay=700000:avoid_negative_ts=disabled:pes_payload_size=0";
 
-// The usual delay would move the film's clock.
-constexpr char kByteStream[] = "max_delay=0";
-
 // What the options say.
 struct Wish {
   FilmCopy copy;

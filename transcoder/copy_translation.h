@@ -14,6 +14,9 @@ namespace orvo::transcoder {
 // packets to learn how far sound and picture start apart.
 inline constexpr char kClockOfFragments[] = "+frag_discont+delay_moov";
 
+// What the multiplexer of a stream is told: its usual delay would move the film's clock.
+inline constexpr char kByteStream[] = "max_delay=0";
+
 // The copies that a command line, whose values are good, asks for. Nothing when it asks for
 // anything that CopyFilm() does not do: then FFmpeg does all of it.
 

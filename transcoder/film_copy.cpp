@@ -105,7 +105,7 @@ class Copy {
   Copy(const FilmCopy& plan, int output, int progress)
       : plan_(plan),
         av_(*AvFunctions::Get()),
-        output_(output, plan.format),
+        output_([output](std::string_view bytes) { return WriteAll(output, bytes); }, plan.format),
         report_(progress, static_cast<int64_t>(plan.seek * AV_TIME_BASE)) {}
 
   // False when FFmpeg has to do it.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "transcoder/av_functions.h"
+#include "transcoder/stream_input.h"
 #include "transcoder/transport_stream.h"
 
 namespace orvo::transcoder {
@@ -13,7 +14,6 @@ namespace {
 
 constexpr AVRational kFragmentClock = {1, kFragmentClockRate};
 constexpr AVRational kPictureClock = {1, kTransportClockRate};
-constexpr int kBuffer = 65536;
 
 // A box of its own for each fragment, with its own clock; the file around it is thrown away.
 constexpr std::array<std::pair<const char*, const char*>, 3> kBoxOptions = {{
@@ -131,66 +131,30 @@ class Boxes {
 
 class FormatReader {
  public:
-  FormatReader(const AvFunctions& libraries, FragmentFormat::Source& source)
-      : libraries_(libraries), source_(source), packet_(libraries.av_packet_alloc()) {
-    auto* buffer = static_cast<unsigned char*>(libraries_.av_malloc(kBuffer));
-    io_ = libraries_.avio_alloc_context(buffer, kBuffer, 0, this, ReadMore, nullptr, nullptr);
-  }
-  ~FormatReader() {
-    libraries_.av_packet_free(&packet_);
-    libraries_.avformat_close_input(&context_);
-    if (io_ != nullptr) {
-      libraries_.av_free(io_->buffer);
-      libraries_.avio_context_free(&io_);
-    }
-  }
-  FormatReader(const FormatReader&) = delete;
-  FormatReader& operator=(const FormatReader&) = delete;
+  FormatReader(const AvFunctions& libraries, const FragmentFormat::Source& source)
+      : libraries_(libraries), input_(libraries, source) {}
 
-  bool Open() {
-    context_ = libraries_.avformat_alloc_context();
-    if (context_ == nullptr || io_ == nullptr || packet_ == nullptr) {
-      return false;
-    }
-    context_->pb = io_;
-    context_->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
-    return libraries_.avformat_open_input(&context_, nullptr,
-                                          libraries_.av_find_input_format("nut"), nullptr) == 0;
-  }
+  bool Open() { return input_.Open(); }
 
   const AVStream* StreamOf(Track track) const {
-    const auto type = track == Track::kVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
-    for (unsigned i = 0; i < context_->nb_streams; ++i) {
-      if (context_->streams[i]->codecpar->codec_type == type) {
-        return context_->streams[i];
-      }
-    }
-    return nullptr;
+    return input_.TrackOf(track == Track::kVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO);
   }
 
   std::optional<FragmentFormat::Frame> Next() {
-    std::optional<FragmentFormat::Frame> frame;
-    while (!frame && libraries_.av_read_frame(context_, packet_) >= 0) {
+    while (const AVPacket* const packet = input_.Next()) {
       for (const Track track : {Track::kVideo, Track::kAudio}) {
         const AVStream* stream = StreamOf(track);
-        if (stream != nullptr && stream->index == packet_->stream_index) {
-          frame = {track, ToSample(*stream)};
+        if (stream != nullptr && stream->index == packet->stream_index) {
+          return FragmentFormat::Frame{track, ToSample(*stream, *packet)};
         }
       }
-      libraries_.av_packet_unref(packet_);
     }
-    return frame;
+    return std::nullopt;
   }
 
  private:
-  static int ReadMore(void* reader, uint8_t* buffer, int size) {
-    const int count = static_cast<FormatReader*>(reader)->source_(buffer, size);
-    return count == 0 ? AVERROR_EOF : count < 0 ? AVERROR_EXIT : count;
-  }
-
   // Times of pictures carry the encoder's marks in what is finer than their clock.
-  int64_t FilmTime(const AVStream& stream) const {
-    int64_t time = packet_->pts;
+  int64_t FilmTime(const AVStream& stream, int64_t time) const {
     AVRational clock = stream.time_base;
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
       time = libraries_.av_rescale_q(time, clock, kPictureClock);
@@ -199,17 +163,14 @@ class FormatReader {
     return libraries_.av_rescale_q(time, clock, kFragmentClock) - kStreamDelay * kFragmentClockRate;
   }
 
-  Sample ToSample(const AVStream& stream) const {
-    return {FilmTime(stream), 0, (packet_->flags & AV_PKT_FLAG_KEY) != 0,
-            std::make_shared<const std::string>(reinterpret_cast<const char*>(packet_->data),
-                                                static_cast<size_t>(packet_->size))};
+  Sample ToSample(const AVStream& stream, const AVPacket& packet) const {
+    return {FilmTime(stream, packet.pts), 0, (packet.flags & AV_PKT_FLAG_KEY) != 0,
+            std::make_shared<const std::string>(reinterpret_cast<const char*>(packet.data),
+                                                static_cast<size_t>(packet.size))};
   }
 
   const AvFunctions& libraries_;
-  FragmentFormat::Source& source_;
-  AVFormatContext* context_ = nullptr;
-  AVIOContext* io_ = nullptr;
-  AVPacket* packet_;
+  StreamInput input_;
 };
 
 FragmentFormat::FragmentFormat(Source source) : source_(std::move(source)) {}

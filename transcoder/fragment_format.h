@@ -14,10 +14,6 @@
 
 namespace orvo::transcoder {
 
-// How much later FFmpeg is told to make everything: the stream between it and this process has no
-// times before 0.
-inline constexpr int kStreamDelay = 10;  // seconds
-
 struct AvFunctions;
 class FormatReader;  // FFmpeg's stream
 

@@ -15,9 +15,6 @@
 namespace orvo::transcoder {
 namespace {
 
-constexpr int kAgain = -1;
-constexpr int kNothing = -1;
-
 std::string ParentOf(const std::string& folder) {
   const size_t slash = folder.rfind('/');
   return slash == std::string::npos ? "." : folder.substr(0, slash + 1);
@@ -28,23 +25,13 @@ class FrameSource {
  public:
   explicit FrameSource(ChildStream child)
       : child_(std::move(child)),
-        format_([this](unsigned char* buffer, int size) { return Read(buffer, size); }) {}
+        format_([this](unsigned char* buffer, int size) { return child_.ReadNext(buffer, size); }) {
+  }
 
   ChildStream& Child() { return child_; }
   FragmentFormat& Format() { return format_; }
 
  private:
-  // For libavformat: below 0 ends its reading.
-  int Read(unsigned char* buffer, int size) {
-    ssize_t count = kAgain;
-    while (count == kAgain && !child_.IsStopped()) {
-      if (child_.Wait(kNothing, false).hasOutput) {
-        count = child_.Read(buffer, static_cast<size_t>(size));
-      }
-    }
-    return child_.IsStopped() ? kAgain : static_cast<int>(count);
-  }
-
   ChildStream child_;
   FragmentFormat format_;
 };

@@ -64,6 +64,9 @@ void GivenFilm::NameDemuxer(Translation& translation) const {
     }
   };
   name(translation.command);
+  if (translation.stream) {
+    name(translation.stream->command);
+  }
   if (translation.fragments) {
     std::for_each(translation.fragments->searches.begin(), translation.fragments->searches.end(),
                   name);

@@ -16,6 +16,7 @@
 #include "transcoder/copy_parent.h"
 #include "transcoder/encoder_inventory.h"
 #include "transcoder/engine_proof.h"
+#include "transcoder/engine_stream.h"
 #include "transcoder/engines.h"
 #include "transcoder/ffmpeg_listing.h"
 #include "transcoder/film_clock.h"
@@ -134,20 +135,36 @@ class Job {
     if (!WritesBytes(translation.command)) {
       return Become(translation.command);
     }
+    if (translation.stream) {
+      return StartStream(translation);
+    }
     const ByteRunEnd end = RunEngineBytes(translation.command);
     return end.canGoOn ? GoOn(translation.engine, arguments_) : end.code;
   }
 
-  // The same pictures from software, after an engine has failed. The engine has to prove itself
-  // again.
-  int GoOn(const std::string& engine, const std::vector<std::string>& arguments) const {
+  int StartStream(const Translation& translation) const {
+    return RunEngineStream(*translation.stream, OutputOf(translation.command), [&](double start) {
+      return Abandon(translation.engine)
+                 ? TranslatedFor(ResumedAt(arguments_, start), CanEncodeInSoftware).stream
+                 : std::nullopt;
+    });
+  }
+
+  // Leaves an engine that has failed, and takes a place for software instead. False if there is
+  // none. The engine has to prove itself again.
+  static bool Abandon(const std::string& engine) {
     orvo::Log(LOG_WARNING, __FILE__, __LINE__, "%s has failed; software goes on", engine.c_str());
     PrepareProcess();  // the next child gets its signals as the first one did
     orvo::LaunchOptions options;
     options.detached = true;
     orvo::Fork([] { return ProveAndSaveEngines().IsKnown() ? 0 : 1; }, options);
-    return TakeSoftwareSeat() ? StartSoftware(TranslatedFor(arguments, CanEncodeInSoftware))
-                              : kExitNoSeat;
+    return TakeSoftwareSeat();
+  }
+
+  // The same pictures from software.
+  int GoOn(const std::string& engine, const std::vector<std::string>& arguments) const {
+    return Abandon(engine) ? StartSoftware(TranslatedFor(arguments, CanEncodeInSoftware))
+                           : kExitNoSeat;
   }
 
   std::vector<std::string> arguments_;

@@ -12,9 +12,9 @@ using Strings = std::vector<std::string>;
 
 constexpr double kMilliseconds = 1000;
 
-std::string Seconds(double seconds) {
+std::string Seconds(double seconds, int digits = 3) {
   std::array<char, 32> text{};
-  snprintf(text.data(), text.size(), "%.3f", seconds);
+  snprintf(text.data(), text.size(), "%.*f", digits, seconds);
   return text.data();
 }
 
@@ -36,6 +36,16 @@ Strings ResumedAt(Strings arguments, const SegmentPlan& plan, int number) {
   SetValue(input, arguments.end(), "-hls_seek_time",
            std::to_string(std::llround(start * kMilliseconds)));
   SetValue(input, arguments.end(), "-segment_start_number", std::to_string(number));
+  return arguments;
+}
+
+Strings ResumedAt(Strings arguments, double start) {
+  const auto input = std::find(arguments.begin(), arguments.end(), "-i");
+  if (std::find(arguments.begin(), input, "-ss") == input) {
+    arguments.insert(input, {"-ss", "0"});
+  }
+  SetValue(arguments.begin(), std::find(arguments.begin(), arguments.end(), "-i"), "-ss",
+           Seconds(start, 6));
   return arguments;
 }
 

@@ -12,4 +12,7 @@ namespace orvo::transcoder {
 std::vector<std::string> ResumedAt(std::vector<std::string> arguments, const SegmentPlan& plan,
                                    int number);
 
+// `arguments` make a stream with the film's clock. The result makes it from this second on.
+std::vector<std::string> ResumedAt(std::vector<std::string> arguments, double start);
+
 }  // namespace orvo::transcoder

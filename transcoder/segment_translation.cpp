@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string_view>
 
-#include "transcoder/fragment_format.h"
 #include "transcoder/option_values.h"
+#include "transcoder/stream_input.h"
 #include "transcoder/transport_stream.h"
 
 namespace orvo::transcoder {
@@ -166,7 +166,7 @@ std::string WithPixelShape(const std::string& filters) {
 
 std::string Marked(const std::string& filters, const SegmentRequest& request,
                    const SegmentEntry& entry) {
-  if (!request.takesFineClock) {
+  if (!request.takesFineClock || request.isStream) {
     return filters;
   }
   // Register 0 holds the newest segment with a mark, 1 the time, 2 the segment and 3 the mark.
@@ -204,9 +204,10 @@ Strings TransportStream(const SegmentEntry& entry) {
           "pipe:1"};
 }
 
-// A fragment's pictures are decoded without those of the one before, and in the order they are
-// stored in. The manifest was written before them: each key frame says what they need.
-Strings FragmentStream(const SegmentEntry& entry) {
+// Packets that this process puts into containers. Pictures are stored in the order in which they
+// are shown. The manifest of fragments was written before them, and the header of a stream that
+// another run continues was, too: each key frame says what its pictures need.
+Strings PacketStream(const SegmentEntry& entry) {
   return {"-bf",
           "0",
           "-output_ts_offset",
@@ -224,19 +225,20 @@ Strings FragmentStream(const SegmentEntry& entry) {
 
 Strings SegmentOptions(const SegmentRequest& request, const SegmentEntry& entry) {
   Strings out;
-  if (!request.copiesPictures) {
+  if (!request.copiesPictures && !request.isStream) {
     const bool seesMarks = request.takesFineClock;
     Append(out, {"-force_key_frames", seesMarks ? kMarkedPictures : KeyFrameList(request, entry)});
-    if (seesMarks) {
-      Append(out, {"-enc_time_base:v", "1:360000"});
-    }
+  }
+  if (!request.copiesPictures && request.takesFineClock) {
+    Append(out, {"-enc_time_base:v", "1:360000"});
   }
   if (request.isSilent) {
     Append(out, {"-an"});
   } else if (!request.copiesSound) {
     Append(out, {"-ar", std::to_string(request.soundRate), "-af", SoundFilters(request, entry)});
   }
-  const Strings stream = request.areFragments ? FragmentStream(entry) : TransportStream(entry);
+  const bool arePackets = request.areFragments || request.isStream;
+  const Strings stream = arePackets ? PacketStream(entry) : TransportStream(entry);
   out.insert(out.end(), stream.begin(), stream.end());
   return out;
 }

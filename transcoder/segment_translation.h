@@ -14,6 +14,7 @@ namespace orvo::transcoder {
 struct SegmentRequest {
   bool isWanted = false;
   bool areFragments = false;
+  bool isStream = false;         // no parts are wanted, but packets that another run can continue
   double start = 0;              // seconds into the film
   double length = kUsualLength;  // seconds
   int number = 0;

@@ -96,6 +96,8 @@ struct Facts {
   Strings lost;                   // encoders that are replaced
   SegmentRequest segments;
   SegmentEntry entry;
+  std::string container;  // of a stream
+  std::string fragments;  // the multiplexer's options for it, each after a colon
 };
 
 struct Option;
@@ -187,6 +189,16 @@ void NamesPictureBits(const Argument& argument, Facts& facts) {
 }
 void NamesSoundBits(const Argument& argument, Facts& facts) {
   facts.segments.soundBits = std::lround(ValueOf(argument));
+}
+void NamesContainer(const Argument& argument, Facts& facts) {
+  facts.container = argument.behindInput ? argument.value : facts.container;
+}
+// As an option of the multiplexer. Colons and equals signs separate these.
+void NamesFragments(const Argument& argument, Facts& facts) {
+  facts.fragments += ":" + argument.name.substr(1) + "=" + argument.value;
+}
+void NamesFragmentFlags(const Argument& argument, Facts& facts) {
+  facts.fragments += ":movflags=" + argument.value + kClockOfFragments;
 }
 void NamesCuts(const Argument& argument, Facts& facts) {
   facts.segments.cutsAnywhere = ValueOf(argument) > 0;
@@ -281,6 +293,20 @@ void UnlessSegments(const Argument& argument, const Facts& facts, Strings& out) 
   }
 }
 
+void UnlessStream(const Argument& argument, const Facts& facts, Strings& out) {
+  if (!facts.segments.isStream) {
+    Same(argument, facts, out);
+  }
+}
+
+void KeyFrames(const Argument& argument, const Facts& facts, Strings& out) {
+  if (facts.segments.isStream) {
+    Same(argument, facts, out);
+  } else {
+    UnlessSegments(argument, facts, out);
+  }
+}
+
 bool EncodesSound(const Facts& facts) {
   return !facts.segments.copiesSound || facts.copiesUnframed;
 }
@@ -319,8 +345,13 @@ void Channels(const Argument& argument, const Facts& facts, Strings& out) {
   }
 }
 
+// Each key frame states its parameter sets.
+bool StatesSets(const Facts& facts) {
+  return facts.segments.areFragments || facts.segments.isStream;
+}
+
 void BitStreamFilters(const Argument& argument, const Facts& facts, Strings& out) {
-  const bool cut = facts.segments.isWanted && (facts.copiesVideo || facts.segments.areFragments);
+  const bool cut = (facts.segments.isWanted && facts.copiesVideo) || StatesSets(facts);
   Append(out, {argument.name, cut ? Decodable(argument.value, facts.segments) : argument.value});
 }
 
@@ -484,8 +515,10 @@ void VideoFilters(const Argument& argument, const Facts& facts, Strings& out) {
 }
 
 void MovFlags(const Argument& argument, const Facts& facts, Strings& out) {
-  const char* clock = facts.keepsFilmClock ? kClockOfFragments : "";
-  Append(out, {argument.name, argument.value + clock});
+  if (!facts.segments.isStream) {
+    const char* clock = facts.keepsFilmClock ? kClockOfFragments : "";
+    Append(out, {argument.name, argument.value + clock});
+  }
 }
 
 bool IsDescriptor(const std::string& input) {
@@ -516,7 +549,9 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-prefer_smd", kNoValue, Nothing, Dropped},
     {"-copyts", kNoValue, KeepsFilmClock, Dropped},
     {"-webm_seek_time", V::kSeconds, NamesOffset, Dropped},
-    {"-movflags", V::kAny, Nothing, MovFlags},
+    {"-movflags", V::kAny, NamesFragmentFlags, MovFlags},
+    {"-frag_duration", V::kAny, NamesFragments, UnlessStream},
+    {"-write_tmcd", V::kAny, NamesFragments, UnlessStream},
     {"-vcodec", V::kAny, NamesVideoEncoder, ReplacedEncoder},
     {"-c:v", V::kAny, NamesVideoEncoder, ReplacedEncoder},
     {"-codec:v", V::kAny, NamesVideoEncoder, ReplacedEncoder},
@@ -541,8 +576,8 @@ constexpr auto kOptions = std::to_array<Option>({
     {"-ar", V::kSampleRate, NamesSoundRate, UnlessSegments},
     {"-af", V::kAny, NamesSoundFilters, SoundFilters},
     {"-filter:a", V::kAny, NamesSoundFilters, SoundFilters},
-    {"-f", V::kAny, Nothing, UnlessSegments},
-    {"-force_key_frames", V::kAny, Nothing, UnlessSegments},
+    {"-f", V::kAny, NamesContainer, UnlessSegments},
+    {"-force_key_frames", V::kAny, Nothing, KeyFrames},
     {"-enc_time_base", V::kAny, Nothing, UnlessSegments},
     {"-avoid_negative_ts", V::kAny, Nothing, UnlessSegments},
     {"-fragment_length", V::kLength, NamesFragmentLength, Dropped},
@@ -738,7 +773,7 @@ void AppendEncoderNeeds(const Facts& facts, Strings& out) {
   if (!facts.namesSoundFilter && !facts.segments.isWanted) {
     AppendUnlessEmpty("-af", Mix(facts), out);
   }
-  if (facts.segments.areFragments && !facts.namesBitStreamFilter) {
+  if (StatesSets(facts) && !facts.namesBitStreamFilter) {
     Append(out, {"-bsf:v", Decodable("", facts.segments)});
   }
 }
@@ -824,6 +859,25 @@ std::vector<Strings> PictureSearches(const std::vector<Argument>& parsed, Facts 
   return searches;
 }
 
+// A stream with the film's clock, of encoded pictures and sound.
+bool CanBeContinued(const Facts& facts, const std::string& output) {
+  const bool isEngine = !facts.engine.empty() || facts.hardwareLost;
+  const bool isEncoded = !facts.copiesVideo && !facts.segments.copiesSound && !facts.isMusic;
+  const bool isContainer = facts.container == kMp4 || facts.container == kTransportStream;
+  return isEngine && isEncoded && isContainer && facts.keepsFilmClock && IsDescriptor(output) &&
+         !IsDescriptor(facts.input);
+}
+
+StreamPlan PlanStream(const std::vector<Argument>& parsed, Facts facts) {
+  facts.preroll = 0;
+  facts.segments.isWanted = facts.segments.isStream = true;
+  facts.segments.start = facts.start;
+  EnterForSegments(facts);
+  return {Command(parsed, facts, ""),
+          {facts.container, kByteStream + (facts.container == kMp4 ? facts.fragments : "")},
+          facts.start};
+}
+
 // Films without an index cannot be entered by their key frames.
 bool IsEnteredAtKeyFrames(const Facts& facts) {
   return !IsDescriptor(facts.input) &&
@@ -839,6 +893,8 @@ void PlanOutput(const std::vector<Argument>& parsed, const Facts& facts, const S
   } else if (facts.segments.isWanted) {
     translation.segments = PlanSegments(facts.segments, facts.entry, output);
     translation.copy = PlanCopy(arguments, facts.segments, facts.entry);
+  } else if (CanBeContinued(facts, output)) {
+    translation.stream = PlanStream(parsed, facts);
   } else if (facts.copiesVideo && IsEnteredAtKeyFrames(facts)) {
     translation.copy = PlanByteCopy(arguments, facts.start, facts.segments.soundFilters);
   }

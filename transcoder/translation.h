@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "transcoder/engine_stream.h"
 #include "transcoder/film_copy.h"
 #include "transcoder/film_range.h"
 #include "transcoder/fragment_cutter.h"
@@ -42,11 +43,13 @@ struct Translation {
   std::vector<std::string> command;       // the whole argument vector; empty when there is an error
   std::optional<SegmentPlan> segments;    // set when the output is to be cut into segments
   std::optional<FragmentPlan> fragments;  // or into fragments
-  std::optional<FilmCopy> copy;           // the same output without FFmpeg, where that may do
-  std::string engine;                     // the encoder, if it is one of a video engine
-  bool isEngineReplaced = false;          // one was asked for, and software stands in for it
-  std::vector<std::string> notes;         // one line for each thing that this machine cannot do
-  std::string error;                      // why nothing can be run; empty otherwise
+  std::optional<StreamPlan> stream;  // the same output by way of this process, which can replace
+                                     // the encoder in the middle; where one is an engine's
+  std::optional<FilmCopy> copy;      // the same output without FFmpeg, where that may do
+  std::string engine;                // the encoder, if it is one of a video engine
+  bool isEngineReplaced = false;     // one was asked for, and software stands in for it
+  std::vector<std::string> notes;    // one line for each thing that this machine cannot do
+  std::string error;                 // why nothing can be run; empty otherwise
 };
 
 // Translates `arguments`, the command line without the program's name: options before "-i" belong

@@ -1,4 +1,5 @@
 #include "transcoder/translation.h"
+#include "transcoder/resumption.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <sstream>
 
 #include "liborvoqmx/util/media_formats.h"
+#include "transcoder/resumption.h"
 #include "transcoder/shell_line.h"
 
 namespace orvo::transcoder {
@@ -300,6 +302,50 @@ TEST(Translation, BringsThePicturesToTheHardware) {
   EXPECT_TRUE(
       Contains(command, Words("-vf setsar=sar=sar:max=65535,scale=1280:720,format=nv12,hwupload")));
   EXPECT_FALSE(Contains(command, Words("-s")));
+}
+
+const char kMp4OfAnEngine[] =
+    "-ss 30 -copyts -i f -vcodec h264_vaapi -force_key_frames expr:x -acodec aac -movflags frag "
+    "-frag_duration 500000 -write_tmcd 0 -f mp4 pipe:7";
+
+TEST(Translation, PlansPacketsForAStreamOfAnEngine) {
+  const auto stream = Machine{{"h264_vaapi"}}.Translate(Words(kMp4OfAnEngine)).stream;
+  ASSERT_TRUE(stream);
+  EXPECT_EQ(stream->format.name, "mp4");
+  EXPECT_EQ(stream->format.options,
+            "max_delay=0:movflags=frag+frag_discont+delay_moov:frag_duration=500000:write_tmcd=0");
+  EXPECT_EQ(stream->start, 30);
+  EXPECT_TRUE(Contains(stream->command, Words("-ss 29.560")));
+  EXPECT_TRUE(Contains(stream->command, Words("-force_key_frames expr:x")));
+  EXPECT_TRUE(Contains(stream->command, Words("-bsf:v dump_extra=freq=keyframe")));
+  EXPECT_TRUE(Contains(stream->command, Words("-output_ts_offset 39.560")));
+  EXPECT_TRUE(Contains(stream->command, Words("-f nut pipe:1")));
+  EXPECT_FALSE(Contains(stream->command, {"-movflags"}));
+}
+
+TEST(Translation, PlansTheSamePacketsInSoftware) {
+  const auto stream = Machine{}.Translate(Words(kMp4OfAnEngine)).stream;
+  ASSERT_TRUE(stream);
+  EXPECT_TRUE(Contains(stream->command, Words("-vcodec libx264")));
+  EXPECT_TRUE(Contains(stream->command, Words("-f nut pipe:1")));
+}
+
+TEST(Translation, PlansNoPacketsForOtherOutputs) {
+  const Machine machine{{"h264_vaapi"}};
+  for (const char* line : {"-copyts -i f -vcodec libx264 -f mp4 pipe:7",
+                           "-copyts -i f -vcodec h264_vaapi -f mp4 film.mp4",
+                           "-copyts -i f -vcodec h264_vaapi -f matroska pipe:7",
+                           "-copyts -i f -vcodec h264_vaapi -acodec copy -f mp4 pipe:7",
+                           "-i f -vcodec h264_vaapi -f mp4 pipe:7"}) {
+    EXPECT_FALSE(machine.Translate(Words(line)).stream) << line;
+  }
+}
+
+TEST(Resumption, EntersTheFilmAtTheGivenSecond) {
+  EXPECT_EQ(ResumedAt(Words("-ss 12.000 -copyts -i f -ss 1 pipe:7"), 13.02),
+            Words("-ss 13.020000 -copyts -i f -ss 1 pipe:7"));
+  EXPECT_EQ(ResumedAt(Words("-copyts -i f pipe:7"), 0.02),
+            Words("-copyts -ss 0.020000 -i f pipe:7"));
 }
 
 TEST(Translation, AddsNothingToHardwareFiltersThatAreThere) {

@@ -38,11 +38,15 @@ class Machine:
         for process in pathlib.Path("/proc").glob("[0-9]*"):
             try:
                 waited = os.pidfd_open(int(process.name))
-                if own in (process / "environ").read_bytes().split(b"\0"):
-                    select.select([waited], [], [], 60)
-                os.close(waited)
             except OSError:
                 continue
+            try:
+                if own in (process / "environ").read_bytes().split(b"\0"):
+                    select.select([waited], [], [], 60)
+            except OSError:
+                pass  # it has ended, or belongs to somebody else
+            finally:
+                os.close(waited)
 
     def close(self):
         self.settle()

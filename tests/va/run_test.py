@@ -21,6 +21,12 @@ RATE = 25
 PATIENCE = 120
 NO_SEAT = 75
 TICKS = 90000
+START = 2  # second of the byte streams
+CONTAINERS = {
+    "mpegts": ["-f", "mpegts"],
+    "mp4": ["-movflags", "frag_keyframe+delay_moov+default_base_moof", "-frag_duration", "500000",
+            "-write_tmcd", "0", "-f", "mp4"],
+}
 
 
 def make_film(path):
@@ -138,19 +144,35 @@ class ByteStreams(card.Case):
         self.on = self.machine()
         self.on.prove()
 
-    def play(self, failure=""):
-        arguments = ["-ss", "2.000", "-copyts", "-i", FILM, "-vcodec", "h264_vaapi", "-s", "320x240",
-                     "-vb", "500k", "-bf", "0", "-acodec", "aac", "-f", "mpegts", "pipe:1"]
-        process = self.running(self.on.start(arguments, failure, output=subprocess.PIPE))
-        stream = process.communicate(timeout=PATIENCE)[0]
-        path = self.on.root / "out/stream.ts"
+    def play(self, failure="", container="mpegts", others=()):
+        arguments = ["-ss", f"{START}.000", "-copyts", "-i", FILM, "-vcodec", "h264_vaapi", "-preset",
+                     "superfast", "-s", "320x240", "-vb", "500k", "-bf", "0", "-g", "250",
+                     "-force_key_frames", "expr:gte(t,n_forced*2)", "-acodec", "aac", "-ar", "48000",
+                     "-ac", "2", *CONTAINERS[container], "pipe:1"]
+        process = self.running(self.on.start(arguments, failure, others, output=subprocess.PIPE))
+        stream, log = process.communicate(timeout=PATIENCE)
+        process.log = log.decode()
+        path = self.on.root / f"out/stream.{container}"
         path.write_bytes(stream)
         return process, path
+
+    def assert_one_film(self, path):
+        """Each picture and each frame of sound comes once, at its time in the film; nothing is damaged."""
+        times = packets(path)
+        pictures = times["video"]
+        self.assertEqual(len(pictures), (SECONDS - START) * RATE)
+        self.assertEqual(len({b - a for a, b in zip(pictures, pictures[1:])}), 1)
+        self.assertEqual(len({b - a for a, b in zip(times["audio"], times["audio"][1:])}), 1)
+        tick = (SECONDS - START - 1 / RATE) / (pictures[-1] - pictures[0])
+        self.assertAlmostEqual(pictures[0] * tick, START, delta=0.001)
+        errors = subprocess.run(["ffmpeg", "-nostdin", "-v", "warning", "-i", path, "-f", "null", "-"],
+                                capture_output=True, text=True, check=True).stderr
+        self.assertEqual(errors, "")
 
     def test_the_card_encodes_a_stream(self):
         process, path = self.play()
         self.assertEqual(process.returncode, 0)
-        self.assertEqual(len(packets(path)["video"]), (SECONDS - 2) * RATE)
+        self.assert_one_film(path)
         self.assertGreater(path.stat().st_size, 1 << 20)
 
     def test_software_makes_the_stream_where_the_card_fails_at_its_start(self):
@@ -159,9 +181,25 @@ class ByteStreams(card.Case):
                 process, path = self.play(failure)
                 self.assertEqual(process.returncode, 0)
                 self.assertIs(self.on.registered(process.pid), False)
-                self.assertEqual(len(packets(path)["video"]), (SECONDS - 2) * RATE)
+                self.assert_one_film(path)
                 self.on.settle()
                 self.on.prove()
+
+    def test_software_goes_on_in_the_same_stream_where_the_card_fails_in_the_middle(self):
+        for container, failure in (("mpegts", "picture=90"), ("mp4", "picture=60")):
+            with self.subTest(f"{container}, {failure}"):
+                process, path = self.play(failure, container)
+                self.assertEqual(process.returncode, 0, process.log)
+                self.assertIs(self.on.registered(process.pid), False)
+                self.assert_one_film(path)
+                self.on.settle()
+                self.on.prove()
+
+    def test_a_stream_ends_where_no_more_software_may_run(self):
+        process, path = self.play("picture=90", others=[(os.getpid(), False)])
+        self.assertEqual(process.returncode, NO_SEAT, process.log)
+        self.assertIs(self.on.registered(process.pid), None)
+        self.assertGreater(path.stat().st_size, 1 << 20)
 
 
 if __name__ == "__main__":
