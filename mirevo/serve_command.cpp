@@ -13,6 +13,7 @@ namespace {
 constexpr int kMaxPort = 65535;
 constexpr int kMaxConnections = 65535;
 constexpr int kMostBoxes = 64;
+constexpr int kMaxKeptSegments = 1 << 30;  // MiB
 
 // A validator that accepts the option's texts for which `isGood` holds.
 CLI::Validator Check(const std::function<bool(const std::string&)>& isGood, const char* complaint) {
@@ -36,6 +37,14 @@ void AddCluster(CLI::App& command, const std::shared_ptr<serve::Options>& option
                                          "How many boxes the balancer has");
   boxes->check(CLI::Range(1, kMostBoxes))->type_name("N")->needs(url);
   url->needs(boxes);
+  const auto isPlace = [](const std::string& text) {
+    return serve::ParseAuthority(text).has_value();
+  };
+  command
+      .add_option("--agent", options->agent,
+                  "Where a load balancer asks how much this box can take")
+      ->check(Check(isPlace, "is not ADDRESS:PORT"))
+      ->type_name("ADDRESS:PORT");
 }
 
 // Adds the options that say who can reach the service, and how.
@@ -71,6 +80,11 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
   AddCluster(command, options);
+  command
+      .add_option("--kept_segments", options->keptSegments,
+                  "The disk space for the segments of each CMAF stream, in MiB. Default: 4096")
+      ->check(CLI::Range(1, kMaxKeptSegments))
+      ->type_name("MIB");
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");

@@ -42,7 +42,6 @@
 #include "util/state_roots.h"
 #include "util/system_files.h"
 #include "webapi/cluster/cluster_keys.h"
-#include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
 
@@ -53,6 +52,7 @@ constexpr int kDefaultPort = 8096;
 constexpr int kStopMilliseconds = 5000;
 constexpr char kBrowserOpener[] = "/usr/bin/xdg-open";
 constexpr char kAnalyzer[] = "/var/packages/Mirevo/target/bin/mirevo-analyze";
+constexpr char kProgram[] = "/var/packages/Mirevo/target/bin/mirevo";
 constexpr char kConverter[] = "/var/packages/Mirevo/target/bin/orvovideoconversiond";
 constexpr char kPackageFolder[] = "/var/packages/Mirevo/target/";
 
@@ -160,6 +160,7 @@ orvo::UniqueFd BlockSignals() {
 struct Wishes {
   bool analysis;  // key frames are found and the machine is measured
   bool conversions;
+  std::string agent;  // where a balancer asks; "" for nowhere
 };
 
 // The catalog is kept in any case.
@@ -175,12 +176,19 @@ std::vector<std::string> ConverterCommand(bool isWanted) {
   return isWanted ? std::vector{orvo::SystemPath(kConverter)} : std::vector<std::string>{};
 }
 
+std::vector<std::string> AgentCommand(const std::string& place) {
+  return place.empty() ? std::vector<std::string>{}
+                       : std::vector{orvo::SystemPath(kProgram), std::string("agent"),
+                                     std::string("--listen"), place};
+}
+
 // The background programs.
 struct Companions {
   explicit Companions(const Wishes& wishes)
       : findsKeyframes(wishes.analysis),
         analysis("the analysis of the library", AnalysisCommand(wishes.analysis)),
-        converter("the conversion of films", ConverterCommand(wishes.conversions)) {}
+        converter("the conversion of films", ConverterCommand(wishes.conversions)),
+        agent("the agent for the balancer", AgentCommand(wishes.agent)) {}
 
   void Update() {
     if (folders.HasChanged()) {
@@ -188,17 +196,22 @@ struct Companions {
     }
     analysis.Update();
     converter.Update();
+    agent.Update();
   }
-  int Patience() const { return Sooner(analysis.Patience(), converter.Patience()); }
+  int Patience() const {
+    return Sooner(agent.Patience(), Sooner(analysis.Patience(), converter.Patience()));
+  }
   void Stop() {
     analysis.Stop();
     converter.Stop();
+    agent.Stop();
   }
 
   bool findsKeyframes;
   FolderWatch folders;
   KeptProgram analysis;
   KeptProgram converter;
+  KeptProgram agent;
 };
 
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has
@@ -213,6 +226,7 @@ bool ServeUntilStopped(int signals, const orvo::Process& keeper, Companions& com
                        {keeper.Descriptor().Get(), POLLIN, 0},
                        {companions.analysis.Descriptor(), POLLIN, 0},
                        {companions.converter.Descriptor(), POLLIN, 0},
+                       {companions.agent.Descriptor(), POLLIN, 0},
                        {companions.folders.Descriptor(), POLLIN, 0},
                        {heartbeat.Descriptor(), POLLIN, 0}};
     if (poll(events, std::size(events), Sooner(companions.Patience(), heartbeat.Patience())) < 0) {
@@ -428,7 +442,7 @@ bool IsHostCharacter(unsigned char c) {
 // The folders of all files that the web server sends for a request: pieces of streams, and
 // pictures. Films are not among them, and neither is anything secret.
 std::vector<std::string> SendFolders() {
-  std::vector<std::string> folders = {orvo::SystemPath(webapi::kCacheFolder)};
+  std::vector<std::string> folders = {orvo::SystemPath(LibOrvoQMX::kCacheFolder)};
   for (const char* const kind : {"HLS", "SS", "CMAF"}) {
     folders.push_back(LibOrvoQMX::StreamKindPath(kind));
   }
@@ -498,12 +512,12 @@ int Serve(const Options& options) {
   // A stream's link works like a login, so only this user may read these files.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
-  return Run(
-      {package + "player", package + "webapi", state, SendFolders(), endpoints, options.hosts,
-       options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
-       options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies,
-       AbsolutePath(options.clusterKey), options.clusterUrl, options.clusterBoxes},
-      belongings, browser.Get(), {options.analysis, options.conversions});
+  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
+              options.hosts, options.origins, options.certificate, options.key,
+              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress,
+              package + "lib/ready_segment.lua", options.proxies, AbsolutePath(options.clusterKey),
+              options.clusterUrl, options.clusterBoxes, options.keptSegments},
+             belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
 }
 
 }  // namespace serve

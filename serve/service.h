@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "contract/kept_segments.h"
+
 namespace serve {
 
 // The folder with the state of a running service, below the system root.
@@ -27,9 +29,11 @@ struct Options {
   int connectionsPerAddress = 512;   // at a time; proxies have no limit
   std::string certificate;           // PEM file; "" for no encryption
   std::string key;                   // PEM file; "" if the certificate file holds it
+  std::string agent;                 // where a balancer asks (ParseAuthority); "" for nowhere
   std::string clusterKey;            // key file (webapi/cluster); "" for a service on its own
   std::string clusterUrl;            // the balancer (IsOrigin); "" if boxes do not ask each other
   int clusterBoxes = 0;              // how many the balancer knows
+  int keptSegments = orvo::kKeptSegmentsMebibytes;  // of each CMAF stream, in MiB
 };
 
 // Is this a host in the form of a URL: a name or an address, in lower case, with or without a port?

@@ -25,6 +25,7 @@
 #include "webapi/library/history.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/picture.h"
+#include "webapi/library/previews.h"
 #include "webapi/library/search.h"
 #include "webapi/management/settings.h"
 #include "webapi/streams/status.h"
@@ -68,6 +69,7 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail, Right::kAccount, false,
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Library", "font", webapi::SendFont, Right::kAccount, false, kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "previews", webapi::SendPreviews},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream, Right::kAccount, false,
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink, false,

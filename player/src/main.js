@@ -2,6 +2,7 @@
 import { element, find } from './dom.js';
 import { nameOf } from './format.js';
 import { language, t } from './language.js';
+import { warmth } from './playback/warmth.js';
 import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
 import { conversionsView } from './view/conversions.js';
 import { filmView } from './view/film.js';
@@ -131,6 +132,7 @@ find('skip').addEventListener('click', (event) => {
 navigator.serviceWorker?.register('offline.js').catch(() => {});
 whenSessionChanges(showPlaces);
 window.addEventListener('hashchange', go);
+window.addEventListener('pagehide', () => warmth.dropLastly());
 showPlaces();
 listenToSearch();
 

@@ -5,11 +5,12 @@ import { createHash } from 'node:crypto';
 import { EventEmitter, once } from 'node:events';
 import fs from 'node:fs';
 import http from 'node:http';
+import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { build, eventually, media, patience, readSome, Service } from './support.mjs';
+import { build, eventually, freePort, media, patience, readSome, Service } from './support.mjs';
 
 const password = 'a long "pass" & word';
 let films; // the folder that both boxes serve
@@ -507,6 +508,37 @@ test('health is told without a login and under any name, and nothing else is', a
   assert.deepEqual(Object.keys(health.data).sort(), ['draining', 'free', 'limit', 'streams']);
   assert.equal((await ask('get')).status, 403);
   assert.equal((await ask('who', 'Auth')).status, 403);
+});
+
+test('the agent tells the free places, and nothing of a box that lets its films run out', async () => {
+  const box = Service.prepare();
+  const cluster = (word) => execFileSync(mirevo, ['cluster', word], { env: box.environment, stdio: 'pipe' });
+  const port = await freePort();
+  assert.throws(() => cluster('drain'), ({ status }) => status === 69, 'no service has run');
+  await box.serve([films], ['--agent', `127.0.0.1:${port}`]);
+  try {
+    const line = async () => Buffer.concat(await net.connect(port, '127.0.0.1').toArray()).toString();
+    const health = async (parameters = {}) => (await box.call('Status', 'health', parameters)).data;
+    assert.equal(await eventually(() => line().catch(() => undefined)), 'up 100%\n');
+    assert.equal((await health({ ready: 1 })).draining, false);
+    cluster('drain');
+    assert.equal(await line(), 'up 0%\n');
+    assert.equal((await health()).draining, true);
+    const response = await fetch(box.query('Status', 'health', { ready: 1 }));
+    assert.equal(response.status, 503);
+    assert.equal((await response.json()).data.draining, true);
+    cluster('ready');
+    assert.equal(await line(), 'up 100%\n');
+  } finally {
+    await box.stop();
+  }
+});
+
+test('words that are no place for an agent are refused', () => {
+  for (const word of ['', '127.0.0.1', ':8097', 'localhost:8097', '::1:8097', '[::1]', '[127.0.0.1]:8097', '127.0.0.1:0', '127.0.0.1:65536']) {
+    const run = () => execFileSync(mirevo, ['agent', '--listen', word], { env: opening.environment, stdio: 'pipe' });
+    assert.throws(run, ({ status }) => status === 64, word);
+  }
 });
 
 test('a service without a key makes addresses without a ticket', async () => {

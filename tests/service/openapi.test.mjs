@@ -112,6 +112,7 @@ const good = {
   'Library.card': () => ({ path: film }),
   'Library.poster': () => ({ path: film }),
   'Library.font': () => undefined, // no film here has one; another suite gets them
+  'Library.previews': () => undefined, // nothing is analyzed here
   'Library.thumbnail': () => ({ path: film, time: '20' }),
   'Streaming.open': () => ({ path: film, format: 'direct' }),
   'Streaming.stream': () => ({ format: 'hls', stream_id: stream.stream_id }),

@@ -13,10 +13,10 @@
 #include "settings/hardware.h"
 #include "settings/limits.h"
 #include "settings/media_folders.h"
+#include "util/film_cache.h"
 #include "util/json_utils.h"
 #include "webapi/choice/engine_rows.h"
 #include "webapi/http/work.h"
-#include "webapi/library/film_cache.h"
 
 namespace webapi {
 namespace {
@@ -79,7 +79,7 @@ Answer Describe() {
   data["hardware"]["enabled"] = settings::IsHardwareWanted();
   data["hardware"]["engines"] = DescribeEngines();
   data["limits"] = DescribeLimits();
-  data["cache"]["bytes"] = static_cast<Json::Int64>(CacheBytes());
+  data["cache"]["bytes"] = static_cast<Json::Int64>(orvo::CacheBytes());
   return Answer::Success(data);
 }
 
@@ -226,7 +226,7 @@ Answer SetLimit(const Request& request) {
 }
 
 Answer ClearCache(const Request& /*request*/) {
-  EmptyCache();
+  orvo::EmptyCache();
   return Describe();
 }
 
