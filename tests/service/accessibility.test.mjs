@@ -1,4 +1,4 @@
-// axe checks every page, in light and dark mode and on a phone.
+// axe checks every page, in light and dark mode and on a phone, by all of its rules.
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
 import { after, before, test } from 'node:test';
@@ -26,13 +26,12 @@ after(async () => {
   await service.finish();
 });
 
-// The serious and critical findings of axe on the current page.
+// All findings of axe on the current page.
 async function faults(page) {
-  const found = await page.evaluate(async () => {
+  return page.evaluate(async () => {
     const { violations } = await window.axe.run(document, { resultTypes: ['violations'] });
     return violations.map(({ id, impact, nodes }) => ({ id, impact, nodes: nodes.map(({ html }) => html.slice(0, 200)) }));
   });
-  return found.filter(({ impact }) => ['serious', 'critical'].includes(impact));
 }
 
 const begun = { path: 'x', encoded_path: filmPath('long.mkv'), name: 'long.mkv', position: 100, duration: 300, finished: false, time: 1 };
@@ -59,13 +58,28 @@ const PAGES = [
     await page.getByRole('dialog', { name: 'Keyboard shortcuts' }).waitFor();
   }, null],
   ['the server', async ({ page }) => page.getByRole('heading', { name: 'Disks' }).waitFor(), '#/status'],
+  ['the conversions', async ({ page }) => page.getByRole('heading', { name: 'Conversions' }).waitFor(), '#/conversions'],
+  ['the settings', async ({ page }) => page.getByRole('heading', { name: 'At the start of the service' }).waitFor(), '#/settings'],
+  ['a dialog of the settings', async ({ page }) => {
+    await page.getByRole('button', { name: 'Folders anna' }).click();
+    await page.getByRole('dialog', { name: 'What anna sees' }).waitFor();
+  }, null],
 ];
 
+// An account that the settings show; the service itself has none.
+const withAnAccount = {
+  folders: [{ path: media, added: true, readable: true }],
+  accounts: [{ name: 'anna', owner: true, roots: [] }],
+  hardware: { enabled: true, engines: [{ encoder: 'h264_vaapi', device: '/dev/dri/renderD128', lines: 1080, speed: 4, reason: '' }] },
+  limits: { software: 1, hardware: 1, streams_per_viewer: { value: 200, least: 1, most: 1000 }, cache_megabytes: { value: 256, least: 16, most: 65536 } },
+  cache: { bytes: 100000 },
+};
+
 for (const [name, options] of Object.entries(SCREENS)) {
-  test(`nothing serious is found ${name}`, async () => {
+  test(`nothing is found ${name}`, async () => {
     const viewer = await Viewer.open(browser, service, { ...options, bypassCSP: true });
     await viewer.page.addInitScript({ path: axe });
-    await answerFor(viewer.page, { 'History.list': () => ({ items: [begun] }) });
+    await answerFor(viewer.page, { 'History.list': () => ({ items: [begun] }), 'Settings.get': () => withAnAccount });
     const found = {};
     for (const [title, arrive, place] of PAGES) {
       if (place !== null) await viewer.go(place);
@@ -79,12 +93,21 @@ for (const [name, options] of Object.entries(SCREENS)) {
   });
 }
 
-test('axe finds nothing serious in the login dialog', async () => {
-  const viewer = await Viewer.open(browser, service, { bypassCSP: true });
-  await viewer.page.addInitScript({ path: axe });
-  await answerFor(viewer.page, { 'Auth.who': () => ({ login_required: true, account: null, owner: false }) });
-  await viewer.go();
-  await viewer.page.getByRole('dialog', { name: 'Log in' }).waitFor();
-  assert.deepEqual(await faults(viewer.page), []);
-  await viewer.close();
-});
+const STARTS = {
+  'in the login dialog': [{ login_required: true, account: null, owner: false, first_start: 'none' }, (page) => page.getByRole('dialog', { name: 'Log in' })],
+  'on a first start from elsewhere': [{ login_required: true, account: '', owner: false, first_start: 'word' }, (page) => page.getByRole('form', { name: 'First start' })],
+};
+
+for (const [name, [who, shown]] of Object.entries(STARTS)) {
+  test(`nothing is found ${name}`, async () => {
+    for (const options of Object.values(SCREENS)) {
+      const viewer = await Viewer.open(browser, service, { ...options, bypassCSP: true });
+      await viewer.page.addInitScript({ path: axe });
+      await answerFor(viewer.page, { 'Auth.who': () => who });
+      await viewer.go();
+      await shown(viewer.page).waitFor();
+      assert.deepEqual(await faults(viewer.page), []);
+      await viewer.close();
+    }
+  });
+}

@@ -12,7 +12,7 @@ const change = (method, parameters = {}) => post('Settings', method, parameters)
 
 // `show`, here and below: shows the settings that a change has answered with.
 function section(title, about, ...children) {
-  return element('section', { 'aria-label': title }, element('h2', {}, title), element('p', {}, about), children);
+  return element('section', {}, element('h2', {}, title), element('p', {}, about), children);
 }
 
 function action(text, name, click) {
