@@ -16,8 +16,9 @@ constexpr int64_t kMaxPort = 65535;
 
 constexpr char kHead[] =
     R"(# HAProxy 2.6, printed by "mirevo cluster haproxy". docs/boxes.md explains it.
-# Start each box with: mirevo serve --cluster_key FILE --listen ADDRESS --proxy ADDRESS-OF-THIS-MACHINE
-#   --host NAME-BY-WHICH-PLAYERS-CALL-THIS-MACHINE
+# Start each box with: mirevo serve --cluster_key FILE --listen ADDRESS --agent ADDRESS:@AGENT@
+#   --proxy ADDRESS-OF-THIS-MACHINE --host NAME-BY-WHICH-PLAYERS-CALL-THIS-MACHINE
+#   --cluster_url http://THAT-NAME --cluster_boxes @COUNT@
 global
   stats socket @SOCKET@ mode 660 level admin
 
@@ -26,8 +27,9 @@ resolvers names
 
 defaults
   mode http
-  # A box whose name nobody knows counts as down until somebody does.
-  default-server init-addr last,libc,none resolvers names
+  # A box whose name nobody knows counts as down until somebody does. The agent tells a box's free places as its
+  # weight: 0 while the box lets its films run out. A box whose agent does not answer keeps its weight.
+  default-server init-addr last,libc,none resolvers names weight 100 agent-check agent-inter 1s agent-port @AGENT@
   timeout connect 1s
   timeout check 3s
   # A request waits at most 60 s for its segment.
@@ -45,13 +47,15 @@ defaults
 
 frontend films
   bind @LISTEN@
-  # Players must not name other clients.
+  # Players must not name other clients, or another scheme.
   http-request del-header X-Forwarded-For
+  http-request set-header X-Forwarded-Proto %[ssl_fc,iif(https,http)]
   # Only addresses with a ticket can be served by every box.
   use_backend boxes if { url_param(ticket) -m found }
   default_backend home
 
-# Logins, lists and openings: sessions are on one box. The next one takes over, and its users log in again.
+# Logins, lists and openings: one box counts the attempts of passwords and has the queue of conversions. The next one
+# takes over when it is down or lets its films run out.
 backend home
   option httpchk
   http-check send meth GET uri "@HEALTH@"
@@ -87,13 +91,13 @@ backend boxes
   option httpchk
   http-check send meth GET uri "@HEALTH@"
   http-check expect rstatus ^(200|503)$
-  default-server check weight 100 inter 1s fastinter 200ms downinter 1s fall 2 rise 1 on-marked-down shutdown-sessions
+  default-server check inter 1s fastinter 200ms downinter 1s fall 2 rise 1 on-marked-down shutdown-sessions
 )";
 
 constexpr char kTail[] = R"(
-# To let a box run out before an upgrade, and to take it back:
-#   echo "set weight boxes/b1 0%" | socat stdio @SOCKET@
-#   echo "set weight boxes/b1 100%" | socat stdio @SOCKET@
+# To let the films of a box run out before an upgrade, and to take it back, run there:
+#   mirevo cluster drain
+#   mirevo cluster ready
 # Open byte streams run on; new segments come from the other boxes.
 )";
 
@@ -150,10 +154,11 @@ std::optional<Box> ParseBox(const std::string& text) {
 }
 
 std::string BalancerConfiguration(const std::vector<Box>& boxes, const std::string& listen,
-                                  const std::string& socket) {
+                                  const std::string& socket, int agentPort) {
   std::string text = kHead + HomeServers(boxes) + kBoxes + TurnServers(boxes) + kTail;
   text = Replace(text, "@COUNT@", std::to_string(boxes.size()));
   text = Replace(text, "@HEALTH@", kHealth);
+  text = Replace(text, "@AGENT@", std::to_string(agentPort));
   text = Replace(text, "@LISTEN@", listen);
   return Replace(text, "@SOCKET@", socket);
 }

@@ -16,9 +16,10 @@ struct Box {
 // Reads "HOST" or "HOST:PORT". Returns nothing for any other text.
 std::optional<Box> ParseBox(const std::string& text);
 
-// The whole configuration. `listen` is where players come (HOST:PORT, "*" for all addresses), and
-// `socket` the path of HAProxy's administration socket. Takes at least one box.
+// The whole configuration. `listen` is where players come (HOST:PORT, "*" for all addresses),
+// `socket` the path of HAProxy's administration socket, and `agentPort` where the agent of each box
+// listens. Takes at least one box.
 std::string BalancerConfiguration(const std::vector<Box>& boxes, const std::string& listen,
-                                  const std::string& socket);
+                                  const std::string& socket, int agentPort);
 
 }  // namespace mirevo

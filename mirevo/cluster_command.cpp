@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -12,6 +13,7 @@
 #include "mirevo/exit_codes.h"
 #include "mirevo/output.h"
 #include "webapi/cluster/cluster_keys.h"
+#include "webapi/cluster/draining.h"
 
 namespace mirevo {
 namespace {
@@ -26,15 +28,29 @@ int PrintKey() {
   return kOk;
 }
 
+// Lets the films of this box run out, or takes it back.
+int Drain(bool isDraining) {
+  if (webapi::SetDraining(isDraining)) {
+    return kOk;
+  }
+  const int reason = errno;
+  Complain(reason == ENOENT ? "no service has run here"
+                            : std::string("the service's folder: ") + std::strerror(reason));
+  return reason == EACCES || reason == EPERM ? kNoPermission : kUnavailable;
+}
+
 // Where HAProxy's own package keeps it.
 constexpr char kSocket[] = "/run/haproxy/admin.sock";
 constexpr char kListen[] = "*:8080";
 constexpr size_t kMostBoxes = 64;
+constexpr int kAgentPort = 8097;
+constexpr int kMaxPort = 65535;
 
 struct BalancerOptions {
   std::vector<std::string> boxes;
   std::string listen = kListen;
   std::string socket = kSocket;
+  int agentPort = kAgentPort;
 };
 
 std::string BoxComplaint(const std::string& text) {
@@ -59,7 +75,7 @@ void PrintBalancer(const BalancerOptions& options) {
   for (const std::string& text : options.boxes) {
     boxes.push_back(ParseBox(text).value());
   }
-  std::cout << BalancerConfiguration(boxes, options.listen, options.socket);
+  std::cout << BalancerConfiguration(boxes, options.listen, options.socket, options.agentPort);
 }
 
 void AddBalancer(CLI::App& command) {
@@ -79,6 +95,10 @@ void AddBalancer(CLI::App& command) {
       ->check(CLI::Validator(PathComplaint, ""))
       ->type_name("PATH")
       ->capture_default_str();
+  balancer->add_option("--agent-port", options->agentPort, "The port of each box's agent")
+      ->check(CLI::Range(1, kMaxPort))
+      ->type_name("N")
+      ->capture_default_str();
   balancer->callback([options] { PrintBalancer(*options); });
 }
 
@@ -90,6 +110,11 @@ void AddClusterCommand(CLI::App& app, int& exitCode) {
   command->require_subcommand(1);
   command->add_subcommand("key", "Print a new key for the file that cluster_key names")
       ->callback([&exitCode] { exitCode = PrintKey(); });
+  command->add_subcommand("drain", "Send new streams to the other boxes; films on this one go on")
+      ->callback([&exitCode] { exitCode = Drain(true); });
+  command->add_subcommand("ready", "Take new streams again")->callback([&exitCode] {
+    exitCode = Drain(false);
+  });
   AddBalancer(*command);
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mirevo/account_command.h"
+#include "mirevo/agent_command.h"
 #include "mirevo/analyze_command.h"
 #include "mirevo/cluster_command.h"
 #include "mirevo/completion_command.h"
@@ -69,8 +70,8 @@ int Run(int argc, char** argv) {
        {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
         mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
         mirevo::AddAnalyzeCommand, mirevo::AddConvertCommand, mirevo::AddPlatformCommand,
-        mirevo::AddHardwareCommand, mirevo::AddClusterCommand, mirevo::AddDoctorCommand,
-        mirevo::AddCompletionCommand}) {
+        mirevo::AddHardwareCommand, mirevo::AddClusterCommand, mirevo::AddAgentCommand,
+        mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {

@@ -5,16 +5,20 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "platform/network.h"
+#include "util/number.h"
 
 namespace serve {
 namespace {
 
 constexpr uint32_t kLoopbackNetwork = 127;
+constexpr int64_t kMaxPort = 65535;
 
 // An address in the form that system calls need.
 struct SocketAddress {
@@ -76,6 +80,20 @@ std::optional<Endpoint> ParseEndpoint(const std::string& address, int port) {
     return std::nullopt;
   }
   return Endpoint{text.data(), port};
+}
+
+std::optional<Endpoint> ParseAuthority(const std::string& text) {
+  const size_t colon = std::min(text.rfind(':'), text.size());
+  const auto port =
+      LibOrvoQMX::ParseNumber(std::string_view(text).substr(std::min(colon + 1, text.size())));
+  std::string address = text.substr(0, colon);
+  const bool isBracketed = address.size() > 2 && address.front() == '[' && address.back() == ']';
+  if (isBracketed) {
+    address = address.substr(1, address.size() - 2);
+  }
+  return port && *port >= 1 && *port <= kMaxPort && IsSix(address) == isBracketed
+             ? ParseEndpoint(address, static_cast<int>(*port))
+             : std::nullopt;
 }
 
 std::vector<Endpoint> Reachable(const Endpoint& endpoint) {

@@ -22,6 +22,9 @@ struct Endpoint {
 // Reads an address that a user wrote. Returns nothing if it is not an address.
 std::optional<Endpoint> ParseEndpoint(const std::string& address, int port);
 
+// Reads "ADDRESS:PORT", an IPv6 address in brackets. Returns nothing for any other text.
+std::optional<Endpoint> ParseAuthority(const std::string& text);
+
 // The addresses that programs can name to reach an endpoint: loopback and this machine's network
 // addresses if it means every address, otherwise itself.
 std::vector<Endpoint> Reachable(const Endpoint& endpoint);

@@ -1,7 +1,6 @@
 // Three boxes behind HAProxy: segments of all of them fit together, and nobody misses a box that dies.
 import assert from 'node:assert/strict';
 import { execFile, execFileSync, spawn } from 'node:child_process';
-import { once } from 'node:events';
 import fs from 'node:fs';
 import net from 'node:net';
 import os from 'node:os';
@@ -17,25 +16,32 @@ let folder;
 let boxes;
 let balancer; // HAProxy
 let authority; // host and port of the balancer
+let agentPort; // of all boxes
 
-async function startBox(key) {
+// Each box has an address of its own, so that all agents have the same port.
+async function startBox(key, address) {
   const box = Service.prepare();
   const file = path.join(box.root, 'cluster_key');
   fs.writeFileSync(file, key, { mode: 0o600 });
-  await box.serve([media], ['--cluster_key', file, '--host', authority, '--proxy', '127.0.0.1', '--no-conversions']);
+  const cluster = ['--cluster_key', file, '--listen', address, '--agent', `${address}:${agentPort}`];
+  await box.serve([media], [...cluster, '--host', authority, '--proxy', '127.0.0.1', '--no-conversions']);
   return box;
 }
+
+// Runs "mirevo cluster" on a box.
+const cluster = (box, ...words) => execFileSync(program, ['cluster', ...words], { env: box.environment, encoding: 'utf8' });
 
 before(async () => {
   folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-boxes-'));
   authority = `127.0.0.1:${await freePort()}`;
   const key = execFileSync(program, ['cluster', 'key'], { encoding: 'utf8' });
   boxes = [];
-  for (let count = 0; count < 3; count += 1) boxes.push(await startBox(key));
+  agentPort = await freePort();
+  for (const address of ['127.0.0.1', '127.0.0.2', '127.0.0.3']) boxes.push(await startBox(key, address));
   const places = boxes.map(({ address }) => new URL(address).host);
   const file = path.join(folder, 'haproxy.cfg');
   const socket = path.join(folder, 'admin.sock');
-  fs.writeFileSync(file, execFileSync(program, ['cluster', 'haproxy', '--listen', authority, '--socket', socket, ...places]));
+  fs.writeFileSync(file, execFileSync(program, ['cluster', 'haproxy', '--agent-port', agentPort, '--listen', authority, '--socket', socket, ...places]));
   balancer = spawn('/usr/sbin/haproxy', ['-db', '-f', file], { stdio: ['ignore', 'ignore', 'ignore'] });
   await eventually(async () => ((await fetch(`http://${authority}/`).catch(() => undefined))?.ok ? true : undefined), patience);
 });
@@ -142,17 +148,55 @@ async function makerOf(stream, list) {
     fs.existsSync(path.join(root, 'tmp/Mirevo/HLS', stream.stream_id, 'slice-00008.ts')));
 }
 
-test('a drained box gets no new segment, and nobody misses it', async (t) => {
-  const admin = (command) => {
-    const socket = net.connect(path.join(folder, 'admin.sock'));
-    socket.end(`${command}\n`);
-    return once(socket.resume(), 'end');
-  };
-  await admin('set weight boxes/b2 0%');
+// What HAProxy answers to a command on its administration socket.
+async function admin(command) {
+  const socket = net.connect(path.join(folder, 'admin.sock'));
+  socket.end(`${command}\n`);
+  return Buffer.concat(await socket.toArray()).toString();
+}
+
+// Waits until HAProxy gives the box this part of its weight.
+async function hasWeight(name, isIt) {
+  await eventually(async () => {
+    const weights = await Promise.all(['boxes', 'home'].map((backend) => admin(`get weight ${backend}/${name}`)));
+    return weights.every((answer) => isIt(Number(answer.match(/^\d+/)[0]))) ? true : undefined;
+  });
+}
+
+test('a drained box gets no new segment, its film goes on, and nobody misses it', async (t) => {
   const stream = await open(t, { format: 'hls', profile: 'hls_remux' });
-  for (const address of await segments(stream.url)) await bytes(address);
-  assert.ok(!makers(stream).includes(boxes[1]));
-  await admin('set weight boxes/b2 100%');
+  const running = await open(t, { format: 'http', path: film });
+  const response = await fetch(running.url.replace(/^https?:\/\/[^/]+/, boxes[1].address));
+  assert.equal(response.status, 200);
+  const reader = response.body.getReader();
+  assert.ok((await reader.read()).value.length > 0);
+  cluster(boxes[1], 'drain');
+  try {
+    await hasWeight('b2', (weight) => weight === 0);
+    for (const address of await segments(stream.url)) await bytes(address);
+    assert.ok(!makers(stream).includes(boxes[1]));
+    assert.ok((await reader.read()).value.length > 0, 'a film that the box sends goes on');
+  } finally {
+    await reader.cancel();
+    cluster(boxes[1], 'ready');
+  }
+  await hasWeight('b2', (weight) => weight > 0);
+  const again = await open(t, { format: 'hls', profile: 'hls_remux' });
+  for (const address of await segments(again.url)) await bytes(address);
+  assert.ok(makers(again).includes(boxes[1]));
+});
+
+test('when the first box is drained, the next one opens films', async (t) => {
+  cluster(boxes[0], 'drain');
+  try {
+    await hasWeight('b1', (weight) => weight === 0);
+    const { stream_id: id } = await open(t, { format: 'hls', profile: 'hls_remux' });
+    const known = boxes.map(({ root }) => fs.existsSync(path.join(root, 'tmp/Mirevo/tickets', id)));
+    assert.deepEqual(known, [false, true, false]);
+  } finally {
+    cluster(boxes[0], 'ready');
+  }
+  await hasWeight('b1', (weight) => weight > 0);
 });
 
 test('the segment that a frozen box was to make comes from another one', async (t) => {

@@ -14,6 +14,7 @@
 #include "stream/http_live_stream.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/engine_rows.h"
+#include "webapi/cluster/draining.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
 #include "webapi/streams/cmaf_playback.h"
@@ -153,17 +154,29 @@ Answer DescribeStatus() {
   return Answer::Success(data);
 }
 
-Answer DescribeHealth(const Request& /*request*/) {
+Room RoomForTranscoders() {
   TransLoading registry;
   const unsigned limit = registry.GetLimit(false);
   const unsigned running = registry.GetEntries().size();
+  return {limit, limit - std::min(limit, running),
+          !registry.TransEnable(false) && !registry.TransEnable(true)};
+}
+
+Answer DescribeHealth(const Request& request) {
+  const Room room = RoomForTranscoders();
+  const bool isDraining = IsDraining();
   Json::Value data(Json::objectValue);
-  data["limit"] = limit;
-  data["free"] = limit - std::min(limit, running);
+  data["limit"] = room.limit;
+  data["free"] = room.free;
   data["streams"] = static_cast<Json::UInt64>(CountStreams());
-  data["draining"] = false;  // the balancer drains a box, which need not know it
-  const bool isFull = !registry.TransEnable(false) && !registry.TransEnable(true);
-  return isFull ? Answer::Failure("TransEnable").AddData(data) : Answer::Success(data);
+  data["draining"] = isDraining;
+  const bool asksForReadiness = !request.Text("ready").empty();
+  if (asksForReadiness ? isDraining : room.isFull) {
+    return (isDraining ? Answer::Failure(kBusy, "This server lets its films run out.")
+                       : Answer::Failure("TransEnable"))
+        .AddData(data);
+  }
+  return Answer::Success(data);
 }
 
 Answer DescribeStreamState(const Request& request) {

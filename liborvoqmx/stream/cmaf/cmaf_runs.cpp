@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "contract/blocks.h"
 #include "contract/cmaf.h"
 #include "platform/io.h"
 #include "platform/log.h"
@@ -18,6 +19,8 @@
 #include "preprocess/stored_result.h"
 #include "state/stream_room.h"
 #include "state/stream_watch.h"
+#include "stream/cmaf/kept_segments.h"
+#include "stream/cmaf/warmed_streams.h"
 #include "stream/pipeline/monitor.h"
 #include "stream/pipeline/pipeline.h"
 #include "stream/pipeline/transcoder_launch.h"
@@ -35,6 +38,11 @@ constexpr int kReach = 3;
 // A run without a request for this time ends. Players that pause have this much and more in their
 // buffers, and a new run starts when they go on.
 constexpr unsigned long kUnwantedSeconds = 30;
+// The same where boxes share the blocks: one begins some time before the player gets there, and the
+// run ends with the block anyway.
+constexpr unsigned long kUnwantedBlockSeconds = 240;
+// The same before the first request of a viewer who has not asked for the stream yet.
+constexpr unsigned long kWarmSeconds = 10;
 constexpr int kGraceMilliseconds = 300;
 constexpr int kShortRunMilliseconds = 20000;
 constexpr mode_t kFolderMode = 0700;
@@ -77,6 +85,28 @@ std::vector<StreamDirectory> Folders(const std::string& streamId) {
     }
   }
   return folders;
+}
+
+// The runs of encoded pictures in other folders than this one. Sound and copies need no place.
+std::vector<StreamDirectory> RunningPictures(const std::string& streamId,
+                                             const std::string& exceptFolder) {
+  std::vector<StreamDirectory> running;
+  for (const StreamDirectory& folder : Folders(streamId)) {
+    const bool isEncoded = folder.Path().find("/h264-") != std::string::npos;
+    if (isEncoded && folder.Path() != exceptFolder && folder.IsMonitored()) {
+      running.push_back(folder);
+    }
+  }
+  return running;
+}
+
+// Returns whether a run has ended.
+bool EndRuns(const std::vector<StreamDirectory>& folders) {
+  bool hasEnded = false;
+  for (const StreamDirectory& folder : folders) {
+    hasEnded = ReplaceMonitor(folder, 0, true) || hasEnded;
+  }
+  return hasEnded;
 }
 
 // Puts the stored key frames of the film's current state beside the plan. Returns false if there
@@ -129,6 +159,10 @@ void CloseCmafStream(const std::string& streamId) {
     }
   }
   RemoveLinkedDirectory(DirectoryOf(streamId).Path());
+}
+
+bool StopCmafPictures(const std::string& streamId) {
+  return EndRuns(RunningPictures(streamId, ""));
 }
 
 std::vector<pid_t> CmafMonitors(const std::string& streamId) {
@@ -213,20 +247,31 @@ bool CmafRun::IsOnItsWay(int number) const {
   return position && folder_.IsMonitored() && *position <= number && number <= *position + kReach;
 }
 
-void CmafRun::StopRivals() const {
-  for (const StreamDirectory& other : Folders(streamId_)) {
-    // Sound and copies need no place.
-    const bool isRival = other.Path().find("/h264-") != std::string::npos;
-    if (isRival && other.Path() != folder_.Path() && other.IsMonitored()) {
-      ReplaceMonitor(other, 0, true);
-    }
+bool CmafRun::IsPlaceTaken() const {
+  return rendition_.IsEncodedPicture() &&
+         (IsStreamLocked(DirectoryOf(streamId_).FilePath(kPlaceFile)) || !Rivals().empty());
+}
+
+bool CmafRun::StartWhenFinished(int number) const {
+  if (IsPlaceTaken()) {
+    return false;
   }
+  auto place = TakePlace();
+  StreamLock lock = folder_.SeekTime().Lock();
+  if (Exists(SegmentPath(number)) || IsOnItsWay(number)) {
+    return true;
+  }
+  return !folder_.IsMonitored() && Rivals().empty() && Start(number, lock, place);
+}
+
+// The running other renditions that need the same place.
+std::vector<StreamDirectory> CmafRun::Rivals() const {
+  return rendition_.IsEncodedPicture() ? RunningPictures(streamId_, folder_.Path())
+                                       : std::vector<StreamDirectory>();
 }
 
 bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const {
-  if (rendition_.IsEncodedPicture()) {
-    StopRivals();
-  }
+  EndRuns(Rivals());
   const StateFile position(folder_.FilePath(orvo::kCmafPositionFile));
   const auto record = [&] {
     lock.Leave();
@@ -248,9 +293,11 @@ void CmafRun::Watch(int number) const {
       BecomeTranscoder("Execute FFmpeg", Command(number, false), film_);
     }
   };
+  const auto patience = orvo::HasBlocks() ? kUnwantedBlockSeconds : kUnwantedSeconds;
   const auto isUnwanted = [&] {
+    KeepCmafWithin(streamId_, KeptCmafBytes());
     const auto idle = folder_.SecondsSinceAccess();
-    return !idle || *idle > kUnwantedSeconds;
+    return !idle || *idle > (IsCmafWarmed(streamId_) ? kWarmSeconds : patience);
   };
   if (gStop == 0 && pipeline.Start(become)) {
     pipeline.Watch(gStop, isUnwanted);

@@ -31,6 +31,9 @@ ORVO_API bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film, 
 // Ends the runs of all renditions, and removes the stream's directory.
 ORVO_API void CloseCmafStream(const std::string& streamId);
 
+// Ends the run of encoded pictures and waits for its end. Returns false if there is none.
+bool StopCmafPictures(const std::string& streamId);
+
 // The pids of the monitors of all running renditions.
 ORVO_API std::vector<pid_t> CmafMonitors(const std::string& streamId);
 
@@ -59,6 +62,11 @@ class ORVO_API CmafRun {
   // started.
   bool Reach(int number, std::optional<StreamLock>& place) const;
 
+  // The same without ending a run: waits for no run, and starts one only if the rendition, and of
+  // encoded pictures the stream, has none. Returns false otherwise, and if the place is taken. The
+  // run goes on for a while though nobody asks for its segments.
+  bool StartWhenFinished(int number) const;
+
   enum class State {
     kComplete,
     kGrowing,
@@ -76,7 +84,8 @@ class ORVO_API CmafRun {
   bool IsOnItsWay(int number) const;
   // A run must not hold these locks of its starter.
   bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;
-  void StopRivals() const;
+  std::vector<StreamDirectory> Rivals() const;
+  bool IsPlaceTaken() const;
   void Watch(int number) const;
   std::vector<std::string> Command(int number, bool isHeaderOnly) const;
 
