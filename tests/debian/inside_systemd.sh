@@ -52,6 +52,54 @@ address=$(open_film)
 (curl -s --max-time 20 "$address" || true) | head -c 20000 > /root/played || true
 [ "$(stat -c %s /root/played)" = 20000 ] || { cat /root/played >&2; fail "the film plays"; }
 
+# Conversions with a unit of their own: the service leaves them alone, and a film is converted inside the unit's
+# restrictions. The unit starts again after a crash, and goes on with the queue.
+converter() { systemctl show -P MainPID orvovideoconversiond; }
+convert() { runuser -u mirevo -- mirevo convert "$@"; }
+# Waits until a command succeeds.
+waits() { # REASON COMMAND...
+  local reason=$1 _
+  shift
+  for _ in $(seq 900); do
+    "$@" && return
+    sleep 0.1
+  done
+  convert list >&2
+  systemctl status --no-pager --lines=20 orvovideoconversiond >&2 || true
+  fail "$reason"
+}
+# Is there another converter than PID, and does the file name it?
+is_converter() {
+  local pid
+  pid=$(converter)
+  [ "$pid" != 0 ] && [ "$pid" != "$1" ] && [ "$(cat /run/orvovideoconversiond.pid)" = "$pid" ]
+}
+is_ready() { convert list | grep -q ready; }
+echo "no-conversions = true" >> /etc/mirevo/mirevo.conf
+systemctl restart mirevo
+[ ! -s /run/orvovideoconversiond.pid ] || fail "the service itself does not convert"
+systemctl enable --now -q orvovideoconversiond || fail "the unit of the conversions starts"
+complaints=$(systemd-analyze verify --man=no orvovideoconversiond.service 2>&1 | grep -i 'conver' || true)
+[ -z "$complaints" ] || fail "systemd has no complaint about the unit of the conversions: $complaints"
+waits "the file names the converter" is_converter 0
+ffmpeg -v error -f lavfi -i testsrc2=s=160x90:r=12:d=2 -c:v libx264 /var/lib/mirevo/films/short.mkv
+convert pause
+convert add /var/lib/mirevo/films/short.mkv > /root/id || fail "a film can be queued"
+before=$(converter)
+kill -KILL "$before"
+waits "the converter starts again" is_converter "$before"
+convert pause --off
+waits "the film is converted" is_ready
+# Both end and start together.
+systemctl stop mirevo
+systemctl -q is-active orvovideoconversiond && fail "the conversions end with the service"
+[ -z "$(processes)" ] || fail "no process is left of the conversions"
+systemctl start mirevo
+systemctl -q is-active orvovideoconversiond || fail "the conversions start with the service"
+sed -i '/^no-conversions/d' /etc/mirevo/mirevo.conf
+systemctl disable --now -q orvovideoconversiond
+systemctl restart mirevo
+
 # Reload: there is none; the request changes nothing, and "reload-or-restart" restarts.
 before=$(main)
 systemctl reload mirevo 2> /dev/null && fail "a reload is refused"
@@ -98,4 +146,4 @@ is Result success
 is ExecMainStatus 0
 [ ! -e /run/mirevo/address ] || fail "the service takes its address away"
 [ -z "$(processes)" ] || fail "no process is left"
-echo "started, refused a reload, restarted, hung, crashed, upgraded, stopped"
+echo "started, converted in a unit of its own, refused a reload, restarted, hung, crashed, upgraded, stopped"
