@@ -15,6 +15,10 @@ namespace orvo {
 // begins: another box makes the next block.
 inline constexpr char kBlocksVariable[] = "ORVO_BLOCKS";
 
+inline bool HasBlocks() {
+  return std::getenv(kBlocksVariable) != nullptr;
+}
+
 // Where the short blocks begin, and the length of the others. All numbers count from 0.
 inline constexpr std::array<int64_t, 3> kShortBlocks = {0, 2, 4};
 inline constexpr int64_t kBlockLength = 8;
@@ -39,8 +43,7 @@ constexpr int64_t LastOfBlock(int64_t block) {
 
 // The last segment that a run makes that begins with this one.
 inline int64_t LastOfRun(int64_t first) {
-  return std::getenv(kBlocksVariable) == nullptr ? std::numeric_limits<int64_t>::max()
-                                                 : LastOfBlock(BlockOf(first));
+  return HasBlocks() ? LastOfBlock(BlockOf(first)) : std::numeric_limits<int64_t>::max();
 }
 
 }  // namespace orvo

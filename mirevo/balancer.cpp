@@ -18,6 +18,7 @@ constexpr char kHead[] =
     R"(# HAProxy 2.6, printed by "mirevo cluster haproxy". docs/boxes.md explains it.
 # Start each box with: mirevo serve --cluster_key FILE --listen ADDRESS --agent ADDRESS:@AGENT@
 #   --proxy ADDRESS-OF-THIS-MACHINE --host NAME-BY-WHICH-PLAYERS-CALL-THIS-MACHINE
+#   --cluster_url http://THAT-NAME --cluster_boxes @COUNT@
 global
   stats socket @SOCKET@ mode 660 level admin
 

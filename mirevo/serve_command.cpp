@@ -12,11 +12,38 @@ namespace {
 
 constexpr int kMaxPort = 65535;
 constexpr int kMaxConnections = 65535;
+constexpr int kMostBoxes = 64;
 
 // A validator that accepts the option's texts for which `isGood` holds.
 CLI::Validator Check(const std::function<bool(const std::string&)>& isGood, const char* complaint) {
   return CLI::Validator(
       [=](const std::string& text) { return isGood(text) ? "" : text + " " + complaint; }, "");
+}
+
+// Adds the options of a box.
+void AddCluster(CLI::App& command, const std::shared_ptr<serve::Options>& options) {
+  auto* const key =
+      command.add_option("--cluster_key", options->clusterKey,
+                         "The key that this box shares with the others of its cluster");
+  key->type_name("FILE");
+  auto* const url =
+      command.add_option("--cluster_url", options->clusterUrl,
+                         "The balancer, which this box asks to begin the next blocks");
+  url->check(Check(serve::IsOrigin, "is not like http://films.lan:8080"))
+      ->type_name("URL")
+      ->needs(key);
+  auto* const boxes = command.add_option("--cluster_boxes", options->clusterBoxes,
+                                         "How many boxes the balancer has");
+  boxes->check(CLI::Range(1, kMostBoxes))->type_name("N")->needs(url);
+  url->needs(boxes);
+  const auto isPlace = [](const std::string& text) {
+    return serve::ParseAuthority(text).has_value();
+  };
+  command
+      .add_option("--agent", options->agent,
+                  "Where a load balancer asks how much this box can take")
+      ->check(Check(isPlace, "is not ADDRESS:PORT"))
+      ->type_name("ADDRESS:PORT");
 }
 
 // Adds the options that say who can reach the service, and how.
@@ -51,18 +78,7 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
                   "The connections that one address may have at a time. Default: 512")
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
-  command
-      .add_option("--cluster_key", options->clusterKey,
-                  "The key that this box shares with the others of its cluster")
-      ->type_name("FILE");
-  const auto isPlace = [](const std::string& text) {
-    return serve::ParseAuthority(text).has_value();
-  };
-  command
-      .add_option("--agent", options->agent,
-                  "Where a load balancer asks how much this box can take")
-      ->check(Check(isPlace, "is not ADDRESS:PORT"))
-      ->type_name("ADDRESS:PORT");
+  AddCluster(command, options);
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");

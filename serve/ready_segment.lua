@@ -147,6 +147,18 @@ function pieces.cmaf(folder, asked)
   return piece
 end
 
+-- Has the request program asked the other boxes of the cluster to begin the blocks after this segment's
+-- (webapi/streams/warm_runs.cpp)? Without a cluster, nobody has to.
+local function is_warmed(piece)
+  local file = piece.number and io.open(piece.folders[#piece.folders] .. "/warmed", "r")
+  if not file then
+    return true
+  end
+  local first, last = (file:read("a") or ""):match("^(%d+) (%d+)$")
+  file:close()
+  return first ~= nil and piece.number >= tonumber(first) and piece.number <= tonumber(last)
+end
+
 -- As the request program does: the transcoder runs ahead of this number, and the stream counts as watched.
 local function remember(piece)
   for _, folder in ipairs(piece.folders) do
@@ -185,6 +197,6 @@ end
 local folder = folder_for(id, asked._sid, asked.ticket)
 local piece = folder and find(folder, asked)
 local file = piece and lighty.stat(piece.path)
-if file and file.is_file and remember(piece) then
+if file and file.is_file and is_warmed(piece) and remember(piece) then
   return send(piece, file)
 end

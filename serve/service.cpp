@@ -473,11 +473,12 @@ int Serve(const Options& options) {
   // A stream's link works like a login, so only this user may read these files.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
-  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
-              options.hosts, options.origins, options.certificate, options.key,
-              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress,
-              package + "lib/ready_segment.lua", options.proxies, AbsolutePath(options.clusterKey)},
-             belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
+  return Run(
+      {package + "player", package + "webapi", state, SendFolders(), endpoints, options.hosts,
+       options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
+       options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies,
+       AbsolutePath(options.clusterKey), options.clusterUrl, options.clusterBoxes},
+      belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
 }
 
 }  // namespace serve

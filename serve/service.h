@@ -29,6 +29,8 @@ struct Options {
   std::string key;                   // PEM file; "" if the certificate file holds it
   std::string agent;                 // where a balancer asks (ParseAuthority); "" for nowhere
   std::string clusterKey;            // key file (webapi/cluster); "" for a service on its own
+  std::string clusterUrl;            // the balancer (IsOrigin); "" if boxes do not ask each other
+  int clusterBoxes = 0;              // how many the balancer knows
 };
 
 // Is this a host in the form of a URL: a name or an address, in lower case, with or without a port?

@@ -197,6 +197,8 @@ std::string EnvironmentOf(const WebServer& server) {
   if (!server.clusterKey.empty()) {
     add("MIREVO_CLUSTER_KEY", server.clusterKey);
     add(orvo::kBlocksVariable, "1");
+    add("MIREVO_CLUSTER_URL", server.clusterUrl);
+    add("MIREVO_CLUSTER_BOXES", std::to_string(server.clusterBoxes));
   }
   if (IsFarther(server)) {
     // This holds even if the last account is removed later.

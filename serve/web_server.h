@@ -26,6 +26,8 @@ struct WebServer {
   std::string readySegment;          // the script that sends segments (ready_segment.lua)
   std::vector<std::string> proxies;  // numeric addresses without that limit
   std::string clusterKey;            // the key file, an absolute path; "" without a cluster
+  std::string clusterUrl;            // the balancer's scheme and host; "" for none
+  int clusterBoxes = 0;              // how many boxes it spreads streams over
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }
 };

@@ -14,7 +14,7 @@
 namespace LibOrvoQMX {
 
 // A descriptor of the process. It is not open if the process has ended.
-orvo::UniqueFd OpenRunningProcess(pid_t pid);
+ORVO_API orvo::UniqueFd OpenRunningProcess(pid_t pid);
 
 // How long a request waits for a fragment, and how long a pipeline must look ended before the
 // request gives up. A newer pipeline may be about to start.

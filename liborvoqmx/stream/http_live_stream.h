@@ -62,6 +62,11 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   // ends again if nobody has asked for a segment ten seconds later. Returns false on failure.
   bool StartAhead(double second);
 
+  // Starts a transcoder at this segment without taking a run or a segment from a viewer: only if
+  // the last one has ended and a viewer has asked for all that it made. Returns false otherwise.
+  // Returns true also if the segment is there.
+  bool StartWhenFinished(int number);
+
   int GetSeekTimeInMillisecond() const override;
 
   // --- Playlists ---

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
-import { once } from 'node:events';
+import { EventEmitter, once } from 'node:events';
 import fs from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
@@ -10,7 +10,7 @@ import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { build, eventually, freePort, media, readSome, Service } from './support.mjs';
+import { build, eventually, freePort, media, patience, readSome, Service } from './support.mjs';
 
 const password = 'a long "pass" & word';
 let films; // the folder that both boxes serve
@@ -143,7 +143,7 @@ async function sends(address) {
 }
 
 // Waits until nothing is encoded on the box.
-const isFree = (box) => eventually(() => (box.registry().length === 0 && box.transcoders().length === 0 ? true : undefined));
+const isFree = (box) => eventually(() => (box.registry().length === 0 && box.transcoders().length === 0 ? true : undefined), 2 * patience);
 
 test('HLS: a box makes the rest of the block that it is asked for, and then its place is free', async () => {
   const stream = await open('hls', { profile: 'hls_240p_vb300_ab96' });
@@ -172,6 +172,94 @@ test('CMAF: the runs of pictures and of sound end with their block', async () =>
     await sends(at(other, list[4]));
     await isFree(other);
     assert.deepEqual(pieces(other, path.join('CMAF', stream.stream_id, track)), [2, 3, 4, 5, 6, 7]);
+  }
+});
+
+// Asks a box to begin with a segment before a viewer wants it, as boxes do.
+async function warm(address) {
+  const response = await fetch(`${address}&warm=1`);
+  assert.equal(response.status, 202);
+  assert.equal((await response.json()).success, true);
+}
+
+const arePieces = (box, folder, numbers) =>
+  eventually(() => (String(pieces(box, folder)) === String(numbers) ? true : undefined), 3 * patience, () => `${pieces(box, folder)}`);
+
+test('a warm request is answered at once, and its box makes the block', async () => {
+  const stream = await open('hls', { profile: 'hls_240p_vb300_ab96' });
+  const list = addressesIn(await text(stream.url));
+  await warm(at(other, list[4]));
+  await arePieces(other, path.join('HLS', stream.stream_id), [4, 5, 6, 7]);
+  const adaptive = await open('cmaf');
+  const pictures = addressesIn(await text(adaptive.url)).find((line) => line.includes('rendition=h264-'));
+  await isFree(other);
+  await warm(at(other, addressesIn(await text(at(other, pictures)))[4]));
+  await arePieces(other, path.join('CMAF', adaptive.stream_id, pictures.match(/rendition=([\w-]+)/)[1]), [4, 5, 6, 7]);
+  await isFree(other);
+});
+
+test('a warm request waits until a viewer has asked for all that the run before has made', async () => {
+  const stream = await open('hls', { profile: 'hls_240p_vb300_ab96' });
+  const list = addressesIn(await text(stream.url));
+  const folder = path.join('HLS', stream.stream_id);
+  await sends(at(other, list[4]));
+  await warm(at(other, list[8]));
+  for (const number of [5, 6]) await sends(at(other, list[number]));
+  await isFree(other);
+  assert.deepEqual(pieces(other, folder), [4, 5, 6, 7]);
+  await sends(at(other, list[7]));
+  await arePieces(other, folder, [8, 9, 10, 11]);
+  await isFree(other);
+});
+
+test('a warm request waits for the place of another film', async () => {
+  const [viewed, later] = [await open('hls', { profile: 'hls_240p_vb300_ab96' }), await open('hls', { profile: 'hls_240p_vb300_ab96' })];
+  const [now, next] = await Promise.all([viewed, later].map(async ({ url }) => addressesIn(await text(url))));
+  await sends(at(other, now[4]));
+  await warm(at(other, next[4]));
+  await arePieces(other, path.join('HLS', later.stream_id), [4, 5, 6, 7]);
+  assert.deepEqual(pieces(other, path.join('HLS', viewed.stream_id)), [4, 5, 6, 7]);
+  await isFree(other);
+});
+
+test('a request makes its box ask the balancer, once, for the blocks that the other boxes make', async () => {
+  const asked = new EventEmitter();
+  const numbers = [];
+  const balancer = http.createServer((request, response) => {
+    const { searchParams } = new URL(request.url, 'http://balancer');
+    assert.equal(searchParams.get('warm'), '1');
+    numbers.push(Number(searchParams.get('fragment_id') ?? searchParams.get('segment')));
+    response.writeHead(202).end();
+    asked.emit('request', request.url);
+  });
+  balancer.listen(0, '127.0.0.1');
+  await once(balancer, 'listening');
+  const key = fs.readFileSync(path.join(opening.root, 'var/packages/Mirevo/etc/cluster_key'), 'utf8');
+  const url = `http://127.0.0.1:${balancer.address().port}`;
+  const box = await startBox(key, opening, ['--cluster_url', url, '--cluster_boxes', '3']);
+  const next = async (expected) => {
+    await eventually(() => (numbers.length >= expected.length ? true : undefined));
+    assert.deepEqual(numbers.splice(0), expected);
+  };
+  try {
+    const stream = await open('hls', { profile: 'hls_remux' });
+    const list = addressesIn(await text(stream.url));
+    const hears = once(asked, 'request');
+    await sends(at(box, list[0]));
+    const [address] = await hears;
+    await next([4, 2]);
+    // What it asks for is what another box can serve.
+    assert.equal((await fetch(at(other, address))).status, 202);
+    await sends(at(box, list[1]));
+    await sends(at(box, list[2]));
+    await next([4]);
+    const adaptive = await open('cmaf');
+    const pictures = addressesIn(await text(adaptive.url)).find((line) => line.includes('rendition=copy-video'));
+    await sends(at(box, addressesIn(await text(at(box, pictures)))[3]));
+    await next([8, 4]);
+  } finally {
+    balancer.close();
+    await box.stop();
   }
 });
 

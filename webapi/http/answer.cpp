@@ -11,6 +11,7 @@ namespace webapi {
 namespace {
 
 constexpr int kOk = 200;
+constexpr int kAccepted = 202;
 constexpr int kNoContent = 204;
 constexpr int kRetrySeconds = 5;
 
@@ -73,7 +74,7 @@ const char* StatusText(int code) {
       return row.status;
     }
   }
-  return code == kNoContent ? "No Content" : "OK";
+  return code == kNoContent ? "No Content" : code == kAccepted ? "Accepted" : "OK";
 }
 
 }  // namespace
@@ -103,6 +104,12 @@ Answer Answer::Failure(const std::string& reason, const std::string& message) {
   if (answer.retry_) {
     error["retry_after"] = kRetrySeconds;
   }
+  return answer;
+}
+
+Answer Answer::Accepted() {
+  Answer answer = Success(Json::Value(Json::objectValue));
+  answer.code_ = kAccepted;
   return answer;
 }
 

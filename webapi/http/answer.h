@@ -26,6 +26,8 @@ class Answer {
   // `reason` is one of the words above or one of the library's. `message` is one plain sentence; if
   // it is empty, the usual sentence for `reason`.
   static Answer Failure(const std::string& reason, const std::string& message = "");
+  // Success: the work begins later.
+  static Answer Accepted();
   // Success without content.
   static Answer NoContent();
   // The answer has already been sent.

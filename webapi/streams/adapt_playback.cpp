@@ -45,9 +45,13 @@ bool SendPiece(const Request& request, const Ticket& ticket, const std::string& 
   return isSent;
 }
 
+bool NeedsTranscoder(const std::string& profileValue) {
+  return !LibOrvoQMX::ProfileTraits::Of(profileValue).remux;
+}
+
 bool LacksTranscoder(const std::string& profileValue) {
-  const auto traits = LibOrvoQMX::ProfileTraits::Of(profileValue);
-  return !traits.remux && !LibMirevo::TransLoading().TransEnable(RunsOnHardware(profileValue));
+  return NeedsTranscoder(profileValue) &&
+         !LibMirevo::TransLoading().TransEnable(RunsOnHardware(profileValue));
 }
 
 }  // namespace webapi

@@ -26,7 +26,9 @@ void AddLink(const Ticket& ticket, Json::Value& parameters);
 bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
                const std::string& contentType, StartTimes& times);
 
-// Does this stream need a transcoder for which there is no room?
+// Does this stream need a place in the register of transcoders? Copied video does not.
+bool NeedsTranscoder(const std::string& profileValue);
+// Does it, while there is no room?
 bool LacksTranscoder(const std::string& profileValue);
 
 }  // namespace webapi

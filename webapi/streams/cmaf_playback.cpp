@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "cmaf/addresses.h"
 #include "cmaf/presentation.h"
 #include "contract/cmaf.h"
 #include "platform/io.h"
@@ -27,6 +28,7 @@
 #include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/growing_segment.h"
 #include "webapi/streams/start_times.h"
+#include "webapi/streams/warm_runs.h"
 
 namespace webapi {
 namespace {
@@ -133,6 +135,7 @@ class SegmentRequest {
         ticket_(ticket),
         rendition_(rendition),
         tellsTheWait_(rendition.isPicture == presentation.renditions.front().isPicture),
+        presentation_(presentation),
         run_(ticket.StreamId(), FilmOf(ticket), rendition),
         folder_(LibOrvoQMX::CmafFolder(ticket.StreamId(), rendition.name)),
         stream_(ticket.Directory()),
@@ -148,9 +151,13 @@ class SegmentRequest {
     if (!run_.MakeFolder()) {
       return Answer::Failure(kInternal);
     }
+    if (IsWarmRequest(request_)) {
+      return Warm();
+    }
     // Before anything is sent: the player's next request comes as soon as it has this answer, and
     // must find its own number here.
     Ask();
+    WarmNext();
     if (SendComplete()) {
       return Answer::Sent();
     }
@@ -165,6 +172,20 @@ class SegmentRequest {
     folder_.AskFor(number_);
     folder_.MarkAccess();
     stream_.AskFor(number_);
+  }
+
+  Answer Warm() const {
+    folder_.MarkAccess();
+    return StartWarm({folder_, number_, rendition_.IsEncodedPicture(), false,
+                      [this] { return run_.StartWhenFinished(number_); }});
+  }
+
+  void WarmNext() const {
+    WarmNextBlocks(
+        folder_, number_, [this](int other) { return other < presentation_.plan.Count(); },
+        [this](int other) {
+          return SegmentAddress(presentation_, rendition_.name) + std::to_string(other);
+        });
   }
 
   bool SendComplete() const {
@@ -258,6 +279,7 @@ class SegmentRequest {
   const Ticket& ticket_;
   const CmafRendition& rendition_;
   bool tellsTheWait_;  // sound comes beside the pictures
+  const CmafPresentation& presentation_;
   CmafRun run_;
   LibOrvoQMX::StreamDirectory folder_;
   LibOrvoQMX::StreamDirectory stream_;

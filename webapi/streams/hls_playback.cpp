@@ -5,9 +5,11 @@
 #include "stream/fetched_piece.h"
 #include "stream/http_live_stream.h"
 #include "webapi/access/pass.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
+#include "webapi/streams/warm_runs.h"
 
 namespace webapi {
 namespace {
@@ -52,20 +54,43 @@ Answer SendPlaylist(const Request& request, HttpLiveStream& stream) {
   return Answer::Sent();
 }
 
+bool HasSegment(HttpLiveStream& stream, const Ticket& ticket, int number) {
+  const int start = stream.CalculateSeekTime(number);
+  return start >= 0 && start < int64_t{ticket.Duration()} * 1000;
+}
+
+std::string AddressOf(const Ticket& ticket, int number) {
+  return std::string(kSegmentAddress) + "?api=ORVO.Mirevo2.Streaming&version=1&method=stream" +
+         "&format=hls&stream_id=" + ticket.StreamId() + "&fragment_id=" + std::to_string(number) +
+         AddressEnd(ticket);
+}
+
+Answer WarmSegment(const Ticket& ticket, int number) {
+  return StartWarm({ticket.Directory(), number, NeedsTranscoder(ticket.ProfileValue()),
+                    RunsOnHardware(ticket.ProfileValue()),
+                    [&] { return HttpLiveStream(ticket.StreamId()).StartWhenFinished(number); }});
+}
+
 Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream& stream) {
   const auto number = request.Number("fragment_id", kMaxFragment);
   if (!number) {
     return Answer::Failure(kBadRequest, "The fragment_id must be the number of a segment.");
   }
-  const int start = stream.CalculateSeekTime(static_cast<int>(*number));
-  if (start < 0 || start >= static_cast<int64_t>(ticket.Duration()) * 1000) {
+  if (!HasSegment(stream, ticket, static_cast<int>(*number))) {
     return Answer::Failure(kNotFound, "The film ends before this segment.");
   }
   if (request.Method() == "HEAD") {
     SendFileHeaders(kSegmentType);
     return Answer::Sent();
   }
+  if (IsWarmRequest(request)) {
+    return WarmSegment(ticket, static_cast<int>(*number));
+  }
   KeepClientReport(request, ticket);
+  WarmNextBlocks(
+      ticket.Directory(), static_cast<int>(*number),
+      [&](int other) { return HasSegment(stream, ticket, other); },
+      [&](int other) { return AddressOf(ticket, other); });
   StartTimes times;
   ticket.Directory().AskFor(*number);
   // A request that restarts the stream may remove the segment before it is sent.

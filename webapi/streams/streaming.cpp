@@ -52,6 +52,7 @@
 #include "webapi/streams/smooth_playback.h"
 #include "webapi/streams/start_times.h"
 #include "webapi/streams/transcoder_work.h"
+#include "webapi/streams/warm_runs.h"
 #include "webapi/streams/webm_playback.h"
 
 namespace webapi {
@@ -588,6 +589,16 @@ void KeepClosed(const std::string& streamId) {
   }
 }
 
+// The stream cannot be made as long as the transcoder's place is taken.
+Answer WarmLater(const Request& request) {
+  return StartWarmLater([&request] {
+    Answer refusal = Answer::Failure(kInternal);
+    if (const auto ticket = FindStream(request, refusal)) {
+      FindKind(ticket->Kind())->play(request, *ticket);
+    }
+  });
+}
+
 }  // namespace
 
 std::string StreamIdOf(const Request& request, Answer& refusal) {
@@ -701,7 +712,7 @@ Answer PlayStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
   const auto ticket = FindStream(request, refusal);
   if (!ticket) {
-    return refusal;
+    return IsWarmRequest(request) && refusal.IsFor("TransEnable") ? WarmLater(request) : refusal;
   }
   const Answer revived = ReviveStream(*ticket);
   if (revived.IsFailure()) {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "contract/blocks.h"
 #include "contract/cmaf.h"
 #include "platform/io.h"
 #include "platform/log.h"
@@ -35,6 +36,9 @@ constexpr int kReach = 3;
 // A run without a request for this time ends. Players that pause have this much and more in their
 // buffers, and a new run starts when they go on.
 constexpr unsigned long kUnwantedSeconds = 30;
+// The same where boxes share the blocks: one begins some time before the player gets there, and the
+// run ends with the block anyway.
+constexpr unsigned long kUnwantedBlockSeconds = 240;
 constexpr int kGraceMilliseconds = 300;
 constexpr int kShortRunMilliseconds = 20000;
 constexpr mode_t kFolderMode = 0700;
@@ -213,20 +217,47 @@ bool CmafRun::IsOnItsWay(int number) const {
   return position && folder_.IsMonitored() && *position <= number && number <= *position + kReach;
 }
 
-void CmafRun::StopRivals() const {
+bool CmafRun::IsPlaceTaken() const {
+  return rendition_.IsEncodedPicture() &&
+         (IsStreamLocked(DirectoryOf(streamId_).FilePath(kPlaceFile)) || !Rivals().empty());
+}
+
+bool CmafRun::StartWhenFinished(int number) const {
+  if (IsPlaceTaken()) {
+    return false;
+  }
+  auto place = TakePlace();
+  StreamLock lock = folder_.SeekTime().Lock();
+  if (Exists(SegmentPath(number)) || IsOnItsWay(number)) {
+    return true;
+  }
+  return !folder_.IsMonitored() && Rivals().empty() && Start(number, lock, place);
+}
+
+// The running other renditions that need the same place.
+std::vector<StreamDirectory> CmafRun::Rivals() const {
+  std::vector<StreamDirectory> rivals;
+  if (!rendition_.IsEncodedPicture()) {
+    return rivals;
+  }
   for (const StreamDirectory& other : Folders(streamId_)) {
     // Sound and copies need no place.
     const bool isRival = other.Path().find("/h264-") != std::string::npos;
     if (isRival && other.Path() != folder_.Path() && other.IsMonitored()) {
-      ReplaceMonitor(other, 0, true);
+      rivals.push_back(other);
     }
+  }
+  return rivals;
+}
+
+void CmafRun::StopRivals() const {
+  for (const StreamDirectory& rival : Rivals()) {
+    ReplaceMonitor(rival, 0, true);
   }
 }
 
 bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const {
-  if (rendition_.IsEncodedPicture()) {
-    StopRivals();
-  }
+  StopRivals();
   const StateFile position(folder_.FilePath(orvo::kCmafPositionFile));
   const auto record = [&] {
     lock.Leave();
@@ -248,9 +279,10 @@ void CmafRun::Watch(int number) const {
       BecomeTranscoder("Execute FFmpeg", Command(number, false), film_);
     }
   };
+  const auto patience = orvo::HasBlocks() ? kUnwantedBlockSeconds : kUnwantedSeconds;
   const auto isUnwanted = [&] {
     const auto idle = folder_.SecondsSinceAccess();
-    return !idle || *idle > kUnwantedSeconds;
+    return !idle || *idle > patience;
   };
   if (gStop == 0 && pipeline.Start(become)) {
     pipeline.Watch(gStop, isUnwanted);

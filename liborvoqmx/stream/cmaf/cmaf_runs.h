@@ -59,6 +59,11 @@ class ORVO_API CmafRun {
   // started.
   bool Reach(int number, std::optional<StreamLock>& place) const;
 
+  // The same without ending a run: waits for no run, and starts one only if the rendition, and of
+  // encoded pictures the stream, has none. Returns false otherwise, and if the place is taken. The
+  // run goes on for a while though nobody asks for its segments.
+  bool StartWhenFinished(int number) const;
+
   enum class State {
     kComplete,
     kGrowing,
@@ -76,7 +81,9 @@ class ORVO_API CmafRun {
   bool IsOnItsWay(int number) const;
   // A run must not hold these locks of its starter.
   bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;
+  std::vector<StreamDirectory> Rivals() const;
   void StopRivals() const;
+  bool IsPlaceTaken() const;
   void Watch(int number) const;
   std::vector<std::string> Command(int number, bool isHeaderOnly) const;
 

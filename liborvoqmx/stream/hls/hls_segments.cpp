@@ -112,6 +112,14 @@ bool HlsSegments::IsPipelineOver() const {
   return monitor && !PlatProcAlive(*monitor);
 }
 
+bool HlsSegments::IsFinished() const {
+  const bool isIdle =
+      directory_.RequestSequence().Read().empty() || IsPipelineOver() || IsRestartLost();
+  const int64_t next =
+      std::max(directory_.LastAskedFor() + 1, directory_.SeekTime().Number().value_or(0));
+  return isIdle && !Has(static_cast<int>(next));
+}
+
 bool HlsSegments::IsRestartLost() const {
   const auto asked = directory_.RequestSequence().Number();  // seconds of the monotonic clock
   timespec now{};

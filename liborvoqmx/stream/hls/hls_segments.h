@@ -58,6 +58,10 @@ class HlsSegments {
   AwaitedSegment Await(int number, const std::function<bool()>& isReplaced,
                        const std::string& seen) const;
 
+  // Does no transcoder run or start, and has a viewer asked for each segment that is here? A new
+  // run from another place, which removes the segments, then harms nobody.
+  bool IsFinished() const;
+
   // Did the latest restart die before it recorded a monitor? A crash of the whole service can leave
   // such a stream, and every request would wait for that restart in vain.
   bool IsRestartLost() const;

@@ -366,6 +366,24 @@ bool HttpLiveStream::StartAhead(double second) {
          Reach(Segment(SegmentAt(second)), std::make_shared<ExpectedViewer>(Directory()));
 }
 
+bool HttpLiveStream::StartWhenFinished(int number) {
+  const std::string seen = SeenSequence();
+  const HlsSegments segments(Directory());
+  if (segments.Has(number)) {
+    return true;
+  }
+  if (!IsPlayable() || !segments.IsFinished()) {
+    return false;
+  }
+  m_sequence = WriteSequenceAfter(Directory(), seen);
+  if (m_sequence.empty()) {
+    return false;
+  }
+  const Segment segment(number);
+  Directory().SeekTime().Write(segment.text);
+  return Restart(segment);
+}
+
 // The last segment that starts at or before this second. None is shorter than the usual length.
 int HttpLiveStream::SegmentAt(double second) {
   const int length = SegmentSeconds(m_isRemux);

@@ -1,0 +1,141 @@
+#include "webapi/streams/warm_runs.h"
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include "contract/blocks.h"
+#include "platform/process_launch.h"
+#include "policy/registry_watch.h"
+#include "state/stream_watch.h"
+#include "webapi/cluster/balancer_client.h"
+#include "webapi/cluster/cluster_keys.h"
+#include "webapi/http/work.h"
+
+namespace webapi {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using LibOrvoQMX::StateFile;
+using LibOrvoQMX::StreamDirectory;
+using std::chrono::seconds;
+
+// A slow box makes a block in this time.
+constexpr seconds kPatience(150);
+// So many may wait at a time; the next one is not begun. There is no queue before them.
+constexpr Work kWaiting{"warm", {32, 0, 0}};
+
+// The block after which the next ones have been asked for: its first and its last segment. The web
+// server reads it, too (serve/ready_segment.lua).
+StateFile WarmedBlock(const StreamDirectory& folder) {
+  return StateFile(folder.FilePath("warmed"));
+}
+
+// The first segment of the newest warm run.
+StateFile WarmSegment(const StreamDirectory& folder) {
+  return StateFile(folder.FilePath("warm"));
+}
+
+class Waiting {
+ public:
+  explicit Waiting(const WarmRun& run)
+      : run_(run), newest_(WarmSegment(run.folder)), end_(Clock::now() + kPatience) {}
+
+  // Waits for the moment to start the run. Returns whether it was started.
+  bool Start() const {
+    const LibOrvoQMX::StreamWatch watch(run_.folder.Path());
+    while (IsWanted()) {
+      if (HasPlace() && IsWanted() && run_.start()) {
+        return true;
+      }
+      watch.Wait(LibOrvoQMX::OpenRunningProcess(run_.folder.Monitor().value_or(-1)),
+                 static_cast<int>(LibOrvoQMX::kLookAgain.count()));
+    }
+    return false;
+  }
+
+ private:
+  bool IsWanted() const { return newest_.Number() == run_.number && Clock::now() < end_; }
+
+  // Waits for a place as long as the run is wanted.
+  bool HasPlace() const {
+    const auto left = std::chrono::ceil<seconds>(end_ - Clock::now());
+    return !run_.needsPlace || LibMirevo::AskRegistryUntil(
+                                   [this](LibMirevo::TransLoading& registry) {
+                                     return registry.TransEnable(run_.isHardware) || !IsWanted();
+                                   },
+                                   std::max(static_cast<int>(left.count()), 0));
+  }
+
+  const WarmRun& run_;
+  StateFile newest_;
+  Clock::time_point end_;
+};
+
+// Does the work in a process of its own, and answers that it will be done.
+Answer Begin(const std::function<bool()>& work) {
+  orvo::LaunchOptions options;
+  options.detached = true;
+  options.group = orvo::ProcessGroup::kSession;
+  const auto body = [&work] {
+    const auto place = TakePlace(kWaiting);
+    return place && work() ? 0 : 1;
+  };
+  orvo::Fork(body, options);
+  return Answer::Accepted();
+}
+
+}  // namespace
+
+bool IsWarmRequest(const Request& request) {
+  return IsInCluster() && request.Text("warm") == "1";
+}
+
+void WarmNextBlocks(const StreamDirectory& folder, int number,
+                    const std::function<bool(int)>& exists,
+                    const std::function<std::string(int)>& addressOf) {
+  const int64_t block = orvo::BlockOf(number);
+  const std::string span =
+      std::to_string(orvo::FirstOfBlock(block)) + " " + std::to_string(orvo::LastOfBlock(block));
+  const StateFile warmed = WarmedBlock(folder);
+  const int boxes = CountBoxes();
+  if (boxes < 2 || warmed.Read() == span || !warmed.Write(span)) {
+    return;
+  }
+  std::vector<std::string> addresses;
+  // Where several go to one box, the last one counts.
+  for (int64_t next = block + boxes - 1; next > block; --next) {
+    const auto first = static_cast<int>(orvo::FirstOfBlock(next));
+    if (exists(first)) {
+      addresses.push_back(addressOf(first) + "&warm=1");
+    }
+  }
+  if (!addresses.empty()) {
+    AskBalancer(addresses);
+  }
+}
+
+Answer StartWarm(const WarmRun& run) {
+  if (!WarmSegment(run.folder).Write(int64_t{run.number})) {
+    return Answer::Failure(kInternal);
+  }
+  // The first segment of a viewer is then one that the web server leaves to this program.
+  if (const StateFile warmed = WarmedBlock(run.folder); warmed.Read().empty()) {
+    warmed.Write("none");
+  }
+  return Begin([&run] { return Waiting(run).Start(); });
+}
+
+Answer StartWarmLater(const std::function<void()>& make) {
+  return Begin([&make] {
+    const bool isFree = LibMirevo::AskRegistryUntil(
+        [](LibMirevo::TransLoading& registry) { return registry.TransEnable(false); },
+        static_cast<int>(kPatience.count()));
+    if (isFree) {
+      make();
+    }
+    return isFree;
+  });
+}
+
+}  // namespace webapi
