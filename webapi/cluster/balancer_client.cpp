@@ -7,7 +7,7 @@
 #include "platform/log.h"
 #include "platform/process_launch.h"
 #include "util/lazy_library.h"
-#include "webapi/http/number.h"
+#include "util/number.h"
 
 namespace webapi {
 namespace {
@@ -71,7 +71,7 @@ class Curl {
 }  // namespace
 
 int CountBoxes() {
-  const auto count = ParseNumber(Setting("MIREVO_CLUSTER_BOXES"));
+  const auto count = LibOrvoQMX::ParseNumber(Setting("MIREVO_CLUSTER_BOXES"));
   return count && !Setting("MIREVO_CLUSTER_URL").empty() ? static_cast<int>(*count) : 1;
 }
 
