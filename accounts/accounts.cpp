@@ -123,16 +123,45 @@ bool Put(const std::string& password, Json::Value& entry) {
   return PutNewEra(entry) && !entry["password"].asString().empty();
 }
 
-// Stores the paths with links resolved. False if a path is not absolute or does not exist.
+// Stores the paths with links resolved. False if a path is not absolute, does not exist or is no
+// text.
 bool Put(const std::vector<std::string>& roots, Json::Value& entry) {
   entry["roots"] = Json::Value(Json::arrayValue);
   return std::all_of(roots.begin(), roots.end(), [&](const std::string& root) {
     char resolved[PATH_MAX];
-    if (root.empty() || root.front() != '/' || realpath(root.c_str(), resolved) == nullptr) {
+    if (root.empty() || root.front() != '/' || realpath(root.c_str(), resolved) == nullptr ||
+        !LibMirevo::IsJsonText(resolved)) {
       return false;
     }
     entry["roots"].append(resolved);
     return true;
+  });
+}
+
+// Checks and stores a new account. `admit` completes the entry, or refuses it, while nobody else
+// changes the accounts.
+Outcome Insert(
+    const std::string& name, const std::string& password, const std::vector<std::string>& roots,
+    const std::function<Outcome(const Json::Value& content, Json::Value& entry)>& admit) {
+  if (!IsName(name)) {
+    return Outcome::kBadName;
+  }
+  if (!IsPassword(password)) {
+    return Outcome::kBadPassword;
+  }
+  Json::Value entry(Json::objectValue);
+  if (!Put(roots, entry)) {
+    return Outcome::kBadRoot;
+  }
+  if (!Put(password, entry)) {
+    return Outcome::kFailed;
+  }
+  return Change([&](Json::Value& content) {
+    const Outcome outcome = admit(content, entry);
+    if (outcome == Outcome::kDone) {
+      content[name] = entry;
+    }
+    return outcome;
   });
 }
 
@@ -152,6 +181,10 @@ const char* Describe(Outcome outcome) {
       return "A media folder must be the absolute path of an existing file or folder.";
     case Outcome::kExists:
       return "An account with this name exists already.";
+    case Outcome::kNotFirst:
+      return "This server has accounts already. Log in with one of them.";
+    case Outcome::kLastOwner:
+      return "The last owner cannot be removed. Create another owner first.";
     case Outcome::kUnknown:
       return "No account has this name.";
     case Outcome::kDamaged:
@@ -188,32 +221,34 @@ std::optional<Account> Find(const std::string& name) {
 
 Outcome Create(const std::string& name, const std::string& password, bool owner,
                const std::vector<std::string>& roots) {
-  if (!IsName(name)) {
-    return Outcome::kBadName;
-  }
-  if (!IsPassword(password)) {
-    return Outcome::kBadPassword;
-  }
-  Json::Value entry(Json::objectValue);
-  if (!Put(roots, entry)) {
-    return Outcome::kBadRoot;
-  }
-  if (!Put(password, entry)) {
-    return Outcome::kFailed;
-  }
-  return Change([&](Json::Value& content) {
-    if (content.isMember(name)) {
-      return Outcome::kExists;
-    }
+  return Insert(name, password, roots, [&](const Json::Value& content, Json::Value& entry) {
     entry["owner"] = owner || content.empty();
-    content[name] = entry;
-    return Outcome::kDone;
+    return content.isMember(name) ? Outcome::kExists : Outcome::kDone;
+  });
+}
+
+Outcome CreateFirst(const std::string& name, const std::string& password) {
+  return Insert(name, password, {}, [](const Json::Value& content, Json::Value& entry) {
+    entry["owner"] = true;
+    return content.empty() ? Outcome::kDone : Outcome::kNotFirst;
   });
 }
 
 Outcome Remove(const std::string& name) {
   return Change([&](Json::Value& content) {
     return content.removeMember(name, nullptr) ? Outcome::kDone : Outcome::kUnknown;
+  });
+}
+
+Outcome RemoveUnlessLastOwner(const std::string& name) {
+  return Change([&](Json::Value& content) {
+    if (!content.removeMember(name, nullptr)) {
+      return Outcome::kUnknown;
+    }
+    const bool hasOwner = std::any_of(content.begin(), content.end(), [](const Json::Value& entry) {
+      return entry["owner"].asBool();
+    });
+    return hasOwner ? Outcome::kDone : Outcome::kLastOwner;
   });
 }
 

@@ -25,8 +25,10 @@ enum class Outcome {
   kDone,
   kBadName,      // not 1 to 64 letters, digits and ". _ - @", the first a letter or a digit
   kBadPassword,  // shorter than 8 bytes or longer than 1024
-  kBadRoot,      // not an absolute path of an existing file or folder
+  kBadRoot,      // not an absolute path, in UTF-8, of an existing file or folder
   kExists,
+  kNotFirst,   // there are accounts already
+  kLastOwner,  // nobody could manage the system
   kUnknown,
   kDamaged,  // the file is not a list of accounts; it stays as it is
   kFailed,   // the file cannot be written, or the password cannot be hashed
@@ -44,7 +46,11 @@ std::optional<Account> Find(const std::string& name);
 // Creates an account. The first one is an owner, whatever `owner` says, because there must be one.
 Outcome Create(const std::string& name, const std::string& password, bool owner,
                const std::vector<std::string>& roots);
+// Creates an owner, if there are no accounts yet; otherwise kNotFirst.
+Outcome CreateFirst(const std::string& name, const std::string& password);
 Outcome Remove(const std::string& name);
+// The same, but the last owner stays.
+Outcome RemoveUnlessLastOwner(const std::string& name);
 // Ends all the account's sessions and links.
 Outcome SetPassword(const std::string& name, const std::string& password);
 // The same without a new password.

@@ -20,6 +20,7 @@
 #include "catalog/catalog.h"
 #include "due_queue.h"
 #include "film_analysis.h"
+#include "film_previews.h"
 #include "library_watch.h"
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -107,11 +108,16 @@ class Background {
     for (;;) {
       library_.ReadEvents();
       StartNext();
+      StartPreviews();
       RememberNext();
       Tell();
       Wait();
       if (worker_ && worker_.HasEndedWithin(0)) {
         Finish();
+      }
+      if (previewer_ && previewer_.HasEndedWithin(0)) {
+        previewer_.Wait();
+        previewer_ = Process();
       }
     }
   }
@@ -123,6 +129,7 @@ class Background {
     }
     if (change == FilmChange::kGone) {
       queue_.Remove(film);
+      previews_.Remove(film);
       attempts_.erase(film);
     } else {
       queue_.Put(film, Clock::now() + (change == FilmChange::kFound ? seconds(0) : kQuiet));
@@ -155,7 +162,11 @@ class Background {
       if (!film) {
         return;
       }
-      if (!FailureOf(*film).empty() || HasCurrentResult(*film)) {
+      if (!FailureOf(*film).empty()) {
+        continue;
+      }
+      if (HasCurrentResult(*film)) {
+        previews_.Put(*film, Clock::now());
         continue;
       }
       if (const seconds wait = WaitForWriters(*film); wait.count() > 0) {
@@ -185,6 +196,23 @@ class Background {
     }
     attempts_.erase(film);
     ++(status == 0 ? analyzed_ : failed_);
+    if (status == 0) {
+      previews_.Put(film, Clock::now());
+    }
+  }
+
+  // Key frames come first. Previews, which take longer, do not hold them up once they are being
+  // made. A film whose previews fail is tried again by the next analysis.
+  void StartPreviews() {
+    while (!previewer_ && !worker_) {
+      const auto film = previews_.TakeDue();
+      if (!film) {
+        return;
+      }
+      if (HasCurrentResult(*film) && LacksPreviews(*film)) {
+        previewer_ = StartPreviewer(*film);
+      }
+    }
   }
 
   // Tries again after an end by a signal, unless the film caused it.
@@ -221,7 +249,9 @@ class Background {
 
   // Waits for a change in the library, the worker's end or the next film's time.
   void Wait() const {
-    pollfd events[] = {{library_.Descriptor(), POLLIN, 0}, {worker_.Descriptor().Get(), POLLIN, 0}};
+    pollfd events[] = {{library_.Descriptor(), POLLIN, 0},
+                       {worker_.Descriptor().Get(), POLLIN, 0},
+                       {previewer_.Descriptor().Get(), POLLIN, 0}};
     auto due = folders_.NextDue();
     if (const auto film = worker_ ? std::nullopt : queue_.NextDue()) {
       due = due ? std::min(*due, *film) : film;
@@ -231,7 +261,7 @@ class Background {
       const auto left = std::chrono::ceil<milliseconds>(*due - Clock::now());
       patience = static_cast<int>(std::max(left, milliseconds(0)).count());
     }
-    poll(events, 2, patience);
+    poll(events, 3, patience);
   }
 
   DueQueue queue_;
@@ -239,7 +269,9 @@ class Background {
   catalog::CatalogWriter catalog_;
   LibraryWatch library_;
   bool findsKeyframes_;
+  DueQueue previews_;  // films that may lack them
   Process worker_;
+  Process previewer_;
   std::string film_;  // the film in work
   std::unordered_map<std::string, int> attempts_;
   unsigned analyzed_ = 0;

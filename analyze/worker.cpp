@@ -4,9 +4,11 @@
 
 #include <csignal>
 #include <cstdio>
+#include <functional>
 
 #include "confined_reader.h"
 #include "film_analysis.h"
+#include "film_previews.h"
 #include "platform/idle.h"
 #include "platform/process_launch.h"
 #include "preprocess/stored_result.h"
@@ -18,7 +20,6 @@ using LibOrvoQMX::preprocess::FilmState;
 using LibOrvoQMX::preprocess::WriteFilmRecord;
 
 int Analyze(const std::string& film) {
-  BecomeIdle();
   const std::string state = FilmState(film);
   FilmKeyframes found;
   std::string error;
@@ -40,14 +41,30 @@ int Analyze(const std::string& film) {
   return 1;
 }
 
-}  // namespace
-
-Process StartWorker(const std::string& film) {
+Process StartIdle(const std::function<int()>& work) {
   LaunchOptions options;
   options.streams = StandardStreams::kKept;
   // With this signal, the worker finishes a result that it is writing.
   options.parentDeath.signal = SIGTERM;
-  return Fork([&film] { return Analyze(film); }, options);
+  return Fork(
+      [&work] {
+        BecomeIdle();
+        return work();
+      },
+      options);
+}
+
+}  // namespace
+
+Process StartWorker(const std::string& film) {
+  return StartIdle([&film] { return Analyze(film); });
+}
+
+Process StartPreviewer(const std::string& film) {
+  return StartIdle([&film] {
+    MakePreviews(film);
+    return 0;
+  });
 }
 
 }  // namespace orvo::analyze

@@ -12,4 +12,7 @@ namespace orvo::analyze {
 // is 0 if the result is stored, else 1. The worker records errors of the film itself.
 Process StartWorker(const std::string& film);
 
+// The same for a process that makes the previews of a film.
+Process StartPreviewer(const std::string& film);
+
 }  // namespace orvo::analyze

@@ -32,6 +32,8 @@ int ExitCodeOf(Outcome outcome) {
     case Outcome::kBadPassword:
     case Outcome::kBadRoot:
     case Outcome::kExists:
+    case Outcome::kNotFirst:
+    case Outcome::kLastOwner:
       return kUsage;
     case Outcome::kUnknown:
       return kNoInput;

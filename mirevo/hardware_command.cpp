@@ -10,6 +10,7 @@
 #include "mirevo/exit_codes.h"
 #include "mirevo/output.h"
 #include "serve/machine_setup.h"
+#include "settings/hardware.h"
 #include "webapi/choice/engine_rows.h"
 
 namespace mirevo {
@@ -32,11 +33,11 @@ int Show(bool json) {
   const Json::Value engines = webapi::DescribeEngines();
   if (json) {
     Json::Value document(Json::objectValue);
-    document["wanted"] = serve::IsHardwareWanted();
+    document["wanted"] = settings::IsHardwareWanted();
     document["engines"] = engines;
     PrintJson(document);
   } else {
-    std::cout << "hardware: " << (serve::IsHardwareWanted() ? "on" : "off") << "\n";
+    std::cout << "hardware: " << (settings::IsHardwareWanted() ? "on" : "off") << "\n";
     PrintEngines(engines);
   }
   return kOk;
@@ -44,7 +45,7 @@ int Show(bool json) {
 
 // Somebody who switches engines on may have repaired one.
 int Switch(bool on) {
-  if (!serve::WantHardware(on)) {
+  if (!settings::WantHardware(on)) {
     Complain(std::string("the setting cannot be written: ") + strerror(errno));
     return errno == EACCES || errno == EPERM ? kNoPermission : kFailed;
   }

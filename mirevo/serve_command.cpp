@@ -13,6 +13,7 @@ namespace {
 constexpr int kMaxPort = 65535;
 constexpr int kMaxConnections = 65535;
 constexpr int kMostBoxes = 64;
+constexpr int kMaxKeptSegments = 1 << 30;  // MiB
 
 // A validator that accepts the option's texts for which `isGood` holds.
 CLI::Validator Check(const std::function<bool(const std::string&)>& isGood, const char* complaint) {
@@ -79,6 +80,11 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
   AddCluster(command, options);
+  command
+      .add_option("--kept_segments", options->keptSegments,
+                  "The disk space for the segments of each CMAF stream, in MiB. Default: 4096")
+      ->check(CLI::Range(1, kMaxKeptSegments))
+      ->type_name("MIB");
   auto* const certificate =
       command.add_option("--certificate", options->certificate,
                          "Serve HTTPS with this certificate (PEM, with its chain)");
@@ -93,8 +99,7 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
 void AddServeCommand(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<serve::Options>();
   CLI::App* const command = app.add_subcommand("serve", "Serve films on this machine");
-  command->add_option("media", options->media, "Files and folders to serve")
-      ->required()
+  command->add_option("media", options->media, "Files and folders to serve; the page can add more")
       ->type_name("FILE-OR-FOLDER");
   command
       ->add_option("--port", options->port,

@@ -55,6 +55,12 @@ void KeptProgram::NoticeEnd() {
   std::cerr << name_ << " has ended; it starts again in " << pause_.count() << " s\n";
 }
 
+void KeptProgram::Change(std::vector<std::string> command) {
+  Stop();
+  command_ = std::move(command);
+  next_ = Clock::now();
+}
+
 int KeptProgram::Patience() const {
   if (process_ || command_.empty()) {
     return -1;

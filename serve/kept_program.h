@@ -19,6 +19,10 @@ class KeptProgram {
   KeptProgram(const KeptProgram&) = delete;
   KeptProgram& operator=(const KeptProgram&) = delete;
 
+  // Ends the program, as Stop() does, and runs this command from the next Update() on. `command`:
+  // as above.
+  void Change(std::vector<std::string> command);
+
   // Checks whether the program has ended, and starts it if it is time.
   void Update();
   // What to wait for before the next Update(): the descriptor (-1 for none) or, without a

@@ -12,7 +12,7 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "util/json_utils.h"
+#include "settings/settings_lock.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 
@@ -51,26 +51,17 @@ bool WriteEntry(const std::string& name, const char* origin) {
   return orvo::ReplaceFile(path, text + kKey + "=\"orvo_" + name + "_" + origin + "\"\n");
 }
 
-Json::Value ReadSettings(const char* path) {
-  Json::Value settings;
-  LibMirevo::ReadJsonFromFile(orvo::SystemPath(path), settings);
-  return settings.isObject() ? settings : Json::Value(Json::objectValue);
-}
-
-bool WriteSettings(const char* path, const Json::Value& settings) {
-  return orvo::ReplaceFile(orvo::SystemPath(path), LibMirevo::FormatJson(settings));
-}
-
 bool DetectVaapi(bool isProved) {
-  const Json::Value settings = ReadSettings(LibOrvoQMX::kVaapiFile);
-  const bool isOwners = settings.isMember("enable") && settings[kDetected] != true;
-  if (isOwners || (!isProved && settings.empty()) || settings["enable"] == isProved) {
+  const auto lock = settings::HoldSettings();
+  const Json::Value vaapi = settings::ReadSettings(LibOrvoQMX::kVaapiFile);
+  const bool isOwners = vaapi.isMember("enable") && vaapi[kDetected] != true;
+  if (isOwners || (!isProved && vaapi.empty()) || vaapi["enable"] == isProved) {
     return true;
   }
   Json::Value detected(Json::objectValue);
   detected["enable"] = isProved;
   detected[kDetected] = true;
-  return WriteSettings(LibOrvoQMX::kVaapiFile, detected);
+  return settings::WriteSettings(LibOrvoQMX::kVaapiFile, detected);
 }
 
 }  // namespace
@@ -133,19 +124,6 @@ bool DetectMachine(const EngineRecord& engines) {
   const std::string name = DetectedPlatform(engines);
   const bool isWritten = name == entry.name || WriteEntry(name, kDetected);
   return DetectVaapi(name == kVaapiPlatform) && isWritten;
-}
-
-bool IsHardwareWanted() {
-  return ReadSettings(LibOrvoQMX::kAdvancedFile)["hardware_transcode"] != false;
-}
-
-bool WantHardware(bool isWanted) {
-  Json::Value advanced = ReadSettings(LibOrvoQMX::kAdvancedFile);
-  advanced["hardware_transcode"] = isWanted;
-  Json::Value vaapi(Json::objectValue);
-  vaapi["enable"] = isWanted;
-  return WriteSettings(LibOrvoQMX::kAdvancedFile, advanced) &&
-         WriteSettings(LibOrvoQMX::kVaapiFile, vaapi);
 }
 
 }  // namespace serve

@@ -38,11 +38,4 @@ std::string DetectedPlatform(const orvo::transcoder::EngineRecord& engines);
 // or the folder of the entry does not exist. Returns false, with errno set, on failure.
 bool DetectMachine(const orvo::transcoder::EngineRecord& engines);
 
-// Is hardware wanted by the settings?
-bool IsHardwareWanted();
-
-// Writes the owner's wish: "hardware_transcode" in advanced.conf, "enable" in vaapi_ffmpeg. Returns
-// false, with errno set, on failure.
-bool WantHardware(bool isWanted);
-
 }  // namespace serve

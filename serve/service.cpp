@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "accounts/accounts.h"
+#include "accounts/first_word.h"
 #include "contract/copies.h"
 #include "platform/children.h"
 #include "platform/confinement.h"
@@ -27,19 +28,20 @@
 #include "platform/plat.h"
 #include "platform/process_launch.h"
 #include "policy/registry_sweep.h"
+#include "serve/folder_watch.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
 #include "serve/kept_program.h"
 #include "serve/measurement.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
+#include "settings/media_folders.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
 #include "util/private_folder.h"
 #include "util/state_roots.h"
 #include "util/system_files.h"
 #include "webapi/cluster/cluster_keys.h"
-#include "webapi/library/film_cache.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/streaming.h"
 
@@ -84,24 +86,26 @@ int MakeOwnFolder(const std::string& folder) {
   return canWrite ? 0 : CannotWrite(folder, errno);
 }
 
-// Makes these the media roots. 0 or the exit status.
+// Makes these and the folders that owners have added the media roots. 0 or the exit status.
 int ConfigureMedia(const std::vector<std::string>& media) {
-  Json::Value roots(Json::arrayValue);
+  std::vector<std::string> roots;
   for (const std::string& path : media) {
     char resolved[PATH_MAX];
     if (realpath(path.c_str(), resolved) == nullptr) {
       Refuse(path, errno);
       return EX_NOINPUT;
     }
-    roots.append(resolved);
+    roots.emplace_back(resolved);
   }
   const std::string folder = orvo::SystemPath("/var/packages/Mirevo/etc");
   if (const int refused = MakeOwnFolder(folder); refused != 0) {
     return refused;
   }
-  return orvo::ReplaceFile(folder + "/media_roots", LibMirevo::FormatJson(roots))
-             ? 0
-             : CannotWrite(folder, errno);
+  const settings::FolderOutcome outcome = settings::NameFolders(roots);
+  if (outcome == settings::FolderOutcome::kDamaged) {
+    Refuse(settings::Describe(outcome));  // what is named at the start is shown all the same
+  }
+  return outcome == settings::FolderOutcome::kFailed ? CannotWrite(folder, errno) : 0;
 }
 
 bool HasDesktop() {
@@ -181,11 +185,15 @@ std::vector<std::string> AgentCommand(const std::string& place) {
 // The background programs.
 struct Companions {
   explicit Companions(const Wishes& wishes)
-      : analysis("the analysis of the library", AnalysisCommand(wishes.analysis)),
+      : findsKeyframes(wishes.analysis),
+        analysis("the analysis of the library", AnalysisCommand(wishes.analysis)),
         converter("the conversion of films", ConverterCommand(wishes.conversions)),
         agent("the agent for the balancer", AgentCommand(wishes.agent)) {}
 
   void Update() {
+    if (folders.HasChanged()) {
+      analysis.Change(AnalysisCommand(findsKeyframes));
+    }
     analysis.Update();
     converter.Update();
     agent.Update();
@@ -199,6 +207,8 @@ struct Companions {
     agent.Stop();
   }
 
+  bool findsKeyframes;
+  FolderWatch folders;
   KeptProgram analysis;
   KeptProgram converter;
   KeptProgram agent;
@@ -217,6 +227,7 @@ bool ServeUntilStopped(int signals, const orvo::Process& keeper, Companions& com
                        {companions.analysis.Descriptor(), POLLIN, 0},
                        {companions.converter.Descriptor(), POLLIN, 0},
                        {companions.agent.Descriptor(), POLLIN, 0},
+                       {companions.folders.Descriptor(), POLLIN, 0},
                        {heartbeat.Descriptor(), POLLIN, 0}};
     if (poll(events, std::size(events), Sooner(companions.Patience(), heartbeat.Patience())) < 0) {
       continue;
@@ -253,18 +264,43 @@ std::string CommandLine(const std::string& command) {
          " " + command;
 }
 
-// Without accounts, everyone who can connect to the service is its owner.
-bool MayListen(const std::vector<Endpoint>& endpoints) {
+// The first of these that other machines can reach; null if there is none.
+const Endpoint* FartherOf(const std::vector<Endpoint>& endpoints) {
   const auto farther =
       std::find_if(endpoints.begin(), endpoints.end(),
                    [](const Endpoint& endpoint) { return !endpoint.IsLoopback(); });
+  return farther == endpoints.end() ? nullptr : &*farther;
+}
+
+// Without accounts, everyone who can connect to the service is its owner. A first start asks for an
+// account before anything else.
+bool MayListen(const std::vector<Endpoint>& endpoints, bool isFirstStart) {
+  const Endpoint* const farther = FartherOf(endpoints);
   const auto accounts = accounts::List();
   if (!accounts) {
     return Refuse(accounts::Describe(accounts::Outcome::kDamaged));
   }
-  return farther == endpoints.end() || !accounts->empty() ||
+  return farther == nullptr || !accounts->empty() || isFirstStart ||
          Refuse("Listening on " + farther->address + " needs an account; make one with " +
                 CommandLine("account add NAME"));
+}
+
+// Lets somebody on the network become the owner. The word itself is shown on a terminal only: logs
+// have other readers.
+bool OfferFirstStart(const std::vector<Endpoint>& endpoints) {
+  accounts::RemoveFirstWord();
+  if (FartherOf(endpoints) == nullptr || accounts::AreNeeded()) {
+    return true;
+  }
+  const std::string word = accounts::MakeFirstWord();
+  if (word.empty()) {
+    return false;
+  }
+  const bool isTerminal = isatty(STDERR_FILENO) != 0;
+  std::cerr << "Nobody has an account yet. The page asks for the first one, and for this word: "
+            << (isTerminal ? word : "it is in " + orvo::SystemPath(accounts::kFirstWordFile))
+            << "\n";
+  return true;
 }
 
 // The web server runs elsewhere. "" stays "".
@@ -406,7 +442,7 @@ bool IsHostCharacter(unsigned char c) {
 // The folders of all files that the web server sends for a request: pieces of streams, and
 // pictures. Films are not among them, and neither is anything secret.
 std::vector<std::string> SendFolders() {
-  std::vector<std::string> folders = {orvo::SystemPath(webapi::kCacheFolder)};
+  std::vector<std::string> folders = {orvo::SystemPath(LibOrvoQMX::kCacheFolder)};
   for (const char* const kind : {"HLS", "SS", "CMAF"}) {
     folders.push_back(LibOrvoQMX::StreamKindPath(kind));
   }
@@ -446,8 +482,8 @@ bool IsOrigin(const std::string& text) {
 int Serve(const Options& options) {
   const std::string state = orvo::SystemPath(kStateFolder);
   std::vector<Endpoint> endpoints = EndpointsOf(options);
-  if (!MayListen(endpoints) || !CanRead(options.certificate) || !CanRead(options.key) ||
-      !CanSeal(options.clusterKey)) {
+  if (!MayListen(endpoints, options.media.empty()) || !CanRead(options.certificate) ||
+      !CanRead(options.key) || !CanSeal(options.clusterKey)) {
     return 1;
   }
   if (const int refused = PrepareState(); refused != 0) {
@@ -465,6 +501,9 @@ int Serve(const Options& options) {
   if (const int refused = ConfigureMedia(options.media); refused != 0) {
     return refused;
   }
+  if (!OfferFirstStart(endpoints)) {
+    return CannotWrite(orvo::SystemPath(accounts::kFirstWordFile), errno);
+  }
   belongings.sockets = OpenSockets(options, endpoints);
   if (belongings.sockets.empty()) {
     return 1;
@@ -473,12 +512,12 @@ int Serve(const Options& options) {
   // A stream's link works like a login, so only this user may read these files.
   umask(S_IRWXG | S_IRWXO);
   const std::string package = orvo::SystemPath(kPackageFolder);
-  return Run(
-      {package + "player", package + "webapi", state, SendFolders(), endpoints, options.hosts,
-       options.origins, options.certificate, options.key, package + "lib/mirevo-doorkeeper.so",
-       options.connectionsPerAddress, package + "lib/ready_segment.lua", options.proxies,
-       AbsolutePath(options.clusterKey), options.clusterUrl, options.clusterBoxes},
-      belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
+  return Run({package + "player", package + "webapi", state, SendFolders(), endpoints,
+              options.hosts, options.origins, options.certificate, options.key,
+              package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress,
+              package + "lib/ready_segment.lua", options.proxies, AbsolutePath(options.clusterKey),
+              options.clusterUrl, options.clusterBoxes, options.keptSegments},
+             belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
 }
 
 }  // namespace serve

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "contract/kept_segments.h"
+
 namespace serve {
 
 // The folder with the state of a running service, below the system root.
@@ -15,7 +17,7 @@ inline constexpr char kAddressFile[] = "/address";
 inline constexpr char kAnalysisFile[] = "/analysis";
 
 struct Options {
-  std::vector<std::string> media;    // files and folders
+  std::vector<std::string> media;    // files and folders; the page asks for one if there is none
   std::optional<int> port;           // 0 for any; unset: the usual one, or any if that is in use
   bool browser = true;               // open the page if there is a desktop
   bool analysis = true;              // find key frames and measure the machine in the background
@@ -31,6 +33,7 @@ struct Options {
   std::string clusterKey;            // key file (webapi/cluster); "" for a service on its own
   std::string clusterUrl;            // the balancer (IsOrigin); "" if boxes do not ask each other
   int clusterBoxes = 0;              // how many the balancer knows
+  int keptSegments = orvo::kKeptSegmentsMebibytes;  // of each CMAF stream, in MiB
 };
 
 // Is this a host in the form of a URL: a name or an address, in lower case, with or without a port?
@@ -41,7 +44,8 @@ bool IsOrigin(const std::string& text);
 // Serves until SIGINT, SIGTERM or SIGHUP and leaves no process behind. The exit status: 0 when it
 // was told to stop; otherwise, with the reason on standard error, EX_NOINPUT for media that do not
 // exist, EX_CANTCREAT for state that cannot be written, 1 for the rest.
-// Other machines are only let in where there are accounts.
+// Other machines are only let in where there are accounts. On a first start, without media and
+// accounts, they reach a page that asks for the word of accounts/first_word.h.
 int Serve(const Options& options);
 
 }  // namespace serve

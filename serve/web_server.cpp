@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "contract/blocks.h"
+#include "contract/kept_segments.h"
 #include "platform/io.h"
 #include "platform/process_launch.h"
 
@@ -194,6 +195,9 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   add("MIREVO_PROXIES", Join(server.proxies, " "));
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
+  if (server.keptSegments > 0) {
+    add(orvo::kKeptSegmentsVariable, std::to_string(server.keptSegments));
+  }
   if (!server.clusterKey.empty()) {
     add("MIREVO_CLUSTER_KEY", server.clusterKey);
     add(orvo::kBlocksVariable, "1");

@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
+#include "contract/passed_progress.h"
 #include "platform/confinement.h"
 #include "platform/log.h"
 #include "platform/process_launch.h"
@@ -53,8 +56,19 @@ void PrepareProcess() {
   LowerPriority();
 }
 
+int PassedProgressFile() {
+  const char* const text = getenv(kProgressVariable);
+  int descriptor = -1;
+  if (text == nullptr || std::from_chars(text, text + strlen(text), descriptor).ec != std::errc()) {
+    return -1;
+  }
+  const bool isMemory = fcntl(descriptor, F_GET_SEALS) >= 0;
+  return isMemory ? descriptor : -1;
+}
+
 int OpenProgressFile() {
-  return memfd_create("orvo-progress", 0);
+  const int passed = PassedProgressFile();
+  return passed >= 0 ? passed : memfd_create(kProgressName, 0);
 }
 
 int Become(const std::vector<std::string>& command) {

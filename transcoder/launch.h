@@ -16,9 +16,13 @@ void PrepareProcess();
 
 // A file without a name that FFmpeg writes its progress into and that ends with it. A status page
 // reads it through /proc/PID/fd, where it stands as "/memfd:orvo-progress (deleted)". The
-// descriptor outlives the exec. Returns -1 when there is none to be had: the film is worth more
+// descriptor outlives the exec. It is the starter's file if that passed one
+// (contract/passed_progress.h). Returns -1 when there is none to be had: the film is worth more
 // than its progress.
 int OpenProgressFile();
+
+// The starter's file, or -1.
+int PassedProgressFile();
 
 // Replaces this process's image by command[0] with `command` as its arguments; the process id
 // stays. Returns only on failure, with the exit code.

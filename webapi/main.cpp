@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "util/state_roots.h"
+#include "webapi/access/first_start.h"
 #include "webapi/access/identity.h"
 #include "webapi/access/login.h"
 #include "webapi/access/origin.h"
@@ -24,7 +25,9 @@
 #include "webapi/library/history.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/picture.h"
+#include "webapi/library/previews.h"
 #include "webapi/library/search.h"
+#include "webapi/management/settings.h"
 #include "webapi/streams/status.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/subtitle.h"
@@ -66,6 +69,7 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "thumbnail", webapi::SendThumbnail, Right::kAccount, false,
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Library", "font", webapi::SendFont, Right::kAccount, false, kFilmSeconds},
+    Call{"ORVO.Mirevo2.Library", "previews", webapi::SendPreviews},
     Call{"ORVO.Mirevo2.Streaming", "open", webapi::OpenStream, Right::kAccount, false,
          kFilmSeconds},
     Call{"ORVO.Mirevo2.Streaming", "stream", webapi::PlayStream, Right::kLink, false,
@@ -89,6 +93,19 @@ constexpr std::array kCalls = {
          Right::kOwner},
     Call{"ORVO.Mirevo2.Status", "health", webapi::DescribeHealth, Right::kAnyone, false,
          kPlainSeconds, false, true},
+    Call{"ORVO.Mirevo2.Settings", "get", webapi::DescribeSettings, Right::kManager},
+    Call{"ORVO.Mirevo2.Settings", "add_folder", webapi::AddMediaFolder, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Settings", "remove_folder", webapi::RemoveMediaFolder, Right::kManager,
+         true},
+    Call{"ORVO.Mirevo2.Settings", "add_account", webapi::AddAccount, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Settings", "remove_account", webapi::RemoveAccount, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Settings", "set_password", webapi::SetAccountPassword, Right::kManager,
+         true},
+    Call{"ORVO.Mirevo2.Settings", "set_roots", webapi::SetAccountRoots, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Settings", "set_hardware", webapi::SetHardware, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Settings", "set_limit", webapi::SetLimit, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Settings", "clear_cache", webapi::ClearCache, Right::kManager, true},
+    Call{"ORVO.Mirevo2.Auth", "begin", webapi::BeginService, Right::kAnyone, true},
     Call{"ORVO.Mirevo2.Auth", "login", webapi::LogIn, Right::kAnyone, true},
     Call{"ORVO.Mirevo2.Auth", "logout", webapi::LogOut, Right::kAnyone, true, kPlainSeconds, true},
     Call{"ORVO.Mirevo2.Auth", "who", webapi::DescribeCaller, Right::kAnyone},

@@ -33,6 +33,11 @@ def film():
     return _looped("film.mp4", 10, scene)
 
 
+def remux_film():
+    """The same pictures with sound that the browser does not play."""
+    return _make("film.mkv", ["-i", film(), "-c:v", "copy", "-c:a", "ac3"])
+
+
 def old_film():
     """A minute of MPEG-4 and MP3, which no browser plays."""
     return _make("old.avi", ["-i", film(), "-t", "60", "-vf", "scale=1280:720", "-c:v", "mpeg4", "-q:v", "4",

@@ -82,6 +82,12 @@ bool KeepFile(const std::string& path, std::string_view content, mode_t mode, in
   return true;
 }
 
+int64_t BytesNewerThan(const std::string& folder, time_t time) {
+  std::vector<KeptFile> files = FilesIn(folder);
+  std::erase_if(files, [time](const KeptFile& file) { return file.age.tv_sec < time; });
+  return SizeOf(files);
+}
+
 void TrimFolder(const std::string& folder, int64_t maxBytes) {
   std::vector<KeptFile> files = FilesIn(folder);
   std::sort(files.begin(), files.end(), IsOlder);

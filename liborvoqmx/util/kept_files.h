@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,9 @@ namespace orvo {
 // cannot be written.
 ORVO_API bool KeepFile(const std::string& path, std::string_view content, mode_t mode,
                        int64_t maxBytes);
+
+// How much room the files of a folder take up that were changed at this time or later.
+ORVO_API int64_t BytesNewerThan(const std::string& folder, time_t time);
 
 // Removes the oldest files of a folder until the rest takes up at most `maxBytes`. Folders, links
 // and files whose names begin with a dot (locks) stay.

@@ -21,6 +21,9 @@ export function element(name, attributes = {}, ...children) {
   return node;
 }
 
+// A text field, or another kind of input, with its label around it. It must be filled in, unless the attributes say otherwise.
+export const field = (label, attributes) => element('label', {}, `${label} `, element('input', { required: true, ...attributes }));
+
 const SVG = 'http://www.w3.org/2000/svg';
 
 // Outlines in a box of 24 x 24.

@@ -13,11 +13,13 @@ export async function watched() {
   return answer?.items ?? [];
 }
 
+// The second at which a film goes on; 0 for one that is new or finished. `entry`: of the history, if there is one.
+export const placeOf = (entry) => (entry && !entry.finished ? entry.position : 0);
+
 // The second at which to resume; 0 for a film that is new or finished.
 export async function resumePoint(encodedPath) {
   await saving;
-  const entry = await get('History', 'get', {}, encodedPath, { quiet: true }).catch(() => null);
-  return entry && !entry.finished ? entry.position : 0;
+  return placeOf(await get('History', 'get', {}, encodedPath, { quiet: true }).catch(() => null));
 }
 
 // The watched and begun films by their encoded paths.

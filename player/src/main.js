@@ -2,17 +2,20 @@
 import { element, find } from './dom.js';
 import { nameOf } from './format.js';
 import { language, t } from './language.js';
+import { warmth } from './playback/warmth.js';
 import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
 import { conversionsView } from './view/conversions.js';
 import { filmView } from './view/film.js';
+import { firstStartView } from './view/first_start.js';
 import { folderView, homeView, searchView } from './view/library.js';
 import { attempt, parseAddress, say, sayError } from './view/page.js';
+import { settingsView } from './view/settings.js';
 import { showSkeletonSoon } from './view/skeleton.js';
 import { statusView } from './view/status.js';
 
 const TYPING_MILLISECONDS = 300;
 
-const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView, conversions: conversionsView };
+const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView, conversions: conversionsView, settings: settingsView };
 
 document.documentElement.lang = language;
 let player = null; // loaded with the first film
@@ -51,7 +54,7 @@ async function go() {
   say('');
   const cancelSkeleton = ['play', 'search'].includes(address.view) ? () => {} : showSkeletonSoon(find('view'));
   try {
-    const shown = await (VIEWS[address.view] ?? homeView)(address, signal);
+    const shown = session.firstStart === 'none' ? await (VIEWS[address.view] ?? homeView)(address, signal) : firstStartView(go);
     if (shown && !signal.aborted) {
       show(shown);
     }
@@ -66,9 +69,13 @@ async function go() {
 }
 
 function showPlaces() {
+  if (session.firstStart !== 'none') {
+    find('places').replaceChildren();
+    return;
+  }
   const links = [element('a', { href: '#/' }, t('Library')), element('a', { href: '#/conversions' }, t('Conversions'))];
   if (session.owner) {
-    links.push(element('a', { href: '#/status' }, t('Server')));
+    links.push(element('a', { href: '#/status' }, t('Server')), element('a', { href: '#/settings' }, t('Settings')));
   }
   if (session.loginRequired) {
     const [text, action] = session.account ? [t('Log out {name}', { name: session.account }), leave] : [t('Log in'), enter];
@@ -125,6 +132,7 @@ find('skip').addEventListener('click', (event) => {
 navigator.serviceWorker?.register('offline.js').catch(() => {});
 whenSessionChanges(showPlaces);
 window.addEventListener('hashchange', go);
+window.addEventListener('pagehide', () => warmth.dropLastly());
 showPlaces();
 listenToSearch();
 

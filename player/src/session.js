@@ -1,16 +1,17 @@
 // The logged-in account. The session itself is in a cookie that scripts cannot read.
 import { ApiError, asText, get, post, whenUnauthorized } from './api.js';
-import { element } from './dom.js';
+import { element, field } from './dom.js';
 import { t } from './language.js';
 import { errorText } from './words.js';
 
-export const session = { loginRequired: false, account: '', owner: true };
+// `firstStart`: what a service that nobody has set up asks for, "open" or "word"; otherwise "none".
+export const session = { loginRequired: false, account: '', owner: true, firstStart: 'none' };
 
 const changes = new EventTarget();
 export const whenSessionChanges = (handler) => changes.addEventListener('change', handler);
 
-function become({ login_required: loginRequired = true, account = '', owner = false }) {
-  Object.assign(session, { loginRequired, account: account ?? '', owner });
+function become({ login_required: loginRequired = true, account = '', owner = false, first_start: firstStart = 'none' }) {
+  Object.assign(session, { loginRequired, account: account ?? '', owner, firstStart });
   changes.dispatchEvent(new Event('change'));
 }
 
@@ -23,12 +24,10 @@ export async function learnWho() {
       become({});
     }
   }
-  if (session.loginRequired && !session.account) {
+  if (session.loginRequired && !session.account && session.firstStart === 'none') {
     await logIn();
   }
 }
-
-const field = (label, attributes) => element('label', {}, `${label} `, element('input', { required: true, ...attributes }));
 
 function loginForm(dialog, done) {
   const complaint = element('p', { class: 'complaint', role: 'alert' });

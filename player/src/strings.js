@@ -20,8 +20,10 @@ export const GERMAN = {
   'Season {season}': 'Staffel {season}',
   'Films and folders': 'Filme und Ordner',
   'Loading more …': 'Weitere werden geladen …',
-  'There are no films in the library yet. Copy films into a folder of the library, or start the service with another one: mirevo serve FOLDER.':
-    'In der Mediathek sind noch keine Filme. Kopieren Sie Filme in einen ihrer Ordner, oder starten Sie den Dienst mit einem anderen: mirevo serve ORDNER.',
+  'There are no films in the library yet. Copy films into one of its folders, or name another folder:':
+    'In der Mediathek sind noch keine Filme. Kopieren Sie Filme in einen ihrer Ordner, oder nennen Sie einen anderen Ordner:',
+  'There are no films in the library yet. The owner of the server can add some.':
+    'In der Mediathek sind noch keine Filme. Der Besitzer des Servers kann welche hinzufügen.',
   'There are no films here. Copy films into this folder; they appear when you open it again.':
     'Hier sind keine Filme. Kopieren Sie Filme in diesen Ordner; sie erscheinen, wenn Sie ihn wieder öffnen.',
   'No film here matches. Choose “All films” to see the others.': 'Kein Film hier passt. Wählen Sie „Alle Filme“, um die anderen zu sehen.',
@@ -138,6 +140,105 @@ export const GERMAN = {
   '{count} streams without a viewer': '{count} Streams ohne Zuschauer',
   'Their viewers left without closing them. The server ends them by itself after some time without a request.':
     'Ihre Zuschauer gingen, ohne sie zu schließen. Der Server beendet sie von selbst nach einiger Zeit ohne Anfrage.',
+
+  // The settings and the first start
+  Shown: 'Wird gezeigt',
+  'Cannot be read': 'Nicht lesbar',
+  'Named where the service is started': 'Beim Start des Dienstes genannt',
+  'Add a folder': 'Ordner hinzufügen',
+  'Add the folder': 'Den Ordner hinzufügen',
+  'Folder on the server': 'Ordner auf dem Server',
+  Folders: 'Ordner',
+  'The films in these folders and in the folders below them are shown. Removing a folder here deletes no film.':
+    'Die Filme in diesen Ordnern und in den Ordnern darunter werden gezeigt. Wer einen Ordner hier entfernt, löscht keinen Film.',
+  'No folder is shown yet.': 'Noch wird kein Ordner gezeigt.',
+  'Sees only these folders (none chosen: all)': 'Sieht nur diese Ordner (ohne Auswahl: alle)',
+  'New password of {name}': 'Neues Passwort von {name}',
+  'New password': 'Neues Passwort',
+  'All devices where this account is logged in have to log in again.': 'Alle Geräte, auf denen dieses Konto angemeldet ist, müssen sich neu anmelden.',
+  'Change the password': 'Passwort ändern',
+  'What {name} sees': 'Was {name} sieht',
+  Save: 'Speichern',
+  'Saved.': 'Gespeichert.',
+  Owner: 'Besitzer',
+  Viewer: 'Zuschauer',
+  'All folders': 'Alle Ordner',
+  'Add an account': 'Konto hinzufügen',
+  'Add the account': 'Das Konto hinzufügen',
+  'Is an owner too': 'Ist auch Besitzer',
+  Accounts: 'Konten',
+  Role: 'Rolle',
+  Sees: 'Sieht',
+  'Everybody logs in. Viewers see films and nothing of the server; owners can change everything here.':
+    'Alle melden sich an. Zuschauer sehen Filme und nichts vom Server; Besitzer können hier alles ändern.',
+  'There are no accounts: everybody who uses this computer is an owner. Other devices can use the server when there is an account. The first one is an owner.':
+    'Es gibt keine Konten: Wer diesen Computer benutzt, ist Besitzer. Andere Geräte können den Server benutzen, wenn es ein Konto gibt. Das erste ist ein Besitzer.',
+  'up to {lines} lines': 'bis zu {lines} Zeilen',
+  Hardware: 'Hardware',
+  'Use the video engines of this machine': 'Die Videoeinheiten dieses Rechners benutzen',
+  'Video engines convert films faster than the processor and need less power. The change holds for the next film that is opened. Engines are tested when the service starts: restart it after a change of the machine.':
+    'Videoeinheiten wandeln Filme schneller um als der Prozessor und brauchen weniger Strom. Die Änderung gilt für den nächsten Film, der geöffnet wird. Geprüft werden sie beim Start des Dienstes: Starten Sie ihn neu, wenn Sie den Rechner geändert haben.',
+  'This machine has no video engine that can be used.': 'Dieser Rechner hat keine brauchbare Videoeinheit.',
+  'The processor converts {count} film at a time': 'Der Prozessor wandelt {count} Film gleichzeitig um',
+  'The processor converts {count} films at a time': 'Der Prozessor wandelt {count} Filme gleichzeitig um',
+  'the video engines {count}': 'die Videoeinheiten {count}',
+  '. This follows from the kind of the machine. Films that play as they are have no limit.':
+    '. Das folgt aus der Art des Rechners. Für Filme, die unverändert laufen, gibt es keine Grenze.',
+  'Open streams of one viewer': 'Offene Streams eines Zuschauers',
+  'A viewer who opens more films than this closes the oldest one that is not in use.':
+    'Wer mehr Filme öffnet, schließt damit den ältesten, der nicht mehr läuft.',
+  Cache: 'Zwischenspeicher',
+  'Posters, previews and facts of films are kept, so that they need not be made again. They take {size} now.':
+    'Plakate, Vorschaubilder und Angaben zu Filmen werden aufgehoben, damit sie nicht neu gemacht werden müssen. Sie brauchen jetzt {size}.',
+  'Largest size (MiB)': 'Höchste Größe (MiB)',
+  'Above this size the oldest ones are removed.': 'Darüber werden die ältesten entfernt.',
+  Empty: 'Leeren',
+  'the cache': 'Zwischenspeicher',
+  'At the start of the service': 'Beim Start des Dienstes',
+  'Addresses, port, host names, HTTPS and proxies are options of the service. They are in /etc/mirevo/mirevo.conf, or on the command line of mirevo serve. A change of them needs a restart.':
+    'Adressen, Port, Rechnernamen, HTTPS und Proxys sind Optionen des Dienstes. Sie stehen in /etc/mirevo/mirevo.conf oder auf der Befehlszeile von mirevo serve. Eine Änderung daran braucht einen Neustart.',
+  'First start': 'Erster Start',
+  Welcome: 'Willkommen',
+  Begin: 'Anfangen',
+  Word: 'Wort',
+  'To show that this is your server, copy the word that the service shows where it starts, or in the file that it names there.':
+    'Um zu zeigen, dass dies Ihr Server ist, geben Sie das Wort ein, das der Dienst bei seinem Start zeigt, oder das in der Datei steht, die er dort nennt.',
+  'Which folder of the server has your films? More folders can be added in the settings.':
+    'In welchem Ordner des Servers sind Ihre Filme? Weitere Ordner können Sie in den Einstellungen hinzufügen.',
+  'The account is an owner: it can change the settings and create more accounts.':
+    'Das Konto ist ein Besitzer: Es kann die Einstellungen ändern und weitere Konten anlegen.',
+  'With an account, everybody has to log in. Without one, everybody who uses this computer can change the settings, and no other device can use the server.':
+    'Mit einem Konto müssen sich alle anmelden. Ohne Konto kann jeder an diesem Computer die Einstellungen ändern, und kein anderes Gerät kann den Server benutzen.',
+
+  // What the server refuses in the settings
+  'The folder must be an absolute path, such as /srv/films, without control characters.':
+    'Der Ordner muss ein vollständiger Pfad wie /srv/films sein, ohne Steuerzeichen.',
+  'The server has no folder with this path.': 'Auf dem Server gibt es keinen Ordner mit diesem Pfad.',
+  'The service is not allowed to read this folder.': 'Der Dienst darf diesen Ordner nicht lesen.',
+  'The whole disk cannot be a media folder. Name the folder with the films.': 'Der ganze Datenträger geht nicht. Nennen Sie den Ordner mit den Filmen.',
+  'This folder belongs to the operating system. Name the folder with the films.': 'Dieser Ordner gehört dem Betriebssystem. Nennen Sie den Ordner mit den Filmen.',
+  'This folder holds files of the service itself. Name the folder with the films.': 'In diesem Ordner liegen Dateien des Dienstes. Nennen Sie den Ordner mit den Filmen.',
+  'This folder lies in a media folder, so its films are already shown.': 'Dieser Ordner liegt in einem der Ordner; seine Filme werden schon gezeigt.',
+  'There are too many media folders. Name a folder that contains several of them.': 'Das sind zu viele Ordner. Nennen Sie einen, der mehrere davon enthält.',
+  'This folder is named where the service is started. Remove it there.': 'Dieser Ordner wird beim Start des Dienstes genannt. Entfernen Sie ihn dort.',
+  'The list of media folders is damaged. Restore it, or remove it and add them again.':
+    'Die Liste der Ordner ist beschädigt. Stellen Sie sie wieder her, oder löschen Sie sie, und fügen Sie die Ordner neu hinzu.',
+  'The list of media folders could not be written.': 'Die Liste der Ordner konnte nicht geschrieben werden.',
+  'A name must have 1 to 64 letters, digits, dots, hyphens, underscores and @ signs, and begin with a letter or a digit.':
+    'Ein Name hat 1 bis 64 Buchstaben ohne Umlaute, Ziffern, Punkte, Striche, Unterstriche und @ und beginnt mit einem Buchstaben oder einer Ziffer.',
+  'A password must have 8 to 1024 bytes.': 'Ein Passwort hat 8 bis 1024 Bytes.',
+  'A media folder must be the absolute path of an existing file or folder.': 'Ein Ordner muss der vollständige Pfad eines Ordners sein, den es gibt.',
+  'An account with this name exists already.': 'Ein Konto mit diesem Namen gibt es schon.',
+  'This server has accounts already. Log in with one of them.': 'Dieser Server hat schon Konten. Melden Sie sich mit einem davon an.',
+  'The last owner cannot be removed. Create another owner first.': 'Der letzte Besitzer kann nicht entfernt werden. Legen Sie zuerst einen anderen an.',
+  'No account has this name.': 'Kein Konto hat diesen Namen.',
+  'The accounts file is damaged, or the shared storage with it is missing. Restore it, or remove it to start without accounts.':
+    'Die Datei der Konten ist beschädigt, oder der gemeinsame Speicher mit ihr fehlt. Stellen Sie sie wieder her, oder löschen Sie sie, um ohne Konten zu beginnen.',
+  'The accounts file could not be written.': 'Die Datei der Konten konnte nicht geschrieben werden.',
+  'There is no such limit, or the value is out of its range.': 'Diese Grenze gibt es nicht, oder der Wert liegt außerhalb ihres Bereichs.',
+  'Create an account on the server first. Without one, the settings can be changed only there.':
+    'Legen Sie zuerst auf dem Server ein Konto an. Ohne Konto können die Einstellungen nur dort geändert werden.',
+  'The word is wrong. The service shows it where it starts.': 'Das Wort ist falsch. Der Dienst zeigt es bei seinem Start.',
 
   // The player, the login, errors
   Position: 'Stelle',

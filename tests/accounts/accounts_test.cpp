@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "accounts/first_word.h"
 #include "support/sysroot.h"
 
 namespace {
@@ -47,6 +48,46 @@ TEST_F(Accounts, TheFirstIsAnOwnerAndLaterOnesOnlyOnRequest) {
   EXPECT_TRUE(accounts::Find("anna")->owner);
   EXPECT_FALSE(accounts::Find("bob")->owner);
   EXPECT_TRUE(accounts::Find("carl")->owner);
+}
+
+TEST_F(Accounts, OnlyOneOfSeveralIsCreatedAsTheFirst) {
+  ASSERT_EQ(accounts::CreateFirst("anna", kPassword), Outcome::kDone);
+  EXPECT_EQ(accounts::CreateFirst("bob", kPassword), Outcome::kNotFirst);
+  EXPECT_TRUE(accounts::Find("anna")->owner);
+  EXPECT_FALSE(accounts::Find("bob"));
+}
+
+TEST_F(Accounts, TheLastOwnerStaysIfItMust) {
+  accounts::Create("anna", kPassword, true, {});
+  accounts::Create("bob", kPassword, false, {});
+  EXPECT_EQ(accounts::RemoveUnlessLastOwner("anna"), Outcome::kLastOwner);
+  EXPECT_TRUE(accounts::Find("anna"));
+  EXPECT_EQ(accounts::RemoveUnlessLastOwner("carl"), Outcome::kUnknown);
+  EXPECT_EQ(accounts::RemoveUnlessLastOwner("bob"), Outcome::kDone);
+  accounts::Create("dora", kPassword, true, {});
+  EXPECT_EQ(accounts::RemoveUnlessLastOwner("anna"), Outcome::kDone);
+}
+
+TEST_F(Accounts, AFolderWhoseNameIsNoTextIsNotGranted) {
+  accounts::Create("anna", kPassword, true, {});
+  EXPECT_EQ(accounts::GrantRoots("anna", {Folder("/films \xff")}), Outcome::kBadRoot);
+}
+
+TEST_F(Accounts, AFirstWordIsKnownUntilItIsRemoved) {
+  MakeDirectory("/var/packages/Mirevo/etc");
+  EXPECT_FALSE(accounts::HasFirstWord());
+  EXPECT_FALSE(accounts::IsFirstWord(""));
+  const std::string word = accounts::MakeFirstWord();
+  ASSERT_EQ(word.size(), 16U);
+  EXPECT_EQ(ModeOf(accounts::kFirstWordFile), 0600U);
+  EXPECT_TRUE(accounts::IsFirstWord(word));
+  EXPECT_FALSE(accounts::IsFirstWord(word.substr(1)));
+  EXPECT_FALSE(accounts::IsFirstWord(word + "x"));
+  EXPECT_NE(accounts::MakeFirstWord(), word);
+  EXPECT_FALSE(accounts::IsFirstWord(word));
+  accounts::RemoveFirstWord();
+  EXPECT_FALSE(accounts::HasFirstWord());
+  EXPECT_FALSE(accounts::IsFirstWord(""));
 }
 
 TEST_F(Accounts, OnlyTheRightPasswordVerifiesAnAccount) {

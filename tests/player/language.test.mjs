@@ -5,6 +5,7 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { counted, languageFor, t } from '../../player/src/language.js';
+import { REFUSALS } from '../../player/src/refusals.js';
 import { GERMAN } from '../../player/src/strings.js';
 
 const folder = path.join(import.meta.dirname, '../../player/src');
@@ -26,6 +27,16 @@ test('each error and each key has a German text', () => {
   const keys = [...source.matchAll(/^ {2}\[\[.*?\], '[^']+', '([^']+)', \(/gm)].map(([, text]) => text);
   assert.ok(errors.length > 40 && keys.length > 20);
   assert.deepEqual([...errors, ...keys].filter((text) => !(text in GERMAN)), []);
+});
+
+test('each refusal of a setting that the server describes has a German text', () => {
+  for (const name of ['settings/media_folders.cpp', 'accounts/accounts.cpp']) {
+    const server = fs.readFileSync(path.join(folder, '../..', name), 'utf8').match(/Describe\(\w+ outcome\) \{.*?\n\}/s)[0];
+    const sentences = [...server.matchAll(/return ((?:\s*"[^"]*")+);/g)].map(([, text]) => text.replace(/"\s*"|^\s*"|"$/g, ''));
+    assert.ok(sentences.length > 8, name);
+    const known = sentences.filter((text) => text !== 'Done.');
+    assert.deepEqual(known.filter((text) => !REFUSALS.includes(text) || !(text in GERMAN)), []);
+  }
 });
 
 test('each German text belongs to a text of the page and has its values', () => {

@@ -100,7 +100,7 @@ after(async () => {
 test('without a login the page and who answer, and other calls are refused', async () => {
   assert.equal(await alone(`${service.address}/`), 200);
   const { data } = await service.call('Auth', 'who');
-  assert.deepEqual(data, { login_required: true, account: '', owner: false });
+  assert.deepEqual(data, { login_required: true, account: '', owner: false, first_start: 'none' });
   const film = path.join(folder, 'shared/film.mkv');
   for (const [api, method, parameters] of [
     ['Library', 'list', {}],
@@ -480,7 +480,7 @@ test('the service listens beyond this machine only with accounts', async () => {
 
 test('a service without accounts needs no login and still refuses foreign pages', async () => {
   const own = await Service.start([folder]);
-  assert.deepEqual((await own.call('Auth', 'who')).data, { login_required: false, account: '', owner: true });
+  assert.deepEqual((await own.call('Auth', 'who')).data, { login_required: false, account: '', owner: true, first_start: 'none' });
   await refuses(post(own, 'Auth', 'login', { account: 'anna', passwd: password('anna') }), 400);
   const stream = await own.open(path.join(folder, 'shared/film.mkv'), { format: 'hls' });
   assert.equal(new URL(stream.url).searchParams.has('_sid'), false);

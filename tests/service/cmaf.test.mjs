@@ -1,8 +1,10 @@
 // Films as CMAF presentations on the page, in a real browser.
 import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
 import { after, afterEach, before, beforeEach, test } from 'node:test';
 
-import { launch, Viewer } from './page.mjs';
+import { filmPath, launch, Viewer } from './page.mjs';
 import { eventually, media, Service } from './support.mjs';
 
 let service;
@@ -142,6 +144,53 @@ test('night sound is heard within the stream, for the next film, and no more whe
   await viewer.page.waitForFunction(() => document.getElementById('why').textContent.endsWith('plays as it is'));
   await viewer.playing();
   assert.deepEqual(viewer.complaints, []);
+});
+
+// Shows the page of a film, and waits until the server has opened it for a viewer who may come.
+async function showFilm(name) {
+  const warmed = viewer.page.waitForResponse((response) => response.request().postData()?.includes('warm=true'));
+  await viewer.go(`#/film${filmPath(name)}`);
+  return (await (await warmed).json()).data;
+}
+const folderOf = ({ stream_id: id }) => path.join(service.root, 'tmp/Mirevo/CMAF', id);
+const has = (file) => eventually(() => (fs.existsSync(file) ? true : undefined));
+
+test('a film is prepared while its page is shown, and plays in that stream', async () => {
+  const stream = await showFilm('h264_ac3.mkv');
+  await has(path.join(folderOf(stream), 'copy-video/00000.m4s'));
+  assert.ok(fs.existsSync(path.join(folderOf(stream), 'warmed')));
+  await viewer.page.getByRole('link', { name: 'Play', exact: true }).click();
+  await viewer.playing();
+  assert.deepEqual(opened, ['cmaf']);
+  assert.ok(!fs.existsSync(path.join(folderOf(stream), 'warmed')));
+});
+
+test('a film that nobody plays is given up with its page', async () => {
+  await showFilm('h264_ac3.mkv');
+  await viewer.go('#/conversions');
+  await service.isQuiet();
+});
+
+test('a viewer gets the place of a film that is only prepared', async () => {
+  const open = (parameters) =>
+    service.call('Streaming', 'open', { format: 'cmaf', path: path.join(media, 'long.mkv'), max_height: 240, ...parameters });
+  const close = ({ stream_id: id }) => service.call('Streaming', 'close', { format: 'cmaf', stream_id: id });
+  const { data: prepared } = await open({ start: 0, warm: 'true' });
+  await eventually(() => (service.registry().length === 1 ? true : undefined)); // the only place
+  const { data: wanted } = await open();
+  const [picture] = wanted.presentation.renditions;
+  assert.equal((await fetch(`${service.address}${picture.segments}0`)).status, 200);
+  await Promise.all([prepared, wanted].map(close));
+});
+
+test('a segment that was removed is made again', async () => {
+  const { data } = await service.call('Streaming', 'open', { format: 'cmaf', path: path.join(media, 'h264_aac.mp4') });
+  const [picture] = data.presentation.renditions;
+  const bytes = async () => Buffer.from(await (await fetch(`${service.address}${picture.segments}2`)).arrayBuffer());
+  const first = await bytes();
+  fs.unlinkSync(path.join(folderOf(data), picture.name, '00002.m4s'));
+  assert.ok(first.equals(await bytes()));
+  await service.call('Streaming', 'close', { format: 'cmaf', stream_id: data.stream_id });
 });
 
 test('a film without sound plays', async () => {

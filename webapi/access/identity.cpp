@@ -1,6 +1,7 @@
 #include "webapi/access/identity.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -17,6 +18,17 @@ namespace {
 bool IsLoginRequired() {
   const char* const setting = secure_getenv("MIREVO_LOGIN");
   return (setting != nullptr && std::string_view(setting) == "required") || accounts::AreNeeded();
+}
+
+// A proxy on this machine speaks for others, and adds one of these.
+constexpr std::array kProxyHeaders = {"X_FORWARDED_FOR", "FORWARDED", "VIA", "X_REAL_IP"};
+
+bool IsFromHere(const Request& request) {
+  const std::string client = request.ClientAddress();
+  const bool isLoopback =
+      client.starts_with("127.") || client == "::1" || client.starts_with("::ffff:127.");
+  return isLoopback && std::all_of(kProxyHeaders.begin(), kProxyHeaders.end(),
+                                   [&](const char* name) { return request.Header(name).empty(); });
 }
 
 Caller ToCaller(const accounts::Account& account) {
@@ -60,6 +72,7 @@ Caller FindCaller(const Request& request, Right right) {
   Caller caller;
   caller.isLoginRequired = IsLoginRequired();
   caller.isOwner = !caller.isLoginRequired;
+  caller.isHere = IsFromHere(request);
   if (!caller.isLoginRequired) {
     return caller;
   }
@@ -75,6 +88,12 @@ Caller FindCaller(const Request& request, Right right) {
 }
 
 bool HasRight(const Caller& caller, Right right, Answer& refusal) {
+  if (right == Right::kManager && !caller.isLoginRequired && !caller.isHere) {
+    refusal = Answer::Failure(kForbidden,
+                              "Create an account on the server first. Without one, the settings "
+                              "can be changed only there.");
+    return false;
+  }
   if (!caller.isLoginRequired || right == Right::kAnyone ||
       (right == Right::kLink && !caller.account.empty())) {
     return true;

@@ -15,6 +15,8 @@ enum class Right {
   kLink,     // an account, or the link of the call's stream
   kAccount,  // an account
   kOwner,
+  kManager,  // an owner; as long as there are no accounts, somebody on this machine: a proxy in
+             // front of it may have let in anybody
 };
 
 // Finds the caller by the parameter "_sid": a session or, if `right` allows it, a link. Without the

@@ -6,6 +6,7 @@
 #include "accounts/attempts.h"
 #include "accounts/known_clients.h"
 #include "accounts/sessions.h"
+#include "webapi/access/first_start.h"
 #include "webapi/access/identity.h"
 #include "webapi/access/session.h"
 #include "webapi/http/work.h"
@@ -20,6 +21,19 @@ std::string CookieOf(const Request& request, const std::string& value, int64_t s
   return "_sid=" + value + "; Path=/; Max-Age=" + std::to_string(seconds) +
          "; HttpOnly; SameSite=Strict" + (request.Scheme() == "https" ? "; Secure" : "");
 }
+
+// The bucket of tries for this account. Strangers share one. A client from which the account has
+// logged in before, or whose session is the account's, has one of its own.
+std::string AccountBucket(const Request& request, const std::string& name,
+                          const std::string& client) {
+  if (request.MadeBy().account == name && !name.empty()) {
+    return "session of " + name;
+  }
+  return accounts::IsKnownClient(name, client) ? "account " + name + " at " + client
+                                               : "account " + name;
+}
+
+}  // namespace
 
 Answer AskForPatience(int64_t seconds) {
   Answer answer = Answer::Failure(
@@ -42,19 +56,6 @@ Answer Welcome(const Request& request, const accounts::Account& account, int64_t
   answer.AddHeader("Set-Cookie", CookieOf(request, id, accounts::kSessionSeconds));
   return answer;
 }
-
-// The bucket of tries for this account. Strangers share one. A client from which the account has
-// logged in before, or whose session is the account's, has one of its own.
-std::string AccountBucket(const Request& request, const std::string& name,
-                          const std::string& client) {
-  if (request.MadeBy().account == name && !name.empty()) {
-    return "session of " + name;
-  }
-  return accounts::IsKnownClient(name, client) ? "account " + name + " at " + client
-                                               : "account " + name;
-}
-
-}  // namespace
 
 Answer LogIn(const Request& request) {
   if (!accounts::AreNeeded()) {
@@ -101,6 +102,7 @@ Answer DescribeCaller(const Request& request) {
   data["login_required"] = caller.isLoginRequired;
   data["account"] = caller.account;
   data["owner"] = caller.isOwner;
+  data["first_start"] = FirstStartOf(request);
   return Answer::Success(data);
 }
 

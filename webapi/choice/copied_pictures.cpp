@@ -4,11 +4,14 @@
 
 #include "cmaf/renditions.h"
 #include "platform/io.h"
+#include "util/film_cache.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_traits.h"
 
 namespace webapi {
 namespace {
+
+using orvo::CachePath;
 
 std::string KnowledgePath(const orvo::MediaFile& file) {
   return CachePath(file, "cmaf pictures 1", ".txt");

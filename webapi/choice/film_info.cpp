@@ -9,6 +9,7 @@
 #include "webapi/http/work.h"
 #include "webapi/library/fonts.h"
 #include "webapi/library/media_library.h"
+#include "webapi/library/previews.h"
 #include "webapi/library/subtitle_form.h"
 
 namespace webapi {
@@ -98,6 +99,7 @@ Answer DescribeFilm(const Request& request) {
   data["metadata"] = film.GetDocument();
   data["subtitles"] = FindSubtitles(file->Path(), film);
   data["fonts"] = FindFonts(*file, data["subtitles"]);
+  data["previews"] = DescribePreviews(*file);
   const std::string device = request.Text("device");
   data["profiles"] = Offers(ExplainProfiles(film, device), film);
   data["direct"] = ExplainDirect(film, ClientOf(request));

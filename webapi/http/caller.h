@@ -13,6 +13,7 @@ struct Caller {
   std::string account;           // "" for an unknown caller, and if there are no accounts
   std::string era;               // the account's era
   bool isOwner = false;
+  bool isHere = false;             // on this machine, and not behind a proxy
   std::vector<std::string> roots;  // the account's media roots; empty for all
   std::string linkedStream;        // the stream that the link opens; "" for a session
   Json::Value linkedTicket;        // the ticket that the link was checked against

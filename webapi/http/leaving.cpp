@@ -18,6 +18,11 @@ void OutliveClient() {
   HandleLeaving(SIG_BLOCK);
 }
 
+bool HasClientLeft() {
+  sigset_t pending;
+  return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
+}
+
 void EndWithClient() {
   HandleLeaving(SIG_UNBLOCK);
 }

@@ -9,6 +9,9 @@ namespace webapi {
 // From now on the request goes on without its client.
 void OutliveClient();
 
+// Has the client of a request that goes on without it left?
+bool HasClientLeft();
+
 // From now on the request ends with its client, also if that has left before.
 void EndWithClient();
 

@@ -154,20 +154,36 @@ void SendFileHeaders(const std::string& contentType, const std::string& more) {
   orvo::WriteAll(STDOUT_FILENO, Headers("200 OK", contentType, kNoStore) + more + kEnd);
 }
 
-OpenAnswer::OpenAnswer(const std::string& contentType, const std::string& more)
+OpenAnswer::OpenAnswer(const std::string& headers)
     : isChunked_(secure_getenv("MIREVO_CHUNKED") != nullptr) {
   RemoveDeadline();
-  SendFileHeaders(contentType, more + (isChunked_ ? Header("Transfer-Encoding", "chunked") : ""));
+  const std::string coding = isChunked_ ? Header("Transfer-Encoding", "chunked") : "";
+  orvo::WriteAll(STDOUT_FILENO, headers + coding + kEnd);
 }
+
+OpenAnswer::OpenAnswer(const std::string& contentType, const std::string& more)
+    : OpenAnswer(Headers("200 OK", contentType, kNoStore) + more) {}
 
 bool OpenAnswer::Send(int file, off_t& from, off_t end) const {
   if (!isChunked_ || from >= end) {
     return Copy(file, from, end);
   }
-  std::array<char, 24> length;
-  snprintf(length.data(), length.size(), "%jx\r\n", static_cast<intmax_t>(end - from));
-  return orvo::WriteAll(STDOUT_FILENO, length.data()) && Copy(file, from, end) &&
+  return BeginChunk(static_cast<size_t>(end - from)) && Copy(file, from, end) &&
          orvo::WriteAll(STDOUT_FILENO, kEnd);
+}
+
+bool OpenAnswer::Send(std::string_view bytes) const {
+  if (!isChunked_ || bytes.empty()) {
+    return orvo::WriteAll(STDOUT_FILENO, bytes);
+  }
+  return BeginChunk(bytes.size()) && orvo::WriteAll(STDOUT_FILENO, bytes) &&
+         orvo::WriteAll(STDOUT_FILENO, kEnd);
+}
+
+bool OpenAnswer::BeginChunk(size_t size) const {
+  std::array<char, 24> length;
+  snprintf(length.data(), length.size(), "%zx\r\n", size);
+  return orvo::WriteAll(STDOUT_FILENO, length.data());
 }
 
 void OpenAnswer::Finish() const {

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 #include "platform/media_file.h"
 #include "webapi/http/answer.h"
@@ -49,16 +50,22 @@ void SendFileHeaders(const std::string& contentType, const std::string& more = "
 // the client takes all that has come for the whole.
 class OpenAnswer {
  public:
-  // Sends the headers.
+  // Sends the headers of a successful answer.
   OpenAnswer(const std::string& contentType, const std::string& more);
+  // Sends these headers, each with its line end.
+  explicit OpenAnswer(const std::string& headers);
 
   // Sends the bytes of a file from `from` on, and moves `from`. Returns false if the client has
   // gone.
   bool Send(int file, off_t& from, off_t end) const;
+  // Sends these bytes. Returns false if the client has gone.
+  bool Send(std::string_view bytes) const;
   // The answer is whole.
   void Finish() const;
 
  private:
+  bool BeginChunk(size_t size) const;
+
   bool isChunked_;
 };
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "metadata/video_metadata.h"
+#include "util/film_cache.h"
 #include "util/json_utils.h"
 #include "webapi/http/work.h"
 #include "webapi/library/film_cache.h"
@@ -14,6 +15,8 @@
 
 namespace webapi {
 namespace {
+
+using orvo::CachePath;
 
 using LibOrvoQMX::VideoMetaData;
 

@@ -12,6 +12,7 @@
 
 #include "catalog/catalog.h"
 #include "platform/plat.h"
+#include "settings/media_folders.h"
 #include "util/json_utils.h"
 #include "util/system_files.h"
 #include "webapi/http/request.h"
@@ -180,8 +181,7 @@ std::optional<struct stat> StatusInRoots(const std::vector<std::string>& roots,
 std::vector<std::string> MediaRoots() {
   std::vector<std::string> roots;
   Json::Value configured;
-  LibMirevo::ReadJsonFromFileWithoutLock(orvo::SystemPath("/var/packages/Mirevo/etc/media_roots"),
-                                         configured);
+  LibMirevo::ReadJsonFromFileWithoutLock(orvo::SystemPath(settings::kMediaRootsFile), configured);
   if (!configured.isArray()) {
     return roots;
   }

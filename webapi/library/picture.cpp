@@ -17,6 +17,7 @@
 #include "metadata/video_metadata.h"
 #include "platform/confinement.h"
 #include "platform/plat.h"
+#include "util/film_cache.h"
 #include "util/film_memory.h"
 #include "util/media_formats.h"
 #include "webapi/http/send_file.h"
@@ -29,6 +30,7 @@
 namespace webapi {
 namespace {
 
+using orvo::CachePath;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kDecoder[] = "/usr/bin/ffmpeg";

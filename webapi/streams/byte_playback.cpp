@@ -4,9 +4,9 @@
 
 #include <array>
 
-#include "platform/io.h"
 #include "util/random_string.h"
-#include "webapi/http/deadline.h"
+#include "webapi/http/send_file.h"
+#include "webapi/streams/film_report.h"
 #include "webapi/streams/guardian.h"
 #include "webapi/streams/revival.h"
 #include "webapi/streams/start_times.h"
@@ -65,10 +65,15 @@ int StartTranscoder(const BytePlayback& playback, Buffer& buffer, StartTimes& ti
   return count;
 }
 
-// Copies the stream to the client until one of them ends.
-void Pump(DirectStream& stream, int count, Buffer& buffer) {
-  while (count > 0 && orvo::WriteAll(STDOUT_FILENO, {buffer.data(), static_cast<size_t>(count)})) {
+// Copies the stream to the client until one of them ends. An answer without its end tells the
+// client that the film was not over.
+void Pump(DirectStream& stream, int count, Buffer& buffer, const OpenAnswer& answer,
+          const FilmReport& report) {
+  while (count > 0 && answer.Send({buffer.data(), static_cast<size_t>(count)})) {
     count = stream.Read(buffer.data(), buffer.size());
+  }
+  if (count < 1 && report.IsWhole()) {
+    answer.Finish();
   }
 }
 
@@ -77,6 +82,7 @@ void Pump(DirectStream& stream, int count, Buffer& buffer) {
 Answer PlayBytes(const BytePlayback& playback) {
   Buffer buffer{};
   StartTimes times;
+  std::optional<FilmReport> report;
   int count = -1;
   // Of two requests at the same time, the older may enter the register first. It has already lost
   // the stream, and its transcoder ends when the newer request tries again.
@@ -90,16 +96,17 @@ Answer PlayBytes(const BytePlayback& playback) {
       return Answer::Failure(playback.stream.GetErrorString());
     }
     times.Mark("admission");
+    report.reset();
+    report.emplace();
     count = StartTranscoder(playback, buffer, times);
   }
   if (count < 1) {
     return Answer::Failure(kInternal, "The transcoder produced no picture.");
   }
-  RemoveDeadline();
-  orvo::WriteAll(STDOUT_FILENO, playback.headers + "\r\n");
+  const OpenAnswer answer(playback.headers);
   times.Mark("sent");
   RememberStart(playback.stream.GetStreamID(), times);
-  Pump(playback.stream, count, buffer);
+  Pump(playback.stream, count, buffer, answer, *report);
   return Answer::Sent();
 }
 

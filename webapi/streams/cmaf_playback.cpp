@@ -14,6 +14,7 @@
 #include "platform/io.h"
 #include "policy/trans_loading.h"
 #include "stream/cmaf/cmaf_runs.h"
+#include "stream/cmaf/warmed_streams.h"
 #include "stream/http_live_stream.h"
 #include "stream/liborvoqmx.h"
 #include "util/base64_url.h"
@@ -27,6 +28,7 @@
 #include "webapi/streams/cmaf_description.h"
 #include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/growing_segment.h"
+#include "webapi/streams/recent_streams.h"
 #include "webapi/streams/start_times.h"
 #include "webapi/streams/warm_runs.h"
 
@@ -168,6 +170,9 @@ class SegmentRequest {
  private:
   // A request for a complete segment moves the limit of the run, too.
   void Ask() const {
+    if (LibOrvoQMX::EndCmafWarming(ticket_.StreamId())) {
+      RememberStream(ticket_, kOpened);
+    }
     KeepClientReport(request_, ticket_);
     folder_.AskFor(number_);
     folder_.MarkAccess();

@@ -4,6 +4,7 @@
 
 #include "platform/io.h"
 #include "platform/plat.h"
+#include "stream/cmaf/warmed_streams.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
 
@@ -17,6 +18,9 @@ constexpr Json::ArrayIndex kMost = 50;
 }  // namespace
 
 void RememberStream(const Ticket& ticket, const char* event) {
+  if (LibOrvoQMX::IsCmafWarmed(ticket.StreamId())) {
+    return;
+  }
   const std::string path = orvo::SystemPath(kFile);
   const auto lock = orvo::FileLock::Wait(path + ".lock");
   Json::Value entry(Json::objectValue);

@@ -11,7 +11,8 @@ namespace webapi {
 inline constexpr char kOpened[] = "opened";
 inline constexpr char kClosed[] = "closed";
 
-// Stores an event, and removes the oldest of more than fifty. Ignores failures.
+// Stores an event, and removes the oldest of more than fifty. Ignores failures, and streams that no
+// viewer has asked for.
 void RememberStream(const Ticket& ticket, const char* event);
 
 // The stored events, the newest first: "event", "path", "account", "kind", "time" (seconds since

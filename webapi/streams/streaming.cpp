@@ -24,7 +24,9 @@
 #include "policy/platform_utils.h"
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
+#include "settings/limits.h"
 #include "stream/cmaf/cmaf_runs.h"
+#include "stream/cmaf/warmed_streams.h"
 #include "stream/liborvoqmx.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
@@ -36,6 +38,7 @@
 #include "webapi/choice/engine_rows.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/cluster/cluster_keys.h"
+#include "webapi/http/leaving.h"
 #include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
 #include "webapi/streams/adoption.h"
@@ -65,10 +68,9 @@ using LibOrvoQMX::VideoMetaData;
 
 constexpr char kCmafFormat[] = "cmaf";
 constexpr char kForced[] = "force_open_qmx";
+constexpr char kWarm[] = "warm";
 constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
-// A household opens fewer streams in a day. Each costs a directory with a few small files.
-constexpr size_t kStreamsPerClient = 200;
 // A stream counts as used for this time after a request, so a client with more players than this
 // is refused, and a forgotten stream gives way.
 constexpr time_t kUsedSeconds = 60;
@@ -293,6 +295,16 @@ bool IsForced(const std::string& value) {
   return value == "true";
 }
 
+// A stream of this kind that no viewer has asked for yet.
+bool IsWarming(const Request& request, const StreamKind& kind) {
+  return IsCmaf(kind) && request.Text(kWarm) == "true" && !request.Has("stream_id");
+}
+
+// A viewer comes before films that play only perhaps. Returns whether one of them had a place.
+bool MakeWarmedGiveWay() {
+  return !LibMirevo::TransLoading().TransEnable(false) && LibOrvoQMX::MakeWarmedCmafGiveWay();
+}
+
 // Copied video needs no room in the register. The progressive kind asks for it in any case.
 bool NeedsPlace(const StreamKind& kind, const Rendition& rendition) {
   return rendition.method == "transcode" || kind.kind == std::string("HTTP");
@@ -301,6 +313,23 @@ bool NeedsPlace(const StreamKind& kind, const Rendition& rendition) {
 bool IsBusy(const StreamKind& kind, const Rendition& rendition) {
   return NeedsPlace(kind, rendition) &&
          !LibMirevo::TransLoading().TransEnable(RunsOnHardware(rendition.profile.value));
+}
+
+// Makes room for the transcoder of an opening.
+void MakeOthersGiveWay(const Request& request, const Choice& choice) {
+  const bool mayNeedPlace = NeedsPlace(*choice.kind, choice.rendition) || IsCmaf(*choice.kind);
+  if (mayNeedPlace && !IsWarming(request, *choice.kind)) {
+    MakeConversionGiveWay(IsForced(request.Text(kForced)));
+    (void)MakeWarmedGiveWay();
+  }
+}
+
+// A conversion or a warmed stream may have taken the room while the viewer paused. Returns whether
+// one of them gives way.
+bool HaveOthersGivenWay(const Ticket& ticket) {
+  const bool isForced = IsForced(ticket.Parameter(kForced));
+  MakeConversionGiveWay(isForced);
+  return MakeWarmedGiveWay() || isForced;
 }
 
 // The stream that a request joins.
@@ -411,9 +440,9 @@ bool IsUnusedFor(time_t seconds, const Ticket& ticket, time_t now) {
 // Closes a stream with its ticket.
 void CloseForGood(const HeldTicket& ticket) {
   if (const StreamKind* const kind = FindKind(ticket.Kind())) {
+    RememberStream(ticket, kClosed);
     kind->close(ticket.StreamId());
   }
-  RememberStream(ticket, kClosed);
   ticket.Remove();
 }
 
@@ -429,7 +458,7 @@ bool CloseIfUnused(const std::string& streamId) {
 // Makes room for one more stream of the client: if it has too many, closes the oldest one that
 // nobody uses. Returns false if all are in use.
 bool MakeRoom(const ClientStreams& own) {
-  return own.Ids().size() < kStreamsPerClient ||
+  return own.Ids().size() < static_cast<size_t>(settings::ValueOf(settings::kStreamsPerViewer)) ||
          std::any_of(own.Ids().begin(), own.Ids().end(), CloseIfUnused);
 }
 
@@ -446,6 +475,14 @@ void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ti
       getpriority(PRIO_PROCESS, 0) > getpriority(PRIO_PROCESS, static_cast<id_t>(getppid()));
   if (request.Has("start") && start && kind.startAhead != nullptr && !isInCrowd) {
     kind.startAhead(ticket, std::min<double>(*start, std::max(ticket.Duration(), 1U) - 1), data);
+  }
+}
+
+// A page that is left while it opens a warmed stream does not learn its id, and cannot close it.
+void CloseIfForsaken(const std::string& streamId) {
+  const bool isForsaken = LibOrvoQMX::IsCmafWarmed(streamId) && HasClientLeft();
+  if (const auto ticket = isForsaken ? HeldTicket::Take(streamId) : std::nullopt) {
+    CloseForGood(*ticket);
   }
 }
 
@@ -527,6 +564,9 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
     data["dash"] =
         AddressOf(request, request.Authority(), manifest, *ticket) + "&playlist_type=dash";
   }
+  if (IsWarming(request, kind)) {
+    LibOrvoQMX::MarkCmafWarmed(streamId);
+  }
   RememberStream(*ticket, kOpened);
   times.Mark("prepare");
   ticket->AddTimes(times.Steps());
@@ -535,6 +575,7 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   ticket.reset();
   own.reset();
   StartAhead(request, kind, opened, data);
+  CloseIfForsaken(streamId);
   return Answer::Success(data);
 }
 
@@ -686,6 +727,9 @@ Answer OpenStream(const Request& request) {
   if (!choice) {
     return refusal;
   }
+  if (IsWarming(request, *choice->kind)) {
+    OutliveClient();
+  }
   if (!HasPrograms(*choice->kind)) {
     return Answer::Failure(kUnavailable);
   }
@@ -698,9 +742,7 @@ Answer OpenStream(const Request& request) {
   if (!StartSecond(request, film.GetDuration(), refusal)) {
     return refusal;
   }
-  if (NeedsPlace(*choice->kind, choice->rendition) || IsCmaf(*choice->kind)) {
-    MakeConversionGiveWay(IsForced(request.Text(kForced)));
-  }
+  MakeOthersGiveWay(request, *choice);
   // A joined stream already has room for its transcoder.
   if (joined->streamId.empty() && IsBusy(*choice->kind, choice->rendition)) {
     return Answer::Failure("TransEnable");
@@ -722,9 +764,7 @@ Answer PlayStream(const Request& request) {
   ticket->MarkUse();
   const auto play = FindKind(ticket->Kind())->play;
   Answer answer = play(request, *ticket);
-  // A conversion may have taken the room while the viewer paused.
-  if (answer.IsFor("TransEnable") && IsForced(ticket->Parameter(kForced))) {
-    MakeConversionGiveWay(true);
+  if (answer.IsFor("TransEnable") && HaveOthersGivenWay(*ticket)) {
     answer = play(request, *ticket);
   }
   return answer;

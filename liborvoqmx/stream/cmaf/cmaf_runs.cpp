@@ -19,6 +19,8 @@
 #include "preprocess/stored_result.h"
 #include "state/stream_room.h"
 #include "state/stream_watch.h"
+#include "stream/cmaf/kept_segments.h"
+#include "stream/cmaf/warmed_streams.h"
 #include "stream/pipeline/monitor.h"
 #include "stream/pipeline/pipeline.h"
 #include "stream/pipeline/transcoder_launch.h"
@@ -39,6 +41,8 @@ constexpr unsigned long kUnwantedSeconds = 30;
 // The same where boxes share the blocks: one begins some time before the player gets there, and the
 // run ends with the block anyway.
 constexpr unsigned long kUnwantedBlockSeconds = 240;
+// The same before the first request of a viewer who has not asked for the stream yet.
+constexpr unsigned long kWarmSeconds = 10;
 constexpr int kGraceMilliseconds = 300;
 constexpr int kShortRunMilliseconds = 20000;
 constexpr mode_t kFolderMode = 0700;
@@ -81,6 +85,28 @@ std::vector<StreamDirectory> Folders(const std::string& streamId) {
     }
   }
   return folders;
+}
+
+// The runs of encoded pictures in other folders than this one. Sound and copies need no place.
+std::vector<StreamDirectory> RunningPictures(const std::string& streamId,
+                                             const std::string& exceptFolder) {
+  std::vector<StreamDirectory> running;
+  for (const StreamDirectory& folder : Folders(streamId)) {
+    const bool isEncoded = folder.Path().find("/h264-") != std::string::npos;
+    if (isEncoded && folder.Path() != exceptFolder && folder.IsMonitored()) {
+      running.push_back(folder);
+    }
+  }
+  return running;
+}
+
+// Returns whether a run has ended.
+bool EndRuns(const std::vector<StreamDirectory>& folders) {
+  bool hasEnded = false;
+  for (const StreamDirectory& folder : folders) {
+    hasEnded = ReplaceMonitor(folder, 0, true) || hasEnded;
+  }
+  return hasEnded;
 }
 
 // Puts the stored key frames of the film's current state beside the plan. Returns false if there
@@ -133,6 +159,10 @@ void CloseCmafStream(const std::string& streamId) {
     }
   }
   RemoveLinkedDirectory(DirectoryOf(streamId).Path());
+}
+
+bool StopCmafPictures(const std::string& streamId) {
+  return EndRuns(RunningPictures(streamId, ""));
 }
 
 std::vector<pid_t> CmafMonitors(const std::string& streamId) {
@@ -236,28 +266,12 @@ bool CmafRun::StartWhenFinished(int number) const {
 
 // The running other renditions that need the same place.
 std::vector<StreamDirectory> CmafRun::Rivals() const {
-  std::vector<StreamDirectory> rivals;
-  if (!rendition_.IsEncodedPicture()) {
-    return rivals;
-  }
-  for (const StreamDirectory& other : Folders(streamId_)) {
-    // Sound and copies need no place.
-    const bool isRival = other.Path().find("/h264-") != std::string::npos;
-    if (isRival && other.Path() != folder_.Path() && other.IsMonitored()) {
-      rivals.push_back(other);
-    }
-  }
-  return rivals;
-}
-
-void CmafRun::StopRivals() const {
-  for (const StreamDirectory& rival : Rivals()) {
-    ReplaceMonitor(rival, 0, true);
-  }
+  return rendition_.IsEncodedPicture() ? RunningPictures(streamId_, folder_.Path())
+                                       : std::vector<StreamDirectory>();
 }
 
 bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const {
-  StopRivals();
+  EndRuns(Rivals());
   const StateFile position(folder_.FilePath(orvo::kCmafPositionFile));
   const auto record = [&] {
     lock.Leave();
@@ -281,8 +295,9 @@ void CmafRun::Watch(int number) const {
   };
   const auto patience = orvo::HasBlocks() ? kUnwantedBlockSeconds : kUnwantedSeconds;
   const auto isUnwanted = [&] {
+    KeepCmafWithin(streamId_, KeptCmafBytes());
     const auto idle = folder_.SecondsSinceAccess();
-    return !idle || *idle > patience;
+    return !idle || *idle > (IsCmafWarmed(streamId_) ? kWarmSeconds : patience);
   };
   if (gStop == 0 && pipeline.Start(become)) {
     pipeline.Watch(gStop, isUnwanted);

@@ -31,6 +31,9 @@ ORVO_API bool MakeCmafPlan(const std::string& streamId, const PassedFilm& film, 
 // Ends the runs of all renditions, and removes the stream's directory.
 ORVO_API void CloseCmafStream(const std::string& streamId);
 
+// Ends the run of encoded pictures and waits for its end. Returns false if there is none.
+bool StopCmafPictures(const std::string& streamId);
+
 // The pids of the monitors of all running renditions.
 ORVO_API std::vector<pid_t> CmafMonitors(const std::string& streamId);
 
@@ -82,7 +85,6 @@ class ORVO_API CmafRun {
   // A run must not hold these locks of its starter.
   bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;
   std::vector<StreamDirectory> Rivals() const;
-  void StopRivals() const;
   bool IsPlaceTaken() const;
   void Watch(int number) const;
   std::vector<std::string> Command(int number, bool isHeaderOnly) const;

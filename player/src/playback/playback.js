@@ -3,10 +3,10 @@
 // Events: "change" when something visible has changed; "ended".
 import { get, localAddress, post, postLastly } from '../api.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
-import { segmentCodecs } from './client.js';
-import { nightNamed } from './cmaf/presentation.js';
 import { abilitiesOf, KINDS, plan } from './kinds.js';
+import { openParameters, wishFor } from './opening.js';
 import { SubtitleTrack } from './subtitle_track.js';
+import { warmth } from './warmth.js';
 
 const SLOW_SECONDS = 6; // without progress, after which the page explains the wait
 const HOPELESS_SECONDS = 60; // without progress, after which the method has failed
@@ -103,7 +103,7 @@ export class Playback extends EventTarget {
     this.watch();
     const engine = Promise.resolve(this.engineFor(kind, this.can));
     engine.catch(() => {}); // a refused opening comes first
-    const stream = await post('Streaming', 'open', this.openParameters(kind), this.film.entry.encoded_path);
+    const stream = await this.openStream(kind);
     if (turn !== this.turn) {
       this.closeOnServer(stream);
       return;
@@ -117,55 +117,25 @@ export class Playback extends EventTarget {
       return;
     }
     this.engine = this.makeEngine(Engine);
-    await this.engine.open(stream, this.firstSecond(), this.wishFor(kind));
+    await this.engine.open(stream, this.firstSecond(), wishFor(this.film.info, this.choice, kind));
     this.showSubtitles();
     this.changed();
+  }
+
+  // The stream that waits for this film, or a new one.
+  async openStream(kind) {
+    const { entry, info } = this.film;
+    const parameters = openParameters(info, this.choice, kind, this.firstSecond());
+    const warmed = warmth.take(entry.encoded_path, parameters);
+    const dropped = warmth.drop(); // another one may use the only free transcoder
+    const stream = await warmed?.catch(() => null);
+    await dropped;
+    return stream ?? post('Streaming', 'open', parameters, entry.encoded_path);
   }
 
   // Where the film begins: the viewer's place, but not its very end.
   firstSecond() {
     return Math.min(this.place, Math.max(0, this.duration() - 1));
-  }
-
-  openParameters(kind) {
-    const { profile, audio, treatment } = this.choice;
-    return {
-      ...this.film.info.client,
-      format: kind,
-      // A quality belongs to one playback method.
-      profile: kind === this.choice.kind ? profile : '',
-      audio_id: kind === 'direct' ? '' : audio,
-      ...(treatment && kind !== 'direct' && { sound: treatment }),
-      // The server starts the conversion there before the player asks for the first piece.
-      start: String(Math.floor(this.firstSecond())),
-      // A viewer does not wait for a conversion that nobody watches.
-      force_open_qmx: 'true',
-      ...(kind === 'cmaf' && this.cmafParameters()),
-    };
-  }
-
-  // The server starts these renditions.
-  cmafParameters() {
-    const { quality, treatment } = this.wishFor('cmaf');
-    const night = treatment ? nightNamed(this.soundPosition()) : '';
-    return { codecs: segmentCodecs(), profile: '', renditions: [quality, night].filter(Boolean).join() };
-  }
-
-  audioTracks() {
-    return this.film.info.metadata.track_info?.audio ?? [];
-  }
-
-  // Where the track that plays stands in the film's list.
-  soundPosition() {
-    const { audio } = this.choice;
-    return Math.max(0, this.audioTracks().findIndex((track) => (audio ? track.id === audio : track.is_default)));
-  }
-
-  // What the viewer has chosen in a presentation: the name of a rendition, the number of a track, and its treatment.
-  wishFor(kind) {
-    const { audio, profile, treatment } = this.choice;
-    const track = this.audioTracks().find(({ id }) => id === audio)?.track;
-    return { quality: kind === this.choice.kind ? profile : '', sound: track === undefined ? undefined : Number(track), treatment };
   }
 
   makeEngine(Engine) {
@@ -362,7 +332,7 @@ export class Playback extends EventTarget {
       return this.change(changes);
     }
     this.choice = choice;
-    this.engine.showWish(this.wishFor(this.kind));
+    this.engine.showWish(wishFor(this.film.info, choice, this.kind));
     this.changed();
     return undefined;
   }

@@ -2,15 +2,17 @@
 import { addressOf, get } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, codecText, frameRateText, languageText, nameOf, rangeText, rateText, sizeText } from '../format.js';
-import { forget, markWatched, marks } from '../history.js';
+import { forget, markWatched, marks, placeOf } from '../history.js';
 import { t } from '../language.js';
 import { filmInfo } from '../playback/client.js';
 import { abilitiesOf, KINDS, kindsFor, plan, playsAs, usualWay } from '../playback/kinds.js';
+import { openParameters } from '../playback/opening.js';
+import { warmth } from '../playback/warmth.js';
 import { episodeCode, lineOf, titleOfEntry, withCard } from '../titles.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
 import { openDownload } from './download.js';
-import { attempt, playAddress } from './page.js';
+import { attempt, parseAddress, playAddress } from './page.js';
 import { choiceOf } from './preferences.js';
 import { queueButton } from './queue_view.js';
 
@@ -53,11 +55,29 @@ function tracksTable({ metadata, subtitles }) {
 const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
 const methodText = ({ method }) => t(METHODS[method] ?? method);
 
-// How the film plays if the viewer chooses nothing: { kind, used }, `used` as for playsAs.
+// How the film plays if the viewer chooses nothing: { kind, choice, used }, `used` as for playsAs.
 function wayOf(info, kinds) {
   const choice = choiceOf(info, kinds);
   const [kind] = plan(info, abilitiesOf(document.createElement('video')), choice);
-  return { kind, used: usualWay(info, kind, kind === choice.kind ? choice.profile : '') };
+  return { kind, choice, used: usualWay(info, kind, kind === choice.kind ? choice.profile : '') };
+}
+
+// Prepares what the viewer will probably do next: loads the player, and lets the server make the first pieces of a film
+// that it has to cut. They wait for the player if the viewer goes there, and are given up otherwise.
+function prepare(path, info, kinds, second, signal) {
+  import('./player.js').catch(() => {}); // it is loaded again when it is needed
+  const { kind, choice } = wayOf(info, kinds);
+  if (kind !== 'cmaf') {
+    return;
+  }
+  import('../playback/cmaf/engine.js').catch(() => {});
+  warmth.warm(path, openParameters(info, choice, kind, second));
+  signal.addEventListener('abort', () => {
+    const next = parseAddress(window.location.hash);
+    if (next.view !== 'play' || next.path !== path) {
+      warmth.drop();
+    }
+  });
 }
 
 const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, wayOf(info, kinds).used) : t('This browser cannot play this film.'));
@@ -114,7 +134,7 @@ function markButton(entry, isWatched, duration) {
 }
 
 function actions(entry, mark, info, canPlay) {
-  const second = mark && !mark.finished ? mark.position : 0;
+  const second = placeOf(mark);
   return element(
     'p',
     { class: 'actions' },
@@ -159,6 +179,9 @@ export async function filmView({ path }, signal) {
   const about = withCard(titleOfEntry(entry), card);
   const name = lineOf(about, entry.name);
   const kinds = kindsFor(info, abilitiesOf(document.createElement('video')));
+  if (kinds.length > 0 && !signal.aborted) {
+    prepare(path, info, kinds, placeOf(seen.get(path)), signal);
+  }
   const crumbs = crumbsOf(path, [...roots.folders, ...roots.files]).slice(0, -1);
   return {
     title: name,

@@ -5,6 +5,7 @@ import { nameOf } from '../format.js';
 import { forget, marks, watched } from '../history.js';
 import { counted, t } from '../language.js';
 import { listFolder, listing, tiles } from './listing.js';
+import { session } from '../session.js';
 import { attempt, folderAddress } from './page.js';
 import { queueRow } from './queue_view.js';
 import { begunTile, filmTile, folderTile, observer } from './tiles.js';
@@ -12,8 +13,13 @@ import { optionsOf, tools } from './tools.js';
 
 const ROW = 12;
 
-const NO_LIBRARY =
-  'There are no films in the library yet. Copy films into a folder of the library, or start the service with another one: mirevo serve FOLDER.';
+// What to do about an empty library.
+function noLibrary() {
+  return session.owner
+    ? [t('There are no films in the library yet. Copy films into one of its folders, or name another folder:'), ' ', element('a', { href: '#/settings' }, t('Settings'))]
+    : [t('There are no films in the library yet. The owner of the server can add some.')];
+}
+
 const NO_FILMS = 'There are no films here. Copy films into this folder; they appear when you open it again.';
 const NO_MATCH = 'No film here matches. Choose “All films” to see the others.';
 
@@ -70,7 +76,7 @@ async function begunRow(sight) {
 async function folderNodes(path, parameters, { signal, sight, otherwise }) {
   const options = optionsOf(parameters);
   const [first, seen] = await Promise.all([listFolder(path, options, 0, signal), marks()]);
-  const text = options.show ? t(NO_MATCH) : otherwise;
+  const text = options.show ? [t(NO_MATCH)] : otherwise;
   return [tools(path, options, first), ...listing(path, options, first, { sight, marks: seen, signal, otherwise: text })];
 }
 
@@ -80,13 +86,13 @@ export async function homeView({ parameters }, signal) {
   const roots = await get('Library', 'list', {}, '', { signal });
   const only = roots.files.length === 0 && roots.folders.length === 1;
   const path = only ? roots.folders[0].encoded_path : '';
-  const [begun, nodes] = await Promise.all([begunRow(sight), folderNodes(path, parameters, { signal, sight, otherwise: t(NO_LIBRARY) })]);
+  const [begun, nodes] = await Promise.all([begunRow(sight), folderNodes(path, parameters, { signal, sight, otherwise: noLibrary() })]);
   return { title: t('Library'), nodes: [element('h1', {}, t('Library')), queueRow(sight), begun, begun && element('h2', {}, t('Films')), ...nodes] };
 }
 
 export async function folderView({ path, parameters }, signal) {
   const sight = observer(signal);
-  const [roots, nodes] = await Promise.all([get('Library', 'list', {}, '', { signal }), folderNodes(path, parameters, { signal, sight, otherwise: t(NO_FILMS) })]);
+  const [roots, nodes] = await Promise.all([get('Library', 'list', {}, '', { signal }), folderNodes(path, parameters, { signal, sight, otherwise: [t(NO_FILMS)] })]);
   const name = nameOf(path);
   return { title: name, nodes: [breadcrumbs(crumbsOf(path, roots.folders)), element('h1', {}, name), ...nodes] };
 }

@@ -65,10 +65,10 @@ function loadOnSight(list, path, options, first, filler, signal) {
   return next === undefined ? null : end;
 }
 
-// The nodes that show a folder. `first`: its first part; `otherwise`: the text for an empty one.
+// The nodes that show a folder. `first`: its first part; `otherwise`: what stands in place of an empty one.
 export function listing(path, options, first, { sight, marks, signal, otherwise }) {
   if (!first.folders?.length && !first.files?.length && first.next === undefined) {
-    return [element('p', { class: 'empty' }, otherwise)];
+    return [element('p', { class: 'empty' }, ...otherwise)];
   }
   const list = tiles([], t('Films and folders'));
   const isByName = !options.sort || options.sort === 'name';

@@ -9,6 +9,7 @@ import { NIGHT } from '../playback/cmaf/presentation.js';
 import { engineFor, trackFor } from '../playback/engines.js';
 import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
+import { warmth } from '../playback/warmth.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { fill, labelled, selectFor } from './fields.js';
@@ -58,7 +59,7 @@ export class PlayerView {
     this.playButton = signButton('play', t('Play'), () => this.toggle(), { id: 'play' });
     this.muteButton = signButton('sound', t('Mute'), () => this.mute(), { id: 'mute' });
     this.volume = element('input', { id: 'volume', type: 'range', min: 0, max: 1, step: 0.05, value: '1', 'aria-label': t('Volume') });
-    this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, element('span'));
+    this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, this.thumbnails.piece, element('span'));
     this.settingsButton = signButton('settings', t('Settings'), () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
     this.insetButton = signButton('inset', t('Picture in picture'), () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
     this.captionsButton = signButton('captions', t('Subtitles'), () => this.subtitles.next());
@@ -138,6 +139,7 @@ export class PlayerView {
     playback.addEventListener('ended', () => this.atEnd());
     video.addEventListener('timeupdate', () => this.showClock());
     video.addEventListener('progress', () => this.showClock());
+    video.addEventListener('playing', () => this.thumbnails.load());
     video.addEventListener('volumechange', () => this.showVolume());
     listenToGestures(this);
     position.addEventListener('change', () => this.seek(Number(position.value)));
@@ -186,7 +188,7 @@ export class PlayerView {
     // The previous stream may use the only free transcoder.
     await this.closing;
     this.keeper.startAnew();
-    this.thumbnails.forFilm(entry.encoded_path);
+    this.thumbnails.forFilm(entry.encoded_path, info.previews);
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
     this.mediaKeys.announce(entry);
@@ -209,7 +211,7 @@ export class PlayerView {
     }
     this.upNext.cancel();
     this.thumbnails.forFilm(null);
-    this.closing = Promise.all([saved, this.playback.stop()]);
+    this.closing = Promise.all([saved, this.playback.stop(), warmth.drop()]);
     return this.closing;
   }
 

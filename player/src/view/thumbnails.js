@@ -1,4 +1,6 @@
-// The preview picture at the pointer. Loads one picture at a time; the newest position replaces waiting ones.
+// The preview picture at the pointer. A film whose previews have been made shows them from one picture, which is loaded
+// while the film plays. Until it is there, and for other films, single pictures are loaded, one at a time; the newest
+// position replaces waiting ones.
 import { addressOf } from '../api.js';
 import { element } from '../dom.js';
 
@@ -10,22 +12,48 @@ export class Thumbnails {
     this.image = element('img', { alt: '', hidden: true });
     this.image.addEventListener('load', () => this.arrived(true));
     this.image.addEventListener('error', () => this.arrived(false));
+    this.piece = element('div', { class: 'piece', hidden: true });
     this.forFilm(null);
   }
 
-  forFilm(encodedPath) {
+  // `previews`: the layout of the film's previews, null if there are none.
+  forFilm(encodedPath, previews = null) {
     this.path = encodedPath;
+    this.previews = previews;
+    this.sheet = null;
     this.wanted = -1;
     this.shown = -1;
     this.busy = false;
     this.failures = 0;
     this.image.hidden = true;
     this.image.removeAttribute('src');
+    this.piece.hidden = true;
+    this.piece.removeAttribute('style');
+  }
+
+  // Loads the previews. Before the film plays, they would only delay it.
+  load() {
+    if (this.previews && !this.sheet) {
+      this.sheet = element('img', { fetchpriority: 'low', src: addressOf('Library', 'previews', {}, this.path) });
+    }
   }
 
   show(second) {
+    if (this.sheet?.complete && this.sheet.naturalWidth > 0) {
+      this.showPiece(second);
+      return;
+    }
     this.wanted = Math.floor(second / STEP) * STEP;
     this.next();
+  }
+
+  showPiece(second) {
+    const { width, height, columns, count, seconds } = this.previews;
+    const number = Math.max(0, Math.min(Math.floor(second / seconds), count - 1));
+    const [left, top] = [(number % columns) * width, Math.floor(number / columns) * height];
+    this.image.hidden = true;
+    this.piece.hidden = false;
+    Object.assign(this.piece.style, { width: `${width}px`, height: `${height}px`, backgroundImage: `url("${this.sheet.src}")`, backgroundPosition: `-${left}px -${top}px` });
   }
 
   next() {
@@ -40,7 +68,7 @@ export class Thumbnails {
   arrived(isThere) {
     this.busy = false;
     this.failures = isThere ? 0 : this.failures + 1;
-    this.image.hidden = !isThere;
+    this.image.hidden = !isThere || !this.piece.hidden;
     this.next();
   }
 }

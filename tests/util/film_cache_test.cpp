@@ -1,4 +1,4 @@
-#include "webapi/library/film_cache.h"
+#include "util/film_cache.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -32,14 +32,14 @@ class FilmCache : public ::testing::Test {
   }
 
   static std::string PathFor(const std::string& film, const std::string& what) {
-    return webapi::CachePath(orvo::MediaFile::Open(film), what, ".json");
+    return orvo::CachePath(orvo::MediaFile::Open(film), what, ".json");
   }
 
   std::string folder_;
 };
 
 TEST_F(FilmCache, MakesItsFolderForTheFirstFile) {
-  EXPECT_TRUE(webapi::KeepInCache(folder_ + "/new/card.json", "{}"));
+  EXPECT_TRUE(orvo::KeepInCache(folder_ + "/new/card.json", "{}", 1 << 20));
   std::ifstream kept(folder_ + "/new/card.json");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{}");
 }

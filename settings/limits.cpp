@@ -1,0 +1,25 @@
+#include "settings/limits.h"
+
+#include "settings/settings_lock.h"
+
+namespace settings {
+namespace {
+
+constexpr char kFile[] = "/var/packages/Mirevo/etc/limits";
+
+}  // namespace
+
+int ValueOf(const Limit& limit) {
+  const Json::Value value = ReadSettings(kFile)[limit.name];
+  const bool isGood = value.isInt() && value.asInt() >= limit.least && value.asInt() <= limit.most;
+  return isGood ? value.asInt() : limit.usual;
+}
+
+bool Set(const Limit& limit, int value) {
+  const auto lock = HoldSettings();
+  Json::Value values = ReadSettings(kFile);
+  values[limit.name] = value;
+  return lock.IsHeld() && WriteSettings(kFile, values);
+}
+
+}  // namespace settings
