@@ -52,6 +52,7 @@ frontend films
   http-request set-header X-Forwarded-Proto %[ssl_fc,iif(https,http)]
   # Only addresses with a ticket can be served by every box.
   use_backend boxes if { url_param(ticket) -m found }
+  use_backend boxes if { url_param(box) -m found }
   default_backend home
 
 # Logins, lists and openings: one box counts the attempts of passwords and has the queue of conversions. The next one
@@ -126,6 +127,10 @@ std::string HomeServers(const std::vector<Box>& boxes) {
 
 std::string TurnServers(const std::vector<Box>& boxes) {
   std::ostringstream lines;
+  lines << "  # A box passes the end of a stream on to each of the others.\n";
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    lines << "  use-server b" << i + 1 << " if { url_param(box) " << i + 1 << " }\n";
+  }
   for (size_t i = 0; i < boxes.size(); ++i) {
     lines << "  use-server b" << i + 1 << " if { var(txn.turn) -m int " << i << " } { srv_weight(b"
           << i + 1 << ") gt 0 }\n";

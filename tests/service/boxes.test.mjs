@@ -340,7 +340,7 @@ test('the address works with its own link only, and with none after a new passwo
 });
 
 // Three boxes with one key whose accounts, history and sessions are on the same storage.
-async function startSharing(t) {
+async function startSharing(t, options = []) {
   const storage = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-shared-'));
   const boxes = [];
   t.after(async () => {
@@ -355,7 +355,7 @@ async function startSharing(t) {
     fs.symlinkSync(storage, path.join(etc, 'shared'));
     fs.writeFileSync(path.join(etc, 'cluster_key'), key, { mode: 0o600 });
     if (count === 0) box.account(['add', 'anna'], password);
-    await box.serve([films], ['--cluster_key', path.join(etc, 'cluster_key'), '--no-conversions']);
+    await box.serve([films], ['--cluster_key', path.join(etc, 'cluster_key'), '--no-conversions', ...options]);
     boxes.push(box);
   }
   return boxes;
@@ -404,6 +404,42 @@ test('a session that began on one box is valid on all until it ends on one', asy
     fs.writeFileSync(file, newKey() + fs.readFileSync(file, 'utf8'));
   }
   assert.deepEqual(await valid(boxes, inOldKey), [true, true, true], 'a second key');
+});
+
+// A balancer that knows the boxes by their numbers only. `boxes` is asked at each request.
+async function startBalancer(t, boxes) {
+  const balancer = http.createServer(async (request, response) => {
+    const box = boxes()[Number(new URL(request.url, 'http://balancer').searchParams.get('box')) - 1];
+    const answer = box && (await fetch(`${box.address}${request.url}`).catch(() => undefined));
+    response.writeHead(answer?.status ?? 503).end(await answer?.text());
+  });
+  t.after(() => balancer.close());
+  balancer.listen(0, '127.0.0.1');
+  await once(balancer, 'listening');
+  return `http://127.0.0.1:${balancer.address().port}`;
+}
+
+test('a stream that is closed on one box ends on all that the balancer knows', async (t) => {
+  let boxes = [];
+  const url = await startBalancer(t, () => boxes);
+  boxes = await startSharing(t, ['--cluster_url', url, '--cluster_boxes', '3']);
+  const [one, another] = boxes;
+  const session = await logIn(one);
+  const stream = await one.open(path.join(films, 'h264_ac3.mkv'), { format: 'hls', profile: 'hls_remux', _sid: session });
+  await text(at(another, stream.url));
+  const stays = await one.open(path.join(films, 'h264_ac3.mkv'), { format: 'hls', profile: 'hls_remux', _sid: session });
+  const close = { format: 'hls', stream_id: stream.stream_id };
+  assert.equal((await another.call('Streaming', 'close', close)).status, 401, 'not without a session');
+  await text(at(another, stream.url));
+  assert.ok((await another.call('Streaming', 'close', { ...close, _sid: session })).success);
+  for (const box of boxes) {
+    await eventually(async () => {
+      const answer = await fetch(at(box, stream.url));
+      await answer.arrayBuffer();
+      return answer.status === 410 ? true : undefined;
+    });
+    await text(at(box, stays.url));
+  }
 });
 
 test('a film that has changed, or is gone, is refused with 410', async () => {

@@ -84,7 +84,7 @@ void AskBalancer(const std::vector<std::string>& addresses) {
     if (Curl().Ask(balancer, addresses)) {
       return 0;
     }
-    ORVO_LOG("%s could not be asked to begin the next blocks", balancer.c_str());
+    ORVO_LOG("%s could not be asked", balancer.c_str());
     return 1;
   };
   orvo::Fork(ask, options);

@@ -44,6 +44,7 @@
 #include "webapi/streams/adoption.h"
 #include "webapi/streams/byte_playback.h"
 #include "webapi/streams/client_streams.h"
+#include "webapi/streams/close_elsewhere.h"
 #include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/cmaf_playback.h"
 #include "webapi/streams/direct_playback.h"
@@ -791,6 +792,8 @@ Answer CloseStream(const Request& request) {
     KeepClosed(streamId);
   }
   kind->close(streamId);
+  CloseElsewhere(request, streamId,
+                 ticket ? ticket->Parameter(kSealedParameter) : request.Text(kSealedParameter));
   return Answer::Success(Json::Value(Json::objectValue));
 }
 
