@@ -4,18 +4,29 @@ import { nameOf } from './format.js';
 import { language, t } from './language.js';
 import { warmth } from './playback/warmth.js';
 import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
-import { conversionsView } from './view/conversions.js';
 import { filmView } from './view/film.js';
-import { firstStartView } from './view/first_start.js';
 import { folderView, homeView, searchView } from './view/library.js';
 import { attempt, parseAddress, say, sayError } from './view/page.js';
-import { settingsView } from './view/settings.js';
 import { showSkeletonSoon } from './view/skeleton.js';
-import { statusView } from './view/status.js';
 
 const TYPING_MILLISECONDS = 300;
 
-const VIEWS = { '': homeView, folder: folderView, search: searchView, film: filmView, play: playView, status: statusView, conversions: conversionsView, settings: settingsView };
+// A view that few visits need: its code is loaded when it is first shown.
+const later =
+  (load, name) =>
+  async (...given) =>
+    (await load())[name](...given);
+const firstStartView = later(() => import('./view/first_start.js'), 'firstStartView');
+const VIEWS = {
+  '': homeView,
+  folder: folderView,
+  search: searchView,
+  film: filmView,
+  play: playView,
+  status: later(() => import('./view/status.js'), 'statusView'),
+  conversions: later(() => import('./view/conversions.js'), 'conversionsView'),
+  settings: later(() => import('./view/settings.js'), 'settingsView'),
+};
 
 document.documentElement.lang = language;
 let player = null; // loaded with the first film
@@ -54,7 +65,7 @@ async function go() {
   say('');
   const cancelSkeleton = ['play', 'search'].includes(address.view) ? () => {} : showSkeletonSoon(find('view'));
   try {
-    const shown = session.firstStart === 'none' ? await (VIEWS[address.view] ?? homeView)(address, signal) : firstStartView(go);
+    const shown = session.firstStart === 'none' ? await (VIEWS[address.view] ?? homeView)(address, signal) : await firstStartView(go);
     if (shown && !signal.aborted) {
       show(shown);
     }

@@ -124,9 +124,17 @@ describe('one endless stream', () => {
     assert.equal(told.at(-1), 'ended');
   });
 
+  test('a response that breaks off is requested once more', () => {
+    video.show(50);
+    video.error = { code: 2 };
+    video.tell('error');
+    assert.deepEqual([video.src, told.at(-1)], ['/film?id=s1&start=50', 'play']);
+  });
+
   for (const [status, code, reason] of [[200, 3, 'Undecodable'], [200, 2, 'Broken'], [401, 2, 'Unauthorized'], [502, 2, 'Unreadable']]) {
     test(`an error after which the server answers ${status} to the browser’s ${code} is ${reason}`, async () => {
       const asked = answers(status);
+      engine.again = true;
       video.error = { code };
       video.tell('error');
       await settled();

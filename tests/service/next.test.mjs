@@ -144,6 +144,10 @@ test('a double click changes to full screen, the wheel changes the volume, and s
   await page.keyboard.press('.');
   await page.waitForFunction(() => document.getElementById('video').paused && !document.getElementById('video').seeking);
   const { time } = await viewer.state();
+  await page.waitForFunction((next) => {
+    const { buffered } = document.getElementById('video');
+    return buffered.length > 0 && buffered.end(buffered.length - 1) > next;
+  }, time + 0.2);
   await page.keyboard.press('.');
   await eventually(async () => ((await viewer.state()).time > time ? true : undefined));
   assert.ok((await viewer.state()).time < time + 0.2, 'one picture further');

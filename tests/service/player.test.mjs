@@ -152,6 +152,22 @@ test('a segment that is missing once is requested again', async () => {
   assert.equal((await viewer.state()).message, '');
 });
 
+test('a progressive film whose transcoder dies goes on at its place', async () => {
+  const viewer = await enter();
+  await watch(viewer, 'long.mkv', { kind: 'http', t: 30 });
+  await viewer.playing();
+  await viewer.set('Quality', '240p');
+  await viewer.page.waitForFunction(() => document.getElementById('video').videoHeight === 240);
+  await viewer.playing();
+  const [lost] = await eventually(() => (service.transcoders().length > 0 ? service.transcoders() : undefined));
+  process.kill(lost.pid, 'SIGKILL');
+  await eventually(() => service.transcoders().some(({ pid }) => pid !== lost.pid) || undefined);
+  const { time } = await viewer.state();
+  await viewer.page.waitForFunction((before) => document.getElementById('video').currentTime > before + 1, time);
+  assert.ok(time >= 30, `${time}`);
+  assert.equal((await viewer.state()).message, '');
+});
+
 for (const kind of ['cmaf', 'hls', 'http']) {
   test(`sound, subtitle and quality change by ${kind} at the place of the film`, async () => {
     const viewer = await enter();

@@ -44,10 +44,14 @@ bool TakeOver(const BytePlayback& playback, std::string& audioId, Answer& refusa
   if (!ticket || !ReviveDirectory(*ticket)) {
     return false;
   }
+  // The older request learns this way why its transcoder ends.
+  if (!ticket->SetOwner(owner, getpid(), playback.second)) {
+    return false;
+  }
   playback.stop(streamId);
   ticket->Directory().MarkAccess();
   audioId = ticket->Parameter("audio_id");
-  return ticket->SetOwner(owner, getpid(), playback.second);
+  return true;
 }
 
 // Starts the transcoder and reads its first bytes into `buffer`. Returns their number, or less than
@@ -65,6 +69,13 @@ int StartTranscoder(const BytePlayback& playback, Buffer& buffer, StartTimes& ti
   return count;
 }
 
+// Has the client closed the stream, or asked for another part of the film? It needs no more of this
+// answer.
+bool IsGivenUp(const std::string& streamId) {
+  const auto ticket = Ticket::Read(streamId);
+  return !ticket || ticket->OwnerPid() != getpid();
+}
+
 // Copies the stream to the client until one of them ends. An answer without its end tells the
 // client that the film was not over.
 void Pump(DirectStream& stream, int count, Buffer& buffer, const OpenAnswer& answer,
@@ -72,7 +83,7 @@ void Pump(DirectStream& stream, int count, Buffer& buffer, const OpenAnswer& ans
   while (count > 0 && answer.Send({buffer.data(), static_cast<size_t>(count)})) {
     count = stream.Read(buffer.data(), buffer.size());
   }
-  if (count < 1 && report.IsWhole()) {
+  if (count < 1 && (report.IsWhole() || IsGivenUp(stream.GetStreamID()))) {
     answer.Finish();
   }
 }

@@ -23,7 +23,7 @@ export class Progressive {
     on('loadstart', () => this.hooks.mark('manifest'));
     on('loadedmetadata', () => this.hooks.mark('media'));
     on('playing', () => this.catchUp(this.start));
-    on('error', () => this.diagnose());
+    on('error', () => (this.isCutOff() ? this.goOn() : this.diagnose()));
     on('ended', () => this.checkEnd());
     this.seek(second);
   }
@@ -66,11 +66,22 @@ export class Progressive {
     }
   }
 
-  // A response that stops early looks like the end of the film. The page requests it once more from there.
+  // A response that stops early looks like the end of the film, or like a lost connection if its sender says so.
   checkEnd() {
     if (this.now() >= this.stream.duration - NEAR_END) {
       this.hooks.ended();
-    } else if (this.again) {
+    } else {
+      this.goOn();
+    }
+  }
+
+  isCutOff() {
+    return this.video.error?.code === MediaError.MEDIA_ERR_NETWORK && !this.again;
+  }
+
+  // The page requests the rest once more.
+  goOn() {
+    if (this.again) {
       this.hooks.fail({ reason: 'Broken' });
     } else {
       this.again = true;
