@@ -163,7 +163,7 @@ test('a progressive film whose transcoder dies goes on at its place', async () =
   process.kill(lost.pid, 'SIGKILL');
   await eventually(() => service.transcoders().some(({ pid }) => pid !== lost.pid) || undefined);
   const { time } = await viewer.state();
-  await viewer.page.waitForFunction((before) => document.getElementById('video').currentTime > before + 1, time);
+  await viewer.page.waitForFunction((place) => document.getElementById('video').currentTime > place + 1, time);
   assert.ok(time >= 30, `${time}`);
   assert.equal((await viewer.state()).message, '');
 });
