@@ -1,20 +1,14 @@
 // Which process of a running service has which part in a stream.
 import fs from 'node:fs';
 
-function read(pid, name) {
-  try {
-    return fs.readFileSync(`/proc/${pid}/${name}`, 'latin1');
-  } catch {
-    return ''; // the process has ended
-  }
-}
+import { aboutProcess } from '../service/support.mjs';
 
 // What the kernel says about a process; nothing if it has ended.
 function describe(pid) {
-  const stat = read(pid, 'stat');
+  const stat = aboutProcess(pid, 'stat');
   const [state, parent, , session] = stat.slice(stat.lastIndexOf(')') + 2).split(' ');
   if (state === undefined || state === '' || state === 'Z') return undefined;
-  const command = read(pid, 'cmdline').split('\0');
+  const command = aboutProcess(pid, 'cmdline').split('\0');
   return { pid, state, parent: Number(parent), session: Number(session), program: command[0] ?? '', option: command[1] ?? '' };
 }
 
@@ -23,7 +17,7 @@ export function processesOf(root) {
   return fs
     .readdirSync('/proc')
     .filter((name) => /^\d+$/.test(name) && Number(name) !== process.pid)
-    .filter((pid) => read(pid, 'environ').includes(root))
+    .filter((pid) => aboutProcess(pid, 'environ').includes(root))
     .flatMap((pid) => describe(Number(pid)) ?? []);
 }
 

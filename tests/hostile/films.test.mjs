@@ -5,7 +5,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { eventually, media, processesWith, Service } from '../service/support.mjs';
+import { aboutProcess, eventually, media, processesWith, Service } from '../service/support.mjs';
 
 const longest = 30000; // a probe may take 10 s, and a picture is decoded in 10 s
 const mebibyte = 2 ** 20;
@@ -105,13 +105,7 @@ const films = {
 const memoryOf = () =>
   processesWith(service.root)
     .filter(({ command }) => /ffmpeg|entry\.cgi/.test(command))
-    .reduce((sum, { pid }) => {
-      try {
-        return sum + Number(fs.readFileSync(`/proc/${pid}/status`, 'latin1').match(/VmRSS:\s+(\d+)/)?.[1] ?? 0) * 1024;
-      } catch {
-        return sum; // it has ended
-      }
-    }, 0);
+    .reduce((sum, { pid }) => sum + Number(aboutProcess(pid, 'status').match(/VmRSS:\s+(\d+)/)?.[1] ?? 0) * 1024, 0);
 
 // The greatest sum while `work` is done.
 async function memoryDuring(work) {

@@ -8,7 +8,7 @@ import net from 'node:net';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { eventually, media, patience, readSome, Service } from '../service/support.mjs';
+import { aboutProcess, eventually, media, patience, readSome, Service } from '../service/support.mjs';
 
 const transcode = { profile: 'http_mp4_240p_vb300_ab96' };
 const film = (name) => path.join(media, name);
@@ -176,7 +176,7 @@ test('clients that read nothing of a large film leave room for others', async ()
     leave(readers);
   }
   const left = () => service.requestProcesses();
-  const states = () => left().map(({ pid }) => fs.readFileSync(`/proc/${pid}/status`, 'utf8')).join('\n');
+  const states = () => left().map(({ pid }) => aboutProcess(pid, 'status')).join('\n');
   await eventually(() => (left().length === 0 ? true : undefined), patience, states);
   await service.call('Streaming', 'close', { format: 'direct', stream_id: data.stream_id });
   fs.rmSync(large);

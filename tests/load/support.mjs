@@ -3,6 +3,7 @@ import fs from 'node:fs';
 import os from 'node:os';
 
 import { processesOf } from '../faults/roles.mjs';
+import { aboutProcess } from '../service/support.mjs';
 
 // The value below which this part of the sorted values lies.
 export function quantile(values, part) {
@@ -14,13 +15,7 @@ const rounded = (value) => Math.round(value * 10) / 10;
 export const spread = (values) =>
   `p50 ${rounded(quantile(values, 0.5))} ms, p99 ${rounded(quantile(values, 0.99))} ms, longest ${rounded(quantile(values, 1))} ms`;
 
-function number(pid, file, pattern) {
-  try {
-    return Number(fs.readFileSync(`/proc/${pid}/${file}`, 'latin1').match(pattern)?.[1] ?? 0);
-  } catch {
-    return 0; // the process has ended
-  }
-}
+const number = (pid, file, pattern) => Number(aboutProcess(pid, file).match(pattern)?.[1] ?? 0);
 
 function descriptors(pid) {
   try {

@@ -5,7 +5,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { build, eventually, media, processesWith, Service } from './support.mjs';
+import { aboutProcess, build, eventually, media, processesWith, Service } from './support.mjs';
 
 const RESULT = 'ORVOVIDEO_PREPROCESS_V1';
 const patience = 240_000; // the analysis runs only when nothing else wants the processors
@@ -61,7 +61,7 @@ const isIdle = () => eventually(() => (state()?.waiting === 0 && !state().film ?
 // The process that watches the library. Its child works on a film.
 function watcher() {
   const all = processesWith(service.root).filter(({ command }) => command.includes('mirevo-analyze --watch'));
-  const parent = ({ pid }) => Number(fs.readFileSync(`/proc/${pid}/stat`, 'latin1').replace(/.*\) /s, '').split(' ')[1]);
+  const parent = ({ pid }) => Number(aboutProcess(pid, 'stat').replace(/.*\) /s, '').split(' ')[1]);
   return all.find((one) => parent(one) === service.process.pid);
 }
 

@@ -6,7 +6,7 @@ import path from 'node:path';
 import { after, before, beforeEach, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { eventually, media, readSome, Service } from './support.mjs';
+import { aboutProcess, eventually, media, readSome, Service } from './support.mjs';
 
 const run = promisify(execFile);
 const film = (name) => path.join(media, name);
@@ -111,8 +111,8 @@ test('a killed request leaves nothing behind', async () => {
   const owner = service.registry().length;
   assert.equal(owner, 1);
   for (const { pid } of service.requestProcesses()) {
-    const parent = fs.readFileSync(`/proc/${pid}/status`, 'utf8').match(/PPid:\t(\d+)/)[1];
-    if (fs.readFileSync(`/proc/${parent}/comm`, 'utf8').startsWith('lighttpd')) process.kill(pid, 'SIGKILL');
+    const parent = aboutProcess(pid, 'status').match(/PPid:\t(\d+)/)?.[1];
+    if (aboutProcess(parent, 'comm').startsWith('lighttpd')) process.kill(pid, 'SIGKILL');
   }
   await service.isQuiet();
   await response.body.cancel().catch(() => {});
@@ -156,11 +156,7 @@ test('the second viewer is told to wait, and plays after the first has left', as
 });
 
 function waitsForPipe({ pid }) {
-  try {
-    return fs.readFileSync(`/proc/${pid}/wchan`, 'latin1').includes('pipe');
-  } catch {
-    return false; // the process has ended
-  }
+  return aboutProcess(pid, 'wchan').includes('pipe');
 }
 
 test('a stalled client pauses the copy and fills neither memory nor disk', async () => {

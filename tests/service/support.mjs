@@ -49,6 +49,15 @@ export async function freePort() {
   return port;
 }
 
+// A file of the kernel about a process; '' if the process has ended.
+export function aboutProcess(pid, name) {
+  try {
+    return fs.readFileSync(`/proc/${pid}/${name}`, 'latin1');
+  } catch {
+    return '';
+  }
+}
+
 // The command lines of all running processes that contain `text`.
 export function processesWith(text) {
   return fs
