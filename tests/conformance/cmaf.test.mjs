@@ -122,6 +122,7 @@ for (const name of Object.keys(unindexed)) {
     const stream = await open(name);
     assert.match(await playlist(stream), /rendition=copy-video/);
     await conforms(stream, '--backwards');
+    await eventually(() => (service.registry().length === 0 ? true : undefined));
     // The other stream keeps what its players know, also if its directory is made again.
     fs.rmSync(fs.realpathSync(path.join(service.root, 'tmp/Mirevo/CMAF', early.stream_id)), { recursive: true });
     assert.equal(await playlist(early), plan);
