@@ -21,7 +21,4 @@ std::string SubtitlePlaylistAddress(const CmafPresentation& presentation, const 
 // The whole track as WebVTT.
 std::string SubtitleAddress(const CmafPresentation& presentation, const std::string& id);
 
-// A text in an XML attribute.
-std::string XmlText(const std::string& text);
-
 }  // namespace LibOrvoQMX
