@@ -103,7 +103,7 @@ bool NamePlatform(const std::string& name) {
 }
 
 std::string DetectedPlatform(const EngineRecord& engines) {
-  if (engines.Proved("h264_vaapi")) {
+  if (engines.Serving(orvo::transcoder::kVaapiEncoder)) {
     return kVaapiPlatform;
   }
   if (engines.Proved(orvo::transcoder::kWrapper)) {

@@ -31,13 +31,14 @@
 #include "serve/folder_watch.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
-#include "serve/kept_program.h"
+
 #include "serve/measurement.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "settings/media_folders.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/kept_program.h"
 #include "util/private_folder.h"
 #include "util/state_roots.h"
 #include "util/system_files.h"
@@ -209,9 +210,9 @@ struct Companions {
 
   bool findsKeyframes;
   FolderWatch folders;
-  KeptProgram analysis;
-  KeptProgram converter;
-  KeptProgram agent;
+  orvo::KeptProgram analysis;
+  orvo::KeptProgram converter;
+  orvo::KeptProgram agent;
 };
 
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has

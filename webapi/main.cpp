@@ -17,6 +17,7 @@
 #include "webapi/access/sealed_ticket.h"
 #include "webapi/choice/film_info.h"
 #include "webapi/conversions/conversions.h"
+#include "webapi/conversions/rules.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/leaving.h"
@@ -91,6 +92,10 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Conversion", "list", webapi::ListConversions},
     Call{"ORVO.Mirevo2.Conversion", "remove", webapi::RemoveConversion},
     Call{"ORVO.Mirevo2.Conversion", "get", webapi::GetConversion},
+    Call{"ORVO.Mirevo2.Conversion", "add_rule", webapi::AddConversionRule, Right::kOwner, true},
+    Call{"ORVO.Mirevo2.Conversion", "list_rules", webapi::ListConversionRules, Right::kOwner},
+    Call{"ORVO.Mirevo2.Conversion", "remove_rule", webapi::RemoveConversionRule, Right::kOwner,
+         true},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
     Call{"ORVO.Mirevo2.Status", "health", webapi::DescribeHealth, Right::kAnyone, false,

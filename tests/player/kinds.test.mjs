@@ -35,6 +35,15 @@ test('a browser with MediaSource plays a presentation where the original file do
   assert.equal(plan(info, { ...can, cmaf: true }, { ...choice, audio: '2' })[0], 'cmaf');
 });
 
+test('pictures that must be encoded come from the video engine of the server', () => {
+  const engine = profile('hls_720p_vaapi_vb2500_ab128', 'transcode', { default: true, hardware: true });
+  const found = { ...info, not_copied: 'The browser cannot play them.', profiles: [engine, ...info.profiles] };
+  const everything = { ...can, cmaf: true };
+  assert.deepEqual(kindsFor(found, everything), ['direct', 'hls', 'cmaf', 'http', 'webm']);
+  assert.equal(kindsFor({ ...found, not_copied: '' }, everything)[1], 'cmaf', 'where the pictures are copied');
+  assert.equal(kindsFor({ ...found, profiles: info.profiles }, everything)[1], 'cmaf', 'without an engine');
+});
+
 test('a presentation is taken to copy what HLS copies, until its renditions are known', () => {
   const found = { ...info, profiles: [{ ...info.profiles[0], default: true }] };
   assert.equal(usualWay(found, 'cmaf', '').method, 'remux');

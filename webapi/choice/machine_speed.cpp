@@ -88,6 +88,10 @@ Conversion ConversionFrom(const LibOrvoQMX::VideoMetaData& film) {
   return conversion;
 }
 
+bool IsMachineSpeed(const std::string& name) {
+  return "/" + name == kFile;
+}
+
 MachineSpeed MachineSpeed::Load() {
   MachineSpeed speed;
   Json::Value file;
