@@ -6,6 +6,7 @@
 #include "stream/http_live_stream.h"
 #include "webapi/access/pass.h"
 #include "webapi/choice/engine_rows.h"
+#include "webapi/cluster/balancer_client.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
@@ -131,7 +132,17 @@ Answer PlayHls(const Request& request, const Ticket& ticket) {
 }
 
 void StartHls(const Ticket& ticket, double second, Json::Value& /*data*/) {
-  (void)HttpLiveStream(ticket.StreamId()).StartAhead(second);
+  HttpLiveStream stream(ticket.StreamId());
+  const int boxes = CountBoxes();
+  if (boxes < 2) {
+    (void)stream.StartAhead(second);
+    return;
+  }
+  // The box whose turn it is may be another one.
+  WarmFirstBlocks(
+      stream.SegmentAt(second), boxes,
+      [&](int number) { return HasSegment(stream, ticket, number); },
+      [&](int number) { return AddressOf(ticket, number); });
 }
 
 void CloseHls(const std::string& streamId) {
