@@ -72,6 +72,13 @@ Answer WarmSegment(const Ticket& ticket, int number) {
                     [&] { return HttpLiveStream(ticket.StreamId()).StartWhenFinished(number); }});
 }
 
+// Has the run ended for want of a place that is free by now?
+bool HasFoundPlace(const FetchedPiece& piece, const Ticket& ticket) {
+  const std::string profile = ticket.ProfileValue();
+  return piece.state == FetchedPiece::State::kWillNotCome && NeedsTranscoder(profile) &&
+         !LacksTranscoder(profile);
+}
+
 Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream& stream) {
   const auto number = request.Number("fragment_id", kMaxFragment);
   if (!number) {
@@ -99,6 +106,9 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
     const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
     if (piece.state == FetchedPiece::State::kNotStarted) {
       return Answer::Failure(kInternal, "The transcoder could not be started.");
+    }
+    if (tries == 0 && HasFoundPlace(piece, ticket)) {
+      continue;
     }
     if (piece.state != FetchedPiece::State::kComplete) {
       return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
