@@ -65,14 +65,14 @@ test('HLS segments that three boxes have made by turns follow each other without
 });
 
 test('CMAF segments of three boxes pass the conformance test', async (t) => {
-  const { url, dash } = await open(t, { format: 'cmaf', codecs: 'mp4a' });
+  const { url, dash } = await open(t, { format: 'cmaf', codecs: 'avc1,mp4a' });
   const { stdout } = await run('python3', [checker, url, dash], { maxBuffer: 1 << 26 });
   t.diagnostic(stdout.trim().split('\n').at(-1));
 });
 
 test('hls.js plays over three boxes, with 20 seeks', { timeout: 900_000 }, async (t) => {
   const places = [31, 2, 17, 17.5, 48, 0, 9, 24.3, 24.9, 12, 35, 5, 29, 21, 44, 36.6, 1, 27, 19, 7];
-  const { url } = await open(t, { format: 'cmaf', codecs: 'mp4a' });
+  const { url } = await open(t, { format: 'cmaf', codecs: 'avc1,mp4a' });
   await withBarePage({ address: `http://${cluster.authority}` }, ['hls.js/dist/hls.min.js'], async (page) => {
     await page.evaluate(async (address) => {
       window.errors = [];

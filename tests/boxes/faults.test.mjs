@@ -75,7 +75,7 @@ for (const { what, bound, strike } of faults) {
 test('a box is added, drained and upgraded while ten films play: no error', async (t) => {
   await start(t, { started: 2 });
   const [, second, third] = cluster.boxes;
-  const viewers = Array.from({ length: 10 }, (_, number) => view(number < 2 ? encoded : copied, 30));
+  const viewers = Array.from({ length: 10 }, (_, number) => view(number < 1 ? encoded : copied, 30));
   await cluster.serve(third);
   await cluster.isUp(third);
   t.diagnostic('box 3 is added');

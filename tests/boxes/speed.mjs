@@ -31,12 +31,15 @@ function makeFilm() {
 // the time, in seconds.
 const now = () => performance.now() / 1000;
 
+// A connection that is kept may end in the moment in which it is used again.
+const ask = (address) => fetch(address, { headers: { connection: 'close' } });
+
 async function playHls(cluster) {
   const begun = now();
   const { url } = await cluster.open(film, { format: 'hls', profile: 'hls_720p_vb2500_ab128', start: 0 });
   const pieces = [];
   for (const [number, address] of (await cluster.segments(url)).entries()) {
-    const response = await fetch(address);
+    const response = await ask(address);
     await response.arrayBuffer();
     if (!response.ok) throw new Error(`${response.status} for segment ${number}`);
     pieces.push({ number, start: number * 5, end: Math.min((number + 1) * 5, seconds), time: now() - begun });
@@ -64,18 +67,20 @@ async function readFragments(response, found) {
 // A segment comes while it is made. Pictures count: sound costs little.
 async function playCmaf(cluster) {
   const begun = now();
-  const { url } = await cluster.open(film, { format: 'cmaf', codecs: 'mp4a', max_height: 720, start: 0 });
-  const master = await (await fetch(url)).text();
+  const { url } = await cluster.open(film, { format: 'cmaf', codecs: 'avc1,mp4a', max_height: 720, start: 0 });
+  const answer = await fetch(url);
+  const master = await answer.text();
+  if (!answer.ok) throw new Error(`${answer.status} for the playlist: ${master}`);
   const at = (line) => new URL(line, `http://${cluster.authority}`).href;
   const pictures = master.split('\n').find((line) => /rendition=h264-/.test(line));
   const sound = master.match(/URI="([^"]+rendition=stereo-[^"]+)"/)[1];
   const [list, heard] = await Promise.all([pictures, sound].map((line) => cluster.segments(at(line))));
   const pieces = [];
   for (const [number, address] of list.entries()) {
-    const response = await fetch(address);
+    const response = await ask(address);
     if (!response.ok) throw new Error(`${response.status} for segment ${number}`);
     await readFragments(response, (start) => pieces.push({ number, start, time: now() - begun }));
-    await (await fetch(heard[number])).arrayBuffer();
+    await (await ask(heard[number])).arrayBuffer();
   }
   pieces.forEach((piece, i) => {
     piece.end = pieces[i + 1]?.start ?? seconds;

@@ -13,7 +13,7 @@ async function body(address, number, complaints) {
     const response = await fetch(address, { headers: { connection: 'close' }, signal: AbortSignal.timeout(patience) });
     const bytes = await response.arrayBuffer();
     if (response.ok && bytes.byteLength > 0) return bytes;
-    complain(response.status);
+    complain(`${response.status} (${Buffer.from(bytes).toString('utf8', 0, 200)})`);
   } catch (error) {
     complain(error.cause?.code ?? error.name);
   }

@@ -1,5 +1,7 @@
 #include "webapi/streams/hls_playback.h"
 
+#include <unistd.h>
+
 #include <optional>
 
 #include "stream/fetched_piece.h"
@@ -66,10 +68,24 @@ std::string AddressOf(const Ticket& ticket, int number) {
          AddressEnd(ticket);
 }
 
-Answer WarmSegment(const Ticket& ticket, int number) {
+// Is there a segment that the viewer may still wait for? Where a box is down, the blocks of a
+// viewer and the next ones go to the same box.
+bool HasUnsent(const HttpLiveStream& stream, int viewer, int number) {
+  while (viewer < number && access(stream.GetSegmentTsPath(viewer).c_str(), F_OK) != 0) {
+    ++viewer;
+  }
+  return viewer < number;
+}
+
+// A new run removes the segments of the one before.
+Answer WarmSegment(const Request& request, const Ticket& ticket, int number) {
+  const auto viewer = static_cast<int>(request.Number("viewer", kMaxFragment).value_or(number));
+  const auto start = [&] {
+    HttpLiveStream stream(ticket.StreamId());
+    return !HasUnsent(stream, viewer, number) && stream.StartWhenFinished(number);
+  };
   return StartWarm({ticket.Directory(), number, NeedsTranscoder(ticket.ProfileValue()),
-                    RunsOnHardware(ticket.ProfileValue()),
-                    [&] { return HttpLiveStream(ticket.StreamId()).StartWhenFinished(number); }});
+                    RunsOnHardware(ticket.ProfileValue()), start});
 }
 
 // Has the run ended for want of a place that is free by now?
@@ -92,7 +108,7 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
     return Answer::Sent();
   }
   if (IsWarmRequest(request)) {
-    return WarmSegment(ticket, static_cast<int>(*number));
+    return WarmSegment(request, ticket, static_cast<int>(*number));
   }
   KeepClientReport(request, ticket);
   WarmNextBlocks(

@@ -72,13 +72,14 @@ class Waiting {
   Clock::time_point end_;
 };
 
-// Asks for the segments of this list that exist.
-void Ask(const std::vector<int>& segments, const std::function<bool(int)>& exists,
+// Asks for the segments of this list that exist. `viewer`: the one that the viewer asks for.
+void Ask(int viewer, const std::vector<int>& segments, const std::function<bool(int)>& exists,
          const std::function<std::string(int)>& addressOf) {
+  const std::string end = "&warm=1&viewer=" + std::to_string(viewer);
   std::vector<std::string> addresses;
   for (const int segment : segments) {
     if (exists(segment)) {
-      addresses.push_back(addressOf(segment) + "&warm=1");
+      addresses.push_back(addressOf(segment) + end);
     }
   }
   if (!addresses.empty()) {
@@ -126,14 +127,14 @@ void WarmNextBlocks(const StreamDirectory& folder, int number,
   if (boxes < 2 || warmed.Read() == span || !warmed.Write(span)) {
     return;
   }
-  Ask(FirstsAfter(block, boxes - 1), exists, addressOf);
+  Ask(number, FirstsAfter(block, boxes - 1), exists, addressOf);
 }
 
 void WarmFirstBlocks(int number, int boxes, const std::function<bool(int)>& exists,
                      const std::function<std::string(int)>& addressOf) {
   std::vector<int> segments = FirstsAfter(orvo::BlockOf(number), boxes - 1);
   segments.push_back(number);
-  Ask(segments, exists, addressOf);
+  Ask(number, segments, exists, addressOf);
 }
 
 Answer StartWarm(const WarmRun& run) {
