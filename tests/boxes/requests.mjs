@@ -9,7 +9,7 @@ import path from 'node:path';
 import { processesWith } from '../service/support.mjs';
 import { Cluster } from './cluster.mjs';
 
-const clients = 16; // for each box
+const clients = 6; // for each box
 const seconds = 10;
 const share = 0.25; // of a processor for each box, so that the clients and the balancer have the rest
 const film = 'film.mkv';
@@ -38,12 +38,12 @@ function usedBy({ pid }) {
 const usedByBoxes = ({ boxes }) =>
   boxes.flatMap(({ root }) => processesWith(root)).reduce((sum, each) => sum + usedBy(each), 0);
 
-// Asks for segments one after the other until `end`. Returns the number of answers.
-async function ask(addresses, first, agent, end) {
+// Asks for a film's segments one after the other until `end`. Returns the number of answers.
+async function ask(addresses, agent, end) {
   let count = 0;
-  for (let at = first; performance.now() < end; at += 1) {
+  while (performance.now() < end) {
     await new Promise((resolve, reject) => {
-      const request = http.get(addresses[at % addresses.length], { agent }, (response) => {
+      const request = http.get(addresses[count % addresses.length], { agent }, (response) => {
         if (response.statusCode !== 200) reject(new Error(`${response.statusCode}`));
         response.resume().on('end', resolve);
       });
@@ -54,31 +54,26 @@ async function ask(addresses, first, agent, end) {
   return count;
 }
 
-// Asks once for each segment, so that it is ready and the web server may send it.
+// Asks once for each segment of a stream, so that it is ready and the web server may send it.
 async function makeReady(cluster) {
-  const streams = await Promise.all(Array.from({ length: 8 }, () => cluster.open(film, { format: 'cmaf', codecs: 'avc1,mp4a' })));
-  const ready = [];
-  for (const { url } of streams) {
-    const master = await (await fetch(url)).text();
-    const pictures = master.split('\n').find((line) => line.includes('rendition=copy-video'));
-    for (const address of await cluster.segments(new URL(pictures, url).href)) {
-      await (await fetch(address)).arrayBuffer();
-      ready.push(address);
-    }
-  }
-  return ready;
+  const { url } = await cluster.open(film, { format: 'cmaf', codecs: 'avc1,mp4a' });
+  const master = await (await fetch(url)).text();
+  const pictures = master.split('\n').find((line) => line.includes('rendition=copy-video'));
+  const addresses = await cluster.segments(new URL(pictures, url).href);
+  for (const address of addresses) await (await fetch(address)).arrayBuffer();
+  return addresses;
 }
 
 async function measure(count) {
   const cluster = await Cluster.start({ films: folder, count });
   try {
-    const addresses = await makeReady(cluster);
+    const lists = await Promise.all(Array.from({ length: clients * count }, () => makeReady(cluster)));
     cluster.limit(share);
     const agent = new http.Agent({ keepAlive: true });
     const used = usedByBoxes(cluster);
     const end = performance.now() + seconds * 1000;
-    const asking = Array.from({ length: clients * count }, (_, i) => ask(addresses, i * 37, agent, end));
-    const answers = (await Promise.all(asking)).reduce((sum, each) => sum + each, 0);
+    const asking = await Promise.all(lists.map((addresses) => ask(addresses, agent, end)));
+    const answers = asking.reduce((sum, each) => sum + each, 0);
     agent.destroy();
     return { rate: answers / seconds, cost: ((usedByBoxes(cluster) - used) / answers) * 1000 };
   } finally {
