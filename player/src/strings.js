@@ -143,6 +143,7 @@ export const GERMAN = {
   Streams: 'Streams',
   'Nobody is watching.': 'Niemand schaut zu.',
   'Streams without a viewer': 'Streams ohne Zuschauer',
+  '{count} servers share the films. This page shows one of them.': '{count} Server teilen sich die Filme. Diese Seite zeigt einen davon.',
   '{count} stream without a viewer': '{count} Stream ohne Zuschauer',
   '{count} streams without a viewer': '{count} Streams ohne Zuschauer',
   'Their viewers left without closing them. The server ends them by itself after some time without a request.':

@@ -22,6 +22,7 @@
 #include "webapi/access/pass.h"
 #include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/profiles.h"
+#include "webapi/cluster/balancer_client.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/client_report.h"
@@ -404,6 +405,19 @@ void StartRun(const Ticket& ticket, const CmafRendition& rendition, int number) 
   }
 }
 
+// The box whose turn it is may be another one. A stream that nobody has asked for yet is begun with
+// its first block.
+void WarmBoxes(const Ticket& ticket, const CmafPresentation& presentation,
+               const CmafRendition& rendition, int number) {
+  const bool isWanted = !LibOrvoQMX::IsCmafWarmed(ticket.StreamId());
+  WarmFirstBlocks(
+      number, isWanted ? CountBoxes() : 1,
+      [&](int other) { return other < presentation.plan.Count(); },
+      [&](int other) {
+        return SegmentAddress(presentation, rendition.name) + std::to_string(other);
+      });
+}
+
 // The rendition's header, in base64url; "" if it cannot be made or is unusually large.
 std::string HeaderText(const Ticket& ticket, const CmafRendition& rendition) {
   constexpr size_t kLargest = 16384;
@@ -499,7 +513,11 @@ void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
   const int number = presentation->plan.At(static_cast<int64_t>(second * orvo::kPlanClock));
   const auto renditions = FirstRenditions(*presentation, ticket.Parameter("renditions"));
   for (const CmafRendition* const rendition : renditions) {
-    StartRun(ticket, *rendition, number);
+    if (CountBoxes() < 2) {
+      StartRun(ticket, *rendition, number);
+    } else {
+      WarmBoxes(ticket, *presentation, *rendition, number);
+    }
   }
   for (const CmafRendition* const rendition : renditions) {
     data["headers"][rendition->name] = HeaderText(ticket, *rendition);
