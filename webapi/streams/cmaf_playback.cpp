@@ -44,7 +44,6 @@ using LibOrvoQMX::QMXMetaData;
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kManifestType[] = "application/dash+xml";
 constexpr char kChapterType[] = "application/json";
-constexpr char kAddress[] = "/webapi/entry.cgi";
 constexpr int64_t kMaxSegment = 9999999;
 constexpr int kTries = 3;
 constexpr int64_t kHighestBound = 1'000'000'000;
@@ -104,7 +103,7 @@ std::optional<CmafPresentation> PresentationOf(const Ticket& ticket, QMXMetaData
   presentation.renditions = ListCmafRenditions(film, wishes);
   presentation.chapters = LibOrvoQMX::ChaptersOf(film.GetDocument(), presentation.plan);
   presentation.dynamicRange = wishes.dynamicRange;
-  presentation.path = kAddress;
+  presentation.path = EntryPath();
   const std::string& id = ticket.StreamId();
   presentation.parameters = WithLink(
       ticket, "api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=cmaf&stream_id=" + id);
