@@ -115,7 +115,7 @@ export class Service {
       { env: this.environment, stdio: ['ignore', 'pipe', 'inherit'] },
     );
     for await (const line of readline.createInterface({ input: this.process.stdout })) {
-      this.address = line.match(/^listening on (https?:\/\/[0-9a-f.:[\]]+:\d+)\/$/)?.[1];
+      this.address = line.match(/^listening on (https?:\/\/[0-9a-f.:[\]]+:\d+(?:\/[\w.-]+)*)\/$/)?.[1];
       break;
     }
     // A test that fails before it stops its service ends all the same, and the service with it.

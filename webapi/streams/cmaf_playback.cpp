@@ -46,7 +46,6 @@ using LibOrvoQMX::QMXMetaData;
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kManifestType[] = "application/dash+xml";
 constexpr char kChapterType[] = "application/json";
-constexpr char kAddress[] = "/webapi/entry.cgi";
 constexpr char kHls[] = "hls";
 constexpr char kDash[] = "dash";
 constexpr int64_t kMaxSegment = 9999999;
@@ -108,7 +107,7 @@ std::optional<CmafPresentation> PresentationOf(const Ticket& ticket, QMXMetaData
   presentation.renditions = ListCmafRenditions(film, wishes);
   presentation.chapters = LibOrvoQMX::ChaptersOf(film.GetDocument(), presentation.plan);
   presentation.dynamicRange = wishes.dynamicRange;
-  presentation.path = kAddress;
+  presentation.path = EntryPath();
   const std::string& id = ticket.StreamId();
   presentation.parameters = WithLink(
       ticket, "api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=cmaf&stream_id=" + id);

@@ -25,17 +25,16 @@ constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
 constexpr int kTries = 3;
 
-// The address of the request program, with a file name for players that judge a segment by its
-// ending.
-constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
-constexpr char kSubtitleAddress[] = "/webapi/entry.cgi/subtitle.vtt";
+// Names behind the request program's address, for players that judge a segment by its ending.
+constexpr char kSegmentName[] = "/segment.ts";
+constexpr char kSubtitleName[] = "/subtitle.vtt";
 
 // The parameters of the subtitles' addresses; without "subtitle_id" if the stream has no subtitles.
 Json::Value SubtitleOptions(const Ticket& ticket) {
   Json::Value options(Json::objectValue);
   const std::string subtitleId = ticket.Parameter("subtitle_id");
   if (!subtitleId.empty()) {
-    options["url"] = kSubtitleAddress;
+    options["url"] = EntryPath() + kSubtitleName;
     options["id"] = ticket.StreamId();
     options["subtitle_id"] = subtitleId;
     options["uid"] = 0U;
@@ -63,7 +62,7 @@ bool HasSegment(HttpLiveStream& stream, const Ticket& ticket, int number) {
 }
 
 std::string AddressOf(const Ticket& ticket, int number) {
-  return std::string(kSegmentAddress) + "?api=ORVO.Mirevo2.Streaming&version=1&method=stream" +
+  return EntryPath() + kSegmentName + "?api=ORVO.Mirevo2.Streaming&version=1&method=stream" +
          "&format=hls&stream_id=" + ticket.StreamId() + "&fragment_id=" + std::to_string(number) +
          AddressEnd(ticket);
 }
@@ -141,7 +140,7 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
 
 Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   HttpLiveStream stream(ticket.StreamId());
-  if (stream.Init(PieceRequest(ticket, kSegmentAddress, "hls"), SubtitleOptions(ticket),
+  if (stream.Init(PieceRequest(ticket, EntryPath() + kSegmentName, "hls"), SubtitleOptions(ticket),
                   ticket.Parameter("audio_id"), ticket.Parameter("audio_format"))) {
     ticket.Directory().MarkAccess();
     data["content_type"] = kPlaylistType;

@@ -135,7 +135,7 @@ const StreamKind* KindOf(const Request& request, Answer& refusal) {
 // `authority`: the host and port in the address.
 std::string AddressOf(const Request& request, const std::string& authority, const StreamKind& kind,
                       const Ticket& ticket) {
-  return request.Scheme() + "://" + authority + "/webapi/entry.cgi" + kind.name +
+  return request.Scheme() + "://" + authority + EntryPath() + kind.name +
          "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
          "&stream_id=" + ticket.StreamId() + AddressEnd(ticket);
 }
