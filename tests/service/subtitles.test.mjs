@@ -368,8 +368,8 @@ test('pictures of a DVD, in the film and beside it, are sent in the form of a Bl
     const windows = segments.filter(({ type }) => type === 0x17);
     places.push(windows.map(({ tick, content }) => [Math.round(tick / 90000), Buffer.from(content, 'hex').readUInt16BE(2), Buffer.from(content, 'hex').readUInt16BE(4)]));
   }
-  const [english, french] = [[[1, 100, 480], [5, 100, 480]], [[2, 310, 80], [4, 310, 80]]];
-  assert.deepEqual(places, [english, french, english, french]);
+  const [first, second] = [[[1, 100, 480], [5, 100, 480]], [[2, 310, 80], [4, 310, 80]]];
+  assert.deepEqual(places, [first, second, first, second]);
   for (const wrong of [`${beside('disc.idx')}/2`, `${beside('disc.idx')}/-1`, beside('disc.idx'), `${beside('disc.idx')}/../../etc/passwd`]) {
     const { status } = await service.call('Subtitle', 'get', { id, subtitle_id: wrong, output: 'sup' });
     assert.equal(status, 404, wrong);
