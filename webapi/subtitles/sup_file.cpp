@@ -1,6 +1,7 @@
 #include "webapi/subtitles/sup_file.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace webapi {
 namespace {
@@ -55,7 +56,7 @@ std::string PixelsOf(const SubtitlePicture& picture) {
 }
 
 int Rounded(double value) {
-  return std::clamp(static_cast<int>(value + 0.5), 0, 255);
+  return std::clamp(static_cast<int>(std::lround(value)), 0, 255);
 }
 
 // A colour as Y, Cr, Cb and the opacity. Players take that of a small picture as BT.601.

@@ -8,7 +8,7 @@
 namespace webapi {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 // Two rows of four pixels at (1, 2): colours 1 1 2 2, and colour 3 to the end of the row. They are
 // shown at once and hidden after 3 * 1024 / 90 ms.
