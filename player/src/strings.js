@@ -268,7 +268,6 @@ export const GERMAN = {
   'Night: loud places lowered': 'Nacht: laute Stellen leiser',
   Speed: 'Tempo',
   'Playback method': 'Wiedergabeart',
-  '{name} (cannot be shown here)': '{name} (hier nicht darstellbar)',
   forced: 'erzwungen',
   'Second subtitles': 'Zweite Untertitel',
   'Subtitle delay (s)': 'Verzögerung (s)',

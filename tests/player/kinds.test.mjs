@@ -141,9 +141,9 @@ test('a forced subtitle in the language of the sound shows itself, unless the vi
   delete globalThis.localStorage;
 });
 
-test('the page never chooses pictures of a DVD, which it cannot show', () => {
+test('forced pictures show themselves, those of a DVD and those of a Blu-ray', () => {
   const pictures = (codec) => ({ id: '1', language: 'ger', forced: true, form: 'picture', codec });
   const dubbed = (codec) => ({ metadata: { track_info: { audio: [{ id: 'a', language: 'ger' }] } }, subtitles: [pictures(codec)], profiles: [] });
-  assert.equal(choiceOf(dubbed('dvd_subtitle')).subtitle, '');
+  assert.equal(choiceOf(dubbed('dvd_subtitle')).subtitle, '1');
   assert.equal(choiceOf(dubbed('hdmv_pgs_subtitle')).subtitle, '1');
 });
