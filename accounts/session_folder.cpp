@@ -26,10 +26,6 @@ struct SessionFolder::Session {
   Login login;
   int64_t used = 0;
   bool isEnded = false;  // by a logout
-
-  bool IsOver(int64_t now) const {
-    return now - used > kSessionIdleSeconds || now - login.begun > kSessionSeconds;
-  }
 };
 
 namespace {
@@ -119,6 +115,10 @@ void SessionFolder::EndAt(const std::string& path, const Login& login) const {
   }
 }
 
+bool SessionFolder::IsOver(const Session& session, int64_t now) const {
+  return now - session.used > idleSeconds_ || now - session.login.begun > kSessionSeconds;
+}
+
 void SessionFolder::Sweep(const Account& account, int64_t now) const {
   std::vector<std::pair<int64_t, std::string>> own;
   std::error_code failure;
@@ -130,7 +130,7 @@ void SessionFolder::Sweep(const Account& account, int64_t now) const {
       continue;
     }
     const auto session = SessionIn(content, entry.path());
-    if (!session || session->IsOver(now) || HasLostAccount(session->login)) {
+    if (!session || IsOver(*session, now) || HasLostAccount(session->login)) {
       unlink(entry.path().c_str());
     } else if (session->login.account == account.name && !session->isEnded) {
       own.emplace_back(session->used, entry.path());
@@ -165,8 +165,8 @@ std::optional<Account> SessionFolder::Use(const std::string& id, const std::opti
   if (!session || session->isEnded) {
     return std::nullopt;
   }
-  auto account = session->IsOver(now) ? std::nullopt : AccountOf(session->login);
-  if (!account && (session->IsOver(now) || HasLostAccount(session->login))) {
+  auto account = IsOver(*session, now) ? std::nullopt : AccountOf(session->login);
+  if (!account && (IsOver(*session, now) || HasLostAccount(session->login))) {
     unlink(path.c_str());
   } else if (account && now - session->used > kTouchSeconds) {
     MarkUse(path, now);

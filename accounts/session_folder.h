@@ -14,6 +14,10 @@
 
 namespace accounts {
 
+// A session ends after this time without use, and after the second time in any case.
+inline constexpr int64_t kSessionIdleSeconds = 30 * 24 * 3600;
+inline constexpr int64_t kSessionSeconds = 180 * 24 * 3600;
+
 // What a session stands for.
 struct Login {
   std::string account;
@@ -33,7 +37,9 @@ class SessionFolder {
     kALogin,   // so the file of an ended session stays and says so, until the session is too old
   };
   // `path`: the folder, which is made when the first session begins.
-  SessionFolder(std::string path, Id id) : path_(std::move(path)), id_(id) {}
+  // A session ends after `idleSeconds` without use.
+  SessionFolder(std::string path, Id id, int64_t idleSeconds = kSessionIdleSeconds)
+      : path_(std::move(path)), id_(id), idleSeconds_(idleSeconds) {}
 
   // Remembers a session of the account that begins now. Removes ended ones, and ends the account's
   // longest unused one if it has too many. Returns false if the session cannot be stored.
@@ -54,10 +60,12 @@ class SessionFolder {
   std::optional<Session> Find(const std::string& path, const std::optional<Login>& login) const;
   static std::optional<Session> SessionIn(const Json::Value& content, const std::string& path);
   void EndAt(const std::string& path, const Login& login) const;
+  bool IsOver(const Session& session, int64_t now) const;
   void Sweep(const Account& account, int64_t now) const;
 
   std::string path_;
   Id id_;
+  int64_t idleSeconds_;
 };
 
 }  // namespace accounts

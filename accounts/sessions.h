@@ -14,9 +14,6 @@
 
 namespace accounts {
 
-// A session ends after this time without use, and after the second time in any case.
-inline constexpr int64_t kSessionIdleSeconds = 30 * 24 * 3600;
-inline constexpr int64_t kSessionSeconds = 180 * 24 * 3600;
 // A further login ends the account's session that was unused for the longest time.
 inline constexpr int kSessionsPerAccount = 32;
 

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "util/media_names.h"
+#include "util/paths.h"
 
 namespace orvo::analyze {
 namespace {
@@ -23,11 +24,6 @@ constexpr uint32_t kMask = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO 
 constexpr uint32_t kFolderChanges = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 // Each watch needs about one kilobyte of kernel memory.
 constexpr size_t kMaxFolders = 65536;
-
-bool IsBelow(const std::string& path, const std::string& folder) {
-  return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
-         (folder == "/" || path[folder.size()] == '/');
-}
 
 std::string Join(const std::string& folder, const std::string& name) {
   return folder == "/" ? folder + name : folder + "/" + name;
@@ -119,13 +115,11 @@ bool LibraryWatch::Watch(const std::string& folder) {
 
 void LibraryWatch::ForgetBelow(const std::string& folder) {
   for (const auto& [watch, path] : folders_) {
-    if (path == folder || IsBelow(path, folder)) {
+    if (LiesWithin(path, folder)) {
       inotify_rm_watch(events_.Get(), watch);
     }
   }
-  std::erase_if(folders_, [&](const auto& entry) {
-    return entry.second == folder || IsBelow(entry.second, folder);
-  });
+  std::erase_if(folders_, [&](const auto& entry) { return LiesWithin(entry.second, folder); });
 }
 
 void LibraryWatch::ReadEvents() {
@@ -203,7 +197,7 @@ void LibraryWatch::TakeFile(const std::string& file, const inotify_event& event)
 
 bool LibraryWatch::IsInRoots(const std::string& path) const {
   return std::any_of(roots_.begin(), roots_.end(),
-                     [&](const std::string& root) { return path == root || IsBelow(path, root); });
+                     [&](const std::string& root) { return LiesWithin(path, root); });
 }
 
 }  // namespace orvo::analyze

@@ -29,7 +29,8 @@ const seek = (page, part) =>
         const second = Math.floor(Number(position.max) * to);
         const begun = performance.now();
         const look = (now, { mediaTime }) => {
-          if (video.currentTime >= second - 1 && mediaTime > 0 && !video.seeking) resolve(now - begun);
+          // A picture may be shown before the element says that it has arrived. Key frames are two seconds apart.
+          if (mediaTime >= second - 2 && mediaTime <= second + 10) resolve(now - begun);
           else video.requestVideoFrameCallback(look);
         };
         video.requestVideoFrameCallback(look);

@@ -10,6 +10,7 @@
 #include "platform/plat.h"
 #include "util/file_state.h"
 #include "util/media_names.h"
+#include "util/paths.h"
 #include "util/private_folder.h"
 #include "util/system_files.h"
 
@@ -283,7 +284,7 @@ void CatalogWriter::ForgetOthers(const std::vector<std::string>& roots) {
   while (all.Step()) {
     const std::string path = all.Text(0);
     const bool isBelow = std::any_of(roots.begin(), roots.end(), [&](const std::string& root) {
-      return path == root || root == "/" || path.rfind(root + "/", 0) == 0;
+      return orvo::LiesWithin(path, root);
     });
     if (!isBelow || access(path.c_str(), F_OK) != 0) {
       gone.push_back(path);

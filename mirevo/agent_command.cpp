@@ -29,14 +29,18 @@ std::string Complaint(const std::string& place) {
 
 }  // namespace
 
+CLI::Option& AddAgentPlace(CLI::App& command, const std::string& name, std::string& place,
+                           const std::string& meaning) {
+  return *command.add_option(name, place, meaning)
+              ->check(CLI::Validator(Complaint, ""))
+              ->type_name("ADDRESS:PORT");
+}
+
 void AddAgentCommand(CLI::App& app, int& exitCode) {
   auto place = std::make_shared<std::string>();
   CLI::App* const command =
       app.add_subcommand("agent", "Tell a load balancer how much this box can take");
-  command->add_option("--listen", *place, "Where the balancer asks")
-      ->required()
-      ->check(CLI::Validator(Complaint, ""))
-      ->type_name("ADDRESS:PORT");
+  AddAgentPlace(*command, "--listen", *place, "Where the balancer asks").required();
   command->callback([place, &exitCode] { exitCode = Answer(*place); });
 }
 

@@ -1,17 +1,9 @@
 #include "mirevo/film_argument.h"
 
-#include <climits>
-#include <cstdlib>
-
 #include "mirevo/exit_codes.h"
 #include "mirevo/output.h"
 
 namespace mirevo {
-
-std::string RealPath(const std::string& path) {
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
-}
 
 int NoSuchPath(const std::string& path) {
   Complain(path + ": there is no such file or folder");

@@ -4,11 +4,11 @@
 #include <string>
 
 #include "metadata/video_metadata.h"
+#include "util/paths.h"
 
 namespace mirevo {
 
-// The absolute path with links resolved; "" if the file or folder does not exist.
-std::string RealPath(const std::string& path);
+using orvo::RealPath;
 
 // Probes the film. Returns kOk, or another exit code after a complaint if the file is not a film.
 int LoadFilm(const std::string& path, LibOrvoQMX::VideoMetaData& film);

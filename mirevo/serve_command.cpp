@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "mirevo/agent_command.h"
 #include "serve/endpoint.h"
 #include "serve/service.h"
 
@@ -37,14 +38,8 @@ void AddCluster(CLI::App& command, const std::shared_ptr<serve::Options>& option
                                          "How many boxes the balancer has");
   boxes->check(CLI::Range(1, kMostBoxes))->type_name("N")->needs(url);
   url->needs(boxes);
-  const auto isPlace = [](const std::string& text) {
-    return serve::ParseAuthority(text).has_value();
-  };
-  command
-      .add_option("--agent", options->agent,
-                  "Where a load balancer asks how much this box can take")
-      ->check(Check(isPlace, "is not ADDRESS:PORT"))
-      ->type_name("ADDRESS:PORT");
+  AddAgentPlace(command, "--agent", options->agent,
+                "Where a load balancer asks how much this box can take");
 }
 
 // Adds the options that say who can reach the service, and how.

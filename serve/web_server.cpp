@@ -152,7 +152,9 @@ std::string ReadySegments(const WebServer& server) {
 // Gives each kind of answer its time.
 std::string StreamCondition() {
   return std::string("$HTTP[\"querystring\"] =~ ") + Quoted(kStreamQuery) +
-         " {\n  server.max-write-idle = " + kStreamWriteIdle + "\n}\n";
+         " {\n  server.max-write-idle = " + kStreamWriteIdle +
+         "\n}\n$HTTP[\"url\"] =~ \"^/files/\" {\n  server.max-write-idle = " + kStreamWriteIdle +
+         "\n}\n";
 }
 
 // As many descriptors as this process may give away.
@@ -281,7 +283,9 @@ std::string Configuration(const WebServer& server) {
        "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\", "
        "\".json\" => \"application/json\", \".wasm\" => \"application/wasm\", "
        "\".woff2\" => \"font/woff2\" )");
-  line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + " )");
+  // Below /files, the same program shows the media folders (webapi/library/file_index.h).
+  line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + ", \"/files\" => " +
+                        Quoted(server.webapiFolder + "/entry.cgi") + " )");
   line("cgi.assign", "( \"entry.cgi\" => \"\" )");
   line("setenv.set-environment", EnvironmentOf(server));
   line("cgi.x-sendfile", "\"enable\"");

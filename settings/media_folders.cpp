@@ -7,18 +7,20 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdlib>
 #include <functional>
 #include <optional>
 
 #include "platform/plat.h"
 #include "settings/settings_lock.h"
 #include "util/json_utils.h"
+#include "util/paths.h"
 #include "util/state_reading.h"
 
 namespace settings {
 namespace {
 
+using orvo::LiesWithin;
+using orvo::RealPath;
 using Paths = std::vector<std::string>;
 
 constexpr char kAddedFile[] = "/var/packages/Mirevo/etc/added_folders";
@@ -29,10 +31,6 @@ constexpr std::array kSystemFolders = {"/proc", "/sys", "/dev", "/etc", "/boot"}
 constexpr std::array kStateFolders = {"/var/packages/Mirevo", "/tmp/Mirevo", "/run/mirevo",
                                       "/etc.defaults",        "/etc/mirevo", "/etc/orvo"};
 
-bool IsIn(const std::string& path, const std::string& folder) {
-  return path == folder || path.starts_with(folder + "/");
-}
-
 bool IsControl(unsigned char c) {
   return c < 0x20 || c == 0x7f;
 }
@@ -42,11 +40,6 @@ bool IsPath(const std::string& text) {
          std::none_of(text.begin(), text.end(), IsControl);
 }
 
-std::string RealPath(const std::string& path) {
-  std::array<char, PATH_MAX> resolved{};
-  return realpath(path.c_str(), resolved.data()) == nullptr ? "" : resolved.data();
-}
-
 bool IsFolder(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -54,7 +47,7 @@ bool IsFolder(const std::string& path) {
 
 bool IsSystems(const std::string& path) {
   return std::any_of(kSystemFolders.begin(), kSystemFolders.end(),
-                     [&](const char* folder) { return IsIn(path, folder); });
+                     [&](const char* folder) { return LiesWithin(path, folder); });
 }
 
 // Films among the files of the service would be removed with them, and its files would be shown.
@@ -62,8 +55,8 @@ bool IsState(const std::string& path) {
   return std::any_of(kStateFolders.begin(), kStateFolders.end(), [&](const char* folder) {
     const std::string state = orvo::SystemPath(folder);
     const std::string real = RealPath(state);
-    return IsIn(path, state) || IsIn(state, path) ||
-           (!real.empty() && (IsIn(path, real) || IsIn(real, path)));
+    return LiesWithin(path, state) || LiesWithin(state, path) ||
+           (!real.empty() && (LiesWithin(path, real) || LiesWithin(real, path)));
   });
 }
 
@@ -142,7 +135,7 @@ FolderOutcome AddTo(Lists& lists, const std::string& path) {
     return FolderOutcome::kDone;
   }
   if (std::any_of(lists.all.begin(), lists.all.end(),
-                  [&](const std::string& root) { return IsIn(path, root); })) {
+                  [&](const std::string& root) { return LiesWithin(path, root); })) {
     return FolderOutcome::kInside;
   }
   if (lists.added.size() >= kMostFolders) {

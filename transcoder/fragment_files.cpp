@@ -18,6 +18,7 @@ namespace {
 constexpr mode_t kFolderMode = 0777;
 constexpr mode_t kFileMode = 0666;
 constexpr char kUnfinished[] = "/unfinished";
+constexpr char kNext[] = ".next";
 
 bool MakeFolder(const std::string& path) {
   if (mkdir(path.c_str(), kFolderMode) == 0 || errno == EEXIST) {
@@ -42,6 +43,12 @@ FragmentFiles::FragmentFiles(const FragmentPlan& plan)
       audioFolder_(folder_ + "/" + FragmentFolder(plan.audioRate)),
       length_(plan.length) {}
 
+FragmentFiles::~FragmentFiles() {
+  for (const std::string& path : announced_) {
+    unlink(path.c_str());
+  }
+}
+
 bool FragmentFiles::Prepare() {
   return MakeFolder(folder_) && MakeFolder(videoFolder_) && MakeFolder(audioFolder_);
 }
@@ -58,11 +65,22 @@ bool FragmentFiles::Write(Track track, int number, std::string_view content) {
   const std::string unfinished = folder_ + kUnfinished;
   const std::string path = PathOf(track, number);
   if (WriteNew(unfinished, content) && rename(unfinished.c_str(), path.c_str()) == 0) {
+    Announce(track, number + 1);
     return true;
   }
   ORVO_LOG("cannot write %s: %s", path.c_str(), strerror(errno));
   unlink(unfinished.c_str());
   return false;
+}
+
+// Without it readers wait for the next fragment, so a failure does no harm.
+void FragmentFiles::Announce(Track track, int number) {
+  std::string& announced = announced_[static_cast<size_t>(track)];
+  const std::string path = PathOf(track, number) + kNext;
+  if (announced.empty() || rename(announced.c_str(), path.c_str()) != 0) {
+    WriteNew(path, "");
+  }
+  announced = path;
 }
 
 }  // namespace orvo::transcoder

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "util/state_roots.h"
+#include "webapi/access/basic_login.h"
 #include "webapi/access/first_start.h"
 #include "webapi/access/identity.h"
 #include "webapi/access/login.h"
@@ -20,6 +21,7 @@
 #include "webapi/http/deadline.h"
 #include "webapi/http/leaving.h"
 #include "webapi/http/request.h"
+#include "webapi/library/file_index.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/fonts.h"
 #include "webapi/library/history.h"
@@ -187,6 +189,25 @@ bool IsForAnyHost(const Request& blank) {
   return call != nullptr && call->isForAnyHost;
 }
 
+// The index has neither calls nor parameters. Programs that read it bring their login along.
+Answer ServeIndex(const Request& request) {
+  if (!IsRead(request)) {
+    return Answer::Failure(webapi::kMethodNotAllowed, "The files can only be read.")
+        .AddHeader("Allow", "GET, HEAD, OPTIONS");
+  }
+  webapi::EndWithClient();
+  webapi::SetDeadline(kFilmSeconds);
+  Answer refusal = Answer::Failure(webapi::kInternal);
+  const auto caller = webapi::FindCallerByHeader(request, refusal);
+  if (!caller) {
+    return refusal;
+  }
+  if (!caller->roots.empty()) {
+    webapi::LimitMediaRoots(caller->roots);
+  }
+  return webapi::SendIndex(request);
+}
+
 Answer Serve(const Request& blank) {
   const std::string method = blank.Method();
   if (auto refusal = webapi::RefuseStranger(blank); refusal && !IsForAnyHost(blank)) {
@@ -202,6 +223,9 @@ Answer Serve(const Request& blank) {
   }
   if (const std::string problem = orvo::StateProblem(); !problem.empty()) {
     return Answer::Failure(webapi::kInternal, problem);
+  }
+  if (blank.Program() == webapi::kIndexProgram) {
+    return ServeIndex(blank);
   }
   std::string error;
   auto request = Request::Read(error);

@@ -42,24 +42,4 @@ std::string SubtitleAddress(const CmafPresentation& presentation, const std::str
          "&subtitle_id=" + PercentEncode(id);
 }
 
-std::string XmlText(const std::string& text) {
-  std::string escaped;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      default:
-        escaped += c;
-    }
-  }
-  return escaped;
-}
-
 }  // namespace LibOrvoQMX

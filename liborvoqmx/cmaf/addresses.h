@@ -14,14 +14,11 @@ ORVO_API std::string SegmentAddress(const CmafPresentation& presentation,
                                     const std::string& rendition);
 ORVO_API std::string HeaderAddress(const CmafPresentation& presentation,
                                    const std::string& rendition);
-std::string MediaPlaylistAddress(const CmafPresentation& presentation,
-                                 const std::string& rendition);
+ORVO_API std::string MediaPlaylistAddress(const CmafPresentation& presentation,
+                                          const std::string& rendition);
 std::string ChapterListAddress(const CmafPresentation& presentation);
 std::string SubtitlePlaylistAddress(const CmafPresentation& presentation, const std::string& id);
 // The whole track as WebVTT.
 std::string SubtitleAddress(const CmafPresentation& presentation, const std::string& id);
-
-// A text in an XML attribute.
-std::string XmlText(const std::string& text);
 
 }  // namespace LibOrvoQMX

@@ -3,6 +3,7 @@
 
 #include "cmaf/addresses.h"
 #include "cmaf/presentation.h"
+#include "util/xml_text.h"
 
 namespace LibOrvoQMX {
 namespace {
@@ -36,8 +37,8 @@ std::string Timeline(const orvo::CmafPlan& plan) {
 std::string Template(const CmafPresentation& presentation) {
   return "<SegmentTemplate timescale=\"" + std::to_string(orvo::kPlanClock) +
          "\" startNumber=\"0\" initialization=\"" +
-         XmlText(HeaderAddress(presentation, kEverything)) + "\" media=\"" +
-         XmlText(SegmentAddress(presentation, kEverything)) + "$Number$\">" +
+         orvo::XmlText(HeaderAddress(presentation, kEverything)) + "\" media=\"" +
+         orvo::XmlText(SegmentAddress(presentation, kEverything)) + "$Number$\">" +
          Timeline(presentation.plan) + "</SegmentTemplate>";
 }
 
@@ -81,8 +82,8 @@ std::string SoundSet(const CmafPresentation& presentation, const CmafRendition& 
       "startWithSAP=\"1\" segmentAlignment=\"true\"";
   set += rendition.language.empty() ? "" : " lang=\"" + rendition.language + "\"";
   set += std::string("><Role schemeIdUri=\"urn:mpeg:dash:role:2011\" value=\"") +
-         (rendition.isDefault ? "main" : "alternate") + "\"/><Label>" + XmlText(rendition.label) +
-         "</Label>" + Template(presentation);
+         (rendition.isDefault ? "main" : "alternate") + "\"/><Label>" +
+         orvo::XmlText(rendition.label) + "</Label>" + Template(presentation);
   set += "<Representation id=\"" + rendition.name + "\" bandwidth=\"" +
          std::to_string(rendition.bandwidth) + "\" codecs=\"" + rendition.codec + "\">";
   set += rendition.channels == 0
@@ -96,11 +97,13 @@ std::string SoundSet(const CmafPresentation& presentation, const CmafRendition& 
 std::string SubtitleSet(const CmafPresentation& presentation, const CmafSubtitle& subtitle,
                         size_t number) {
   return "<AdaptationSet contentType=\"text\" mimeType=\"text/vtt\" lang=\"" +
-         XmlText(subtitle.language) + "\"><Role schemeIdUri=\"urn:mpeg:dash:role:2011\" value=\"" +
+         orvo::XmlText(subtitle.language) +
+         "\"><Role schemeIdUri=\"urn:mpeg:dash:role:2011\" value=\"" +
          (subtitle.isForced ? "forced-subtitle" : "subtitle") + "\"/>" +
-         (subtitle.title.empty() ? "" : "<Label>" + XmlText(subtitle.title) + "</Label>") +
+         (subtitle.title.empty() ? "" : "<Label>" + orvo::XmlText(subtitle.title) + "</Label>") +
          "<Representation id=\"subtitle-" + std::to_string(number) +
-         "\" bandwidth=\"256\"><BaseURL>" + XmlText(SubtitleAddress(presentation, subtitle.id)) +
+         "\" bandwidth=\"256\"><BaseURL>" +
+         orvo::XmlText(SubtitleAddress(presentation, subtitle.id)) +
          "</BaseURL></Representation></AdaptationSet>";
 }
 
@@ -115,7 +118,7 @@ std::string ChapterEvents(const CmafPresentation& presentation) {
     const CmafChapter& chapter = presentation.chapters[i];
     events += "<Event id=\"" + std::to_string(i) + "\" presentationTime=\"" +
               std::to_string(chapter.start) + "\" duration=\"" +
-              std::to_string(chapter.end - chapter.start) + "\">" + XmlText(chapter.title) +
+              std::to_string(chapter.end - chapter.start) + "\">" + orvo::XmlText(chapter.title) +
               "</Event>";
   }
   return events + "</EventStream>";

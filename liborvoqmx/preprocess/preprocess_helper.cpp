@@ -11,6 +11,12 @@ namespace {
 
 constexpr double kEndTolerance = 60.0;       // seconds
 constexpr double kShortestFragment = 0.001;  // seconds
+constexpr double kLatest = 1e6;              // seconds; milliseconds of it are an int
+
+// A damaged result may have any number, and those that are none have no order.
+bool IsTime(double seconds) {
+  return seconds >= -kLatest && seconds <= kLatest;
+}
 
 }  // namespace
 
@@ -66,6 +72,7 @@ int PreprocessHelper::GetSeekTime(unsigned n) const {
 
 bool PreprocessHelper::IsLastKeyframeTimestampReasonable() const {
   return m_result.end_time() > 0 && !m_keyframeTimes.empty() &&
+         std::all_of(m_keyframeTimes.begin(), m_keyframeTimes.end(), IsTime) &&
          std::fabs(m_result.end_time() - m_keyframeTimes.back()) < kEndTolerance;
 }
 

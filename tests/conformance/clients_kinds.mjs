@@ -1,6 +1,8 @@
-// Real players on CMAF presentations of many kinds of films: each one from the start to the end, and from its middle. It
-// takes half an hour on an idle machine and needs mpv, VLC and GStreamer, so it is a command of its own:
+// Real players on CMAF presentations of many kinds of films: each one from the start to the end, and from its middle. In a
+// browser also with 20 seeks, 20 changes of rendition and 20 of sound. It takes an hour on an idle machine and needs mpv,
+// VLC and GStreamer, so it is a command of its own:
 // ORVO_TEST_BUILD=build/ci node --test tests/conformance/clients_kinds.mjs
+// ORVO_TEST_DEEDS=4 does everything that often instead of 20 times.
 // --test-name-pattern=mpv names one player.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
@@ -15,6 +17,8 @@ import { codecs, kinds, make, seconds } from './films.mjs';
 import { gstreamer, isClean, mpv, nowhere, players, program, vlc } from './players.mjs';
 
 const middle = seconds / 2;
+const deeds = Number(process.env.ORVO_TEST_DEEDS ?? 20); // seeks, and changes of each kind
+const places = Array.from({ length: deeds }, (_, i) => (((i * 7) % 20) * (seconds - 1)) / 20);
 // A film that is refused has no presentation.
 const played = Object.entries(kinds).filter(([, { refusal }]) => !refusal);
 
@@ -94,20 +98,48 @@ const TYPES = {
 const supported = (page) =>
   page.evaluate((types) => Object.keys(types).filter((name) => MediaSource.isTypeSupported(types[name])).join(), TYPES);
 
+const stateOf = (page) =>
+  page.evaluate(() => {
+    const { currentTime, duration, readyState, seeking, error, buffered } = document.getElementById('video');
+    const parts = Array.from({ length: buffered.length }, (_, i) => [buffered.start(i), buffered.end(i)]);
+    return JSON.stringify({ currentTime, duration, readyState, seeking, error: error?.message, errors: window.errors, parts });
+  });
+
 async function playsToItsEnd(page, description) {
-  const state = () =>
-    page.evaluate(() => {
-      const { currentTime, duration, readyState, error } = document.getElementById('video');
-      return JSON.stringify({ currentTime, duration, readyState, error: error?.message, errors: window.errors });
-    });
   const isOver = () => document.getElementById('video').ended || window.errors.length > 0;
-  await page.waitForFunction(isOver).catch(async () => assert.fail(`${description}: ${await state()}`));
-  assert.deepEqual(await page.evaluate(() => window.errors), [], await state());
+  await page.waitForFunction(isOver).catch(async () => assert.fail(`${description}: ${await stateOf(page)}`));
+  assert.deepEqual(await page.evaluate(() => window.errors), [], await stateOf(page));
 }
+
+// The film goes on for a moment. `deed`: what the viewer has just done.
+async function playsOn(page, deed) {
+  const from = await page.evaluate(() => document.getElementById('video').currentTime);
+  const goesOn = (second) => {
+    const { currentTime, readyState, seeking, ended } = document.getElementById('video');
+    return window.errors.length > 0 || (!seeking && (ended || (readyState >= 2 && currentTime > second + 0.1)));
+  };
+  await page.waitForFunction(goesOn, from).catch(async () => assert.fail(`${deed}: stands still, ${await stateOf(page)}`));
+  assert.deepEqual(await page.evaluate(() => window.errors), [], `${deed}: ${await stateOf(page)}`);
+}
+
+async function seek(page, place, deed) {
+  await page.evaluate((second) => {
+    const video = document.getElementById('video');
+    video.currentTime = second;
+    return video.play();
+  }, place);
+  await playsOn(page, deed);
+}
+
+// What the players' pages offer by number (players.mjs).
+const changes = {
+  rendition: (page, i) => page.evaluate((n) => window.renditions > 1 && window.show(n % window.renditions), i),
+  sound: (page, i) => page.evaluate((n) => window.sounds > 1 && window.hear(n % window.sounds), i),
+};
 
 for (const [player, { script, kind, start }] of Object.entries(players)) {
   for (const [name] of played) {
-    test(`${player}: ${name}`, { timeout: 300_000 }, async () => {
+    test(`${player}: ${name}`, { timeout: 600_000 }, async () => {
       await withBarePage(service, [script], async (page) => {
         await withStream(name, await supported(page), async (stream) => {
           await page.evaluate(() => {
@@ -116,11 +148,15 @@ for (const [player, { script, kind, start }] of Object.entries(players)) {
           await page.evaluate(start, stream[kind]);
           await page.evaluate(() => document.getElementById('video').play());
           await playsToItsEnd(page, 'from the start');
-          await page.evaluate((second) => {
-            const video = document.getElementById('video');
-            video.currentTime = second;
-            return video.play();
-          }, middle);
+          for (const [i, place] of places.entries()) await seek(page, place, `seek ${i} to ${place}`);
+          for (const [what, change] of Object.entries(changes)) {
+            for (const [i, place] of places.entries()) {
+              await seek(page, place, `before change ${i} of ${what}`);
+              await change(page, i + 1);
+              await playsOn(page, `change ${i} of ${what} at ${place}`);
+            }
+          }
+          await seek(page, middle, 'to the middle');
           await playsToItsEnd(page, 'from the middle');
         });
       });

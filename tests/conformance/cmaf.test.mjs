@@ -109,6 +109,20 @@ test('the film is copied only if a player can start at each key frame', async ()
   assert.equal(await about('sound.m4a', {}), '');
 });
 
+test('the answer of open has the playlists that a player would request next', async () => {
+  const film = path.join(folder, 'closed.mp4');
+  for (const [form, count] of Object.entries({ hls: 3, dash: 1 })) {
+    const stream = await service.open(film, { ...wishes, playlists: form });
+    opened.push(stream);
+    const texts = Object.entries(stream.playlists);
+    assert.equal(texts.length, count);
+    assert.ok(stream.playlists[form === 'hls' ? stream.url : stream.dash]);
+    for (const [address, text] of texts) assert.equal(await (await fetch(new URL(address, stream.url))).text(), text);
+  }
+  const { error } = await service.call('Streaming', 'open', { ...wishes, path: film, playlists: 'all' });
+  assert.equal(error.reason, 'BadRequest');
+});
+
 const analyze = (film) =>
   run(path.join(build, 'target/bin/mirevo-analyze'), [film], { env: service.environment });
 

@@ -55,7 +55,7 @@ export const players = {
       window.show = (i) => {
         hls.nextLevel = i;
       };
-      window.sounds = 4;
+      Object.defineProperty(window, 'sounds', { get: () => hls.audioTracks.length });
       window.hear = (i) => {
         hls.audioTrack = i;
       };

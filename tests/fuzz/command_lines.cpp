@@ -32,8 +32,9 @@ void Check(const Translation& translation, size_t size) {
     fuzz::Demand(argument.find('\0') == std::string::npos);
     length += argument.size();
   }
-  // The filters of the sound alone have thousands of letters.
-  constexpr size_t kOwnWords = 65536;
+  // The filters of the sound have thousands of letters, and a list of key frames as many as one
+  // argument can have.
+  constexpr size_t kOwnWords = 262144;
   fuzz::Demand(length <= 64 * size + kOwnWords && translation.error.size() <= size + kOwnWords);
 }
 

@@ -118,6 +118,12 @@ TEST_F(Planner, EndsWithAnyTimes) {
   }
 }
 
+TEST_F(Planner, HasNoPlanForKeyFramesThatNoFilmHas) {
+  for (const double odd : {kNaN, kInfinity, -kInfinity, 1e300}) {
+    EXPECT_FALSE(Plan({0, odd, 9, 17.3, 24}, 30).IsAvailable()) << odd;
+  }
+}
+
 TEST_F(Planner, AnswersTheLengthOfAFragmentInWholeSeconds) {
   PreprocessHelper plan;
   EXPECT_EQ(plan.UpdateCurrentFragment(1, 4.25, 3), 4);

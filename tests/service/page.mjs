@@ -104,6 +104,17 @@ export class Viewer {
     });
   }
 
+  // The colour of the drawn subtitles at a place of the film's picture of 640 x 360, [red, green, blue, opacity].
+  drawnAt(x, y) {
+    return this.page.evaluate(([left, top]) => {
+      const drawn = document.querySelector('canvas.pictures');
+      const copy = document.createElement('canvas');
+      Object.assign(copy, { width: drawn.width, height: drawn.height });
+      copy.getContext('2d').drawImage(drawn, 0, 0);
+      return [...copy.getContext('2d').getImageData((left * drawn.width) / 640, (top * drawn.height) / 360, 1, 1).data];
+    }, [x, y]);
+  }
+
   state() {
     return this.page.evaluate(() => {
       const video = document.getElementById('video');

@@ -217,16 +217,6 @@ test('two subtitles are shown at once, and both come later by the viewer’s del
   assert.deepEqual(viewer.complaints, []);
 });
 
-// The colour of the drawn subtitle at a place of the film's picture, [red, green, blue, opacity].
-const drawnAt = (viewer, x, y) =>
-  viewer.page.evaluate(([left, top]) => {
-    const drawn = document.querySelector('canvas.pictures');
-    const copy = document.createElement('canvas');
-    Object.assign(copy, { width: drawn.width, height: drawn.height });
-    copy.getContext('2d').drawImage(drawn, 0, 0);
-    return [...copy.getContext('2d').getImageData((left * drawn.width) / 640, (top * drawn.height) / 360, 1, 1).data];
-  }, [x, y]);
-
 test('subtitles of pictures are drawn over the film', async () => {
   const viewer = await enter();
   const { page } = viewer;
@@ -234,10 +224,10 @@ test('subtitles of pictures are drawn over the film', async () => {
   await viewer.playing();
   await page.keyboard.press('c');
   await page.locator('canvas.pictures').waitFor();
-  const isDrawn = (x, y, opacity) => eventually(async () => ((await drawnAt(viewer, x, y))[3] === opacity ? true : undefined), 60_000);
+  const isDrawn = (x, y, opacity) => eventually(async () => ((await viewer.drawnAt(x, y))[3] === opacity ? true : undefined), 60_000);
   await isDrawn(300, 320, 255);
   await isDrawn(100, 320, 0);
-  assert.deepEqual(await drawnAt(viewer, 300, 320), [235, 235, 235, 255]);
+  assert.deepEqual(await viewer.drawnAt(300, 320), [235, 235, 235, 255]);
   const boxOf = ({ left, top, width, height }) => [left, top, width, height].map(Math.round);
   const boxes = await page.evaluate(() => ['video', 'canvas.pictures'].map((name) => document.querySelector(name).getBoundingClientRect().toJSON()));
   assert.deepEqual(boxOf(boxes[1]), boxOf(boxes[0]));

@@ -92,16 +92,6 @@ test('subtitles of a film with too many fonts for FFmpeg are refused instead of 
   await service.close({ stream_id: id });
 });
 
-// The colour of the drawn subtitles at a place of the film's picture, [red, green, blue, opacity].
-const drawnAt = (page, x, y) =>
-  page.evaluate(([left, top]) => {
-    const drawn = document.querySelector('canvas.pictures');
-    const copy = document.createElement('canvas');
-    Object.assign(copy, { width: drawn.width, height: drawn.height });
-    copy.getContext('2d').drawImage(drawn, 0, 0);
-    return [...copy.getContext('2d').getImageData((left * drawn.width) / 640, (top * drawn.height) / 360, 1, 1).data];
-  }, [x, y]);
-
 // Opens the film with its subtitles.
 async function watch(viewer) {
   await viewer.go(`#/play${encode(beside('styled.mkv'))}?t=10`);
@@ -116,11 +106,11 @@ test('the page draws the subtitles with their colours, places and fonts', async 
   await watch(viewer);
   await page.locator('canvas.pictures').waitFor();
   const becomes = (x, y, color) =>
-    eventually(async () => (JSON.stringify(await drawnAt(page, x, y)) === JSON.stringify(color) ? true : undefined), 60_000, () => `${x}, ${y} becomes ${color}`);
+    eventually(async () => (JSON.stringify(await viewer.drawnAt(x, y)) === JSON.stringify(color) ? true : undefined), 60_000, () => `${x}, ${y} becomes ${color}`);
   await becomes(140, 140, [255, 0, 0, 255]);
   await becomes(500, 250, [0, 0, 255, 255]);
-  assert.equal((await drawnAt(page, 60, 140))[3], 0, 'left of the word');
-  assert.equal((await drawnAt(page, 140, 300))[3], 0, 'below the word');
+  assert.equal((await viewer.drawnAt(60, 140))[3], 0, 'left of the word');
+  assert.equal((await viewer.drawnAt(140, 300))[3], 0, 'below the word');
   await page.keyboard.press('c');
   await page.locator('canvas.pictures').waitFor({ state: 'detached' });
   assert.deepEqual(viewer.complaints, []);

@@ -111,6 +111,14 @@ class FragmentRun(unittest.TestCase):
             self.assertLessEqual(set(pictures), set(run.numbers("audio")) | set(sound))
         self.assertEqual(run.process.returncode, 0)
 
+    def test_a_fragment_counts_as_complete_as_soon_as_it_is_there(self):
+        run = self.paused()
+        self.assertEqual(run.announced("video"), [run.numbers()[-1] + 1])
+        self.assertEqual(run.announced("audio"), [run.numbers("audio")[-1] + 1])
+        self.request(run, LAST)
+        self.assertTrue(self.ends_within(run, PATIENCE))
+        self.assertEqual([run.announced(track) for track in ("video", "audio")], [[], []])
+
     def test_a_fragment_does_not_change_once_it_is_there(self):
         run = self.started(self.run_of())
         seen = {}
@@ -129,6 +137,7 @@ class FragmentRun(unittest.TestCase):
             self.assertTrue(has_ended(child))
             self.assertEqual(run.numbers(), list(range(LEAD + 2)))
             self.assertEqual(sorted(p.name[:13] for p in (run.folder / "smooth").iterdir()), ["QualityLevels"] * 2)
+            self.assertEqual([run.announced(track) for track in ("video", "audio")], [[], []])
             os.close(child)
 
     def test_a_killed_run_takes_its_transcoder_along(self):

@@ -112,13 +112,20 @@ class Run:
     def files(self):
         found = {}
         for path in self.folder.glob("smooth/*/*"):
-            match = NAME.fullmatch(path.name)
+            match = NAME.fullmatch(path.name.removesuffix(".next"))
             assert match, path
+            if path.suffix == ".next":
+                continue
             found[match[1], int(match[2]) / (self.length * TICKS)] = path
         return dict(sorted(found.items()))
 
     def numbers(self, track="video"):
         return [number for kind, number in self.files() if kind == track]
+
+    def announced(self, track):
+        """The number that is told to come next."""
+        return [int(NAME.fullmatch(path.stem)[2]) // (self.length * TICKS)
+                for path in self.folder.glob(f"smooth/*/Fragments({track}=*.next")]
 
     def fragments(self):
         return {key: parse(path.read_bytes()) for key, path in self.files().items()}

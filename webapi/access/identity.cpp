@@ -15,11 +15,6 @@
 namespace webapi {
 namespace {
 
-bool IsLoginRequired() {
-  const char* const setting = secure_getenv("MIREVO_LOGIN");
-  return (setting != nullptr && std::string_view(setting) == "required") || accounts::AreNeeded();
-}
-
 // A proxy on this machine speaks for others, and adds one of these.
 constexpr std::array kProxyHeaders = {"X_FORWARDED_FOR", "FORWARDED", "VIA", "X_REAL_IP"};
 
@@ -29,16 +24,6 @@ bool IsFromHere(const Request& request) {
       client.starts_with("127.") || client == "::1" || client.starts_with("::ffff:127.");
   return isLoopback && std::all_of(kProxyHeaders.begin(), kProxyHeaders.end(),
                                    [&](const char* name) { return request.Header(name).empty(); });
-}
-
-Caller ToCaller(const accounts::Account& account) {
-  Caller caller;
-  caller.isLoginRequired = true;
-  caller.account = account.name;
-  caller.era = account.era;
-  caller.isOwner = account.owner;
-  caller.roots = account.roots;
-  return caller;
 }
 
 // A link has its account's rights, and expires when the account's password changes.
@@ -67,6 +52,21 @@ std::optional<Caller> BySession(const std::string& id) {
 }
 
 }  // namespace
+
+bool IsLoginRequired() {
+  const char* const setting = secure_getenv("MIREVO_LOGIN");
+  return (setting != nullptr && std::string_view(setting) == "required") || accounts::AreNeeded();
+}
+
+Caller ToCaller(const accounts::Account& account) {
+  Caller caller;
+  caller.isLoginRequired = true;
+  caller.account = account.name;
+  caller.era = account.era;
+  caller.isOwner = account.owner;
+  caller.roots = account.roots;
+  return caller;
+}
 
 Caller FindCaller(const Request& request, Right right) {
   Caller caller;

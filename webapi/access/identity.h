@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "accounts/accounts.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/caller.h"
 #include "webapi/http/request.h"
@@ -19,9 +20,15 @@ enum class Right {
              // front of it may have let in anybody
 };
 
+// Do only accounts have rights? If MIREVO_LOGIN is "required" in the environment, that is so even
+// if there are no accounts.
+bool IsLoginRequired();
+
+// The caller who has proved to be this account.
+Caller ToCaller(const accounts::Account& account);
+
 // Finds the caller by the parameter "_sid": a session or, if `right` allows it, a link. Without the
-// parameter, finds it by the session in the cookie of that name. If MIREVO_LOGIN is "required" in
-// the environment, a login is needed even if there are no accounts.
+// parameter, finds it by the session in the cookie of that name.
 Caller FindCaller(const Request& request, Right right);
 
 // May the caller make a call that needs `right`? If not, sets `refusal` to the answer.

@@ -57,35 +57,46 @@ Answer Welcome(const Request& request, const accounts::Account& account, int64_t
   return answer;
 }
 
-Answer LogIn(const Request& request) {
-  if (!accounts::AreNeeded()) {
-    return Answer::Failure(kBadRequest, "This server has no accounts.");
-  }
-  const int64_t now = time(nullptr);
-  const std::string name = request.Text("account");
+std::optional<accounts::Account> CheckPassword(const Request& request, const std::string& name,
+                                               const std::string& password, int64_t now,
+                                               Answer& refusal) {
   const std::string client = accounts::ClientOf(request.ClientAddress());
   const Attempts byAddress("address " + client, accounts::kPerAddress, now);
   const Attempts byAccount(AccountBucket(request, name, client), accounts::kPerAccount, now);
   int64_t wait = byAddress.Take();
   wait = wait > 0 ? wait : byAccount.Take();
   if (wait > 0) {
-    return AskForPatience(wait);
+    refusal = AskForPatience(wait);
+    return std::nullopt;
   }
   const auto place = TakePlace(kLoginWork);
   if (!place) {
     byAddress.GiveBack();
     byAccount.GiveBack();
-    return Answer::Failure(kBusy, "Many people are logging in. Try again in a few seconds.");
+    refusal = Answer::Failure(kBusy, "Many people are logging in. Try again in a few seconds.");
+    return std::nullopt;
   }
-  const auto account = accounts::Verify(name, request.Text("passwd"));
+  auto account = accounts::Verify(name, password);
   if (!account) {
-    return Answer::Failure(kUnauthorized, "The name or the password is wrong.");
+    refusal = Answer::Failure(kUnauthorized, "The name or the password is wrong.");
+    return std::nullopt;
   }
   byAddress.GiveBack();
   byAccount.GiveBack();
   Attempts::Sweep(now);
   accounts::RememberClient(account->name, client);
-  return Welcome(request, *account, now);
+  return account;
+}
+
+Answer LogIn(const Request& request) {
+  if (!accounts::AreNeeded()) {
+    return Answer::Failure(kBadRequest, "This server has no accounts.");
+  }
+  const int64_t now = time(nullptr);
+  Answer refusal = Answer::Failure(kInternal);
+  const auto account =
+      CheckPassword(request, request.Text("account"), request.Text("passwd"), now, refusal);
+  return account ? Welcome(request, *account, now) : refusal;
 }
 
 Answer LogOut(const Request& request) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "accounts/accounts.h"
 #include "webapi/http/answer.h"
@@ -12,6 +14,12 @@ namespace webapi {
 // Checks "account" and "passwd" and starts a session. The answer has its id, also as a cookie. A
 // refusal does not tell which of the two was wrong. The number of attempts is limited.
 Answer LogIn(const Request& request);
+
+// The account, if the password is right. Otherwise nothing, and sets `refusal`, which does not tell
+// which of the two was wrong. The number of attempts is limited. `now`: seconds since the epoch.
+std::optional<accounts::Account> CheckPassword(const Request& request, const std::string& name,
+                                               const std::string& password, int64_t now,
+                                               Answer& refusal);
 
 // Begins a session of the account. The answer has its id, also as a cookie. `now`: seconds since
 // the epoch.

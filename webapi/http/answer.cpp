@@ -13,6 +13,7 @@ namespace {
 constexpr int kOk = 200;
 constexpr int kAccepted = 202;
 constexpr int kNoContent = 204;
+constexpr int kMoved = 301;
 constexpr int kRetrySeconds = 5;
 
 struct Reason {
@@ -74,7 +75,16 @@ const char* StatusText(int code) {
       return row.status;
     }
   }
-  return code == kNoContent ? "No Content" : code == kAccepted ? "Accepted" : "OK";
+  switch (code) {
+    case kAccepted:
+      return "Accepted";
+    case kNoContent:
+      return "No Content";
+    case kMoved:
+      return "Moved Permanently";
+    default:
+      return "OK";
+  }
 }
 
 }  // namespace
@@ -119,6 +129,13 @@ Answer Answer::NoContent() {
   return answer;
 }
 
+Answer Answer::Elsewhere(const std::string& address) {
+  Answer answer;
+  answer.code_ = kMoved;
+  answer.AddHeader("Location", address);
+  return answer;
+}
+
 Answer Answer::Sent() {
   return {};
 }
@@ -137,7 +154,7 @@ void Answer::Send(bool headersOnly) const {
   if (code_ == 0) {
     return;
   }
-  const std::string body = code_ == kNoContent ? "" : LibMirevo::FormatJson(body_);
+  const std::string body = body_.isNull() ? "" : LibMirevo::FormatJson(body_);
   std::string text = "Status: " + std::to_string(code_) + " " + StatusText(code_) + "\r\n";
   if (!body.empty()) {
     text += "Content-Type: application/json; charset=utf-8\r\n";

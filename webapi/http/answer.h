@@ -30,6 +30,9 @@ class Answer {
   static Answer Accepted();
   // Success without content.
   static Answer NoContent();
+  // The content has another address, from now on. It may be relative to the one of the request, and
+  // has no characters that a header may not have.
+  static Answer Elsewhere(const std::string& address);
   // The answer has already been sent.
   static Answer Sent();
 

@@ -72,6 +72,27 @@ bool IsEncryptedBeforeProxy() {
   return isProxy && Environment("HTTP_X_FORWARDED_PROTO") == "https";
 }
 
+// Decodes escapes, and takes "+" for `plus`. Nothing for a broken escape or a zero byte.
+std::optional<std::string> Decode(const std::string& text, char plus) {
+  std::string value;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '+') {
+      value += plus;
+    } else if (text[i] != '%') {
+      value += text[i];
+    } else {
+      unsigned byte = 0;
+      const char* const digits = text.data() + i + 1;
+      if (i + 2 >= text.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
+        return std::nullopt;
+      }
+      value += static_cast<char>(byte);
+      i += 2;
+    }
+  }
+  return HasZero(value) ? std::nullopt : std::optional(std::move(value));
+}
+
 bool IsAuthority(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
     return std::isalnum(c) != 0 || c == '.' || c == ':' || c == '-' || c == '[' || c == ']';
@@ -172,6 +193,18 @@ std::string Request::Scheme() const {
   return secure == "on" || secure == "1" || IsEncryptedBeforeProxy() ? "https" : "http";
 }
 
+std::string Request::Program() const {
+  return Environment("SCRIPT_NAME");
+}
+
+// The web server's own decoded path lacks control characters, which a file's name may contain.
+std::optional<std::string> Request::PathInProgram() const {
+  const std::string program = Program();
+  const std::string address = Environment("REQUEST_URI");
+  const std::string path = address.substr(0, address.find('?'));
+  return path.rfind(program, 0) == 0 ? Decode(path.substr(program.size()), '+') : std::nullopt;
+}
+
 std::string Request::ClientAddress() const {
   return Environment("REMOTE_ADDR");
 }
@@ -187,23 +220,7 @@ std::optional<int64_t> Request::RangeStart() const {
 }
 
 std::optional<std::string> DecodeQueryValue(const std::string& text) {
-  std::string value;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '+') {
-      value += ' ';
-    } else if (text[i] != '%') {
-      value += text[i];
-    } else {
-      unsigned byte = 0;
-      const char* const digits = text.data() + i + 1;
-      if (i + 2 >= text.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
-        return std::nullopt;
-      }
-      value += static_cast<char>(byte);
-      i += 2;
-    }
-  }
-  return HasZero(value) ? std::nullopt : std::optional(std::move(value));
+  return Decode(text, ' ');
 }
 
 std::string EncodeQueryValue(const std::string& text) {

@@ -44,6 +44,11 @@ class Request {
   std::string Method() const;     // "GET", "POST", "HEAD", ...
   std::string Authority() const;  // host and port that the client used
   std::string Scheme() const;
+  // The path as which the web server knows this program ("/webapi/entry.cgi").
+  std::string Program() const;
+  // The rest of the address's path after it, decoded: "/a b" of "/files/a%20b?c=d". Nothing for a
+  // broken escape or a zero byte.
+  std::optional<std::string> PathInProgram() const;
   std::string ClientAddress() const;
   // The first byte of an open range "bytes=N-"; nothing for any other range.
   std::optional<int64_t> RangeStart() const;

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <limits>
@@ -22,21 +20,16 @@ namespace webapi {
 namespace {
 
 namespace fs = std::filesystem;
+using orvo::LiesWithin;
 
 constexpr int64_t kMaxOffset = 1000000000;
 constexpr int64_t kMaxLimit = 10000;
 
-bool IsBelow(const std::string& path, const std::string& root) {
-  return path == root || root == "/" ||
-         (path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
-}
-
 // The real path, without links. On failure returns "" and sets `failure` to the errno.
 std::string Resolve(const std::string& path, int& failure) {
-  char resolved[PATH_MAX];
-  const bool isResolved = realpath(path.c_str(), resolved) != nullptr;
-  failure = isResolved ? 0 : errno;
-  return isResolved ? resolved : "";
+  std::string resolved = RealPath(path);
+  failure = resolved.empty() ? errno : 0;
+  return resolved;
 }
 
 // The real path of the nearest existing folder above `path`.
@@ -55,13 +48,13 @@ std::optional<std::vector<std::string>> limits;
 // Adds the visible part of a media root: the whole root, some folders in it, or nothing.
 void AddVisible(const std::string& root, std::vector<std::string>& roots) {
   for (const std::string& limit : *limits) {
-    if (IsBelow(root, limit)) {
+    if (LiesWithin(root, limit)) {
       roots.push_back(root);
       return;
     }
   }
   std::copy_if(limits->begin(), limits->end(), std::back_inserter(roots),
-               [&](const std::string& limit) { return IsBelow(limit, root); });
+               [&](const std::string& limit) { return LiesWithin(limit, root); });
 }
 
 // The parent folder, if it is visible. The parent of a root is the list of roots, if there are
@@ -146,11 +139,6 @@ std::optional<Part> PartOf(const Request& request) {
 
 }  // namespace
 
-std::string RealPath(const std::string& path) {
-  int ignored = 0;
-  return Resolve(path, ignored);
-}
-
 Json::Value DescribeEntry(const std::string& path, const struct stat& status) {
   Json::Value entry(Json::objectValue);
   entry["name"] = fs::path(path).filename().string();
@@ -165,7 +153,7 @@ Json::Value DescribeEntry(const std::string& path, const struct stat& status) {
 
 bool LiesIn(const std::vector<std::string>& roots, const std::string& path) {
   return std::any_of(roots.begin(), roots.end(),
-                     [&](const std::string& root) { return IsBelow(path, root); });
+                     [&](const std::string& root) { return LiesWithin(path, root); });
 }
 
 std::optional<struct stat> StatusInRoots(const std::vector<std::string>& roots,
@@ -235,7 +223,7 @@ orvo::MediaFile OpenVisible(const std::string& path) {
   libmrv::DoActionAsRoot("OpenFilm", [&] {
     errno = EXDEV;
     for (const std::string& root : MediaRoots()) {
-      if (!file.IsOpen() && IsBelow(path, root)) {
+      if (!file.IsOpen() && LiesWithin(path, root)) {
         file = orvo::MediaFile::OpenBeneath(root, path);
       }
     }

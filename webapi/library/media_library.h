@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/media_file.h"
+#include "util/paths.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/request.h"
 
@@ -46,8 +47,7 @@ bool LiesIn(const std::vector<std::string>& roots, const std::string& path);
 std::optional<struct stat> StatusInRoots(const std::vector<std::string>& roots,
                                          const std::string& entry);
 
-// The real path, without links; "" if it does not exist.
-std::string RealPath(const std::string& path);
+using orvo::RealPath;
 
 // One entry of a listing. "encoded_path" holds the exact bytes in the form for a query. "path" is
 // for people; it differs from the exact bytes if a name is not UTF-8.

@@ -28,6 +28,7 @@
 #include "webapi/streams/cmaf_description.h"
 #include "webapi/streams/cmaf_opening.h"
 #include "webapi/streams/growing_segment.h"
+#include "webapi/streams/kept_plans.h"
 #include "webapi/streams/recent_streams.h"
 #include "webapi/streams/start_times.h"
 #include "webapi/streams/warm_runs.h"
@@ -45,6 +46,8 @@ constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kManifestType[] = "application/dash+xml";
 constexpr char kChapterType[] = "application/json";
 constexpr char kAddress[] = "/webapi/entry.cgi";
+constexpr char kHls[] = "hls";
+constexpr char kDash[] = "dash";
 constexpr int64_t kMaxSegment = 9999999;
 constexpr int kTries = 3;
 constexpr int64_t kHighestBound = 1'000'000'000;
@@ -341,8 +344,8 @@ Answer SendPlaylist(const Request& request, const QMXMetaData& film,
     return SendText(request, kChapterType, ChapterList(presentation));
   }
   AddSubtitles(film, presentation);
-  return type == "dash" ? SendText(request, kManifestType, DashManifest(presentation))
-                        : SendText(request, kPlaylistType, MultivariantPlaylist(presentation));
+  return type == kDash ? SendText(request, kManifestType, DashManifest(presentation))
+                       : SendText(request, kPlaylistType, MultivariantPlaylist(presentation));
 }
 
 // Can a viewer see nothing without a transcoder?
@@ -356,12 +359,33 @@ bool NeedsPlace(const CmafPresentation& presentation) {
                      [](const CmafRendition& rendition) { return rendition.isPicture; });
 }
 
+bool HasPlan(const Ticket& ticket) {
+  return access(ticket.Directory().FilePath(orvo::kCmafPlanFile).c_str(), F_OK) == 0;
+}
+
 // Lets descriptions of the film tell what the plan has found out.
 void Remember(const Ticket& ticket, const orvo::CmafKnowledge& known) {
   Answer ignored = Answer::Failure(kInternal);
   if (const auto file = OpenFilmOf(ticket, ignored)) {
     KeepCmafKnowledge(*file, known);
   }
+}
+
+// Plans the segments, or takes the plan of an earlier opening.
+bool MakePlan(const Ticket& ticket) {
+  const bool usesAnalysis = !ticket.Parameter(kAnalysisParameter).empty();
+  Answer ignored = Answer::Failure(kInternal);
+  const auto film = OpenFilmOf(ticket, ignored);
+  if (film && (HasPlan(ticket) || UseKeptPlan(*film, usesAnalysis, ticket.Directory()))) {
+    return true;
+  }
+  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), FilmOf(ticket), usesAnalysis)) {
+    return false;
+  }
+  if (film) {
+    KeepPlan(*film, usesAnalysis, ticket.Directory());
+  }
+  return true;
 }
 
 // --- Starting ahead ---
@@ -403,6 +427,10 @@ std::string CmafComplaint(const Request& request) {
       renditions.find_first_not_of(kCodecCharacters) != std::string::npos) {
     return "The renditions are names with commas between them.";
   }
+  const std::string playlists = request.Text(kCmafPlaylists);
+  if (request.Has(kCmafPlaylists) && playlists != kHls && playlists != kDash) {
+    return "The playlists are hls or dash.";
+  }
   const std::string range = request.Text("dynamic_range");
   if (request.Has("dynamic_range") && range != "hdr" && range != "sdr") {
     return "The dynamic_range is hdr or sdr.";
@@ -433,8 +461,7 @@ std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& s
 }
 
 Answer PrepareCmaf(const Ticket& ticket, Json::Value& data) {
-  const bool usesAnalysis = !ticket.Parameter(kAnalysisParameter).empty();
-  if (!LibOrvoQMX::MakeCmafPlan(ticket.StreamId(), FilmOf(ticket), usesAnalysis)) {
+  if (!MakePlan(ticket)) {
     CloseCmaf(ticket.StreamId());
     return Answer::Failure("TransVideoNotSupported",
                            "The segments of this film cannot be planned.");
@@ -476,6 +503,26 @@ void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
   }
   for (const CmafRendition* const rendition : renditions) {
     data["headers"][rendition->name] = HeaderText(ticket, *rendition);
+  }
+}
+
+void AddCmafPlaylists(const Request& request, const Ticket& ticket, Json::Value& data) {
+  QMXMetaData film = RecordOf(ticket);
+  auto presentation = request.Has(kCmafPlaylists) ? PresentationOf(ticket, film) : std::nullopt;
+  if (!presentation) {
+    return;
+  }
+  AddSubtitles(film, *presentation);
+  Json::Value& texts = data[kCmafPlaylists] = Json::Value(Json::objectValue);
+  if (request.Text(kCmafPlaylists) == kDash) {
+    texts[data["dash"].asString()] = DashManifest(*presentation);
+    return;
+  }
+  texts[data["url"].asString()] = MultivariantPlaylist(*presentation);
+  for (const CmafRendition* const rendition :
+       FirstRenditions(*presentation, ticket.Parameter("renditions"))) {
+    texts[MediaPlaylistAddress(*presentation, rendition->name)] =
+        MediaPlaylist(*presentation, *rendition);
   }
 }
 

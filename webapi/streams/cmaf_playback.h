@@ -13,6 +13,9 @@ namespace webapi {
 // The profile of such a stream: the client's codecs decide instead.
 inline constexpr char kCmafProfile[] = "cmaf";
 
+// The parameter of `open`, and the member of its answer, for the texts of playlists.
+inline constexpr char kCmafPlaylists[] = "playlists";
+
 // What is wrong with the request's parameters for this kind; "" if nothing is.
 std::string CmafComplaint(const Request& request);
 
@@ -23,6 +26,11 @@ std::string InitCmaf(const LibOrvoQMX::VideoMetaData& film, const std::string& s
 // Plans the segments of a newly opened stream, and adds their description to the answer. A failure
 // leaves no directory.
 Answer PrepareCmaf(const Ticket& ticket, Json::Value& data);
+
+// Adds the texts that a player asks for first, by their addresses, if the request wants them:
+// "hls", the playlist of all renditions and those of the first ones, or "dash", the manifest.
+// `data` has the addresses "url" and "dash".
+void AddCmafPlaylists(const Request& request, const Ticket& ticket, Json::Value& data);
 
 // Sends a playlist, the manifest, the header of the request's "rendition", or its "segment", which
 // may still be growing.

@@ -563,6 +563,7 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
     manifest.name = "/manifest.mpd";
     data["dash"] =
         AddressOf(request, request.Authority(), manifest, *ticket) + "&playlist_type=dash";
+    AddCmafPlaylists(request, *ticket, data);
   }
   if (IsWarming(request, kind)) {
     LibOrvoQMX::MarkCmafWarmed(streamId);

@@ -218,11 +218,18 @@ bool CmafRun::MakeHeader() const {
   return ComesFromRun() || (RunShort("Header", Command(0, true), film_) && Exists(HeaderPath()));
 }
 
+// A run writes its header before it begins a segment. That of a copy writes none if the container
+// does not describe the codec.
+bool CmafRun::IsPastHeader() const {
+  const auto position = StateFile(folder_.FilePath(orvo::kCmafPositionFile)).Number();
+  return position && (Exists(UnfinishedPath(static_cast<int>(*position))) ||
+                      Exists(SegmentPath(static_cast<int>(*position))));
+}
+
 bool CmafRun::ComesFromRun() const {
   const StreamWatch watch(folder_.Path());
   const auto end = Clock::now() + std::chrono::milliseconds(kShortRunMilliseconds);
-  while (!Exists(HeaderPath()) && !rendition_.IsCopy() && folder_.IsMonitored() &&
-         Clock::now() < end) {
+  while (!Exists(HeaderPath()) && !IsPastHeader() && folder_.IsMonitored() && Clock::now() < end) {
     watch.Wait(OpenRunningProcess(folder_.Monitor().value_or(-1)),
                static_cast<int>(kLookAgain.count()));
   }
@@ -294,8 +301,10 @@ void CmafRun::Watch(int number) const {
     }
   };
   const auto patience = orvo::HasBlocks() ? kUnwantedBlockSeconds : kUnwantedSeconds;
+  const StateFile position(folder_.FilePath(orvo::kCmafPositionFile));
+  CmafKeeper keeper(streamId_, KeptCmafBytes());
   const auto isUnwanted = [&] {
-    KeepCmafWithin(streamId_, KeptCmafBytes());
+    keeper.Look(position.Number());
     const auto idle = folder_.SecondsSinceAccess();
     return !idle || *idle > (IsCmafWarmed(streamId_) ? kWarmSeconds : patience);
   };

@@ -48,8 +48,9 @@ class ORVO_API CmafRun {
   // Makes the folder of the rendition. Returns false on failure.
   bool MakeFolder() const;
 
-  // Makes sure that there is a header. A run that encodes writes it first; otherwise a short
-  // process makes it, without a place in the register. Returns false on failure.
+  // Makes sure that there is a header. A run writes it first; without one, or if the run of a copy
+  // does not know it, a short process makes it, without a place in the register. Returns false on
+  // failure.
   bool MakeHeader() const;
 
   // Encoded pictures have one place for each stream. Waits until no request for another segment of
@@ -81,6 +82,7 @@ class ORVO_API CmafRun {
  private:
   // Waits for the header that a run writes. False if there is no such run, or none any more.
   bool ComesFromRun() const;
+  bool IsPastHeader() const;
   bool IsOnItsWay(int number) const;
   // A run must not hold these locks of its starter.
   bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "contract/cmaf.h"
@@ -117,6 +118,16 @@ uint64_t KeptCmafBytes() {
 
 void KeepCmafWithin(const std::string& streamId, uint64_t bytes) {
   Kept(streamId).Shrink(bytes);
+}
+
+CmafKeeper::CmafKeeper(std::string streamId, uint64_t bytes)
+    : streamId_(std::move(streamId)), bytes_(bytes) {}
+
+void CmafKeeper::Look(std::optional<int64_t> position) {
+  if (position != seen_) {
+    seen_ = position;
+    KeepCmafWithin(streamId_, bytes_);
+  }
 }
 
 }  // namespace LibOrvoQMX

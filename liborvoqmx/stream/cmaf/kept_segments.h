@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/export.h"
@@ -16,5 +17,20 @@ uint64_t KeptCmafBytes();
 // `bytes`. Segments stay that are younger than a minute, or near one that a player has requested;
 // so more than `bytes` may be left.
 ORVO_API void KeepCmafWithin(const std::string& streamId, uint64_t bytes);
+
+// The same for as long as a run goes on. To look at all files takes time, so it looks only after
+// the run has begun another segment.
+class ORVO_API CmafKeeper {
+ public:
+  CmafKeeper(std::string streamId, uint64_t bytes);
+
+  // `position`: the segment that the run is making.
+  void Look(std::optional<int64_t> position);
+
+ private:
+  std::string streamId_;
+  uint64_t bytes_;
+  std::optional<int64_t> seen_;
+};
 
 }  // namespace LibOrvoQMX

@@ -108,4 +108,17 @@ TEST_F(KeptCmafSegments, OfNoStreamAreNone) {
   KeepCmafWithin("gone", 0);
 }
 
+TEST_F(KeptCmafSegments, AreLookedAtOnlyAfterTheRunHasBegunAnother) {
+  LibOrvoQMX::CmafKeeper keeper(kId, 0);
+  MakeSegment("copy-video", 0, kHour);
+  keeper.Look(7);
+  EXPECT_TRUE(Left("copy-video").empty());
+
+  MakeSegment("copy-video", 1, kHour);
+  keeper.Look(7);
+  EXPECT_EQ(Left("copy-video"), std::vector<int>{1});
+  keeper.Look(8);
+  EXPECT_TRUE(Left("copy-video").empty());
+}
+
 }  // namespace

@@ -1,0 +1,272 @@
+#include "webapi/library/file_index.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "catalog/folder.h"
+#include "platform/beneath.h"
+#include "platform/media_file.h"
+#include "util/lower_case.h"
+#include "util/name_order.h"
+#include "util/xml_text.h"
+#include "webapi/http/send_file.h"
+#include "webapi/library/media_library.h"
+
+namespace webapi {
+namespace {
+
+constexpr char kPageType[] = "text/html; charset=utf-8";
+constexpr char kAnyType[] = "application/octet-stream";
+
+struct MediaType {
+  std::string_view ending;
+  const char* type;
+};
+
+// What lies beside films.
+constexpr std::array kCompanions = {
+    MediaType{"srt", "text/plain"}, MediaType{"ass", "text/plain"},  MediaType{"ssa", "text/plain"},
+    MediaType{"smi", "text/plain"}, MediaType{"vtt", "text/vtt"},    MediaType{"sub", kAnyType},
+    MediaType{"idx", "text/plain"}, MediaType{"sup", kAnyType},      MediaType{"nfo", "text/plain"},
+    MediaType{"jpg", "image/jpeg"}, MediaType{"jpeg", "image/jpeg"}, MediaType{"png", "image/png"},
+    MediaType{"webp", "image/webp"}};
+
+// The types that programs ask for; all other films are bytes to them.
+constexpr std::array kMediaTypes = {
+    MediaType{"mkv", "video/x-matroska"}, MediaType{"webm", "video/webm"},
+    MediaType{"mp4", "video/mp4"},        MediaType{"m4v", "video/mp4"},
+    MediaType{"mov", "video/quicktime"},  MediaType{"avi", "video/x-msvideo"},
+    MediaType{"ts", "video/mp2t"},        MediaType{"m2ts", "video/mp2t"},
+    MediaType{"mts", "video/mp2t"},       MediaType{"mpg", "video/mpeg"},
+    MediaType{"mpeg", "video/mpeg"},      MediaType{"vob", "video/mpeg"},
+    MediaType{"wmv", "video/x-ms-wmv"},   MediaType{"flv", "video/x-flv"},
+    MediaType{"ogv", "video/ogg"},        MediaType{"mp3", "audio/mpeg"},
+    MediaType{"flac", "audio/flac"},      MediaType{"m4a", "audio/mp4"},
+    MediaType{"ogg", "audio/ogg"},        MediaType{"oga", "audio/ogg"},
+    MediaType{"opus", "audio/ogg"},       MediaType{"wav", "audio/wav"},
+    MediaType{"wma", "audio/x-ms-wma"},   MediaType{"aac", "audio/aac"}};
+
+template <typename Types>
+const char* FindType(const Types& types, const std::string& name) {
+  const auto dot = name.rfind('.');
+  const std::string ending = dot == std::string::npos ? "" : orvo::LowerCase(name.substr(dot + 1));
+  const auto found = std::find_if(types.begin(), types.end(),
+                                  [&](const MediaType& row) { return row.ending == ending; });
+  return found == types.end() ? nullptr : found->type;
+}
+
+std::string TypeOf(const std::string& name) {
+  const char* const companion = FindType(kCompanions, name);
+  const char* const type = companion != nullptr ? companion : FindType(kMediaTypes, name);
+  return type != nullptr ? type : kAnyType;
+}
+
+bool IsOffered(const std::string& name, bool isFolder) {
+  const bool isCompanion =
+      !isFolder && !name.starts_with('.') && FindType(kCompanions, name) != nullptr;
+  return isCompanion || catalog::IsShown(name, isFolder);
+}
+
+std::string NameOf(const std::string& path) {
+  return std::filesystem::path(path).filename().string();
+}
+
+// The media roots by the names that the index gives them: their own, and a number where several
+// have the same.
+std::map<std::string, std::string> NamedRoots() {
+  std::map<std::string, std::string> named;
+  for (const std::string& root : MediaRoots()) {
+    const std::string own = root == "/" ? "root" : NameOf(root);
+    std::string name = own;
+    for (int number = 2; named.count(name) > 0; ++number) {
+      name = own + " (" + std::to_string(number) + ")";
+    }
+    named.emplace(name, root);
+  }
+  return named;
+}
+
+struct Row {
+  std::string name;
+  std::string key;  // of the order
+  struct stat status;
+
+  bool IsFolder() const { return S_ISDIR(status.st_mode); }
+  bool operator<(const Row& other) const {
+    return IsFolder() != other.IsFolder() ? IsFolder() : key < other.key;
+  }
+};
+
+Row RowOf(const std::string& name, const struct stat& status) {
+  return {name, orvo::NameSortKey(name, orvo::FoldName(name)), status};
+}
+
+// What is not text is shown as a question mark.
+std::string Shown(const std::string& name) {
+  std::string shown;
+  const bool isText = IsUtf8(name);
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    shown += byte < ' ' || byte == 0x7f || (byte > 0x7f && !isText) ? '?' : c;
+  }
+  return orvo::XmlText(shown);
+}
+
+std::string Line(const Row& row) {
+  const std::string slash = row.IsFolder() ? "/" : "";
+  tm time{};
+  gmtime_r(&row.status.st_mtime, &time);
+  char date[40];
+  const size_t length = strftime(date, sizeof(date), "%d-%b-%Y %H:%M", &time);
+  return "<a href=\"" + EncodeQueryValue(row.name) + slash + "\">" + Shown(row.name) + slash +
+         "</a>  " + std::string(date, length) + "  " +
+         (row.IsFolder() ? "-" : std::to_string(row.status.st_size)) + "\n";
+}
+
+Answer SendPage(const Request& request, const std::string& path, std::vector<Row> rows) {
+  std::sort(rows.begin(), rows.end());
+  const std::string title = "Index of " + Shown(path);
+  std::string page = "<!DOCTYPE html>\n<html>\n<head><meta charset=\"utf-8\"><title>" + title +
+                     "</title></head>\n<body>\n<h1>" + title + "</h1><hr><pre>";
+  page += path == "/" ? "" : "<a href=\"../\">../</a>\n";
+  for (const Row& row : rows) {
+    page += Line(row);
+  }
+  return SendText(request, kPageType, page + "</pre><hr>\n</body>\n</html>\n");
+}
+
+Answer SendRoots(const Request& request) {
+  std::vector<Row> rows;
+  for (const auto& [name, root] : NamedRoots()) {
+    struct stat status {};
+    if (stat(root.c_str(), &status) == 0) {
+      rows.push_back(RowOf(name, status));
+    }
+  }
+  return SendPage(request, "/", rows);
+}
+
+struct Closer {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+using Folder = std::unique_ptr<DIR, Closer>;
+
+// Opens a folder by its real path, below the media root that holds it.
+Folder OpenFolder(const std::string& path) {
+  for (const std::string& root : MediaRoots()) {
+    if (!LiesIn({root}, path)) {
+      continue;
+    }
+    const orvo::UniqueFd top(open(root.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const std::string rest = path.substr(std::min(path.size(), root == "/" ? 1 : root.size() + 1));
+    const orvo::UniqueFd found = rest.empty() ? orvo::UniqueFd() : orvo::FindBeneath(top, rest);
+    orvo::UniqueFd folder(
+        openat(rest.empty() ? top.Get() : found.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.IsOpen()) {
+      return Folder(fdopendir(folder.Release()));
+    }
+  }
+  return nullptr;
+}
+
+Answer SendFolder(const Request& request, const std::string& shownPath, const std::string& folder) {
+  const Folder open = OpenFolder(folder);
+  if (!open) {
+    return Answer::Failure(kNotFound, "The server cannot read this folder.");
+  }
+  const std::vector<std::string> roots = MediaRoots();
+  std::vector<Row> rows;
+  while (const dirent* const found = readdir(open.get())) {
+    const std::string name = found->d_name;
+    const auto status = StatusInRoots(roots, catalog::PathIn(folder, name));
+    const bool isFolder = status && S_ISDIR(status->st_mode);
+    if (status && (isFolder || S_ISREG(status->st_mode)) && IsOffered(name, isFolder)) {
+      rows.push_back(RowOf(name, *status));
+    }
+  }
+  return SendPage(request, shownPath, rows);
+}
+
+// The place that a path of the index means; nothing if a part of it is never shown.
+std::optional<std::string> PlaceOf(const std::string& path) {
+  const auto roots = NamedRoots();
+  const size_t end = std::min(path.find('/', 1), path.size());
+  const auto root = roots.find(path.substr(1, end - 1));
+  if (root == roots.end()) {
+    return std::nullopt;
+  }
+  std::string place = root->second;
+  for (size_t start = end + 1; start < path.size();) {
+    const size_t stop = std::min(path.find('/', start), path.size());
+    const std::string name = path.substr(start, stop - start);
+    if (!IsOffered(name, stop < path.size()) && !IsOffered(name, true)) {
+      return std::nullopt;
+    }
+    place = catalog::PathIn(place, name);
+    start = stop + 1;
+  }
+  return place;
+}
+
+// The address of a folder ends with a slash, so that the links on its page lead into it.
+Answer SendToFolder(const std::string& path) {
+  return Answer::Elsewhere(EncodeQueryValue(NameOf(path)) + "/");
+}
+
+Answer SendTheFile(const Request& request, const std::string& path, const std::string& place) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(place, ignored) && MaySee(RealPath(place))) {
+    return SendToFolder(path);
+  }
+  Answer refusal = Answer::Failure(kInternal);
+  const auto film = OpenFilm(place, refusal);
+  if (!film) {
+    return refusal;
+  }
+  // A link may have led to another name.
+  if (!IsOffered(NameOf(film->Path()), false)) {
+    return Answer::Failure(kNotFound);
+  }
+  SendFile(request, *film, TypeOf(NameOf(film->Path())));
+  return Answer::Sent();
+}
+
+}  // namespace
+
+Answer SendIndex(const Request& request) {
+  const auto path = request.PathInProgram();
+  if (!path) {
+    return Answer::Failure(kBadRequest);
+  }
+  if (path->empty()) {
+    return SendToFolder(request.Program());
+  }
+  if (*path == "/") {
+    return SendRoots(request);
+  }
+  const auto place = path->starts_with('/') ? PlaceOf(*path) : std::nullopt;
+  if (!place) {
+    return Answer::Failure(kNotFound);
+  }
+  if (!path->ends_with('/')) {
+    return SendTheFile(request, *path, *place);
+  }
+  Answer refusal = Answer::Failure(kInternal);
+  const auto folder = ResolveMediaPath(*place, refusal);
+  return folder ? SendFolder(request, *path, *folder) : refusal;
+}
+
+}  // namespace webapi
