@@ -124,7 +124,7 @@ void WarmNextBlocks(const StreamDirectory& folder, int number,
       std::to_string(orvo::FirstOfBlock(block)) + " " + std::to_string(orvo::LastOfBlock(block));
   const StateFile warmed = WarmedBlock(folder);
   const int boxes = CountBoxes();
-  if (boxes < 2 || warmed.Read() == span || !warmed.Write(span)) {
+  if (boxes < 2 || warmed.Read() == span || !warmed.Replace(span)) {
     return;
   }
   Ask(number, FirstsAfter(block, boxes - 1), exists, addressOf);
@@ -138,12 +138,12 @@ void WarmFirstBlocks(int number, int boxes, const std::function<bool(int)>& exis
 }
 
 Answer StartWarm(const WarmRun& run) {
-  if (!WarmSegment(run.folder).Write(int64_t{run.number})) {
+  if (!WarmSegment(run.folder).Replace(int64_t{run.number})) {
     return Answer::Failure(kInternal);
   }
   // The first segment of a viewer is then one that the web server leaves to this program.
   if (const StateFile warmed = WarmedBlock(run.folder); warmed.Read().empty()) {
-    warmed.Write("none");
+    warmed.Replace("none");
   }
   return Begin([&run] { return Waiting(run).Start(); });
 }
