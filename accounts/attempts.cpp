@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <optional>
 
 #include "accounts/secrets.h"
 #include "platform/io.h"
@@ -31,11 +32,12 @@ std::string Folder() {
 }
 
 // The time when the bucket is full again. If that is later than for an empty bucket, the file is
-// damaged or the clock was set back. A file that cannot be read stands for an empty bucket.
-int64_t FullAt(const std::string& path, int64_t now, const Limit& limit) {
+// damaged or the clock was set back. Nothing if the file cannot be read now.
+std::optional<int64_t> FullAt(const std::string& path, int64_t now, const Limit& limit) {
   const int64_t latest = now + int64_t{limit.tries} * limit.secondsPerTry;
   const auto text = orvo::ReadIfThere(path, kLongestTime);
-  return text ? std::clamp(LibOrvoQMX::LeadingNumber(*text), now, latest) : latest;
+  return text ? std::optional(std::clamp(LibOrvoQMX::LeadingNumber(*text), now, latest))
+              : std::nullopt;
 }
 
 bool Save(const std::string& path, int64_t full) {
@@ -56,17 +58,23 @@ Attempts::Attempts(const std::string& key, Limit limit, int64_t now)
 
 int64_t Attempts::Take() const {
   const auto lock = LockAll();
-  const int64_t full = FullAt(path_, now_, limit_);
-  const int64_t wait =
-      full + limit_.secondsPerTry - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
-  const bool isKept = lock.IsHeld() && Save(path_, wait > 0 ? full : full + limit_.secondsPerTry);
+  const auto full = lock.IsHeld() ? FullAt(path_, now_, limit_) : std::nullopt;
   // If tries cannot be counted, nobody may try.
+  if (!full) {
+    return limit_.secondsPerTry;
+  }
+  const int64_t wait =
+      *full + limit_.secondsPerTry - now_ - int64_t{limit_.tries} * limit_.secondsPerTry;
+  const bool isKept = Save(path_, wait > 0 ? *full : *full + limit_.secondsPerTry);
   return isKept ? std::max<int64_t>(wait, 0) : limit_.secondsPerTry;
 }
 
 void Attempts::GiveBack() const {
   const auto lock = LockAll();
-  Save(path_, FullAt(path_, now_, limit_) - limit_.secondsPerTry);
+  const auto full = lock.IsHeld() ? FullAt(path_, now_, limit_) : std::nullopt;
+  if (full) {
+    Save(path_, *full - limit_.secondsPerTry);
+  }
 }
 
 void Attempts::Sweep(int64_t now) {

@@ -52,7 +52,7 @@ void RememberClient(const std::string& account, const std::string& client) {
   }
   const std::string path = PathOf(account);
   const auto lock = orvo::FileLock::WaitFor(path, Folder() + "/.locks");
-  auto known = Load(path);
+  auto known = lock.IsHeld() ? Load(path) : std::nullopt;
   if (!known) {
     return;
   }

@@ -88,14 +88,20 @@ std::string SessionFolder::PathOf(const std::string& id) const {
 // that the session has ended.
 std::optional<SessionFolder::Session> SessionFolder::Find(const std::string& path,
                                                           const std::optional<Login>& login) const {
-  struct stat status {};
   Json::Value content;
   const auto reading = orvo::ReadStateJson(path, content);
   if (reading == orvo::JsonReading::kAbsent && login) {
     return Session{*login, login->begun, false};
   }
-  if (reading != orvo::JsonReading::kRead || stat(path.c_str(), &status) != 0 ||
-      !IsLogin(content) || (login && !(LoginIn(content) == *login))) {
+  auto session = reading == orvo::JsonReading::kRead ? SessionIn(content, path) : std::nullopt;
+  return session && (!login || session->login == *login) ? session : std::nullopt;
+}
+
+// The session in the content of this file. Nothing for a damaged one.
+std::optional<SessionFolder::Session> SessionFolder::SessionIn(const Json::Value& content,
+                                                               const std::string& path) {
+  struct stat status {};
+  if (!IsLogin(content) || stat(path.c_str(), &status) != 0) {
     return std::nullopt;
   }
   return Session{LoginIn(content), status.st_mtime, content.isMember(kEnded)};
@@ -123,7 +129,7 @@ void SessionFolder::Sweep(const Account& account, int64_t now) const {
         orvo::ReadStateJson(entry.path(), content) == orvo::JsonReading::kUnreadable) {
       continue;
     }
-    const auto session = Find(entry.path(), std::nullopt);
+    const auto session = SessionIn(content, entry.path());
     if (!session || IsOver(*session, now) || HasLostAccount(session->login)) {
       unlink(entry.path().c_str());
     } else if (session->login.account == account.name && !session->isEnded) {

@@ -4,6 +4,8 @@
 // time of the login. The file's modification time is the last use.
 #pragma once
 
+#include <json/forwards.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -56,6 +58,7 @@ class SessionFolder {
 
   std::string PathOf(const std::string& id) const;
   std::optional<Session> Find(const std::string& path, const std::optional<Login>& login) const;
+  static std::optional<Session> SessionIn(const Json::Value& content, const std::string& path);
   void EndAt(const std::string& path, const Login& login) const;
   bool IsOver(const Session& session, int64_t now) const;
   void Sweep(const Account& account, int64_t now) const;

@@ -1,6 +1,5 @@
 #include "background.h"
 
-#include <fcntl.h>
 #include <json/writer.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -9,19 +8,18 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <unordered_map>
 #include <utility>
 
 #include "catalog/catalog.h"
-#include "due_queue.h"
+#include "catalog/due_queue.h"
+#include "catalog/library_watch.h"
+#include "catalog/writers.h"
 #include "film_analysis.h"
 #include "film_previews.h"
-#include "library_watch.h"
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "policy/lock.h"
@@ -31,6 +29,9 @@
 namespace orvo::analyze {
 namespace {
 
+using catalog::DueQueue;
+using catalog::FilmChange;
+using catalog::kQuiet;
 using LibOrvoQMX::preprocess::FailureOf;
 using LibOrvoQMX::preprocess::FilmRecord;
 using LibOrvoQMX::preprocess::FilmState;
@@ -42,12 +43,8 @@ using Clock = DueQueue::Clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// A film counts as complete if no process has it open for writing and none has written it for this
-// time.
-constexpr auto kQuiet = seconds(2);
-// If the system cannot tell whether a process writes a film, the film must be this old.
-constexpr auto kSettled = seconds(10);
-constexpr auto kStillOpen = seconds(60);
+// No process can be started.
+constexpr auto kAgain = seconds(60);
 // A folder is remembered when its entries have stayed the same for this time.
 constexpr auto kFolderQuiet = seconds(3);
 // Remembering folders must not slow down viewers, but a busy machine must not stop it either.
@@ -55,27 +52,6 @@ constexpr int kNiceness = 10;
 constexpr int kMaxAttempts = 3;
 constexpr char kLockFile[] = "/run/mirevo/analysis.lock";
 constexpr std::array kCrashes = {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGXCPU, SIGSYS};
-
-bool IsYoung(const std::string& film) {
-  struct stat status {};
-  return stat(film.c_str(), &status) == 0 && time(nullptr) - status.st_mtime < kSettled.count() &&
-         status.st_mtime <= time(nullptr);
-}
-
-// The time until the next check of the film; 0 if no process writes it.
-seconds WaitForWriters(const std::string& film) {
-  const UniqueFd file(open(film.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  // The kernel grants a read lease only if no process has the file open for writing. The lease ends
-  // here.
-  if (fcntl(file.Get(), F_SETLEASE, F_RDLCK) == 0) {
-    fcntl(file.Get(), F_SETLEASE, F_UNLCK);
-    return seconds(0);
-  }
-  if (errno == EAGAIN) {
-    return kStillOpen;
-  }
-  return IsYoung(film) ? kSettled : seconds(0);
-}
 
 // Removes results and failures of films that are gone or have changed.
 void ForgetOldRecords() {
@@ -169,7 +145,7 @@ class Background {
         previews_.Put(*film, Clock::now());
         continue;
       }
-      if (const seconds wait = WaitForWriters(*film); wait.count() > 0) {
+      if (const seconds wait = catalog::WaitForWriters(*film); wait.count() > 0) {
         queue_.Put(*film, Clock::now() + wait);
         continue;
       }
@@ -182,7 +158,7 @@ class Background {
     if (worker_) {
       film_ = film;
     } else {
-      queue_.Put(film, Clock::now() + kStillOpen);
+      queue_.Put(film, Clock::now() + kAgain);
     }
   }
 
@@ -267,7 +243,7 @@ class Background {
   DueQueue queue_;
   DueQueue folders_;  // to be remembered
   catalog::CatalogWriter catalog_;
-  LibraryWatch library_;
+  catalog::LibraryWatch library_;
   bool findsKeyframes_;
   DueQueue previews_;  // films that may lack them
   Process worker_;

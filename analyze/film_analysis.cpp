@@ -9,7 +9,9 @@
 #include <filesystem>
 
 #include "confined_reader.h"
+#include "platform/beneath.h"
 #include "platform/plat.h"
+#include "platform/unique_fd.h"
 #include "preprocess/preprocess_result.h"
 #include "preprocess/stored_result.h"
 #include "util/number.h"
@@ -49,20 +51,32 @@ void RemoveLeftovers(const fs::path& path) {
 }
 
 // A film may have a modification time in the future. Its result must not look older.
-void MakeNoOlderThan(const std::string& film, const std::string& path) {
+void MakeNoOlderThan(const std::string& film, const UniqueFd& file) {
   struct stat status {};
   if (stat(film.c_str(), &status) == 0 && status.st_mtim.tv_sec >= time(nullptr)) {
     const timespec times[] = {{0, UTIME_OMIT}, status.st_mtim};
-    utimensat(AT_FDCWD, path.c_str(), times, 0);
+    futimens(file.Get(), times);
   }
+}
+
+// A name that leads to this open file or folder, whatever its own name leads to now.
+std::string PlaceOf(const UniqueFd& file) {
+  return "/proc/self/fd/" + std::to_string(file.Get());
+}
+
+// Users who may write to the folder can put a link there. The result must not go where it leads.
+UniqueFd MakeNew(const std::string& path) {
+  unlink(path.c_str());
+  return UniqueFd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
 }
 
 bool Replace(const PreprocessResultWrapper& result, const std::string& film,
              const std::string& path) {
   RemoveLeftovers(path);
   const std::string aside = path + "." + std::to_string(getpid());
-  if (result.WriteToFile(aside)) {
-    MakeNoOlderThan(film, aside);
+  const UniqueFd file = MakeNew(aside);
+  if (file.IsOpen() && result.WriteToFile(PlaceOf(file))) {
+    MakeNoOlderThan(film, file);
     if (rename(aside.c_str(), path.c_str()) == 0) {
       return true;
     }
@@ -71,18 +85,35 @@ bool Replace(const PreprocessResultWrapper& result, const std::string& film,
   return false;
 }
 
-bool MakeWritable(const std::string& folder, mode_t mode) {
-  return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, mode) &&
-         access(folder.c_str(), W_OK | X_OK) == 0;
-}
-
 // The old record goes first, so no reader uses an old result for the new film.
 bool StoreOwn(const PreprocessResultWrapper& result, const std::string& film,
               const std::string& state) {
   const std::string folder = OwnFolder(film);
   unlink((folder + "/film").c_str());
-  return MakeWritable(folder, 0700) && Replace(result, film, OwnResultPath(film)) &&
-         WriteFilmRecord({state, "", film});
+  return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(folder, 0700) &&
+         Replace(result, film, OwnResultPath(film)) && WriteFilmRecord({state, "", film});
+}
+
+UniqueFd MakeFolderIn(const UniqueFd& parent, const std::string& name) {
+  mkdirat(parent.Get(), name.c_str(), 0777);
+  return UniqueFd(
+      openat(parent.Get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// The folder for the film's result, which is made if it is missing. Not open if it cannot be made
+// or written to, or if its place is a link: that may lead to any folder of the machine.
+UniqueFd OpenFolderBeside(const std::string& film, const fs::path& result) {
+  std::error_code failure;
+  const fs::path folder = fs::canonical(fs::absolute(film, failure).parent_path(), failure);
+  const UniqueFd root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const UniqueFd parent = FindBeneath(root, folder.relative_path().string());
+  const fs::path own = result.parent_path();
+  const UniqueFd all = MakeFolderIn(parent, own.parent_path().filename());
+  UniqueFd found = MakeFolderIn(all, own.filename());
+  if (found.IsOpen() && access(PlaceOf(found).c_str(), W_OK | X_OK) != 0) {
+    found.Reset();
+  }
+  return found;
 }
 
 // The film's data in the service's own folder is no longer needed.
@@ -112,12 +143,13 @@ bool StoreKeyframes(const FilmKeyframes& found, const std::string& film, const s
   }
   const Uninterrupted writing;
   const PreprocessResultWrapper result = ResultOf(found);
-  const std::string path = PreprocessUtil::GetPreprocessResultPath(film);
-  const bool isBeside = MakeWritable(fs::path(path).parent_path().string(), 0777);
-  if (isBeside ? StoreBeside(result, film, path) : StoreOwn(result, film, state)) {
+  const fs::path path = PreprocessUtil::GetPreprocessResultPath(film);
+  const UniqueFd folder = OpenFolderBeside(film, path);
+  const std::string place = PlaceOf(folder) + '/' + path.filename().string();
+  if (folder.IsOpen() ? StoreBeside(result, film, place) : StoreOwn(result, film, state)) {
     return true;
   }
-  error = "cannot write " + (isBeside ? path : OwnResultPath(film));
+  error = "cannot write " + (folder.IsOpen() ? path.string() : OwnResultPath(film));
   return false;
 }
 

@@ -19,18 +19,26 @@ inline bool HasBlocks() {
   return std::getenv(kBlocksVariable) != nullptr;
 }
 
-// Where the short blocks begin, and the length of the others. All numbers count from 0.
-inline constexpr std::array<int64_t, 3> kShortBlocks = {0, 2, 4};
+// Where the short blocks begin, where the others do, and the length of the others. All numbers
+// count from 0. The lengths grow slowly: three boxes of half real time each have every block ready
+// in time for a viewer who has waited for the first segment (docs/boxes.md).
+inline constexpr std::array<int64_t, 8> kShortBlocks = {0, 1, 3, 5, 7, 10, 14, 18};
+inline constexpr int64_t kLongBlocks = 24;
 inline constexpr int64_t kBlockLength = 8;
+static_assert(kLongBlocks % kBlockLength == 0, "the number of a long block follows from n / 8");
+
+// What is added to n / 8 for the number of a long block.
+inline constexpr int64_t kBlockOffset =
+    static_cast<int64_t>(kShortBlocks.size()) - kLongBlocks / kBlockLength;
 
 constexpr int64_t FirstOfBlock(int64_t block) {
-  constexpr auto kShort = static_cast<int64_t>(kShortBlocks.size());
-  return block < kShort ? kShortBlocks[static_cast<size_t>(block)]
-                        : (block - kShort + 1) * kBlockLength;
+  return block < static_cast<int64_t>(kShortBlocks.size())
+             ? kShortBlocks[static_cast<size_t>(block)]
+             : (block - kBlockOffset) * kBlockLength;
 }
 
 constexpr int64_t BlockOf(int64_t segment) {
-  int64_t block = segment / kBlockLength + static_cast<int64_t>(kShortBlocks.size()) - 1;
+  int64_t block = segment / kBlockLength + kBlockOffset;
   while (block > 0 && segment < FirstOfBlock(block)) {
     --block;
   }

@@ -16,7 +16,6 @@ namespace convert {
 namespace {
 
 constexpr int kAttempts = 3;
-constexpr char kResults[] = "/@conversions/";  // relative to a volume's mount path
 constexpr char kFilmFile[] = "/film";
 constexpr size_t kMostState = 4096;
 // The size of a film that is coded better than the result.
@@ -87,7 +86,7 @@ Conversion::Step Conversion::ChooseFolder() {
     return Wait("The conversion needs " + std::to_string(SpaceFor(known_) >> 20) +
                 " MiB of free space on one volume.");
   }
-  item_.folder = volume + kResults + std::to_string(item_.id);
+  item_.folder = volume + "/" + kResultsFolder + "/" + std::to_string(item_.id);
   folder_ = WorkFolder(item_.folder);
   const bool isMade =
       folder_.Make() && orvo::ReplaceFile(item_.folder + kFilmFile, FilmState(), 0600);

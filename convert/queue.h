@@ -29,6 +29,17 @@ enum class State {
 // "waiting", "converting", "paused", "ready", "failed".
 const char* NameOf(State state);
 
+// Films that are converted without being named one by one: those below a folder that this machine
+// cannot play in time.
+struct Rule {
+  int64_t id = 0;      // never used again for another rule
+  std::string folder;  // its real path
+  std::string profile;
+};
+
+// Can a rule have this real path? It must be a folder, and not one with results.
+bool MayHaveRule(const std::string& path);
+
 struct Item {
   int64_t id = 0;       // never used again for another film
   std::string path;     // the film's real path
@@ -64,10 +75,30 @@ class Queue {
   bool SetPaused(bool isPaused) const;
   bool IsPaused() const;
 
+  // --- Rules ---
+
+  // Adds a rule and returns its id. Returns the id of the rule that is there for the same folder
+  // and profile. Nothing if it cannot be stored.
+  std::optional<int64_t> AddRule(const std::string& folder, const std::string& profile);
+
+  // All rules, in the order of their ids.
+  std::vector<Rule> Rules() const;
+
+  // Forgets a rule, and marks the films that it has added and that still wait as removed. False if
+  // there is none.
+  bool RemoveRule(int64_t id) const;
+
+  // Adds a film for a rule, once for each state of the film's file: a conversion that has failed or
+  // was removed is not tried again. Does nothing if the rule is gone. False on failure.
+  bool AddByRule(const Rule& rule, const std::string& path, const std::string& state);
+
+  // How many films wait.
+  int64_t Waiting() const;
+
   // --- For the service ---
 
-  // The film to work on: one whose conversion has begun, else the one that waits longest. Skips
-  // `skipped`.
+  // The film to work on: one whose conversion has begun, else the one that waits longest. Films
+  // that only a rule has added come last. Skips `skipped`.
   std::optional<Item> Next(const std::vector<int64_t>& skipped) const;
   std::vector<Item> Removed() const;
   // Stores state, reason, folder and seconds, unless the entry has been removed.
@@ -77,6 +108,9 @@ class Queue {
 
  private:
   std::vector<Item> Select(const char* condition) const;
+  std::optional<int64_t> FindOrInsert(const std::string& path, const std::string& root,
+                                      const std::string& profile, bool& isNew) const;
+  bool Choose(const Rule& rule, const std::string& path, const std::string& state) const;
 
   catalog::Database database_;
   bool isOpen_;

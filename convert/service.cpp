@@ -23,6 +23,7 @@
 #include "platform/plat.h"
 #include "platform/signal_events.h"
 #include "util/file_lock.h"
+#include "util/kept_program.h"
 #include "util/system_files.h"
 
 namespace convert {
@@ -33,6 +34,8 @@ using std::chrono::seconds;
 
 constexpr char kLockFile[] = "/service.lock";
 constexpr char kDatabase[] = "/queue.db";
+// Knows what this machine can play in time.
+constexpr char kProgram[] = "/var/packages/Mirevo/target/bin/mirevo";
 // A film that cannot be converted now, because a volume is full.
 constexpr seconds kLater(60);
 // The register has no room although no viewer's transcoder is known.
@@ -81,6 +84,7 @@ class Service {
   void Run() {
     while (!TakeSignals()) {
       ReadChanges();
+      rules_.Update();
       live_.Look();
       Finish();
       Move();
@@ -105,6 +109,7 @@ class Service {
     while (read(changes_.Get(), events.data(), events.size()) > 0) {
     }
     isPaused_ = queue_.IsPaused();
+    FollowRules(!queue_.Rules().empty());
     for (const Item& item : queue_.Removed()) {
       if (current_ && current_->Entry().id == item.id) {
         current_.reset();
@@ -113,6 +118,15 @@ class Service {
         WorkFolder(item.folder).Remove();
       }
       queue_.Forget(item.id);
+    }
+  }
+
+  void FollowRules(bool hasRules) {
+    if (hasRules != hasRules_) {
+      hasRules_ = hasRules;
+      rules_.Change(
+          hasRules ? std::vector<std::string>{orvo::SystemPath(kProgram), "convert", "follow-rules"}
+                   : std::vector<std::string>());
     }
   }
 
@@ -185,6 +199,9 @@ class Service {
   // The time of the next change that sends no event.
   std::optional<Clock::time_point> Due() const {
     std::vector<Clock::time_point> times;
+    if (rules_.Patience() >= 0) {
+      times.push_back(Clock::now() + milliseconds(rules_.Patience()));
+    }
     if (const auto change = right_.NextChange()) {
       times.push_back(*change);
     }
@@ -202,6 +219,7 @@ class Service {
     std::vector<pollfd> events = {{signals_.Descriptor(), POLLIN, 0},
                                   {changes_.Get(), POLLIN, 0},
                                   {live_.Changes(), POLLIN, 0},
+                                  {rules_.Descriptor(), POLLIN, 0},
                                   {current_ ? current_->Descriptor() : -1, POLLIN, 0}};
     for (const orvo::UniqueFd& process : live_.Processes()) {
       events.push_back({process.Get(), POLLIN, 0});
@@ -221,6 +239,8 @@ class Service {
   RightOfWay right_;
   std::optional<Conversion> current_;
   bool isPaused_ = false;  // by the owner
+  bool hasRules_ = false;
+  orvo::KeptProgram rules_{"the search for films by rules", {}};  // adds them to the queue
   std::map<int64_t, Clock::time_point> later_;
   std::optional<Clock::time_point> next_;
 };

@@ -12,6 +12,8 @@
 namespace convert {
 
 inline constexpr int kPieceSeconds = 10;
+// The folder of all conversions on a volume.
+inline constexpr char kResultsFolder[] = "@conversions";
 
 class WorkFolder {
  public:

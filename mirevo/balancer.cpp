@@ -1,6 +1,5 @@
 #include "mirevo/balancer.h"
 
-#include <array>
 #include <cstdint>
 #include <sstream>
 
@@ -64,8 +63,6 @@ backend home
   default-server check inter 1s fastinter 200ms downinter 1s fall 2 rise 1
 )";
 
-static_assert(orvo::kBlockLength == 8 && orvo::kShortBlocks == std::array<int64_t, 3>{0, 2, 4},
-              "the blocks of the configuration are those of the runs");
 constexpr char kBoxes[] = R"(
 backend boxes
   retry-on conn-failure empty-response junk-response 0rtt-rejected 502 503
@@ -74,12 +71,9 @@ backend boxes
   http-request set-var(txn.number) url_param(segment),regsub([^0-9],,g) if { url_param(segment) -m found }
   http-request set-var(txn.number) url_param(fragment_id),url_dec,regsub(^.*=,,),regsub([^0-9],,g),div(50000000) if { url_param(format) ss }
   http-request set-var(txn.part) var(txn.number),add(0) if { var(txn.number) -m len gt 0 }
-  # Its block: 2, 2 and 4 segments, then 8 each.
-  http-request set-var(txn.block) var(txn.part),div(8),add(2) if { var(txn.number) -m len gt 0 }
-  http-request set-var(txn.block) int(0) if { var(txn.part) -m int lt 2 }
-  http-request set-var(txn.block) int(1) if { var(txn.part) -m int 2:3 }
-  http-request set-var(txn.block) int(2) if { var(txn.part) -m int 4:7 }
-  # Blocks go to boxes by turns; a stream without segments stays on one box.
+  # Its block. The first ones are short.
+  http-request set-var(txn.block) var(txn.part),div(@LENGTH@),add(@OFFSET@) if { var(txn.number) -m len gt 0 }
+@SHORT@  # Blocks go to boxes by turns; a stream without segments stays on one box.
   http-request set-var(txn.film) url_param(id),url_dec,regsub([^0-9A-Za-z_],,g),crc32
   http-request set-var(txn.film) url_param(stream_id),url_dec,regsub([^0-9A-Za-z_],,g),crc32 if { url_param(stream_id) -m found }
   http-request set-var(txn.key) var(txn.film)
@@ -116,6 +110,16 @@ std::string AddressOf(const Box& box) {
   return box.host + ":" + std::to_string(box.port);
 }
 
+std::string ShortBlocks() {
+  std::ostringstream lines;
+  for (size_t i = 0; i < orvo::kShortBlocks.size(); ++i) {
+    const auto block = static_cast<int64_t>(i);
+    lines << "  http-request set-var(txn.block) int(" << block << ") if { var(txn.part) -m int "
+          << orvo::FirstOfBlock(block) << ":" << orvo::LastOfBlock(block) << " }\n";
+  }
+  return lines.str();
+}
+
 std::string HomeServers(const std::vector<Box>& boxes) {
   std::ostringstream lines;
   for (size_t i = 0; i < boxes.size(); ++i) {
@@ -127,9 +131,14 @@ std::string HomeServers(const std::vector<Box>& boxes) {
 
 std::string TurnServers(const std::vector<Box>& boxes) {
   std::ostringstream lines;
-  lines << "  # A box passes the end of a stream on to each of the others.\n";
-  for (size_t i = 0; i < boxes.size(); ++i) {
-    lines << "  use-server b" << i + 1 << " if { url_param(box) " << i + 1 << " }\n";
+  lines << "  # A box passes the end of a stream on to each of the others, by its number. Nobody "
+           "answers for one that is down.\n";
+  for (size_t i = 1; i <= boxes.size(); ++i) {
+    lines << "  http-request deny deny_status 503 if { url_param(box) " << i
+          << " } !{ srv_is_up(boxes/b" << i << ") }\n";
+  }
+  for (size_t i = 1; i <= boxes.size(); ++i) {
+    lines << "  use-server b" << i << " if { url_param(box) " << i << " }\n";
   }
   for (size_t i = 0; i < boxes.size(); ++i) {
     lines << "  use-server b" << i + 1 << " if { var(txn.turn) -m int " << i << " } { srv_weight(b"
@@ -162,6 +171,9 @@ std::string BalancerConfiguration(const std::vector<Box>& boxes, const std::stri
                                   const std::string& socket, int agentPort) {
   std::string text = kHead + HomeServers(boxes) + kBoxes + TurnServers(boxes) + kTail;
   text = Replace(text, "@COUNT@", std::to_string(boxes.size()));
+  text = Replace(text, "@LENGTH@", std::to_string(orvo::kBlockLength));
+  text = Replace(text, "@OFFSET@", std::to_string(orvo::kBlockOffset));
+  text = Replace(text, "@SHORT@", ShortBlocks());
   text = Replace(text, "@HEALTH@", kHealth);
   text = Replace(text, "@AGENT@", std::to_string(agentPort));
   text = Replace(text, "@LISTEN@", listen);

@@ -22,7 +22,9 @@ std::string Joined(const Words& words) {
 Words CommandsOf(const CLI::App& app) {
   Words names;
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
-    names.push_back(command->get_name());
+    if (!command->get_group().empty()) {
+      names.push_back(command->get_name());
+    }
   }
   return names;
 }

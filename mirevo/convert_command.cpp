@@ -11,15 +11,21 @@
 #include "mirevo/exit_codes.h"
 #include "mirevo/film_argument.h"
 #include "mirevo/output.h"
+#include "webapi/conversions/rule_following.h"
 
 namespace mirevo {
 namespace {
 
 using convert::Item;
 using convert::Queue;
+using convert::Rule;
+
+constexpr char kProfileHelp[] = "mp4, mp4-720p or mp4-480p; default: mp4";
+constexpr char kJsonHelp[] = "Print a JSON document";
 
 struct Options {
   std::vector<std::string> films;
+  std::string folder;
   std::vector<int64_t> ids;
   std::string profile;
   bool off = false;
@@ -108,6 +114,96 @@ int Remove(const Options& options) {
   return kOk;
 }
 
+int AddRule(const Options& options) {
+  const auto profile = convert::FindProfile(options.profile);
+  if (!profile) {
+    Complain("there is no profile \"" + options.profile + "\"");
+    return kUsage;
+  }
+  const std::string folder = RealPath(options.folder);
+  if (folder.empty()) {
+    return NoSuchPath(options.folder);
+  }
+  if (!convert::MayHaveRule(folder)) {
+    Complain(options.folder + " is not a folder with films");
+    return kUsage;
+  }
+  const auto id = Queue().AddRule(folder, profile->name);
+  if (!id) {
+    return NoQueue();
+  }
+  std::cout << *id << "\n";
+  return kOk;
+}
+
+void PrintRulesAsJson(const std::vector<Rule>& rules) {
+  Json::Value document(Json::objectValue);
+  document["rules"] = Json::Value(Json::arrayValue);
+  for (const Rule& rule : rules) {
+    Json::Value& entry = document["rules"].append(Json::Value(Json::objectValue));
+    entry["id"] = static_cast<Json::Int64>(rule.id);
+    entry["path"] = rule.folder;
+    entry["profile"] = rule.profile;
+  }
+  PrintJson(document);
+}
+
+int ListRules(const Options& options) {
+  const Queue queue;
+  if (!queue.IsOpen()) {
+    return NoQueue();
+  }
+  if (options.json) {
+    PrintRulesAsJson(queue.Rules());
+    return kOk;
+  }
+  std::vector<std::vector<std::string>> rows = {{"ID", "PROFILE", "FOLDER"}};
+  for (const Rule& rule : queue.Rules()) {
+    rows.push_back({std::to_string(rule.id), rule.profile, Printable(rule.folder)});
+  }
+  PrintTable(rows);
+  return kOk;
+}
+
+int RemoveRules(const Options& options) {
+  const Queue queue;
+  if (!queue.IsOpen()) {
+    return NoQueue();
+  }
+  for (const int64_t id : options.ids) {
+    if (!queue.RemoveRule(id)) {
+      Complain("there is no rule " + std::to_string(id));
+      return kNoInput;
+    }
+  }
+  return kOk;
+}
+
+void AddRuleCommands(CLI::App& convert, const std::shared_ptr<Options>& options, int& exitCode) {
+  CLI::App& rule = *convert.add_subcommand(
+      "rule", "Convert the films of a folder that this machine cannot play in time");
+  rule.require_subcommand(1);
+
+  CLI::App& add = *rule.add_subcommand("add", "Add a folder; prints the id of the rule");
+  add.add_option("folder", options->folder, "The folder")->required()->type_name("FOLDER");
+  add.add_option("--profile", options->profile, kProfileHelp)->type_name("NAME");
+  add.callback([options, &exitCode] { exitCode = AddRule(*options); });
+
+  CLI::App& list = *rule.add_subcommand("list", "Show the rules");
+  list.add_flag("--json", options->json, kJsonHelp);
+  list.callback([options, &exitCode] { exitCode = ListRules(*options); });
+
+  CLI::App& remove =
+      *rule.add_subcommand("remove", "Remove rules, and the films that wait because of them");
+  remove.add_option("id", options->ids, "The ids")->required()->type_name("ID");
+  remove.callback([options, &exitCode] { exitCode = RemoveRules(*options); });
+
+  // The conversion service runs it.
+  CLI::App& follow = *convert.add_subcommand("follow-rules", "Queue the films that the rules name");
+  follow.group("");
+  follow.callback([&exitCode] { exitCode = webapi::FollowRules(); });
+}
+
 }  // namespace
 
 void AddConvertCommand(CLI::App& app, int& exitCode) {
@@ -118,12 +214,11 @@ void AddConvertCommand(CLI::App& app, int& exitCode) {
 
   CLI::App& add = *command.add_subcommand("add", "Add films; prints the id of each");
   add.add_option("film", options->films, "The films")->required()->type_name("FILE");
-  add.add_option("--profile", options->profile, "mp4, mp4-720p or mp4-480p; default: mp4")
-      ->type_name("NAME");
+  add.add_option("--profile", options->profile, kProfileHelp)->type_name("NAME");
   add.callback([options, &exitCode] { exitCode = Add(*options); });
 
   CLI::App& list = *command.add_subcommand("list", "Show the films, their states and progress");
-  list.add_flag("--json", options->json, "Print a JSON document");
+  list.add_flag("--json", options->json, kJsonHelp);
   list.callback([options, &exitCode] { exitCode = List(*options); });
 
   CLI::App& remove = *command.add_subcommand("remove", "Remove films and their results");
@@ -134,6 +229,8 @@ void AddConvertCommand(CLI::App& app, int& exitCode) {
   pause.add_flag("--off", options->off, "Go on");
   pause.callback(
       [options, &exitCode] { exitCode = Queue().SetPaused(!options->off) ? kOk : NoQueue(); });
+
+  AddRuleCommands(command, options, exitCode);
 }
 
 }  // namespace mirevo

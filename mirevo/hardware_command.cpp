@@ -45,7 +45,12 @@ int Show(bool json) {
 
 // Somebody who switches engines on may have repaired one.
 int Switch(bool on) {
-  if (!settings::WantHardware(on)) {
+  const auto outcome = settings::WantHardware(on);
+  if (outcome == settings::Outcome::kDamaged) {
+    Complain(settings::Describe(outcome));
+    return kFailed;
+  }
+  if (outcome == settings::Outcome::kFailed) {
     Complain(std::string("the setting cannot be written: ") + strerror(errno));
     return errno == EACCES || errno == EPERM ? kNoPermission : kFailed;
   }

@@ -70,6 +70,11 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
   command
+      .add_option("--prefix", options->prefix,
+                  "A path before all addresses, if a proxy serves other things beside this")
+      ->check(Check(serve::IsPrefix, "is not like /films"))
+      ->type_name("PATH");
+  command
       .add_option("--connections", options->connectionsPerAddress,
                   "The connections that one address may have at a time. Default: 512")
       ->check(CLI::Range(1, kMaxConnections))

@@ -6,13 +6,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fstream>
 #include <string_view>
 #include <vector>
 
 #include "platform/io.h"
 #include "platform/plat.h"
-#include "settings/settings_lock.h"
+#include "settings/hardware.h"
 #include "util/qmxutils.h"
 #include "util/system_files.h"
 
@@ -40,28 +41,20 @@ bool IsKeysLine(const std::string& line) {
   return start != std::string::npos && line.compare(start, sizeof kKey - 1, kKey) == 0;
 }
 
-// All other lines stay.
+// All other lines stay. A file that cannot be read stays as it is.
 bool WriteEntry(const std::string& name, const char* origin) {
   const std::string path = orvo::SystemPath(LibOrvoQMX::kApplianceFile);
+  errno = 0;
   std::ifstream file(path);
+  if (!file.is_open() && errno != ENOENT) {
+    return false;
+  }
   std::string text;
   for (std::string line; std::getline(file, line);) {
     text += IsKeysLine(line) ? "" : line + "\n";
   }
-  return orvo::ReplaceFile(path, text + kKey + "=\"orvo_" + name + "_" + origin + "\"\n");
-}
-
-bool DetectVaapi(bool isProved) {
-  const auto lock = settings::HoldSettings();
-  const Json::Value vaapi = settings::ReadSettings(LibOrvoQMX::kVaapiFile);
-  const bool isOwners = vaapi.isMember("enable") && vaapi[kDetected] != true;
-  if (isOwners || (!isProved && vaapi.empty()) || vaapi["enable"] == isProved) {
-    return true;
-  }
-  Json::Value detected(Json::objectValue);
-  detected["enable"] = isProved;
-  detected[kDetected] = true;
-  return settings::WriteSettings(LibOrvoQMX::kVaapiFile, detected);
+  return !file.bad() &&
+         orvo::ReplaceFile(path, text + kKey + "=\"orvo_" + name + "_" + origin + "\"\n");
 }
 
 }  // namespace
@@ -103,7 +96,7 @@ bool NamePlatform(const std::string& name) {
 }
 
 std::string DetectedPlatform(const EngineRecord& engines) {
-  if (engines.Proved("h264_vaapi")) {
+  if (engines.Serving(orvo::transcoder::kVaapiEncoder)) {
     return kVaapiPlatform;
   }
   if (engines.Proved(orvo::transcoder::kWrapper)) {
@@ -123,7 +116,8 @@ bool DetectMachine(const EngineRecord& engines) {
   }
   const std::string name = DetectedPlatform(engines);
   const bool isWritten = name == entry.name || WriteEntry(name, kDetected);
-  return DetectVaapi(name == kVaapiPlatform) && isWritten;
+  const auto outcome = settings::DetectVaapi(name == kVaapiPlatform);
+  return outcome == settings::Outcome::kDone && isWritten;
 }
 
 }  // namespace serve

@@ -31,14 +31,16 @@
 #include "serve/folder_watch.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
-#include "serve/kept_program.h"
+
 #include "serve/measurement.h"
 #include "serve/readiness.h"
 #include "serve/web_server.h"
 #include "settings/media_folders.h"
 #include "util/file_lock.h"
 #include "util/json_utils.h"
+#include "util/kept_program.h"
 #include "util/private_folder.h"
+#include "util/qmxutils.h"
 #include "util/state_roots.h"
 #include "util/system_files.h"
 #include "webapi/cluster/cluster_keys.h"
@@ -198,9 +200,9 @@ struct Companions {
 
   bool findsKeyframes;
   FolderWatch folders;
-  KeptProgram analysis;
-  KeptProgram converter;
-  KeptProgram agent;
+  orvo::KeptProgram analysis;
+  orvo::KeptProgram converter;
+  orvo::KeptProgram agent;
 };
 
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has
@@ -349,7 +351,7 @@ std::vector<Endpoint> EndpointsOf(const Options& options) {
 // The address for programs on this machine.
 std::string LocalAddress(const WebServer& server) {
   const Endpoint local = Reachable(server.endpoints.front()).front();
-  return server.Scheme() + "://" + local.Authority() + "/";
+  return server.Scheme() + "://" + local.Authority() + server.prefix + "/";
 }
 
 void Announce(const WebServer& server, int browser) {
@@ -357,7 +359,8 @@ void Announce(const WebServer& server, int browser) {
   orvo::ReplaceFile(server.stateFolder + kAddressFile, address + "\n");
   for (const Endpoint& endpoint : server.endpoints) {
     for (const Endpoint& reachable : Reachable(endpoint)) {
-      std::cout << "listening on " << server.Scheme() << "://" << reachable.Authority() << "/\n";
+      std::cout << "listening on " << server.Scheme() << "://" << reachable.Authority()
+                << server.prefix << "/\n";
     }
   }
   std::cout << std::flush;
@@ -446,8 +449,7 @@ int PrepareState() {
   }
   const std::string streams = orvo::SystemPath("/tmp/Mirevo");
   if (!orvo::MakePrivateFolder(streams)) {
-    std::cerr << "cannot make the folder " << streams << "\n";
-    return EX_CANTCREAT;
+    return CannotWrite(streams, errno);
   }
   return 0;
 }
@@ -467,18 +469,34 @@ bool IsOrigin(const std::string& text) {
   return false;
 }
 
+bool IsPrefix(const std::string& text) {
+  const auto words = LibOrvoQMX::StringExplode(text, "/");
+  std::string joined;
+  for (const std::string& word : words) {
+    joined += "/" + word;
+  }
+  return !words.empty() && joined == text && words.front() != "webapi" &&
+         words.front() != "files" &&
+         std::all_of(words.begin(), words.end(), [](const std::string& word) {
+           return word.front() != '.' && std::all_of(word.begin(), word.end(), [](unsigned char c) {
+                    return (c < 0x80 && std::isalnum(c) != 0) || c == '-' || c == '_' || c == '.';
+                  });
+         });
+}
+
 int Serve(const Options& options) {
   const std::string state = orvo::SystemPath(kStateFolder);
   std::vector<Endpoint> endpoints = EndpointsOf(options);
-  if (!MayListen(endpoints, options.media.empty()) || !CanRead(options.certificate) ||
-      !CanRead(options.key) || !CanSeal(options.clusterKey)) {
-    return 1;
-  }
+  // Who may not read the state would take the accounts for damaged.
   if (const int refused = PrepareState(); refused != 0) {
     return refused;
   }
   if (const int refused = MakeOwnFolder(state); refused != 0) {
     return refused;
+  }
+  if (!MayListen(endpoints, options.media.empty()) || !CanRead(options.certificate) ||
+      !CanRead(options.key) || !CanSeal(options.clusterKey)) {
+    return 1;
   }
   // Two services on one system would close each other's streams.
   Belongings belongings{{}, orvo::FileLock::Try(state + "/serve.lock")};
@@ -504,7 +522,7 @@ int Serve(const Options& options) {
               options.hosts, options.origins, options.certificate, options.key,
               package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress,
               package + "lib/ready_segment.lua", options.proxies, AbsolutePath(options.clusterKey),
-              options.clusterUrl, options.clusterBoxes, options.keptSegments},
+              options.clusterUrl, options.clusterBoxes, options.prefix, options.keptSegments},
              belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
 }
 

@@ -26,6 +26,7 @@ struct Options {
   std::vector<std::string> hosts;    // names of the service (IsHost)
   std::vector<std::string> origins;  // other sites whose pages may use it (IsOrigin)
   std::vector<std::string> proxies;  // numeric addresses of reverse proxies
+  std::string prefix;                // before all paths (IsPrefix); "" for none
   int connectionsPerAddress = 512;   // at a time; proxies have no limit
   std::string certificate;           // PEM file; "" for no encryption
   std::string key;                   // PEM file; "" if the certificate file holds it
@@ -40,6 +41,8 @@ struct Options {
 bool IsHost(const std::string& text);
 // Is this exactly a scheme and a host: "https://tv.example"?
 bool IsOrigin(const std::string& text);
+// Is this a path that can stand before all paths of the service: "/films", "/a/b"?
+bool IsPrefix(const std::string& text);
 
 // Serves until SIGINT, SIGTERM or SIGHUP and leaves no process behind. The exit status: 0 when it
 // was told to stop; otherwise, with the reason on standard error, EX_NOINPUT for media that do not

@@ -196,6 +196,7 @@ std::string EnvironmentOf(const WebServer& server) {
   add("MIREVO_HOSTS", Join(HostsOf(server), " "));
   add("MIREVO_ORIGINS", Join(server.origins, " "));
   add("MIREVO_PROXIES", Join(server.proxies, " "));
+  add("MIREVO_PREFIX", server.prefix);
   add("MIREVO_LISTEN", Join(FartherEndpoints(server), " "));
   if (server.keptSegments > 0) {
     add(orvo::kKeptSegmentsVariable, std::to_string(server.keptSegments));
@@ -264,6 +265,20 @@ std::string Forwarding(const WebServer& server) {
          trusted + " )\n";
 }
 
+// With a prefix, each path also counts without it: some proxies take it away, others do not.
+std::string Prefixed(const WebServer& server) {
+  if (server.prefix.empty()) {
+    return "";
+  }
+  std::string pattern;
+  for (const char c : server.prefix) {
+    pattern += c == '.' ? "\\." : std::string(1, c);
+  }
+  return "url.rewrite-once = ( " + Quoted("^" + pattern + "(/.*)$") +
+         " => \"$1\" )\nurl.redirect = ( " + Quoted("^" + pattern + "$") + " => " +
+         Quoted(server.prefix + "/") + " )\n";
+}
+
 std::string Configuration(const WebServer& server) {
   std::string text;
   const auto line = [&](const std::string& key, const std::string& value) {
@@ -276,7 +291,9 @@ std::string Configuration(const WebServer& server) {
   line("server.port", std::to_string(first.port));
   line("server.document-root", Quoted(server.pageFolder));
   line("server.errorlog", Quoted(server.stateFolder + "/lighttpd.log"));
-  line("server.modules", "( \"mod_access\", \"mod_setenv\", \"mod_alias\", \"mod_cgi\" )");
+  line("server.modules",
+       "( \"mod_rewrite\", \"mod_redirect\", \"mod_access\", \"mod_setenv\", \"mod_alias\", "
+       "\"mod_cgi\" )");
   line("index-file.names", "( \"index.html\" )");
   line("mimetype.assign",
        "( \".html\" => \"text/html; charset=utf-8\", \".js\" => \"text/javascript\", "
@@ -305,7 +322,7 @@ std::string Configuration(const WebServer& server) {
   // A film's name may contain a newline. The request program checks every character itself.
   line("server.http-parseopts", "( \"url-ctrls-reject\" => \"disable\" )");
   line("server.max-request-size", "128");
-  return text + Encryption(server) + Forwarding(server) + ReadySegments(server) +
+  return text + Prefixed(server) + Encryption(server) + Forwarding(server) + ReadySegments(server) +
          HostCondition(server) + StreamCondition();
 }
 

@@ -28,6 +28,7 @@ struct WebServer {
   std::string clusterKey;            // the key file, an absolute path; "" without a cluster
   std::string clusterUrl;            // the balancer's scheme and host; "" for none
   int clusterBoxes = 0;              // how many boxes it spreads streams over
+  std::string prefix;                // before all paths (IsPrefix); "" for none
   int keptSegments = 0;              // of each CMAF stream, in MiB; 0 for the default
 
   std::string Scheme() const { return certificate.empty() ? "http" : "https"; }

@@ -15,11 +15,8 @@ int ValueOf(const Limit& limit) {
   return isGood ? value.asInt() : limit.usual;
 }
 
-bool Set(const Limit& limit, int value) {
-  const auto lock = HoldSettings();
-  Json::Value values = ReadSettings(kFile);
-  values[limit.name] = value;
-  return lock.IsHeld() && WriteSettings(kFile, values);
+Outcome Set(const Limit& limit, int value) {
+  return ChangeSettings(kFile, [&](Json::Value& values) { values[limit.name] = value; });
 }
 
 }  // namespace settings

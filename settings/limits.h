@@ -2,6 +2,8 @@
 // each limit. A number that is missing or out of its range counts as the usual one.
 #pragma once
 
+#include "settings/outcome.h"
+
 namespace settings {
 
 struct Limit {
@@ -20,7 +22,7 @@ inline constexpr Limit kCacheMegabytes{"cache_megabytes", 256, 16, 65536};
 // The value that counts now.
 int ValueOf(const Limit& limit);
 
-// Sets a limit; `value` lies in its range. Returns false if it cannot be stored.
-bool Set(const Limit& limit, int value);
+// Sets a limit; `value` lies in its range. The other limits stay as they are.
+Outcome Set(const Limit& limit, int value);
 
 }  // namespace settings

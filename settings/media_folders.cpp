@@ -213,6 +213,9 @@ FolderOutcome RemoveFolder(const std::string& path) {
 
 FolderOutcome NameFolders(const std::vector<std::string>& named) {
   const auto lock = HoldSettings();
+  if (!lock.IsHeld()) {
+    return FolderOutcome::kFailed;
+  }
   auto added = ReadList(kAddedFile);
   Paths all = named;
   if (added) {

@@ -3,8 +3,9 @@
 
 #include <json/value.h>
 
-#include <string>
+#include <functional>
 
+#include "settings/outcome.h"
 #include "util/file_lock.h"
 
 namespace settings {
@@ -15,10 +16,15 @@ inline constexpr char kFolder[] = "/var/packages/Mirevo/etc";
 // Waits for the lock that every change of a setting holds. Makes the folder if it is missing.
 orvo::FileLock HoldSettings();
 
-// The object in a file of settings; empty if the file is missing or holds anything else.
+// The object in a file of settings; empty if the file is missing or holds anything else. For
+// readers only: what is made from it must not replace the file.
 Json::Value ReadSettings(const char* path);
 
-// Replaces the file. Returns false, with errno set, on failure.
+// Holds the lock, applies `change` to the object in the file, which is empty without a file, and
+// writes it if that has changed it. Logs a damaged file.
+Outcome ChangeSettings(const char* path, const std::function<void(Json::Value& settings)>& change);
+
+// Replaces the file. Returns false, with errno set, on failure. The caller holds the lock.
 bool WriteSettings(const char* path, const Json::Value& settings);
 
 }  // namespace settings

@@ -35,6 +35,9 @@ class Boxes {
     size_t start_;
   };
 
+  // Takes the memory for so many bytes at once.
+  void Reserve(size_t bytes) { bytes_.reserve(bytes); }
+
   // The number in so many bytes, the highest first.
   Boxes& Number(uint64_t number, int bytes) {
     for (int i = bytes - 1; i >= 0; --i) {
@@ -206,7 +209,14 @@ std::string CmafHeader(const CmafTrack& track, int64_t delay) {
 std::string CmafChunk(const CmafTrack& track, const std::vector<CmafSample>& samples, int64_t delay,
                       uint32_t sequence, int64_t start) {
   constexpr size_t kBoxHead = 8;
+  constexpr size_t kHeads = 256;  // bytes of the boxes around a fragment's samples, roughly
+  constexpr size_t kPerSample = 16;
+  size_t size = kHeads + samples.size() * kPerSample;
+  for (const CmafSample& sample : samples) {
+    size += sample.data.size();
+  }
   Boxes out;
+  out.Reserve(size);
   size_t offset = 0;
   {
     const Boxes::Scope fragment(out, "moof");

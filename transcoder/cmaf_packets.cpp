@@ -14,6 +14,7 @@
 #include "transcoder/cmaf_command.h"
 #include "transcoder/cmaf_copy_header.h"
 #include "transcoder/film_packets.h"
+#include "transcoder/kept_memory.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -94,7 +95,12 @@ class PacketStream {
     return bytes_.size() < (track_.isPicture ? kBatch / 4 : kBatch / 16) || Flush();
   }
 
-  bool Flush() { return WriteAll(output_, std::exchange(bytes_, "")); }
+  // The next batch finds its memory in place.
+  bool Flush() {
+    const bool isWritten = WriteAll(output_, bytes_);
+    bytes_.clear();
+    return isWritten;
+  }
 
   const AvFunctions& av_;
   const AVStream& stream_;
@@ -138,6 +144,7 @@ std::vector<std::string> CmafPacketsCommand(const CmafRequest& request) {
 }
 
 int WriteCmafPackets(const CmafRequest& request, UniqueFd film, int output) {
+  KeepMemory();
   const AvFunctions* const av = AvFunctions::Get();
   const auto packets =
       film.IsOpen() && av != nullptr ? FilmPackets::Open(std::move(film)) : nullptr;

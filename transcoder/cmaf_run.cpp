@@ -20,6 +20,7 @@
 #include "transcoder/demand.h"
 #include "transcoder/fragment_reader.h"
 #include "transcoder/given_film.h"
+#include "transcoder/kept_memory.h"
 #include "transcoder/launch.h"
 
 namespace orvo::transcoder {
@@ -118,6 +119,7 @@ class Run : private CmafSink {
   void Begin(int number) override {
     isFull_ = number > last_;
     while (!isFull_ && !child_.IsStopped() && !demand_.Wants(number - 1)) {
+      GiveMemoryBack();
       child_.WaitForChange(demand_.Descriptor());
       demand_.Refresh();
     }
@@ -169,6 +171,7 @@ bool HasMadeHeader(const CmafRequest& request, const CmafPlan& plan, ChildStream
 }  // namespace
 
 int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
+  KeepMemory();
   const auto plan = CmafPlan::Parse(ReadShared(request.folder, kCmafPlanFile));
   if (!plan || request.number >= plan->Count()) {
     ORVO_LOG("There is no plan for the segments in [%s]", request.folder.c_str());

@@ -47,6 +47,9 @@ constexpr auto kDevices = std::to_array<Devices>({
     {kWrapper, "/dev", "nvidia0"},
 });
 
+// They take the same command line as VA-API, whose profiles count as hardware.
+constexpr std::array kStandIns = {"h264_nvenc", "h264_qsv", "h264_v4l2m2m"};
+
 constexpr std::array kDriverFolders = {"/usr/lib/x86_64-linux-gnu/dri",
                                        "/usr/lib/aarch64-linux-gnu/dri",
                                        "/usr/lib/arm-linux-gnueabihf/dri", "/usr/lib/dri"};
@@ -120,6 +123,22 @@ std::string MachineState() {
                       " " + Drivers() + Wrapper() + Nodes() + FirstLine(kNvidiaVersion);
   std::replace(state.begin(), state.end(), '\n', ' ');
   return state;
+}
+
+// Does the command line name more of VA-API than its encoder? The film's name and the output's do
+// not count.
+bool NeedsVaapi(const Strings& arguments) {
+  for (size_t i = 0; i + 1 < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    const bool isFilm = i > 0 && arguments[i - 1] == "-i";
+    const bool isDevice = argument.find("vaapi") != std::string::npos ||
+                          argument.find("hwupload") != std::string::npos ||
+                          argument.starts_with("-hwaccel");
+    if (!isFilm && isDevice && argument != kVaapiEncoder) {
+      return true;
+    }
+  }
+  return false;
 }
 
 template <typename Number>
@@ -200,6 +219,14 @@ std::optional<Engine> EngineRecord::Proved(std::string_view encoder, int lines) 
   return found == engines_.end() ? std::nullopt : std::optional(*found);
 }
 
+std::optional<Engine> EngineRecord::Serving(std::string_view encoder) const {
+  auto engine = Proved(encoder);
+  for (const char* const other : kStandIns) {
+    engine = !engine && encoder == kVaapiEncoder ? Proved(other) : engine;
+  }
+  return engine;
+}
+
 void EngineRecord::Set(const Engine& engine) {
   std::erase_if(engines_, [&](const Engine& known) { return known.encoder == engine.encoder; });
   engines_.push_back(engine);
@@ -212,6 +239,15 @@ bool EngineRecord::Save() const {
     text += LineOf(engine);
   }
   return ReplaceFile(CacheFile(kRecordName), text, kRecordMode);
+}
+
+Strings WithServingEngine(Strings arguments, const EngineRecord& record) {
+  const auto engine = record.Serving(kVaapiEncoder);
+  if (!engine || NeedsVaapi(arguments)) {
+    return arguments;
+  }
+  std::replace(arguments.begin(), arguments.end(), std::string(kVaapiEncoder), engine->encoder);
+  return arguments;
 }
 
 }  // namespace orvo::transcoder

@@ -16,6 +16,9 @@ namespace orvo::transcoder {
 // FFmpeg has its own.
 inline constexpr char kWrapper[] = "orvo-gst";
 
+// The encoder whose profiles count as hardware on more than one platform.
+inline constexpr char kVaapiEncoder[] = "h264_vaapi";
+
 struct Engine {
   std::string encoder{};  // FFmpeg's name, or the wrapper's
   std::string node{};     // the device; "" if there is none
@@ -38,6 +41,10 @@ class EngineRecord {
   // The engine of this encoder if it has encoded pictures of so many lines; nothing otherwise.
   std::optional<Engine> Proved(std::string_view encoder, int lines = 1) const;
 
+  // The engine for profiles of this encoder. Those of VA-API are served by NVENC, Quick Sync or
+  // V4L2 where it has encoded and VA-API has not. Nothing if no such engine has encoded.
+  std::optional<Engine> Serving(std::string_view encoder) const;
+
   // Adds an engine, or replaces what is known of it.
   void Set(const Engine& engine);
 
@@ -51,6 +58,11 @@ class EngineRecord {
 
 // Is this an encoder of a video engine, or the wrapper, which count only with a proof?
 bool IsEngine(std::string_view encoder);
+
+// The command line with the engine that serves it, where that is another one than it names. A
+// command line that has more to do with VA-API than its encoder stays as it is.
+std::vector<std::string> WithServingEngine(std::vector<std::string> arguments,
+                                           const EngineRecord& record);
 
 // The devices of an encoder on this machine, by name. "" stands for one that FFmpeg finds itself.
 std::vector<std::string> NodesOf(std::string_view encoder);

@@ -1,5 +1,6 @@
 // The transcoder: an FFmpeg command line with this system's own options in, stock FFmpeg in the
 // same process out.
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -229,6 +230,9 @@ int main(int argc, char* argv[]) {
   }
   if (!arguments.empty() && arguments.front() == kCmafOption) {
     return MakeRendition(arguments);
+  }
+  if (std::find(arguments.begin(), arguments.end(), kVaapiEncoder) != arguments.end()) {
+    arguments = WithServingEngine(std::move(arguments), Engines());
   }
   const Job job(arguments, film, OpenProgressFile());
   const Translation translation = job.Translated();

@@ -17,6 +17,7 @@
 #include "webapi/access/sealed_ticket.h"
 #include "webapi/choice/film_info.h"
 #include "webapi/conversions/conversions.h"
+#include "webapi/conversions/rules.h"
 #include "webapi/http/answer.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/leaving.h"
@@ -57,6 +58,8 @@ struct Call {
   bool outlivesClient = false;
   // May name any host: it tells nothing that a page of another server could use.
   bool isForAnyHost = false;
+  // Changes something that others can name, too.
+  bool isChange = false;
 };
 constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.Library", "list", webapi::ListFolder},
@@ -87,10 +90,15 @@ constexpr std::array kCalls = {
     Call{"ORVO.Mirevo2.History", "remove", webapi::RemoveHistory, Right::kAccount, true,
          kPlainSeconds, true},
     Call{"ORVO.Mirevo2.Conversion", "add", webapi::AddConversion, Right::kAccount, false,
-         kFilmSeconds},
+         kFilmSeconds, false, false, true},
     Call{"ORVO.Mirevo2.Conversion", "list", webapi::ListConversions},
-    Call{"ORVO.Mirevo2.Conversion", "remove", webapi::RemoveConversion},
+    Call{"ORVO.Mirevo2.Conversion", "remove", webapi::RemoveConversion, Right::kAccount, false,
+         kPlainSeconds, false, false, true},
     Call{"ORVO.Mirevo2.Conversion", "get", webapi::GetConversion},
+    Call{"ORVO.Mirevo2.Conversion", "add_rule", webapi::AddConversionRule, Right::kOwner, true},
+    Call{"ORVO.Mirevo2.Conversion", "list_rules", webapi::ListConversionRules, Right::kOwner},
+    Call{"ORVO.Mirevo2.Conversion", "remove_rule", webapi::RemoveConversionRule, Right::kOwner,
+         true},
     Call{"ORVO.Mirevo2.Status", "get", [](const Request&) { return webapi::DescribeStatus(); },
          Right::kOwner},
     Call{"ORVO.Mirevo2.Status", "health", webapi::DescribeHealth, Right::kAnyone, false,
@@ -137,6 +145,9 @@ Answer Make(const Call& call, Request& request) {
   if (call.isPost && !IsAllInBody(request)) {
     return Answer::Failure(webapi::kBadRequest,
                            "The parameters of this call must be in the body, not in the address.");
+  }
+  if (auto refusal = call.isChange ? webapi::RefuseHiddenPage(request) : std::nullopt) {
+    return *refusal;
   }
   webapi::SetDeadline(call.seconds);
   if (auto refusal = webapi::RefuseSealedTicket(request)) {

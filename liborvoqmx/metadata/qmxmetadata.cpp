@@ -72,8 +72,8 @@ bool QMXMetaData::ParserMetaData(const QMXInitArgument& argument, const orvo::Me
   document["hls_header"] = hlsHeader;
   document["use_pre_analysis"] = argument.usePreAnalysis;
   const StreamDirectory directory(argument.streamKind, streamId);
-  directory.Film().Write(film.Identity());
-  return LibMirevo::WriteJsonToFile(directory.RecordPath(), document);
+  return directory.Film().Replace(film.Identity()) &&
+         LibMirevo::WriteJsonToFile(directory.RecordPath(), document);
 }
 
 bool QMXMetaData::ReadTransProfile(const std::string& profilePath, const std::string& profileKey,

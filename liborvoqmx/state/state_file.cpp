@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/io.h"
 #include "util/number.h"
 #include "util/qmxutils.h"
 
@@ -40,6 +41,14 @@ bool StateFile::Write(const std::string& text) const {
 
 bool StateFile::Write(int64_t number) const {
   return Write(std::to_string(number));
+}
+
+bool StateFile::Replace(const std::string& text) const {
+  return orvo::ReplaceFile(path_, text);
+}
+
+bool StateFile::Replace(int64_t number) const {
+  return Replace(std::to_string(number));
 }
 
 void StateFile::Clear() const {

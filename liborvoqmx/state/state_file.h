@@ -26,10 +26,15 @@ class ORVO_API StateFile {
   // if the file is missing or empty.
   std::optional<int64_t> Number() const;
 
-  // Replaces the content. Returns false if `text` is empty, which is never written, or the file
-  // cannot be opened.
+  // Replaces the content of the same file, which another process may have locked. Empties it first,
+  // so readers may see nothing. Returns false if `text` is empty, which is never written, or the
+  // file cannot be opened.
   bool Write(const std::string& text) const;
   bool Write(int64_t number) const;
+  // Replaces the file in one step: readers see the old content or the new one. For files that
+  // nobody locks. Returns false, and leaves the old content, on any failure.
+  bool Replace(const std::string& text) const;
+  bool Replace(int64_t number) const;
   // Empties the file if it exists.
   void Clear() const;
   void Remove() const;

@@ -69,7 +69,7 @@ StateFile StreamDirectory::MonitorPid() const {
 
 bool StreamDirectory::RecordMonitor(pid_t pid) const {
   if (const auto start = orvo::StartOf(pid)) {
-    File("monitor.start").Write(std::to_string(pid) + ' ' + std::to_string(*start));
+    File("monitor.start").Replace(std::to_string(pid) + ' ' + std::to_string(*start));
   }
   return MonitorPid().Write(pid);
 }

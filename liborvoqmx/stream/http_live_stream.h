@@ -129,6 +129,8 @@ class ORVO_API HttpLiveStream : public AdaptStream {
 
   // The start of the segment in milliseconds; -1 if there is no such segment.
   int CalculateSeekTime(int fragment);
+  // The last segment that starts at or before this second of the film.
+  int SegmentAt(double second);
   // The distance in seconds from the segment's nominal start to its real start.
   double GetSegmentTimeDelta(int fragment) const;
 
@@ -161,7 +163,6 @@ class ORVO_API HttpLiveStream : public AdaptStream {
   bool StartPipeline(const Segment& segment, const Expected& viewer);
   bool IsResumeOnAppleTv(int number) const;
   bool StopPreviousPipeline() const;
-  int SegmentAt(double second);
   void Watch(const Segment& segment, const Expected& viewer = nullptr);
   void RunPipeline(const Segment& segment, const Expected& viewer);
 

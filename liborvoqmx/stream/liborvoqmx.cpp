@@ -260,7 +260,8 @@ bool QMXStream::MayLaunch(const std::string& executable) const {
 }
 
 PassedFilm QMXStream::FilmToPass() const {
-  return {m_metaData.GetFilePath(), Directory().Film().Read(),
+  // If the record cannot be read, no film is the right one.
+  return {m_metaData.GetFilePath(), Directory().Film().TryRead().value_or("unknown"),
           orvo::DemuxerOf(m_metaData.GetContainer())};
 }
 

@@ -31,6 +31,14 @@ bool IsOlder(const KeptFile& left, const KeptFile& right) {
                                              : left.age.tv_nsec < right.age.tv_nsec;
 }
 
+// The name is a checksum with an ending, or one that ReplaceFile makes from it. Other files have
+// other makers, and may not be there a second time.
+bool IsKept(const std::string& name) {
+  constexpr size_t kChecksumLength = 32;
+  return name.size() > kChecksumLength && name[kChecksumLength] == '.' &&
+         name.find_first_not_of("0123456789abcdef") == kChecksumLength;
+}
+
 std::vector<KeptFile> FilesIn(const std::string& folder) {
   std::vector<KeptFile> files;
   std::error_code failure;
@@ -38,8 +46,7 @@ std::vector<KeptFile> FilesIn(const std::string& folder) {
        entry.increment(failure)) {
     struct stat status {};
     const std::string name = entry->path().filename().string();
-    if (name.front() != '.' && lstat(entry->path().c_str(), &status) == 0 &&
-        S_ISREG(status.st_mode)) {
+    if (IsKept(name) && lstat(entry->path().c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
       // An empty file needs some space too.
       const int64_t bytes = std::max<int64_t>(status.st_blocks, 1) * kBlock;
       files.push_back({entry->path().string(), status.st_mtim, bytes});

@@ -1,5 +1,5 @@
-// Folders of stored results about films. Every file in them can be made again, so anyone may delete
-// it.
+// Folders of stored results about films. The name of a result is a checksum with an ending. It can
+// be made again, so anyone may delete it. Files with other names are not results.
 #pragma once
 
 #include <sys/types.h>
@@ -19,11 +19,11 @@ namespace orvo {
 ORVO_API bool KeepFile(const std::string& path, std::string_view content, mode_t mode,
                        int64_t maxBytes);
 
-// How much room the files of a folder take up that were changed at this time or later.
+// How much room the results in a folder take up that were changed at this time or later.
 ORVO_API int64_t BytesNewerThan(const std::string& folder, time_t time);
 
-// Removes the oldest files of a folder until the rest takes up at most `maxBytes`. Folders, links
-// and files whose names begin with a dot (locks) stay.
+// Removes the oldest results of a folder until the rest takes up at most `maxBytes`. All else in it
+// stays.
 ORVO_API void TrimFolder(const std::string& folder, int64_t maxBytes);
 
 }  // namespace orvo

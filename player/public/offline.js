@@ -2,7 +2,9 @@
 // own files count as long as it answers. Calls of the web API are never stored.
 const STORE = 'mirevo-shell-1';
 
-const isOwn = ({ method, url }) => method === 'GET' && new URL(url).origin === self.location.origin && !new URL(url).pathname.startsWith('/webapi/');
+// Where the page lies, also below a path of a reverse proxy.
+const HOME = new URL('./', self.location.href).href;
+const isOwn = ({ method, url }) => method === 'GET' && url.startsWith(HOME) && !/^(webapi|files)\//.test(url.slice(HOME.length));
 
 // Pages are never the same for long; the names of their scripts change with the content.
 async function answer(request) {

@@ -2,7 +2,8 @@
 //
 // The page sends a path as the server has encoded it ("encoded_path"), because a file's name need not be valid text.
 
-const ENTRY = '/webapi/entry.cgi';
+// Relative to the page, which may lie below a path of a reverse proxy.
+const ENTRY = 'webapi/entry.cgi';
 const FORM = 'application/x-www-form-urlencoded';
 
 export class ApiError extends Error {

@@ -24,6 +24,8 @@ export const REFUSALS = [
   'The accounts file is damaged, or the shared storage with it is missing. Restore it, or remove it to start without accounts.',
   'The accounts file could not be written.',
   'There is no such limit, or the value is out of its range.',
+  'A rule needs a folder with films.',
+  'There are too many rules.',
   'Create an account on the server first. Without one, the settings can be changed only there.',
   'The word is wrong. The service shows it where it starts.',
 ];

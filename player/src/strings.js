@@ -98,6 +98,13 @@ export const GERMAN = {
   Paused: 'Angehalten',
   Ready: 'Fertig',
   Failed: 'Gescheitert',
+  Rules: 'Regeln',
+  'Add a rule': 'Eine Regel hinzufügen',
+  'Add the rule': 'Regel hinzufügen',
+  'The server converts every film in these folders that it cannot play in time, also films that come later. Removing a rule keeps what is ready.':
+    'Der Server wandelt jeden Film in diesen Ordnern um, den er nicht rechtzeitig abspielen kann, auch Filme, die später dazukommen. Wird eine Regel entfernt, bleibt, was fertig ist.',
+  'The server does not know its speed yet. It adds films when it has been measured.':
+    'Der Server kennt seine Geschwindigkeit noch nicht. Er nimmt Filme auf, wenn sie gemessen ist.',
 
   // The film's page, continued
   'Opening the film …': 'Der Film wird geöffnet …',
@@ -136,6 +143,7 @@ export const GERMAN = {
   Streams: 'Streams',
   'Nobody is watching.': 'Niemand schaut zu.',
   'Streams without a viewer': 'Streams ohne Zuschauer',
+  '{count} servers share the films. This page shows one of them.': '{count} Server teilen sich die Filme. Diese Seite zeigt einen davon.',
   '{count} stream without a viewer': '{count} Stream ohne Zuschauer',
   '{count} streams without a viewer': '{count} Streams ohne Zuschauer',
   'Their viewers left without closing them. The server ends them by itself after some time without a request.':
@@ -235,6 +243,8 @@ export const GERMAN = {
   'The accounts file is damaged, or the shared storage with it is missing. Restore it, or remove it to start without accounts.':
     'Die Datei der Konten ist beschädigt, oder der gemeinsame Speicher mit ihr fehlt. Stellen Sie sie wieder her, oder löschen Sie sie, um ohne Konten zu beginnen.',
   'The accounts file could not be written.': 'Die Datei der Konten konnte nicht geschrieben werden.',
+  'A rule needs a folder with films.': 'Eine Regel braucht einen Ordner mit Filmen.',
+  'There are too many rules.': 'Es gibt zu viele Regeln.',
   'There is no such limit, or the value is out of its range.': 'Diese Grenze gibt es nicht, oder der Wert liegt außerhalb ihres Bereichs.',
   'Create an account on the server first. Without one, the settings can be changed only there.':
     'Legen Sie zuerst auf dem Server ein Konto an. Ohne Konto können die Einstellungen nur dort geändert werden.',
@@ -258,7 +268,6 @@ export const GERMAN = {
   'Night: loud places lowered': 'Nacht: laute Stellen leiser',
   Speed: 'Tempo',
   'Playback method': 'Wiedergabeart',
-  '{name} (cannot be shown here)': '{name} (hier nicht darstellbar)',
   forced: 'erzwungen',
   'Second subtitles': 'Zweite Untertitel',
   'Subtitle delay (s)': 'Verzögerung (s)',

@@ -142,5 +142,19 @@ TEST_F(Tries, ThatCannotBeReadCountAsUsedUp) {
   std::filesystem::remove(file);
   std::filesystem::create_symlink(file, file);
   EXPECT_GT(Take("anna", kNow), 0);
+  Attempts("anna", kLimit, kNow).GiveBack();
+  EXPECT_TRUE(std::filesystem::is_symlink(file)) << "the tries that it counts must not be lost";
 }
+
+TEST_F(Tries, AreNotCountedWithoutTheLock) {
+  Take("anna", kNow);
+  const std::string before = Read(File());
+  const std::string lock = Path("/run/mirevo/attempts.lock");
+  std::filesystem::remove(lock);
+  std::filesystem::create_symlink(lock, lock);
+  EXPECT_GT(Take("anna", kNow), 0);
+  Attempts("anna", kLimit, kNow).GiveBack();
+  EXPECT_EQ(Read(File()), before);
+}
+
 }  // namespace

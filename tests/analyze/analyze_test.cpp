@@ -117,6 +117,38 @@ TEST_F(FilmAnalysis, LeavesAnOlderResultWhereItCannotWrite) {
   EXPECT_EQ(std::distance(fs::begin(folder), fs::end(folder)), 1);
 }
 
+// Whoever may write to a media folder can put links beside a film.
+TEST_F(FilmAnalysis, WritesNothingWhereALinkBesideTheFilmLeads) {
+  const std::string film = Copy("h264_aac.mp4");
+  MakeDirectory("/elsewhere");
+  for (const std::string link : {"/volume1/@ea", "/volume1/@ea/h264_aac.mp4"}) {
+    fs::remove_all(Path("/volume1/@ea"));
+    fs::create_directories(fs::path(Path(link)).parent_path());
+    fs::create_directory_symlink(Path("/elsewhere"), Path(link));
+    EXPECT_EQ(Analyze(film), 0) << Read("/stderr");
+    EXPECT_TRUE(fs::is_empty(Path("/elsewhere"))) << link;
+    EXPECT_TRUE(PreprocessHelper(film, 8).IsAvailable()) << "the service has a folder of its own";
+    fs::remove(Path(link));
+  }
+}
+
+TEST_F(FilmAnalysis, WritesToNoFileThatALinkInPlaceOfItsOwnNames) {
+  const std::string film = Copy("h264_aac.mp4");
+  Write("/accounts", "the accounts");
+  MakeDirectory("/volume1/@ea/h264_aac.mp4");
+  test::Child program([&] {
+    // The number stays the same when the program begins.
+    const std::string aside =
+        Path("/volume1/@ea/h264_aac.mp4/ORVOVIDEO_PREPROCESS_V1.") + std::to_string(getpid());
+    if (symlink(Path("/accounts").c_str(), aside.c_str()) == 0) {
+      execl(ORVO_TEST_ANALYZE, ORVO_TEST_ANALYZE, film.c_str(), nullptr);
+    }
+  });
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_EQ(Read("/accounts"), "the accounts");
+  EXPECT_TRUE(fs::is_regular_file(Path("/volume1/@ea/h264_aac.mp4/ORVOVIDEO_PREPROCESS_V1")));
+}
+
 TEST_F(FilmAnalysis, LeavesNothingWhenItIsInterrupted) {
   const std::string film = Path("/volume1/film.ts");
   const std::string minute = test::ReadWhole(test::Film("mpeg2_mp2.ts"));

@@ -41,8 +41,13 @@ export class Quota {
     });
   }
 
-  // After its processes have ended.
-  remove() {
-    fs.rmdirSync(this.folder);
+  // Returns false as long as one of its processes has not ended.
+  tryRemove() {
+    try {
+      fs.rmdirSync(this.folder);
+      return true;
+    } catch {
+      return false;
+    }
   }
 }

@@ -212,7 +212,7 @@ TEST(CmafChapters, AreInTheManifestAndInTheListThatThePlaylistNames) {
                        "/entry.cgi/chapters.json?a=1&stream_id=x&playlist_type=chapters\"\n"));
   EXPECT_TRUE(Contains(DashManifest(presentation),
                        "<Event id=\"1\" presentationTime=\"180000\" duration=\"540000\">"
-                       "The end &lt;&amp;>#EXT</Event>"));
+                       "The end &lt;&amp;&gt;#EXT</Event>"));
   EXPECT_TRUE(Contains(ChapterList(presentation), "\"duration\":6.0"));
 }
 

@@ -126,7 +126,8 @@ async function seek(page, place, deed) {
   await page.evaluate((second) => {
     const video = document.getElementById('video');
     video.currentTime = second;
-    return video.play();
+    // A player that has just replaced its media source interrupts this; whether the film goes on is looked at below.
+    return video.play().catch(() => {});
   }, place);
   await playsOn(page, deed);
 }

@@ -7,10 +7,12 @@
 namespace orvo {
 namespace {
 
-TEST(Blocks, AreTwoTwoAndFourSegmentsAndThenEightEach) {
-  const std::array<int64_t, 6> firsts = {0, 2, 4, 8, 16, 24};
-  for (size_t block = 0; block < firsts.size(); ++block) {
-    EXPECT_EQ(FirstOfBlock(static_cast<int64_t>(block)), firsts[block]);
+TEST(Blocks, GrowFromOneSegmentToEight) {
+  const std::array<int64_t, 10> lengths = {1, 2, 2, 2, 3, 4, 4, 6, 8, 8};
+  int64_t first = 0;
+  for (size_t block = 0; block < lengths.size(); ++block) {
+    EXPECT_EQ(FirstOfBlock(static_cast<int64_t>(block)), first);
+    first += lengths[block];
   }
 }
 
@@ -27,7 +29,7 @@ TEST(Blocks, EndRunsOnlyWhereBoxesShareThem) {
   unsetenv(kBlocksVariable);
   EXPECT_EQ(LastOfRun(5), std::numeric_limits<int64_t>::max());
   setenv(kBlocksVariable, "1", 1);
-  EXPECT_EQ(LastOfRun(5), 7);
+  EXPECT_EQ(LastOfRun(5), 6);
   EXPECT_GE(LastOfRun(std::numeric_limits<int>::max()), std::numeric_limits<int>::max());
   unsetenv(kBlocksVariable);
 }

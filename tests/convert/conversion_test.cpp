@@ -1,13 +1,10 @@
 // The conversion service, over real films.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sched.h>
-#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -19,8 +16,8 @@
 #include "convert/work_folder.h"
 #include "metadata/video_metadata.h"
 #include "platform/plat.h"
-#include "platform/unique_fd.h"
 #include "policy/trans_loading.h"
+#include "support/file_changes.h"
 #include "support/processes.h"
 #include "support/sysroot.h"
 
@@ -34,7 +31,6 @@ using LibOrvoQMX::VideoMetaData;
 
 constexpr char kPidFile[] = "/run/orvovideoconversiond.pid";
 constexpr char kRegistry[] = "/tmp/Mirevo/enabled";
-constexpr int kPatience = 100000;  // milliseconds; longer than any wait here
 constexpr int kSeconds = 25;
 constexpr int kPictures = kSeconds * 12;
 
@@ -87,18 +83,7 @@ class FilmConversion : public test::Sysroot {
     if (HasFailure()) {
       return;
     }
-    const std::string folder = fs::path(Path(path)).parent_path();
-    fs::create_directories(folder);
-    const orvo::UniqueFd changes(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    inotify_add_watch(changes.Get(), folder.c_str(),
-                      IN_ALL_EVENTS & ~(IN_OPEN | IN_ACCESS | IN_CLOSE));
-    while (!holds()) {
-      pollfd event{changes.Get(), POLLIN, 0};
-      ASSERT_EQ(poll(&event, 1, kPatience), 1) << "nothing happens to " << path;
-      std::array<char, 4096> events{};
-      while (read(changes.Get(), events.data(), events.size()) > 0) {
-      }
-    }
+    test::AwaitChange(fs::path(Path(path)).parent_path(), holds);
   }
   void UntilState(int64_t id, State state) const {
     Until(std::string(convert::kQueueFolder) + "/queue.db", [&] {

@@ -77,6 +77,105 @@ TEST_F(ConversionQueue, KeepsARemovedFilmUntilItsFilesAreGone) {
   EXPECT_GT(queue.Add("/b", "/", "mp4"), *id) << "a number is never used twice";
 }
 
+class ConversionRules : public ConversionQueue {
+ protected:
+  void SetUp() override {
+    Sysroot::SetUp();
+    rule_ = {*Queue().AddRule("/films", "mp4"), "/films", "mp4"};
+  }
+  const convert::Rule& Films() const { return rule_; }
+  // Adds a film for the rule.
+  void Choose(const std::string& path, const std::string& state = "1") const {
+    EXPECT_TRUE(Queue().AddByRule(rule_, path, state));
+  }
+  static std::vector<std::string> Queued() {
+    std::vector<std::string> paths;
+    for (const Item& item : Queue().List()) {
+      paths.push_back(item.path);
+    }
+    return paths;
+  }
+
+ private:
+  convert::Rule rule_;
+};
+
+using Paths = std::vector<std::string>;
+
+TEST_F(ConversionRules, AreKeptOnceForEachFolderAndProfile) {
+  Queue queue;
+  EXPECT_EQ(queue.AddRule("/films", "mp4"), Films().id);
+  EXPECT_NE(queue.AddRule("/films", "mp4-480p"), Films().id);
+  const auto rules = Queue().Rules();
+  ASSERT_EQ(rules.size(), 2U);
+  EXPECT_EQ(rules[0].folder, "/films");
+  EXPECT_EQ(rules[1].profile, "mp4-480p");
+}
+
+TEST_F(ConversionRules, AddAFilmOnceForEachStateOfItsFile) {
+  Choose("/films/a");
+  Choose("/films/a");
+  ASSERT_EQ(Queued(), Paths{"/films/a"});
+  const Item item = Queue().List()[0];
+  EXPECT_EQ(item.root, "/films");
+  EXPECT_EQ(item.profile, "mp4");
+  Queue().Remove(item.id);
+  Choose("/films/a");
+  EXPECT_EQ(Queued(), Paths{}) << "what was removed is not wanted";
+  Choose("/films/a", "2");
+  EXPECT_EQ(Queued(), Paths{"/films/a"}) << "another film of the same name";
+}
+
+TEST_F(ConversionRules, DoNotRepeatAConversionThatHasFailed) {
+  Choose("/films/a");
+  Item item = Queue().List()[0];
+  item.state = State::kFailed;
+  Queue().Update(item);
+  Choose("/films/a");
+  EXPECT_EQ(Queued().size(), 1U);
+}
+
+TEST_F(ConversionRules, TakeWithThemWhatStillWaits) {
+  Choose("/films/a");
+  Choose("/films/b");
+  Item begun = Queue().List()[1];
+  begun.state = State::kPaused;
+  Queue().Update(begun);
+  Queue().Add("/films/c", "/films", "mp4");
+  EXPECT_TRUE(Queue().RemoveRule(Films().id));
+  EXPECT_EQ(Queued(), (Paths{"/films/b", "/films/c"}));
+  EXPECT_FALSE(Queue().RemoveRule(Films().id));
+  Choose("/films/d");
+  EXPECT_EQ(Queued().size(), 2U) << "the rule is gone";
+  EXPECT_NE(Queue().AddRule("/films", "mp4"), Films().id) << "a number is never used twice";
+}
+
+TEST_F(ConversionRules, LeaveAFilmThatSomebodyHasAddedToo) {
+  Queue().Add("/films/a", "/films", "mp4");
+  Choose("/films/a");
+  Choose("/films/b");
+  Queue().Add("/films/b", "/films", "mp4");
+  EXPECT_TRUE(Queue().RemoveRule(Films().id));
+  EXPECT_EQ(Queued(), (Paths{"/films/a", "/films/b"}));
+}
+
+TEST_F(ConversionRules, LetFilmsThatPeopleHaveChosenGoFirst) {
+  Choose("/films/a");
+  Queue().Add("/films/b", "/films", "mp4");
+  EXPECT_EQ(Queue().Next({})->path, "/films/b");
+  EXPECT_EQ(Queue().Waiting(), 2);
+}
+
+TEST_F(ConversionRules, NeedAFolderWithoutResults) {
+  MakeDirectory("/volume1/films");
+  MakeDirectory("/volume1/@conversions/1");
+  Write("/volume1/film.mkv", "x");
+  EXPECT_TRUE(convert::MayHaveRule(Path("/volume1/films")));
+  for (const char* path : {"/volume1/@conversions/1", "/volume1/film.mkv", "/volume1/none"}) {
+    EXPECT_FALSE(convert::MayHaveRule(Path(path))) << path;
+  }
+}
+
 TEST_F(ConversionQueue, RemembersThatTheOwnerHasPausedIt) {
   EXPECT_FALSE(Queue().IsPaused());
   EXPECT_TRUE(Queue().SetPaused(true));

@@ -1,10 +1,11 @@
 #!/bin/bash
 # Runs the packaged unit under a systemd of its own: first start, reload, watchdog, crash, upgrade, stop.
-# Usage: under_systemd.sh BUILD FILM
+# Usage: under_systemd.sh BUILD FILM [BEFORE]
 #
+# With BEFORE, a folder with packages of an earlier version, it runs the upgrade from these and a purge instead.
 # Exit status 77, with the reason, if this machine cannot do that.
 set -euo pipefail
-build=$1 film=$2
+build=$1 film=$2 before=${3:+$(cd "$3" && pwd)}
 here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=tests/debian/plain_debian.sh
 . "$here/plain_debian.sh"
@@ -36,7 +37,7 @@ else
   tar --zstd -C "$root" -xf "$prepared"
 fi
 
-# The version before: the same files with an older number.
+# The version before gets an older number than any other.
 older() {
   local package=$1 name
   name=$(basename "$package")
@@ -47,12 +48,13 @@ older() {
 }
 mkdir -p "$root/root/before" "$root/root/now"
 cp "$folder"/mirevo_*.deb "$folder"/liborvoqmx1_*.deb "$root/root/now"
-for package in "$root/root/now"/*.deb; do
+for package in "${before:-$root/root/now}"/{mirevo,liborvoqmx1}_*.deb; do
   older "$package"
 done
 flock -u "$lock"
 cp "$film" "$root/root/film.mkv"
-cp "$here/inside_systemd.sh" "$root/root"
+cp "$here/inside_systemd.sh" "$here/inside_upgrade.sh" "$root/root"
+script=${before:+inside_upgrade.sh}
 
 # A machine of its own but for the kernel: processes, mounts, network, names and control groups.
 # shellcheck disable=SC2016 # the inner shell expands its own argument
@@ -95,4 +97,4 @@ case $state in
   running | degraded) ;;
   *) tail -n 5 "$work/manager.log" >&2; skip "systemd does not start in a namespace here (${state:-no answer})" ;;
 esac
-inside bash /root/inside_systemd.sh
+inside bash "/root/${script:-inside_systemd.sh}"

@@ -314,3 +314,19 @@ test('a request that waits for a lock gives up in time', async () => {
   await once(holder, 'exit');
   assert.equal((await service.close(stream)).status, 200);
 });
+
+// A page without a referrer, on a server without https: the browser tells nothing about it.
+function asPicture(method, parameters) {
+  const headers = { 'user-agent': 'Mozilla/5.0 (X11; Linux x86_64)', accept: 'image/*' };
+  return new Promise((resolve, reject) => {
+    const address = service.query('Conversion', method, parameters);
+    http.get(address, { headers }, (answer) => resolve(answer.resume().statusCode)).on('error', reject);
+  });
+}
+
+test('a picture on a page of another server adds and removes no conversions', async () => {
+  assert.equal(await asPicture('add', { path: film('h264_aac.mp4') }), 403);
+  assert.equal(await asPicture('remove', { id: 1 }), 403);
+  assert.equal(await asPicture('list', {}), 200);
+  assert.deepEqual((await service.call('Conversion', 'list')).data.items, []);
+});

@@ -17,7 +17,7 @@ const reasonOf = (call) => call.then(() => 'none', ({ reason }) => reason);
 test('a path stays as the server has encoded it, and empty parameters are left out', () => {
   const query = queryOf('Streaming', 'open', { format: 'hls', profile: '', audio_id: undefined, title: 'a&b=c' }, '/films/Stra%DFe%26.mkv');
   assert.equal(query, 'api=ORVO.Mirevo2.Streaming&version=1&method=open&format=hls&title=a%26b%3Dc&path=/films/Stra%DFe%26.mkv');
-  assert.equal(addressOf('Auth', 'who'), '/webapi/entry.cgi?api=ORVO.Mirevo2.Auth&version=1&method=who');
+  assert.equal(addressOf('Auth', 'who'), 'webapi/entry.cgi?api=ORVO.Mirevo2.Auth&version=1&method=who');
 });
 
 test('an address of the server is reached through the host of the page', () => {

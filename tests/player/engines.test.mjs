@@ -22,7 +22,7 @@ beforeEach(() => {
   frames = [];
   globalThis.requestAnimationFrame = (action) => frames.push(action);
   const tell = (name) => (value) => told.push(value === undefined ? name : [name, value.reason ?? value]);
-  hooks = { wish: { muted: false, speed: 1.5 }, mark: tell('mark'), play: tell('play'), ended: tell('ended'), fail: tell('fail') };
+  hooks = { wish: { muted: false, speed: 1.5 }, mark: tell('mark'), play: tell('play'), ended: tell('ended'), fail: tell('fail'), clock() {} };
 });
 
 // The server's answer to the repeated request.
@@ -64,6 +64,16 @@ describe('one endless stream', () => {
       video.currentTime = second;
       return engine.now();
     }), [20, 25]);
+  });
+
+  test('in Firefox, which counts each response from 0, the position and the subtitles keep the film’s clock', (t) => {
+    const before = Object.getOwnPropertyDescriptor(globalThis, 'navigator');
+    Object.defineProperty(globalThis, 'navigator', { value: { userAgent: 'Gecko/20100101 Firefox/153.0' }, configurable: true });
+    t.after(() => (before ? Object.defineProperty(globalThis, 'navigator', before) : delete globalThis.navigator));
+    engine.seek(30);
+    video.readyState = 4;
+    video.currentTime = 5;
+    assert.deepEqual([engine.now(), engine.clockShift(), engine.isEarly()], [35, -30, false]);
   });
 
   test('the buffer counts from the requested second', () => {

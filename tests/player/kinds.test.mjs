@@ -35,6 +35,15 @@ test('a browser with MediaSource plays a presentation where the original file do
   assert.equal(plan(info, { ...can, cmaf: true }, { ...choice, audio: '2' })[0], 'cmaf');
 });
 
+test('pictures that must be encoded come from the video engine of the server', () => {
+  const engine = profile('hls_720p_vaapi_vb2500_ab128', 'transcode', { default: true, hardware: true });
+  const found = { ...info, not_copied: 'The browser cannot play them.', profiles: [engine, ...info.profiles] };
+  const everything = { ...can, cmaf: true };
+  assert.deepEqual(kindsFor(found, everything), ['direct', 'hls', 'cmaf', 'http', 'webm']);
+  assert.equal(kindsFor({ ...found, not_copied: '' }, everything)[1], 'cmaf', 'where the pictures are copied');
+  assert.equal(kindsFor({ ...found, profiles: info.profiles }, everything)[1], 'cmaf', 'without an engine');
+});
+
 test('a presentation is taken to copy what HLS copies, until its renditions are known', () => {
   const found = { ...info, profiles: [{ ...info.profiles[0], default: true }] };
   assert.equal(usualWay(found, 'cmaf', '').method, 'remux');
@@ -132,9 +141,9 @@ test('a forced subtitle in the language of the sound shows itself, unless the vi
   delete globalThis.localStorage;
 });
 
-test('the page never chooses pictures of a DVD, which it cannot show', () => {
+test('forced pictures show themselves, those of a DVD and those of a Blu-ray', () => {
   const pictures = (codec) => ({ id: '1', language: 'ger', forced: true, form: 'picture', codec });
   const dubbed = (codec) => ({ metadata: { track_info: { audio: [{ id: 'a', language: 'ger' }] } }, subtitles: [pictures(codec)], profiles: [] });
-  assert.equal(choiceOf(dubbed('dvd_subtitle')).subtitle, '');
+  assert.equal(choiceOf(dubbed('dvd_subtitle')).subtitle, '1');
   assert.equal(choiceOf(dubbed('hdmv_pgs_subtitle')).subtitle, '1');
 });

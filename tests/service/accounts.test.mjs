@@ -341,9 +341,11 @@ test('an account whose media folder is gone sees nothing', async () => {
   service.account(['grant', 'bob', path.join(folder, 'shared')]);
 });
 
-test('only an owner sees the status', async () => {
+test('only an owner sees the status and the rules for conversions', async () => {
   await refuses(bob.call('Status', 'get'), 403);
   await refuses(anna.call('Status', 'get'), 200);
+  await refuses(bob.call('Conversion', 'list_rules'), 403);
+  await refuses(anna.call('Conversion', 'list_rules'), 200);
   const { stdout } = await run(path.join(build, 'target/bin/mirevo'), ['status'], { env: service.environment });
   assert.match(stdout, /0 streams/, 'the user who runs the service needs no password on its machine');
 });

@@ -326,7 +326,7 @@ test('the history lists watched films, newest first, until they are deleted', as
   assert.deepEqual(await names(), []);
 });
 
-test('a damaged history counts as empty', async () => {
+test('a damaged history counts as empty, and stays beside the new one', async () => {
   const file = path.join(service.root, 'var/packages/Mirevo/etc/history/all.json');
   for (const content of ['{', '[1,{"path":5}]', '"text"']) {
     fs.writeFileSync(file, content);
@@ -334,6 +334,7 @@ test('a damaged history counts as empty', async () => {
   }
   await post('History', 'save', { path: film, position: 1, duration: 60 });
   assert.equal((await service.call('History', 'list')).data.items.length, 1);
+  assert.equal(fs.readFileSync(`${file}.damaged`, 'utf8'), '"text"');
   await post('History', 'remove', {});
 });
 

@@ -5,7 +5,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { answerFor, encode, launch, Viewer } from './page.mjs';
-import { build, eventually, Service } from './support.mjs';
+import { build, eventually, processesWith, Service } from './support.mjs';
 
 let service;
 let film;
@@ -67,6 +67,55 @@ test('only films that the caller may see are converted and listed', async () => 
   assert.deepEqual(await items(), []);
   assert.equal((await make('get', { id })).status, 404);
   mirevo('remove', id);
+});
+
+const change = async (method, parameters) => {
+  const body = new URLSearchParams(parameters);
+  const response = await fetch(service.query('Conversion', method), { method: 'POST', body });
+  return { status: response.status, ...(await response.json()) };
+};
+
+test('a rule is for a visible folder with films', async () => {
+  const folder = path.dirname(film);
+  fs.mkdirSync(path.join(folder, '@conversions'), { recursive: true });
+  for (const [wrong, status] of [['/etc', 403], [film, 400], [path.join(folder, '@conversions'), 400], [path.join(folder, 'none'), 404]]) {
+    assert.equal((await change('add_rule', { path: wrong })).status, status, wrong);
+  }
+  assert.equal((await change('add_rule', { path: folder, profile: '../mp4' })).status, 400);
+  assert.equal((await make('add_rule', { path: folder })).status, 405, 'not by an address');
+  const { data } = await change('add_rule', { path: folder });
+  assert.deepEqual((await change('add_rule', { path: folder, profile: 'mp4' })).data, data, 'a rule is there once');
+  const { rules, measured } = (await make('list_rules')).data;
+  assert.deepEqual(rules.map(({ id, path: name, profile }) => ({ id, name, profile })), [{ id: data.id, name: folder, profile: 'mp4' }]);
+  assert.equal(measured, false);
+  const searches = () => processesWith(service.root).some(({ command }) => command.includes('convert follow-rules'));
+  await eventually(() => searches() || undefined);
+  assert.equal((await change('remove_rule', { id: data.id })).status, 200);
+  await eventually(() => !searches() || undefined);
+});
+
+test('the page adds rules and removes them', async (t) => {
+  const browser = await launch();
+  t.after(() => browser.close());
+  const viewer = await Viewer.open(browser, service);
+  const { page } = viewer;
+  await viewer.go('#/conversions');
+  const form = page.getByRole('form', { name: 'Add a rule' });
+  const folder = path.dirname(film);
+  await form.getByRole('textbox').fill(film);
+  await form.getByRole('combobox', { name: 'Quality' }).selectOption('720p');
+  await form.getByRole('button').click();
+  await form.getByRole('alert').filter({ hasText: 'A rule needs a folder with films.' }).waitFor();
+  await form.getByRole('textbox').fill(folder);
+  await form.getByRole('button').click();
+  const remove = page.getByRole('button', { name: `Remove ${folder}` });
+  await remove.waitFor();
+  assert.equal((await make('list_rules')).data.rules[0].profile, 'mp4-720p');
+  await page.getByText('The server does not know its speed yet.').waitFor();
+  await remove.click();
+  await remove.waitFor({ state: 'detached' });
+  assert.deepEqual((await make('list_rules')).data.rules, []);
+  await viewer.leave();
 });
 
 test('the page shows the conversions, adds one and removes it', async (t) => {

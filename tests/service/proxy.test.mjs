@@ -1,11 +1,12 @@
 // The service behind a reverse proxy on this machine. The tests speak as the proxy does.
 import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import http from 'node:http';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { media, Service } from './support.mjs';
+import { build, media, Service } from './support.mjs';
 
 const NAME = 'films.example';
 const film = path.join(media, 'h264_aac.mp4');
@@ -85,4 +86,57 @@ test('nobody but a named proxy chooses addresses and protocols', async () => {
   const url = await openFilm(plain, '203.0.113.1');
   assert.ok(url.startsWith(`http://${NAME}/webapi/`), url);
   assert.equal(await clientsOf(plain, '203.0.113.7', '203.0.113.8'), 1);
+});
+
+test('below a path prefix the page, the API, streams, cookies and files have it, with and without the proxy taking it away', async (context) => {
+  const service = Service.prepare();
+  const password = 'right password';
+  service.account(['add', 'anna'], password);
+  await service.serve([media], ['--prefix', '/tv/films']);
+  context.after(() => service.finish());
+  const bare = service.address.replace('/tv/films', '');
+  assert.notEqual(bare, service.address, 'the announced address has the prefix');
+  const redirected = await fetch(`${bare}/tv/films`, { redirect: 'manual' });
+  assert.match(redirected.headers.get('location'), /\/tv\/films\/$/);
+  for (const where of [service.address, bare]) {
+    const page = await fetch(`${where}/`);
+    assert.match(await page.text(), /<html/);
+    assert.equal((await fetch(`${where}/files/`)).status, 401, 'the files are there');
+  }
+  const body = new URLSearchParams({ api: 'ORVO.Mirevo2.Auth', version: 1, method: 'login', account: 'anna', passwd: password });
+  const login = await fetch(`${service.address}/webapi/entry.cgi`, { method: 'POST', body });
+  assert.match(login.headers.get('set-cookie'), /; Path=\/tv\/films\/;/);
+  const { _sid } = (await login.json()).data;
+  for (const format of ['hls', 'cmaf', 'direct']) {
+    const data = await service.open(film, { format, _sid });
+    assert.ok(data.url.startsWith(`${service.address}/webapi/`), data.url);
+    if (format !== 'direct') await everyAddressHasThePrefix(data.url);
+    assert.equal((await service.call('Streaming', 'close', { format, stream_id: data.stream_id, _sid })).status, 200);
+  }
+  const authorization = `Basic ${btoa(`anna:${password}`)}`;
+  const index = await fetch(`${service.address}/files`, { headers: { authorization } });
+  assert.equal(new URL(index.url).pathname, '/tv/films/files/');
+  assert.ok((await index.text()).includes(`href="${path.basename(media)}/"`));
+});
+
+// Follows a playlist to the playlists below it. All addresses in them are paths, and the first segment is there.
+async function everyAddressHasThePrefix(url) {
+  const lines = (await (await fetch(url)).text()).split('\n');
+  const named = lines.flatMap((line) => (line.startsWith('#') ? (line.match(/URI="([^"]+)"/)?.[1] ?? []) : line || []));
+  assert.ok(named.length > 0);
+  for (const address of named) assert.ok(address.startsWith('/tv/films/webapi/'), address);
+  const next = new URL(named.find((address) => !address.includes('init')), url);
+  if (/m3u8/.test(next.pathname) || /playlist_type/.test(next.search)) {
+    await everyAddressHasThePrefix(next);
+  } else {
+    assert.equal((await fetch(next, { method: 'HEAD' })).status, 200);
+  }
+}
+
+test('what is no path is refused as a prefix', () => {
+  for (const prefix of ['tv', '/', '/tv/', '/../x', '/a b', '/a"b', '/webapi', '/files/x', '/tv//x']) {
+    const { status, stderr } = spawnSync(path.join(build, 'target/bin/mirevo'), ['serve', '--prefix', prefix, media], { encoding: 'utf8' });
+    assert.equal(status, 64, prefix);
+    assert.match(stderr, /is not like \/films/);
+  }
 });

@@ -8,6 +8,7 @@ import { promisify } from 'node:util';
 
 import { chromium } from 'playwright-core';
 
+import { vobSub } from './dvd.mjs';
 import { segmentsOf, whiteBox } from './pgs.mjs';
 import { browserArguments, media, patience, Service } from './support.mjs';
 
@@ -79,6 +80,13 @@ before(async () => {
   fs.writeFileSync(pictures, whiteBox({ width: 640, height: 360 }, { x: 100, y: 300, width: 200, height: 20 }, 1, 5));
   const blu = ['-i', film, '-i', pictures, '-map', '0', '-map', '1', '-c', 'copy', '-copyts', '-disposition:s', 'forced', '-metadata:s:s', 'language=eng'];
   await ffmpeg(...blu, path.join(folder, 'pictures.mkv'));
+  const { idx, sub } = vobSub({ width: 720, height: 576 }, ['000000', 'ff0000'], [
+    { language: 'en', box: { x: 100, y: 480, width: 300, height: 40 }, start: 1, end: 5 },
+    { language: 'fr', box: { x: 310, y: 80, width: 200, height: 21 }, start: 2, end: 4 },
+  ]);
+  write('disc.idx', idx);
+  write('disc.sub', sub);
+  await ffmpeg('-i', film, '-i', path.join(folder, 'disc.idx'), '-map', '0:v', '-map', '0:a', '-map', '1', '-c', 'copy', '-copyts', path.join(folder, 'disc.mkv'));
   fs.unlinkSync(path.join(folder, 'track.srt'));
   service = await Service.start([folder]);
   stream = await service.open(path.join(folder, 'film.mkv'));
@@ -340,4 +348,31 @@ test('an output that the subtitles do not have is refused', async () => {
   await refuses(beside('film.marked.srt'), { output: 'ass' }, 400, 'BadRequest');
   await refuses(beside('film.ssa'), { output: 'sup' }, 400, 'BadRequest');
   await refuses(beside('film.ssa'), { output: '../ass' }, 400, 'BadRequest');
+});
+
+test('pictures of a DVD, in the film and beside it, are sent in the form of a Blu-ray', async () => {
+  const film = beside('disc.mkv');
+  const { subtitles } = (await service.call('Library', 'info', { path: film })).data;
+  assert.deepEqual(subtitles.map(({ form, source, language }) => [form, source, language]), [
+    ['picture', 'embedded', 'en'],
+    ['picture', 'embedded', 'fr'],
+    ['picture', 'file', 'en'],
+    ['picture', 'file', 'fr'],
+  ]);
+  const { stream_id: id } = await service.open(film);
+  const places = [];
+  for (const { id: subtitle } of subtitles) {
+    const response = await fetch(service.query('Subtitle', 'get', { id, subtitle_id: subtitle, output: 'sup' }));
+    assert.equal(response.status, 200);
+    const segments = segmentsOf(Buffer.from(await response.arrayBuffer()));
+    const windows = segments.filter(({ type }) => type === 0x17);
+    places.push(windows.map(({ tick, content }) => [Math.round(tick / 90000), Buffer.from(content, 'hex').readUInt16BE(2), Buffer.from(content, 'hex').readUInt16BE(4)]));
+  }
+  const [first, second] = [[[1, 100, 480], [5, 100, 480]], [[2, 310, 80], [4, 310, 80]]];
+  assert.deepEqual(places, [first, second, first, second]);
+  for (const wrong of [`${beside('disc.idx')}/2`, `${beside('disc.idx')}/-1`, beside('disc.idx'), `${beside('disc.idx')}/../../etc/passwd`]) {
+    const { status } = await service.call('Subtitle', 'get', { id, subtitle_id: wrong, output: 'sup' });
+    assert.equal(status, 404, wrong);
+  }
+  await service.close({ stream_id: id });
 });

@@ -77,8 +77,8 @@ export function processesWith(text) {
 }
 
 export class Service {
-  // An appliance of this platform without a running service.
-  static prepare(platform = 'x86') {
+  // An appliance of this platform, with the programs of a build folder and without a running service.
+  static prepare(platform = 'x86', programs = build) {
     const service = new Service();
     service.root = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-test-'));
     const make = (name) => fs.mkdirSync(path.join(service.root, name), { recursive: true });
@@ -87,7 +87,7 @@ export class Service {
       path.join(service.root, 'etc.defaults/orvoinfo.conf'),
       `unique="orvo_${platform}_unit"\n`,
     );
-    fs.symlinkSync(path.join(build, 'target'), path.join(service.root, 'var/packages/Mirevo/target'));
+    fs.symlinkSync(path.join(programs, 'target'), path.join(service.root, 'var/packages/Mirevo/target'));
     return service;
   }
 
@@ -104,16 +104,18 @@ export class Service {
   }
 
   // Serves `roots`, with further options of "mirevo serve". The films that all suites share get no
-  // results in the middle of a test.
-  async serve(roots, options = [], { analysis = false } = {}) {
+  // results in the middle of a test. `through`: a command that starts the service, with its words.
+  async serve(roots, options = [], { analysis = false, port = 0, through = [] } = {}) {
     const quiet = analysis ? [] : ['--no-analysis'];
+    const program = path.join(fs.realpathSync(path.join(this.root, 'var/packages/Mirevo/target')), 'bin/mirevo-serve');
+    const [command, ...words] = [...through, program, '--no-browser', '--port', `${port}`];
     this.process = spawn(
-      path.join(build, 'target/bin/mirevo-serve'),
-      ['--no-browser', '--port', '0', ...quiet, ...options, '--', ...roots],
+      command,
+      [...words, ...quiet, ...options, '--', ...roots],
       { env: this.environment, stdio: ['ignore', 'pipe', 'inherit'] },
     );
     for await (const line of readline.createInterface({ input: this.process.stdout })) {
-      this.address = line.match(/^listening on (https?:\/\/[0-9a-f.:[\]]+:\d+)\/$/)?.[1];
+      this.address = line.match(/^listening on (https?:\/\/[0-9a-f.:[\]]+:\d+(?:\/[\w.-]+)*)\/$/)?.[1];
       break;
     }
     // A test that fails before it stops its service ends all the same, and the service with it.

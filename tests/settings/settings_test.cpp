@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,9 +17,12 @@
 namespace {
 
 using settings::FolderOutcome;
+using settings::Outcome;
 
 constexpr char kAddedFile[] = "/var/packages/Mirevo/etc/added_folders";
 constexpr char kLimitsFile[] = "/var/packages/Mirevo/etc/limits";
+constexpr char kAdvancedFile[] = "/var/packages/Mirevo/etc/advanced.conf";
+constexpr char kVaapiFile[] = "/var/packages/Mirevo/etc/vaapi_ffmpeg";
 
 class Settings : public test::Sysroot {
  protected:
@@ -153,8 +157,8 @@ TEST_F(Settings, FoldersThatAreAddedAtTheSameTimeAreAllKept) {
 TEST_F(Settings, ALimitIsTheUsualOneUntilAGoodOneIsSet) {
   using settings::kStreamsPerViewer;
   EXPECT_EQ(settings::ValueOf(kStreamsPerViewer), 200);
-  ASSERT_TRUE(settings::Set(kStreamsPerViewer, 3));
-  ASSERT_TRUE(settings::Set(settings::kCacheMegabytes, 16));
+  ASSERT_EQ(settings::Set(kStreamsPerViewer, 3), Outcome::kDone);
+  ASSERT_EQ(settings::Set(settings::kCacheMegabytes, 16), Outcome::kDone);
   EXPECT_EQ(settings::ValueOf(kStreamsPerViewer), 3);
   EXPECT_EQ(settings::ValueOf(settings::kCacheMegabytes), 16);
   for (const char* content :
@@ -167,12 +171,47 @@ TEST_F(Settings, ALimitIsTheUsualOneUntilAGoodOneIsSet) {
 
 TEST_F(Settings, TheWishForHardwareKeepsOtherSettings) {
   EXPECT_TRUE(settings::IsHardwareWanted());
-  Write("/var/packages/Mirevo/etc/advanced.conf", R"({"other": 1})");
-  ASSERT_TRUE(settings::WantHardware(false));
+  Write(kAdvancedFile, R"({"other": 1})");
+  Write(kVaapiFile, R"({"another": 2, "enable": true, "detected": true})");
+  ASSERT_EQ(settings::WantHardware(false), Outcome::kDone);
   EXPECT_FALSE(settings::IsHardwareWanted());
-  EXPECT_NE(Read("/var/packages/Mirevo/etc/advanced.conf").find("other"), std::string::npos);
-  ASSERT_TRUE(settings::WantHardware(true));
+  EXPECT_EQ(Read(kAdvancedFile), "{\"hardware_transcode\":false,\"other\":1}\n");
+  EXPECT_EQ(Read(kVaapiFile), "{\"another\":2,\"enable\":false}\n");
+  ASSERT_EQ(settings::WantHardware(true), Outcome::kDone);
   EXPECT_TRUE(settings::IsHardwareWanted());
+}
+
+TEST_F(Settings, NothingReplacesAFileThatIsDamaged) {
+  for (const char* content : {"", "{\"streams_per_viewer\": 3", "[]", "3"}) {
+    for (const char* file : {kLimitsFile, kAdvancedFile, kVaapiFile}) {
+      Write(file, content);
+    }
+    EXPECT_EQ(settings::Set(settings::kStreamsPerViewer, 5), Outcome::kDamaged) << content;
+    EXPECT_EQ(settings::WantHardware(true), Outcome::kDamaged) << content;
+    EXPECT_EQ(settings::DetectVaapi(true), Outcome::kDamaged) << content;
+    for (const char* file : {kLimitsFile, kAdvancedFile, kVaapiFile}) {
+      EXPECT_EQ(Read(file), content);
+    }
+  }
+}
+
+TEST_F(Settings, NothingReplacesAFileThatCannotBeReadNow) {
+  // Root may read every file, so a link to itself stands for one that cannot be opened.
+  ASSERT_EQ(symlink(Path(kLimitsFile).c_str(), Path(kLimitsFile).c_str()), 0);
+  EXPECT_EQ(settings::Set(settings::kStreamsPerViewer, 5), Outcome::kDamaged);
+  EXPECT_TRUE(std::filesystem::is_symlink(Path(kLimitsFile)));
+}
+
+TEST_F(Settings, WhatTheMachineOffersCountsUntilAnOwnerDecides) {
+  ASSERT_EQ(settings::DetectVaapi(false), Outcome::kDone);
+  EXPECT_FALSE(Exists(kVaapiFile)) << "nothing is there to be switched off";
+  ASSERT_EQ(settings::DetectVaapi(true), Outcome::kDone);
+  EXPECT_EQ(Read(kVaapiFile), "{\"detected\":true,\"enable\":true}\n");
+  ASSERT_EQ(settings::DetectVaapi(false), Outcome::kDone);
+  EXPECT_EQ(Read(kVaapiFile), "{\"detected\":true,\"enable\":false}\n");
+  ASSERT_EQ(settings::WantHardware(true), Outcome::kDone);
+  ASSERT_EQ(settings::DetectVaapi(false), Outcome::kDone);
+  EXPECT_EQ(Read(kVaapiFile), "{\"enable\":true}\n");
 }
 
 }  // namespace

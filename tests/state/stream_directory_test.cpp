@@ -1,9 +1,13 @@
 #include "state/stream_directory.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "platform/unique_fd.h"
 #include "support/streams.h"
 
 namespace {
@@ -57,6 +61,28 @@ TEST_F(StreamFiles, NameTheMonitor) {
   EXPECT_FALSE(directory.IsMonitored());
   directory.MonitorPid().Remove();
   EXPECT_FALSE(Exists(File("monitor.pid")));
+}
+
+TEST_F(StreamFiles, AreReplacedInOneStepWhereNobodyLocksThem) {
+  const StreamDirectory directory("HLS", kId);
+  ASSERT_TRUE(directory.Film().Replace("the old film"));
+  const orvo::UniqueFd reader(open(Path(File("film")).c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(directory.Film().Replace("new"));
+  EXPECT_EQ(Read(File("film")), "new");
+  char text[32] = {};
+  EXPECT_EQ(read(reader.Get(), text, sizeof(text)), 12) << text;
+  // A folder cannot be replaced by a file.
+  directory.Film().Remove();
+  MakeDirectory(File("film"));
+  EXPECT_FALSE(directory.Film().Replace("new"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 1);
+}
+
+TEST_F(StreamFiles, AreWrittenInPlaceWhereProcessesLockThem) {
+  const StreamDirectory directory("HLS", kId);
+  const auto lock = directory.SeekTime().Lock();
+  ASSERT_TRUE(directory.SeekTime().Write(7));
+  EXPECT_TRUE(directory.SeekTime().IsLocked());
 }
 
 TEST_F(StreamFiles, ANumberThatBelongsToAnotherProcessNowNamesNoMonitor) {

@@ -18,7 +18,7 @@ using accounts::Attempts;
 
 // Scripts cannot read the cookie, and browsers do not send it with requests from other sites.
 std::string CookieOf(const Request& request, const std::string& value, int64_t seconds) {
-  return "_sid=" + value + "; Path=/; Max-Age=" + std::to_string(seconds) +
+  return "_sid=" + value + "; Path=" + PathPrefix() + "/; Max-Age=" + std::to_string(seconds) +
          "; HttpOnly; SameSite=Strict" + (request.Scheme() == "https" ? "; Secure" : "");
 }
 

@@ -111,6 +111,18 @@ std::optional<Answer> RefuseStranger(const Request& request) {
                          "This server does not accept requests from pages of other servers.");
 }
 
+std::optional<Answer> RefuseHiddenPage(const Request& request) {
+  // Every browser calls itself so, and no page can change that of a picture.
+  const bool isBrowser = request.Header("USER_AGENT").starts_with("Mozilla/");
+  const bool isSilent = request.Header("ORIGIN").empty() && request.Header("REFERER").empty() &&
+                        request.Header("SEC_FETCH_SITE").empty();
+  if (request.Method() == "POST" || !isBrowser || !isSilent) {
+    return std::nullopt;
+  }
+  return Answer::Failure(kForbidden,
+                         "The browser does not tell which page sends this request. Use POST.");
+}
+
 Answer DescribeOptions(const Request& request) {
   Answer answer = Answer::NoContent();
   answer.AddHeader("Allow", kMethods);

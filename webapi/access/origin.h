@@ -21,6 +21,11 @@ namespace webapi {
 // Returns a refusal if the request fails these checks.
 std::optional<Answer> RefuseStranger(const Request& request);
 
+// Returns a refusal if a GET may come from a page of another server that hides where it is from. A
+// page can embed any address as a picture, and browsers report that to https and to this machine
+// only. For calls that change something without a secret in their parameters.
+std::optional<Answer> RefuseHiddenPage(const Request& request);
+
 // The answer to OPTIONS: the allowed methods and, for a page on the list, the permission to use
 // them.
 Answer DescribeOptions(const Request& request);

@@ -17,8 +17,7 @@ namespace {
 
 using libmrv::util::PlatformUtils;
 using orvo::transcoder::EngineRecord;
-
-constexpr char kVaapiEncoder[] = "h264_vaapi";
+using orvo::transcoder::kVaapiEncoder;
 
 std::string ValueOf(const std::vector<std::string>& arguments, const std::string& option) {
   const auto found = std::find(arguments.begin(), arguments.end(), option);
@@ -63,7 +62,8 @@ bool IsWanted(const std::string& encoder) {
 }
 
 bool IsUsable(const EngineRow& row, const EngineRecord& record) {
-  return IsWanted(row.encoder) && record.Proved(row.encoder, row.lines).has_value();
+  const auto engine = record.Serving(row.encoder);
+  return IsWanted(row.encoder) && engine && engine->lines >= row.lines;
 }
 
 }  // namespace
@@ -104,7 +104,7 @@ bool RunsOnHardware(const std::string& profileValue) {
   const auto traits = LibOrvoQMX::ProfileTraits::Of(profileValue);
   const EngineRow row = RowOf(profileValue);
   return traits.hardware &&
-         (row.encoder.empty() || EngineRecord::Load().Proved(row.encoder).has_value());
+         (row.encoder.empty() || EngineRecord::Load().Serving(row.encoder).has_value());
 }
 
 Json::Value DescribeEngines() {

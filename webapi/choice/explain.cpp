@@ -17,6 +17,7 @@
 #include "util/qmxutils.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/client_support.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/http/number.h"
 #include "webapi/library/film_traits.h"
 
@@ -126,6 +127,9 @@ Json::Value Explain(const Format& format, const JudgedProfile& judged, const Vid
   DescribePicture(command, film, entry);
   if (speed > 0) {
     entry["speed"] = speed;
+  }
+  if (verdict.method == "transcode" && RunsOnHardware(profile.value)) {
+    entry["hardware"] = true;
   }
   entry["command"] = orvo::transcoder::ShellLine(command);
   return entry;

@@ -26,8 +26,9 @@ std::vector<std::string> CommandOf(const std::string& format, const Profile& pro
 // One object for each profile of `format`, or of all formats for "": "key", "format",
 // "content_type", "method" ("remux", "transcode" or "refused"), "why", "default" (the choice for a
 // viewer who names no profile), "width", "height", "bit_rate" (bit/s), "speed" (how many seconds of
-// the film this machine makes in one, if it is known) and "command", one line for a shell. In a
-// refusal these values are 0 or "", and "reason" is the library's word.
+// the film this machine makes in one, if it is known), "hardware" (true where a video engine
+// encodes) and "command", one line for a shell. In a refusal these values are 0 or "", and "reason"
+// is the library's word.
 Json::Value ExplainProfiles(const LibOrvoQMX::VideoMetaData& film, const std::string& device,
                             const std::string& format = "");
 

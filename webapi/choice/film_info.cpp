@@ -7,6 +7,7 @@
 #include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/explain.h"
 #include "webapi/http/work.h"
+#include "webapi/library/dvd_subtitles.h"
 #include "webapi/library/fonts.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/previews.h"
@@ -61,6 +62,23 @@ Json::Value DescribeSubtitleFile(const Json::Value& file) {
   return entry;
 }
 
+// The tracks beside the film have the form of those in it.
+void AppendDvdSubtitles(const std::string& path, Json::Value& found) {
+  constexpr char kCodec[] = "dvd_subtitle";
+  const auto files = DvdSubtitlesBeside(path);
+  const auto languages = files ? DvdLanguages(files->index) : std::vector<std::string>();
+  for (size_t track = 0; track < languages.size(); ++track) {
+    Json::Value entry(Json::objectValue);
+    entry["id"] = DvdSubtitleId(path, track);
+    entry["language"] = languages[track];
+    entry["title"] = libmrv::subtitle::PathInfo(files->index.Path())["basename"];
+    entry["source"] = "file";
+    entry["form"] = WordOf(FormOfCodec(kCodec));
+    entry["codec"] = kCodec;
+    found.append(entry);
+  }
+}
+
 Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
   Json::Value found = EmbeddedSubtitles(film);
   Json::Value files(Json::arrayValue);
@@ -68,6 +86,7 @@ Json::Value FindSubtitles(const std::string& path, const VideoMetaData& film) {
   for (const Json::Value& file : files) {
     found.append(DescribeSubtitleFile(file));
   }
+  AppendDvdSubtitles(path, found);
   return found;
 }
 

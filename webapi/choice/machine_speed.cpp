@@ -8,10 +8,10 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/io.h"
 #include "platform/plat.h"
 #include "util/file_state.h"
 #include "util/json_utils.h"
-#include "util/kept_files.h"
 #include "util/system_files.h"
 #include "webapi/library/film_traits.h"
 
@@ -22,7 +22,6 @@ constexpr char kFile[] = "/machine_speed.json";
 constexpr char kFfmpeg[] = "/usr/bin/ffmpeg";
 constexpr char kDriver[] = "/sys/class/drm/renderD128/device/driver";
 constexpr int kVersion = 1;  // of the file's format
-constexpr int64_t kFolderBytes = 256 << 20;
 
 // The share of all cores that an encoder can use; the rest is waiting.
 constexpr double kUsableShare = 0.85;
@@ -86,6 +85,10 @@ Conversion ConversionFrom(const LibOrvoQMX::VideoMetaData& film) {
   conversion.rate = film.GetVideoFramerate() > 0 ? film.GetVideoFramerate() : kUsualRate;
   conversion.isHighRange = !HighRangeOf(film).empty();
   return conversion;
+}
+
+bool IsMachineSpeed(const std::string& name) {
+  return "/" + name == kFile;
 }
 
 MachineSpeed MachineSpeed::Load() {
@@ -167,7 +170,7 @@ bool MachineSpeed::Save() const {
   file["costs"] = costs_;
   file["corrections"] = corrections_;
   return libmrv::critical::orvosdk::ORVOFSMkdirPMirevo(Folder(), 0755) &&
-         orvo::KeepFile(Folder() + kFile, LibMirevo::FormatJson(file), 0644, kFolderBytes);
+         orvo::ReplaceFile(Folder() + kFile, LibMirevo::FormatJson(file));
 }
 
 }  // namespace webapi

@@ -30,6 +30,9 @@ struct Conversion {
 // A conversion of the film's pictures whose result is still to be filled in.
 Conversion ConversionFrom(const LibOrvoQMX::VideoMetaData& film);
 
+// Is this the name of the file, in the cache's folder?
+bool IsMachineSpeed(const std::string& name);
+
 class MachineSpeed {
  public:
   // What is stored for this machine; unknown if nothing is.

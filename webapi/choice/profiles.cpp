@@ -177,7 +177,7 @@ Conversion ConversionOf(const Profile& profile, const VideoMetaData& film) {
   return conversion;
 }
 
-// A quality whose speed is not known counts as fast enough.
+// A quality whose speed is not known counts as fast enough, and so does a copy.
 bool IsInTime(const JudgedProfile& judged) {
   return judged.speed == 0 || judged.speed >= 1;
 }
@@ -213,6 +213,13 @@ JudgedProfile* LargestUpTo(unsigned limit, const std::string& format,
     }
   }
   return best;
+}
+
+// The best profile for the film on a machine that is fast enough. Null if no profile fits.
+JudgedProfile* MeantFor(const VideoMetaData& film, const std::string& format,
+                        std::vector<JudgedProfile>& profiles) {
+  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
+  return LargestUpTo(limit, format, profiles, [](const JudgedProfile&) { return true; });
 }
 
 JudgedProfile* Fastest(const std::string& format, std::vector<JudgedProfile>& profiles) {
@@ -284,10 +291,8 @@ std::vector<JudgedProfile> JudgeProfiles(const std::string& format, const VideoM
 
 const JudgedProfile* ChooseProfile(const std::string& format, std::vector<JudgedProfile>& profiles,
                                    const VideoMetaData& film) {
-  const unsigned limit = std::min(film.GetVideoResolutionY(), kDefaultMaxHeight);
-  const auto isAny = [](const JudgedProfile&) { return true; };
-  JudgedProfile* const best = LargestUpTo(limit, format, profiles, isAny);
-  if (best == nullptr || best->verdict.method == "remux" || IsInTime(*best)) {
+  JudgedProfile* const best = MeantFor(film, format, profiles);
+  if (best == nullptr || IsInTime(*best)) {
     return best;
   }
   JudgedProfile* faster = LargestUpTo(HeightOf(best->profile), format, profiles, IsInTime);
@@ -297,6 +302,20 @@ const JudgedProfile* ChooseProfile(const std::string& format, std::vector<Judged
   faster->verdict.why.append(" ").append(SlownessOf(*best)).append(" ");
   faster->verdict.why.append(SizeWord(faster->profile)).append(" is chosen.");
   return faster;
+}
+
+bool PlaysInTime(const VideoMetaData& film) {
+  if (IsMusic(film) || film.GetVideoResolutionX() == 0) {
+    return true;
+  }
+  // Films without sound have no segments.
+  for (const char* const format : {"hls", "http"}) {
+    auto profiles = JudgeProfiles(format, film);
+    if (const JudgedProfile* const best = MeantFor(film, format, profiles)) {
+      return IsInTime(*best);
+    }
+  }
+  return false;
 }
 
 void LearnCost(const Profile& profile, const VideoMetaData& film, double processorSeconds) {

@@ -48,6 +48,11 @@ std::vector<JudgedProfile> JudgeProfiles(const std::string& format,
 const JudgedProfile* ChooseProfile(const std::string& format, std::vector<JudgedProfile>& profiles,
                                    const LibOrvoQMX::VideoMetaData& film);
 
+// Can a viewer who names no profile watch the film in the quality that is meant for it? False if
+// this machine makes it more slowly than it is watched, or if no profile fits. A film without
+// pictures and a machine that has not been measured count as in time.
+bool PlaysInTime(const LibOrvoQMX::VideoMetaData& film);
+
 // Remembers that a second of the film cost the profile's transcoder so many processor seconds.
 void LearnCost(const Profile& profile, const LibOrvoQMX::VideoMetaData& film,
                double processorSeconds);

@@ -199,10 +199,14 @@ std::string Request::Program() const {
 
 // The web server's own decoded path lacks control characters, which a file's name may contain.
 std::optional<std::string> Request::PathInProgram() const {
-  const std::string program = Program();
   const std::string address = Environment("REQUEST_URI");
   const std::string path = address.substr(0, address.find('?'));
-  return path.rfind(program, 0) == 0 ? Decode(path.substr(program.size()), '+') : std::nullopt;
+  for (const std::string& program : {PathPrefix() + Program(), Program()}) {
+    if (path.starts_with(program)) {
+      return Decode(path.substr(program.size()), '+');
+    }
+  }
+  return std::nullopt;
 }
 
 std::string Request::ClientAddress() const {
@@ -217,6 +221,14 @@ std::optional<int64_t> Request::RangeStart() const {
     return std::nullopt;
   }
   return ParseNumber(std::string_view(range).substr(kUnit.size(), range.size() - kUnit.size() - 1));
+}
+
+std::string PathPrefix() {
+  return Environment("MIREVO_PREFIX");
+}
+
+std::string EntryPath() {
+  return PathPrefix() + "/webapi/entry.cgi";
 }
 
 std::optional<std::string> DecodeQueryValue(const std::string& text) {

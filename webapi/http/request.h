@@ -69,6 +69,12 @@ class Request {
   Json::Value sealedTicket_;
 };
 
+// The path before all addresses of the service, as clients know it: "/films", or "" for none. From
+// MIREVO_PREFIX in the environment.
+std::string PathPrefix();
+// The path of the request program in addresses for clients.
+std::string EntryPath();
+
 // Decodes a query value. Returns nothing for a broken escape or a zero byte.
 std::optional<std::string> DecodeQueryValue(const std::string& text);
 

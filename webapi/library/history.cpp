@@ -1,5 +1,6 @@
 #include "webapi/library/history.h"
 
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -71,10 +72,20 @@ class History {
     }
     const auto lock = orvo::FileLock::Wait(path_ + ".lock");
     const auto entries = lock.IsHeld() ? TryLoad() : std::nullopt;
-    return entries && orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(*entries)), kMode);
+    return entries && KeepDamaged() &&
+           orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(*entries)), kMode);
   }
 
  private:
+  // Moves a damaged file aside, so that the next one does not replace what it still holds. Returns
+  // false if it cannot be moved.
+  bool KeepDamaged() const {
+    Json::Value file(Json::arrayValue);
+    const bool isDamaged =
+        orvo::ReadStateJson(path_, file) == orvo::JsonReading::kNoJson || !file.isArray();
+    return !isDamaged || rename(path_.c_str(), (path_ + ".damaged").c_str()) == 0;
+  }
+
   std::string path_;
 };
 

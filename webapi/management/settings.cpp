@@ -91,6 +91,12 @@ Answer AnswerFor(FolderOutcome outcome) {
   return Answer::Failure(isOurs ? kInternal : kBadRequest, settings::Describe(outcome));
 }
 
+Answer AnswerFor(settings::Outcome outcome) {
+  return outcome == settings::Outcome::kDone
+             ? Describe()
+             : Answer::Failure(kInternal, settings::Describe(outcome));
+}
+
 const char* ReasonOf(Outcome outcome) {
   switch (outcome) {
     case Outcome::kUnknown:
@@ -206,9 +212,7 @@ Answer SetHardware(const Request& request) {
   if (!isWanted) {
     return NoFlag();
   }
-  return settings::WantHardware(*isWanted)
-             ? Describe()
-             : Answer::Failure(kInternal, "The setting could not be written.");
+  return AnswerFor(settings::WantHardware(*isWanted));
 }
 
 Answer SetLimit(const Request& request) {
@@ -220,9 +224,7 @@ Answer SetLimit(const Request& request) {
     return Answer::Failure(kBadRequest,
                            "There is no such limit, or the value is out of its range.");
   }
-  return settings::Set(*limit, static_cast<int>(*value))
-             ? Describe()
-             : Answer::Failure(kInternal, "The setting could not be written.");
+  return AnswerFor(settings::Set(*limit, static_cast<int>(*value)));
 }
 
 Answer ClearCache(const Request& /*request*/) {

@@ -40,9 +40,9 @@ int64_t NumberOf(const Keys& keys, const std::string& key) {
 void KeepClientReport(const Request& request, const Ticket& ticket) {
   const Keys keys = KeysOf(request);
   if (Has(keys, kStarved)) {
-    ticket.Directory().ClientReport().Write(std::to_string(time(nullptr)) + " " +
-                                            std::to_string(NumberOf(keys, "bl")) + " " +
-                                            std::to_string(NumberOf(keys, "mtp")));
+    ticket.Directory().ClientReport().Replace(std::to_string(time(nullptr)) + " " +
+                                              std::to_string(NumberOf(keys, "bl")) + " " +
+                                              std::to_string(NumberOf(keys, "mtp")));
   }
 }
 

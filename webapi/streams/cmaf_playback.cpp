@@ -22,6 +22,7 @@
 #include "webapi/access/pass.h"
 #include "webapi/choice/copied_pictures.h"
 #include "webapi/choice/profiles.h"
+#include "webapi/cluster/balancer_client.h"
 #include "webapi/http/number.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/client_report.h"
@@ -45,7 +46,6 @@ using LibOrvoQMX::QMXMetaData;
 constexpr char kPlaylistType[] = "application/vnd.apple.mpegurl";
 constexpr char kManifestType[] = "application/dash+xml";
 constexpr char kChapterType[] = "application/json";
-constexpr char kAddress[] = "/webapi/entry.cgi";
 constexpr char kHls[] = "hls";
 constexpr char kDash[] = "dash";
 constexpr int64_t kMaxSegment = 9999999;
@@ -107,7 +107,7 @@ std::optional<CmafPresentation> PresentationOf(const Ticket& ticket, QMXMetaData
   presentation.renditions = ListCmafRenditions(film, wishes);
   presentation.chapters = LibOrvoQMX::ChaptersOf(film.GetDocument(), presentation.plan);
   presentation.dynamicRange = wishes.dynamicRange;
-  presentation.path = kAddress;
+  presentation.path = EntryPath();
   const std::string& id = ticket.StreamId();
   presentation.parameters = WithLink(
       ticket, "api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=cmaf&stream_id=" + id);
@@ -404,6 +404,19 @@ void StartRun(const Ticket& ticket, const CmafRendition& rendition, int number) 
   }
 }
 
+// The box whose turn it is may be another one. A stream that nobody has asked for yet is begun with
+// its first block.
+void WarmBoxes(const Ticket& ticket, const CmafPresentation& presentation,
+               const CmafRendition& rendition, int number) {
+  const bool isWanted = !LibOrvoQMX::IsCmafWarmed(ticket.StreamId());
+  WarmFirstBlocks(
+      number, isWanted ? CountBoxes() : 1,
+      [&](int other) { return other < presentation.plan.Count(); },
+      [&](int other) {
+        return SegmentAddress(presentation, rendition.name) + std::to_string(other);
+      });
+}
+
 // The rendition's header, in base64url; "" if it cannot be made or is unusually large.
 std::string HeaderText(const Ticket& ticket, const CmafRendition& rendition) {
   constexpr size_t kLargest = 16384;
@@ -499,7 +512,11 @@ void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
   const int number = presentation->plan.At(static_cast<int64_t>(second * orvo::kPlanClock));
   const auto renditions = FirstRenditions(*presentation, ticket.Parameter("renditions"));
   for (const CmafRendition* const rendition : renditions) {
-    StartRun(ticket, *rendition, number);
+    if (CountBoxes() < 2) {
+      StartRun(ticket, *rendition, number);
+    } else {
+      WarmBoxes(ticket, *presentation, *rendition, number);
+    }
   }
   for (const CmafRendition* const rendition : renditions) {
     data["headers"][rendition->name] = HeaderText(ticket, *rendition);

@@ -1,11 +1,14 @@
 #include "webapi/streams/hls_playback.h"
 
+#include <unistd.h>
+
 #include <optional>
 
 #include "stream/fetched_piece.h"
 #include "stream/http_live_stream.h"
 #include "webapi/access/pass.h"
 #include "webapi/choice/engine_rows.h"
+#include "webapi/cluster/balancer_client.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
@@ -22,17 +25,16 @@ constexpr char kSegmentType[] = "video/mp2t";
 constexpr int64_t kMaxFragment = 9999999;
 constexpr int kTries = 3;
 
-// The address of the request program, with a file name for players that judge a segment by its
-// ending.
-constexpr char kSegmentAddress[] = "/webapi/entry.cgi/segment.ts";
-constexpr char kSubtitleAddress[] = "/webapi/entry.cgi/subtitle.vtt";
+// Names behind the request program's address, for players that judge a segment by its ending.
+constexpr char kSegmentName[] = "/segment.ts";
+constexpr char kSubtitleName[] = "/subtitle.vtt";
 
 // The parameters of the subtitles' addresses; without "subtitle_id" if the stream has no subtitles.
 Json::Value SubtitleOptions(const Ticket& ticket) {
   Json::Value options(Json::objectValue);
   const std::string subtitleId = ticket.Parameter("subtitle_id");
   if (!subtitleId.empty()) {
-    options["url"] = kSubtitleAddress;
+    options["url"] = EntryPath() + kSubtitleName;
     options["id"] = ticket.StreamId();
     options["subtitle_id"] = subtitleId;
     options["uid"] = 0U;
@@ -60,15 +62,36 @@ bool HasSegment(HttpLiveStream& stream, const Ticket& ticket, int number) {
 }
 
 std::string AddressOf(const Ticket& ticket, int number) {
-  return std::string(kSegmentAddress) + "?api=ORVO.Mirevo2.Streaming&version=1&method=stream" +
+  return EntryPath() + kSegmentName + "?api=ORVO.Mirevo2.Streaming&version=1&method=stream" +
          "&format=hls&stream_id=" + ticket.StreamId() + "&fragment_id=" + std::to_string(number) +
          AddressEnd(ticket);
 }
 
-Answer WarmSegment(const Ticket& ticket, int number) {
+// Is there a segment that the viewer may still wait for? Where a box is down, the blocks of a
+// viewer and the next ones go to the same box.
+bool HasUnsent(const HttpLiveStream& stream, int viewer, int number) {
+  while (viewer < number && access(stream.GetSegmentTsPath(viewer).c_str(), F_OK) != 0) {
+    ++viewer;
+  }
+  return viewer < number;
+}
+
+// A new run removes the segments of the one before.
+Answer WarmSegment(const Request& request, const Ticket& ticket, int number) {
+  const auto viewer = static_cast<int>(request.Number("viewer", kMaxFragment).value_or(number));
+  const auto start = [&] {
+    HttpLiveStream stream(ticket.StreamId());
+    return !HasUnsent(stream, viewer, number) && stream.StartWhenFinished(number);
+  };
   return StartWarm({ticket.Directory(), number, NeedsTranscoder(ticket.ProfileValue()),
-                    RunsOnHardware(ticket.ProfileValue()),
-                    [&] { return HttpLiveStream(ticket.StreamId()).StartWhenFinished(number); }});
+                    RunsOnHardware(ticket.ProfileValue()), start});
+}
+
+// Has the run ended for want of a place that is free by now?
+bool HasFoundPlace(const FetchedPiece& piece, const Ticket& ticket) {
+  const std::string profile = ticket.ProfileValue();
+  return piece.state == FetchedPiece::State::kWillNotCome && NeedsTranscoder(profile) &&
+         !LacksTranscoder(profile);
 }
 
 Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream& stream) {
@@ -84,7 +107,7 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
     return Answer::Sent();
   }
   if (IsWarmRequest(request)) {
-    return WarmSegment(ticket, static_cast<int>(*number));
+    return WarmSegment(request, ticket, static_cast<int>(*number));
   }
   KeepClientReport(request, ticket);
   WarmNextBlocks(
@@ -98,6 +121,9 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
     const FetchedPiece piece = stream.Fetch(static_cast<int>(*number));
     if (piece.state == FetchedPiece::State::kNotStarted) {
       return Answer::Failure(kInternal, "The transcoder could not be started.");
+    }
+    if (tries == 0 && HasFoundPlace(piece, ticket)) {
+      continue;
     }
     if (piece.state != FetchedPiece::State::kComplete) {
       return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
@@ -114,7 +140,7 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
 
 Answer PrepareHls(const Ticket& ticket, Json::Value& data) {
   HttpLiveStream stream(ticket.StreamId());
-  if (stream.Init(PieceRequest(ticket, kSegmentAddress, "hls"), SubtitleOptions(ticket),
+  if (stream.Init(PieceRequest(ticket, EntryPath() + kSegmentName, "hls"), SubtitleOptions(ticket),
                   ticket.Parameter("audio_id"), ticket.Parameter("audio_format"))) {
     ticket.Directory().MarkAccess();
     data["content_type"] = kPlaylistType;
@@ -131,7 +157,17 @@ Answer PlayHls(const Request& request, const Ticket& ticket) {
 }
 
 void StartHls(const Ticket& ticket, double second, Json::Value& /*data*/) {
-  (void)HttpLiveStream(ticket.StreamId()).StartAhead(second);
+  HttpLiveStream stream(ticket.StreamId());
+  const int boxes = CountBoxes();
+  if (boxes < 2) {
+    (void)stream.StartAhead(second);
+    return;
+  }
+  // The box whose turn it is may be another one.
+  WarmFirstBlocks(
+      stream.SegmentAt(second), boxes,
+      [&](int number) { return HasSegment(stream, ticket, number); },
+      [&](int number) { return AddressOf(ticket, number); });
 }
 
 void CloseHls(const std::string& streamId) {

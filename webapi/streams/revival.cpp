@@ -28,8 +28,9 @@ bool ReviveDirectory(const Ticket& ticket) {
     return false;
   }
   // A directory with a record is complete, so the record comes last.
-  ticket.Directory().Film().Write(ticket.Parameter(kFilmParameter));
-  return LibMirevo::WriteJsonToFile(ticket.RecordPath(), ticket.Record());
+  const std::string film = ticket.Parameter(kFilmParameter);
+  return (film.empty() || ticket.Directory().Film().Replace(film)) &&
+         LibMirevo::WriteJsonToFile(ticket.RecordPath(), ticket.Record());
 }
 
 }  // namespace webapi

@@ -14,6 +14,7 @@
 #include "stream/http_live_stream.h"
 #include "webapi/access/ticket.h"
 #include "webapi/choice/engine_rows.h"
+#include "webapi/cluster/balancer_client.h"
 #include "webapi/cluster/draining.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
@@ -151,6 +152,7 @@ Answer DescribeStatus() {
   data["recent"] = RecentStreams();
   data["volumes"] = DescribeVolumes();
   data["platform"] = DescribePlatform();
+  data["boxes"] = CountBoxes();
   return Answer::Success(data);
 }
 

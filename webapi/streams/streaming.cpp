@@ -135,7 +135,7 @@ const StreamKind* KindOf(const Request& request, Answer& refusal) {
 // `authority`: the host and port in the address.
 std::string AddressOf(const Request& request, const std::string& authority, const StreamKind& kind,
                       const Ticket& ticket) {
-  return request.Scheme() + "://" + authority + "/webapi/entry.cgi" + kind.name +
+  return request.Scheme() + "://" + authority + EntryPath() + kind.name +
          "?api=ORVO.Mirevo2.Streaming&version=1&method=stream&format=" + kind.format +
          "&stream_id=" + ticket.StreamId() + AddressEnd(ticket);
 }
@@ -632,14 +632,35 @@ void KeepClosed(const std::string& streamId) {
   }
 }
 
-// The stream cannot be made as long as the transcoder's place is taken.
-Answer WarmLater(const Request& request) {
+// Makes the stream of another box's request, which does not wait for that. The stream cannot be
+// made as long as the transcoder's place is taken.
+Answer WarmUnmade(const Request& request) {
   return StartWarmLater([&request] {
     Answer refusal = Answer::Failure(kInternal);
-    if (const auto ticket = FindStream(request, refusal)) {
+    const auto ticket = FindStream(request, refusal);
+    if (ticket) {
       FindKind(ticket->Kind())->play(request, *ticket);
     }
+    return ticket || !refusal.IsFor("TransEnable");
   });
+}
+
+// The stream of a request that its caller may use; it may not have been made here.
+std::optional<Ticket> FindTicket(const Request& request, Answer& refusal) {
+  const StreamKind* const kind = KindOf(request, refusal);
+  const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
+  if (streamId.empty()) {
+    return std::nullopt;
+  }
+  auto ticket = Ticket::Of(request);
+  if (ticket && !MayUse(request.MadeBy(), *ticket, refusal)) {
+    return std::nullopt;
+  }
+  if (!ticket || ticket->Kind() != kind->kind) {
+    refusal = Answer::Failure(kNotFound, kStreamClosed);
+    return std::nullopt;
+  }
+  return ticket;
 }
 
 }  // namespace
@@ -680,20 +701,8 @@ bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal) {
 }
 
 std::optional<Ticket> FindStream(const Request& request, Answer& refusal) {
-  const StreamKind* const kind = KindOf(request, refusal);
-  const std::string streamId = kind != nullptr ? StreamIdOf(request, refusal) : "";
-  if (streamId.empty()) {
-    return std::nullopt;
-  }
-  auto ticket = Ticket::Of(request);
-  if (ticket && !MayUse(request.MadeBy(), *ticket, refusal)) {
-    return std::nullopt;
-  }
-  if (!ticket || ticket->Kind() != kind->kind) {
-    refusal = Answer::Failure(kNotFound, kStreamClosed);
-    return std::nullopt;
-  }
-  return MakeKnown(ticket, refusal) ? ticket : std::nullopt;
+  auto ticket = FindTicket(request, refusal);
+  return ticket && MakeKnown(ticket, refusal) ? ticket : std::nullopt;
 }
 
 Answer OpenStream(const Request& request) {
@@ -754,9 +763,12 @@ Answer OpenStream(const Request& request) {
 
 Answer PlayStream(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto ticket = FindStream(request, refusal);
-  if (!ticket) {
-    return IsWarmRequest(request) && refusal.IsFor("TransEnable") ? WarmLater(request) : refusal;
+  auto ticket = FindTicket(request, refusal);
+  if (ticket && ticket->IsSealed() && IsWarmRequest(request)) {
+    return WarmUnmade(request);
+  }
+  if (!ticket || !MakeKnown(ticket, refusal)) {
+    return refusal;
   }
   const Answer revived = ReviveStream(*ticket);
   if (revived.IsFailure()) {

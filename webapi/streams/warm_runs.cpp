@@ -72,6 +72,31 @@ class Waiting {
   Clock::time_point end_;
 };
 
+// Asks for the segments of this list that exist. `viewer`: the one that the viewer asks for.
+void Ask(int viewer, const std::vector<int>& segments, const std::function<bool(int)>& exists,
+         const std::function<std::string(int)>& addressOf) {
+  const std::string end = "&warm=1&viewer=" + std::to_string(viewer);
+  std::vector<std::string> addresses;
+  for (const int segment : segments) {
+    if (exists(segment)) {
+      addresses.push_back(addressOf(segment) + end);
+    }
+  }
+  if (!addresses.empty()) {
+    AskBalancer(addresses);
+  }
+}
+
+// The first segments of `count` blocks after this one, the last one first: where several go to one
+// box, the last request counts.
+std::vector<int> FirstsAfter(int64_t block, int count) {
+  std::vector<int> firsts;
+  for (int64_t next = block + count; next > block; --next) {
+    firsts.push_back(static_cast<int>(orvo::FirstOfBlock(next)));
+  }
+  return firsts;
+}
+
 // Does the work in a process of its own, and answers that it will be done.
 Answer Begin(const std::function<bool()>& work) {
   orvo::LaunchOptions options;
@@ -99,42 +124,37 @@ void WarmNextBlocks(const StreamDirectory& folder, int number,
       std::to_string(orvo::FirstOfBlock(block)) + " " + std::to_string(orvo::LastOfBlock(block));
   const StateFile warmed = WarmedBlock(folder);
   const int boxes = CountBoxes();
-  if (boxes < 2 || warmed.Read() == span || !warmed.Write(span)) {
+  if (boxes < 2 || warmed.Read() == span || !warmed.Replace(span)) {
     return;
   }
-  std::vector<std::string> addresses;
-  // Where several go to one box, the last one counts.
-  for (int64_t next = block + boxes - 1; next > block; --next) {
-    const auto first = static_cast<int>(orvo::FirstOfBlock(next));
-    if (exists(first)) {
-      addresses.push_back(addressOf(first) + "&warm=1");
-    }
-  }
-  if (!addresses.empty()) {
-    AskBalancer(addresses);
-  }
+  Ask(number, FirstsAfter(block, boxes - 1), exists, addressOf);
+}
+
+void WarmFirstBlocks(int number, int boxes, const std::function<bool(int)>& exists,
+                     const std::function<std::string(int)>& addressOf) {
+  std::vector<int> segments = FirstsAfter(orvo::BlockOf(number), boxes - 1);
+  segments.push_back(number);
+  Ask(number, segments, exists, addressOf);
 }
 
 Answer StartWarm(const WarmRun& run) {
-  if (!WarmSegment(run.folder).Write(int64_t{run.number})) {
+  if (!WarmSegment(run.folder).Replace(int64_t{run.number})) {
     return Answer::Failure(kInternal);
   }
   // The first segment of a viewer is then one that the web server leaves to this program.
   if (const StateFile warmed = WarmedBlock(run.folder); warmed.Read().empty()) {
-    warmed.Write("none");
+    warmed.Replace("none");
   }
   return Begin([&run] { return Waiting(run).Start(); });
 }
 
-Answer StartWarmLater(const std::function<void()>& make) {
+Answer StartWarmLater(const std::function<bool()>& make) {
   return Begin([&make] {
-    const bool isFree = LibMirevo::AskRegistryUntil(
-        [](LibMirevo::TransLoading& registry) { return registry.TransEnable(false); },
-        static_cast<int>(kPatience.count()));
-    if (isFree) {
-      make();
-    }
-    return isFree;
+    return make() ||
+           (LibMirevo::AskRegistryUntil(
+                [](LibMirevo::TransLoading& registry) { return registry.TransEnable(false); },
+                static_cast<int>(kPatience.count())) &&
+            make());
   });
 }
 

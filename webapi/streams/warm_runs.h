@@ -1,8 +1,8 @@
 // Runs that begin before a viewer gets to their block, so that several boxes encode for one viewer.
 //
-// A viewer's request for a segment makes its box ask the balancer for the first segments of the
-// next blocks, with "warm=1". The boxes that get these requests answer at once, and begin when
-// nobody waits for what they make now.
+// The opening of a stream, and a viewer's request for a segment, make their box ask the balancer
+// for the first segments of the next blocks, with "warm=1". The boxes that get these requests
+// answer at once, and begin when nobody waits for what they make now.
 #pragma once
 
 #include <functional>
@@ -25,6 +25,11 @@ void WarmNextBlocks(const LibOrvoQMX::StreamDirectory& folder, int number,
                     const std::function<bool(int)>& exists,
                     const std::function<std::string(int)>& addressOf);
 
+// Asks for segment `number`, with which a viewer will begin, and for the first segments of the
+// `boxes` - 1 blocks after its block.
+void WarmFirstBlocks(int number, int boxes, const std::function<bool(int)>& exists,
+                     const std::function<std::string(int)>& addressOf);
+
 // A run that may have to wait.
 struct WarmRun {
   LibOrvoQMX::StreamDirectory folder;  // of its segments and its monitor
@@ -38,7 +43,8 @@ struct WarmRun {
 // when a newer request for the same folder comes.
 Answer StartWarm(const WarmRun& run);
 
-// The same where the stream itself cannot be made without a place: calls `make` once one is free.
-Answer StartWarmLater(const std::function<void()>& make);
+// The same where the stream itself has to be made first: calls `make` in a process of its own, and
+// once more when a place is free if it returns false.
+Answer StartWarmLater(const std::function<bool()>& make);
 
 }  // namespace webapi

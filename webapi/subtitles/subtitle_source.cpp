@@ -21,8 +21,11 @@
 #include "platform/unique_fd.h"
 #include "util/film_memory.h"
 #include "util/subtitle.h"
+#include "webapi/library/beside.h"
+#include "webapi/library/dvd_subtitles.h"
 #include "webapi/library/media_library.h"
 #include "webapi/subtitles/character_set.h"
+#include "webapi/subtitles/dvd_pictures.h"
 #include "webapi/subtitles/subtitle_formats.h"
 
 namespace webapi {
@@ -64,10 +67,6 @@ std::string ConvertText(const std::string& text, const std::string& characterSet
 }
 
 // --- Files
-
-std::string FolderOf(const std::string& path) {
-  return path.substr(0, path.rfind('/') + 1);
-}
 
 class SubtitleFile : public SubtitleSource {
  public:
@@ -112,20 +111,6 @@ bool IsListed(const std::string& film, const std::string& id) {
                      [&](const Json::Value& file) { return file.asString() == id; });
 }
 
-// Opens a file by its real path. If the film itself is a root, the subtitles beside it are outside
-// every root. A link among them must lead into a root.
-orvo::MediaFile OpenBeside(const std::string& film, const std::string& path) {
-  orvo::MediaFile file = OpenVisible(path);
-  const std::string folder = FolderOf(film);
-  if (!file.IsOpen() && FolderOf(path) == folder) {
-    libmrv::DoActionAsRoot("OpenSubtitle", [&] {
-      file = orvo::MediaFile::OpenBeneath(folder.substr(0, folder.size() - 1), path);
-      return file.IsOpen();
-    });
-  }
-  return file;
-}
-
 std::unique_ptr<SubtitleSource> FindFile(const std::string& film, const std::string& id) {
   const std::string path = IsListed(film, id) ? RealPath(id) : "";
   const std::string ending = libmrv::subtitle::PathInfo(id)["extension"].asString();
@@ -145,13 +130,16 @@ struct Extraction {
   const char* encoder;
   const char* format;
   SubtitleParser parse;  // null for pictures
+  bool isDvd = false;    // the extracted track becomes a SUP file
 };
+constexpr Extraction kDvdExtraction = {"dvd_subtitle", "copy", "matroska", nullptr, true};
 constexpr std::array kExtractions = {
     Extraction{"subrip", "copy", "srt", ParseSrt},
     Extraction{"ass", "copy", "ass", ParseScript},
     Extraction{"ssa", "copy", "ass", ParseScript},
     Extraction{"mov_text", "ass", "ass", ParseScript},
     Extraction{"hdmv_pgs_subtitle", "copy", "sup", nullptr},
+    kDvdExtraction,
 };
 
 // The demuxer of each container whose tracks are shown. The extraction uses the same demuxer as the
@@ -166,12 +154,31 @@ constexpr std::array kContainers = {
     Container{"mpegts", "mpegts"},
 };
 
+// What the extractor reads: the film, or files beside it.
+struct TrackInput {
+  std::vector<std::string> arguments;
+  std::vector<int> files;
+};
+
+std::string AddressOf(const orvo::MediaFile& file) {
+  return "file:" + file.Address();
+}
+
+TrackInput InputOf(const orvo::MediaFile& film, const Container& container) {
+  return {{"-f", container.demuxer, "-i", AddressOf(film)}, {film.Get()}};
+}
+
+TrackInput InputOf(const DvdSubtitles& files) {
+  return {{"-f", "vobsub", "-sub_name", AddressOf(files.pictures), "-i", AddressOf(files.index)},
+          {files.index.Get(), files.pictures.Get()}};
+}
+
 class SubtitleTrack : public SubtitleSource {
  public:
-  // The film outlives this object.
-  SubtitleTrack(const orvo::MediaFile& film, const Container& container, std::string track,
+  // The film and the files of the input outlive this object.
+  SubtitleTrack(const orvo::MediaFile& film, TrackInput input, std::string track,
                 const Extraction& extraction)
-      : film_(film), container_(container), track_(std::move(track)), extraction_(extraction) {}
+      : film_(film), input_(std::move(input)), track_(std::move(track)), extraction_(extraction) {}
 
   SubtitleForm Form() const override { return FormOfCodec(std::string(extraction_.codec)); }
 
@@ -202,7 +209,7 @@ class SubtitleTrack : public SubtitleSource {
   bool Extract(std::string& text) const {
     // The child gets this descriptor under the same number. The file is in memory, so nothing
     // remains when the request ends.
-    const orvo::UniqueFd pipe(memfd_create("subtitle", 0));
+    orvo::UniqueFd pipe(memfd_create("subtitle", 0));
     if (!pipe.IsOpen()) {
       return false;
     }
@@ -211,15 +218,22 @@ class SubtitleTrack : public SubtitleSource {
       return false;
     }
     const int status =
-        orvo::RunConfined(orvo::Job::kSubtitles, {.program = kExtractor, .files = {film_.Get()}},
+        orvo::RunConfined(orvo::Job::kSubtitles, {.program = kExtractor, .files = input_.files},
                           CommandLine(pipe.Get()), INT_MAX);
     if (status < 0 || (status >= kSignalled && status != kTimeLimitReached)) {
       return false;
     }
-    const bool isRead =
-        lseek(pipe.Get(), 0, SEEK_SET) == 0 && ReadAllOf(pipe.Get(), text, Largest());
-    // It has not opened the film if it fails without a word.
-    return isRead && (status == 0 || !text.empty());
+    return ReadExtracted(std::move(pipe), text) &&
+           // It has not opened the film if it fails without a word.
+           (status == 0 || !text.empty());
+  }
+
+  bool ReadExtracted(orvo::UniqueFd file, std::string& text) const {
+    if (extraction_.isDvd) {
+      text = ReadDvdTrack(orvo::MediaFile::Take(std::move(file), ""), kLargestPictures);
+      return true;
+    }
+    return lseek(file.Get(), 0, SEEK_SET) == 0 && ReadAllOf(file.Get(), text, Largest());
   }
 
   int64_t Largest() const {
@@ -228,40 +242,52 @@ class SubtitleTrack : public SubtitleSource {
 
   // Skips the packets of all other tracks, so a long film is read at about the disk's speed.
   std::vector<std::string> CommandLine(int output) const {
-    return {kExtractor,
-            "-nostdin",
-            "-hide_banner",
-            "-loglevel",
-            "fatal",
-            "-timelimit",
-            kExtractionSeconds,
-            "-protocol_whitelist",
-            "file,pipe",
-            "-f",
-            container_.demuxer,
-            "-i",
-            "file:" + film_.Address(),
-            "-map",
-            "0:" + track_,
-            "-vn",
-            "-an",
-            "-dn",
-            "-map_metadata",
-            "-1",
-            "-c:s",
-            extraction_.encoder,
-            "-fs",
-            std::to_string(Largest()),
-            "-f",
-            extraction_.format,
-            "pipe:" + std::to_string(output)};
+    std::vector<std::string> words = {
+        kExtractor,   "-nostdin",         "-hide_banner",        "-loglevel", "fatal",
+        "-timelimit", kExtractionSeconds, "-protocol_whitelist", "file,pipe"};
+    words.insert(words.end(), input_.arguments.begin(), input_.arguments.end());
+    const std::string outputs[] = {"-map",
+                                   "0:" + track_,
+                                   "-vn",
+                                   "-an",
+                                   "-dn",
+                                   "-map_metadata",
+                                   "-1",
+                                   "-c:s",
+                                   extraction_.encoder,
+                                   "-fs",
+                                   std::to_string(Largest()),
+                                   "-f",
+                                   extraction_.format,
+                                   "pipe:" + std::to_string(output)};
+    words.insert(words.end(), std::begin(outputs), std::end(outputs));
+    return words;
   }
 
   const orvo::MediaFile& film_;
-  const Container& container_;
+  TrackInput input_;
   std::string track_;
   const Extraction& extraction_;
 };
+
+// A track of a DVD's subtitles beside the film.
+class DvdFileTrack : public SubtitleTrack {
+ public:
+  DvdFileTrack(const orvo::MediaFile& film, std::unique_ptr<DvdSubtitles> files, size_t track)
+      : SubtitleTrack(film, InputOf(*files), std::to_string(track), kDvdExtraction),
+        files_(std::move(files)) {}
+
+ private:
+  std::unique_ptr<DvdSubtitles> files_;
+};
+
+std::unique_ptr<SubtitleSource> FindDvdTrack(const orvo::MediaFile& film, size_t track) {
+  auto files = DvdSubtitlesBeside(film.Path());
+  return files && track < DvdLanguages(files->index).size()
+             ? std::make_unique<DvdFileTrack>(
+                   film, std::make_unique<DvdSubtitles>(std::move(*files)), track)
+             : nullptr;
+}
 
 bool IsTrackNumber(const std::string& text) {
   return !text.empty() && text.size() <= 4 &&
@@ -289,7 +315,7 @@ std::unique_ptr<SubtitleSource> FindTrack(const Json::Value& film, const orvo::M
     const Extraction* const extraction =
         RowOf(kExtractions, &Extraction::codec, TextIn(track, "codec"));
     if (TextIn(track, "track") == id && extraction != nullptr) {
-      return std::make_unique<SubtitleTrack>(file, *container, id, *extraction);
+      return std::make_unique<SubtitleTrack>(file, InputOf(file, *container), id, *extraction);
     }
   }
   return nullptr;
@@ -301,7 +327,10 @@ std::unique_ptr<SubtitleSource> SubtitleSource::Find(const Json::Value& film,
                                                      const orvo::MediaFile& file,
                                                      const std::string& id, Answer& refusal) {
   const bool isPath = !id.empty() && id.front() == '/';
-  auto source = isPath ? FindFile(file.Path(), id) : FindTrack(film, file, id);
+  const auto dvdTrack = DvdTrackOf(file.Path(), id);
+  auto source = dvdTrack ? FindDvdTrack(file, *dvdTrack)
+                : isPath ? FindFile(file.Path(), id)
+                         : FindTrack(film, file, id);
   if (source == nullptr) {
     refusal = Answer::Failure(kNotFound, "This film has no such subtitle.");
   }

@@ -285,7 +285,7 @@ bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& pla
     if (place) {
       place->Leave();
     }
-    return BecomeMonitor(folder_) && position.Write(number);
+    return BecomeMonitor(folder_) && position.Replace(number);
   };
   gStop = 0;
   gTranscoder = orvo::Process();

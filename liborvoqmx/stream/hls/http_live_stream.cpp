@@ -384,7 +384,7 @@ bool HttpLiveStream::StartWhenFinished(int number) {
   return Restart(segment);
 }
 
-// The last segment that starts at or before this second. None is shorter than the usual length.
+// No segment is shorter than the usual length.
 int HttpLiveStream::SegmentAt(double second) {
   const int length = SegmentSeconds(m_isRemux);
   int number = std::max(0, static_cast<int>(second / length));

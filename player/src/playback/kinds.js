@@ -12,6 +12,8 @@ export const KINDS = {
 };
 
 const ORDER = ['direct', 'cmaf', 'hls', 'http', 'webm', 'ss'];
+// The server encodes presentations in software, and other streams on its video engine.
+const ENGINE_ORDER = ['direct', 'hls', 'cmaf', 'http', 'webm', 'ss'];
 
 // The media type that a browser needs from a progressive stream.
 const PROGRESSIVE = { http: 'video/mp4', webm: 'video/webm' };
@@ -52,8 +54,11 @@ const FITS = {
   ss: (info, can) => can.segments && mayHave(info, 'ss'),
 };
 
+// Must the pictures be encoded, and has the server an engine for that?
+const usesEngine = (info) => Boolean(info.not_copied) && profilesOf(info, 'hls').some((profile) => profile.default && profile.hardware);
+
 // The methods that this film and this browser support, best first.
-export const kindsFor = (info, can) => ORDER.filter((kind) => FITS[kind](info, can));
+export const kindsFor = (info, can) => (usesEngine(info) ? ENGINE_ORDER : ORDER).filter((kind) => FITS[kind](info, can));
 
 // The methods to try for the viewer's choice { kind, profile, audio, treatment }: the chosen one first, then the others.
 // The original file has one quality and plays its first audio track as it is.

@@ -1,17 +1,21 @@
 // One endless response from a requested second on: MP4 or WebM, played by the browser itself.
 //
 // A seek is a new request with another start. The stream keeps the film's clock. Copied pictures begin early: the page
-// plays them fast, dimmed and silent up to the requested second.
+// plays them fast, dimmed and silent up to the requested second. Firefox counts from the beginning of each response; the
+// page takes that as the requested second.
 import { errorOf, localAddress } from '../api.js';
 import { catchUpRate, isEarly } from './catch_up.js';
 
 const NEAR_END = 3; // seconds by which a film may be shorter than its stated duration
+
+const countsFromZero = () => globalThis.navigator?.userAgent.includes('Firefox/') ?? false;
 
 export class Progressive {
   constructor(video, hooks) {
     this.video = video;
     this.hooks = hooks;
     this.start = 0; // the second of the film that the running request asked for
+    this.offset = 0; // the second of the film at 0 on the clock of the video element
     this.listening = new AbortController();
     this.again = false; // has the response stopped early since the film last played?
   }
@@ -30,23 +34,30 @@ export class Progressive {
 
   // The second of the film that is shown.
   now() {
-    return this.video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA ? this.start : Math.max(this.start, this.video.currentTime);
+    return this.video.readyState < HTMLMediaElement.HAVE_CURRENT_DATA ? this.start : Math.max(this.start, this.offset + this.video.currentTime);
   }
 
   // Seconds of the film that are buffered and not yet shown.
   buffered() {
     const { buffered, currentTime } = this.video;
-    return buffered.length > 0 ? Math.max(0, buffered.end(buffered.length - 1) - Math.max(currentTime, this.start)) : 0;
+    return buffered.length > 0 ? Math.max(0, buffered.end(buffered.length - 1) - Math.max(currentTime, this.start - this.offset)) : 0;
+  }
+
+  // By how much subtitles come later on the clock of the video element than in the film.
+  clockShift() {
+    return -this.offset;
   }
 
   seek(second) {
     this.start = Math.floor(Math.max(0, Math.min(second, this.stream.duration - 1)));
+    this.offset = countsFromZero() ? this.start : 0;
+    this.hooks.clock();
     this.video.src = `${localAddress(this.stream.url)}&start=${this.start}`;
     this.hooks.play();
   }
 
   isEarly() {
-    return isEarly(this.video.currentTime, this.start);
+    return isEarly(this.offset + this.video.currentTime, this.start);
   }
 
   // Plays fast up to the requested second.
@@ -57,7 +68,7 @@ export class Progressive {
     const { video } = this;
     const early = this.isEarly();
     video.muted = early || this.hooks.wish.muted;
-    video.playbackRate = early ? catchUpRate(start - video.currentTime) : this.hooks.wish.speed;
+    video.playbackRate = early ? catchUpRate(start - this.offset - video.currentTime) : this.hooks.wish.speed;
     video.classList.toggle('early', early);
     if (early && !video.paused) {
       requestAnimationFrame(() => this.catchUp(start));

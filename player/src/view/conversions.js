@@ -2,6 +2,7 @@
 import { addressOf, get, post } from '../api.js';
 import { element, table } from '../dom.js';
 import { t } from '../language.js';
+import { session } from '../session.js';
 import { titleOf } from '../titles.js';
 import { attempt, filmAddress, keepFresh, replaceContent } from './page.js';
 
@@ -47,7 +48,8 @@ export async function conversionsView(_, signal) {
   };
   await keepFresh(refresh, signal);
   const about = t('The server converts these films to files that play on every device. It works on them while nobody watches a film.');
-  return { title: t('Conversions'), nodes: [element('h1', {}, t('Conversions')), element('p', {}, about), place] };
+  const rules = session.owner ? [await (await import('./conversion_rules.js')).rulesSection(refresh)] : [];
+  return { title: t('Conversions'), nodes: [element('h1', {}, t('Conversions')), element('p', {}, about), place, ...rules] };
 }
 
 // Puts the film into the queue. Returns what to tell the viewer.

@@ -22,15 +22,11 @@ export function remember(name, value) {
   }
 }
 
-// Can the page show this subtitle? Pictures of DVDs it cannot.
-export const isShown = ({ form, codec }) => form !== 'picture' || codec === 'hdmv_pgs_subtitle';
-
 // The subtitle in the viewer's language. Without one, a forced subtitle in the language of the sound shows itself: it
 // translates what the film itself leaves in another language.
 function subtitleFor({ subtitles }, wanted, spoken) {
-  const shown = subtitles.filter(isShown);
-  const fitting = wanted ? shown.filter(({ language }) => language === wanted) : [];
-  return fitting.find(({ forced }) => !forced) ?? fitting[0] ?? shown.find(({ forced, language }) => forced && language === spoken);
+  const fitting = wanted ? subtitles.filter(({ language }) => language === wanted) : [];
+  return fitting.find(({ forced }) => !forced) ?? fitting[0] ?? subtitles.find(({ forced, language }) => forced && language === spoken);
 }
 
 const idOf = (subtitle) => String(subtitle?.id ?? '');
@@ -42,7 +38,7 @@ export function choiceOf(info, kinds = [], kind = '') {
   const { audio = [] } = info.metadata.track_info;
   const sound = soundLanguage && audio.find(({ language }) => language === soundLanguage);
   const spoken = (sound || audio[0])?.language;
-  const second = secondLanguage && info.subtitles.find((subtitle) => isShown(subtitle) && subtitle.language === secondLanguage);
+  const second = secondLanguage && info.subtitles.find(({ language }) => language === secondLanguage);
   const named = quality && qualityNamed(info, kind ? [kind] : kinds, quality);
   return { kind, profile: '', ...named, audio: sound ? sound.id : '', treatment, subtitle: idOf(subtitleFor(info, subtitleLanguage, spoken)), second: idOf(second || null) };
 }

@@ -121,8 +121,13 @@ function history(items, refresh) {
   return rows.length > 0 ? [element('h2', {}, t('Watch history')), table(t('Watch history'), [t('When'), t('Film'), t('Position'), t('Action')], rows), element('p', { class: 'actions' }, all)] : [];
 }
 
+// Other servers may make parts of the same films.
+const others = ({ boxes }) =>
+  boxes > 1 && element('p', {}, t('{count} servers share the films. This page shows one of them.', { count: boxes }));
+
 function body(status, items, refresh) {
   return [
+    others(status),
     element('h2', {}, t('Streams')),
     ...streamsOf(status, refresh),
     element('h2', {}, t('Limits')),

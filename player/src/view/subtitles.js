@@ -3,7 +3,7 @@ import { element } from '../dom.js';
 import { language, t } from '../language.js';
 import { subtitleText } from './film.js';
 import { fill, labelled, selectFor } from './fields.js';
-import { isShown, preferences, remember } from './preferences.js';
+import { preferences, remember } from './preferences.js';
 
 const SIZES = { small: 'Small', normal: 'Normal', large: 'Large', huge: 'Very large' };
 const LOOKS = { box: 'White on a dark box', shadow: 'White with a shadow', yellow: 'Yellow on a dark box' };
@@ -12,13 +12,6 @@ const STEP = 0.1;
 
 const optionsOf = (names) => Object.entries(names).map(([value, text]) => ({ value, text: t(text) }));
 const rounded = (seconds) => Math.round(seconds * 10) / 10;
-
-// The text of a subtitle, and whether the page cannot show it.
-function describe(subtitle, index) {
-  const disabled = !isShown(subtitle);
-  const text = subtitleText(subtitle, index);
-  return { text: disabled ? t('{name} (cannot be shown here)', { name: text }) : text, disabled };
-}
 
 export function delayText(seconds) {
   if (seconds === 0) {
@@ -52,7 +45,7 @@ export class SubtitleSettings {
 
   // Lists the subtitles of a film. Returns whether it has any.
   show({ subtitles }, { subtitle, second, delay = 0 }) {
-    const all = subtitles.map((one, index) => ({ value: String(one.id), ...describe(one, index) }));
+    const all = subtitles.map((one, index) => ({ value: String(one.id), text: subtitleText(one, index) }));
     const none = { value: '', text: t('None') };
     fill(this.first, [none, ...all], subtitle);
     fill(this.second, [none, ...all], second);
@@ -84,7 +77,7 @@ export class SubtitleSettings {
 
   // The next one, or none after the last.
   next() {
-    const options = [...this.first.options].filter(({ disabled }) => !disabled);
+    const options = [...this.first.options];
     const next = options[(options.indexOf(this.first.selectedOptions[0]) + 1) % options.length];
     if (next && next.value !== this.first.value) {
       this.choose(next.value);

@@ -34,6 +34,23 @@ TEST(Origin, AHostIsKnownByItsNameAndPort) {
   }
 }
 
+TEST(Origin, AChangeByGetNeedsAPageOrAProgramThatIsNoBrowser) {
+  const std::string browser = "Mozilla/5.0 (X11; Linux x86_64)";
+  const auto isTaken = [](const Headers& variables) {
+    const test::Environment environment(variables);
+    return !webapi::RefuseHiddenPage(webapi::Request());
+  };
+  EXPECT_FALSE(isTaken({{"REQUEST_METHOD", "GET"}, {"HTTP_USER_AGENT", browser}}));
+  EXPECT_FALSE(isTaken({{"REQUEST_METHOD", "HEAD"}, {"HTTP_USER_AGENT", browser}}));
+  EXPECT_TRUE(isTaken({{"REQUEST_METHOD", "POST"}, {"HTTP_USER_AGENT", browser}}));
+  EXPECT_TRUE(isTaken({{"REQUEST_METHOD", "GET"}, {"HTTP_USER_AGENT", "curl/8"}}));
+  EXPECT_TRUE(isTaken({{"REQUEST_METHOD", "GET"}}));
+  for (const char* header : {"HTTP_REFERER", "HTTP_ORIGIN", "HTTP_SEC_FETCH_SITE"}) {
+    EXPECT_TRUE(isTaken(
+        {{"REQUEST_METHOD", "GET"}, {"HTTP_USER_AGENT", browser}, {header, "same-origin"}}));
+  }
+}
+
 TEST(Origin, TheUsualPortMayBeOmitted) {
   EXPECT_FALSE(IsTaken({{"HTTP_HOST", "tv.lan"}}));
   EXPECT_TRUE(IsTaken({{"HTTP_HOST", "tv.lan"}, {"HTTPS", "on"}}));

@@ -9,6 +9,7 @@
 
 #include "support/sysroot.h"
 #include "transcoder/engines.h"
+#include "webapi/choice/engine_rows.h"
 #include "webapi/choice/profiles.h"
 
 namespace {
@@ -151,6 +152,25 @@ TEST_F(PlatformChoice, OffersVaapiOnlyWhereItsProgramIsUsed) {
           profiles.begin(), profiles.end(),
           [](const webapi::Profile& profile) { return EngineOf(profile.value) == Engine::kVaapi; });
       EXPECT_EQ(isOffered, platform == "braswell");
+    });
+  }
+}
+
+TEST_F(PlatformChoice, ServesTheProfilesOfVaapiByAnotherEngineOfFfmpegUpToItsProof) {
+  for (const char* encoder : {"h264_nvenc", "h264_qsv", "h264_v4l2m2m"}) {
+    Set(true, true, Proofs::kNone);
+    auto record = orvo::transcoder::EngineRecord::Load();
+    record.Set({.encoder = encoder, .node = "/dev/x", .lines = 720});
+    ASSERT_TRUE(record.Save());
+    On("braswell", [&] {
+      int lines = 0;
+      for (const webapi::Profile& profile : webapi::ProfilesOf("hls")) {
+        if (EngineOf(profile.value) == Engine::kVaapi) {
+          lines = std::max(lines, static_cast<int>(webapi::LinesOf(profile.value)));
+          EXPECT_TRUE(webapi::RunsOnHardware(profile.value));
+        }
+      }
+      EXPECT_EQ(lines, 720) << encoder;
     });
   }
 }

@@ -1,4 +1,4 @@
-#include "serve/kept_program.h"
+#include "util/kept_program.h"
 
 #include <algorithm>
 #include <csignal>
@@ -7,7 +7,7 @@
 
 #include "platform/process_launch.h"
 
-namespace serve {
+namespace orvo {
 namespace {
 
 using std::chrono::seconds;
@@ -37,8 +37,8 @@ void KeptProgram::Update() {
 }
 
 void KeptProgram::Start() {
-  orvo::LaunchOptions options;
-  options.streams = orvo::StandardStreams::kKept;
+  LaunchOptions options;
+  options.streams = StandardStreams::kKept;
   options.parentDeath.signal = SIGKILL;  // what it keeps on disk stays whole
   started_ = Clock::now();
   process_ = orvo::Start({command_.front(), command_}, options);
@@ -48,7 +48,7 @@ void KeptProgram::Start() {
 }
 
 void KeptProgram::NoticeEnd() {
-  process_ = orvo::Process();
+  process_ = Process();
   const bool wasLong = Clock::now() - started_ >= kLongLife;
   pause_ = wasLong ? kShortestPause : std::clamp(pause_ * 2, kShortestPause, kLongestPause);
   next_ = Clock::now() + pause_;
@@ -72,7 +72,7 @@ int KeptProgram::Patience() const {
 void KeptProgram::Stop() {
   command_.clear();
   process_.End(SIGTERM, kStopMilliseconds);
-  process_ = orvo::Process();
+  process_ = Process();
 }
 
-}  // namespace serve
+}  // namespace orvo

@@ -1,4 +1,4 @@
-#include "library_watch.h"
+#include "catalog/library_watch.h"
 
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 #include "util/media_names.h"
 #include "util/paths.h"
 
-namespace orvo::analyze {
+namespace catalog {
 namespace {
 
 namespace fs = std::filesystem;
@@ -74,7 +74,7 @@ void LibraryWatch::ScanFolder(const std::string& folder) {
       const std::string path = entry->path().string();
       if (entry->symlink_status(gone).type() != fs::file_type::directory) {
         Look(path);
-      } else if (!IsSystemFolderName(NameOf(path))) {
+      } else if (!orvo::IsSystemFolderName(NameOf(path))) {
         left.push_back(path);
       }
     }
@@ -85,7 +85,7 @@ void LibraryWatch::ScanFolder(const std::string& folder) {
 void LibraryWatch::Look(const std::string& path) {
   const bool isRoot = std::find(roots_.begin(), roots_.end(), path) != roots_.end();
   struct stat status {};
-  if ((isRoot || IsFilmName(NameOf(path))) && lstat(path.c_str(), &status) == 0 &&
+  if ((isRoot || orvo::IsFilmName(NameOf(path))) && lstat(path.c_str(), &status) == 0 &&
       S_ISREG(status.st_mode)) {
     onFilm_(path, FilmChange::kFound);
   }
@@ -105,7 +105,7 @@ bool LibraryWatch::Watch(const std::string& folder) {
   if (errno == ENOSPC) {
     isFull_ = true;
     fprintf(stderr,
-            "mirevo-analyze: %zu folders are watched, and the system allows no more. Films that "
+            "%zu folders are watched, and the system allows no more. Films that "
             "are added to %s and other folders are found when the service starts again. Raise "
             "fs.inotify.max_user_watches.\n",
             folders_.size(), folder.c_str());
@@ -115,11 +115,12 @@ bool LibraryWatch::Watch(const std::string& folder) {
 
 void LibraryWatch::ForgetBelow(const std::string& folder) {
   for (const auto& [watch, path] : folders_) {
-    if (LiesWithin(path, folder)) {
+    if (orvo::LiesWithin(path, folder)) {
       inotify_rm_watch(events_.Get(), watch);
     }
   }
-  std::erase_if(folders_, [&](const auto& entry) { return LiesWithin(entry.second, folder); });
+  std::erase_if(folders_,
+                [&](const auto& entry) { return orvo::LiesWithin(entry.second, folder); });
 }
 
 void LibraryWatch::ReadEvents() {
@@ -172,7 +173,7 @@ void LibraryWatch::TakeRights(const std::string& folder, const inotify_event& ev
 }
 
 void LibraryWatch::TakeFolder(const std::string& folder, const inotify_event& event) {
-  if (IsSystemFolderName(NameOf(folder))) {
+  if (orvo::IsSystemFolderName(NameOf(folder))) {
     return;
   }
   if ((event.mask & (IN_MOVED_FROM | IN_DELETE)) != 0) {
@@ -190,14 +191,14 @@ void LibraryWatch::TakeFile(const std::string& file, const inotify_event& event)
   struct stat status {};
   const FilmChange change = ChangeOf(event.mask);
   const bool isFile = lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-  if ((isRoot || IsFilmName(NameOf(file))) && (isFile || change == FilmChange::kGone)) {
+  if ((isRoot || orvo::IsFilmName(NameOf(file))) && (isFile || change == FilmChange::kGone)) {
     onFilm_(file, change);
   }
 }
 
 bool LibraryWatch::IsInRoots(const std::string& path) const {
   return std::any_of(roots_.begin(), roots_.end(),
-                     [&](const std::string& root) { return LiesWithin(path, root); });
+                     [&](const std::string& root) { return orvo::LiesWithin(path, root); });
 }
 
-}  // namespace orvo::analyze
+}  // namespace catalog

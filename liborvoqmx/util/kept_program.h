@@ -5,12 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "platform/export.h"
 #include "platform/process.h"
 
-namespace serve {
+namespace orvo {
 
 // Keeps the program running. After each end it waits longer before the next start.
-class KeptProgram {
+class ORVO_API KeptProgram {
  public:
   // `name` is for the log: "the analysis of the library". `command` is the program's path and its
   // arguments; nothing runs if it is empty.
@@ -41,10 +42,10 @@ class KeptProgram {
 
   std::string name_;
   std::vector<std::string> command_;
-  orvo::Process process_;
+  Process process_;
   Clock::time_point started_;
   Clock::time_point next_ = Clock::now();
   std::chrono::seconds pause_{0};
 };
 
-}  // namespace serve
+}  // namespace orvo

@@ -1,8 +1,8 @@
-#include "due_queue.h"
+#include "catalog/due_queue.h"
 
 #include <iterator>
 
-namespace orvo::analyze {
+namespace catalog {
 
 void DueQueue::Put(const std::string& path, Clock::time_point due) {
   Remove(path);
@@ -32,4 +32,4 @@ std::optional<DueQueue::Clock::time_point> DueQueue::NextDue() const {
   return byTime_.empty() ? std::nullopt : std::optional(byTime_.begin()->first);
 }
 
-}  // namespace orvo::analyze
+}  // namespace catalog

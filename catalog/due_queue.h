@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <utility>
 
-namespace orvo::analyze {
+namespace catalog {
 
 class DueQueue {
  public:
@@ -31,4 +31,4 @@ class DueQueue {
   std::set<std::pair<Clock::time_point, std::string>> byTime_;
 };
 
-}  // namespace orvo::analyze
+}  // namespace catalog

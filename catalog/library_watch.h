@@ -10,7 +10,7 @@
 
 struct inotify_event;
 
-namespace orvo::analyze {
+namespace catalog {
 
 enum class FilmChange {
   kFound,    // a scan of its folder found it
@@ -52,9 +52,9 @@ class LibraryWatch {
   std::vector<std::string> roots_;
   OnFilm onFilm_;
   OnFolder onFolder_;
-  UniqueFd events_;
+  orvo::UniqueFd events_;
   std::unordered_map<int, std::string> folders_;  // by watch descriptor
   bool isFull_ = false;                           // the kernel allows no more watches
 };
 
-}  // namespace orvo::analyze
+}  // namespace catalog

@@ -1,0 +1,13 @@
+// The memory of packets, which come and go in large pieces.
+#pragma once
+
+namespace orvo::transcoder {
+
+// From here on this process keeps freed memory for the next packets. The allocator's own rule gives
+// large pieces back, and the kernel clears them each time: that costs more than to copy them.
+void KeepMemory();
+
+// Gives what is free back to the kernel, before a long pause.
+void GiveMemoryBack();
+
+}  // namespace orvo::transcoder
