@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +21,7 @@
 #include "convert/queue.h"
 #include "platform/io.h"
 #include "platform/plat.h"
+#include "platform/signal_events.h"
 #include "util/file_lock.h"
 #include "util/kept_program.h"
 #include "util/system_files.h"
@@ -70,31 +70,6 @@ class PidFile {
   std::string path_;
   orvo::UniqueFd file_;
   bool isWritten_ = false;
-};
-
-class Signals {
- public:
-  Signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : {SIGUSR1, SIGINT, SIGTERM, SIGHUP}) {
-      sigaddset(&set, number);
-    }
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    descriptor_.Reset(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-  }
-
-  int Descriptor() const { return descriptor_.Get(); }
-  // The next signal that has come; 0 for none.
-  int Take() const {
-    signalfd_siginfo received{};
-    return read(descriptor_.Get(), &received, sizeof(received)) > 0
-               ? static_cast<int>(received.ssi_signo)
-               : 0;
-  }
-
- private:
-  orvo::UniqueFd descriptor_;
 };
 
 class Service {
@@ -257,7 +232,7 @@ class Service {
     poll(events.data(), events.size(), patience);
   }
 
-  Signals signals_;
+  orvo::SignalEvents signals_{SIGUSR1, SIGINT, SIGTERM, SIGHUP};
   Queue queue_;
   orvo::UniqueFd changes_;  // of the queue
   LiveTranscoders live_;

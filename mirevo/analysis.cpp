@@ -1,7 +1,6 @@
 #include "mirevo/analysis.h"
 
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,15 +19,6 @@ namespace {
 constexpr int kNiceness = 10;  // transcoders for viewers have priority
 constexpr char kNoReason[] = "the analysis ended without a result";
 
-sigset_t StopSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaddset(&signals, number);
-  }
-  return signals;
-}
-
 orvo::Process StartWorker(const std::string& worker, const std::string& film, int output) {
   orvo::Program program{worker, {worker, "--report", film}};
   program.descriptors = {{output, STDOUT_FILENO}};
@@ -42,11 +32,7 @@ orvo::Process StartWorker(const std::string& worker, const std::string& film, in
 }  // namespace
 
 Analysis::Analysis(std::string worker, unsigned jobs)
-    : worker_(std::move(worker)), jobs_(std::max(jobs, 1U)) {
-  const sigset_t signals = StopSignals();
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  signals_.Reset(signalfd(-1, &signals, SFD_CLOEXEC));
-}
+    : worker_(std::move(worker)), jobs_(std::max(jobs, 1U)), signals_({SIGINT, SIGTERM, SIGHUP}) {}
 
 Analysis::~Analysis() {
   StopAll();
@@ -98,7 +84,7 @@ bool Analysis::Start(const std::string& film, const OnResult& onResult) {
 // Waits until a worker writes something or ends. `ended` gets the indices of the ended workers in
 // ascending order. False when a signal to stop has come.
 bool Analysis::WaitAndRead(std::vector<size_t>& ended) {
-  std::vector<pollfd> events = {{signals_.Get(), POLLIN, 0}};
+  std::vector<pollfd> events = {{signals_.Descriptor(), POLLIN, 0}};
   for (const Worker& worker : workers_) {
     events.push_back({worker.output.Get(), POLLIN, 0});
   }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/process.h"
+#include "platform/signal_events.h"
 #include "platform/unique_fd.h"
 
 namespace mirevo {
@@ -60,7 +61,7 @@ class Analysis {
 
   std::string worker_;
   unsigned jobs_;
-  orvo::UniqueFd signals_;
+  orvo::SignalEvents signals_;
   std::vector<Worker> workers_;
 };
 

@@ -1,7 +1,6 @@
 #include "serve/keeper.h"
 
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
+#include "platform/signal_events.h"
 #include "policy/registry_sweep.h"
 #include "util/system_files.h"
 
@@ -27,14 +27,6 @@ constexpr int kSweepAgainMilliseconds = 500;
 // children this often.
 constexpr int kLookMilliseconds = 2000;
 
-orvo::UniqueFd Signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGCHLD);
-  return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
-}
-
 bool HasEvent(const pollfd& event) {
   return event.revents != 0;
 }
@@ -48,21 +40,18 @@ bool Reap() {
 }
 
 // Returns when the web server or the service has ended, or on SIGTERM.
-void KeepUntilEnd(const orvo::Process& web, const orvo::Process& service, int signals) {
+void KeepUntilEnd(const orvo::Process& web, const orvo::Process& service,
+                  orvo::SignalEvents& signals) {
   for (;;) {
     orvo::ContinueDescendants();
     const bool isTrue = Reap();
-    pollfd events[] = {{signals, POLLIN, 0},
+    pollfd events[] = {{signals.Descriptor(), POLLIN, 0},
                        {web.Descriptor().Get(), POLLIN, 0},
                        {service.Descriptor().Get(), POLLIN, 0}};
     if (poll(events, 3, isTrue ? kLookMilliseconds : kSweepAgainMilliseconds) < 0) {
       continue;
     }
-    signalfd_siginfo received{};
-    const bool isTold = HasEvent(events[0]) &&
-                        read(signals, &received, sizeof received) == sizeof received &&
-                        received.ssi_signo == SIGTERM;
-    if (isTold || HasEvent(events[1]) || HasEvent(events[2])) {
+    if (signals.Take() == SIGTERM || HasEvent(events[1]) || HasEvent(events[2])) {
       return;
     }
   }
@@ -80,7 +69,7 @@ orvo::Process StartCopies() {
 int Keep(const WebServer& server, Belongings& belongings, const orvo::Process& service,
          orvo::UniqueFd& report) {
   orvo::AdoptOrphans();
-  const orvo::UniqueFd signals = Signals();
+  orvo::SignalEvents signals({SIGTERM, SIGCHLD});
   orvo::Process web = Start(server, belongings.sockets);
   const int failure = web ? 0 : errno;
   const orvo::Process copies = web ? StartCopies() : orvo::Process();
@@ -90,7 +79,7 @@ int Keep(const WebServer& server, Belongings& belongings, const orvo::Process& s
   if (!web) {
     return 1;
   }
-  KeepUntilEnd(web, service, signals.Get());
+  KeepUntilEnd(web, service, signals);
   if (service.HasEndedWithin(0)) {
     orvo::EndChildren(kOthersMilliseconds);
   }

@@ -1,7 +1,6 @@
 #include "serve/service.h"
 
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -27,6 +26,7 @@
 #include "platform/io.h"
 #include "platform/plat.h"
 #include "platform/process_launch.h"
+#include "platform/signal_events.h"
 #include "policy/registry_sweep.h"
 #include "serve/folder_watch.h"
 #include "serve/heartbeat.h"
@@ -147,17 +147,6 @@ orvo::UniqueFd PrepareBrowser() {
   return writeEnd;
 }
 
-// A descriptor for the signals that end the service and those of its children.
-orvo::UniqueFd BlockSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
-    sigaddset(&signals, signal);
-  }
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  return orvo::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC));
-}
-
 // What the service wants beside its answers to requests.
 struct Wishes {
   bool analysis;  // key frames are found and the machine is measured
@@ -218,13 +207,13 @@ struct Companions {
 
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has
 // ended.
-bool ServeUntilStopped(int signals, const orvo::Process& keeper, Companions& companions,
-                       Heartbeat& heartbeat) {
+bool ServeUntilStopped(orvo::SignalEvents& signals, const orvo::Process& keeper,
+                       Companions& companions, Heartbeat& heartbeat) {
   for (;;) {
     companions.Update();
     heartbeat.Update();
     keeper.ContinueIfStopped();
-    pollfd events[] = {{signals, POLLIN, 0},
+    pollfd events[] = {{signals.Descriptor(), POLLIN, 0},
                        {keeper.Descriptor().Get(), POLLIN, 0},
                        {companions.analysis.Descriptor(), POLLIN, 0},
                        {companions.converter.Descriptor(), POLLIN, 0},
@@ -234,9 +223,8 @@ bool ServeUntilStopped(int signals, const orvo::Process& keeper, Companions& com
     if (poll(events, std::size(events), Sooner(companions.Patience(), heartbeat.Patience())) < 0) {
       continue;
     }
-    signalfd_siginfo received{};
-    if (events[0].revents != 0 && read(signals, &received, sizeof(received)) > 0 &&
-        received.ssi_signo != SIGCHLD) {
+    const int signal = signals.Take();
+    if (signal != 0 && signal != SIGCHLD) {
       return true;
     }
     orvo::ReapChildren();
@@ -404,7 +392,7 @@ void TellFFmpeg() {
 // Starts the web server and runs until the end.
 int Run(const WebServer& server, Belongings& belongings, int browser, const Wishes& wishes) {
   orvo::AdoptOrphans();
-  const orvo::UniqueFd signals = BlockSignals();
+  orvo::SignalEvents signals({SIGINT, SIGTERM, SIGHUP, SIGCHLD});
   const std::string log = "; see " + server.stateFolder + "/lighttpd.log\n";
   orvo::Process keeper = StartKeeper(server, belongings);
   if (!keeper) {
@@ -423,7 +411,7 @@ int Run(const WebServer& server, Belongings& belongings, int browser, const Wish
   Companions companions(wishes);
   Measurement measurement(wishes.analysis);
   Heartbeat heartbeat(server);
-  const bool told = ServeUntilStopped(signals.Get(), keeper, companions, heartbeat);
+  const bool told = ServeUntilStopped(signals, keeper, companions, heartbeat);
   AnnounceStop();
   companions.Stop();
   measurement.Stop();

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <array>
@@ -26,14 +25,6 @@ namespace orvo::transcoder {
 namespace {
 
 constexpr int kPipeSize = 1 << 20;  // what FFmpeg may do ahead while this process has no turn
-
-sigset_t StoppingSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGINT);
-  sigaddset(&set, SIGTERM);
-  return set;
-}
 
 class Child : public Worker {
  public:
@@ -84,7 +75,7 @@ Process StartCopy(const FilmCopy& copy, UniqueFd& film, int output, int progress
 
 }  // namespace
 
-ChildStream::ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals)
+ChildStream::ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, SignalEvents signals)
     : child_(std::move(child)), stream_(std::move(stream)), signals_(std::move(signals)) {}
 
 std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& command) {
@@ -118,9 +109,7 @@ std::optional<ChildStream> ChildStream::StartByParent(const std::string& work, i
 }
 
 std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
-  const sigset_t stopping = StoppingSignals();
-  sigprocmask(SIG_BLOCK, &stopping, nullptr);
-  UniqueFd signals(signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK));
+  SignalEvents signals({SIGINT, SIGTERM});
   UniqueFd stream;
   UniqueFd output;
   if (!signals.IsOpen() || !OpenPipe(stream, output)) {
@@ -136,7 +125,7 @@ std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
 }
 
 ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
-  std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
+  std::array<pollfd, 3> waits = {{{signals_.Descriptor(), POLLIN, 0},
                                   {changes, POLLIN, 0},
                                   {stream_.Get(), holdBack ? short{} : short{POLLIN}, 0}}};
   const int ready = poll(waits.data(), waits.size(), holdBack ? -1 : silence_);
@@ -160,7 +149,7 @@ void ChildStream::EndSilent(int ready) {
 
 bool ChildStream::WaitToWrite(int output) {
   while (!stopped_) {
-    std::array<pollfd, 2> waits = {{{signals_.Get(), POLLIN, 0}, {output, POLLOUT, 0}}};
+    std::array<pollfd, 2> waits = {{{signals_.Descriptor(), POLLIN, 0}, {output, POLLOUT, 0}}};
     if (poll(waits.data(), waits.size(), -1) < 0) {
       continue;
     }
@@ -174,7 +163,7 @@ bool ChildStream::WaitToWrite(int output) {
 }
 
 void ChildStream::WaitForChange(int changes) {
-  std::array<pollfd, 3> waits = {{{signals_.Get(), POLLIN, 0},
+  std::array<pollfd, 3> waits = {{{signals_.Descriptor(), POLLIN, 0},
                                   {changes, POLLIN, 0},
                                   {hasEnded_ ? -1 : child_->Descriptor(), POLLIN, 0}}};
   if (poll(waits.data(), waits.size(), -1) < 0) {
@@ -193,8 +182,7 @@ void ChildStream::WaitForChange(int changes) {
 // Nothing that a stopped run writes is kept, and whoever stops it waits for its end to start the
 // next one. FFmpeg would take time to write its output's end.
 void ChildStream::TakeSignal() {
-  signalfd_siginfo info{};
-  if (read(signals_.Get(), &info, sizeof info) == sizeof info) {
+  if (signals_.Take() != 0) {
     Stop(SIGKILL);
   }
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/signal_events.h"
 #include "platform/unique_fd.h"
 #include "transcoder/film_copy.h"
 #include "transcoder/worker.h"
@@ -78,14 +79,14 @@ class ChildStream {
  private:
   using Starter = std::function<std::unique_ptr<Worker>(int output)>;
 
-  ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, UniqueFd signals);
+  ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, SignalEvents signals);
   static std::optional<ChildStream> StartWith(const Starter& start);
   void TakeSignal();
   void EndSilent(int ready);
 
   std::unique_ptr<Worker> child_;
   UniqueFd stream_;
-  UniqueFd signals_;
+  SignalEvents signals_;
   bool hasEnded_ = false;
   int exitCode_ = 0;  // once it has ended
   bool stopped_ = false;
