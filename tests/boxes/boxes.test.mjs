@@ -7,7 +7,6 @@ import { after, before, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
-import { playback, plays, withBarePage } from '../service/bare_page.mjs';
 import { media } from '../service/support.mjs';
 import { Cluster } from './cluster.mjs';
 
@@ -68,32 +67,6 @@ test('CMAF segments of three boxes pass the conformance test', async (t) => {
   const { url, dash } = await open(t, { format: 'cmaf', codecs: 'avc1,mp4a' });
   const { stdout } = await run('python3', [checker, url, dash], { maxBuffer: 1 << 26 });
   t.diagnostic(stdout.trim().split('\n').at(-1));
-});
-
-test('hls.js plays over three boxes, with 20 seeks', { timeout: 900_000 }, async (t) => {
-  const places = [31, 2, 17, 17.5, 48, 0, 9, 24.3, 24.9, 12, 35, 5, 29, 21, 44, 36.6, 1, 27, 19, 7];
-  const { url } = await open(t, { format: 'cmaf', codecs: 'avc1,mp4a' });
-  await withBarePage({ address: `http://${cluster.authority}` }, ['hls.js/dist/hls.min.js'], async (page) => {
-    await page.evaluate(async (address) => {
-      window.errors = [];
-      const hls = new window.Hls();
-      hls.on(window.Hls.Events.ERROR, (_, data) => window.errors.push(`${data.fatal ? 'fatal ' : ''}${data.details}`));
-      hls.loadSource(address);
-      hls.attachMedia(document.getElementById('video'));
-      await document.getElementById('video').play();
-    }, url);
-    await plays(page, 0);
-    for (const place of places) {
-      await page.evaluate((to) => {
-        document.getElementById('video').currentTime = to;
-      }, place);
-      await plays(page, place);
-    }
-    assert.ok((await playback(page)).sound > 0);
-    const errors = await page.evaluate(() => window.errors);
-    t.diagnostic(`what hls.js has noted: ${errors.join(', ') || 'nothing'}`);
-    assert.deepEqual(errors.filter((error) => /fatal|Hole|Append|Parsing|Nudge/.test(error)), []);
-  });
 });
 
 test('a forged ticket is refused through the balancer', async (t) => {
