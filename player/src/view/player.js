@@ -7,7 +7,7 @@ import { t } from '../language.js';
 import { recentFilmInfo } from '../playback/client.js';
 import { NIGHT } from '../playback/cmaf/presentation.js';
 import { engineFor, trackFor } from '../playback/engines.js';
-import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
+import { isMusic, kindsFor, kindText, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
 import { warmth } from '../playback/warmth.js';
 import { wordsOf } from '../words.js';
@@ -237,13 +237,14 @@ export class PlayerView {
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
   fillQualities() {
     const { film, kind, choice, can, engine } = this.playback;
-    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
+    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text: t(text), name: text }));
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
     const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: t('Automatic') };
     const isChosen = choice.profile && kind === choice.kind;
+    this.qualityNames = new Map(others.map(({ value, name }) => [value, name]));
     fill(this.quality, [automatic, ...others], isChosen ? `${kind} ${choice.profile}` : automatic.value);
-    const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: KINDS[way] }));
+    const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: kindText(way) }));
     fill(this.kind, [{ value: '', text: t('Automatic') }, ...ways], choice.kind);
   }
 
@@ -331,7 +332,7 @@ export class PlayerView {
     const share = (second) => `${duration > 0 ? (100 * Math.min(second, duration)) / duration : 0}%`;
     position.style.setProperty('--played', share(now));
     position.style.setProperty('--buffered', share(now + playback.buffered()));
-    position.setAttribute('aria-valuetext', `${spokenTime(now)} of ${spokenTime(duration)}`);
+    position.setAttribute('aria-valuetext', t('{time} of {duration}', { time: spokenTime(now), duration: spokenTime(duration) }));
     this.clock.textContent = `${clockText(now)} / ${clockText(duration)}`;
     this.followPlace(now);
   }
@@ -465,7 +466,7 @@ export class PlayerView {
   // `value`: the method and the key of a profile.
   chooseQuality(value) {
     const [kind, profile] = value.split(' ');
-    remember('quality', profile ? this.quality.selectedOptions[0].text : '');
+    remember('quality', profile ? this.qualityNames.get(value) : '');
     return this.playback.changeWithin({ kind, profile });
   }
 
