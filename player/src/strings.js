@@ -179,6 +179,7 @@ export const GERMAN = {
   'It begins in {count} s.': 'Er beginnt in {count} s.',
   'Play now': 'Jetzt abspielen',
   'Repeat the film': 'Film wiederholen',
+  'Play on another device': 'Auf einem anderen Gerät abspielen',
   'Save this picture': 'Dieses Bild speichern',
 
   // The server
