@@ -55,6 +55,9 @@ export function errorText(error) {
 
 export const isBusy = (error) => error.reason === 'TransEnable' || error.reason === 'TransEnableOfflineConverting';
 
+// The server has looked at the file, and it cannot be played.
+export const isBroken = ({ code, reason }) => code === 415 || Boolean(reason?.startsWith('TransVideo') || reason?.startsWith('TransAudio'));
+
 const RETRY_SECONDS = 5;
 
 // The time to wait before the page asks a busy server again.

@@ -9,6 +9,7 @@ import { abilitiesOf, kindsFor, kindText, methodText, plan, playsAs, usualWay } 
 import { openParameters } from '../playback/opening.js';
 import { warmth } from '../playback/warmth.js';
 import { episodeCode, lineOf, titleOfEntry, withCard } from '../titles.js';
+import { isBroken, wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
 import { openDownload } from './download.js';
@@ -165,8 +166,43 @@ function chaptersOf(entry, chapters = []) {
 
 const NO_CARD = { title: '', notes: {} };
 
+// The media folders and files, which only the first steps to a film name.
+const rootsOf = ({ folders, files }) => [...folders, ...files];
+
+// The path from its media folder on, as it is on the disk.
+const pathText = (path, roots) => crumbsOf(path, roots).map(({ name }) => name).join('/');
+
+// What is left of the page if the film cannot be played: which one it is, and why.
+async function brokenView(entry, error, signal) {
+  const roots = rootsOf(await get('Library', 'list', {}, '', { signal }));
+  const name = lineOf(titleOfEntry(entry), entry.name);
+  const { sentence, next } = wordsOf(error);
+  return {
+    title: name,
+    nodes: [
+      breadcrumbs(crumbsOf(entry.encoded_path, roots).slice(0, -1), name),
+      element('h1', {}, name),
+      element('p', { class: 'facts' }, pathText(entry.encoded_path, roots)),
+      element('p', { role: 'status' }, `${sentence} ${next}`),
+    ],
+  };
+}
+
+// The page of a film, or of one that cannot be played.
 export async function filmView({ path }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
+  try {
+    return await wholeView(entry, signal);
+  } catch (error) {
+    if (!isBroken(error)) {
+      throw error;
+    }
+    return brokenView(entry, error, signal);
+  }
+}
+
+async function wholeView(entry, signal) {
+  const { encoded_path: path } = entry;
   const [roots, info, seen, card] = await Promise.all([
     get('Library', 'list', {}, '', { signal }),
     filmInfo(path, { signal }),
@@ -179,7 +215,7 @@ export async function filmView({ path }, signal) {
   if (kinds.length > 0 && !signal.aborted) {
     prepare(path, info, kinds, placeOf(seen.get(path)), signal);
   }
-  const crumbs = crumbsOf(path, [...roots.folders, ...roots.files]).slice(0, -1);
+  const crumbs = crumbsOf(path, rootsOf(roots)).slice(0, -1);
   return {
     title: name,
     nodes: [
