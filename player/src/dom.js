@@ -43,6 +43,7 @@ const OUTLINES = {
   captions: 'M3 5h18v14H3zM7 11h4M13 11h4M7 15h7M16 15h1',
   figures: 'M4 20V10M10 20V4M16 20v-7M21 20H3',
   elsewhere: 'M14 4h6v6M20 4l-9 9M18 14v6H4V6h6',
+  remote: 'M3 8V5h18v14h-7M3 12a7 7 0 0 1 7 7M3 16a3 3 0 0 1 3 3M3 19v.5',
   help: 'M9 9a3 3 0 1 1 4 3c-1 .5-1 1-1 2M12 17.5v.5',
   folder: 'M3 6h7l2 3h9v10H3z',
   broken: 'M4 5h16v14H4zM4 5l7 6-2 3 6 5M9 9h.01',

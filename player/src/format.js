@@ -1,4 +1,5 @@
 // Texts for numbers, languages and names.
+import { counted, language, t } from './language.js';
 
 const pad = (number) => String(number).padStart(2, '0');
 
@@ -10,19 +11,22 @@ export function clockText(seconds) {
   return minutes < 60 ? `${minutes}:${rest}` : `${Math.floor(minutes / 60)}:${pad(minutes % 60)}:${rest}`;
 }
 
+// 4.7 -> "4.7", with the comma of languages that use one.
+export const decimalText = (number, digits) => number.toLocaleString(language, { minimumFractionDigits: digits, maximumFractionDigits: digits, useGrouping: false });
+
 // The same for screen readers: "1 hour 2 minutes 5 seconds".
 export function spokenTime(seconds) {
   const whole = Math.max(0, Math.floor(seconds || 0));
   const parts = [
-    [Math.floor(whole / 3600), 'hour'],
-    [Math.floor(whole / 60) % 60, 'minute'],
-    [whole % 60, 'second'],
+    [Math.floor(whole / 3600), '{count} hour', '{count} hours'],
+    [Math.floor(whole / 60) % 60, '{count} minute', '{count} minutes'],
+    [whole % 60, '{count} second', '{count} seconds'],
   ];
-  const said = parts.filter(([count]) => count > 0).map(([count, unit]) => `${count} ${unit}${count === 1 ? '' : 's'}`);
-  return said.join(' ') || '0 seconds';
+  const said = parts.filter(([count]) => count > 0).map((part) => counted(...part));
+  return said.join(' ') || counted(0, '{count} second', '{count} seconds');
 }
 
-const UNITS = ['bytes', 'kB', 'MB', 'GB', 'TB'];
+const UNITS = [t('bytes'), 'kB', 'MB', 'GB', 'TB'];
 
 // 100000 -> "100 kB", 4700000000 -> "4.7 GB"
 export function sizeText(bytes) {
@@ -33,11 +37,11 @@ export function sizeText(bytes) {
     size /= 1000;
     ++unit;
   }
-  return `${unit > 0 && size < 9.95 ? size.toFixed(1) : Math.round(size)} ${UNITS[unit]}`;
+  return `${unit > 0 && size < 9.95 ? decimalText(size, 1) : Math.round(size)} ${UNITS[unit]}`;
 }
 
 export function rateText(bitsPerSecond) {
-  return bitsPerSecond < 1e6 ? `${Math.round(bitsPerSecond / 1000)} kbit/s` : `${(bitsPerSecond / 1e6).toFixed(1)} Mbit/s`;
+  return bitsPerSecond < 1e6 ? `${Math.round(bitsPerSecond / 1000)} kbit/s` : `${decimalText(bitsPerSecond / 1e6, 1)} Mbit/s`;
 }
 
 export const millisecondsText = (milliseconds) => `${Math.round(milliseconds)} ms`;
@@ -46,7 +50,7 @@ export const millisecondsText = (milliseconds) => `${Math.round(milliseconds)} m
 export function frameRateText(rate) {
   const [above, below = 1] = String(rate ?? '').split('/').map(Number);
   const frames = above / below;
-  return Number.isFinite(frames) && frames > 0 ? `${Number(frames.toFixed(2))} fps` : '';
+  return Number.isFinite(frames) && frames > 0 ? `${frames.toLocaleString(language, { maximumFractionDigits: 2 })} fps` : '';
 }
 
 // The name of a language in the viewer's own language; the code itself if it has no name.

@@ -12,6 +12,9 @@ export function languageFor(wanted) {
 export const language = languageFor(globalThis.document ? globalThis.navigator.languages : []);
 const dictionary = DICTIONARIES[language];
 
+// Has the page this text in the viewer's language? The code itself has the English ones.
+export const hasText = (text) => language === 'en' || text in dictionary;
+
 // The text in the viewer's language, with values in place of their names: t('{count} films', { count: 3 }).
 export function t(text, values = {}) {
   return (dictionary[text] ?? text).replace(/\{(\w+)\}/g, (whole, name) => values[name] ?? whole);

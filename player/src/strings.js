@@ -71,6 +71,64 @@ export const GERMAN = {
   'Anybody who has the playlist can play its films. An address ends when nobody has used it for a day.':
     'Wer die Liste hat, kann ihre Filme abspielen. Eine Adresse endet, wenn sie einen Tag lang niemand benutzt.',
 
+  // Numbers
+  bytes: 'Bytes',
+  '{count} hour': '{count} Stunde',
+  '{count} hours': '{count} Stunden',
+  '{count} minute': '{count} Minute',
+  '{count} minutes': '{count} Minuten',
+  '{count} second': '{count} Sekunde',
+  '{count} seconds': '{count} Sekunden',
+  '{time} of {duration}': '{time} von {duration}',
+
+  // How a film plays
+  'Original file': 'Originaldatei',
+  'MP4 stream': 'MP4-Stream',
+  'WebM stream': 'WebM-Stream',
+  'Original quality': 'Originalqualität',
+  'plays as it is': 'läuft unverändert',
+  'picture plays as it is, sound is converted on this server': 'Bild läuft unverändert, Ton wird auf diesem Server umgewandelt',
+  'sound is converted on this server': 'Ton wird auf diesem Server umgewandelt',
+  'converted to {quality} on this server': 'wird auf diesem Server in {quality} umgewandelt',
+  'converted to {quality} in standard colors on this server': 'wird auf diesem Server in {quality} mit gewöhnlichen Farben umgewandelt',
+  '{method} failed: {reason} Trying {other} instead.': '{method} ging nicht: {reason} Stattdessen wird {other} versucht.',
+
+  // Why a film stutters
+  'The player stutters: this device is too slow for the picture. Choose a lower quality.':
+    'Der Film stockt: Dieses Gerät ist zu langsam für das Bild. Wählen Sie eine niedrigere Qualität.',
+  'The processor of the server is too slow for this quality. Choose a lower one.':
+    'Der Prozessor des Servers ist zu langsam für diese Qualität. Wählen Sie eine niedrigere.',
+  'The disk of the server is too slow: its converter waits for the film.':
+    'Der Datenträger des Servers ist zu langsam: Der Umwandler wartet auf den Film.',
+  'The network is too slow for this quality. Choose a lower one.': 'Das Netz ist zu langsam für diese Qualität. Wählen Sie eine niedrigere.',
+  'The film arrived late; neither the network nor the server is too slow for it now.':
+    'Der Film kam zu spät an; weder das Netz noch der Server ist jetzt zu langsam dafür.',
+  'The server converts at {speed} times the film’s speed, which is too slow. Choose a lower quality.':
+    'Der Server wandelt nur {speed}-mal so schnell um, wie der Film läuft. Wählen Sie eine niedrigere Qualität.',
+
+  // The statistics
+  Encoder: 'Umwandler',
+  Resolution: 'Auflösung',
+  Buffer: 'Puffer',
+  Frames: 'Bilder',
+  'Startup time': 'Startzeit',
+  Stream: 'Stream',
+  opened: 'geöffnet',
+  manifest: 'Liste',
+  'first media': 'erste Daten',
+  'first frame': 'erstes Bild',
+  'examining the film': 'Film untersuchen',
+  'waiting for room': 'auf einen Platz warten',
+  'preparing the stream': 'Stream vorbereiten',
+  'starting the converter': 'Umwandler starten',
+  'first key picture': 'erstes Schlüsselbild',
+  'first part': 'erster Teil',
+  sending: 'senden',
+  '{dropped} of {total} dropped': '{dropped} von {total} ausgelassen',
+  '{speed} times the film’s speed': '{speed}-mal so schnell wie der Film',
+  'at {time}': 'bei {time}',
+  '{count} s of CPU time': '{count} s Rechenzeit',
+
   // A film
   Play: 'Abspielen',
   'Resume at {time}': 'Weiter bei {time}',
@@ -121,6 +179,7 @@ export const GERMAN = {
   'It begins in {count} s.': 'Er beginnt in {count} s.',
   'Play now': 'Jetzt abspielen',
   'Repeat the film': 'Film wiederholen',
+  'Play on another device': 'Auf einem anderen Gerät abspielen',
   'Save this picture': 'Dieses Bild speichern',
 
   // The server
@@ -148,6 +207,15 @@ export const GERMAN = {
   '{count} streams without a viewer': '{count} Streams ohne Zuschauer',
   'Their viewers left without closing them. The server ends them by itself after some time without a request.':
     'Ihre Zuschauer gingen, ohne sie zu schließen. Der Server beendet sie von selbst nach einiger Zeit ohne Anfrage.',
+
+  software: 'Software',
+  hardware: 'Hardware',
+  '{encoder} on {device}': '{encoder} auf {device}',
+  'not used.': 'nicht benutzt.',
+  'Profiles: {name}. Hardware conversion: {state}': 'Profile: {name}. Umwandlung mit Hardware: {state}',
+  on: 'an',
+  off: 'aus',
+  unknown: 'unbekannt',
 
   // The settings and the first start
   Shown: 'Wird gezeigt',
@@ -297,6 +365,11 @@ export const GERMAN = {
   'White on a dark box': 'Weiß auf dunklem Kasten',
   'White with a shadow': 'Weiß mit Schatten',
   'Yellow on a dark box': 'Gelb auf dunklem Kasten',
+  'Space or K': 'Leertaste oder K',
+  'Page Up': 'Bild auf',
+  'Page Down': 'Bild ab',
+  Home: 'Pos1',
+  End: 'Ende',
   'Play or pause': 'Abspielen oder anhalten',
   '10 seconds back': '10 Sekunden zurück',
   '10 seconds forward': '10 Sekunden vor',
@@ -324,6 +397,11 @@ export const GERMAN = {
   Details: 'Einzelheiten',
   Tracks: 'Spuren',
   Track: 'Spur',
+  'Track {number}': 'Spur {number}',
+  'Subtitle {number}': 'Untertitel {number}',
+  '{count} channel': '{count} Kanal',
+  '{count} channels': '{count} Kanäle',
+  '{key} (default)': '{key} (Vorgabe)',
   'All playback methods and qualities': 'Alle Wiedergabearten und Qualitäten',
   'Tracks of this film': 'Spuren dieses Films',
   'Playback methods of this film': 'Wiedergabearten dieses Films',

@@ -1,5 +1,6 @@
 // The page's error texts: for each reason a sentence and the next step.
-import { t } from './language.js';
+import { decimalText } from './format.js';
+import { hasText, t } from './language.js';
 
 const WORDS = {
   BadRequest: ['The server did not understand this request.', 'Reload the page. If that does not help, the server is older than the page.'],
@@ -36,13 +37,14 @@ const WORDS = {
 // Every reason that has a text of its own.
 export const REASONS = Object.keys(WORDS);
 
-// { sentence, next } of an error. The server's own sentence is more specific, so it replaces the page's.
+// { sentence, next } of an error. The server's own sentence is more specific, so it replaces the page's where the viewer's
+// language has it.
 export function wordsOf(error) {
   if (error.reason === undefined) {
     return { sentence: t('An error occurred in this page.'), next: `${t('Reload the page.')} (${error})` };
   }
   const [sentence, next] = WORDS[error.reason] ?? WORDS.Internal;
-  return { sentence: error.message || t(sentence), next: t(next) };
+  return { sentence: t(error.message && hasText(error.message) ? error.message : sentence), next: t(next) };
 }
 
 // Both in one text.
@@ -52,6 +54,9 @@ export function errorText(error) {
 }
 
 export const isBusy = (error) => error.reason === 'TransEnable' || error.reason === 'TransEnableOfflineConverting';
+
+// The server has looked at the file, and it cannot be played.
+export const isBroken = ({ code, reason }) => code === 415 || Boolean(reason?.startsWith('TransVideo') || reason?.startsWith('TransAudio'));
 
 const RETRY_SECONDS = 5;
 
@@ -78,24 +83,24 @@ const SPARE_THROUGHPUT = 1.2; // a network that is faster than the stream by les
 // `transcoder`. What is unknown may be missing.
 export function stutterWords({ dropped = 0, total = 0, seconds = Infinity, throughput = 0, rate = 0, transcoder = null }) {
   if (seconds > STARVED_SECONDS) {
-    return total > 0 && dropped / total > DROPPED_SHARE ? 'The player stutters: this device is too slow for the picture. Choose a lower quality.' : '';
+    return total > 0 && dropped / total > DROPPED_SHARE ? t('The player stutters: this device is too slow for the picture. Choose a lower quality.') : '';
   }
   if (transcoder?.speed > 0 && transcoder.speed < 1) {
     const isLoaded = (transcoder.cpu_percent ?? 100) / 100 >= FULL_LOAD;
     return isLoaded
-      ? 'The processor of the server is too slow for this quality. Choose a lower one.'
-      : 'The disk of the server is too slow: its converter waits for the film.';
+      ? t('The processor of the server is too slow for this quality. Choose a lower one.')
+      : t('The disk of the server is too slow: its converter waits for the film.');
   }
   if (throughput > 0 && rate > 0 && throughput < SPARE_THROUGHPUT * rate) {
-    return 'The network is too slow for this quality. Choose a lower one.';
+    return t('The network is too slow for this quality. Choose a lower one.');
   }
-  return 'The film arrived late; neither the network nor the server is too slow for it now.';
+  return t('The film arrived late; neither the network nor the server is too slow for it now.');
 }
 
 export function slowWords(phase, state) {
   const speed = state?.transcoder?.speed;
   if (speed > 0 && speed < 1) {
-    return `The server converts at ${speed.toFixed(1)} times the film’s speed, which is too slow. Choose a lower quality.`;
+    return t('The server converts at {speed} times the film’s speed, which is too slow. Choose a lower quality.', { speed: decimalText(speed, 1) });
   }
   return t(PHASES[phase] ?? PHASES.buffering);
 }

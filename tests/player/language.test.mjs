@@ -58,3 +58,27 @@ test('values are put in place of their names', () => {
   assert.equal(counted(1, '{count} film', '{count} films'), '1 film');
   assert.equal(t('{time} left', { time: '{count}' }), '{count} left');
 });
+
+// What the code says without words of a language.
+const NAMES = ['Smooth Streaming', 'Dolby Vision', 'Mirevo'];
+const UNITS = ['kbit/s', 'Mbit/s', 'ms', 'fps', 'px'];
+
+const commentless = (name) => fs.readFileSync(path.join(folder, name), 'utf8').replace(/^\s*\/\/.*$|\s\/\/ .*$/gm, '');
+const shown = sources
+  .filter((name) => name !== 'playlist.js')
+  .map((name) => commentless(name).replace(/\bclass: [^,}]*|\b(?:Error|DOMException|closest|matches)\([^)]*\)/g, ''))
+  .join('\n');
+
+test('each text of several words in the page’s code has a German one', () => {
+  const texts = [...shown.matchAll(/'((?:[^'\\\n]|\\.)*)'/g)].map(([, text]) => text).filter((text) => /^[A-Za-z]+,? [A-Za-z]/.test(text));
+  assert.ok(texts.length > 100);
+  assert.deepEqual(texts.filter((text) => !(text in GERMAN) && !NAMES.includes(text)), []);
+});
+
+test('no text is put together of words in the page’s code', () => {
+  const withoutValues = (template) => template.replace(/\{\w+\}|\{[^{}]*(?:\{[^{}]*\}[^{}]*)*\}/g, ' ');
+  const isWord = (part) => /^[A-Za-z’]{2,}[.,:]?$/.test(part) && !UNITS.includes(part) && !NAMES.includes(part);
+  const templates = [...shown.matchAll(/`([^`\n]*)`/g)].map(([, text]) => text);
+  assert.ok(templates.length > 50);
+  assert.deepEqual(templates.filter((text) => withoutValues(text).split(/[\s$]+/).some(isWord)), []);
+});

@@ -1,5 +1,6 @@
 // Films in a real browser, with each playback method of the page.
 import assert from 'node:assert/strict';
+import path from 'node:path';
 import { after, afterEach, before, beforeEach, test } from 'node:test';
 
 import { launch, Viewer } from './page.mjs';
@@ -87,11 +88,12 @@ test('a change of quality keeps the position', async () => {
   assert.match(await viewer.page.locator('#why').textContent(), /^360p, H\.264, converted to 240p on this server$/);
 });
 
-test('a file that cannot be played gets a clear message', async () => {
+test('the page of a file that cannot be played tells its title, its path and why', async () => {
   await viewer.go();
   await viewer.page.getByRole('link', { name: 'text.mkv' }).click();
-  await viewer.page.waitForFunction(() => document.getElementById('message').textContent !== '');
-  assert.match((await viewer.state()).message, /^This file is not a film that can be played\. Choose another film\.$/);
+  await viewer.page.getByText('This file is not a film that can be played. Choose another film.', { exact: true }).waitFor();
+  assert.equal(await viewer.page.getByRole('heading', { level: 1 }).textContent(), 'text.mkv');
+  assert.equal(await viewer.page.locator('#view .facts').textContent(), `${path.basename(media)}/text.mkv`);
 });
 
 for (const kind of ['http', 'hls']) {

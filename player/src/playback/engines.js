@@ -14,14 +14,16 @@ const ENGINES = { direct: BrowserFile, hls: Segments, http: Progressive, webm: P
 
 const isApple = () => navigator.vendor.startsWith('Apple');
 
-// The class, or a promise of it. `can`: the browser's abilities from abilitiesOf().
-export function engineFor(kind, can) {
-  if (kind === 'cmaf') {
-    return loadCmaf();
-  }
+function loadedEngine(kind, can) {
   const isNative = kind === 'hls' && (!can.segments || (can.nativeHls && isApple()));
   return isNative ? BrowserFile : ENGINES[kind];
 }
+
+// The class, or a promise of it. `can`: the browser's abilities from abilitiesOf().
+export const engineFor = (kind, can) => (kind === 'cmaf' ? loadCmaf() : loadedEngine(kind, can));
+
+// Does this browser play this kind from one address, which another device could fetch?
+export const hasAddress = (kind, can) => Boolean(loadedEngine(kind, can)?.hasAddress);
 
 const TRACKS = { picture: PictureTrack, ass: StyledTrack };
 

@@ -3,6 +3,8 @@ import { errorOf, localAddress } from '../api.js';
 import { MediaPlayback } from './media_playback.js';
 
 export class BrowserFile extends MediaPlayback {
+  static hasAddress = true; // that another device could fetch
+
   open(stream, second) {
     this.stream = stream;
     this.wanted = second;

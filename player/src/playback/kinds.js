@@ -1,8 +1,9 @@
 // The playback methods, and the order in which the page tries them.
 import { codecText, rangeText, sizeName } from '../format.js';
+import { t } from '../language.js';
 import { renditionNamed } from './cmaf/presentation.js';
 
-export const KINDS = {
+const KINDS = {
   direct: 'Original file',
   cmaf: 'CMAF',
   hls: 'HLS',
@@ -10,6 +11,14 @@ export const KINDS = {
   webm: 'WebM stream',
   ss: 'Smooth Streaming',
 };
+
+// The name of a method, as a viewer reads it.
+export const kindText = (kind) => t(KINDS[kind] ?? kind ?? '');
+
+const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
+
+// What the server does to the film, as a viewer reads it.
+export const methodText = (method) => t(METHODS[method] ?? method ?? '');
 
 const ORDER = ['direct', 'cmaf', 'hls', 'http', 'webm', 'ss'];
 // The server encodes presentations in software, and other streams on its video engine.
@@ -83,7 +92,7 @@ const namedLines = (profile) => Number(partsOf(profile).map((part) => part.match
 // A portrait film's quality has the lines of its shorter side.
 const linesOf = (profile) => namedLines(profile) || Math.min(profile.width ?? Infinity, profile.height ?? 0);
 
-// A profile's readable name: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original quality".
+// A profile's readable name, the same in every language: "http_mp4_720p_vb2500_ab128" -> "720p", "hls_remux" -> "Original quality".
 export function profileText(profile) {
   const parts = partsOf(profile);
   if (parts.includes('remux')) {
@@ -145,7 +154,7 @@ export function isMusic(info) {
 function factsOf(info) {
   const { video: [picture] = [], audio: [sound] = [] } = info.metadata?.track_info ?? {};
   if (isMusic(info)) {
-    return ['Music', codecText(sound.codec || sound.codec_raw)];
+    return [t('Music'), codecText(sound.codec || sound.codec_raw)];
   }
   const size = sizeName(picture?.display_x ?? picture?.resolutionx ?? 0, picture?.display_y ?? picture?.resolutiony ?? 0);
   return [size, codecText(picture?.codec || picture?.codec_raw), rangeText(picture?.dynamic_range)];
@@ -153,18 +162,22 @@ function factsOf(info) {
 
 function conversionOf(info, used) {
   if (isMusic(info)) {
-    return 'sound is converted on this server';
+    return t('sound is converted on this server');
   }
+  if (!used?.key) {
+    return '';
+  }
+  const quality = t(profileText(used));
   const isHigh = rangeText(info.metadata?.track_info?.video?.[0]?.dynamic_range) !== '';
-  return used?.key && `converted to ${profileText(used)}${isHigh ? ' in standard colors' : ''} on this server`;
+  return isHigh ? t('converted to {quality} in standard colors on this server', { quality }) : t('converted to {quality} on this server', { quality });
 }
 
 // How the film plays, in the viewer's words: "1080p, H.264, plays as it is". `used`: { method, key }, as the server
 // describes a profile, or with the method "direct". Profiles that it does not offer convert the picture.
 export function playsAs(info, used) {
   const how = {
-    direct: 'plays as it is',
-    remux: 'picture plays as it is, sound is converted on this server',
+    direct: t('plays as it is'),
+    remux: t('picture plays as it is, sound is converted on this server'),
     transcode: conversionOf(info, used),
   };
   return [...factsOf(info), how[used?.method ?? 'transcode']].filter(Boolean).join(', ');

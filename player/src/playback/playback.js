@@ -2,8 +2,9 @@
 //
 // Events: "change" when something visible has changed; "ended".
 import { get, localAddress, post, postLastly } from '../api.js';
+import { t } from '../language.js';
 import { isBusy, retrySeconds, slowWords, wordsOf } from '../words.js';
-import { abilitiesOf, KINDS, plan } from './kinds.js';
+import { abilitiesOf, kindText, plan } from './kinds.js';
 import { openParameters, wishFor } from './opening.js';
 import { SubtitleTrack } from './subtitle_track.js';
 import { warmth } from './warmth.js';
@@ -210,7 +211,7 @@ export class Playback extends EventTarget {
       this.lastError = error;
       this.queue = null;
       const failed = this.kinds.shift();
-      this.notice = `${KINDS[failed]} failed: ${wordsOf(error).sentence} Trying ${KINDS[this.kinds[0]]} instead.`;
+      this.notice = t('{method} failed: {reason} Trying {other} instead.', { method: kindText(failed), reason: wordsOf(error).sentence, other: kindText(this.kinds[0]) });
     }
   }
 

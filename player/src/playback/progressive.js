@@ -11,6 +11,8 @@ const NEAR_END = 3; // seconds by which a film may be shorter than its stated du
 const countsFromZero = () => globalThis.navigator?.userAgent.includes('Firefox/') ?? false;
 
 export class Progressive {
+  static hasAddress = true; // that another device could fetch
+
   constructor(video, hooks) {
     this.video = video;
     this.hooks = hooks;

@@ -2,7 +2,7 @@
 import { post } from '../api.js';
 import { element, openDialog } from '../dom.js';
 import { t } from '../language.js';
-import { KINDS, mayHave, profilesOf } from '../playback/kinds.js';
+import { kindText, mayHave, profilesOf } from '../playback/kinds.js';
 import { errorText } from '../words.js';
 import { lineFor } from './names.js';
 import { savePlaylist } from './save_playlist.js';
@@ -57,6 +57,6 @@ export function openElsewhere(entry, info, before = () => {}) {
       told.textContent = errorText(error);
     }
   };
-  const buttons = waysFor(info).map((kind) => element('button', { type: 'button', on: { click: () => make(kind) } }, KINDS[kind]));
+  const buttons = waysFor(info).map((kind) => element('button', { type: 'button', on: { click: () => make(kind) } }, kindText(kind)));
   return openDialog(t('Play elsewhere'), element('p', {}, t('Choose the kind of stream that the other player supports.')), element('p', { class: 'actions' }, buttons), told, place);
 }

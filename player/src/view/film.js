@@ -3,12 +3,13 @@ import { addressOf, get } from '../api.js';
 import { element, table } from '../dom.js';
 import { clockText, codecText, frameRateText, languageText, nameOf, rangeText, rateText, sizeText } from '../format.js';
 import { forget, markWatched, marks, placeOf } from '../history.js';
-import { t } from '../language.js';
+import { counted, t } from '../language.js';
 import { filmInfo } from '../playback/client.js';
-import { abilitiesOf, KINDS, kindsFor, plan, playsAs, usualWay } from '../playback/kinds.js';
+import { abilitiesOf, kindsFor, kindText, methodText, plan, playsAs, usualWay } from '../playback/kinds.js';
 import { openParameters } from '../playback/opening.js';
 import { warmth } from '../playback/warmth.js';
 import { episodeCode, lineOf, titleOfEntry, withCard } from '../titles.js';
+import { isBroken, wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
 import { breadcrumbs, crumbsOf } from './library.js';
 import { openDownload } from './download.js';
@@ -20,7 +21,7 @@ const POSTER_WIDTH = 640;
 const BACKDROP_WIDTH = 1280;
 
 const list = (...facts) => facts.filter(Boolean).join(', ');
-const codecOf = (track) => codecText(track.codec || track.codec_raw) || 'unknown';
+const codecOf = (track) => codecText(track.codec || track.codec_raw) || t('unknown');
 
 const TRACKS = {
   video: (track) =>
@@ -34,13 +35,13 @@ const TRACKS = {
       track.bitrate > 0 && rateText(track.bitrate),
     ),
   audio: (track) =>
-    list(codecOf(track), languageText(track.language), track.title, track.channel_layout || (track.channel && `${track.channel} channels`), track.bitrate > 0 && rateText(track.bitrate)),
+    list(codecOf(track), languageText(track.language), track.title, track.channel_layout || (track.channel && counted(track.channel, '{count} channel', '{count} channels')), track.bitrate > 0 && rateText(track.bitrate)),
 };
 
-export const audioText = (track, index) => list(languageText(track.language), track.title, codecOf(track)) || `Track ${index + 1}`;
+export const audioText = (track, index) => list(languageText(track.language), track.title, codecOf(track)) || t('Track {number}', { number: index + 1 });
 
 // A subtitle file's title is its name.
-export const subtitleText = (subtitle, index) => list(languageText(subtitle.language), subtitle.title, subtitle.forced && t('forced')) || `Subtitle ${index + 1}`;
+export const subtitleText = (subtitle, index) => list(languageText(subtitle.language), subtitle.title, subtitle.forced && t('forced')) || t('Subtitle {number}', { number: index + 1 });
 
 function tracksTable({ metadata, subtitles }) {
   const { video = [], audio = [] } = metadata.track_info;
@@ -51,9 +52,6 @@ function tracksTable({ metadata, subtitles }) {
   ];
   return table(t('Tracks of this film'), [t('Track'), t('Details')], rows);
 }
-
-const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
-const methodText = ({ method }) => t(METHODS[method] ?? method);
 
 // How the film plays if the viewer chooses nothing: { kind, choice, used }, `used` as for playsAs.
 function wayOf(info, kinds) {
@@ -83,11 +81,11 @@ function prepare(path, info, kinds, second, signal) {
 const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, wayOf(info, kinds).used) : t('This browser cannot play this film.'));
 
 function profilesTable(info) {
-  const direct = info.direct ? [[KINDS.direct, '', t(METHODS[info.direct.fits ? 'direct' : 'refused']), info.direct.why]] : [];
+  const direct = info.direct ? [[kindText('direct'), '', methodText(info.direct.fits ? 'direct' : 'refused'), info.direct.why]] : [];
   const rows = info.profiles.map((profile) => [
-    KINDS[profile.format] ?? profile.format,
-    profile.default ? element('strong', {}, `${profile.key} (default)`) : profile.key,
-    methodText(profile),
+    kindText(profile.format),
+    profile.default ? element('strong', {}, t('{key} (default)', { key: profile.key })) : profile.key,
+    methodText(profile.method),
     profile.why,
   ]);
   return table(t('Playback methods of this film'), [t('Method'), t('Quality'), t('Conversion'), t('Reason')], [...direct, ...rows]);
@@ -100,7 +98,7 @@ function details(info, kinds) {
     'details',
     {},
     element('summary', {}, t('Details')),
-    used ? element('p', {}, `${KINDS[kind]}: ${used.why ?? ''}`) : null,
+    used ? element('p', {}, `${kindText(kind)}: ${used.why ?? ''}`) : null,
     element('h2', {}, t('Tracks')),
     tracksTable(info),
     element('h2', {}, t('All playback methods and qualities')),
@@ -168,8 +166,43 @@ function chaptersOf(entry, chapters = []) {
 
 const NO_CARD = { title: '', notes: {} };
 
+// The media folders and files, which only the first steps to a film name.
+const rootsOf = ({ folders, files }) => [...folders, ...files];
+
+// The path from its media folder on, as it is on the disk.
+const pathText = (path, roots) => crumbsOf(path, roots).map(({ name }) => name).join('/');
+
+// What is left of the page if the film cannot be played: which one it is, and why.
+async function brokenView(entry, error, signal) {
+  const roots = rootsOf(await get('Library', 'list', {}, '', { signal }));
+  const name = lineOf(titleOfEntry(entry), entry.name);
+  const { sentence, next } = wordsOf(error);
+  return {
+    title: name,
+    nodes: [
+      breadcrumbs(crumbsOf(entry.encoded_path, roots).slice(0, -1), name),
+      element('h1', {}, name),
+      element('p', { class: 'facts' }, pathText(entry.encoded_path, roots)),
+      element('p', { role: 'status' }, `${sentence} ${next}`),
+    ],
+  };
+}
+
+// The page of a film, or of one that cannot be played.
 export async function filmView({ path }, signal) {
   const entry = { name: nameOf(path), encoded_path: path };
+  try {
+    return await wholeView(entry, signal);
+  } catch (error) {
+    if (!isBroken(error)) {
+      throw error;
+    }
+    return brokenView(entry, error, signal);
+  }
+}
+
+async function wholeView(entry, signal) {
+  const { encoded_path: path } = entry;
   const [roots, info, seen, card] = await Promise.all([
     get('Library', 'list', {}, '', { signal }),
     filmInfo(path, { signal }),
@@ -182,7 +215,7 @@ export async function filmView({ path }, signal) {
   if (kinds.length > 0 && !signal.aborted) {
     prepare(path, info, kinds, placeOf(seen.get(path)), signal);
   }
-  const crumbs = crumbsOf(path, [...roots.folders, ...roots.files]).slice(0, -1);
+  const crumbs = crumbsOf(path, rootsOf(roots)).slice(0, -1);
   return {
     title: name,
     nodes: [

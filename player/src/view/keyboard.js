@@ -36,7 +36,7 @@ export const KEYS = [
 ];
 
 export function showHelp() {
-  const rows = KEYS.flatMap(([, sign, text]) => [element('dt', {}, element('kbd', {}, sign)), element('dd', {}, t(text))]);
+  const rows = KEYS.flatMap(([, sign, text]) => [element('dt', {}, element('kbd', {}, t(sign))), element('dd', {}, t(text))]);
   openDialog(t('Keyboard shortcuts'), element('dl', { class: 'keys' }, rows));
 }
 

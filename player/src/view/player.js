@@ -6,9 +6,10 @@ import { HistoryKeeper, resumePoint } from '../history.js';
 import { t } from '../language.js';
 import { recentFilmInfo } from '../playback/client.js';
 import { NIGHT } from '../playback/cmaf/presentation.js';
-import { engineFor, trackFor } from '../playback/engines.js';
-import { isMusic, KINDS, kindsFor, playsAs, qualities } from '../playback/kinds.js';
+import { engineFor, hasAddress, trackFor } from '../playback/engines.js';
+import { isMusic, kindsFor, kindText, playsAs, qualities } from '../playback/kinds.js';
 import { Playback } from '../playback/playback.js';
+import { Remote } from '../playback/remote.js';
 import { warmth } from '../playback/warmth.js';
 import { wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
@@ -38,6 +39,7 @@ export class PlayerView {
     this.section = find('film');
     this.video = find('video');
     this.playback = new Playback(this.video, engineFor, trackFor);
+    this.remote = new Remote(this.playback, hasAddress);
     this.keeper = new HistoryKeeper(this.playback);
     this.statistics = new Statistics(this.playback);
     this.thumbnails = new Thumbnails();
@@ -62,6 +64,7 @@ export class PlayerView {
     this.preview = element('div', { class: 'preview', hidden: true, 'aria-hidden': 'true' }, this.thumbnails.image, this.thumbnails.piece, element('span'));
     this.settingsButton = signButton('settings', t('Settings'), () => this.settings(), { 'aria-expanded': 'false', 'aria-controls': 'settings' });
     this.insetButton = signButton('inset', t('Picture in picture'), () => this.inset(), { class: 'sign minor', hidden: !document.pictureInPictureEnabled });
+    this.remoteButton = signButton('remote', t('Play on another device'), () => attempt(() => this.remote.choose()), { hidden: true });
     this.captionsButton = signButton('captions', t('Subtitles'), () => this.subtitles.next());
     this.controls = element(
       'div',
@@ -82,6 +85,7 @@ export class PlayerView {
         signButton('camera', t('Save this picture'), () => this.savePicture(), { class: 'sign minor' }),
         signButton('figures', t('Statistics'), () => this.figures(), { class: 'sign minor' }),
         signButton('elsewhere', t('Play elsewhere'), () => this.elsewhere()),
+        this.remoteButton,
         signButton('help', t('Keyboard shortcuts'), () => showHelp(), { class: 'sign minor' }),
         this.insetButton,
         signButton('full', t('Full screen'), () => this.fullScreen(), { id: 'full' }),
@@ -137,6 +141,7 @@ export class PlayerView {
     const { video, playback, position } = this;
     playback.addEventListener('change', () => this.refresh());
     playback.addEventListener('ended', () => this.atEnd());
+    this.remote.addEventListener('change', () => this.showRemote());
     video.addEventListener('timeupdate', () => this.showClock());
     video.addEventListener('progress', () => this.showClock());
     video.addEventListener('playing', () => this.thumbnails.load());
@@ -237,13 +242,14 @@ export class PlayerView {
   // Lists the qualities of the method in use. A method without a list of its own gets that of the progressive streams.
   fillQualities() {
     const { film, kind, choice, can, engine } = this.playback;
-    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text }));
+    const list = (format) => (engine?.qualities?.() ?? qualities(film.info, format)).map(({ value, text }) => ({ value: `${format} ${value}`, text: t(text), name: text }));
     const own = list(kind === 'direct' ? 'hls' : kind);
     const others = own.length > 0 ? own : list('http');
     const automatic = { value: `${choice.profile ? '' : choice.kind} `, text: t('Automatic') };
     const isChosen = choice.profile && kind === choice.kind;
+    this.qualityNames = new Map(others.map(({ value, name }) => [value, name]));
     fill(this.quality, [automatic, ...others], isChosen ? `${kind} ${choice.profile}` : automatic.value);
-    const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: KINDS[way] }));
+    const ways = kindsFor(film.info, can).map((way) => ({ value: way, text: kindText(way) }));
     fill(this.kind, [{ value: '', text: t('Automatic') }, ...ways], choice.kind);
   }
 
@@ -331,7 +337,7 @@ export class PlayerView {
     const share = (second) => `${duration > 0 ? (100 * Math.min(second, duration)) / duration : 0}%`;
     position.style.setProperty('--played', share(now));
     position.style.setProperty('--buffered', share(now + playback.buffered()));
-    position.setAttribute('aria-valuetext', `${spokenTime(now)} of ${spokenTime(duration)}`);
+    position.setAttribute('aria-valuetext', t('{time} of {duration}', { time: spokenTime(now), duration: spokenTime(duration) }));
     this.clock.textContent = `${clockText(now)} / ${clockText(duration)}`;
     this.followPlace(now);
   }
@@ -349,6 +355,11 @@ export class PlayerView {
     const { muted } = this.playback.wish;
     this.volume.value = String(muted ? 0 : this.video.volume);
     changeSign(this.muteButton, muted ? 'silent' : 'sound', muted ? t('Unmute') : t('Mute'));
+  }
+
+  showRemote() {
+    this.remoteButton.hidden = !this.remote.isOffered();
+    this.remoteButton.setAttribute('aria-pressed', String(this.remote.isConnected()));
   }
 
   secondAt({ clientX }) {
@@ -465,7 +476,7 @@ export class PlayerView {
   // `value`: the method and the key of a profile.
   chooseQuality(value) {
     const [kind, profile] = value.split(' ');
-    remember('quality', profile ? this.quality.selectedOptions[0].text : '');
+    remember('quality', profile ? this.qualityNames.get(value) : '');
     return this.playback.changeWithin({ kind, profile });
   }
 

@@ -1,7 +1,8 @@
 // The statistics panel of the open stream.
 import { element } from '../dom.js';
-import { clockText, millisecondsText } from '../format.js';
-import { KINDS } from '../playback/kinds.js';
+import { clockText, decimalText, millisecondsText } from '../format.js';
+import { t } from '../language.js';
+import { kindText, methodText } from '../playback/kinds.js';
 import { stutterWords } from '../words.js';
 
 const PARTS = [
@@ -19,7 +20,7 @@ export function startText(marks) {
   const parts = passed.map(([name, text]) => {
     const part = marks[name] - before;
     before = marks[name];
-    return `${text} ${millisecondsText(part)}`;
+    return `${t(text)} ${millisecondsText(part)}`;
   });
   return marks.frame === undefined ? '' : `${millisecondsText(before)} (${parts.join(', ')})`;
 }
@@ -39,7 +40,7 @@ const STEPS = {
 export const timesText = (times) =>
   Object.entries(STEPS)
     .filter(([name]) => times?.[name] !== undefined)
-    .map(([name, text]) => `${text} ${millisecondsText(times[name])}`)
+    .map(([name, text]) => `${t(text)} ${millisecondsText(times[name])}`)
     .join(', ');
 
 function stutterText(playback, state) {
@@ -49,7 +50,7 @@ function stutterText(playback, state) {
 
 function framesText(video) {
   const { droppedVideoFrames: dropped, totalVideoFrames: total } = video.getVideoPlaybackQuality();
-  return `${dropped} of ${total} dropped`;
+  return t('{dropped} of {total} dropped', { dropped, total });
 }
 
 function encoderText(transcoder) {
@@ -57,23 +58,27 @@ function encoderText(transcoder) {
     return '';
   }
   if (!transcoder) {
-    return 'none';
+    return t('none');
   }
   const { speed, position, cpu_seconds: cpu } = transcoder;
-  const facts = [speed && `${speed.toFixed(1)} times the film’s speed`, position !== undefined && `at ${clockText(position)}`, cpu !== undefined && `${cpu.toFixed(1)} s of CPU time`];
+  const facts = [
+    speed && t('{speed} times the film’s speed', { speed: decimalText(speed, 1) }),
+    position !== undefined && t('at {time}', { time: clockText(position) }),
+    cpu !== undefined && t('{count} s of CPU time', { count: decimalText(cpu, 1) }),
+  ];
   return facts.filter(Boolean).join(', ');
 }
 
 function rowsOf(playback, state) {
   const { video, stream } = playback;
   return [
-    ['Playback method', KINDS[playback.kind]],
-    ['Conversion', state?.method ?? playback.methodOf()?.method],
+    ['Playback method', kindText(playback.kind)],
+    ['Conversion', methodText(state?.method ?? playback.methodOf()?.method)],
     ['Reason', state?.why ?? playback.methodOf()?.why],
-    ['Quality', playback.engine?.qualityName?.() ?? stream?.profile],
+    ['Quality', t(playback.engine?.qualityName?.() ?? stream?.profile ?? '')],
     ['Encoder', encoderText(state?.transcoder)],
     ['Resolution', video.videoWidth && `${video.videoWidth} × ${video.videoHeight}`],
-    ['Buffer', `${playback.buffered().toFixed(1)} s`],
+    ['Buffer', `${decimalText(playback.buffered(), 1)} s`],
     ['Frames', framesText(video)],
     ['Startup time', startText(playback.marks)],
     ['Server', timesText(state?.times)],
@@ -85,7 +90,7 @@ function rowsOf(playback, state) {
 export class Statistics {
   constructor(playback) {
     this.playback = playback;
-    this.panel = element('dl', { class: 'figures', 'aria-label': 'Statistics', hidden: true });
+    this.panel = element('dl', { class: 'figures', 'aria-label': t('Statistics'), hidden: true });
     this.state = null;
   }
 
@@ -109,6 +114,6 @@ export class Statistics {
       });
     }
     const rows = rowsOf(this.playback, this.state);
-    this.panel.replaceChildren(...rows.flatMap(([name, text]) => [element('dt', {}, name), element('dd', {}, String(text))]));
+    this.panel.replaceChildren(...rows.flatMap(([name, text]) => [element('dt', {}, t(name)), element('dd', {}, String(text))]));
   }
 }

@@ -1,14 +1,14 @@
 // The owner's page: running streams and their load, free space, recent streams, watch history.
 import { get, post } from '../api.js';
 import { element, table } from '../dom.js';
-import { clockText, nameOf, sizeText } from '../format.js';
+import { clockText, decimalText, nameOf, sizeText } from '../format.js';
 import { forget, watched } from '../history.js';
 import { counted, t } from '../language.js';
 import { stutterWords } from '../words.js';
 import { filmAddress, keepFresh, replaceContent, sayError, say } from './page.js';
 import { timesText } from './statistics.js';
 
-const number = (value, digits, unit) => (value === undefined || value === null ? '' : `${Number(value).toFixed(digits)}${unit}`);
+const number = (value, digits, unit) => (value === undefined || value === null ? '' : `${decimalText(Number(value), digits)}${unit}`);
 const fileName = (path) => (path ?? '').split('/').at(-1);
 
 // Runs an action, then shows the new status.
@@ -41,7 +41,7 @@ function streamRow(stream, transcoders, refresh) {
     stream.playing ? t('playing') : t('{count} s idle', { count: number(stream.idle_seconds, 0, '') || '0' }),
     timesText(stream.times),
     stutterOf(stream, transcoder),
-    transcoder ? `${transcoder.kind}, ${number(transcoder.speed, 1, ' ×')}` : t('none'),
+    transcoder ? `${t(transcoder.kind)}, ${number(transcoder.speed, 1, ' ×')}` : t('none'),
     transcoder ? number(transcoder.cpu_seconds, 1, ' s') : '',
     transcoder ? number(transcoder.cpu_percent, 0, ' %') : '',
     button(t('Stop'), fileName(stream.path), () => act(() => close(stream), refresh)),
@@ -78,10 +78,11 @@ function streamsOf({ streams, transcoders }, refresh) {
   ];
 }
 
-const engineText = ({ encoder, device, lines, speed, reason }) =>
-  lines > 0
-    ? `${encoder} on ${device}: up to ${lines} lines${speed > 0 ? `, ${speed.toFixed(1)} times the film's speed` : ''}`
-    : `${encoder} on ${device}: not used. ${reason}`;
+function engineText({ encoder, device, lines, speed, reason }) {
+  const facts = [t('up to {lines} lines', { lines }), speed > 0 && t('{speed} times the film’s speed', { speed: decimalText(speed, 1) })];
+  const used = lines > 0 ? facts.filter(Boolean).join(', ') : `${t('not used.')} ${reason}`;
+  return `${t('{encoder} on {device}', { encoder, device })}: ${used}`;
+}
 
 function limits({ limits: allowed, transcoders, platform }) {
   const running = (kind) => transcoders.filter((transcoder) => transcoder.kind === kind).length;
@@ -91,7 +92,7 @@ function limits({ limits: allowed, transcoders, platform }) {
     {},
     line('software', t('Software conversions')),
     line('hardware', t('Hardware conversions')),
-    element('li', {}, `Profiles: ${platform?.profiles ?? 'unknown'}. Hardware conversion: ${platform?.hardware_enabled ? 'on' : 'off'}`),
+    element('li', {}, t('Profiles: {name}. Hardware conversion: {state}', { name: platform?.profiles ?? t('unknown'), state: platform?.hardware_enabled ? t('on') : t('off') })),
     ...(platform?.engines ?? []).map((engine) => element('li', {}, engineText(engine))),
   );
 }
@@ -114,7 +115,7 @@ function history(items, refresh) {
   const rows = items.map((item) => [
     when(item.time),
     element('a', { href: filmAddress(item) }, item.name || nameOf(item.encoded_path)),
-    item.finished ? t('finished') : `${clockText(item.position)} of ${clockText(item.duration)}`,
+    item.finished ? t('finished') : t('{time} of {duration}', { time: clockText(item.position), duration: clockText(item.duration) }),
     button(t('Remove'), item.name, () => act(() => forget(item.encoded_path), refresh)),
   ]);
   const all = element('button', { type: 'button', on: { click: () => act(() => forget(undefined), refresh) } }, t('Clear history'));

@@ -5,7 +5,7 @@ import { element, icon, signButton } from '../dom.js';
 import { clockText, sizeName, sizeText } from '../format.js';
 import { counted, t } from '../language.js';
 import { titleOfEntry, withCard } from '../titles.js';
-import { wordsOf } from '../words.js';
+import { isBroken, wordsOf } from '../words.js';
 import { nameNode } from './names.js';
 import { filmAddress, folderAddress, playAddress } from './page.js';
 
@@ -48,9 +48,6 @@ async function loadPoster(tile, entry, signal) {
 const setFacts = (tile, facts) => {
   tile.querySelector('.facts').textContent = facts.filter(Boolean).join(' · ');
 };
-
-// The server has looked at the file, and it cannot be played.
-const isBroken = ({ code, reason }) => code === 415 || reason?.startsWith('TransVideo') || reason?.startsWith('TransAudio');
 
 function showBroken(tile, error) {
   tile.classList.add('broken');

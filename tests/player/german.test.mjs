@@ -1,0 +1,42 @@
+// The page for a viewer whose browser prefers German.
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+globalThis.document = {};
+Object.defineProperty(globalThis, 'navigator', { value: { languages: ['de-DE', 'en'] } });
+const { frameRateText, rateText, sizeText, spokenTime } = await import('../../player/src/format.js');
+const { kindText, playsAs } = await import('../../player/src/playback/kinds.js');
+const { startText, timesText } = await import('../../player/src/view/statistics.js');
+const { slowWords, stutterWords, wordsOf } = await import('../../player/src/words.js');
+
+const film = (range) => ({ metadata: { track_info: { video: [{ codec: 'h264', resolutionx: 1920, resolutiony: 1080, dynamic_range: range }], audio: [{ codec: 'aac' }] } } });
+
+test('the line under a film is German', () => {
+  const used = { method: 'transcode', key: 'hls_720p_vb2500_ab128' };
+  assert.equal(playsAs(film(), { method: 'direct' }), '1080p, H.264, läuft unverändert');
+  assert.equal(playsAs(film(), { method: 'remux' }), '1080p, H.264, Bild läuft unverändert, Ton wird auf diesem Server umgewandelt');
+  assert.equal(playsAs(film(), used), '1080p, H.264, wird auf diesem Server in 720p umgewandelt');
+  assert.equal(playsAs(film('hdr10'), used), '1080p, H.264, HDR10, wird auf diesem Server in 720p mit gewöhnlichen Farben umgewandelt');
+  assert.equal(kindText('direct'), 'Originaldatei');
+});
+
+test('numbers have a comma, and times German words', () => {
+  assert.equal(sizeText(4.7e9), '4,7 GB');
+  assert.equal(sizeText(12), '12 Bytes');
+  assert.equal(rateText(2.5e6), '2,5 Mbit/s');
+  assert.equal(frameRateText('24000/1001'), '23,98 fps');
+  assert.equal(spokenTime(3661), '1 Stunde 1 Minute 1 Sekunde');
+  assert.equal(spokenTime(0), '0 Sekunden');
+});
+
+test('waits, stutter and figures are German', () => {
+  assert.match(slowWords('media', { transcoder: { speed: 0.62 } }), /nur 0,6-mal so schnell/);
+  assert.match(stutterWords({ seconds: 1 }), /^Der Film kam zu spät an/);
+  assert.equal(startText({ open: 100, frame: 300 }), '300 ms (geöffnet 100 ms, erstes Bild 200 ms)');
+  assert.equal(timesText({ sent: 5 }), 'senden 5 ms');
+});
+
+test('an English sentence of the server gives way to the page’s German one, unless the page knows it', () => {
+  assert.equal(wordsOf({ reason: 'NotFound', message: 'This stream has been closed.' }).sentence, 'Diesen Film oder Stream gibt es nicht mehr.');
+  assert.equal(wordsOf({ reason: 'NotFound', message: 'No account has this name.' }).sentence, 'Kein Konto hat diesen Namen.');
+});
