@@ -150,13 +150,18 @@ end
 -- Has the request program asked the other boxes of the cluster to begin the blocks after this segment's
 -- (webapi/streams/warm_runs.cpp)? Without a cluster, nobody has to.
 local function is_warmed(piece)
-  local file = piece.number and io.open(piece.folders[#piece.folders] .. "/warmed", "r")
+  local file = piece.number and io.open(piece.folders[#piece.folders] .. "/warmed_blocks", "r")
   if not file then
     return true
   end
-  local first, last = (file:read("a") or ""):match("^(%d+) (%d+)$")
+  local blocks = file:read("a") or ""
   file:close()
-  return first ~= nil and piece.number >= tonumber(first) and piece.number <= tonumber(last)
+  for first, last in blocks:gmatch("(%d+) (%d+)") do
+    if piece.number >= tonumber(first) and piece.number <= tonumber(last) then
+      return true
+    end
+  end
+  return false
 end
 
 -- As the request program does: the transcoder runs ahead of this number, and the stream counts as watched.

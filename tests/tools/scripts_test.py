@@ -130,15 +130,19 @@ class Run(Scripts):
 
 
 class Tidy(Scripts):
-    """tools/tidy with a stand-in that finds fault with every file that says FAULT."""
+    """tools/tidy with a stand-in that finds fault with every file that says FAULT, and cannot compile two together that
+    say CLASH."""
 
     def setUp(self):
         super().setUp()
         self.stand_in("clang-tidy", f"""
             if [ "$1" = --version ]; then echo version 1; exit; fi
-            for file; do :; done
-            echo "$file" >> {self.folder}/checked
-            ! grep -H FAULT "$file" """)
+            for word; do [ "$word" != -- ] || break; last=$word; done
+            files=$(sed -n 's/^#include "\\(.*cpp\\)".*/\\1/p' "$last")
+            [ -n "$files" ] || files=$last
+            basename -a $files | paste -sd + >> {self.folder}/checked
+            [ "$(grep -l CLASH $files | wc -l)" -lt 2 ] || exit 1
+            ! grep -H FAULT $files """)
         (self.folder / "tools").mkdir()
         (self.folder / "tools/tidy").write_text((ROOT / "tools/tidy").read_text())
         (self.folder / ".clang-tidy").write_text("Checks: all")
@@ -165,18 +169,22 @@ class Tidy(Scripts):
         return sorted((self.folder / "checked").read_text().split()), result
 
     def test_a_clean_file_is_checked_again_only_after_a_change_of_what_it_is_made_of(self):
-        self.assertEqual(self.tidy()[0], ["a.cpp", "b.cpp"])
+        self.assertEqual(self.tidy()[0], ["a.cpp+b.cpp"])
+        for name, text in (("a.h", "constexpr int kA = 2;"), ("b.cpp", "int b;  // a comment may switch a check off"),
+                           (".clang-tidy", "Checks: others")):
+            self.assertEqual(self.tidy()[0], [])
+            self.write(**{name: text})
+            self.assertEqual(self.tidy()[0], ["a.cpp+b.cpp"])
+
+    def test_files_that_do_not_fit_together_are_checked_alone(self):
+        self.write(**{"a.cpp": "// CLASH", "b.cpp": "// CLASH"})
+        checked, result = self.tidy()
+        self.assertEqual((checked, result.returncode), (["a.cpp", "a.cpp+b.cpp", "b.cpp"], 0))
         self.assertEqual(self.tidy()[0], [])
-        self.write(**{"a.h": "constexpr int kA = 2;"})
-        self.assertEqual(self.tidy()[0], ["a.cpp"])
-        self.write(**{"b.cpp": "int b;  // a comment may switch a check off"})
-        self.assertEqual(self.tidy()[0], ["b.cpp"])
-        self.write(**{".clang-tidy": "Checks: others"})
-        self.assertEqual(self.tidy()[0], ["a.cpp", "b.cpp"])
 
     def test_a_fault_is_shown_each_time_and_fails(self):
         self.write(**{"b.cpp": "int FAULT;"})
-        for expected in (["a.cpp", "b.cpp"], ["b.cpp"]):
+        for expected in (["a.cpp", "a.cpp+b.cpp", "b.cpp"], ["a.cpp+b.cpp", "b.cpp"]):
             checked, result = self.tidy()
             self.assertEqual((checked, result.returncode), (expected, 1))
             self.assertIn("int FAULT;", result.stdout)

@@ -118,7 +118,7 @@ class SegmentRun(unittest.TestCase):
 
     def test_where_boxes_share_the_blocks_a_run_makes_the_rest_of_its_block_and_ends(self):
         whole = self.whole().contents()
-        for first, last in ((0, 1), (2, 3), (4, 7), (6, 7), (8, 15), (LAST, LAST)):
+        for first, last in ((0, 0), (1, 2), (2, 2), (7, 9), (10, 13), (LAST, LAST)):
             running = Running(self, self.film, first, {"ORVO_BLOCKS": "1"}).request(first).start()
             self.assertTrue(running.ends_within(PATIENCE))
             self.assertEqual(running.process.returncode, 0)

@@ -89,7 +89,8 @@ TEST_F(FilmPreviews, HaveRoomWhereOthersWereNotUsedForLong) {
   const auto film = Film();
   ASSERT_TRUE(orvo::KeepPreviews(film, kJpeg, kLayout));
   EXPECT_TRUE(orvo::IsRoomForPreviews());
-  const std::string other = fs::path(orvo::PreviewsPath(film)).parent_path() / "other.jpg";
+  const std::string other =
+      fs::path(orvo::PreviewsPath(film)).parent_path() / (std::string(32, '0') + ".jpg");
   const orvo::UniqueFd file(open(other.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   if (posix_fallocate(file.Get(), 0, off_t{1} << 30) != 0) {
     GTEST_SKIP() << "no room for a gigabyte here";

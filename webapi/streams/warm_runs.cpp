@@ -8,6 +8,7 @@
 #include "platform/process_launch.h"
 #include "policy/registry_watch.h"
 #include "state/stream_watch.h"
+#include "util/qmxutils.h"
 #include "webapi/cluster/balancer_client.h"
 #include "webapi/cluster/cluster_keys.h"
 #include "webapi/http/work.h"
@@ -25,11 +26,44 @@ constexpr seconds kPatience(150);
 // So many may wait at a time; the next one is not begun. There is no queue before them.
 constexpr Work kWaiting{"warm", {32, 0, 0}};
 
-// The block after which the next ones have been asked for: its first and its last segment. The web
-// server reads it, too (serve/ready_segment.lua).
-StateFile WarmedBlock(const StreamDirectory& folder) {
-  return StateFile(folder.FilePath("warmed"));
-}
+// The latest blocks after which the next ones have been asked for. The web server reads their file,
+// too (serve/ready_segment.lua): it sends what is ready in these blocks without this program. If
+// there is no file, it sends everything that is ready.
+class WarmedBlocks {
+ public:
+  explicit WarmedBlocks(const StreamDirectory& folder) : file_(folder.FilePath("warmed_blocks")) {}
+
+  // Makes it the latest one. Returns false if it is that already or cannot be remembered. An
+  // earlier one is asked for again: a request for it comes here only if its segment is not ready
+  // any more.
+  bool Add(int64_t block) const {
+    const std::string line =
+        std::to_string(orvo::FirstOfBlock(block)) + " " + std::to_string(orvo::LastOfBlock(block));
+    std::vector<std::string> lines = LibOrvoQMX::StringExplode(file_.Read(), "\n");
+    if (!lines.empty() && lines.back() == line) {
+      return false;
+    }
+    std::erase(lines, line);
+    lines.push_back(line);
+    std::string text;
+    for (size_t i = lines.size() - std::min(lines.size(), kMost); i < lines.size(); ++i) {
+      text += lines[i] + "\n";
+    }
+    return file_.Replace(text);
+  }
+
+  // Makes the file, so that the first request for a segment comes to this program.
+  void Begin() const {
+    if (file_.Read().empty()) {
+      file_.Replace("none\n");
+    }
+  }
+
+ private:
+  static constexpr size_t kMost = 64;
+
+  StateFile file_;
+};
 
 // The first segment of the newest warm run.
 StateFile WarmSegment(const StreamDirectory& folder) {
@@ -120,14 +154,10 @@ void WarmNextBlocks(const StreamDirectory& folder, int number,
                     const std::function<bool(int)>& exists,
                     const std::function<std::string(int)>& addressOf) {
   const int64_t block = orvo::BlockOf(number);
-  const std::string span =
-      std::to_string(orvo::FirstOfBlock(block)) + " " + std::to_string(orvo::LastOfBlock(block));
-  const StateFile warmed = WarmedBlock(folder);
   const int boxes = CountBoxes();
-  if (boxes < 2 || warmed.Read() == span || !warmed.Replace(span)) {
-    return;
+  if (boxes >= 2 && WarmedBlocks(folder).Add(block)) {
+    Ask(number, FirstsAfter(block, boxes - 1), exists, addressOf);
   }
-  Ask(number, FirstsAfter(block, boxes - 1), exists, addressOf);
 }
 
 void WarmFirstBlocks(int number, int boxes, const std::function<bool(int)>& exists,
@@ -141,10 +171,7 @@ Answer StartWarm(const WarmRun& run) {
   if (!WarmSegment(run.folder).Replace(int64_t{run.number})) {
     return Answer::Failure(kInternal);
   }
-  // The first segment of a viewer is then one that the web server leaves to this program.
-  if (const StateFile warmed = WarmedBlock(run.folder); warmed.Read().empty()) {
-    warmed.Replace("none");
-  }
+  WarmedBlocks(run.folder).Begin();
   return Begin([&run] { return Waiting(run).Start(); });
 }
 
