@@ -413,6 +413,7 @@ export const GERMAN = {
   'Video copied': 'Bild kopiert',
   Converted: 'Umgewandelt',
   'Not available': 'Nicht möglich',
+  'Several qualities': 'Mehrere Qualitäten',
   Password: 'Passwort',
   Cancel: 'Abbrechen',
   Close: 'Schließen',
