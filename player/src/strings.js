@@ -435,6 +435,7 @@ export const GERMAN = {
   'Reload the page.': 'Laden Sie die Seite neu.',
   Limits: 'Grenzen',
   Disks: 'Datenträger',
+  Disk: 'Datenträger',
   Remove: 'Entfernen',
   'Recent streams': 'Letzte Streams',
   'Watch history': 'Verlauf',
