@@ -154,6 +154,8 @@ viewing('sound, subtitles and quality change at the place of the film', async (v
 viewing('subtitles of pictures are drawn over the film', async (viewer) => {
   await watch(viewer, 'pictures.mkv', { t: 10 });
   await viewer.playing();
+  await viewer.key('k');
+  await viewer.waitFor(() => document.getElementById('video').paused);
   await viewer.key('c');
   await becomes(viewer, [300 / 640, 320 / 360], [235, 235, 235, 255]);
   await becomes(viewer, [100 / 640, 320 / 360], [0, 0, 0, 0]);

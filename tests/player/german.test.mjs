@@ -5,7 +5,7 @@ import { test } from 'node:test';
 globalThis.document = {};
 Object.defineProperty(globalThis, 'navigator', { value: { languages: ['de-DE', 'en'] } });
 const { frameRateText, rateText, sizeText, spokenTime } = await import('../../player/src/format.js');
-const { kindText, playsAs } = await import('../../player/src/playback/kinds.js');
+const { kindText, methodText, playsAs } = await import('../../player/src/playback/kinds.js');
 const { startText, timesText } = await import('../../player/src/view/statistics.js');
 const { slowWords, stutterWords, wordsOf } = await import('../../player/src/words.js');
 
@@ -17,7 +17,7 @@ test('the line under a film is German', () => {
   assert.equal(playsAs(film(), { method: 'remux' }), '1080p, H.264, Bild läuft unverändert, Ton wird auf diesem Server umgewandelt');
   assert.equal(playsAs(film(), used), '1080p, H.264, wird auf diesem Server in 720p umgewandelt');
   assert.equal(playsAs(film('hdr10'), used), '1080p, H.264, HDR10, wird auf diesem Server in 720p mit gewöhnlichen Farben umgewandelt');
-  assert.equal(kindText('direct'), 'Originaldatei');
+  assert.deepEqual([kindText('direct'), methodText('adaptive'), methodText(undefined)], ['Originaldatei', 'Mehrere Qualitäten', '']);
 });
 
 test('numbers have a comma, and times German words', () => {

@@ -64,6 +64,8 @@ const PAGES = [
     await page.waitForFunction(() => document.querySelector('img.large')?.complete ?? true);
   }],
   ['server', () => '#/status', ({ page }) => page.getByRole('heading', { name: 'Disks' }).waitFor()],
+  ['settings', () => '#/settings', ({ page }) => page.getByRole('heading', { name: 'Accounts' }).waitFor()],
+  ['conversions', () => '#/conversions', ({ page }) => page.getByRole('heading', { name: 'Conversions' }).waitFor()],
 ];
 
 async function shootPlayer(viewer, name, hasFigures) {

@@ -15,9 +15,9 @@ const KINDS = {
 // The name of a method, as a viewer reads it.
 export const kindText = (kind) => t(KINDS[kind] ?? kind ?? '');
 
-const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available' };
+const METHODS = { direct: 'Not converted', remux: 'Video copied', transcode: 'Converted', refused: 'Not available', adaptive: 'Several qualities' };
 
-// What the server does to the film, as a viewer reads it.
+// What the server does with the film, as a viewer reads it.
 export const methodText = (method) => t(METHODS[method] ?? method ?? '');
 
 const ORDER = ['direct', 'cmaf', 'hls', 'http', 'webm', 'ss'];

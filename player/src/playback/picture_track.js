@@ -29,6 +29,8 @@ export class PictureTrack {
       const { video, canvas } = this;
       const subUrl = new URL(address, window.location.href).href;
       this.renderer = new PgsRenderer({ video, canvas, subUrl, workerUrl: workerPath, timeOffset: -this.wanted, aspectRatio: this.isStretched ? 'fill' : 'contain' });
+      // libpgs takes the first picture for one that is already drawn until the clock has passed a place without any.
+      this.renderer.renderAtTimestamp(-1);
     }
   }
 

@@ -3,7 +3,7 @@ import { addressOf } from '../api.js';
 import { changeSign, element, find, signButton } from '../dom.js';
 import { clockText, spokenTime } from '../format.js';
 import { HistoryKeeper, resumePoint } from '../history.js';
-import { t } from '../language.js';
+import { language, t } from '../language.js';
 import { recentFilmInfo } from '../playback/client.js';
 import { NIGHT } from '../playback/cmaf/presentation.js';
 import { engineFor, hasAddress, trackFor } from '../playback/engines.js';
@@ -100,7 +100,7 @@ export class PlayerView {
     this.kind = selectFor('kind', (value) => this.playback.change({ kind: value, profile: '' }));
     this.speed = selectFor('speed', (value) => this.playback.setSpeed(Number(value)));
     this.repeat = element('input', { id: 'repeat', type: 'checkbox' });
-    fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? t('Normal') : `${speed} ×` })), '1');
+    fill(this.speed, SPEEDS.map((speed) => ({ value: String(speed), text: speed === 1 ? t('Normal') : `${speed.toLocaleString(language)} ×` })), '1');
     this.panel = element(
       'div',
       { id: 'settings', role: 'group', 'aria-label': t('Settings'), hidden: true },

@@ -100,7 +100,7 @@ function limits({ limits: allowed, transcoders, platform }) {
 const volumes = (list) =>
   table(
     t('Disks'),
-    [t('Volume'), t('Free'), t('Size'), t('Writable')],
+    [t('Disk'), t('Free'), t('Size'), t('Writable')],
     list.map(({ path, free, total, writable }) => [path, sizeText(free), sizeText(total), writable ? t('yes') : t('no')]),
   );
 
