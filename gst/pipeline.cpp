@@ -346,12 +346,13 @@ std::string Pipeline::Connect(const FilmEntry& entry, GstElement* branch) {
 
 // A segmenter behind this finds the first time in the stream by itself.
 void Pipeline::SetClock(GstPad* output) {
-  if (!request_.keepsFilmClock || request_.container != Container::kTransportStream) {
+  if (!request_.keepsFilmClock) {
     return;
   }
   const OwnedObject<GstPad> input(gst_pad_get_peer(output));
-  gst_pad_set_offset(
-      input.get(), static_cast<gint64>(kTransportTurn - kTransportStart + ToTime(request_.start)));
+  const GstClockTime zero =
+      request_.container == Container::kTransportStream ? kTransportTurn - kTransportStart : 0;
+  gst_pad_set_offset(input.get(), static_cast<gint64>(zero + ToTime(request_.start)));
 }
 
 bool Pipeline::End() {
