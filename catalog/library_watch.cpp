@@ -2,7 +2,6 @@
 
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,6 +9,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/file_events.h"
 #include "util/media_names.h"
 #include "util/paths.h"
 
@@ -124,14 +124,7 @@ void LibraryWatch::ForgetBelow(const std::string& folder) {
 }
 
 void LibraryWatch::ReadEvents() {
-  alignas(inotify_event) char buffer[16384];
-  for (ssize_t size = 0; (size = read(events_.Get(), buffer, sizeof(buffer))) > 0;) {
-    for (const char* at = buffer; at < buffer + size;) {
-      const auto* const event = reinterpret_cast<const inotify_event*>(at);
-      Take(*event);
-      at += sizeof(inotify_event) + event->len;
-    }
-  }
+  orvo::ForEachFileEvent(events_.Get(), [this](const inotify_event& event) { Take(event); });
 }
 
 void LibraryWatch::Take(const inotify_event& event) {

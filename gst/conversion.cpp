@@ -7,14 +7,24 @@
 #include <memory>
 #include <optional>
 
+#include "contract/passed_progress.h"
 #include "gst/elements.h"
 #include "gst/output.h"
 #include "gst/owned.h"
 #include "gst/pipeline.h"
+#include "platform/io.h"
 #include "platform/log.h"
+#include "transcoder/launch.h"
 
 namespace orvo::gst {
 namespace {
+
+void ReportEnd() {
+  const int progress = orvo::transcoder::PassedProgressFile();
+  if (progress >= 0) {
+    (void)orvo::WriteAll(progress, orvo::kProgressEnd);
+  }
+}
 
 struct LoopRelease {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
@@ -36,6 +46,10 @@ class Conversion {
     Begin();
     if (!result_) {
       g_main_loop_run(loop_.get());
+    }
+    // Before the output ends, because its reader looks at the report then.
+    if (result_->hasSucceeded) {
+      ReportEnd();
     }
     // Taking apart a pipeline that hangs would hang too; see the header.
     (void)pipeline_.release();

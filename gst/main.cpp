@@ -10,12 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "contract/passed_progress.h"
 #include "gst/arguments.h"
 #include "gst/attendant.h"
 #include "gst/conversion.h"
 #include "platform/confinement.h"
-#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/media_file.h"
 #include "platform/plat.h"
@@ -67,13 +65,6 @@ void PrepareGstreamer() {
   gst_init(nullptr, nullptr);
 }
 
-void ReportEnd() {
-  const int progress = orvo::transcoder::PassedProgressFile();
-  if (progress >= 0) {
-    (void)orvo::WriteAll(progress, orvo::kProgressEnd);
-  }
-}
-
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -99,9 +90,6 @@ int main(int argc, char* argv[]) {
     return Fail(EXIT_FAILURE, std::string("cannot be confined: ") + strerror(refused));
   }
   const Result result = Convert(reading.request, {}, attendant);
-  if (result.hasSucceeded) {
-    ReportEnd();
-  }
   const int failure = result.lacksSeat ? orvo::transcoder::kExitNoSeat : EXIT_FAILURE;
   const int code = result.hasSucceeded ? EXIT_SUCCESS : Fail(failure, result.error);
   _exit(code);

@@ -131,7 +131,7 @@ int PlaceOf(GstStreamCollection* all, GstStream* wanted) {
 }  // namespace
 
 Pipeline::Pipeline(const Request& request, const Elements& elements)
-    : request_(request), elements_(elements) {}
+    : request_(request), elements_(elements), clock_(request.start) {}
 
 Pipeline::~Pipeline() {
   if (pipeline_) {
@@ -167,6 +167,10 @@ std::string Pipeline::Start() {
   GstAppSinkCallbacks callbacks{};
   callbacks.new_sample = OnSample;
   gst_app_sink_set_callbacks(GST_APP_SINK(sink_.get()), &callbacks, this, nullptr);
+  if (request_.keepsFilmClock && request_.container == Container::kMp4) {
+    const OwnedObject<GstPad> pieces(gst_element_get_static_pad(sink_.get(), "sink"));
+    gst_pad_add_probe(pieces.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPiece, this, nullptr);
+  }
   // Why it fails, if it does, comes as a message.
   gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
   return "";
@@ -207,6 +211,21 @@ GstFlowReturn Pipeline::OnSample(GstAppSink* /*sink*/, gpointer self) {
                                           GST_OBJECT(element), gst_structure_new_empty(kOutput)));
   }
   return GST_FLOW_OK;
+}
+
+GstPadProbeReturn Pipeline::OnPiece(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer self) {
+  FragmentClock& clock = static_cast<Pipeline*>(self)->clock_;
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!clock.Skip(gst_buffer_get_size(buffer))) {
+    buffer = gst_buffer_make_writable(buffer);
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    GstMapInfo map = GST_MAP_INFO_INIT;
+    if (gst_buffer_map(buffer, &map, GST_MAP_READWRITE) == TRUE) {
+      clock.Set({map.data, map.size});
+      gst_buffer_unmap(buffer, &map);
+    }
+  }
+  return GST_PAD_PROBE_OK;
 }
 
 OwnedMini<GstSample> Pipeline::Pull() {

@@ -13,6 +13,7 @@
 #include "gst/arguments.h"
 #include "gst/elements.h"
 #include "gst/film_entry.h"
+#include "gst/fragment_clock.h"
 #include "gst/owned.h"
 
 namespace orvo::gst {
@@ -54,6 +55,7 @@ class Pipeline {
                        gpointer self);
   static void OnPad(GstElement* decoder, GstPad* pad, gpointer self);
   static GstFlowReturn OnSample(GstAppSink* sink, gpointer self);
+  static GstPadProbeReturn OnPiece(GstPad* pad, GstPadProbeInfo* info, gpointer self);
 
   void CountTracks(GstStreamCollection* all);
   bool IsEverythingHeld() const;
@@ -71,6 +73,7 @@ class Pipeline {
   OwnedObject<GstElement> multiplexer_;
   OwnedObject<GstElement> sink_;
   OwnedObject<GstElement> encoder_;
+  FragmentClock clock_;  // of MP4
   std::atomic<int> pictureTracks_ = 0;
   std::atomic<int> soundTracks_ = 0;
   std::atomic<bool> isOutputAnnounced_ = false;

@@ -1,35 +1,18 @@
 #include "serve/folder_watch.h"
 
 #include <sys/inotify.h>
-#include <unistd.h>
 
-#include <array>
 #include <filesystem>
 #include <string>
 
+#include "platform/file_events.h"
 #include "platform/log.h"
 #include "platform/plat.h"
 #include "settings/media_folders.h"
 
 namespace serve {
-namespace {
 
 namespace fs = std::filesystem;
-
-constexpr size_t kRoomForEvents = 4096;
-
-// Is one of the events in the buffer about the file with this name?
-bool Names(const char* events, ssize_t length, const std::string& name) {
-  bool isNamed = false;
-  for (ssize_t at = 0; at < length;) {
-    const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
-    isNamed = isNamed || (event->len > 0 && name == event->name);
-    at += static_cast<ssize_t>(sizeof(inotify_event)) + event->len;
-  }
-  return isNamed;
-}
-
-}  // namespace
 
 FolderWatch::FolderWatch() : changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
   const std::string folder =
@@ -42,12 +25,10 @@ FolderWatch::FolderWatch() : changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
 
 bool FolderWatch::HasChanged() {
   const std::string name = fs::path(settings::kMediaRootsFile).filename().string();
-  alignas(inotify_event) std::array<char, kRoomForEvents> events{};
   bool hasChanged = false;
-  ssize_t length = 0;
-  while ((length = read(changes_.Get(), events.data(), events.size())) > 0) {
-    hasChanged = Names(events.data(), length, name) || hasChanged;
-  }
+  orvo::ForEachFileEvent(changes_.Get(), [&](const inotify_event& event) {
+    hasChanged = hasChanged || (event.len > 0 && name == event.name);
+  });
   return hasChanged;
 }
 

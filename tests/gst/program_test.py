@@ -154,10 +154,12 @@ class Segments(unittest.TestCase):
 
 class Streams(unittest.TestCase):
     def test_have_the_films_own_times(self):
-        for film, frame in (("film.mkv", 1001 / 24000), ("pal.mp4", 0.04), ("late.mkv", 0.04), ("broadcast.ts", 0.04)):
+        for film, frame, container in (("film.mkv", 1001 / 24000, "mpegts"), ("pal.mp4", 0.04, "mpegts"),
+                                       ("late.mkv", 0.04, "mpegts"), ("broadcast.ts", 0.04, "mpegts"),
+                                       ("pal.mp4", 0.04, "mp4")):
             for seconds in (0, 7):
-                with self.subTest(film=film, start=seconds):
-                    out, process = convert("-s", str(seconds), "-i", path(film), "--shiftpts")
+                with self.subTest(film=film, start=seconds, container=container):
+                    out, process = convert("-s", str(seconds), "-i", path(film), "--mux", container, "--shiftpts")
                     self.assertEqual(process.returncode, 0, process.said)
                     self.assertAlmostEqual(min(times(out, "video")), seconds, delta=frame)
                     self.assertGreaterEqual(min(times(out, "video")), seconds - TICK)

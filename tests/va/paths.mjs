@@ -187,7 +187,8 @@ for (const one of PATHS.filter(({ name }) => words.length === 0 || words.some((w
   for (const kind of ['hls', 'http']) {
     const row = await play(browser, place, kind).catch((error) => {
       hasFailed = true;
-      return `failed: ${error.message.split('\n')[0]} | |`;
+      const found = Array.isArray(error.actual) ? JSON.stringify(error.actual) : '';
+      return `failed: ${error.message.split('\n')[0]} ${found} | |`;
     });
     console.log(`| ${one.name} | ${kind} | ${row} |`);
   }

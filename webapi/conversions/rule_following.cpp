@@ -3,10 +3,8 @@
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -21,6 +19,7 @@
 #include "catalog/writers.h"
 #include "convert/queue.h"
 #include "metadata/video_metadata.h"
+#include "platform/file_events.h"
 #include "platform/media_file.h"
 #include "platform/plat.h"
 #include "preprocess/stored_result.h"
@@ -99,14 +98,9 @@ class Follower {
   // Returns true if the machine may know more about its speed.
   bool ReadEvents() {
     bool isFaster = false;
-    alignas(inotify_event) std::array<char, 4096> events{};
-    for (ssize_t size = 0; (size = read(changes_.Get(), events.data(), events.size())) > 0;) {
-      for (ssize_t at = 0; at < size;) {
-        const auto* const event = reinterpret_cast<const inotify_event*>(events.data() + at);
-        isFaster = isFaster || (event->wd == speedWatch_ && IsMachineSpeed(event->name));
-        at += static_cast<ssize_t>(sizeof(inotify_event)) + event->len;
-      }
-    }
+    orvo::ForEachFileEvent(changes_.Get(), [&](const inotify_event& event) {
+      isFaster = isFaster || (event.wd == speedWatch_ && IsMachineSpeed(event.name));
+    });
     return isFaster;
   }
 
