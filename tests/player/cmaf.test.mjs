@@ -241,6 +241,49 @@ describe('a track', () => {
     assert.equal(asked.length, 5);
   });
 
+  // The buffer removes when the test says so.
+  const holdRemovals = () => {
+    const held = [];
+    buffer.remove = (from, to) => {
+      buffer.updating = true;
+      held.push(() => {
+        buffer.parts = [[to, presentation.duration]];
+        buffer.updating = false;
+        buffer.dispatchEvent(new Event('updateend'));
+      });
+    };
+    return held;
+  };
+
+  test('a seek to what is just being removed loads it again', async () => {
+    track.seek(0);
+    await finished();
+    told.length = 0;
+    const held = holdRemovals();
+    track.source.removeUpTo(() => 4);
+    await settled();
+    video.currentTime = 1;
+    track.seek(1);
+    await settled();
+    assert.equal(asked.length, 5);
+    held[0]();
+    await finished();
+    assert.deepEqual(asked.slice(5), ['/copy/1', '/copy/2', '/copy/3', '/copy/4']);
+  });
+
+  test('a removal that waits for its turn spares what a seek wants', async () => {
+    track.seek(0);
+    await finished();
+    const held = holdRemovals();
+    video.currentTime = 8;
+    const waiting = [() => 1, () => video.currentTime - 2].map((upTo) => track.source.removeUpTo(upTo));
+    await settled();
+    video.currentTime = 2;
+    held[0]();
+    await Promise.all(waiting);
+    assert.equal(held.length, 1);
+  });
+
   test('another choice takes its own header, from that segment on', async () => {
     track.seek(0);
     await finished();

@@ -196,7 +196,8 @@ export class Service {
 
   registry() {
     const file = path.join(this.root, 'tmp/Mirevo/enabled');
-    return fs.existsSync(file) ? JSON.parse(fs.readFileSync(file, 'utf8')) : [];
+    // It is written in place, under a lock.
+    return fs.existsSync(file) ? JSON.parse(execFileSync('flock', ['--shared', file, 'cat', file], { encoding: 'utf8' }) || '[]') : [];
   }
 
   requestProcesses() {

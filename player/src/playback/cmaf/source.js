@@ -45,9 +45,19 @@ export class Source {
     return this.then((buffer) => buffer.appendBuffer(bytes));
   }
 
-  // Removes what lies before this second.
-  removeUpTo(second) {
-    return this.then((buffer) => second > 0 && buffer.buffered.length > 0 && buffer.buffered.start(0) < second && buffer.remove(0, second));
+  // Removes what lies before the second that `upTo` gives when it is the removal's turn. What is being removed still
+  // looks buffered; `removal` is the promise of its end meanwhile.
+  removeUpTo(upTo) {
+    const removal = this.then((buffer) => {
+      const second = upTo();
+      return second > 0 && buffer.buffered.length > 0 && buffer.buffered.start(0) < second && buffer.remove(0, second);
+    });
+    const forget = () => {
+      this.removal = this.removal === removal ? undefined : this.removal;
+    };
+    this.removal = removal;
+    removal.then(forget, forget);
+    return removal;
   }
 
   // Forgets a segment that did not come to its end.

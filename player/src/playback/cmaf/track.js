@@ -29,6 +29,13 @@ export class Track {
 
   // Loads from the segment at this second on. Does nothing if it is being loaded or buffered.
   seek(second) {
+    this.loadMissing(second);
+    const { loading } = this;
+    const lookAgain = () => loading === this.loading && !this.isStopped() && this.loadMissing(second);
+    this.source.removal?.then(lookAgain, () => {}); // the removal may take what is buffered at this second
+  }
+
+  loadMissing(second) {
     const number = this.firstMissing(second);
     if (this.number !== number || this.isStopped()) {
       this.load(number);
@@ -73,7 +80,7 @@ export class Track {
       const isNear = () => presentation.start(number) < this.now() + AHEAD;
       await until(isNear, video, ['timeupdate', 'seeking', 'ended'], signal);
       await this.loadSegment(number, signal);
-      await source.removeUpTo(this.now() - BEHIND);
+      await source.removeUpTo(() => this.now() - BEHIND);
       signal.throwIfAborted();
     }
     this.isDone = true;
@@ -190,7 +197,7 @@ export class Track {
     const { source, video } = this;
     const start = () => source.ranges()[0]?.[0] ?? 0;
     await until(() => start() < this.now() - 2 * NARROW_BEHIND, video, ['timeupdate', 'seeking'], signal);
-    await source.removeUpTo(this.now() - NARROW_BEHIND);
+    await source.removeUpTo(() => this.now() - NARROW_BEHIND);
   }
 
   stop() {
