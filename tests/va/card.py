@@ -1,4 +1,5 @@
 """A machine with the test card: a system root with the card's node, and the transcoder on it."""
+import fcntl
 import json
 import os
 import pathlib
@@ -78,7 +79,9 @@ class Machine:
 
     def registered(self, pid):
         """Is the process in the register as one on hardware? None if it is not there."""
-        entries = json.loads((self.root / "tmp/Mirevo/enabled").read_text())
+        with open(self.root / "tmp/Mirevo/enabled", encoding="utf-8") as register:
+            fcntl.flock(register, fcntl.LOCK_SH)  # it is written in place
+            entries = json.load(register)
         return next((row["hardware_transcode"] for row in entries if row["PID"] == pid), None)
 
     def start(self, arguments, failure="", others=(), output=subprocess.DEVNULL):
