@@ -12,7 +12,9 @@ const segments = 6;
 export async function segmentsLoad(seconds) {
   const service = await Service.start([media]);
   const stream = await service.open(path.join(media, 'h264_ac3.mkv'), { format: 'hls', profile: 'hls_remux' });
-  const address = (number) => `${stream.url}&fragment_id=${number}`;
+  const playlist = await (await fetch(stream.url)).text();
+  const addresses = playlist.split('\n').filter((line) => line.startsWith('/'));
+  const address = (number) => new URL(addresses[number], stream.url);
   await (await fetch(address(0))).arrayBuffer();
   const last = path.join(service.root, 'tmp/Mirevo/HLS', stream.stream_id, `slice-0000${segments}.ts`);
   await eventually(() => (fs.existsSync(last) ? true : undefined), 30000);
