@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 namespace orvo {
 namespace {
@@ -106,6 +107,12 @@ bool ReadAll(std::istream& stream, std::string& content, size_t maxBytes) {
     content.append(buffer.data(), static_cast<size_t>(stream.gcount()));
   }
   return !stream.bad();
+}
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(path);
+  std::string text;
+  return file.is_open() && ReadAll(file, text) ? text : "";
 }
 
 bool OpenPipe(UniqueFd& readEnd, UniqueFd& writeEnd) {

@@ -37,6 +37,8 @@ inline constexpr size_t kMostBytes = 64 << 20;
 // Appends the rest of `stream` to `content`. False on a read error, and for more than `maxBytes`
 // bytes, of which it has appended some.
 ORVO_API bool ReadAll(std::istream& stream, std::string& content, size_t maxBytes = kMostBytes);
+// The content of a file; "" if it cannot be read as a whole or is longer than kMostBytes.
+ORVO_API std::string ReadText(const std::string& path);
 
 // A pipe whose ends an exec closes. They never get the numbers of the standard streams, which in a
 // process without those would be free: whatever becomes "/dev/null" later would be the pipe. False,

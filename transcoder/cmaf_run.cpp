@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -31,9 +30,7 @@ constexpr size_t kChunk = 65536;
 
 // A file of the presentation that the rendition's folder belongs to; "" if it cannot be read.
 std::string ReadShared(const std::string& folder, const char* name) {
-  std::ifstream file(folder + "/../" + name);
-  std::string text;
-  return file.is_open() && ReadAll(file, text) ? text : "";
+  return ReadText(folder + "/../" + name);
 }
 
 class Run : private CmafSink {

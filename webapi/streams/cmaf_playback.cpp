@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -52,18 +51,13 @@ constexpr int64_t kMaxSegment = 9999999;
 constexpr int kTries = 3;
 constexpr int64_t kHighestBound = 1'000'000'000;
 
-std::string ReadText(const std::string& path) {
-  std::ifstream file(path);
-  std::string text;
-  return file.is_open() && orvo::ReadAll(file, text) ? text : "";
-}
-
 unsigned Bound(const Ticket& ticket, const char* name) {
   return static_cast<unsigned>(ParseNumber(ticket.Parameter(name)).value_or(0));
 }
 
 orvo::CmafKnowledge KnowledgeOf(const Ticket& ticket) {
-  return orvo::CmafKnowledge::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
+  return orvo::CmafKnowledge::Parse(
+      orvo::ReadText(ticket.Directory().FilePath(orvo::kCmafPicturesFile)));
 }
 
 CmafWishes WishesOf(const Ticket& ticket) {
@@ -97,7 +91,8 @@ QMXMetaData RecordOf(const Ticket& ticket) {
 // The presentation of an opened stream; nothing if its plan or its record cannot be read. `film` is
 // the stream's record, which is read here.
 std::optional<CmafPresentation> PresentationOf(const Ticket& ticket, QMXMetaData& film) {
-  auto plan = orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
+  auto plan =
+      orvo::CmafPlan::Parse(orvo::ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
   if (!plan || !film.LoadMetaData()) {
     return std::nullopt;
   }
@@ -421,7 +416,7 @@ void WarmBoxes(const Ticket& ticket, const CmafPresentation& presentation,
 std::string HeaderText(const Ticket& ticket, const CmafRendition& rendition) {
   constexpr size_t kLargest = 16384;
   const CmafRun run(ticket.StreamId(), FilmOf(ticket), rendition);
-  const std::string header = run.MakeHeader() ? ReadText(run.HeaderPath()) : "";
+  const std::string header = run.MakeHeader() ? orvo::ReadText(run.HeaderPath()) : "";
   return header.size() > kLargest ? "" : orvo::Base64Url(header);
 }
 
@@ -524,8 +519,11 @@ void StartCmaf(const Ticket& ticket, double second, Json::Value& data) {
 }
 
 void AddCmafPlaylists(const Request& request, const Ticket& ticket, Json::Value& data) {
+  if (!request.Has(kCmafPlaylists)) {
+    return;
+  }
   QMXMetaData film = RecordOf(ticket);
-  auto presentation = request.Has(kCmafPlaylists) ? PresentationOf(ticket, film) : std::nullopt;
+  auto presentation = PresentationOf(ticket, film);
   if (!presentation) {
     return;
   }
@@ -574,7 +572,7 @@ std::string WhyCmafIsNotCopied(const Ticket& ticket) {
 
 double CmafPosition(const Ticket& ticket) {
   const auto plan =
-      orvo::CmafPlan::Parse(ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
+      orvo::CmafPlan::Parse(orvo::ReadText(ticket.Directory().FilePath(orvo::kCmafPlanFile)));
   const int64_t asked = ticket.Directory().LastAskedFor();
   if (!plan || asked < 0 || asked >= plan->Count()) {
     return 0;

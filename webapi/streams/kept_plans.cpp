@@ -1,6 +1,5 @@
 #include "webapi/streams/kept_plans.h"
 
-#include <fstream>
 #include <string>
 
 #include "contract/cmaf.h"
@@ -18,17 +17,10 @@ std::string KeptPath(const orvo::MediaFile& film, bool usesAnalysis) {
   return orvo::CachePath(film, usesAnalysis ? "cmaf plan 1 analyzed" : "cmaf plan 1", ".txt");
 }
 
-// "" if it cannot be read.
-std::string ReadText(const std::string& path) {
-  std::ifstream file(path);
-  std::string text;
-  return file.is_open() && orvo::ReadAll(file, text) ? text : "";
-}
-
 }  // namespace
 
 bool UseKeptPlan(const orvo::MediaFile& film, bool usesAnalysis, const StreamDirectory& directory) {
-  const std::string text = ReadText(KeptPath(film, usesAnalysis));
+  const std::string text = orvo::ReadText(KeptPath(film, usesAnalysis));
   const size_t line = text.find('\n');
   if (line == std::string::npos || !orvo::CmafPlan::Parse(text.substr(line + 1))) {
     return false;
@@ -39,8 +31,8 @@ bool UseKeptPlan(const orvo::MediaFile& film, bool usesAnalysis, const StreamDir
 }
 
 void KeepPlan(const orvo::MediaFile& film, bool usesAnalysis, const StreamDirectory& directory) {
-  const std::string known = ReadText(directory.FilePath(orvo::kCmafPicturesFile));
-  const std::string plan = ReadText(directory.FilePath(orvo::kCmafPlanFile));
+  const std::string known = orvo::ReadText(directory.FilePath(orvo::kCmafPicturesFile));
+  const std::string plan = orvo::ReadText(directory.FilePath(orvo::kCmafPlanFile));
   if (!plan.empty()) {
     (void)KeepInCache(KeptPath(film, usesAnalysis), known + "\n" + plan);
   }

@@ -1,6 +1,5 @@
 #include "webapi/streams/plan_checksum.h"
 
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -10,12 +9,6 @@
 
 namespace webapi {
 namespace {
-
-std::string ReadText(const std::string& path) {
-  std::ifstream file(path);
-  std::string text;
-  return file.is_open() && orvo::ReadAll(file, text) ? text : "";
-}
 
 // All other lines of a playlist are addresses.
 std::string SpansIn(const std::string& playlist) {
@@ -42,11 +35,11 @@ std::string WithoutAddresses(std::string manifest) {
 uint64_t PlanChecksum(const Ticket& ticket) {
   const LibOrvoQMX::StreamDirectory directory = ticket.Directory();
   std::string plan = ticket.Kind() + " " + std::to_string(ticket.Duration()) + "\n";
-  plan += SpansIn(ReadText(directory.VideoPlaylistPath()));
-  plan += SpansIn(ReadText(directory.IndexPath()));
-  plan += WithoutAddresses(ReadText(directory.ManifestPath()));
-  plan += ReadText(directory.FilePath(orvo::kCmafPlanFile));
-  plan += ReadText(directory.FilePath(orvo::kCmafPicturesFile));
+  plan += SpansIn(orvo::ReadText(directory.VideoPlaylistPath()));
+  plan += SpansIn(orvo::ReadText(directory.IndexPath()));
+  plan += WithoutAddresses(orvo::ReadText(directory.ManifestPath()));
+  plan += orvo::ReadText(directory.FilePath(orvo::kCmafPlanFile));
+  plan += orvo::ReadText(directory.FilePath(orvo::kCmafPicturesFile));
   return ChecksumOf(plan);
 }
 
