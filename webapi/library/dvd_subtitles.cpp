@@ -1,10 +1,9 @@
 #include "webapi/library/dvd_subtitles.h"
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <utility>
 
+#include "metadata/matroska_elements.h"
 #include "webapi/http/number.h"
 #include "webapi/library/beside.h"
 #include "webapi/library/media_library.h"
@@ -22,13 +21,6 @@ std::string PathBeside(const std::string& film, const char* ending) {
 orvo::MediaFile Open(const std::string& film, const char* ending) {
   const std::string path = RealPath(PathBeside(film, ending));
   return path.empty() ? orvo::MediaFile() : OpenBeside(film, path);
-}
-
-std::string ReadStart(const orvo::MediaFile& file) {
-  std::string text(kLargestIndex, '\0');
-  const ssize_t size = pread(file.Get(), text.data(), text.size(), 0);
-  text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-  return text;
 }
 
 // "en" of "id: en, index: 0".
@@ -49,7 +41,7 @@ std::optional<DvdSubtitles> DvdSubtitlesBeside(const std::string& film) {
 
 std::vector<std::string> DvdLanguages(const orvo::MediaFile& index) {
   constexpr std::string_view kName = "\nid: ";
-  const std::string text = std::string("\n").append(ReadStart(index));
+  const std::string text = std::string("\n").append(LibOrvoQMX::BytesAt(index, 0, kLargestIndex));
   std::vector<std::string> languages;
   for (size_t place = text.find(kName); place != text.npos && languages.size() < kMostTracks;
        place = text.find(kName, place + 1)) {
