@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,10 +38,18 @@ int NoQueue() {
   return kNoPermission;
 }
 
-int Add(const Options& options) {
-  const auto profile = convert::FindProfile(options.profile);
+// Nothing, after a complaint, if there is no such profile.
+std::optional<convert::Profile> FindProfile(const std::string& name) {
+  auto profile = convert::FindProfile(name);
   if (!profile) {
-    Complain("there is no profile \"" + options.profile + "\"");
+    Complain("there is no profile \"" + name + "\"");
+  }
+  return profile;
+}
+
+int Add(const Options& options) {
+  const auto profile = FindProfile(options.profile);
+  if (!profile) {
     return kUsage;
   }
   Queue queue;
@@ -100,14 +109,15 @@ int List(const Options& options) {
   return kOk;
 }
 
-int Remove(const Options& options) {
+// Removes the conversions or rules with these ids. `word`: what they are called.
+int RemoveEach(const Options& options, bool (Queue::*remove)(int64_t) const, const char* word) {
   const Queue queue;
   if (!queue.IsOpen()) {
     return NoQueue();
   }
   for (const int64_t id : options.ids) {
-    if (!queue.Remove(id)) {
-      Complain("there is no conversion " + std::to_string(id));
+    if (!(queue.*remove)(id)) {
+      Complain(std::string("there is no ") + word + " " + std::to_string(id));
       return kNoInput;
     }
   }
@@ -115,9 +125,8 @@ int Remove(const Options& options) {
 }
 
 int AddRule(const Options& options) {
-  const auto profile = convert::FindProfile(options.profile);
+  const auto profile = FindProfile(options.profile);
   if (!profile) {
-    Complain("there is no profile \"" + options.profile + "\"");
     return kUsage;
   }
   const std::string folder = RealPath(options.folder);
@@ -165,20 +174,6 @@ int ListRules(const Options& options) {
   return kOk;
 }
 
-int RemoveRules(const Options& options) {
-  const Queue queue;
-  if (!queue.IsOpen()) {
-    return NoQueue();
-  }
-  for (const int64_t id : options.ids) {
-    if (!queue.RemoveRule(id)) {
-      Complain("there is no rule " + std::to_string(id));
-      return kNoInput;
-    }
-  }
-  return kOk;
-}
-
 void AddRuleCommands(CLI::App& convert, const std::shared_ptr<Options>& options, int& exitCode) {
   CLI::App& rule = *convert.add_subcommand(
       "rule", "Convert the films of a folder that this machine cannot play in time");
@@ -196,7 +191,8 @@ void AddRuleCommands(CLI::App& convert, const std::shared_ptr<Options>& options,
   CLI::App& remove =
       *rule.add_subcommand("remove", "Remove rules, and the films that wait because of them");
   remove.add_option("id", options->ids, "The ids")->required()->type_name("ID");
-  remove.callback([options, &exitCode] { exitCode = RemoveRules(*options); });
+  remove.callback(
+      [options, &exitCode] { exitCode = RemoveEach(*options, &Queue::RemoveRule, "rule"); });
 
   // The conversion service runs it.
   CLI::App& follow = *convert.add_subcommand("follow-rules", "Queue the films that the rules name");
@@ -223,7 +219,8 @@ void AddConvertCommand(CLI::App& app, int& exitCode) {
 
   CLI::App& remove = *command.add_subcommand("remove", "Remove films and their results");
   remove.add_option("id", options->ids, "The ids")->required()->type_name("ID");
-  remove.callback([options, &exitCode] { exitCode = Remove(*options); });
+  remove.callback(
+      [options, &exitCode] { exitCode = RemoveEach(*options, &Queue::Remove, "conversion"); });
 
   CLI::App& pause = *command.add_subcommand("pause", "Pause all conversions");
   pause.add_flag("--off", options->off, "Go on");
