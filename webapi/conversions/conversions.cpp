@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <limits>
 #include <optional>
 #include <string>
 
@@ -11,6 +10,7 @@
 #include "convert/recipe.h"
 #include "convert/work_folder.h"
 #include "platform/media_file.h"
+#include "webapi/conversions/entry_id.h"
 #include "webapi/http/send_file.h"
 #include "webapi/library/media_library.h"
 
@@ -44,14 +44,6 @@ Answer NoQueue() {
 std::optional<Item> FindItem(const Queue& queue, int64_t id) {
   auto item = queue.Find(id);
   return item && MaySee(item->path) ? std::move(item) : std::nullopt;
-}
-
-std::optional<int64_t> IdOf(const Request& request, Answer& refusal) {
-  const auto id = request.Number("id", std::numeric_limits<int64_t>::max());
-  if (!id) {
-    refusal = Answer::Failure(kBadRequest, "The id must be a number.");
-  }
-  return id;
 }
 
 Json::Value Describe(const Item& item) {
@@ -113,7 +105,7 @@ Answer ListConversions(const Request& /*request*/) {
 
 Answer RemoveConversion(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto id = IdOf(request, refusal);
+  const auto id = EntryId(request, refusal);
   if (!id) {
     return refusal;
   }
@@ -126,7 +118,7 @@ Answer RemoveConversion(const Request& request) {
 
 Answer GetConversion(const Request& request) {
   Answer refusal = Answer::Failure(kInternal);
-  const auto id = IdOf(request, refusal);
+  const auto id = EntryId(request, refusal);
   if (!id) {
     return refusal;
   }

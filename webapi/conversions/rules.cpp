@@ -1,12 +1,12 @@
 #include "webapi/conversions/rules.h"
 
 #include <cstdint>
-#include <limits>
 #include <string>
 
 #include "convert/queue.h"
 #include "convert/recipe.h"
 #include "webapi/choice/machine_speed.h"
+#include "webapi/conversions/entry_id.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -73,9 +73,10 @@ Answer ListConversionRules(const Request& /*request*/) {
 }
 
 Answer RemoveConversionRule(const Request& request) {
-  const auto id = request.Number("id", std::numeric_limits<int64_t>::max());
+  Answer refusal = Answer::Failure(kInternal);
+  const auto id = EntryId(request, refusal);
   if (!id) {
-    return Answer::Failure(kBadRequest, "The id must be a number.");
+    return refusal;
   }
   const Queue queue;
   if (!queue.IsOpen()) {
