@@ -4,10 +4,14 @@
 #include "webapi/library/media_library.h"
 
 namespace webapi {
+namespace {
 
+// "/films/" of "/films/a.mkv".
 std::string FolderOf(const std::string& path) {
   return path.substr(0, path.rfind('/') + 1);
 }
+
+}  // namespace
 
 orvo::MediaFile OpenBeside(const std::string& film, const std::string& path) {
   orvo::MediaFile file = OpenVisible(path);

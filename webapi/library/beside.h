@@ -7,9 +7,6 @@
 
 namespace webapi {
 
-// "/films/" of "/films/a.mkv".
-std::string FolderOf(const std::string& path);
-
 // Opens a file by its real path, below a media root or in the folder of the film: if the film
 // itself is a root, the files beside it are outside every root. Not open if it is elsewhere.
 orvo::MediaFile OpenBeside(const std::string& film, const std::string& path);

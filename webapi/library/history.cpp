@@ -48,21 +48,11 @@ class History {
   explicit History(const Request& request)
       : path_(Folder() + "/" + FileNameOf(request.MadeBy().account)) {}
 
-  // A damaged file counts as absent. Nothing if it cannot be read now.
-  std::optional<Json::Value> TryLoad() const {
-    Json::Value file;
-    Json::Value entries(Json::arrayValue);
-    if (orvo::ReadStateJson(path_, file) == orvo::JsonReading::kUnreadable) {
-      return std::nullopt;
-    }
-    for (const Json::Value& entry : file.isArray() ? file : entries) {
-      if (IsEntry(entry)) {
-        entries.append(entry);
-      }
-    }
-    return entries;
+  // A file that is damaged, or cannot be read now, counts as absent.
+  Json::Value Load() const {
+    const auto stored = Read();
+    return stored ? stored->entries : Json::Value(Json::arrayValue);
   }
-  Json::Value Load() const { return TryLoad().value_or(Json::Value(Json::arrayValue)); }
 
   // Changes the entries with `change` and writes them. Returns false if they cannot be read or
   // written.
@@ -71,20 +61,36 @@ class History {
       return false;
     }
     const auto lock = orvo::FileLock::Wait(path_ + ".lock");
-    const auto entries = lock.IsHeld() ? TryLoad() : std::nullopt;
-    return entries && KeepDamaged() &&
-           orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(*entries)), kMode);
+    const auto stored = lock.IsHeld() ? Read() : std::nullopt;
+    return stored && (!stored->isDamaged || MoveAside()) &&
+           orvo::ReplaceFile(path_, LibMirevo::FormatJson(change(stored->entries)), kMode);
   }
 
  private:
-  // Moves a damaged file aside, so that the next one does not replace what it still holds. Returns
-  // false if it cannot be moved.
-  bool KeepDamaged() const {
+  struct Stored {
+    Json::Value entries;
+    bool isDamaged;  // so there may be more than these entries
+  };
+
+  // Nothing if the file cannot be read now.
+  std::optional<Stored> Read() const {
     Json::Value file(Json::arrayValue);
-    const bool isDamaged =
-        orvo::ReadStateJson(path_, file) == orvo::JsonReading::kNoJson || !file.isArray();
-    return !isDamaged || rename(path_.c_str(), (path_ + ".damaged").c_str()) == 0;
+    const auto reading = orvo::ReadStateJson(path_, file);
+    if (reading == orvo::JsonReading::kUnreadable) {
+      return std::nullopt;
+    }
+    Stored stored{Json::Value(Json::arrayValue),
+                  reading == orvo::JsonReading::kNoJson || !file.isArray()};
+    for (const Json::Value& entry : file.isArray() ? file : stored.entries) {
+      if (IsEntry(entry)) {
+        stored.entries.append(entry);
+      }
+    }
+    return stored;
   }
+
+  // The next file does not replace what a damaged one still holds.
+  bool MoveAside() const { return rename(path_.c_str(), (path_ + ".damaged").c_str()) == 0; }
 
   std::string path_;
 };
