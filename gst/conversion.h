@@ -14,10 +14,9 @@ struct Patience {
 };
 
 struct Result {
-  bool hasSucceeded =
-      false;               // the output is complete, or was ended by a signal, and this is reported
-  std::string error;       // why not
-  bool lacksSeat = false;  // because no more transcoders in software may run
+  bool hasSucceeded = false;  // the output is complete or was ended by a signal; this is reported
+  std::string error;          // why not
+  bool lacksSeat = false;     // because no more transcoders in software may run
 };
 
 // Runs the main loop until the output has ended. SIGINT and SIGTERM end it early. An encoder or

@@ -37,7 +37,6 @@ struct CmafRendition {
   bool isDefault = false;
 
   bool IsEncodedPicture() const { return isPicture && treatment != "pictures"; }
-  bool IsCopy() const { return treatment == "pictures" || treatment == "sound"; }
 };
 
 // Copied pictures come first, then the ladder from the largest picture on, then the sound: for each
