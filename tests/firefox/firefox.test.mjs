@@ -8,6 +8,7 @@ import { promisify } from 'node:util';
 
 import { encode } from '../service/page.mjs';
 import { whiteBox } from '../service/pgs.mjs';
+import { FONT, redWord } from '../service/script.mjs';
 import { eventually, media, Service } from '../service/support.mjs';
 import { launch, Viewer } from './viewer.mjs';
 
@@ -18,23 +19,6 @@ let browser;
 let folder;
 
 const srt = (text) => `1\n00:00:01,000 --> 00:00:20,000\n${text}\n\n2\n00:00:28,000 --> 00:00:59,000\n${text} later\n`;
-
-// Red blocks in the upper left part of the picture.
-const script = `[Script Info]
-ScriptType: v4.00+
-PlayResX: 640
-PlayResY: 360
-
-[V4+ Styles]
-Format: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, Italic, Underline, StrikeOut, ScaleX, ScaleY, Spacing, Angle, BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV, Encoding
-Style: Red,DejaVu Sans,80,&H000000FF,&H000000FF,&H0,&H0,0,0,0,0,100,100,0,0,1,0,0,7,0,0,0,1
-
-[Events]
-Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text
-Dialogue: 0,0:00:01.00,0:00:50.00,Red,,0,0,0,,{\\pos(100,100)}\u2588\u2588\u2588
-`;
-
-const FONT = '/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf';
 
 // A film of the shared ones with a subtitle track from a file.
 const addTrack = (name, input, ...options) =>
@@ -50,7 +34,7 @@ async function makeFilms() {
   fs.writeFileSync(path.join(folder, 'film.eng.srt'), srt('English'));
   fs.writeFileSync(path.join(folder, 'film.fre.srt'), srt('Français'));
   fs.writeFileSync(path.join(folder, 'box.sup'), whiteBox({ width: 640, height: 360 }, { x: 200, y: 300, width: 200, height: 40 }, 1, 50));
-  fs.writeFileSync(path.join(folder, 'track.txt'), script);
+  fs.writeFileSync(path.join(folder, 'track.txt'), redWord);
   await addTrack('pictures.mkv', ['-i', path.join(folder, 'box.sup')]);
   await addTrack('styled.mkv', ['-f', 'ass', '-i', path.join(folder, 'track.txt')], '-attach', FONT, '-metadata:s:t', 'mimetype=application/x-truetype-font');
 }

@@ -7,26 +7,14 @@ import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
 import { encode, launch, Viewer } from './page.mjs';
+import { FONT, redWord } from './script.mjs';
 import { eventually, media, Service } from './support.mjs';
 
 const run = promisify(execFile);
-const FONT = '/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf'; // FFmpeg's library for subtitles depends on it
 const HOSTILE = '../../<img src=x>\n"; rm -rf.ttf';
 
 // A red word and, in a sign that only the attached font has, a blue disc. The film has 640 x 360 pixels.
-const script = `[Script Info]
-ScriptType: v4.00+
-PlayResX: 640
-PlayResY: 360
-
-[V4+ Styles]
-Format: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, Italic, Underline, StrikeOut, ScaleX, ScaleY, Spacing, Angle, BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV, Encoding
-Style: Red,DejaVu Sans,80,&H000000FF,&H000000FF,&H0,&H0,0,0,0,0,100,100,0,0,1,0,0,7,0,0,0,1
-
-[Events]
-Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text
-Dialogue: 0,0:00:01.00,0:00:50.00,Red,,0,0,0,,{\\pos(100,100)}\u2588\u2588\u2588
-Dialogue: 0,0:00:01.00,0:00:50.00,Red,,0,0,0,,{\\an5\\pos(500,250)\\c&HFF0000&\\fs120}\u2b24
+const script = `${redWord}Dialogue: 0,0:00:01.00,0:00:50.00,Red,,0,0,0,,{\\an5\\pos(500,250)\\c&HFF0000&\\fs120}\u2b24
 `;
 
 let service;
