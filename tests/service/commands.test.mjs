@@ -166,19 +166,21 @@ test('analyze reports a file that is not a film and continues', async () => {
 });
 
 test('an interrupted analysis leaves no process and no unfinished file', async () => {
-  const pipe = path.join(films, 'endless.ts');
-  // Reading this film never ends.
-  await new Promise((resolve) => execFile('mkfifo', [pipe], resolve));
-  const analysis = spawn(program, ['analyze', '--json', pipe], {
+  // Reading this film takes a second; the worker is stopped in it.
+  const long = path.join(films, 'much.ts');
+  const part = fs.readFileSync(path.join(media, 'mpeg2_mp2.ts'));
+  for (let count = 0; count < 20; count += 1) fs.appendFileSync(long, part);
+  const analysis = spawn(program, ['analyze', '--json', long], {
     env: { ...process.env, ORVO_SYSROOT: service.root },
     stdio: ['ignore', 'pipe', 'ignore'],
   });
-  const workers = () => processesWith(`--report ${pipe}`);
-  await eventually(() => (workers().length === 1 ? true : undefined));
+  const workers = () => processesWith(`--report ${long}`);
+  const { pid } = await eventually(() => workers()[0]);
+  process.kill(pid, 'SIGSTOP');
   analysis.kill('SIGINT');
   const output = (await analysis.stdout.toArray()).join('');
   if (analysis.exitCode === null) await once(analysis, 'exit');
-  fs.rmSync(pipe);
+  fs.rmSync(long);
   assert.equal(analysis.exitCode, 1);
   assert.equal(JSON.parse(output).interrupted, true);
   assert.deepEqual(workers(), []);
