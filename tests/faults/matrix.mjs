@@ -73,8 +73,8 @@ async function hit(service, { role, signal }, known, end) {
 async function putToSleep(service, seconds, known, end) {
   let over = false;
   end.finally(() => (over = true));
-  const isUnderWay = () => roles(service).some(({ role, pid }) => role === 'request' && !known.has(pid));
-  while (!over && !isUnderWay()) await new Promise((resolve) => setImmediate(resolve));
+  const isTime = () => over || roles(service).some(({ role, pid }) => role === 'request' && !known.has(pid));
+  while (!isTime()) await new Promise((resolve) => setImmediate(resolve));
   await sleep(service, seconds);
   return service.process.pid;
 }

@@ -21,6 +21,12 @@ function buildLibrary() {
 
 const groupRoots = ['/sys/fs/cgroup', '/sys/fs/cgroup/unified'];
 
+// Ends what is frozen when this program ends early.
+function endWith(group) {
+  process.on('exit', () => fs.existsSync(group) && fs.writeFileSync(path.join(group, 'cgroup.kill'), '1'));
+  return group;
+}
+
 // A control group (v2) of its own; nothing where there are none.
 function makeGroup() {
   for (const root of groupRoots) {
@@ -28,7 +34,7 @@ function makeGroup() {
     try {
       if (!fs.existsSync(path.join(root, 'cgroup.procs'))) continue;
       fs.mkdirSync(group);
-      if (fs.existsSync(path.join(group, 'cgroup.freeze'))) return group;
+      if (fs.existsSync(path.join(group, 'cgroup.freeze'))) return endWith(group);
       fs.rmdirSync(group);
     } catch {
       // not for this user
