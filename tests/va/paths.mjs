@@ -31,6 +31,7 @@ const PATHS = [
   wrapper('orvo-gst', ''),
   wrapper('orvo-gst, engine fails at its first picture', 'picture=1'),
   wrapper('orvo-gst, engine fails in the middle', `picture=${MIDDLE}`),
+  wrapper('orvo-gst, engine hangs in the middle', `hang=${MIDDLE}`),
 ];
 
 // The package with an environment of its own for some programs, which become scripts that become them.
