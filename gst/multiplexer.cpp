@@ -134,9 +134,9 @@ int Multiplexer::Admit() {
   return ++admitted_;
 }
 
-void Multiplexer::Refuse() {
+void Multiplexer::Refuse(int pipeline) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  ++admitted_;
+  admitted_ += pipeline == admitted_ ? 1 : 0;
 }
 
 // A little before the next packet is due, because times are rounded.

@@ -44,8 +44,8 @@ class Multiplexer {
   // Makes the caller's pipeline the one that may feed. What others still deliver is refused.
   // Returns its number.
   int Admit();
-  // Refuses everything until a pipeline is admitted.
-  void Refuse();
+  // Takes nothing more from this pipeline.
+  void Refuse(int pipeline);
   // Behind which running time the next packet of a track is new; 0 before the first packet.
   GstClockTime NextTime(Track track) const;
 

@@ -169,16 +169,17 @@ std::string Pipeline::Start() {
   g_signal_connect(decoder, "select-stream", G_CALLBACK(OnStream), this);
   g_signal_connect(decoder, "pad-added", G_CALLBACK(OnPad), this);
   const OwnedObject<GstBus> bus(gst_element_get_bus(pipeline_.get()));
-  gst_bus_set_sync_handler(bus.get(), OnMessage, &multiplexer_, nullptr);
+  gst_bus_set_sync_handler(bus.get(), OnMessage, this, nullptr);
   // Why it fails, if it does, comes as a message.
   gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
   return "";
 }
 
 // At once, in the thread that failed: an encoder may go on behind the picture that it has lost.
-GstBusSyncReply Pipeline::OnMessage(GstBus* /*bus*/, GstMessage* message, gpointer multiplexer) {
+GstBusSyncReply Pipeline::OnMessage(GstBus* /*bus*/, GstMessage* message, gpointer self) {
   if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-    static_cast<Multiplexer*>(multiplexer)->Refuse();
+    const auto* const pipeline = static_cast<const Pipeline*>(self);
+    pipeline->multiplexer_.Refuse(pipeline->number_);
   }
   return GST_BUS_PASS;
 }

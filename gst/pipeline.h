@@ -57,7 +57,7 @@ class Pipeline {
   static gint OnStream(GstElement* decoder, GstStreamCollection* all, GstStream* stream,
                        gpointer self);
   static void OnPad(GstElement* decoder, GstPad* pad, gpointer self);
-  static GstBusSyncReply OnMessage(GstBus* bus, GstMessage* message, gpointer multiplexer);
+  static GstBusSyncReply OnMessage(GstBus* bus, GstMessage* message, gpointer self);
   static void OnEnd(GstAppSink* sink, gpointer outlet);
   static GstFlowReturn OnSample(GstAppSink* sink, gpointer outlet);
 

@@ -5,7 +5,6 @@
 // ("preset=fast,slow"), or without any if it takes others; "!crf" is an option of other encoders
 // alone. ORVO_TEST_CARD: "open" and "configure" fail at once, "picture=N" behind N pictures.
 #include <dlfcn.h>
-#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -144,10 +143,9 @@ Words WithSoftware(const Words& words, const Encoder& encoder) {
 extern "C" int __libc_start_main(Main main, int count, char** arguments, Hook init, Hook fini,
                                  Hook end, void* stack) {
   const auto next = reinterpret_cast<Start>(dlsym(RTLD_NEXT, "__libc_start_main"));
-  const auto* const program = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
   static Words words(arguments, arguments + count);
   const Encoder encoder = Told();
-  if (strcmp(program, kProgram) != 0 || !Uses(words, encoder)) {
+  if (strcmp(arguments[0], kProgram) != 0 || !Uses(words, encoder)) {
     return next(main, count, arguments, init, fini, end, stack);
   }
   words = WithSoftware(words, encoder);
