@@ -11,6 +11,9 @@ namespace {
 constexpr char kTop[] = "0";
 constexpr unsigned kNotFound = 404;
 
+// That of the longest path (webapi/television/object_id.h) is shorter.
+constexpr size_t kLongestId = 6000;
+
 // Error codes of the service's definition.
 constexpr unsigned kInvalidArguments = 402;
 constexpr unsigned kActionFailed = 501;
@@ -88,7 +91,10 @@ ContentDirectory::~ContentDirectory() {
 void ContentDirectory::Browse(GUPnPService* /*service*/, GUPnPServiceAction* action,
                               gpointer self) {
   auto* const directory = static_cast<ContentDirectory*>(self);
-  if (const auto wish = Wish::Of(action)) {
+  const auto wish = Wish::Of(action);
+  if (wish && wish->question.id.size() > kLongestId) {
+    RefuseFor(action, kNotFound);
+  } else if (wish) {
     directory->Ask(action, wish->question, [directory, action, wish](const Reply& reply) {
       directory->Answer(action, *wish, reply);
     });
