@@ -34,6 +34,7 @@
 #include "webapi/streams/status.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/subtitle.h"
+#include "webapi/television/television.h"
 
 namespace {
 
@@ -214,6 +215,16 @@ Answer ServeIndex(Request request) {
   return webapi::SendIndex(request);
 }
 
+// Neither has what televisions ask for. They do not log in: an owner has let them in.
+Answer ServeTelevisions(const Request& request) {
+  if (!IsRead(request)) {
+    return Answer::Failure(webapi::kMethodNotAllowed, "The films can only be read.")
+        .AddHeader("Allow", "GET, HEAD, OPTIONS");
+  }
+  webapi::EndWithClient();
+  return webapi::ServeTelevision(request);
+}
+
 Answer Serve(const Request& blank) {
   const std::string method = blank.Method();
   if (auto refusal = webapi::RefuseStranger(blank); refusal && !IsForAnyHost(blank)) {
@@ -232,6 +243,9 @@ Answer Serve(const Request& blank) {
   }
   if (blank.Program() == webapi::kIndexProgram) {
     return ServeIndex(blank);
+  }
+  if (blank.Program() == webapi::kTelevisionProgram) {
+    return ServeTelevisions(blank);
   }
   std::string error;
   auto request = Request::Read(error);
