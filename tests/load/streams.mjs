@@ -11,11 +11,11 @@ const lookSeconds = 5;
 async function play(service, isOver) {
   const film = path.join(media, 'long.mkv');
   const stream = await service.open(film, { format: 'hls', profile: 'hls_remux' });
-  let failed = 0;
+  const failed = [];
   for (let number = 0; !isOver(); number = (number + 1) % 30) {
     const response = await fetch(`${stream.url}&fragment_id=${number}`).catch(() => undefined);
     const size = (await response?.arrayBuffer().catch(() => undefined))?.byteLength ?? 0;
-    if (response?.status !== 200 || size === 0) ++failed;
+    if (response?.status !== 200 || size === 0) failed.push(response?.status ?? 'no answer');
     await new Promise((resolve) => setTimeout(resolve, 2000));
   }
   await service.call('Streaming', 'close', { format: 'hls', stream_id: stream.stream_id });
@@ -31,7 +31,7 @@ export async function streamsLoad(seconds) {
   const rows = [];
   await repeat(seconds, lookSeconds * 1000, () => void rows.push(figures(service)));
   over = true;
-  const failed = (await Promise.all(playing)).reduce((sum, count) => sum + count, 0);
+  const failed = (await Promise.all(playing)).flat();
   await service.isQuiet(20000);
   const rest = figures(service);
   await service.stop();
@@ -42,6 +42,6 @@ export async function streamsLoad(seconds) {
   const words =
     `${streamCount} HLS remuxes for ${seconds} s: descriptors ${largest(early, 'descriptors')} → ${largest(late, 'descriptors')}, ` +
     `memory ${largest(early, 'memory')} → ${largest(late, 'memory')} MiB, at most ${largest(rows, 'processes')} processes; ` +
-    `afterwards ${rest.processes} processes, ${rest.zombies} zombies; ${failed} requests failed`;
-  return report('streams', words, isFlat && rest.zombies === 0 && failed === 0);
+    `afterwards ${rest.processes} processes, ${rest.zombies} zombies; ${failed.length} requests failed${failed.length > 0 ? ` (${[...new Set(failed)].join(', ')})` : ''}`;
+  return report('streams', words, isFlat && rest.zombies === 0 && failed.length === 0);
 }
