@@ -244,9 +244,17 @@ std::optional<StreamLock> CmafRun::TakePlace() const {
                                    kLockMode);
 }
 
+bool CmafRun::IsReplaced(int number) const {
+  const int64_t asked = folder_.LastAskedFor();
+  return asked >= 0 && (asked < number || asked > number + 1);
+}
+
+// Whether the request is replaced is looked at under the lock: the newer request may have started
+// its run while this one waited.
 bool CmafRun::Reach(int number, std::optional<StreamLock>& place) const {
   StreamLock lock = folder_.SeekTime().Lock();
-  return Exists(SegmentPath(number)) || IsOnItsWay(number) || Start(number, lock, place);
+  return Exists(SegmentPath(number)) || IsOnItsWay(number) || IsReplaced(number) ||
+         Start(number, lock, place);
 }
 
 bool CmafRun::IsOnItsWay(int number) const {
