@@ -36,4 +36,24 @@ inline bool IsStreamLocked(const std::string& path) {
                        : errno != ENOENT && errno != ENOTDIR;
 }
 
+// Keeps the segments of a stream directory where they are while a request sends one of them: no run
+// that begins before a viewer wants it starts, because a new run removes them. Any number of
+// processes may hold it.
+class SegmentHold {
+ public:
+  explicit SegmentHold(const std::string& directory)
+      : directory_(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    while (directory_.IsOpen() && flock(directory_.Get(), LOCK_SH) != 0 && errno == EINTR) {
+    }
+  }
+
+  static bool IsHeld(const std::string& directory) {
+    const orvo::UniqueFd file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return file.IsOpen() && flock(file.Get(), LOCK_EX | LOCK_NB) != 0;
+  }
+
+ private:
+  orvo::UniqueFd directory_;  // closing it releases the lock
+};
+
 }  // namespace LibOrvoQMX

@@ -415,11 +415,13 @@ test('a session that began on one box is valid on all until it ends on one', asy
 });
 
 // A balancer that knows the boxes by their numbers only. `boxes` is asked at each request.
-async function startBalancer(t, boxes) {
+// `answers` gets what each request came to.
+async function startBalancer(t, boxes, answers) {
   const balancer = http.createServer(async (request, response) => {
-    const box = boxes()[Number(new URL(request.url, 'http://balancer').searchParams.get('box')) - 1];
-    const answer = box && (await fetch(`${box.address}${request.url}`).catch(() => undefined));
-    response.writeHead(answer?.status ?? 503).end(await answer?.text());
+    const number = Number(new URL(request.url, 'http://balancer').searchParams.get('box'));
+    const answer = await fetch(`${boxes()[number - 1]?.address}${request.url}`).catch((error) => error);
+    answers.push(`box ${number}: ${answer.status ?? answer.cause}`);
+    response.writeHead(answer.status ?? 503).end(await answer.text?.());
   });
   t.after(() => balancer.close());
   balancer.listen(0, '127.0.0.1');
@@ -429,7 +431,8 @@ async function startBalancer(t, boxes) {
 
 test('a stream that is closed on one box ends on all that the balancer knows', async (t) => {
   let boxes = [];
-  const url = await startBalancer(t, () => boxes);
+  const answers = [];
+  const url = await startBalancer(t, () => boxes, answers);
   boxes = await startSharing(t, ['--cluster_url', url, '--cluster_boxes', '3']);
   const [one, another] = boxes;
   const session = await logIn(one);
@@ -441,11 +444,13 @@ test('a stream that is closed on one box ends on all that the balancer knows', a
   await text(at(another, stream.url));
   assert.ok((await another.call('Streaming', 'close', { ...close, _sid: session })).success);
   for (const box of boxes) {
-    await eventually(async () => {
-      const answer = await fetch(at(box, stream.url));
+    let answer;
+    const isGone = async () => {
+      answer = await fetch(at(box, stream.url));
       await answer.arrayBuffer();
       return answer.status === 410 ? true : undefined;
-    });
+    };
+    await eventually(isGone, patience, () => `box ${boxes.indexOf(box) + 1} says ${answer.status}, ${answers}`);
     await text(at(box, stays.url));
   }
 });

@@ -76,6 +76,7 @@ Json::Value ContentOf(const Opened& opened, const std::string& streamId, const s
   content["kind"] = kind;
   content[kOpeningMember]["film"] = static_cast<Json::UInt64>(opened.opening.film);
   content[kOpeningMember]["plan"] = static_cast<Json::UInt64>(opened.opening.plan);
+  content[kOpeningMember]["issued"] = static_cast<Json::Int64>(opened.opening.issued);
   return content;
 }
 
@@ -114,6 +115,11 @@ std::string SealTicket(const Ticket& ticket, const Promise& promise) {
   opening.words[kKindWord] = ticket.Kind();
   opening.words[kProfileWord] = ticket.ProfileKey();
   return Seal(*key, ticket.StreamId(), Pack(opening));
+}
+
+bool IsClosedHere(const Ticket& sealed) {
+  return Ticket::ClosedAt(sealed.StreamId()) >=
+         sealed.Content()[kOpeningMember]["issued"].asInt64();
 }
 
 Promise PromiseOf(const Ticket& sealed) {

@@ -34,6 +34,9 @@ std::string SealTicket(const Ticket& ticket, const Promise& promise);
 // What a ticket from an address promises.
 Promise PromiseOf(const Ticket& sealed);
 
+// Has the stream been closed on this box since it was opened?
+bool IsClosedHere(const Ticket& sealed);
+
 // The link of a new stream; every box computes the same one.
 std::string LinkInCluster(const std::string& streamId, const std::string& account,
                           const std::string& era);

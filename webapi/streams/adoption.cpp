@@ -36,8 +36,8 @@ Json::Value ParametersOf(const Ticket& sealed, const orvo::MediaFile& file) {
 }
 
 // The stream's own ticket, once its plan is the promised one. Other requests find it only then.
-std::optional<Ticket> Settle(const Ticket& sealed, const Json::Value& parameters,
-                             const StreamSteps& steps, Answer& refusal) {
+std::optional<HeldTicket> Settle(const Ticket& sealed, const Json::Value& parameters,
+                                 const StreamSteps& steps, Answer& refusal) {
   const auto draft = Ticket::Draft(sealed.StreamId(), sealed.Kind(), parameters);
   refusal = draft ? steps.prepare(*draft) : Answer::Failure(kInternal);
   if (refusal.IsFailure()) {
@@ -51,7 +51,7 @@ std::optional<Ticket> Settle(const Ticket& sealed, const Json::Value& parameters
   return HeldTicket::Create(sealed.StreamId(), sealed.Kind(), parameters);
 }
 
-std::optional<Ticket> Make(const Ticket& sealed, const StreamSteps& steps, Answer& refusal) {
+std::optional<HeldTicket> Make(const Ticket& sealed, const StreamSteps& steps, Answer& refusal) {
   const auto file = OpenPromised(sealed, refusal);
   const auto place = file ? TakePlace(kFilmWork) : std::nullopt;
   if (!file) {
@@ -78,6 +78,19 @@ std::optional<Ticket> Make(const Ticket& sealed, const StreamSteps& steps, Answe
   return own;
 }
 
+// A request that closes the stream leaves its mark before it looks for a ticket. So it finds this
+// one, or its mark is found here.
+std::optional<Ticket> UnlessClosed(const Ticket& sealed, std::optional<HeldTicket> own,
+                                   const StreamSteps& steps, Answer& refusal) {
+  if (own && IsClosedHere(sealed)) {
+    own->Remove();
+    steps.close();
+    refusal = Answer::Failure(kGone, kStreamClosed);
+    return std::nullopt;
+  }
+  return own;
+}
+
 }  // namespace
 
 std::optional<Ticket> AdoptStream(const Ticket& sealed, const StreamSteps& steps, Answer& refusal) {
@@ -87,7 +100,7 @@ std::optional<Ticket> AdoptStream(const Ticket& sealed, const StreamSteps& steps
     return std::nullopt;
   }
   auto made = Ticket::Read(sealed.StreamId());
-  return made ? made : Make(sealed, steps, refusal);
+  return made ? made : UnlessClosed(sealed, Make(sealed, steps, refusal), steps, refusal);
 }
 
 }  // namespace webapi

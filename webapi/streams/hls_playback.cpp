@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "state/stream_lock.h"
 #include "stream/fetched_piece.h"
 #include "stream/http_live_stream.h"
 #include "webapi/access/pass.h"
@@ -115,6 +116,8 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
       [&](int other) { return HasSegment(stream, ticket, other); },
       [&](int other) { return AddressOf(ticket, other); });
   StartTimes times;
+  // A warm run that waits for this request begins when it is answered.
+  const LibOrvoQMX::SegmentHold hold(ticket.Directory().Path());
   ticket.Directory().AskFor(*number);
   // A request that restarts the stream may remove the segment before it is sent.
   for (int tries = 0; tries < kTries; ++tries) {

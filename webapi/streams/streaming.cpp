@@ -618,16 +618,12 @@ void SweepStreams() {
   Ticket::ForgetClosed(now - kTicketSeconds);
 }
 
-// May the caller close the stream of its address, which was never made here?
-bool MayCloseUnmade(const Request& request) {
+// The addresses of a closed stream would make it again. So it is marked before its ticket goes,
+// also if it was never made here.
+void KeepClosed(const Request& request, const std::string& streamId) {
   Answer ignored = Answer::Failure(kInternal);
-  const auto ticket = Ticket::Of(request);
-  return ticket && ticket->IsSealed() && MayClose(request.MadeBy(), *ticket, ignored);
-}
-
-// Its addresses would make a closed stream again.
-void KeepClosed(const std::string& streamId) {
-  if (IsInCluster()) {
+  const auto ticket = IsInCluster() ? Ticket::Of(request) : std::nullopt;
+  if (ticket && MayClose(request.MadeBy(), *ticket, ignored)) {
     Ticket::MarkClosed(streamId);
   }
 }
@@ -790,6 +786,7 @@ Answer CloseStream(const Request& request) {
   if (streamId.empty()) {
     return refusal;
   }
+  KeepClosed(request, streamId);
   const auto ticket = HeldTicket::Take(streamId, refusal);
   if (ticket) {
     if (!MayClose(request.MadeBy(), *ticket, refusal)) {
@@ -800,9 +797,6 @@ Answer CloseStream(const Request& request) {
     ticket->Remove();
   } else if (Ticket::Exists(streamId)) {
     return refusal;
-  }
-  if (ticket || MayCloseUnmade(request)) {
-    KeepClosed(streamId);
   }
   kind->close(streamId);
   CloseElsewhere(request, streamId,

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/plat.h"
+#include "state/stream_lock.h"
 #include "state/stream_watch.h"
 #include "util/number.h"
 #include "util/qmxutils.h"
@@ -117,7 +118,7 @@ bool HlsSegments::IsFinished() const {
       directory_.RequestSequence().Read().empty() || IsPipelineOver() || IsRestartLost();
   const int64_t next =
       std::max(directory_.LastAskedFor() + 1, directory_.SeekTime().Number().value_or(0));
-  return isIdle && !Has(static_cast<int>(next));
+  return isIdle && !Has(static_cast<int>(next)) && !SegmentHold::IsHeld(directory_.Path());
 }
 
 bool HlsSegments::IsRestartLost() const {

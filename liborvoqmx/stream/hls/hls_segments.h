@@ -35,7 +35,7 @@ struct AwaitedSegment {
   bool isReplaced = false;  // a newer request has ended the wait
 };
 
-class HlsSegments {
+class ORVO_API HlsSegments {
  public:
   explicit HlsSegments(StreamDirectory directory);
 
@@ -58,8 +58,8 @@ class HlsSegments {
   AwaitedSegment Await(int number, const std::function<bool()>& isReplaced,
                        const std::string& seen) const;
 
-  // Does no transcoder run or start, and has a viewer asked for each segment that is here? A new
-  // run from another place, which removes the segments, then harms nobody.
+  // Does no transcoder run or start, and has a viewer got each segment that is here? A new run from
+  // another place, which removes the segments, then harms nobody.
   bool IsFinished() const;
 
   // Did the latest restart die before it recorded a monitor? A crash of the whole service can leave

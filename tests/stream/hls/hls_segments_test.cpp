@@ -11,6 +11,7 @@
 #include <regex>
 
 #include "platform/unique_fd.h"
+#include "state/stream_lock.h"
 #include "stream/hls/hls_pipeline.h"
 #include "stream/hls/hls_segments.h"
 #include "support/hls.h"
@@ -279,6 +280,19 @@ TEST_F(HlsSegments, OfNoStreamAreNotWaitedFor) {
     EXPECT_EQ(HttpLiveStream(kId).ReadFragment(""), "");
     EXPECT_EQ(HttpLiveStream("unknown").ReadFragment("7"), "");
   });
+}
+
+TEST_F(HlsSegments, AreFinishedWhenTheLastOneIsSent) {
+  const LibOrvoQMX::StreamDirectory directory("HLS", kId);
+  const LibOrvoQMX::HlsSegments segments(directory);
+  Write(File("seek_time"), "7");
+  Finish(7);
+  EXPECT_FALSE(segments.IsFinished()) << "nobody has asked for it";
+  auto sending = std::make_optional<LibOrvoQMX::SegmentHold>(directory.Path());
+  directory.AskFor(7);
+  EXPECT_FALSE(segments.IsFinished()) << "it is on its way";
+  sending.reset();
+  EXPECT_TRUE(segments.IsFinished());
 }
 
 TEST_F(HlsSegments, HaveRequestsInASequence) {

@@ -51,4 +51,19 @@ TEST_F(SealedTicket, CountsForADayAndIsGoneThen) {
   EXPECT_TRUE(refusal->IsFor(webapi::kGone));
 }
 
+TEST_F(SealedTicket, IsClosedByAMarkThatIsNotOlder) {
+  if (webapi::OwnClusterKeys().empty()) {
+    GTEST_SKIP() << "a process reads its keys once, and an earlier test had none";
+  }
+  const auto isClosed = [](time_t age) {
+    webapi::Request request = MadeAgo(age);
+    EXPECT_FALSE(webapi::RefuseSealedTicket(request));
+    const auto sealed = webapi::Ticket::Of(request);
+    webapi::Ticket::MarkClosed(kStream);
+    return webapi::IsClosedHere(*sealed);
+  };
+  EXPECT_TRUE(isClosed(kHour));
+  EXPECT_FALSE(isClosed(-kHour)) << "it was opened again later";
+}
+
 }  // namespace
