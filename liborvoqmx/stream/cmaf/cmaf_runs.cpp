@@ -293,11 +293,23 @@ bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& pla
     if (place) {
       place->Leave();
     }
-    return BecomeMonitor(folder_) && position.Replace(number);
+    if (!BecomeMonitor(folder_)) {
+      return false;
+    }
+    RemoveUnfinished(position);
+    return position.Replace(number);
   };
   gStop = 0;
   gTranscoder = orvo::Process();
   return StartMonitor(OnStop, record, [&] { Watch(number); });
+}
+
+// A run that was killed leaves the segment in work. Requests would take it for that of the next
+// run.
+void CmafRun::RemoveUnfinished(const StateFile& position) const {
+  if (const auto number = position.Number()) {
+    unlink(UnfinishedPath(static_cast<int>(*number)).c_str());
+  }
 }
 
 // The monitor's work.

@@ -90,6 +90,7 @@ class ORVO_API CmafRun {
   bool IsOnItsWay(int number) const;
   // A run must not hold these locks of its starter.
   bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;
+  void RemoveUnfinished(const StateFile& position) const;
   std::vector<StreamDirectory> Rivals() const;
   bool IsPlaceTaken() const;
   void Watch(int number) const;

@@ -59,6 +59,21 @@ TEST_F(CmafRuns, StartForTheLatestRequest) {
   });
 }
 
+TEST_F(CmafRuns, DoNotSendWhatAKilledOneHasLeft) {
+  On("x86", [this] {
+    const StandIn stand(Root());
+    Write(Directory("CMAF") + "/copy-video/position", "7");
+    Write(Directory("CMAF") + "/copy-video/00007.m4s.part", "half a segment");
+    Folder().AskFor(7);
+    Folder().MarkAccess();
+    EXPECT_TRUE(Reach(7));
+    EXPECT_GT(stand.NextStarted(), 0);
+    EXPECT_EQ(Run().Look(7), CmafRun::State::kTimeout);
+    LibOrvoQMX::CloseCmafStream(kId);
+    test::ReapAll();
+  });
+}
+
 TEST_F(CmafRuns, AreNotTakenFromALaterRequestElsewhere) {
   On("x86", [this] {
     const StandIn stand(Root());
