@@ -2,9 +2,9 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavfilter/avfilter.h>
 #include <libavutil/display.h>
 #include <libavutil/frame.h>
-#include <libswscale/swscale.h>
 }
 
 #include <algorithm>
@@ -13,6 +13,8 @@ extern "C" {
 #include <cstring>
 #include <memory>
 
+#include "picture_filter.h"
+#include "transcoder/filters.h"
 #include "video_reader.h"
 
 namespace orvo::analyze {
@@ -29,14 +31,7 @@ constexpr int kQuality = 6;          // of the JPEG, from 2 (best) to 31
 struct FreeContext {
   void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
 };
-struct FreeFrame {
-  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct FreeScaler {
-  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
 using Codec = std::unique_ptr<AVCodecContext, FreeContext>;
-using Frame = std::unique_ptr<AVFrame, FreeFrame>;
 
 struct Size {
   int width = 0;
@@ -88,6 +83,20 @@ Size TileSize(const AVStream& video, int quarters) {
   const double upright = quarters % 2 == 1 ? 1 / ratio : ratio;
   return upright >= 1 ? Size{kLongerSide, Even(kLongerSide / upright)}
                       : Size{Even(kLongerSide * upright), kLongerSide};
+}
+
+// The filters that make a picture of this size, with the range and the colors of a JPEG.
+std::string FiltersOf(const AVStream& video, Size size) {
+  using transcoder::JoinFilters;
+  const AVCodecParameters& coded = *video.codecpar;
+  const auto range =
+      transcoder::HighRangeOf({coded.color_trc, coded.color_primaries, coded.color_space,
+                               coded.color_range == AVCOL_RANGE_JPEG});
+  const std::string scale =
+      "scale=" + std::to_string(size.width) + ":" + std::to_string(size.height) + ":flags=area";
+  const bool isMapped = range && avfilter_get_by_name("zscale") != nullptr;
+  return JoinFilters(JoinFilters(scale, isMapped ? transcoder::ToneMapping(*range) : ""),
+                     "scale=out_color_matrix=bt601:out_range=full,format=yuvj420p");
 }
 
 // Copies a picture, turned by quarters, to this place of the sheet.
@@ -173,8 +182,9 @@ class Sheet {
     Plan(tile);
     const int rows = (layout_.count + layout_.columns - 1) / layout_.columns;
     picture_ = NewPicture({layout_.columns * tile.width, rows * tile.height});
-    tile_ = NewPicture(quarters_ % 2 == 1 ? Size{tile.height, tile.width} : tile);
-    return picture_ != nullptr && tile_ != nullptr;
+    filters_ =
+        FiltersOf(reader_.Video(), quarters_ % 2 == 1 ? Size{tile.height, tile.width} : tile);
+    return picture_ != nullptr;
   }
 
   std::string Make() {
@@ -216,9 +226,9 @@ class Sheet {
     if (const int64_t time = VideoReader::Time(*packet); time != time_) {
       time_ = time;
       const AVFrame* const frame = decoder_.Decode(*packet);
-      isShown_ = frame != nullptr && Scale(*frame);
+      tile_ = frame != nullptr ? Filtered(*frame, filters_) : nullptr;
     }
-    return isShown_;
+    return tile_ != nullptr;
   }
 
   // A format without an index may seek to any packet.
@@ -233,23 +243,15 @@ class Sheet {
     return packet;
   }
 
-  bool Scale(const AVFrame& frame) {
-    const std::unique_ptr<SwsContext, FreeScaler> scaler(sws_getContext(
-        frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), tile_->width,
-        tile_->height, AV_PIX_FMT_YUVJ420P, SWS_AREA, nullptr, nullptr, nullptr));
-    return scaler != nullptr && sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height,
-                                          tile_->data, tile_->linesize) > 0;
-  }
-
   VideoReader reader_;
   KeyframeDecoder decoder_;
   PreviewLayout layout_;
   double start_ = 0;
   int quarters_ = 0;
   Frame picture_;
-  Frame tile_;
+  std::string filters_;
+  Frame tile_;                     // null if it cannot be shown
   int64_t time_ = AV_NOPTS_VALUE;  // of the key frame in tile_
-  bool isShown_ = false;
 };
 
 }  // namespace

@@ -139,40 +139,10 @@ bool IsMatroska(std::string_view bytes) {
   return bytes.substr(0, 4) == "\x1A\x45\xDF\xA3"sv;
 }
 
-// --- Codes of colors ---
-
-// As the film states them.
-struct Colors {
-  int transfer = AVCOL_TRC_UNSPECIFIED;
-  int primaries = AVCOL_PRI_UNSPECIFIED;
-  int matrix = AVCOL_SPC_UNSPECIFIED;
-  bool isFull = false;
-};
-
-// What such films nearly always have, for those that say nothing or what no filter understands.
-int KnownPrimaries(int primaries) {
-  const bool isKnown = primaries == AVCOL_PRI_BT709 || primaries == AVCOL_PRI_SMPTE431 ||
-                       primaries == AVCOL_PRI_SMPTE432;
-  return isKnown ? primaries : AVCOL_PRI_BT2020;
-}
-
-int KnownMatrix(int matrix) {
-  const bool isKnown = matrix == AVCOL_SPC_BT709 || matrix == AVCOL_SPC_BT2020_CL;
-  return isKnown ? matrix : AVCOL_SPC_BT2020_NCL;
-}
-
-std::optional<HighRange> RangeOf(const Colors& colors) {
-  if (colors.transfer != AVCOL_TRC_SMPTE2084 && colors.transfer != AVCOL_TRC_ARIB_STD_B67) {
-    return std::nullopt;
-  }
-  return HighRange{colors.transfer, KnownPrimaries(colors.primaries), KnownMatrix(colors.matrix),
-                   colors.isFull};
-}
-
 // --- What the header states ---
 
 // The box of an MP4 film's track.
-std::optional<Colors> BoxColors(std::string_view bytes) {
+std::optional<HighRange> BoxColors(std::string_view bytes) {
   constexpr auto kBox = "colrnclx"sv;
   const size_t at = bytes.find(kBox);
   if (at == std::string_view::npos || at + kBox.size() + 7 > bytes.size()) {
@@ -181,7 +151,7 @@ std::optional<Colors> BoxColors(std::string_view bytes) {
   const auto value = [&](size_t offset, size_t count) {
     return static_cast<int>(Number(bytes, at + kBox.size() + offset, count));
   };
-  return Colors{value(2, 2), value(0, 2), value(4, 2), (value(6, 1) & 0x80) != 0};
+  return HighRange{value(2, 2), value(0, 2), value(4, 2), (value(6, 1) & 0x80) != 0};
 }
 
 // The value of an element of Matroska of one byte.
@@ -191,16 +161,16 @@ int Element(std::string_view bytes, std::string_view name, int otherwise) {
   return isThere ? static_cast<unsigned char>(bytes[at + name.size()]) : otherwise;
 }
 
-std::optional<Colors> ElementColors(std::string_view bytes) {
+std::optional<HighRange> ElementColors(std::string_view bytes) {
   constexpr int kFullRange = 2;
   const int transfer = Element(bytes, "\x55\xBA\x81"sv, AVCOL_TRC_UNSPECIFIED);
-  return Colors{transfer, Element(bytes, "\x55\xBB\x81"sv, AVCOL_PRI_UNSPECIFIED),
-                Element(bytes, "\x55\xB1\x81"sv, AVCOL_SPC_UNSPECIFIED),
-                Element(bytes, "\x55\xB9\x81"sv, 0) == kFullRange};
+  return HighRange{transfer, Element(bytes, "\x55\xBB\x81"sv, AVCOL_PRI_UNSPECIFIED),
+                   Element(bytes, "\x55\xB1\x81"sv, AVCOL_SPC_UNSPECIFIED),
+                   Element(bytes, "\x55\xB9\x81"sv, 0) == kFullRange};
 }
 
 struct Header {
-  std::optional<Colors> stated;
+  std::optional<HighRange> stated;
   bool mayBeDeep = false;  // the codec may have more than eight bits
 };
 
@@ -229,8 +199,8 @@ std::optional<HighRange> RangeOf(const AVStream& stream) {
   if (codec.codec_type != AVMEDIA_TYPE_VIDEO || isCover) {
     return std::nullopt;
   }
-  return RangeOf(Colors{codec.color_trc, codec.color_primaries, codec.color_space,
-                        codec.color_range == AVCOL_RANGE_JPEG});
+  return HighRangeOf({codec.color_trc, codec.color_primaries, codec.color_space,
+                      codec.color_range == AVCOL_RANGE_JPEG});
 }
 
 std::optional<HighRange> RangeOf(const AVFormatContext& film) {
@@ -263,7 +233,7 @@ bool HidesItsRange(const std::string& path) {
 std::optional<HighRange> FindHighRange(const std::string& path) {
   const Header header = HeaderOf(path);
   if (IsStated(header)) {
-    return RangeOf(*header.stated);
+    return HighRangeOf(*header.stated);
   }
   return header.mayBeDeep ? LookInside(path) : std::nullopt;
 }

@@ -4,16 +4,9 @@
 #include <optional>
 #include <string>
 
-namespace orvo::transcoder {
+#include "transcoder/high_range.h"
 
-// How a picture of high dynamic range is coded. Numbers are those of ISO/IEC 23091-2, which FFmpeg
-// and its filters use too.
-struct HighRange {
-  int transfer;
-  int primaries;
-  int matrix;
-  bool isFull;  // levels from 0 on, without room below black
-};
+namespace orvo::transcoder {
 
 // The coding of a film in PQ or HLG. Nothing for every other film, and for what cannot be opened.
 std::optional<HighRange> FindHighRange(const std::string& path);

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "transcoder/film_range.h"
+#include "transcoder/high_range.h"
 
 namespace orvo::transcoder {
 

@@ -76,6 +76,16 @@ std::string DynamicRangeOf(const MediaLibraries& media, const AVStream& stream) 
   }
 }
 
+Json::Value ColorsOf(const AVStream& stream) {
+  const AVCodecParameters& codec = *stream.codecpar;
+  Json::Value colors(Json::objectValue);
+  colors["transfer"] = codec.color_trc;
+  colors["primaries"] = codec.color_primaries;
+  colors["matrix"] = codec.color_space;
+  colors["full_range"] = codec.color_range == AVCOL_RANGE_JPEG;
+  return colors;
+}
+
 // Members that only some tracks have.
 void AddRareTraits(const MediaLibraries& media, const AVStream& stream, Json::Value& track) {
   if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
@@ -84,6 +94,7 @@ void AddRareTraits(const MediaLibraries& media, const AVStream& stream, Json::Va
   const std::string range = DynamicRangeOf(media, stream);
   if (!range.empty()) {
     track["dynamic_range"] = range;
+    track["colors"] = ColorsOf(stream);
   }
 }
 

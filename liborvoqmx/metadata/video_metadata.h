@@ -5,7 +5,7 @@
 // the arrays "video", "audio" and "subtitle" in container order. Each track has "track" (its index
 // in the container) and "id" (a running number over the kept tracks), both texts. A video track
 // that is the cover of a piece of music has "attached_pic" (true), one of a high dynamic range has
-// "dynamic_range" ("hdr10", "hlg" or "dolby_vision").
+// "dynamic_range" ("hdr10", "hlg" or "dolby_vision") and "colors", as numbers of ISO/IEC 23091-2.
 #pragma once
 
 #include <json/value.h>

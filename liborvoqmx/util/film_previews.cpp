@@ -63,7 +63,7 @@ std::optional<PreviewLayout> LayoutIn(const std::string& bytes) {
 }  // namespace
 
 std::string PreviewsPath(const MediaFile& film) {
-  const std::filesystem::path path = CachePath(film, "previews 1", ".jpg");
+  const std::filesystem::path path = CachePath(film, "previews 2", ".jpg");
   return Folder() + "/" + path.filename().string();
 }
 

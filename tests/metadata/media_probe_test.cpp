@@ -202,17 +202,27 @@ TEST_F(FilmProbe, MarksACoverAndNoFilm) {
                      "-map", "0", "-map", "1", "-c:v", "mjpeg", "-disposition:v", "attached_pic"});
   EXPECT_EQ(Video(music)["attached_pic"], true);
   EXPECT_FALSE(Video(music).isMember("dynamic_range"));
+  EXPECT_FALSE(Video(music).isMember("colors"));
 }
 
 TEST_F(FilmProbe, TellsTheDynamicRangeOfFilmsThatHaveAHighOne) {
-  const std::map<std::string, std::string> names = {{"smpte2084", "hdr10"},
-                                                    {"arib-std-b67", "hlg"}};
-  for (const auto& [transfer, name] : names) {
+  struct Case {
+    const char* transfer;
+    std::string name;
+    int number;
+  };
+  for (const auto& [transfer, name, number] :
+       {Case{"smpte2084", "hdr10", 16}, Case{"arib-std-b67", "hlg", 18}}) {
     const Json::Value film =
         ProbeOf(name + ".mp4",
                 {"-f", "lavfi", "-i", "color=s=64x48:d=0.2", "-c:v", "libx264", "-color_primaries",
                  "bt2020", "-color_trc", transfer, "-colorspace", "bt2020nc"});
     EXPECT_EQ(Video(film)["dynamic_range"], name);
+    const Json::Value colors = Video(film)["colors"];
+    EXPECT_EQ(colors["transfer"], number);
+    EXPECT_EQ(colors["primaries"], 9);
+    EXPECT_EQ(colors["matrix"], 9);
+    EXPECT_EQ(colors["full_range"], false);
     EXPECT_FALSE(Video(film).isMember("attached_pic"));
   }
 }

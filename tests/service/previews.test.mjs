@@ -15,11 +15,30 @@ let browser;
 let films;
 const at = (name) => path.join(films, name);
 
+// Four patches, one in each quarter, as ten bits of luma, blue and red difference: the white of paper (203 nits), a dark
+// grey (20 nits), a deep red and black.
+const highRange = {
+  'pq.mkv': ['smpte2084', [[572, 512, 512], [378, 512, 512], [350, 420, 720], [64, 512, 512]]],
+  'hlg.mp4': ['arib-std-b67', [[721, 512, 512], [397, 512, 512], [330, 380, 750], [64, 512, 512]]],
+};
+function makeHighRange(name) {
+  const [transfer, patches] = highRange[name];
+  const plane = (row) => {
+    const [a, b, c, d] = patches.map((patch) => patch[row]);
+    return `'if(lt(Y,H/2),if(lt(X,W/2),${a},${b}),if(lt(X,W/2),${c},${d}))'`;
+  };
+  const picture = `nullsrc=s=320x180:r=5:d=2,format=yuv420p10le,geq=lum=${plane(0)}:cb=${plane(1)}:cr=${plane(2)}`;
+  const colors = ['-color_primaries', 'bt2020', '-color_trc', transfer, '-colorspace', 'bt2020nc', '-color_range', 'tv'];
+  const source = ['-nostdin', '-v', 'error', '-f', 'lavfi', '-i', `${picture},setparams=range=tv:color_primaries=bt2020:color_trc=${transfer}:colorspace=bt2020nc`];
+  execFileSync('ffmpeg', [...source, '-c:v', 'libx264', '-preset', 'ultrafast', ...colors, at(name)]);
+}
+
 before(async () => {
   service = Service.prepare();
   films = path.join(service.root, 'films');
   fs.mkdirSync(films);
   for (const name of ['h264_ac3.mkv', 'portrait.mp4', 'no_video.mka']) fs.copyFileSync(path.join(media, name), at(name));
+  for (const name of Object.keys(highRange)) makeHighRange(name);
   fs.symlinkSync(films, path.join(service.root, 'link'));
   await service.serve([path.join(service.root, 'link')], [], { analysis: true });
   browser = await launch();
@@ -58,6 +77,32 @@ test('pictures of a film that has to be turned are upright', async () => {
   const { width, height } = await previewsOf('portrait.mp4');
   assert.deepEqual([width, height], [90, 160]);
 });
+
+// Red, green and blue in the middle of each quarter.
+function patchesOf(jpeg) {
+  const file = path.join(service.root, 'patches.jpg');
+  fs.writeFileSync(file, jpeg);
+  const rgb = execFileSync('ffmpeg', ['-v', 'error', '-i', file, '-vf', 'scale=64:36:flags=area', '-f', 'rawvideo', '-pix_fmt', 'rgb24', '-']);
+  return [9, 27].flatMap((y) => [16, 48].map((x) => [...rgb.subarray((y * 64 + x) * 3, (y * 64 + x) * 3 + 3)]));
+}
+
+const isGrey = ([red, green, blue], low, high) => Math.min(red, green, blue) >= low && Math.max(red, green, blue) <= high && Math.max(red, green, blue) - Math.min(red, green, blue) < 16;
+
+for (const name of Object.keys(highRange)) {
+  test(`posters and previews of ${name} have the tones of a standard range`, async () => {
+    await previewsOf(name);
+    const poster = await fetch(service.query('Library', 'poster', { path: at(name) }));
+    assert.equal(poster.status, 200);
+    for (const answer of [poster, await get(name)]) {
+      const [white, grey, red, black] = patchesOf(Buffer.from(await answer.arrayBuffer()));
+      const found = JSON.stringify({ white, grey, red, black });
+      assert.ok(isGrey(white, 205, 245), found);
+      assert.ok(isGrey(grey, 85, 140), found);
+      assert.ok(isGrey(black, 0, 12), found);
+      assert.ok(red[0] > red[1] + 80 && red[0] > red[2] + 80, found);
+    }
+  });
+}
 
 test('previews are sent once', async () => {
   await previewsOf('h264_ac3.mkv');

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "transcoder/filters.h"
+
 namespace webapi {
 namespace {
 
@@ -37,6 +39,17 @@ std::string HighRangeOf(const VideoMetaData& film) {
   const auto found = std::find_if(kRangeNames.begin(), kRangeNames.end(),
                                   [&](const RangeName& row) { return word == row.word; });
   return found == kRangeNames.end() ? "" : found->name;
+}
+
+std::string ToneMappingOf(const VideoMetaData& film) {
+  const Json::Value colors = film.GetVideo(0)["colors"];
+  if (!colors.isObject()) {
+    return "";
+  }
+  const auto range =
+      orvo::transcoder::HighRangeOf({colors["transfer"].asInt(), colors["primaries"].asInt(),
+                                     colors["matrix"].asInt(), colors["full_range"].asBool()});
+  return range ? orvo::transcoder::ToneMapping(*range) : "";
 }
 
 }  // namespace webapi

@@ -19,4 +19,7 @@ bool IsMusic(const LibOrvoQMX::VideoMetaData& film);
 // none.
 std::string HighRangeOf(const LibOrvoQMX::VideoMetaData& film);
 
+// FFmpeg's filters that make a picture of standard range of the film's; "" if it has that.
+std::string ToneMappingOf(const LibOrvoQMX::VideoMetaData& film);
+
 }  // namespace webapi

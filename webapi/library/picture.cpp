@@ -17,6 +17,7 @@
 #include "metadata/video_metadata.h"
 #include "platform/confinement.h"
 #include "platform/plat.h"
+#include "transcoder/filters.h"
 #include "util/film_cache.h"
 #include "util/film_memory.h"
 #include "util/media_formats.h"
@@ -25,6 +26,7 @@
 #include "webapi/library/art.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_card.h"
+#include "webapi/library/film_traits.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -45,7 +47,7 @@ constexpr int kSecondsEach = 10;  // the part of a film that one thumbnail cover
 
 // Skips pictures that are almost black, and selects the most typical of the next few.
 constexpr char kTelling[] =
-    ",signalstats,metadata=select:key=lavfi.signalstats.YAVG:value=20:function=greater,thumbnail=4";
+    "signalstats,metadata=select:key=lavfi.signalstats.YAVG:value=20:function=greater,thumbnail=4";
 
 // Where and how to search the film for a picture.
 struct Look {
@@ -55,17 +57,25 @@ struct Look {
 };
 constexpr Look kCover = {0, "", "0:v:0"};
 
-// The film, and FFmpeg's name of its demuxer: the film's descriptor has no name to tell it from.
+// What is known of a film.
 struct Source {
   const orvo::MediaFile& file;
-  std::string demuxer;
+  std::string demuxer;  // FFmpeg's name: the film's descriptor has no name to tell it from
+  std::string tones;    // filters; "" for a film of a standard range
 };
+
+// The colors of a JPEG.
+constexpr char kJpegColors[] = "scale=out_color_matrix=bt601:out_range=full,format=yuvj420p";
 
 // The height is at most twice the width. A taller film is scaled down and keeps its shape.
 std::string Scale(int width) {
   const std::string w = std::to_string(width);
-  return "scale=" + w + ":max(2\\,trunc(min(" + w + "/dar\\,2*" + w +
-         ")/2)*2):out_range=full,setsar=1,format=yuvj420p";
+  return "scale=" + w + ":max(2\\,trunc(min(" + w + "/dar\\,2*" + w + ")/2)*2),setsar=1";
+}
+
+std::string Filters(const Source& film, int width, const Look& look) {
+  using orvo::transcoder::JoinFilters;
+  return JoinFilters(JoinFilters(Scale(width), film.tones), JoinFilters(kJpegColors, look.chooser));
 }
 
 // A seek to the start loses a cover, and what a film without an index has before its first entry.
@@ -95,7 +105,7 @@ std::vector<std::string> DecodeOne(const Source& film, int width, const Look& lo
           "-frames:v",
           "1",
           "-vf",
-          Scale(width) + look.chooser,
+          Filters(film, width, look),
           "-threads",
           "1",
           "-c:v",
@@ -150,34 +160,48 @@ struct Wish {
   std::string demuxer;      // of a picture that lies beside films; "" for a film
 };
 
-std::optional<std::string> DemuxerFor(const Wish& wish) {
-  LibOrvoQMX::VideoMetaData known;
+// Nothing if the film cannot be read.
+std::optional<Source> SourceOf(const Wish& wish) {
   if (!wish.demuxer.empty()) {
-    return wish.demuxer;
+    return Source{wish.film, wish.demuxer, ""};
   }
-  return known.LoadFile(wish.film) ? std::optional(orvo::DemuxerOf(known.GetContainer()))
-                                   : std::nullopt;
+  LibOrvoQMX::VideoMetaData known;
+  if (!known.LoadFile(wish.film)) {
+    return std::nullopt;
+  }
+  return Source{wish.film, orvo::DemuxerOf(known.GetContainer()), ToneMappingOf(known)};
+}
+
+// Tries one look after the other. False if it is not known whether there is a picture.
+bool Search(const Source& film, const Wish& wish, Clock::time_point deadline,
+            std::string& picture) {
+  bool isKnown = true;
+  for (const Look& look : wish.looks) {
+    isKnown = Decode(film, wish.width, look, deadline, picture) && isKnown;
+    if (!picture.empty()) {
+      return true;
+    }
+  }
+  return isKnown;
 }
 
 // Makes the picture. A film without a picture gets an empty file, so later requests do not try
 // again.
 bool Make(const Wish& wish) {
-  const auto demuxer = DemuxerFor(wish);
-  if (!demuxer) {
+  auto source = SourceOf(wish);
+  if (!source) {
     return false;
   }
-  const Source source{wish.film, *demuxer};
   const auto deadline = Clock::now() + kTimeLimit;
   setpriority(PRIO_PROCESS, 0, kNiceness);
   std::string picture;
-  bool isKnown = true;
-  for (const Look& look : wish.looks) {
-    isKnown = Decode(source, wish.width, look, deadline, picture) && isKnown;
-    if (!picture.empty()) {
-      break;
-    }
+  bool isKnown = Search(*source, wish, deadline, picture);
+  // An FFmpeg without `zscale` ends at once.
+  if (picture.empty() && !source->tones.empty()) {
+    source->tones.clear();
+    isKnown = Search(*source, wish, deadline, picture);
   }
-  return (isKnown || !picture.empty()) && KeepInCache(wish.path, picture);
+  return isKnown && KeepInCache(wish.path, picture);
 }
 
 bool IsKept(const std::string& path, bool& hasPicture) {
@@ -248,7 +272,7 @@ std::vector<Look> LooksFor(const Json::Value& facts) {
 // A picture out of the film itself.
 Answer SendOwnPoster(const Request& request, const orvo::MediaFile& film, int width) {
   Answer refusal = Answer::Failure(kInternal);
-  Wish wish{film, CachePath(film, "poster " + std::to_string(width), ".jpg"), width, {}, ""};
+  Wish wish{film, CachePath(film, "poster 2 " + std::to_string(width), ".jpg"), width, {}, ""};
   bool ignored = false;
   if (!IsKept(wish.path, ignored)) {
     const auto facts = FactsOf(film, refusal);
@@ -343,7 +367,7 @@ Answer SendThumbnail(const Request& request) {
     return Answer::Failure(kBadRequest, "The time must be a second within the film.");
   }
   const int second = static_cast<int>(*time) / kSecondsEach * kSecondsEach;
-  const std::string what = "thumbnail " + std::to_string(width) + " " + std::to_string(second);
+  const std::string what = "thumbnail 2 " + std::to_string(width) + " " + std::to_string(second);
   return SendPicture(request, {film,
                                CachePath(film, what, ".jpg"),
                                width,
