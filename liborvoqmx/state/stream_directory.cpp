@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "contract/stream_files.h"
@@ -33,7 +34,10 @@ bool IsLater(const timespec& one, const timespec& other) {
 struct Asker {
   int64_t start = 0;  // in clock ticks since the machine did
   int64_t pid = 0;    // tells the order within a tick
-  auto operator<=>(const Asker&) const = default;
+
+  bool IsAfter(const Asker& other) const {
+    return std::tie(start, pid) > std::tie(other.start, other.pid);
+  }
 
   static Asker This() {
     return {static_cast<int64_t>(orvo::StartOf(getpid()).value_or(0)), getpid()};
@@ -194,7 +198,7 @@ void StreamDirectory::AskFor(int64_t number) const {
   const StreamLock lock = file.Lock();
   const Asker latest = Asker::Parse(file.Read());
   const Asker own = Asker::This();
-  if (latest > own && latest.IsPossible()) {
+  if (latest.IsAfter(own) && latest.IsPossible()) {
     return;
   }
   file.Write(own.Text());
