@@ -4,9 +4,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string_view>
 
+#include "metadata/font_names.h"
 #include "metadata/matroska_elements.h"
 #include "platform/confined_call.h"
 #include "platform/log.h"
@@ -34,8 +36,11 @@ constexpr uint32_t kData = 0x465c;
 constexpr std::string_view kAttachmentsId = "\x19\x41\xa4\x69";
 constexpr int kMostElements = 20000;  // that are looked at
 constexpr size_t kLongestName = 255;
+constexpr int64_t kLongestHeader = 12;
 // A probe or a picture of the same film may run for so long.
 constexpr int kPatienceMilliseconds = 15000;
+
+constexpr size_t kMostFamilies = 8;  // of one font
 
 // Where an attachment is, as the confined process tells it.
 struct Place {
@@ -44,18 +49,23 @@ struct Place {
   int64_t name;
   int64_t data;
   int64_t size;
+  std::array<FontName, kMostFamilies> families;  // unused ones have no size
 };
+
+// Attachments that are smaller in all do no harm.
+constexpr int64_t kLarge = 32 << 20;
 
 class Search {
  public:
   explicit Search(const orvo::MediaFile& film) : film_(film) {}
 
-  std::vector<Place> Run() {
+  // The element that holds the attachments; nothing if there is none.
+  std::optional<MatroskaElement> FindList() {
     const auto header = ElementAt(film_, 0);
     const auto segment =
         header && header->id == kHeader ? OpenElementAt(film_, header->end) : std::nullopt;
     if (!segment || segment->id != kSegment) {
-      return {};
+      return std::nullopt;
     }
     ForEachWithin(film_, *segment, budget_, [&](const MatroskaElement& part) {
       LookAt(*segment, part);
@@ -65,7 +75,11 @@ class Search {
     if (!attachments_ && attachmentsPosition_ > 0) {
       attachments_ = ElementAt(film_, attachmentsPosition_);
     }
-    if (attachments_ && attachments_->id == kAttachments) {
+    return attachments_ && attachments_->id == kAttachments ? attachments_ : std::nullopt;
+  }
+
+  std::vector<Place> FindFonts() {
+    if (FindList()) {
       LookForFonts();
     }
     return std::move(found_);
@@ -141,9 +155,16 @@ class Search {
     });
     if (name && data && hasType) {
       const auto nameSize = std::min<int64_t>(name->Size(), kLongestName);
-      found_.push_back(
-          {streams_++, static_cast<int32_t>(nameSize), name->body, data->body, data->Size()});
+      found_.push_back({streams_++, static_cast<int32_t>(nameSize), name->body, data->body,
+                        data->Size(), FamiliesAt(*data)});
     }
+  }
+
+  std::array<FontName, kMostFamilies> FamiliesAt(const MatroskaElement& data) const {
+    std::array<FontName, kMostFamilies> families{};
+    const std::vector<FontName> found = FindFontNames(film_, data.body, data.end, kMostFamilies);
+    std::copy(found.begin(), found.end(), families.begin());
+    return families;
   }
 
   const orvo::MediaFile& film_;
@@ -155,8 +176,16 @@ class Search {
 };
 
 std::string PlacesIn(const orvo::MediaFile& film) {
-  const std::vector<Place> places = Search(film).Run();
+  const std::vector<Place> places = Search(film).FindFonts();
   return {reinterpret_cast<const char*>(places.data()), places.size() * sizeof(Place)};
+}
+
+// The two ends of the list, if it is large.
+std::string LargeListIn(const orvo::MediaFile& film) {
+  const auto list = Search(film).FindList();
+  return list && list->Size() > kLarge
+             ? std::string(reinterpret_cast<const char*>(&*list), sizeof(*list))
+             : "";
 }
 
 struct FontType {
@@ -184,6 +213,19 @@ bool LiesIn(const orvo::MediaFile& film, int64_t position, int64_t size) {
   return position >= 0 && size >= 0 && position <= all && size <= all - position;
 }
 
+std::vector<std::string> FamiliesOf(const orvo::MediaFile& film, const Place& place) {
+  std::vector<std::string> families;
+  for (const FontName& name : place.families) {
+    const bool isThere =
+        name.size > 0 && name.size <= kLongestFontName && LiesIn(film, name.position, name.size);
+    std::string text = isThere ? TextOf(film, name) : "";
+    if (!text.empty()) {
+      families.push_back(std::move(text));
+    }
+  }
+  return families;
+}
+
 // Nothing of what the confined process tells is taken on trust.
 std::optional<AttachedFont> FontAt(const orvo::MediaFile& film, const Place& place) {
   const bool isPossible = LiesIn(film, place.data, place.size) && place.size <= kLargestFont &&
@@ -195,20 +237,26 @@ std::optional<AttachedFont> FontAt(const orvo::MediaFile& film, const Place& pla
   }
   const std::string name = BytesAt(film, place.name, static_cast<size_t>(place.nameSize));
   // It may be filled up with zeros.
-  return AttachedFont{place.id, name.substr(0, name.find('\0')), type, place.data, place.size};
+  return AttachedFont{place.id,   name.substr(0, name.find('\0')), type, place.data,
+                      place.size, FamiliesOf(film, place)};
+}
+
+// What `look` returns in a confined process.
+std::optional<std::string> LookConfined(const orvo::MediaFile& film, size_t most,
+                                        const std::function<std::string()>& look) {
+  const auto memory = orvo::FilmMemory::Take(film, orvo::Job::kProbe, kPatienceMilliseconds);
+  return memory ? orvo::CallConfined(orvo::Job::kProbe, {.files = {film.Get()}}, most, look)
+                : std::nullopt;
 }
 
 }  // namespace
 
-std::vector<AttachedFont> FindAttachedFonts(const orvo::MediaFile& film) {
-  const auto memory = orvo::FilmMemory::Take(film, orvo::Job::kProbe, kPatienceMilliseconds);
+std::optional<std::vector<AttachedFont>> FindAttachedFonts(const orvo::MediaFile& film) {
   const auto bytes =
-      memory ? orvo::CallConfined(orvo::Job::kProbe, {.files = {film.Get()}},
-                                  kMostFonts * sizeof(Place), [&film] { return PlacesIn(film); })
-             : std::nullopt;
+      LookConfined(film, kMostFonts * sizeof(Place), [&film] { return PlacesIn(film); });
   if (!bytes) {
     ORVO_LOG("The fonts of [%s] were not looked for: %s.", film.Path().c_str(), strerror(errno));
-    return {};
+    return std::nullopt;
   }
   std::vector<AttachedFont> fonts;
   for (size_t at = 0; at + sizeof(Place) <= bytes->size(); at += sizeof(Place)) {
@@ -219,6 +267,21 @@ std::vector<AttachedFont> FindAttachedFonts(const orvo::MediaFile& film) {
     }
   }
   return fonts;
+}
+
+std::optional<AttachmentList> FindLargeAttachments(const orvo::MediaFile& film) {
+  MatroskaElement list;
+  const auto bytes = film.Status().st_size > kLarge
+                         ? LookConfined(film, sizeof(list), [&film] { return LargeListIn(film); })
+                         : std::nullopt;
+  if (!bytes || bytes->size() != sizeof(list)) {
+    return std::nullopt;
+  }
+  std::memcpy(&list, bytes->data(), sizeof(list));
+  const bool isPossible = list.begin < list.body && list.body - list.begin <= kLongestHeader &&
+                          list.body < list.end && LiesIn(film, list.begin, list.end - list.begin);
+  return isPossible ? std::optional(AttachmentList{list.begin, list.end, VoidHeader(list)})
+                    : std::nullopt;
 }
 
 }  // namespace LibOrvoQMX

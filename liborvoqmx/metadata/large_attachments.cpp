@@ -14,12 +14,10 @@ constexpr std::string_view kAttachmentsId = "\x19\x41\xa4\x69";
 constexpr uint32_t kAttachments = 0x1941a469;
 constexpr uint32_t kAttachedFile = 0x61a7;
 constexpr uint32_t kMediaType = 0x4660;
-constexpr char kVoid = '\xec';
 
 // Attachments that are smaller in all do no harm.
 constexpr int64_t kLarge = 32 << 20;
 constexpr int kMostElements = 20000;  // that are looked at
-constexpr size_t kLongestSize = 8;
 
 bool IsPicture(const orvo::MediaFile& film, const MatroskaElement& attachment, int& budget) {
   constexpr std::string_view kPictures = "image/";
@@ -31,19 +29,6 @@ bool IsPicture(const orvo::MediaFile& film, const MatroskaElement& attachment, i
     return part.id != kMediaType;
   });
   return isPicture;
-}
-
-// The header of an empty element of the same length.
-std::string VoidHeader(const MatroskaElement& element) {
-  const auto length = static_cast<size_t>(element.body - element.begin);
-  const size_t digits = std::min(length - 1, kLongestSize);
-  auto size = static_cast<uint64_t>(element.end - element.begin) - 1 - digits;
-  std::string header(1 + digits, kVoid);
-  for (size_t i = digits; i > 0; --i, size >>= 8) {
-    header[i] = static_cast<char>(size & 0xff);
-  }
-  header[1] = static_cast<char>(static_cast<uint8_t>(header[1]) | 0x80U >> (digits - 1));
-  return header;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@ namespace {
 
 constexpr size_t kLongestId = 4;
 constexpr size_t kLongestSize = 8;
+constexpr char kVoid = '\xec';
 
 // A number whose length stands in its first bits, and that length. Nothing if it is cut off.
 struct Number {
@@ -55,6 +56,18 @@ std::string BytesAt(const orvo::MediaFile& film, int64_t position, size_t count)
   const ssize_t read = pread(film.Get(), bytes.data(), count, position);
   bytes.resize(read > 0 ? static_cast<size_t>(read) : 0);
   return bytes;
+}
+
+std::string VoidHeader(const MatroskaElement& element) {
+  const auto length = static_cast<size_t>(element.body - element.begin);
+  const size_t digits = std::min(length - 1, kLongestSize);
+  auto size = static_cast<uint64_t>(element.end - element.begin) - 1 - digits;
+  std::string header(1 + digits, kVoid);
+  for (size_t i = digits; i > 0; --i, size >>= 8) {
+    header[i] = static_cast<char>(size & 0xff);
+  }
+  header[1] = static_cast<char>(static_cast<uint8_t>(header[1]) | 0x80U >> (digits - 1));
+  return header;
 }
 
 std::optional<MatroskaElement> OpenElementAt(const orvo::MediaFile& film, int64_t position) {

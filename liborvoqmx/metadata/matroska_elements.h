@@ -30,6 +30,9 @@ ORVO_API std::optional<MatroskaElement> ElementAt(const orvo::MediaFile& film, i
 ORVO_API std::optional<MatroskaElement> OpenElementAt(const orvo::MediaFile& film,
                                                       int64_t position);
 
+// The header of an element without meaning that takes the same bytes.
+ORVO_API std::string VoidHeader(const MatroskaElement& element);
+
 // Calls `take` for each element within another one, while it returns true and `budget`, which
 // counts the elements, lasts.
 template <typename Take>

@@ -91,16 +91,21 @@ export function openDialog(title, ...children) {
   return dialog;
 }
 
-// A table with a heading row. Cells are texts or nodes.
+const MOST_COLUMNS = 4; // that a phone has room for
+
+// A table with a heading row. Cells are texts or nodes. On a phone a wide one becomes a list of cards, whose lines begin
+// with the headings; the roles stay.
 export function table(caption, headings, rows) {
+  const row = (cells) => element('tr', { role: 'row' }, cells);
+  const cell = (content, column) => element('td', { role: 'cell', 'data-heading': headings[column] }, content ?? '');
   return element(
     'div',
     { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': caption },
     element(
       'table',
-      {},
-      element('thead', {}, element('tr', {}, headings.map((text) => element('th', { scope: 'col' }, text)))),
-      element('tbody', {}, rows.map((cells) => element('tr', {}, cells.map((cell) => element('td', {}, cell ?? ''))))),
+      { role: 'table', class: headings.length > MOST_COLUMNS ? 'wide' : '' },
+      element('thead', { role: 'rowgroup' }, row(headings.map((text) => element('th', { scope: 'col', role: 'columnheader' }, text)))),
+      element('tbody', { role: 'rowgroup' }, rows.map((cells) => row(cells.map(cell)))),
     ),
   );
 }

@@ -313,6 +313,8 @@ export const GERMAN = {
   'The accounts file could not be written.': 'Die Datei der Konten konnte nicht geschrieben werden.',
   'A rule needs a folder with films.': 'Eine Regel braucht einen Ordner mit Filmen.',
   'There are too many rules.': 'Es gibt zu viele Regeln.',
+  'You have 250 films in the list of conversions, and more are not possible. Remove some of them.':
+    'Sie haben 250 Filme in der Liste der Umwandlungen, und mehr sind nicht möglich. Entfernen Sie einige davon.',
   'There is no such limit, or the value is out of its range.': 'Diese Grenze gibt es nicht, oder der Wert liegt außerhalb ihres Bereichs.',
   'Create an account on the server first. Without one, the settings can be changed only there.':
     'Legen Sie zuerst auf dem Server ein Konto an. Ohne Konto können die Einstellungen nur dort geändert werden.',
@@ -519,4 +521,68 @@ export const GERMAN = {
   'The film has arrived. The browser is decoding the first picture.':
     'Der Film ist da. Der Browser liest das erste Bild.',
   'The next part of the film has not arrived yet.': 'Der nächste Teil des Films ist noch nicht da.',
+  'Every player can': 'Jeder Player kann',
+  'Not every player can': 'Manche Player können',
+  'This player can': 'Dieser Player kann',
+  'This player cannot': 'Dieser Player kann',
+  'This browser can': 'Dieser Browser kann',
+  'This browser cannot': 'Dieser Browser kann',
+  'Firefox can': 'Firefox kann',
+  'Firefox cannot': 'Firefox kann',
+  'Safari can': 'Safari kann',
+  'Safari cannot': 'Safari kann',
+  '{player} play this file without conversion.': '{player} diese Datei ohne Umwandlung abspielen.',
+  '{player} play the container {container}.': '{player} den Container {container} nicht abspielen.',
+  '{player} play the video codec {codec} in the container {container}.':
+    '{player} den Videocodec {codec} im Container {container} nicht abspielen.',
+  '{player} play the audio codec {codec} in the container {container}.':
+    '{player} den Audiocodec {codec} im Container {container} nicht abspielen.',
+  '{player} play the pixel format {format}.': '{player} das Pixelformat {format} nicht abspielen.',
+  'The film is in {range}, and the player did not say that its screen shows a high dynamic range.':
+    'Der Film hat {range}, und der Player hat nicht angegeben, dass sein Bildschirm einen hohen Kontrastumfang zeigt.',
+  'This file has neither pictures nor sound.': 'Diese Datei hat weder Bild noch Ton.',
+  'The server can copy only H.264 video; this film has {codec}.':
+    'Der Server kann nur H.264-Bilder übernehmen; dieser Film hat {codec}.',
+  'Players cannot decode H.264 video in the pixel format {format}; the server must re-encode it.':
+    'Player können H.264 im Pixelformat {format} nicht lesen; der Server muss die Bilder umwandeln.',
+  "This kind of stream cannot carry the film's rotation of {degrees} degrees; the server must re-encode the video.":
+    'Diese Art von Stream kann nicht sagen, dass der Film um {degrees} Grad gedreht ist; der Server muss die Bilder umwandeln.',
+  'The video is copied without conversion; the sound is converted to AAC.':
+    'Das Bild wird unverändert übernommen; der Ton wird in AAC umgewandelt.',
+  "FFmpeg, not GStreamer, transcodes this film's {codec} video on this server.":
+    'Auf diesem Server wandelt FFmpeg und nicht GStreamer die {codec}-Bilder dieses Films um.',
+  "The hardware cannot transcode this film's {codec} video.":
+    'Die Hardware kann die {codec}-Bilder dieses Films nicht umwandeln.',
+  'The {codec} video of {size} is re-encoded to {quality}.':
+    'Das Bild ({codec}, {size}) wird in {quality} umgewandelt.',
+  'Its {range} colors become those of a standard screen.':
+    'Die Farben von {range} werden zu denen eines gewöhnlichen Bildschirms.',
+  'This file has sound alone, and this kind of stream needs a picture.':
+    'Diese Datei hat nur Ton, und diese Art von Stream braucht ein Bild.',
+  'This file is music with a cover; this kind of stream needs moving pictures.':
+    'Diese Datei ist Musik mit einem Titelbild; diese Art von Stream braucht bewegte Bilder.',
+  'The sound is converted; the cover is not part of the stream.':
+    'Der Ton wird umgewandelt; das Titelbild gehört nicht zum Stream.',
+  "This server makes {quality} at {speed} of the film's speed; {chosen} is chosen.":
+    'Dieser Server schafft {quality} nur {speed}-mal so schnell, wie der Film läuft; gewählt ist {chosen}.',
+  'This file has no video.': 'Diese Datei hat kein Bild.',
+  'HLS needs sound, and this film has none.': 'HLS braucht Ton, und dieser Film hat keinen.',
+  'The picture size or the length of this film is unknown.': 'Die Bildgröße oder die Länge dieses Films ist unbekannt.',
+  "The codec of this film's video is unknown.": 'Der Videocodec dieses Films ist unbekannt.',
+  "The client does not play this film's video without conversion.":
+    'Der Player spielt das Bild dieses Films nicht ohne Umwandlung.',
+  'A player cannot start at the key frames of this film: they need pictures before them.':
+    'An den Schlüsselbildern dieses Films kann kein Player beginnen: Sie brauchen Bilder, die vor ihnen stehen.',
+  'The pictures of this film change their size or coding.':
+    'Die Bilder dieses Films wechseln ihre Größe oder ihre Kodierung.',
+  'The file has no usable index of its key frames, and the background analysis had not found them when the film was opened.':
+    'Die Datei hat kein brauchbares Verzeichnis ihrer Schlüsselbilder, und die Analyse im Hintergrund hatte sie noch nicht gefunden, als der Film geöffnet wurde.',
+  "The client does not show this film's high dynamic range.":
+    'Der Player zeigt den hohen Kontrastumfang dieses Films nicht.',
+  "The film's own picture is larger than the client wants.": 'Das Bild des Films ist größer, als der Player will.',
+  'This machine has no device for it.': 'Dieser Rechner hat kein Gerät dafür.',
+  'This FFmpeg cannot use it.': 'Dieses FFmpeg kann es nicht benutzen.',
+  'It fails to encode pictures of {lines} lines.': 'Es kann keine Bilder mit {lines} Zeilen kodieren.',
+  'What it encodes at {lines} lines is not what it was given.':
+    'Was es bei {lines} Zeilen kodiert, ist nicht, was es bekommen hat.',
 };

@@ -29,11 +29,24 @@ install /root/before
 echo "installed $(version mirevo) in $(($(date +%s) - begun)) s"
 systemctl -q is-active mirevo || fail "the service starts with the installation"
 cp /root/film.mkv /var/lib/mirevo/films/film.mkv
-password=$(cat /etc/mirevo/first-password)
-curl -s -c /root/jar --data-urlencode "passwd=$password" \
-  --data "api=ORVO.Mirevo2.Auth&version=1&method=login&account=owner" "$api" | grep -q '"success":true' || fail "the owner can log in"
+# The first packages made no account.
+password=$(cat /etc/mirevo/first-password 2> /dev/null || true)
+if [ -n "$password" ]; then
+  curl -s -c /root/jar --data-urlencode "passwd=$password" \
+    --data "api=ORVO.Mirevo2.Auth&version=1&method=login&account=owner" "$api" | grep -q '"success":true' || fail "the owner can log in"
+else
+  touch /root/jar
+fi
 plays "before the upgrade"
-call History list | grep -q '"success":true' || fail "there is a history"
+history() { call History list | grep -o '"position":[0-9.]*' || true; }
+curl -s -b /root/jar --data "api=ORVO.Mirevo2.History&version=1&method=save&path=/var/lib/mirevo/films/film.mkv&position=7&duration=60" "$api" > /root/saved
+if grep -q '"success":true' /root/saved; then
+  seen=$(history)
+  [ -n "$seen" ] || fail "the place in a film is kept"
+else
+  seen=
+  echo "the version before has no history"
+fi
 echo '# a line of the owner' >> /etc/mirevo/mirevo.conf
 
 before=$(main)
@@ -44,9 +57,10 @@ systemctl -q is-active mirevo || fail "the service runs after the upgrade"
 [ "$(main)" != "$before" ] || fail "the new program runs"
 echo "upgraded to $(version mirevo) in $(($(date +%s) - begun)) s"
 grep -q '# a line of the owner' /etc/mirevo/mirevo.conf || fail "the owner's configuration stays"
-[ "$(cat /etc/mirevo/first-password)" = "$password" ] || fail "the account stays"
+[ "$(cat /etc/mirevo/first-password 2> /dev/null || true)" = "$password" ] || fail "the account stays"
+[ "$(history)" = "$seen" ] || fail "the places in the films stay"
 plays "after the upgrade, in the session of before"
-curl -s -o /root/index -w '%{http_code}' -u "owner:$password" http://127.0.0.1:8096/files/films/ | grep -q 200 ||
+curl -s -o /root/index -w '%{http_code}' ${password:+-u "owner:$password"} http://127.0.0.1:8096/files/films/ | grep -q 200 ||
   fail "the new version has what is new"
 runuser -u mirevo -- mirevo doctor > /dev/null || fail "the machine is fit after the upgrade"
 

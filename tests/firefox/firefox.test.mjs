@@ -3,33 +3,23 @@ import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { encode } from '../service/page.mjs';
 import { whiteBox } from '../service/pgs.mjs';
 import { FONT, redWord } from '../service/script.mjs';
-import { eventually, media, Service } from '../service/support.mjs';
-import { launch, Viewer } from './viewer.mjs';
+import { eventually, media } from '../service/support.mjs';
+import { cuesAre, suite } from './suite.mjs';
 
 const run = promisify(execFile);
 
-let service;
-let browser;
-let folder;
-
 const srt = (text) => `1\n00:00:01,000 --> 00:00:20,000\n${text}\n\n2\n00:00:28,000 --> 00:00:59,000\n${text} later\n`;
 
-// A film of the shared ones with a subtitle track from a file.
-const addTrack = (name, input, ...options) =>
-  run('ffmpeg', ['-nostdin', '-v', 'error', '-y', '-i', path.join(media, 'two_audio.mkv'), ...input, '-map', '0:v', '-map', '0:a:0', '-map', '1', '-c', 'copy', '-copyts', ...options, path.join(folder, name)]);
-
-async function makeFilms() {
-  folder = fs.mkdtempSync(path.join(media, '../firefox-'));
-  const link = (name, as) => fs.linkSync(path.join(media, name), path.join(folder, as));
+const it = suite(async (folder, link) => {
+  // A film of the shared ones with a subtitle track from a file.
+  const addTrack = (name, input, ...options) =>
+    run('ffmpeg', ['-nostdin', '-v', 'error', '-y', '-i', path.join(media, 'two_audio.mkv'), ...input, '-map', '0:v', '-map', '0:a:0', '-map', '1', '-c', 'copy', '-copyts', ...options, path.join(folder, name)]);
   for (const name of ['h264_aac.mp4', 'h264_ac3.mkv', 'long.mkv', 'vp9_opus.webm']) link(name, name);
   link('two_audio.mkv', 'film.mkv');
-  fs.mkdirSync(path.join(folder, 'Season 1'));
   for (const number of [1, 2]) link('h264_aac.mp4', `Season 1/Harbour.S01E0${number}.mp4`);
   fs.writeFileSync(path.join(folder, 'film.eng.srt'), srt('English'));
   fs.writeFileSync(path.join(folder, 'film.fre.srt'), srt('Français'));
@@ -37,44 +27,8 @@ async function makeFilms() {
   fs.writeFileSync(path.join(folder, 'track.txt'), redWord);
   await addTrack('pictures.mkv', ['-i', path.join(folder, 'box.sup')]);
   await addTrack('styled.mkv', ['-f', 'ass', '-i', path.join(folder, 'track.txt')], '-attach', FONT, '-metadata:s:t', 'mimetype=application/x-truetype-font');
-}
-
-before(async () => {
-  await makeFilms();
-  service = await Service.start([folder]);
-  browser = await launch();
 });
-after(async () => {
-  await browser?.close();
-  fs.rmSync(folder, { recursive: true });
-  await service.finish();
-});
-
-// A test with a viewer of its own.
-const viewing = (name, body) =>
-  test(name, async (t) => {
-    const viewer = await Viewer.open(browser, service);
-    try {
-      await body(viewer, t);
-    } finally {
-      await viewer.close();
-    }
-    await service.isQuiet();
-  });
-
-const place = (view, name) => `#/${view}${encode(path.join(folder, name))}`;
-const watch = (viewer, name, parameters = {}) => viewer.go(`${place('play', name)}?${new URLSearchParams({ t: 0, ...parameters })}`);
-
-const cuesAre = (viewer, ...texts) =>
-  viewer.waitFor(
-    (wanted) =>
-      [...document.getElementById('video').textTracks]
-        .filter(({ mode }) => mode === 'showing')
-        .flatMap(({ activeCues }) => [...(activeCues ?? [])].map(({ text }) => text))
-        .sort()
-        .join() === wanted,
-    texts.join(),
-  );
+const { viewing, watch } = it;
 
 const becomes = (viewer, [x, y], color) =>
   eventually(async () => (JSON.stringify(await viewer.drawnAt(x, y)) === JSON.stringify(color) ? true : undefined), undefined, () => `${x}, ${y} becomes ${color}`);
@@ -204,7 +158,7 @@ viewing('after an episode the next one begins by itself', async (viewer) => {
 
 viewing('the owner manages the folders on the page', async (viewer) => {
   await viewer.go('#/settings');
-  await viewer.sees(folder, 'td');
+  await viewer.sees(it.folder, 'td');
   await viewer.go('#/status');
   await viewer.sees('Disks', 'h2, h3');
   assert.deepEqual(viewer.complaints, []);

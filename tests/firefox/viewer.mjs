@@ -1,27 +1,34 @@
-// Driving the page in headless Firefox, by WebDriver BiDi.
+// Driving the page in headless Firefox, or in Chromium if ORVO_TEST_BROWSER names it, by the same commands.
 import assert from 'node:assert/strict';
 
 import puppeteer from 'puppeteer-core';
 
-import { patience } from '../service/support.mjs';
+import { browserArguments, eventually, patience } from '../service/support.mjs';
 
 const SLOW = 2 * patience; // a film that has to be converted, on a busy machine
 
 // Films begin without a press on a key, as in the other browser's tests.
 const preferences = { 'media.autoplay.default': 0, 'media.autoplay.blocking_policy': 0 };
 
-export const launch = () => puppeteer.launch({ browser: 'firefox', executablePath: '/usr/bin/firefox-esr', headless: true, extraPrefsFirefox: preferences });
+export const isFirefox = (process.env.ORVO_TEST_BROWSER ?? 'firefox') === 'firefox';
+
+export const launch = () =>
+  isFirefox
+    ? puppeteer.launch({ browser: 'firefox', executablePath: '/usr/bin/firefox-esr', headless: true, extraPrefsFirefox: preferences })
+    : puppeteer.launch({ browser: 'chrome', executablePath: '/usr/bin/chromium', headless: true, args: browserArguments });
 
 // A page of the service with cookies and storage of its own. `complaints` collects what scripts of the page throw, and
 // the errors that they log.
 export class Viewer {
-  static async open(browser, service) {
+  // `begin`: runs in each page before the page's own scripts.
+  static async open(browser, service, { width = 1000, height = 700, begin = null } = {}) {
     const viewer = new Viewer();
     viewer.service = service;
     viewer.context = await browser.createBrowserContext();
     viewer.page = await viewer.context.newPage();
     viewer.page.setDefaultTimeout(SLOW);
-    await viewer.page.setViewport({ width: 1000, height: 700 });
+    await viewer.page.setViewport({ width, height });
+    if (begin) await viewer.page.evaluateOnNewDocument(begin);
     viewer.complaints = [];
     viewer.page.on('console', (message) => message.type() === 'error' && viewer.complaints.push(message.text()));
     viewer.page.on('pageerror', (error) => viewer.complaints.push(error.message));
@@ -52,17 +59,53 @@ export class Viewer {
 
   // Waits for an element that matches `selector` and contains `text`.
   sees(text, selector = 'body') {
-    return this.waitFor((name, part) => [...document.querySelectorAll(name)].some((one) => one.checkVisibility() && one.textContent.includes(part)), selector, text);
+    return this.waitFor((name, part) => [...document.querySelectorAll(name)].some((one) => one.checkVisibility() && (one.textContent.includes(part) || one.ariaLabel === part)), selector, text);
   }
 
-  async press(text, selector = 'a, button') {
-    await this.sees(text, selector);
-    const handle = await this.page.evaluateHandle(
-      (name, part) => [...document.querySelectorAll(name)].find((one) => one.checkVisibility() && (one.textContent.includes(part) || one.ariaLabel === part)),
-      selector,
-      text,
+  // The page may replace an element while it is pressed.
+  press(text, selector = 'a, button') {
+    return eventually(async () => {
+      await this.sees(text, selector);
+      const handle = await this.page.evaluateHandle(
+        (name, part) => [...document.querySelectorAll(name)].find((one) => one.checkVisibility() && (one.textContent.includes(part) || one.ariaLabel === part)),
+        selector,
+        text,
+      );
+      return handle.click().then(
+        () => true,
+        () => undefined,
+      );
+    }, SLOW, () => `${text} cannot be pressed`);
+  }
+
+  // Sees the texts of these elements, in this order.
+  shows(selector, ...texts) {
+    return this.waitFor((name, wanted) => [...document.querySelectorAll(name)].map((one) => one.textContent.trim()).join('|') === wanted, selector, texts.join('|'));
+  }
+
+  gone(selector) {
+    return this.waitFor((name) => ![...document.querySelectorAll(name)].some((one) => one.checkVisibility()), selector);
+  }
+
+  // Chooses in a list of the page, by its label.
+  async choose(label, option) {
+    await this.sees(label, 'label');
+    await this.page.evaluate(
+      (name, text) => {
+        const { control } = [...document.querySelectorAll('label')].find((one) => one.checkVisibility() && one.textContent.includes(name));
+        control.value = [...control.options].find((one) => one.text === text).value;
+        control.dispatchEvent(new Event('change', { bubbles: true }));
+      },
+      label,
+      option,
     );
-    await handle.click();
+  }
+
+  // Fills a field of a form, by its label.
+  async fill(label, text) {
+    const field = await this.page.waitForFunction((name) => [...document.querySelectorAll('label')].find((one) => one.checkVisibility() && one.textContent.trim().startsWith(name))?.control, {}, label);
+    await this.page.evaluate((node) => (node.value = ''), field);
+    await field.type(text);
   }
 
   key(name) {

@@ -26,6 +26,7 @@
 #include "webapi/library/art.h"
 #include "webapi/library/film_cache.h"
 #include "webapi/library/film_card.h"
+#include "webapi/library/film_input.h"
 #include "webapi/library/film_traits.h"
 #include "webapi/library/media_library.h"
 
@@ -62,6 +63,7 @@ struct Source {
   const orvo::MediaFile& file;
   std::string demuxer;  // FFmpeg's name: the film's descriptor has no name to tell it from
   std::string tones;    // filters; "" for a film of a standard range
+  FilmInput input;
 };
 
 // The colors of a JPEG.
@@ -93,13 +95,13 @@ std::vector<std::string> DecodeOne(const Source& film, int width, const Look& lo
           "-skip_frame",
           "nokey",
           "-protocol_whitelist",
-          "file",
+          film.input.Protocols(),
           "-format_whitelist",
           orvo::kSelfContainedFormats,
           "-f",
           film.demuxer,
           "-i",
-          "file:" + film.file.Address(),
+          film.input.Address(),
           "-map",
           look.track,
           "-frames:v",
@@ -163,13 +165,14 @@ struct Wish {
 // Nothing if the film cannot be read.
 std::optional<Source> SourceOf(const Wish& wish) {
   if (!wish.demuxer.empty()) {
-    return Source{wish.film, wish.demuxer, ""};
+    return Source{wish.film, wish.demuxer, "", {wish.film, wish.demuxer}};
   }
   LibOrvoQMX::VideoMetaData known;
   if (!known.LoadFile(wish.film)) {
     return std::nullopt;
   }
-  return Source{wish.film, orvo::DemuxerOf(known.GetContainer()), ToneMappingOf(known)};
+  const std::string demuxer = orvo::DemuxerOf(known.GetContainer());
+  return Source{wish.film, demuxer, ToneMappingOf(known), {wish.film, demuxer}};
 }
 
 // Tries one look after the other. False if it is not known whether there is a picture.

@@ -23,6 +23,7 @@
 #include "util/subtitle.h"
 #include "webapi/library/beside.h"
 #include "webapi/library/dvd_subtitles.h"
+#include "webapi/library/film_input.h"
 #include "webapi/library/media_library.h"
 #include "webapi/subtitles/character_set.h"
 #include "webapi/subtitles/dvd_pictures.h"
@@ -158,14 +159,16 @@ constexpr std::array kContainers = {
 struct TrackInput {
   std::vector<std::string> arguments;
   std::vector<int> files;
+  std::string protocols = "file,pipe";
 };
 
 std::string AddressOf(const orvo::MediaFile& file) {
   return "file:" + file.Address();
 }
 
-TrackInput InputOf(const orvo::MediaFile& film, const Container& container) {
-  return {{"-f", container.demuxer, "-i", AddressOf(film)}, {film.Get()}};
+TrackInput InputOf(const orvo::MediaFile& film, const FilmInput& input,
+                   const Container& container) {
+  return {{"-f", container.demuxer, "-i", input.Address()}, {film.Get()}, input.Protocols()};
 }
 
 TrackInput InputOf(const DvdSubtitles& files) {
@@ -204,8 +207,8 @@ class SubtitleTrack : public SubtitleSource {
     return ToUtf8(text, "UTF-8").find("\xef\xbf\xbd") != std::string::npos;
   }
 
-  // Returns false if the extractor could not run, or could not open the film: it has no memory for
-  // many large fonts. A damaged film gives the readable part.
+  // Returns false if the extractor could not run, or could not open the film. A damaged film gives
+  // the readable part.
   bool Extract(std::string& text) const {
     // The child gets this descriptor under the same number. The file is in memory, so nothing
     // remains when the request ends.
@@ -243,8 +246,8 @@ class SubtitleTrack : public SubtitleSource {
   // Skips the packets of all other tracks, so a long film is read at about the disk's speed.
   std::vector<std::string> CommandLine(int output) const {
     std::vector<std::string> words = {
-        kExtractor,   "-nostdin",         "-hide_banner",        "-loglevel", "fatal",
-        "-timelimit", kExtractionSeconds, "-protocol_whitelist", "file,pipe"};
+        kExtractor,   "-nostdin",         "-hide_banner",        "-loglevel",     "fatal",
+        "-timelimit", kExtractionSeconds, "-protocol_whitelist", input_.protocols};
     words.insert(words.end(), input_.arguments.begin(), input_.arguments.end());
     const std::string outputs[] = {"-map",
                                    "0:" + track_,
@@ -268,6 +271,18 @@ class SubtitleTrack : public SubtitleSource {
   TrackInput input_;
   std::string track_;
   const Extraction& extraction_;
+};
+
+// A track in the film.
+class FilmTrack : public SubtitleTrack {
+ public:
+  FilmTrack(const orvo::MediaFile& film, std::unique_ptr<FilmInput> input,
+            const Container& container, const std::string& track, const Extraction& extraction)
+      : SubtitleTrack(film, InputOf(film, *input, container), track, extraction),
+        input_(std::move(input)) {}
+
+ private:
+  std::unique_ptr<FilmInput> input_;
 };
 
 // A track of a DVD's subtitles beside the film.
@@ -315,7 +330,8 @@ std::unique_ptr<SubtitleSource> FindTrack(const Json::Value& film, const orvo::M
     const Extraction* const extraction =
         RowOf(kExtractions, &Extraction::codec, TextIn(track, "codec"));
     if (TextIn(track, "track") == id && extraction != nullptr) {
-      return std::make_unique<SubtitleTrack>(file, InputOf(file, *container), id, *extraction);
+      return std::make_unique<FilmTrack>(
+          file, std::make_unique<FilmInput>(file, container->demuxer), *container, id, *extraction);
     }
   }
   return nullptr;

@@ -8,6 +8,7 @@ import { filmInfo } from '../playback/client.js';
 import { abilitiesOf, kindsFor, kindText, methodText, plan, playsAs, usualWay } from '../playback/kinds.js';
 import { openParameters } from '../playback/opening.js';
 import { warmth } from '../playback/warmth.js';
+import { reasonText } from '../reasons.js';
 import { episodeCode, lineOf, titleOfEntry, withCard } from '../titles.js';
 import { isBroken, wordsOf } from '../words.js';
 import { openElsewhere } from './elsewhere.js';
@@ -81,12 +82,12 @@ function prepare(path, info, kinds, second, signal) {
 const summary = (info, kinds) => (kinds.length > 0 ? playsAs(info, wayOf(info, kinds).used) : t('This browser cannot play this film.'));
 
 function profilesTable(info) {
-  const direct = info.direct ? [[kindText('direct'), '', methodText(info.direct.fits ? 'direct' : 'refused'), info.direct.why]] : [];
+  const direct = info.direct ? [[kindText('direct'), '', methodText(info.direct.fits ? 'direct' : 'refused'), reasonText(info.direct.why)]] : [];
   const rows = info.profiles.map((profile) => [
     kindText(profile.format),
     profile.default ? element('strong', {}, t('{key} (default)', { key: profile.key })) : profile.key,
     methodText(profile.method),
-    profile.why,
+    reasonText(profile.why),
   ]);
   return table(t('Playback methods of this film'), [t('Method'), t('Quality'), t('Conversion'), t('Reason')], [...direct, ...rows]);
 }
@@ -98,7 +99,7 @@ function details(info, kinds) {
     'details',
     {},
     element('summary', {}, t('Details')),
-    used ? element('p', {}, `${kindText(kind)}: ${used.why ?? ''}`) : null,
+    used ? element('p', {}, `${kindText(kind)}: ${reasonText(used.why)}`) : null,
     element('h2', {}, t('Tracks')),
     tracksTable(info),
     element('h2', {}, t('All playback methods and qualities')),

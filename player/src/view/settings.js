@@ -3,6 +3,7 @@ import { asText, get, post } from '../api.js';
 import { element, field, openDialog, table } from '../dom.js';
 import { sizeText } from '../format.js';
 import { counted, t } from '../language.js';
+import { reasonText } from '../reasons.js';
 import { refusalText } from '../refusals.js';
 import { learnWho, session } from '../session.js';
 import { checkbox, passwordField, settingForm } from './forms.js';
@@ -145,7 +146,7 @@ function accountsSection(settings, show) {
   );
 }
 
-const engineText = ({ encoder, device, lines, reason }) => `${encoder} (${device}): ${lines > 0 ? t('up to {lines} lines', { lines }) : reason}`;
+const engineText = ({ encoder, device, lines, reason }) => `${encoder} (${device}): ${lines > 0 ? t('up to {lines} lines', { lines }) : reasonText(reason)}`;
 
 function hardwareSection({ hardware }, show) {
   const list = hardware.engines.map((engine) => element('li', {}, engineText(engine)));

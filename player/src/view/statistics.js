@@ -3,6 +3,7 @@ import { element } from '../dom.js';
 import { clockText, decimalText, millisecondsText } from '../format.js';
 import { t } from '../language.js';
 import { kindText, methodText } from '../playback/kinds.js';
+import { reasonText } from '../reasons.js';
 import { stutterWords } from '../words.js';
 
 const PARTS = [
@@ -74,7 +75,7 @@ function rowsOf(playback, state) {
   return [
     ['Playback method', kindText(playback.kind)],
     ['Conversion', methodText(state?.method ?? playback.methodOf()?.method)],
-    ['Reason', state?.why ?? playback.methodOf()?.why],
+    ['Reason', reasonText(state?.why ?? playback.methodOf()?.why)],
     ['Quality', t(playback.engine?.qualityName?.() ?? stream?.profile ?? '')],
     ['Encoder', encoderText(state?.transcoder)],
     ['Resolution', video.videoWidth && `${video.videoWidth} × ${video.videoHeight}`],

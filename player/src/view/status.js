@@ -4,6 +4,7 @@ import { element, table } from '../dom.js';
 import { clockText, decimalText, nameOf, sizeText } from '../format.js';
 import { forget, watched } from '../history.js';
 import { counted, t } from '../language.js';
+import { reasonText } from '../reasons.js';
 import { stutterWords } from '../words.js';
 import { filmAddress, keepFresh, replaceContent, sayError, say } from './page.js';
 import { timesText } from './statistics.js';
@@ -80,7 +81,7 @@ function streamsOf({ streams, transcoders }, refresh) {
 
 function engineText({ encoder, device, lines, speed, reason }) {
   const facts = [t('up to {lines} lines', { lines }), speed > 0 && t('{speed} times the film’s speed', { speed: decimalText(speed, 1) })];
-  const used = lines > 0 ? facts.filter(Boolean).join(', ') : `${t('not used.')} ${reason}`;
+  const used = lines > 0 ? facts.filter(Boolean).join(', ') : `${t('not used.')} ${reasonText(reason)}`;
   return `${t('{encoder} on {device}', { encoder, device })}: ${used}`;
 }
 
