@@ -168,7 +168,9 @@ bool HasMadeHeader(const CmafRequest& request, const CmafPlan& plan, ChildStream
 }  // namespace
 
 int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
-  KeepMemory();
+  if (request.IsCopy()) {
+    KeepMemory();  // an encoder is slower than the kernel's page faults
+  }
   const auto plan = CmafPlan::Parse(ReadShared(request.folder, kCmafPlanFile));
   if (!plan || request.number >= plan->Count()) {
     ORVO_LOG("There is no plan for the segments in [%s]", request.folder.c_str());

@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "contract/blocks.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/demand.h"
 #include "transcoder/film_promise.h"
@@ -40,6 +41,7 @@ class Run : private FragmentSink {
  public:
   Run(const FragmentPlan& plan, ChildStream child)
       : searches_(plan.searches),
+        last_(LastOfRun(plan.firstNumber)),
         film_(std::move(child)),
         files_(plan),
         demand_(ParentOf(plan.folder), plan.firstNumber),
@@ -51,7 +53,7 @@ class Run : private FragmentSink {
     if (code == 0 && !cutter_.HasPicture()) {
       code = FindLastPicture();
     }
-    if (code == 0) {
+    if (code == 0 && !isFull_) {
       cutter_.Finish();
     }
     return hasFailed_ ? kExitFailure : code;
@@ -70,7 +72,7 @@ class Run : private FragmentSink {
   }
 
   void TakeFrames() {
-    while (!Child().IsStopped() && !cutter_.IsSated()) {
+    while (!Child().IsStopped() && !IsEnough()) {
       const auto frame = source_->Format().Next();
       if (!frame) {
         return;
@@ -79,9 +81,11 @@ class Run : private FragmentSink {
     }
   }
 
+  bool IsEnough() const { return isFull_ || cutter_.IsSated(); }
+
   // What FFmpeg still writes is wanted no more; how it takes that is no matter.
   int End() {
-    const bool isEnough = cutter_.IsSated();
+    const bool isEnough = IsEnough();
     Child().Close();
     const int code = Child().ExitCode();
     if (Child().IsStopped()) {
@@ -108,7 +112,12 @@ class Run : private FragmentSink {
   }
 
   // Waits until somebody wants this fragment: the one before may be ahead as far as is allowed.
+  // Pictures come behind the sound of the same time, so the last ones end the run.
   void Write(Track track, int number, const std::vector<Sample>& samples) override {
+    if (number > last_) {
+      return;
+    }
+    isFull_ = track == Track::kVideo && number == last_;
     while (!Child().IsStopped() && !demand_.Wants(number - 1)) {
       Child().WaitForChange(demand_.Descriptor());
       demand_.Refresh();
@@ -126,12 +135,14 @@ class Run : private FragmentSink {
   ChildStream& Child() { return source_->Child(); }
 
   const std::vector<std::vector<std::string>> searches_;
+  const int64_t last_;
   FrameSource film_;
   std::unique_ptr<FrameSource> pictures_;  // when the run itself has none
   FrameSource* source_ = &film_;           // the newest
   FragmentFiles files_;
   Demand demand_;
   FragmentCutter cutter_;
+  bool isFull_ = false;  // the last fragment of the run is being written or complete
   bool hasFailed_ = false;
 };
 

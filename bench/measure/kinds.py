@@ -42,17 +42,17 @@ def first_bytes_alone(film, arguments, start):
     return took
 
 
-def waits(system, film, kind, key, fetch, second):
+def waits(system, film, kind, key, fetch, second, wishes):
     """(from `open` to the last byte, from the request to the last byte, the same after a seek)"""
     begun = time.monotonic()
     # As the page opens it: the transcoder may start at once.
-    stream = system.open(film, kind, key, start=0)
+    stream = system.open(film, kind, key, start=0, **wishes)
     fetch(stream, 0)
     opened = milliseconds(begun)
     system.close(stream)
     # The place of the transcoder is free when that has ended.
     system.wait_until(lambda: not of_stream(system))
-    stream = system.open(film, kind, key)
+    stream = system.open(film, kind, key, **wishes)
     asked = time.monotonic()
     fetch(stream, 0)
     first = milliseconds(asked)
@@ -63,12 +63,12 @@ def waits(system, film, kind, key, fetch, second):
     return opened, first, sought
 
 
-def compare(system, name, film, kind, key, fetch, floor, bounds):
-    """Yields three figures. `floor` takes a second of the film; `bounds` are ratios."""
+def compare(system, name, film, kind, key, fetch, floor, bounds, wishes=None):
+    """Yields three figures. `floor` takes a second of the film; `bounds` are ratios; `wishes` are for `open`."""
     once = []
 
     def ours():
-        once[:] = waits(system, film, kind, key, fetch, SEEK_SECONDS)
+        once[:] = waits(system, film, kind, key, fetch, SEEK_SECONDS, wishes or {})
         return once[1]
 
     opened, first, sought, first_floor, sought_floor = interleaved(
@@ -153,39 +153,58 @@ def progressive(system):
     yield from first_bytes(system, "http", {"http_ts_remux": None, "http_ts_720p_vb2500_ab128": "1280x720"})
 
 
-def copied_rendition(playlist):
-    """The address of the copied pictures' playlist in a multivariant playlist."""
-    return next(line for line in playlist.splitlines() if "rendition=copy" in line and not line.startswith("#"))
-
-
-def segment_at(playlist, second):
-    """(address, start, length) of the segment of a media playlist that holds this second."""
-    start, length = 0.0, 0.0
-    for line in playlist.splitlines():
-        if line.startswith("#EXTINF:"):
-            length = float(line[len("#EXTINF:"):].split(",")[0])
-        elif line and not line.startswith("#"):
-            if start <= second < start + length:
-                return line, start, length
-            start += length
+def segment_at(durations, second):
+    """(number, start, length) of the segment that holds this second. The durations are in seconds."""
+    start = 0.0
+    for number, length in enumerate(durations):
+        if start <= second < start + length:
+            return number, start, length
+        start += length
     raise ValueError(f"no segment holds second {second}")
 
 
-def cmaf(system):
-    """A complete copied CMAF segment: first, and after a seek."""
-    film = media.film()
-    system.serve(film.parent)
-    stream = system.open(film, "cmaf")
-    name = copied_rendition(system.get(stream["address"]).decode())
-    playlist = system.get(name).decode()
+def renditions(presentation, treatments):
+    """The first rendition with each of these treatments, and the lengths of the segments in seconds."""
+    chosen = [next(row for row in presentation["renditions"] if row["treatment"] == treatment)
+              for treatment in treatments]
+    return chosen, [ticks / presentation["timescale"] for ticks in presentation["durations"]]
+
+
+def compare_cmaf(system, name, film, treatments, wishes, encoder, bounds):
+    """Segments of these renditions, which are asked for at once. FFmpeg alone makes all in one file."""
+    stream = system.open(film, "cmaf", **wishes)
+    chosen, durations = renditions(stream["presentation"], treatments)
     system.close(stream)
 
     def fetch(opened, second):
-        address = segment_at(playlist, second)[0]
-        system.get(address.replace(stream["stream_id"], opened["stream_id"]))
+        number = segment_at(durations, second)[0]
+        addresses = [row["segments"].replace(stream["stream_id"], opened["stream_id"]) + str(number) for row in chosen]
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            list(pool.map(system.get, addresses))
 
     def floor(second):
-        _, start, length = segment_at(playlist, second)
-        return alone(film, ["-c", "copy"], start, length, ["-movflags", "frag_keyframe+empty_moov", "-f", "mp4"])
+        _, start, length = segment_at(durations, second)
+        return alone(film, encoder(chosen), start, length, ["-movflags", "frag_keyframe+empty_moov", "-f", "mp4"])
 
-    yield from compare(system, "CMAF, copied", film, "cmaf", None, fetch, floor, (None, None))
+    yield from compare(system, name, film, "cmaf", None, fetch, floor, bounds, wishes)
+
+
+def own_encoder(chosen):
+    """What the transcoder program tells FFmpeg about a picture of the ladder and its sound."""
+    picture = chosen[0]
+    rate = picture["bandwidth"]
+    return ["-vf", f"scale={picture['width']}:{picture['height']},format=yuv420p", "-c:v", "libx264", "-preset",
+            "superfast", "-profile:v", "high", "-bf", "0", "-crf", "23", "-maxrate", str(rate), "-bufsize",
+            str(2 * rate), "-rc-lookahead", "0", "-sc_threshold", "0", "-c:a", "aac", "-b:a", "160k", "-ac", "2"]
+
+
+def cmaf(system):
+    """A complete CMAF segment, copied and converted: first, and after a seek."""
+    film = media.film()
+    system.serve(film.parent)
+    yield from compare_cmaf(system, "CMAF, copied", film, ["pictures"], {}, lambda _: ["-c", "copy"], (0.4, 0.4))
+    ladder = {"max_height": 720}  # so that the film itself is too large
+    usual = profile(system, TRANSCODE)
+    yield from compare_cmaf(system, "CMAF, 720p", film, ["h264", "stereo"], ladder, lambda _: usual, (0.9, 0.9))
+    yield from compare_cmaf(system, "CMAF, 720p, same encoder", film, ["h264", "stereo"], ladder, own_encoder,
+                            (None, None))

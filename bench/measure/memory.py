@@ -1,4 +1,5 @@
 """What streams cost while they run, and while nobody plays them."""
+import contextlib
 import os
 import time
 
@@ -22,17 +23,28 @@ def is_ffmpeg(pid):
 
 
 def beside_ffmpeg(system):
-    """The private memory of a running HLS conversion, beside FFmpeg's own."""
+    """The private memory of a running HLS and a running CMAF conversion, beside FFmpeg's own."""
     film = media.film()
     system.serve(film.parent)
     stream = system.open(film, "hls", "hls_720p_vb2500_ab128")
     system.get(f"{stream['address']}&fragment_id=0")
+    yield memory_of(system, stream, "HLS conversion, beside FFmpeg", 1)
+    stream = system.open(film, "cmaf", max_height=720)
+    first = {row["treatment"]: row["segments"] for row in reversed(stream["presentation"]["renditions"])}
+    for treatment in ("h264", "stereo"):
+        system.get(first[treatment] + "0")
+    yield memory_of(system, stream, "CMAF conversion, beside FFmpeg", 1.5)
+
+
+def memory_of(system, stream, name, bound):
+    """The processes of a stream, which is closed then."""
     sizes = {True: 0, False: 0}
     for pid in of_stream(system):
-        sizes[is_ffmpeg(pid)] += private_kilobytes(pid) / 1024
+        with contextlib.suppress(FileNotFoundError):  # a request that has just ended
+            sizes[is_ffmpeg(pid)] += private_kilobytes(pid) / 1024
     system.close(stream)
-    yield Figure("HLS conversion, beside FFmpeg", sizes[False], unit="MiB", floor=sizes[True],
-                 floor_name="FFmpeg's private memory", bound=1)
+    system.wait_until(lambda: not of_stream(system))
+    return Figure(name, sizes[False], unit="MiB", floor=sizes[True], floor_name="FFmpeg's private memory", bound=bound)
 
 
 def size_of(folder):

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "contract/stream_files.h"
@@ -28,6 +29,35 @@ constexpr size_t kRequestedDigits = 7;
 bool IsLater(const timespec& one, const timespec& other) {
   return one.tv_sec > other.tv_sec || (one.tv_sec == other.tv_sec && one.tv_nsec > other.tv_nsec);
 }
+
+// Each request is a process, so requests came in the order in which these started.
+struct Asker {
+  int64_t start = 0;  // in clock ticks since the machine did
+  int64_t pid = 0;    // tells the order within a tick
+
+  bool IsAfter(const Asker& other) const {
+    return std::tie(start, pid) > std::tie(other.start, other.pid);
+  }
+
+  static Asker This() {
+    return {static_cast<int64_t>(orvo::StartOf(getpid()).value_or(0)), getpid()};
+  }
+
+  // 0 for what is missing.
+  static Asker Parse(const std::string& text) {
+    const auto space = text.find(' ');
+    return {LeadingNumber(text),
+            space == std::string::npos ? 0 : LeadingNumber(text.substr(space))};
+  }
+
+  std::string Text() const { return std::to_string(start) + ' ' + std::to_string(pid); }
+
+  // A record from before the machine started last may be of a later time.
+  bool IsPossible() const {
+    timespec now{};
+    return clock_gettime(CLOCK_BOOTTIME, &now) == 0 && start / sysconf(_SC_CLK_TCK) <= now.tv_sec;
+  }
+};
 
 }  // namespace
 
@@ -164,6 +194,18 @@ time_t StreamDirectory::LastAccess() const {
 // The width is fixed, so one write replaces the older number. Nothing needs to be cut off, and no
 // write waits for the disk.
 void StreamDirectory::AskFor(int64_t number) const {
+  const StateFile file = File("asked_by");
+  const StreamLock lock = file.Lock();
+  const Asker latest = Asker::Parse(file.Read());
+  const Asker own = Asker::This();
+  if (latest.IsAfter(own) && latest.IsPossible()) {
+    return;
+  }
+  file.Write(own.Text());
+  WriteRequested(number);
+}
+
+void StreamDirectory::WriteRequested(int64_t number) const {
   const std::string path = FilePath(orvo::kRequestedFile);
   std::string text = std::to_string(number);
   text.insert(0, kRequestedDigits - std::min(text.size(), kRequestedDigits), '0');

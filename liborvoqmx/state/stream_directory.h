@@ -74,6 +74,8 @@ class ORVO_API StreamDirectory {
 
   // The number of the last requested piece, below 10000000. It limits how far a transcoder runs
   // ahead. In a stream without a transcoder it is a byte of the film. -1 before the first request.
+  // Requests may run in another order than they came in: AskFor changes nothing if a process that
+  // started after this one has called it. The viewer has gone elsewhere then.
   void AskFor(int64_t number) const;
   void AskForByte(int64_t offset) const;
   int64_t LastAskedFor() const;
@@ -101,6 +103,7 @@ class ORVO_API StreamDirectory {
     bool isReadable = true;
   };
   StateFile File(const char* name) const;
+  void WriteRequested(int64_t number) const;
   MonitorRecord ReadMonitor() const;
 
   std::string streamId_;

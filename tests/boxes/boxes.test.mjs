@@ -76,6 +76,20 @@ test('a forged ticket is refused through the balancer', async (t) => {
   assert.equal(response.status, 403);
 });
 
+test('a film is opened by POST through the balancer, on the first box and on each other', async (t) => {
+  const call = { api: 'ORVO.Mirevo2.Streaming', version: 1, method: 'open', _sid: cluster.session };
+  const wish = { path: path.join(media, film), format: 'hls', profile: 'hls_remux' };
+  for (const box of ['', '?box=1', '?box=2', '?box=3']) {
+    const response = await fetch(`http://${cluster.authority}/webapi/entry.cgi${box}`, { method: 'POST', body: new URLSearchParams({ ...call, ...wish }) });
+    const answer = await response.json();
+    assert.ok(answer.success, `${box}: ${JSON.stringify(answer.error)}`);
+    t.after(() => cluster.close(answer.data));
+    const [first, ...others] = await cluster.segments(answer.data.url);
+    for (const address of [first, others[2]]) await bytes(address);
+    assert.ok(cluster.makers(answer.data).length > 1, 'the blocks come from several boxes');
+  }
+});
+
 test('a drained box gets no new segment, its film goes on, and nobody misses it', async (t) => {
   const drained = cluster.boxes[1];
   const stream = await open(t, { format: 'hls', profile: 'hls_remux' });

@@ -10,7 +10,7 @@ import { after, before, test } from 'node:test';
 
 import { playback, shownSecond, withBarePage } from '../service/bare_page.mjs';
 import { eventually, Service } from '../service/support.mjs';
-import { gstreamer, isClean, mpv, nowhere, players, program, vlc } from './players.mjs';
+import { gstreamer, isClean, mpv, nowhere, observe, players, program, vlc } from './players.mjs';
 
 const seconds = 40;
 const rate = 25;
@@ -76,28 +76,6 @@ for (const kind of ['url', 'dash']) {
 }
 
 // --- Players in a browser ---
-
-// What a player that stands still was doing.
-function observe(page) {
-  const waiting = new Set();
-  const ended = [];
-  const name = (request) => request.url().replace(/.*(?=(rendition|playlist_type)=)/, '');
-  const end = (request, how) => {
-    waiting.delete(request);
-    ended.push(`${name(request)} ${how}`);
-  };
-  page.on('request', (request) => waiting.add(request));
-  page.on('requestfinished', (request) => end(request, 'came'));
-  page.on('requestfailed', (request) => end(request, request.failure()?.errorText));
-  return async () => {
-    const video = await page.evaluate(() => {
-      const { currentTime, readyState, seeking, paused, error, buffered } = document.getElementById('video');
-      const parts = Array.from({ length: buffered.length }, (_, i) => [buffered.start(i), buffered.end(i)]);
-      return { currentTime, readyState, seeking, paused, error: error?.message, parts, errors: window.errors };
-    });
-    return JSON.stringify({ ...video, waiting: [...waiting].map(name), ended: ended.slice(-8) });
-  };
-}
 
 // The picture that is shown belongs to the player's clock. `deed`: what the viewer has just done.
 async function showsItsTime(page, second, deed) {

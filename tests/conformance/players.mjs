@@ -100,3 +100,25 @@ export const players = {
     },
   },
 };
+
+// What a player that stands still was doing.
+export function observe(page) {
+  const waiting = new Set();
+  const ended = [];
+  const name = (request) => request.url().replace(/.*(?=(rendition|playlist_type|fragment_id)=)/, '');
+  const end = (request, how) => {
+    waiting.delete(request);
+    ended.push(`${name(request)} ${how}`);
+  };
+  page.on('request', (request) => waiting.add(request));
+  page.on('requestfinished', (request) => end(request, 'came'));
+  page.on('requestfailed', (request) => end(request, request.failure()?.errorText));
+  return async () => {
+    const video = await page.evaluate(() => {
+      const { currentTime, readyState, seeking, paused, error, buffered } = document.getElementById('video');
+      const parts = Array.from({ length: buffered.length }, (_, i) => [buffered.start(i), buffered.end(i)]);
+      return { currentTime, readyState, seeking, paused, error: error?.message, parts, errors: window.errors };
+    });
+    return JSON.stringify({ ...video, waiting: [...waiting].map(name), ended: ended.slice(-8) });
+  };
+}

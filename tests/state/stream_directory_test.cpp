@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "platform/unique_fd.h"
+#include "support/processes.h"
 #include "support/streams.h"
 
 namespace {
@@ -141,6 +142,23 @@ TEST_F(StreamFiles, StoreTheLastRequestedPiece) {
   directory.AskForByte(12345678901);
   directory.AskForByte(5);
   EXPECT_EQ(directory.LastAskedFor(), 5);
+}
+
+// The parent of a process started before it.
+TEST_F(StreamFiles, StoreNoRequestThatRunsAfterALaterOne) {
+  const StreamDirectory directory("HLS", kId);
+  directory.AskFor(3);
+  test::Child later([&] { directory.AskFor(50); });
+  ASSERT_EQ(later.Wait(), 0);
+  directory.AskFor(10);
+  EXPECT_EQ(directory.LastAskedFor(), 50);
+}
+
+TEST_F(StreamFiles, StoreARequestAfterAnImpossibleRecordOfALaterOne) {
+  const StreamDirectory directory("HLS", kId);
+  Write(File("asked_by"), "99999999999999 1");
+  directory.AskFor(10);
+  EXPECT_EQ(directory.LastAskedFor(), 10) << "the machine has been started since";
 }
 
 TEST_F(StreamFiles, TellTheLastAccess) {

@@ -92,6 +92,17 @@ class FragmentRun(unittest.TestCase):
         self.assertEqual(run.numbers(), list(range(LAST + 1)))
         self.assertEqual(run.numbers("audio"), list(range(LAST + 1)))
 
+    def test_where_boxes_share_the_blocks_a_run_makes_the_rest_of_its_block_and_ends(self):
+        os.environ["ORVO_BLOCKS"] = "1"
+        self.addCleanup(os.environ.pop, "ORVO_BLOCKS")
+        for first, last in ((0, 0), (1, 2), (8, 9), (LAST, LAST)):
+            run = self.started(self.run_of(first * LENGTH))
+            self.assertTrue(self.ends_within(run, PATIENCE))
+            self.assertEqual(run.process.returncode, 0)
+            for track in ("video", "audio"):
+                self.assertEqual(run.numbers(track), list(range(first, last + 1)))
+                self.assertEqual(run.announced(track), [])
+
     def test_a_run_waits_for_its_viewer_and_goes_on(self):
         run = self.paused()
         self.request(run, 3)

@@ -243,14 +243,8 @@ class SegmentRequest {
     return "Server-Timing: wait;dur=" + std::to_string(wait_.Milliseconds()) + "\r\n";
   }
 
-  // A newer request elsewhere in the film takes the run along.
-  bool IsReplaced() const {
-    const int64_t asked = folder_.LastAskedFor();
-    return asked < number_ || asked > number_ + 1;
-  }
-
   Answer MakeAndSend(std::optional<LibOrvoQMX::StreamLock>& place) {
-    for (int tries = 0; tries < kTries && (tries == 0 || !IsReplaced()); ++tries) {
+    for (int tries = 0; tries < kTries && !run_.IsReplaced(number_); ++tries) {
       if (!run_.Reach(number_, place)) {
         return Answer::Failure(kInternal, "The transcoder could not be started.");
       }
@@ -276,7 +270,9 @@ class SegmentRequest {
     }
   }
 
-  bool IsComing() const { return run_.Look(number_) == CmafRun::State::kGrowing && !IsReplaced(); }
+  bool IsComing() const {
+    return run_.Look(number_) == CmafRun::State::kGrowing && !run_.IsReplaced(number_);
+  }
 
   const Request& request_;
   const Ticket& ticket_;

@@ -18,6 +18,8 @@ namespace webapi {
 namespace {
 
 constexpr int kLookAgainMilliseconds = 1000;
+// The same where the kernel tells no changes: each user has a limited number of inotify instances.
+constexpr int kBlindMilliseconds = 100;
 constexpr size_t kBoxHead = 8;
 
 class GrowingSegment {
@@ -28,7 +30,7 @@ class GrowingSegment {
     inotify_add_watch(changes_.Get(), path.c_str(), IN_MODIFY | IN_MOVE_SELF | IN_CLOSE_WRITE);
   }
 
-  bool IsOpen() const { return file_.IsOpen() && changes_.IsOpen(); }
+  bool IsOpen() const { return file_.IsOpen(); }
 
   // Is this file the one at `path`?
   bool IsAt(const std::string& path) const {
@@ -45,7 +47,7 @@ class GrowingSegment {
 
   void Wait() const {
     pollfd change{changes_.Get(), POLLIN, 0};
-    poll(&change, 1, kLookAgainMilliseconds);
+    poll(&change, 1, changes_.IsOpen() ? kLookAgainMilliseconds : kBlindMilliseconds);
     std::array<char, 4096> ignored{};
     while (read(changes_.Get(), ignored.data(), ignored.size()) > 0) {
     }

@@ -244,9 +244,17 @@ std::optional<StreamLock> CmafRun::TakePlace() const {
                                    kLockMode);
 }
 
+bool CmafRun::IsReplaced(int number) const {
+  const int64_t asked = folder_.LastAskedFor();
+  return asked >= 0 && (asked < number || asked > number + 1);
+}
+
+// Whether the request is replaced is looked at under the lock: the newer request may have started
+// its run while this one waited.
 bool CmafRun::Reach(int number, std::optional<StreamLock>& place) const {
   StreamLock lock = folder_.SeekTime().Lock();
-  return Exists(SegmentPath(number)) || IsOnItsWay(number) || Start(number, lock, place);
+  return Exists(SegmentPath(number)) || IsOnItsWay(number) || IsReplaced(number) ||
+         Start(number, lock, place);
 }
 
 bool CmafRun::IsOnItsWay(int number) const {
@@ -285,11 +293,23 @@ bool CmafRun::Start(int number, StreamLock& lock, std::optional<StreamLock>& pla
     if (place) {
       place->Leave();
     }
-    return BecomeMonitor(folder_) && position.Replace(number);
+    if (!BecomeMonitor(folder_)) {
+      return false;
+    }
+    RemoveUnfinished(position);
+    return position.Replace(number);
   };
   gStop = 0;
   gTranscoder = orvo::Process();
   return StartMonitor(OnStop, record, [&] { Watch(number); });
+}
+
+// A run that was killed leaves the segment in work. Requests would take it for that of the next
+// run.
+void CmafRun::RemoveUnfinished(const StateFile& position) const {
+  if (const auto number = position.Number()) {
+    unlink(UnfinishedPath(static_cast<int>(*number)).c_str());
+  }
 }
 
 // The monitor's work.

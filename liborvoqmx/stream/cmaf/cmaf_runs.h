@@ -58,9 +58,13 @@ class ORVO_API CmafRun {
   // other renditions.
   std::optional<StreamLock> TakePlace() const;
 
-  // Makes sure that a run will make the segment soon. Of the stream's encoded pictures, only one
-  // rendition runs at a time. `place` is what TakePlace() returned. Returns false if no run can be
-  // started.
+  // Has the viewer asked for another place of this rendition since? The next segment counts as the
+  // same place. Such a request takes the run along.
+  bool IsReplaced(int number) const;
+
+  // Makes sure that a run will make the segment soon, unless the request for it is replaced. Of the
+  // stream's encoded pictures, only one rendition runs at a time. `place` is what TakePlace()
+  // returned. Returns false if no run can be started.
   bool Reach(int number, std::optional<StreamLock>& place) const;
 
   // The same without ending a run: waits for no run, and starts one only if the rendition, and of
@@ -86,6 +90,7 @@ class ORVO_API CmafRun {
   bool IsOnItsWay(int number) const;
   // A run must not hold these locks of its starter.
   bool Start(int number, StreamLock& lock, std::optional<StreamLock>& place) const;
+  void RemoveUnfinished(const StateFile& position) const;
   std::vector<StreamDirectory> Rivals() const;
   bool IsPlaceTaken() const;
   void Watch(int number) const;
