@@ -9,6 +9,7 @@
 
 #include "contract/passed_progress.h"
 #include "gst/elements.h"
+#include "gst/multiplexer.h"
 #include "gst/output.h"
 #include "gst/owned.h"
 #include "gst/pipeline.h"
@@ -26,6 +27,13 @@ void ReportEnd() {
   }
 }
 
+std::string ReasonOf(GstMessage* message) {
+  GError* error = nullptr;
+  gst_message_parse_error(message, &error, nullptr);
+  const OwnedError reason(error);
+  return GST_OBJECT_NAME(GST_MESSAGE_SRC(message)) + std::string(": ") + reason->message;
+}
+
 struct LoopRelease {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
 };
@@ -37,13 +45,17 @@ class Conversion {
         patience_(patience),
         attendant_(attendant),
         output_(request.output),
+        multiplexer_(request),
         loop_(g_main_loop_new(nullptr, FALSE)) {
     interrupt_.Set(g_unix_signal_add(SIGINT, OnSignal, this));
     terminate_.Set(g_unix_signal_add(SIGTERM, OnSignal, this));
   }
 
   Result Run() {
-    Begin();
+    Prepare();
+    if (!result_) {
+      Begin();
+    }
     if (!result_) {
       g_main_loop_run(loop_.get());
     }
@@ -71,21 +83,33 @@ class Conversion {
   }
   static gboolean OnWritable(gint fd, GIOCondition condition, gpointer self);
   static gboolean OnMessage(GstBus* bus, GstMessage* message, gpointer self);
+  static gboolean OnOutputMessage(GstBus* bus, GstMessage* message, gpointer self);
 
-  void Begin() {
-    pipeline_ = std::make_unique<Pipeline>(request_, elements_);
-    FinishIf(pipeline_->Start());
-    const OwnedObject<GstBus> bus(
-        pipeline_->Element() == nullptr ? nullptr : gst_element_get_bus(pipeline_->Element()));
-    if (bus) {
-      messages_.Set(gst_bus_add_watch(bus.get(), OnMessage, this));
-    }
-    AwaitOutput();
+  void Watch(Source& source, GstElement* pipeline, GstBusFunc handle) {
+    const OwnedObject<GstBus> bus(gst_element_get_bus(pipeline));
+    source.Set(gst_bus_add_watch(bus.get(), handle, this));
   }
 
+  void Prepare() {
+    FinishIf(multiplexer_.Prepare());
+    if (!result_) {
+      Watch(outputMessages_, multiplexer_.Element(), OnOutputMessage);
+    }
+  }
+
+  void Begin() {
+    pipeline_ = std::make_unique<Pipeline>(request_, elements_, multiplexer_);
+    FinishIf(pipeline_->Start());
+    Watch(messages_, pipeline_->Element(), OnMessage);
+    if (output_.IsEmpty()) {
+      AwaitOutput();
+    }
+  }
+
+  // With what the multiplexer does not have yet, and with other elements.
   void BeginAnew() {
     messages_.Set(0);
-    pipeline_.reset();
+    Pipeline::Abandon(std::move(pipeline_));
     Begin();
   }
 
@@ -127,8 +151,11 @@ class Conversion {
   void Pump();
   void Write();
   void Handle(GstMessage* message);
+  void HandleOutput(GstMessage* message);
   void HandleOwn(const char* name);
   void HandleError(GstMessage* message);
+  bool CanReplace(GstElementFactory* suspect);
+  bool Replace(GstElementFactory* suspect, const char* reason);
   GstElementFactory* Suspect(GstMessage* message) const;
   void LogElements() const;
 
@@ -137,6 +164,7 @@ class Conversion {
   Attendant& attendant_;
   Elements elements_;
   Output output_;
+  Multiplexer multiplexer_;
   std::unique_ptr<Pipeline> pipeline_;
   std::unique_ptr<GMainLoop, LoopRelease> loop_;
   std::optional<Result> result_;
@@ -145,6 +173,7 @@ class Conversion {
   Source interrupt_;
   Source terminate_;
   Source messages_;
+  Source outputMessages_;
   Source writable_;
   Source stall_;
   Source stop_;
@@ -170,10 +199,13 @@ void Conversion::Enter(const std::string& error) {
 }
 
 void Conversion::GiveUp() {
-  if (IsOnHardware()) {
+  constexpr char kReason[] = "the pipeline stands still";
+  if (!IsOnHardware()) {
+    Finish(kReason);
+  } else if (!Replace(pipeline_->PictureEncoder(), kReason)) {
     attendant_.ReportFailure();
+    Finish(kReason);
   }
-  Finish("the pipeline stands still");
 }
 
 // Moves on from a piece that has been written.
@@ -181,7 +213,7 @@ void Conversion::Pump() {
   if (!output_.IsEmpty()) {
     return;
   }
-  OwnedMini<GstSample> sample = pipeline_->Pull();
+  OwnedMini<GstSample> sample = multiplexer_.Pull();
   if (sample) {
     output_.Take(std::move(sample));
     AwaitReader();
@@ -235,6 +267,27 @@ void Conversion::Handle(GstMessage* message) {
     case GST_MESSAGE_ERROR:
       HandleError(message);
       break;
+    default:
+      break;
+  }
+}
+
+gboolean Conversion::OnOutputMessage(GstBus* /*bus*/, GstMessage* message, gpointer self) {
+  static_cast<Conversion*>(self)->HandleOutput(message);
+  return G_SOURCE_CONTINUE;
+}
+
+void Conversion::HandleOutput(GstMessage* message) {
+  if (result_) {
+    return;
+  }
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_APPLICATION:
+      Pump();
+      break;
+    case GST_MESSAGE_ERROR:
+      Finish(ReasonOf(message));
+      break;
     case GST_MESSAGE_EOS:
       hasEnded_ = true;
       Pump();
@@ -245,8 +298,8 @@ void Conversion::Handle(GstMessage* message) {
 }
 
 void Conversion::HandleOwn(const char* name) {
-  if (g_strcmp0(name, Pipeline::kOutput) == 0) {
-    Pump();
+  if (const auto track = Pipeline::EndedTrack(name); track) {
+    multiplexer_.End(*track);
   } else {
     Enter(pipeline_->EnterWhenHeld());
   }
@@ -265,22 +318,39 @@ GstElementFactory* Conversion::Suspect(GstMessage* message) const {
   return GST_IS_ELEMENT(source) ? gst_element_get_factory(GST_ELEMENT(source)) : nullptr;
 }
 
+// Before the first byte, every element that fails; afterwards, hardware in a stream on the film's
+// clock. Of segments, the one in work is made anew by another run.
+bool Conversion::CanReplace(GstElementFactory* suspect) {
+  const bool hasBegun = output_.HasBegun() || !output_.IsEmpty();
+  return !stop_.IsSet() && suspect != nullptr &&
+         (!hasBegun || (request_.keepsFilmClock && IsHardware(suspect))) &&
+         elements_.Exclude(suspect);
+}
+
+// Goes on without what has failed, if that is possible.
+bool Conversion::Replace(GstElementFactory* suspect, const char* reason) {
+  if (!CanReplace(suspect)) {
+    return false;
+  }
+  orvo::Log(LOG_WARNING, __FILE__, __LINE__, "%s failed, trying the next one: %s",
+            GST_OBJECT_NAME(suspect), reason);
+  if (output_.HasBegun()) {
+    attendant_.ReportFailure();
+  }
+  BeginAnew();
+  return true;
+}
+
 void Conversion::HandleError(GstMessage* message) {
-  GError* error = nullptr;
-  gst_message_parse_error(message, &error, nullptr);
-  const OwnedError reason(error);
   GstElementFactory* const suspect = Suspect(message);
-  const bool canRepeat = output_.IsEmpty() && !output_.HasBegun() && !stop_.IsSet();
-  if (canRepeat && suspect != nullptr && elements_.Exclude(suspect)) {
-    orvo::Log(LOG_WARNING, __FILE__, __LINE__, "%s failed, trying the next one: %s",
-              GST_OBJECT_NAME(suspect), reason->message);
-    BeginAnew();
+  const std::string reason = ReasonOf(message);
+  if (Replace(suspect, reason.c_str())) {
     return;
   }
   if (suspect != nullptr && IsHardware(suspect)) {
     attendant_.ReportFailure();
   }
-  Finish(GST_OBJECT_NAME(GST_MESSAGE_SRC(message)) + std::string(": ") + reason->message);
+  Finish(reason);
 }
 
 void Conversion::LogElements() const {

@@ -3,7 +3,6 @@
 #include <gst/audio/audio.h>
 
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 #include "gst/picture_filters.h"
@@ -15,20 +14,9 @@ namespace {
 // Decoders need some of the film before the start to get into step.
 constexpr GstClockTime kLead = 500 * GST_MSECOND;
 
-// Where the clock of the MPEG-TS multiplexer starts, and where it turns to 0. It takes no times
-// before its start, but later ones beyond the turn.
-constexpr GstClockTime kTransportStart = 3600 * GST_SECOND;
-constexpr GstClockTime kTransportTurn =
-    ((G_GUINT64_CONSTANT(1) << 33) * GST_SECOND + 89999) / 90000;
-
 // Segments start at multiples of the first. A player of a single stream wants more key frames.
 constexpr GstClockTime kSegmentKeys = 5 * GST_SECOND;
 constexpr GstClockTime kStreamKeys = 2 * GST_SECOND;
-
-constexpr char kSinkDescription[] =
-    " name=multiplexer ! appsink name=output sync=false async=false enable-last-sample=false"
-    " buffer-list=false max-buffers=64";
-constexpr char kDecoderDescription[] = "decodebin3 name=decoder ";
 
 // Deinterlaces only pictures that are marked so, one out of each pair of fields, and turns them as
 // the film says.
@@ -42,6 +30,15 @@ constexpr char kSoundDescription[] =
     "queue ! audioconvert ! audioresample ! audio/x-raw,rate=48000,channels=2 ! audiorate"
     " ! audioconvert ! ";
 
+// A frame of AAC. A decoder needs the frames before one, so these are made anew.
+constexpr guint64 kFrameSamples = 1024;
+constexpr guint64 kSampleRate = 48000;
+constexpr guint64 kFramesBefore = 3;
+
+constexpr char kPicturesEnded[] = "pictures-ended";
+constexpr char kSoundEnded[] = "sound-ended";
+
+constexpr char kNoBasics[] = "GStreamer's basic plugins are missing";
 constexpr char kNoBranch[] = "GStreamer's plugins are not complete";
 
 constexpr char kCopiedSound[] =
@@ -74,11 +71,6 @@ OwnedObject<GstElement> MakeBranch(const std::string& description) {
   return owned;
 }
 
-std::string MultiplexerDescription(Container container) {
-  return container == Container::kMp4 ? "mp4mux fragment-duration=500 streamable=true"
-                                      : "mpegtsmux";
-}
-
 std::string RateDescription(double rate) {
   if (rate <= 0) {
     return "";
@@ -100,10 +92,6 @@ std::string CopyDescription(const std::string& type) {
                                        [&](const Parser& parser) { return type == parser.type; });
   const std::string parser = row == std::end(kParsers) ? "identity" : row->name;
   return "queue ! " + parser;
-}
-
-GstClockTime ToTime(double seconds) {
-  return static_cast<GstClockTime>(std::llround(seconds * GST_SECOND));
 }
 
 int CountOf(GstStreamCollection* all, GstStreamType type) {
@@ -128,52 +116,72 @@ int PlaceOf(GstStreamCollection* all, GstStream* wanted) {
   return place;
 }
 
+// Whole frames from the start on, so that the frames of all pipelines lie on one grid.
+GstClockTime SkippedSound(GstClockTime next) {
+  const guint64 frame = gst_util_uint64_scale(next, kSampleRate, kFrameSamples * GST_SECOND);
+  const guint64 first = frame - std::min(frame, kFramesBefore);
+  return gst_util_uint64_scale(first, kFrameSamples * GST_SECOND, kSampleRate);
+}
+
+// How the packets of one track leave a pipeline.
+struct Outlet {
+  Multiplexer& multiplexer;
+  int pipeline;
+  Track track;
+  GstClockTimeDiff offset;
+};
+
 }  // namespace
 
-Pipeline::Pipeline(const Request& request, const Elements& elements)
-    : request_(request), elements_(elements), clock_(request.start) {}
+Pipeline::Pipeline(const Request& request, const Elements& elements, Multiplexer& multiplexer)
+    : request_(request),
+      elements_(elements),
+      multiplexer_(multiplexer),
+      number_(multiplexer.Admit()),
+      skippedPictures_(multiplexer.NextTime(Track::kPictures)),
+      skippedSound_(SkippedSound(multiplexer.NextTime(Track::kSound))) {}
 
-Pipeline::~Pipeline() {
-  if (pipeline_) {
-    gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
-  }
+void Pipeline::Abandon(std::unique_ptr<Pipeline> pipeline) {
+  gst_element_call_async(
+      pipeline->Element(),
+      [](GstElement* element, gpointer) { gst_element_set_state(element, GST_STATE_NULL); },
+      nullptr, nullptr);
+  // Its threads may be at work for as long as they like.
+  (void)pipeline.release();
 }
 
 std::string Pipeline::Start() {
-  GError* error = nullptr;
-  const std::string text =
-      kDecoderDescription + MultiplexerDescription(request_.container) + kSinkDescription;
-  pipeline_.reset(gst_parse_launch(text.c_str(), &error));
-  const OwnedError reason(error);
-  if (reason) {
-    return std::string("cannot make the pipeline: ") + reason->message;
+  pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
+  GstElement* const decoder = gst_element_factory_make("decodebin3", "decoder");
+  GstElement* const film = gst_element_factory_make("filesrc", "film");
+  for (GstElement* const element : {decoder, film}) {
+    if (element == nullptr) {
+      return kNoBasics;
+    }
+    gst_bin_add(GST_BIN(pipeline_.get()), element);
   }
-  multiplexer_ = Named(pipeline_.get(), "multiplexer");
-  sink_ = Named(pipeline_.get(), "output");
-  const OwnedObject<GstElement> decoder = Named(pipeline_.get(), "decoder");
   if (request_.copiesSound) {
     const OwnedMini<GstCaps> caps(gst_caps_from_string(kCopiedSound));
-    g_object_set(decoder.get(), "caps", caps.get(), nullptr);
-  }
-  GstElement* const film = gst_element_factory_make("filesrc", "film");
-  if (film == nullptr) {
-    return "GStreamer's basic plugins are missing";
+    g_object_set(decoder, "caps", caps.get(), nullptr);
   }
   g_object_set(film, "location", request_.film.c_str(), nullptr);
-  gst_bin_add(GST_BIN(pipeline_.get()), film);
-  gst_element_link(film, decoder.get());
-  g_signal_connect(decoder.get(), "select-stream", G_CALLBACK(OnStream), this);
-  g_signal_connect(decoder.get(), "pad-added", G_CALLBACK(OnPad), this);
-  GstAppSinkCallbacks callbacks{};
-  callbacks.new_sample = OnSample;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink_.get()), &callbacks, this, nullptr);
-  if (request_.keepsFilmClock && request_.container == Container::kMp4) {
-    const OwnedObject<GstPad> pieces(gst_element_get_static_pad(sink_.get(), "sink"));
-    gst_pad_add_probe(pieces.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPiece, this, nullptr);
-  }
+  gst_element_link(film, decoder);
+  g_signal_connect(decoder, "select-stream", G_CALLBACK(OnStream), this);
+  g_signal_connect(decoder, "pad-added", G_CALLBACK(OnPad), this);
+  const OwnedObject<GstBus> bus(gst_element_get_bus(pipeline_.get()));
+  gst_bus_set_sync_handler(bus.get(), OnMessage, this, nullptr);
   // Why it fails, if it does, comes as a message.
   gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
   return "";
+}
+
+// At once, in the thread that failed: an encoder may go on behind the picture that it has lost.
+GstBusSyncReply Pipeline::OnMessage(GstBus* /*bus*/, GstMessage* message, gpointer self) {
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+    const auto* const pipeline = static_cast<const Pipeline*>(self);
+    pipeline->multiplexer_.Refuse(pipeline->number_);
+  }
+  return GST_BUS_PASS;
 }
 
 gint Pipeline::OnStream(GstElement* /*decoder*/, GstStreamCollection* all, GstStream* stream,
@@ -203,34 +211,26 @@ void Pipeline::OnPad(GstElement* /*decoder*/, GstPad* pad, gpointer self) {
   }
 }
 
-GstFlowReturn Pipeline::OnSample(GstAppSink* /*sink*/, gpointer self) {
-  auto* const pipeline = static_cast<Pipeline*>(self);
-  if (!pipeline->isOutputAnnounced_.exchange(true)) {
-    GstElement* const element = pipeline->pipeline_.get();
-    gst_element_post_message(element, gst_message_new_application(
-                                          GST_OBJECT(element), gst_structure_new_empty(kOutput)));
-  }
-  return GST_FLOW_OK;
+GstFlowReturn Pipeline::OnSample(GstAppSink* sink, gpointer outlet) {
+  const auto& way = *static_cast<const Outlet*>(outlet);
+  const OwnedMini<GstSample> sample(gst_app_sink_pull_sample(sink));
+  return sample ? way.multiplexer.Take(way.pipeline, way.track, sample.get(), way.offset)
+                : GST_FLOW_EOS;
 }
 
-GstPadProbeReturn Pipeline::OnPiece(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer self) {
-  FragmentClock& clock = static_cast<Pipeline*>(self)->clock_;
-  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (!clock.Skip(gst_buffer_get_size(buffer))) {
-    buffer = gst_buffer_make_writable(buffer);
-    GST_PAD_PROBE_INFO_DATA(info) = buffer;
-    GstMapInfo map = GST_MAP_INFO_INIT;
-    if (gst_buffer_map(buffer, &map, GST_MAP_READWRITE) == TRUE) {
-      clock.Set({map.data, map.size});
-      gst_buffer_unmap(buffer, &map);
-    }
-  }
-  return GST_PAD_PROBE_OK;
+// Told by a message, because a pipeline that has failed ends its tracks, too: the failure is told
+// before that.
+void Pipeline::OnEnd(GstAppSink* sink, gpointer outlet) {
+  const bool isPictures = static_cast<const Outlet*>(outlet)->track == Track::kPictures;
+  GstStructure* const text = gst_structure_new_empty(isPictures ? kPicturesEnded : kSoundEnded);
+  gst_element_post_message(GST_ELEMENT(sink), gst_message_new_application(GST_OBJECT(sink), text));
 }
 
-OwnedMini<GstSample> Pipeline::Pull() {
-  isOutputAnnounced_ = false;
-  return OwnedMini<GstSample>(gst_app_sink_try_pull_sample(GST_APP_SINK(sink_.get()), 0));
+std::optional<Track> Pipeline::EndedTrack(const char* message) {
+  if (g_strcmp0(message, kPicturesEnded) == 0) {
+    return Track::kPictures;
+  }
+  return g_strcmp0(message, kSoundEnded) == 0 ? std::optional(Track::kSound) : std::nullopt;
 }
 
 bool Pipeline::IsEverythingHeld() const {
@@ -277,11 +277,11 @@ std::string Pipeline::Enter() {
   const GstClockTime first =
       std::min(pictures_->First().value_or(none), sound_ ? sound_->First().value_or(none) : none);
   const GstClockTime origin = first == none ? 0 : first;
-  for (FilmEntry* const entry : {pictures_.get(), sound_.get()}) {
-    if (entry != nullptr) {
-      entry->Open(origin + ToTime(request_.start));
-    }
+  pictures_->Open(origin + StartOf(request_) + skippedPictures_);
+  if (sound_) {
+    sound_->Open(origin + StartOf(request_) + skippedSound_);
   }
+  multiplexer_.Start();
   if (!Seek(origin)) {
     return "cannot enter the film at " + std::to_string(request_.start) + " seconds";
   }
@@ -294,7 +294,8 @@ std::string Pipeline::Enter() {
 }
 
 bool Pipeline::Seek(GstClockTime origin) {
-  const GstClockTime start = ToTime(request_.start);
+  const GstClockTime start =
+      StartOf(request_) + (sound_ ? std::min(skippedPictures_, skippedSound_) : skippedPictures_);
   const GstClockTime place = origin + start - std::min(start, kLead);
   const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
   GstEvent* const seek = gst_event_new_seek(1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
@@ -316,7 +317,7 @@ std::string Pipeline::ConnectPictures() {
   encoder_ = Named(branch.get(), "encoder");
   SetProperties(encoder_.get(), encoder.properties);
   FilterPictures(branch.get());
-  return Connect(*pictures_, branch.get());
+  return Connect(Track::kPictures, *pictures_, branch.get());
 }
 
 void Pipeline::FilterPictures(GstElement* branch) {
@@ -325,7 +326,7 @@ void Pipeline::FilterPictures(GstElement* branch) {
   const OwnedObject<GstPad> pictures(gst_element_get_static_pad(upright.get(), "src"));
   FitPictures(pictures.get(), shape.get(), {request_.width, request_.height});
   const OwnedObject<GstPad> input(gst_element_get_static_pad(encoder_.get(), "sink"));
-  ForceKeyFrames(input.get(), ToTime(request_.start),
+  ForceKeyFrames(input.get(), StartOf(request_) + skippedPictures_,
                  request_.keepsFilmClock ? kStreamKeys : kSegmentKeys);
 }
 
@@ -345,32 +346,46 @@ std::string Pipeline::ConnectSound() {
   if (encodes) {
     SetProperties(Named(branch.get(), "sound").get(), encoder.properties);
   }
-  return Connect(*sound_, branch.get());
+  return Connect(Track::kSound, *sound_, branch.get());
 }
 
-std::string Pipeline::Connect(const FilmEntry& entry, GstElement* branch) {
-  gst_bin_add(GST_BIN(pipeline_.get()), branch);
+std::string Pipeline::Connect(Track track, const FilmEntry& entry, GstElement* branch) {
+  const OwnedObject<GstElement> outlet = MakeOutlet(track);
+  if (!outlet) {
+    return kNoBasics;
+  }
+  gst_bin_add_many(GST_BIN(pipeline_.get()), branch, outlet.get(), nullptr);
   const OwnedObject<GstPad> input(gst_element_get_static_pad(branch, "sink"));
   const OwnedObject<GstPad> output(gst_element_get_static_pad(branch, "src"));
-  if (gst_element_link(branch, multiplexer_.get()) == FALSE) {
+  if (gst_element_link(branch, outlet.get()) == FALSE) {
     return "the multiplexer does not take " + TypeOf(entry.Pad());
   }
   DropPriming(output.get());
-  SetClock(output.get());
+  gst_element_sync_state_with_parent(outlet.get());
   gst_element_sync_state_with_parent(branch);
   return gst_pad_link(entry.Pad(), input.get()) == GST_PAD_LINK_OK
              ? ""
              : "the encoders do not take " + TypeOf(entry.Pad());
 }
 
-// A segmenter behind this finds the first time in the stream by itself.
-void Pipeline::SetClock(GstPad* output) {
-  if (!request_.keepsFilmClock || request_.container != Container::kTransportStream) {
-    return;
+// Where a branch ends: what arrives goes to the multiplexer.
+OwnedObject<GstElement> Pipeline::MakeOutlet(Track track) {
+  const OwnedMini<GstCaps> formats = multiplexer_.Add(track);
+  GstElement* const sink = gst_element_factory_make("appsink", nullptr);
+  if (!formats || sink == nullptr) {
+    return nullptr;
   }
-  const OwnedObject<GstPad> input(gst_pad_get_peer(output));
-  gst_pad_set_offset(
-      input.get(), static_cast<gint64>(kTransportTurn - kTransportStart + ToTime(request_.start)));
+  g_object_set(sink, "sync", FALSE, "async", FALSE, "enable-last-sample", FALSE, "caps",
+               formats.get(), nullptr);
+  GstAppSinkCallbacks callbacks{};
+  callbacks.eos = OnEnd;
+  callbacks.new_sample = OnSample;
+  const GstClockTime skipped = track == Track::kPictures ? skippedPictures_ : skippedSound_;
+  gst_app_sink_set_callbacks(
+      GST_APP_SINK(sink), &callbacks,
+      new Outlet{multiplexer_, number_, track, static_cast<GstClockTimeDiff>(skipped)},
+      [](gpointer outlet) { delete static_cast<Outlet*>(outlet); });
+  return OwnedObject<GstElement>(GST_ELEMENT(gst_object_ref_sink(sink)));
 }
 
 bool Pipeline::End() {

@@ -16,6 +16,7 @@
 #include "mirevo/cluster_command.h"
 #include "mirevo/completion_command.h"
 #include "mirevo/convert_command.h"
+#include "mirevo/dlna_command.h"
 #include "mirevo/doctor_command.h"
 #include "mirevo/exit_codes.h"
 #include "mirevo/explain_command.h"
@@ -70,8 +71,8 @@ int Run(int argc, char** argv) {
        {mirevo::AddServeCommand, mirevo::AddAccountCommand, mirevo::AddPlayCommand,
         mirevo::AddStatusCommand, mirevo::AddProbeCommand, mirevo::AddExplainCommand,
         mirevo::AddAnalyzeCommand, mirevo::AddConvertCommand, mirevo::AddPlatformCommand,
-        mirevo::AddHardwareCommand, mirevo::AddClusterCommand, mirevo::AddAgentCommand,
-        mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
+        mirevo::AddHardwareCommand, mirevo::AddDlnaCommand, mirevo::AddClusterCommand,
+        mirevo::AddAgentCommand, mirevo::AddDoctorCommand, mirevo::AddCompletionCommand}) {
     add(app, exitCode);
   }
   try {

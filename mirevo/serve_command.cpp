@@ -79,6 +79,12 @@ void AddReach(CLI::App& command, const std::shared_ptr<serve::Options>& options)
                   "The connections that one address may have at a time. Default: 512")
       ->check(CLI::Range(1, kMaxConnections))
       ->type_name("N");
+  command
+      .add_option("--dlna-interface", options->dlnaInterfaces,
+                  "A network interface on which televisions may find the service (mirevo dlna on). "
+                  "Default: all with addresses of a local network")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
   AddCluster(command, options);
   command
       .add_option("--kept_segments", options->keptSegments,

@@ -13,4 +13,8 @@ namespace orvo {
 // network.
 ORVO_API std::vector<std::string> NetworkAddresses(int family);
 
+// Is this the numeric address of a machine in a home or an office: one of a private network (RFC
+// 1918, RFC 4193), a link-local or a loopback address? False for all other texts.
+ORVO_API bool IsPrivateAddress(const std::string& address);
+
 }  // namespace orvo

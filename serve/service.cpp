@@ -28,12 +28,12 @@
 #include "platform/process_launch.h"
 #include "platform/signal_events.h"
 #include "policy/registry_sweep.h"
-#include "serve/folder_watch.h"
 #include "serve/heartbeat.h"
 #include "serve/keeper.h"
-
 #include "serve/measurement.h"
 #include "serve/readiness.h"
+#include "serve/settings_watch.h"
+#include "serve/television_server.h"
 #include "serve/web_server.h"
 #include "settings/media_folders.h"
 #include "util/file_lock.h"
@@ -152,6 +152,7 @@ struct Wishes {
   bool analysis;  // key frames are found and the machine is measured
   bool conversions;
   std::string agent;  // where a balancer asks; "" for nowhere
+  std::vector<std::string> dlnaInterfaces;
 };
 
 // The catalog is kept in any case.
@@ -175,34 +176,45 @@ std::vector<std::string> AgentCommand(const std::string& place) {
 
 // The background programs.
 struct Companions {
-  explicit Companions(const Wishes& wishes)
-      : findsKeyframes(wishes.analysis),
+  Companions(const WebServer& webServer, const Wishes& wishes)
+      : web(webServer),
+        dlnaInterfaces(wishes.dlnaInterfaces),
+        findsKeyframes(wishes.analysis),
         analysis("the analysis of the library", AnalysisCommand(wishes.analysis)),
         converter("the conversion of films", ConverterCommand(wishes.conversions)),
-        agent("the agent for the balancer", AgentCommand(wishes.agent)) {}
+        agent("the agent for the balancer", AgentCommand(wishes.agent)),
+        televisions("the media server for televisions", TelevisionCommand(web, dlnaInterfaces)) {}
 
   void Update() {
-    if (folders.HasChanged()) {
+    const SettingsWatch::Changes changes = settings.Take();
+    if (changes.folders) {
       analysis.Change(AnalysisCommand(findsKeyframes));
     }
-    analysis.Update();
-    converter.Update();
-    agent.Update();
+    if (changes.televisions) {
+      televisions.Change(TelevisionCommand(web, dlnaInterfaces));
+    }
+    for (orvo::KeptProgram* const program : {&analysis, &converter, &agent, &televisions}) {
+      program->Update();
+    }
   }
   int Patience() const {
-    return Sooner(agent.Patience(), Sooner(analysis.Patience(), converter.Patience()));
+    return Sooner(Sooner(agent.Patience(), televisions.Patience()),
+                  Sooner(analysis.Patience(), converter.Patience()));
   }
   void Stop() {
-    analysis.Stop();
-    converter.Stop();
-    agent.Stop();
+    for (orvo::KeptProgram* const program : {&analysis, &converter, &agent, &televisions}) {
+      program->Stop();
+    }
   }
 
+  const WebServer& web;
+  std::vector<std::string> dlnaInterfaces;
   bool findsKeyframes;
-  FolderWatch folders;
+  SettingsWatch settings;
   orvo::KeptProgram analysis;
   orvo::KeptProgram converter;
   orvo::KeptProgram agent;
+  orvo::KeptProgram televisions;
 };
 
 // Returns true when a signal stops the service, false when the keeper, and thus the web server, has
@@ -218,7 +230,8 @@ bool ServeUntilStopped(orvo::SignalEvents& signals, const orvo::Process& keeper,
                        {companions.analysis.Descriptor(), POLLIN, 0},
                        {companions.converter.Descriptor(), POLLIN, 0},
                        {companions.agent.Descriptor(), POLLIN, 0},
-                       {companions.folders.Descriptor(), POLLIN, 0},
+                       {companions.televisions.Descriptor(), POLLIN, 0},
+                       {companions.settings.Descriptor(), POLLIN, 0},
                        {heartbeat.Descriptor(), POLLIN, 0}};
     if (poll(events, std::size(events), Sooner(companions.Patience(), heartbeat.Patience())) < 0) {
       continue;
@@ -408,7 +421,7 @@ int Run(const WebServer& server, Belongings& belongings, int browser, const Wish
   Announce(server, browser);
   TellConfinement();
   TellFFmpeg();
-  Companions companions(wishes);
+  Companions companions(server, wishes);
   Measurement measurement(wishes.analysis);
   Heartbeat heartbeat(server);
   const bool told = ServeUntilStopped(signals, keeper, companions, heartbeat);
@@ -476,7 +489,7 @@ bool IsPrefix(const std::string& text) {
     joined += "/" + word;
   }
   return !words.empty() && joined == text && words.front() != "webapi" &&
-         words.front() != "files" &&
+         words.front() != "files" && words.front() != "dlna" &&
          std::all_of(words.begin(), words.end(), [](const std::string& word) {
            return word.front() != '.' && std::all_of(word.begin(), word.end(), [](unsigned char c) {
                     return (c < 0x80 && std::isalnum(c) != 0) || c == '-' || c == '_' || c == '.';
@@ -523,7 +536,8 @@ int Serve(const Options& options) {
               package + "lib/mirevo-doorkeeper.so", options.connectionsPerAddress,
               package + "lib/ready_segment.lua", options.proxies, AbsolutePath(options.clusterKey),
               options.clusterUrl, options.clusterBoxes, options.prefix, options.keptSegments},
-             belongings, browser.Get(), {options.analysis, options.conversions, options.agent});
+             belongings, browser.Get(),
+             {options.analysis, options.conversions, options.agent, options.dlnaInterfaces});
 }
 
 }  // namespace serve

@@ -30,10 +30,11 @@ struct Options {
   int connectionsPerAddress = 512;   // at a time; proxies have no limit
   std::string certificate;           // PEM file; "" for no encryption
   std::string key;                   // PEM file; "" if the certificate file holds it
-  std::string agent;                 // where a balancer asks (ParseAuthority); "" for nowhere
-  std::string clusterKey;            // key file (webapi/cluster); "" for a service on its own
-  std::string clusterUrl;            // the balancer (IsOrigin); "" if boxes do not ask each other
-  int clusterBoxes = 0;              // how many the balancer knows
+  std::vector<std::string> dlnaInterfaces;  // where televisions are; empty for all local networks
+  std::string agent;       // where a balancer asks (ParseAuthority); "" for nowhere
+  std::string clusterKey;  // key file (webapi/cluster); "" for a service on its own
+  std::string clusterUrl;  // the balancer (IsOrigin); "" if boxes do not ask each other
+  int clusterBoxes = 0;    // how many the balancer knows
   int keptSegments = orvo::kKeptSegmentsMebibytes;  // of each CMAF stream, in MiB
 };
 

@@ -153,8 +153,8 @@ std::string ReadySegments(const WebServer& server) {
 std::string StreamCondition() {
   return std::string("$HTTP[\"querystring\"] =~ ") + Quoted(kStreamQuery) +
          " {\n  server.max-write-idle = " + kStreamWriteIdle +
-         "\n}\n$HTTP[\"url\"] =~ \"^/files/\" {\n  server.max-write-idle = " + kStreamWriteIdle +
-         "\n}\n";
+         "\n}\n$HTTP[\"url\"] =~ \"^/(files|dlna)/\" {\n  server.max-write-idle = " +
+         kStreamWriteIdle + "\n}\n";
 }
 
 // As many descriptors as this process may give away.
@@ -300,9 +300,11 @@ std::string Configuration(const WebServer& server) {
        "\".css\" => \"text/css\", \".svg\" => \"image/svg+xml\", \".png\" => \"image/png\", "
        "\".json\" => \"application/json\", \".wasm\" => \"application/wasm\", "
        "\".woff2\" => \"font/woff2\" )");
-  // Below /files, the same program shows the media folders (webapi/library/file_index.h).
+  // Below /files, the same program shows the media folders (webapi/library/file_index.h), and below
+  // /dlna, it sends films to televisions (webapi/television/television.h).
+  const std::string program = Quoted(server.webapiFolder + "/entry.cgi");
   line("alias.url", "( \"/webapi/\" => " + Quoted(server.webapiFolder + "/") + ", \"/files\" => " +
-                        Quoted(server.webapiFolder + "/entry.cgi") + " )");
+                        program + ", \"/dlna\" => " + program + " )");
   line("cgi.assign", "( \"entry.cgi\" => \"\" )");
   line("setenv.set-environment", EnvironmentOf(server));
   line("cgi.x-sendfile", "\"enable\"");
@@ -312,8 +314,11 @@ std::string Configuration(const WebServer& server) {
   line("server.stream-response-body", "2");
   // The same before the request has answered: a client that closes its side has left.
   line("cgi.limits", "( \"tcp-fin-propagate\" => \"SIGTERM\" )");
-  // One request at a time on each connection, so a viewer who leaves closes the connection.
-  line("server.feature-flags", "( \"server.h2proto\" => \"disable\" )");
+  // One request at a time on each connection, so a viewer who leaves closes the connection. After a
+  // jump of the calendar clock the server would answer nobody, and then start itself again, which
+  // breaks all streams; a suspended machine wakes up with such a jump.
+  line("server.feature-flags",
+       "( \"server.h2proto\" => \"disable\", \"server.clock-jump-restart\" => 0 )");
   line("server.max-fds", std::to_string(Descriptors()));
   line("server.max-connections", std::to_string(Connections()));
   line("server.max-read-idle", kReadIdle);

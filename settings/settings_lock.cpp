@@ -39,7 +39,8 @@ Json::Value ReadSettings(const char* path) {
   return ReadObject(path).value_or(Json::Value(Json::objectValue));
 }
 
-Outcome ChangeSettings(const char* path, const std::function<void(Json::Value& settings)>& change) {
+Outcome ChangeSettings(const char* path, const std::function<void(Json::Value& settings)>& change,
+                       mode_t mode) {
   const auto lock = HoldSettings();
   if (!lock.IsHeld()) {
     errno = EACCES;
@@ -53,12 +54,13 @@ Outcome ChangeSettings(const char* path, const std::function<void(Json::Value& s
   }
   Json::Value settings = *stored;
   change(settings);
-  return settings == *stored || WriteSettings(path, settings) ? Outcome::kDone : Outcome::kFailed;
+  return settings == *stored || WriteSettings(path, settings, mode) ? Outcome::kDone
+                                                                    : Outcome::kFailed;
 }
 
-bool WriteSettings(const char* path, const Json::Value& settings) {
+bool WriteSettings(const char* path, const Json::Value& settings, mode_t mode) {
   const std::string file = orvo::SystemPath(path);
-  const bool isWritten = orvo::ReplaceFile(file, LibMirevo::FormatJson(settings));
+  const bool isWritten = orvo::ReplaceFile(file, LibMirevo::FormatJson(settings), mode);
   if (isWritten) {
     accounts::LeaveToFolderOwner(file);
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <json/value.h>
+#include <sys/types.h>
 
 #include <functional>
 
@@ -9,6 +10,9 @@
 #include "util/file_lock.h"
 
 namespace settings {
+
+// The mode of a file of settings without secrets.
+inline constexpr mode_t kPublicMode = 0644;
 
 // The folder of all settings, below the system root.
 inline constexpr char kFolder[] = "/var/packages/Mirevo/etc";
@@ -21,10 +25,11 @@ orvo::FileLock HoldSettings();
 Json::Value ReadSettings(const char* path);
 
 // Holds the lock, applies `change` to the object in the file, which is empty without a file, and
-// writes it if that has changed it. Logs a damaged file.
-Outcome ChangeSettings(const char* path, const std::function<void(Json::Value& settings)>& change);
+// writes it with this mode if that has changed it. Logs a damaged file.
+Outcome ChangeSettings(const char* path, const std::function<void(Json::Value& settings)>& change,
+                       mode_t mode = kPublicMode);
 
 // Replaces the file. Returns false, with errno set, on failure. The caller holds the lock.
-bool WriteSettings(const char* path, const Json::Value& settings);
+bool WriteSettings(const char* path, const Json::Value& settings, mode_t mode = kPublicMode);
 
 }  // namespace settings

@@ -60,6 +60,17 @@ constexpr auto kSoftwarePresets =
     std::to_array<std::string_view>({"ultrafast", "superfast", "veryfast", "faster", "fast",
                                      "medium", "slow", "slower", "veryslow"});
 
+// Encoders that make forced key frames plain I pictures, where no decoder can start, unless they
+// are told otherwise.
+struct KeyFrameOption {
+  std::string_view encoder;
+  const char* name;
+};
+constexpr auto kKeyFrameOptions = std::to_array<KeyFrameOption>({
+    {"h264_nvenc", "-forced-idr"},
+    {"h264_qsv", "-forced_idr"},
+});
+
 // --- What the command line as a whole says ---
 
 struct Facts {
@@ -766,6 +777,11 @@ std::string AddedFilters(const Facts& facts) {
 void AppendEncoderNeeds(const Facts& facts, Strings& out) {
   if (facts.hardwareLost && !facts.namesPreset) {
     Append(out, {"-preset", kFallbackPreset});
+  }
+  for (const KeyFrameOption& row : kKeyFrameOptions) {
+    if (row.encoder == facts.engine) {
+      Append(out, {row.name, "1"});
+    }
   }
   if (!facts.namesFilter) {
     AppendUnlessEmpty("-vf", AddedFilters(facts), out);

@@ -34,6 +34,7 @@
 #include "webapi/streams/status.h"
 #include "webapi/streams/streaming.h"
 #include "webapi/subtitles/subtitle.h"
+#include "webapi/television/television.h"
 
 namespace {
 
@@ -195,7 +196,7 @@ bool IsForAnyHost(const Request& blank) {
 }
 
 // The index has neither calls nor parameters. Programs that read it bring their login along.
-Answer ServeIndex(const Request& request) {
+Answer ServeIndex(Request request) {
   if (!IsRead(request)) {
     return Answer::Failure(webapi::kMethodNotAllowed, "The files can only be read.")
         .AddHeader("Allow", "GET, HEAD, OPTIONS");
@@ -207,10 +208,21 @@ Answer ServeIndex(const Request& request) {
   if (!caller) {
     return refusal;
   }
+  request.SetCaller(*caller);
   if (!caller->roots.empty()) {
     webapi::LimitMediaRoots(caller->roots);
   }
   return webapi::SendIndex(request);
+}
+
+// Neither has what televisions ask for. They do not log in: an owner has let them in.
+Answer ServeTelevisions(const Request& request) {
+  if (!IsRead(request)) {
+    return Answer::Failure(webapi::kMethodNotAllowed, "The films can only be read.")
+        .AddHeader("Allow", "GET, HEAD, OPTIONS");
+  }
+  webapi::EndWithClient();
+  return webapi::ServeTelevision(request);
 }
 
 Answer Serve(const Request& blank) {
@@ -231,6 +243,9 @@ Answer Serve(const Request& blank) {
   }
   if (blank.Program() == webapi::kIndexProgram) {
     return ServeIndex(blank);
+  }
+  if (blank.Program() == webapi::kTelevisionProgram) {
+    return ServeTelevisions(blank);
   }
   std::string error;
   auto request = Request::Read(error);

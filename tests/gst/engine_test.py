@@ -16,6 +16,7 @@ PATIENCE = 120
 NO_SEAT = 75
 SECONDS = 4
 RATE = 25
+START = 1  # second of the streams of bytes
 FOLDER = tempfile.TemporaryDirectory()
 FILM = os.path.join(FOLDER.name, "film.mkv")
 
@@ -68,12 +69,12 @@ class Machine(unittest.TestCase):
         entries = json.loads(self.state("enabled").read_text())
         return next((row["hardware_transcode"] for row in entries if row["PID"] == pid), None)
 
-    def convert(self, failure="", others=()):
-        """The ended process, with what it said and the number of pictures that it made."""
+    def convert(self, failure="", others=(), options=(), start=0):
+        """The ended process, with what it said, its output and the number of pictures that it made."""
         out = self.root / "out.ts"
         with open(out, "wb") as file:
-            process = subprocess.Popen([WRAPPER, "-s", "0", "-i", FILM, "--vb", "500k", "--acodec", "aac",
-                                        "-o", f"fd:{file.fileno()}"], pass_fds=[file.fileno()],
+            process = subprocess.Popen([WRAPPER, "-s", f"{start}", "-i", FILM, "--vb", "500k", "--acodec", "aac",
+                                        *options, "-o", f"fd:{file.fileno()}"], pass_fds=[file.fileno()],
                                        stderr=subprocess.PIPE, text=True,
                                        env={**self.environment, "ORVO_TEST_ENGINE": failure},
                                        preexec_fn=lambda: self.register(others))
@@ -82,6 +83,7 @@ class Machine(unittest.TestCase):
                                 "-show_entries", "stream=nb_read_packets", "-of", "csv=p=0", out],
                                capture_output=True, text=True, check=False).stdout
         process.pictures = int(shown.split()[0]) if shown.split() else 0
+        process.output = out
         return process
 
 
@@ -127,6 +129,46 @@ class Engines(Machine):
         self.assertEqual(process.returncode, 1)
         self.assertIn("on fire", process.said)
         self.assert_whole(self.convert(f"picture={3 * RATE}"), False)
+
+    def stream(self, container, failure, **more):
+        """A stream on the film's clock."""
+        self.know(self.proved)
+        return self.convert(failure, options=["--mux", container, "--shiftpts"], start=START, **more)
+
+    def times(self, process):
+        """Of the packets of each track, in seconds."""
+        shown = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=codec_type,pts_time", "-of", "json",
+                                process.output], capture_output=True, text=True, check=True).stdout
+        times = {"video": [], "audio": []}
+        for packet in json.loads(shown)["packets"]:
+            times[packet["codec_type"]].append(float(packet["pts_time"]))
+        return times
+
+    def assert_steady(self, times, step):
+        steps = [after - before for before, after in zip(times, times[1:])]
+        self.assertAlmostEqual(max(steps), step, delta=0.001)
+        self.assertAlmostEqual(min(steps), step, delta=0.001)
+
+    def test_software_goes_on_in_the_same_stream_of_bytes(self):
+        for container, picture in (("mpegts", 40), ("mp4", 33)):
+            with self.subTest(container):
+                process = self.stream(container, f"picture={picture}")
+                self.assertEqual(process.returncode, 0, process.said)
+                self.assertIs(self.registered(process.pid), False)
+                times = self.times(process)
+                self.assertEqual(len(times["video"]), (SECONDS - START) * RATE)
+                self.assertTrue(START - 0.001 < times["video"][0] < START + 1 / RATE, times["video"][0])
+                self.assert_steady(times["video"], 1 / RATE)
+                self.assert_steady(times["audio"], 1024 / 48000)
+                decoding = ["ffmpeg", "-nostdin", "-v", "warning", "-i", process.output, "-f", "null", "-"]
+                self.assertEqual(subprocess.run(decoding, capture_output=True, text=True, check=True).stderr, "")
+                self.assertIn("failed in the middle", self.state("transcoder_engines").read_text())
+
+    def test_a_stream_of_bytes_ends_where_no_more_software_may_run(self):
+        process = self.stream("mpegts", "picture=40", others=[(os.getppid(), False)])
+        self.assertEqual(process.returncode, NO_SEAT, process.said)
+        self.assertIs(self.registered(process.pid), None)
+        self.assertGreater(process.pictures, 0)
 
 
 class Software(Machine):

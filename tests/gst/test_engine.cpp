@@ -1,6 +1,7 @@
 // A plugin with an encoder that calls itself one of video hardware and ranks before all others.
-// x264 does its work. ORVO_TEST_ENGINE=picture=N lets it fail at that picture.
+// x264 does its work. ORVO_TEST_ENGINE=picture=N lets it fail at that picture, hang=N lets it hang.
 #include <gst/gst.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -18,16 +19,20 @@ struct TestEngineClass {
 GType test_engine_get_type();
 G_DEFINE_TYPE(TestEngine, test_engine, GST_TYPE_BIN)
 
-int FailingPicture() {
-  constexpr char kPicture[] = "picture=";
+// The picture of such a wish; 0 for none.
+int Wished(const char* kind) {
   const char* const wish = g_getenv("ORVO_TEST_ENGINE");
-  const bool fails = wish != nullptr && g_str_has_prefix(wish, kPicture) != FALSE;
-  return fails ? static_cast<int>(strtol(wish + strlen(kPicture), nullptr, 10)) : 0;
+  const bool isMeant = wish != nullptr && g_str_has_prefix(wish, kind) != FALSE;
+  return isMeant ? static_cast<int>(strtol(wish + strlen(kind), nullptr, 10)) : 0;
 }
 
 GstPadProbeReturn OnPicture(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, gpointer data) {
   auto* const self = static_cast<TestEngine*>(data);
-  if (++self->pictures == FailingPicture()) {
+  ++self->pictures;
+  while (self->pictures == Wished("hang=")) {
+    pause();
+  }
+  if (self->pictures == Wished("picture=")) {
     GST_ELEMENT_ERROR(self, STREAM, ENCODE, ("the card is on fire"), (nullptr));
     return GST_PAD_PROBE_DROP;
   }

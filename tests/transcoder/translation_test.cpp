@@ -230,6 +230,21 @@ TEST(Translation, KeepsEncodersThatTheMachineHas) {
   }
 }
 
+// Without the option, NVENC and Quick Sync make them plain I pictures.
+TEST(Translation, LetsDecodersStartAtForcedKeyFrames) {
+  const struct {
+    const char* encoder;
+    Strings option;
+  } rows[] = {{"h264_nvenc", {"-forced-idr", "1"}}, {"h264_qsv", {"-forced_idr", "1"}}};
+  for (const auto& row : rows) {
+    const Strings arguments = {"-vcodec", row.encoder};
+    EXPECT_TRUE(Contains(Output(arguments, {{row.encoder}}), row.option)) << row.encoder;
+    EXPECT_EQ(Output(arguments).back(), Output({"-vcodec", "h264_omx"}).back()) << row.encoder;
+  }
+  EXPECT_EQ(Output({"-vcodec", "h264_v4l2m2m"}, {{"h264_v4l2m2m"}}),
+            Strings({"-vcodec", "h264_v4l2m2m"}));
+}
+
 TEST(Translation, AsksOnlyAboutEncodersWithAReplacement) {
   Surroundings surroundings;
   surroundings.canEncode = [](std::string_view name) {

@@ -58,12 +58,12 @@ class Machine:
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(text)
 
-    def prove(self, failure=""):
+    def prove(self, failure="", encoder="h264_vaapi"):
         """What the transcoder says about the card."""
         result = subprocess.run([PROGRAMS["transcoder"], "--prove"], capture_output=True, text=True,
                                 env={**self.environment, "ORVO_TEST_CARD": failure}, check=True)
         lines = dict(line.split(": ", 1) for line in result.stdout.splitlines())
-        return lines["h264_vaapi"]
+        return lines[encoder]
 
     def explain(self, *arguments):
         """The command that FFmpeg would get."""

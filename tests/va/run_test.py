@@ -58,6 +58,8 @@ def packets(path):
 
 
 class Runs(card.Case):
+    LEAST = 1 << 20  # bytes of a segment: nothing is compressed there
+
     def setUp(self):
         self.on = self.machine()
         self.on.prove()
@@ -96,8 +98,7 @@ class Runs(card.Case):
         self.assertIs(self.on.registered(process.pid), True)
         self.assert_whole()
         self.assert_decodable()
-        # Nothing is compressed there.
-        self.assertGreater(self.paths()[0].stat().st_size, 1 << 20)
+        self.assertGreater(self.paths()[0].stat().st_size, self.LEAST)
 
     def test_software_goes_on_where_the_card_fails(self):
         for failure in ("open", "configure", "picture=3", f"picture={3 * LENGTH * RATE + 5}"):
@@ -140,6 +141,8 @@ class Runs(card.Case):
 
 
 class ByteStreams(card.Case):
+    LEAST = 1 << 20
+
     def setUp(self):
         self.on = self.machine()
         self.on.prove()
@@ -173,7 +176,7 @@ class ByteStreams(card.Case):
         process, path = self.play()
         self.assertEqual(process.returncode, 0)
         self.assert_one_film(path)
-        self.assertGreater(path.stat().st_size, 1 << 20)
+        self.assertGreater(path.stat().st_size, self.LEAST)
 
     def test_software_makes_the_stream_where_the_card_fails_at_its_start(self):
         for failure in ("open", "configure"):
@@ -199,7 +202,7 @@ class ByteStreams(card.Case):
         process, path = self.play("picture=90", others=[(os.getpid(), False)])
         self.assertEqual(process.returncode, NO_SEAT, process.log)
         self.assertIs(self.on.registered(process.pid), None)
-        self.assertGreater(path.stat().st_size, 1 << 20)
+        self.assertGreater(path.stat().st_size, self.LEAST)
 
 
 if __name__ == "__main__":

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <sstream>
 
 #include "accounts/secrets.h"
@@ -25,21 +24,11 @@ ClusterKeys Problem(const std::string& path, const std::string& problem) {
   return {{}, "The cluster_key " + path + " " + problem + "."};
 }
 
-std::optional<ClusterKey> ParseKey(const std::string& line) {
-  const auto bytes = orvo::FromBase64Url(line);
-  ClusterKey key{};
-  if (!bytes || bytes->size() != key.size()) {
-    return std::nullopt;
-  }
-  std::copy(bytes->begin(), bytes->end(), key.begin());
-  return key;
-}
-
 ClusterKeys ParseKeys(const std::string& path, const std::string& text) {
   ClusterKeys read;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    const auto key = ParseKey(line);
+    const auto key = ParseClusterKey(line);
     if (!key) {
       return Problem(path, "holds a line that is no key; mirevo cluster key makes one");
     }
@@ -65,6 +54,16 @@ std::vector<ClusterKey> LoadOwnKeys() {
 }
 
 }  // namespace
+
+std::optional<ClusterKey> ParseClusterKey(const std::string& text) {
+  const auto bytes = orvo::FromBase64Url(text);
+  ClusterKey key{};
+  if (!bytes || bytes->size() != key.size()) {
+    return std::nullopt;
+  }
+  std::copy(bytes->begin(), bytes->end(), key.begin());
+  return key;
+}
 
 ClusterKeys ReadClusterKeys(const std::string& path) {
   struct stat status {};

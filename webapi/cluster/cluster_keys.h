@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ struct ClusterKeys {
   std::vector<ClusterKey> keys;
   std::string problem;  // a sentence; "" if the file is good
 };
+
+// Reads a key: 43 characters of base64url. Nothing for any other text.
+std::optional<ClusterKey> ParseClusterKey(const std::string& text);
 
 // Reads a key file: lines of 43 characters of base64url. It must belong to this process's user and
 // be closed to all others.

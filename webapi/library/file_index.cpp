@@ -19,64 +19,20 @@
 #include "catalog/folder.h"
 #include "platform/beneath.h"
 #include "platform/media_file.h"
-#include "util/lower_case.h"
 #include "util/name_order.h"
 #include "util/xml_text.h"
 #include "webapi/http/send_file.h"
+#include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
+#include "webapi/library/media_types.h"
 
 namespace webapi {
 namespace {
 
 constexpr char kPageType[] = "text/html; charset=utf-8";
-constexpr char kAnyType[] = "application/octet-stream";
-
-struct MediaType {
-  std::string_view ending;
-  const char* type;
-};
-
-// What lies beside films.
-constexpr std::array kCompanions = {
-    MediaType{"srt", "text/plain"}, MediaType{"ass", "text/plain"},  MediaType{"ssa", "text/plain"},
-    MediaType{"smi", "text/plain"}, MediaType{"vtt", "text/vtt"},    MediaType{"sub", kAnyType},
-    MediaType{"idx", "text/plain"}, MediaType{"sup", kAnyType},      MediaType{"nfo", "text/plain"},
-    MediaType{"jpg", "image/jpeg"}, MediaType{"jpeg", "image/jpeg"}, MediaType{"png", "image/png"},
-    MediaType{"webp", "image/webp"}};
-
-// The types that programs ask for; all other films are bytes to them.
-constexpr std::array kMediaTypes = {
-    MediaType{"mkv", "video/x-matroska"}, MediaType{"webm", "video/webm"},
-    MediaType{"mp4", "video/mp4"},        MediaType{"m4v", "video/mp4"},
-    MediaType{"mov", "video/quicktime"},  MediaType{"avi", "video/x-msvideo"},
-    MediaType{"ts", "video/mp2t"},        MediaType{"m2ts", "video/mp2t"},
-    MediaType{"mts", "video/mp2t"},       MediaType{"mpg", "video/mpeg"},
-    MediaType{"mpeg", "video/mpeg"},      MediaType{"vob", "video/mpeg"},
-    MediaType{"wmv", "video/x-ms-wmv"},   MediaType{"flv", "video/x-flv"},
-    MediaType{"ogv", "video/ogg"},        MediaType{"mp3", "audio/mpeg"},
-    MediaType{"flac", "audio/flac"},      MediaType{"m4a", "audio/mp4"},
-    MediaType{"ogg", "audio/ogg"},        MediaType{"oga", "audio/ogg"},
-    MediaType{"opus", "audio/ogg"},       MediaType{"wav", "audio/wav"},
-    MediaType{"wma", "audio/x-ms-wma"},   MediaType{"aac", "audio/aac"}};
-
-template <typename Types>
-const char* FindType(const Types& types, const std::string& name) {
-  const auto dot = name.rfind('.');
-  const std::string ending = dot == std::string::npos ? "" : orvo::LowerCase(name.substr(dot + 1));
-  const auto found = std::find_if(types.begin(), types.end(),
-                                  [&](const MediaType& row) { return row.ending == ending; });
-  return found == types.end() ? nullptr : found->type;
-}
-
-std::string TypeOf(const std::string& name) {
-  const char* const companion = FindType(kCompanions, name);
-  const char* const type = companion != nullptr ? companion : FindType(kMediaTypes, name);
-  return type != nullptr ? type : kAnyType;
-}
 
 bool IsOffered(const std::string& name, bool isFolder) {
-  const bool isCompanion =
-      !isFolder && !name.starts_with('.') && FindType(kCompanions, name) != nullptr;
+  const bool isCompanion = !isFolder && !name.starts_with('.') && IsCompanion(name);
   return isCompanion || catalog::IsShown(name, isFolder);
 }
 
@@ -182,10 +138,14 @@ Folder OpenFolder(const std::string& path) {
   return nullptr;
 }
 
-Answer SendFolder(const Request& request, const std::string& shownPath, const std::string& folder) {
-  const Folder open = OpenFolder(folder);
+// What the page of a folder shows. Nothing, with the answer in `refusal`, if it cannot be read now.
+std::optional<std::vector<Row>> RowsIn(const std::string& folder, Answer& refusal) {
+  const auto place = TakePlace(kIndexWork);
+  const Folder open = place ? OpenFolder(folder) : nullptr;
   if (!open) {
-    return Answer::Failure(kNotFound, "The server cannot read this folder.");
+    refusal = place ? Answer::Failure(kNotFound, "The server cannot read this folder.")
+                    : Answer::Failure(kBusy);
+    return std::nullopt;
   }
   const std::vector<std::string> roots = MediaRoots();
   std::vector<Row> rows;
@@ -197,7 +157,14 @@ Answer SendFolder(const Request& request, const std::string& shownPath, const st
       rows.push_back(RowOf(name, *status));
     }
   }
-  return SendPage(request, shownPath, rows);
+  return rows;
+}
+
+// A client that reads slowly keeps no place.
+Answer SendFolder(const Request& request, const std::string& shownPath, const std::string& folder) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto rows = RowsIn(folder, refusal);
+  return rows ? SendPage(request, shownPath, *rows) : refusal;
 }
 
 // The place that a path of the index means; nothing if a part of it is never shown.
@@ -240,8 +207,7 @@ Answer SendTheFile(const Request& request, const std::string& path, const std::s
   if (!IsOffered(NameOf(film->Path()), false)) {
     return Answer::Failure(kNotFound);
   }
-  SendFile(request, *film, TypeOf(NameOf(film->Path())));
-  return Answer::Sent();
+  return SendFile(request, *film, MediaTypeOf(NameOf(film->Path())));
 }
 
 }  // namespace

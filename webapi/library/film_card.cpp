@@ -88,11 +88,15 @@ std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal)
   return facts;
 }
 
-std::optional<int64_t> KnownLength(const orvo::MediaFile& film) {
+std::optional<Json::Value> KnownFacts(const orvo::MediaFile& film) {
   Json::Value facts;
   const bool isKnown = film.IsOpen() && Load(CachePath(film, kCard, ".json"), facts);
-  return isKnown && !facts.empty() ? std::optional<int64_t>(facts["duration"].asUInt())
-                                   : std::nullopt;
+  return isKnown && !facts.empty() ? std::optional(std::move(facts)) : std::nullopt;
+}
+
+std::optional<int64_t> KnownLength(const orvo::MediaFile& film) {
+  const auto facts = KnownFacts(film);
+  return facts ? std::optional<int64_t>((*facts)["duration"].asUInt()) : std::nullopt;
 }
 
 Answer DescribeCard(const Request& request) {

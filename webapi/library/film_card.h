@@ -20,6 +20,10 @@ namespace webapi {
 // `refusal` to the answer.
 std::optional<Json::Value> FactsOf(const orvo::MediaFile& film, Answer& refusal);
 
+// The same facts if the cache knows them; nothing otherwise, and for what is not a film. `film` may
+// be closed.
+std::optional<Json::Value> KnownFacts(const orvo::MediaFile& film);
+
 // The length in seconds, if the cache knows it. `film` may be closed.
 std::optional<int64_t> KnownLength(const orvo::MediaFile& film);
 

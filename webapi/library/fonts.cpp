@@ -113,9 +113,8 @@ Answer SendFont(const Request& request) {
     return Answer::Failure(kNotFound, "This film has no such font.");
   }
   const int64_t position = font[kPosition].asInt64();
-  SendPart(request, *film, {position, position + font["size"].asInt64() - 1},
-           font["type"].asString(), kKeepPicture);
-  return Answer::Sent();
+  return SendPart(request, *film, {position, position + font["size"].asInt64() - 1},
+                  font["type"].asString(), kKeepPicture);
 }
 
 }  // namespace webapi

@@ -1,0 +1,99 @@
+// orvodlnad: shows the library to the televisions of the local network (docs/dlna.md).
+#include <glib-unix.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dlna/media_server.h"
+#include "platform/plat.h"
+#include "settings/televisions.h"
+#include "util/private_folder.h"
+
+namespace {
+
+constexpr char kStateFolder[] = "/run/mirevo/dlna";
+constexpr char kServices[] = "/var/packages/Mirevo/target/dlna";
+
+struct FreeLoop {
+  void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
+};
+
+int Refuse(const std::string& reason) {
+  fprintf(stderr, "orvodlnad: %s\n", reason.c_str());
+  return 1;
+}
+
+gboolean Quit(gpointer loop) {
+  g_main_loop_quit(static_cast<GMainLoop*>(loop));
+  return G_SOURCE_CONTINUE;
+}
+
+// "192.168.1.5:8096"
+dlna::Place ParsePlace(const std::string& text) {
+  const auto colon = text.rfind(':');
+  return colon == std::string::npos ? dlna::Place{text, "80"}
+                                    : dlna::Place{text.substr(0, colon), text.substr(colon + 1)};
+}
+
+void ServeUntilStopped(const dlna::Setup& setup) {
+  const std::unique_ptr<GMainLoop, FreeLoop> loop(g_main_loop_new(nullptr, FALSE));
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    g_unix_signal_add(signal, Quit, loop.get());
+  }
+  const dlna::MediaServer server(setup);
+  g_main_loop_run(loop.get());
+}
+
+int Serve(dlna::Setup setup, const std::vector<std::string>& listen) {
+  for (const std::string& place : listen) {
+    setup.listen.push_back(ParsePlace(place));
+  }
+  const settings::Televisions televisions = settings::ReadTelevisions();
+  if (!televisions.areLetIn) {
+    return Refuse("no owner has let televisions in; \"mirevo dlna on\" does");
+  }
+  setup.device = televisions.device;
+  setup.word = televisions.word;
+  const std::string folder = orvo::SystemPath(kStateFolder);
+  setup.description = folder + "/description.xml";
+  setup.services = orvo::SystemPath(kServices);
+  if (!orvo::MakePrivateFolder(folder) || !WriteDescription(setup)) {
+    return Refuse(setup.description + ": " + strerror(errno));
+  }
+  ServeUntilStopped(setup);
+  std::error_code ignored;
+  std::filesystem::remove_all(folder, ignored);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("orvodlnad", LOG_PID, LOG_USER);
+  umask(S_IRWXG | S_IRWXO);
+  CLI::App app("Show the library to the televisions of the local network.", "orvodlnad");
+  dlna::Setup setup;
+  std::vector<std::string> listen;
+  app.add_option("--service", setup.service, "The service's address for this program")->required();
+  app.add_option("--listen", listen, "Where the service listens for televisions")->required();
+  app.add_option("--interface", setup.interfaces, "A network interface to use");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : EX_USAGE;
+  }
+  return Serve(setup, listen);
+}
