@@ -30,7 +30,8 @@ export class Viewer {
     await viewer.page.setViewport({ width, height });
     if (begin) await viewer.page.evaluateOnNewDocument(begin);
     viewer.complaints = [];
-    viewer.page.on('console', (message) => message.type() === 'error' && viewer.complaints.push(message.text()));
+    // Chromium logs answers such as 404 of a film without a backdrop.
+    viewer.page.on('console', (message) => message.type() === 'error' && !message.text().startsWith('Failed to load resource') && viewer.complaints.push(message.text()));
     viewer.page.on('pageerror', (error) => viewer.complaints.push(error.message));
     return viewer;
   }
@@ -52,8 +53,8 @@ export class Viewer {
 
   describe() {
     return this.page.evaluate(() => {
-      const { currentTime, readyState, seeking, paused, error } = document.getElementById('video');
-      return JSON.stringify({ currentTime, readyState, seeking, paused, error: error?.message, said: document.body.innerText.slice(0, 500) });
+      const { currentTime, readyState, seeking, paused, error } = document.getElementById('video') ?? {};
+      return JSON.stringify({ address: window.location.href, currentTime, readyState, seeking, paused, error: error?.message, said: document.body.innerText.slice(0, 500) });
     });
   }
 

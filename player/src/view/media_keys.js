@@ -1,9 +1,16 @@
 // The device's media keys and its lock screen: what plays, and what the keys do.
 import { addressOf } from '../api.js';
+import { isMusic } from '../playback/kinds.js';
 import { titleOfEntry } from '../titles.js';
 import { lineFor } from './names.js';
 
 const ARTWORK_WIDTH = 320;
+
+// Music is known by its tags, a film by its name.
+function wordsFor(entry, info) {
+  const { title, artist = '', album = '' } = isMusic(info) ? (info.metadata.tags ?? {}) : {};
+  return { title: title || (entry.title ?? lineFor(entry)), artist: artist || (titleOfEntry(entry).show ?? ''), album };
+}
 
 export class MediaKeys {
   constructor(player, upNext, session = navigator.mediaSession) {
@@ -30,11 +37,10 @@ export class MediaKeys {
     }
   }
 
-  announce(entry) {
+  announce(entry, info) {
     if (this.session) {
       const src = addressOf('Library', 'poster', { width: ARTWORK_WIDTH }, entry.encoded_path);
-      const title = entry.title ?? lineFor(entry);
-      this.session.metadata = new MediaMetadata({ title, artist: titleOfEntry(entry).show ?? '', artwork: [{ src, type: 'image/jpeg' }] });
+      this.session.metadata = new MediaMetadata({ ...wordsFor(entry, info), artwork: [{ src, type: 'image/jpeg' }] });
     }
   }
 

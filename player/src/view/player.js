@@ -197,7 +197,7 @@ export class PlayerView {
     this.thumbnails.forFilm(entry.encoded_path, info.previews);
     const choice = choiceOf(info, kindsFor(info, this.playback.can), kind);
     this.fillTracks(info, choice);
-    this.mediaKeys.announce(entry);
+    this.mediaKeys.announce(entry, info);
     this.chapters.show(info);
     this.upNext.prepare(entry, info, signal);
     this.showCover(entry, info);

@@ -1,6 +1,7 @@
 // What plays next: the buttons for the film before and after this one, and the countdown at the end of a film.
 import { element, signButton } from '../dom.js';
 import { t } from '../language.js';
+import { isMusic } from '../playback/kinds.js';
 import { besideOf } from '../queue.js';
 import { lineFor } from './names.js';
 import { playAddress } from './page.js';
@@ -28,6 +29,7 @@ export class UpNext {
   async prepare(entry, info, signal) {
     this.cancel();
     this.beside = {};
+    this.isMusic = isMusic(info);
     this.show();
     const beside = await besideOf(entry, info, signal);
     if (!signal.aborted) {
@@ -53,7 +55,9 @@ export class UpNext {
     this.panel.hidden = false;
     this.playButton.focus();
     this.clock.textContent = '';
-    if (isAutomatic) {
+    if (isAutomatic && this.isMusic) {
+      this.go(next);
+    } else if (isAutomatic) {
       this.count(COUNTDOWN_SECONDS);
     }
   }
