@@ -15,5 +15,6 @@ inline constexpr RequestQueue kTileQueue{2, 32};
 inline constexpr RequestQueue kFilmQueue{4, 28};
 inline constexpr RequestQueue kSubtitleQueue{2, 16};
 inline constexpr RequestQueue kLoginQueue{4, 12};
+inline constexpr RequestQueue kIndexQueue{4, 28};
 
 }  // namespace orvo

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <limits>
 
 #include "accounts/ownership.h"
 #include "convert/work_folder.h"
@@ -32,7 +33,9 @@ constexpr char kTables[] =
     // What rules have chosen. The item is 0 if somebody else has added the film, too.
     "CREATE TABLE IF NOT EXISTS chosen (rule INTEGER NOT NULL, path BLOB NOT NULL,"
     " state BLOB NOT NULL, item INTEGER NOT NULL DEFAULT 0, PRIMARY KEY (rule, path));"
-    "CREATE INDEX IF NOT EXISTS chosen_items ON chosen (item);";
+    "CREATE INDEX IF NOT EXISTS chosen_items ON chosen (item);"
+    // Who has added an item.
+    "CREATE TABLE IF NOT EXISTS clients (item INTEGER PRIMARY KEY, client BLOB NOT NULL);";
 
 // The progress of a conversion whose result has not been checked.
 constexpr double kNotChecked = 0.99;
@@ -114,15 +117,33 @@ std::optional<int64_t> Queue::FindOrInsert(const std::string& path, const std::s
 
 std::optional<int64_t> Queue::Add(const std::string& path, const std::string& root,
                                   const std::string& profile) {
+  return AddFor("", std::numeric_limits<int64_t>::max(), path, root, profile);
+}
+
+std::optional<int64_t> Queue::AddFor(const std::string& client, int64_t most,
+                                     const std::string& path, const std::string& root,
+                                     const std::string& profile) {
   if (!database_.Run("BEGIN IMMEDIATE")) {
     return std::nullopt;
   }
   bool isNew = false;
   const auto id = FindOrInsert(path, root, profile, isNew);
-  if (id && !isNew) {
+  if (id && isNew && CountOf(client) >= most) {
+    database_.Run("ROLLBACK");
+    return 0;
+  }
+  if (id && isNew) {
+    database_.Prepare("INSERT INTO clients VALUES (?, ?)").With(*id).With(client).Run();
+  } else if (id) {
     database_.Prepare("UPDATE chosen SET item = 0 WHERE item = ?").With(*id).Run();
   }
   return database_.Run("COMMIT") ? id : std::nullopt;
+}
+
+int64_t Queue::CountOf(const std::string& client) const {
+  Statement row = database_.Prepare("SELECT COUNT(*) FROM clients WHERE client = ?");
+  row.With(client);
+  return row.Step() ? row.Number(0) : 0;
 }
 
 std::optional<int64_t> Queue::AddRule(const std::string& folder, const std::string& profile) {
@@ -256,7 +277,8 @@ bool Queue::Update(const Item& item) const {
 }
 
 bool Queue::Forget(int64_t id) const {
-  return database_.Prepare("DELETE FROM items WHERE id = ?").With(id).Run();
+  return database_.Prepare("DELETE FROM clients WHERE item = ?").With(id).Run() &&
+         database_.Prepare("DELETE FROM items WHERE id = ?").With(id).Run();
 }
 
 double ProgressOf(const Item& item) {

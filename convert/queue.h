@@ -64,6 +64,11 @@ class Queue {
   std::optional<int64_t> Add(const std::string& path, const std::string& root,
                              const std::string& profile);
 
+  // The same for one client. The entries that it has added count until they are forgotten; returns
+  // 0 if the film would be one more than `most`.
+  std::optional<int64_t> AddFor(const std::string& client, int64_t most, const std::string& path,
+                                const std::string& root, const std::string& profile);
+
   // All entries that are not removed, in the order of their ids.
   std::vector<Item> List() const;
   std::optional<Item> Find(int64_t id) const;
@@ -110,6 +115,7 @@ class Queue {
   std::vector<Item> Select(const char* condition) const;
   std::optional<int64_t> FindOrInsert(const std::string& path, const std::string& root,
                                       const std::string& profile, bool& isNew) const;
+  int64_t CountOf(const std::string& client) const;
   bool Choose(const Rule& rule, const std::string& path, const std::string& state) const;
 
   catalog::Database database_;

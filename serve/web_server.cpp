@@ -314,8 +314,11 @@ std::string Configuration(const WebServer& server) {
   line("server.stream-response-body", "2");
   // The same before the request has answered: a client that closes its side has left.
   line("cgi.limits", "( \"tcp-fin-propagate\" => \"SIGTERM\" )");
-  // One request at a time on each connection, so a viewer who leaves closes the connection.
-  line("server.feature-flags", "( \"server.h2proto\" => \"disable\" )");
+  // One request at a time on each connection, so a viewer who leaves closes the connection. After a
+  // jump of the calendar clock the server would answer nobody, and then start itself again, which
+  // breaks all streams; a suspended machine wakes up with such a jump.
+  line("server.feature-flags",
+       "( \"server.h2proto\" => \"disable\", \"server.clock-jump-restart\" => 0 )");
   line("server.max-fds", std::to_string(Descriptors()));
   line("server.max-connections", std::to_string(Connections()));
   line("server.max-read-idle", kReadIdle);

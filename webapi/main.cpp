@@ -196,7 +196,7 @@ bool IsForAnyHost(const Request& blank) {
 }
 
 // The index has neither calls nor parameters. Programs that read it bring their login along.
-Answer ServeIndex(const Request& request) {
+Answer ServeIndex(Request request) {
   if (!IsRead(request)) {
     return Answer::Failure(webapi::kMethodNotAllowed, "The files can only be read.")
         .AddHeader("Allow", "GET, HEAD, OPTIONS");
@@ -208,6 +208,7 @@ Answer ServeIndex(const Request& request) {
   if (!caller) {
     return refusal;
   }
+  request.SetCaller(*caller);
   if (!caller->roots.empty()) {
     webapi::LimitMediaRoots(caller->roots);
   }

@@ -26,6 +26,7 @@ export const REFUSALS = [
   'There is no such limit, or the value is out of its range.',
   'A rule needs a folder with films.',
   'There are too many rules.',
+  'You have 250 films in the list of conversions, and more are not possible. Remove some of them.',
   'Create an account on the server first. Without one, the settings can be changed only there.',
   'The word is wrong. The service shows it where it starts.',
 ];

@@ -313,6 +313,8 @@ export const GERMAN = {
   'The accounts file could not be written.': 'Die Datei der Konten konnte nicht geschrieben werden.',
   'A rule needs a folder with films.': 'Eine Regel braucht einen Ordner mit Filmen.',
   'There are too many rules.': 'Es gibt zu viele Regeln.',
+  'You have 250 films in the list of conversions, and more are not possible. Remove some of them.':
+    'Sie haben 250 Filme in der Liste der Umwandlungen, und mehr sind nicht möglich. Entfernen Sie einige davon.',
   'There is no such limit, or the value is out of its range.': 'Diese Grenze gibt es nicht, oder der Wert liegt außerhalb ihres Bereichs.',
   'Create an account on the server first. Without one, the settings can be changed only there.':
     'Legen Sie zuerst auf dem Server ein Konto an. Ohne Konto können die Einstellungen nur dort geändert werden.',

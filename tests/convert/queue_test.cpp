@@ -39,6 +39,26 @@ TEST_F(ConversionQueue, HasEachFilmOnceForEachProfile) {
   EXPECT_NE(queue.Add("/films/a.mkv", "/films", "mp4"), first) << "a failed one may be tried again";
 }
 
+TEST_F(ConversionQueue, CountsTheFilmsOfAClientUntilTheyAreForgotten) {
+  Queue queue;
+  const auto add = [&](const char* client, const char* film) {
+    return queue.AddFor(client, 2, film, "/", "mp4").value_or(-1);
+  };
+  const auto first = add("anna", "/a");
+  EXPECT_GT(first, 0);
+  EXPECT_GT(add("anna", "/b"), first);
+  EXPECT_EQ(add("anna", "/c"), 0);
+  EXPECT_EQ(queue.List().size(), 2U) << "nothing is left of the refused one";
+  EXPECT_EQ(add("anna", "/a"), first) << "it is there already";
+  EXPECT_GT(add("bob", "/c"), 0);
+  EXPECT_EQ(add("bob", "/b"), 2) << "a film of another client counts for that one";
+  EXPECT_GT(add("bob", "/d"), 0);
+  ASSERT_TRUE(queue.Remove(first));
+  EXPECT_EQ(add("anna", "/e"), 0) << "its files are not gone";
+  ASSERT_TRUE(queue.Forget(first));
+  EXPECT_GT(add("anna", "/e"), 0);
+}
+
 TEST_F(ConversionQueue, GivesTheFilmThatHasBegunBeforeThoseThatWait) {
   Queue queue;
   queue.Add("/a", "/", "mp4");

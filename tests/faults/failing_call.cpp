@@ -4,7 +4,9 @@
 // kind fails with that error. For the number 0, the calls are counted only. FAILING_BELOW is a
 // folder: of the calls that name or use a file, only those count whose file is below it, or is a
 // pipe. FAILING_COUNT is a file with one counter for all processes. CLOCK_JUMP is a number of
-// seconds by which the calendar clock has jumped.
+// seconds by which the calendar clock has jumped. CLOCK_FILE is a file with two such numbers of 64
+// bits that may change at any time: the seconds, and when the clock jumped. Files that are written
+// after that get times of the clock that has jumped.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -107,10 +109,48 @@ Function Real(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+struct Jump {
+  int64_t seconds;
+  int64_t since;  // by the kernel's clock
+};
+
+const Jump* MapJump() {
+  const char* const path = getenv("CLOCK_FILE");
+  const int file =
+      path == nullptr
+          ? -1
+          : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0));
+  void* const memory =
+      file < 0 ? MAP_FAILED : mmap(nullptr, sizeof(Jump), PROT_READ, MAP_SHARED, file, 0);
+  syscall(SYS_close, file);
+  return memory == MAP_FAILED ? nullptr : static_cast<const Jump*>(memory);
+}
+
+// Null without a file. Mapped before a process confines itself.
+const Jump* const theJump = MapJump();
+
 time_t ClockJump() {
   static const char* const jump = getenv("CLOCK_JUMP");
   static const time_t seconds = jump != nullptr ? strtoll(jump, nullptr, 10) : 0;
-  return seconds;
+  return seconds + (theJump != nullptr ? theJump->seconds : 0);
+}
+
+// The kernel's clock has not jumped, but the one that a program reads has.
+void Shift(timespec& time) {
+  timespec now{};
+  syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+  if (time.tv_sec >= theJump->since && time.tv_sec <= now.tv_sec) {
+    time.tv_sec += theJump->seconds;
+  }
+}
+
+int Shifted(int result, struct stat* status) {
+  if (result == 0 && theJump != nullptr && theJump->seconds != 0) {
+    Shift(status->st_mtim);
+    Shift(status->st_ctim);
+    Shift(status->st_atim);
+  }
+  return result;
 }
 
 bool TakesMode(int flags) {
@@ -222,6 +262,22 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
     now->tv_sec += ClockJump();
   }
   return result;
+}
+int stat(const char* path, struct stat* status) noexcept {
+  REAL(stat);
+  return Shifted(real(path, status), status);
+}
+int lstat(const char* path, struct stat* status) noexcept {
+  REAL(lstat);
+  return Shifted(real(path, status), status);
+}
+int fstat(int descriptor, struct stat* status) noexcept {
+  REAL(fstat);
+  return Shifted(real(descriptor, status), status);
+}
+int fstatat(int folder, const char* path, struct stat* status, int flags) noexcept {
+  REAL(fstatat);
+  return Shifted(real(folder, path, status, flags), status);
 }
 time_t time(time_t* result) noexcept {
   timespec now{};

@@ -1,4 +1,5 @@
-// Kills and stops each process of a running service at each point of a stream's life. Afterwards the files are whole,
+// Kills and stops each process of a running service at each point of a stream's life, and lets the whole machine sleep
+// there. Afterwards the files are whole,
 // the register is true, nothing is left running, and the player goes on or gets a clear error.
 import fs from 'node:fs';
 import path from 'node:path';
@@ -7,6 +8,7 @@ import { parseArgs } from 'node:util';
 import { eventually, media, Service } from '../service/support.mjs';
 import { kindNames, Player } from './players.mjs';
 import { processesOf, roles } from './roles.mjs';
+import { leaveGroup, sleep, startSleeper } from './sleep.mjs';
 
 const { values: options } = parseArgs({
   options: {
@@ -23,17 +25,22 @@ const answerTime = 25000;
 const byteRoles = { http: ['guardian'], webm: ['guardian', 'monitor'] };
 const rolesOf = (kind) => ['request', ...(byteRoles[kind] ?? ['monitor', 'front']), 'ffmpeg', 'web', 'keeper', 'service'];
 const openingRoles = ['request', 'web', 'keeper', 'service'];
+// The machine sleeps for so long: an hour, and longer than a stream is remembered.
+const sleeps = { HOUR: 3600, DAYS: 3 * 24 * 3600 };
 const points = ['opening', 'first', 'running', 'seek', 'pausing', 'closing'];
-const infrastructure = new Set(['web', 'keeper', 'service', 'analysis', 'conversions', 'copies']);
+const infrastructure = new Set(['web', 'keeper', 'service', 'analysis', 'conversions', 'copies', 'machine']);
 const shortCells = /^(http:running:ffmpeg:STOP|webm:running:monitor:KILL|hls:running:service:KILL|ss:seek:monitor:KILL)$/;
+
+const cellOf = (kind, point, role, signal) => ({ kind, point, role, signal, name: [kind, point, role, signal].join(':') });
 
 function allCells() {
   const cells = [];
   for (const kind of kindNames) {
     for (const point of points) {
       for (const role of point === 'opening' ? openingRoles : rolesOf(kind)) {
-        for (const signal of ['KILL', 'STOP']) cells.push({ kind, point, role, signal, name: [kind, point, role, signal].join(':') });
+        for (const signal of ['KILL', 'STOP']) cells.push(cellOf(kind, point, role, signal));
       }
+      for (const name of Object.keys(sleeps)) cells.push(cellOf(kind, point, 'machine', name));
     }
   }
   return cells;
@@ -44,6 +51,7 @@ const within = (promise, milliseconds) =>
 
 // Signals the first process of the role that `known` lacks. False if none appears before `end` settles.
 async function hit(service, { role, signal }, known, end) {
+  if (role === 'machine') return putToSleep(service, sleeps[signal], known, end);
   let over = false;
   end.finally(() => (over = true));
   for (;;) {
@@ -61,7 +69,17 @@ async function hit(service, { role, signal }, known, end) {
   }
 }
 
-const known = (service, role) => new Set(infrastructure.has(role) ? [] : roles(service).map(({ pid }) => pid));
+// All sleep when a request is under way, or, if none comes, when `end` settles.
+async function putToSleep(service, seconds, known, end) {
+  let over = false;
+  end.finally(() => (over = true));
+  const isTime = () => over || roles(service).some(({ role, pid }) => role === 'request' && !known.has(pid));
+  while (!isTime()) await new Promise((resolve) => setImmediate(resolve));
+  await sleep(service, seconds);
+  return service.process.pid;
+}
+
+const known = (service, role) => new Set(infrastructure.has(role) && role !== 'machine' ? [] : roles(service).map(({ pid }) => pid));
 
 // Brings the stream to the point and signals the process there. Returns its number; undefined if there was none.
 const bring = {
@@ -169,8 +187,9 @@ async function playOn(player) {
 
 async function leave(player) {
   await within(player.opening, answerTime);
-  if (player.stream !== undefined) await within(player.close(), answerTime);
+  const isAnswered = player.stream === undefined || (await within(player.close(), answerTime)) !== undefined;
   player.leave();
+  return isAnswered;
 }
 
 // As a player does, tries again while the old transcoder keeps its seat. Returns what went wrong, or nothing.
@@ -244,7 +263,8 @@ async function judge(service, player, cell) {
   if (cell.role === 'service' && cell.signal === 'STOP') send(pid, 'SIGCONT');
   const { isClear, words } = await playOn(player);
   if (!isClear) return { result: 'FAIL', words };
-  await leave(player);
+  const isClosed = await leave(player);
+  if (cell.role === 'machine' && !isClosed) return { result: 'FAIL', words: `${words}; no answer to close` };
   const left = await isQuiet(service);
   return left === undefined ? { result: 'ok', words } : { result: 'FAIL', words: `${words}; ${left}` };
 }
@@ -254,6 +274,7 @@ async function retire(service) {
   send(service.process.pid, 'SIGKILL');
   await complaintOf(() => (processesOf(service.root).length === 0 ? undefined : 'still running'));
   for (const { pid } of processesOf(service.root)) send(pid, 'SIGKILL');
+  await leaveGroup(service);
   fs.rmSync(service.root, { recursive: true, force: true });
 }
 
@@ -277,10 +298,20 @@ process.on('exit', () => running.forEach((service) => send(service.process.pid, 
 process.on('SIGTERM', () => process.exit(1));
 process.on('SIGINT', () => process.exit(1));
 
+// The service of the cell before, or a new one. What sleeps has one of its own.
+async function serviceFor(cell, last) {
+  if (cell.role !== 'machine') return last ?? Service.start([media]);
+  if (last !== undefined) {
+    await last.stop();
+    running.delete(last);
+  }
+  return startSleeper();
+}
+
 async function work(queue) {
   let service;
   for (let cell = queue.shift(); cell !== undefined; cell = queue.shift()) {
-    const current = service ?? (await Service.start([media]));
+    const current = await serviceFor(cell, service);
     running.add(current);
     service = await runCell(current, cell);
     if (service === undefined) {

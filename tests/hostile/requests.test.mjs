@@ -1,6 +1,6 @@
 // Attacks with requests: clients that leave, that never read or send, and that come in crowds.
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
 import http from 'node:http';
@@ -180,6 +180,73 @@ test('clients that read nothing of a large film leave room for others', async ()
   await eventually(() => (left().length === 0 ? true : undefined), patience, states);
   await service.call('Streaming', 'close', { format: 'direct', stream_id: data.stream_id });
   fs.rmSync(large);
+});
+
+test('one client gets a limited number of files at a time, and another one gets its own', async () => {
+  const [most, asked] = [64, 70];
+  const large = path.join(folder, 'large.mkv');
+  fs.writeFileSync(large, '');
+  fs.truncateSync(large, 2 ** 31);
+  const address = `${service.address}/files/${path.basename(folder)}/large.mkv`;
+  const readers = await crowd(asked, asked);
+  try {
+    const statuses = await Promise.all(
+      readers.map(async (reader) => {
+        reader.write(`${head(address)}\r\n`);
+        const [first] = await once(reader, 'data');
+        reader.pause(); // reads no more
+        return Number(/^HTTP\/1.1 (\d+)/.exec(first)[1]);
+      }),
+    );
+    const count = (status) => statuses.filter((one) => one === status).length;
+    assert.deepEqual([count(200), count(503)], [most, asked - most]);
+    await eventually(() => (service.requestProcesses().length === most ? true : undefined));
+    const other = await fetch(address, { headers: { Range: 'bytes=0-9' } });
+    assert.equal((await other.arrayBuffer()).byteLength, 10);
+  } finally {
+    leave(readers);
+  }
+  await eventually(() => (service.requestProcesses().length === 0 ? true : undefined));
+  fs.rmSync(large);
+});
+
+test('a client cannot fill the list of conversions alone', async () => {
+  assert.deepEqual((await service.call('Conversion', 'list')).data.items, []);
+  const database = path.join(service.root, 'var/packages/Mirevo/etc/conversions/queue.db');
+  const fill = `
+import sqlite3, sys
+with sqlite3.connect(sys.argv[1], timeout=30) as database:
+    database.executemany("INSERT INTO clients VALUES (?, CAST(? AS BLOB))", [(1000 + i, sys.argv[2]) for i in range(250)])
+`;
+  execFileSync('python3', ['-c', fill, database, 'address 127.0.0.1']);
+  const refused = await service.call('Conversion', 'add', { path: film('h264_aac.mp4'), profile: 'mp4' });
+  assert.equal(refused.status, 429);
+  assert.match(refused.error.message, /^You have 250 films in the list of conversions/);
+  assert.ok(Number(refused.headers.get('retry-after')) > 0);
+  assert.deepEqual((await service.call('Conversion', 'list')).data.items, []);
+});
+
+test('huge forms and floods of headers are refused, and others are answered', async () => {
+  const send = async (text) => {
+    const socket = await connect();
+    const answer = once(socket, 'data').then(([data]) => Number(/^HTTP\/1[.]\d (\d+)/.exec(data)?.[1]));
+    socket.write(text);
+    const status = await Promise.race([answer, once(socket, 'close').then(() => 0)]);
+    socket.destroy();
+    return status;
+  };
+  const post = head(`${service.address}/webapi/entry.cgi`).replace('GET', 'POST');
+  const form = 'Content-Type: application/x-www-form-urlencoded\r\n';
+  const part = `100000\r\n${'a'.repeat(0x100000)}\r\n`;
+  assert.equal(await send(`${post}${form}Content-Length: 10000000000\r\n\r\n`), 413);
+  const floods = [
+    `${post}${form}Transfer-Encoding: chunked\r\n\r\n${part}`,
+    `${head(`${service.address}/`)}${'X-Flood: a\r\n'.repeat(20000)}\r\n`,
+    `${head(`${service.address}/`)}X-Long: ${'a'.repeat(200000)}\r\n\r\n`,
+  ];
+  // The end of the connection may overtake the answer, because not all was read.
+  for (const flood of floods) assert.ok([0, 400, 413, 431].includes(await send(flood)));
+  await ask();
 });
 
 test('one address has a limited number of connections, and leaving makes room', async () => {

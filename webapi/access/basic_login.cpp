@@ -68,6 +68,7 @@ std::optional<accounts::Account> Check(const Request& request, const Login& logi
 std::optional<Caller> FindCallerByHeader(const Request& request, Answer& refusal) {
   if (!IsLoginRequired()) {
     Caller caller;
+    caller.client = ClientAt(request);
     caller.isOwner = true;
     return caller;
   }

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "accounts/accounts.h"
+#include "accounts/attempts.h"
 #include "accounts/secrets.h"
 #include "webapi/access/session.h"
 #include "webapi/access/ticket.h"
@@ -58,10 +59,15 @@ bool IsLoginRequired() {
   return (setting != nullptr && std::string_view(setting) == "required") || accounts::AreNeeded();
 }
 
+std::string ClientAt(const Request& request) {
+  return "address " + accounts::ClientOf(request.ClientAddress());
+}
+
 Caller ToCaller(const accounts::Account& account) {
   Caller caller;
   caller.isLoginRequired = true;
   caller.account = account.name;
+  caller.client = "account " + account.name;
   caller.era = account.era;
   caller.isOwner = account.owner;
   caller.roots = account.roots;
@@ -70,6 +76,7 @@ Caller ToCaller(const accounts::Account& account) {
 
 Caller FindCaller(const Request& request, Right right) {
   Caller caller;
+  caller.client = ClientAt(request);
   caller.isLoginRequired = IsLoginRequired();
   caller.isOwner = !caller.isLoginRequired;
   caller.isHere = IsFromHere(request);

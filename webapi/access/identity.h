@@ -24,6 +24,9 @@ enum class Right {
 // if there are no accounts.
 bool IsLoginRequired();
 
+// What a caller without an account is counted as (Caller::client).
+std::string ClientAt(const Request& request);
+
 // The caller who has proved to be this account.
 Caller ToCaller(const accounts::Account& account);
 

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <string_view>
+#include <utility>
 
 #include "platform/io.h"
 #include "platform/log.h"
@@ -175,11 +176,18 @@ time_t Ticket::ClosedAt(const std::string& streamId) {
   return IsStreamId(streamId) ? ModifiedAt(ClosedPathOf(streamId)) : 0;
 }
 
-void Ticket::ForgetClosed(time_t before) {
+void Ticket::ForgetClosed(time_t before, size_t most) {
+  std::vector<std::pair<time_t, std::string>> closed;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(TicketFolder(), failure)) {
-    if (entry.path().extension() == kClosedEnding && ModifiedAt(entry.path()) < before) {
-      unlink(entry.path().c_str());
+    if (entry.path().extension() == kClosedEnding) {
+      closed.emplace_back(ModifiedAt(entry.path()), entry.path());
+    }
+  }
+  std::sort(closed.rbegin(), closed.rend());
+  for (size_t i = 0; i < closed.size(); ++i) {
+    if (i >= most || closed[i].first < before) {
+      unlink(closed[i].second.c_str());
     }
   }
 }

@@ -68,8 +68,8 @@ class Ticket {
   static void MarkClosed(const std::string& streamId);
   // When that was; 0 if it was not closed here.
   static time_t ClosedAt(const std::string& streamId);
-  // Forgets the streams that were closed before this time.
-  static void ForgetClosed(time_t before);
+  // Forgets the streams that were closed before this time, and the oldest of more than `most`.
+  static void ForgetClosed(time_t before, size_t most);
 
   // The private folder of all tickets, and a lock on a file of that name in it. Not held if the
   // folder cannot be made or another process holds it for too long.

@@ -24,7 +24,13 @@ using convert::State;
 constexpr char kResultType[] = "video/mp4";
 constexpr char kNotFinished[] = "NotFinished";
 // A queue of this length takes weeks.
-constexpr size_t kMost = 1000;
+constexpr int64_t kMostWaiting = 1000;
+// Of them and of their results, one client may have so many.
+constexpr int64_t kMostOfClient = 250;
+constexpr char kTooManyOfClient[] =
+    "You have 250 films in the list of conversions, and more are not possible. Remove some of "
+    "them.";
+constexpr char kRetrySeconds[] = "600";  // one may be removed or converted by then
 
 // The caller's media root that holds the film.
 std::string RootOf(const std::string& film) {
@@ -75,12 +81,17 @@ Answer AddConversion(const Request& request) {
     return Answer::Failure(kBadRequest, "The name of this film is not valid UTF-8.");
   }
   Queue queue;
-  if (queue.List().size() >= kMost) {
+  if (queue.Waiting() >= kMostWaiting) {
     return Answer::Failure(kBusy, "Too many films wait for their conversion.");
   }
-  const auto id = queue.Add(film->Path(), RootOf(film->Path()), profile->name);
+  const auto id = queue.AddFor(request.MadeBy().client, kMostOfClient, film->Path(),
+                               RootOf(film->Path()), profile->name);
   if (!id) {
     return NoQueue();
+  }
+  if (*id == 0) {
+    return Answer::Failure(kTooManyRequests, kTooManyOfClient)
+        .AddHeader("Retry-After", kRetrySeconds);
   }
   Json::Value data(Json::objectValue);
   data["id"] = static_cast<Json::Int64>(*id);
@@ -134,8 +145,7 @@ Answer GetConversion(const Request& request) {
   if (!result.IsOpen()) {
     return Answer::Failure(kNotFound, "The converted file is not there any more.");
   }
-  SendFile(request, result, kResultType);
-  return Answer::Sent();
+  return SendFile(request, result, kResultType);
 }
 
 }  // namespace webapi

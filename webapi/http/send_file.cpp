@@ -19,6 +19,7 @@
 #include "platform/unique_fd.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/leaving.h"
+#include "webapi/http/work.h"
 
 namespace webapi {
 namespace {
@@ -212,14 +213,19 @@ bool SendFile(const Request& request, const std::string& path, const std::string
   return true;
 }
 
-void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
-              const char* cacheControl) {
-  FileAnswer(request, file.Status(), contentType, cacheControl).Send(file.Get());
+Answer SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
+                const char* cacheControl) {
+  return SendPart(request, file, {0, file.Status().st_size - 1}, contentType, cacheControl);
 }
 
-void SendPart(const Request& request, const orvo::MediaFile& file, const ByteRange& part,
-              const std::string& contentType, const char* cacheControl) {
+Answer SendPart(const Request& request, const orvo::MediaFile& file, const ByteRange& part,
+                const std::string& contentType, const char* cacheControl) {
+  const auto transfer = Transfer::Begin(request.MadeBy().client);
+  if (!transfer) {
+    return Answer::Failure(kBusy, "You get too many files at a time. Wait until one has ended.");
+  }
   FileAnswer(request, file.Status(), contentType, cacheControl).Within(part).Send(file.Get());
+  return Answer::Sent();
 }
 
 }  // namespace webapi

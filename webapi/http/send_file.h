@@ -29,13 +29,13 @@ inline constexpr char kKeepPicture[] = "private, max-age=86400";
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
               const char* cacheControl = kAskAgain, const std::string& more = "");
 // The same for an open file. This program always sends it itself: the web server would open the
-// name again, which may lead elsewhere by then.
-void SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
-              const char* cacheControl = kAskAgain);
+// name again, which may lead elsewhere by then. Refuses if the client gets too many files already.
+Answer SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,
+                const char* cacheControl = kAskAgain);
 
 // Sends a part of such a file in the same way, as a resource of its own.
-void SendPart(const Request& request, const orvo::MediaFile& file, const ByteRange& part,
-              const std::string& contentType, const char* cacheControl);
+Answer SendPart(const Request& request, const orvo::MediaFile& file, const ByteRange& part,
+                const std::string& contentType, const char* cacheControl);
 
 // Sends a text that belongs to this request alone.
 Answer SendText(const Request& request, const std::string& contentType, const std::string& text);

@@ -22,6 +22,7 @@
 #include "util/name_order.h"
 #include "util/xml_text.h"
 #include "webapi/http/send_file.h"
+#include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
 #include "webapi/library/media_types.h"
 
@@ -137,10 +138,14 @@ Folder OpenFolder(const std::string& path) {
   return nullptr;
 }
 
-Answer SendFolder(const Request& request, const std::string& shownPath, const std::string& folder) {
-  const Folder open = OpenFolder(folder);
+// What the page of a folder shows. Nothing, with the answer in `refusal`, if it cannot be read now.
+std::optional<std::vector<Row>> RowsIn(const std::string& folder, Answer& refusal) {
+  const auto place = TakePlace(kIndexWork);
+  const Folder open = place ? OpenFolder(folder) : nullptr;
   if (!open) {
-    return Answer::Failure(kNotFound, "The server cannot read this folder.");
+    refusal = place ? Answer::Failure(kNotFound, "The server cannot read this folder.")
+                    : Answer::Failure(kBusy);
+    return std::nullopt;
   }
   const std::vector<std::string> roots = MediaRoots();
   std::vector<Row> rows;
@@ -152,7 +157,14 @@ Answer SendFolder(const Request& request, const std::string& shownPath, const st
       rows.push_back(RowOf(name, *status));
     }
   }
-  return SendPage(request, shownPath, rows);
+  return rows;
+}
+
+// A client that reads slowly keeps no place.
+Answer SendFolder(const Request& request, const std::string& shownPath, const std::string& folder) {
+  Answer refusal = Answer::Failure(kInternal);
+  const auto rows = RowsIn(folder, refusal);
+  return rows ? SendPage(request, shownPath, *rows) : refusal;
 }
 
 // The place that a path of the index means; nothing if a part of it is never shown.
@@ -195,8 +207,7 @@ Answer SendTheFile(const Request& request, const std::string& path, const std::s
   if (!IsOffered(NameOf(film->Path()), false)) {
     return Answer::Failure(kNotFound);
   }
-  SendFile(request, *film, MediaTypeOf(NameOf(film->Path())));
-  return Answer::Sent();
+  return SendFile(request, *film, MediaTypeOf(NameOf(film->Path())));
 }
 
 }  // namespace

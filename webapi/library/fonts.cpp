@@ -55,9 +55,8 @@ Answer SendFont(const Request& request) {
   if (!font) {
     return Answer::Failure(kNotFound, "This film has no such font.");
   }
-  SendPart(request, *film, {font->position, font->position + font->size - 1}, font->type,
-           kKeepPicture);
-  return Answer::Sent();
+  return SendPart(request, *film, {font->position, font->position + font->size - 1}, font->type,
+                  kKeepPicture);
 }
 
 }  // namespace webapi

@@ -47,8 +47,16 @@ std::optional<HeldTicket> Settle(const Ticket& sealed, const Json::Value& parame
     refusal = PlanDiffers();
     return std::nullopt;
   }
+  auto own = steps.findRoom(refusal);
+  if (!own) {
+    return std::nullopt;
+  }
   refusal = Answer::Failure(kInternal);
-  return HeldTicket::Create(sealed.StreamId(), sealed.Kind(), parameters);
+  auto ticket = HeldTicket::Create(sealed.StreamId(), sealed.Kind(), parameters);
+  if (ticket) {
+    own->Add(sealed.StreamId());
+  }
+  return ticket;
 }
 
 std::optional<HeldTicket> Make(const Ticket& sealed, const StreamSteps& steps, Answer& refusal) {

@@ -1,8 +1,11 @@
 #include "webapi/streams/client_streams.h"
 
-#include <algorithm>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "accounts/attempts.h"
+#include <algorithm>
+#include <filesystem>
+
 #include "platform/io.h"
 #include "util/md5.h"
 #include "util/qmxutils.h"
@@ -13,12 +16,7 @@ namespace webapi {
 namespace {
 
 constexpr size_t kLongestList = 65536;
-
-std::string ClientOf(const Request& request) {
-  const std::string& account = request.MadeBy().account;
-  return account.empty() ? "address " + accounts::ClientOf(request.ClientAddress())
-                         : "account " + account;
-}
+constexpr char kBeginning[] = ".of-";
 
 }  // namespace
 
@@ -31,8 +29,25 @@ ClientStreams::ClientStreams(std::string path, const std::string& lines, orvo::F
   }
 }
 
+void ClientStreams::ForgetEmpty(time_t before) {
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator(Ticket::FolderPath(), failure)) {
+    const std::string name = entry.path().filename();
+    struct stat status {};
+    const bool isOld = name.starts_with(kBeginning) && stat(entry.path().c_str(), &status) == 0 &&
+                       status.st_mtime < before;
+    const auto list = isOld ? HoldFile(name) : std::nullopt;
+    if (list && list->ids_.empty()) {
+      unlink(list->path_.c_str());
+    }
+  }
+}
+
 std::optional<ClientStreams> ClientStreams::Hold(const Request& request) {
-  const std::string name = ".of-" + LibMirevo::GetMD5(ClientOf(request));
+  return HoldFile(kBeginning + LibMirevo::GetMD5(request.MadeBy().client));
+}
+
+std::optional<ClientStreams> ClientStreams::HoldFile(const std::string& name) {
   auto lock = Ticket::LockFolder(name);
   const std::string path = Ticket::FolderPath() + "/" + name;
   const auto lines = lock.IsHeld() ? orvo::ReadIfThere(path, kLongestList) : std::nullopt;

@@ -5,6 +5,7 @@
 // that they can be counted without a look at all tickets.
 #pragma once
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,9 @@ namespace webapi {
 // A list that only this process can change while the object exists.
 class ClientStreams {
  public:
+  // Removes the lists without streams that have not changed since `before`: a new client has none.
+  static void ForgetEmpty(time_t before);
+
   // Waits for the list of the request's client. Returns nothing if it cannot be had in time.
   static std::optional<ClientStreams> Hold(const Request& request);
 
@@ -27,6 +31,7 @@ class ClientStreams {
   void Add(const std::string& streamId);
 
  private:
+  static std::optional<ClientStreams> HoldFile(const std::string& name);
   ClientStreams(std::string path, const std::string& lines, orvo::FileLock lock);
 
   std::string path_;

@@ -61,8 +61,7 @@ Answer PlayDirect(const Request& request, const Ticket& ticket) {
     return refusal;
   }
   RememberPosition(request, ticket.StreamId());
-  SendFile(request, *film, ticket.Parameter("content_type"));
-  return Answer::Sent();
+  return SendFile(request, *film, ticket.Parameter("content_type"));
 }
 
 void CloseDirect(const std::string& streamId) {

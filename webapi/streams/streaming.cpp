@@ -74,6 +74,9 @@ constexpr time_t kAbandonedSeconds = 900;
 // A stream counts as used for this time after a request, so a client with more players than this
 // is refused, and a forgotten stream gives way.
 constexpr time_t kUsedSeconds = 60;
+// So many closed streams are remembered. Addresses of older ones make their stream again, for the
+// same account, until the tickets in them are too old.
+constexpr size_t kMostClosed = 10000;
 // How often a request starts a sweep.
 constexpr time_t kSweepSeconds = 60;
 constexpr int kSweepNiceness = 10;
@@ -462,6 +465,20 @@ bool MakeRoom(const ClientStreams& own) {
          std::any_of(own.Ids().begin(), own.Ids().end(), CloseIfUnused);
 }
 
+// The streams of the request's client, with room for one more unless `isKnown`: the stream is one
+// of them. Nothing, with the answer in `refusal`, if there is no room or the list cannot be had.
+std::optional<ClientStreams> FindRoom(const Request& request, bool isKnown, Answer& refusal) {
+  auto own = ClientStreams::Hold(request);
+  refusal = Answer::Failure(kBusy);
+  if (own && !isKnown && !MakeRoom(*own)) {
+    refusal =
+        Answer::Failure(kTooManyRequests, "You have too many open streams. Close some of them.")
+            .AddHeader("Retry-After", std::to_string(kUsedSeconds));
+    return std::nullopt;
+  }
+  return own;
+}
+
 // A client that says where it will begin waits for less. The work starts before the answer: a
 // request for the first piece would otherwise start it, too, and one of the two would stop the
 // other. Without room for a transcoder the player's first request says so. A request in a crowd has
@@ -518,13 +535,10 @@ Answer Prepare(const StreamKind& kind, const orvo::MediaFile& film, HeldTicket& 
 // Opens a stream of a film that passed all checks.
 Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& film,
             const Rendition& rendition, const Joined& joined, StartTimes& times) {
-  auto own = ClientStreams::Hold(request);
+  Answer refusal = Answer::Failure(kInternal);
+  auto own = FindRoom(request, !joined.streamId.empty(), refusal);
   if (!own) {
-    return Answer::Failure(kBusy);
-  }
-  if (joined.streamId.empty() && !MakeRoom(*own)) {
-    return Answer::Failure(kTooManyRequests, "You have too many open streams. Close some of them.")
-        .AddHeader("Retry-After", std::to_string(kUsedSeconds));
+    return refusal;
   }
   const std::string streamId = Init([&](const char* name) { return request.Text(name); }, kind,
                                     film, rendition.profile, joined.streamId);
@@ -615,7 +629,8 @@ void SweepStreams() {
       Sweep(id, now);
     }
   }
-  Ticket::ForgetClosed(now - kTicketSeconds);
+  Ticket::ForgetClosed(now - kTicketSeconds, kMostClosed);
+  ClientStreams::ForgetEmpty(now - kTicketSeconds);
 }
 
 // The addresses of a closed stream would make it again. So it is marked before its ticket goes,
@@ -670,7 +685,7 @@ std::string StreamIdOf(const Request& request, Answer& refusal) {
   return "";
 }
 
-bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal) {
+bool MakeKnown(const Request& request, std::optional<Ticket>& ticket, Answer& refusal) {
   const StreamKind* const kind = ticket ? FindKind(ticket->Kind()) : nullptr;
   if (kind == nullptr || !ticket->IsSealed()) {
     return kind != nullptr;
@@ -691,14 +706,15 @@ bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal) {
         Json::Value ignored;
         return kind->prepare(own, ignored);
       },
-      [&] { kind->close(sealed.StreamId()); }};
+      [&] { kind->close(sealed.StreamId()); },
+      [&](Answer& noRoom) { return FindRoom(request, false, noRoom); }};
   ticket = AdoptStream(sealed, steps, refusal);
   return ticket.has_value();
 }
 
 std::optional<Ticket> FindStream(const Request& request, Answer& refusal) {
   auto ticket = FindTicket(request, refusal);
-  return ticket && MakeKnown(ticket, refusal) ? ticket : std::nullopt;
+  return ticket && MakeKnown(request, ticket, refusal) ? ticket : std::nullopt;
 }
 
 Answer OpenStream(const Request& request) {
@@ -763,7 +779,7 @@ Answer PlayStream(const Request& request) {
   if (ticket && ticket->IsSealed() && IsWarmRequest(request)) {
     return WarmUnmade(request);
   }
-  if (!ticket || !MakeKnown(ticket, refusal)) {
+  if (!ticket || !MakeKnown(request, ticket, refusal)) {
     return refusal;
   }
   const Answer revived = ReviveStream(*ticket);

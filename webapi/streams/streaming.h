@@ -19,9 +19,10 @@ std::string StreamIdOf(const Request& request, Answer& refusal);
 std::optional<Ticket> FindStream(const Request& request, Answer& refusal);
 
 // Makes the stream of a ticket from an address (access/sealed_ticket.h), and replaces the ticket by
-// the stream's own. Leaves other tickets as they are. If there is none or the stream cannot be made
-// as its players know it, returns false and sets `refusal` to the answer.
-bool MakeKnown(std::optional<Ticket>& ticket, Answer& refusal);
+// the stream's own. It counts among the streams of the request's client. Leaves other tickets as
+// they are. If there is none or the stream cannot be made as its players know it, returns false and
+// sets `refusal` to the answer.
+bool MakeKnown(const Request& request, std::optional<Ticket>& ticket, Answer& refusal);
 
 Answer OpenStream(const Request& request);
 // Sends the media. The returned answer is for the case that there is nothing to send.

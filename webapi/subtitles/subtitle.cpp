@@ -82,7 +82,7 @@ std::optional<Stream> StreamOf(const Request& request, Answer& refusal) {
     refusal = Answer::Failure(kNotFound, kStreamClosed);
     return std::nullopt;
   }
-  if (!MayUse(request.MadeBy(), *ticket, refusal) || !MakeKnown(ticket, refusal)) {
+  if (!MayUse(request.MadeBy(), *ticket, refusal) || !MakeKnown(request, ticket, refusal)) {
     return std::nullopt;
   }
   // The folder stores the converted track. Without it, the film can still be read.

@@ -13,6 +13,7 @@
 #include "platform/network.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
+#include "webapi/access/identity.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/send_file.h"
@@ -60,8 +61,7 @@ void SendTransferHeaders(const Request& request, const std::string& features, co
 Answer SendOwnForm(const Request& request, const orvo::MediaFile& film) {
   const std::string type = MediaTypeOf(film.Path());
   SendTransferHeaders(request, FeaturesOf(type), "Streaming");
-  SendFile(request, film, type);
-  return Answer::Sent();
+  return SendFile(request, film, type);
 }
 
 Answer SendSubtitle(const Request& request, const orvo::MediaFile& film) {
@@ -69,8 +69,7 @@ Answer SendSubtitle(const Request& request, const orvo::MediaFile& film) {
   if (!subtitle.IsOpen()) {
     return Answer::Failure(kNotFound);
   }
-  SendFile(request, subtitle, "text/srt");
-  return Answer::Sent();
+  return SendFile(request, subtitle, "text/srt");
 }
 
 // The profile of a transport stream for this film; "" if there is none. Televisions play no other
@@ -220,7 +219,9 @@ Answer ServeTelevision(Request request) {
     return Answer::Failure(kForbidden);
   }
   SetDeadline(kBrowseSeconds);
-  request.SetCaller(admission->caller);
+  Caller caller = admission->caller;
+  caller.client = ClientAt(request);  // each television has places of its own
+  request.SetCaller(caller);
   if (!admission->caller.roots.empty()) {
     LimitMediaRoots(admission->caller.roots);
   }

@@ -4,6 +4,7 @@ import { element, openDialog } from '../dom.js';
 import { sizeText } from '../format.js';
 import { t } from '../language.js';
 import { profilesOf } from '../playback/kinds.js';
+import { refusalText } from '../refusals.js';
 import { titleOf } from '../titles.js';
 import { errorText } from '../words.js';
 import { convertInAdvance } from './conversions.js';
@@ -29,7 +30,7 @@ async function convertLater(entry, told) {
   try {
     told.replaceChildren(...(await convertInAdvance(entry)));
   } catch (error) {
-    told.textContent = errorText(error);
+    told.textContent = refusalText(error);
   }
 }
 

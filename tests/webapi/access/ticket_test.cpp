@@ -1,5 +1,6 @@
 #include "webapi/access/ticket.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -200,6 +201,26 @@ TEST_F(Tickets, AreNamedOnlyByStreamIds) {
     EXPECT_FALSE(Ticket::Read(id)) << id;
     EXPECT_FALSE(HeldTicket::Take(id)) << id;
   }
+}
+
+TEST_F(Tickets, RememberTheStreamsThatWereClosedLast) {
+  const std::string stem(kId, 33);
+  const auto id = [&](int number) { return stem + "closed0" + std::to_string(number); };
+  for (int number = 1; number <= 4; ++number) {
+    Ticket::MarkClosed(id(number));
+    const timespec then{1000 * number, 0};
+    const timespec times[] = {then, then};
+    const std::string mark = Path("/tmp/Mirevo/tickets/" + id(number) + ".closed");
+    ASSERT_EQ(utimensat(AT_FDCWD, mark.c_str(), times, 0), 0);
+  }
+  Ticket::ForgetClosed(2000, 2);
+  EXPECT_EQ(Ticket::ClosedAt(id(1)), 0) << "too old";
+  EXPECT_EQ(Ticket::ClosedAt(id(2)), 0) << "one too many";
+  EXPECT_EQ(Ticket::ClosedAt(id(3)), 3000);
+  EXPECT_EQ(Ticket::ClosedAt(id(4)), 4000);
+  Ticket::ForgetClosed(4000, 2);
+  EXPECT_EQ(Ticket::ClosedAt(id(3)), 0);
+  EXPECT_EQ(Ticket::ClosedAt(id(4)), 4000);
 }
 
 TEST_F(Tickets, BelongToTheirAccountAndTheOwner) {
