@@ -20,8 +20,8 @@ debootstrap --variant=minbase --include=ca-certificates --cache-dir=/var/cache/a
 printf '#!/bin/sh\nexit 101\n' > "$work/root/usr/sbin/policy-rc.d"
 chmod 755 "$work/root/usr/sbin/policy-rc.d"
 DEBIAN_FRONTEND=noninteractive chroot "$work/root" apt-get install -y -qq --no-install-recommends \
-  curl ffmpeg libcurl4 libgstreamer-plugins-base1.0-0 libgstreamer1.0-0 libjsoncpp25 libprotobuf-lite32 libsodium23 \
-  libuchardet0 libsqlite3-0 lighttpd lighttpd-mod-openssl lighttpd-modules-lua \
+  curl ffmpeg libcurl4 libgstreamer-plugins-base1.0-0 libgstreamer1.0-0 libgupnp-1.6-0 libgupnp-av-1.0-3 libjsoncpp25 \
+  libprotobuf-lite32 libsodium23 libuchardet0 libsqlite3-0 lighttpd lighttpd-mod-openssl lighttpd-modules-lua \
   systemd-standalone-sysusers systemd-standalone-tmpfiles > "$work/log" 2>&1 ||
   { tail "$work/log" >&2; exit 1; }
 chroot "$work/root" apt-get clean

@@ -14,6 +14,7 @@
 #include "platform/network.h"
 #include "util/json_utils.h"
 #include "util/md5.h"
+#include "webapi/access/identity.h"
 #include "webapi/choice/profiles.h"
 #include "webapi/http/deadline.h"
 #include "webapi/http/send_file.h"
@@ -220,7 +221,7 @@ Answer ServeTelevision(Request request) {
   }
   SetDeadline(kBrowseSeconds);
   Caller caller = admission->caller;
-  caller.client = caller.client.empty() ? ClientAt(request) : caller.client;
+  caller.client = ClientAt(request);  // each television has places of its own
   request.SetCaller(caller);
   if (!admission->caller.roots.empty()) {
     LimitMediaRoots(admission->caller.roots);
