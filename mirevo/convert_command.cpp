@@ -47,17 +47,30 @@ std::optional<convert::Profile> FindProfile(const std::string& name) {
   return profile;
 }
 
+// Can each of them be converted?
+int CheckFilms(const std::vector<std::string>& films) {
+  for (const std::string& film : films) {
+    LibOrvoQMX::VideoMetaData facts;
+    const int code = LoadFilm(film, facts);
+    if (code != kOk) {
+      return code;
+    }
+  }
+  return kOk;
+}
+
 int Add(const Options& options) {
   const auto profile = FindProfile(options.profile);
   if (!profile) {
     return kUsage;
   }
+  const int code = CheckFilms(options.films);
+  if (code != kOk) {
+    return code;
+  }
   Queue queue;
   for (const std::string& film : options.films) {
     const std::string path = RealPath(film);
-    if (path.empty()) {
-      return NoSuchPath(film);
-    }
     const auto id = queue.Add(path, path, profile->name);
     if (!id) {
       return NoQueue();

@@ -69,6 +69,16 @@ test('only films that the caller may see are converted and listed', async () => 
   mirevo('remove', id);
 });
 
+test('a file that is no film is refused', async () => {
+  const text = path.join(path.dirname(film), 'text.mkv');
+  fs.writeFileSync(text, 'no film');
+  const { status, error } = await make('add', { path: text });
+  assert.deepEqual([status, error.reason], [415, 'TransVideoNotSupported']);
+  assert.throws(() => mirevo('add', film, text), /not a film/);
+  assert.equal(mirevo('list', '--json').includes('text.mkv'), false);
+  assert.deepEqual(await items(), [], 'none of several films is added');
+});
+
 const change = async (method, parameters) => {
   const body = new URLSearchParams(parameters);
   const response = await fetch(service.query('Conversion', method), { method: 'POST', body });

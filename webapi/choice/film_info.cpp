@@ -111,8 +111,8 @@ Answer DescribeFilm(const Request& request) {
     return Answer::Failure(kBusy);
   }
   VideoMetaData film;
-  if (!film.LoadFile(*file)) {
-    return Answer::Failure("TransVideoNotSupported", "This file is not a film that can be played.");
+  if (!LoadFilm(*file, film, refusal)) {
+    return refusal;
   }
   Json::Value data(Json::objectValue);
   data["metadata"] = film.GetDocument();

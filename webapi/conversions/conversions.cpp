@@ -9,9 +9,11 @@
 #include "convert/queue.h"
 #include "convert/recipe.h"
 #include "convert/work_folder.h"
+#include "metadata/video_metadata.h"
 #include "platform/media_file.h"
 #include "webapi/conversions/entry_id.h"
 #include "webapi/http/send_file.h"
+#include "webapi/http/work.h"
 #include "webapi/library/media_library.h"
 
 namespace webapi {
@@ -65,6 +67,16 @@ Json::Value Describe(const Item& item) {
   return entry;
 }
 
+// The place is free again when it returns.
+bool IsFilm(const orvo::MediaFile& file, Answer& refusal) {
+  const auto place = TakePlace(kFilmWork);
+  LibOrvoQMX::VideoMetaData facts;
+  if (!place) {
+    refusal = Answer::Failure(kBusy);
+  }
+  return place && LoadFilm(file, facts, refusal);
+}
+
 }  // namespace
 
 Answer AddConversion(const Request& request) {
@@ -79,6 +91,9 @@ Answer AddConversion(const Request& request) {
   }
   if (!IsUtf8(film->Path())) {
     return Answer::Failure(kBadRequest, "The name of this film is not valid UTF-8.");
+  }
+  if (!IsFilm(*film, refusal)) {
+    return refusal;
   }
   Queue queue;
   if (queue.Waiting() >= kMostWaiting) {

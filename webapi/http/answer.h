@@ -18,6 +18,7 @@ inline constexpr char kUnauthorized[] = "Unauthorized";
 inline constexpr char kRangeNotSatisfiable[] = "RangeNotSatisfiable";
 inline constexpr char kBusy[] = "Busy";
 inline constexpr char kUnavailable[] = "Unavailable";
+inline constexpr char kNoFilm[] = "TransVideoNotSupported";
 inline constexpr char kInternal[] = "Internal";
 
 class Answer {

@@ -246,6 +246,14 @@ std::optional<orvo::MediaFile> OpenFilm(const std::string& path, Answer& refusal
   return std::nullopt;
 }
 
+bool LoadFilm(const orvo::MediaFile& file, LibOrvoQMX::VideoMetaData& film, Answer& refusal) {
+  const bool isFilm = film.LoadFile(file);
+  if (!isFilm) {
+    refusal = Answer::Failure(kNoFilm, "This file is not a film that can be played.");
+  }
+  return isFilm;
+}
+
 Answer ListFolder(const Request& request) {
   const auto part = PartOf(request);
   if (!part) {

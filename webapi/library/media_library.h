@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "metadata/video_metadata.h"
 #include "platform/media_file.h"
 #include "util/paths.h"
 #include "webapi/http/answer.h"
@@ -34,6 +35,10 @@ std::optional<std::string> ResolveMediaPath(const std::string& path, Answer& ref
 // Opens the film that a client's path leads to, once for the whole request. If there is none or the
 // client may not see it, returns nothing and sets `refusal` to the answer.
 std::optional<orvo::MediaFile> OpenFilm(const std::string& path, Answer& refusal);
+
+// Probes the film, or takes what is kept of it. Returns false and sets `refusal` to the answer if
+// the file is no film.
+bool LoadFilm(const orvo::MediaFile& file, LibOrvoQMX::VideoMetaData& film, Answer& refusal);
 
 // Opens a file by its real path, below the media root that holds it. Not open, with errno set, if
 // no root does.

@@ -69,7 +69,6 @@ using LibOrvoQMX::VideoMetaData;
 constexpr char kCmafFormat[] = "cmaf";
 constexpr char kForced[] = "force_open_qmx";
 constexpr char kWarm[] = "warm";
-constexpr char kNoFilm[] = "TransVideoNotSupported";
 constexpr time_t kAbandonedSeconds = 900;
 // A stream counts as used for this time after a request, so a client with more players than this
 // is refused, and a forgotten stream gives way.
@@ -741,8 +740,8 @@ Answer OpenStream(const Request& request) {
   // All checks come before the stream is made, so a refusal leaves nothing behind.
   VideoMetaData film;
   StartTimes times;
-  if (!film.LoadFile(*file)) {
-    return Answer::Failure(kNoFilm, "This file is not a film that can be played.");
+  if (!LoadFilm(*file, film, refusal)) {
+    return refusal;
   }
   times.Mark("probe");
   const auto choice = ChoiceFor(request, film, refusal);
