@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -79,11 +80,7 @@ int Serve(dlna::Setup setup, const std::vector<std::string>& listen) {
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  openlog("orvodlnad", LOG_PID, LOG_USER);
-  umask(S_IRWXG | S_IRWXO);
+int Run(int argc, char** argv) {
   CLI::App app("Show the library to the televisions of the local network.", "orvodlnad");
   dlna::Setup setup;
   std::vector<std::string> listen;
@@ -96,4 +93,16 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : EX_USAGE;
   }
   return Serve(setup, listen);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openlog("orvodlnad", LOG_PID, LOG_USER);
+  umask(S_IRWXG | S_IRWXO);
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    return Refuse(error.what());
+  }
 }
