@@ -40,8 +40,9 @@ class Run : private CmafSink {
         plan_(plan),
         last_(LastOfRun(request.number)),
         files_(request.folder),
-        demand_(request.folder, request.number),
+        demand_(request.folder, request.number, request.IsCopy() ? kCopyLead : kLead),
         child_(std::move(child)),
+        buffer_(request.IsCopy() ? kChunk : kSmallChunk),
         reader_([this](CmafSample sample) { Take(std::move(sample)); }) {}
 
   bool HasHeader() const { return hasHeader_; }

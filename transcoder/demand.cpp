@@ -26,9 +26,10 @@ int ReadNumber(int fd) {
 
 }  // namespace
 
-Demand::Demand(const std::string& folder, int firstNumber)
+Demand::Demand(const std::string& folder, int firstNumber, int lead)
     : path_(folder + "/" + kRequestedFile),
       firstNumber_(firstNumber),
+      lead_(lead),
       changes_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
   if (inotify_add_watch(changes_.Get(), folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
     changes_.Reset();
@@ -52,7 +53,7 @@ void Demand::Look() {
   const UniqueFd file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
   limited_ = file.IsOpen() && changes_.IsOpen();
   if (limited_) {
-    last_ = std::max({firstNumber_, ReadNumber(file.Get())}) + kLead;
+    last_ = std::max({firstNumber_, ReadNumber(file.Get())}) + lead_;
   }
 }
 

@@ -1,9 +1,9 @@
 // How far a run may get ahead of its viewer.
 //
 // Whoever serves the segments writes the number of each requested one into the file "requested"
-// beside them. Nobody has asked for more than `kLead` segments beyond the newest of these numbers,
-// so a run pauses there instead of filling the disk. Without that file nobody says what is wanted,
-// and a run does not pause.
+// beside them. A run goes on for a number of segments beyond the newest of these, and pauses there
+// instead of filling the disk. Without that file nobody says what is wanted, and a run does not
+// pause.
 #pragma once
 
 #include <string>
@@ -12,12 +12,16 @@
 
 namespace orvo::transcoder {
 
+// Segments.
 inline constexpr int kLead = 12;
+// The same of a copy. It makes a segment in some milliseconds, so more would only take the machine's
+// time from the viewer who is about to seek.
+inline constexpr int kCopyLead = 3;
 
 class Demand {
  public:
-  // `folder` is where the segments go; `firstNumber` counts as requested.
-  Demand(const std::string& folder, int firstNumber);
+  // `folder` is where the segments go; `firstNumber` counts as requested. `lead`: segments.
+  Demand(const std::string& folder, int firstNumber, int lead = kLead);
 
   // Becomes readable when something in the folder has changed; then Refresh() is due. Below 0 when
   // changes cannot be seen: then nothing is held back.
@@ -31,6 +35,7 @@ class Demand {
 
   std::string path_;
   int firstNumber_;
+  int lead_;
   UniqueFd changes_;
   bool limited_ = false;
   int last_ = 0;

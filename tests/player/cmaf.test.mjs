@@ -190,6 +190,7 @@ describe('a track', () => {
   beforeEach(() => {
     buffer = new Buffer_();
     video = new Video();
+    video.readyState = 4;
     asked = [];
     told = [];
     answers = {};
@@ -233,12 +234,67 @@ describe('a track', () => {
     assert.deepEqual(asked, ['/copy/3', '/copy/4']);
   });
 
+  for (const [what, state] of Object.entries({ seeked: { seeking: true, readyState: 1 }, loadeddata: { readyState: 1 } })) {
+    test(`until the wanted picture is shown (${what}), only what it needs is loaded`, async () => {
+      Object.assign(video, state, { currentTime: 2.5 });
+      track.seek(2.5);
+      for (let turn = 0; turn < 50; ++turn) await settled();
+      assert.deepEqual(asked, ['/copy/2']);
+      Object.assign(video, { seeking: false, readyState: 4 });
+      video.tell(what);
+      await finished();
+      assert.deepEqual(asked, ['/copy/2', '/copy/3', '/copy/4']);
+    });
+  }
+
+  test('a place near the end of its segment needs the next one, too', async () => {
+    Object.assign(video, { seeking: true, currentTime: 3.5 });
+    track.seek(3.5);
+    for (let turn = 0; turn < 50; ++turn) await settled();
+    assert.deepEqual(asked, ['/copy/2', '/copy/3']);
+  });
+
+  test('what comes while the buffer works is appended as one', async () => {
+    const parts = ['/co', 'py', '#', '0'];
+    const stream = new ReadableStream({ pull: (to) => (parts.length > 0 ? to.enqueue(new TextEncoder().encode(parts.shift())) : to.close()) });
+    answers['/copy/0'] = [() => new Response(stream, { headers: { 'content-length': '7' } })];
+    let finishLater = [];
+    buffer.finish = () => {
+      buffer.updating = true;
+      finishLater.push(() => {
+        buffer.updating = false;
+        buffer.dispatchEvent(new Event('updateend'));
+      });
+    };
+    track.seek(0);
+    const goOn = async () => {
+      for (let turn = 0; turn < 20; ++turn) await settled();
+      finishLater.splice(0).forEach((finish) => finish());
+    };
+    for (let turn = 0; turn < 3; ++turn) await goOn();
+    finishLater = [];
+    assert.deepEqual(appended().slice(0, 3), ['known header', '/co', 'py#0']);
+  });
+
   test('a seek to what is buffered asks for nothing that is there', async () => {
     track.seek(0);
     await finished();
     track.seek(2);
     await settled();
     assert.equal(asked.length, 5);
+  });
+
+  test('a seek back to where pictures were left out loads the segment again', async () => {
+    track.seek(0);
+    await finished();
+    track.thinned.set(3, 6);
+    for (const [second, wanted] of [[6.5, []], [5, ['/copy/3']]]) {
+      asked.length = 0;
+      track.seek(second);
+      for (let turn = 0; turn < 20; ++turn) await settled();
+      assert.deepEqual(asked.slice(0, 1), wanted, `${second}`);
+    }
+    assert.equal(track.thinned.size, 0);
   });
 
   // The buffer removes when the test says so.

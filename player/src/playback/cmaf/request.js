@@ -2,6 +2,7 @@
 import { ApiError, errorOf } from '../../api.js';
 import { isBusy, retrySeconds } from '../../words.js';
 import { reasonOfStatus } from '../status_codes.js';
+import { joined } from './thinner.js';
 
 const DELAYS = [500, 1000, 2000, 4000]; // milliseconds between the attempts after a failure
 const LONGEST_WAIT = 5; // seconds until the next question to a busy server
@@ -27,24 +28,44 @@ export async function ask(address, signal) {
   return response;
 }
 
-// Calls `use` with each part of an answer as it comes.
+const MOST_WAITING = 1 << 19; // bytes that are read while `use` works
+
+// Calls `use` with the parts of an answer as they come. What comes while it works is one part the next time.
 export async function readParts(response, use) {
   const reader = response.body.getReader();
-  let used;
+  let waiting = [];
+  let size = 0;
+  let working = null;
+  const work = async () => {
+    while (waiting.length > 0) {
+      const bytes = joined(waiting);
+      [waiting, size] = [[], 0];
+      await use(bytes);
+    }
+    working = null;
+  };
+  let fail;
+  const failed = new Promise((_, reject) => {
+    fail = reject;
+  });
+  failed.catch(() => {}); // whoever waits for it reports it
   for (;;) {
     let part;
     try {
-      [part] = await Promise.all([reader.read(), used]);
+      await (size > MOST_WAITING && Promise.race([working, failed]));
+      part = await Promise.race([reader.read(), failed]);
     } catch (error) {
       reader.cancel().catch(() => {});
       // The browser's error for an answer that stops in the middle.
       throw error instanceof TypeError ? new ApiError({ reason: 'Broken' }) : error;
     }
     if (part.done) {
+      await Promise.race([working, failed]);
       return;
     }
-    used = use(part.value);
-    used.catch(() => {}); // the next turn reports it
+    waiting.push(part.value);
+    size += part.value.length;
+    working ??= work().catch(fail);
   }
 }
 

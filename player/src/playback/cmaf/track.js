@@ -2,13 +2,16 @@
 import { isBusy } from '../../words.js';
 import { COPIED_SOUND, mediaType } from './presentation.js';
 import { ask, delayAfter, readParts, until, wait } from './request.js';
+import { codingOf, Thinner } from './thinner.js';
 import { PairMeter, waitOf } from './throughput.js';
 
 const AHEAD = 30; // seconds that are loaded before they are shown
+const AHEAD_OF_SEEK = 1; // the same until the wanted picture is shown: more would only take the machine's time from it
 const BEHIND = 60; // seconds that are kept after they were shown
 const NARROW_BEHIND = 2; // the same where the browser has no more room
 const SLACK = 0.05; // where a buffered part ends, compared with the plan
 const MISSING = 0.3; // by which a segment may end early
+const LONG_LEAD = 0.3; // seconds of pictures before the place of a seek that are worth thinning
 
 // The reason for leaving a copied sound that ends before the film.
 export const SILENT = 'Silent';
@@ -23,6 +26,7 @@ export class Track {
     this.headers = { ...headers };
     this.rendition = undefined; // the one whose header was appended last
     this.shown = []; // the rendition of each loaded segment
+    this.thinned = new Map(); // segments without all of their pictures, and the seconds from which on they have all
     this.loading = new AbortController();
     this.isDone = false;
   }
@@ -37,9 +41,13 @@ export class Track {
 
   loadMissing(second) {
     const number = this.firstMissing(second);
-    if (this.number !== number || this.isStopped()) {
-      this.load(number);
+    if (this.number !== number || this.isStopped() || this.isThinnedAt(second)) {
+      this.load(number, second);
     }
+  }
+
+  isThinnedAt(second) {
+    return second < (this.thinned.get(this.presentation.at(second)) ?? 0);
   }
 
   // Loads what is ahead again, from this segment on, because the choice has changed.
@@ -54,12 +62,17 @@ export class Track {
   // The first segment from this second on that is not buffered; the number of segments if there is none.
   firstMissing(second) {
     const { presentation, source } = this;
+    if (this.isThinnedAt(second)) {
+      return presentation.at(second);
+    }
     const end = source.endAround(second) ?? second;
     return end >= presentation.duration - MISSING && end > second ? presentation.count : presentation.at(end + SLACK);
   }
 
-  async load(from) {
+  // `second`: the place of a seek to which the first segment leads.
+  async load(from, second = 0) {
     this.stop();
+    this.place = second;
     const loading = new AbortController();
     this.loading = loading;
     this.isDone = false;
@@ -77,14 +90,19 @@ export class Track {
     const { presentation, source, video } = this;
     for (this.number = from; this.number < presentation.count; this.number = this.numberAfter(this.number)) {
       const { number } = this;
-      const isNear = () => presentation.start(number) < this.now() + AHEAD;
-      await until(isNear, video, ['timeupdate', 'seeking', 'ended'], signal);
+      await until(() => this.isNear(number), video, ['timeupdate', 'seeking', 'seeked', 'loadeddata', 'ended'], signal);
       await this.loadSegment(number, signal);
       await source.removeUpTo(() => this.now() - BEHIND);
       signal.throwIfAborted();
     }
     this.isDone = true;
     this.hooks.done();
+  }
+
+  isNear(number) {
+    const { seeking, readyState } = this.video;
+    const isShown = !seeking && readyState >= HTMLMediaElement.HAVE_CURRENT_DATA;
+    return this.presentation.start(number) < this.now() + (isShown ? AHEAD : AHEAD_OF_SEEK);
   }
 
   // The next segment; segments that have been shown by now are left out.
@@ -126,14 +144,19 @@ export class Track {
     let size = 0;
     const held = [];
     const isShown = this.source.endAround(this.presentation.start(number) + MISSING) !== undefined;
+    this.thinned.delete(number);
+    const thinner = isShown ? null : this.thinnerFor(rendition, number);
     await readParts(answer, async (bytes) => {
       size += bytes.length;
       if (!isWhole) {
         meter.add(bytes, performance.now());
       }
       // What replaces something else comes at once, so that nothing is missing in between.
-      await (isShown ? held.push(bytes) : this.append(bytes, signal));
+      await (isShown ? held.push(bytes) : this.append(thinner?.add(bytes) ?? bytes, signal));
     });
+    if (thinner) {
+      held.push(thinner.finish());
+    }
     for (const bytes of held) {
       await this.append(bytes, signal);
     }
@@ -141,6 +164,18 @@ export class Track {
       this.throughput.add(size, performance.now() - begun - waitOf(answer.headers));
     }
     this.checkEnd(rendition, number, isWhole);
+  }
+
+  // Leaves out pictures of the segment to which a seek leads; null if all are to be kept.
+  thinnerFor({ kind, name }, number) {
+    const { place, presentation } = this;
+    const start = presentation.start(number);
+    const coding = kind === 'picture' ? codingOf(this.headers[name]) : undefined;
+    if (!coding || place < start + LONG_LEAD || place >= presentation.end(number)) {
+      return null;
+    }
+    this.thinned.set(number, place);
+    return new Thinner(coding, start, place);
   }
 
   // A segment whose run has gone elsewhere ends in the middle. Copied sound may end before the film.
@@ -179,7 +214,7 @@ export class Track {
 
   // Appends bytes. Makes room if the browser has none: removes what was shown, or waits until more was shown.
   async append(bytes, signal) {
-    for (;;) {
+    while (bytes.length > 0) {
       signal.throwIfAborted();
       try {
         await this.source.append(bytes);
