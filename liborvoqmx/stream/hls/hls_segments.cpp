@@ -101,6 +101,12 @@ bool HlsSegments::NeedsRestart(const Segment& segment) const {
   return !directory_.IsMonitored() || !Has(std::max(segment.number - kReach, 0));
 }
 
+bool HlsSegments::IsLeft(const Segment& segment) const {
+  const int64_t asked = directory_.LastAskedFor();
+  const bool isSamePlace = asked < 0 || (asked >= segment.number && asked - segment.number <= kReach);
+  return !isSamePlace && NeedsRestart(segment);
+}
+
 // Is no process left that could produce another segment? That is so if the latest restart has
 // recorded its monitor and the monitor has ended.
 bool HlsSegments::IsPipelineOver() const {

@@ -47,6 +47,10 @@ class ORVO_API HlsSegments {
   // Does the segment need a restart? It does if neither the running transcoder nor one that is
   // starting will reach it soon.
   bool NeedsRestart(const Segment& segment) const;
+  // Does the segment need a restart although the viewer has asked for another place since? Requests
+  // may run in another order than they came in, and a late one must not take the transcoder from
+  // the newest one.
+  bool IsLeft(const Segment& segment) const;
   // Has the latest restart begun at a place that does not lead to this segment? False while a
   // request writes the place.
   bool IsElsewhere(int number) const;

@@ -502,6 +502,9 @@ FetchedPiece HttpLiveStream::Fetch(int number) {
   using State = FetchedPiece::State;
   const Segment segment(number);
   const std::string seen = SeenSequence();
+  if (HlsSegments(Directory()).IsLeft(segment)) {
+    return {State::kNotYet, ""};
+  }
   if (!IsPlayable() || !Reach(segment)) {
     return {State::kNotStarted, ""};
   }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/plat.h"
+#include "state/stream_directory.h"
 #include "stream/fetched_piece.h"
 #include "support/hls.h"
 #include "support/processes.h"
@@ -83,6 +84,30 @@ TEST_F(HlsFetch, StartsOneTranscoderForRequestsThatComeTogether) {
     EXPECT_EQ(one.Wait(), 0);
     EXPECT_EQ(other.Wait(), 0);
     EXPECT_EQ(Starts(), 1U);
+    test::ReapAll();
+  });
+}
+
+TEST_F(HlsFetch, DoesNotTakeTheTranscoderFromANewerRequestElsewhere) {
+  On("avoton", [this] {
+    const LibOrvoQMX::StreamDirectory directory("HLS", kId);
+    EXPECT_EQ(HttpLiveStream(kId).Fetch(50).state, State::kComplete);
+    directory.AskFor(50);
+    for (const int left : {10, 44, 90}) {
+      EXPECT_EQ(HttpLiveStream(kId).Fetch(left).state, State::kNotYet) << left;
+    }
+    EXPECT_EQ(Read(File("seek_time")), "50");
+    EXPECT_EQ(Starts(), 1U);
+    EXPECT_EQ(HttpLiveStream(kId).Fetch(50).state, State::kComplete);
+    test::ReapAll();
+  });
+}
+
+TEST_F(HlsFetch, ARequestJustBeforeTheNewestOneGetsItsSegment) {
+  On("avoton", [] {
+    const LibOrvoQMX::StreamDirectory directory("HLS", kId);
+    directory.AskFor(50);
+    EXPECT_EQ(HttpLiveStream(kId).Fetch(46).state, State::kComplete);
     test::ReapAll();
   });
 }
