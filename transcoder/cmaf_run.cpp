@@ -27,6 +27,7 @@ namespace {
 
 constexpr int kNothing = -1;
 constexpr size_t kChunk = 65536;
+constexpr size_t kSmallChunk = 16384;  // encoders write less
 
 // A file of the presentation that the rendition's folder belongs to; "" if it cannot be read.
 std::string ReadShared(const std::string& folder, const char* name) {
@@ -144,9 +145,9 @@ class Run : private CmafSink {
   CmafFiles files_;
   Demand demand_;
   ChildStream child_;
+  std::vector<char> buffer_;
   FragmentReader reader_;
   std::unique_ptr<CmafCutter> cutter_;
-  std::vector<char> buffer_ = std::vector<char>(kChunk);
   bool hasHeader_ = false;
   bool isFull_ = false;  // the last segment of the run is complete
   bool isWriting_ = false;
@@ -170,7 +171,9 @@ bool HasMadeHeader(const CmafRequest& request, const CmafPlan& plan, ChildStream
 
 int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
   if (request.IsCopy()) {
-    KeepMemory();  // an encoder is slower than the kernel's page faults
+    KeepMemory();
+  } else {
+    SpareMemory();
   }
   const auto plan = CmafPlan::Parse(ReadShared(request.folder, kCmafPlanFile));
   if (!plan || request.number >= plan->Count()) {
