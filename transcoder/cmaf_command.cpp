@@ -126,6 +126,16 @@ Strings AacOptions(const CmafRequest& request, const CmafPlan& plan) {
           "-ar",  rate};
 }
 
+// FFmpeg takes AAC of a transport stream out of its frames by itself, but not with "delay_moov". It
+// leaves other AAC as it is.
+Strings CopyOptions(const CmafRequest& request) {
+  Strings out = {"-c", "copy"};
+  if (request.isAac) {
+    out.insert(out.end(), {"-bsf:a", "aac_adtstoasc"});
+  }
+  return out;
+}
+
 Strings EncoderOptions(const CmafRequest& request, const CmafPlan& plan,
                        const CmafSurroundings& surroundings) {
   switch (request.treatment) {
@@ -135,7 +145,7 @@ Strings EncoderOptions(const CmafRequest& request, const CmafPlan& plan,
     case Treatment::kNight:
       return AacOptions(request, plan);
     default:
-      return {"-c", "copy"};
+      return CopyOptions(request);
   }
 }
 

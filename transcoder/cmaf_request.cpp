@@ -35,6 +35,8 @@ constexpr auto kOptions = std::to_array<Option>({
      [](CmafRequest& request, double value) { request.rate = std::lround(value); }},
     {"-from", ValueKind::kSeconds,
      [](CmafRequest& request, double value) { request.from = value; }},
+    {"-aac", ValueKind::kFlag,
+     [](CmafRequest& request, double value) { request.isAac = value > 0; }},
     {"-head", ValueKind::kFlag,
      [](CmafRequest& request, double value) { request.isHeaderOnly = value > 0; }},
 });

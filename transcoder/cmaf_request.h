@@ -3,8 +3,8 @@
 //   ffmpeg -cmaf TREATMENT [OPTIONS] -i FILM FOLDER
 //
 // Options: "-number N" (the first segment), "-track N" (as FFmpeg counts them), "-s WIDTHxHEIGHT",
-// "-vb RATE" (bit/s, of pictures), "-head 1" (make the header and end), "-from SECONDS" (of
-// packets).
+// "-vb RATE" (bit/s, of pictures), "-aac 1" (of sound that is copied: it is AAC), "-head 1" (make the
+// header and end), "-from SECONDS" (of packets).
 #pragma once
 
 #include <optional>
@@ -34,6 +34,7 @@ struct CmafRequest {
   double from = 0;  // seconds, for kPackets
   PictureSize size;
   long rate = 0;
+  bool isAac = false;
   bool isHeaderOnly = false;
   std::string film;
   std::string folder;

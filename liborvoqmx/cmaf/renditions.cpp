@@ -260,6 +260,9 @@ std::vector<std::string> CmafArguments(const CmafRendition& rendition) {
       arguments.push_back(more);
     }
   }
+  if (rendition.treatment == "sound" && rendition.codec.rfind("mp4a.40", 0) == 0) {
+    arguments.insert(arguments.end(), {"-aac", "1"});
+  }
   return arguments;
 }
 

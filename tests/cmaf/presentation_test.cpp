@@ -72,6 +72,19 @@ TEST(CmafRenditions, ListTheCopyThenTheLadderThenTheSound) {
                                       "copy-audio-0", "stereo-0", "night-0"}));
 }
 
+TEST(CmafRenditions, TellTheTranscoderThatCopiedSoundIsAac) {
+  CmafRendition sound;
+  sound.treatment = "sound";
+  sound.track = 1;
+  sound.codec = "mp4a.40.2";
+  EXPECT_EQ(CmafArguments(sound),
+            (std::vector<std::string>{"sound", "-track", "1", "-aac", "1"}));
+  sound.codec = "ac-3";
+  EXPECT_EQ(CmafArguments(sound), (std::vector<std::string>{"sound", "-track", "1"}));
+  sound.codec = "mp4a.6b";  // MP3
+  EXPECT_EQ(CmafArguments(sound), (std::vector<std::string>{"sound", "-track", "1"}));
+}
+
 TEST(CmafRenditions, AreNeverLargerThanTheFilm) {
   const KnownFilm film(FilmOf("mpeg2", 640, 360));
   for (const CmafRendition& rendition : ListCmafRenditions(film, Copied())) {

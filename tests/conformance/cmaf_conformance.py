@@ -285,7 +285,7 @@ class Checker:
                 fetch(url)
 
     def check_segments(self, name, rendition, header):
-        start, expected = 0.0, None
+        start, expected, has_any = 0.0, None, False
         times = self.times.setdefault(re.search(r'rendition=([^&]*)|$', name)[1] or name, [])
         for url, span in list(zip(rendition['segments'], rendition['spans']))[:self.limit]:
             try:
@@ -297,10 +297,13 @@ class Checker:
                 if not header.is_picture and expected is not None and abs(segment.start - expected) > tolerance:
                     self.complain(url, f'begins at {segment.start}, the one before ends at {expected}')
                 expected = segment.end if segment.shown else None
+                has_any = has_any or bool(segment.shown)
                 times.append([segment.start, segment.end])
             except (Fault, OSError) as fault:
                 self.complain(url, fault)
             start += span
+        if not has_any:
+            self.complain(name, 'has neither pictures nor sound in any segment')
 
     def check_segment(self, url, segment, header, start, span, is_last):
         begin, end = segment.start / header.clock, segment.end / header.clock

@@ -276,6 +276,19 @@ TEST(CmafCommands, ForceKeyFramesAtTheCutsOfThePlan) {
   EXPECT_EQ(ValueOf(command, "-i"), "file:film.mkv");
 }
 
+TEST(CmafCommands, TakeCopiedAacOutOfTheFramesOfATransportStream) {
+  CmafPlan plan;
+  plan.cuts = {0, 90000};
+  const auto command = [&](const char* option) {
+    const auto request =
+        ParseCmafRequest({"-cmaf", "sound", "-track", "1", "-aac", option, "-i", "film", "folder"});
+    return CmafCommand(request.value(), plan, {"ffmpeg", "", -1});
+  };
+  EXPECT_EQ(ValueOf(command("1"), "-bsf:a"), "aac_adtstoasc");
+  const auto other = command("0");
+  EXPECT_EQ(std::count(other.begin(), other.end(), "-bsf:a"), 0);
+}
+
 TEST(CmafCommands, PutSoundOnTheGridOfAllRuns) {
   CmafRequest request;
   request.treatment = Treatment::kStereo;
