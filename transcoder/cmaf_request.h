@@ -3,8 +3,8 @@
 //   ffmpeg -cmaf TREATMENT [OPTIONS] -i FILM FOLDER
 //
 // Options: "-number N" (the first segment), "-track N" (as FFmpeg counts them), "-s WIDTHxHEIGHT",
-// "-vb RATE" (bit/s, of pictures), "-aac 1" (of sound that is copied: it is AAC), "-head 1" (make the
-// header and end), "-from SECONDS" (of packets).
+// "-vb RATE" (bit/s, of pictures), "-aac 1" (of sound that is copied: it is AAC), "-head 1" (make
+// the header and end), "-from SECONDS" (of packets).
 #pragma once
 
 #include <optional>

@@ -14,8 +14,8 @@ namespace orvo::transcoder {
 
 // Segments.
 inline constexpr int kLead = 12;
-// The same of a copy. It makes a segment in some milliseconds, so more would only take the machine's
-// time from the viewer who is about to seek.
+// The same of a copy. It makes a segment in some milliseconds, so more would only take the
+// machine's time from the viewer who is about to seek.
 inline constexpr int kCopyLead = 3;
 
 class Demand {

@@ -7,8 +7,8 @@ namespace {
 
 constexpr int kLargest = 32 << 20;  // bytes; glibc takes no more for a piece of its own
 constexpr int kKept = 64 << 20;
-// Pieces from this size on are the kernel's again as soon as they are free; so is what is free above
-// the smaller ones, from the other size on.
+// Pieces from this size on are the kernel's again as soon as they are free; so is what is free
+// above the smaller ones, from the other size on.
 constexpr int kSparedPiece = 4 << 10;
 constexpr int kSparedTop = 16 << 10;
 

@@ -7,7 +7,8 @@ namespace orvo::transcoder {
 // large pieces back, and the kernel clears them each time: that costs more than to copy them.
 void KeepMemory();
 
-// From here on this process gives freed packets back at once. An encoder makes few of them in a second.
+// From here on this process gives freed packets back at once. An encoder makes few of them in a
+// second.
 void SpareMemory();
 
 // Gives what is free back to the kernel, before a long pause.

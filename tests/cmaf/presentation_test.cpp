@@ -77,8 +77,7 @@ TEST(CmafRenditions, TellTheTranscoderThatCopiedSoundIsAac) {
   sound.treatment = "sound";
   sound.track = 1;
   sound.codec = "mp4a.40.2";
-  EXPECT_EQ(CmafArguments(sound),
-            (std::vector<std::string>{"sound", "-track", "1", "-aac", "1"}));
+  EXPECT_EQ(CmafArguments(sound), (std::vector<std::string>{"sound", "-track", "1", "-aac", "1"}));
   sound.codec = "ac-3";
   EXPECT_EQ(CmafArguments(sound), (std::vector<std::string>{"sound", "-track", "1"}));
   sound.codec = "mp4a.6b";  // MP3

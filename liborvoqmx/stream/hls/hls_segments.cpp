@@ -103,7 +103,8 @@ bool HlsSegments::NeedsRestart(const Segment& segment) const {
 
 bool HlsSegments::IsLeft(const Segment& segment) const {
   const int64_t asked = directory_.LastAskedFor();
-  const bool isSamePlace = asked < 0 || (asked >= segment.number && asked - segment.number <= kReach);
+  const bool isSamePlace =
+      asked < 0 || (asked >= segment.number && asked - segment.number <= kReach);
   return !isSamePlace && NeedsRestart(segment);
 }
 
