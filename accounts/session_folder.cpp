@@ -115,12 +115,15 @@ void SessionFolder::EndAt(const std::string& path, const Login& login) const {
   }
 }
 
+// Without its file, an ended session would count as used at its login. So the file is needed until
+// that is too long ago.
 bool SessionFolder::IsOver(const Session& session, int64_t now) const {
-  return now - session.used > idleSeconds_ || now - session.login.begun > kSessionSeconds;
+  const int64_t used = session.isEnded ? session.login.begun : session.used;
+  return now - used > idleSeconds_ || now - session.login.begun > kSessionSeconds;
 }
 
-void SessionFolder::Sweep(const Account& account, int64_t now) const {
-  std::vector<std::pair<int64_t, std::string>> own;
+SessionFolder::Files SessionFolder::RemoveOver(const std::string& account, int64_t now) const {
+  Files own;
   std::error_code failure;
   for (const auto& entry : std::filesystem::directory_iterator(path_, failure)) {
     // Another login is about to rename a file with an ending.
@@ -132,10 +135,15 @@ void SessionFolder::Sweep(const Account& account, int64_t now) const {
     const auto session = SessionIn(content, entry.path());
     if (!session || IsOver(*session, now) || HasLostAccount(session->login)) {
       unlink(entry.path().c_str());
-    } else if (session->login.account == account.name && !session->isEnded) {
+    } else if (session->login.account == account && !session->isEnded) {
       own.emplace_back(session->used, entry.path());
     }
   }
+  return own;
+}
+
+void SessionFolder::Sweep(const Account& account, int64_t now) const {
+  Files own = RemoveOver(account.name, now);
   std::sort(own.begin(), own.end());
   for (size_t i = 0; i + kSessionsPerAccount <= own.size(); ++i) {
     if (const auto session = Find(own[i].second, std::nullopt)) {
@@ -162,7 +170,9 @@ std::optional<Account> SessionFolder::Use(const std::string& id, const std::opti
                                           int64_t now) const {
   const std::string path = PathOf(id);
   const auto session = path.empty() ? std::nullopt : Find(path, login);
-  if (!session || session->isEnded) {
+  // A login of tomorrow would outlive all others.
+  const bool isAhead = login && login->begun - now > kClockSeconds;
+  if (!session || session->isEnded || isAhead) {
     return std::nullopt;
   }
   auto account = IsOver(*session, now) ? std::nullopt : AccountOf(session->login);
@@ -174,10 +184,18 @@ std::optional<Account> SessionFolder::Use(const std::string& id, const std::opti
   return account;
 }
 
-void SessionFolder::End(const std::string& id, const std::optional<Login>& login) const {
+void SessionFolder::End(const std::string& id) const {
+  if (const std::string path = PathOf(id); !path.empty()) {
+    EndAt(path, Login());
+  }
+}
+
+void SessionFolder::End(const std::string& id, const Login& login, int64_t now) const {
   const std::string path = PathOf(id);
-  if (!path.empty() && (!login || orvo::MakePrivateFolder(path_))) {
-    EndAt(path, login.value_or(Login()));
+  if (!path.empty() && orvo::MakePrivateFolder(path_)) {
+    EndAt(path, login);
+    // Many sessions may end on a machine on which none begins.
+    RemoveOver(login.account, now);
   }
 }
 

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "accounts/accounts.h"
 
@@ -17,6 +19,10 @@ namespace accounts {
 // A session ends after this time without use, and after the second time in any case.
 inline constexpr int64_t kSessionIdleSeconds = 30 * 24 * 3600;
 inline constexpr int64_t kSessionSeconds = 180 * 24 * 3600;
+
+// The clocks of machines that accept each other's logins and tickets may differ so much. Later ones
+// would last longer than others.
+inline constexpr int64_t kClockSeconds = 5 * 60;
 
 // What a session stands for.
 struct Login {
@@ -34,7 +40,7 @@ class SessionFolder {
   // What a session's id is without its file.
   enum class Id {
     kNothing,  // so a session ends with its file
-    kALogin,   // so the file of an ended session stays and says so, until the session is too old
+    kALogin,   // so the file of an ended session stays and says so, until the login is too old
   };
   // `path`: the folder, which is made when the first session begins.
   // A session ends after `idleSeconds` without use.
@@ -48,19 +54,25 @@ class SessionFolder {
   // The account of a session; this counts as a use. Nothing if the session has ended, or if the
   // account was removed or has another era. `login`: what the id tells, for kALogin only. Without
   // it, only a file makes a session; with it, a session without a file was last used at the login.
+  // A login more than five minutes in the future counts as none until then.
   std::optional<Account> Use(const std::string& id, const std::optional<Login>& login,
                              int64_t now) const;
 
-  void End(const std::string& id, const std::optional<Login>& login) const;
+  // Ends a session. The second one is for kALogin. It removes all sessions that are over, too.
+  void End(const std::string& id) const;
+  void End(const std::string& id, const Login& login, int64_t now) const;
 
  private:
   struct Session;
+  using Files = std::vector<std::pair<int64_t, std::string>>;  // with the last uses
 
   std::string PathOf(const std::string& id) const;
   std::optional<Session> Find(const std::string& path, const std::optional<Login>& login) const;
   static std::optional<Session> SessionIn(const Json::Value& content, const std::string& path);
   void EndAt(const std::string& path, const Login& login) const;
   bool IsOver(const Session& session, int64_t now) const;
+  // Removes the sessions that are over. Returns the account's others that have not ended.
+  Files RemoveOver(const std::string& account, int64_t now) const;
   void Sweep(const Account& account, int64_t now) const;
 
   std::string path_;

@@ -29,7 +29,7 @@ std::optional<Account> UseSession(const std::string& id, int64_t now) {
 
 void EndSession(const std::string& id) {
   if (IsSecret(id)) {
-    OwnSessions().End(id, std::nullopt);
+    OwnSessions().End(id);
   }
 }
 
@@ -41,8 +41,8 @@ std::optional<Account> UseSharedSession(const std::string& id, const Login& logi
   return SharedSessions().Use(id, login, now);
 }
 
-void EndSharedSession(const std::string& id, const Login& login) {
-  SharedSessions().End(id, login);
+void EndSharedSession(const std::string& id, const Login& login, int64_t now) {
+  SharedSessions().End(id, login, now);
 }
 
 }  // namespace accounts

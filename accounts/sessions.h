@@ -31,9 +31,9 @@ void EndSession(const std::string& id);
 // from it. Begins a session of the account that `id` names; false if it cannot be stored.
 bool BeginSharedSession(const std::string& id, const Account& account, int64_t now);
 // The account of such a session. A machine without the session's file counts the idle time from the
-// login.
+// login. A login more than five minutes in the future counts as none until then.
 std::optional<Account> UseSharedSession(const std::string& id, const Login& login, int64_t now);
 // Ends it on all machines with the same state.
-void EndSharedSession(const std::string& id, const Login& login);
+void EndSharedSession(const std::string& id, const Login& login, int64_t now);
 
 }  // namespace accounts

@@ -57,23 +57,55 @@ TEST_F(SharedSessions, AreValidWithoutTheirFile) {
 
 TEST_F(SharedSessions, EndWithALogoutWhereverTheFileIs) {
   const Login login = Begin();
-  EndSharedSession(kId, login);
+  EndSharedSession(kId, login, kNow);
   EXPECT_FALSE(UseSharedSession(kId, login, kNow));
   ForgetSessions();
-  EndSharedSession(kId, login);
+  EndSharedSession(kId, login, kNow);
   EXPECT_FALSE(UseSharedSession(kId, login, kNow));
 }
 
 TEST_F(SharedSessions, StayEndedUntilTheyWouldBeOver) {
   const auto now = static_cast<int64_t>(time(nullptr));
   const Login login = Begin(kId, now);
-  EndSharedSession(kId, login);
+  EndSharedSession(kId, login, now);
   Begin("another", now + 29 * kDay);
   EXPECT_TRUE(std::filesystem::exists(FileOf(kId)));
   EXPECT_FALSE(UseSharedSession(kId, login, now + 29 * kDay));
   Begin("a third", now + 31 * kDay);
   EXPECT_FALSE(std::filesystem::exists(FileOf(kId)));
   EXPECT_FALSE(UseSharedSession(kId, login, now + 31 * kDay));
+}
+
+TEST_F(SharedSessions, LeaveNoFileWhenTheirLoginIsTooOldToCountWithoutIt) {
+  const Login login = Begin();
+  ASSERT_TRUE(UseSharedSession(kId, login, kNow + 20 * kDay));
+  EndSharedSession(kId, login, kNow + 40 * kDay);
+  EXPECT_FALSE(std::filesystem::exists(FileOf(kId)));
+  EXPECT_FALSE(UseSharedSession(kId, login, kNow + 40 * kDay));
+}
+
+TEST_F(SharedSessions, AreRemovedWhereSessionsOnlyEnd) {
+  const Login first = Begin("first");
+  EndSharedSession("first", first, kNow);
+  const Login second = {first.account, first.era, kNow + 31 * kDay};
+  EndSharedSession("second", second, second.begun);
+  EXPECT_FALSE(std::filesystem::exists(FileOf("first")));
+  EXPECT_FALSE(UseSharedSession("first", first, second.begun));
+  EXPECT_TRUE(std::filesystem::exists(FileOf("second")));
+  EXPECT_FALSE(UseSharedSession("second", second, second.begun));
+}
+
+TEST_F(SharedSessions, OfAClockThatIsAheadWaitForTheirTime) {
+  const Login login = Begin(kId, kNow + kDay);
+  EXPECT_FALSE(UseSharedSession(kId, login, kNow));
+  ForgetSessions();
+  EXPECT_FALSE(UseSharedSession(kId, login, kNow));
+  EXPECT_TRUE(UseSharedSession(kId, login, kNow + kDay));
+}
+
+TEST_F(SharedSessions, MayComeFromAClockThatIsAFewMinutesAhead) {
+  const Login login = Begin(kId, kNow + 240);
+  EXPECT_TRUE(UseSharedSession(kId, login, kNow));
 }
 
 TEST_F(SharedSessions, CountTheIdleTimeFromTheLastUse) {

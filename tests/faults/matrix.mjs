@@ -207,8 +207,9 @@ async function reopen(player, words) {
   if (problem !== '') return { isClear: false, words: `not opened: ${problem}` };
   player.stream = next.stream;
   player.closed = undefined;
-  const { size = 0, status = 0 } = (await within(player.ask(0).result, answerTime)) ?? {};
-  return { isClear: status === 200 && size > 0, words };
+  const { size = 0, status = 0, text = 'no answer' } = (await within(player.ask(0).result, answerTime)) ?? {};
+  const isClear = status === 200 && size > 0;
+  return { isClear, words: isClear ? words : `${words}, then ${status}: ${text}` };
 }
 
 const isQuiet = (service) =>

@@ -141,6 +141,38 @@ test('a client that leaves while a film is examined ends the examination', async
   fs.rmSync(endless);
 });
 
+// Asks the request program, as the web server does, and takes no answer from it.
+async function askWithoutListening(query) {
+  const program = path.join(service.root, 'var/packages/Mirevo/target/webapi/entry.cgi');
+  const env = {
+    ...service.environment,
+    REQUEST_METHOD: 'GET',
+    REQUEST_SCHEME: 'http',
+    QUERY_STRING: query,
+    HTTP_HOST: '127.0.0.1',
+    MIREVO_HOSTS: '127.0.0.1',
+    REMOTE_ADDR: '127.0.0.1',
+    SCRIPT_NAME: '/webapi/entry.cgi',
+  };
+  const request = spawn(program, { env, stdio: ['ignore', 'pipe', 'ignore'] });
+  request.stdout.destroy();
+  await once(request, 'exit');
+}
+
+for (const format of ['direct', 'http', 'webm', 'hls', 'ss', 'cmaf']) {
+  test(`a stream of the kind ${format} is removed if nobody is there to learn its id`, async () => {
+    const tickets = () => {
+      const place = path.join(service.root, 'tmp/Mirevo/tickets');
+      return fs.existsSync(place) ? fs.readdirSync(place).filter((name) => /^\w{41}$/.test(name)) : [];
+    };
+    const known = new Set(tickets());
+    const { search } = new URL(service.query('Streaming', 'open', { format, path: film('h264_aac.mp4') }));
+    await askWithoutListening(search.slice(1));
+    assert.deepEqual(tickets().filter((name) => !known.has(name)), []);
+    await service.isQuiet();
+  });
+}
+
 test('4,000 connections that never send leave room for others', async () => {
   const idle = await crowd(4000, 400);
   for (let i = 0; i < 5; ++i) assert.ok((await ask()) < soon);

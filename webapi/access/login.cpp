@@ -100,8 +100,9 @@ Answer LogIn(const Request& request) {
 }
 
 Answer LogOut(const Request& request) {
-  EndSession(request.Text("_sid"));
-  EndSession(SessionCookie(request));
+  const int64_t now = time(nullptr);
+  EndSession(request.Text("_sid"), now);
+  EndSession(SessionCookie(request), now);
   Answer answer = Answer::Success(Json::Value(Json::objectValue));
   answer.AddHeader("Set-Cookie", CookieOf(request, "", 0));
   return answer;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "accounts/accounts.h"
+#include "accounts/session_folder.h"
 #include "webapi/cluster/cluster_keys.h"
 #include "webapi/cluster/opening.h"
 #include "webapi/cluster/seal.h"
@@ -85,8 +86,12 @@ Answer Expired() {
 }
 
 std::optional<Answer> RefuseByTime(const Opening& opening, const std::string& streamId) {
-  if (time(nullptr) - opening.issued > kTicketSeconds) {
+  const time_t age = time(nullptr) - opening.issued;
+  if (age > kTicketSeconds) {
     return Expired();
+  }
+  if (age < -accounts::kClockSeconds) {
+    return Answer::Failure(kGone, "The clocks of the servers differ. Open the film again.");
   }
   return Ticket::ClosedAt(streamId) >= opening.issued
              ? std::optional(Answer::Failure(kGone, kStreamClosed))

@@ -62,10 +62,10 @@ std::optional<accounts::Account> UseSession(const std::string& id, int64_t now) 
   return login ? accounts::UseSharedSession(id, *login, now) : std::nullopt;
 }
 
-void EndSession(const std::string& id) {
+void EndSession(const std::string& id, int64_t now) {
   accounts::EndSession(id);
   if (const auto login = LoginIn(id)) {
-    accounts::EndSharedSession(id, *login);
+    accounts::EndSharedSession(id, *login, now);
   }
 }
 

@@ -21,6 +21,6 @@ std::string BeginSession(const accounts::Account& account, int64_t now);
 // commands make, is valid in a cluster, too.
 std::optional<accounts::Account> UseSession(const std::string& id, int64_t now);
 
-void EndSession(const std::string& id);
+void EndSession(const std::string& id, int64_t now);
 
 }  // namespace webapi

@@ -1,5 +1,8 @@
 #include "webapi/http/leaving.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <csignal>
 
 namespace webapi {
@@ -12,6 +15,17 @@ void HandleLeaving(int how) {
   sigprocmask(how, &leaving, nullptr);
 }
 
+// Nobody reads the answer any more.
+bool IsOutputClosed() {
+  pollfd output = {STDOUT_FILENO, 0, 0};
+  return poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
+}
+
+bool IsTermPending() {
+  sigset_t pending;
+  return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
+}
+
 }  // namespace
 
 void OutliveClient() {
@@ -19,8 +33,7 @@ void OutliveClient() {
 }
 
 bool HasClientLeft() {
-  sigset_t pending;
-  return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
+  return IsTermPending() || IsOutputClosed();
 }
 
 void EndWithClient() {

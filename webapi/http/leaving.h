@@ -9,7 +9,8 @@ namespace webapi {
 // From now on the request goes on without its client.
 void OutliveClient();
 
-// Has the client of a request that goes on without it left?
+// Has the client of a request that goes on without it left, or has the web server that would take
+// the answer ended?
 bool HasClientLeft();
 
 // From now on the request ends with its client, also if that has left before.

@@ -494,10 +494,10 @@ void StartAhead(const Request& request, const StreamKind& kind, const Ticket& ti
   }
 }
 
-// A page that is left while it opens a warmed stream does not learn its id, and cannot close it.
+// A client that leaves while it opens a new stream does not learn its id, and cannot close it. The
+// same holds if the web server has ended.
 void CloseIfForsaken(const std::string& streamId) {
-  const bool isForsaken = LibOrvoQMX::IsCmafWarmed(streamId) && HasClientLeft();
-  if (const auto ticket = isForsaken ? HeldTicket::Take(streamId) : std::nullopt) {
+  if (const auto ticket = HasClientLeft() ? HeldTicket::Take(streamId) : std::nullopt) {
     CloseForGood(*ticket);
   }
 }
@@ -539,6 +539,7 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   if (!own) {
     return refusal;
   }
+  OutliveClient();  // from here on there is something to remove
   const std::string streamId = Init([&](const char* name) { return request.Text(name); }, kind,
                                     film, rendition.profile, joined.streamId);
   if (streamId == "TransSapceNotEnough") {
@@ -589,7 +590,9 @@ Answer Open(const Request& request, const StreamKind& kind, const KnownFilm& fil
   ticket.reset();
   own.reset();
   StartAhead(request, kind, opened, data);
-  CloseIfForsaken(streamId);
+  if (joined.streamId.empty()) {
+    CloseIfForsaken(streamId);
+  }
   return Answer::Success(data);
 }
 
@@ -747,9 +750,6 @@ Answer OpenStream(const Request& request) {
   const auto choice = ChoiceFor(request, film, refusal);
   if (!choice) {
     return refusal;
-  }
-  if (IsWarming(request, *choice->kind)) {
-    OutliveClient();
   }
   if (!HasPrograms(*choice->kind)) {
     return Answer::Failure(kUnavailable);
