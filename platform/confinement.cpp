@@ -262,6 +262,11 @@ int Confinement::EnterAsParent() {
   return Apply(this);
 }
 
+int Confinement::EnterAsStarter() {
+  files_.reset();
+  return EnterAsParent();
+}
+
 int Confinement::WallMilliseconds() const {
   return limits_.wall == 0
              ? -1

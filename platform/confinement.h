@@ -80,6 +80,9 @@ class ORVO_API Confinement {
   // that lets it do so. The results are the same. Use a confinement of its own for that.
   int EnterAsParent();
 
+  // The same for a process whose children need other files than it knows yet: only the filter.
+  int EnterAsStarter();
+
   // How long its owner lets it run, in milliseconds; -1 for any time.
   int WallMilliseconds() const;
 

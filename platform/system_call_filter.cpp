@@ -28,6 +28,7 @@ constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
 #endif
 
 // Landlock's calls, which headers of an older kernel do not name.
+constexpr int kCreateRuleset = 444;
 constexpr int kAddRule = 445;
 constexpr int kRestrictSelf = 446;
 
@@ -85,7 +86,7 @@ constexpr int kAllowed[] = {
 constexpr int kForking[] = {
     SYS_clone,   SYS_wait4,   SYS_waitid,  SYS_kill,       SYS_pidfd_open, SYS_pidfd_send_signal,
     SYS_accept4, SYS_recvmsg, SYS_sendmsg, SYS_getsockopt, SYS_prlimit64,  SYS_setpriority,
-    SYS_setpgid, SYS_unshare, SYS_seccomp, kAddRule,       kRestrictSelf,
+    SYS_setpgid, SYS_unshare, SYS_seccomp, kCreateRuleset, kAddRule,       kRestrictSelf,
 #ifdef SYS_fork
     SYS_fork,
 #endif

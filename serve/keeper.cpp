@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "contract/copies.h"
+#include "contract/ready_ffmpeg.h"
 #include "platform/children.h"
 #include "platform/io.h"
 #include "platform/plat.h"
@@ -57,13 +58,13 @@ void KeepUntilEnd(const orvo::Process& web, const orvo::Process& service,
   }
 }
 
-// Copies start sooner where this process has loaded FFmpeg's libraries; without it they start by
-// themselves.
-orvo::Process StartCopies() {
+// Copies and conversions start sooner where these processes have loaded FFmpeg's libraries; without
+// them they start by themselves.
+orvo::Process StartParent(const char* option) {
   const std::string program = orvo::SystemPath(LibOrvoQMX::kTranscoder);
   orvo::LaunchOptions options;
   options.parentDeath.signal = SIGKILL;
-  return orvo::Start({program, {program, orvo::kCopiesOption}}, options);
+  return orvo::Start({program, {program, option}}, options);
 }
 
 int Keep(const WebServer& server, Belongings& belongings, const orvo::Process& service,
@@ -72,7 +73,8 @@ int Keep(const WebServer& server, Belongings& belongings, const orvo::Process& s
   orvo::SignalEvents signals({SIGTERM, SIGCHLD});
   orvo::Process web = Start(server, belongings.sockets);
   const int failure = web ? 0 : errno;
-  const orvo::Process copies = web ? StartCopies() : orvo::Process();
+  const orvo::Process copies = web ? StartParent(orvo::kCopiesOption) : orvo::Process();
+  const orvo::Process conversions = web ? StartParent(orvo::kReadyOption) : orvo::Process();
   belongings = Belongings();
   orvo::WriteAll(report.Get(), {reinterpret_cast<const char*>(&failure), sizeof failure});
   report.Reset();

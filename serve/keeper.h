@@ -1,14 +1,14 @@
 // The process that stands between the service and all processes below it.
 //
 //   mirevo serve ── keeper ── lighttpd ── entry.cgi
-//                      ├ ffmpeg --copies, which may end without harm
+//                      ├ ffmpeg --copies and --ready, which may end without harm
 //                      └ monitors, transcoders and guardians, which outlive their request
 //
-// The keeper starts the web server and the parent of copies, adopts and reaps every process below
-// it, and keeps the register of transcoders true. It continues stopped processes, because one of
-// them would hold a seat or a stream for ever. If the service ends, for whatever reason, the keeper
-// ends all of them. If the keeper ends, the web server ends with it, and the service adopts the
-// rest and ends it.
+// The keeper starts the web server and the parents of copies and of conversions, adopts and reaps
+// every process below it, and keeps the register of transcoders true. It continues stopped
+// processes, because one of them would hold a seat or a stream for ever. If the service ends, for
+// whatever reason, the keeper ends all of them. If the keeper ends, the web server ends with it,
+// and the service adopts the rest and ends it.
 #pragma once
 
 #include <optional>

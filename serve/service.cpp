@@ -21,6 +21,7 @@
 #include "accounts/accounts.h"
 #include "accounts/first_word.h"
 #include "contract/copies.h"
+#include "contract/ready_ffmpeg.h"
 #include "platform/children.h"
 #include "platform/confinement.h"
 #include "platform/io.h"
@@ -432,6 +433,7 @@ int Run(const WebServer& server, Belongings& belongings, int browser, const Wish
   Stop(keeper, told);
   unlink((server.stateFolder + kAnalysisFile).c_str());
   unlink(orvo::SystemPath(orvo::kCopiesSocket).c_str());
+  unlink(orvo::SystemPath(orvo::kReadySocket).c_str());
   if (!told) {
     std::cerr << "the web server has ended" << log;
   }

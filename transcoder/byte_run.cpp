@@ -1,5 +1,7 @@
 #include "transcoder/byte_run.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,8 +11,10 @@
 #include <string_view>
 
 #include "platform/log.h"
+#include "platform/signal_events.h"
 #include "transcoder/child_stream.h"
 #include "transcoder/launch.h"
+#include "transcoder/ready_client.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -65,6 +69,31 @@ class Relay {
   bool hasWritten_ = false;
 };
 
+// The reader of the output sees its end when FFmpeg has ended.
+void LeaveOutput(int output) {
+  const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (null < 0 || dup2(null, output) < 0) {
+    close(output);
+  }
+  close(null);
+}
+
+// Waits for the end. A signal ends the run at once, as nobody wants the rest.
+int Await(Worker& worker, SignalEvents& signals) {
+  for (;;) {
+    pollfd events[] = {{signals.Descriptor(), POLLIN, 0}, {worker.Descriptor(), POLLIN, 0}};
+    if (poll(events, 2, -1) < 0) {
+      continue;
+    }
+    if (events[1].revents != 0) {
+      return worker.Wait();
+    }
+    if (signals.Take() != 0) {
+      worker.End(SIGKILL);
+    }
+  }
+}
+
 }  // namespace
 
 int OutputOf(const std::vector<std::string>& command) {
@@ -86,6 +115,19 @@ ByteRunEnd RunEngineBytes(std::vector<std::string> command) {
   return Relay(std::move(*child), output).Finish();
 }
 
+int RunBytes(const std::vector<std::string>& command) {
+  {
+    SignalEvents signals({SIGINT, SIGTERM});
+    const auto worker = signals.IsOpen() ? AskForFFmpeg(command) : nullptr;
+    if (worker != nullptr) {
+      LeaveOutput(OutputOf(command));
+      return Await(*worker, signals);
+    }
+  }
+  PrepareProcess();  // FFmpeg gets its signals as before
+  return Become(command);
+}
+
 int RunCopyBytes(const FilmCopy& copy, int progress, const std::vector<std::string>& command) {
   auto child = ChildStream::Start(copy, progress);
   const ByteRunEnd end = child ? Relay(std::move(*child), OutputOf(command)).Finish()
@@ -95,7 +137,7 @@ int RunCopyBytes(const FilmCopy& copy, int progress, const std::vector<std::stri
   }
   Log(LOG_NOTICE, __FILE__, __LINE__, "%s needs FFmpeg to be copied", copy.film.c_str());
   PrepareProcess();  // FFmpeg gets its signals as a first run would
-  return Become(command);
+  return RunBytes(command);
 }
 
 }  // namespace orvo::transcoder

@@ -21,6 +21,10 @@ ByteRunEnd RunEngineBytes(std::vector<std::string> command);
 // `command` where the copy fails before its first byte. Returns the exit code.
 int RunCopyBytes(const FilmCopy& copy, int progress, const std::vector<std::string>& command);
 
+// Runs `command`, which writes to a descriptor. The service's ready FFmpeg does, while this process
+// stays; without one this process becomes FFmpeg. Returns the exit code.
+int RunBytes(const std::vector<std::string>& command);
+
 // Does the command write to a descriptor?
 bool WritesBytes(const std::vector<std::string>& command);
 // That descriptor; standard output if the command names none.

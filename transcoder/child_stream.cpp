@@ -10,16 +10,18 @@
 #include <cstring>
 #include <utility>
 
+#include "contract/copies.h"
 #include "platform/confinement.h"
 #include "platform/io.h"
 #include "platform/log.h"
 #include "platform/process.h"
 #include "platform/process_launch.h"
 #include "transcoder/command_reach.h"
-#include "transcoder/copy_client.h"
 #include "transcoder/copy_text.h"
 #include "transcoder/given_film.h"
 #include "transcoder/launch.h"
+#include "transcoder/ready_client.h"
+#include "transcoder/remote_worker.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -79,6 +81,11 @@ ChildStream::ChildStream(std::unique_ptr<Worker> child, UniqueFd stream, SignalE
     : child_(std::move(child)), stream_(std::move(stream)), signals_(std::move(signals)) {}
 
 std::optional<ChildStream> ChildStream::Start(const std::vector<std::string>& command) {
+  auto stream = StartWith([&](int output) { return AskForFFmpeg(command, output); });
+  if (stream) {
+    return stream;
+  }
+  // The pipe is another one: the first may have got bytes from a server that answered too late.
   return StartWith([&](int output) {
     Process child = StartCommand(command, output);
     if (!child) {
@@ -95,17 +102,16 @@ std::optional<ChildStream> ChildStream::Start(const FilmCopy& copy, int progress
   }
   const std::string work = TextOf(copy);
   auto stream = StartWith([&](int output) {
-    return AskForCopy(work, {film.Get(), output, progress});
+    return AskForFork(kCopiesSocket, work, {film.Get(), output, progress});
   });
   if (stream) {
     return stream;
   }
-  // The pipe is another one: the first may have got bytes from a parent that answered too late.
   return StartWith([&](int output) { return Child::Of(StartCopy(copy, film, output, progress)); });
 }
 
 std::optional<ChildStream> ChildStream::StartByParent(const std::string& work, int film) {
-  return StartWith([&](int output) { return AskForCopy(work, {film, output}); });
+  return StartWith([&](int output) { return AskForFork(kCopiesSocket, work, {film, output}); });
 }
 
 std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {

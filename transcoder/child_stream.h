@@ -24,8 +24,8 @@ inline constexpr int kExitSignal = 128;  // and the number of the signal that en
 // which does not outlive it in any case.
 class ChildStream {
  public:
-  // Nothing, with the reason in the log, when FFmpeg cannot be started. From here on SIGINT and
-  // SIGTERM only arrive through Wait().
+  // The service's ready FFmpeg runs it, or else a child. Nothing, with the reason in the log, when
+  // FFmpeg cannot be started. From here on SIGINT and SIGTERM only arrive through Wait().
   static std::optional<ChildStream> Start(const std::vector<std::string>& command);
 
   // The same for a copy without FFmpeg, which reports its progress into `progress`. The service's

@@ -22,7 +22,6 @@ namespace {
 
 // The last one is for asking FFmpeg what it can do: a child that is ignored cannot be waited for.
 constexpr int kSignals[] = {SIGPIPE, SIGINT, SIGTERM, SIGCHLD};
-constexpr int kNiceness = 10;
 
 void ResetSignals() {
   sigset_t set;

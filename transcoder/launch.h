@@ -7,6 +7,7 @@
 namespace orvo::transcoder {
 
 inline constexpr int kExitUsage = 64;      // EX_USAGE: nothing was started
+inline constexpr int kNiceness = 10;       // of a transcoder, or its starter's if that is higher
 inline constexpr int kExitNotFound = 127;  // FFmpeg cannot be started
 
 // Gives this process what a transcoder shall start with, whatever its starter left: the default

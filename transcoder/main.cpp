@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "contract/copies.h"
+#include "contract/ready_ffmpeg.h"
 #include "platform/log.h"
 #include "platform/process_launch.h"
 #include "transcoder/byte_run.h"
@@ -28,6 +29,7 @@
 #include "transcoder/given_film.h"
 #include "transcoder/launch.h"
 #include "transcoder/places.h"
+#include "transcoder/ready_parent.h"
 #include "transcoder/resumption.h"
 #include "transcoder/segment_run.h"
 #include "transcoder/shell_line.h"
@@ -116,13 +118,17 @@ class Job {
       return RunFragments(translation.command, *translation.fragments);
     }
     if (!translation.segments) {
-      return translation.copy && WritesBytes(translation.command)
-                 ? RunCopyBytes(*translation.copy, progress_, translation.command)
-                 : Become(translation.command);
+      return WritesBytes(translation.command) ? StartSoftwareBytes(translation)
+                                              : Become(translation.command);
     }
     return translation.copy ? RunSegments(*translation.copy, progress_, translation.command,
                                           *translation.segments)
                             : RunSegments(translation.command, *translation.segments);
+  }
+
+  int StartSoftwareBytes(const Translation& translation) const {
+    return translation.copy ? RunCopyBytes(*translation.copy, progress_, translation.command)
+                            : RunBytes(translation.command);
   }
 
   int StartSegments(const Translation& translation) const {
@@ -216,6 +222,9 @@ int main(int argc, char* argv[]) {
   PrepareProcess();
   if (arguments == std::vector<std::string>{orvo::kCopiesOption}) {
     return ServeCopies();
+  }
+  if (arguments == std::vector<std::string>{orvo::kReadyOption}) {
+    return BecomeReady();
   }
   if (arguments == std::vector<std::string>{kProveOption}) {
     return Prove();

@@ -8,7 +8,8 @@ from .figures import Figure, interleaved, milliseconds, timed
 from .system import private_kilobytes
 
 IDLE = 200
-SERVICE = ("mirevo-serve", "lighttpd", "mirevo-analyze", "orvovideoconversiond", "mirevo\0serve", "ffmpeg\0--copies")
+SERVICE = ("mirevo-serve", "lighttpd", "mirevo-analyze", "orvovideoconversiond", "mirevo\0serve", "ffmpeg\0--copies",
+           "ffmpeg\0--ready")
 
 
 def of_stream(system):

@@ -28,7 +28,7 @@ const openingRoles = ['request', 'web', 'keeper', 'service'];
 // The machine sleeps for so long: an hour, and longer than a stream is remembered.
 const sleeps = { HOUR: 3600, DAYS: 3 * 24 * 3600 };
 const points = ['opening', 'first', 'running', 'seek', 'pausing', 'closing'];
-const infrastructure = new Set(['web', 'keeper', 'service', 'analysis', 'conversions', 'copies', 'machine']);
+const infrastructure = new Set(['web', 'keeper', 'service', 'analysis', 'conversions', 'copies', 'ready', 'machine']);
 const shortCells = /^(http:running:ffmpeg:STOP|webm:running:monitor:KILL|hls:running:service:KILL|ss:seek:monitor:KILL)$/;
 
 const cellOf = (kind, point, role, signal) => ({ kind, point, role, signal, name: [kind, point, role, signal].join(':') });

@@ -33,6 +33,7 @@ const rules = [
   ['monitor', (one, by) => isRequestProgram(one) && !isRequestProgram(by(one.parent) ?? one)],
   ['copies', (one, by) => one.option === '--copies' && by(one.parent)?.option !== '--copies'],
   ['copy', (one) => one.option === '--copies'],
+  ['ready', (one) => one.option === '--ready'],
   ['front', (one) => one.program.endsWith('/target/bin/ffmpeg')],
   ['ffmpeg', (one) => /^\/usr(\/local)?\/bin\/ffmpeg$/.test(one.program)],
 ];

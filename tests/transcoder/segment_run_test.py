@@ -23,10 +23,10 @@ PATIENCE = 20
 QUIET = 0.5  # a run that has not moved for so long is waiting
 
 
-def make_film(path):
+def make_film(path, seconds=SECONDS):
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
-                    f"testsrc2=s=320x240:r=25:d={SECONDS}", "-f", "lavfi", "-i",
-                    f"sine=440:b=2:r=48000:d={SECONDS}", "-c:v", "libx264", "-preset", "ultrafast",
+                    f"testsrc2=s=320x240:r=25:d={seconds}", "-f", "lavfi", "-i",
+                    f"sine=440:b=2:r=48000:d={seconds}", "-c:v", "libx264", "-preset", "ultrafast",
                     "-b:v", "2M", "-g", "50", "-c:a", "aac", path], check=True)
 
 

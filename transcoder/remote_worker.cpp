@@ -1,4 +1,4 @@
-#include "transcoder/copy_client.h"
+#include "transcoder/remote_worker.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -9,30 +9,29 @@
 #include <string>
 #include <utility>
 
-#include "contract/copies.h"
 #include "platform/local_message.h"
 #include "platform/plat.h"
 #include "transcoder/child_stream.h"
-#include "transcoder/copy_parent.h"
+#include "transcoder/fork_server.h"
 
 namespace orvo::transcoder {
 namespace {
 
-// A fork takes some milliseconds; after this time the copy is made here.
+// A fork takes some milliseconds; after this time the client does the work itself.
 constexpr int kPatienceMilliseconds = 500;
 
-class RemoteCopy : public Worker {
+class RemoteWorker : public Worker {
  public:
-  explicit RemoteCopy(UniqueFd connection) : connection_(std::move(connection)) {}
+  explicit RemoteWorker(UniqueFd connection) : connection_(std::move(connection)) {}
 
   int Descriptor() const override { return connection_.Get(); }
 
   void End(int /*signal*/) override { shutdown(connection_.Get(), SHUT_WR); }
 
-  // A parent that ended has killed the copy.
+  // A server that ended has killed the process.
   int Wait() override { return Answer(-1).value_or(kExitSignal + SIGKILL); }
 
-  // The next number that the parent tells in this time.
+  // The next number that the server tells in this time.
   std::optional<int> Answer(int milliseconds) const {
     pollfd event{connection_.Get(), POLLIN, 0};
     if (poll(&event, 1, milliseconds) <= 0) {
@@ -52,13 +51,14 @@ class RemoteCopy : public Worker {
 
 }  // namespace
 
-std::unique_ptr<Worker> AskForCopy(const std::string& work, const std::vector<int>& files) {
-  UniqueFd connection = ConnectLocally(SystemPath(kCopiesSocket));
-  if (!connection.IsOpen() || !SendLocally(connection, work, files)) {
+std::unique_ptr<Worker> AskForFork(const char* socket, const std::string& text,
+                                   const std::vector<int>& files) {
+  UniqueFd connection = ConnectLocally(SystemPath(socket));
+  if (!connection.IsOpen() || !SendLocally(connection, text, files)) {
     return nullptr;
   }
-  auto worker = std::make_unique<RemoteCopy>(std::move(connection));
-  return worker->Answer(kPatienceMilliseconds) == kCopyBegun ? std::move(worker) : nullptr;
+  auto worker = std::make_unique<RemoteWorker>(std::move(connection));
+  return worker->Answer(kPatienceMilliseconds) == kForkBegun ? std::move(worker) : nullptr;
 }
 
 }  // namespace orvo::transcoder
