@@ -10,6 +10,7 @@ namespace {
 
 constexpr char kBodySize[] = "orvo-body-size";
 constexpr int kLongestSubscription = 1800;  // seconds
+constexpr guint kIdleLookSeconds = 5;
 
 std::string HeaderOf(SoupMessageHeaders* headers, const char* name) {
   const char* const value = soup_message_headers_get_one(headers, name);
@@ -51,18 +52,50 @@ void HangUp(SoupServerMessage* message) {
 
 }  // namespace
 
-Door::Door(SoupServer* server) : server_(server) {
+Door::Door(SoupServer* server)
+    : server_(server), timer_(g_timeout_add_seconds(kIdleLookSeconds, EndOldIdle, this)) {
   g_signal_connect(server_, "request-started", G_CALLBACK(Begin), this);
+  g_signal_connect(server_, "request-read", G_CALLBACK(Arrive), this);
+  g_signal_connect(server_, "request-aborted", G_CALLBACK(Arrive), this);
   g_signal_connect(server_, "request-finished", G_CALLBACK(Finish), this);
 }
 
 Door::~Door() {
+  g_source_remove(timer_);
   g_signal_handlers_disconnect_by_data(server_, this);
 }
 
+// The library calls this as soon as it waits for a request on a connection.
 void Door::Begin(SoupServer* /*server*/, SoupServerMessage* message, gpointer self) {
   g_signal_connect(message, "got-headers", G_CALLBACK(Look), self);
   g_signal_connect(message, "got-chunk", G_CALLBACK(Count), self);
+  auto& door = *static_cast<Door*>(self);
+  door.coming_.push_back({message, g_get_monotonic_time()});
+  if (door.coming_.size() > kMostIdle) {
+    door.EndOldestIdle();
+  }
+}
+
+void Door::Arrive(SoupServer* /*server*/, SoupServerMessage* message, gpointer self) {
+  std::erase_if(static_cast<Door*>(self)->coming_,
+                [&](const Coming& one) { return one.message == message; });
+}
+
+void Door::EndOldestIdle() {
+  SoupServerMessage* const message = coming_.front().message;
+  coming_.pop_front();
+  if (GSocket* const socket = soup_server_message_get_socket(message)) {
+    g_socket_shutdown(socket, TRUE, TRUE, nullptr);
+  }
+}
+
+gboolean Door::EndOldIdle(gpointer self) {
+  auto& door = *static_cast<Door*>(self);
+  const gint64 oldest = g_get_monotonic_time() - gint64{kIdleSeconds} * G_USEC_PER_SEC;
+  while (!door.coming_.empty() && door.coming_.front().since < oldest) {
+    door.EndOldestIdle();
+  }
+  return G_SOURCE_CONTINUE;
 }
 
 void Door::Look(SoupServerMessage* message, gpointer self) {
@@ -103,7 +136,8 @@ void Door::Count(SoupServerMessage* message, GBytes* chunk, gpointer /*self*/) {
   }
 }
 
-void Door::Finish(SoupServer* /*server*/, SoupServerMessage* message, gpointer self) {
+void Door::Finish(SoupServer* server, SoupServerMessage* message, gpointer self) {
+  Arrive(server, message, self);
   auto& subscriptions = static_cast<Door*>(self)->subscriptions_;
   if (soup_server_message_get_status(message) != SOUP_STATUS_OK) {
     return;

@@ -8,9 +8,12 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -19,6 +22,8 @@
 #include <vector>
 
 #include "dlna/media_server.h"
+#include "platform/confinement.h"
+#include "platform/landlock.h"
 #include "platform/plat.h"
 #include "settings/televisions.h"
 #include "util/private_folder.h"
@@ -27,6 +32,9 @@ namespace {
 
 constexpr char kStateFolder[] = "/run/mirevo/dlna";
 constexpr char kServices[] = "/var/packages/Mirevo/target/dlna";
+// What the C library and GLib's load when they need it.
+constexpr std::array kSystemFiles = {"/usr/lib", "/usr/share", "/lib", "/etc/localtime",
+                                     "/dev/urandom"};
 
 struct FreeLoop {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
@@ -47,6 +55,25 @@ dlna::Place ParsePlace(const std::string& text) {
   const auto colon = text.rfind(':');
   return colon == std::string::npos ? dlna::Place{text, "80"}
                                     : dlna::Place{text.substr(0, colon), text.substr(colon + 1)};
+}
+
+// Everybody on the network sends packets to this program. Whatever one does to the libraries that
+// read it, from now on they reach these files and start no program. Returns 0 or an errno.
+int Confine(const dlna::Setup& setup, const std::string& folder) {
+  const orvo::Sandbox mode = orvo::SandboxMode();
+  if (mode == orvo::Sandbox::kOff) {
+    return 0;
+  }
+  orvo::LandlockRules rules(orvo::Network::kOpen);
+  const bool isReady =
+      rules.IsOpen() &&
+      std::all_of(kSystemFiles.begin(), kSystemFiles.end(),
+                  [&](const char* path) { return rules.AllowReading(path); }) &&
+      rules.AllowReading(std::filesystem::weakly_canonical(setup.services).string()) &&
+      rules.AllowWriting(folder) &&
+      rules.AllowRemovingFolders(std::filesystem::path(folder).parent_path().string());
+  const int error = isReady ? rules.Apply() : errno;
+  return mode == orvo::Sandbox::kRequired ? error : 0;
 }
 
 void ServeUntilStopped(const dlna::Setup& setup) {
@@ -74,9 +101,13 @@ int Serve(dlna::Setup setup, const std::vector<std::string>& listen) {
   if (!orvo::MakePrivateFolder(folder) || !WriteDescription(setup)) {
     return Refuse(setup.description + ": " + strerror(errno));
   }
+  // GLib starts threads later; they are confined with this one.
+  if (const int error = Confine(setup, folder); error != 0) {
+    return Refuse(std::string("it cannot be confined: ") + strerror(error));
+  }
   ServeUntilStopped(setup);
-  std::error_code ignored;
-  std::filesystem::remove_all(folder, ignored);
+  unlink(setup.description.c_str());
+  rmdir(folder.c_str());
   return 0;
 }
 
@@ -100,6 +131,7 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   openlog("orvodlnad", LOG_PID, LOG_USER);
   umask(S_IRWXG | S_IRWXO);
+  setenv("GSETTINGS_BACKEND", "memory", 1);  // nobody's desktop settings
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {

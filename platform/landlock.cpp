@@ -75,12 +75,13 @@ int LandlockVersion() {
   return version > 0 ? static_cast<int>(version) : 0;
 }
 
-LandlockRules::LandlockRules() : version_(LandlockVersion()) {
+LandlockRules::LandlockRules(Network network) : version_(LandlockVersion()) {
   if (version_ == 0) {
     errno = EOPNOTSUPP;
     return;
   }
-  const Attributes attributes{KnownRights(version_), kAllTcp, kAllScopes};
+  const Attributes attributes{KnownRights(version_), network == Network::kRefused ? kAllTcp : 0,
+                              kAllScopes};
   const UniqueFd rules(
       static_cast<int>(syscall(kCreateRuleset, &attributes, KnownSize(version_), 0)));
   if (rules.IsOpen()) {
@@ -114,6 +115,10 @@ bool LandlockRules::AllowReading(int file) {
 
 bool LandlockRules::AllowWriting(const std::string& path) {
   return Allow(path.c_str(), kWriting);
+}
+
+bool LandlockRules::AllowRemovingFolders(const std::string& path) {
+  return Allow(path.c_str(), kRemoveFolder);
 }
 
 bool LandlockRules::AllowExecution(const std::string& path) {

@@ -12,11 +12,13 @@ namespace orvo {
 // The version of Landlock that this kernel has; 0 for none.
 ORVO_API int LandlockVersion();
 
+enum class Network { kRefused, kOpen };
+
 // What a process may reach. Made before a fork, applied in the child.
-class LandlockRules {
+class ORVO_API LandlockRules {
  public:
-  // Nothing may be reached yet. Not open, with errno set, when there is no Landlock.
-  LandlockRules();
+  // No file may be reached yet. Not open, with errno set, when there is no Landlock.
+  explicit LandlockRules(Network network = Network::kRefused);
 
   bool IsOpen() const { return rules_.IsOpen(); }
 
@@ -27,6 +29,8 @@ class LandlockRules {
   bool AllowReading(int file);
   // The same, and to change, make and remove files there.
   bool AllowWriting(const std::string& path);
+  // Allows to remove empty folders below this one.
+  bool AllowRemovingFolders(const std::string& path);
   // Allows to execute this file and to read it.
   bool AllowExecution(const std::string& path);
   // Allows to read and write a device and to make its own calls.

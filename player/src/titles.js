@@ -1,20 +1,19 @@
-// What the name of a file tells about its film: title and year, or series, season and episode.
+// What the name of a file tells about its film: title and year, or series, season and episode. Televisions get the same
+// from webapi/library/film_title.cpp; tests/player/titles.json has names for both.
 import { nameOf } from './format.js';
+import { PATTERNS } from './title_patterns.js';
 
-const ENDING = /\.[A-Za-z0-9]{2,4}$/;
-const GAP = '[\\s._-]*';
-const YEAR = /^(.*?[^\s._([-])[\s._-]*[\s._([](18[89]\d|19\d\d|20\d\d)(?=$|[\s._)\]-])(.*)$/;
-const NUMBERED = [
-  new RegExp(`^(.*?)${GAP}\\bs(\\d{1,2})${GAP}e(\\d{1,3})(?:-?e\\d{1,3})*(?=$|[\\s._\\])-])${GAP}(.*)$`, 'i'),
-  new RegExp(`^(.*?)${GAP}\\b(\\d{1,2})x(\\d{2,3})(?=$|[\\s._\\])-])${GAP}(.*)$`, 'i'),
-];
-const SEASON_FOLDER = /^(?:season|series|staffel|saison|s)[\s._-]*(\d{1,2})$/i;
+const matching = (pattern) => new RegExp(pattern, 'i');
+const ENDING = matching(PATTERNS.ending);
+const EPISODES = PATTERNS.numbered.map(matching);
+const SEASON_FOLDER = matching(PATTERNS.seasonFolder);
+const LEADING_NUMBER = matching(PATTERNS.leadingNumber);
+const YEAR_OF_SHOW = matching(PATTERNS.yearOfShow);
+const YEAR = matching(PATTERNS.year);
+const LINES = matching(PATTERNS.lines);
+const COPY = matching(PATTERNS.copy);
+
 export const isSeasonFolder = (name) => SEASON_FOLDER.test(name);
-
-const LEADING_NUMBER = /^(?:e|ep|episode|folge)?[\s._-]*(\d{1,3})(?:[\s._-]+(.*))?$/i;
-const LINES = /[\s._[(-](?:4320|2160|1440|1080|720|576|480)[pi](?=$|[\s._\])-])/i;
-// Words with which people describe a copy of a film. What follows them is not part of its title.
-const COPY = /[\s._-]*[\s._[(-](?:\d{3,4}[pi]|4k|uhd|hdr(?:10)?|blu-?ray|b[dr]rip|web(?:-?dl|-?rip)?|hdtv|dvd(?:rip)?|remux|[xh]\.?26[45]|hevc|av1|xvid|10bit|proper|extended|unrated)(?=$|[\s._\])-]).*$/i;
 
 const withoutCopy = (text) => text.replace(COPY, '');
 
@@ -27,10 +26,10 @@ const restTitle = (rest) => spaced(withoutCopy(`.${rest}`));
 const stemOf = (name) => name.replace(ENDING, '') || name;
 
 function numbered(stem) {
-  for (const pattern of NUMBERED) {
+  for (const pattern of EPISODES) {
     const [found, show, season, episode, rest] = stem.match(pattern) ?? [];
     if (found !== undefined) {
-      return { show: spaced(show.replace(/[\s._]*\(?(?:19|20)\d\d\)?$/, '') || show), season: Number(season), episode: Number(episode), title: restTitle(rest) };
+      return { show: spaced(show.replace(YEAR_OF_SHOW, '') || show), season: Number(season), episode: Number(episode), title: restTitle(rest) };
     }
   }
   return null;

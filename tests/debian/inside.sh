@@ -9,8 +9,14 @@ as_service=(setpriv --reuid mirevo --regid mirevo --init-groups --)
 export DEBIAN_FRONTEND=noninteractive
 
 find / -xdev \( -path /proc -o -path /dev -o -path /tmp -o -path /root \) -prune -o -print | sort > /root/before
+begun=$EPOCHREALTIME
+after() {
+  awk -v begun="$begun" -v now="$EPOCHREALTIME" -v what="$1" 'BEGIN { printf "%s after %.1f s\n", what, now - begun }'
+}
 apt-get install -y -qq --no-install-recommends /tmp/mirevo_*.deb /tmp/liborvoqmx1_*.deb > /root/log 2>&1 ||
   { cat /root/log >&2; fail "the packages can be installed"; }
+
+after "installed"
 
 mirevo --version | grep -q '^mirevo [0-9]' || fail "mirevo is in the path"
 [ "$(stat -c %U /var/lib/mirevo)" = mirevo ] || fail "the service's folder is its own"
@@ -42,6 +48,7 @@ curl -s -d account=owner --data-urlencode "passwd=$password" "$api.Auth&version=
 address=$(mirevo play --format http /var/lib/mirevo/films/film.mkv) || fail "a film can be opened"
 (ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$address" || true) | sort -u > /root/played
 printf 'aac\nh264\n' | cmp - /root/played || fail "the film plays, as H.264 and AAC"
+after "the film plays"
 mirevo status --json | grep -q '"kind" : "HTTP"' || fail "the status shows the stream"
 
 kill -TERM "$service"

@@ -37,6 +37,8 @@ viewing('a film is found in the library, its page tells how it plays, and it pla
   await viewer.go();
   await viewer.sees('film', '.tile');
   await viewer.page.type('#words', 'LON');
+  await viewer.sees('1 film.');
+  await viewer.waitFor(() => window.location.hash.endsWith('q=LON'));
   await viewer.press('long', '.tile a, a.tile');
   await viewer.sees('360p, H.264, picture plays as it is');
   await viewer.press('Play', 'a.main');

@@ -40,9 +40,10 @@ export class Viewer {
     return this.page.goto(`${this.service.address}/${place}`);
   }
 
-  // Leaves the page first, so that it closes its stream.
+  // Leaves the page first, so that it closes its stream. A context that is closed takes the page's last request with it.
   async close() {
     await this.page.goto('about:blank');
+    if (this.service.process.exitCode === null) await this.service.isQuiet();
     await this.context.close();
   }
 

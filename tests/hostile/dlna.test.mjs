@@ -7,7 +7,7 @@ import net from 'node:net';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { build, media, Service } from '../service/support.mjs';
+import { build, eventually, media, processesWith, Service } from '../service/support.mjs';
 import { ControlPoint, contentDirectory } from '../service/upnp.mjs';
 
 let base;
@@ -120,4 +120,25 @@ test('a crowd that browses is answered or told to come back', async () => {
   assert.ok(answers.every(({ status, error }) => status === 200 || error === 720));
   assert.ok(answers.some(({ status }) => status === 200));
   await stillAnswers();
+});
+
+test('connections that say nothing give way to new ones', async () => {
+  const { hostname, port } = new URL(television.location);
+  const open = new Set();
+  const sockets = [];
+  for (let i = 0; i < 100; i += 1) {
+    const socket = net.connect({ host: hostname, port });
+    await once(socket, 'connect');
+    open.add(socket);
+    sockets.push(socket.on('error', () => {}).on('close', () => open.delete(socket)).resume());
+  }
+  await eventually(() => (open.size <= 64 ? true : undefined), undefined, () => `${open.size} connections are open`);
+  await stillAnswers();
+  assert.ok(open.size > 50, 'the others stay');
+  for (const socket of sockets) socket.destroy();
+});
+
+test('the media server reaches no film', () => {
+  const [{ pid }] = processesWith(service.root).filter(({ command }) => command.includes('bin/orvodlnad'));
+  assert.match(fs.readFileSync(`/proc/${pid}/status`, 'latin1'), /^NoNewPrivs:\t1$/m);
 });

@@ -153,6 +153,43 @@ describe('one endless stream', () => {
     });
   }
 
+  test('a seek that the server refuses for a moment is requested once more', async () => {
+    answers(200);
+    engine.seek(45);
+    for (const expected of [['play'], ['fail', 'Broken']]) {
+      video.error = { code: 4 };
+      video.tell('error');
+      await settled();
+      assert.deepEqual([video.src, [told.at(-1)].flat()], ['/film?id=s1&start=45', expected]);
+    }
+  });
+
+  test('a seek ends the question why the response before it failed', async () => {
+    let answer;
+    let asked;
+    globalThis.fetch = (address, { signal }) => {
+      asked = signal;
+      return new Promise((resolve) => (answer = resolve));
+    };
+    engine.again = true;
+    video.error = { code: 2 };
+    video.tell('error');
+    engine.seek(45);
+    assert.ok(asked.aborted, 'it would take the stream');
+    answer({ ok: true, status: 200 });
+    await settled();
+    assert.deepEqual([video.src, told.at(-1)], ['/film?id=s1&start=45', 'play']);
+  });
+
+  test('a response that was requested once more does not count after a seek', () => {
+    video.show(50);
+    video.tell('ended');
+    video.readyState = 0;
+    engine.seek(70);
+    video.tell('ended');
+    assert.deepEqual([video.src, told.at(-1)], ['/film?id=s1&start=70', 'play']);
+  });
+
   test('an error without an answer means that the server is unreachable', async () => {
     globalThis.fetch = () => Promise.reject(new TypeError('no network'));
     video.tell('error');

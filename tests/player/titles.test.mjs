@@ -1,32 +1,15 @@
 import assert from 'node:assert/strict';
+import fs from 'node:fs';
 import { test } from 'node:test';
 
-import { lineOf, titleOf, titleOfEntry } from '../../player/src/titles.js';
+import { lineOf, titleOf, titleOfEntry, withCard } from '../../player/src/titles.js';
 
-const lines = {
-  'The Long Journey (2019).mkv': 'The Long Journey (2019)',
-  'The.Long.Journey.2019.1080p.BluRay.x264-GRP.mkv': 'The Long Journey (2019)',
-  'The_Long_Journey_[2019].mp4': 'The Long Journey (2019)',
-  '2001 A Space Story (1968).mkv': '2001 A Space Story (1968)',
-  '1984.mkv': '1984.mkv',
-  'Year 2000 party 720p.mp4': 'Year (2000)',
-  'Quiet.River.720p.WEB-DL.mkv': 'Quiet River',
-  'Harbour.Lights.S01E02.The.Storm.720p.mkv': 'Harbour Lights S01E02 – The Storm',
-  'Harbour Lights - 1x02 - The Storm.mkv': 'Harbour Lights S01E02 – The Storm',
-  'Harbour Lights (2018) s1e12.mkv': 'Harbour Lights S01E12',
-  'S02E03.mkv': 'S02E03',
-  'Harbour.Lights.S01E02E03.1080p.mkv': 'Harbour Lights S01E02',
-  'h264_ac3.mkv': 'h264_ac3.mkv',
-  'clip 10.mkv': 'clip 10.mkv',
-  'portrait 1920x1080.mp4': 'portrait 1920x1080.mp4',
-  '<img src=x>&amp;.mkv': '<img src=x>&amp;.mkv',
-  '.mkv': '.mkv',
-  '(2019).mkv': '(2019).mkv',
-  '1080p.mkv': '1080p.mkv',
-};
+// The names that the televisions' server is tested with, too.
+const table = JSON.parse(fs.readFileSync(new URL('titles.json', import.meta.url), 'utf8'));
 
-for (const [name, line] of Object.entries(lines)) {
-  test(`${name} is shown as ${line}`, () => assert.equal(lineOf(titleOf(name), name), line));
+for (const { name, folders = [], notes = {}, tag = '', line } of table) {
+  const details = folders.concat(tag, notes.title ?? []).filter(Boolean).join(', ');
+  test(`${name} ${details && `(${details}) `}is shown as ${line}`, () => assert.equal(lineOf(withCard(titleOf(name, folders), { title: tag, notes }), name), line));
 }
 
 test('a number is an episode in the folder of a season only', () => {

@@ -24,7 +24,7 @@ before(async () => {
   base = fs.mkdtempSync(path.join(media, '../dlna-'));
   fs.mkdirSync(inBase('films/series'), { recursive: true });
   fs.mkdirSync(inBase('secret'));
-  for (const name of [`films/${odd}`, 'films/series/clip 10.mp4', 'films/series/clip 2.mp4', 'secret/private.mp4']) {
+  for (const name of [`films/${odd}`, 'films/series/clip 10.mp4', 'films/series/clip 2.mp4', 'films/series/Harbour.Lights.S01E02.The.Storm.720p.mp4', 'secret/private.mp4']) {
     fs.copyFileSync(path.join(media, 'h264_aac.mp4'), inBase(name));
   }
   fs.copyFileSync(path.join(media, 'vp9_opus.webm'), inBase('films/web.webm'));
@@ -82,7 +82,7 @@ test('it browses through the folders of that account and no others', async () =>
     ['item', 'A film for the web', '0'],
   ]);
   const [series] = top;
-  assert.deepEqual(inside.map(({ title, parent }) => [title, parent]), [['clip 2', series.id], ['clip 10', series.id]]);
+  assert.deepEqual(inside.map(({ title, parent }) => [title, parent]), [['clip 2', series.id], ['clip 10', series.id], ['Harbour Lights S01E02 – The Storm', series.id]]);
   const self = await television.browse(inside[0].id, { self: true });
   assert.deepEqual(self.objects, [inside[0]]);
 });

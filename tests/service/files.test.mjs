@@ -80,6 +80,31 @@ test('a folder lists folders, films and what lies beside them, with time and siz
   assert.match(page.text, new RegExp(`>clip 2.mkv</a> +\\d\\d-[A-Z][a-z]{2}-\\d{4} \\d\\d:\\d\\d +${size}\n`));
 });
 
+// What Kodi's source for web servers makes of such a page, by the rules that its open code states: each line with a link is
+// an item if its text is its decoded address; the end of the address tells a folder; time and size stand behind the link.
+function kodiReads(page) {
+  const plain = (text) => text.replace(/&(amp|lt|gt|quot);/g, (_, name) => ({ amp: '&', lt: '<', gt: '>', quot: '"' })[name]);
+  return page.text.split('\n').flatMap((line) => {
+    const [, link, text] = line.match(/<a href="(.*)">(.*)<\/a>/i) ?? [];
+    const [shown, address] = link === undefined ? [] : [plain(text.trim()), plain(unescape(link.split('?')[0]))].map((one) => one.replace(/\/$/, ''));
+    const isItem = link !== undefined && shown === Buffer.from(address, 'latin1').toString() && shown !== '..';
+    const [, time] = line.match(/<\/a> +(\d\d-[A-Z]{3}-\d{4} \d\d:\d\d) /i) ?? [];
+    return isItem ? [{ name: shown, isFolder: link.endsWith('/'), time, size: Number(line.match(/(\d+)$/)?.[1]) }] : [];
+  });
+}
+
+test('Kodi finds the folders and films, with time and size', async () => {
+  const top = kodiReads(await get(open, '/files/'));
+  assert.deepEqual(top.map(({ name, isFolder }) => [name, isFolder]), [['films', true], ['films (2)', true]]);
+  const items = kodiReads(await get(open, '/files/films/'));
+  assert.deepEqual(items.filter(({ isFolder }) => isFolder).map(({ name }) => name), ['sub']);
+  const { size, mtime } = fs.statSync(inBase('films/clip 2.mkv'));
+  const found = items.find(({ name }) => name === 'clip 2.mkv');
+  assert.equal(found.size, size);
+  assert.equal(Date.parse(`${found.time} UTC`), mtime.setSeconds(0, 0));
+  assert.ok(items.some(({ name }) => name === 'clip 2.nfo') && items.some(({ name }) => name === 'poster.jpg'), 'what describes the film');
+});
+
 test('hostile names are escaped, and their links lead to them', async () => {
   const page = await get(open, '/files/films/');
   assert.ok(page.text.includes('>a &quot;b&quot; &amp; &lt;c&gt;?+%41.mkv</a>'), page.text);

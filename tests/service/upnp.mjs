@@ -1,4 +1,4 @@
-// A control point for tests: finds a media server on loopback and calls its actions.
+// A control point for tests: finds a device in a local network and calls its actions.
 import assert from 'node:assert/strict';
 import dgram from 'node:dgram';
 import { once } from 'node:events';
@@ -14,18 +14,19 @@ const escaped = (text) => `${text}`.replaceAll('&', '&amp;').replaceAll('<', '&l
 export const elements = (xml, name) => [...xml.matchAll(new RegExp(`<${name}( [^>]*)?>(.*?)</${name}>`, 'gs'))].map(([, , text]) => plain(text));
 const attribute = (tag, name) => plain(tag.match(new RegExp(` ${name}="([^"]*)"`))?.[1] ?? '');
 
-// Asks loopback for media servers until `device` (a UUID) answers. Returns the address of its description.
-export async function find(device) {
+// Asks the network of the address `from` for devices of this type until `device` (a UUID) answers. Returns the address of
+// its description.
+export async function find(device, { from = '127.0.0.1', type = 'MediaServer' } = {}) {
   const socket = dgram.createSocket({ type: 'udp4', reuseAddr: true });
   let found;
   socket.on('message', (message) => {
     const text = message.toString();
     if (text.includes(device)) found = text.match(/^location: *(\S+)/im)?.[1];
   });
-  socket.bind(0, '127.0.0.1');
+  socket.bind(0, from);
   await once(socket, 'listening');
-  socket.setMulticastInterface('127.0.0.1');
-  const question = ['M-SEARCH * HTTP/1.1', `HOST: ${group.address}:${group.port}`, 'MAN: "ssdp:discover"', 'MX: 1', 'ST: urn:schemas-upnp-org:device:MediaServer:1', '', ''].join('\r\n');
+  socket.setMulticastInterface(from);
+  const question = ['M-SEARCH * HTTP/1.1', `HOST: ${group.address}:${group.port}`, 'MAN: "ssdp:discover"', 'MX: 1', `ST: urn:schemas-upnp-org:device:${type}:1`, '', ''].join('\r\n');
   try {
     return await eventually(async () => {
       socket.send(question, group.port, group.address);
@@ -44,8 +45,8 @@ export class ControlPoint {
   }
 
   // Reads the device's description.
-  static async open(device) {
-    const point = new ControlPoint(await find(device));
+  static async open(device, network) {
+    const point = new ControlPoint(await find(device, network));
     const response = await fetch(point.location);
     assert.equal(response.status, 200);
     point.description = await response.text();

@@ -42,6 +42,6 @@ export default [
   { files: ['player/public/*.js'], languageOptions: { globals: globals.serviceworker } },
   { files: ['player/*.js', 'tests/player/**/*.mjs', 'tools/**/*.mjs'], languageOptions: { globals: globals.nodeBuiltin } },
   // Functions that are handed to the browser stand among the test's own.
-  { files: ['tests/boxes/**/*.mjs', 'tests/conformance/**/*.mjs', 'tests/films/**/*.mjs', 'tests/firefox/**/*.mjs', 'tests/hostile/**/*.mjs', 'tests/service/**/*.mjs', 'tests/va/**/*.mjs'], languageOptions: { globals: { ...globals.nodeBuiltin, ...globals.browser } } },
+  { files: ['tests/boxes/**/*.mjs', 'tests/conformance/**/*.mjs', 'tests/dlna/**/*.mjs', 'tests/films/**/*.mjs', 'tests/firefox/**/*.mjs', 'tests/hostile/**/*.mjs', 'tests/service/**/*.mjs', 'tests/va/**/*.mjs'], languageOptions: { globals: { ...globals.nodeBuiltin, ...globals.browser } } },
   { files: ['tests/faults/**/*.mjs', 'tests/load/**/*.mjs'], languageOptions: { globals: globals.nodeBuiltin } },
 ];

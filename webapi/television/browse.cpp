@@ -17,6 +17,7 @@
 #include "util/media_names.h"
 #include "webapi/library/film_card.h"
 #include "webapi/library/film_notes.h"
+#include "webapi/library/film_title.h"
 #include "webapi/library/media_library.h"
 #include "webapi/television/object_id.h"
 #include "webapi/television/resources.h"
@@ -196,12 +197,9 @@ class Browser {
 
   static std::string TitleOf(const Place& place, const orvo::MediaFile& film,
                              const Json::Value& facts) {
-    const Json::Value notes = NotesBeside(film);
-    if (notes["title"].isString()) {
-      return Shown(notes["title"].asString());
-    }
     const std::string tag = facts.isObject() ? facts["title"].asString() : "";
-    return Shown(tag.empty() ? fs::path(place.path).stem().string() : tag);
+    const bool isTagged = !tag.empty() && orvo::IsMusicName(place.path);
+    return Shown(isTagged ? tag : TitleLine(place.path, NotesBeside(film), tag));
   }
 
   static std::string DateOf(time_t time) {

@@ -19,6 +19,7 @@ export class Progressive {
     this.start = 0; // the second of the film that the running request asked for
     this.offset = 0; // the second of the film at 0 on the clock of the video element
     this.listening = new AbortController();
+    this.asking = new AbortController(); // ends the question why a response failed
     this.again = false; // has the response stopped early since the film last played?
   }
 
@@ -51,6 +52,12 @@ export class Progressive {
   }
 
   seek(second) {
+    this.again = false;
+    this.request(second);
+  }
+
+  request(second) {
+    this.asking.abort(); // it would take the stream from this request, and its answer is about another one
     this.start = Math.floor(Math.max(0, Math.min(second, this.stream.duration - 1)));
     this.offset = countsFromZero() ? this.start : 0;
     this.hooks.clock();
@@ -98,24 +105,29 @@ export class Progressive {
       this.hooks.fail({ reason: 'Broken' });
     } else {
       this.again = true;
-      this.seek(this.now());
+      this.request(this.now());
     }
   }
 
-  // The browser does not reveal the server's answer, so the page asks the server again.
+  // The browser does not reveal the server's answer, so the page asks the server again. A server that answers now has
+  // refused or ended the response before for a reason that is gone: the page plays the new one.
   async diagnose() {
     if (!this.video.hasAttribute('src')) {
       return;
     }
     const undecodable = this.video.error?.code === MediaError.MEDIA_ERR_DECODE;
-    const asking = new AbortController();
-    const { signal } = this.listening;
-    signal.addEventListener('abort', () => asking.abort());
+    this.asking = new AbortController();
+    const { signal } = this.asking;
     try {
-      const response = await fetch(this.video.src, { signal: asking.signal });
+      const response = await fetch(this.video.src, { signal });
       const error = response.ok ? { reason: undecodable ? 'Undecodable' : 'Broken' } : await errorOf(response);
-      asking.abort();
-      if (!signal.aborted) {
+      if (signal.aborted) {
+        return; // the viewer has gone elsewhere meanwhile
+      }
+      this.asking.abort();
+      if (error.reason === 'Broken') {
+        this.goOn();
+      } else {
         this.hooks.fail(error);
       }
     } catch {
@@ -127,6 +139,7 @@ export class Progressive {
 
   close() {
     this.listening.abort();
+    this.asking.abort();
     this.video.classList.remove('early');
     this.video.playbackRate = this.hooks.wish.speed;
     this.video.muted = this.hooks.wish.muted;

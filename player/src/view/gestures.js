@@ -15,18 +15,19 @@ export const skipFor = (share) => (share < 1 / 3 ? -SEEK_SECONDS : share > 2 / 3
 
 export function listenToGestures(player) {
   const { video, stage } = player;
-  let last = { time: -Infinity, skip: 0 };
+  let last = { time: -Infinity, skip: 0, isTouch: false };
   video.addEventListener('click', (event) => {
     const skip = skipFor(shareOf(event, video));
-    const isSecond = event.pointerType === 'touch' && skip !== 0 && skip === last.skip && event.timeStamp - last.time < DOUBLE_TAP_MILLISECONDS;
-    last = { time: event.timeStamp, skip };
+    const isTouch = event.pointerType === 'touch';
+    const isSecond = isTouch && skip !== 0 && skip === last.skip && event.timeStamp - last.time < DOUBLE_TAP_MILLISECONDS;
+    last = { time: event.timeStamp, skip, isTouch };
     player.touch(event); // the second tap undoes what the first one did
     if (isSecond) {
       player.skip(skip);
     }
   });
   video.addEventListener('dblclick', (event) => {
-    if (matchMedia('(pointer: fine)').matches) {
+    if (!last.isTouch) {
       event.preventDefault();
       player.fullScreen();
     }

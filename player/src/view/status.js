@@ -63,7 +63,7 @@ function leftStreams(left, transcoders, refresh) {
   return element(
     'details',
     { open: isLeftOpen, on: { toggle: ({ target }) => { isLeftOpen = target.open; } } },
-    element('summary', { 'aria-label': t('Streams without a viewer') }, counted(left.length, '{count} stream without a viewer', '{count} streams without a viewer')),
+    element('summary', {}, counted(left.length, '{count} stream without a viewer', '{count} streams without a viewer')),
     element('p', {}, t('Their viewers left without closing them. The server ends them by itself after some time without a request.')),
     element('p', { class: 'actions' }, all),
     streamsTable(t('Streams without a viewer'), left, transcoders, refresh),
