@@ -63,6 +63,7 @@ class Pipeline {
 
   void CountTracks(GstStreamCollection* all);
   bool IsEverythingHeld() const;
+  bool NeedsSeek() const;
   std::string Enter();
   std::string ConnectPictures();
   std::string ConnectSound();
