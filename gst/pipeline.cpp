@@ -282,7 +282,7 @@ std::string Pipeline::Enter() {
     sound_->Open(origin + StartOf(request_) + skippedSound_);
   }
   multiplexer_.Start();
-  if (NeedsSeek() && !Seek(origin)) {
+  if (!Seek(origin)) {
     return "cannot enter the film at " + std::to_string(request_.start) + " seconds";
   }
   for (FilmEntry* const entry : {pictures_.get(), sound_.get()}) {
@@ -291,12 +291,6 @@ std::string Pipeline::Enter() {
     }
   }
   return "";
-}
-
-// At the film's start everything is held back already. A flush would leave some decoders, such as
-// the one for Opus, with what they have heard, and the sound too loud.
-bool Pipeline::NeedsSeek() const {
-  return StartOf(request_) > 0 || skippedPictures_ > 0 || skippedSound_ > 0;
 }
 
 bool Pipeline::Seek(GstClockTime origin) {

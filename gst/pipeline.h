@@ -63,7 +63,6 @@ class Pipeline {
 
   void CountTracks(GstStreamCollection* all);
   bool IsEverythingHeld() const;
-  bool NeedsSeek() const;
   std::string Enter();
   std::string ConnectPictures();
   std::string ConnectSound();
