@@ -198,6 +198,16 @@ class ByteStreams(card.Case):
                 self.on.settle()
                 self.on.prove()
 
+    def test_software_goes_on_in_the_same_stream_where_the_card_hangs_in_the_middle(self):
+        for container in CONTAINERS:
+            with self.subTest(container):
+                process, path = self.play("hang=90", container)
+                self.assertEqual(process.returncode, 0, process.log)
+                self.assertIs(self.on.registered(process.pid), False)
+                self.assert_one_film(path)
+                self.on.settle()
+                self.on.prove()
+
     def test_a_stream_ends_where_no_more_software_may_run(self):
         process, path = self.play("picture=90", others=[(os.getpid(), False)])
         self.assertEqual(process.returncode, NO_SEAT, process.log)

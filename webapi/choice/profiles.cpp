@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
 #include <utility>
 
 #include "platform/plat.h"
@@ -110,8 +111,27 @@ Verdict JudgeRemux(const Profile& profile, const VideoMetaData& film) {
   return {"remux", "", "The video is copied without conversion; the sound is converted to AAC."};
 }
 
+// The containers, by FFmpeg's names, that GStreamer plays from the start to the end. It has no
+// demuxer of its own for others, and that for FLV loses tracks.
+constexpr auto kReadByGstreamer =
+    std::to_array<std::string_view>({"matroska,webm", "mov,mp4,m4a,3gp,3g2,mj2", "mpegts", "mpeg",
+                                     "ogg", "asf", "avi", "mxf", "dv"});
+
+// AVI has no times for pictures that are stored in another order than they are shown, and
+// GStreamer guesses wrong ones.
+bool IsGuessedByGstreamer(const VideoMetaData& film) {
+  const std::string codec = film.GetVideoCodecName();
+  return film.GetContainer() == "avi" && (codec == "mpeg4" || codec == "h264");
+}
+
+bool IsReadByGstreamer(const VideoMetaData& film) {
+  return std::ranges::count(kReadByGstreamer, film.GetContainer()) != 0 &&
+         !IsGuessedByGstreamer(film);
+}
+
 bool NeedsFfmpeg(const VideoMetaData& film) {
-  return LibMirevo::ForceFFmpegTranscoding(film.GetContainer(), film.GetVideoCodecName(),
+  return !IsReadByGstreamer(film) ||
+         LibMirevo::ForceFFmpegTranscoding(film.GetContainer(), film.GetVideoCodecName(),
                                            film.GetVideoProfile());
 }
 

@@ -125,6 +125,34 @@ TEST_F(PlatformChoice, TakesTheEngineThatIsProvedWantedAndAbleToDecode) {
   }
 }
 
+TEST_F(PlatformChoice, LeavesFilmsToFfmpegThatGstreamerDoesNotReadWell) {
+  struct Reading {
+    const char* container;
+    const char* codec;
+    Engine engine;
+  };
+  constexpr Reading kFilms[] = {
+      {"flv", "flv1", Engine::kSoftware},    {"flv", "h264", Engine::kSoftware},
+      {"avi", "mpeg4", Engine::kSoftware},   {"avi", "h264", Engine::kSoftware},
+      {"nut", "h264", Engine::kSoftware},    {"wtv", "mpeg2", Engine::kSoftware},
+      {"avi", "vc1", Engine::kWrapper},      {"matroska,webm", "mpeg4", Engine::kWrapper},
+      {"mpegts", "mpeg2", Engine::kWrapper},
+  };
+  Set(true, false, Proofs::kAll);
+  for (const char* platform : {"apollolake", "braswell", "monaco"}) {
+    On(platform, [&] {
+      for (const Reading& row : kFilms) {
+        const Film film(row.container, row.codec, "");
+        auto profiles = webapi::JudgeProfiles("hls", film);
+        const JudgedProfile* const chosen = webapi::ChooseProfile("hls", profiles, film);
+        const std::string name = std::string(platform) + " " + row.container + " " + row.codec;
+        ASSERT_NE(chosen, nullptr) << name;
+        EXPECT_EQ(EngineOf(chosen->profile.value), row.engine) << name;
+      }
+    });
+  }
+}
+
 TEST_F(PlatformChoice, OffersARowOfTheWrapperOnlyUpToTheProvedSize) {
   Set(true, false, Proofs::kAll);
   auto record = orvo::transcoder::EngineRecord::Load();
