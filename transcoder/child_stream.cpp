@@ -217,6 +217,10 @@ int ChildStream::ReadNext(unsigned char* buffer, int size) {
   return stopped_ ? kAgain : static_cast<int>(count);
 }
 
+void ChildStream::LimitAhead(int bytes) const {
+  fcntl(stream_.Get(), F_SETPIPE_SZ, bytes);
+}
+
 ssize_t ChildStream::Move(int pipe) {
   return splice(stream_.Get(), nullptr, pipe, nullptr, kPipeSize, SPLICE_F_NONBLOCK);
 }

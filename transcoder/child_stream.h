@@ -70,6 +70,10 @@ class ChildStream {
   void Stop(int signalNumber);
   bool IsStopped() const { return stopped_; }
 
+  // FFmpeg may write at most about so many bytes that nobody has read. Due before it has written
+  // more.
+  void LimitAhead(int bytes) const;
+
   // Waits for FFmpeg's end. Its exit code, or kExitSignal and the number of the signal.
   int ExitCode();
 

@@ -14,9 +14,9 @@ namespace orvo::transcoder {
 
 // Segments.
 inline constexpr int kLead = 12;
-// The same of a copy. It makes a segment in some milliseconds, so more would only take the
-// machine's time from the viewer who is about to seek.
-inline constexpr int kCopyLead = 3;
+// The same of copies and of sound. Their segments take some milliseconds, so more would only take
+// the machine's time from the pictures that the viewer waits for.
+inline constexpr int kShortLead = 3;
 
 class Demand {
  public:
