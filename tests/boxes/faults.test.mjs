@@ -15,12 +15,13 @@ const film = 'film.mkv';
 const seconds = 100;
 // The programs of another release, for the upgrade.
 const upgraded = process.env.ORVO_OTHER_BUILD ?? build;
-// How many of the ten films are encoded. A box encodes one at a time in software, so each takes a box, and one box is away.
+// How many of the ten films are encoded; the others are copied, every second one as CMAF. A box encodes one at a time in software, so each takes a box, and one box is away.
 const encodedFilms = Number(process.env.ORVO_TEST_ENCODED ?? 1);
 const boxesOfTen = Number(process.env.ORVO_TEST_BOXES ?? 3);
 const isPolite = process.env.ORVO_TEST_POLITE !== undefined; // other work is not to wait
 const encoded = { kind: { format: 'hls', profile: 'hls_240p_vb300_ab96' }, length: 5 };
 const copied = { kind: { format: 'hls', profile: 'hls_remux' }, length: 8 };
+const copiedCmaf = { kind: { format: 'cmaf', codecs: 'avc1,mp4a' } };
 let films;
 let cluster;
 
@@ -61,6 +62,23 @@ async function view({ kind, length }, ahead, asks) {
   return watch(addresses, { length, ahead, asks: (number) => asks?.(number, stream) });
 }
 
+// A player of CMAF loads pictures and sound side by side, each from a playlist of its own.
+async function viewCmaf({ kind }, ahead) {
+  const { url } = await open(kind);
+  const master = await (await fetch(url)).text();
+  const at = (line) => new URL(line, `http://${cluster.authority}`).href;
+  const pictures = master.split('\n').find((line) => line.includes('rendition=copy-video'));
+  const [, sound] = /TYPE=AUDIO.*URI="([^"]+)"/.exec(master);
+  const lists = await Promise.all([pictures, sound].map((line) => cluster.segments(at(line))));
+  const seen = await Promise.all(lists.map((list) => watch(list, { length: seconds / list.length, ahead })));
+  return { longest: Math.max(...seen.map(({ longest }) => longest)), complaints: seen.flatMap(({ complaints }) => complaints) };
+}
+
+const viewerOf = (number) => {
+  if (number < encodedFilms) return view(encoded, 30);
+  return number % 2 === 0 ? viewCmaf(copiedCmaf, 30) : view(copied, 30);
+};
+
 const summary = ({ longest, stalls, complaints }) =>
   `longest stall ${longest.toFixed(1)} s of ${stalls.length}, errors: ${complaints.join(' ') || 'none'}`;
 
@@ -94,7 +112,8 @@ test('a box is added, drained and upgraded while ten films play: no error', asyn
   await start(t, { count: boxesOfTen, started: boxesOfTen - 1 });
   const [, second] = cluster.boxes;
   const last = cluster.boxes.at(-1);
-  const viewers = Array.from({ length: 10 }, (_, number) => view(number < encodedFilms ? encoded : copied, 30));
+  let playing = 10;
+  const viewers = Array.from({ length: playing }, (_, number) => viewerOf(number).finally(() => (playing -= 1)));
   await cluster.serve(last);
   await cluster.isUp(last);
   t.diagnostic(`box ${last.number} is added`);
@@ -107,7 +126,8 @@ test('a box is added, drained and upgraded while ten films play: no error', asyn
   cluster.command(second, 'ready');
   await cluster.hasWeight(second, (weight) => weight > 0);
   await cluster.isUp(second);
-  t.diagnostic(`box 2 is back${upgraded === build ? '' : ' with another release'}`);
+  t.diagnostic(`box 2 is back${upgraded === build ? '' : ' with another release'}; ${playing} films play`);
+  assert.ok(playing > 0, 'the films ended before');
   const seen = await Promise.all(viewers);
   t.diagnostic(`longest stall ${Math.max(...seen.map(({ longest }) => longest)).toFixed(1)} s; load ${os.loadavg()[0].toFixed(0)}`);
   assert.deepEqual(seen.map(({ complaints }) => complaints.join(', ')), Array(10).fill(''));
