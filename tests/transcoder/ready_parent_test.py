@@ -153,7 +153,8 @@ class ReadyParent(unittest.TestCase):
 
     def test_a_message_that_is_no_run_is_refused_and_harms_nobody(self):
         with open(os.devnull, "r+b") as null:
-            for text in ("x", "\0", "1,1,\0ffmpeg\0", "1,\0ffmpeg", "-1,\0ffmpeg\0", "99999,\0ffmpeg\0", "1,2,\0ffmpeg\0"):
+            for text in ("x", "\0", "1,1,\0ffmpeg\0", "1,\0ffmpeg", "-1,\0ffmpeg\0", "99999,\0ffmpeg\0",
+                         "1,2,\0ffmpeg\0"):
                 self.assertEqual(self.ask([], text=text, files=[null.fileno()]), [], text)
         self.start()
 
