@@ -129,7 +129,7 @@ describe('the automatic quality', () => {
 });
 
 test('a busy server is asked as long as the viewer waits, others a few times', () => {
-  assert.equal(delayAfter({ reason: 'TransEnable', retryAfter: 2 }, 99), 2000);
+  assert.equal(delayAfter({ reason: 'TransEnable', retryAfter: 2 }, 99), 1000);
   assert.deepEqual([0, 3, 4].map((failures) => delayAfter({ reason: 'NotReady' }, failures)), [500, 4000, undefined]);
   assert.equal(delayAfter({ reason: 'Forbidden' }, 0), undefined);
 });

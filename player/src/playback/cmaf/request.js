@@ -5,7 +5,8 @@ import { reasonOfStatus } from '../status_codes.js';
 import { joined } from './thinner.js';
 
 const DELAYS = [500, 1000, 2000, 4000]; // milliseconds between the attempts after a failure
-const LONGEST_WAIT = 5; // seconds until the next question to a busy server
+// Seconds until the next question to a busy server. A film that was just left frees its place within one.
+const LONGEST_WAIT = 1;
 
 // Failures after which another attempt may succeed. All others repeat.
 const PASSING = new Set(['Unreachable', 'Broken', 'NotReady', 'NotFound', 'Internal', 'Busy']);
