@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 
 #include "contract/ready_ffmpeg.h"
@@ -18,6 +17,7 @@
 #include "transcoder/places.h"
 #include "transcoder/ready_text.h"
 #include "transcoder/remote_worker.h"
+#include "util/number.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -27,10 +27,9 @@ std::vector<int> KeptDescriptors() {
   std::vector<int> kept;
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
   while (const dirent* entry = folder != nullptr ? readdir(folder.get()) : nullptr) {
-    const int number = atoi(entry->d_name);  // 0 for "." and "..", which stands there anyway
+    const auto number = static_cast<int>(LibOrvoQMX::ParseNumber(entry->d_name).value_or(-1));
     const int flags = fcntl(number, F_GETFD);
-    if (flags >= 0 && (flags & FD_CLOEXEC) == 0 &&
-        std::find(kept.begin(), kept.end(), number) == kept.end()) {
+    if (flags >= 0 && (flags & FD_CLOEXEC) == 0) {
       kept.push_back(number);
     }
   }

@@ -21,6 +21,7 @@ namespace orvo::transcoder {
 namespace {
 
 constexpr char kLibrary[] = "/lib/mirevo-ready-ffmpeg.so";  // beside the folder of this program
+constexpr char kPreload[] = "LD_PRELOAD=";
 constexpr size_t kRoom =
     8192;  // for the command lines of the runs, which a list of processes shows
 
@@ -34,12 +35,12 @@ std::string LibraryPath() {
 
 // All symbols are bound at once, so that no run binds them again.
 std::vector<std::string> Environment(const std::string& library) {
-  std::vector<std::string> variables;
+  std::vector<std::string> variables = {kPreload + library, "LD_BIND_NOW=1"};
   for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-    variables.emplace_back(*variable);
+    if (!std::string_view(*variable).starts_with(kPreload)) {
+      variables.emplace_back(*variable);
+    }
   }
-  variables.push_back("LD_PRELOAD=" + library);
-  variables.emplace_back("LD_BIND_NOW=1");
   return variables;
 }
 

@@ -156,9 +156,10 @@ extern "C" int x264_encoder_encode(void* encoder, void* units, int* count, void*
   using Encode = int (*)(void*, void*, int*, void*, void*);
   static const auto next = reinterpret_cast<Encode>(dlsym(RTLD_NEXT, "x264_encoder_encode"));
   static long pictures = 0;
-  const bool hangs = isStandIn && picture != nullptr && ++pictures == HangingPicture();
-  while (hangs) {
-    pause();
+  if (isStandIn && picture != nullptr && ++pictures == HangingPicture()) {
+    for (;;) {
+      pause();
+    }
   }
   return next(encoder, units, count, picture, out);
 }
