@@ -3,6 +3,7 @@ import { encode, launch } from '../tests/service/page.mjs';
 
 const { address, rounds, films } = JSON.parse(process.argv[2]);
 const LOOK_MILLISECONDS = 3000;
+const LEAVE_MILLISECONDS = 400;
 const SEEK_PART = 0.6; // of the film; far from what is loaded
 
 const median = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
@@ -58,6 +59,9 @@ async function measure(browser, [film, kind, isPrepared = false]) {
   const result = { click: await click(page, `#/play${encode(film)}?t=0&kind=${kind}`) };
   result.seek = await seek(page, SEEK_PART);
   await page.goto('about:blank');
+  // The browser sends the stream's closing in the background. A context that ends at once takes it along, and the next film
+  // waits for the place.
+  await page.waitForTimeout(LEAVE_MILLISECONDS);
   await context.close();
   return result;
 }
