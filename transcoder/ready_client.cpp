@@ -48,20 +48,16 @@ bool IsForReady(const std::vector<std::string>& command) {
                      [](const std::string& path) { return path.starts_with('/'); });
 }
 
-std::unique_ptr<Worker> Ask(const ReadyRun& run, const std::vector<int>& files) {
-  return files.size() <= kMostPassedFiles ? AskForFork(kReadySocket, TextOf(run), files) : nullptr;
-}
-
 }  // namespace
 
 std::unique_ptr<Worker> AskForFFmpeg(const std::vector<std::string>& command, int output) {
   if (!IsForReady(command) || !HasUsualPriority()) {
     return nullptr;
   }
-  ReadyRun run{KeptDescriptors(), command};
+  const ReadyRun run{KeptDescriptors(), command};
   std::vector<int> files = run.numbers;
   std::replace(files.begin(), files.end(), STDOUT_FILENO, output);
-  return Ask(run, files);
+  return files.size() <= kMostPassedFiles ? AskForFork(kReadySocket, TextOf(run), files) : nullptr;
 }
 
 std::unique_ptr<Worker> AskForFFmpeg(const std::vector<std::string>& command) {

@@ -1,8 +1,9 @@
 #include "transcoder/ready_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
+
+#include "util/number.h"
 
 namespace orvo::transcoder {
 namespace {
@@ -21,22 +22,15 @@ std::vector<std::string> Split(std::string_view text, char end) {
   return parts;
 }
 
-std::optional<int> NumberOf(const std::string& text) {
-  int number = -1;
-  const char* const end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data(), end, number);
-  const bool isNumber = parsed.ec == std::errc() && parsed.ptr == end;
-  return isNumber && number >= 0 && number <= kMostNumber ? std::optional(number) : std::nullopt;
-}
-
 std::optional<std::vector<int>> NumbersOf(const std::string& text) {
   std::vector<int> numbers;
   for (const std::string& part : Split(text, kComma)) {
-    const auto number = NumberOf(part);
-    if (!number || std::find(numbers.begin(), numbers.end(), *number) != numbers.end()) {
+    const auto number = LibOrvoQMX::ParseNumber(part);
+    if (!number || *number > kMostNumber ||
+        std::find(numbers.begin(), numbers.end(), *number) != numbers.end()) {
       return std::nullopt;
     }
-    numbers.push_back(*number);
+    numbers.push_back(static_cast<int>(*number));
   }
   return numbers;
 }

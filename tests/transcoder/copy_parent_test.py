@@ -25,6 +25,17 @@ def children(pid):
     return pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
 
 
+def start_parent(test, option):
+    """The transcoder program as one of its parents, which the test ends with."""
+    parent = Running.process = subprocess.Popen([segment_run_test.TRANSCODER, option], stdin=subprocess.DEVNULL,
+                                                stdout=subprocess.DEVNULL)
+    test.addCleanup(parent.wait)
+    test.addCleanup(parent.kill)
+    # The filter is the last step before it serves.
+    test.assertTrue(wait_for(lambda: status(parent.pid)["Seccomp"] == "2"))
+    return parent
+
+
 def wait_for(condition):
     for _ in range(int(PATIENCE / 0.01)):
         if condition():
@@ -44,13 +55,8 @@ class CopyParent(segment_run_test.SegmentRun):
         cls.socket = os.path.join(cls.folder, "tmp/Mirevo/copies")
 
     def setUp(self):
-        self.parent = Running.process = subprocess.Popen(
-            [segment_run_test.TRANSCODER, "--copies"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
-        self.addCleanup(self.parent.wait)
-        self.addCleanup(self.parent.kill)
+        self.parent = start_parent(self, "--copies")
         Running.parent = self.parent.pid
-        # The filter is the last step before it serves.
-        self.assertTrue(wait_for(lambda: status(self.parent.pid)["Seccomp"] == "2"))
 
     def connect(self, *messages):
         connection = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)

@@ -15,8 +15,8 @@ import tempfile
 import unittest
 
 import segment_run_test
-from copy_parent_test import children, status, wait_for
-from segment_run_test import PATIENCE, Running, has_ended, make_film
+from copy_parent_test import children, start_parent, status, wait_for
+from segment_run_test import PATIENCE, has_ended, make_film
 
 FFMPEG = "/usr/bin/ffmpeg"
 ENCODED = ["-vcodec", "libx264", "-preset", "ultrafast", "-acodec", "aac", "-f", "mpegts", "pipe:1"]
@@ -37,12 +37,7 @@ class ReadyParent(unittest.TestCase):
         shutil.rmtree(cls.folder)
 
     def setUp(self):
-        self.parent = Running.process = subprocess.Popen(
-            [segment_run_test.TRANSCODER, "--ready"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
-        self.addCleanup(self.parent.wait)
-        self.addCleanup(self.parent.kill)
-        # The filter is the last step before it serves.
-        self.assertTrue(wait_for(lambda: status(self.parent.pid)["Seccomp"] == "2"))
+        self.parent = start_parent(self, "--ready")
 
     def start(self, *options):
         """A conversion that waits for its reader."""
