@@ -195,14 +195,15 @@ void OpenAnswer::Finish() const {
 }
 
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
-              const char* cacheControl, const std::string& more) {
+              const char* cacheControl, const std::string& more, Sender sender) {
   const orvo::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return false;
   }
   const FileAnswer answer(request, status, contentType, cacheControl, more);
-  const std::string handOver = request.Method() == "HEAD" ? "" : HandOver(path);
+  const bool isOwn = sender == Sender::kThisProgram || request.Method() == "HEAD";
+  const std::string handOver = isOwn ? "" : HandOver(path);
   if (handOver.empty()) {
     answer.Send(file.Get());
   } else {

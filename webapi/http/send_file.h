@@ -21,13 +21,18 @@ inline constexpr char kKeepSegment[] = "private, max-age=600";
 // A picture belongs to one state of one film.
 inline constexpr char kKeepPicture[] = "private, max-age=86400";
 
+// Who reads and sends a file. The web server opens it some time after this program has ended, so
+// what removes files must not wait for this program's end only.
+enum class Sender { kWebServer, kThisProgram };
+
 // Sends a file with its media type, or the requested bytes of it, or the answer that the client's
-// copy is still valid. If the environment variable MIREVO_SENDFILE names a header, the web server
-// reads and sends the file. It is for files that nobody but this service can put in their place.
-// Returns false and sends nothing if there is no such file.
-// `more` are further headers, each with its line end.
+// copy is still valid. The web server sends it if it is the sender and the environment variable
+// MIREVO_SENDFILE names the header for that; else this program does. It is for files that nobody
+// but this service can put in their place. Returns false and sends nothing if there is no such
+// file. `more` are further headers, each with its line end.
 bool SendFile(const Request& request, const std::string& path, const std::string& contentType,
-              const char* cacheControl = kAskAgain, const std::string& more = "");
+              const char* cacheControl = kAskAgain, const std::string& more = "",
+              Sender sender = Sender::kWebServer);
 // The same for an open file. This program always sends it itself: the web server would open the
 // name again, which may lead elsewhere by then. Refuses if the client gets too many files already.
 Answer SendFile(const Request& request, const orvo::MediaFile& file, const std::string& contentType,

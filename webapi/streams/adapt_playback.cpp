@@ -3,7 +3,6 @@
 #include "policy/profile_traits.h"
 #include "policy/trans_loading.h"
 #include "webapi/choice/engine_rows.h"
-#include "webapi/http/send_file.h"
 
 namespace webapi {
 
@@ -32,12 +31,12 @@ void AddLink(const Ticket& ticket, Json::Value& parameters) {
 }
 
 bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
-               const std::string& contentType, StartTimes& times) {
+               const std::string& contentType, StartTimes& times, Sender sender) {
   const bool isNew = WasMadeFor(ticket, times);
   if (isNew) {
     times.MarkPiece(ticket.Directory(), path);
   }
-  const bool isSent = SendFile(request, path, contentType, kKeepSegment);
+  const bool isSent = SendFile(request, path, contentType, kKeepSegment, "", sender);
   if (isNew && isSent) {
     times.Mark("sent");
     RememberStart(ticket.StreamId(), times);

@@ -7,6 +7,7 @@
 
 #include "webapi/access/ticket.h"
 #include "webapi/http/request.h"
+#include "webapi/http/send_file.h"
 #include "webapi/streams/start_times.h"
 
 namespace webapi {
@@ -24,7 +25,8 @@ void AddLink(const Ticket& ticket, Json::Value& parameters);
 // start, and a wait that is worth it, are remembered with the stream. Returns false if there is no
 // such file.
 bool SendPiece(const Request& request, const Ticket& ticket, const std::string& path,
-               const std::string& contentType, StartTimes& times);
+               const std::string& contentType, StartTimes& times,
+               Sender sender = Sender::kWebServer);
 
 // Does this stream need a place in the register of transcoders? Copied video does not.
 bool NeedsTranscoder(const std::string& profileValue);

@@ -10,6 +10,7 @@
 #include "webapi/access/pass.h"
 #include "webapi/choice/engine_rows.h"
 #include "webapi/cluster/balancer_client.h"
+#include "webapi/cluster/cluster_keys.h"
 #include "webapi/http/send_file.h"
 #include "webapi/streams/adapt_playback.h"
 #include "webapi/streams/client_report.h"
@@ -116,7 +117,9 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
       [&](int other) { return HasSegment(stream, ticket, other); },
       [&](int other) { return AddressOf(ticket, other); });
   StartTimes times;
-  // A warm run that waits for this request begins when it is answered.
+  // A warm run that waits for this request begins when it is answered, and removes the segment. In
+  // a cluster the answer is therefore this program's: the web server might open the file too late.
+  const Sender sender = IsInCluster() ? Sender::kThisProgram : Sender::kWebServer;
   const LibOrvoQMX::SegmentHold hold(ticket.Directory().Path());
   ticket.Directory().AskFor(*number);
   // A request that restarts the stream may remove the segment before it is sent.
@@ -131,7 +134,7 @@ Answer SendSegment(const Request& request, const Ticket& ticket, HttpLiveStream&
     if (piece.state != FetchedPiece::State::kComplete) {
       return Answer::Failure(LacksTranscoder(ticket.ProfileValue()) ? "TransEnable" : "NotReady");
     }
-    if (SendPiece(request, ticket, piece.path, kSegmentType, times)) {
+    if (SendPiece(request, ticket, piece.path, kSegmentType, times, sender)) {
       LeavePass(request.MadeBy(), ticket);
       return Answer::Sent();
     }

@@ -25,11 +25,13 @@ class SentFile : public test::Sysroot {
     Write(kFile, "0123456789");
   }
   // All that a request with these headers is answered.
-  std::string Answer(Headers headers, const std::string& name = kFile) const {
+  std::string Answer(Headers headers, const std::string& name = kFile,
+                     webapi::Sender sender = webapi::Sender::kWebServer) const {
     headers.emplace("REQUEST_METHOD", "GET");
     const test::Environment environment(headers);
     testing::internal::CaptureStdout();
-    const bool sent = webapi::SendFile(webapi::Request(), Path(name), kType);
+    const bool sent =
+        webapi::SendFile(webapi::Request(), Path(name), kType, webapi::kAskAgain, "", sender);
     const std::string answer = testing::internal::GetCapturedStdout();
     EXPECT_EQ(sent, !answer.empty());
     return answer;
@@ -112,6 +114,13 @@ TEST_F(SentFile, IsSentByTheWebServerIfThatCanReadItsName) {
     EXPECT_EQ(Body(Answer(server, name)), "bytes") << name;
     EXPECT_EQ(Header(Answer(server, name), "X-Sendfile"), "") << name;
   }
+}
+
+TEST_F(SentFile, IsSentByThisProgramIfItMayBeRemovedRightAfter) {
+  const Headers server = {{"MIREVO_SENDFILE", "X-Sendfile"}};
+  const std::string answer = Answer(server, kFile, webapi::Sender::kThisProgram);
+  EXPECT_EQ(Header(answer, "X-Sendfile"), "");
+  EXPECT_EQ(Body(answer), "0123456789");
 }
 
 TEST_F(SentFile, IsNeverAFolderAPipeOrAMissingFile) {
