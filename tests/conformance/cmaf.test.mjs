@@ -185,6 +185,20 @@ test('without a place, a stream gets a clear answer for encoded pictures, and it
   assert.equal(await get(first, 'h264-90', 25), 200);
 });
 
+test('where one place is all there is, a change of the encoded rendition hands it over', async () => {
+  const stream = await open('slow.mp4');
+  const { renditions, durations } = stream.presentation;
+  const ladder = renditions.filter(({ treatment }) => treatment === 'h264');
+  assert.ok(ladder.length >= 2);
+  for (let number = 0; number < durations.length; ++number) {
+    const { segments } = ladder[number % ladder.length];
+    const answer = await fetch(new URL(`${segments}${number}`, stream.url));
+    assert.equal(answer.status, 200, `segment ${number}`);
+    assert.ok((await answer.arrayBuffer()).byteLength > 0);
+    assert.ok(service.registry().length <= 1, `${service.registry().length} transcoders at segment ${number}`);
+  }
+});
+
 test('the server knows the requested segment before the player has it', async () => {
   const stream = await open('long.mp4');
   const base = stream.url.replace('master.m3u8', 'segment.m4s');
