@@ -7,10 +7,19 @@ import { figures, repeat, report } from './support.mjs';
 const streamCount = 32;
 const lookSeconds = 5;
 
+// A busy server names the time after which it may be asked again. A player waits for that time.
+async function open(service, film) {
+  for (;;) {
+    const answer = await service.call('Streaming', 'open', { format: 'hls', path: film, profile: 'hls_remux' });
+    if (answer.success) return answer.data;
+    if (answer.status !== 503) throw new Error(JSON.stringify(answer.error));
+    await new Promise((resolve) => setTimeout(resolve, 1000 * Number(answer.headers.get('retry-after'))));
+  }
+}
+
 // Copies the video, so the register has room for all. Reads a piece every few seconds, as a player does.
 async function play(service, isOver) {
-  const film = path.join(media, 'long.mkv');
-  const stream = await service.open(film, { format: 'hls', profile: 'hls_remux' });
+  const stream = await open(service, path.join(media, 'long.mkv'));
   const failed = [];
   for (let number = 0; !isOver(); number = (number + 1) % 30) {
     const response = await fetch(`${stream.url}&fragment_id=${number}`).catch(() => undefined);
