@@ -22,9 +22,10 @@ async function play(service, isOver) {
   const stream = await open(service, path.join(media, 'long.mkv'));
   const failed = [];
   for (let number = 0; !isOver(); number = (number + 1) % 30) {
-    const response = await fetch(`${stream.url}&fragment_id=${number}`).catch(() => undefined);
-    const size = (await response?.arrayBuffer().catch(() => undefined))?.byteLength ?? 0;
-    if (response?.status !== 200 || size === 0) failed.push(response?.status ?? 'no answer');
+    const failure = await fetch(`${stream.url}&fragment_id=${number}`)
+      .then(async (response) => ((await response.arrayBuffer()).byteLength > 0 && response.ok ? undefined : response.status))
+      .catch((error) => `no answer: ${error.cause?.code ?? error.name}`);
+    if (failure !== undefined) failed.push(failure);
     await new Promise((resolve) => setTimeout(resolve, 2000));
   }
   await service.call('Streaming', 'close', { format: 'hls', stream_id: stream.stream_id });
