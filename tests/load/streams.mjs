@@ -7,15 +7,25 @@ import { figures, repeat, report } from './support.mjs';
 const streamCount = 32;
 const lookSeconds = 5;
 
+// A busy server names the time after which it may be asked again. A player waits for that time.
+async function open(service, film) {
+  for (;;) {
+    const answer = await service.call('Streaming', 'open', { format: 'hls', path: film, profile: 'hls_remux' });
+    if (answer.success) return answer.data;
+    if (answer.status !== 503) throw new Error(JSON.stringify(answer.error));
+    await new Promise((resolve) => setTimeout(resolve, 1000 * Number(answer.headers.get('retry-after'))));
+  }
+}
+
 // Copies the video, so the register has room for all. Reads a piece every few seconds, as a player does.
 async function play(service, isOver) {
-  const film = path.join(media, 'long.mkv');
-  const stream = await service.open(film, { format: 'hls', profile: 'hls_remux' });
+  const stream = await open(service, path.join(media, 'long.mkv'));
   const failed = [];
   for (let number = 0; !isOver(); number = (number + 1) % 30) {
-    const response = await fetch(`${stream.url}&fragment_id=${number}`).catch(() => undefined);
-    const size = (await response?.arrayBuffer().catch(() => undefined))?.byteLength ?? 0;
-    if (response?.status !== 200 || size === 0) failed.push(response?.status ?? 'no answer');
+    const failure = await fetch(`${stream.url}&fragment_id=${number}`)
+      .then(async (response) => ((await response.arrayBuffer()).byteLength > 0 && response.ok ? undefined : response.status))
+      .catch((error) => `no answer: ${error.cause?.code ?? error.name}`);
+    if (failure !== undefined) failed.push(failure);
     await new Promise((resolve) => setTimeout(resolve, 2000));
   }
   await service.call('Streaming', 'close', { format: 'hls', stream_id: stream.stream_id });
