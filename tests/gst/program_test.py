@@ -47,6 +47,8 @@ FILMS = {
     "late.mkv": pictures("25") + ["-itsoffset", "0.7"] + sound() + X264 + ["-c:a", "ac3"],
     "broadcast.ts": pictures("25", "360x288") + sound() + TWO_TRACKS + MPEG2 + ["-vf", "setsar=16/11"],
     "silent.mp4": pictures("25") + X264,
+    "slow.mp4": pictures("1") + sound() + X264 + ["-c:a", "aac"],
+    "short.mkv": pictures("25") + ["-f", "lavfi", "-i", "sine=440:r=48000:d=3"] + X264 + ["-c:a", "aac"],
     "sound.m4a": sound() + ["-c:a", "aac"],
     "opus.mkv": pictures("25") + noise() + X264 + ["-c:a", "libopus"],
     "six.mkv": pictures("25") + noise() + X264 + ["-c:a", "ac3", "-b:a", "448k", "-af",
@@ -191,6 +193,14 @@ class Streams(unittest.TestCase):
             for begin, end in ((0, 0.2), (0, 1), (1, 2)):
                 with self.subTest(film=film, begin=begin, end=end):
                     self.assertAlmostEqual(loudness(out, begin, end), loudness(wanted, begin, end), delta=1)
+
+    def test_come_to_their_end_with_few_pictures_or_sound_that_ends_early(self):
+        for film, count in (("slow.mp4", SECONDS), ("short.mkv", 25 * SECONDS)):
+            for container in ("mp4", "mpegts"):
+                with self.subTest(film=film, container=container):
+                    out, process = convert("-s", "0", "-i", path(film), "--mux", container, "--shiftpts")
+                    self.assertEqual(process.returncode, 0, process.said)
+                    self.assertEqual(len(times(out, "video")), count)
 
     def test_have_upright_progressive_pictures_of_square_pixels_in_the_box(self):
         out, _ = convert("-s", "15", "-i", path("broadcast.ts"), "--size", "300x200")
