@@ -1,5 +1,6 @@
-// For bench/library. Prints medians, and the fastest time, which other work on the machine disturbs least.
+// For bench/library. The floor is a page that holds its tile already, in the same browser, in turns. Prints medians, and the fastest time, which other work on the machine disturbs least.
 import fs from 'node:fs';
+import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
 
@@ -14,6 +15,8 @@ const middle = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.l
 
 const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'mirevo-library-'));
 for (let number = 1; number <= FILMS; ++number) fs.symlinkSync(SOURCE, path.join(folder, `film ${number}.mkv`));
+const bare = http.createServer((_, answer) => answer.setHeader('Content-Type', 'text/html').end('<!doctype html><p class="tile">film'));
+await new Promise((listens) => bare.listen(0, '127.0.0.1', listens));
 const service = await Service.start([folder, media]);
 const browser = await launch();
 
@@ -46,18 +49,33 @@ async function measure() {
   return found;
 }
 
+async function measureFloor() {
+  const viewer = await Viewer.open(browser, service);
+  await viewer.page.addInitScript(watchTiles);
+  await viewer.page.goto(`http://127.0.0.1:${bare.address().port}/`);
+  const tiles = await (await viewer.page.waitForFunction(() => window.noted.tiles)).jsonValue();
+  await viewer.close();
+  return tiles;
+}
+
 try {
   const first = await measure(); // nothing is in the cache
   const samples = [];
-  for (let round = 0; round < rounds; ++round) samples.push(await measure());
+  const floors = [];
+  for (let round = 0; round < rounds; ++round) {
+    floors.push(await measureFloor());
+    samples.push(await measure());
+  }
   const line = (name, value) => process.stdout.write(`${name.padEnd(52)}${Math.round(value)}\n`);
   line('first tiles, first visit (ms)', first.tiles);
   line('first tiles (ms)', middle(samples.map(({ tiles }) => tiles)));
+  line('a page with one tile and no script (ms)', middle(floors));
   line('first tiles, fastest (ms)', Math.min(...samples.map(({ tiles }) => tiles)));
   line('every tile on the screen with its picture (ms)', middle(samples.map(({ pictures }) => pictures)));
   line('script before a film is opened (bytes)', middle(samples.map(({ script }) => script)));
 } finally {
   await browser.close();
+  bare.close();
   await service.stop();
   fs.rmSync(folder, { recursive: true });
 }

@@ -19,7 +19,6 @@
 namespace orvo::transcoder {
 
 inline constexpr int kExitFailure = 1;
-inline constexpr int kExitSignal = 128;  // and the number of the signal that ended FFmpeg
 
 // This process stays, so that its process id is the transcoder's; SIGINT and SIGTERM end FFmpeg,
 // which does not outlive it in any case.

@@ -25,6 +25,17 @@ bool IsDescribed(const AVStream& stream) {
          stream.nb_side_data == 0;
 }
 
+// Containers do not tell the sample size of FLAC, but its STREAMINFO does: five bits from the last
+// bit of byte 12 on, one less than the size (RFC 9639, 8.2). Browsers compare it with the entry's.
+int FlacSampleBits(const AVCodecParameters& codec) {
+  constexpr int kStreamInfoSize = 34;
+  if (codec.extradata_size < kStreamInfoSize) {
+    return codec.bits_per_raw_sample;
+  }
+  const uint8_t* const info = codec.extradata;
+  return ((info[12] & 1) << 4 | info[13] >> 4) + 1;
+}
+
 // An MP4 file in memory that has nothing but a header.
 class HeaderFile {
  public:
@@ -61,6 +72,9 @@ class HeaderFile {
     }
     const bool isHevc = track.codecpar->codec_id == AV_CODEC_ID_HEVC;
     stream->codecpar->codec_tag = isHevc ? MKTAG('h', 'v', 'c', '1') : 0;
+    if (track.codecpar->codec_id == AV_CODEC_ID_FLAC) {
+      stream->codecpar->bits_per_raw_sample = FlacSampleBits(*track.codecpar);
+    }
     stream->time_base = {1, static_cast<int>(clock)};
     stream->sample_aspect_ratio = track.sample_aspect_ratio;
     context_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;

@@ -29,7 +29,15 @@ constexpr int kNothing = -1;
 constexpr size_t kChunk = 65536;
 constexpr size_t kSmallChunk = 16384;  // encoders write less
 // What FFmpeg may encode of sound while its run pauses: some seconds instead of a minute.
-constexpr int kSoundAhead = 65536;
+constexpr int kSoundAhead = 32768;
+
+bool EncodesSound(const CmafRequest& request) {
+  return !request.IsCopy() && request.treatment != Treatment::kH264;
+}
+
+int LeadOf(const CmafRequest& request) {
+  return request.IsCopy() ? kLeadOfCopy : EncodesSound(request) ? kLeadOfSound : kLead;
+}
 
 // A file of the presentation that the rendition's folder belongs to; "" if it cannot be read.
 std::string ReadShared(const std::string& folder, const char* name) {
@@ -43,8 +51,7 @@ class Run : private CmafSink {
         plan_(plan),
         last_(LastOfRun(request.number)),
         files_(request.folder),
-        demand_(request.folder, request.number,
-                request.treatment == Treatment::kH264 ? kLead : kShortLead),
+        demand_(request.folder, request.number, LeadOf(request)),
         child_(std::move(child)),
         buffer_(request.IsCopy() ? kChunk : kSmallChunk),
         reader_([this](CmafSample sample) { Take(std::move(sample)); }) {}
@@ -198,7 +205,7 @@ int RunCmaf(const CmafRequest& request, CmafSurroundings surroundings) {
   }
   auto child = readsPackets ? StartPackets(placed)
                             : ChildStream::Start(CmafCommand(request, *plan, surroundings));
-  if (child && !request.IsCopy() && request.treatment != Treatment::kH264) {
+  if (child && EncodesSound(request)) {
     child->LimitAhead(kSoundAhead);
   }
   return child ? Run(request, *plan, std::move(*child)).Finish() : kExitNotFound;

@@ -14,9 +14,12 @@ namespace orvo::transcoder {
 
 // Segments.
 inline constexpr int kLead = 12;
-// The same of copies and of sound. Their segments take some milliseconds, so more would only take
-// the machine's time from the pictures that the viewer waits for.
-inline constexpr int kShortLead = 3;
+// The same of copies. Their segments take some milliseconds, so more would only take the machine's
+// time from the pictures that the viewer waits for.
+inline constexpr int kLeadOfCopy = 3;
+// Encoded sound ends with the segment that is asked for: the next one is short work, and its first
+// seconds wait in the encoder's pipe.
+inline constexpr int kLeadOfSound = -1;
 
 class Demand {
  public:

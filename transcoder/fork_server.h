@@ -1,8 +1,9 @@
 // A process that forks for each piece of work that it is asked for.
 //
 // A connection is one piece (platform/local_message.h). The client sends a text with files. The
-// answers are one number each: kForkBegun, and at the end the exit code. The new process is killed
-// when the client shuts its side of the connection down or ends, and ends with the server.
+// answers are one number each: kForkBegun, and at the end what Worker::Wait() returns. The new
+// process is killed when the client shuts its side of the connection down or ends, which is
+// answered at once. It ends with the server, too.
 #pragma once
 
 #include <functional>
@@ -10,6 +11,7 @@
 
 #include "platform/local_message.h"
 #include "platform/process_launch.h"
+#include "transcoder/worker.h"
 
 namespace orvo::transcoder {
 

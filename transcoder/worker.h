@@ -5,6 +5,8 @@
 
 namespace orvo::transcoder {
 
+inline constexpr int kExitSignal = 128;  // and the number of the signal that ended a process
+
 // Whoever destroys it ends it.
 class Worker {
  public:
@@ -22,8 +24,8 @@ class Worker {
   // Ends it, by this signal if it is a child.
   virtual void End(int signalNumber) = 0;
 
-  // Waits for its end. Returns its exit code, or 128 and the number of the signal that ended it;
-  // below 0 if that is not known.
+  // Waits for its end. Returns its exit code, or kExitSignal and the number of the signal that
+  // ended it; below 0 if that is not known.
   virtual int Wait() = 0;
 };
 

@@ -45,10 +45,31 @@ export async function errorOf(response) {
   return new ApiError({ retry_after: retryAfter, code: response.status, ...error });
 }
 
+// Requests that the page has sent before the view that reads their answers runs, by their addresses.
+const early = new Map();
+
+// Sends a request that a view is about to make, so that it does not wait for what the page does first.
+export function askEarly(api, method, parameters, path) {
+  const address = addressOf(api, method, parameters, path);
+  early.set(address, fetch(address).catch(() => null));
+}
+
+// Forgets the answers that nobody has read: they would be old for a view that comes later.
+export const dropEarly = () => early.clear();
+
+// The answer of an early request, once; null if it failed, because a login or a second try may help.
+async function takeEarly(address, signal) {
+  const answer = early.get(address);
+  early.delete(address);
+  const response = await answer;
+  signal?.throwIfAborted();
+  return response?.ok ? response : null;
+}
+
 async function send(address, options) {
   let response;
   try {
-    response = await fetch(address, options);
+    response = (early.has(address) && (await takeEarly(address, options.signal))) || (await fetch(address, options));
   } catch (error) {
     if (error.name === 'AbortError') {
       throw error;

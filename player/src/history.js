@@ -1,10 +1,12 @@
 // The position at which the viewer stopped each film. Older servers have no history.
-import { get, post, postLastly } from './api.js';
+import { askEarly, get, post, postLastly } from './api.js';
 
 const SAVE_SECONDS = 10;
 
 // The newest save. What is read after it contains it.
 let saving = Promise.resolve();
+
+export const askEarlyForHistory = () => askEarly('History', 'list');
 
 // The watched films, newest first; [] without a history.
 export async function watched() {

@@ -1,11 +1,12 @@
 // The page: finds the view that the address names and shows it.
+import { askEarly, dropEarly } from './api.js';
 import { element, find } from './dom.js';
 import { nameOf } from './format.js';
 import { language, t } from './language.js';
 import { warmth } from './playback/warmth.js';
 import { learnWho, logIn, logOut, session, whenSessionChanges } from './session.js';
 import { filmView } from './view/film.js';
-import { folderView, homeView, searchView } from './view/library.js';
+import { askEarlyForLibrary, folderView, homeView, searchView } from './view/library.js';
 import { attempt, parseAddress, say, sayError } from './view/page.js';
 import { showSkeletonSoon } from './view/skeleton.js';
 
@@ -28,6 +29,7 @@ const VIEWS = {
   settings: later(() => import('./view/settings.js'), 'settingsView'),
 };
 
+askFirst();
 document.documentElement.lang = language;
 let player = null; // loaded with the first film
 let leaving = new AbortController();
@@ -147,12 +149,23 @@ window.addEventListener('pagehide', () => warmth.dropLastly());
 showPlaces();
 listenToSearch();
 
+// The first view's requests wait neither for the account nor for each other.
+function askFirst() {
+  const address = parseAddress(window.location.hash || '#/');
+  askEarly('Auth', 'who');
+  if (['', 'folder'].includes(address.view)) {
+    askEarlyForLibrary(address);
+  }
+}
+
 async function begin() {
   try {
     await learnWho();
     await go();
   } catch (error) {
     sayError(error);
+  } finally {
+    dropEarly();
   }
 }
 

@@ -29,6 +29,7 @@ const films = {
     ...['-bf', '2', '-x264-params', 'open-gop=1:keyint=25:min-keyint=25', ...aac],
   ],
   'opus.mkv': [...picture(25), ...sound, ...h264, '-g', '25', '-c:a', 'libopus'],
+  'flac.mkv': [...picture(25), ...sound, ...h264, '-g', '25', '-c:a', 'flac'],
   'silent.mp4': [...picture(30), ...h264, '-g', '30'],
   'sound.m4a': [...sound, ...aac],
   'broadcast.ts': [...picture(25), ...sound, '-c:v', 'mpeg2video', '-g', '12', '-c:a', 'mp2'],
@@ -42,7 +43,7 @@ const unindexed = {
 const longFilm = ['-f', 'lavfi', '-i', 'testsrc2=s=160x90:d=150:r=10', ...h264, '-g', '10'];
 // Its pictures take so long that a segment grows for a while.
 const slowFilm = ['-f', 'lavfi', '-i', 'testsrc2=s=1280x720:d=20:r=25', ...h264, '-g', '25'];
-const wishes = { format: 'cmaf', codecs: 'avc1,mp4a,opus' };
+const wishes = { format: 'cmaf', codecs: 'avc1,mp4a,opus,flac' };
 let folder;
 let service;
 
@@ -183,6 +184,20 @@ test('without a place, a stream gets a clear answer for encoded pictures, and it
   assert.equal(await get(second, 'h264-90', 0), 503);
   assert.equal(await get(second, 'copy-video', 0), 200);
   assert.equal(await get(first, 'h264-90', 25), 200);
+});
+
+test('where one place is all there is, a change of the encoded rendition hands it over', async () => {
+  const stream = await open('slow.mp4');
+  const { renditions, durations } = stream.presentation;
+  const ladder = renditions.filter(({ treatment }) => treatment === 'h264');
+  assert.ok(ladder.length >= 2);
+  for (let number = 0; number < durations.length; ++number) {
+    const { segments } = ladder[number % ladder.length];
+    const answer = await fetch(new URL(`${segments}${number}`, stream.url));
+    assert.equal(answer.status, 200, `segment ${number}`);
+    assert.ok((await answer.arrayBuffer()).byteLength > 0);
+    assert.ok(service.registry().length <= 1, `${service.registry().length} transcoders at segment ${number}`);
+  }
 });
 
 test('the server knows the requested segment before the player has it', async () => {

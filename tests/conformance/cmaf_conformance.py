@@ -77,7 +77,8 @@ class Header:
         self.clock = struct.unpack_from('>I', data, start + (20 if data[start] == 1 else 12))[0]
         start, _ = need(data, b'moov', b'trak', b'mdia', b'hdlr')
         self.is_picture = data[start + 8:start + 12] == b'vide'
-        need(data, b'moov', b'trak', b'mdia', b'minf', b'stbl', b'stsd')
+        start, end = need(data, b'moov', b'trak', b'mdia', b'minf', b'stbl', b'stsd')
+        self.check_flac(data, start + 8, end)
         need(data, b'moov', b'mvex', b'trex')
         self.delay = 0
         edits = find(data, b'moov', b'trak', b'edts', b'elst')
@@ -88,6 +89,19 @@ class Header:
             self.delay = struct.unpack_from('>Ii', data, edits[0] + 8)[1]
             if self.delay < 0:
                 raise Fault('the edit list begins with a gap')
+
+    @staticmethod
+    def check_flac(data, start, end):
+        """The sample size of the entry is that of the codec's own description; browsers compare them."""
+        entry = find(data, b'fLaC', start=start, end=end)
+        if entry is None:
+            return
+        info, _ = need(data, b'dfLa', start=entry[0] + 28, end=entry[1])
+        info += 8  # version, flags and the head of the block
+        coded = ((data[info + 12] & 1) << 4 | data[info + 13] >> 4) + 1
+        stated = struct.unpack_from('>H', data, entry[0] + 18)[0]
+        if stated != coded:
+            raise Fault(f'the entry of FLAC states {stated} bits instead of {coded}')
 
 
 class Segment:

@@ -173,9 +173,22 @@ viewing('a folder plays as a queue', async (viewer) => {
   await viewer.press('Clear the queue', 'button');
 });
 
-// Firefox plays sound alone only if the machine has a device for it, or if it is muted.
+// Mutes the player, and notes when a piece of music ends and when each media element plays. Firefox plays sound alone only
+// if the machine has a device for it, or if it is muted.
+function watchMusic() {
+  if (window.origin === 'null') return;
+  localStorage.setItem('mirevo', '{"muted":true}');
+  window.played = new Set();
+  document.addEventListener('ended', () => (window.over ??= performance.now()), { capture: true });
+  const { play } = HTMLMediaElement.prototype;
+  HTMLMediaElement.prototype.play = function playNoted() {
+    window.played.add(this);
+    return play.call(this);
+  };
+}
+
 viewing(
-  'music plays with its tags, tells the media keys what it is, and the next song follows',
+  'music plays with its tags, tells the media keys what it is, and the next song follows without a gap',
   async (viewer) => {
     await viewer.go(place('film', 'Album/01.flac'));
     await viewer.sees('The Band');
@@ -184,8 +197,12 @@ viewing(
     assert.equal(await viewer.page.evaluate(() => navigator.mediaSession.metadata.title), 'First');
     await viewer.waitFor(() => navigator.mediaSession.metadata.title === 'Second');
     await viewer.waitFor(() => document.getElementById('video').currentTime > 0.5);
+    const gap = await viewer.page.evaluate(() => performance.now() - document.getElementById('video').currentTime * 1000 - window.over);
+    assert.equal(await viewer.page.evaluate(() => window.played.size), 2, 'the next song has an element of its own');
+    assert.ok(Math.abs(gap) < 100, `the next song begins ${gap} ms after the end`);
+    process.stdout.write(`# the next song begins ${Math.round(gap)} ms after the end\n`);
   },
-  { begin: () => window.origin !== 'null' && localStorage.setItem('mirevo', '{"muted":true}') },
+  { begin: watchMusic },
 );
 
 // --- The player ---

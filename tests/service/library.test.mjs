@@ -153,6 +153,24 @@ test('a folder of a thousand films shows its first tiles, and the others when th
   assert.equal(await page.getByText('Loading more').count(), 0);
 });
 
+test('the first folder is requested before the server has told who the viewer is', async () => {
+  const viewer = await Viewer.open(browser, service);
+  viewers.push(viewer);
+  const { page } = viewer;
+  const asked = [];
+  const isCall = (url) => url.searchParams.get('method') ?? '';
+  const told = new Promise((resolve) => {
+    page.on('request', (request) => isCall(new URL(request.url())) === 'list' && asked.push(request.url()) === 3 && resolve());
+  });
+  await page.route((url) => isCall(url) === 'who', async (route) => {
+    await told;
+    await route.fallback();
+  });
+  await viewer.go(place('folder', 'Films'));
+  await page.getByRole('link', { name: /Quiet River/ }).first().waitFor();
+  assert.equal(new Set(asked).size, asked.length, `nothing is requested twice: ${asked}`);
+});
+
 test('streams without a viewer take one line until the owner looks at them', async () => {
   const stream = (number, playing) => ({
     ...{ stream_id: `${number}`, kind: 'HLS', path: `/films/left ${number}.mkv`, account: '', profile: '720p', method: 'remux' },

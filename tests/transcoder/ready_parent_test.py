@@ -6,6 +6,7 @@ Usage: ready_parent_test.py TRANSCODER
 import array
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -95,6 +96,42 @@ class ReadyParent(unittest.TestCase):
             self.assertEqual(self.ask(strange, numbers, files), ["-1", "1"])
             self.assertEqual(subprocess.run([FFMPEG, "-v", "quiet", "-nostdin", "-i", self.film, *strange[4:]],
                                             check=False).returncode, 0)
+
+    def test_a_seek_decodes_less_and_shows_the_same_pictures(self):
+        kinds = {"pyramid.mp4": ["-bf", "3"], "open.mkv": ["-bf", "3", "-x264-params", "open-gop=1"],
+                 "interlaced.mkv": ["-bf", "2", "-flags", "+ilme+ildct"], "plain.mp4": ["-bf", "0"]}
+        for name, options in kinds.items():
+            film = os.path.join(self.folder, name)
+            subprocess.run([FFMPEG, "-nostdin", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x240:r=25:d=24",
+                            "-c:v", "libx264", "-preset", "fast", "-g", "250", "-sc_threshold", "0", *options, film],
+                           check=True)
+            for second in ("0", "9.5", "19.02"):
+                with self.subTest(film=name, second=second):
+                    own, decoded = self.pictures(film, second, ready=False)
+                    pictures, fewer = self.pictures(film, second, ready=True)
+                    self.assertGreater(len(pictures.splitlines()), 20)
+                    self.assertEqual(pictures, own)
+                    if second == "0" or name == "plain.mp4":
+                        self.assertEqual(fewer, decoded)
+                    else:
+                        self.assertLess(fewer, decoded - 50)
+
+    def pictures(self, film, second, ready):
+        """The checksums of two seconds of pictures from there on, and the number of decoded ones."""
+        with open(film, "rb") as source, open(os.devnull, "rb") as null, tempfile.TemporaryFile() as sums, \
+                tempfile.TemporaryFile() as log:
+            command = [FFMPEG, "-nostdin", "-v", "verbose", "-threads", "1", "-ss", second, "-i", "/proc/self/fd/40",
+                       "-t", "2", "-map", "0:v", "-f", "framehash", "-hash", "md5", "pipe:1"]
+            if ready:
+                files = [file.fileno() for file in (null, sums, log, source)]
+                self.assertEqual(self.ask(command, (0, 1, 2, 40), files), ["-1", "0"])
+            else:
+                command[command.index("/proc/self/fd/40")] = film
+                subprocess.run(command, stdout=sums, stderr=log, check=True)
+            sums.seek(0)
+            log.seek(0)
+            lines = [line for line in sums.read().decode().splitlines() if not line.startswith("#")]
+            return "\n".join(lines), int(re.search(r"(\d+) frames decoded", log.read().decode())[1])
 
     def test_lists_of_processes_show_its_command(self):
         self.start("-ss", "20")

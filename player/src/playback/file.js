@@ -11,6 +11,13 @@ export class BrowserFile extends MediaPlayback {
     const { video } = this;
     const { signal } = this.listening;
     const on = (type, handler) => video.addEventListener(type, handler, { signal });
+    on('error', () => this.diagnose());
+    on('ended', () => this.hooks.ended());
+    this.standIn = this.hooks.running?.(stream);
+    if (this.standIn) {
+      this.goOn();
+      return;
+    }
     on('loadstart', () => this.hooks.mark('manifest'));
     on('loadedmetadata', () => {
       this.hooks.mark('media');
@@ -19,10 +26,19 @@ export class BrowserFile extends MediaPlayback {
         video.currentTime = this.wanted;
       }
     });
-    on('error', () => this.diagnose());
-    on('ended', () => this.hooks.ended());
     video.src = localAddress(stream.url);
     this.hooks.play();
+  }
+
+  // The stream plays already, in an element for which the page's own stands in.
+  goOn() {
+    ['manifest', 'media'].forEach((step) => this.hooks.mark(step));
+    ['loadeddata', 'volumechange', 'playing'].forEach((type) => this.video.dispatchEvent(new Event(type)));
+  }
+
+  close() {
+    super.close();
+    this.standIn?.();
   }
 
   seek(second) {

@@ -26,6 +26,7 @@ export class Playback extends EventTarget {
     this.can = abilitiesOf(video);
     this.wish = { muted: video.muted, speed: 1 }; // the viewer's settings; a catch-up changes the element's for a while
     this.subtitles = [null, null]; // the tracks over the picture
+    this.relay = null; // what goes on from one piece of music to the next
     this.turn = 0; // increases when the running operations become obsolete
     this.clear();
     video.addEventListener('loadeddata', () => this.mark('frame'));
@@ -152,6 +153,7 @@ export class Playback extends EventTarget {
       clock: current(() => this.moveSubtitles()),
       ended: current(() => this.dispatchEvent(new Event('ended'))),
       fail: current((error) => this.fail(error)),
+      running: (stream) => this.relay?.take(stream),
     };
     return new Engine(this.video, hooks);
   }

@@ -36,6 +36,11 @@ export class Warmth {
     }
   }
 
+  // The stream of this film if it is open; undefined if there is none.
+  opened(path) {
+    return this.held?.path === path ? this.held.opened : undefined;
+  }
+
   // The stream if it is what `parameters` ask for, as a promise; null if there is none. It belongs to the caller then.
   take(path, parameters) {
     ++this.turn;

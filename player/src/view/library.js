@@ -1,10 +1,10 @@
 // The library: folders and films, films to continue, and the search.
-import { asText, get } from '../api.js';
+import { asText, askEarly, get } from '../api.js';
 import { element } from '../dom.js';
 import { nameOf } from '../format.js';
-import { forget, marks, watched } from '../history.js';
+import { askEarlyForHistory, forget, marks, watched } from '../history.js';
 import { counted, t } from '../language.js';
-import { listFolder, listing, tiles } from './listing.js';
+import { askEarlyForFolder, listFolder, listing, tiles } from './listing.js';
 import { session } from '../session.js';
 import { attempt, folderAddress } from './page.js';
 import { queueRow } from './queue_view.js';
@@ -12,6 +12,15 @@ import { begunTile, filmTile, folderTile, observer } from './tiles.js';
 import { optionsOf, tools } from './tools.js';
 
 const ROW = 12;
+
+// Sends the requests of the view that the page begins with.
+export function askEarlyForLibrary({ view, path, parameters }) {
+  askEarly('Library', 'list', {}, '');
+  askEarlyForHistory();
+  if (view === 'folder') {
+    askEarlyForFolder(path, optionsOf(parameters));
+  }
+}
 
 // What to do about an empty library.
 function noLibrary() {

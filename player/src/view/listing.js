@@ -1,5 +1,5 @@
 // The films and folders of one folder, loaded part by part as the viewer scrolls.
-import { get } from '../api.js';
+import { askEarly, get } from '../api.js';
 import { element } from '../dom.js';
 import { nameOf } from '../format.js';
 import { t } from '../language.js';
@@ -10,9 +10,12 @@ import { filmTile, folderTile } from './tiles.js';
 
 const FIRST = 60; // more than a screen shows
 const PART = 200;
+const AT_ONCE = 24; // tiles; the others of a part follow after these have been drawn
 
-export const listFolder = (path, options, offset, signal) =>
-  get('Library', 'list', { ...options, offset, limit: offset === 0 ? FIRST : PART }, path, { signal });
+const listCall = (path, options, offset) => ['Library', 'list', { ...options, offset, limit: offset === 0 ? FIRST : PART }, path];
+
+export const listFolder = (path, options, offset, signal) => get(...listCall(path, options, offset), { signal });
+export const askEarlyForFolder = (path, options) => askEarly(...listCall(path, options, 0));
 
 export const tiles = (items, label) => element('ul', { class: 'tiles', 'aria-label': label }, items);
 
@@ -24,6 +27,13 @@ class Filler {
 
   add({ folders = [], files = [] }) {
     this.list.append(...folders.map((entry) => folderTile(entry, this.sight)), ...files.flatMap((entry) => this.film(entry)));
+  }
+
+  // Adds what a screen shows. Returns the rest of the part.
+  begin({ folders = [], files = [] }) {
+    const room = Math.max(0, AT_ONCE - folders.length);
+    this.add({ folders: folders.slice(0, AT_ONCE), files: files.slice(0, room) });
+    return { folders: folders.slice(AT_ONCE), files: files.slice(room) };
   }
 
   film(entry) {
@@ -38,9 +48,12 @@ class Filler {
   }
 }
 
-// Loads the parts after `first` when the end of the list comes near, until `signal` aborts.
-function loadOnSight(list, path, options, first, filler, signal) {
-  let { next } = first;
+// Resolves when the browser has drawn what the page has shown by now.
+const drawn = () => new Promise((resolve) => requestAnimationFrame(() => setTimeout(resolve)));
+
+// Adds the `rest` of the first part, and loads the parts from `next` on when the end of the list comes near, until `signal`
+// aborts.
+function loadOnSight(path, options, { rest, next }, filler, signal) {
   const end = element('p', { class: 'more', role: 'status' }, t('Loading more …'));
   // A busy browser tells several changes at a time.
   const sight = new IntersectionObserver(async (changes) => {
@@ -59,9 +72,12 @@ function loadOnSight(list, path, options, first, filler, signal) {
     }
   }, { rootMargin: '1500px' });
   signal.addEventListener('abort', () => sight.disconnect());
-  if (next !== undefined) {
-    sight.observe(end);
-  }
+  drawn().then(() => {
+    filler.add(signal.aborted ? {} : rest);
+    if (next !== undefined && !signal.aborted) {
+      sight.observe(end);
+    }
+  });
   return next === undefined ? null : end;
 }
 
@@ -73,6 +89,6 @@ export function listing(path, options, first, { sight, marks, signal, otherwise 
   const list = tiles([], t('Films and folders'));
   const isByName = !options.sort || options.sort === 'name';
   const filler = new Filler(list, sight, marks, isByName && !isSeasonFolder(nameOf(path ?? '')));
-  filler.add(first);
-  return [list, loadOnSight(list, path, options, first, filler, signal)];
+  const rest = filler.begin(first);
+  return [list, loadOnSight(path, options, { rest, next: first.next }, filler, signal)];
 }

@@ -12,6 +12,7 @@ import { Playback } from '../playback/playback.js';
 import { Remote } from '../playback/remote.js';
 import { warmth } from '../playback/warmth.js';
 import { wordsOf } from '../words.js';
+import { Album } from './album.js';
 import { openElsewhere } from './elsewhere.js';
 import { fill, labelled, selectFor } from './fields.js';
 import { audioText } from './film.js';
@@ -45,6 +46,7 @@ export class PlayerView {
     this.thumbnails = new Thumbnails();
     this.chapters = new Chapters(this);
     this.upNext = new UpNext(this);
+    this.album = new Album(this);
     this.mediaKeys = new MediaKeys(this, this.upNext);
     this.subtitles = new SubtitleSettings(this);
     this.makeControls();
@@ -191,6 +193,7 @@ export class PlayerView {
     if (signal.aborted) {
       return;
     }
+    this.album.enter(entry.encoded_path);
     // The previous stream may use the only free transcoder.
     await this.closing;
     this.keeper.startAnew();
@@ -211,13 +214,15 @@ export class PlayerView {
 
   close() {
     const saved = this.keeper.save();
-    if (!this.upNext.takeGoing()) {
+    const isGoing = this.upNext.takeGoing();
+    if (!isGoing) {
       this.section.hidden = true;
       this.leaveFullScreen();
+      this.album.drop();
     }
     this.upNext.cancel();
     this.thumbnails.forFilm(null);
-    this.closing = Promise.all([saved, this.playback.stop(), warmth.drop()]);
+    this.closing = Promise.all([saved, this.playback.stop(), isGoing ? undefined : warmth.drop()]);
     return this.closing;
   }
 
