@@ -16,6 +16,7 @@
 #include "platform/io.h"
 #include "platform/log.h"
 #include "transcoder/launch.h"
+#include "transcoder/silence.h"
 
 namespace orvo::gst {
 namespace {
@@ -45,6 +46,7 @@ class Conversion {
         patience_(patience),
         attendant_(attendant),
         output_(request.output),
+        silence_(patience.stall),
         multiplexer_(request),
         loop_(g_main_loop_new(nullptr, FALSE)) {
     interrupt_.Set(g_unix_signal_add(SIGINT, OnSignal, this));
@@ -63,8 +65,6 @@ class Conversion {
     if (result_->hasSucceeded) {
       ReportEnd();
     }
-    // Taking apart a pipeline that hangs would hang too; see the header.
-    (void)pipeline_.release();
     return *result_;
   }
 
@@ -77,8 +77,8 @@ class Conversion {
     static_cast<Conversion*>(self)->Finish("");
     return G_SOURCE_CONTINUE;
   }
-  static gboolean OnStall(gpointer self) {
-    static_cast<Conversion*>(self)->GiveUp();
+  static gboolean OnSilence(gpointer self) {
+    static_cast<Conversion*>(self)->Listen();
     return G_SOURCE_CONTINUE;
   }
   static gboolean OnWritable(gint fd, GIOCondition condition, gpointer self);
@@ -136,7 +136,10 @@ class Conversion {
     }
   }
 
-  void AwaitOutput() { stall_.Set(g_timeout_add(patience_.stall, OnStall, this)); }
+  void AwaitOutput() {
+    silence_.Break();
+    stall_.Set(g_timeout_add(transcoder::Silence::kTick, OnSilence, this));
+  }
   void AwaitReader() {
     stall_.Set(0);
     if (!writable_.IsSet()) {
@@ -147,6 +150,7 @@ class Conversion {
 
   void Enter(const std::string& error);
   bool IsOnHardware() const;
+  void Listen();
   void GiveUp();
   void Pump();
   void Write();
@@ -164,6 +168,7 @@ class Conversion {
   Attendant& attendant_;
   Elements elements_;
   Output output_;
+  transcoder::Silence silence_;
   Multiplexer multiplexer_;
   std::unique_ptr<Pipeline> pipeline_;
   std::unique_ptr<GMainLoop, LoopRelease> loop_;
@@ -195,6 +200,12 @@ void Conversion::Enter(const std::string& error) {
   if (!hasSeat_) {
     Finish("no more transcoders in software may run");
     result_->lacksSeat = true;
+  }
+}
+
+void Conversion::Listen() {
+  if (silence_.Tick()) {
+    GiveUp();
   }
 }
 
@@ -361,7 +372,8 @@ void Conversion::LogElements() const {
 }  // namespace
 
 Result Convert(const Request& request, const Patience& patience, Attendant& attendant) {
-  return Conversion(request, patience, attendant).Run();
+  // Threads of pipelines that were left behind or hang may still use it.
+  return (new Conversion(request, patience, attendant))->Run();
 }
 
 }  // namespace orvo::gst

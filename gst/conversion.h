@@ -9,8 +9,8 @@
 namespace orvo::gst {
 
 struct Patience {
-  unsigned stall = 20'000;  // ms without output while the reader waits for some
-  unsigned stop = 1'500;    // ms from a signal to the process's end
+  int stall = 20'000;     // ms without output while the reader waits for some; see Silence
+  unsigned stop = 1'500;  // ms from a signal to the process's end
 };
 
 struct Result {

@@ -15,8 +15,15 @@ constexpr char kSinkDescription[] =
     " name=multiplexer ! appsink name=output sync=false async=false enable-last-sample=false"
     " buffer-list=false max-buffers=64";
 
-// Packets that wait until the other track has as much.
+// Packets of a track that wait for the container. More may wait while the other track has none:
+// encoders of pictures hold back seconds of a film with few of them, a film's sound may end early,
+// and the film has to be read on for either to come.
 constexpr guint64 kMostPackets = 16;
+constexpr guint64 kMostBytes = 32 << 20;
+
+guint64 LevelOf(const OwnedObject<GstElement>& source) {
+  return gst_app_src_get_current_level_buffers(GST_APP_SRC(source.get()));
+}
 
 OwnedObject<GstElement> Named(GstElement* bin, const char* name) {
   return OwnedObject<GstElement>(gst_bin_get_by_name(GST_BIN(bin), name));
@@ -112,12 +119,12 @@ bool Multiplexer::Connect(Track track, Input& input) {
   if (place == nullptr || source == nullptr) {
     return false;
   }
-  g_object_set(source, "format", GST_FORMAT_TIME, "block", TRUE, "max-bytes", guint64{0},
-               "max-buffers", kMostPackets, nullptr);
+  g_object_set(source, "format", GST_FORMAT_TIME, "block", TRUE, "max-bytes", kMostBytes, nullptr);
   gst_bin_add(GST_BIN(pipeline_.get()), source);
   input.source.reset(GST_ELEMENT(gst_object_ref(source)));
   input.formats.reset(gst_pad_query_caps(place.get(), nullptr));
   const OwnedObject<GstPad> output(gst_element_get_static_pad(source, "src"));
+  gst_pad_add_probe(output.get(), GST_PAD_PROBE_TYPE_BUFFER, OnTaken, this, nullptr);
   return gst_pad_link(output.get(), place.get()) == GST_PAD_LINK_OK;
 }
 
@@ -128,6 +135,7 @@ void Multiplexer::Start() {
 
 int Multiplexer::Admit() {
   const std::lock_guard<std::mutex> lock(mutex_);
+  hasRoom_.notify_all();
   for (Input& input : inputs_) {
     input.isJoining = input.newest.has_value();
   }
@@ -137,6 +145,7 @@ int Multiplexer::Admit() {
 void Multiplexer::Refuse(int pipeline) {
   const std::lock_guard<std::mutex> lock(mutex_);
   admitted_ += pipeline == admitted_ ? 1 : 0;
+  hasRoom_.notify_all();
 }
 
 // A little before the next packet is due, because times are rounded.
@@ -162,6 +171,19 @@ bool Multiplexer::IsNew(int pipeline, Track track, const GstBuffer& packet) {
   return isKept;
 }
 
+bool Multiplexer::HasRoom(Track track) const {
+  const Input& other = Of(track == Track::kPictures ? Track::kSound : Track::kPictures);
+  const bool isStarved = other.source && !other.hasEnded && LevelOf(other.source) == 0;
+  return isStarved || LevelOf(Of(track).source) < kMostPackets;
+}
+
+GstPadProbeReturn Multiplexer::OnTaken(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, gpointer self) {
+  auto* const multiplexer = static_cast<Multiplexer*>(self);
+  const std::lock_guard<std::mutex> lock(multiplexer->mutex_);
+  multiplexer->hasRoom_.notify_all();
+  return GST_PAD_PROBE_OK;
+}
+
 GstFlowReturn Multiplexer::Take(int pipeline, Track track, GstSample* sample,
                                 GstClockTimeDiff offset) {
   Input& input = Of(track);
@@ -169,7 +191,8 @@ GstFlowReturn Multiplexer::Take(int pipeline, Track track, GstSample* sample,
   OwnedMini<GstBuffer> packet(WithRunningTimes(sample, offset));
   auto* const source = GST_APP_SRC(input.source.get());
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    std::unique_lock<std::mutex> lock(mutex_);
+    hasRoom_.wait(lock, [&] { return pipeline != admitted_ || HasRoom(track); });
     const bool isNew = IsNew(pipeline, track, *packet);
     if (pipeline != admitted_ || !isNew) {
       return pipeline != admitted_ ? GST_FLOW_EOS : GST_FLOW_OK;
@@ -186,6 +209,10 @@ GstFlowReturn Multiplexer::Take(int pipeline, Track track, GstSample* sample,
 
 void Multiplexer::End(Track track) {
   if (Of(track).source) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      Of(track).hasEnded = true;
+    }
     gst_app_src_end_of_stream(GST_APP_SRC(Of(track).source.get()));
   }
 }

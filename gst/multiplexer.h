@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -68,14 +69,17 @@ class Multiplexer {
     std::optional<GstClockTime> newest{};  // running time of the last packet
     GstClockTime duration = 0;             // its duration
     bool isJoining = false;                // the packets of another pipeline follow
+    bool hasEnded = false;
   };
 
   static GstFlowReturn OnSample(GstAppSink* sink, gpointer self);
+  static GstPadProbeReturn OnTaken(GstPad* pad, GstPadProbeInfo* info, gpointer self);
   static GstPadProbeReturn OnPiece(GstPad* pad, GstPadProbeInfo* info, gpointer self);
 
   Input& Of(Track track) { return inputs_[static_cast<size_t>(track)]; }
   const Input& Of(Track track) const { return inputs_[static_cast<size_t>(track)]; }
   static GstClockTime NextTimeOf(const Input& input);
+  bool HasRoom(Track track) const;
   bool IsNew(int pipeline, Track track, const GstBuffer& packet);
   bool Connect(Track track, Input& input);
 
@@ -86,6 +90,7 @@ class Multiplexer {
   FragmentClock clock_;  // of MP4
   std::atomic<bool> isOutputAnnounced_ = false;
   mutable std::mutex mutex_;  // for what follows
+  std::condition_variable hasRoom_;
   std::array<Input, 2> inputs_;
   int admitted_ = 0;
 };

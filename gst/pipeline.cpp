@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "gst/down_mix.h"
 #include "gst/picture_filters.h"
 #include "platform/log.h"
 
@@ -27,7 +28,7 @@ constexpr char kPictureDescription[] =
 
 // Fills gaps from the very start, so that the sound stays in step.
 constexpr char kSoundDescription[] =
-    "queue ! audioconvert ! audioresample ! audio/x-raw,rate=48000,channels=2 ! audiorate"
+    " ! audioresample ! audio/x-raw,rate=48000,channels=2 ! audiorate"
     " ! audioconvert ! ";
 
 // A frame of AAC. A decoder needs the frames before one, so these are made anew.
@@ -85,6 +86,11 @@ std::string RateDescription(double rate) {
 std::string TypeOf(GstPad* pad) {
   const OwnedMini<GstCaps> caps(gst_pad_get_current_caps(pad));
   return caps == nullptr ? "" : gst_structure_get_name(gst_caps_get_structure(caps.get(), 0));
+}
+
+std::string SoundDescription(GstPad* pad) {
+  const OwnedMini<GstCaps> caps(gst_pad_get_current_caps(pad));
+  return "queue ! " + DownMixOf(caps.get()) + kSoundDescription;
 }
 
 std::string CopyDescription(const std::string& type) {
@@ -293,10 +299,15 @@ std::string Pipeline::Enter() {
   return "";
 }
 
+// What is held back is the film's beginning. A decoder that has begun with it is not sent there
+// again: Opus decoders keep what they have heard, and begin far too loud.
 bool Pipeline::Seek(GstClockTime origin) {
   const GstClockTime start =
       StartOf(request_) + (sound_ ? std::min(skippedPictures_, skippedSound_) : skippedPictures_);
-  const GstClockTime place = origin + start - std::min(start, kLead);
+  if (start <= kLead) {
+    return true;
+  }
+  const GstClockTime place = origin + start - kLead;
   const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
   GstEvent* const seek = gst_event_new_seek(1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
                                             static_cast<gint64>(place), GST_SEEK_TYPE_NONE, -1);
@@ -338,7 +349,7 @@ std::string Pipeline::ConnectSound() {
     return "nothing here encodes AAC";
   }
   const OwnedObject<GstElement> branch =
-      MakeBranch(encodes ? kSoundDescription + encoder.name + " name=sound ! aacparse"
+      MakeBranch(encodes ? SoundDescription(sound_->Pad()) + encoder.name + " name=sound ! aacparse"
                          : CopyDescription(type));
   if (!branch) {
     return kNoBranch;

@@ -37,6 +37,7 @@ class Child : public Worker {
   explicit Child(Process process) : process_(std::move(process)) {}
 
   int Descriptor() const override { return process_.Descriptor().Get(); }
+  pid_t Pid() const override { return process_.Pid(); }
   void End(int signalNumber) override { process_.AskToEnd(signalNumber); }
   int Wait() override { return process_.Wait(); }
 
@@ -130,14 +131,22 @@ std::optional<ChildStream> ChildStream::StartWith(const Starter& start) {
   return ChildStream(std::move(child), std::move(stream), std::move(signals));
 }
 
+void ChildStream::LimitSilence(int milliseconds) {
+  silence_.emplace(milliseconds, child_->Pid());
+}
+
 ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
   std::array<pollfd, 3> waits = {{{signals_.Descriptor(), POLLIN, 0},
                                   {changes, POLLIN, 0},
                                   {stream_.Get(), holdBack ? short{} : short{POLLIN}, 0}}};
-  const int ready = poll(waits.data(), waits.size(), holdBack ? -1 : silence_);
+  const bool isJudged = silence_ && !holdBack;
+  const int ready = poll(waits.data(), waits.size(), isJudged ? Silence::kTick : -1);
   if (ready <= 0) {
     EndSilent(ready);
     return {};
+  }
+  if (silence_ && (holdBack || waits[2].revents != 0)) {
+    silence_->Break();
   }
   if (waits[0].revents != 0) {
     TakeSignal();
@@ -147,9 +156,9 @@ ChildStream::Wake ChildStream::Wait(int changes, bool holdBack) {
 
 // Its end is the end of its output.
 void ChildStream::EndSilent(int ready) {
-  if (ready == 0) {
+  if (ready == 0 && silence_->Tick()) {
     child_->End(SIGKILL);
-    silence_ = -1;
+    silence_.reset();
   }
 }
 

@@ -13,6 +13,7 @@
 #include "platform/signal_events.h"
 #include "platform/unique_fd.h"
 #include "transcoder/film_copy.h"
+#include "transcoder/silence.h"
 #include "transcoder/worker.h"
 
 namespace orvo::transcoder {
@@ -45,8 +46,9 @@ class ChildStream {
   // waits; that it is closed is told all the same.
   Wake Wait(int changes, bool holdBack);
 
-  // Ends FFmpeg by SIGKILL when it writes nothing for so long while Wait() waits for its output.
-  void LimitSilence(int milliseconds) { silence_ = milliseconds; }
+  // Ends FFmpeg by SIGKILL when it writes nothing for so long while Wait() waits for its output,
+  // and for three times as long if it is at work.
+  void LimitSilence(int milliseconds);
 
   // Waits until `output` can be written. False when the run was stopped first, or nobody reads
   // `output` any more.
@@ -93,7 +95,7 @@ class ChildStream {
   bool hasEnded_ = false;
   int exitCode_ = 0;  // once it has ended
   bool stopped_ = false;
-  int silence_ = -1;
+  std::optional<Silence> silence_;
 };
 
 }  // namespace orvo::transcoder

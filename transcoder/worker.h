@@ -1,6 +1,8 @@
 // What writes the stream that a run reads.
 #pragma once
 
+#include <sys/types.h>
+
 namespace orvo::transcoder {
 
 inline constexpr int kExitSignal = 128;  // and the number of the signal that ended a process
@@ -15,6 +17,9 @@ class Worker {
 
   // Becomes readable when it has ended. This object keeps ownership.
   virtual int Descriptor() const = 0;
+
+  // The process that works, for its use of the processor; -1 if that is not known.
+  virtual pid_t Pid() const { return -1; }
 
   // Ends it, by this signal if it is a child.
   virtual void End(int signalNumber) = 0;

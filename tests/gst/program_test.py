@@ -37,13 +37,22 @@ def sound():
     return ["-f", "lavfi", "-i", f"sine=440:b=2:r=48000:d={SECONDS}"]
 
 
+def noise():
+    return ["-f", "lavfi", "-i", f"anoisesrc=r=48000:d={SECONDS}:a=0.3:c=pink:seed=1"]
+
+
 FILMS = {
     "film.mkv": pictures() + sound() + X264 + ["-c:a", "aac"],
     "pal.mp4": pictures("25") + sound() + X264 + ["-c:a", "aac"],
     "late.mkv": pictures("25") + ["-itsoffset", "0.7"] + sound() + X264 + ["-c:a", "ac3"],
     "broadcast.ts": pictures("25", "360x288") + sound() + TWO_TRACKS + MPEG2 + ["-vf", "setsar=16/11"],
     "silent.mp4": pictures("25") + X264,
+    "slow.mp4": pictures("1") + sound() + X264 + ["-c:a", "aac"],
+    "short.mkv": pictures("25") + ["-f", "lavfi", "-i", "sine=440:r=48000:d=3"] + X264 + ["-c:a", "aac"],
     "sound.m4a": sound() + ["-c:a", "aac"],
+    "opus.mkv": pictures("25") + noise() + X264 + ["-c:a", "libopus"],
+    "six.mkv": pictures("25") + noise() + X264 + ["-c:a", "ac3", "-b:a", "448k", "-af",
+                                                  "pan=5.1|c0=.2*c0|c1=.3*c0|c2=.4*c0|c3=.5*c0|c4=.1*c0|c5=.1*c0"],
 }
 FRAME_RATES = {"film.mkv": 24000 / 1001}
 FOLDER = tempfile.TemporaryDirectory()
@@ -95,6 +104,13 @@ def times(file, kind):
 def streams(file):
     return {s["codec_type"]: s for s in probe(file, "stream=codec_type,codec_name,width,height,channels,field_order,"
                                               "sample_aspect_ratio")["streams"]}
+
+
+def loudness(file, begin, end):
+    """The sound's level in dB between these two seconds."""
+    told = subprocess.run(["ffmpeg", "-nostdin", "-i", file, "-af", f"atrim={begin}:{end},volumedetect", "-vn", "-f",
+                           "null", "-"], capture_output=True, text=True, check=True).stderr
+    return float(re.search(r"mean_volume: (\S+) dB", told)[1])
 
 
 def segments(folder):
@@ -165,6 +181,26 @@ class Streams(unittest.TestCase):
                     self.assertGreaterEqual(min(times(out, "video")), seconds - TICK)
                     self.assertAlmostEqual(min(times(out, "audio")), seconds, delta=AAC_FRAME)
                     self.assertAlmostEqual(max(times(out, "video")), SECONDS, delta=2 * frame)
+
+    def test_begin_as_loud_as_those_of_the_other_transcoder(self):
+        for film in ("opus.mkv", "film.mkv", "six.mkv"):
+            wanted = path(film + ".mp4")
+            subprocess.run([TRANSCODER, "-ss", "0.000", "-i", path(film), "-vcodec", "libx264", "-preset", "ultrafast",
+                            "-acodec", "aac", "-ac", "2", "-movflags", "frag_keyframe+empty_moov", "-f", "mp4", "-map",
+                            "0:0", "-map", "0:1", wanted], check=True, timeout=60)
+            out, process = convert("-s", "0", "-i", path(film), "--mux", "mp4", "--shiftpts")
+            self.assertEqual(process.returncode, 0, process.said)
+            for begin, end in ((0, 0.2), (0, 1), (1, 2)):
+                with self.subTest(film=film, begin=begin, end=end):
+                    self.assertAlmostEqual(loudness(out, begin, end), loudness(wanted, begin, end), delta=1)
+
+    def test_come_to_their_end_with_few_pictures_or_sound_that_ends_early(self):
+        for film, count in (("slow.mp4", SECONDS), ("short.mkv", 25 * SECONDS)):
+            for container in ("mp4", "mpegts"):
+                with self.subTest(film=film, container=container):
+                    out, process = convert("-s", "0", "-i", path(film), "--mux", container, "--shiftpts")
+                    self.assertEqual(process.returncode, 0, process.said)
+                    self.assertEqual(len(times(out, "video")), count)
 
     def test_have_upright_progressive_pictures_of_square_pixels_in_the_box(self):
         out, _ = convert("-s", "15", "-i", path("broadcast.ts"), "--size", "300x200")
