@@ -35,7 +35,11 @@ bool EncodesSound(const CmafRequest& request) {
   return !request.IsCopy() && request.treatment != Treatment::kH264;
 }
 
+// A block that boxes share is made whole before its viewer comes.
 int LeadOf(const CmafRequest& request) {
+  if (HasBlocks()) {
+    return kLead;
+  }
   return request.IsCopy() ? kLeadOfCopy : EncodesSound(request) ? kLeadOfSound : kLead;
 }
 
