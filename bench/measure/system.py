@@ -109,6 +109,30 @@ class System:
         found.pop(os.getpid(), None)
         return found
 
+    def used_processor(self):
+        """The ticks of processor time that the processes of this system have used."""
+        used = 0
+        for pid in self.processes():
+            try:
+                fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+                used += int(fields[11]) + int(fields[12])
+            except OSError:
+                pass  # it has ended
+        return used
+
+    def wait_until_settled(self):
+        """Returns when no process of this system has had anything to do for half a second."""
+        looks = [-1]
+
+        def has_rested():
+            looks.append(self.used_processor())
+            if looks[-1] == looks[-2]:
+                return True
+            time.sleep(0.5)
+            return False
+
+        self.wait_until(has_rested)
+
     def wait_until(self, is_so, seconds=60):
         """For states that send no event to this process."""
         deadline = time.monotonic() + seconds
